@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <string>
+#include <typeinfo>
+
+namespace Platform {
+
+/// What can be said of any failure, whatever threw it: the form in which errors cross the seam and reach the
+/// log.
+struct Error {
+    /// The qualified name of the error's dynamic type, with dots: "Core.DecodingError".
+    std::string typeName;
+    std::string domain;
+    std::int64_t code = 0;
+    /// A sentence for people.
+    std::string localizedDescription;
+    std::optional<std::string> localizedFailureReason;
+
+    friend bool operator==(const Error&, const Error&) = default;
+};
+
+/// An exception that knows its own error code and texts. Its domain is its qualified type name unless it says
+/// otherwise.
+class ErrorException : public std::exception {
+public:
+    [[nodiscard]] virtual std::int64_t errorCode() const { return 0; }
+    /// Empty: the domain is the type's name.
+    [[nodiscard]] virtual std::string errorDomain() const { return {}; }
+    [[nodiscard]] virtual std::optional<std::string> failureReason() const { return std::nullopt; }
+};
+
+/// The error that `exception` stands for. A `std::system_error` carries its category and number; an exception
+/// of no other known kind has its type's name as domain and the code 0.
+Error bridge(const std::exception& exception);
+
+/// "Core::DecodingError" as "Core.DecodingError".
+std::string qualifiedTypeName(const std::type_info& type);
+
+} // namespace Platform

@@ -1,0 +1,26 @@
+#include "Platform/Linux/AdapterLog.h"
+
+#include <utility>
+
+namespace Platform::Linux {
+
+AdapterLog::AdapterLog(UnifiedLog& log, std::string subsystem)
+    : m_log(log), m_handle{std::move(subsystem), "platform"}
+{}
+
+void AdapterLog::error(std::string_view line) const noexcept
+{
+    m_log.write(m_handle, LogType::error, LogVisibility::public_, line);
+}
+
+void ErrorLine::say(const std::string& line, std::string_view occasion)
+{
+    std::string said = line;
+    said.append("\n").append(occasion);
+    if (said == m_last)
+        return;
+    m_log.error(line);
+    m_last = std::move(said);
+}
+
+} // namespace Platform::Linux

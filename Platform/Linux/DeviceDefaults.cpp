@@ -1,0 +1,88 @@
+#include "Platform/Linux/DeviceDefaults.h"
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/NotificationCenter.h"
+
+#include <sys/inotify.h>
+#include <utility>
+#include <vector>
+
+namespace Platform::Linux {
+
+/// The application's own database, with the managed dictionary laid over it.
+class DeviceDefaults::Standard final : public UserDefaults {
+public:
+    Standard(SQLiteUserDefaults& database, ManagedPolicyFile& policyFile)
+        : m_database(database), m_policyFile(policyFile)
+    {}
+
+    [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override
+    {
+        return key == managedConfigurationKey ? m_policyFile.dictionary() : m_database.object(key);
+    }
+    void write(std::span<const Entry> entries) override
+    {
+        std::vector<Entry> own(entries.begin(), entries.end());
+        std::erase_if(own, [](const Entry& entry) { return entry.key == managedConfigurationKey; });
+        m_database.write(own);
+    }
+    void removeObject(std::string_view key) override
+    {
+        if (key != managedConfigurationKey)
+            m_database.removeObject(key);
+    }
+    void synchronize() override { m_database.synchronize(); }
+
+private:
+    SQLiteUserDefaults& m_database;
+    ManagedPolicyFile& m_policyFile;
+};
+
+DeviceDefaults::DeviceDefaults(DevicePaths paths, SQLiteUserDefaults::Access access, const Clock& clock,
+                               const AdapterLog& log)
+    : m_paths(std::move(paths)),
+      m_access(access),
+      m_clock(clock),
+      m_log(log),
+      m_policyFile(m_paths.managedConfigurationCandidates, log),
+      m_database(m_paths.standardDefaults(), access, clock, log),
+      m_standard(std::make_unique<Standard>(m_database, m_policyFile))
+{}
+
+DeviceDefaults::~DeviceDefaults() = default;
+
+UserDefaults& DeviceDefaults::standard()
+{
+    return *m_standard;
+}
+
+UserDefaults* DeviceDefaults::suite(std::string_view name)
+{
+    if (name.empty() || name.front() == '.' ||
+        name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos)
+        return nullptr; // Not the name of a file in the folder of the suites.
+    const std::lock_guard lock(m_mutex);
+    auto suite = m_suites.find(name);
+    if (suite == m_suites.end())
+        suite = m_suites.try_emplace(std::string(name), m_paths.suite(name), m_access, m_clock, m_log).first;
+    return suite->second.isAvailable() ? &suite->second : nullptr;
+}
+
+void DeviceDefaults::announceChanges(FileSystemWatcher& watcher, NotificationCenter& center,
+                                     DispatchQueue& mainQueue)
+{
+    const auto announce = [this, &center, &mainQueue] {
+        mainQueue.async([this, &center] {
+            center.post({std::string(UserDefaults::didChangeNotification), m_standard.get(), {}});
+        });
+    };
+    m_policyFile.watch(watcher, announce);
+    // The bell is made with the database.
+    if (m_database.isAvailable()) {
+        const int handler = watcher.addHandler([announce](std::uint32_t, std::string_view) { announce(); });
+        watcher.setTargets(handler, {{m_database.bellFile().string(), IN_ATTRIB}});
+    }
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/ManagedPolicyFile.h"
+#include "Platform/Linux/SQLiteUserDefaults.h"
+#include "Platform/UserDefaults.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace Platform {
+class DispatchQueue;
+class NotificationCenter;
+} // namespace Platform
+
+namespace Platform::Linux {
+
+class FileSystemWatcher;
+
+/// The defaults domains of this device: a database per domain, and in the standard one the dictionary of the
+/// policy file under `UserDefaults::managedConfigurationKey`.
+class DeviceDefaults final : public UserDefaultsDomains {
+public:
+    DeviceDefaults(DevicePaths paths, SQLiteUserDefaults::Access access, const Clock& clock,
+                   const AdapterLog& log);
+    ~DeviceDefaults() override;
+
+    UserDefaults& standard() override;
+    UserDefaults* suite(std::string_view name) override;
+
+    /// Posts `UserDefaults::didChangeNotification` for changes of the standard domain from now on. Once; this
+    /// object must outlive the watcher.
+    void announceChanges(FileSystemWatcher& watcher, NotificationCenter& center, DispatchQueue& mainQueue);
+
+private:
+    class Standard;
+
+    const DevicePaths m_paths;
+    const SQLiteUserDefaults::Access m_access;
+    const Clock& m_clock;
+    const AdapterLog& m_log;
+    ManagedPolicyFile m_policyFile;
+    SQLiteUserDefaults m_database;
+    std::unique_ptr<Standard> m_standard;
+    std::mutex m_mutex;
+    std::map<std::string, SQLiteUserDefaults, std::less<>> m_suites;
+};
+
+} // namespace Platform::Linux

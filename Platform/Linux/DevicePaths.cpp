@@ -1,0 +1,61 @@
+#include "Platform/Linux/DevicePaths.h"
+
+#include <cstdlib>
+#include <pwd.h>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace Platform::Linux {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Absent when unset or empty.
+std::optional<std::string> environment(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
+}
+
+fs::path dataHome()
+{
+    // The XDG base directory rules: a relative path is to be ignored.
+    if (const auto folder = environment("XDG_DATA_HOME"); folder && fs::path(*folder).is_absolute())
+        return *folder;
+    if (const auto home = environment("HOME"); home && fs::path(*home).is_absolute())
+        return fs::path(*home) / ".local" / "share";
+    if (const passwd* user = ::getpwuid(::geteuid()); user != nullptr && *user->pw_dir == '/')
+        return fs::path(user->pw_dir) / ".local" / "share";
+    throw std::runtime_error(
+        "there is no home folder to keep data in: set HOME or XDG_DATA_HOME to an absolute path");
+}
+
+} // namespace
+
+fs::path DevicePaths::standardDefaults() const
+{
+    return stateFolder / std::string(applicationIdentifier).append(".sqlite");
+}
+
+fs::path DevicePaths::suite(std::string_view name) const
+{
+    return stateFolder / "groups" / std::string(name).append(".sqlite");
+}
+
+DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& managedConfiguration)
+{
+    DevicePaths paths;
+    paths.stateFolder = dataHome() / "quorvane-mdm";
+    const auto named =
+        managedConfiguration ? managedConfiguration : environment("QUORVANE_MANAGED_CONFIGURATION");
+    if (named) {
+        paths.managedConfigurationCandidates = {fs::absolute(*named)};
+    } else {
+        const fs::path folder = "/etc/quorvane-mdm";
+        paths.managedConfigurationCandidates = {folder / "managed.plist", folder / "managed.json"};
+    }
+    return paths;
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Platform::Linux {
+
+/// The identifier of the application on this system; also the name of its own defaults domain.
+inline constexpr std::string_view applicationIdentifier = "com.quorvane.mdm";
+
+/// Where the device keeps what belongs to the application.
+struct DevicePaths {
+    /// Holds every store; made on first use.
+    std::filesystem::path stateFolder;
+    /// Where device management may put its file, best first; absolute.
+    std::vector<std::filesystem::path> managedConfigurationCandidates;
+
+    [[nodiscard]] std::filesystem::path standardDefaults() const;
+    [[nodiscard]] std::filesystem::path suite(std::string_view name) const;
+    [[nodiscard]] std::filesystem::path instanceLock() const { return stateFolder / "instance.lock"; }
+
+    /// From XDG_DATA_HOME (else the home folder of the user) and `managedConfiguration`, else
+    /// QUORVANE_MANAGED_CONFIGURATION, else the system's policy folder. Throws `std::runtime_error` when the
+    /// user has no home folder.
+    static DevicePaths fromEnvironment(const std::optional<std::string>& managedConfiguration);
+};
+
+} // namespace Platform::Linux

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Platform/Linux/FileDescriptor.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace Platform::Linux {
+
+/// Tells of changes in the file system, from one thread, without ever waking up otherwise.
+///
+/// Threads: operations from any thread; handlers run on the watcher's thread, one at a time.
+/// Errors: the constructor throws `std::system_error` when the system grants no more watchers to this user.
+/// Source: inotify(7).
+class FileSystemWatcher {
+public:
+    /// `name` is the entry of the watched folder concerned, empty when it is the watched thing itself. `mask`
+    /// is that of inotify(7); after `IN_Q_OVERFLOW`, which every handler is given, anything may have
+    /// happened.
+    using Handler = std::function<void(std::uint32_t mask, std::string_view name)>;
+
+    struct Target {
+        std::string path;
+        /// Of inotify(7).
+        std::uint32_t mask;
+    };
+
+    FileSystemWatcher();
+    ~FileSystemWatcher();
+    FileSystemWatcher(const FileSystemWatcher&) = delete;
+    FileSystemWatcher& operator=(const FileSystemWatcher&) = delete;
+
+    /// Calls `handler` for what happens to targets named later. For the life of the watcher.
+    int addHandler(Handler handler);
+
+    /// Replaces what the handler of that number looks at. Targets that are not there are left out; one thing
+    /// named by several targets is watched for what all of them ask. No two handlers may look at the same
+    /// thing. What was to be told of the old targets may be lost: look for yourself after the call.
+    void setTargets(int handler, const std::vector<Target>& targets);
+
+private:
+    void run();
+    void deliver(std::string_view events);
+
+    FileDescriptor m_inotify;
+    FileDescriptor m_ending;
+    std::mutex m_mutex;
+    std::vector<std::shared_ptr<const Handler>> m_handlers;
+    /// The handler's number, by watch descriptor.
+    std::map<int, int> m_handlerByWatch;
+    std::thread m_thread;
+};
+
+} // namespace Platform::Linux

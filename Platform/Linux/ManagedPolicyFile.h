@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/PropertyList.h"
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Platform::Linux {
+
+class FileSystemWatcher;
+struct PolicyFileReading;
+
+/// The dictionary that device management delivers as a file.
+///
+/// The file is read when the dictionary is asked for and something happened to the file since, so a burst of
+/// changes costs one reading. A file that is there and cannot be understood leaves the last good dictionary
+/// in force; a file that is missing, or not to be believed, leaves none.
+///
+/// Threads: any. Errors: one line to the log for each new reason.
+class ManagedPolicyFile {
+public:
+    ManagedPolicyFile(std::vector<std::filesystem::path> candidates, const AdapterLog& log);
+
+    /// Absent when there is no managed configuration. The value is a dictionary.
+    std::optional<PropertyList> dictionary();
+
+    /// Calls `onChange`, on the watcher's thread, whenever something happened on the way to a candidate that
+    /// may have changed the dictionary. Once, before the first `dictionary()`; this object must outlive the
+    /// watcher.
+    void watch(FileSystemWatcher& watcher, std::function<void()> onChange);
+
+private:
+    bool concernsUs(std::uint32_t mask, std::string_view name);
+    void rearm(FileSystemWatcher& watcher, int handler);
+    void load();
+    void report(const PolicyFileReading& reading, std::string_view consequence);
+
+    const std::vector<std::filesystem::path> m_candidates;
+    /// Counts what happened; the dictionary is of `m_loadedGeneration`.
+    std::atomic<std::uint64_t> m_generation = 1;
+
+    std::mutex m_watchMutex;
+    /// Names of the entries that matter in the watched folders.
+    std::set<std::string, std::less<>> m_watchedNames;
+
+    std::mutex m_mutex;
+    std::uint64_t m_loadedGeneration = 0;
+    std::optional<PropertyList> m_dictionary;
+    ErrorLine m_errorLine;
+};
+
+} // namespace Platform::Linux

@@ -1,0 +1,230 @@
+#include "Platform/Linux/PropertyListReader.h"
+
+#include "Platform/Linux/PropertyListFormats.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace Platform::Linux {
+
+namespace {
+
+bool isContinuationByte(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+void validateUTF8(std::string_view text, TextDocument& document)
+{
+    for (std::size_t offset = 0; offset < text.size();) {
+        const auto character = decodeUTF8(text.substr(offset));
+        if (!character)
+            document.fail(
+                fmt::format("the byte 0x{:02X} is not valid UTF-8", static_cast<unsigned char>(text[offset])),
+                offset);
+        offset += character->length;
+    }
+}
+
+bool startsWithWideByteOrderMark(std::string_view bytes)
+{
+    using namespace std::string_view_literals;
+    return bytes.starts_with("\xFE\xFF"sv) || bytes.starts_with("\xFF\xFE"sv) ||
+           bytes.starts_with("\0\0\xFE\xFF"sv);
+}
+
+void appendEscaped(std::string& out, char32_t codePoint)
+{
+    const bool isControl = codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
+    const bool breaksLine = codePoint == 0x2028 || codePoint == 0x2029;
+    if (isControl || breaksLine)
+        out += fmt::format("\\u{:04X}", static_cast<unsigned>(codePoint));
+    else
+        appendUTF8(out, codePoint);
+}
+
+} // namespace
+
+std::string_view formatName(PropertyListFormat format)
+{
+    switch (format) {
+    case PropertyListFormat::xml:
+        return "XML property list";
+    case PropertyListFormat::binary:
+        return "binary property list";
+    case PropertyListFormat::json:
+        break;
+    }
+    return "JSON";
+}
+
+PropertyListError::PropertyListError(std::string reason, std::optional<TextPosition> position)
+    : m_reason(std::move(reason)), m_position(position)
+{}
+
+const char* PropertyListError::what() const noexcept
+{
+    return m_reason.c_str();
+}
+
+PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPlaces)
+{
+    if (bytes.size() > maximumPropertyListBytes)
+        throw PropertyListError(fmt::format("is larger than {} MiB", maximumPropertyListBytes >> 20U));
+    if (bytes.starts_with("bplist00"))
+        return readBinaryPropertyList(bytes);
+    if (bytes.starts_with("bplist"))
+        throw PropertyListError("is a binary property list of another version than 00");
+    if (startsWithWideByteOrderMark(bytes))
+        throw PropertyListError("is encoded in UTF-16 or UTF-32; save it as UTF-8");
+
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    const std::string_view text =
+        bytes.starts_with(byteOrderMark) ? bytes.substr(byteOrderMark.size()) : bytes;
+    const std::size_t start = text.find_first_not_of(textBlanks);
+    if (start == std::string_view::npos)
+        throw PropertyListError("is empty");
+    if (text[start] != '<' && text[start] != '{')
+        throw PropertyListError("is neither an XML property list, a binary property list nor a JSON object");
+    TextDocument document(text, WithPlaces::no);
+    validateUTF8(text, document);
+    return text[start] == '<' ? readXMLPropertyList(text, withPlaces)
+                              : readJSONPropertyList(text, withPlaces);
+}
+
+std::optional<DecodedCharacter> decodeUTF8(std::string_view text)
+{
+    const auto lead = static_cast<unsigned char>(text.front());
+    if (lead < 0x80)
+        return DecodedCharacter{lead, 1};
+    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
+        return std::nullopt;
+    char32_t codePoint = lead & (0x7FU >> length);
+    for (std::size_t index = 1; index < length; ++index) {
+        if (!isContinuationByte(text[index]))
+            return std::nullopt;
+        codePoint = (codePoint << 6U) | (static_cast<unsigned char>(text[index]) & 0x3FU);
+    }
+    constexpr std::array<char32_t, 5> leastOfLength{0, 0, 0x80, 0x800, 0x10000};
+    const bool isSurrogate = codePoint >= 0xD800 && codePoint < 0xE000;
+    if (codePoint < leastOfLength.at(length) || isSurrogate || codePoint > 0x10FFFF)
+        return std::nullopt;
+    return DecodedCharacter{codePoint, length};
+}
+
+void appendUTF8(std::string& out, char32_t codePoint)
+{
+    const auto tail = [codePoint](unsigned shift) {
+        return static_cast<char>(0x80U | ((codePoint >> shift) & 0x3FU));
+    };
+    if (codePoint < 0x80) {
+        out += static_cast<char>(codePoint);
+    } else if (codePoint < 0x800) {
+        out += {static_cast<char>(0xC0U | (codePoint >> 6U)), tail(0)};
+    } else if (codePoint < 0x10000) {
+        out += {static_cast<char>(0xE0U | (codePoint >> 12U)), tail(6), tail(0)};
+    } else {
+        out += {static_cast<char>(0xF0U | (codePoint >> 18U)), tail(12), tail(6), tail(0)};
+    }
+}
+
+std::string quoted(std::string_view text)
+{
+    constexpr std::size_t shownCharacterCount = 60;
+    std::string out = "\"";
+    for (std::size_t count = 0; !text.empty(); ++count) {
+        const auto character = decodeUTF8(text);
+        if (count == shownCharacterCount || !character) {
+            out += "…";
+            break;
+        }
+        appendEscaped(out, character->codePoint);
+        text.remove_prefix(character->length);
+    }
+    return out += '"';
+}
+
+std::optional<double> parseDecimal(std::string_view digits)
+{
+    // The conversion below also takes "inf" and "nan", which are spelt differently in each format.
+    const std::size_t start = digits.starts_with('-') ? 1 : 0;
+    if (digits.find_first_of("0123456789.", start) != start)
+        return std::nullopt;
+    double value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto [parsedTo, failure] = std::from_chars(digits.data(), end, value);
+    if (failure != std::errc{} || parsedTo != end)
+        return std::nullopt;
+    return value;
+}
+
+std::string tooDeepReason()
+{
+    return fmt::format("arrays and dictionaries stand more than {} deep in one another",
+                       maximumPropertyListDepth);
+}
+
+std::string tooManyValuesReason()
+{
+    return fmt::format("holds more than {} values", maximumPropertyListValueCount);
+}
+
+TextPosition TextDocument::positionOf(std::size_t offset)
+{
+    if (offset < m_measuredBytes) {
+        m_measuredBytes = 0;
+        m_measured = {};
+    }
+    for (const std::size_t end = std::min(offset, m_text.size()); m_measuredBytes < end; ++m_measuredBytes) {
+        const char byte = m_text[m_measuredBytes];
+        if (byte == '\n')
+            m_measured = {m_measured.line + 1, 1};
+        else if (!isContinuationByte(byte))
+            ++m_measured.column;
+    }
+    return m_measured;
+}
+
+void TextDocument::fail(std::string reason, std::size_t offset)
+{
+    throw PropertyListError(std::move(reason), positionOf(offset));
+}
+
+void TextDocument::countValue(std::size_t offset)
+{
+    if (++m_valueCount > maximumPropertyListValueCount)
+        fail(tooManyValuesReason(), offset);
+}
+
+void TextDocument::notePlace(std::string_view path, std::optional<std::size_t> keyOffset,
+                             std::size_t valueOffset)
+{
+    if (m_withPlaces == WithPlaces::no)
+        return;
+    PropertyListPlaces::Place place;
+    if (keyOffset)
+        place.key = positionOf(*keyOffset);
+    place.value = positionOf(valueOffset);
+    m_places.byPath.insert_or_assign(std::string(path), place);
+}
+
+PropertyList& TextDictionary::insert(std::string key, std::size_t offset, TextDocument& document)
+{
+    const auto [entry, isNew] = m_values.try_emplace(std::move(key));
+    if (!isNew) {
+        const auto first = std::ranges::find(m_keyOffsets, &entry->first,
+                                             &std::pair<const std::string*, std::size_t>::first);
+        const std::size_t firstLine = document.positionOf(first->second).line;
+        document.fail(
+            fmt::format("the key {} stands twice (first on line {})", quoted(entry->first), firstLine),
+            offset);
+    }
+    m_keyOffsets.emplace_back(&entry->first, offset);
+    return entry->second;
+}
+
+} // namespace Platform::Linux

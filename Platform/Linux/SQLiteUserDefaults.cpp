@@ -1,0 +1,301 @@
+#include "Platform/Linux/SQLiteUserDefaults.h"
+
+#include "Platform/Clock.h"
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/PropertyListReader.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <utility>
+
+namespace Platform::Linux {
+
+namespace {
+
+/// How long a writer of another process may keep us waiting.
+constexpr int busyTimeoutMilliseconds = 5000;
+
+constexpr const char* tableDefinition = "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
+                                        "NOT NULL, value NOT NULL) WITHOUT ROWID";
+constexpr const char* upsert = "INSERT INTO defaults(key, type, value) VALUES(?1, ?2, ?3) "
+                               "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value";
+
+void bindBytes(SQLite::Statement& statement, int index, const void* bytes, std::size_t count)
+{
+    // A null pointer would bind NULL.
+    statement.bindNoCopy(index, count > 0 ? bytes : "", static_cast<int>(count));
+}
+
+/// Binds the type name and the value as parameters 2 and 3. `storage` must live until the statement was run.
+void bindValue(SQLite::Statement& statement, const PropertyList& value, Data& storage)
+{
+    const auto* real = value.real();
+    const auto* date = value.date();
+    const char* type = value.typeName();
+    if (const auto* text = value.text()) {
+        statement.bindNoCopy(3, *text);
+    } else if (const auto* integer = value.integer()) {
+        statement.bind(3, *integer);
+    } else if (const auto* boolean = value.boolean()) {
+        statement.bind(3, *boolean ? 1 : 0);
+    } else if (real != nullptr && !std::isnan(*real)) {
+        statement.bind(3, *real);
+    } else if (date != nullptr && !std::isnan(date->secondsSinceReferenceDate)) {
+        statement.bind(3, date->secondsSinceReferenceDate);
+    } else if (const auto* data = value.data()) {
+        bindBytes(statement, 3, data->data(), data->size());
+    } else {
+        type = "plist";
+        storage = writeBinaryPropertyList(value);
+        bindBytes(statement, 3, storage.data(), storage.size());
+    }
+    statement.bind(2, type);
+}
+
+/// The stored value; absent when the row was not written by the rules above.
+std::optional<PropertyList> readValue(std::string_view type, const SQLite::Column& column)
+{
+    const auto bytes = [&] {
+        const auto* first = static_cast<const std::byte*>(column.getBlob());
+        return Data(first, first + column.getBytes());
+    };
+    if (type == "text" && column.isText())
+        return PropertyList(column.getString());
+    if (type == "integer" && column.isInteger())
+        return PropertyList(column.getInt64());
+    if (type == "boolean" && column.isInteger())
+        return PropertyList(column.getInt64() != 0);
+    if (type == "real" && (column.isFloat() || column.isInteger()))
+        return PropertyList(column.getDouble());
+    if (type == "date" && (column.isFloat() || column.isInteger()))
+        return PropertyList(Date{column.getDouble()});
+    if (type == "data" && column.isBlob())
+        return PropertyList(bytes());
+    if (type == "plist") {
+        const std::string_view document(static_cast<const char*>(column.getBlob()),
+                                        static_cast<std::size_t>(column.getBytes()));
+        try {
+            return readPropertyList(document).root;
+        } catch (const PropertyListError&) {
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+bool isCorruption(const SQLite::Exception& error)
+{
+    return error.getErrorCode() == SQLITE_CORRUPT || error.getErrorCode() == SQLITE_NOTADB;
+}
+
+/// Keeps other processes of ours from opening or replacing the same database at the same moment.
+class OpeningLock {
+public:
+    explicit OpeningLock(const std::filesystem::path& bellFile)
+        : m_file(::open(bellFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR))
+    {
+        if (!m_file || ::flock(m_file.get(), LOCK_EX) != 0)
+            throw std::system_error(errno, std::generic_category(), bellFile.string());
+    }
+
+private:
+    FileDescriptor m_file;
+};
+
+} // namespace
+
+struct SQLiteUserDefaults::Connection {
+    Connection(const std::string& file, int flags) : database(file, flags, busyTimeoutMilliseconds) {}
+
+    /// Whether the file that was opened is no longer the one at its path.
+    [[nodiscard]] bool isStranded() const
+    {
+        int hasMoved = 0;
+        ::sqlite3_file_control(database.getHandle(), nullptr, SQLITE_FCNTL_HAS_MOVED, &hasMoved);
+        return hasMoved != 0;
+    }
+    void prepare()
+    {
+        select =
+            std::make_unique<SQLite::Statement>(database, "SELECT type, value FROM defaults WHERE key = ?1");
+    }
+
+    SQLite::Database database;
+    std::unique_ptr<SQLite::Statement> select;
+};
+
+SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
+                                       const AdapterLog& log)
+    : m_file(std::move(file)), m_access(access), m_clock(clock), m_log(log), m_errorLine(log)
+{}
+
+SQLiteUserDefaults::~SQLiteUserDefaults() = default;
+
+std::filesystem::path SQLiteUserDefaults::bellFile() const
+{
+    return std::filesystem::path(m_file).replace_extension(".bell");
+}
+
+bool SQLiteUserDefaults::isAvailable()
+{
+    return perform("open", [](Connection&) {});
+}
+
+std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) const
+{
+    std::optional<PropertyList> value;
+    perform("read", [&](Connection& connection) {
+        SQLite::Statement& select = *connection.select;
+        select.reset();
+        select.bind(1, std::string(key));
+        if (select.executeStep())
+            value = readValue(select.getColumn(0).getText(), select.getColumn(1));
+        // A statement left in the middle would keep its view of the database, and the log from being folded
+        // in.
+        select.reset();
+    });
+    return value;
+}
+
+void SQLiteUserDefaults::write(std::span<const Entry> entries)
+{
+    const bool isWritten = perform("write", [&](Connection& connection) {
+        SQLite::Transaction transaction(connection.database, SQLite::TransactionBehavior::IMMEDIATE);
+        SQLite::Statement statement(connection.database, upsert);
+        for (const Entry& entry : entries) {
+            Data storage;
+            statement.bind(1, std::string(entry.key));
+            bindValue(statement, entry.value, storage);
+            statement.exec();
+            statement.reset();
+        }
+        transaction.commit();
+    });
+    if (isWritten)
+        ringBell();
+}
+
+void SQLiteUserDefaults::removeObject(std::string_view key)
+{
+    const bool isRemoved = perform("write", [&](Connection& connection) {
+        SQLite::Statement statement(connection.database, "DELETE FROM defaults WHERE key = ?1");
+        statement.bind(1, std::string(key));
+        statement.exec();
+    });
+    if (isRemoved)
+        ringBell();
+}
+
+bool SQLiteUserDefaults::perform(const char* what, const std::function<void(Connection&)>& operation) const
+{
+    const std::lock_guard lock(m_mutex);
+    constexpr int attempts = 2; // The second one after a damaged file was moved aside.
+    for (int attempt = 1; attempt <= attempts; ++attempt) {
+        try {
+            ensureOpen();
+            if (!m_connection)
+                return false;
+            operation(*m_connection);
+            m_errorLine.reset();
+            return true;
+        } catch (const SQLite::Exception& error) {
+            const bool isWorthAnother = isCorruption(error) && attempt < attempts;
+            if (!isWorthAnother)
+                m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
+            if (isCorruption(error))
+                m_connection.reset();
+        } catch (const std::system_error& error) {
+            m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
+            return false;
+        }
+    }
+    return false;
+}
+
+void SQLiteUserDefaults::ensureOpen() const
+{
+    if (m_connection && !m_connection->isStranded())
+        return;
+    m_connection.reset();
+    if (m_access == Access::inspect) {
+        openAsIs();
+        return;
+    }
+    createPrivateFolders(m_file.parent_path());
+    const OpeningLock lock(bellFile());
+    try {
+        openOrReplace();
+    } catch (const SQLite::Exception& error) {
+        if (!isCorruption(error))
+            throw;
+        moveAside();
+        openOrReplace();
+    }
+}
+
+void SQLiteUserDefaults::openAsIs() const
+{
+    if (!std::filesystem::exists(m_file))
+        return;
+    auto connection = std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
+    // A writer killed at its very first step leaves a database without a table.
+    if (!connection->database.tableExists("defaults"))
+        return;
+    connection->prepare();
+    m_connection = std::move(connection);
+}
+
+void SQLiteUserDefaults::openOrReplace() const
+{
+    // Made beforehand, so that the database and its companions are the user's alone from their first moment;
+    // and closed again before SQLite opens it, since closing any descriptor of a file drops the locks this
+    // process has on it.
+    static_cast<void>(
+        FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
+    auto connection = std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READWRITE);
+    SQLite::Database& database = connection->database;
+    database.exec("PRAGMA journal_mode = WAL");
+    database.exec("PRAGMA synchronous = FULL");
+    SQLite::Statement check(database, "PRAGMA quick_check(1)");
+    if (!check.executeStep() || std::strcmp(check.getColumn(0).getText(), "ok") != 0)
+        throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
+    check.reset();
+    database.exec(tableDefinition);
+    connection->prepare();
+    m_connection = std::move(connection);
+}
+
+void SQLiteUserDefaults::moveAside() const
+{
+    std::string time = m_clock.now().utcText();
+    std::replace(time.begin(), time.end(), ':', '-');
+    for (const char* companion : {"", "-wal", "-shm"}) {
+        const std::filesystem::path damaged = m_file.string() + companion;
+        const std::filesystem::path aside = fmt::format("{}.corrupt-{}{}", m_file.string(), time, companion);
+        std::error_code error;
+        std::filesystem::rename(damaged, aside, error);
+        if (*companion == '\0' && error)
+            throw std::system_error(error, damaged.string());
+        if (*companion == '\0')
+            m_log.error(
+                fmt::format("{} is damaged: moved aside to {}, begun anew", m_file.string(), aside.string()));
+    }
+}
+
+void SQLiteUserDefaults::ringBell() const
+{
+    // The file was made when the database was opened. If somebody removed it since, the next opening makes it
+    // anew.
+    ::utimensat(AT_FDCWD, bellFile().c_str(), nullptr, 0);
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/UserDefaults.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace Platform {
+class Clock;
+}
+
+namespace Platform::Linux {
+
+/// One defaults domain as one SQLite database, with the table `defaults(key, type, value)`.
+///
+/// Types: text, integer, real, boolean (0 or 1), date (seconds since 2001-01-01T00:00:00Z), data (blob), and
+/// plist, a binary property list, for everything else. Write-ahead log, every commit synchronised. After a
+/// commit the writer touches the bell file beside the database; whoever watches that file learns of every
+/// writer's changes.
+///
+/// The connection opens at the first use, and anew after the file was moved or replaced. A file that is no
+/// database is moved aside to "*.corrupt-<UTC time>" and a new one begun.
+///
+/// Threads: any; one operation at a time. Errors: one line to the log for each new reason.
+class SQLiteUserDefaults final : public UserDefaults {
+public:
+    /// `inspect` neither makes nor moves any file, for a second process that only looks.
+    enum class Access { readWrite, inspect };
+
+    SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock, const AdapterLog& log);
+    ~SQLiteUserDefaults() override;
+
+    /// Whether the database is open, opening it if need be.
+    bool isAvailable();
+    [[nodiscard]] std::filesystem::path bellFile() const;
+
+    [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override;
+    void write(std::span<const Entry> entries) override;
+    void removeObject(std::string_view key) override;
+    void synchronize() override {}
+
+private:
+    struct Connection;
+
+    /// Runs `operation` on the open connection and answers whether it succeeded; all errors end here.
+    bool perform(const char* what, const std::function<void(Connection&)>& operation) const;
+    /// Leaves no connection when there is nothing to inspect.
+    void ensureOpen() const;
+    void openAsIs() const;
+    void openOrReplace() const;
+    void moveAside() const;
+    void ringBell() const;
+
+    const std::filesystem::path m_file;
+    const Access m_access;
+    const Clock& m_clock;
+    const AdapterLog& m_log;
+    mutable std::mutex m_mutex;
+    mutable std::unique_ptr<Connection> m_connection;
+    mutable ErrorLine m_errorLine;
+};
+
+} // namespace Platform::Linux

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Platform/UnifiedLog.h"
+
+namespace Platform {
+class Clock;
+}
+
+namespace Platform::Linux {
+
+/// Whether private lines show their text.
+enum class PrivateData { redacted, shown };
+
+/// What QUORVANE_LOG_PRIVATE_DATA asks for: shown only when it is "show".
+PrivateData privateDataFromEnvironment();
+
+/// The text of a line as it may be seen.
+std::string_view visibleText(std::string_view line, LogVisibility visibility, PrivateData privateData);
+
+/// The name of a severity in log output: "debug", "info", "warning", "error" or "critical".
+std::string_view severityName(LogType type);
+
+/// Writes each entry as one line to standard error: UTC time, severity, subsystem, category, text. Control
+/// characters in the text are escaped, so that an entry never looks like two.
+class StandardErrorLog final : public UnifiedLog {
+public:
+    StandardErrorLog(const Clock& clock, PrivateData privateData) : m_clock(clock), m_privateData(privateData)
+    {}
+    void write(const LogHandle& handle, LogType type, LogVisibility visibility,
+               std::string_view line) noexcept override;
+
+private:
+    const Clock& m_clock;
+    const PrivateData m_privateData;
+};
+
+} // namespace Platform::Linux

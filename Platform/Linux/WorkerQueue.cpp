@@ -1,0 +1,58 @@
+#include "Platform/Linux/WorkerQueue.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <utility>
+
+namespace Platform::Linux {
+
+namespace {
+constexpr int utilityNiceness = 10;
+}
+
+WorkerQueue::WorkerQueue(const std::string& name, Priority priority)
+    : m_thread([this, name, priority] {
+          ::pthread_setname_np(::pthread_self(), name.c_str());
+          // On Linux the niceness of "process 0" is that of the calling thread alone.
+          if (priority == Priority::utility)
+              ::setpriority(PRIO_PROCESS, 0, utilityNiceness);
+          run();
+      })
+{}
+
+WorkerQueue::~WorkerQueue()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isEnding = true;
+    }
+    m_hasNews.notify_one();
+    m_thread.join();
+}
+
+void WorkerQueue::async(Work work)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_waiting.push_back(std::move(work));
+    }
+    m_hasNews.notify_one();
+}
+
+void WorkerQueue::run()
+{
+    std::unique_lock lock(m_mutex);
+    while (true) {
+        m_hasNews.wait(lock, [this] { return m_isEnding || !m_waiting.empty(); });
+        if (m_isEnding)
+            return;
+        Work work = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        lock.unlock();
+        work();
+        work = nullptr;
+        lock.lock();
+    }
+}
+
+} // namespace Platform::Linux

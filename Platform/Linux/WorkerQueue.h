@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Platform/DispatchQueue.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace Platform::Linux {
+
+/// A queue with a thread of its own. The destructor waits for the item that is running and drops the others.
+class WorkerQueue final : public DispatchQueue {
+public:
+    enum class Priority { utility, default_ };
+
+    /// `name` is seen in process listings; at most 15 bytes.
+    WorkerQueue(const std::string& name, Priority priority);
+    ~WorkerQueue() override;
+    WorkerQueue(const WorkerQueue&) = delete;
+    WorkerQueue& operator=(const WorkerQueue&) = delete;
+
+    void async(Work work) override;
+
+private:
+    void run();
+
+    std::mutex m_mutex;
+    std::condition_variable m_hasNews;
+    std::deque<Work> m_waiting;
+    bool m_isEnding = false;
+    std::thread m_thread;
+};
+
+} // namespace Platform::Linux

@@ -1,0 +1,126 @@
+#include "Platform/PropertyList.h"
+
+#include "Platform/FatalError.h"
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <string_view>
+
+namespace Platform {
+
+namespace {
+
+void appendQuoted(std::string& out, std::string_view text)
+{
+    out += '"';
+    for (const char character : text) {
+        if (character == '"' || character == '\\')
+            out += '\\';
+        out += character;
+    }
+    out += '"';
+}
+
+void appendHexadecimal(std::string& out, const Data& data)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    for (const std::byte byte : data) {
+        out += digits[std::to_integer<std::size_t>(byte >> 4)];
+        out += digits[std::to_integer<std::size_t>(byte & std::byte{0x0f})];
+    }
+}
+
+void appendDescription(std::string& out, const PropertyList& value);
+
+void appendElement(std::string& out, const PropertyList& value)
+{
+    if (const auto* text = value.text())
+        appendQuoted(out, *text);
+    else
+        appendDescription(out, value);
+}
+
+void appendDescription(std::string& out, const PropertyList& value)
+{
+    if (const auto* text = value.text()) {
+        out += *text;
+    } else if (value.isNumber()) {
+        out += value.numberText();
+    } else if (const auto* date = value.date()) {
+        std::array<char, 32> seconds{};
+        const auto written = std::to_chars(seconds.begin(), seconds.end(), date->secondsSinceReferenceDate);
+        out.append("<date ").append(seconds.data(), written.ptr).append(">");
+    } else if (const auto* data = value.data()) {
+        out += "<data ";
+        appendHexadecimal(out, *data);
+        out += '>';
+    } else if (const auto* array = value.array()) {
+        out += '[';
+        for (const char* separator = ""; const PropertyList& element : *array) {
+            out += std::exchange(separator, ", ");
+            appendElement(out, element);
+        }
+        out += ']';
+    } else if (const auto* dictionary = value.dictionary()) {
+        out += '{';
+        for (const char* separator = ""; const auto& [key, element] : *dictionary) {
+            out += std::exchange(separator, ", ");
+            appendQuoted(out, key);
+            out += ": ";
+            appendElement(out, element);
+        }
+        out += '}';
+    } else {
+        out += "<null>";
+    }
+}
+
+} // namespace
+
+bool PropertyList::isNumber() const
+{
+    return integer() != nullptr || largeInteger() != nullptr || real() != nullptr || boolean() != nullptr;
+}
+
+const char* PropertyList::typeName() const
+{
+    constexpr std::array names{"null",    "text", "integer", "integer", "real",
+                               "boolean", "date", "data",    "array",   "dictionary"};
+    static_assert(names.size() == std::variant_size_v<decltype(m_value)>);
+    return names.at(m_value.index());
+}
+
+std::string PropertyList::numberText() const
+{
+    if (const auto* value = integer())
+        return std::to_string(*value);
+    if (const auto* value = largeInteger())
+        return std::to_string(*value);
+    if (const auto* value = boolean())
+        return *value ? "1" : "0";
+    if (const auto* value = real()) {
+        std::array<char, 32> text{};
+        const int length = std::snprintf(text.data(), text.size(), "%.16g", *value);
+        return {text.data(), static_cast<std::size_t>(length)};
+    }
+    fatalError("PropertyList::numberText() was asked of a value that is no number");
+}
+
+std::string PropertyList::description() const
+{
+    std::string out;
+    appendDescription(out, *this);
+    return out;
+}
+
+bool operator==(const PropertyList& left, const PropertyList& right)
+{
+    if (const auto* array = left.array())
+        return right.array() != nullptr && *array == *right.array();
+    if (const auto* dictionary = left.dictionary())
+        return right.dictionary() != nullptr && *dictionary == *right.dictionary();
+    return left.m_value == right.m_value;
+}
+
+} // namespace Platform

@@ -1,0 +1,254 @@
+#pragma once
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/FatalError.h"
+
+#include <atomic>
+#include <coroutine>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <variant>
+
+namespace Platform {
+
+template <typename T>
+class Task;
+
+namespace Detail {
+
+/// What the promises of all tasks share: who waits, and how control goes back to it.
+struct TaskPromiseBase {
+    struct FinalAwaiter {
+        [[nodiscard]] bool await_ready() const noexcept { return false; }
+        template <typename Promise>
+        [[nodiscard]] std::coroutine_handle<>
+        await_suspend(std::coroutine_handle<Promise> finished) const noexcept
+        {
+            return finished.promise().continuation;
+        }
+        void await_resume() const noexcept {}
+    };
+
+    [[nodiscard]] std::suspend_always initial_suspend() const noexcept { return {}; }
+    [[nodiscard]] FinalAwaiter final_suspend() const noexcept { return {}; }
+
+    std::coroutine_handle<> continuation = std::noop_coroutine();
+};
+
+template <typename T>
+struct TaskPromise : TaskPromiseBase {
+    Task<T> get_return_object();
+    template <typename Value>
+    void return_value(Value&& value)
+    {
+        result.template emplace<1>(std::forward<Value>(value));
+    }
+    void unhandled_exception() { result.template emplace<2>(std::current_exception()); }
+    T take()
+    {
+        if (auto* error = std::get_if<2>(&result))
+            std::rethrow_exception(*error);
+        return std::move(std::get<1>(result));
+    }
+
+    std::variant<std::monostate, T, std::exception_ptr> result;
+};
+
+template <>
+struct TaskPromise<void> : TaskPromiseBase {
+    Task<void> get_return_object();
+    void return_void() const {}
+    void unhandled_exception() { error = std::current_exception(); }
+    void take() const
+    {
+        if (error)
+            std::rethrow_exception(error);
+    }
+
+    std::exception_ptr error;
+};
+
+} // namespace Detail
+
+/// An asynchronous computation of a `T`, as a coroutine. It starts when it is awaited or spawned, runs on
+/// whichever thread resumes it, and hands its value or its exception to the one who awaits it.
+///
+/// Ownership: the task owns its frame. Destroying a task that has not finished ends it at the point where it
+/// is suspended; whoever was to resume it must have been told.
+///
+/// g++ 12 destroys temporaries of a `co_await` expression too early or twice: name the operands first.
+///
+///     Task<int> answer(Port& port) {
+///         auto request = port.ask();
+///         const int half = co_await std::move(request);
+///         co_return 2 * half;
+///     }
+template <typename T>
+class [[nodiscard]] Task {
+public:
+    using promise_type = Detail::TaskPromise<T>;
+
+    Task(Task&& other) noexcept : m_frame(std::exchange(other.m_frame, nullptr)) {}
+    Task& operator=(Task&& other) noexcept
+    {
+        std::swap(m_frame, other.m_frame);
+        return *this;
+    }
+    ~Task()
+    {
+        if (m_frame)
+            m_frame.destroy();
+    }
+
+    auto operator co_await() && noexcept
+    {
+        struct Awaiter {
+            std::coroutine_handle<promise_type> frame;
+            [[nodiscard]] bool await_ready() const noexcept { return false; }
+            [[nodiscard]] std::coroutine_handle<>
+            await_suspend(std::coroutine_handle<> awaiting) const noexcept
+            {
+                frame.promise().continuation = awaiting;
+                return frame;
+            }
+            [[nodiscard]] T await_resume() const { return frame.promise().take(); }
+        };
+        return Awaiter{m_frame};
+    }
+
+private:
+    friend promise_type;
+    explicit Task(std::coroutine_handle<promise_type> frame) : m_frame(frame) {}
+
+    std::coroutine_handle<promise_type> m_frame;
+};
+
+template <typename T>
+Task<T> Detail::TaskPromise<T>::get_return_object()
+{
+    return Task<T>(std::coroutine_handle<TaskPromise<T>>::from_promise(*this));
+}
+
+inline Task<void> Detail::TaskPromise<void>::get_return_object()
+{
+    return Task<void>(std::coroutine_handle<TaskPromise<void>>::from_promise(*this));
+}
+
+/// Awaited, it goes on as an item of `queue`.
+inline auto resumeOn(DispatchQueue& queue)
+{
+    struct Awaiter {
+        DispatchQueue& queue;
+        [[nodiscard]] bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> awaiting) const
+        {
+            queue.async([awaiting] { awaiting.resume(); });
+        }
+        void await_resume() const noexcept {}
+    };
+    return Awaiter{queue};
+}
+
+namespace Detail {
+
+/// A coroutine nobody awaits; its frame frees itself.
+struct Detached {
+    struct promise_type {
+        [[nodiscard]] Detached get_return_object() const noexcept { return {}; }
+        [[nodiscard]] std::suspend_never initial_suspend() const noexcept { return {}; }
+        [[nodiscard]] std::suspend_never final_suspend() const noexcept { return {}; }
+        void return_void() const noexcept {}
+        void unhandled_exception() const noexcept { fatalError("an exception left a spawned task"); }
+    };
+};
+
+inline Detached runDetached(DispatchQueue& queue, Task<void> task)
+{
+    auto onQueue = resumeOn(queue);
+    co_await onQueue;
+    co_await std::move(task);
+}
+
+} // namespace Detail
+
+/// Starts `task` on `queue` and lets it run by itself. It must catch what it throws.
+inline void spawn(DispatchQueue& queue, Task<void> task)
+{
+    Detail::runDetached(queue, std::move(task));
+}
+
+/// The far end of a `Suspension`: resumes the suspended coroutine, exactly once, from any thread. Copies are
+/// one.
+template <typename T>
+class Continuation {
+public:
+    void resume(T value) const { finish(std::move(value)); }
+    void resume(std::exception_ptr error) const { finish(std::move(error)); }
+
+private:
+    template <typename>
+    friend class Suspension;
+
+    struct State {
+        enum class Stage { pending, suspended, resumed };
+        std::atomic<bool> isUsed = false;
+        std::atomic<Stage> stage = Stage::pending;
+        std::coroutine_handle<> awaiting;
+        std::variant<std::monostate, T, std::exception_ptr> result;
+    };
+
+    template <typename Result>
+    void finish(Result result) const
+    {
+        if (m_state->isUsed.exchange(true))
+            fatalError("a continuation was resumed twice");
+        m_state->result = std::move(result);
+        if (m_state->stage.exchange(State::Stage::resumed) == State::Stage::suspended)
+            m_state->awaiting.resume();
+    }
+
+    std::shared_ptr<State> m_state = std::make_shared<State>();
+};
+
+/// Turns a platform callback into something to await: `start` gets the continuation, passes it on, and the
+/// coroutine sleeps until it is resumed. A resumption inside `start` is allowed.
+///
+///     Suspension<Settings> settings([&](auto continuation) {
+///         center.getSettings([=](Settings value) { continuation.resume(value); });
+///     });
+///     const Settings value = co_await settings;
+template <typename T>
+class [[nodiscard]] Suspension {
+public:
+    using Start = std::function<void(Continuation<T>)>;
+
+    explicit Suspension(Start start) : m_start(std::move(start)) {}
+
+    [[nodiscard]] bool await_ready() const noexcept { return false; }
+    bool await_suspend(std::coroutine_handle<> awaiting)
+    {
+        // The coroutine may be resumed, and this object with it destroyed, before `start` returns.
+        const auto state = m_continuation.m_state;
+        state->awaiting = awaiting;
+        const Start start = std::move(m_start);
+        start(m_continuation);
+        using Stage = typename Continuation<T>::State::Stage;
+        return state->stage.exchange(Stage::suspended) != Stage::resumed;
+    }
+    T await_resume()
+    {
+        auto& result = m_continuation.m_state->result;
+        if (auto* error = std::get_if<2>(&result))
+            std::rethrow_exception(*error);
+        return std::move(std::get<1>(result));
+    }
+
+private:
+    Start m_start;
+    Continuation<T> m_continuation;
+};
+
+} // namespace Platform

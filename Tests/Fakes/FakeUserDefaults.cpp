@@ -1,0 +1,60 @@
+#include "Tests/Fakes/FakeUserDefaults.h"
+
+#include "Platform/DispatchQueue.h"
+
+#include <utility>
+
+using Platform::PropertyList;
+using Platform::UserDefaults;
+
+std::optional<PropertyList> FakeUserDefaults::object(std::string_view key) const
+{
+    const auto found = values.find(key);
+    return found != values.end() ? std::optional(found->second) : std::nullopt;
+}
+
+void FakeUserDefaults::write(std::span<const Entry> entries)
+{
+    for (const Entry& entry : entries) {
+        if (entry.key != managedConfigurationKey)
+            values.insert_or_assign(std::string(entry.key), entry.value);
+    }
+    ++commitCount;
+    const auto notify = onChange; // It may replace itself.
+    notify();
+}
+
+void FakeUserDefaults::removeObject(std::string_view key)
+{
+    if (const auto found = values.find(key); found != values.end() && key != managedConfigurationKey)
+        values.erase(found);
+    onChange();
+}
+
+FakeUserDefaultsDomains::FakeUserDefaultsDomains(Platform::NotificationCenter& center,
+                                                 Platform::DispatchQueue& mainQueue)
+{
+    m_standard.onChange = [this, &center, &mainQueue] {
+        mainQueue.async([this, &center] {
+            center.post({std::string(UserDefaults::didChangeNotification), &m_standard, {}});
+        });
+    };
+}
+
+UserDefaults* FakeUserDefaultsDomains::suite(std::string_view name)
+{
+    return areSuitesAvailable ? &fakeSuite(name) : nullptr;
+}
+
+FakeUserDefaults& FakeUserDefaultsDomains::fakeSuite(std::string_view name)
+{
+    return m_suites[std::string(name)];
+}
+
+void FakeUserDefaultsDomains::deliver(std::optional<PropertyList> managed)
+{
+    m_standard.values.erase(std::string(UserDefaults::managedConfigurationKey));
+    if (managed)
+        m_standard.values.emplace(UserDefaults::managedConfigurationKey, *std::move(managed));
+    m_standard.onChange();
+}

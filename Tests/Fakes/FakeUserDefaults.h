@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Platform/NotificationCenter.h"
+#include "Platform/UserDefaults.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Platform {
+class DispatchQueue;
+}
+
+/// A defaults domain in memory.
+class FakeUserDefaults final : public Platform::UserDefaults {
+public:
+    [[nodiscard]] std::optional<Platform::PropertyList> object(std::string_view key) const override;
+    void write(std::span<const Entry> entries) override;
+    void removeObject(std::string_view key) override;
+    void synchronize() override {}
+
+    /// How often something was written.
+    int commitCount = 0;
+    std::map<std::string, Platform::PropertyList, std::less<>> values;
+    std::function<void()> onChange = [] {};
+};
+
+/// The domains in memory, with a standard one that announces its changes.
+class FakeUserDefaultsDomains final : public Platform::UserDefaultsDomains {
+public:
+    FakeUserDefaultsDomains(Platform::NotificationCenter& center, Platform::DispatchQueue& mainQueue);
+
+    Platform::UserDefaults& standard() override { return m_standard; }
+    Platform::UserDefaults* suite(std::string_view name) override;
+    FakeUserDefaults& fakeSuite(std::string_view name);
+
+    /// What device management does: replaces the managed dictionary, or takes it away.
+    void deliver(std::optional<Platform::PropertyList> managed);
+
+    bool areSuitesAvailable = true;
+
+private:
+    FakeUserDefaults m_standard;
+    std::map<std::string, FakeUserDefaults, std::less<>> m_suites;
+};

@@ -1,0 +1,61 @@
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <algorithm>
+#include <utility>
+
+class ManualScheduler::ManualTimer final : public Platform::Timer {
+public:
+    explicit ManualTimer(std::shared_ptr<bool> isWanted) : m_isWanted(std::move(isWanted)) {}
+    void invalidate() override { m_isWanted.reset(); }
+
+private:
+    std::shared_ptr<bool> m_isWanted;
+};
+
+bool ManualScheduler::Queue::runNext()
+{
+    if (m_waiting.empty())
+        return false;
+    const Work work = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    work();
+    return true;
+}
+
+Platform::Date ManualScheduler::now() const
+{
+    return {std::chrono::duration<double>(m_elapsed).count()};
+}
+
+std::unique_ptr<Platform::Timer> ManualScheduler::scheduledTimer(std::chrono::milliseconds interval,
+                                                                 Block block)
+{
+    auto isWanted = std::make_shared<bool>(true);
+    m_pending.push_back({m_elapsed + interval, std::move(block), isWanted});
+    return std::make_unique<ManualTimer>(std::move(isWanted));
+}
+
+void ManualScheduler::runUntilIdle()
+{
+    while (mainQueue.runNext() || utilityQueue.runNext()) {
+    }
+}
+
+void ManualScheduler::advance(std::chrono::milliseconds duration)
+{
+    const auto end = m_elapsed + duration;
+    runUntilIdle();
+    while (true) {
+        const auto next = std::min_element(m_pending.begin(), m_pending.end(),
+                                           [](const Pending& a, const Pending& b) { return a.due < b.due; });
+        if (next == m_pending.end() || next->due > end)
+            break;
+        const Pending fired = std::move(*next);
+        m_pending.erase(next);
+        m_elapsed = fired.due;
+        if (!fired.isWanted.expired())
+            fired.block();
+        runUntilIdle();
+    }
+    m_elapsed = end;
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Platform/UnifiedLog.h"
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Remembers every entry of the log.
+class RecordingUnifiedLog final : public Platform::UnifiedLog {
+public:
+    struct Entry {
+        std::string subsystem;
+        std::string category;
+        Platform::LogType type;
+        Platform::LogVisibility visibility;
+        std::string line;
+    };
+
+    void write(const Platform::LogHandle& handle, Platform::LogType type, Platform::LogVisibility visibility,
+               std::string_view line) noexcept override
+    {
+        const std::lock_guard lock(m_mutex);
+        m_entries.push_back({handle.subsystem, handle.category, type, visibility, std::string(line)});
+    }
+
+    /// The entries since the last call.
+    std::vector<Entry> takeEntries()
+    {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_entries, {});
+    }
+    /// The texts of the entries since the last call.
+    std::vector<std::string> takeLines()
+    {
+        std::vector<std::string> lines;
+        for (Entry& entry : takeEntries())
+            lines.push_back(std::move(entry.line));
+        return lines;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<Entry> m_entries;
+};

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+/// A folder of this test alone, removed with all it holds at the end.
+class TemporaryFolder {
+public:
+    TemporaryFolder()
+    {
+        std::string pattern = std::filesystem::temp_directory_path() / "quorvane-test.XXXXXX";
+        if (::mkdtemp(pattern.data()) == nullptr)
+            throw std::runtime_error("cannot make " + pattern);
+        m_path = pattern;
+    }
+    ~TemporaryFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    [[nodiscard]] std::filesystem::path path(std::string_view name = {}) const { return m_path / name; }
+
+    /// Writes the file anew, in place, with the folders above it.
+    void write(std::string_view name, std::string_view content) const
+    {
+        std::filesystem::create_directories(path(name).parent_path());
+        std::ofstream(path(name), std::ios::binary) << content;
+    }
+    /// Writes the file beside its place and moves it there.
+    void replace(std::string_view name, std::string_view content) const
+    {
+        write(std::string(name).append(".new"), content);
+        std::filesystem::rename(path(std::string(name).append(".new")), path(name));
+    }
+    [[nodiscard]] std::string read(std::string_view name) const
+    {
+        std::ifstream stream(path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+private:
+    std::filesystem::path m_path;
+};

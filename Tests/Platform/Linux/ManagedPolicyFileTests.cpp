@@ -1,0 +1,203 @@
+#include "Platform/Linux/ManagedPolicyFile.h"
+
+#include "Platform/Linux/FileSystemWatcher.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <sys/stat.h>
+
+using namespace Platform;
+using namespace Platform::Linux;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// A policy file that is followed in a folder of its own.
+class ManagedPolicyFileTest : public testing::Test {
+protected:
+    /// Waits until `isTrue`, asking again after each change that is noticed.
+    bool eventually(const std::function<bool()>& isTrue)
+    {
+        std::unique_lock lock(m_mutex);
+        return m_hasNews.wait_for(lock, std::chrono::seconds(10), isTrue);
+    }
+    /// Does `change` and waits for the expected dictionary: a change that goes unnoticed never gets there.
+    testing::AssertionResult follows(const std::function<void()>& change,
+                                     const std::optional<PropertyList>& expected)
+    {
+        change();
+        if (eventually([&] { return policy.dictionary() == expected; }))
+            return testing::AssertionSuccess();
+        const auto found = policy.dictionary();
+        return testing::AssertionFailure() << "found " << (found ? found->description() : "none");
+    }
+    void watch()
+    {
+        policy.watch(watcher, [this] {
+            const std::lock_guard lock(m_mutex);
+            m_hasNews.notify_all();
+        });
+    }
+    static std::optional<PropertyList> dictionary(std::int64_t value)
+    {
+        return PropertyList(PropertyList::Dictionary{{"a", value}});
+    }
+    static std::string json(int value) { return R"({"a": )" + std::to_string(value) + "}"; }
+
+    TemporaryFolder folder;
+    RecordingUnifiedLog log;
+    AdapterLog adapterLog{log, "test"};
+    ManagedPolicyFile policy{
+        {folder.path("etc/quorvane/managed.plist"), folder.path("etc/quorvane/managed.json")}, adapterLog};
+    std::mutex m_mutex;
+    std::condition_variable m_hasNews;
+    FileSystemWatcher watcher;
+};
+
+TEST_F(ManagedPolicyFileTest, FollowsEveryWayInWhichAFileMayChange)
+{
+    watch();
+    const fs::path file = folder.path("etc/quorvane/managed.json");
+    EXPECT_EQ(policy.dictionary(), std::nullopt);
+    EXPECT_TRUE(follows([&] { folder.write("etc/quorvane/managed.json", json(1)); }, dictionary(1)))
+        << "folders created later";
+    EXPECT_TRUE(follows([&] { folder.write("etc/quorvane/managed.json", json(2)); }, dictionary(2)))
+        << "in place";
+    EXPECT_TRUE(follows([&] { folder.replace("etc/quorvane/managed.json", json(3)); }, dictionary(3)))
+        << "renamed";
+    EXPECT_TRUE(follows([&] { fs::remove(file); }, std::nullopt)) << "deleted";
+    EXPECT_TRUE(follows(
+        [&] {
+            folder.write("other/first.json", json(4));
+            fs::create_symlink(folder.path("other/first.json"), file);
+        },
+        dictionary(4)))
+        << "link made";
+    EXPECT_TRUE(follows([&] { folder.write("other/first.json", json(5)); }, dictionary(5)))
+        << "behind the link";
+    EXPECT_TRUE(follows(
+        [&] {
+            folder.write("other/second.json", json(6));
+            fs::create_symlink("../../other/second.json", folder.path("link"));
+            fs::rename(folder.path("link"), file);
+        },
+        dictionary(6)))
+        << "link swapped";
+    EXPECT_TRUE(follows([&] { ::chmod(folder.path("other/second.json").c_str(), 0666); }, std::nullopt))
+        << "no longer to be believed";
+    EXPECT_TRUE(follows([&] { ::chmod(folder.path("other/second.json").c_str(), 0600); }, dictionary(6)));
+    EXPECT_TRUE(follows([&] { fs::rename(folder.path("etc"), folder.path("gone")); }, std::nullopt))
+        << "folder moved away";
+    EXPECT_TRUE(follows([&] { folder.write("etc/quorvane/managed.json", json(7)); }, dictionary(7)))
+        << "folder made again";
+    EXPECT_TRUE(follows(
+        [&] {
+            folder.write("new/quorvane/managed.json", json(8));
+            fs::rename(folder.path("etc"), folder.path("old"));
+            fs::create_directory_symlink("new", folder.path("etc"));
+        },
+        dictionary(8)))
+        << "folder replaced by a link";
+    EXPECT_TRUE(follows(
+        [&] {
+            folder.write("etc/quorvane/managed.plist",
+                         "<plist><dict><key>a</key><integer>9</integer></dict></plist>");
+        },
+        dictionary(9)))
+        << "the property list wins";
+    EXPECT_TRUE(follows([&] { fs::remove(folder.path("etc/quorvane/managed.plist")); }, dictionary(8)));
+}
+
+TEST_F(ManagedPolicyFileTest, BadFileLeavesTheLastGoodOneInForceAndSaysWhyOnce)
+{
+    watch();
+    folder.write("etc/quorvane/managed.json", json(1));
+    ASSERT_EQ(policy.dictionary(), dictionary(1));
+    struct Case {
+        const char* name;
+        std::string content;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"half-written", R"({"a": 1)", "managed.json:1:"},
+        {"array", "[1]", "neither"},
+        {"garbage", std::string(10 << 20, '\x01'), "neither"},
+        {"huge", std::string(17 << 20, '{'), "16 MiB"},
+        {"empty", "", "empty"},
+        {"key twice", "{\"a\":1,\n\"a\":2}", "managed.json:2:1:"},
+        {"plist that is an array", "<plist><array/></plist>",
+         "holds one array where a dictionary is expected"},
+    };
+    log.takeLines();
+    for (const Case& row : cases) {
+        folder.replace("etc/quorvane/managed.json", row.content);
+        std::vector<std::string> lines;
+        EXPECT_TRUE(eventually([&] {
+            EXPECT_EQ(policy.dictionary(), dictionary(1)) << row.name;
+            lines = log.takeLines();
+            return !lines.empty();
+        })) << row.name;
+        EXPECT_THAT(lines,
+                    ElementsAre(AllOf(HasSubstr(row.reason), HasSubstr("the last good one stays in force"))))
+            << row.name;
+        static_cast<void>(policy.dictionary());
+        EXPECT_TRUE(log.takeLines().empty()) << row.name;
+    }
+    EXPECT_TRUE(follows([&] { folder.replace("etc/quorvane/managed.json", json(2)); }, dictionary(2)));
+}
+
+TEST_F(ManagedPolicyFileTest, FileThatOthersCouldHaveWrittenCountsAsMissing)
+{
+    struct Case {
+        const char* name;
+        const char* path;
+        mode_t bad;
+        mode_t good;
+        bool isBelieved;
+    };
+    const Case cases[] = {
+        {"file for all", "etc/quorvane/managed.json", 0602, 0600, false},
+        {"file for the group", "etc/quorvane/managed.json", 0620, 0600, false},
+        {"readable is fine", "etc/quorvane/managed.json", 0644, 0600, true},
+        {"its folder", "etc/quorvane", 0777, 0755, false},
+        {"a folder above", "etc", 0757, 0755, false},
+        {"sticky folder", "etc", 01777, 0755, true},
+    };
+    folder.write("etc/quorvane/managed.json", json(1));
+    for (const Case& row : cases) {
+        ::chmod(folder.path(row.path).c_str(), row.bad);
+        RecordingUnifiedLog ownLog;
+        AdapterLog own{ownLog, "test"};
+        ManagedPolicyFile fresh({folder.path("etc/quorvane/managed.json")}, own);
+        EXPECT_EQ(fresh.dictionary().has_value(), row.isBelieved) << row.name;
+        EXPECT_EQ(ownLog.takeLines().size(), row.isBelieved ? 0U : 1U) << row.name;
+        ::chmod(folder.path(row.path).c_str(), row.good);
+    }
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown(folder.path("etc").c_str(), 12345, 0), 0);
+        EXPECT_EQ(policy.dictionary(), std::nullopt);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("belongs to user 12345")));
+    }
+}
+
+TEST_F(ManagedPolicyFileTest, ThingsThatAreNoFileAreRefused)
+{
+    fs::create_directories(folder.path("etc/quorvane/managed.json"));
+    EXPECT_EQ(policy.dictionary(), std::nullopt);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("is not a regular file")));
+    ManagedPolicyFile pipe({folder.path("pipe")}, adapterLog);
+    ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(pipe.dictionary(), std::nullopt);
+    ManagedPolicyFile loop({folder.path("loop")}, adapterLog);
+    fs::create_symlink("loop", folder.path("loop"));
+    EXPECT_EQ(loop.dictionary(), std::nullopt);
+}
+
+} // namespace

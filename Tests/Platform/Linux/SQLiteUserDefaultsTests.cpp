@@ -1,0 +1,171 @@
+#include "Platform/Linux/SQLiteUserDefaults.h"
+
+#include "Platform/Linux/SystemClock.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Platform;
+using namespace Platform::Linux;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Access = SQLiteUserDefaults::Access;
+
+namespace {
+
+class SQLiteUserDefaultsTest : public testing::Test {
+protected:
+    std::unique_ptr<SQLiteUserDefaults> open(Access access = Access::readWrite)
+    {
+        return std::make_unique<SQLiteUserDefaults>(file, access, clock, adapterLog);
+    }
+    [[nodiscard]] std::vector<std::string> filesNamedCorrupt() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(file.parent_path())) {
+            if (entry.path().string().find(".corrupt-") != std::string::npos)
+                names.push_back(entry.path().string());
+        }
+        return names;
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path file = folder.path("deep/state/domain.sqlite");
+    SystemClock clock;
+    RecordingUnifiedLog log;
+    AdapterLog adapterLog{log, "test"};
+};
+
+TEST_F(SQLiteUserDefaultsTest, FilesAreTheUsersAloneAndReadableWithPlainSQL)
+{
+    const auto defaults = open();
+    defaults->set("a", "text");
+    defaults->set("b", true);
+    defaults->set("c", Date{1.5});
+    for (const char* name : {"", "-wal", "-shm"}) {
+        struct stat status {};
+        ASSERT_EQ(::stat((file.string() + name).c_str(), &status), 0) << name;
+        EXPECT_EQ(status.st_mode & 0777, 0600U) << name;
+    }
+    struct stat status {};
+    ::stat(file.parent_path().c_str(), &status);
+    EXPECT_EQ(status.st_mode & 0777, 0700U);
+
+    const SQLite::Database second(file.string(), SQLite::OPEN_READONLY);
+    SQLite::Statement all(second, "SELECT group_concat(key || ' ' || type || ' ' || value) FROM defaults");
+    all.executeStep();
+    EXPECT_EQ(all.getColumn(0).getString(), "a text text,b boolean 1,c date 1.5");
+}
+
+TEST_F(SQLiteUserDefaultsTest, RowsNotWrittenByTheRulesCountAsMissing)
+{
+    const auto defaults = open();
+    defaults->set("k", 1);
+    SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
+    for (const char* row :
+         {"'text', 5", "'integer', 'five'", "'data', 'text'", "'plist', x'00'", "'unknown', 5"}) {
+        second.exec(std::string("REPLACE INTO defaults VALUES('k', ") + row + ")");
+        EXPECT_EQ(defaults->object("k"), std::nullopt) << row;
+    }
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
+{
+    open()->set("k", std::string(20'000, 'x'));
+    const std::string good = folder.read("deep/state/domain.sqlite");
+    ASSERT_GT(good.size(), 12'000U);
+    const std::string contents[] = {"not a database, but long enough to be looked at " +
+                                        std::string(1000, '.'),
+                                    good.substr(0, 8192), good.substr(0, 100)};
+    std::size_t movedAside = 0;
+    for (const std::string& content : contents) {
+        folder.write("deep/state/domain.sqlite", content);
+        const auto defaults = open();
+        EXPECT_EQ(defaults->object("k"), std::nullopt);
+        defaults->set("k", 1);
+        EXPECT_EQ(defaults->integer("k"), 1);
+        EXPECT_EQ(filesNamedCorrupt().size(), ++movedAside);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr(file.string() + " is damaged: moved aside to ")));
+    }
+}
+
+TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsOpenedAnew)
+{
+    const auto defaults = open();
+    defaults->set("k", 1);
+    std::filesystem::remove_all(file.parent_path());
+    EXPECT_EQ(defaults->object("k"), std::nullopt);
+    defaults->set("k", 2);
+    EXPECT_EQ(open()->integer("k"), 2);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItWas)
+{
+    const auto defaults = open();
+    defaults->set("k", 1);
+    {
+        // The second of two rows is refused in the middle of the commit.
+        SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
+        second.exec("CREATE TRIGGER full BEFORE INSERT ON defaults WHEN new.key = 'second' "
+                    "BEGIN SELECT RAISE(ABORT, 'database or disk is full'); END");
+    }
+    const std::array<UserDefaults::Entry, 2> entries{{{"k", 2}, {"second", 2}}};
+    defaults->write(entries);
+    EXPECT_EQ(defaults->integer("k"), 1) << "all or none";
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string() + ": ")));
+}
+
+TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
+{
+    EXPECT_FALSE(open(Access::inspect)->isAvailable());
+    EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
+    EXPECT_TRUE(log.takeLines().empty());
+
+    open()->set("k", 1);
+    EXPECT_EQ(open(Access::inspect)->integer("k"), 1);
+    folder.write("deep/state/domain.sqlite", "no database" + std::string(1000, '.'));
+    EXPECT_EQ(open(Access::inspect)->object("k"), std::nullopt);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("file is not a database")));
+    EXPECT_TRUE(filesNamedCorrupt().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
+{
+    const auto reader = open();
+    reader->set("first", 0);
+    constexpr int rounds = 20;
+    for (int round = 0; round < rounds; ++round) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const auto writer = open();
+            for (int i = 0;; ++i) {
+                const std::array<UserDefaults::Entry, 2> entries{
+                    {{"first", i}, {"second", std::string(static_cast<std::size_t>(i % 7) * 1000, 'x')}}};
+                writer->write(entries);
+            }
+        }
+        const std::int64_t before = reader->integer("first");
+        // Killed at a moment that differs from round to round, once it has begun to write.
+        for (int spin = 0; spin < 50 * (round + 1) && reader->integer("first") <= before + round; ++spin) {
+        }
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        const auto first = static_cast<std::size_t>(reader->integer("first"));
+        const auto second = reader->text("second").value_or("");
+        EXPECT_EQ(second.size(), first % 7 * 1000) << "round " << round;
+        reader->set("after", round);
+        EXPECT_EQ(open()->integer("after"), round);
+    }
+    EXPECT_THAT(log.takeLines(), ElementsAre());
+}
+
+} // namespace

@@ -1,0 +1,44 @@
+#include "Platform/Linux/StandardErrorLog.h"
+
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <gtest/gtest.h>
+
+using namespace Platform;
+using namespace Platform::Linux;
+
+namespace {
+
+TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
+{
+    struct Case {
+        PrivateData privateData;
+        LogType type;
+        LogVisibility visibility;
+        const char* text;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {PrivateData::redacted, LogType::info, LogVisibility::private_, "secret",
+         "2001-01-01T00:00:01.500Z info com.quorvane.mdm general <private>\n"},
+        {PrivateData::shown, LogType::default_, LogVisibility::private_, "secret",
+         "2001-01-01T00:00:01.500Z warning com.quorvane.mdm general secret\n"},
+        {PrivateData::redacted, LogType::fault, LogVisibility::public_, "two\nlines\t\x1b[31m\r\x7f \u00e4",
+         "2001-01-01T00:00:01.500Z critical com.quorvane.mdm general two\\nlines\t\\x1b[31m\\r\\x7f "
+         "\u00e4\n"},
+        {PrivateData::redacted, LogType::debug, LogVisibility::public_, "",
+         "2001-01-01T00:00:01.500Z debug com.quorvane.mdm general \n"},
+        {PrivateData::redacted, LogType::error, LogVisibility::public_, "e",
+         "2001-01-01T00:00:01.500Z error com.quorvane.mdm general e\n"},
+    };
+    ManualScheduler scheduler;
+    scheduler.advance(std::chrono::milliseconds(1500));
+    for (const Case& row : cases) {
+        StandardErrorLog log(scheduler, row.privateData);
+        testing::internal::CaptureStderr();
+        log.write({"com.quorvane.mdm", "general"}, row.type, row.visibility, row.text);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.expected);
+    }
+}
+
+} // namespace

@@ -1,0 +1,75 @@
+#include "Platform/PropertyList.h"
+
+#include "Platform/Date.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using Platform::Data;
+using Platform::Date;
+using Platform::PropertyList;
+
+namespace {
+
+TEST(PropertyListTest, DescriptionIsDeterministicAndTellsContainersApart)
+{
+    struct Case {
+        PropertyList value;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {"a \"text\"", "a \"text\""},
+        {PropertyList(), "<null>"},
+        {42, "42"},
+        {std::numeric_limits<std::uint64_t>::max(), "18446744073709551615"},
+        {std::numeric_limits<std::int64_t>::min(), "-9223372036854775808"},
+        {8.7, "8.699999999999999"},
+        {-0.0, "-0"},
+        {1e16, "1e+16"},
+        {std::numeric_limits<double>::infinity(), "inf"},
+        {true, "1"},
+        {Date{0.5}, "<date 0.5>"},
+        {Data{std::byte{0x00}, std::byte{0xab}}, "<data 00ab>"},
+        {PropertyList::Array{}, "[]"},
+        {PropertyList::Array{"a\", \"b", 1, PropertyList::Array{"c"}}, R"(["a\", \"b", 1, ["c"]])"},
+        {PropertyList::Dictionary{{"b", false}, {"a", "x"}}, R"({"a": "x", "b": 0})"},
+    };
+    for (const auto& [value, expected] : cases)
+        EXPECT_EQ(value.description(), expected);
+}
+
+TEST(PropertyListTest, EqualityIsByTypeAndContent)
+{
+    const PropertyList array{PropertyList::Array{1, "a"}};
+    EXPECT_EQ(array, PropertyList(PropertyList::Array{1, "a"}));
+    EXPECT_NE(array, PropertyList(PropertyList::Array{true, "a"}));
+    EXPECT_NE(PropertyList(1), PropertyList(1.0));
+    EXPECT_NE(PropertyList("1"), PropertyList(1));
+    EXPECT_EQ(PropertyList(std::uint64_t{7}), PropertyList(7));
+    EXPECT_NE(PropertyList(PropertyList::Dictionary{}), PropertyList(PropertyList::Array{}));
+}
+
+TEST(DateTest, WritesUtcAndSurvivesAnyNumber)
+{
+    struct Case {
+        double seconds;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {0, "2001-01-01T00:00:00.000Z"},
+        {785'000'000.25, "2025-11-16T15:33:20.250Z"},
+        {-0.001, "2000-12-31T23:59:59.999Z"},
+        {-978'307'200, "1970-01-01T00:00:00.000Z"},
+        {252'423'993'599, "9999-12-31T23:59:59.000Z"},
+        {252'423'993'600, "252423993600"},
+        {1e300, "1e+300"},
+    };
+    for (const auto& [seconds, expected] : cases)
+        EXPECT_EQ(Date{seconds}.utcText(), expected);
+    EXPECT_EQ(Date{std::numeric_limits<double>::quiet_NaN()}.utcText(), "nan");
+    EXPECT_EQ(Date::fromSystemTime(std::chrono::system_clock::time_point{}).secondsSinceReferenceDate,
+              -978'307'200);
+}
+
+} // namespace

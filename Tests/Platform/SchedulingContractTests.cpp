@@ -1,0 +1,133 @@
+#include "Platform/Desktop/QtRunLoop.h"
+#include "Platform/Linux/WorkerQueue.h"
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace Platform;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// One way to run a queue and timers; `settle` lets everything scheduled, timers within a second included,
+/// happen.
+struct Harness {
+    const char* name;
+    std::function<void(
+        const std::function<void(DispatchQueue&, TimerScheduler*, const std::function<void()>& settle)>&)>
+        run;
+};
+
+const Harness harnesses[] = {
+    {"Manual",
+     [](const auto& body) {
+         ManualScheduler scheduler;
+         body(scheduler.mainQueue, &scheduler, [&] { scheduler.advance(1s); });
+     }},
+    {"Qt",
+     [](const auto& body) {
+         int argc = 0;
+         Desktop::QtRunLoop loop(argc, nullptr);
+         body(loop, &loop, [&] {
+             const auto end = loop.scheduledTimer(200ms, [&] { loop.quit(); });
+             loop.run();
+         });
+     }},
+    {"Worker",
+     [](const auto& body) {
+         Linux::WorkerQueue queue("contract", Linux::WorkerQueue::Priority::utility);
+         body(queue, nullptr, [&] {
+             std::promise<void> done;
+             queue.async([&] { done.set_value(); });
+             done.get_future().wait();
+         });
+     }},
+};
+
+class SchedulingContractTest : public testing::TestWithParam<Harness> {};
+
+TEST_P(SchedulingContractTest, QueueRunsItemsInOrderAndNeverInsideTheSchedulingCall)
+{
+    GetParam().run([](DispatchQueue& queue, TimerScheduler*, const auto& settle) {
+        std::promise<void> isScheduled;
+        const auto scheduled = isScheduled.get_future().share();
+        std::vector<int> ran;
+        bool isInsideCall = true;
+        queue.async([&] {
+            // On a thread of its own the item must wait until the scheduling call has returned.
+            if (GetParam().name == std::string("Worker"))
+                scheduled.wait();
+            EXPECT_FALSE(isInsideCall);
+            ran.push_back(1);
+            queue.async([&] { ran.push_back(3); });
+            EXPECT_EQ(ran.back(), 1);
+        });
+        isInsideCall = false;
+        queue.async([&] { ran.push_back(2); });
+        isScheduled.set_value();
+        settle();
+        settle();
+        EXPECT_EQ(ran, (std::vector{1, 2, 3}));
+    });
+}
+
+class TimerContractTest : public SchedulingContractTest {};
+
+TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
+{
+    GetParam().run([](DispatchQueue&, TimerScheduler* timers, const auto& settle) {
+        std::vector<std::string> fired;
+        const auto into = [&](const char* name) { return [&fired, name] { fired.emplace_back(name); }; };
+        const auto later = timers->scheduledTimer(40ms, into("later"));
+        const auto sooner = timers->scheduledTimer(10ms, into("sooner"));
+        const auto invalidated = timers->scheduledTimer(5ms, into("invalidated"));
+        auto destroyed = timers->scheduledTimer(5ms, into("destroyed"));
+        std::unique_ptr<Timer> restarted;
+        const TimerScheduler::Block restart = [&] {
+            fired.emplace_back("restarting");
+            restarted = timers->scheduledTimer(5ms, into("restarted"));
+        };
+        restarted = timers->scheduledTimer(60ms, restart);
+        const auto immediate = timers->scheduledTimer(0ms, into("immediate"));
+        EXPECT_TRUE(fired.empty());
+        invalidated->invalidate();
+        invalidated->invalidate();
+        destroyed.reset();
+        settle();
+        EXPECT_EQ(fired,
+                  (std::vector<std::string>{"immediate", "sooner", "later", "restarting", "restarted"}));
+        sooner->invalidate();
+    });
+}
+
+const auto byName = [](const auto& row) { return std::string(row.param.name); };
+INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulingContractTest, testing::ValuesIn(harnesses), byName);
+// Workers have no timers.
+INSTANTIATE_TEST_SUITE_P(Schedulers, TimerContractTest, testing::Values(harnesses[0], harnesses[1]), byName);
+
+TEST(WorkerQueueTest, EndWaitsForTheRunningItem)
+{
+    std::promise<void> isRunning;
+    std::promise<void> mayFinish;
+    bool isFinished = false;
+    std::jthread releasing;
+    {
+        Linux::WorkerQueue queue("ending", Linux::WorkerQueue::Priority::default_);
+        queue.async([&] {
+            isRunning.set_value();
+            mayFinish.get_future().wait();
+            isFinished = true;
+        });
+        isRunning.get_future().wait();
+        releasing = std::jthread([&] { mayFinish.set_value(); });
+    }
+    EXPECT_TRUE(isFinished);
+}
+
+} // namespace

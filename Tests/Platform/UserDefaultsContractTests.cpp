@@ -1,0 +1,206 @@
+#include "Platform/Desktop/QtRunLoop.h"
+#include "Platform/Linux/DeviceDefaults.h"
+#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/SystemClock.h"
+#include "Platform/NotificationCenter.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+
+using namespace Platform;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// One implementation of the defaults, alive.
+class Harness {
+public:
+    virtual ~Harness() = default;
+    virtual UserDefaultsDomains& domains() = 0;
+    virtual NotificationCenter& center() = 0;
+    /// Lets pending change notifications arrive; returns once `isDone` or after a while.
+    virtual void settle(const std::function<bool()>& isDone) = 0;
+    virtual void makeSuitesUnavailable() = 0;
+};
+
+class FakeHarness final : public Harness {
+public:
+    UserDefaultsDomains& domains() override { return m_domains; }
+    NotificationCenter& center() override { return m_center; }
+    void settle(const std::function<bool()>&) override { m_scheduler.runUntilIdle(); }
+    void makeSuitesUnavailable() override { m_domains.areSuitesAvailable = false; }
+
+private:
+    ManualScheduler m_scheduler;
+    NotificationCenter m_center;
+    FakeUserDefaultsDomains m_domains{m_center, m_scheduler.mainQueue};
+};
+
+class SQLiteHarness final : public Harness {
+public:
+    SQLiteHarness() { m_domains.announceChanges(m_watcher, m_center, m_loop); }
+    UserDefaultsDomains& domains() override { return m_domains; }
+    NotificationCenter& center() override { return m_center; }
+    void settle(const std::function<bool()>& isDone) override
+    {
+        const auto giveUp = m_loop.scheduledTimer(10s, [this] { m_loop.quit(); });
+        const auto token = m_center.addObserver(UserDefaults::didChangeNotification, nullptr, &m_loop,
+                                                [&](const Notification&) {
+                                                    if (isDone())
+                                                        m_loop.quit();
+                                                });
+        if (!isDone())
+            m_loop.run();
+    }
+    void makeSuitesUnavailable() override
+    {
+        m_folder.write("state/groups", "a file where a folder should be");
+    }
+
+private:
+    int m_argc = 0;
+    Desktop::QtRunLoop m_loop{m_argc, nullptr};
+    TemporaryFolder m_folder;
+    NotificationCenter m_center;
+    RecordingUnifiedLog m_log;
+    Linux::SystemClock m_clock;
+    Linux::AdapterLog m_adapterLog{m_log, "test"};
+    Linux::DeviceDefaults m_domains{{m_folder.path("state"), {m_folder.path("managed.json")}},
+                                    Linux::SQLiteUserDefaults::Access::readWrite,
+                                    m_clock,
+                                    m_adapterLog};
+    Linux::FileSystemWatcher m_watcher;
+};
+
+struct Implementation {
+    const char* name;
+    std::unique_ptr<Harness> (*make)();
+};
+
+class UserDefaultsContractTest : public testing::TestWithParam<Implementation> {
+protected:
+    std::unique_ptr<Harness> harness = GetParam().make();
+    UserDefaultsDomains& domains = harness->domains();
+};
+
+const Platform::Data allBytes = [] {
+    Platform::Data data;
+    for (int i = 0; i < 256; ++i)
+        data.push_back(static_cast<std::byte>(i));
+    return data;
+}();
+
+TEST_P(UserDefaultsContractTest, EveryTypeComesBackAsItWent)
+{
+    const PropertyList values[] = {
+        "text with \u00e4, \U0001F600 and a \"quote\"",
+        "",
+        std::numeric_limits<std::int64_t>::min(),
+        std::numeric_limits<std::uint64_t>::max(),
+        2.5,
+        1.0,
+        std::numeric_limits<double>::infinity(),
+        true,
+        false,
+        Date{785'000'000.123},
+        allBytes,
+        Platform::Data{},
+        PropertyList::Array{1, "a", PropertyList::Array{}},
+        PropertyList::Dictionary{{"k", Date{1}}, {"n", PropertyList::Dictionary{{"d", allBytes}}}},
+    };
+    UserDefaults& suite = *domains.suite("group.example");
+    for (const PropertyList& value : values) {
+        suite.set("key", value);
+        EXPECT_EQ(suite.object("key"), value) << value.description();
+    }
+    EXPECT_EQ(suite.object("Key"), std::nullopt) << "keys are case-sensitive";
+    suite.removeObject("key");
+    suite.removeObject("key");
+    EXPECT_EQ(suite.object("key"), std::nullopt);
+}
+
+TEST_P(UserDefaultsContractTest, TypedGettersFallBackToTheirEmptyValue)
+{
+    struct Case {
+        PropertyList value;
+        std::int64_t integer;
+        bool boolean;
+    };
+    const Case cases[] = {
+        {42, 42, true},
+        {0, 0, false},
+        {-3.9, -3, true},
+        {1e300, 0, true},
+        {true, 1, true},
+        {"42", 0, false},
+        {Platform::Data{}, 0, false},
+    };
+    UserDefaults& standard = domains.standard();
+    EXPECT_EQ(standard.integer("missing"), 0);
+    EXPECT_FALSE(standard.boolean("missing"));
+    for (const auto& [value, integer, boolean] : cases) {
+        standard.set("key", value);
+        EXPECT_EQ(standard.integer("key"), integer) << value.description();
+        EXPECT_EQ(standard.boolean("key"), boolean) << value.description();
+        EXPECT_EQ(standard.text("key").has_value(), value.text() != nullptr);
+        EXPECT_EQ(standard.data("key").has_value(), value.data() != nullptr);
+    }
+}
+
+TEST_P(UserDefaultsContractTest, DomainsAreSeparateAndSuitesMayBeAbsent)
+{
+    domains.suite("group.one")->set("key", 1);
+    domains.standard().set("key", 0);
+    EXPECT_EQ(domains.suite("group.two")->object("key"), std::nullopt);
+    EXPECT_EQ(domains.suite("group.one"), domains.suite("group.one"));
+    EXPECT_EQ(domains.suite("group.one")->integer("key"), 1);
+}
+
+TEST_P(UserDefaultsContractTest, SuiteThatCannotBeOpenedIsAbsent)
+{
+    harness->makeSuitesUnavailable();
+    EXPECT_EQ(domains.suite("group.example"), nullptr);
+}
+
+TEST_P(UserDefaultsContractTest, StandardDomainAnnouncesItsChanges)
+{
+    int count = 0;
+    const auto token = harness->center().addObserver(UserDefaults::didChangeNotification, &domains.standard(),
+                                                     nullptr, [&](const Notification&) { ++count; });
+    const std::array<UserDefaults::Entry, 2> entries{{{"a", 1}, {"b", 2}}};
+    domains.standard().write(entries);
+    EXPECT_EQ(count, 0) << "no notification inside the write";
+    harness->settle([&] { return count > 0; });
+    EXPECT_EQ(count, 1) << "two values, one commit, one notification";
+    domains.standard().removeObject("a");
+    harness->settle([&] { return count > 1; });
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(domains.standard().integer("b"), 2);
+}
+
+TEST_P(UserDefaultsContractTest, ManagedConfigurationIsReadOnly)
+{
+    UserDefaults& standard = domains.standard();
+    standard.set(UserDefaults::managedConfigurationKey, PropertyList::Dictionary{{"a", 1}});
+    EXPECT_EQ(standard.object(UserDefaults::managedConfigurationKey), std::nullopt);
+    standard.removeObject(UserDefaults::managedConfigurationKey);
+}
+
+INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,
+                         testing::Values(Implementation{"Fake",
+                                                        []() -> std::unique_ptr<Harness> {
+                                                            return std::make_unique<FakeHarness>();
+                                                        }},
+                                         Implementation{"SQLite",
+                                                        []() -> std::unique_ptr<Harness> {
+                                                            return std::make_unique<SQLiteHarness>();
+                                                        }}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+} // namespace
