@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace Core {
+
+/// Where the backend client finds the address and the credentials of each request. Threads: any,
+/// concurrently.
+class APIClientConfigProvider {
+public:
+    virtual ~APIClientConfigProvider() = default;
+
+    [[nodiscard]] virtual std::optional<std::string> baseDomain() const = 0;
+    [[nodiscard]] virtual std::optional<std::string> apiKey() const = 0;
+    [[nodiscard]] virtual std::optional<std::string> deviceId() const = 0;
+};
+
+} // namespace Core

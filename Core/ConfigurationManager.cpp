@@ -1,0 +1,273 @@
+#include "Core/ConfigurationManager.h"
+
+#include "Core/Base64.h"
+#include "Core/Constants.h"
+#include "Core/Logger.h"
+#include "Core/ManagedConfigurationValidation.h"
+#include "Platform/Clock.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/FatalError.h"
+#include "Platform/NotificationCenter.h"
+#include "Platform/Services.h"
+#include "Platform/Timer.h"
+#include "Platform/UserDefaults.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+namespace Core {
+
+using Platform::PropertyList;
+using Platform::UserDefaults;
+
+ConfigurationManager::ConfigurationManager(const Ports& ports) : m_ports(ports) {}
+
+ConfigurationManager::~ConfigurationManager()
+{
+    unregisterForConfigurationChanges();
+}
+
+ConfigurationManager& ConfigurationManager::shared()
+{
+    static const auto& manager = *new std::shared_ptr<ConfigurationManager>([] {
+        const Platform::Services& services = Platform::services();
+        return std::make_shared<ConfigurationManager>(
+            Ports{Logger::shared(), services.userDefaults, services.notificationCenter, services.mainQueue,
+                  services.utilityQueue, services.timers, services.clock});
+    }());
+    return *manager;
+}
+
+// Following changes
+
+void ConfigurationManager::registerForConfigurationChanges()
+{
+    unregisterForConfigurationChanges();
+    auto token = m_ports.notificationCenter.addObserver(
+        UserDefaults::didChangeNotification, &m_ports.userDefaults.standard(), &m_ports.mainQueue,
+        [weakSelf = weak_from_this()](const Platform::Notification&) {
+            if (const auto self = weakSelf.lock())
+                self->scheduleDebouncedUpdate();
+        });
+    token.release();
+}
+
+/// Ends what is pending. Registrations with the notification centre outlive it: they end with the centre.
+void ConfigurationManager::unregisterForConfigurationChanges()
+{
+    m_debounceTimer.reset();
+}
+
+void ConfigurationManager::scheduleDebouncedUpdate()
+{
+    if (m_debounceTimer)
+        m_debounceTimer->invalidate();
+    m_debounceTimer = m_ports.timers.scheduledTimer(debounceInterval, [weakSelf = weak_from_this()] {
+        if (const auto self = weakSelf.lock())
+            self->handleDebouncedChange();
+    });
+}
+
+void ConfigurationManager::handleDebouncedChange()
+{
+    const auto managed = readManagedConfiguration();
+    if (!managed || isLastApplied(managedConfigFingerprint(*managed->dictionary())))
+        return;
+    m_ports.utilityQueue.async([weakSelf = weak_from_this(), &mainQueue = m_ports.mainQueue] {
+        if (const auto self = weakSelf.lock())
+            self->updateConfigurationFromMDM();
+        mainQueue.async([weakSelf] {
+            if (const auto self = weakSelf.lock())
+                self->postConfigurationUpdateNotification();
+        });
+    });
+}
+
+void ConfigurationManager::postConfigurationUpdateNotification() const
+{
+    Platform::Notification notification{std::string(didUpdateNotification), nullptr, {}};
+    for (const auto& [key, value] : getConfigurationStatus())
+        notification.userInfo.emplace(key, value);
+    m_ports.notificationCenter.post(std::move(notification));
+}
+
+// Applying the managed dictionary
+
+std::optional<PropertyList> ConfigurationManager::readManagedConfiguration() const
+{
+    auto managed = m_ports.userDefaults.standard().object(UserDefaults::managedConfigurationKey);
+    return managed && managed->dictionary() != nullptr ? std::move(managed) : std::nullopt;
+}
+
+bool ConfigurationManager::isLastApplied(const std::string& fingerprint) const
+{
+    const auto last = m_lastManagedConfigHash.load();
+    return last && *last == fingerprint;
+}
+
+void ConfigurationManager::updateConfigurationFromMDM()
+{
+    if (m_isUpdatingConfiguration) {
+        m_ports.logger.info("Configuration update already in progress, skipping",
+                            "updateConfigurationFromMDM()");
+        return;
+    }
+    const auto managed = readManagedConfiguration();
+    if (!managed) {
+        m_ports.logger.info("No managed configuration available", "updateConfigurationFromMDM()");
+        return;
+    }
+    std::string fingerprint = managedConfigFingerprint(*managed->dictionary());
+    if (isLastApplied(fingerprint)) {
+        m_ports.logger.info("Managed configuration unchanged, skipping update",
+                            "updateConfigurationFromMDM()");
+        return;
+    }
+    m_isUpdatingConfiguration = true;
+    const auto snapshot = ConfigurationSnapshot::make(validateManagedConfiguration(*managed->dictionary()),
+                                                      nextConfigVersion(), m_ports.clock.now());
+    saveConfigurationSnapshot(snapshot);
+    m_lastManagedConfigHash = std::make_shared<const std::string>(std::move(fingerprint));
+    m_ports.logger.info(
+        [&] {
+            return "Configuration updated - v" + std::to_string(snapshot.configVersion) +
+                   ", apps: " + std::to_string(snapshot.allowedAppBundleIds.size());
+        },
+        "updateConfigurationFromMDM()");
+    m_isUpdatingConfiguration = false;
+}
+
+std::int64_t ConfigurationManager::nextConfigVersion() const
+{
+    const UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName);
+    const std::int64_t version =
+        suite != nullptr ? suite->integer(Constants::SnapshotKeys::configVersion) : 0;
+    if (version == std::numeric_limits<std::int64_t>::max())
+        Platform::fatalError("the configuration version has reached its maximum");
+    return version + 1;
+}
+
+// The snapshot store
+
+void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot)
+{
+    UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName);
+    if (suite == nullptr) {
+        m_ports.logger.error("Cannot access App Group defaults", "saveConfigurationSnapshot(_:)");
+        return;
+    }
+    try {
+        namespace Keys = Constants::SnapshotKeys;
+        const std::array<UserDefaults::Entry, 4> entries{{
+            {Keys::configSnapshot, snapshot.encode()},
+            {Keys::configVersion, snapshot.configVersion},
+            {Keys::lastUpdated, snapshot.lastUpdated},
+            {Keys::schemaVersion, snapshot.schemaVersion},
+        }};
+        suite->write(entries);
+        suite->synchronize();
+    } catch (const std::exception& error) {
+        m_ports.logger.error([&] { return std::string("Error saving configuration: ") + error.what(); },
+                             "saveConfigurationSnapshot(_:)", {.error = Platform::bridge(error)});
+    }
+}
+
+std::optional<ConfigurationSnapshot> ConfigurationManager::loadConfigurationSnapshot() const
+{
+    const UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName);
+    if (suite == nullptr) {
+        m_ports.logger.error("Cannot access App Group defaults", "loadConfigurationSnapshot()");
+        return std::nullopt;
+    }
+    const auto stored = suite->data(Constants::SnapshotKeys::configSnapshot);
+    if (!stored)
+        return ConfigurationSnapshot::defaultSnapshot(m_ports.clock.now());
+    try {
+        return ConfigurationSnapshot::decode(*stored);
+    } catch (const std::exception& error) {
+        m_ports.logger.error([&] { return std::string("Error loading configuration: ") + error.what(); },
+                             "loadConfigurationSnapshot()", {.error = Platform::bridge(error)});
+        return ConfigurationSnapshot::defaultSnapshot(m_ports.clock.now());
+    }
+}
+
+void ConfigurationManager::clearConfiguration()
+{
+    namespace Keys = Constants::SnapshotKeys;
+    for (const auto key :
+         {Keys::configSnapshot, Keys::configVersion, Keys::lastUpdated, Keys::schemaVersion}) {
+        if (UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName))
+            suite->removeObject(key);
+    }
+    if (UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName))
+        suite->synchronize();
+}
+
+// What the configuration says
+
+bool ConfigurationManager::isAppAllowedForSSO(std::string_view bundleId) const
+{
+    const auto allowed = getAllowedAppBundleIds();
+    return std::find(allowed.begin(), allowed.end(), bundleId) != allowed.end();
+}
+
+std::vector<std::string> ConfigurationManager::getAllowedAppBundleIds() const
+{
+    auto snapshot = loadConfigurationSnapshot();
+    return snapshot ? std::move(snapshot->allowedAppBundleIds) : std::vector<std::string>();
+}
+
+std::optional<std::string> ConfigurationManager::getOrganizationId() const
+{
+    auto snapshot = loadConfigurationSnapshot();
+    return snapshot ? std::move(snapshot->organizationId) : std::nullopt;
+}
+
+std::optional<std::string> ConfigurationManager::getBaseDomain() const
+{
+    auto snapshot = loadConfigurationSnapshot();
+    return snapshot ? std::move(snapshot->baseDomain) : std::nullopt;
+}
+
+std::optional<std::string> ConfigurationManager::getApiKey() const
+{
+    auto snapshot = loadConfigurationSnapshot();
+    return snapshot ? std::move(snapshot->apiKey) : std::nullopt;
+}
+
+std::optional<std::string> ConfigurationManager::getDeviceId() const
+{
+    auto snapshot = loadConfigurationSnapshot();
+    return snapshot ? std::move(snapshot->deviceId) : std::nullopt;
+}
+
+PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
+{
+    const auto snapshot = loadConfigurationSnapshot();
+    if (!snapshot)
+        return {{"status", "no_configuration"}, {"config_version", 0}, {"last_updated", "never"}};
+    return {
+        {"status", "active"},
+        {"config_version", snapshot->configVersion},
+        {"schema_version", snapshot->schemaVersion},
+        {"last_updated", snapshot->lastUpdated},
+        {"allowed_apps_count", snapshot->allowedAppBundleIds.size()},
+        {"has_organization_id", snapshot->organizationId.has_value()},
+        {"has_base_domain", snapshot->baseDomain.has_value()},
+        {"has_api_key", snapshot->apiKey.has_value()},
+        {"has_device_id", snapshot->deviceId.has_value()},
+    };
+}
+
+std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
+{
+    std::string text;
+    for (const auto key : Constants::ManagedConfigKeys::all) {
+        if (const auto found = managed.find(key); found != managed.end())
+            text.append(key).append(":").append(found->second.description()).append(";");
+    }
+    return base64Encoded(text);
+}
+
+} // namespace Core

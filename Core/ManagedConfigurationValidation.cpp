@@ -1,0 +1,163 @@
+#include "Core/ManagedConfigurationValidation.h"
+
+#include "Core/Constants.h"
+#include "Core/UnicodeText.h"
+
+#include <algorithm>
+#include <set>
+
+namespace Core {
+
+namespace {
+
+using Platform::PropertyList;
+using Kind = ValidationFinding::Kind;
+
+/// Collects the findings of one key, if anyone wants them.
+class Findings {
+public:
+    Findings(std::vector<ValidationFinding>* sink, std::string_view key) : m_sink(sink), m_key(key) {}
+
+    [[nodiscard]] bool areWanted() const { return m_sink != nullptr; }
+    void add(Kind kind, std::optional<std::size_t> index = std::nullopt)
+    {
+        if (m_sink != nullptr)
+            m_sink->push_back({kind, m_key, index});
+    }
+
+private:
+    std::vector<ValidationFinding>* m_sink;
+    std::string_view m_key;
+};
+
+bool isBundleIdCharacter(char character)
+{
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+           (character >= '0' && character <= '9') || character == '.' || character == '-';
+}
+
+/// Why the trimmed entry is no bundle identifier.
+std::optional<Kind> bundleIdFlaw(std::string_view entry)
+{
+    if (entry.empty())
+        return Kind::entryEmpty;
+    if (!std::all_of(entry.begin(), entry.end(), isBundleIdCharacter))
+        return Kind::entryHasForbiddenCharacter;
+    if (entry.find('.') == std::string_view::npos)
+        return Kind::entryHasNoDot;
+    return std::nullopt;
+}
+
+std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pieces, Findings findings)
+{
+    std::vector<std::string> kept;
+    std::set<std::string_view> seen;
+    for (std::size_t index = 0; index < pieces.size(); ++index) {
+        const std::string_view entry = trimmed(pieces[index]);
+        if (const auto flaw = bundleIdFlaw(entry)) {
+            findings.add(*flaw, index);
+            continue;
+        }
+        if (findings.areWanted() && !seen.insert(entry).second)
+            findings.add(Kind::entryRepeated, index);
+        kept.emplace_back(entry);
+    }
+    return kept;
+}
+
+std::vector<std::string_view> splitAtCommas(std::string_view text)
+{
+    std::vector<std::string_view> pieces;
+    for (auto comma = text.find(','); comma != std::string_view::npos; comma = text.find(',')) {
+        pieces.push_back(text.substr(0, comma));
+        text.remove_prefix(comma + 1);
+    }
+    pieces.push_back(text);
+    return pieces;
+}
+
+std::vector<std::string> parseBundleIdList(const PropertyList* value, Findings findings)
+{
+    if (value == nullptr)
+        return {};
+    if (const auto* text = value->text())
+        return filterBundleIds(splitAtCommas(*text), findings);
+    const auto* array = value->array();
+    if (array == nullptr) {
+        findings.add(Kind::wrongType);
+        return {};
+    }
+    std::vector<std::string_view> pieces;
+    pieces.reserve(array->size());
+    for (std::size_t index = 0; index < array->size(); ++index) {
+        if (const auto* text = (*array)[index].text())
+            pieces.emplace_back(*text);
+        else
+            findings.add(Kind::elementNotText, index);
+    }
+    // One element of another type makes the whole array another type.
+    return pieces.size() == array->size() ? filterBundleIds(pieces, findings) : std::vector<std::string>();
+}
+
+std::optional<std::string> readScalarString(const PropertyList* value, Findings findings)
+{
+    if (value == nullptr)
+        return std::nullopt;
+    if (const auto* text = value->text()) {
+        const std::string_view kept = trimmed(*text);
+        if (kept.empty()) {
+            findings.add(Kind::blank);
+            return std::nullopt;
+        }
+        if (kept.size() != text->size())
+            findings.add(Kind::whiteSpaceTrimmed);
+        return std::string(kept);
+    }
+    if (value->isNumber()) {
+        findings.add(Kind::numberTakenAsText);
+        return value->numberText();
+    }
+    findings.add(Kind::wrongType);
+    return std::nullopt;
+}
+
+std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>& domain, Findings findings)
+{
+    constexpr std::string_view https = "https://";
+    constexpr std::string_view http = "http://";
+    const std::string_view text = trimmed(domain ? std::string_view(*domain) : std::string_view());
+    if (text.empty())
+        return std::nullopt;
+    const bool isSecure = hasPrefixIgnoringCase(text, https);
+    const bool isPlain = hasPrefixIgnoringCase(text, http);
+    const std::string_view rest = text.substr(isSecure ? https.size() : isPlain ? http.size() : 0);
+    if (!isSecure)
+        findings.add(isPlain ? Kind::schemeUpgraded : Kind::schemeAdded);
+    if (const auto slash = rest.find('/'); slash != std::string_view::npos && slash + 1 < rest.size())
+        findings.add(Kind::carriesPath);
+    return isSecure ? std::string(text) : std::string(https).append(rest);
+}
+
+} // namespace
+
+ValidatedConfig validateManagedConfiguration(const PropertyList::Dictionary& managed,
+                                             std::vector<ValidationFinding>* findings)
+{
+    namespace Keys = Constants::ManagedConfigKeys;
+    const auto value = [&](std::string_view key) -> const PropertyList* {
+        const auto found = managed.find(key);
+        return found != managed.end() ? &found->second : nullptr;
+    };
+    const auto scalar = [&](std::string_view key) { return readScalarString(value(key), {findings, key}); };
+
+    ValidatedConfig config;
+    config.allowedAppBundleIds =
+        parseBundleIdList(value(Keys::allowedAppBundleIds), {findings, Keys::allowedAppBundleIds});
+    config.organizationId = scalar(Keys::organizationId);
+    config.baseDomain = normalizeBaseDomain(scalar(Keys::BASE_DOMAIN), {findings, Keys::BASE_DOMAIN});
+    config.apiKey = scalar(Keys::API_KEY);
+    config.deviceId = scalar(Keys::DEVICE_ID);
+    return config;
+}
+
+} // namespace Core

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Platform/PropertyList.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Core {
+
+/// The managed configuration, clean: what was missing, of a wrong type, empty or malformed is absent.
+struct ValidatedConfig {
+    /// In input order, duplicates kept.
+    std::vector<std::string> allowedAppBundleIds;
+    std::optional<std::string> organizationId;
+    /// Begins with "https://".
+    std::optional<std::string> baseDomain;
+    std::optional<std::string> apiKey;
+    std::optional<std::string> deviceId;
+
+    friend bool operator==(const ValidatedConfig&, const ValidatedConfig&) = default;
+};
+
+/// One thing that validation dropped or altered, for the people who write configurations.
+struct ValidationFinding {
+    enum class Kind {
+        // The value, or the entry, is dropped.
+        wrongType,
+        blank,
+        elementNotText,
+        entryEmpty,
+        entryHasForbiddenCharacter,
+        entryHasNoDot,
+        // The value is taken, though not as it was written.
+        whiteSpaceTrimmed,
+        numberTakenAsText,
+        schemeAdded,
+        schemeUpgraded,
+        // The value is taken as it was written, but rarely meant so.
+        entryRepeated,
+        carriesPath,
+    };
+
+    Kind kind;
+    std::string_view key;
+    /// The array element or comma-separated piece, counted from 0; absent when the whole value is meant.
+    std::optional<std::size_t> index;
+
+    [[nodiscard]] bool isDropped() const { return kind <= Kind::entryHasNoDot; }
+};
+
+/// Turns the managed dictionary into the configuration. Total and pure: nothing fails, nothing is logged.
+/// `findings`, when given, receives what was dropped or altered, in the order of the keys.
+ValidatedConfig validateManagedConfiguration(const Platform::PropertyList::Dictionary& managed,
+                                             std::vector<ValidationFinding>* findings = nullptr);
+
+} // namespace Core

@@ -1,0 +1,66 @@
+#include "Core/UnicodeText.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+namespace Core {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+// UTF-8 forms of the white-space characters, by the number of their bytes.
+constexpr std::string_view oneByte = "\t\n\v\f\r ";
+constexpr std::array twoBytes{"\u0085"sv, "\u00a0"sv};
+constexpr std::array threeBytes{
+    "\u1680"sv, "\u2000"sv, "\u2001"sv, "\u2002"sv, "\u2003"sv, "\u2004"sv,
+    "\u2005"sv, "\u2006"sv, "\u2007"sv, "\u2008"sv, "\u2009"sv, "\u200a"sv,
+    "\u2028"sv, "\u2029"sv, "\u202f"sv, "\u205f"sv, "\u3000"sv,
+};
+
+template <typename Characters>
+bool contains(const Characters& characters, std::string_view candidate)
+{
+    return std::find(characters.begin(), characters.end(), candidate) != characters.end();
+}
+
+/// Bytes of the white-space character that `bytesOf(count)` shows at an end of a text of `size` bytes; 0 if
+/// none.
+template <typename BytesOf>
+std::size_t whiteSpaceLength(std::size_t size, BytesOf bytesOf)
+{
+    if (size >= 1 && oneByte.find(bytesOf(1).front()) != std::string_view::npos)
+        return 1;
+    if (size >= 2 && contains(twoBytes, bytesOf(2)))
+        return 2;
+    if (size >= 3 && contains(threeBytes, bytesOf(3)))
+        return 3;
+    return 0;
+}
+
+} // namespace
+
+std::string_view trimmed(std::string_view text)
+{
+    const auto first = [&](std::size_t count) { return text.substr(0, count); };
+    const auto last = [&](std::size_t count) { return text.substr(text.size() - count); };
+    while (const std::size_t length = whiteSpaceLength(text.size(), first))
+        text.remove_prefix(length);
+    while (const std::size_t length = whiteSpaceLength(text.size(), last))
+        text.remove_suffix(length);
+    return text;
+}
+
+bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePrefix)
+{
+    const auto isSame = [](char character, char lower) {
+        return (character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                     : character) == lower;
+    };
+    return text.size() >= lowerCasePrefix.size() &&
+           std::equal(lowerCasePrefix.begin(), lowerCasePrefix.end(), text.begin(),
+                      [&](char lower, char character) { return isSame(character, lower); });
+}
+
+} // namespace Core

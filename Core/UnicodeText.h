@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string_view>
+
+namespace Core {
+
+/// `text`, UTF-8, without the white space and newlines at its ends: the characters of the Unicode categories
+/// Z*, U+0009 to U+000D and U+0085.
+std::string_view trimmed(std::string_view text);
+
+/// Whether `text` begins with `lowerCasePrefix` when the case of ASCII letters does not count.
+bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePrefix);
+
+} // namespace Core

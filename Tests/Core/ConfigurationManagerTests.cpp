@@ -1,0 +1,290 @@
+#include "Core/ConfigurationManager.h"
+
+#include "Core/Base64.h"
+#include "Core/Constants.h"
+#include "Core/Logger.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using namespace Core;
+using namespace std::chrono_literals;
+using Platform::PropertyList;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+/// A device with a manager on it, before start-up.
+class ConfigurationManagerTest : public testing::Test {
+protected:
+    void startUp()
+    {
+        manager->registerForConfigurationChanges();
+        manager->updateConfigurationFromMDM();
+    }
+    /// Device management delivers, and more than the debounce interval passes.
+    void deliverAndSettle(std::optional<PropertyList> dictionary)
+    {
+        defaults.deliver(std::move(dictionary));
+        scheduler.advance(600ms);
+    }
+    FakeUserDefaults& suite() { return defaults.fakeSuite(Constants::appGroupSuiteName); }
+
+    ManualScheduler scheduler;
+    RecordingUnifiedLog log;
+    Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
+    Platform::NotificationCenter center;
+    FakeUserDefaultsDomains defaults{center, scheduler.mainQueue};
+    std::shared_ptr<ConfigurationManager> manager =
+        std::make_shared<ConfigurationManager>(ConfigurationManager::Ports{
+            logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue, scheduler, scheduler});
+
+    std::vector<Platform::UserInfo> announced;
+    Platform::NotificationCenter::Token observation = center.addObserver(
+        ConfigurationManager::didUpdateNotification, nullptr, nullptr,
+        [this](const Platform::Notification& note) { announced.push_back(note.userInfo); });
+
+    const PropertyList managed{PropertyList::Dictionary{
+        {"AllowedAppsBundleIdsForSSOExtension", "com.acme.one,com.acme.two"},
+        {"base_domain", "acme.corp"},
+        {"device_id", "DEV-1"},
+    }};
+};
+
+TEST_F(ConfigurationManagerTest, StartUpAppliesWhatIsThereAndCountsOn)
+{
+    suite().set(Constants::SnapshotKeys::configVersion, 4);
+    defaults.deliver(managed);
+    startUp();
+    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v5, apps: 2"});
+    EXPECT_EQ(manager->loadConfigurationSnapshot()->configVersion, 5);
+    EXPECT_EQ(manager->getBaseDomain(), "https://acme.corp");
+    EXPECT_EQ(manager->getOrganizationId(), std::nullopt);
+    EXPECT_EQ(manager->deviceId(), "DEV-1");
+    EXPECT_TRUE(manager->isAppAllowedForSSO("com.acme.one"));
+    EXPECT_FALSE(manager->isAppAllowedForSSO("COM.ACME.ONE"));
+    EXPECT_EQ(suite().commitCount, 2) << "the four keys are one commit";
+    EXPECT_EQ(suite().values.size(), 4U);
+
+    scheduler.advance(10s);
+    EXPECT_TRUE(announced.empty());
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(ConfigurationManagerTest, StartUpWithoutConfigurationKeepsTheStoredOne)
+{
+    startUp();
+    EXPECT_EQ(log.takeLines(), Lines{"No managed configuration available"});
+    EXPECT_TRUE(suite().values.empty());
+    const auto snapshot = manager->loadConfigurationSnapshot();
+    EXPECT_EQ(snapshot->configVersion, 0);
+    EXPECT_EQ(snapshot->schemaVersion, 1);
+    EXPECT_EQ(snapshot->lastUpdated, scheduler.now());
+    EXPECT_EQ(manager->apiKey(), std::nullopt);
+    EXPECT_TRUE(log.takeLines().empty());
+
+    defaults.deliver("not a dictionary");
+    manager->updateConfigurationFromMDM();
+    EXPECT_EQ(log.takeLines(), Lines{"No managed configuration available"});
+}
+
+TEST_F(ConfigurationManagerTest, BurstIsAppliedOnceHalfASecondAfterItsLastChange)
+{
+    startUp();
+    log.takeLines();
+    for (int i = 0; i < 3; ++i) {
+        defaults.deliver(PropertyList::Dictionary{{"OrganizationId", i}});
+        scheduler.advance(200ms);
+    }
+    scheduler.advance(299ms);
+    EXPECT_TRUE(log.takeLines().empty());
+    scheduler.advance(1ms);
+    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 0"});
+    ASSERT_EQ(announced.size(), 1U);
+    const auto value = [&](const char* key) { return std::any_cast<PropertyList>(announced.at(0).at(key)); };
+    EXPECT_EQ(announced.at(0).size(), 9U);
+    EXPECT_EQ(value("status"), PropertyList("active"));
+    EXPECT_EQ(value("config_version"), PropertyList(1));
+    EXPECT_EQ(value("last_updated"), PropertyList(Platform::Date{0.9}));
+    EXPECT_EQ(value("has_organization_id"), PropertyList(true));
+    EXPECT_EQ(value("has_api_key"), PropertyList(false));
+}
+
+TEST_F(ConfigurationManagerTest, OnlyAChangeOfTheSixKeysIsAChange)
+{
+    defaults.deliver(managed);
+    startUp();
+    log.takeLines();
+    const auto with = [&](const char* key, PropertyList value) {
+        auto dictionary = *managed.dictionary();
+        dictionary[key] = std::move(value);
+        return PropertyList(dictionary);
+    };
+    struct Case {
+        const char* name;
+        std::optional<PropertyList> delivered;
+        Lines expected;
+    };
+    const Case cases[] = {
+        {"the same", managed, {}},
+        {"another key", with("other", 1), {}},
+        {"schema version alone", with("SchemaVersion", 2), {"Configuration updated - v2, apps: 2"}},
+        {"array for the same text",
+         with("AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"com.acme.one", "com.acme.two"}),
+         {"Configuration updated - v3, apps: 2"}},
+        {"one element for two",
+         with("AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"com.acme.one\", \"com.acme.two"}),
+         {"Configuration updated - v4, apps: 0"}},
+        {"none", std::nullopt, {}},
+        {"no dictionary", 5, {}},
+        {"empty", PropertyList::Dictionary{}, {"Configuration updated - v5, apps: 0"}},
+        {"back", managed, {"Configuration updated - v6, apps: 2"}},
+    };
+    std::size_t updates = 0;
+    for (const Case& row : cases) {
+        deliverAndSettle(row.delivered);
+        updates += row.expected.size();
+        EXPECT_EQ(log.takeLines(), row.expected) << row.name;
+        EXPECT_EQ(announced.size(), updates) << row.name;
+    }
+    defaults.standard().set("hasLaunchedBefore", true);
+    scheduler.advance(1s);
+    EXPECT_TRUE(log.takeLines().empty());
+    manager->updateConfigurationFromMDM();
+    EXPECT_EQ(log.takeLines(), Lines{"Managed configuration unchanged, skipping update"});
+}
+
+TEST_F(ConfigurationManagerTest, EveryRegistrationFeedsTheOneTimer)
+{
+    startUp();
+    manager->registerForConfigurationChanges();
+    manager->registerForConfigurationChanges();
+    log.takeLines();
+    deliverAndSettle(managed);
+    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 2"});
+    EXPECT_EQ(announced.size(), 1U);
+}
+
+TEST_F(ConfigurationManagerTest, RegisteringAgainCancelsWhatIsPending)
+{
+    startUp();
+    log.takeLines();
+    defaults.deliver(managed);
+    scheduler.advance(100ms);
+    manager->registerForConfigurationChanges();
+    scheduler.advance(1s);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(ConfigurationManagerTest, UpdateDuringAnUpdateIsSkippedAndStillAnnounced)
+{
+    manager->registerForConfigurationChanges();
+    defaults.deliver(managed);
+    // The store being written is a moment in the middle of an update.
+    suite().onChange = [this] {
+        suite().onChange = [] {};
+        deliverAndSettle(PropertyList::Dictionary{{"device_id", "DEV-2"}});
+    };
+    manager->updateConfigurationFromMDM();
+    EXPECT_EQ(log.takeLines(), (Lines{"Configuration update already in progress, skipping",
+                                      "Configuration updated - v1, apps: 2"}));
+    EXPECT_EQ(announced.size(), 1U);
+}
+
+TEST_F(ConfigurationManagerTest, UnavailableSuiteIsLoggedAndTheConfigurationStillRemembered)
+{
+    defaults.areSuitesAvailable = false;
+    defaults.deliver(managed);
+    startUp();
+    EXPECT_EQ(log.takeLines(),
+              (Lines{"Cannot access App Group defaults", "Configuration updated - v1, apps: 2"}));
+    EXPECT_EQ(manager->loadConfigurationSnapshot(), std::nullopt);
+    EXPECT_EQ(manager->getAllowedAppBundleIds(), Lines());
+    EXPECT_FALSE(manager->isAppAllowedForSSO("com.acme.one"));
+    EXPECT_EQ(manager->getConfigurationStatus(),
+              (PropertyList::Dictionary{
+                  {"status", "no_configuration"}, {"config_version", 0}, {"last_updated", "never"}}));
+    manager->clearConfiguration();
+    log.takeLines();
+    manager->updateConfigurationFromMDM();
+    EXPECT_EQ(log.takeLines(), Lines{"Managed configuration unchanged, skipping update"});
+}
+
+TEST_F(ConfigurationManagerTest, DamagedSnapshotGivesTheDefaultAndStaysUntilTheNextSave)
+{
+    suite().set(Constants::SnapshotKeys::configSnapshot, Platform::Data{std::byte{'{'}});
+    EXPECT_EQ(manager->loadConfigurationSnapshot()->configVersion, 0);
+    const auto lines = log.takeLines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0],
+              "Error loading configuration: The data is not valid JSON: incomplete JSON. | "
+              "error={type=Core.DecodingError, domain=Core.DecodingError, code=3, description=The data is "
+              "not valid JSON: incomplete JSON.}");
+    EXPECT_EQ(suite().data(Constants::SnapshotKeys::configSnapshot)->size(), 1U);
+
+    suite().set(Constants::SnapshotKeys::configSnapshot, "text, not data");
+    EXPECT_EQ(manager->loadConfigurationSnapshot()->configVersion, 0);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(ConfigurationManagerTest, ClearedConfigurationStartsAtOneButIsNotAppliedAgainByItself)
+{
+    defaults.deliver(managed);
+    startUp();
+    manager->clearConfiguration();
+    EXPECT_TRUE(suite().values.empty());
+    EXPECT_EQ(manager->loadConfigurationSnapshot()->configVersion, 0);
+    log.takeLines();
+    deliverAndSettle(managed);
+    EXPECT_TRUE(log.takeLines().empty());
+    deliverAndSettle(PropertyList::Dictionary{{"device_id", 7}});
+    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 0"});
+}
+
+TEST_F(ConfigurationManagerTest, NothingKeepsTheManagerAlive)
+{
+    startUp();
+    deliverAndSettle(managed);
+    defaults.deliver(PropertyList::Dictionary{});
+    scheduler.advance(100ms);
+    const std::weak_ptr<ConfigurationManager> observed = manager;
+    log.takeLines();
+    manager.reset();
+    EXPECT_TRUE(observed.expired());
+    scheduler.advance(1s);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(ConfigurationManagerTest, VersionAtItsMaximumIsFatal)
+{
+    suite().set(Constants::SnapshotKeys::configVersion, std::numeric_limits<std::int64_t>::max());
+    defaults.deliver(managed);
+    EXPECT_DEATH(manager->updateConfigurationFromMDM(), "version has reached its maximum");
+}
+
+TEST(FingerprintTest, IsTheBase64OfTheSixKeysInTheirOrder)
+{
+    const PropertyList::Dictionary managed{
+        {"device_id", "d"},
+        {"SchemaVersion", 2},
+        {"OrganizationId", true},
+        {"api_key", "k"},
+        {"other", "x"},
+        {"base_domain", 3.5},
+        {"AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"a.b", 1}}};
+    EXPECT_EQ(
+        managedConfigFingerprint(managed),
+        base64Encoded("AllowedAppsBundleIdsForSSOExtension:[\"a.b\", 1];OrganizationId:1;SchemaVersion:2;"
+                      "base_domain:3.5;api_key:k;device_id:d;"));
+    EXPECT_EQ(managedConfigFingerprint({}), "");
+    // RFC 4648, section 10.
+    for (const auto& [plain, encoded] : std::map<std::string, std::string>{
+             {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}})
+        EXPECT_EQ(base64Encoded(plain), encoded);
+}
+
+} // namespace

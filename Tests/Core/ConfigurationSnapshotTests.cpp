@@ -1,0 +1,91 @@
+#include "Core/ConfigurationSnapshot.h"
+
+#include "Core/JSON.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using namespace Core;
+
+namespace {
+
+Platform::Data bytesOf(std::string_view text)
+{
+    const auto* first = reinterpret_cast<const std::byte*>(text.data());
+    return {first, first + text.size()};
+}
+
+std::string textOf(const Platform::Data& data)
+{
+    return {reinterpret_cast<const char*>(data.data()), data.size()};
+}
+
+TEST(ConfigurationSnapshotTest, EncodesPresentFieldsAlone)
+{
+    ConfigurationSnapshot snapshot = ConfigurationSnapshot::defaultSnapshot({60});
+    EXPECT_EQ(textOf(snapshot.encode()),
+              R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":0,"lastUpdated":60})");
+
+    snapshot.allowedAppBundleIds = {"com.a.b", "com.a.b"};
+    snapshot.organizationId = "\"\\\n\u00e4\U0001F600";
+    snapshot.deviceId = "DEV-1";
+    snapshot.configVersion = 3;
+    snapshot.lastUpdated = {785'000'000.123456};
+    EXPECT_EQ(
+        textOf(snapshot.encode()),
+        "{\"allowedAppBundleIds\":[\"com.a.b\",\"com.a.b\"],\"organizationId\":"
+        "\"\\\"\\\\\\n\u00e4\U0001F600\","
+        "\"deviceId\":\"DEV-1\",\"schemaVersion\":1,\"configVersion\":3,\"lastUpdated\":785000000.123456}");
+    EXPECT_EQ(ConfigurationSnapshot::decode(snapshot.encode()), snapshot);
+
+    snapshot.lastUpdated = {std::numeric_limits<double>::infinity()};
+    EXPECT_THROW(static_cast<void>(snapshot.encode()), EncodingError);
+}
+
+TEST(ConfigurationSnapshotTest, DecodesStrictlyAndAsAWhole)
+{
+    using Kind = DecodingError::Kind;
+    struct Case {
+        const char* json;
+        std::optional<Kind> error;
+    };
+    const Case cases[] = {
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":6E1})", {}},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":60,"organizationId":null,"new":{}})",
+         {}},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2.0,"lastUpdated":60})", {}},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"lastUpdated":60})", Kind::keyNotFound},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":null,"lastUpdated":60})",
+         Kind::valueNotFound},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2.5,"lastUpdated":60})",
+         Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":true,"lastUpdated":60})",
+         Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":"2026"})",
+         Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":[1],"schemaVersion":1,"configVersion":2,"lastUpdated":60})",
+         Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":"a.b","schemaVersion":1,"configVersion":2,"lastUpdated":60})",
+         Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":60,"apiKey":7})",
+         Kind::typeMismatch},
+        {R"([1])", Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":[)", Kind::dataCorrupted},
+        {"", Kind::dataCorrupted},
+    };
+    for (const auto& [json, error] : cases) {
+        try {
+            const auto snapshot = ConfigurationSnapshot::decode(bytesOf(json));
+            EXPECT_FALSE(error.has_value()) << json;
+            EXPECT_EQ(snapshot.configVersion, 2) << json;
+            EXPECT_EQ(snapshot.lastUpdated, Platform::Date{60}) << json;
+            EXPECT_EQ(snapshot.organizationId, std::nullopt) << json;
+        } catch (const DecodingError& thrown) {
+            ASSERT_TRUE(error.has_value()) << json << ": " << thrown.what();
+            EXPECT_EQ(thrown.errorCode(), static_cast<std::int64_t>(*error)) << json;
+        }
+    }
+}
+
+} // namespace

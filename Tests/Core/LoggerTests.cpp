@@ -1,0 +1,196 @@
+#include "Core/Logger.h"
+
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+using namespace Core;
+using Platform::LogType;
+using Platform::LogVisibility;
+
+namespace Sample {
+class CodedError : public Platform::ErrorException {
+public:
+    [[nodiscard]] const char* what() const noexcept override { return "it broke"; }
+    [[nodiscard]] std::int64_t errorCode() const override { return 7; }
+    [[nodiscard]] std::optional<std::string> failureReason() const override { return reason; }
+    std::optional<std::string> reason;
+};
+} // namespace Sample
+
+namespace {
+
+/// Logs into a record, and puts the process-wide switches back afterwards.
+class LoggerTest : public testing::Test {
+protected:
+    ~LoggerTest() override
+    {
+        LoggingConfig::isLoggingEnabled = true;
+        LoggingConfig::isDebugLoggingEnabled = false;
+        LoggingConfig::includeSourceContext = false;
+        LoggingConfig::defaultPrivacy = LogPrivacy::private_;
+        LoggingConfig::subsystem = std::shared_ptr<const std::string>();
+    }
+
+    RecordingUnifiedLog log;
+    Logger logger{std::make_unique<OSLogSink>(log), "com.example.app"};
+};
+
+Platform::Error bridgedWithReason(std::optional<std::string> reason)
+{
+    Sample::CodedError error;
+    error.reason = std::move(reason);
+    return Platform::bridge(error);
+}
+
+TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
+{
+    const auto posix = std::system_error(ENOENT, std::generic_category(), "opening");
+    struct Case {
+        const char* name;
+        LogArguments arguments;
+        std::string expected;
+    };
+    const std::vector<Case> cases{
+        {"bare", {}, "message"},
+        {"metadata in key order",
+         {.context = {{"statusCode", "500"}, {"responseBody", "No response body"}}},
+         "message | context={responseBody=No response body, statusCode=500}"},
+        {"metadata verbatim", {.context = {{"a=b", "c, d | }"}}}, "message | context={a=b=c, d | }}"},
+        {"error",
+         {.error = bridgedWithReason(std::nullopt)},
+         "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
+        {"empty reason",
+         {.error = bridgedWithReason("")},
+         "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
+        {"error with reason and metadata",
+         {.error = bridgedWithReason("rust"), .context = {{"k", ""}}},
+         "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke, "
+         "reason=rust} | context={k=}"},
+        {"error of the system",
+         {.error = Platform::bridge(posix)},
+         "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=2, description=opening: No "
+         "such "
+         "file or directory}"},
+    };
+    for (const Case& row : cases) {
+        logger.info("message", "label()", row.arguments);
+        EXPECT_EQ(log.takeLines(), std::vector{row.expected}) << row.name;
+    }
+}
+
+TEST_F(LoggerTest, SourceSegmentIsLastAndNamesTheCall)
+{
+    LoggingConfig::includeSourceContext = true;
+    logger.error("m", "upload(tokenString:)", LogCategory::network, LogContext{.metadata = {{"k", "v"}}});
+    const int line = __LINE__ - 1;
+    EXPECT_EQ(log.takeLines(), std::vector{"m | context={k=v} | source=Core/LoggerTests.cpp:" +
+                                           std::to_string(line) + " upload(tokenString:)"});
+}
+
+TEST_F(LoggerTest, LevelsMapToTypesAndOnlyDebugIsFilteredByItsSwitch)
+{
+    int evaluated = 0;
+    const auto message = [&] {
+        ++evaluated;
+        return std::string("m");
+    };
+    const auto logAtAllLevels = [&] {
+        evaluated = 0;
+        logger.debug(message, "f()");
+        logger.info(message, "f()");
+        logger.warning(message, "f()");
+        logger.error(message, "f()");
+        logger.critical(message, "f()", LogCategory::sso, LogContext{});
+        std::vector<LogType> types;
+        for (const auto& entry : log.takeEntries())
+            types.push_back(entry.type);
+        return types;
+    };
+    EXPECT_EQ(logAtAllLevels(),
+              (std::vector{LogType::info, LogType::default_, LogType::error, LogType::fault}));
+    EXPECT_EQ(evaluated, 4);
+
+    LoggingConfig::setVerboseLoggingEnabled(true);
+    EXPECT_EQ(logAtAllLevels().front(), LogType::debug);
+    EXPECT_EQ(evaluated, 5);
+
+    LoggingConfig::isLoggingEnabled = false;
+    EXPECT_TRUE(logAtAllLevels().empty());
+    EXPECT_EQ(evaluated, 0);
+}
+
+TEST_F(LoggerTest, PrivacyOfTheCallWinsAndInheritTakesTheDefault)
+{
+    struct Case {
+        LogPrivacy call;
+        LogPrivacy byDefault;
+        LogVisibility expected;
+    };
+    for (const Case& row : {
+             Case{LogPrivacy::inherit, LogPrivacy::private_, LogVisibility::private_},
+             Case{LogPrivacy::inherit, LogPrivacy::public_, LogVisibility::public_},
+             Case{LogPrivacy::inherit, LogPrivacy::inherit, LogVisibility::private_},
+             Case{LogPrivacy::public_, LogPrivacy::private_, LogVisibility::public_},
+             Case{LogPrivacy::private_, LogPrivacy::public_, LogVisibility::private_},
+         }) {
+        LoggingConfig::defaultPrivacy = row.byDefault;
+        EXPECT_EQ(LoggingConfig::usePublicPrivacy(), row.byDefault == LogPrivacy::public_);
+        logger.info("m", "f()", {.privacy = row.call});
+        EXPECT_EQ(log.takeEntries().at(0).visibility, row.expected);
+    }
+    LoggingConfig::defaultPrivacy = LogPrivacy::inherit;
+    LoggingConfig::setUsePublicPrivacy(false);
+    EXPECT_EQ(LoggingConfig::defaultPrivacy, LogPrivacy::private_);
+}
+
+TEST_F(LoggerTest, HandleKeepsTheSubsystemItWasMadeWith)
+{
+    logger.info("m", "f()", {.category = LogCategory::network});
+    LoggingConfig::subsystem = std::make_shared<const std::string>("override");
+    logger.info("m", "f()", {.category = LogCategory::network});
+    logger.info("m", "f()", {.category = LogCategory::sso});
+    LoggingConfig::subsystem = std::shared_ptr<const std::string>();
+    Logger anonymous(std::make_unique<OSLogSink>(log), std::nullopt);
+    anonymous.info("m", "f()");
+
+    std::vector<std::string> handles;
+    for (const auto& entry : log.takeEntries())
+        handles.push_back(entry.subsystem + "/" + entry.category);
+    EXPECT_EQ(handles, (std::vector<std::string>{"com.example.app/network", "com.example.app/network",
+                                                 "override/sso", "unknown/general"}));
+}
+
+TEST_F(LoggerTest, ConcurrentFirstCallsAllWriteWithTheirHandle)
+{
+    constexpr int threadCount = 8;
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < threadCount; ++i) {
+            threads.emplace_back([&] {
+                for (const LogCategory category : allLogCategories)
+                    logger.info("m", "f()", {.category = category});
+            });
+        }
+    }
+    std::map<std::string, int> countByCategory;
+    for (const auto& entry : log.takeEntries())
+        ++countByCategory[entry.category];
+    EXPECT_EQ(countByCategory.size(), allLogCategories.size());
+    for (const auto& [category, count] : countByCategory)
+        EXPECT_EQ(count, threadCount) << category;
+}
+
+TEST(LogCategoryTest, IsFoundByItsExactNameAlone)
+{
+    for (const LogCategory category : allLogCategories)
+        EXPECT_EQ(logCategory(rawValue(category)), category);
+    EXPECT_EQ(logCategory("Network"), std::nullopt);
+    EXPECT_EQ(logCategory(""), std::nullopt);
+}
+
+} // namespace
