@@ -1,0 +1,215 @@
+#include "Tools/Tour/ThrowawayDevice.h"
+
+#include <boost/json.hpp>
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <regex>
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+class ProgramTest : public testing::Test {
+protected:
+    struct Outcome {
+        std::optional<int> exitCode;
+        std::string output;
+    };
+    [[nodiscard]] Outcome qvctl(const std::vector<std::string>& arguments) const
+    {
+        const auto process = device.startConsole(arguments);
+        Outcome outcome{process->waitForExit(), {}};
+        for (const std::string& line : process->lines())
+            outcome.output += line + "\n";
+        return outcome;
+    }
+    [[nodiscard]] boost::json::object qvctlJSON(std::vector<std::string> arguments) const
+    {
+        arguments.emplace_back("--json");
+        const Outcome outcome = qvctl(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+        EXPECT_EQ(outcome.output.substr(0, 1), "{") << outcome.output;
+        return boost::json::parse(outcome.output).as_object();
+    }
+    /// The lines without their time.
+    static std::vector<std::string> withoutTimes(const std::vector<std::string>& lines)
+    {
+        static const std::regex time("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ");
+        std::vector<std::string> result;
+        for (const std::string& line : lines)
+            result.push_back(std::regex_replace(line, time, ""));
+        return result;
+    }
+
+    ThrowawayDevice device{QV_PROGRAMS};
+};
+
+TEST_F(ProgramTest, StartUpWritesItsLinesInOrderAndEndsCleanly)
+{
+    device.replacePolicy(R"({"device_id": "DEV-1"})");
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration manager initialized"));
+    application->signal(SIGTERM);
+    EXPECT_EQ(application->waitForExit(), 0);
+    EXPECT_THAT(withoutTimes(application->lines()),
+                ElementsAre("info com.quorvane.mdm general Quorvane MDM App starting up",
+                            "info com.quorvane.mdm general Configuration updated - v1, apps: 0",
+                            "info com.quorvane.mdm general Configuration manager initialized"));
+}
+
+TEST_F(ProgramTest, KilledAtAnyMomentTheNextLaunchGoesOnFromTheLastCommit)
+{
+    std::int64_t lastVersion = 0;
+    for (int round = 1; round <= 12; ++round) {
+        device.replacePolicy(R"({"device_id": )" + std::to_string(round) + "}");
+        const auto application = device.startApplication();
+        // From before the first line to after the update, a little later every round.
+        if (round % 3 != 0)
+            application->waitForLine(round % 3 == 1 ? "starting up" : "Configuration updated", 5s);
+        application->signal(SIGKILL);
+        EXPECT_EQ(application->waitForExit(), -SIGKILL);
+        const std::int64_t version = qvctlJSON({"status"}).at("configVersion").as_int64();
+        EXPECT_GE(version, lastVersion);
+        EXPECT_LE(version, lastVersion + 1);
+        lastVersion = version;
+    }
+    const auto application = device.startApplication();
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v" + std::to_string(lastVersion + 1)));
+}
+
+TEST_F(ProgramTest, SecondLaunchLeavesTheFirstAlone)
+{
+    device.replacePolicy(R"({"device_id": "DEV-1"})");
+    const auto first = device.startApplication();
+    ASSERT_TRUE(first->waitForLine("Configuration manager initialized"));
+    const auto second = device.startApplication();
+    EXPECT_EQ(second->waitForExit(), 0);
+    EXPECT_THAT(second->lines(), ElementsAre(HasSubstr("already running")));
+    const auto status = qvctlJSON({"status"});
+    EXPECT_EQ(status.at("configVersion").as_int64(), 1);
+    EXPECT_EQ(status.at("processId").as_int64(), first->processId());
+}
+
+TEST_F(ProgramTest, StateThatCannotBeKeptIsSaidAndSurvived)
+{
+    device.write(device.path("data"), "a file where a folder should be");
+    device.replacePolicy(R"({"device_id": "DEV-1"})");
+    const auto application = device.startApplication();
+    EXPECT_TRUE(application->waitForLine("Cannot access App Group defaults"));
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v1, apps: 0"));
+    EXPECT_TRUE(application->waitForLine("Configuration manager initialized"));
+}
+
+TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
+{
+    device.write(device.path("good.json"), R"({"api_key": "canary", "base_domain": "acme.corp"})");
+    device.write(device.path("bad.json"), "{\n  \"api_key\": \"canary\n}");
+    struct Case {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* output;
+    };
+    const Case cases[] = {
+        {{"--version"}, 0, "qvctl "},
+        {{"--help"}, 0, "snapshot"},
+        {{}, 64, "Try qvctl --help"},
+        {{"stauts"}, 64, "stauts"},
+        {{"config"}, 64, "Try qvctl --help"},
+        {{"config", "sohw"}, 64, "there is no verb 'sohw'"},
+        {{"config", "lint"}, 64, "FILE"},
+        {{"status"}, 0, "none was ever applied"},
+        {{"snapshot"}, 66, "no snapshot is stored"},
+        {{"config", "show"}, 66, "there is no such file"},
+        {{"config", "lint", device.path("missing.json")}, 66, "there is no such file"},
+        {{"config", "lint", device.path("bad.json")}, 78, "bad.json:2:"},
+        {{"config", "explain", device.path("bad.json")}, 78, "bad.json:2:"},
+        {{"config", "set", device.path("bad.json")}, 78, "bad.json:2:"},
+        {{"config", "clear"}, 0, "no managed configuration to remove"},
+        {{"config", "set", device.path("good.json")}, 0, "Installed"},
+        {{"config", "show"}, 0, "\"acme.corp\""},
+        {{"config", "show", "--json"}, 0, R"("api_key":"********")"},
+        {{"config", "show", "--reveal"}, 0, "canary"},
+        {{"config", "clear"}, 0, "Removed"},
+    };
+    for (const Case& row : cases) {
+        const Outcome outcome = qvctl(row.arguments);
+        const std::string command = testing::PrintToString(row.arguments);
+        EXPECT_EQ(outcome.exitCode, row.exitCode) << command;
+        EXPECT_THAT(outcome.output, HasSubstr(row.output)) << command;
+        const bool isRevealing = !row.arguments.empty() && row.arguments.back() == "--reveal";
+        EXPECT_EQ(outcome.output.find("canary") != std::string::npos, isRevealing) << command;
+    }
+    const auto application = device.startApplication({"--no-such-option"});
+    EXPECT_EQ(application->waitForExit(), 64);
+    EXPECT_THAT(application->lines(), Contains(HasSubstr("--no-such-option")));
+}
+
+TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
+{
+    device.write(device.path("file.json"), R"({
+  "organizationId": 5,
+  "base_domain": "http://acme.corp/mdm",
+  "api_key": ["canary"],
+  "device_id": "  DEV-1 ",
+  "AllowedAppsBundleIdsForSSOExtension": [
+    "com.acme.one",
+    "nodot"],
+  "colour": true
+})");
+    device.write(device.path("file.plist"),
+                 "<plist><dict>\n<key>api_key</key>\n <array/>\n"
+                 "<key>AllowedAppsBundleIdsForSSOExtension</key><string>a.b,c_d.e</string></dict></plist>");
+    const Outcome json = qvctl({"config", "lint", device.path("file.json")});
+    EXPECT_EQ(json.exitCode, 78);
+    for (const char* expected : {
+             "file.json:2:3: error: organizationId is not a key of this app; it is ignored; did you mean "
+             "\"OrganizationId\"?",
+             "file.json:3:18: warning: base_domain asks for plain http; https is used instead; write "
+             "https://",
+             "file.json:3:18: warning: base_domain carries a path",
+             "file.json:4:14: error: api_key holds ********; it counts as missing; write a text or a number",
+             "file.json:5:16: note: device_id has white space at an end",
+             "file.json:8:5: error: AllowedAppsBundleIdsForSSOExtension[1] \"nodot\" has no \".\"; it is "
+             "dropped",
+             "file.json:9:3: warning: colour is not a key of this app; it is ignored; remove it",
+         })
+        EXPECT_THAT(json.output, HasSubstr(expected));
+    const Outcome plist = qvctl({"config", "lint", device.path("file.plist"), "--reveal"});
+    EXPECT_THAT(plist.output, HasSubstr("file.plist:3:2: error: api_key holds array []"));
+    EXPECT_THAT(
+        plist.output,
+        HasSubstr(
+            "file.plist:4:47: error: AllowedAppsBundleIdsForSSOExtension[1] \"c_d.e\" has a character"));
+}
+
+TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
+{
+    device.replacePolicy(R"({"OrganizationId": true, "base_domain": "ACME.corp", "api_key": "canary",
+        "AllowedAppsBundleIdsForSSOExtension": "com.a.b,nodot", "SchemaVersion": 2})");
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v1, apps: 1"));
+
+    const auto keys = qvctlJSON({"config", "explain"}).at("keys").as_object();
+    const auto effective = [&](const char* key) { return keys.at(key).at("effective"); };
+    EXPECT_EQ(effective("OrganizationId"), "1");
+    EXPECT_EQ(effective("base_domain"), "https://ACME.corp");
+    EXPECT_EQ(effective("api_key"), "********");
+    EXPECT_TRUE(effective("device_id").is_null());
+    EXPECT_EQ(effective("AllowedAppsBundleIdsForSSOExtension"), "com.a.b");
+
+    const auto snapshot = qvctlJSON({"snapshot", "--reveal"});
+    EXPECT_EQ(snapshot.at("apiKey"), "canary");
+    EXPECT_EQ(snapshot.at("configVersion"), 1);
+    EXPECT_EQ(snapshot.at("version"), 1);
+    EXPECT_FALSE(snapshot.contains("deviceId"));
+    const Outcome human = qvctl({"snapshot"});
+    EXPECT_THAT(human.output, AllOf(HasSubstr("com.a.b"), HasSubstr("********"), Not(HasSubstr("canary"))));
+}
+
+} // namespace

@@ -1,0 +1,61 @@
+#include "Tools/Tour/ThrowawayDevice.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(programs))
+{
+    std::string pattern = fs::temp_directory_path() / "quorvane-device.XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr)
+        throw std::system_error(errno, std::generic_category(), pattern);
+    m_folder = pattern;
+    fs::create_directory(path("policy"));
+}
+
+ThrowawayDevice::~ThrowawayDevice()
+{
+    std::error_code ignored;
+    fs::remove_all(m_folder, ignored);
+}
+
+void ThrowawayDevice::write(const fs::path& file, std::string_view content) const
+{
+    std::ofstream stream(file, std::ios::binary);
+    stream << content;
+    stream.close();
+    if (!stream)
+        throw std::system_error(errno, std::generic_category(), file.string());
+}
+
+void ThrowawayDevice::replacePolicy(std::string_view content) const
+{
+    write(path("policy/next"), content);
+    fs::rename(path("policy/next"), policyFile());
+}
+
+std::unique_ptr<ChildProcess>
+ThrowawayDevice::startApplication(const std::vector<std::string>& arguments) const
+{
+    return start("App/quorvane-mdm", arguments);
+}
+
+std::unique_ptr<ChildProcess> ThrowawayDevice::startConsole(const std::vector<std::string>& arguments) const
+{
+    return start("Tools/qvctl/qvctl", arguments);
+}
+
+std::unique_ptr<ChildProcess> ThrowawayDevice::start(std::string_view program,
+                                                     const std::vector<std::string>& arguments) const
+{
+    std::vector<std::string> all{m_programs / program};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return std::make_unique<ChildProcess>(
+        all, ChildProcess::Environment{{"XDG_DATA_HOME", path("data")},
+                                       {"QUORVANE_MANAGED_CONFIGURATION", policyFile()},
+                                       {"QUORVANE_LOG_PRIVATE_DATA", "show"},
+                                       {"NO_COLOR", "1"}});
+}

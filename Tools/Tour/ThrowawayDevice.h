@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Tools/Tour/ChildProcess.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// A device of its own in a temporary folder: state, policy file, and the programs that work on them. Removed
+/// with all it holds at the end.
+class ThrowawayDevice {
+public:
+    /// `programs` is the folder of the build that holds App/quorvane-mdm and Tools/qvctl/qvctl.
+    explicit ThrowawayDevice(std::filesystem::path programs);
+    ~ThrowawayDevice();
+    ThrowawayDevice(const ThrowawayDevice&) = delete;
+    ThrowawayDevice& operator=(const ThrowawayDevice&) = delete;
+
+    [[nodiscard]] std::filesystem::path path(std::string_view name) const { return m_folder / name; }
+    [[nodiscard]] std::filesystem::path policyFile() const { return path("policy/managed.json"); }
+    [[nodiscard]] std::filesystem::path suiteFile() const
+    {
+        return path("data/quorvane-mdm/groups/group.com.quorvane.mdm.sqlite");
+    }
+
+    /// Puts the content in the place of the policy file in one step.
+    void replacePolicy(std::string_view content) const;
+    void write(const std::filesystem::path& file, std::string_view content) const;
+
+    /// Starts the application on this device, its log on standard error and readable.
+    [[nodiscard]] std::unique_ptr<ChildProcess> startApplication(const std::vector<std::string>& arguments = {
+                                                                     "--log-stderr"}) const;
+    [[nodiscard]] std::unique_ptr<ChildProcess> startConsole(const std::vector<std::string>& arguments) const;
+
+private:
+    [[nodiscard]] std::unique_ptr<ChildProcess> start(std::string_view program,
+                                                      const std::vector<std::string>& arguments) const;
+
+    std::filesystem::path m_programs;
+    std::filesystem::path m_folder;
+};

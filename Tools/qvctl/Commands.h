@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace Qvctl {
+
+/// Exit codes, of sysexits(3).
+enum ExitCode { success = 0, usage = 64, noInput = 66, unavailable = 69, internal = 70, configuration = 78 };
+
+/// What every verb is told.
+struct Options {
+    std::optional<std::string> managedConfiguration;
+    bool isJSON = false;
+    bool isRevealing = false;
+};
+
+// One function per verb; each prints its answer and returns the exit code.
+ExitCode status(const Options& options);
+ExitCode snapshot(const Options& options);
+ExitCode configShow(const Options& options);
+ExitCode configLint(const Options& options, const std::string& file);
+/// Without a file: of the managed configuration of this device.
+ExitCode configExplain(const Options& options, const std::optional<std::string>& file);
+ExitCode configSet(const Options& options, const std::string& file);
+ExitCode configClear(const Options& options);
+
+} // namespace Qvctl

@@ -1,0 +1,258 @@
+#include "Core/Constants.h"
+#include "Core/ManagedConfigurationValidation.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/PolicyFileReading.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/FindingText.h"
+#include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/PolicyInstaller.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <utility>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+namespace Keys = Core::Constants::ManagedConfigKeys;
+using namespace Platform::Linux;
+using Platform::PropertyList;
+using State = PolicyFileReading::State;
+
+/// Tells on standard error why a file has no dictionary to work with; answers the exit code for it.
+ExitCode reportUnusable(const PolicyFileReading& reading)
+{
+    const std::string text = reading.state == State::missing
+                                 ? reading.path.string() + ": there is no such file"
+                                 : reading.diagnostic();
+    fmt::print(stderr, "qvctl: {}\n", text);
+    const bool isAbsent = reading.state == State::missing || reading.state == State::unreadable;
+    return isAbsent ? noInput : configuration;
+}
+
+PolicyFileReading readNamedFile(const std::string& file)
+{
+    return readPolicyFile(std::filesystem::absolute(file), TrustCheck::skipped, WithPlaces::yes);
+}
+
+PolicyFileReading readDevicePolicy(const Options& options)
+{
+    const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
+    std::vector<PolicyFileReading> passedOver;
+    auto reading = readFirstPolicyFile(paths.managedConfigurationCandidates, WithPlaces::yes, &passedOver);
+    return reading.state == State::missing && !passedOver.empty() ? std::move(passedOver.front())
+                                                                  : std::move(reading);
+}
+
+std::string subject(const Finding& finding)
+{
+    return finding.index ? fmt::format("{}[{}]", printable(finding.key), *finding.index)
+                         : printable(finding.key);
+}
+
+std::string place(const std::filesystem::path& file, const std::optional<TextPosition>& position)
+{
+    return position ? fmt::format("{}:{}:{}", file.string(), position->line, position->column)
+                    : file.string();
+}
+
+void printFindings(std::FILE* stream, const std::filesystem::path& file, const std::vector<Finding>& findings)
+{
+    for (const Finding& finding : findings) {
+        const Tone tone = finding.severity == Severity::error     ? Tone::bad
+                          : finding.severity == Severity::warning ? Tone::warning
+                                                                  : Tone::faint;
+        fmt::print(stream, "{}: {}: {} {}; {}{}{}\n", place(file, finding.position),
+                   stream == stdout ? toned(tone, severityName(finding.severity))
+                                    : std::string(severityName(finding.severity)),
+                   subject(finding), finding.problem, finding.effect, finding.mend.empty() ? "" : "; ",
+                   finding.mend);
+    }
+}
+
+json::array findingsJSON(const std::vector<Finding>& findings)
+{
+    json::array list;
+    for (const Finding& finding : findings) {
+        json::object object{{"severity", severityName(finding.severity)}, {"key", finding.key}};
+        object["index"] = finding.index ? json::value(*finding.index) : json::value();
+        object["line"] = finding.position ? json::value(finding.position->line) : json::value();
+        object["column"] = finding.position ? json::value(finding.position->column) : json::value();
+        object["problem"] = finding.problem;
+        object["effect"] = finding.effect;
+        object["mend"] = finding.mend;
+        list.push_back(std::move(object));
+    }
+    return list;
+}
+
+bool hasErrors(const std::vector<Finding>& findings)
+{
+    return std::any_of(findings.begin(), findings.end(),
+                       [](const Finding& finding) { return finding.severity == Severity::error; });
+}
+
+/// A file that does not parse has one finding: where and why.
+std::vector<Finding> findingsOf(const PolicyFileReading& reading, bool isRevealing)
+{
+    if (reading.state == State::good)
+        return judge(reading.document, isRevealing);
+    return {{.severity = Severity::error,
+             .key = "the file",
+             .index = {},
+             .position = reading.position,
+             .problem = fmt::format("is not taken: {}", reading.reason),
+             .effect = "the last good configuration stays in force",
+             .mend = ""}};
+}
+
+/// The value that the application uses for each key, by key; a missing member means none.
+std::map<std::string_view, std::string> effectiveValues(const PropertyList::Dictionary& managed,
+                                                        bool isRevealing)
+{
+    const Core::ValidatedConfig config = Core::validateManagedConfiguration(managed);
+    std::map<std::string_view, std::string> values;
+    const auto set = [&](std::string_view key, const std::optional<std::string>& value) {
+        if (value)
+            values[key] = isSecret(key) && !isRevealing ? std::string(mask) : *value;
+    };
+    set(Keys::organizationId, config.organizationId);
+    set(Keys::BASE_DOMAIN, config.baseDomain);
+    set(Keys::API_KEY, config.apiKey);
+    set(Keys::DEVICE_ID, config.deviceId);
+    if (!config.allowedAppBundleIds.empty())
+        set(Keys::allowedAppBundleIds, fmt::format("{}", fmt::join(config.allowedAppBundleIds, ", ")));
+    if (const auto schema = managed.find(Keys::schemaVersion); schema != managed.end())
+        set(Keys::schemaVersion, schema->second.description());
+    return values;
+}
+
+/// Why a key has the effective value it has.
+std::vector<std::string> reasons(std::string_view key, const PropertyList::Dictionary& managed,
+                                 const std::vector<Finding>& findings)
+{
+    if (managed.find(key) == managed.end())
+        return {"the key is missing"};
+    std::vector<std::string> texts;
+    for (const Finding& finding : findings) {
+        if (finding.key == key)
+            texts.push_back(fmt::format("{} {}; {}", subject(finding), finding.problem, finding.effect));
+    }
+    if (key == Keys::schemaVersion)
+        texts.emplace_back("a change of it alone has the configuration applied again; nothing else reads it");
+    else if (texts.empty())
+        texts.emplace_back("taken as written");
+    return texts;
+}
+
+} // namespace
+
+ExitCode configShow(const Options& options)
+{
+    const PolicyFileReading reading = readDevicePolicy(options);
+    if (reading.state != State::good)
+        return reportUnusable(reading);
+    json::object values;
+    for (const auto& [key, value] : *reading.document.root.dictionary()) {
+        const bool isMasked = isSecret(key) && !options.isRevealing;
+        if (options.isJSON)
+            values.emplace(key, isMasked ? json::value(mask) : jsonValue(value));
+        else
+            fmt::print("{:<40}{}\n", printable(key), isMasked ? std::string(mask) : displayText(value));
+    }
+    if (options.isJSON)
+        printJSON({{"path", reading.path.string()},
+                   {"format", formatName(reading.document.format)},
+                   {"configuration", std::move(values)}});
+    return success;
+}
+
+ExitCode configLint(const Options& options, const std::string& file)
+{
+    const PolicyFileReading reading = readNamedFile(file);
+    if (reading.state == State::missing || reading.state == State::unreadable)
+        return reportUnusable(reading);
+    const std::vector<Finding> findings = findingsOf(reading, options.isRevealing);
+    if (options.isJSON)
+        printJSON({{"path", file}, {"findings", findingsJSON(findings)}});
+    else if (findings.empty())
+        fmt::print("{}: {}\n", file, toned(Tone::good, "nothing to remark"));
+    else
+        printFindings(stdout, file, findings);
+    return hasErrors(findings) ? configuration : success;
+}
+
+ExitCode configExplain(const Options& options, const std::optional<std::string>& file)
+{
+    const PolicyFileReading reading = file ? readNamedFile(*file) : readDevicePolicy(options);
+    if (reading.state != State::good)
+        return reportUnusable(reading);
+    const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
+    const std::vector<Finding> findings = judge(reading.document, options.isRevealing);
+    const auto effective = effectiveValues(managed, options.isRevealing);
+    json::object keys;
+    for (const std::string_view key : Keys::all) {
+        const auto value = effective.find(key);
+        const auto why = reasons(key, managed, findings);
+        if (options.isJSON) {
+            keys[key] = {{"effective", value != effective.end() ? json::value(value->second) : json::value()},
+                         {"reasons", json::array(why.begin(), why.end())}};
+            continue;
+        }
+        fmt::print("{:<40}{}\n", key,
+                   value != effective.end() ? printable(value->second) : toned(Tone::warning, "no value"));
+        for (const std::string& reason : why)
+            fmt::print("    {}\n", toned(Tone::faint, reason));
+    }
+    if (options.isJSON)
+        printJSON({{"path", reading.path.string()},
+                   {"keys", std::move(keys)},
+                   {"findings", findingsJSON(findings)}});
+    return success;
+}
+
+ExitCode configSet(const Options& options, const std::string& file)
+{
+    const PolicyFileReading reading = readNamedFile(file);
+    if (reading.state != State::good)
+        return reportUnusable(reading);
+    const std::vector<Finding> findings = judge(reading.document, options.isRevealing);
+    printFindings(stderr, file, findings);
+
+    const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
+    const std::filesystem::path installed =
+        installPolicy(paths.managedConfigurationCandidates, reading.bytes, reading.document.format);
+    const PolicyFileReading result = readPolicyFile(installed, TrustCheck::required);
+    if (options.isJSON)
+        printJSON({{"path", installed.string()}, {"findings", findingsJSON(findings)}});
+    else
+        fmt::print("Installed {}\n", installed.string());
+    return result.state == State::good ? success : reportUnusable(result);
+}
+
+ExitCode configClear(const Options& options)
+{
+    const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
+    const auto removed = removePolicy(paths.managedConfigurationCandidates);
+    if (options.isJSON) {
+        json::array list;
+        for (const auto& path : removed)
+            list.emplace_back(path.string());
+        printJSON({{"removed", std::move(list)}});
+    } else if (removed.empty()) {
+        fmt::print("There was no managed configuration to remove\n");
+    }
+    for (const auto& path : removed) {
+        if (!options.isJSON)
+            fmt::print("Removed {}\n", path.string());
+    }
+    return success;
+}
+
+} // namespace Qvctl

@@ -1,0 +1,189 @@
+#include "Tools/qvctl/FindingText.h"
+
+#include "Core/Constants.h"
+#include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <numeric>
+
+namespace Qvctl {
+
+namespace {
+
+using Core::ValidationFinding;
+using Platform::PropertyList;
+using Kind = ValidationFinding::Kind;
+namespace Keys = Core::Constants::ManagedConfigKeys;
+
+/// The words for one kind of finding; "{}" stands for the value concerned.
+struct Wording {
+    Severity severity;
+    const char* problem;
+    const char* effect;
+    const char* mend;
+};
+
+Wording wordingOf(Kind kind, bool isList)
+{
+    switch (kind) {
+    case Kind::wrongType:
+        return isList
+                   ? Wording{Severity::error, "holds {}", "no app is allowed to use single sign-on",
+                             "write a text of comma-separated bundle identifiers, or an array of texts"}
+                   : Wording{Severity::error, "holds {}", "it counts as missing", "write a text or a number"};
+    case Kind::blank:
+        return {Severity::error, "is blank", "it counts as missing", "write the value, or leave the key out"};
+    case Kind::elementNotText:
+        return {Severity::error, "is {}, not a text",
+                "the whole list is dropped: no app may use single sign-on", "write every element as a text"};
+    case Kind::entryEmpty:
+        return {Severity::warning, "is an empty entry", "it is dropped",
+                "remove the surplus comma or element"};
+    case Kind::entryHasForbiddenCharacter:
+        return {Severity::error, "{} has a character other than a-z, A-Z, 0-9, \".\" and \"-\"",
+                "it is dropped", "write the app's bundle identifier, such as com.example.app"};
+    case Kind::entryHasNoDot:
+        return {Severity::error, "{} has no \".\"", "it is dropped",
+                "write the app's whole bundle identifier, such as com.example.app"};
+    case Kind::whiteSpaceTrimmed:
+        return {Severity::note, "has white space at an end", "the white space is taken away", ""};
+    case Kind::numberTakenAsText:
+        return {Severity::note, "is a number", "its decimal text is used", ""};
+    case Kind::schemeAdded:
+        return {Severity::note, "names no scheme", "https:// is put in front", ""};
+    case Kind::schemeUpgraded:
+        return {Severity::warning, "asks for plain http", "https is used instead", "write https://"};
+    case Kind::entryRepeated:
+        return {Severity::warning, "{} stands in the list before", "it is kept twice", "remove one of them"};
+    case Kind::carriesPath:
+        return {Severity::warning, "carries a path", "the path is put before that of every request",
+                "leave the path out unless the backend really lives below it"};
+    }
+    return {};
+}
+
+/// The value that a finding is about: the one under its key, or one element or piece of it.
+std::string concernedValue(const ValidationFinding& finding, const PropertyList::Dictionary& managed)
+{
+    const PropertyList& value = managed.find(finding.key)->second;
+    if (!finding.index)
+        return fmt::format("{} {}", value.typeName(), displayText(value));
+    if (const auto* array = value.array())
+        return displayText(array->at(*finding.index));
+    std::string_view rest = *value.text();
+    for (std::size_t i = 0; i < *finding.index; ++i)
+        rest.remove_prefix(rest.find(',') + 1);
+    return fmt::format("\"{}\"", printable(rest.substr(0, rest.find(','))));
+}
+
+std::optional<Platform::Linux::TextPosition> placeOf(const Platform::Linux::PropertyListDocument& document,
+                                                     std::string_view key, std::optional<std::size_t> index)
+{
+    const auto& places = document.places.byPath;
+    auto found = index ? places.find(fmt::format("{}/{}", key, *index)) : places.end();
+    if (found == places.end()) // A piece of a comma-separated text has the place of its text.
+        found = places.find(key);
+    return found != places.end() ? std::optional(found->second.value) : std::nullopt;
+}
+
+/// Letters in lower case, everything that people swap for one another left out.
+std::string skeleton(std::string_view key)
+{
+    std::string letters;
+    for (const char character : key) {
+        if (std::isalnum(static_cast<unsigned char>(character)) != 0)
+            letters += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    }
+    return letters;
+}
+
+/// How many letters must be changed, added or taken away to make one of the other.
+std::size_t editDistance(std::string_view left, std::string_view right)
+{
+    std::vector<std::size_t> row(right.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= left.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i);
+        for (std::size_t j = 1; j <= right.size(); ++j) {
+            const std::size_t substituted = diagonal + (left[i - 1] == right[j - 1] ? 0 : 1);
+            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, substituted}));
+        }
+    }
+    return row.back();
+}
+
+} // namespace
+
+std::string_view severityName(Severity severity)
+{
+    constexpr std::array<std::string_view, 3> names{"error", "warning", "note"};
+    return names.at(static_cast<std::size_t>(severity));
+}
+
+std::optional<std::string_view> suggestedKey(std::string_view key)
+{
+    // Longer names than any sensible slip are not worth comparing.
+    constexpr std::size_t longestComparedKeyBytes = 100;
+    constexpr std::size_t slips = 2;
+    const std::string wanted = skeleton(key.substr(0, longestComparedKeyBytes));
+    std::optional<std::string_view> best;
+    std::size_t bestDistance = slips + 1;
+    for (const std::string_view known : Keys::all) {
+        const std::size_t distance = editDistance(wanted, skeleton(known));
+        if (distance < bestDistance) {
+            best = known;
+            bestDistance = distance;
+        }
+    }
+    return best;
+}
+
+bool isSecret(std::string_view key)
+{
+    return suggestedKey(key) == Keys::API_KEY;
+}
+
+std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document, bool isRevealing)
+{
+    const PropertyList::Dictionary& managed = *document.root.dictionary();
+    std::vector<Finding> findings;
+    for (const auto& [key, value] : managed) {
+        if (std::find(Keys::all.begin(), Keys::all.end(), key) != Keys::all.end())
+            continue;
+        const auto place = document.places.byPath.find(key);
+        const auto suggestion = suggestedKey(key);
+        findings.push_back({
+            .severity = suggestion ? Severity::error : Severity::warning,
+            .key = key,
+            .index = {},
+            .position = place != document.places.byPath.end() ? place->second.key : std::nullopt,
+            .problem = "is not a key of this app",
+            .effect = "it is ignored",
+            .mend = suggestion ? fmt::format("did you mean \"{}\"? Keys are case-sensitive", *suggestion)
+                               : "remove it unless it is there for another reader",
+        });
+    }
+    std::vector<ValidationFinding> dropped;
+    Core::validateManagedConfiguration(managed, &dropped);
+    for (const ValidationFinding& finding : dropped) {
+        const Wording words = wordingOf(finding.kind, finding.key == Keys::allowedAppBundleIds);
+        const std::string value =
+            isSecret(finding.key) && !isRevealing ? std::string(mask) : concernedValue(finding, managed);
+        findings.push_back({
+            .severity = words.severity,
+            .key = std::string(finding.key),
+            .index = finding.index,
+            .position = placeOf(document, finding.key, finding.index),
+            .problem = fmt::format(fmt::runtime(words.problem), value),
+            .effect = words.effect,
+            .mend = words.mend,
+        });
+    }
+    return findings;
+}
+
+} // namespace Qvctl

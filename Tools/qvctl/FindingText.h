@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Core/ManagedConfigurationValidation.h"
+#include "Platform/Linux/PropertyListReader.h"
+#include "Platform/PropertyList.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Qvctl {
+
+enum class Severity { error, warning, note };
+
+std::string_view severityName(Severity severity);
+
+/// One finding about a configuration, in words.
+struct Finding {
+    Severity severity;
+    std::string key;
+    std::optional<std::size_t> index;
+    /// Absent where the format has no lines.
+    std::optional<Platform::Linux::TextPosition> position;
+    /// What is the matter.
+    std::string problem;
+    /// What the application makes of it.
+    std::string effect;
+    /// What to write instead; may be empty.
+    std::string mend;
+};
+
+/// Everything to be said about a managed dictionary: what validation itself drops or alters, and keys that it
+/// never looks at.
+std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document, bool isRevealing);
+
+/// The known key that `key` was probably meant to be.
+std::optional<std::string_view> suggestedKey(std::string_view key);
+
+/// Whether the value of `key` is a secret; so is that of a key that was probably meant to be a secret one.
+bool isSecret(std::string_view key);
+
+} // namespace Qvctl

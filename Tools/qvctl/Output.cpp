@@ -1,0 +1,116 @@
+#include "Tools/qvctl/Output.h"
+
+#include "Core/JSON.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <iterator>
+#include <unistd.h>
+#include <utility>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+
+bool isColourWanted()
+{
+    const char* refusal = std::getenv("NO_COLOR");
+    return ::isatty(STDOUT_FILENO) == 1 && (refusal == nullptr || *refusal == '\0');
+}
+
+const char* colourCode(Tone tone)
+{
+    switch (tone) {
+    case Tone::good:
+        return "\x1b[32m";
+    case Tone::bad:
+        return "\x1b[31m";
+    case Tone::warning:
+        return "\x1b[33m";
+    case Tone::faint:
+        return "\x1b[2m";
+    case Tone::plain:
+        break;
+    }
+    return "";
+}
+
+} // namespace
+
+void printJSON(json::object object)
+{
+    json::object versioned{{"version", jsonFormatVersion}};
+    for (auto& member : object)
+        versioned.emplace(member.key(), std::move(member.value()));
+    const Platform::Data bytes = Core::encodeJSON(versioned);
+    fmt::print("{}\n", std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+json::value jsonValue(const Platform::PropertyList& value)
+{
+    if (const auto* text = value.text())
+        return json::string(*text);
+    if (const auto* boolean = value.boolean())
+        return *boolean;
+    if (const auto* integer = value.integer())
+        return *integer;
+    if (const auto* integer = value.largeInteger())
+        return *integer;
+    if (const auto* real = value.real(); real != nullptr && std::isfinite(*real))
+        return *real;
+    if (const auto* date = value.date())
+        return json::string(date->utcText());
+    if (const auto* array = value.array()) {
+        json::array elements;
+        for (const auto& element : *array)
+            elements.push_back(jsonValue(element));
+        return elements;
+    }
+    if (const auto* dictionary = value.dictionary()) {
+        json::object members;
+        for (const auto& [key, member] : *dictionary)
+            members.emplace(key, jsonValue(member));
+        return members;
+    }
+    if (value.isNull())
+        return nullptr;
+    return json::string(value.description());
+}
+
+std::string printable(std::string_view text)
+{
+    std::string out;
+    for (const char character : text) {
+        const auto code = static_cast<unsigned char>(character);
+        if (code < 0x20 || code == 0x7f)
+            fmt::format_to(std::back_inserter(out), "\\x{:02x}", code);
+        else
+            out += character;
+    }
+    return out;
+}
+
+std::string displayText(const Platform::PropertyList& value)
+{
+    if (value.text() != nullptr)
+        return fmt::format("\"{}\"", printable(*value.text()));
+    if (const auto* boolean = value.boolean())
+        return *boolean ? "true" : "false";
+    if (const auto* date = value.date())
+        return date->utcText();
+    return printable(value.description());
+}
+
+std::string toned(Tone tone, std::string_view text)
+{
+    static const bool isColoured = isColourWanted();
+    if (!isColoured || tone == Tone::plain)
+        return std::string(text);
+    return fmt::format("{}{}\x1b[0m", colourCode(tone), text);
+}
+
+} // namespace Qvctl
