@@ -6,9 +6,11 @@
 #include <QTimer>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -36,48 +38,83 @@ private:
     QTimer m_timer;
 };
 
+constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGHUP};
+
+/// Why the main thread is woken.
+enum class Wake : char { toWork = 'w', toQuit = 'q' };
+
+/// Where a signal handler finds the pipe.
+std::atomic<int> s_signalledPipe = -1;
+
+void wakeUp(int pipeWriteEnd, Wake reason)
+{
+    // A full pipe holds reasons enough to wake up.
+    [[maybe_unused]] const auto written = ::write(pipeWriteEnd, &reason, 1);
+}
+
 } // namespace
 
-/// Turns the signals that end a process into an event: a handler may do little more than write to a pipe.
-class QtRunLoop::TerminationSignals {
-public:
-    explicit TerminationSignals(std::function<void()> onSignal)
-    {
-        if (::pipe2(s_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
-            fatalError("there is no descriptor left for a pipe");
-        m_notifier = std::make_unique<QSocketNotifier>(s_pipe[0], QSocketNotifier::Read);
-        QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [onSignal = std::move(onSignal)] {
-            char drained = 0;
-            while (::read(s_pipe[0], &drained, 1) > 0) {
-            }
-            onSignal();
-        });
-        struct sigaction action {};
-        action.sa_handler = [](int) {
-            const int savedError = errno;
-            [[maybe_unused]] const auto written = ::write(s_pipe[1], "", 1);
-            errno = savedError;
-        };
-        action.sa_flags = SA_RESTART;
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-            ::sigaction(signal, &action, nullptr);
-    }
+QtRunLoop::QtRunLoop(int& argc, char** argv) : m_application(argc, argv)
+{
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        fatalError("there is no descriptor left for a pipe");
+    m_pipeReadEnd = ends[0];
+    m_pipeWriteEnd = ends[1];
+    m_notifier = std::make_unique<QSocketNotifier>(m_pipeReadEnd, QSocketNotifier::Read);
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] { runWaiting(); });
 
-private:
-    inline static std::array<int, 2> s_pipe{};
-    std::unique_ptr<QSocketNotifier> m_notifier;
-};
+    s_signalledPipe = m_pipeWriteEnd;
+    struct sigaction action {};
+    // A handler may do little more than write to a pipe; see signal-safety(7).
+    action.sa_handler = [](int) {
+        const int savedError = errno;
+        wakeUp(s_signalledPipe, Wake::toQuit);
+        errno = savedError;
+    };
+    action.sa_flags = SA_RESTART;
+    for (const int signal : terminationSignals)
+        ::sigaction(signal, &action, nullptr);
+}
 
-QtRunLoop::QtRunLoop(int& argc, char** argv)
-    : m_application(argc, argv),
-      m_terminationSignals(std::make_unique<TerminationSignals>([this] { quit(); }))
-{}
-
-QtRunLoop::~QtRunLoop() = default;
+QtRunLoop::~QtRunLoop()
+{
+    for (const int signal : terminationSignals)
+        ::signal(signal, SIG_DFL);
+    m_notifier.reset();
+    ::close(m_pipeReadEnd);
+    ::close(m_pipeWriteEnd);
+}
 
 void QtRunLoop::async(Work work)
 {
-    QMetaObject::invokeMethod(&m_application, std::move(work), Qt::QueuedConnection);
+    bool isFirst = false;
+    {
+        const std::lock_guard lock(m_mutex);
+        isFirst = m_waiting.empty();
+        m_waiting.push_back(std::move(work));
+    }
+    if (isFirst)
+        wakeUp(m_pipeWriteEnd, Wake::toWork);
+}
+
+void QtRunLoop::runWaiting()
+{
+    std::array<char, 64> reasons;
+    bool isQuitting = false;
+    for (ssize_t count = 0; (count = ::read(m_pipeReadEnd, reasons.data(), reasons.size())) > 0;) {
+        const std::string_view read(reasons.data(), static_cast<std::size_t>(count));
+        isQuitting = isQuitting || read.find(static_cast<char>(Wake::toQuit)) != std::string_view::npos;
+    }
+    std::deque<Work> due;
+    {
+        const std::lock_guard lock(m_mutex);
+        due.swap(m_waiting);
+    }
+    for (const Work& work : due)
+        work();
+    if (isQuitting)
+        QCoreApplication::quit();
 }
 
 std::unique_ptr<Timer> QtRunLoop::scheduledTimer(std::chrono::milliseconds interval, Block block)
@@ -92,7 +129,7 @@ void QtRunLoop::run()
 
 void QtRunLoop::quit()
 {
-    async([] { QCoreApplication::quit(); });
+    wakeUp(m_pipeWriteEnd, Wake::toQuit);
 }
 
 } // namespace Platform::Desktop

@@ -4,12 +4,15 @@
 #include "Platform/Timer.h"
 
 #include <QCoreApplication>
+#include <QSocketNotifier>
 
+#include <deque>
 #include <memory>
+#include <mutex>
 
 namespace Platform::Desktop {
 
-/// The main thread as Qt runs it: the main queue and the timers on its event loop.
+/// The main thread as Qt runs it: the main queue and the timers on its event loop. One per process.
 ///
 /// Threads: made, run and destroyed on the main thread; `async` and `quit` from any.
 class QtRunLoop final : public DispatchQueue, public TimerScheduler {
@@ -23,13 +26,19 @@ public:
 
     /// Runs until `quit()`, which may have been called before.
     void run();
+    /// What waits in the queue at that moment still runs.
     void quit();
 
 private:
-    class TerminationSignals;
+    void runWaiting();
 
     QCoreApplication m_application;
-    std::unique_ptr<TerminationSignals> m_terminationSignals;
+    std::mutex m_mutex;
+    std::deque<Work> m_waiting;
+    /// Wakes the main thread for work from other threads and for signals.
+    int m_pipeReadEnd = -1;
+    int m_pipeWriteEnd = -1;
+    std::unique_ptr<QSocketNotifier> m_notifier;
 };
 
 } // namespace Platform::Desktop
