@@ -71,8 +71,12 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
         auto steps = walkPath(path);
         if (file)
             steps.back().status = status;
-        if (auto reason = distrustReason(steps))
+        if (auto reason = distrustReason(steps)) {
+            // The reason names what is at fault; the diagnostic names this file already.
+            if (const std::string ourselves = path.string() + " "; reason->starts_with(ourselves))
+                reason->erase(0, ourselves.size());
             return failed(std::move(reading), State::untrusted, std::move(*reason));
+        }
     }
     if (openError != 0)
         return failed(std::move(reading), State::unreadable, "cannot be opened: " + errorText(openError));

@@ -15,6 +15,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace Platform::Linux {
@@ -97,6 +98,19 @@ bool isCorruption(const SQLite::Exception& error)
     return error.getErrorCode() == SQLITE_CORRUPT || error.getErrorCode() == SQLITE_NOTADB;
 }
 
+/// The file as one that nobody changes; see https://sqlite.org/uri.html.
+std::string immutableURI(const std::string& file)
+{
+    std::string uri = "file:";
+    for (const char character : file) {
+        if (character == '%' || character == '?' || character == '#')
+            uri += fmt::format("%{:02x}", static_cast<unsigned char>(character));
+        else
+            uri += character;
+    }
+    return uri + "?immutable=1";
+}
+
 /// Keeps other processes of ours from opening or replacing the same database at the same moment.
 class OpeningLock {
 public:
@@ -114,7 +128,9 @@ private:
 } // namespace
 
 struct SQLiteUserDefaults::Connection {
-    Connection(const std::string& file, int flags) : database(file, flags, busyTimeoutMilliseconds) {}
+    Connection(const std::string& file, int flags)
+        : database(file, flags, busyTimeoutMilliseconds), isReadOnly((flags & SQLite::OPEN_READONLY) != 0)
+    {}
 
     /// Whether the file that was opened is no longer the one at its path.
     [[nodiscard]] bool isStranded() const
@@ -130,12 +146,18 @@ struct SQLiteUserDefaults::Connection {
     }
 
     SQLite::Database database;
+    const bool isReadOnly;
     std::unique_ptr<SQLite::Statement> select;
 };
 
 SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
                                        const AdapterLog& log)
-    : m_file(std::move(file)), m_access(access), m_clock(clock), m_log(log), m_errorLine(log)
+    : m_file(std::move(file)),
+      m_access(access),
+      m_clock(clock),
+      m_log(log),
+      m_errorLine(log),
+      m_readOnlyLine(log)
 {}
 
 SQLiteUserDefaults::~SQLiteUserDefaults() = default;
@@ -147,13 +169,13 @@ std::filesystem::path SQLiteUserDefaults::bellFile() const
 
 bool SQLiteUserDefaults::isAvailable()
 {
-    return perform("open", [](Connection&) {});
+    return perform(Purpose::read, [](Connection&) {});
 }
 
 std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) const
 {
     std::optional<PropertyList> value;
-    perform("read", [&](Connection& connection) {
+    perform(Purpose::read, [&](Connection& connection) {
         SQLite::Statement& select = *connection.select;
         select.reset();
         select.bind(1, std::string(key));
@@ -168,7 +190,7 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
 
 void SQLiteUserDefaults::write(std::span<const Entry> entries)
 {
-    const bool isWritten = perform("write", [&](Connection& connection) {
+    const bool isWritten = perform(Purpose::write, [&](Connection& connection) {
         SQLite::Transaction transaction(connection.database, SQLite::TransactionBehavior::IMMEDIATE);
         SQLite::Statement statement(connection.database, upsert);
         for (const Entry& entry : entries) {
@@ -186,7 +208,7 @@ void SQLiteUserDefaults::write(std::span<const Entry> entries)
 
 void SQLiteUserDefaults::removeObject(std::string_view key)
 {
-    const bool isRemoved = perform("write", [&](Connection& connection) {
+    const bool isRemoved = perform(Purpose::write, [&](Connection& connection) {
         SQLite::Statement statement(connection.database, "DELETE FROM defaults WHERE key = ?1");
         statement.bind(1, std::string(key));
         statement.exec();
@@ -195,24 +217,26 @@ void SQLiteUserDefaults::removeObject(std::string_view key)
         ringBell();
 }
 
-bool SQLiteUserDefaults::perform(const char* what, const std::function<void(Connection&)>& operation) const
+bool SQLiteUserDefaults::perform(Purpose purpose, const std::function<void(Connection&)>& operation) const
 {
+    const char* what = purpose == Purpose::write ? "write" : "read";
     const std::lock_guard lock(m_mutex);
     constexpr int attempts = 2; // The second one after a damaged file was moved aside.
     for (int attempt = 1; attempt <= attempts; ++attempt) {
         try {
-            ensureOpen();
+            ensureOpen(purpose);
             if (!m_connection)
                 return false;
             operation(*m_connection);
             m_errorLine.reset();
             return true;
         } catch (const SQLite::Exception& error) {
-            const bool isWorthAnother = isCorruption(error) && attempt < attempts;
-            if (!isWorthAnother)
-                m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
             if (isCorruption(error))
                 m_connection.reset();
+            if (isCorruption(error) && attempt < attempts)
+                continue;
+            m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
+            return false;
         } catch (const std::system_error& error) {
             m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
             return false;
@@ -221,15 +245,32 @@ bool SQLiteUserDefaults::perform(const char* what, const std::function<void(Conn
     return false;
 }
 
-void SQLiteUserDefaults::ensureOpen() const
+void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
 {
-    if (m_connection && !m_connection->isStranded())
+    const bool isToBeWritten = m_access == Access::readWrite;
+    const bool isWorthOpeningAnew =
+        m_connection && m_connection->isReadOnly && isToBeWritten && purpose == Purpose::write;
+    if (m_connection && !m_connection->isStranded() && !isWorthOpeningAnew)
         return;
     m_connection.reset();
-    if (m_access == Access::inspect) {
+    if (isToBeWritten) {
+        try {
+            openForWriting();
+            m_readOnlyLine.reset();
+            return;
+        } catch (const std::exception& error) {
+            openAsIs();
+            if (!m_connection)
+                throw;
+            m_readOnlyLine.say(fmt::format("{} can only be read: {}", m_file.string(), error.what()));
+        }
+    } else {
         openAsIs();
-        return;
     }
+}
+
+void SQLiteUserDefaults::openForWriting() const
+{
     createPrivateFolders(m_file.parent_path());
     const OpeningLock lock(bellFile());
     try {
@@ -246,7 +287,13 @@ void SQLiteUserDefaults::openAsIs() const
 {
     if (!std::filesystem::exists(m_file))
         return;
-    auto connection = std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
+    // On a read-only medium there is no place for the index of the write-ahead log, and without one SQLite
+    // opens the file only when it is promised that nobody changes it.
+    const bool isUnchanging = ::access(m_file.parent_path().c_str(), W_OK) != 0 &&
+                              !std::filesystem::exists(m_file.string() + "-wal");
+    auto connection = isUnchanging ? std::make_unique<Connection>(immutableURI(m_file.string()),
+                                                                  SQLite::OPEN_READONLY | SQLite::OPEN_URI)
+                                   : std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
     // A writer killed at its very first step leaves a database without a table.
     if (!connection->database.tableExists("defaults"))
         return;

@@ -23,7 +23,8 @@ namespace Platform::Linux {
 /// writer's changes.
 ///
 /// The connection opens at the first use, and anew after the file was moved or replaced. A file that is no
-/// database is moved aside to "*.corrupt-<UTC time>" and a new one begun.
+/// database is moved aside to "*.corrupt-<UTC time>" and a new one begun. One that cannot be written is still
+/// read, and opened anew by the next write.
 ///
 /// Threads: any; one operation at a time. Errors: one line to the log for each new reason.
 class SQLiteUserDefaults final : public UserDefaults {
@@ -46,10 +47,13 @@ public:
 private:
     struct Connection;
 
+    enum class Purpose { read, write };
+
     /// Runs `operation` on the open connection and answers whether it succeeded; all errors end here.
-    bool perform(const char* what, const std::function<void(Connection&)>& operation) const;
+    bool perform(Purpose purpose, const std::function<void(Connection&)>& operation) const;
     /// Leaves no connection when there is nothing to inspect.
-    void ensureOpen() const;
+    void ensureOpen(Purpose purpose) const;
+    void openForWriting() const;
     void openAsIs() const;
     void openOrReplace() const;
     void moveAside() const;
@@ -62,6 +66,7 @@ private:
     mutable std::mutex m_mutex;
     mutable std::unique_ptr<Connection> m_connection;
     mutable ErrorLine m_errorLine;
+    mutable ErrorLine m_readOnlyLine;
 };
 
 } // namespace Platform::Linux

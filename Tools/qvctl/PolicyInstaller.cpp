@@ -84,7 +84,10 @@ fs::path installPolicy(const std::vector<fs::path>& candidates, std::string_view
             break;
         }
     }
-    fs::create_directories(target.parent_path());
+    std::error_code error;
+    fs::create_directories(target.parent_path(), error);
+    if (error)
+        throw std::system_error(error, target.parent_path().string());
     TemporaryFile file(target);
     file.write(bytes, modeFor(target));
     file.renameTo(target);

@@ -124,6 +124,24 @@ TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItW
     EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string() + ": ")));
 }
 
+TEST_F(SQLiteUserDefaultsTest, StoreThatCannotBeOpenedForWritingIsStillRead)
+{
+    open()->set("k", 1);
+    std::filesystem::remove(folder.path("deep/state/domain.bell"));
+    std::filesystem::create_directory(folder.path("deep/state/domain.bell"));
+    const auto defaults = open();
+    EXPECT_EQ(defaults->integer("k"), 1);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr(file.string() + " can only be read: ")));
+    defaults->set("k", 2);
+    EXPECT_EQ(defaults->integer("k"), 1);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string())));
+
+    std::filesystem::remove(folder.path("deep/state/domain.bell"));
+    defaults->set("k", 3);
+    EXPECT_EQ(defaults->integer("k"), 3);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
 TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
 {
     EXPECT_FALSE(open(Access::inspect)->isAvailable());
