@@ -1,14 +1,16 @@
 #include "Platform/Linux/StandardErrorLog.h"
 
 #include "Platform/Clock.h"
-#include "Platform/Linux/FileDescriptor.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <cstdlib>
 #include <exception>
 #include <iterator>
+#include <poll.h>
 #include <unistd.h>
 
 namespace Platform::Linux {
@@ -57,10 +59,30 @@ void StandardErrorLog::write(const LogHandle& handle, LogType type, LogVisibilit
                                         handle.subsystem, handle.category);
         appendOnOneLine(entry, visibleText(line, visibility, m_privateData));
         entry += '\n';
-        writeAll(STDERR_FILENO, entry);
+        const std::lock_guard lock(m_mutex);
+        if (m_lostCount > 0) // The first of them may have been cut in the middle.
+            entry.insert(0, fmt::format("\n({} lines lost)\n", m_lostCount));
+        m_lostCount = writeWithoutWaiting(entry) ? 0 : m_lostCount + 1;
     } catch (const std::exception&) {
-        // There is nowhere left to say that standard error cannot be written.
+        // Out of memory: the line is lost, the caller is not.
     }
+}
+
+/// Answers whether all of the text was taken.
+bool StandardErrorLog::writeWithoutWaiting(std::string_view text)
+{
+    while (!text.empty()) {
+        pollfd room{STDERR_FILENO, POLLOUT, 0};
+        if (::poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0)
+            return false;
+        // A pipe that has room takes this many bytes at once; see pipe(7).
+        const std::size_t chunkBytes = std::min<std::size_t>(text.size(), PIPE_BUF);
+        const ssize_t written = ::write(STDERR_FILENO, text.data(), chunkBytes);
+        if (written < 0)
+            return false;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
 }
 
 } // namespace Platform::Linux

@@ -2,6 +2,9 @@
 
 #include "Platform/UnifiedLog.h"
 
+#include <cstddef>
+#include <mutex>
+
 namespace Platform {
 class Clock;
 }
@@ -21,7 +24,8 @@ std::string_view visibleText(std::string_view line, LogVisibility visibility, Pr
 std::string_view severityName(LogType type);
 
 /// Writes each entry as one line to standard error: UTC time, severity, subsystem, category, text. Control
-/// characters in the text are escaped, so that an entry never looks like two.
+/// characters in the text are escaped, so that an entry never looks like two. When nobody reads what was
+/// written, entries are lost rather than waited with; the next one that is written says how many.
 class StandardErrorLog final : public UnifiedLog {
 public:
     StandardErrorLog(const Clock& clock, PrivateData privateData) : m_clock(clock), m_privateData(privateData)
@@ -30,8 +34,12 @@ public:
                std::string_view line) noexcept override;
 
 private:
+    static bool writeWithoutWaiting(std::string_view text);
+
     const Clock& m_clock;
     const PrivateData m_privateData;
+    std::mutex m_mutex;
+    std::size_t m_lostCount = 0;
 };
 
 } // namespace Platform::Linux

@@ -2,7 +2,11 @@
 
 #include "Tests/Fakes/ManualScheduler.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <string>
+#include <unistd.h>
 
 using namespace Platform;
 using namespace Platform::Linux;
@@ -39,6 +43,27 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
         log.write({"com.quorvane.mdm", "general"}, row.type, row.visibility, row.text);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), row.expected);
     }
+}
+
+TEST(StandardErrorLogTest, LosesLinesRatherThanWaitForAReader)
+{
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    const int standardError = ::dup(STDERR_FILENO);
+    ::dup2(pipe[1], STDERR_FILENO);
+    ManualScheduler scheduler;
+    StandardErrorLog log(scheduler, PrivateData::redacted);
+    const std::string line(10'000, 'x');
+    for (int i = 0; i < 20; ++i)
+        log.write({"s", "c"}, LogType::info, LogVisibility::public_, line);
+    std::string received(1 << 20, '\0');
+    EXPECT_GT(::read(pipe[0], received.data(), received.size()), 0);
+    log.write({"s", "c"}, LogType::info, LogVisibility::public_, "read again");
+    received.resize(static_cast<std::size_t>(::read(pipe[0], received.data(), received.size())));
+    ::dup2(standardError, STDERR_FILENO);
+    for (const int end : {pipe[0], pipe[1], standardError})
+        ::close(end);
+    EXPECT_THAT(received, testing::MatchesRegex("\n\\([0-9]+ lines lost\\)\n[^\n]* read again\n"));
 }
 
 } // namespace
