@@ -61,7 +61,7 @@ Platform::Data ConfigurationSnapshot::encode() const
     object[CodingKeys::schemaVersion] = schemaVersion;
     object[CodingKeys::configVersion] = configVersion;
     object[CodingKeys::lastUpdated] = lastUpdated.secondsSinceReferenceDate;
-    return encodeJSON(object);
+    return JSONEncoder().encode(object);
 }
 
 ConfigurationSnapshot ConfigurationSnapshot::decode(const Platform::Data& bytes)
@@ -69,7 +69,7 @@ ConfigurationSnapshot ConfigurationSnapshot::decode(const Platform::Data& bytes)
     // Parsed into the stack: every reader of a setting decodes the record anew.
     std::array<unsigned char, 4096> buffer;
     boost::json::monotonic_resource resource(buffer.data(), buffer.size());
-    const boost::json::value value = parseJSON(bytes, &resource);
+    const boost::json::value value = JSONDecoder().decode(bytes, &resource);
     const KeyedDecoder decoder(value);
 
     ConfigurationSnapshot snapshot;

@@ -52,7 +52,7 @@ std::string copied(const json::string& text)
 
 } // namespace
 
-Platform::Data encodeJSON(const json::value& value)
+Platform::Data JSONEncoder::encode(const json::value& value) const
 {
     std::string text;
     append(text, value);
@@ -60,7 +60,7 @@ Platform::Data encodeJSON(const json::value& value)
     return {bytes, bytes + text.size()};
 }
 
-json::value parseJSON(const Platform::Data& bytes, json::storage_ptr storage)
+json::value JSONDecoder::decode(const Platform::Data& bytes, json::storage_ptr storage) const
 {
     const json::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     json::error_code error;

@@ -38,12 +38,19 @@ private:
     std::string m_reason;
 };
 
-/// `value` as compact UTF-8 JSON. Reals are written as the shortest decimal text that reads back the same,
-/// whole ones without a fraction. Throws `EncodingError` for a number that is not finite.
-Platform::Data encodeJSON(const boost::json::value& value);
+/// Writes compact UTF-8 JSON. Reals are written as the shortest decimal text that reads back the same, whole
+/// ones without a fraction.
+struct JSONEncoder {
+    /// Throws `EncodingError` for a number that is not finite.
+    [[nodiscard]] Platform::Data encode(const boost::json::value& value) const;
+};
 
-/// Parses `bytes`; the value lives in `storage`. Throws `DecodingError`.
-boost::json::value parseJSON(const Platform::Data& bytes, boost::json::storage_ptr storage = {});
+/// Reads JSON.
+struct JSONDecoder {
+    /// The value lives in `storage`. Throws `DecodingError`.
+    [[nodiscard]] boost::json::value decode(const Platform::Data& bytes,
+                                            boost::json::storage_ptr storage = {}) const;
+};
 
 /// Reads the members of one JSON object, strictly: a value of another type than asked for throws
 /// `DecodingError`, as does a missing one unless it is optional. Refers to the object.

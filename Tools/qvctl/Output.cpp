@@ -46,7 +46,7 @@ void printJSON(json::object object)
     json::object versioned{{"version", jsonFormatVersion}};
     for (auto& member : object)
         versioned.emplace(member.key(), std::move(member.value()));
-    const Platform::Data bytes = Core::encodeJSON(versioned);
+    const Platform::Data bytes = Core::JSONEncoder().encode(versioned);
     fmt::print("{}\n", std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 

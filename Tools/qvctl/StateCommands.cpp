@@ -148,7 +148,7 @@ ExitCode snapshot(const Options& options)
     if (snapshot->apiKey && !options.isRevealing)
         snapshot->apiKey = mask;
     if (options.isJSON) {
-        printJSON(Core::parseJSON(snapshot->encode()).get_object());
+        printJSON(Core::JSONDecoder().decode(snapshot->encode()).get_object());
         return success;
     }
     printRow("version", fmt::format("{} (schema {})", snapshot->configVersion, snapshot->schemaVersion));
