@@ -1,0 +1,243 @@
+#include "Core/APIClient.h"
+
+#include "Core/APIError.h"
+#include "Core/Logger.h"
+#include "Tests/Fakes/FakeURLSession.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+using namespace Core;
+using namespace Platform;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+class FakeConfigProvider final : public APIClientConfigProvider {
+public:
+    [[nodiscard]] std::optional<std::string> baseDomain() const override { return domain; }
+    [[nodiscard]] std::optional<std::string> apiKey() const override { return key; }
+    [[nodiscard]] std::optional<std::string> deviceId() const override { return device; }
+
+    std::optional<std::string> domain = "https://acme.corp";
+    std::optional<std::string> key = "key";
+    std::optional<std::string> device = "DEV-1";
+};
+
+struct Payload {
+    double number = 1;
+    [[nodiscard]] boost::json::value toJSON() const { return boost::json::object{{"number", number}}; }
+};
+
+Data bytesOf(std::string_view text)
+{
+    const auto* first = reinterpret_cast<const std::byte*>(text.data());
+    return {first, first + text.size()};
+}
+
+class APIClientTest : public testing::Test {
+protected:
+    /// Runs the task to its end: "200 BODY", or the description of what it threw.
+    std::string outcomeOf(Task<APIClient::Response> task)
+    {
+        std::string outcome;
+        const auto await = [&](Task<APIClient::Response> awaited) -> Task<void> {
+            try {
+                const auto [body, response] = co_await std::move(awaited);
+                outcome = std::to_string(response.statusCode) + " " +
+                          std::string(reinterpret_cast<const char*>(body.data()), body.size());
+            } catch (const APIError& error) {
+                outcome = error.what();
+            }
+        };
+        spawn(scheduler.mainQueue, await(std::move(task)));
+        scheduler.runUntilIdle();
+        return outcome;
+    }
+    void answer(std::int64_t status, std::string_view body)
+    {
+        session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
+    }
+
+    ManualScheduler scheduler;
+    RecordingUnifiedLog log;
+    Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
+    FakeConfigProvider provider;
+    FakeURLSession session{scheduler.mainQueue};
+    APIClient client{provider, session, JSONDecoder(), JSONEncoder(), logger};
+};
+
+TEST_F(APIClientTest, ComposesTheURLOrSaysWhichTextMadeNone)
+{
+    struct Case {
+        std::optional<std::string> domain;
+        std::string path;
+        /// The URL asked for, or the description of the error.
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"https://acme.corp", "a/b", "https://acme.corp/a/b"},
+        {"https://acme.corp/", "/a/b", "https://acme.corp/a/b"},
+        {"  https://acme.corp/x\n", "/a/b", "https://acme.corp/x/a/b"},
+        {"https://acme.corp/x/", "a", "https://acme.corp/x/a"},
+        {"HTTPS://Acme.Corp:8443", "a", "HTTPS://Acme.Corp:8443/a"},
+        {"https://acme.corp", "//other.host/x", "https://acme.corp/other.host/x"},
+        {"https://acme.corp", "///other.host/x", "https://other.host/x"},
+        {"https://acme.corp/x/y", "../z", "https://acme.corp/x/z"},
+        {"https://acme.corp/x", "../../../z", "https://acme.corp/z"},
+        {"https://acme.corp/x", "../..", "https://acme.corp/"},
+        {"https://acme.corp/x?q=1", "a", "https://acme.corp/a"},
+        {"https://acme.corp", "a?b=c#d", "https://acme.corp/a?b=c#d"},
+        {"https://acme.corp", "http://other.host/x", "http://other.host/x"},
+        {"https://[::1]:8443", "a", "https://[::1]:8443/a"},
+        {"https://user:pw@acme.corp", "a", "https://user:pw@acme.corp/a"},
+        {"acme.corp", "a/../b", "acme.corp/b"},
+        {"https://acme.corp", "a%20b", "https://acme.corp/a%20b"},
+        {"https://acme.corp", "a b", "Invalid base URL: https://acme.corpa b"},
+        {" https://acme.corp ", "/a%zz", "Invalid base URL: https://acme.corpa%zz"},
+        {"https://acme.corp", "\u00e4", "Invalid base URL: https://acme.corp\u00e4"},
+        {"https://acme.corp", "/", "Invalid base URL: https://acme.corp"},
+        {"https://acme corp", "a", "Invalid base URL: https://acme corp"},
+        {"https://[::1", "a", "Invalid base URL: https://[::1"},
+        {"  ", "a", "Invalid base URL:   "},
+        {"", "a", "Invalid base URL: "},
+        {std::nullopt, "a", "Invalid base URL: nil"},
+    };
+    for (const Case& row : cases) {
+        session.requests.clear();
+        provider.domain = row.domain;
+        const std::string outcome = outcomeOf(client.delete_(row.path));
+        EXPECT_EQ(session.requests.empty() ? outcome : session.requests[0].url, row.expected)
+            << row.domain.value_or("nil") << " + " << row.path;
+        EXPECT_TRUE(log.takeLines().empty());
+    }
+}
+
+TEST_F(APIClientTest, QueryItemsAreEncodedAndReplaceTheQuery)
+{
+    struct Case {
+        std::vector<URLQueryItem> items;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {{}, "https://acme.corp/a?old=1"},
+        {{{"a", "1"}, {"b", std::nullopt}, {"c", ""}}, "https://acme.corp/a?a=1&b&c="},
+        {{{"k&=#", "v&=#+ \u00e4/?:@%"}}, "https://acme.corp/a?k%26%3D%23=v%26%3D%23+%20%C3%A4/?:@%25"},
+    };
+    for (const Case& row : cases) {
+        outcomeOf(client.get("a?old=1", row.items));
+        EXPECT_EQ(session.requests.back().url, row.expected);
+    }
+}
+
+TEST_F(APIClientTest, RequestsCarryMethodHeadersBodyAndCredentials)
+{
+    struct Case {
+        Task<APIClient::Response> task;
+        std::string method;
+        std::optional<Data> body;
+    };
+    Case cases[] = {
+        {client.get("a"), "GET", std::nullopt},
+        {client.post("a", std::optional(Payload{2.5})), "POST", bytesOf(R"({"number":2.5})")},
+        {client.post("a", std::optional<Payload>()), "POST", std::nullopt},
+        {client.post("a", std::optional(Payload{std::numeric_limits<double>::infinity()})), "POST",
+         std::nullopt},
+        {client.post("a", bytesOf("raw")), "POST", bytesOf("raw")},
+        {client.put("a", std::optional(Payload{3})), "PUT", bytesOf(R"({"number":3})")},
+        {client.delete_("a"), "DELETE", std::nullopt},
+    };
+    for (Case& row : cases) {
+        EXPECT_EQ(outcomeOf(std::move(row.task)), "200 ");
+        const URLRequest& request = session.requests.back();
+        EXPECT_EQ(request.httpMethod, row.method);
+        EXPECT_EQ(request.httpBody, row.body) << row.method;
+        EXPECT_EQ(request.timeoutInterval, std::chrono::seconds(60));
+        EXPECT_EQ(request.headerFields, (HeaderFields{{"Accept", "application/json"},
+                                                      {"Authorization", "Bearer key"},
+                                                      {"Content-Type", "application/json"},
+                                                      {"X-Device-Id", "DEV-1"}}));
+    }
+    provider.key = "";
+    provider.device = std::nullopt;
+    outcomeOf(client.get("a"));
+    EXPECT_EQ(session.requests.back().headerFields,
+              (HeaderFields{{"Accept", "application/json"}, {"Content-Type", "application/json"}}));
+}
+
+TEST_F(APIClientTest, OnlyTwoHundredsSucceed)
+{
+    struct Case {
+        std::int64_t status;
+        std::string body;
+        std::string expected;
+        Lines lines;
+    };
+    const Case cases[] = {
+        {200, "{}", "200 {}", {}},
+        {204, "", "204 ", {}},
+        {299, "", "299 ", {}},
+        {199, "", "HTTP error: 199", {"API HTTP error | context={responseBody=, statusCode=199}"}},
+        {300, "a", "HTTP error: 300", {"API HTTP error | context={responseBody=a, statusCode=300}"}},
+        {304, "", "HTTP error: 304", {"API HTTP error | context={responseBody=, statusCode=304}"}},
+        {500,
+         "\xff",
+         "HTTP error: 500",
+         {"API HTTP error | context={responseBody=No response body, statusCode=500}"}},
+        {404,
+         "\u00e4\xe2\x82",
+         "HTTP error: 404",
+         {"API HTTP error | context={responseBody=No response body, statusCode=404}"}},
+    };
+    for (const Case& row : cases) {
+        answer(row.status, row.body);
+        EXPECT_EQ(outcomeOf(client.get("a")), row.expected);
+        const auto entries = log.takeEntries();
+        ASSERT_EQ(entries.size(), row.lines.size());
+        if (!entries.empty()) {
+            EXPECT_EQ(entries[0].line, row.lines[0]);
+            EXPECT_EQ(entries[0].type, LogType::default_);
+            EXPECT_EQ(entries[0].category, "network");
+        }
+    }
+}
+
+TEST_F(APIClientTest, FailuresOfTheTransferAreLoggedOnceAndWrapped)
+{
+    session.outcome = URLError(URLError::Code::timedOut, "acme.corp did not answer");
+    EXPECT_EQ(outcomeOf(client.get("a")), "Network error: acme.corp did not answer");
+    EXPECT_EQ(log.takeLines(),
+              Lines{"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
+                    "code=-1001, description=acme.corp did not answer}"});
+    session.outcome = URLResponse{bytesOf("a file"), std::nullopt};
+    EXPECT_EQ(outcomeOf(client.get("a")), "Invalid or non-HTTP response");
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST(APIErrorTest, DescribesItselfAndHasItsPositionAsCode)
+{
+    const Error underlying{"T", "D", 1, "it broke", std::nullopt};
+    struct Case {
+        APIError::Case error;
+        std::int64_t code;
+        const char* description;
+    };
+    const Case cases[] = {
+        {APIError::InvalidBaseURL{std::nullopt}, 0, "Invalid base URL: nil"},
+        {APIError::InvalidBaseURL{""}, 0, "Invalid base URL: "},
+        {APIError::HTTPStatus{404, bytesOf("body")}, 1, "HTTP error: 404"},
+        {APIError::NetworkFailure{underlying}, 2, "Network error: it broke"},
+        {APIError::EncodingFailed{underlying}, 3, "Encoding failed: it broke"},
+        {APIError::DecodingFailed{underlying}, 4, "Decoding failed: it broke"},
+        {APIError::MissingCredentials{}, 5, "API credentials not available from configuration"},
+        {APIError::InvalidResponse{}, 6, "Invalid or non-HTTP response"},
+    };
+    for (const Case& row : cases)
+        EXPECT_EQ(bridge(APIError(row.error)),
+                  (Error{"Core.APIError", "Core.APIError", row.code, row.description, std::nullopt}));
+}
+
+} // namespace
