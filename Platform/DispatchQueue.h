@@ -8,7 +8,7 @@ namespace Platform {
 ///
 /// Threads: `async` may be called from any thread. All items of one queue run on one thread.
 /// Implementers owe: first in, first out; an item never runs inside the call that scheduled it; an item that
-/// throws ends the process. Items still waiting when the queue is destroyed are dropped, not run.
+/// throws ends the process. Each says what becomes of items that still wait when the queue is destroyed.
 class DispatchQueue {
 public:
     using Work = std::function<void()>;

@@ -13,6 +13,7 @@
 namespace Platform::Desktop {
 
 /// The main thread as Qt runs it: the main queue and the timers on its event loop. One per process.
+/// Items that still wait at its end are dropped.
 ///
 /// Threads: made, run and destroyed on the main thread; `async` and `quit` from any.
 class QtRunLoop final : public DispatchQueue, public TimerScheduler {

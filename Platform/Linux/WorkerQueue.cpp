@@ -44,7 +44,7 @@ void WorkerQueue::run()
     std::unique_lock lock(m_mutex);
     while (true) {
         m_hasNews.wait(lock, [this] { return m_isEnding || !m_waiting.empty(); });
-        if (m_isEnding)
+        if (m_waiting.empty())
             return;
         Work work = std::move(m_waiting.front());
         m_waiting.pop_front();

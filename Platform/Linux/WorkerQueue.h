@@ -10,7 +10,8 @@
 
 namespace Platform::Linux {
 
-/// A queue with a thread of its own. The destructor waits for the item that is running and drops the others.
+/// A queue with a thread of its own. The destructor returns once everything scheduled has run, so that a
+/// coroutine which waits for its turn comes to its end.
 class WorkerQueue final : public DispatchQueue {
 public:
     enum class Priority { utility, default_ };
