@@ -169,7 +169,7 @@ void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot
         suite->synchronize();
     } catch (const std::exception& error) {
         m_ports.logger.error([&] { return std::string("Error saving configuration: ") + error.what(); },
-                             "saveConfigurationSnapshot(_:)", {.error = Platform::bridge(error)});
+                             "saveConfigurationSnapshot(_:)", {.error = error});
     }
 }
 
@@ -187,7 +187,7 @@ std::optional<ConfigurationSnapshot> ConfigurationManager::loadConfigurationSnap
         return ConfigurationSnapshot::decode(*stored);
     } catch (const std::exception& error) {
         m_ports.logger.error([&] { return std::string("Error loading configuration: ") + error.what(); },
-                             "loadConfigurationSnapshot()", {.error = Platform::bridge(error)});
+                             "loadConfigurationSnapshot()", {.error = error});
         return ConfigurationSnapshot::defaultSnapshot(m_ports.clock.now());
     }
 }

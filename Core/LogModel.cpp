@@ -1,10 +1,6 @@
 #include "Core/LogModel.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <iterator>
-#include <utility>
 
 namespace Core {
 
@@ -13,23 +9,6 @@ namespace {
 constexpr std::array<std::string_view, allLogCategories.size()> categoryNames{
     "general", "dashboard", "onboarding", "notifications", "remoteCasting", "sso", "ssoExtension", "network",
 };
-
-void appendError(std::string& line, const Platform::Error& error)
-{
-    fmt::format_to(std::back_inserter(line), " | error={{type={}, domain={}, code={}, description={}",
-                   error.typeName, error.domain, error.code, error.localizedDescription);
-    if (error.localizedFailureReason && !error.localizedFailureReason->empty())
-        line.append(", reason=").append(*error.localizedFailureReason);
-    line += '}';
-}
-
-void appendMetadata(std::string& line, const LogMetadata& metadata)
-{
-    line += " | context={";
-    for (const char* separator = ""; const auto& [key, value] : metadata)
-        line.append(std::exchange(separator, ", ")).append(key).append("=").append(value);
-    line += '}';
-}
 
 } // namespace
 
@@ -67,20 +46,6 @@ LogPrivacy resolvedPrivacy(LogPrivacy asked)
 {
     const LogPrivacy privacy = asked == LogPrivacy::inherit ? LoggingConfig::defaultPrivacy.load() : asked;
     return privacy == LogPrivacy::public_ ? LogPrivacy::public_ : LogPrivacy::private_;
-}
-
-std::string formatLogLine(std::string_view message, const std::optional<Platform::Error>& error,
-                          const LogMetadata& metadata, const CallSite* source)
-{
-    std::string line(message);
-    if (error)
-        appendError(line, *error);
-    if (!metadata.empty())
-        appendMetadata(line, metadata);
-    if (source != nullptr)
-        fmt::format_to(std::back_inserter(line), " | source={}:{} {}", source->file, source->line,
-                       source->function);
-    return line;
 }
 
 } // namespace Core

@@ -108,9 +108,4 @@ struct LoggingConfig {
 /// `public_` or `private_`, whatever was asked for.
 LogPrivacy resolvedPrivacy(LogPrivacy asked);
 
-/// The text of one line: message, error, context and source, as far as they are there, joined by " | ". Keys
-/// and values stand verbatim, the keys in ascending order.
-std::string formatLogLine(std::string_view message, const std::optional<Platform::Error>& error,
-                          const LogMetadata& metadata, const CallSite* source);
-
 } // namespace Core

@@ -3,8 +3,11 @@
 #include "Core/LogModel.h"
 
 #include <concepts>
+#include <exception>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
+#include <span>
 #include <type_traits>
 #include <utility>
 
@@ -35,11 +38,29 @@ template <typename Message>
 concept LogMessage = std::convertible_to<Message, std::string_view> ||
     (std::invocable<Message>&& std::convertible_to<std::invoke_result_t<Message>, std::string_view>);
 
-/// The labelled arguments of a call that names its error and metadata one by one.
+/// An error that a call refers to for as long as it lasts; looked at only when the line is written.
+class LogError {
+public:
+    LogError() = default;
+    LogError(const std::exception& exception) : m_exception(&exception) {}
+    LogError(const Platform::Error& error) : m_error(&error) {}
+    LogError(const std::optional<Platform::Error>& error) : m_error(error ? &*error : nullptr) {}
+
+    [[nodiscard]] std::optional<Platform::Error> bridged() const;
+
+private:
+    const std::exception* m_exception = nullptr;
+    const Platform::Error* m_error = nullptr;
+};
+
+using LogPair = std::pair<std::string_view, std::string_view>;
+
+/// The labelled arguments of a call that names its error and metadata one by one. They refer to what the call
+/// is given, so a call whose line is filtered out copies nothing. For use within one call only.
 struct LogArguments {
     LogCategory category = LogCategory::general;
-    std::optional<Platform::Error> error = {};
-    LogMetadata context = {};
+    LogError error = {};
+    std::initializer_list<LogPair> context = {};
     LogPrivacy privacy = LogPrivacy::inherit;
 };
 
@@ -50,7 +71,7 @@ struct LogArguments {
 ///
 ///     logger.info("Configuration manager initialized", "setupManagedConfiguration()");
 ///     logger.error("API request failed", "execute(_:)",
-///                  {.category = LogCategory::network, .error = Platform::bridge(error)});
+///                  {.category = LogCategory::network, .error = error});
 ///     logger.debug([&] { return "token " + token; }, "didRegister(deviceToken:)");
 ///
 /// Each operation exists in two forms: with `LogArguments`, and with a category and a ready `LogContext`.
@@ -129,31 +150,38 @@ private:
         LogCall(const CallSite& callSite, const LogArguments& arguments)
             : category(arguments.category),
               error(arguments.error),
-              metadata(arguments.context),
+              pairs(arguments.context),
               privacy(arguments.privacy),
               site(callSite)
         {}
         LogCall(const CallSite& callSite, LogCategory ofCategory, const LogContext& context, LogPrivacy asked)
             : category(ofCategory),
               error(context.error),
-              metadata(context.metadata),
+              metadata(&context.metadata),
               privacy(asked),
               site(callSite)
         {}
 
         LogCategory category;
-        const std::optional<Platform::Error>& error;
-        const LogMetadata& metadata;
+        LogError error;
+        // Either the pairs or the map.
+        std::span<const LogPair> pairs = {};
+        const LogMetadata* metadata = nullptr;
         LogPrivacy privacy;
-        const CallSite& site;
+        CallSite site;
     };
+
+    static bool isFiltered(LogLevel level)
+    {
+        return !LoggingConfig::isLoggingEnabled.load(std::memory_order_relaxed) ||
+               (level == LogLevel::debug &&
+                !LoggingConfig::isDebugLoggingEnabled.load(std::memory_order_relaxed));
+    }
 
     template <LogMessage Message>
     void log(LogLevel level, Message&& message, const LogCall& call)
     {
-        if (!LoggingConfig::isLoggingEnabled.load(std::memory_order_relaxed))
-            return;
-        if (level == LogLevel::debug && !LoggingConfig::isDebugLoggingEnabled.load(std::memory_order_relaxed))
+        if (isFiltered(level))
             return;
         if constexpr (std::invocable<Message>)
             write(level, std::invoke(std::forward<Message>(message)), call);

@@ -27,8 +27,9 @@ constexpr int busyTimeoutMilliseconds = 5000;
 
 constexpr const char* tableDefinition = "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
                                         "NOT NULL, value NOT NULL) WITHOUT ROWID";
-constexpr const char* upsert = "INSERT INTO defaults(key, type, value) VALUES(?1, ?2, ?3) "
-                               "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value";
+constexpr const char* upsertStatement =
+    "INSERT INTO defaults(key, type, value) VALUES(?1, ?2, ?3) "
+    "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value";
 
 void bindBytes(SQLite::Statement& statement, int index, const void* bytes, std::size_t count)
 {
@@ -132,22 +133,38 @@ struct SQLiteUserDefaults::Connection {
         : database(file, flags, busyTimeoutMilliseconds), isReadOnly((flags & SQLite::OPEN_READONLY) != 0)
     {}
 
-    /// Whether the file that was opened is no longer the one at its path.
-    [[nodiscard]] bool isStranded() const
-    {
-        int hasMoved = 0;
-        ::sqlite3_file_control(database.getHandle(), nullptr, SQLITE_FCNTL_HAS_MOVED, &hasMoved);
-        return hasMoved != 0;
-    }
-    void prepare()
+    /// Makes ready what is asked again and again. Of the file, `path`, a descriptor is kept that gives no
+    /// access and so, unlike any other, may be closed without dropping locks.
+    void prepare(const std::string& path)
     {
         select =
             std::make_unique<SQLite::Statement>(database, "SELECT type, value FROM defaults WHERE key = ?1");
+        if (!isReadOnly)
+            upsert = std::make_unique<SQLite::Statement>(database, upsertStatement);
+        identity = FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    }
+
+    /// Whether the file that was opened is no longer the one at its path. What was removed has no links; only
+    /// after its status changed may it have been renamed.
+    [[nodiscard]] bool isStranded()
+    {
+        struct stat status {};
+        if (::fstat(identity.get(), &status) != 0 || status.st_nlink == 0)
+            return true;
+        if (status.st_ctim.tv_sec == lastChange.tv_sec && status.st_ctim.tv_nsec == lastChange.tv_nsec)
+            return false;
+        lastChange = status.st_ctim;
+        int hasMoved = 0;
+        ::sqlite3_file_control(database.getHandle(), nullptr, SQLITE_FCNTL_HAS_MOVED, &hasMoved);
+        return hasMoved != 0;
     }
 
     SQLite::Database database;
     const bool isReadOnly;
     std::unique_ptr<SQLite::Statement> select;
+    std::unique_ptr<SQLite::Statement> upsert;
+    FileDescriptor identity;
+    timespec lastChange{};
 };
 
 SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
@@ -169,6 +186,9 @@ std::filesystem::path SQLiteUserDefaults::bellFile() const
 
 bool SQLiteUserDefaults::isAvailable()
 {
+    // Whether an open one is still good is found out by its next use.
+    if (const std::lock_guard lock(m_mutex); m_connection)
+        return true;
     return perform(Purpose::read, [](Connection&) {});
 }
 
@@ -177,7 +197,7 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
     std::optional<PropertyList> value;
     perform(Purpose::read, [&](Connection& connection) {
         SQLite::Statement& select = *connection.select;
-        select.reset();
+        select.tryReset();
         select.bind(1, std::string(key));
         if (select.executeStep())
             value = readValue(select.getColumn(0).getText(), select.getColumn(1));
@@ -192,13 +212,16 @@ void SQLiteUserDefaults::write(std::span<const Entry> entries)
 {
     const bool isWritten = perform(Purpose::write, [&](Connection& connection) {
         SQLite::Transaction transaction(connection.database, SQLite::TransactionBehavior::IMMEDIATE);
-        SQLite::Statement statement(connection.database, upsert);
+        if (!connection.upsert)
+            throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
+        SQLite::Statement& upsert = *connection.upsert;
         for (const Entry& entry : entries) {
             Data storage;
-            statement.bind(1, std::string(entry.key));
-            bindValue(statement, entry.value, storage);
-            statement.exec();
-            statement.reset();
+            upsert.tryReset(); // It may still hold the error that ended its last use.
+            upsert.bind(1, std::string(entry.key));
+            bindValue(upsert, entry.value, storage);
+            upsert.exec();
+            upsert.reset();
         }
         transaction.commit();
     });
@@ -297,7 +320,7 @@ void SQLiteUserDefaults::openAsIs() const
     // A writer killed at its very first step leaves a database without a table.
     if (!connection->database.tableExists("defaults"))
         return;
-    connection->prepare();
+    connection->prepare(m_file.string());
     m_connection = std::move(connection);
 }
 
@@ -317,7 +340,7 @@ void SQLiteUserDefaults::openOrReplace() const
         throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
     check.reset();
     database.exec(tableDefinition);
-    connection->prepare();
+    connection->prepare(m_file.string());
     m_connection = std::move(connection);
 }
 

@@ -52,15 +52,15 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
     const auto posix = std::system_error(ENOENT, std::generic_category(), "opening");
     struct Case {
         const char* name;
-        LogArguments arguments;
+        LogContext context;
         std::string expected;
     };
     const std::vector<Case> cases{
         {"bare", {}, "message"},
         {"metadata in key order",
-         {.context = {{"statusCode", "500"}, {"responseBody", "No response body"}}},
+         {.metadata = {{"statusCode", "500"}, {"responseBody", "No response body"}}},
          "message | context={responseBody=No response body, statusCode=500}"},
-        {"metadata verbatim", {.context = {{"a=b", "c, d | }"}}}, "message | context={a=b=c, d | }}"},
+        {"metadata verbatim", {.metadata = {{"a=b", "c, d | }"}}}, "message | context={a=b=c, d | }}"},
         {"error",
          {.error = bridgedWithReason(std::nullopt)},
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
@@ -68,7 +68,7 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
          {.error = bridgedWithReason("")},
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
         {"error with reason and metadata",
-         {.error = bridgedWithReason("rust"), .context = {{"k", ""}}},
+         {.error = bridgedWithReason("rust"), .metadata = {{"k", ""}}},
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke, "
          "reason=rust} | context={k=}"},
         {"error of the system",
@@ -78,9 +78,31 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
          "file or directory}"},
     };
     for (const Case& row : cases) {
-        logger.info("message", "label()", row.arguments);
+        logger.info("message", "label()", LogCategory::general, row.context);
         EXPECT_EQ(log.takeLines(), std::vector{row.expected}) << row.name;
     }
+}
+
+TEST_F(LoggerTest, LooseArgumentsGiveTheSameLine)
+{
+    logger.warning(
+        "m", "f()",
+        {.error = std::runtime_error("it broke"), .context = {{"b", std::string("2")}, {"a", "1"}}});
+    logger.warning("m", "f()",
+                   {.context = {{"i", "9"},
+                                {"h", "8"},
+                                {"g", "7"},
+                                {"f", "6"},
+                                {"e", "5"},
+                                {"d", "4"},
+                                {"c", "3"},
+                                {"b", "2"},
+                                {"a", std::string(2000, 'x')}}});
+    EXPECT_EQ(log.takeLines(),
+              (std::vector<std::string>{
+                  "m | error={type=std.runtime_error, domain=std.runtime_error, code=0, "
+                  "description=it broke} | context={a=1, b=2}",
+                  "m | context={a=" + std::string(2000, 'x') + ", b=2, c=3, d=4, e=5, f=6, g=7, h=8, i=9}"}));
 }
 
 TEST_F(LoggerTest, SourceSegmentIsLastAndNamesTheCall)
