@@ -1,0 +1,7 @@
+#pragma once
+
+#include "Benchmarks/Figure.h"
+
+std::vector<Figure> logCallFigures();
+std::vector<Figure> snapshotStoreFigures();
+std::vector<Figure> wholeProgramFigures();

@@ -1,0 +1,109 @@
+#include "Benchmarks/Figures.h"
+#include "Benchmarks/NullSink.h"
+
+#include <fmt/format.h>
+#include <spdlog/logger.h>
+#include <spdlog/sinks/null_sink.h>
+
+namespace {
+
+struct OurLogger {
+    Core::Logger logger{std::make_unique<NullSink>(), "com.quorvane.mdm"};
+};
+
+struct PeerLogger {
+    spdlog::logger logger{"com.quorvane.mdm", std::make_shared<spdlog::sinks::null_sink_mt>()};
+};
+
+/// For calls that cost no more than the loop around them.
+template <typename Call>
+void measureInBatches(benchmark::State& state, Call call)
+{
+    constexpr int batchSize = 16;
+    while (state.KeepRunningBatch(batchSize)) {
+#pragma GCC unroll batchSize
+        for (int repeat = 0; repeat < batchSize; ++repeat) {
+            call();
+            // As far as the compiler knows, the switches have changed meanwhile.
+            benchmark::ClobberMemory();
+        }
+    }
+}
+
+void filteredOurs(benchmark::State& state)
+{
+    OurLogger ours;
+    Core::LoggingConfig::isDebugLoggingEnabled = false;
+    measureInBatches(state, [&] { ours.logger.debug("Configuration change detected", "filteredOurs()"); });
+}
+
+void filteredPeers(benchmark::State& state)
+{
+    PeerLogger peer;
+    peer.logger.set_level(spdlog::level::info);
+    measureInBatches(state, [&] { peer.logger.debug("Configuration change detected"); });
+}
+
+/// What a response of the backend leaves in a log line.
+struct Response {
+    int statusCode = 503;
+    std::string body = "unavailable";
+};
+
+void emittedOurs(benchmark::State& state)
+{
+    OurLogger ours;
+    Response response;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(response);
+        ours.logger.info("Backend refused the request", "emittedOurs()",
+                         {.category = Core::LogCategory::network,
+                          .context = {{"statusCode", std::to_string(response.statusCode)},
+                                      {"responseBody", response.body}}});
+    }
+}
+
+void emittedPeers(benchmark::State& state)
+{
+    PeerLogger peer;
+    Response response;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(response);
+        peer.logger.info("Backend refused the request | context={{responseBody={}, statusCode={}}}",
+                         response.body, response.statusCode);
+    }
+}
+
+void emittedWithPairs(benchmark::State& state, int pairCount)
+{
+    OurLogger ours;
+    Core::LogContext context;
+    for (int pair = 0; pair < pairCount; ++pair)
+        context.metadata.emplace(fmt::format("key{:02}", pair), fmt::format("value{:02}", pair));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(context);
+        ours.logger.info("Backend refused the request", "emittedWithPairs()", Core::LogCategory::general,
+                         context);
+    }
+}
+
+Figure pairsFigure(int pairCount)
+{
+    return {fmt::format("log line, {} pairs", pairCount),
+            [pairCount](benchmark::State& state) { emittedWithPairs(state, pairCount); }};
+}
+
+} // namespace
+
+std::vector<Figure> logCallFigures()
+{
+    return {
+        {"log call, filtered",
+         filteredOurs,
+         {{"spdlog, level disabled", filteredPeers, {.ratio = 1.0, .targetRatio = 0.1}}}},
+        {"log call, emitted", emittedOurs, {{"spdlog, null sink", emittedPeers, {.ratio = 1.0}}}},
+        pairsFigure(0),
+        pairsFigure(2),
+        pairsFigure(16),
+    };
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "Core/Logger.h"
+
+#include <benchmark/benchmark.h>
+
+/// Takes every line and does nothing with it.
+class NullSink final : public Core::LogSink {
+public:
+    void write(std::string_view line, Core::LogLevel, Core::LogPrivacy, const Platform::LogHandle&) override
+    {
+        benchmark::DoNotOptimize(line.data());
+    }
+};

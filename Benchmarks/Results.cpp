@@ -1,0 +1,162 @@
+#include "Benchmarks/Results.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+namespace {
+
+using Row = std::array<std::string, 8>;
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+std::string durationText(double nanoseconds)
+{
+    double number = nanoseconds;
+    std::array units{"ns", "µs", "ms", "s"};
+    std::size_t unit = 0;
+    while (number >= 1000 && unit + 1 < units.size()) {
+        number /= 1000;
+        ++unit;
+    }
+    const int decimals = number < 10 ? 2 : number < 100 ? 1 : 0;
+    return fmt::format("{:.{}f} {}", number, decimals, units.at(unit));
+}
+
+/// Lays ours beside one peer's. The n-th repetitions were measured close to each other, so that a busy moment
+/// of the machine met both: their proportions show how far the result can be trusted.
+class Comparison {
+public:
+    Comparison(const std::vector<double>& ours, const std::vector<double>& peers,
+               const Figure::Budget& budget)
+        : m_budget(budget), m_result(compared(median(ours), median(peers)))
+    {
+        const std::size_t count = std::min(ours.size(), peers.size());
+        for (std::size_t repetition = 0; repetition < count; ++repetition)
+            m_repetitions.push_back(compared(ours[repetition], peers[repetition]));
+    }
+
+    [[nodiscard]] std::string result() const { return text(m_result); }
+    [[nodiscard]] std::string budget() const
+    {
+        const auto limit = isExcess() ? m_budget.excessNanoseconds : m_budget.ratio;
+        const std::string target =
+            m_budget.targetRatio ? fmt::format(", target {}", text(*m_budget.targetRatio)) : "";
+        return limit ? text(*limit) + target : "-";
+    }
+    [[nodiscard]] std::string spread() const
+    {
+        const auto [least, greatest] = std::minmax_element(m_repetitions.begin(), m_repetitions.end());
+        return fmt::format("{} – {}", text(*least), text(*greatest));
+    }
+    [[nodiscard]] std::string verdict() const
+    {
+        const auto limit = isExcess() ? m_budget.excessNanoseconds : m_budget.ratio;
+        return !limit ? "" : m_result <= *limit ? "within" : "OVER";
+    }
+
+private:
+    [[nodiscard]] bool isExcess() const { return m_budget.excessNanoseconds.has_value(); }
+    [[nodiscard]] double compared(double ours, double peers) const
+    {
+        return isExcess() ? ours - peers : ours / peers;
+    }
+    [[nodiscard]] std::string text(double value) const
+    {
+        return isExcess() ? fmt::format("+{}", durationText(value)) : fmt::format("{:.2f}", value);
+    }
+
+    const Figure::Budget& m_budget;
+    double m_result;
+    std::vector<double> m_repetitions;
+};
+
+/// How many columns of a terminal the UTF-8 text takes.
+std::size_t width(std::string_view text)
+{
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
+        constexpr unsigned continuationMask = 0xC0;
+        constexpr unsigned continuation = 0x80;
+        return (static_cast<unsigned char>(byte) & continuationMask) != continuation;
+    }));
+}
+
+void printAligned(const std::vector<Row>& rows)
+{
+    std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+    for (const Row& row : rows) {
+        for (std::size_t column = 0; column < row.size(); ++column)
+            widths.at(column) = std::max(widths.at(column), width(row.at(column)));
+    }
+    for (const Row& row : rows) {
+        std::string line;
+        for (std::size_t column = 0; column < row.size(); ++column)
+            line.append(row.at(column)).append(widths.at(column) - width(row.at(column)) + 2, ' ');
+        line.erase(line.find_last_not_of(' ') + 1);
+        fmt::print("{}\n", line);
+    }
+}
+
+} // namespace
+
+void Results::ReportRuns(const std::vector<Run>& runs)
+{
+    for (const Run& run : runs) {
+        const std::string& name = run.run_name.function_name;
+        if (run.error_occurred)
+            m_errors[name] = run.error_message;
+        else if (run.run_type == Run::RT_Iteration)
+            m_samples[name].push_back(run.run_name.time_type.empty() ? run.GetAdjustedCPUTime()
+                                                                     : run.GetAdjustedRealTime());
+    }
+}
+
+const Results::Samples* Results::samples(const std::string& measurement) const
+{
+    const auto found = m_samples.find(measurement);
+    return found != m_samples.end() ? &found->second : nullptr;
+}
+
+bool Results::printTable(std::span<const Figure> figures) const
+{
+    std::vector<Row> rows{{"figure", "ours", "peer", "peer's", "ratio", "budget", "spread", ""}};
+    for (const Figure& figure : figures) {
+        const Samples* ours = samples(figure.measurementName(Figure::oursName));
+        const std::string oursText = ours != nullptr ? durationText(median(*ours)) : "-";
+        bool hasPeer = false;
+        for (const Figure::Peer& peer : figure.peers) {
+            const Samples* peers = samples(figure.measurementName(peer.name));
+            if (peers == nullptr)
+                continue;
+            hasPeer = true;
+            Row row{figure.name, oursText, peer.name, durationText(median(*peers)), "-", "-", "-", ""};
+            if (ours != nullptr) {
+                const Comparison comparison(*ours, *peers, peer.budget);
+                row = {row[0],
+                       row[1],
+                       row[2],
+                       row[3],
+                       comparison.result(),
+                       comparison.budget(),
+                       comparison.spread(),
+                       comparison.verdict()};
+            }
+            rows.push_back(row);
+        }
+        if (ours != nullptr && !hasPeer)
+            rows.push_back({figure.name, oursText, "-", "-", "-", "-", "-", ""});
+    }
+    const bool isMeasured = rows.size() > 1;
+    if (isMeasured)
+        printAligned(rows);
+    for (const auto& [measurement, reason] : m_errors)
+        fmt::print("not measured: {}: {}\n", measurement, reason);
+    return isMeasured;
+}

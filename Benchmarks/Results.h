@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Benchmarks/Figure.h"
+
+#include <map>
+#include <span>
+
+/// Collects the repetitions of every measurement and prints them as one table.
+class Results final : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context&) override { return true; }
+    void ReportRuns(const std::vector<Run>& runs) override;
+
+    /// One row for each peer of each figure that was measured; false when nothing was.
+    bool printTable(std::span<const Figure> figures) const;
+
+private:
+    using Samples = std::vector<double>;
+
+    [[nodiscard]] const Samples* samples(const std::string& measurement) const;
+
+    /// Nanoseconds per iteration, in the order in which they were measured.
+    std::map<std::string, Samples> m_samples;
+    std::map<std::string, std::string> m_errors;
+};

@@ -1,0 +1,281 @@
+#include "Benchmarks/BareStores.h"
+#include "Benchmarks/Figures.h"
+#include "Benchmarks/NullSink.h"
+#include "Core/ConfigurationManager.h"
+#include "Core/Constants.h"
+#include "Platform/Linux/DeviceDefaults.h"
+#include "Platform/Linux/SystemClock.h"
+#include "Platform/NotificationCenter.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <boost/json.hpp>
+#include <fmt/format.h>
+
+#include <array>
+#include <chrono>
+#include <stdexcept>
+
+namespace {
+
+using Platform::UserDefaults;
+using Platform::Linux::DeviceDefaults;
+
+/// A managed dictionary like those of the field; equal for equal arguments.
+Platform::PropertyList managedDictionary(std::size_t appCount, std::string_view deviceId)
+{
+    std::string apps;
+    for (std::size_t app = 0; app < appCount; ++app)
+        fmt::format_to(std::back_inserter(apps), "{}com.example.app{}", app > 0 ? "," : "", app);
+    namespace Keys = Core::Constants::ManagedConfigKeys;
+    return Platform::PropertyList::Dictionary{
+        {std::string(Keys::allowedAppBundleIds), apps},
+        {std::string(Keys::organizationId), 4711},
+        {std::string(Keys::BASE_DOMAIN), "mdm.example.org"},
+        {std::string(Keys::API_KEY), "0123456789abcdef0123456789abcdef"},
+        {std::string(Keys::DEVICE_ID), std::string(deviceId)},
+    };
+}
+
+/// The real suites of a device under a managed dictionary that is delivered from memory.
+class Domains final : public Platform::UserDefaultsDomains {
+public:
+    explicit Domains(DeviceDefaults& device) : m_device(device) {}
+    UserDefaults& standard() override { return m_standard; }
+    UserDefaults* suite(std::string_view name) override { return m_device.suite(name); }
+    void deliver(const Platform::PropertyList& managed)
+    {
+        m_standard.values.insert_or_assign(std::string(UserDefaults::managedConfigurationKey), managed);
+    }
+
+private:
+    DeviceDefaults& m_device;
+    FakeUserDefaults m_standard;
+};
+
+/// A device folder and the configuration manager on it, with one snapshot stored.
+class Device {
+public:
+    explicit Device(std::size_t appCount)
+        : m_configurations{managedDictionary(appCount, "DEV-1"), managedDictionary(appCount, "DEV-2")}
+    {
+        save();
+    }
+    /// Throws when an adapter had something to complain about: such a measurement means nothing.
+    void verify()
+    {
+        const auto lines = m_log.takeLines();
+        if (!lines.empty())
+            throw std::runtime_error(lines.front());
+        if (load()->configVersion != m_savedCount)
+            throw std::runtime_error("the stored snapshot is not the one saved last");
+    }
+
+    void save()
+    {
+        m_domains.deliver(m_configurations.at(static_cast<std::size_t>(m_savedCount++ % 2)));
+        m_manager->updateConfigurationFromMDM();
+    }
+    [[nodiscard]] std::optional<Core::ConfigurationSnapshot> load() const
+    {
+        return m_manager->loadConfigurationSnapshot();
+    }
+
+    [[nodiscard]] std::filesystem::path suiteFile() const
+    {
+        return m_paths.suite(Core::Constants::appGroupSuiteName);
+    }
+    [[nodiscard]] std::filesystem::path fileBeside(std::string_view name) const
+    {
+        return suiteFile().parent_path() / name;
+    }
+    [[nodiscard]] SnapshotRecord record() const
+    {
+        const auto snapshot = load();
+        const Platform::Data bytes = snapshot->encode();
+        return {{reinterpret_cast<const char*>(bytes.data()), bytes.size()},
+                snapshot->configVersion,
+                snapshot->lastUpdated.secondsSinceReferenceDate,
+                snapshot->schemaVersion};
+    }
+
+private:
+    TemporaryFolder m_folder;
+    Platform::Linux::DevicePaths m_paths{m_folder.path("state"), {m_folder.path("policy/managed.json")}};
+    Platform::Linux::SystemClock m_clock;
+    RecordingUnifiedLog m_log;
+    Platform::Linux::AdapterLog m_adapterLog{m_log, "com.quorvane.mdm"};
+    DeviceDefaults m_defaults{m_paths, Platform::Linux::SQLiteUserDefaults::Access::readWrite, m_clock,
+                              m_adapterLog};
+    Domains m_domains{m_defaults};
+    ManualScheduler m_scheduler;
+    Platform::NotificationCenter m_center;
+    Core::Logger m_logger{std::make_unique<NullSink>(), "com.quorvane.mdm"};
+    std::shared_ptr<Core::ConfigurationManager> m_manager = std::make_shared<Core::ConfigurationManager>(
+        Core::ConfigurationManager::Ports{m_logger, m_domains, m_center, m_scheduler.mainQueue,
+                                          m_scheduler.utilityQueue, m_scheduler, m_clock});
+    const std::array<Platform::PropertyList, 2> m_configurations;
+    std::int64_t m_savedCount = 0;
+};
+
+constexpr std::size_t usualAppCount = 5;
+
+/// Runs the measurement on a device of its own; what goes wrong is said in place of a result.
+template <typename Measure>
+Figure::Measurement onDevice(std::size_t appCount, Measure measure)
+{
+    return [appCount, measure](benchmark::State& state) {
+        try {
+            Device device(appCount);
+            measure(state, device);
+            device.verify();
+        } catch (const std::exception& error) {
+            state.SkipWithError(error.what());
+        }
+    };
+}
+
+// Loading
+
+void loadOurs(benchmark::State& state, const Device& device)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(device.load());
+}
+
+void loadBare(benchmark::State& state, const Device& device)
+{
+    BareDatabase database(device.suiteFile());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(boost::json::parse(database.snapshot()));
+}
+
+template <typename Action>
+double secondsOf(Action action)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+void loadOursAfterForeignWrite(benchmark::State& state, const Device& device)
+{
+    BareDatabase foreign(device.suiteFile(), BareDatabase::Durability::lazy);
+    const SnapshotRecord record = device.record();
+    for (auto _ : state) {
+        foreign.write(record);
+        state.SetIterationTime(secondsOf([&] { benchmark::DoNotOptimize(device.load()); }));
+    }
+}
+
+/// The stored bytes only, undecoded.
+void loadSettingsAfterForeignWrite(benchmark::State& state, const Device& device)
+{
+    const auto file = device.fileBeside("settings.ini");
+    SettingsFile settings(file);
+    SettingsFile foreign(device.fileBeside("foreign.ini"));
+    SnapshotRecord record = device.record();
+    for (auto _ : state) {
+        // A file of another length, since the format knows a change by length and time.
+        record.version = record.version == 1 ? 10 : 1;
+        foreign.write(record);
+        std::filesystem::copy_file(device.fileBeside("foreign.ini"), device.fileBeside("next.ini"));
+        std::filesystem::rename(device.fileBeside("next.ini"), file);
+        std::size_t size = 0;
+        state.SetIterationTime(secondsOf([&] { size = settings.snapshotSize(); }));
+        if (size != record.snapshot.size() || settings.version() != record.version)
+            throw std::runtime_error("the settings read are not the ones written last");
+    }
+}
+
+// Saving
+
+/// Brings the write-ahead log to the length at which it is folded in and begun anew. From then on a commit
+/// overwrites what the file has already, as in a process that has been saving for long; before, it also waits
+/// for the file system to make the file longer.
+void fillLog(const std::filesystem::path& file, const SnapshotRecord& record)
+{
+    constexpr std::size_t pageBytes = 4096;
+    constexpr std::size_t enoughPages = 1200; // SQLite folds the log in at 1000.
+    BareDatabase database(file, BareDatabase::Durability::lazy);
+    for (std::size_t pages = 0; pages < enoughPages; pages += 1 + record.snapshot.size() / pageBytes)
+        database.write(record);
+}
+
+void saveOurs(benchmark::State& state, Device& device)
+{
+    fillLog(device.suiteFile(), device.record());
+    device.save();
+    for (auto _ : state)
+        device.save();
+}
+
+template <typename Store>
+void savePeers(benchmark::State& state, Store& store, SnapshotRecord record)
+{
+    store.write(record);
+    for (auto _ : state) {
+        ++record.version;
+        store.write(record);
+    }
+}
+
+void saveBare(benchmark::State& state, const Device& device)
+{
+    const auto file = device.fileBeside("bare.sqlite");
+    BareDatabase database(file);
+    fillLog(file, device.record());
+    savePeers(state, database, device.record());
+}
+
+void saveSettings(benchmark::State& state, const Device& device)
+{
+    SettingsFile settings(device.fileBeside("settings.ini"));
+    savePeers(state, settings, device.record());
+}
+
+Figure loadFigure(std::string name, std::size_t appCount, Figure::Budget budget = {})
+{
+    return {std::move(name),
+            onDevice(appCount, loadOurs),
+            {{"select and parse", onDevice(appCount, loadBare), budget}}};
+}
+
+Figure foreignLoadFigure()
+{
+    // Each round writes a file, which takes far longer than what is measured.
+    constexpr std::int64_t iterations = 50;
+    return {"snapshot load after a foreign write",
+            onDevice(usualAppCount, loadOursAfterForeignWrite),
+            {{"QSettings", onDevice(usualAppCount, loadSettingsAfterForeignWrite), {.ratio = 1.0}}},
+            Figure::Clock::manual,
+            iterations};
+}
+
+Figure saveFigure(std::string name, std::size_t appCount, Figure::Budget budget = {})
+{
+    return {std::move(name),
+            onDevice(appCount, saveOurs),
+            {{"four-row transaction", onDevice(appCount, saveBare), budget}},
+            Figure::Clock::wall};
+}
+
+} // namespace
+
+std::vector<Figure> snapshotStoreFigures()
+{
+    std::vector<Figure> figures{loadFigure("snapshot load", usualAppCount, {.ratio = 1.5}),
+                                foreignLoadFigure(),
+                                saveFigure("snapshot save", usualAppCount, {.ratio = 1.2})};
+    figures.back().peers.push_back({"QSettings", onDevice(usualAppCount, saveSettings)});
+    // What the wait for the disk hides.
+    figures.push_back(saveFigure("snapshot save, processor time", usualAppCount));
+    figures.back().clock = Figure::Clock::processor;
+    for (const std::size_t appCount : {0, 1'000, 100'000}) {
+        figures.push_back(loadFigure(fmt::format("snapshot load, {} apps", appCount), appCount));
+        figures.push_back(saveFigure(fmt::format("snapshot save, {} apps", appCount), appCount));
+    }
+    return figures;
+}

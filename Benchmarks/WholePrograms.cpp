@@ -1,0 +1,143 @@
+#include "Benchmarks/Figures.h"
+#include "Core/ConfigurationManager.h"
+#include "Tools/Tour/ThrowawayDevice.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+
+namespace {
+
+using std::chrono::duration;
+using std::chrono::steady_clock;
+
+std::string configuration(std::string_view deviceId)
+{
+    return fmt::format(R"({{"base_domain": "mdm.example.org", "api_key": "sample-key", "device_id": "{}",
+        "OrganizationId": 4711,
+        "AllowedAppsBundleIdsForSSOExtension": "com.example.mail, com.example.files"}})",
+                       deviceId);
+}
+
+/// A device with the application running on it, version 1 of its configuration applied.
+class RunningDevice {
+public:
+    RunningDevice()
+    {
+        m_device.replacePolicy(configuration("DEV-1"));
+        m_application = m_device.startApplication();
+        await("Configuration manager initialized");
+    }
+    ~RunningDevice()
+    {
+        m_application->signal(SIGTERM);
+        m_application->waitForExit();
+    }
+    RunningDevice(const RunningDevice&) = delete;
+    RunningDevice& operator=(const RunningDevice&) = delete;
+
+    void await(std::string_view line)
+    {
+        if (!m_application->waitForLine(line))
+            throw std::runtime_error(fmt::format("the application never wrote \"{}\"", line));
+    }
+
+    /// Runs qvctl to its end and answers what it wrote.
+    std::vector<std::string> console(const std::vector<std::string>& arguments) const
+    {
+        return finished(*m_device.startConsole(arguments));
+    }
+    /// The same for the shell of SQLite on the suite's file.
+    std::vector<std::string> selectConfigVersion() const
+    {
+        ChildProcess shell(
+            {"sqlite3", m_device.suiteFile(), "select value from defaults where key='ConfigVersion'"}, {});
+        return finished(shell);
+    }
+    [[nodiscard]] const ThrowawayDevice& device() const { return m_device; }
+
+private:
+    static std::vector<std::string> finished(ChildProcess& process)
+    {
+        if (process.waitForExit() != 0)
+            throw std::runtime_error("a program failed: " +
+                                     (process.lines().empty() ? "" : process.lines().back()));
+        return process.lines();
+    }
+
+    ThrowawayDevice m_device{QV_PROGRAMS};
+    std::unique_ptr<ChildProcess> m_application;
+};
+
+template <typename Measure>
+Figure::Measurement onRunningDevice(Measure measure)
+{
+    return [measure](benchmark::State& state) {
+        try {
+            RunningDevice device;
+            measure(state, device);
+        } catch (const std::exception& error) {
+            state.SkipWithError(error.what());
+        }
+    };
+}
+
+/// From the moment a policy file is moved into its place until the application has committed its snapshot.
+/// The line that it logs after the commit tells without disturbing it.
+void policyToSnapshot(benchmark::State& state, RunningDevice& running)
+{
+    const ThrowawayDevice& device = running.device();
+    int version = 1;
+    for (auto _ : state) {
+        ++version;
+        // Written elsewhere first, so that nothing but the rename happens in the folder that is watched.
+        device.write(device.path("next.json"), configuration(fmt::format("DEV-{}", version)));
+        const auto begin = steady_clock::now();
+        std::filesystem::rename(device.path("next.json"), device.policyFile());
+        running.await(fmt::format("Configuration updated - v{},", version));
+        state.SetIterationTime(duration<double>(steady_clock::now() - begin).count());
+        if (running.selectConfigVersion() != std::vector<std::string>{std::to_string(version)})
+            throw std::runtime_error("the suite does not hold the version that was announced");
+    }
+}
+
+/// Not measured: no change is looked at before it has rested this long.
+void debounceInterval(benchmark::State& state)
+{
+    for (auto _ : state)
+        state.SetIterationTime(duration<double>(Core::ConfigurationManager::debounceInterval).count());
+}
+
+void consoleStatus(benchmark::State& state, const RunningDevice& running)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(running.console({"status"}));
+}
+
+void databaseShell(benchmark::State& state, const RunningDevice& running)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(running.selectConfigVersion());
+}
+
+} // namespace
+
+std::vector<Figure> wholeProgramFigures()
+{
+    constexpr double allowanceNanoseconds = 10e6;
+    constexpr std::int64_t runsPerRepetition = 5;
+    return {
+        {"policy file to snapshot, whole program",
+         onRunningDevice(policyToSnapshot),
+         {{"debounce interval", debounceInterval, {.excessNanoseconds = allowanceNanoseconds}}},
+         Figure::Clock::manual,
+         1},
+        {"qvctl status, whole program",
+         onRunningDevice(consoleStatus),
+         {{"sqlite3, one row", onRunningDevice(databaseShell), {.ratio = 2.0}}},
+         Figure::Clock::wall,
+         runsPerRepetition},
+    };
+}
