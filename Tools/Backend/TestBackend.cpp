@@ -1,0 +1,399 @@
+#include "Tools/Backend/TestBackend.h"
+
+#include "Tools/Backend/Certificates.h"
+
+#include <fmt/format.h>
+#include <httplib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Longer than that of any server certificate.
+constexpr Certificates::Validity authorityValidity{-96h, 96h};
+constexpr std::chrono::seconds silentClientTimeout = 60s;
+/// A client that stops reading an endless answer is let hang, not cut off.
+constexpr std::chrono::seconds writeTimeout = 1h;
+constexpr std::size_t requestsPerConnection = 1'000'000;
+constexpr std::size_t endlessBlockBytes = 16384;
+/// Between the blocks of an endless answer, which would otherwise take a whole processor.
+constexpr std::chrono::milliseconds endlessPause = 1ms;
+/// The library decodes targets before it matches them, line ends included.
+constexpr const char* anyPath = R"([\s\S]*)";
+
+/// Gives each connection a thread of its own, so that one which takes its time never holds up another.
+///
+/// Threads: the one that accepts connections.
+class ThreadPerConnection final : public httplib::TaskQueue {
+public:
+    void enqueue(std::function<void()> work) override
+    {
+        m_threads.remove_if([](Thread& thread) { return thread.isDone && (thread.thread.join(), true); });
+        Thread& thread = m_threads.emplace_back();
+        thread.thread = std::thread([&thread, work = std::move(work)] {
+            work();
+            thread.isDone = true;
+        });
+    }
+
+    void shutdown() override
+    {
+        for (Thread& thread : m_threads)
+            thread.thread.join();
+        m_threads.clear();
+    }
+
+private:
+    struct Thread {
+        std::thread thread;
+        std::atomic<bool> isDone = false;
+    };
+
+    std::list<Thread> m_threads;
+};
+
+std::string repeated(const std::string& body)
+{
+    std::string block;
+    while (block.size() < endlessBlockBytes)
+        block += body.empty() ? " " : body;
+    return block;
+}
+
+void closeConnection(const SSL* ssl)
+{
+    ::shutdown(SSL_get_fd(ssl), SHUT_RDWR);
+}
+
+/// The connections that are open, from before their handshake on, to end them all at once: the library waits
+/// for idle ones until they time out.
+///
+/// Threads: any. Outlives the connections.
+class OpenConnections {
+public:
+    void watch(SSL_CTX* context)
+    {
+        SSL_CTX_set_app_data(context, this);
+        SSL_CTX_set_info_callback(context, [](const SSL* ssl, int where, int /*result*/) {
+            if ((where & SSL_CB_HANDSHAKE_START) != 0 && SSL_get_ex_data(ssl, slot()) == nullptr)
+                static_cast<OpenConnections*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)))->add(ssl);
+        });
+    }
+
+    /// Those that come later are ended at once.
+    void endAll()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isEnding = true;
+        for (const SSL* ssl : m_connections)
+            closeConnection(ssl);
+    }
+
+private:
+    void add(const SSL* ssl)
+    {
+        const std::lock_guard lock(m_mutex);
+        SSL_set_ex_data(const_cast<SSL*>(ssl), slot(), this);
+        m_connections.insert(ssl);
+        if (m_isEnding)
+            closeConnection(ssl);
+    }
+
+    void remove(const SSL* ssl)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_connections.erase(ssl);
+    }
+
+    /// Where a connection keeps the registry that it is in. The library frees the connection before it closes
+    /// the descriptor, so that no other connection's is ever shut down.
+    static int slot()
+    {
+        static const int index = SSL_get_ex_new_index(
+            0, nullptr, nullptr, nullptr,
+            [](void* ssl, void* registry, CRYPTO_EX_DATA*, int /*index*/, long, void*) {
+                if (registry != nullptr)
+                    static_cast<OpenConnections*>(registry)->remove(static_cast<const SSL*>(ssl));
+            });
+        return index;
+    }
+
+    std::mutex m_mutex;
+    std::set<const SSL*> m_connections;
+    bool m_isEnding = false;
+};
+
+class Listener final : public httplib::SSLServer {
+public:
+    explicit Listener(const Certificates::Identity& identity)
+        : SSLServer(identity.certificate.get(), identity.key.get())
+    {
+        if (!is_valid())
+            throw std::runtime_error("the server does not accept its certificate");
+        new_task_queue = [] { return new ThreadPerConnection; };
+        set_tcp_nodelay(true);
+        set_keep_alive_max_count(requestsPerConnection);
+        set_keep_alive_timeout(silentClientTimeout.count());
+        set_read_timeout(silentClientTimeout);
+        set_write_timeout(writeTimeout);
+        // The library would let a second server share the port.
+        set_socket_options([](socket_t socket) {
+            const int on = 1;
+            ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        });
+    }
+
+    std::uint16_t bind(std::uint16_t port)
+    {
+        const bool isBound = port != 0 && bind_to_port("127.0.0.1", port);
+        const int bound = port == 0 ? bind_to_any_port("127.0.0.1") : isBound ? port : 0;
+        if (bound <= 0)
+            throw std::runtime_error(fmt::format("port {} of 127.0.0.1 is taken or not permitted", port));
+        // The library lets five connections wait, too few for clients that open many at once.
+        ::listen(svr_sock_, SOMAXCONN);
+        return static_cast<std::uint16_t>(bound);
+    }
+};
+
+Certificates::Identity makeServerIdentity(TestBackend::Certificate certificate,
+                                          const Certificates::Identity& authority)
+{
+    using Kind = TestBackend::Certificate;
+    const Certificates::ServerName localhost{"localhost", "DNS:localhost,IP:127.0.0.1,IP:::1"};
+    const Certificates::ServerName elsewhere{"elsewhere.example", "DNS:elsewhere.example"};
+    const auto& name = certificate == Kind::wrongHost ? elsewhere : localhost;
+    const bool isPast = certificate == Kind::expired;
+    const Certificates::Validity validity{isPast ? -72h : -1h, isPast ? -24h : 72h};
+    const auto stranger = Certificates::makeAuthority("Untrusted Test Authority", authorityValidity);
+    const auto* signer = certificate == Kind::untrusted ? &stranger : &authority;
+    return Certificates::makeServer(name, validity, certificate == Kind::selfSigned ? nullptr : signer);
+}
+
+} // namespace
+
+class TestBackend::Server {
+public:
+    explicit Server(const Options& options) : m_authorityFile(options.folder / "authority.pem")
+    {
+        const auto authority = Certificates::makeAuthority("Test Authority", authorityValidity);
+        const auto identity = makeServerIdentity(options.certificate, authority);
+        m_listener = std::make_unique<Listener>(identity);
+        m_connections.watch(m_listener->ssl_context());
+        route();
+        m_port = m_listener->bind(options.port);
+        // Not before the port is ours: another backend may have its certificates in the same folder.
+        Certificates::write(authority, m_authorityFile);
+        Certificates::write(identity, options.folder / "server.pem");
+        m_thread = std::thread([this] { m_listener->listen_after_bind(); });
+        // Before it runs the library cannot be told to stop.
+        while (!m_listener->is_running())
+            std::this_thread::sleep_for(1ms);
+    }
+
+    ~Server()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_isEnding = true;
+        }
+        m_ending.notify_all();
+        m_listener->stop();
+        m_connections.endAll();
+        m_thread.join();
+    }
+
+    [[nodiscard]] std::uint16_t port() const { return m_port; }
+    [[nodiscard]] const std::filesystem::path& authorityFile() const { return m_authorityFile; }
+
+    void setReply(std::string path, Reply reply)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_replies.insert_or_assign(std::move(path), std::move(reply));
+    }
+
+    std::vector<Request> takeRequests()
+    {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_requests, {});
+    }
+
+    void onRequest(std::function<void(const Request&)> observer)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_observer = std::move(observer);
+    }
+
+private:
+    void route()
+    {
+        const auto withoutBody = [this](const auto& request, auto& response) {
+            answer(request, response, request.body);
+        };
+        // Reading the body ourselves keeps forms of any size in one piece.
+        const auto withBody = [this](const auto& request, auto& response, const auto& reader) {
+            if (auto body = read(request, reader))
+                answer(request, response, *std::move(body));
+            else
+                closeConnection(request.ssl);
+        };
+        m_listener->Get(anyPath, withoutBody).Options(anyPath, withoutBody).Delete(anyPath, withoutBody);
+        m_listener->Post(anyPath, withBody).Put(anyPath, withBody).Patch(anyPath, withBody);
+        m_listener->Delete(anyPath, withBody);
+    }
+
+    /// Nothing when the client leaves before its end.
+    static std::optional<std::string> read(const httplib::Request& request,
+                                           const httplib::ContentReader& reader)
+    {
+        std::string body;
+        // Without either there is none; the library would wait for the end of the connection.
+        if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
+            return body;
+        const auto append = [&body](const char* data, std::size_t size) {
+            body.append(data, size);
+            return true;
+        };
+        // The library hands out the parts of a multipart body, never the whole.
+        const auto part = [](const httplib::MultipartFormData&) { return true; };
+        const bool isWhole = request.is_multipart_form_data() ? reader(part, append) : reader(append);
+        return isWhole ? std::optional(std::move(body)) : std::nullopt;
+    }
+
+    void answer(const httplib::Request& request, httplib::Response& response, std::string body)
+    {
+        const Reply reply = remember(request, std::move(body));
+        const bool isDelayed = reply.ending != Ending::dripping;
+        if ((isDelayed && !rest(reply.delay)) || reply.ending == Ending::closedBefore)
+            return closeConnection(request.ssl);
+        // The library would compress the body or cut a range out of it as the client wishes; a test wants the
+        // bytes that it set.
+        const_cast<httplib::Request&>(request).headers.erase("Accept-Encoding");
+        const_cast<httplib::Request&>(request).ranges.clear();
+        fill(response, reply, request.ssl);
+    }
+
+    Reply remember(const httplib::Request& request, std::string body)
+    {
+        Request remembered{request.method, request.target, {}, std::move(body)};
+        for (const auto& [name, value] : request.headers) {
+            // Those are the library's own, about the connection.
+            if (name != "REMOTE_ADDR" && name != "REMOTE_PORT" && name != "LOCAL_ADDR" &&
+                name != "LOCAL_PORT")
+                remembered.headerFields.emplace(name, value);
+        }
+        std::unique_lock lock(m_mutex);
+        m_requests.push_back(remembered);
+        auto found = m_replies.find(remembered.target.substr(0, remembered.target.find('?')));
+        if (found == m_replies.end())
+            found = m_replies.find("*");
+        Reply reply = found == m_replies.end() ? Reply() : found->second;
+        const auto observer = m_observer;
+        lock.unlock();
+        if (observer)
+            observer(remembered);
+        return reply;
+    }
+
+    void fill(httplib::Response& response, Reply reply, const SSL* ssl)
+    {
+        response.status = reply.status;
+        response.headers.insert(reply.headerFields.begin(), reply.headerFields.end());
+        // Such an answer ends with its header; a body would be taken for the next answer.
+        if (reply.status == 204 || reply.status == 304)
+            return;
+        const std::string type = response.get_header_value("Content-Type");
+        response.headers.erase("Content-Type");
+        const auto size = reply.body.size();
+        switch (reply.ending) {
+        case Ending::complete:
+        case Ending::closedBefore:
+            response.set_content(reply.body, type);
+            break;
+        case Ending::truncated:
+            response.set_content_provider(
+                std::max<std::size_t>(size, 1), type,
+                [body = std::move(reply.body), ssl](std::size_t, std::size_t, auto& sink) {
+                    sink.write(body.data(), body.size() / 2);
+                    closeConnection(ssl);
+                    return false;
+                });
+            break;
+        case Ending::endless:
+            response.set_chunked_content_provider(
+                type, [this, block = repeated(reply.body)](std::size_t, auto& sink) {
+                    return sink.write(block.data(), block.size()) && rest(endlessPause);
+                });
+            break;
+        case Ending::dripping:
+            response.set_content_provider(
+                size, type, [this, reply = std::move(reply)](std::size_t offset, std::size_t, auto& sink) {
+                    return (offset == 0 || rest(reply.delay)) && sink.write(&reply.body[offset], 1);
+                });
+            break;
+        }
+    }
+
+    /// False when the backend ends meanwhile.
+    bool rest(std::chrono::milliseconds duration)
+    {
+        std::unique_lock lock(m_mutex);
+        return !m_ending.wait_for(lock, duration, [this] { return m_isEnding; });
+    }
+
+    const std::filesystem::path m_authorityFile;
+    std::mutex m_mutex;
+    std::condition_variable m_ending;
+    bool m_isEnding = false;
+    std::map<std::string, Reply> m_replies;
+    std::vector<Request> m_requests;
+    std::function<void(const Request&)> m_observer;
+    OpenConnections m_connections;
+    std::unique_ptr<Listener> m_listener;
+    std::uint16_t m_port = 0;
+    std::thread m_thread;
+};
+
+TestBackend::TestBackend(const Options& options) : m_server(std::make_unique<Server>(options)) {}
+
+TestBackend::~TestBackend() = default;
+
+std::uint16_t TestBackend::port() const
+{
+    return m_server->port();
+}
+
+std::string TestBackend::baseURL() const
+{
+    return fmt::format("https://localhost:{}", port());
+}
+
+std::filesystem::path TestBackend::certificateAuthority() const
+{
+    return m_server->authorityFile();
+}
+
+void TestBackend::setReply(std::string path, Reply reply)
+{
+    m_server->setReply(std::move(path), std::move(reply));
+}
+
+std::vector<TestBackend::Request> TestBackend::takeRequests()
+{
+    return m_server->takeRequests();
+}
+
+void TestBackend::onRequest(std::function<void(const Request&)> observer)
+{
+    m_server->onRequest(std::move(observer));
+}
