@@ -34,7 +34,7 @@ concept Encodable = requires(const Value& value)
 
 /// Sends requests to the organisation's backend with the managed address and credentials, read anew for each.
 ///
-/// Threads: any, several at once; a request goes on on the queue of the session's outcomes.
+/// Threads: any, several at once; a request goes on where the session delivers its outcome.
 /// Ownership: refers to what it is built from; both must outlive the tasks it makes.
 /// Errors: tasks throw `APIError`, and nothing else. Nothing is retried.
 ///

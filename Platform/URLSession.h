@@ -86,7 +86,7 @@ private:
 /// Performs requests over the network.
 ///
 /// Threads: any, concurrently; any number of requests may be under way.
-/// Implementers owe: one outcome per request, delivered on the queue that the implementation documents and
+/// Implementers owe: one outcome per request, delivered on the thread that the implementation documents and
 /// never inside `start`; https alone, TLS 1.2 at least, certificates verified against the system's trust
 /// store; redirects followed to https addresses alone, without the request's credentials (`Authorization`,
 /// `Cookie`, `X-Device-Id`) once the host or port changes; connections reused; a body of at most
@@ -102,7 +102,7 @@ public:
     virtual ~URLSession() = default;
     virtual void start(URLRequest request, Completion completion) = 0;
 
-    /// Awaits the response; throws `URLError`. Goes on on the queue of the outcome.
+    /// Awaits the response; throws `URLError`. Goes on where the outcome is delivered.
     Task<URLResponse> data(URLRequest request);
 };
 

@@ -1,0 +1,252 @@
+#include "Platform/Linux/CurlRequest.h"
+
+#include "Platform/Linux/FileDescriptor.h"
+
+#include <curl/curl.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+namespace Platform::Linux {
+
+namespace {
+
+using Code = URLError::Code;
+
+struct URLDeleter {
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+using ParsedURL = std::unique_ptr<CURLU, URLDeleter>;
+
+std::string part(const ParsedURL& url, CURLUPart part, unsigned flags = 0)
+{
+    char* text = nullptr;
+    if (curl_url_get(url.get(), part, &text, flags) != CURLUE_OK)
+        return {};
+    std::string result = text;
+    curl_free(text);
+    return result;
+}
+
+/// RFC 9110, section 5.6.2.
+bool isToken(std::string_view text)
+{
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
+        return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'z') ||
+               (character >= 'A' && character <= 'Z') ||
+               std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
+    });
+}
+
+/// A name that may hold anything, fit for a sentence.
+std::string printable(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](char character) { return character < ' ' || character > '~'; }, '?');
+    return text;
+}
+
+void removeFields(HeaderFields& fields, std::initializer_list<std::string_view> names)
+{
+    for (const std::string_view name : names) {
+        if (const auto found = fields.find(name); found != fields.end())
+            fields.erase(found);
+    }
+}
+
+/// What OpenSSL's X509_V_ERR_ numbers come to; its headers are not worth a dependency.
+URLError certificateError(const CurlFailure& failure, const std::string& endpoint)
+{
+    switch (failure.certificateResult) {
+    // Curl looks at the names before it takes over the verdict of OpenSSL, which is "unspecified" until then.
+    case 0:
+    case 1:
+        return {Code::serverCertificateUntrusted,
+                fmt::format("The certificate of {} is for another host; check the host name of the address "
+                            "and the names in the certificate.",
+                            endpoint)};
+    case 9:
+        return {
+            Code::serverCertificateHasBadDate,
+            fmt::format("The certificate of {} is not valid yet; check the clock of this device.", endpoint)};
+    case 10:
+        return {Code::serverCertificateHasBadDate,
+                fmt::format("The certificate of {} has expired; renew it on the server, or check the clock "
+                            "of this device.",
+                            endpoint)};
+    case 18:
+        return {Code::serverCertificateUntrusted,
+                fmt::format("The certificate of {} is self-signed and not trusted by this device; add it to "
+                            "the trusted ones or have it issued by an authority.",
+                            endpoint)};
+    case 2:
+    case 19:
+    case 20:
+    case 21:
+        return {Code::serverCertificateUntrusted,
+                fmt::format("The certificate of {} comes from an issuer that this device does not trust; "
+                            "check the chain the server sends and the trusted certificates of this device.",
+                            endpoint)};
+    default:
+        return {Code::serverCertificateUntrusted,
+                fmt::format("The certificate of {} is not acceptable: {}.", endpoint, failure.detail)};
+    }
+}
+
+struct Meaning {
+    CURLcode curlCode;
+    Code code;
+    /// Takes host and port.
+    const char* sentence;
+};
+
+constexpr Meaning meanings[] = {
+    {CURLE_COULDNT_RESOLVE_HOST, Code::cannotFindHost,
+     "The host of {} cannot be found; check its name, the network and the name servers."},
+    {CURLE_COULDNT_RESOLVE_PROXY, Code::cannotFindHost,
+     "The proxy on the way to {} cannot be found; check https_proxy and all_proxy."},
+    {CURLE_PROXY, Code::cannotConnectToHost,
+     "The proxy on the way to {} refused; check https_proxy and all_proxy."},
+    {CURLE_SSL_CACERT_BADFILE, Code::secureConnectionFailed,
+     "The certificates to trust for {} cannot be read; check SSL_CERT_FILE and SSL_CERT_DIR."},
+    {CURLE_GOT_NOTHING, Code::networkConnectionLost,
+     "{} closed the connection without an answer; check the log of the server."},
+    {CURLE_PARTIAL_FILE, Code::networkConnectionLost,
+     "{} closed the connection in the middle of its answer; check the network and the log of the server."},
+    {CURLE_RECV_ERROR, Code::networkConnectionLost,
+     "The connection to {} broke off before the end of the answer; check the network."},
+    {CURLE_SEND_ERROR, Code::networkConnectionLost,
+     "The connection to {} broke off while the request was sent; check the network."},
+    {CURLE_SEND_FAIL_REWIND, Code::networkConnectionLost,
+     "The connection to {} broke off while the request was sent; check the network."},
+    {CURLE_HTTP2, Code::networkConnectionLost,
+     "The HTTP/2 connection to {} broke down; check the log of the server."},
+    {CURLE_HTTP2_STREAM, Code::networkConnectionLost,
+     "{} broke off its answer over HTTP/2; check the log of the server."},
+    {CURLE_BAD_CONTENT_ENCODING, Code::cannotDecodeContentData,
+     "The body from {} cannot be decompressed; check the Content-Encoding that the server sends."},
+    {CURLE_WEIRD_SERVER_REPLY, Code::badServerResponse,
+     "{} did not answer in HTTP; check that the address is that of the right server."},
+    // The scheme was checked before: what is left is an answer in no known version of HTTP.
+    {CURLE_UNSUPPORTED_PROTOCOL, Code::badServerResponse,
+     "{} did not answer in HTTP; check that the address is that of the right server."},
+    {CURLE_URL_MALFORMAT, Code::badURL, "The address of a request to {} is malformed; check it."},
+};
+
+} // namespace
+
+SecureURL parseSecureURL(const std::string& url)
+{
+    const bool isPlain = std::all_of(url.begin(), url.end(), [](char character) {
+        return static_cast<unsigned char>(character) > ' ' && character != '\x7f';
+    });
+    if (!isPlain)
+        throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
+
+    const ParsedURL parsed(curl_url());
+    if (!parsed ||
+        curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
+        throw URLError(Code::badURL, "The address of the request is not an absolute URL.");
+
+    SecureURL result;
+    result.host = part(parsed, CURLUPART_HOST);
+    const std::string scheme = part(parsed, CURLUPART_SCHEME);
+    if (scheme == "http")
+        throw URLError(Code::appTransportSecurityRequiresSecureConnection,
+                       fmt::format("The address at {} is not secure; only https is allowed.", result.host));
+    if (scheme != "https")
+        throw URLError(Code::unsupportedURL, fmt::format("Addresses of the scheme \"{}\" are not supported; "
+                                                         "only https is.",
+                                                         scheme));
+    if (result.host.empty())
+        throw URLError(Code::badURL, "The address of the request names no host.");
+    for (const CURLUPart unwanted : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_FRAGMENT})
+        curl_url_set(parsed.get(), unwanted, nullptr, 0);
+    std::transform(result.host.begin(), result.host.end(), result.host.begin(), [](char character) {
+        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+    });
+    result.port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    result.url = part(parsed, CURLUPART_URL);
+    return result;
+}
+
+void cleanRequest(URLRequest& request)
+{
+    if (!isToken(request.httpMethod))
+        throw URLError(Code::unknown, "The method of the request has a character that no method may have.");
+    for (const auto& [name, value] : request.headerFields) {
+        if (!isToken(name))
+            throw URLError(Code::unknown,
+                           fmt::format("The name of the header field \"{}\" has a character that no name may "
+                                       "have.",
+                                       printable(name)));
+        if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
+            throw URLError(
+                Code::unknown,
+                fmt::format("The value of the header field \"{}\" has a line break or NUL in it.", name));
+    }
+    removeFields(request.headerFields, {"Connection", "Content-Length", "Host", "Transfer-Encoding"});
+}
+
+bool isRedirect(std::int64_t statusCode)
+{
+    constexpr std::array<std::int64_t, 5> redirects = {301, 302, 303, 307, 308};
+    return std::find(redirects.begin(), redirects.end(), statusCode) != redirects.end();
+}
+
+void redirectRequest(URLRequest& request, std::int64_t statusCode, const SecureURL& from, const SecureURL& to)
+{
+    const bool becomesGet =
+        statusCode == 303 ? request.httpMethod != "HEAD" : statusCode <= 302 && request.httpMethod == "POST";
+    if (becomesGet) {
+        request.httpMethod = "GET";
+        request.httpBody.reset();
+        removeFields(request.headerFields,
+                     {"Content-Encoding", "Content-Language", "Content-Location", "Content-Type"});
+    }
+    if (from.host != to.host || from.port != to.port)
+        removeFields(request.headerFields, {"Authorization", "Cookie", "X-Device-Id"});
+    request.url = to.url;
+}
+
+URLError urlError(const CurlFailure& failure, const SecureURL& target)
+{
+    const std::string endpoint = target.endpoint();
+    if (failure.proxyStatus != 0 && failure.proxyStatus / 100 != 2)
+        return {Code::cannotConnectToHost,
+                fmt::format("The proxy on the way to {} answered {}; check https_proxy and the rights this "
+                            "device has there.",
+                            endpoint, failure.proxyStatus)};
+    if (failure.code == CURLE_PEER_FAILED_VERIFICATION)
+        return certificateError(failure, endpoint);
+    if (failure.code == CURLE_COULDNT_CONNECT)
+        return {Code::cannotConnectToHost,
+                fmt::format("No connection to {}: {}; check that the server runs and can be reached.",
+                            endpoint, errorText(static_cast<int>(failure.errorNumber)))};
+    if (failure.code == CURLE_SSL_CONNECT_ERROR || failure.code == CURLE_SSL_CIPHER)
+        return {Code::secureConnectionFailed,
+                fmt::format("No secure connection to {}: {}; check that the server speaks TLS 1.2 or later.",
+                            endpoint, failure.detail)};
+    for (const Meaning& meaning : meanings) {
+        if (meaning.curlCode == failure.code)
+            return {meaning.code, fmt::format(fmt::runtime(meaning.sentence), endpoint)};
+    }
+    return {Code::unknown, fmt::format("The request to {} failed: {}.", endpoint,
+                                       curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
+}
+
+URLError timeoutError(const SecureURL& target, std::chrono::seconds timeout, bool isConnected)
+{
+    if (isConnected)
+        return {Code::timedOut, fmt::format("Nothing came from {} for {} s; check the load of the server and "
+                                            "the network.",
+                                            target.endpoint(), timeout.count())};
+    return {Code::timedOut,
+            fmt::format("No connection to {} within {} s; check that the server runs and that no firewall is "
+                        "in the way.",
+                        target.endpoint(), timeout.count())};
+}
+
+} // namespace Platform::Linux

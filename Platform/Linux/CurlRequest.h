@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Platform/URLSession.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace Platform::Linux {
+
+/// An https address taken apart.
+struct SecureURL {
+    /// Without user name, password and fragment.
+    std::string url;
+    std::string host;
+    std::string port;
+
+    [[nodiscard]] std::string endpoint() const { return host + ":" + port; }
+};
+
+/// Throws `URLError` for what is no address, or none of https.
+SecureURL parseSecureURL(const std::string& url);
+
+/// Throws `URLError` for a method or header field that would break out of its line. Removes the header fields
+/// that the transfer sets itself.
+void cleanRequest(URLRequest& request);
+
+/// Whether an answer of this status asks for the same elsewhere, given that it names a place.
+bool isRedirect(std::int64_t statusCode);
+
+/// Turns a request answered with `statusCode` into the one for the place it was sent on to: method and body
+/// as the status asks, and no credentials for a place other than `from`.
+void redirectRequest(URLRequest& request, std::int64_t statusCode, const SecureURL& from,
+                     const SecureURL& to);
+
+/// What curl knows of a transfer that failed.
+struct CurlFailure {
+    /// A CURLcode.
+    int code;
+    /// An X509_V_ERR_ number.
+    long certificateResult = 0;
+    /// errno of the connection.
+    long errorNumber = 0;
+    /// The proxy's answer when asked for a tunnel, or 0.
+    long proxyStatus = 0;
+    /// Curl's own words; told only where they cannot quote the request or the answer.
+    std::string_view detail = {};
+};
+
+/// The failure in the terms of the port.
+URLError urlError(const CurlFailure& failure, const SecureURL& target);
+
+/// Nothing came for `timeout`; `isConnected` when the request itself had got its connection.
+URLError timeoutError(const SecureURL& target, std::chrono::seconds timeout, bool isConnected);
+
+} // namespace Platform::Linux

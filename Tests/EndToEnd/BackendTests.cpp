@@ -1,0 +1,171 @@
+#include "Core/APIClient.h"
+#include "Core/APIError.h"
+#include "Core/ConfigurationManager.h"
+#include "Core/Logger.h"
+#include "Platform/Linux/CurlURLSession.h"
+#include "Platform/Linux/DeviceDefaults.h"
+#include "Platform/Linux/SystemClock.h"
+#include "Platform/Linux/WorkerQueue.h"
+#include "Platform/NotificationCenter.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tools/Backend/TestBackend.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <future>
+
+using namespace Core;
+using namespace Platform;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Pair;
+using testing::StartsWith;
+
+namespace {
+
+/// A device configured for a real backend, with the client that the application builds.
+class BackendTest : public testing::Test {
+protected:
+    BackendTest()
+    {
+        ::setenv("SSL_CERT_FILE", backend.certificateAuthority().c_str(), 1);
+        session = std::make_unique<Linux::CurlURLSession>();
+        folder.write("managed.json", fmt::format(R"({{"base_domain": "{}/mdm", "api_key": "canary-key",
+            "device_id": "DEV-1"}})",
+                                                 backend.baseURL()));
+        manager->updateConfigurationFromMDM();
+        log.takeLines();
+    }
+    ~BackendTest() override { ::unsetenv("SSL_CERT_FILE"); }
+
+    [[nodiscard]] APIClient client() { return {*manager, *session, JSONDecoder(), JSONEncoder(), logger}; }
+
+    /// Sends `count` requests at once, each as its own task; answers what became of each.
+    std::vector<std::string> post(const APIClient& client, const std::string& path, int count = 1)
+    {
+        std::vector<std::future<std::string>> outcomes;
+        for (int i = 0; i < count; ++i) {
+            auto outcome = std::make_shared<std::promise<std::string>>();
+            outcomes.push_back(outcome->get_future());
+            spawn(queue, settle(outcome, client.post(path, Data{std::byte{'{'}, std::byte{'}'}})));
+        }
+        std::vector<std::string> texts;
+        for (auto& outcome : outcomes)
+            texts.push_back(outcome.get());
+        return texts;
+    }
+
+    TemporaryFolder folder;
+    TestBackend backend{{.folder = folder.path()}};
+    ManualScheduler scheduler;
+    RecordingUnifiedLog log;
+    Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
+    NotificationCenter center;
+    Linux::SystemClock clock;
+    Linux::AdapterLog adapterLog{log, "test"};
+    Linux::DeviceDefaults defaults{{folder.path("state"), {folder.path("managed.json")}},
+                                   Linux::SQLiteUserDefaults::Access::readWrite,
+                                   clock,
+                                   adapterLog};
+    std::shared_ptr<ConfigurationManager> manager =
+        std::make_shared<ConfigurationManager>(ConfigurationManager::Ports{
+            logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue, scheduler, clock});
+    Linux::WorkerQueue queue{"tasks", Linux::WorkerQueue::Priority::default_};
+    std::unique_ptr<Linux::CurlURLSession> session;
+
+private:
+    static Task<void> settle(std::shared_ptr<std::promise<std::string>> outcome,
+                             Task<APIClient::Response> task)
+    {
+        std::string text;
+        try {
+            const auto [body, response] = co_await std::move(task);
+            text = std::to_string(response.statusCode);
+        } catch (const APIError& error) {
+            text = error.what();
+        }
+        outcome->set_value(text);
+    }
+};
+
+TEST_F(BackendTest, RequestsCarryTheStoredAddressAndCredentials)
+{
+    EXPECT_THAT(post(client(), "/apis/mdm/backend/x"), ElementsAre("200"));
+    const auto requests = backend.takeRequests();
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_EQ(requests[0].method, "POST");
+    EXPECT_EQ(requests[0].target, "/mdm/apis/mdm/backend/x");
+    EXPECT_EQ(requests[0].body, "{}");
+    EXPECT_THAT(requests[0].headerFields, AllOf(Contains(Pair("Authorization", "Bearer canary-key")),
+                                                Contains(Pair("X-Device-Id", "DEV-1")),
+                                                Contains(Pair("Content-Type", "application/json")),
+                                                Contains(Pair("Accept", "application/json")),
+                                                Not(Contains(Pair("X-QV-OrgId", testing::_))),
+                                                Not(Contains(Pair("Cookie", testing::_)))));
+    EXPECT_THAT(log.takeLines(), IsEmpty());
+}
+
+TEST_F(BackendTest, EveryHostileAnswerIsOneErrorAndOneLine)
+{
+    using Ending = TestBackend::Ending;
+    struct Case {
+        TestBackend::Reply reply;
+        const char* outcome;
+        const char* line;
+    };
+    const Case cases[] = {
+        {{.status = 500, .body = "\xff"},
+         "HTTP error: 500",
+         "API HTTP error | context={responseBody=No response body, statusCode=500}"},
+        {{.status = 403, .body = "no"},
+         "HTTP error: 403",
+         "API HTTP error | context={responseBody=no, statusCode=403}"},
+        {{.ending = Ending::closedBefore}, "Network error: ", "domain=NSURLErrorDomain, code=-1005, "},
+        {{.body = std::string(1000, 'x'), .ending = Ending::truncated}, "Network error: ", "code=-1005, "},
+        {{.ending = Ending::endless}, "Network error: ", "code=-1103, "},
+        {{.status = 302, .headerFields = {{"Location", "http://localhost:1/"}}},
+         "Network error: ",
+         "code=-1022, "},
+        {{.status = 302, .headerFields = {{"Location", "/mdm/a"}}}, "Network error: ", "code=-1007, "},
+    };
+    for (const Case& row : cases) {
+        backend.setReply("/mdm/a", row.reply);
+        EXPECT_THAT(post(client(), "a"), ElementsAre(StartsWith(row.outcome)));
+        EXPECT_THAT(log.takeLines(), ElementsAre(AllOf(HasSubstr(row.line), Not(HasSubstr("canary")))))
+            << row.line;
+    }
+    EXPECT_THAT(post(client(), "b"), ElementsAre("200")) << "nothing has changed";
+}
+
+TEST_F(BackendTest, CredentialsStayWithTheHostTheyAreFor)
+{
+    backend.setReply(
+        "/mdm/a",
+        {.status = 307,
+         .headerFields = {{"Location", fmt::format("https://127.0.0.1:{}/other", backend.port())}}});
+    EXPECT_THAT(post(client(), "a"), ElementsAre("200"));
+    const auto requests = backend.takeRequests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_EQ(requests[1].target, "/other");
+    EXPECT_THAT(requests[1].headerFields, AllOf(Not(Contains(Pair("Authorization", testing::_))),
+                                                Not(Contains(Pair("X-Device-Id", testing::_)))));
+}
+
+TEST_F(BackendTest, OneClientServesManyTasks)
+{
+    constexpr int taskCount = 64;
+    const APIClient shared = client();
+    const auto outcomes = post(shared, "a", taskCount);
+    EXPECT_EQ(std::count(outcomes.begin(), outcomes.end(), "200"), taskCount);
+    EXPECT_EQ(backend.takeRequests().size(), static_cast<std::size_t>(taskCount));
+}
+
+} // namespace

@@ -1,0 +1,407 @@
+#include "Platform/Linux/CurlURLSession.h"
+
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tools/Backend/TestBackend.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <future>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+using namespace Platform;
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Key;
+using testing::Not;
+using testing::Pair;
+using testing::SizeIs;
+
+namespace {
+
+using Code = URLError::Code;
+using Ending = TestBackend::Ending;
+using Outcome = URLSession::Outcome;
+using Reply = TestBackend::Reply;
+
+Data bytes(std::string_view text)
+{
+    const auto* first = reinterpret_cast<const std::byte*>(text.data());
+    return {first, first + text.size()};
+}
+
+/// A backend, and a session that trusts it.
+struct Line {
+    explicit Line(TestBackend::Certificate certificate = TestBackend::Certificate::good)
+        : backend({.port = 0, .certificate = certificate, .folder = folder.path()})
+    {
+        ::setenv("SSL_CERT_FILE", backend.certificateAuthority().c_str(), 1);
+        ::setenv("no_proxy", "*", 1);
+        session = std::make_unique<Linux::CurlURLSession>();
+    }
+
+    [[nodiscard]] std::future<Outcome> start(URLRequest request) const
+    {
+        const auto promise = std::make_shared<std::promise<Outcome>>();
+        session->start(std::move(request),
+                       [promise](Outcome outcome) { promise->set_value(std::move(outcome)); });
+        return promise->get_future();
+    }
+    /// "SAME" and "OTHER" at the beginning stand for the two names of the backend.
+    [[nodiscard]] std::string expand(const std::string& url) const
+    {
+        if (url.starts_with("SAME"))
+            return backend.baseURL() + url.substr(4);
+        if (url.starts_with("OTHER"))
+            return "https://127.0.0.1:" + std::to_string(backend.port()) + url.substr(5);
+        return url;
+    }
+
+    TemporaryFolder folder;
+    TestBackend backend;
+    std::unique_ptr<Linux::CurlURLSession> session;
+};
+
+/// The status of an answer, or the code of an error: what a row of a table expects.
+std::int64_t result(const Outcome& outcome)
+{
+    const auto* response = std::get_if<URLResponse>(&outcome);
+    return response == nullptr ? std::get<URLError>(outcome).errorCode() : response->http->statusCode;
+}
+
+std::string description(const Outcome& outcome)
+{
+    const auto* error = std::get_if<URLError>(&outcome);
+    return error == nullptr ? "" : error->what();
+}
+
+std::int64_t number(Code code)
+{
+    return static_cast<std::int64_t>(code);
+}
+
+template <typename Case>
+std::string caseName(const testing::TestParamInfo<Case>& info)
+{
+    return info.param.name;
+}
+
+struct CertificateCase {
+    const char* name;
+    TestBackend::Certificate certificate;
+    std::int64_t result;
+    const char* words;
+};
+
+class CurlCertificateTest : public testing::TestWithParam<CertificateCase> {};
+
+TEST_P(CurlCertificateTest, IsAcceptedOrNamedInTheError)
+{
+    Line line(GetParam().certificate);
+    const Outcome outcome = line.start({.url = line.backend.baseURL()}).get();
+    EXPECT_EQ(result(outcome), GetParam().result);
+    EXPECT_THAT(description(outcome), HasSubstr(GetParam().words));
+    EXPECT_THAT(line.backend.takeRequests(), SizeIs(GetParam().result == 200 ? 1 : 0));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CurlCertificateTest,
+    testing::Values(CertificateCase{"Good", TestBackend::Certificate::good, 200, ""},
+                    CertificateCase{"Expired", TestBackend::Certificate::expired,
+                                    number(Code::serverCertificateHasBadDate), "expired"},
+                    CertificateCase{"WrongHost", TestBackend::Certificate::wrongHost,
+                                    number(Code::serverCertificateUntrusted), "another host"},
+                    CertificateCase{"SelfSigned", TestBackend::Certificate::selfSigned,
+                                    number(Code::serverCertificateUntrusted), "self-signed"},
+                    CertificateCase{"Untrusted", TestBackend::Certificate::untrusted,
+                                    number(Code::serverCertificateUntrusted), "issuer"}),
+    caseName<CertificateCase>);
+
+struct ReplyCase {
+    const char* name;
+    Reply reply;
+    std::int64_t result;
+    std::string body = {};
+};
+
+class CurlReplyTest : public testing::TestWithParam<ReplyCase> {};
+
+TEST_P(CurlReplyTest, BecomesTheOutcome)
+{
+    Line line;
+    line.backend.setReply("/path", GetParam().reply);
+    const auto outcome = line.start({.url = line.backend.baseURL() + "/path", .timeoutInterval = 1s}).get();
+    EXPECT_EQ(result(outcome), GetParam().result) << description(outcome);
+    if (const auto* response = std::get_if<URLResponse>(&outcome))
+        EXPECT_EQ(response->body, bytes(GetParam().body));
+    else
+        EXPECT_THAT(description(outcome), HasSubstr("localhost:" + std::to_string(line.backend.port())));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CurlReplyTest,
+    testing::Values(
+        ReplyCase{"NoContent", {.status = 204}, 204},
+        ReplyCase{"SeveralChoices", {.status = 300, .headerFields = {{"Location", "/other"}}}, 300, "{}"},
+        ReplyCase{"RedirectToNowhere", {.status = 302}, 302, "{}"},
+        ReplyCase{"NotModified", {.status = 304, .headerFields = {{"Location", "/other"}}}, 304},
+        ReplyCase{"NotFound", {.status = 404, .body = "none"}, 404, "none"},
+        ReplyCase{"Failure", {.status = 500, .body = ""}, 500},
+        ReplyCase{"NotUTF8", {.body = "\xff\xfe\x80"}, 200, "\xff\xfe\x80"},
+        ReplyCase{"LongestBody",
+                  {.body = std::string(URLSession::maximumBodyBytes, 'x')},
+                  200,
+                  std::string(URLSession::maximumBodyBytes, 'x')},
+        ReplyCase{"TooLong",
+                  {.body = std::string(URLSession::maximumBodyBytes + 1, 'x')},
+                  number(Code::dataLengthExceedsMaximum)},
+        ReplyCase{"Endless", {.ending = Ending::endless}, number(Code::dataLengthExceedsMaximum)},
+        ReplyCase{"EndlessRedirect",
+                  {.status = 302, .headerFields = {{"Location", "/other"}}, .ending = Ending::endless},
+                  number(Code::dataLengthExceedsMaximum)},
+        ReplyCase{"Truncated",
+                  {.body = "0123456789", .ending = Ending::truncated},
+                  number(Code::networkConnectionLost)},
+        ReplyCase{"ClosedBefore", {.ending = Ending::closedBefore}, number(Code::networkConnectionLost)},
+        ReplyCase{"NotDecodable",
+                  {.headerFields = {{"Content-Encoding", "gzip"}}, .body = "not gzip"},
+                  number(Code::cannotDecodeContentData)},
+        ReplyCase{"Hanging", {.delay = 1h}, number(Code::timedOut)},
+        ReplyCase{"Dripping", {.body = "slowly", .delay = 300ms, .ending = Ending::dripping}, 200, "slowly"},
+        ReplyCase{"DrippingTooSlowly",
+                  {.body = "slowly", .delay = 1h, .ending = Ending::dripping},
+                  number(Code::timedOut)}),
+    caseName<ReplyCase>);
+
+struct RedirectCase {
+    const char* name;
+    int status;
+    std::string location;
+    const char* method;
+    std::int64_t result = 200;
+    const char* expectedMethod = "GET";
+    const char* expectedBody = "";
+    bool areCredentialsSent = true;
+};
+
+class CurlRedirectTest : public testing::TestWithParam<RedirectCase> {};
+
+TEST_P(CurlRedirectTest, IsFollowedAsItsStatusAsks)
+{
+    Line line;
+    const std::string location = line.expand(GetParam().location);
+    line.backend.setReply(
+        "/from",
+        {.status = GetParam().status, .headerFields = {{"Location", location}}, .body = "to be dropped"});
+    line.backend.setReply("/back",
+                          {.status = 307, .headerFields = {{"Location", line.backend.baseURL() + "/to"}}});
+    URLRequest request{.url = line.backend.baseURL() + "/from",
+                       .httpMethod = GetParam().method,
+                       .headerFields = {{"authorization", "secret"},
+                                        {"COOKIE", "secret"},
+                                        {"X-Device-ID", "secret"},
+                                        {"X-Other", "kept"}}};
+    if (request.httpMethod != "GET" && request.httpMethod != "HEAD")
+        request.httpBody = bytes("body");
+    const Outcome outcome = line.start(request).get();
+
+    ASSERT_EQ(result(outcome), GetParam().result) << description(outcome);
+    EXPECT_THAT(description(outcome), Not(HasSubstr("secret")));
+    const auto* response = std::get_if<URLResponse>(&outcome);
+    if (response == nullptr)
+        return;
+    EXPECT_EQ(response->body, bytes(request.httpMethod == "HEAD" ? "" : "{}"));
+    const auto last = line.backend.takeRequests().back();
+    EXPECT_EQ(last.target, "/to");
+    EXPECT_EQ(last.method, GetParam().expectedMethod);
+    EXPECT_EQ(last.body, GetParam().expectedBody);
+    const auto secrets = std::count_if(last.headerFields.begin(), last.headerFields.end(),
+                                       [](const auto& field) { return field.second == "secret"; });
+    EXPECT_EQ(secrets, GetParam().areCredentialsSent ? 3 : 0);
+    EXPECT_THAT(last.headerFields, Contains(Pair("X-Other", "kept")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CurlRedirectTest,
+    testing::Values(RedirectCase{"Relative", 302, "to", "GET"}, RedirectCase{"MovedPost", 301, "/to", "POST"},
+                    RedirectCase{"MovedPut", 301, "/to", "PUT", 200, "PUT", "body"},
+                    RedirectCase{"FoundPost", 302, "/to", "POST"},
+                    RedirectCase{"FoundDelete", 302, "/to", "DELETE", 200, "DELETE", "body"},
+                    RedirectCase{"SeeOtherPut", 303, "/to", "PUT"},
+                    RedirectCase{"SeeOtherHead", 303, "/to", "HEAD", 200, "HEAD"},
+                    RedirectCase{"TemporaryPost", 307, "/to", "POST", 200, "POST", "body"},
+                    RedirectCase{"PermanentPatch", 308, "/to", "PATCH", 200, "PATCH", "body"},
+                    RedirectCase{"SameHost", 307, "SAME/to", "PUT", 200, "PUT", "body"},
+                    RedirectCase{"OtherHost", 307, "OTHER/to", "POST", 200, "POST", "body", false},
+                    RedirectCase{"ThereAndBack", 307, "OTHER/back", "GET", 200, "GET", "", false},
+                    RedirectCase{"Loop", 302, "/from", "GET", number(Code::httpTooManyRedirects)},
+                    RedirectCase{"Insecure", 302, "http://localhost/to", "GET",
+                                 number(Code::appTransportSecurityRequiresSecureConnection)},
+                    RedirectCase{"File", 302, "file:///etc/hosts", "GET",
+                                 number(Code::appTransportSecurityRequiresSecureConnection)},
+                    RedirectCase{"Malformed", 302, "https://[", "GET", number(Code::badURL)}),
+    caseName<RedirectCase>);
+
+struct RefusedCase {
+    const char* name;
+    std::string url;
+    std::string method;
+    HeaderFields headerFields;
+    Code code;
+    const char* words;
+};
+
+class CurlRefusedTest : public testing::TestWithParam<RefusedCase> {};
+
+TEST_P(CurlRefusedTest, FailsAndReachesNoWire)
+{
+    Line line;
+    const std::string url = line.expand(GetParam().url);
+    const Outcome outcome =
+        line.start({.url = url, .httpMethod = GetParam().method, .headerFields = GetParam().headerFields})
+            .get();
+    EXPECT_EQ(result(outcome), number(GetParam().code));
+    EXPECT_THAT(description(outcome), AllOf(HasSubstr(GetParam().words), Not(HasSubstr("secret"))));
+    EXPECT_THAT(line.backend.takeRequests(), SizeIs(0));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CurlRefusedTest,
+    testing::Values(
+        RefusedCase{
+            "LineFeed", "SAME", "GET", {{"X-API-Key", "secret\nX-Evil: 1"}}, Code::unknown, "X-API-Key"},
+        RefusedCase{"Return", "SAME", "GET", {{"X-Device-Id", "secret\r"}}, Code::unknown, "X-Device-Id"},
+        RefusedCase{"NUL", "SAME", "GET", {{"X-A", std::string("secret\0", 7)}}, Code::unknown, "X-A"},
+        RefusedCase{"Name", "SAME", "GET", {{"X-A\r\nX-Evil", "secret"}}, Code::unknown, "X-A??X-Evil"},
+        RefusedCase{"NameWithColon", "SAME", "GET", {{"X-A: b", "secret"}}, Code::unknown, "X-A"},
+        RefusedCase{"EmptyName", "SAME", "GET", {{"", "secret"}}, Code::unknown, "name"},
+        RefusedCase{"Method", "SAME", "GET / HTTP/1.1\r\nX-Evil: 1", {}, Code::unknown, "method"},
+        RefusedCase{"EmptyMethod", "SAME", "", {}, Code::unknown, "method"},
+        RefusedCase{"LineBreakInURL", "SAME/\r\nX-Evil: 1", "GET", {}, Code::badURL, "control"},
+        RefusedCase{"NULInURL", std::string("SAME/a\0b", 8), "GET", {}, Code::badURL, "control"},
+        RefusedCase{"Relative", "/path", "GET", {}, Code::badURL, "absolute"},
+        RefusedCase{"Insecure",
+                    "http://localhost/",
+                    "GET",
+                    {},
+                    Code::appTransportSecurityRequiresSecureConnection,
+                    "https"},
+        RefusedCase{"OtherScheme", "ftp://localhost/", "GET", {}, Code::unsupportedURL, "ftp"},
+        RefusedCase{
+            "Port", "https://localhost:1/", "GET", {}, Code::cannotConnectToHost, "localhost:1: Conn"},
+        // A label too long for any name server to be asked.
+        RefusedCase{"NoSuchHost",
+                    "https://" + std::string(64, 'a') + ".invalid/",
+                    "GET",
+                    {},
+                    Code::cannotFindHost,
+                    "invalid:443"}),
+    caseName<RefusedCase>);
+
+struct MethodCase {
+    const char* name;
+    const char* method;
+    std::optional<std::string> body;
+    /// Empty: the field is absent.
+    const char* length;
+};
+
+class CurlMethodTest : public testing::TestWithParam<MethodCase> {};
+
+TEST_P(CurlMethodTest, ArrivesAsItWasAsked)
+{
+    Line line;
+    line.backend.setReply("/path", {.headerFields = {{"X-Twice", "a"}, {"X-Twice", "b"}, {"X-Void", ""}}});
+    std::string url = line.backend.baseURL() + "/path?query=1#fragment";
+    url.insert(url.find("localhost"), "user:password@");
+    URLRequest request{.url = url,
+                       .httpMethod = GetParam().method,
+                       .headerFields = {{"X-Given", " as it is"}, {"Host", "evil"}, {"Content-Length", "1"}}};
+    if (GetParam().body)
+        request.httpBody = bytes(*GetParam().body);
+    const Outcome outcome = line.start(request).get();
+    ASSERT_EQ(result(outcome), 200) << description(outcome);
+    const HeaderFields& answered = std::get<URLResponse>(outcome).http->headerFields;
+    EXPECT_THAT(answered, AllOf(Contains(Pair("X-Twice", "a, b")), Contains(Pair("X-Void", ""))));
+
+    const auto requests = line.backend.takeRequests();
+    ASSERT_THAT(requests, SizeIs(1));
+    EXPECT_EQ(requests[0].method, GetParam().method);
+    EXPECT_EQ(requests[0].target, "/path?query=1");
+    EXPECT_EQ(requests[0].body, GetParam().body.value_or(""));
+    const auto& fields = requests[0].headerFields;
+    EXPECT_THAT(fields,
+                AllOf(Contains(Pair("X-Given", "as it is")), Contains(Pair("User-Agent", "quorvane-mdm")),
+                      Contains(Pair("Host", "localhost:" + std::to_string(line.backend.port())))));
+    for (const char* absent : {"Expect", "Content-Type", "Authorization", "Transfer-Encoding"})
+        EXPECT_THAT(fields, Not(Contains(Key(absent))));
+    const auto length = fields.find("Content-Length");
+    EXPECT_EQ(length == fields.end() ? "" : length->second, GetParam().length);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , CurlMethodTest,
+    testing::Values(MethodCase{"Get", "GET", {}, ""}, MethodCase{"PostWithoutBody", "POST", {}, "0"},
+                    MethodCase{"Post", "POST", std::string("a\0b", 3), "3"},
+                    MethodCase{"PostLong", "POST", std::string(3'000'000, 'x'), "3000000"},
+                    MethodCase{"PutWithoutBody", "PUT", {}, "0"},
+                    MethodCase{"PutLong", "PUT", std::string(3'000'000, 'x'), "3000000"},
+                    MethodCase{"Patch", "PATCH", "change", "6"}, MethodCase{"Delete", "DELETE", {}, ""}),
+    caseName<MethodCase>);
+
+TEST(CurlURLSessionTest, ManyRequestsInFlightAllArriveOnTheThreadOfTheSession)
+{
+    constexpr int count = 1000;
+    std::latch done(count);
+    int good = 0;
+    std::set<std::thread::id> threads;
+    Line line;
+    for (int index = 0; index < count; ++index)
+        line.session->start({.url = line.backend.baseURL()}, [&](const Outcome& outcome) {
+            good += result(outcome) == 200 ? 1 : 0;
+            threads.insert(std::this_thread::get_id());
+            done.count_down();
+        });
+    done.wait();
+    EXPECT_EQ(good, count);
+    EXPECT_THAT(threads, AllOf(SizeIs(1), Not(Contains(std::this_thread::get_id()))));
+    EXPECT_THAT(line.backend.takeRequests(), SizeIs(count));
+}
+
+TEST(CurlURLSessionTest, RequestsUnderWayEndWithTheSession)
+{
+    std::promise<void> arrived;
+    Line line;
+    for (const char* path : {"/first", "/second"})
+        line.backend.setReply(path, {.delay = 1h});
+    line.backend.onRequest([&](const TestBackend::Request& request) {
+        if (request.target == "/first")
+            arrived.set_value();
+    });
+    std::promise<Outcome> first;
+    std::promise<Outcome> begunAtTheEnd;
+    URLSession& session = *line.session;
+    session.start({.url = line.backend.baseURL() + "/first"}, [&](Outcome outcome) {
+        first.set_value(std::move(outcome));
+        session.start({.url = line.backend.baseURL()},
+                            [&](Outcome last) { begunAtTheEnd.set_value(std::move(last)); });
+    });
+    arrived.get_future().wait();
+    auto second = line.start({.url = line.backend.baseURL() + "/second"});
+    line.session.reset();
+    EXPECT_EQ(result(first.get_future().get()), number(Code::cancelled));
+    EXPECT_EQ(result(begunAtTheEnd.get_future().get()), number(Code::cancelled));
+    EXPECT_EQ(result(second.get()), number(Code::cancelled));
+}
+
+} // namespace
