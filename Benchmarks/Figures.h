@@ -4,4 +4,5 @@
 
 std::vector<Figure> logCallFigures();
 std::vector<Figure> snapshotStoreFigures();
+std::vector<Figure> requestFigures();
 std::vector<Figure> wholeProgramFigures();

@@ -19,7 +19,7 @@ namespace {
 std::vector<Figure> allFigures()
 {
     std::vector<Figure> figures = logCallFigures();
-    for (const auto& more : {snapshotStoreFigures(), wholeProgramFigures()})
+    for (const auto& more : {snapshotStoreFigures(), requestFigures(), wholeProgramFigures()})
         figures.insert(figures.end(), more.begin(), more.end());
     return figures;
 }
