@@ -394,7 +394,7 @@ TEST(CurlURLSessionTest, RequestsUnderWayEndWithTheSession)
     session.start({.url = line.backend.baseURL() + "/first"}, [&](Outcome outcome) {
         first.set_value(std::move(outcome));
         session.start({.url = line.backend.baseURL()},
-                            [&](Outcome last) { begunAtTheEnd.set_value(std::move(last)); });
+                      [&](Outcome last) { begunAtTheEnd.set_value(std::move(last)); });
     });
     arrived.get_future().wait();
     auto second = line.start({.url = line.backend.baseURL() + "/second"});
