@@ -7,7 +7,6 @@
 namespace Core {
 
 using Platform::Data;
-using Platform::HTTPURLResponse;
 using Platform::Task;
 using Platform::URLRequest;
 

@@ -54,20 +54,20 @@ public:
 
     /// A body that cannot be encoded is left out.
     template <Encodable Body>
-    Platform::Task<Response> post(std::string path, const std::optional<Body>& body) const
+    Platform::Task<Response> post(const std::string& path, const std::optional<Body>& body) const
     {
-        return post(std::move(path), encoded(body));
+        return post(path, encoded(body));
     }
     /// A body that cannot be encoded is left out.
     template <Encodable Body>
-    Platform::Task<Response> put(std::string path, const std::optional<Body>& body) const
+    Platform::Task<Response> put(const std::string& path, const std::optional<Body>& body) const
     {
-        return send(std::move(path), Constants::HTTPRequestMethods::put, encoded(body), {});
+        return send(path, Constants::HTTPRequestMethods::put, encoded(body), {});
     }
 
 private:
     template <Encodable Body>
-    std::optional<Platform::Data> encoded(const std::optional<Body>& body) const
+    [[nodiscard]] std::optional<Platform::Data> encoded(const std::optional<Body>& body) const
     {
         if (!body)
             return std::nullopt;

@@ -127,7 +127,7 @@ void QtRunLoop::run()
     QCoreApplication::exec();
 }
 
-void QtRunLoop::quit()
+void QtRunLoop::quit() const
 {
     wakeUp(m_pipeWriteEnd, Wake::toQuit);
 }

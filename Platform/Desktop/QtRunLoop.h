@@ -28,7 +28,7 @@ public:
     /// Runs until `quit()`, which may have been called before.
     void run();
     /// What waits in the queue at that moment still runs.
-    void quit();
+    void quit() const;
 
 private:
     void runWaiting();
