@@ -20,7 +20,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <variant>
 
 namespace App {
 

@@ -22,7 +22,7 @@ void Figure::registerMeasurements() const
         add(peer.name, peer.measurement);
 }
 
-std::optional<std::string> Figure::specification(const std::string& filter) const
+std::optional<std::string> Figure::filterExpression(const std::string& filter) const
 {
     const bool isExcluding = filter.starts_with('-');
     const std::regex expression(isExcluding ? filter.substr(1) : filter == "all" ? "" : filter);

@@ -54,7 +54,7 @@ struct Figure {
     void registerMeasurements() const;
     /// An expression for exactly those measurements of this figure that the filter of the command line lets
     /// through; absent when there are none.
-    [[nodiscard]] std::optional<std::string> specification(const std::string& filter) const;
+    [[nodiscard]] std::optional<std::string> filterExpression(const std::string& filter) const;
 
 private:
     [[nodiscard]] std::vector<std::string> measurementNames() const;

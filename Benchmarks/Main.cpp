@@ -75,12 +75,12 @@ void measure(const std::vector<Figure>& figures, const Arguments& arguments, Res
     // Figure by figure keeps what is compared close together in time.
     const std::string filter = benchmark::GetBenchmarkFilter();
     for (const Figure& figure : figures) {
-        const auto specification = figure.specification(filter);
-        if (!specification)
+        const auto filterExpression = figure.filterExpression(filter);
+        if (!filterExpression)
             continue;
         if (::isatty(STDERR_FILENO) == 1)
             fmt::print(stderr, "measuring {}\n", figure.name);
-        benchmark::RunSpecifiedBenchmarks(&results, *specification);
+        benchmark::RunSpecifiedBenchmarks(&results, *filterExpression);
     }
 }
 

@@ -23,7 +23,11 @@ constexpr std::string_view payload =
 /// A backend on loopback whose certificate this process and those it starts trust.
 class TrustedBackend {
 public:
-    TrustedBackend() { ::setenv("SSL_CERT_FILE", m_backend.certificateAuthority().c_str(), 1); }
+    TrustedBackend()
+    {
+        ::setenv("SSL_CERT_FILE", m_backend.certificateAuthority().c_str(), 1);
+        ::setenv("no_proxy", "*", 1);
+    }
     ~TrustedBackend() { ::unsetenv("SSL_CERT_FILE"); }
     TrustedBackend(const TrustedBackend&) = delete;
     TrustedBackend& operator=(const TrustedBackend&) = delete;

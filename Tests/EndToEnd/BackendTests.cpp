@@ -37,6 +37,7 @@ protected:
     BackendTest()
     {
         ::setenv("SSL_CERT_FILE", backend.certificateAuthority().c_str(), 1);
+        ::setenv("no_proxy", "*", 1);
         session = std::make_unique<Linux::CurlURLSession>();
         folder.write("managed.json", fmt::format(R"({{"base_domain": "{}/mdm", "api_key": "canary-key",
             "device_id": "DEV-1"}})",
