@@ -1,0 +1,170 @@
+#include "PushNotifications/NotificationPayloadProcessor.h"
+
+#include "Core/Constants.h"
+#include "Core/JSON.h"
+#include "Core/Logger.h"
+#include "Platform/Clock.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/FatalError.h"
+#include "Platform/NotificationCenter.h"
+#include "Platform/UserDefaults.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace PushNotifications {
+
+using Platform::PropertyList;
+
+namespace {
+
+namespace json = boost::json;
+
+namespace CodingKeys {
+constexpr std::string_view title = "title";
+constexpr std::string_view body = "body";
+constexpr std::string_view date = "date";
+constexpr std::string_view userInfoKeys = "userInfoKeys";
+} // namespace CodingKeys
+
+const PropertyList* member(const PropertyList::Dictionary& dictionary, std::string_view key)
+{
+    const auto found = dictionary.find(key);
+    return found != dictionary.end() ? &found->second : nullptr;
+}
+
+std::optional<std::string> text(const PropertyList* value)
+{
+    const auto* text = value != nullptr ? value->text() : nullptr;
+    return text != nullptr ? std::optional(*text) : std::nullopt;
+}
+
+std::optional<std::string> unlessEmpty(const std::string& text)
+{
+    return text.empty() ? std::nullopt : std::optional(text);
+}
+
+} // namespace
+
+void NotificationPayloadProcessor::processRemoteNotification(
+    const PropertyList::Dictionary& userInfo,
+    const std::function<void(BackgroundFetchResult)>& fetchCompletionHandler)
+{
+    const ProcessedNotificationPayload payload = makePayload(userInfo);
+    store(payload);
+    postProcessedPayload(payload);
+    m_ports.logger.info(
+        "Processed remote notification", "processRemoteNotification(userInfo:fetchCompletionHandler:)",
+        {.category = Core::LogCategory::notifications,
+         .context = {{"title", payload.title.value_or("")}, {"body", payload.body.value_or("")}}});
+    fetchCompletionHandler(BackgroundFetchResult::newData);
+}
+
+void NotificationPayloadProcessor::process(const Platform::UserNotification& notification)
+{
+    const ProcessedNotificationPayload payload{unlessEmpty(notification.title),
+                                               unlessEmpty(notification.body), notification.userInfo,
+                                               notification.date};
+    store(payload);
+    postProcessedPayload(payload);
+    m_ports.logger.info("Processed notification from center", "process(notification:)",
+                        {.category = Core::LogCategory::notifications,
+                         .context = {{"title", notification.title}, {"body", notification.body}}});
+}
+
+ProcessedNotificationPayload
+NotificationPayloadProcessor::makePayload(const PropertyList::Dictionary& userInfo) const
+{
+    const PropertyList* aps = member(userInfo, "aps");
+    const auto* apsDictionary = aps != nullptr ? aps->dictionary() : nullptr;
+    const PropertyList* alert = apsDictionary != nullptr ? member(*apsDictionary, "alert") : nullptr;
+    const auto* alertDictionary = alert != nullptr ? alert->dictionary() : nullptr;
+
+    ProcessedNotificationPayload payload{{}, {}, userInfo, m_ports.clock.now()};
+    if (alertDictionary != nullptr) {
+        payload.title = text(member(*alertDictionary, "title"));
+        payload.body = text(member(*alertDictionary, "body"));
+    } else {
+        // The short form of an alert is its title.
+        payload.title = text(alert);
+    }
+    return payload;
+}
+
+void NotificationPayloadProcessor::store(const ProcessedNotificationPayload& payload)
+{
+    StoredPayloadItem item{payload.title, payload.body, payload.date, {}};
+    for (const auto& entry : payload.userInfo)
+        item.userInfoKeys.push_back(entry.first);
+    std::vector<StoredPayloadItem> items = loadStoredItems();
+    items.insert(items.begin(), std::move(item));
+    items.resize(std::min(items.size(), maxStoredPayloads));
+    saveStoredItems(items);
+}
+
+std::vector<NotificationPayloadProcessor::StoredPayloadItem>
+NotificationPayloadProcessor::loadStoredItems() const
+{
+    const auto data =
+        m_ports.userDefaults.standard().data(Core::Constants::StorageKeys::processedNotificationPayloads);
+    if (!data)
+        return {};
+    std::vector<StoredPayloadItem> items;
+    try {
+        const json::value list = Core::JSONDecoder().decode(*data);
+        for (const json::value& element : list.as_array()) {
+            const Core::KeyedDecoder decoder(element);
+            items.push_back({decoder.optionalText(CodingKeys::title),
+                             decoder.optionalText(CodingKeys::body),
+                             {decoder.number(CodingKeys::date)},
+                             decoder.texts(CodingKeys::userInfoKeys)});
+        }
+    } catch (const std::exception&) {
+        return {};
+    }
+    return items;
+}
+
+void NotificationPayloadProcessor::saveStoredItems(const std::vector<StoredPayloadItem>& items)
+{
+    json::array list;
+    for (const StoredPayloadItem& item : items) {
+        json::object object;
+        if (item.title)
+            object[CodingKeys::title] = *item.title;
+        if (item.body)
+            object[CodingKeys::body] = *item.body;
+        object[CodingKeys::date] = item.date.secondsSinceReferenceDate;
+        object[CodingKeys::userInfoKeys] = json::array(item.userInfoKeys.begin(), item.userInfoKeys.end());
+        list.push_back(std::move(object));
+    }
+    try {
+        m_ports.userDefaults.standard().set(Core::Constants::StorageKeys::processedNotificationPayloads,
+                                            Core::JSONEncoder().encode(list));
+    } catch (const Core::EncodingError&) {
+        // A date that is no number; the history stays as it was.
+    }
+}
+
+void NotificationPayloadProcessor::postProcessedPayload(const ProcessedNotificationPayload& payload)
+{
+    m_ports.mainQueue.async([&center = m_ports.notificationCenter, payload] {
+        center.post({std::string(pushNotificationDidProcessPayload), nullptr, {{"payload", payload}}});
+    });
+}
+
+std::vector<NotificationPayloadProcessor::Summary>
+NotificationPayloadProcessor::recentPayloadSummaries(std::int64_t limit) const
+{
+    if (limit < 0)
+        Platform::fatalError("recentPayloadSummaries(limit:) was asked for a negative number of records");
+    std::vector<Summary> summaries;
+    for (const StoredPayloadItem& item : loadStoredItems()) {
+        if (std::cmp_greater_equal(summaries.size(), limit))
+            break;
+        summaries.push_back({item.title, item.body, item.date});
+    }
+    return summaries;
+}
+
+} // namespace PushNotifications

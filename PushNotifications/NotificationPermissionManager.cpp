@@ -1,0 +1,54 @@
+#include "PushNotifications/NotificationPermissionManager.h"
+
+#include "Core/Logger.h"
+
+#include <exception>
+#include <utility>
+
+namespace PushNotifications {
+
+using Core::LogCategory;
+using Platform::AuthorizationStatus;
+using Platform::Suspension;
+using Platform::Task;
+
+Task<AuthorizationStatus> NotificationPermissionManager::currentStatus() const
+{
+    Suspension<Platform::NotificationSettings> answer([this](auto continuation) {
+        m_center.getNotificationSettings(
+            [continuation](Platform::NotificationSettings settings) { continuation.resume(settings); });
+    });
+    const Platform::NotificationSettings settings = co_await answer;
+    co_return settings.authorizationStatus;
+}
+
+Task<bool> NotificationPermissionManager::isAuthorized() const
+{
+    auto status = currentStatus();
+    co_return co_await std::move(status) == AuthorizationStatus::authorized;
+}
+
+Task<bool> NotificationPermissionManager::requestAuthorization() const
+{
+    using Answer = std::pair<bool, std::optional<Platform::Error>>;
+    constexpr unsigned options = Platform::AuthorizationOptions::alert |
+                                 Platform::AuthorizationOptions::badge |
+                                 Platform::AuthorizationOptions::sound;
+    Suspension<Answer> answer([this](auto continuation) {
+        m_center.requestAuthorization(options,
+                                      [continuation](bool isGranted, std::optional<Platform::Error> error) {
+                                          continuation.resume(Answer(isGranted, std::move(error)));
+                                      });
+    });
+    const auto [isGranted, error] = co_await answer;
+    if (error) {
+        m_logger.error("Notification permission request failed", "requestAuthorization()",
+                       {.category = LogCategory::notifications, .error = *error});
+        co_return false;
+    }
+    m_logger.info(isGranted ? "Notification permission granted" : "Notification permission denied",
+                  "requestAuthorization()", {.category = LogCategory::notifications});
+    co_return isGranted;
+}
+
+} // namespace PushNotifications

@@ -1,0 +1,92 @@
+#include "PushNotifications/RemoteNotificationHandler.h"
+
+#include "Core/APIClient.h"
+#include "Core/Constants.h"
+#include "Core/Logger.h"
+#include "Platform/UserDefaults.h"
+
+#include <exception>
+#include <utility>
+
+namespace PushNotifications {
+
+using Core::LogCategory;
+
+namespace {
+
+/// Two lower-case digits per byte, in order, without separators.
+std::string hexadecimal(const Platform::Data& bytes)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (const std::byte byte : bytes) {
+        text += digits[std::to_integer<std::size_t>(byte >> 4)];
+        text += digits[std::to_integer<std::size_t>(byte & std::byte{0x0f})];
+    }
+    return text;
+}
+
+} // namespace
+
+std::string PushNotificationRoutes::deviceToken(std::string_view deviceId)
+{
+    return std::string(Core::APIRoutes::mdmBackendPrefix)
+        .append("/device-api/v1/device/apple/devices/")
+        .append(deviceId)
+        .append("/token");
+}
+
+void RemoteNotificationHandler::didRegisterForRemoteNotifications(const Platform::Data& deviceToken)
+{
+    const std::string tokenString = hexadecimal(deviceToken);
+    m_ports.userDefaults.standard().set(Core::Constants::StorageKeys::remoteNotificationDeviceToken,
+                                        tokenString);
+    m_ports.logger.info("Remote notifications registered", "didRegisterForRemoteNotifications(deviceToken:)",
+                        {.category = LogCategory::notifications,
+                         .context = {{"tokenLength", std::to_string(deviceToken.size())}}});
+    m_ports.logger.debug([&] { return "APNs device token: " + tokenString; },
+                         "didRegisterForRemoteNotifications(deviceToken:)",
+                         {.category = LogCategory::notifications});
+    uploadTokenToBackend(tokenString);
+}
+
+void RemoteNotificationHandler::didFailToRegister(const Platform::Error& error)
+{
+    m_ports.logger.error("Remote notification registration failed", "didFailToRegister(error:)",
+                         {.category = LogCategory::notifications, .error = error});
+}
+
+void RemoteNotificationHandler::uploadTokenToBackend(const std::string& tokenString)
+{
+    const auto deviceId = m_ports.configProvider.deviceId();
+    if (!deviceId || deviceId->empty()) {
+        m_ports.logger.info("Skipping token upload: no device ID in managed config",
+                            "uploadTokenToBackend(tokenString:)", {.category = LogCategory::notifications});
+        return;
+    }
+    Platform::spawn(m_ports.taskQueue,
+                    upload(m_ports, PushNotificationRoutes::deviceToken(*deviceId), tokenString));
+}
+
+Platform::Task<void> RemoteNotificationHandler::upload(Ports ports, std::string path, std::string tokenString)
+{
+    const Core::APIClient client(ports.configProvider, ports.session, Core::JSONDecoder(),
+                                 Core::JSONEncoder(), ports.logger);
+    try {
+        auto request = client.post(path, std::optional(DeviceTokenPayload{std::move(tokenString)}));
+        co_await std::move(request);
+        ports.logger.info("Device token uploaded to backend", "uploadTokenToBackend(tokenString:)",
+                          {.category = LogCategory::notifications});
+    } catch (const std::exception& error) {
+        ports.logger.error("Device token upload failed", "uploadTokenToBackend(tokenString:)",
+                           {.category = LogCategory::notifications, .error = error});
+    }
+}
+
+std::optional<std::string> RemoteNotificationHandler::storedDeviceToken() const
+{
+    return m_ports.userDefaults.standard().text(Core::Constants::StorageKeys::remoteNotificationDeviceToken);
+}
+
+} // namespace PushNotifications

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/UserNotificationCenter.h"
+
+#include <utility>
+
+/// A notification centre whose user has made up their mind. Answers on a queue.
+class FakeUserNotificationCenter final : public Platform::UserNotificationCenter {
+public:
+    explicit FakeUserNotificationCenter(Platform::DispatchQueue& queue) : m_queue(queue) {}
+
+    void getNotificationSettings(std::function<void(Platform::NotificationSettings)> completion) override
+    {
+        m_queue.async([completion = std::move(completion), status = status] { completion({status}); });
+    }
+    void requestAuthorization(unsigned options, AuthorizationCompletion completion) override
+    {
+        askedOptions = options;
+        m_queue.async([completion = std::move(completion), willGrant = willGrant, error = error] {
+            completion(willGrant, error);
+        });
+    }
+    void setDelegate(std::weak_ptr<Platform::UserNotificationCenterDelegate> newDelegate) override
+    {
+        delegate = std::move(newDelegate);
+    }
+
+    Platform::AuthorizationStatus status = Platform::AuthorizationStatus::notDetermined;
+    bool willGrant = true;
+    std::optional<Platform::Error> error;
+    unsigned askedOptions = 0;
+    std::weak_ptr<Platform::UserNotificationCenterDelegate> delegate;
+
+private:
+    Platform::DispatchQueue& m_queue;
+};

@@ -1,0 +1,270 @@
+#include "Core/APIClientConfigProvider.h"
+#include "Core/Constants.h"
+#include "Core/Logger.h"
+#include "PushNotifications/NotificationDelegateAdapter.h"
+#include "PushNotifications/NotificationPayloadProcessor.h"
+#include "PushNotifications/NotificationPermissionManager.h"
+#include "PushNotifications/RemoteNotificationHandler.h"
+#include "Tests/Fakes/FakeURLSession.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/FakeUserNotificationCenter.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <gtest/gtest.h>
+
+using namespace PushNotifications;
+using namespace Platform;
+using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+using Dictionary = PropertyList::Dictionary;
+namespace StorageKeys = Core::Constants::StorageKeys;
+
+namespace {
+
+class PushTest : public testing::Test, public Core::APIClientConfigProvider {
+protected:
+    [[nodiscard]] std::optional<std::string> baseDomain() const override { return "https://acme.corp"; }
+    [[nodiscard]] std::optional<std::string> apiKey() const override { return "key"; }
+    [[nodiscard]] std::optional<std::string> deviceId() const override { return configuredDeviceId; }
+
+    [[nodiscard]] std::string history() const
+    {
+        const auto data = domains.standard().data(StorageKeys::processedNotificationPayloads);
+        return data ? std::string(reinterpret_cast<const char*>(data->data()), data->size()) : "none";
+    }
+
+    ManualScheduler scheduler;
+    RecordingUnifiedLog log;
+    Core::Logger logger{std::make_unique<Core::OSLogSink>(log), "com.example"};
+    NotificationCenter center;
+    mutable FakeUserDefaultsDomains domains{center, scheduler.mainQueue};
+    std::optional<std::string> configuredDeviceId = "DEV-123";
+
+    NotificationPayloadProcessor processor{{logger, domains, center, scheduler.mainQueue, scheduler}};
+    std::vector<ProcessedNotificationPayload> announced;
+    NotificationCenter::Token observation = center.addObserver(
+        NotificationPayloadProcessor::pushNotificationDidProcessPayload, nullptr, nullptr,
+        [this](const Notification& note) {
+            EXPECT_EQ(note.sender, nullptr);
+            announced.push_back(std::any_cast<ProcessedNotificationPayload>(note.userInfo.at("payload")));
+        });
+};
+
+TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
+{
+    const Dictionary alert{{"title", "T"}, {"body", "B"}, {"subtitle", "ignored"}};
+    struct Case {
+        const char* name;
+        Dictionary payload;
+        std::string expectedRecord;
+        std::string expectedContext;
+    };
+    const Case cases[] = {
+        {"alert",
+         {{"aps", Dictionary{{"alert", alert}}}, {"own", 1}},
+         R"({"title":"T","body":"B","date":60,"userInfoKeys":["aps","own"]})",
+         "{body=B, title=T}"},
+        {"short alert",
+         {{"aps", Dictionary{{"alert", "Hello"}}}},
+         R"({"title":"Hello","date":60,"userInfoKeys":["aps"]})",
+         "{body=, title=Hello}"},
+        {"silent",
+         {{"aps", Dictionary{{"content-available", 1}}}},
+         R"({"date":60,"userInfoKeys":["aps"]})",
+         "{body=, title=}"},
+        {"empty texts",
+         {{"aps", Dictionary{{"alert", Dictionary{{"title", ""}, {"body", ""}}}}}},
+         R"({"title":"","body":"","date":60,"userInfoKeys":["aps"]})",
+         "{body=, title=}"},
+        {"wrong types inside",
+         {{"aps", Dictionary{{"alert", Dictionary{{"title", 5}, {"body", true}}}}}},
+         R"({"date":60,"userInfoKeys":["aps"]})",
+         "{body=, title=}"},
+        {"alert of another type",
+         {{"aps", Dictionary{{"alert", 5}}}},
+         R"({"date":60,"userInfoKeys":["aps"]})",
+         "{body=, title=}"},
+        {"aps of another type",
+         {{"aps", "text"}, {"alert", "not here"}},
+         R"({"date":60,"userInfoKeys":["alert","aps"]})",
+         "{body=, title=}"},
+        {"empty", {}, R"({"date":60,"userInfoKeys":[]})", "{body=, title=}"},
+    };
+    scheduler.advance(60s);
+    for (const Case& row : cases) {
+        domains.standard().removeObject(StorageKeys::processedNotificationPayloads);
+        scheduler.runUntilIdle();
+        announced.clear();
+        std::vector<BackgroundFetchResult> results;
+        processor.processRemoteNotification(row.payload, [&](auto result) { results.push_back(result); });
+        EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData}) << row.name;
+        EXPECT_TRUE(announced.empty()) << "not before the entry has returned";
+        EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + row.expectedContext})
+            << row.name;
+        EXPECT_EQ(history(), "[" + row.expectedRecord + "]") << row.name;
+        scheduler.runUntilIdle();
+        ASSERT_EQ(announced.size(), 1U) << row.name;
+        EXPECT_EQ(announced[0].userInfo, row.payload) << row.name;
+    }
+}
+
+TEST_F(PushTest, HistoryHoldsTheNewestHundredAndSurvivesDamage)
+{
+    for (int i = 0; i < 101; ++i) {
+        processor.processRemoteNotification({{"aps", Dictionary{{"alert", std::to_string(i)}}}}, [](auto) {});
+        scheduler.advance(1s);
+    }
+    const auto all = processor.recentPayloadSummaries(1000);
+    ASSERT_EQ(all.size(), 100U);
+    EXPECT_EQ(all.front(), (NotificationPayloadProcessor::Summary{"100", std::nullopt, Date{100}}));
+    EXPECT_EQ(all.back().title, "1");
+    EXPECT_EQ(processor.recentPayloadSummaries(2).size(), 2U);
+    EXPECT_TRUE(processor.recentPayloadSummaries(0).empty());
+    EXPECT_DEATH(static_cast<void>(processor.recentPayloadSummaries(-1)), "negative number");
+
+    log.takeLines();
+    for (const char* damaged : {"[", "{}", R"([{"date":1}])", R"([{"date":"x","userInfoKeys":[]}])"}) {
+        const auto* bytes = reinterpret_cast<const std::byte*>(damaged);
+        domains.standard().set(StorageKeys::processedNotificationPayloads,
+                               Data(bytes, bytes + std::string_view(damaged).size()));
+        EXPECT_TRUE(processor.recentPayloadSummaries(10).empty()) << damaged;
+        EXPECT_TRUE(log.takeLines().empty()) << damaged;
+    }
+    processor.processRemoteNotification({}, [](auto) {});
+    EXPECT_EQ(processor.recentPayloadSummaries(10).size(), 1U);
+}
+
+TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
+{
+    NotificationDelegateAdapter adapter(processor);
+    const UserNotification notification{"T", "", {{"k", 1}}, Date{7}};
+    unsigned options = 0;
+    adapter.willPresent(notification, [&](unsigned asked) { options = asked; });
+    EXPECT_EQ(options, 27U);
+    int completed = 0;
+    adapter.didReceive({notification}, [&] { ++completed; });
+    EXPECT_EQ(completed, 1);
+    EXPECT_EQ(log.takeLines(), (Lines{"Processed notification from center | context={body=, title=T}",
+                                      "Processed notification from center | context={body=, title=T}"}));
+    const std::string record = R"({"title":"T","date":7,"userInfoKeys":["k"]})";
+    EXPECT_EQ(history(), "[" + record + "," + record + "]");
+    scheduler.runUntilIdle();
+    EXPECT_EQ(announced.size(), 2U);
+}
+
+TEST_F(PushTest, PermissionIsReadAndAskedFor)
+{
+    FakeUserNotificationCenter userCenter(scheduler.utilityQueue);
+    const NotificationPermissionManager manager(userCenter, logger);
+    std::vector<int> answers;
+    const auto flow = [&](AuthorizationStatus status) -> Task<void> {
+        userCenter.status = status;
+        auto current = manager.currentStatus();
+        answers.push_back(static_cast<int>(co_await std::move(current)));
+        auto authorized = manager.isAuthorized();
+        answers.push_back(co_await std::move(authorized) ? 1 : 0);
+    };
+    for (const auto status :
+         {AuthorizationStatus::notDetermined, AuthorizationStatus::denied, AuthorizationStatus::authorized,
+          AuthorizationStatus::provisional, AuthorizationStatus::ephemeral}) {
+        spawn(scheduler.mainQueue, flow(status));
+        scheduler.runUntilIdle();
+    }
+    EXPECT_EQ(answers, (std::vector{0, 0, 1, 0, 2, 1, 3, 0, 4, 0}));
+    EXPECT_TRUE(log.takeLines().empty());
+
+    struct Case {
+        bool willGrant;
+        std::optional<Error> error;
+        bool expected;
+        const char* line;
+    };
+    const Case cases[] = {
+        {true, std::nullopt, true, "Notification permission granted"},
+        {false, std::nullopt, false, "Notification permission denied"},
+        {true, Error{"T", "D", 3, "no", std::nullopt}, false,
+         "Notification permission request failed | error={type=T, domain=D, code=3, description=no}"},
+    };
+    for (const Case& row : cases) {
+        userCenter.willGrant = row.willGrant;
+        userCenter.error = row.error;
+        std::optional<bool> granted;
+        const auto ask = [&]() -> Task<void> {
+            auto request = manager.requestAuthorization();
+            granted = co_await std::move(request);
+        };
+        spawn(scheduler.mainQueue, ask());
+        scheduler.runUntilIdle();
+        EXPECT_EQ(granted, row.expected);
+        EXPECT_EQ(userCenter.askedOptions, 7U);
+        EXPECT_EQ(log.takeLines(), Lines{row.line});
+    }
+}
+
+TEST_F(PushTest, TokenIsKeptLoggedAndUploadedOnceForEachRegistration)
+{
+    FakeURLSession session(scheduler.utilityQueue);
+    RemoteNotificationHandler handler({logger, domains, *this, session, scheduler.utilityQueue});
+    const Data token{std::byte{0x00}, std::byte{0xab}, std::byte{0x10}};
+    const Lines registered{"Remote notifications registered | context={tokenLength=3}"};
+    const std::string failed =
+        "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=1, "
+        "description=HTTP error: 500}";
+    struct Case {
+        std::optional<std::string> deviceId;
+        std::int64_t status;
+        Lines laterLines;
+        const char* url;
+    };
+    const Case cases[] = {
+        {"DEV-123",
+         204,
+         {"Device token uploaded to backend"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token"},
+        {"a/../b",
+         200,
+         {"Device token uploaded to backend"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/b/token"},
+        {"DEV-123",
+         500,
+         {"API HTTP error | context={responseBody=, statusCode=500}", failed},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token"},
+        {"DEV 1",
+         200,
+         {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
+          "description=Invalid "
+          "base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/DEV 1/token}"},
+         nullptr},
+        {"", 200, {"Skipping token upload: no device ID in managed config"}, nullptr},
+        {std::nullopt, 200, {"Skipping token upload: no device ID in managed config"}, nullptr},
+    };
+    for (const Case& row : cases) {
+        session.requests.clear();
+        session.outcome = URLResponse{{}, HTTPURLResponse{row.status, {}}};
+        configuredDeviceId = row.deviceId;
+        handler.didRegisterForRemoteNotifications(token);
+        EXPECT_EQ(handler.storedDeviceToken(), "00ab10");
+        scheduler.runUntilIdle();
+        Lines expected = registered;
+        expected.insert(expected.end(), row.laterLines.begin(), row.laterLines.end());
+        EXPECT_EQ(log.takeLines(), expected);
+        ASSERT_EQ(session.requests.size(), row.url != nullptr ? 1U : 0U);
+        if (row.url != nullptr) {
+            EXPECT_EQ(session.requests[0].url, row.url);
+            EXPECT_EQ(session.requests[0].httpMethod, "POST");
+            const Data& body = *session.requests[0].httpBody;
+            EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.data()), body.size()),
+                      R"({"token":"00ab10"})");
+        }
+    }
+    handler.didRegisterForRemoteNotifications({});
+    EXPECT_EQ(handler.storedDeviceToken(), "");
+    log.takeLines();
+    handler.didFailToRegister({"T", "D", 3, "no", std::nullopt});
+    EXPECT_EQ(log.takeLines(),
+              Lines{"Remote notification registration failed | error={type=T, domain=D, code=3, "
+                    "description=no}"});
+}
+
+} // namespace
