@@ -75,7 +75,7 @@ Platform::Task<void> RemoteNotificationHandler::upload(Ports ports, std::string 
                                  Core::JSONEncoder(), ports.logger);
     try {
         auto request = client.post(path, std::optional(DeviceTokenPayload{std::move(tokenString)}));
-        co_await std::move(request);
+        static_cast<void>(co_await std::move(request));
         ports.logger.info("Device token uploaded to backend", "uploadTokenToBackend(tokenString:)",
                           {.category = LogCategory::notifications});
     } catch (const std::exception& error) {

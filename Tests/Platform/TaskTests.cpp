@@ -45,7 +45,7 @@ TEST(TaskTest, RunsWhenSpawnedPassesValuesAndExceptionsOn)
         events.push_back(std::to_string(co_await std::move(sum)));
         auto failure = failing();
         try {
-            co_await std::move(failure);
+            static_cast<void>(co_await std::move(failure));
         } catch (const std::runtime_error& error) {
             events.emplace_back(error.what());
         }
