@@ -62,7 +62,7 @@ namespace {
 using namespace Platform;
 
 /// Exit codes, of sysexits(3).
-enum ExitCode { success = 0, usage = 64, unavailable = 69, internal = 70, configuration = 78 };
+enum ExitCode { success = 0, usage = 64, internal = 70, configuration = 78 };
 
 struct Options {
     std::optional<std::string> managedConfiguration;
@@ -134,9 +134,8 @@ std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths,
 }
 
 /// Chooses the adapters, in the order in which they need each other, and runs the application on them.
-ExitCode run(int& argc, char** argv, const Options& options)
+ExitCode run(int& argc, char** argv, const Options& options, const Linux::DevicePaths& paths)
 {
-    const auto paths = Linux::DevicePaths::fromEnvironment(options.managedConfiguration);
     const Linux::SystemClock clock;
     const auto log = makeLog(options, clock);
     const Linux::AdapterLog adapterLog(*log, std::string(Linux::applicationIdentifier));
@@ -182,10 +181,14 @@ int main(int argc, char** argv)
     const auto parsed = parseCommandLine(argc, argv);
     if (const auto* exitCode = std::get_if<ExitCode>(&parsed))
         return *exitCode;
+    const auto& options = std::get<Options>(parsed);
+    ExitCode failure = configuration;
     try {
-        return run(argc, argv, std::get<Options>(parsed));
+        const auto paths = Linux::DevicePaths::fromEnvironment(options.managedConfiguration);
+        failure = internal;
+        return run(argc, argv, options, paths);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quorvane-mdm: %s\n", error.what());
-        return configuration;
+        return failure;
     }
 }

@@ -3,6 +3,7 @@
 #include "Core/APIError.h"
 #include "Core/Logger.h"
 #include "Core/UnicodeText.h"
+#include "Platform/Encoding.h"
 
 namespace Core {
 
@@ -16,7 +17,7 @@ namespace {
 std::string responseText(const Data& body)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(body.data()), body.size());
-    return isUTF8(bytes) ? std::string(bytes) : "No response body";
+    return Platform::isUTF8(bytes) ? std::string(bytes) : "No response body";
 }
 
 } // namespace

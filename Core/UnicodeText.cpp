@@ -63,40 +63,4 @@ bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePref
                       [&](char lower, char character) { return isSame(character, lower); });
 }
 
-bool isUTF8(std::string_view bytes)
-{
-    // What the second byte may be depends on the first: no overlong forms, no surrogates, nothing above
-    // U+10FFFF.
-    struct Lead {
-        unsigned char first, last;
-        std::size_t length;
-        unsigned char secondFirst, secondLast;
-    };
-    constexpr std::array<Lead, 9> leads{{{0x00, 0x7f, 1, 0, 0},
-                                         {0xc2, 0xdf, 2, 0x80, 0xbf},
-                                         {0xe0, 0xe0, 3, 0xa0, 0xbf},
-                                         {0xe1, 0xec, 3, 0x80, 0xbf},
-                                         {0xed, 0xed, 3, 0x80, 0x9f},
-                                         {0xee, 0xef, 3, 0x80, 0xbf},
-                                         {0xf0, 0xf0, 4, 0x90, 0xbf},
-                                         {0xf1, 0xf3, 4, 0x80, 0xbf},
-                                         {0xf4, 0xf4, 4, 0x80, 0x8f}}};
-    const auto byteAt = [&](std::size_t index) { return static_cast<unsigned char>(bytes[index]); };
-    while (!bytes.empty()) {
-        const auto* lead = std::find_if(leads.begin(), leads.end(), [&](const Lead& candidate) {
-            return byteAt(0) >= candidate.first && byteAt(0) <= candidate.last;
-        });
-        if (lead == leads.end() || bytes.size() < lead->length)
-            return false;
-        for (std::size_t i = 1; i < lead->length; ++i) {
-            const unsigned char first = i == 1 ? lead->secondFirst : 0x80;
-            const unsigned char last = i == 1 ? lead->secondLast : 0xbf;
-            if (byteAt(i) < first || byteAt(i) > last)
-                return false;
-        }
-        bytes.remove_prefix(lead->length);
-    }
-    return true;
-}
-
 } // namespace Core

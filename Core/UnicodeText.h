@@ -11,7 +11,4 @@ std::string_view trimmed(std::string_view text);
 /// Whether `text` begins with `lowerCasePrefix` when the case of ASCII letters does not count.
 bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePrefix);
 
-/// Whether `bytes` are valid UTF-8 (RFC 3629).
-bool isUTF8(std::string_view bytes);
-
 } // namespace Core

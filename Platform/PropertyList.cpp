@@ -1,5 +1,6 @@
 #include "Platform/PropertyList.h"
 
+#include "Platform/Encoding.h"
 #include "Platform/FatalError.h"
 
 #include <array>
@@ -20,15 +21,6 @@ void appendQuoted(std::string& out, std::string_view text)
         out += character;
     }
     out += '"';
-}
-
-void appendHexadecimal(std::string& out, const Data& data)
-{
-    constexpr std::string_view digits = "0123456789abcdef";
-    for (const std::byte byte : data) {
-        out += digits[std::to_integer<std::size_t>(byte >> 4)];
-        out += digits[std::to_integer<std::size_t>(byte & std::byte{0x0f})];
-    }
 }
 
 void appendDescription(std::string& out, const PropertyList& value);
@@ -52,9 +44,7 @@ void appendDescription(std::string& out, const PropertyList& value)
         const auto written = std::to_chars(seconds.begin(), seconds.end(), date->secondsSinceReferenceDate);
         out.append("<date ").append(seconds.data(), written.ptr).append(">");
     } else if (const auto* data = value.data()) {
-        out += "<data ";
-        appendHexadecimal(out, *data);
-        out += '>';
+        out.append("<data ").append(hexadecimalText(*data)).append(">");
     } else if (const auto* array = value.array()) {
         out += '[';
         for (const char* separator = ""; const PropertyList& element : *array) {

@@ -3,6 +3,7 @@
 #include "Core/APIClient.h"
 #include "Core/Constants.h"
 #include "Core/Logger.h"
+#include "Platform/Encoding.h"
 #include "Platform/UserDefaults.h"
 
 #include <exception>
@@ -11,23 +12,6 @@
 namespace PushNotifications {
 
 using Core::LogCategory;
-
-namespace {
-
-/// Two lower-case digits per byte, in order, without separators.
-std::string hexadecimal(const Platform::Data& bytes)
-{
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * bytes.size());
-    for (const std::byte byte : bytes) {
-        text += digits[std::to_integer<std::size_t>(byte >> 4)];
-        text += digits[std::to_integer<std::size_t>(byte & std::byte{0x0f})];
-    }
-    return text;
-}
-
-} // namespace
 
 std::string PushNotificationRoutes::deviceToken(std::string_view deviceId)
 {
@@ -39,7 +23,7 @@ std::string PushNotificationRoutes::deviceToken(std::string_view deviceId)
 
 void RemoteNotificationHandler::didRegisterForRemoteNotifications(const Platform::Data& deviceToken)
 {
-    const std::string tokenString = hexadecimal(deviceToken);
+    const std::string tokenString = Platform::hexadecimalText(deviceToken);
     m_ports.userDefaults.standard().set(Core::Constants::StorageKeys::remoteNotificationDeviceToken,
                                         tokenString);
     m_ports.logger.info("Remote notifications registered", "didRegisterForRemoteNotifications(deviceToken:)",

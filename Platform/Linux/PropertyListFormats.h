@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Encoding.h"
 #include "Platform/Linux/PropertyListReader.h"
 
 #include <cstddef>
@@ -15,16 +16,6 @@ namespace Platform::Linux {
 
 /// White space to XML and JSON alike.
 inline constexpr std::string_view textBlanks = " \t\r\n";
-
-struct DecodedCharacter {
-    char32_t codePoint = 0;
-    std::size_t length = 0;
-};
-
-/// The first character of `text`, which is not empty; absent where it is not valid UTF-8.
-std::optional<DecodedCharacter> decodeUTF8(std::string_view text);
-
-void appendUTF8(std::string& out, char32_t codePoint);
 
 /// `text` in quotation marks, fit for one line of a log: control characters escaped, the rest cut off when
 /// long.

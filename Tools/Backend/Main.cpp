@@ -1,14 +1,14 @@
 // The organisation's backend for testers: answers every request over HTTPS on this machine, says what came in
 // and misbehaves on demand.
 
+#include "Core/Base64.h"
+#include "Platform/Encoding.h"
 #include "Tools/Backend/TestBackend.h"
 
 #include <CLI/CLI.hpp>
 #include <boost/json.hpp>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <openssl/asn1.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cctype>
@@ -95,33 +95,10 @@ private:
     std::filesystem::path m_path;
 };
 
-bool isUTF8(std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        unsigned long codePoint = 0;
-        const int length = UTF8_getc(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(std::min<std::size_t>(bytes.size(), 8)), &codePoint);
-        if (length <= 0)
-            return false;
-        bytes.remove_prefix(static_cast<std::size_t>(length));
-    }
-    return true;
-}
-
-std::string base64(std::string_view bytes)
-{
-    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
-    const int length =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                        reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
-    text.resize(static_cast<std::size_t>(length));
-    return text;
-}
-
 /// Bytes of a header that are not UTF-8 are read as Latin-1, as old HTTP had it.
 std::string headerText(const std::string& bytes)
 {
-    if (isUTF8(bytes))
+    if (Platform::isUTF8(bytes))
         return bytes;
     std::string text;
     for (const char byte : bytes) {
@@ -159,10 +136,10 @@ json::object asJSON(const TestBackend::Request& request)
                       {"method", request.method},
                       {"target", headerText(request.target)},
                       {"headerFields", std::move(headerFields)}};
-    if (isUTF8(request.body))
+    if (Platform::isUTF8(request.body))
         line.emplace("body", request.body);
     else
-        line.emplace("bodyBase64", base64(request.body));
+        line.emplace("bodyBase64", Core::base64Encoded(request.body));
     return line;
 }
 
