@@ -1,28 +1,43 @@
+#include "App/NotificationAppDelegate.h"
 #include "Core/ConfigurationManager.h"
 #include "Core/Logger.h"
+#include "Platform/Desktop/DesktopApplication.h"
 #include "Platform/Desktop/QtRunLoop.h"
+#include "Platform/Linux/CurlURLSession.h"
 #include "Platform/Linux/DeviceDefaults.h"
+#include "Platform/Linux/DeviceNotificationCenter.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/FileSystemWatcher.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Linux/JournalLog.h"
+#include "Platform/Linux/LocalPushService.h"
+#include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/ShellState.h"
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/Linux/SystemClock.h"
+#include "Platform/Linux/UnavailablePushService.h"
+#include "Platform/Linux/UnifiedPushService.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/Services.h"
+#include "PushNotifications/NotificationPermissionManager.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <variant>
+#include <vector>
 
 namespace App {
 
@@ -36,6 +51,13 @@ public:
     {
         setupLogging();
         setupManagedConfiguration();
+    }
+
+    /// Makes the delegate and lets `application` call it.
+    void installDelegate(Platform::Application& application)
+    {
+        m_appDelegate = std::make_shared<NotificationAppDelegate>();
+        application.setDelegate(m_appDelegate);
     }
 
 private:
@@ -53,7 +75,28 @@ private:
         manager.updateConfigurationFromMDM();
         Core::Logger::shared().info("Configuration manager initialized", "setupManagedConfiguration()");
     }
+
+    std::shared_ptr<NotificationAppDelegate> m_appDelegate;
 };
+
+/// What the dashboard does about notifications when it comes on screen.
+Platform::Task<void> permissionStep(Platform::Application& application, Platform::DispatchQueue& mainQueue)
+{
+    using Platform::AuthorizationStatus;
+    const auto& manager = PushNotifications::NotificationPermissionManager::shared();
+    auto query = manager.currentStatus();
+    const AuthorizationStatus status = co_await std::move(query);
+    bool isAllowed = status == AuthorizationStatus::authorized ||
+                     status == AuthorizationStatus::provisional || status == AuthorizationStatus::ephemeral;
+    if (status == AuthorizationStatus::notDetermined) {
+        auto request = manager.requestAuthorization();
+        isAllowed = co_await std::move(request);
+    }
+    auto onMainQueue = Platform::resumeOn(mainQueue);
+    co_await onMainQueue;
+    if (isAllowed)
+        application.registerForRemoteNotifications();
+}
 
 } // namespace App
 
@@ -64,8 +107,13 @@ using namespace Platform;
 /// Exit codes, of sysexits(3).
 enum ExitCode { success = 0, usage = 64, internal = 70, configuration = 78 };
 
+/// Where pushes come from.
+enum class PushSource { automatic, local, off };
+
 struct Options {
     std::optional<std::string> managedConfiguration;
+    PushSource push = PushSource::automatic;
+    bool isDashboardAssumed = false;
     bool isLoggingToStandardError = false;
 };
 
@@ -83,10 +131,24 @@ std::variant<Options, ExitCode> parseCommandLine(int argc, char** argv)
                     "Policy file to follow instead of /etc/quorvane-mdm/managed.plist or managed.json "
                     "(environment: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
+    const std::map<std::string, PushSource> sources{
+        {"auto", PushSource::automatic}, {"local", PushSource::local}, {"off", PushSource::off}};
+    std::string source = "auto";
+    commandLine
+        .add_option(
+            "--push", source,
+            "Where pushes come from: auto (a UnifiedPush distributor on the session bus, the default), "
+            "local (a socket of this application, for tests) or off")
+        ->type_name("SOURCE")
+        ->check(CLI::IsMember(std::set<std::string>{"auto", "local", "off"}));
+    commandLine.add_flag("--assume-dashboard", options.isDashboardAssumed,
+                         "Development: act as if the dashboard were on screen and the user allowed "
+                         "notifications");
     commandLine.add_flag("--log-stderr", options.isLoggingToStandardError,
                          "Log to standard error instead of the journal");
     try {
         commandLine.parse(argc, argv);
+        options.push = sources.at(source);
         return options;
     } catch (const CLI::Success& helpOrVersion) {
         return commandLine.exit(helpOrVersion) == 0 ? success : internal;
@@ -133,9 +195,60 @@ std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths,
     }
 }
 
+/// The session bus; without one, why.
+struct SessionBusAccess {
+    std::unique_ptr<Linux::SessionBus> bus;
+    std::string absence;
+};
+
+SessionBusAccess openSessionBus(const Linux::AdapterLog& log)
+{
+    try {
+        return {std::make_unique<Linux::SessionBus>(log), {}};
+    } catch (const std::runtime_error& error) {
+        return {nullptr, error.what()};
+    }
+}
+
+std::unique_ptr<PushService> makePushService(PushSource source, const SessionBusAccess& access,
+                                             UserDefaults& store, const Linux::DevicePaths& paths,
+                                             DispatchQueue& mainQueue, const Linux::AdapterLog& log)
+{
+    if (source == PushSource::off)
+        return std::make_unique<Linux::UnavailablePushService>(
+            mainQueue, "Remote notifications are turned off; start without --push off.");
+    if (source == PushSource::local)
+        return std::make_unique<Linux::LocalPushService>(
+            Linux::LocalPushService::Ports{store, mainQueue, log}, paths.pushSocket);
+    if (!access.bus)
+        return std::make_unique<Linux::UnavailablePushService>(mainQueue, access.absence + ".");
+    const char* preferred = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
+    return std::make_unique<Linux::UnifiedPushService>(
+        Linux::UnifiedPushService::Ports{*access.bus, store, mainQueue, log},
+        Linux::UnifiedPushService::Settings{
+            .serviceName = std::string(Linux::applicationIdentifier),
+            .description = "Messages of your organisation about this device",
+            .preferredDistributor = preferred != nullptr ? preferred : "",
+        });
+}
+
+/// Grants what is asked: stands in for a user as long as there is no screen to ask on.
+class ConsentingUser final : public PermissionPrompt {
+public:
+    explicit ConsentingUser(DispatchQueue& mainQueue) : m_mainQueue(mainQueue) {}
+    void ask(std::function<void(bool)> completion) override
+    {
+        m_mainQueue.async([completion = std::move(completion)] { completion(true); });
+    }
+
+private:
+    DispatchQueue& m_mainQueue;
+};
+
 /// Chooses the adapters, in the order in which they need each other, and runs the application on them.
 ExitCode run(int& argc, char** argv, const Options& options, const Linux::DevicePaths& paths)
 {
+    using Access = Linux::SQLiteUserDefaults::Access;
     const Linux::SystemClock clock;
     const auto log = makeLog(options, clock);
     const Linux::AdapterLog adapterLog(*log, std::string(Linux::applicationIdentifier));
@@ -149,16 +262,43 @@ ExitCode run(int& argc, char** argv, const Options& options, const Linux::Device
 
     Desktop::QtRunLoop runLoop(argc, argv);
     NotificationCenter notificationCenter;
-    Linux::DeviceDefaults defaults(paths, Linux::SQLiteUserDefaults::Access::readWrite, clock, adapterLog);
+    Linux::DeviceDefaults defaults(paths, Access::readWrite, clock, adapterLog);
+    Linux::CurlURLSession urlSession;
     Linux::WorkerQueue utilityQueue("utility queue", Linux::WorkerQueue::Priority::utility);
+    Linux::WorkerQueue defaultQueue("default queue", Linux::WorkerQueue::Priority::default_);
+
+    Linux::SQLiteUserDefaults shellStore(paths.shellState(), Access::readWrite, clock, adapterLog);
+    Linux::ShellState shellState(shellStore);
+    ConsentingUser user(runLoop);
+    const SessionBusAccess busAccess = openSessionBus(adapterLog);
+    std::vector<NotificationPresenter*> presenters;
+    std::optional<Linux::NotificationServer> notificationServer;
+    if (busAccess.bus)
+        presenters.push_back(&notificationServer.emplace(
+            Linux::NotificationServer::Ports{*busAccess.bus, runLoop, runLoop, adapterLog},
+            Linux::NotificationServer::Application{"Quorvane MDM",
+                                                   std::string(Linux::applicationIdentifier)}));
+    Linux::DeviceNotificationCenter userNotificationCenter(
+        {.state = shellState,
+         .mainQueue = runLoop,
+         .prompt = options.isDashboardAssumed ? &user : nullptr,
+         .presenters = std::move(presenters)});
+    const auto pushService = makePushService(options.push, busAccess, shellStore, paths, runLoop, adapterLog);
+    Desktop::DesktopApplication application({*pushService, userNotificationCenter, clock});
+    application.setActive(options.isDashboardAssumed);
+
     const Services services{
         .userDefaults = defaults,
         .notificationCenter = notificationCenter,
         .mainQueue = runLoop,
         .utilityQueue = utilityQueue,
+        .defaultQueue = defaultQueue,
         .timers = runLoop,
         .clock = clock,
         .log = *log,
+        .urlSession = urlSession,
+        .userNotificationCenter = userNotificationCenter,
+        .application = application,
         .bundleIdentifier = std::string(Linux::applicationIdentifier),
     };
     installServices(services);
@@ -166,11 +306,19 @@ ExitCode run(int& argc, char** argv, const Options& options, const Linux::Device
     if (watcher)
         defaults.announceChanges(*watcher, notificationCenter, runLoop);
 
-    const App::AppMain app;
+    App::AppMain app;
     if (const char* debug = std::getenv("QUORVANE_LOG_DEBUG");
         debug != nullptr && std::string_view(debug) == "1")
         Core::LoggingConfig::setVerboseLoggingEnabled(true);
+    app.installDelegate(application);
+    application.finishLaunching();
+    if (options.isDashboardAssumed)
+        spawn(runLoop, App::permissionStep(application, runLoop));
+    if (busAccess.bus)
+        busAccess.bus->start();
     runLoop.run();
+    if (busAccess.bus)
+        busAccess.bus->stop();
     return success;
 }
 

@@ -1,8 +1,20 @@
 #include "Platform/Encoding.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 
 namespace Platform {
+
+namespace {
+
+constexpr std::string_view base64Alphabet(Base64Form form)
+{
+    return form == Base64Form::standard ? "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"
+                                        : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+}
+
+} // namespace
 
 bool isContinuationByte(char byte)
 {
@@ -67,6 +79,49 @@ std::string hexadecimalText(const Data& bytes)
         text += digits[std::to_integer<std::size_t>(byte & std::byte{0x0f})];
     }
     return text;
+}
+
+std::string base64Text(std::span<const std::byte> bytes, Base64Form form)
+{
+    const std::string_view alphabet = base64Alphabet(form);
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (; !bytes.empty(); bytes = bytes.subspan(std::min<std::size_t>(3, bytes.size()))) {
+        std::uint32_t group = 0;
+        for (std::size_t i = 0; i < 3; ++i)
+            group = group << 8U | (i < bytes.size() ? std::to_integer<std::uint32_t>(bytes[i]) : 0U);
+        for (std::size_t i = 0; i < 4; ++i) {
+            if (i <= bytes.size())
+                text += alphabet[group >> (18 - 6 * i) & 0x3fU];
+            else if (form == Base64Form::standard)
+                text += '=';
+        }
+    }
+    return text;
+}
+
+std::optional<Data> decodeBase64URL(std::string_view text)
+{
+    Data bytes;
+    bytes.reserve(text.size() / 4 * 3 + 2);
+    std::uint32_t bits = 0;
+    unsigned bitCount = 0;
+    for (const char digit : text) {
+        const auto value = base64Alphabet(Base64Form::url).find(digit);
+        if (value == std::string_view::npos)
+            return std::nullopt;
+        bits = bits << 6U | static_cast<std::uint32_t>(value);
+        bitCount += 6;
+        if (bitCount >= 8) {
+            bitCount -= 8;
+            bytes.push_back(static_cast<std::byte>(bits >> bitCount));
+            bits &= (1U << bitCount) - 1;
+        }
+    }
+    // Six bits left over are a digit that begins no byte; those of fewer only fill up the last digit.
+    if (bitCount == 6 || bits != 0)
+        return std::nullopt;
+    return bytes;
 }
 
 } // namespace Platform

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -28,5 +29,15 @@ bool isUTF8(std::string_view bytes);
 
 /// Two lower-case digits per byte, in order, without separators.
 std::string hexadecimalText(const Data& bytes);
+
+/// The forms of RFC 4648: of section 4, with padding, and of section 5, for URLs, without.
+enum class Base64Form { standard, url };
+
+/// Without line breaks.
+std::string base64Text(std::span<const std::byte> bytes, Base64Form form);
+
+/// The bytes that base64 in its form for URLs stands for. Absent unless `text` is what `base64Text` writes
+/// for them: no padding, no other characters, no bits that are left over and set.
+std::optional<Data> decodeBase64URL(std::string_view text);
 
 } // namespace Platform

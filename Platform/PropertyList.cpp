@@ -113,4 +113,18 @@ bool operator==(const PropertyList& left, const PropertyList& right)
     return left.m_value == right.m_value;
 }
 
+const PropertyList& member(const PropertyList::Dictionary& dictionary, std::string_view key)
+{
+    static const PropertyList nothing;
+    const auto found = dictionary.find(key);
+    return found != dictionary.end() ? found->second : nothing;
+}
+
+const PropertyList& member(const PropertyList& value, std::string_view key)
+{
+    static const PropertyList::Dictionary empty;
+    const auto* dictionary = value.dictionary();
+    return member(dictionary != nullptr ? *dictionary : empty, key);
+}
+
 } // namespace Platform

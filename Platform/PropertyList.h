@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -91,5 +92,10 @@ private:
                  std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>>
         m_value;
 };
+
+/// The value under `key`; a null one when there is none, or when `value` is no dictionary. Lives as long as
+/// what it is taken from.
+const PropertyList& member(const PropertyList::Dictionary& dictionary, std::string_view key);
+const PropertyList& member(const PropertyList& value, std::string_view key);
 
 } // namespace Platform

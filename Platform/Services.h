@@ -5,12 +5,15 @@
 
 namespace Platform {
 
+class Application;
 class Clock;
 class DispatchQueue;
 class NotificationCenter;
 class TimerScheduler;
+class URLSession;
 class UnifiedLog;
 class UserDefaultsDomains;
+class UserNotificationCenter;
 
 /// The adapters that this process runs on, as its entry point chose them. Services take their ports from here
 /// only where they build their process-wide `shared()` instance.
@@ -21,9 +24,14 @@ struct Services {
     DispatchQueue& mainQueue;
     /// A worker of lowered priority.
     DispatchQueue& utilityQueue;
+    /// A worker for tasks that nobody waits for.
+    DispatchQueue& defaultQueue;
     TimerScheduler& timers;
     const Clock& clock;
     UnifiedLog& log;
+    URLSession& urlSession;
+    UserNotificationCenter& userNotificationCenter;
+    Application& application;
     /// The application's identifier; absent when it has none.
     std::optional<std::string> bundleIdentifier;
 };

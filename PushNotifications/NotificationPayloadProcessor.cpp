@@ -7,6 +7,7 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/FatalError.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/Services.h"
 #include "Platform/UserDefaults.h"
 
 #include <algorithm>
@@ -27,15 +28,9 @@ constexpr std::string_view date = "date";
 constexpr std::string_view userInfoKeys = "userInfoKeys";
 } // namespace CodingKeys
 
-const PropertyList* member(const PropertyList::Dictionary& dictionary, std::string_view key)
+std::optional<std::string> textOf(const PropertyList& value)
 {
-    const auto found = dictionary.find(key);
-    return found != dictionary.end() ? &found->second : nullptr;
-}
-
-std::optional<std::string> text(const PropertyList* value)
-{
-    const auto* text = value != nullptr ? value->text() : nullptr;
+    const auto* text = value.text();
     return text != nullptr ? std::optional(*text) : std::nullopt;
 }
 
@@ -46,9 +41,18 @@ std::optional<std::string> unlessEmpty(const std::string& text)
 
 } // namespace
 
+NotificationPayloadProcessor& NotificationPayloadProcessor::shared()
+{
+    const Platform::Services& services = Platform::services();
+    static auto& instance =
+        *new NotificationPayloadProcessor({Core::Logger::shared(), services.userDefaults,
+                                           services.notificationCenter, services.mainQueue, services.clock});
+    return instance;
+}
+
 void NotificationPayloadProcessor::processRemoteNotification(
     const PropertyList::Dictionary& userInfo,
-    const std::function<void(BackgroundFetchResult)>& fetchCompletionHandler)
+    const std::function<void(Platform::BackgroundFetchResult)>& fetchCompletionHandler)
 {
     const ProcessedNotificationPayload payload = makePayload(userInfo);
     store(payload);
@@ -57,7 +61,7 @@ void NotificationPayloadProcessor::processRemoteNotification(
         "Processed remote notification", "processRemoteNotification(userInfo:fetchCompletionHandler:)",
         {.category = Core::LogCategory::notifications,
          .context = {{"title", payload.title.value_or("")}, {"body", payload.body.value_or("")}}});
-    fetchCompletionHandler(BackgroundFetchResult::newData);
+    fetchCompletionHandler(Platform::BackgroundFetchResult::newData);
 }
 
 void NotificationPayloadProcessor::process(const Platform::UserNotification& notification)
@@ -75,18 +79,14 @@ void NotificationPayloadProcessor::process(const Platform::UserNotification& not
 ProcessedNotificationPayload
 NotificationPayloadProcessor::makePayload(const PropertyList::Dictionary& userInfo) const
 {
-    const PropertyList* aps = member(userInfo, "aps");
-    const auto* apsDictionary = aps != nullptr ? aps->dictionary() : nullptr;
-    const PropertyList* alert = apsDictionary != nullptr ? member(*apsDictionary, "alert") : nullptr;
-    const auto* alertDictionary = alert != nullptr ? alert->dictionary() : nullptr;
-
+    const PropertyList& alert = member(member(userInfo, "aps"), "alert");
     ProcessedNotificationPayload payload{{}, {}, userInfo, m_ports.clock.now()};
-    if (alertDictionary != nullptr) {
-        payload.title = text(member(*alertDictionary, "title"));
-        payload.body = text(member(*alertDictionary, "body"));
+    if (alert.dictionary() != nullptr) {
+        payload.title = textOf(member(alert, "title"));
+        payload.body = textOf(member(alert, "body"));
     } else {
         // The short form of an alert is its title.
-        payload.title = text(alert);
+        payload.title = textOf(alert);
     }
     return payload;
 }
@@ -96,17 +96,16 @@ void NotificationPayloadProcessor::store(const ProcessedNotificationPayload& pay
     StoredPayloadItem item{payload.title, payload.body, payload.date, {}};
     for (const auto& entry : payload.userInfo)
         item.userInfoKeys.push_back(entry.first);
-    std::vector<StoredPayloadItem> items = loadStoredItems();
+    std::vector<StoredPayloadItem> items = loadStoredItems(m_ports.userDefaults.standard());
     items.insert(items.begin(), std::move(item));
     items.resize(std::min(items.size(), maxStoredPayloads));
     saveStoredItems(items);
 }
 
 std::vector<NotificationPayloadProcessor::StoredPayloadItem>
-NotificationPayloadProcessor::loadStoredItems() const
+NotificationPayloadProcessor::loadStoredItems(const Platform::UserDefaults& standard)
 {
-    const auto data =
-        m_ports.userDefaults.standard().data(Core::Constants::StorageKeys::processedNotificationPayloads);
+    const auto data = standard.data(Core::Constants::StorageKeys::processedNotificationPayloads);
     if (!data)
         return {};
     std::vector<StoredPayloadItem> items;
@@ -156,10 +155,16 @@ void NotificationPayloadProcessor::postProcessedPayload(const ProcessedNotificat
 std::vector<NotificationPayloadProcessor::Summary>
 NotificationPayloadProcessor::recentPayloadSummaries(std::int64_t limit) const
 {
+    return payloadSummaries(m_ports.userDefaults.standard(), limit);
+}
+
+std::vector<NotificationPayloadProcessor::Summary>
+NotificationPayloadProcessor::payloadSummaries(const Platform::UserDefaults& standard, std::int64_t limit)
+{
     if (limit < 0)
         Platform::fatalError("recentPayloadSummaries(limit:) was asked for a negative number of records");
     std::vector<Summary> summaries;
-    for (const StoredPayloadItem& item : loadStoredItems()) {
+    for (const StoredPayloadItem& item : loadStoredItems(standard)) {
         if (std::cmp_greater_equal(summaries.size(), limit))
             break;
         summaries.push_back({item.title, item.body, item.date});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Application.h"
 #include "Platform/Date.h"
 #include "Platform/PropertyList.h"
 #include "Platform/UserNotificationCenter.h"
@@ -18,6 +19,7 @@ namespace Platform {
 class Clock;
 class DispatchQueue;
 class NotificationCenter;
+class UserDefaults;
 class UserDefaultsDomains;
 } // namespace Platform
 
@@ -31,9 +33,6 @@ struct ProcessedNotificationPayload {
     Platform::PropertyList::Dictionary userInfo;
     Platform::Date date;
 };
-
-/// What a background fetch came to. The numbers are the system's own.
-enum class BackgroundFetchResult { newData = 0, noData = 1, failed = 2 };
 
 /// Turns every notification that reaches the application into a record: stores it in the history, announces
 /// it, logs it. One that is processed twice is stored twice.
@@ -63,15 +62,22 @@ public:
 
     explicit NotificationPayloadProcessor(const Ports& ports) : m_ports(ports) {}
 
+    /// The processor of this process, made on first use and never destroyed.
+    static NotificationPayloadProcessor& shared();
+
     /// A payload from the push service. Calls `fetchCompletionHandler` once, with `newData`, before it
     /// returns.
-    void processRemoteNotification(const Platform::PropertyList::Dictionary& userInfo,
-                                   const std::function<void(BackgroundFetchResult)>& fetchCompletionHandler);
+    void processRemoteNotification(
+        const Platform::PropertyList::Dictionary& userInfo,
+        const std::function<void(Platform::BackgroundFetchResult)>& fetchCompletionHandler);
     /// A notification that is shown, or that the user answered.
     void process(const Platform::UserNotification& notification);
 
     /// The newest `limit` records, newest first. A negative limit ends the process.
     [[nodiscard]] std::vector<Summary> recentPayloadSummaries(std::int64_t limit) const;
+    /// The same of a store that another process works on.
+    [[nodiscard]] static std::vector<Summary> payloadSummaries(const Platform::UserDefaults& standard,
+                                                               std::int64_t limit);
 
 private:
     struct StoredPayloadItem {
@@ -85,7 +91,8 @@ private:
     [[nodiscard]] ProcessedNotificationPayload
     makePayload(const Platform::PropertyList::Dictionary& userInfo) const;
     void store(const ProcessedNotificationPayload& payload);
-    [[nodiscard]] std::vector<StoredPayloadItem> loadStoredItems() const;
+    [[nodiscard]] static std::vector<StoredPayloadItem>
+    loadStoredItems(const Platform::UserDefaults& standard);
     void saveStoredItems(const std::vector<StoredPayloadItem>& items);
     void postProcessedPayload(const ProcessedNotificationPayload& payload);
 

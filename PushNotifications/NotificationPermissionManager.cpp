@@ -1,6 +1,7 @@
 #include "PushNotifications/NotificationPermissionManager.h"
 
 #include "Core/Logger.h"
+#include "Platform/Services.h"
 
 #include <exception>
 #include <utility>
@@ -11,6 +12,13 @@ using Core::LogCategory;
 using Platform::AuthorizationStatus;
 using Platform::Suspension;
 using Platform::Task;
+
+NotificationPermissionManager& NotificationPermissionManager::shared()
+{
+    static auto& instance = *new NotificationPermissionManager(Platform::services().userNotificationCenter,
+                                                               Core::Logger::shared());
+    return instance;
+}
 
 Task<AuthorizationStatus> NotificationPermissionManager::currentStatus() const
 {

@@ -20,6 +20,9 @@ public:
         : m_center(center), m_logger(logger)
     {}
 
+    /// The manager of this process, made on first use and never destroyed.
+    static NotificationPermissionManager& shared();
+
     Platform::Task<Platform::AuthorizationStatus> currentStatus() const;
     /// True for exactly `authorized`: provisional and ephemeral permission do not count.
     Platform::Task<bool> isAuthorized() const;

@@ -1,9 +1,11 @@
 #include "PushNotifications/RemoteNotificationHandler.h"
 
 #include "Core/APIClient.h"
+#include "Core/ConfigurationManager.h"
 #include "Core/Constants.h"
 #include "Core/Logger.h"
 #include "Platform/Encoding.h"
+#include "Platform/Services.h"
 #include "Platform/UserDefaults.h"
 
 #include <exception>
@@ -19,6 +21,15 @@ std::string PushNotificationRoutes::deviceToken(std::string_view deviceId)
         .append("/device-api/v1/device/apple/devices/")
         .append(deviceId)
         .append("/token");
+}
+
+RemoteNotificationHandler& RemoteNotificationHandler::shared()
+{
+    const Platform::Services& services = Platform::services();
+    static auto& instance = *new RemoteNotificationHandler({Core::Logger::shared(), services.userDefaults,
+                                                            Core::ConfigurationManager::shared(),
+                                                            services.urlSession, services.defaultQueue});
+    return instance;
 }
 
 void RemoteNotificationHandler::didRegisterForRemoteNotifications(const Platform::Data& deviceToken)

@@ -54,6 +54,9 @@ public:
 
     explicit RemoteNotificationHandler(const Ports& ports) : m_ports(ports) {}
 
+    /// The handler of this process, made on first use and never destroyed.
+    static RemoteNotificationHandler& shared();
+
     void didRegisterForRemoteNotifications(const Platform::Data& deviceToken);
     void didFailToRegister(const Platform::Error& error);
 

@@ -18,13 +18,19 @@ std::optional<std::string> environment(const char* name)
     return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
+/// Absent when unset, empty or relative: the XDG base directory rules have a relative path ignored.
+std::optional<fs::path> folderFromEnvironment(const char* name)
+{
+    const auto folder = environment(name);
+    return folder && fs::path(*folder).is_absolute() ? std::optional<fs::path>(*folder) : std::nullopt;
+}
+
 fs::path dataHome()
 {
-    // The XDG base directory rules: a relative path is to be ignored.
-    if (const auto folder = environment("XDG_DATA_HOME"); folder && fs::path(*folder).is_absolute())
+    if (const auto folder = folderFromEnvironment("XDG_DATA_HOME"))
         return *folder;
-    if (const auto home = environment("HOME"); home && fs::path(*home).is_absolute())
-        return fs::path(*home) / ".local" / "share";
+    if (const auto home = folderFromEnvironment("HOME"))
+        return *home / ".local" / "share";
     if (const passwd* user = ::getpwuid(::geteuid()); user != nullptr && *user->pw_dir == '/')
         return fs::path(user->pw_dir) / ".local" / "share";
     throw std::runtime_error(
@@ -47,6 +53,8 @@ DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& manag
 {
     DevicePaths paths;
     paths.stateFolder = dataHome() / "quorvane-mdm";
+    const auto runtimeFolder = folderFromEnvironment("XDG_RUNTIME_DIR");
+    paths.pushSocket = (runtimeFolder ? *runtimeFolder / "quorvane-mdm" : paths.stateFolder) / "push.sock";
     const auto named =
         managedConfiguration ? managedConfiguration : environment("QUORVANE_MANAGED_CONFIGURATION");
     if (named) {

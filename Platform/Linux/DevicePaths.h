@@ -18,13 +18,18 @@ struct DevicePaths {
     /// Where device management may put its file, best first; absolute.
     std::vector<std::filesystem::path> managedConfigurationCandidates;
 
+    /// The socket of the local push service; outside the state folder, in the user's folder for such things.
+    std::filesystem::path pushSocket = {};
+
     [[nodiscard]] std::filesystem::path standardDefaults() const;
+    /// What the system's side remembers of the application.
+    [[nodiscard]] std::filesystem::path shellState() const { return stateFolder / "shell.sqlite"; }
     [[nodiscard]] std::filesystem::path suite(std::string_view name) const;
     [[nodiscard]] std::filesystem::path instanceLock() const { return stateFolder / "instance.lock"; }
 
-    /// From XDG_DATA_HOME (else the home folder of the user) and `managedConfiguration`, else
-    /// QUORVANE_MANAGED_CONFIGURATION, else the system's policy folder. Throws `std::runtime_error` when the
-    /// user has no home folder.
+    /// From XDG_DATA_HOME (else the home folder of the user), XDG_RUNTIME_DIR (else the state folder) and
+    /// `managedConfiguration`, else QUORVANE_MANAGED_CONFIGURATION, else the system's policy folder. Throws
+    /// `std::runtime_error` when the user has no home folder.
     static DevicePaths fromEnvironment(const std::optional<std::string>& managedConfiguration);
 };
 

@@ -1,3 +1,4 @@
+#include "Platform/Linux/LocalPushService.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <boost/json.hpp>
@@ -127,6 +128,10 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
         {{"snapshot"}, 66, "no snapshot is stored"},
         {{"config", "show"}, 66, "there is no such file"},
         {{"config", "lint", device.path("missing.json")}, 66, "there is no such file"},
+        {{"push", device.path("missing.json")}, 66, "No such file"},
+        {{"push", device.path("good.json")}, 69, "the app does not run"},
+        {{"privacy", "grant", "camera"}, 64, "camera"},
+        {{"notifications", "--limit", "-1"}, 64, "--limit"},
         {{"config", "lint", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "explain", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "set", device.path("bad.json")}, 78, "bad.json:2:"},
@@ -210,6 +215,40 @@ TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
     EXPECT_FALSE(snapshot.contains("deviceId"));
     const Outcome human = qvctl({"snapshot"});
     EXPECT_THAT(human.output, AllOf(HasSubstr("com.a.b"), HasSubstr("********"), Not(HasSubstr("canary"))));
+}
+
+TEST_F(ProgramTest, WhatWasAnsweredWithOkOutlivesAKill)
+{
+    const auto start = [&] {
+        auto application = device.startApplication({"--log-stderr", "--push", "local", "--assume-dashboard"});
+        EXPECT_TRUE(application->waitForLine("Remote notifications registered"));
+        return application;
+    };
+    auto application = start();
+    const auto token = qvctlJSON({"status", "--reveal"}).at("deviceToken");
+    for (int i = 0; i < 103; ++i) {
+        const std::string number = std::to_string(i);
+        const auto payload = i % 2 == 0 ? R"({"aps": {"alert": ")" + number + "\"}}"
+                                        : R"({"aps": {"alert": {"title": ")" + number +
+                                              R"("}, "content-available": 0}, "own": null})";
+        EXPECT_EQ(Platform::Linux::sendToLocalPushService(device.pushSocket(), payload), "ok");
+    }
+    application->signal(SIGKILL);
+    application->waitForExit();
+    const auto history = qvctlJSON({"notifications"}).at("notifications").as_array();
+    ASSERT_EQ(history.size(), 100U);
+    EXPECT_EQ(history.front().at("title"), "102");
+    EXPECT_EQ(history.back().at("title"), "3");
+
+    application = start();
+    EXPECT_EQ(qvctlJSON({"status", "--reveal"}).at("deviceToken"), token);
+    device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
+    EXPECT_EQ(qvctl({"push", device.path("payload.json")}).exitCode, 0);
+    EXPECT_EQ(qvctl({"privacy", "revoke", "notifications"}).exitCode, 0);
+    const Outcome refused = qvctl({"push", device.path("payload.json")});
+    EXPECT_EQ(refused.exitCode, 69);
+    EXPECT_THAT(refused.output, HasSubstr("the user does not allow notifications"));
+    EXPECT_EQ(qvctlJSON({"status"}).at("historyCount"), 100);
 }
 
 } // namespace

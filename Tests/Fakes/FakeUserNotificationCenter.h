@@ -16,10 +16,13 @@ public:
     }
     void requestAuthorization(unsigned options, AuthorizationCompletion completion) override
     {
+        using Platform::AuthorizationStatus;
         askedOptions = options;
-        m_queue.async([completion = std::move(completion), willGrant = willGrant, error = error] {
-            completion(willGrant, error);
-        });
+        if (!error && status == AuthorizationStatus::notDetermined)
+            status = willGrant ? AuthorizationStatus::authorized : AuthorizationStatus::denied;
+        const bool isGranted = !error && status != AuthorizationStatus::denied;
+        m_queue.async(
+            [completion = std::move(completion), isGranted, error = error] { completion(isGranted, error); });
     }
     void setDelegate(std::weak_ptr<Platform::UserNotificationCenterDelegate> newDelegate) override
     {

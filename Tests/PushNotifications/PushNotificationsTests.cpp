@@ -187,6 +187,7 @@ TEST_F(PushTest, PermissionIsReadAndAskedFor)
          "Notification permission request failed | error={type=T, domain=D, code=3, description=no}"},
     };
     for (const Case& row : cases) {
+        userCenter.status = AuthorizationStatus::notDetermined;
         userCenter.willGrant = row.willGrant;
         userCenter.error = row.error;
         std::optional<bool> granted;

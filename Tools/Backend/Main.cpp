@@ -3,6 +3,9 @@
 
 #include "Core/Base64.h"
 #include "Platform/Encoding.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/WorkerQueue.h"
+#include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
 
 #include <CLI/CLI.hpp>
@@ -19,7 +22,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -54,7 +59,8 @@ Endings:
 
 The first line of the output tells the address and the certificate authority that a client must trust; then
 comes one line for each request: time, method, target, headerFields and body, or bodyBase64 where the body is
-not text. Secrets such as Authorization are shown as they are. SIGINT or SIGTERM ends it.
+not text. Secrets such as Authorization are shown as they are. A push adds a line with pushTo and outcome.
+SIGINT or SIGTERM ends it.
 
 Examples:
   A backend on a port of its own choice, and a client that trusts it:
@@ -64,6 +70,10 @@ Examples:
   Overloaded for tokens, silent for two seconds and then broken for all else:
     quorvane-backend --reply '/token=503' --header '/token=Retry-After: 30' \
         --body '/token={"error": "busy"}' --delay '*=2000' --ending '*=truncated'
+
+  One that greets every device that uploads its token:
+    echo '{"aps": {"alert": "Welcome"}}' > greeting.json
+    quorvane-backend --push greeting.json
 )";
 
 /// What the user got wrong, as one sentence that names the argument.
@@ -231,6 +241,27 @@ TestBackend::Certificate certificate(std::string_view word)
                                {"untrusted", Certificate::untrusted}});
 }
 
+std::string contentOf(std::string_view option, const std::string& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        throw UsageError(fmt::format("{}: the file '{}' cannot be read", option, file));
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Sends the push and tells what came of it.
+json::object push(const std::string& token, const std::string& payload, const PushRoutes& routes)
+{
+    json::object line{{"time", currentTime()}, {"pushTo", token}};
+    try {
+        pushToDevice(token, payload, routes);
+        line["outcome"] = "ok";
+    } catch (const std::runtime_error& error) {
+        line["outcome"] = error.what();
+    }
+    return line;
+}
+
 class CommandLine {
 public:
     CommandLine()
@@ -249,6 +280,15 @@ public:
                         "What to show: good (default), expired, wrong-host, self-signed or untrusted")
             ->type_name("KIND");
         using Reply = TestBackend::Reply;
+        m_parser
+            .add_option("--push", m_pushFile,
+                        "Push the payload in this file back to every token that a device uploads: to its Web "
+                        "Push endpoint, or to the app of this user that runs with --push local")
+            ->type_name("FILE");
+        m_parser
+            .add_option("--push-authority", m_pushAuthority,
+                        "Whom the endpoint must be signed by, as PEM (default: whom the system trusts)")
+            ->type_name("FILE");
         addForPath("--reply", "STATUS", "Status of the answer, 200 to 599",
                    [](Reply& reply, auto text) { reply.status = numberIn("--reply", text, 200, 599); });
         addForPath("--header", "Name: value", "A header field of the answer; may be repeated",
@@ -278,9 +318,14 @@ public:
         if (m_folder && !std::filesystem::is_directory(*m_folder))
             throw UsageError(fmt::format("--certificates: there is no folder '{}'", *m_folder));
 
+        const std::string payload = m_pushFile ? contentOf("--push", *m_pushFile) : "";
+
         std::optional<TemporaryFolder> temporary;
         options.folder = m_folder ? std::filesystem::absolute(*m_folder) : temporary.emplace().path();
         Output output;
+        const PushRoutes routes{Platform::Linux::DevicePaths::fromEnvironment({}).pushSocket,
+                                m_pushAuthority};
+        Platform::Linux::WorkerQueue pushes("pushes", Platform::Linux::WorkerQueue::Priority::default_);
         TestBackend backend(options);
         for (const auto& [path, reply] : m_replies)
             backend.setReply(path, reply);
@@ -290,6 +335,11 @@ public:
             output.print(asJSON(request));
             // Printed is remembered enough, however long this runs.
             backend.takeRequests();
+            const auto token = uploadedToken(request);
+            if (token && m_pushFile)
+                pushes.async([&output, &routes, &payload, token = *token] {
+                    output.print(push(token, payload, routes));
+                });
         });
         int signal = 0;
         return ::sigwait(&signals, &signal) == 0 ? success : internal;
@@ -323,6 +373,8 @@ private:
     std::string m_port = "0";
     std::string m_certificate = "good";
     std::optional<std::string> m_folder;
+    std::optional<std::string> m_pushFile;
+    std::string m_pushAuthority;
     std::map<std::string, TestBackend::Reply> m_replies;
 };
 

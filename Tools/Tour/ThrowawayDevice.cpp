@@ -14,6 +14,12 @@ ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(progr
         throw std::system_error(errno, std::generic_category(), pattern);
     m_folder = pattern;
     fs::create_directory(path("policy"));
+    m_environment = {{"XDG_DATA_HOME", path("data")},
+                     {"XDG_RUNTIME_DIR", path("run")},
+                     {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + path("run/bus").string()},
+                     {"QUORVANE_MANAGED_CONFIGURATION", policyFile()},
+                     {"QUORVANE_LOG_PRIVATE_DATA", "show"},
+                     {"NO_COLOR", "1"}};
 }
 
 ThrowawayDevice::~ThrowawayDevice()
@@ -53,9 +59,5 @@ std::unique_ptr<ChildProcess> ThrowawayDevice::start(std::string_view program,
 {
     std::vector<std::string> all{m_programs / program};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return std::make_unique<ChildProcess>(
-        all, ChildProcess::Environment{{"XDG_DATA_HOME", path("data")},
-                                       {"QUORVANE_MANAGED_CONFIGURATION", policyFile()},
-                                       {"QUORVANE_LOG_PRIVATE_DATA", "show"},
-                                       {"NO_COLOR", "1"}});
+    return std::make_unique<ChildProcess>(all, m_environment);
 }

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-/// A device of its own in a temporary folder: state, policy file, and the programs that work on them. Removed
-/// with all it holds at the end.
+/// A device of its own in a temporary folder: state, policy file, no session bus, and the programs that work
+/// on them. Removed with all it holds at the end.
 class ThrowawayDevice {
 public:
     /// `programs` is the folder of the build that holds App/quorvane-mdm and Tools/qvctl/qvctl.
@@ -22,6 +22,15 @@ public:
     [[nodiscard]] std::filesystem::path suiteFile() const
     {
         return path("data/quorvane-mdm/groups/group.com.quorvane.mdm.sqlite");
+    }
+
+    /// Where the application listens for local pushes.
+    [[nodiscard]] std::filesystem::path pushSocket() const { return path("run/quorvane-mdm/push.sock"); }
+
+    /// For the programs started from now on.
+    void setEnvironment(const std::string& name, std::string value)
+    {
+        m_environment[name] = std::move(value);
     }
 
     /// Puts the content in the place of the policy file in one step.
@@ -39,4 +48,5 @@ private:
 
     std::filesystem::path m_programs;
     std::filesystem::path m_folder;
+    ChildProcess::Environment m_environment;
 };

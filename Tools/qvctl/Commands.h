@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Platform/UserNotificationCenter.h"
+
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -24,5 +27,9 @@ ExitCode configLint(const Options& options, const std::string& file);
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file);
 ExitCode configSet(const Options& options, const std::string& file);
 ExitCode configClear(const Options& options);
+ExitCode notifications(const Options& options, std::int64_t limit);
+/// "-" is standard input.
+ExitCode push(const Options& options, const std::string& file);
+ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status);
 
 } // namespace Qvctl

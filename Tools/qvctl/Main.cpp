@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -52,6 +53,22 @@ public:
             ->required();
         addVerb(config, "clear", "Remove the managed configuration",
                 [this] { return configClear(m_options); });
+
+        addVerb(m_parser, "notifications", "Show the history of notifications, newest first",
+                [this] { return notifications(m_options, m_limit); })
+            .add_option("--limit", m_limit, "Show at most so many")
+            ->type_name("N")
+            ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
+        addVerb(m_parser, "push", "Deliver a payload to the app, which must run with --push local",
+                [this] { return push(m_options, *m_file); })
+            .add_option("FILE", m_file, "A JSON object of at most 4096 bytes; - reads standard input")
+            ->required();
+        CLI::App& privacy = *m_parser.add_subcommand("privacy", "Decide in the user's place");
+        privacy.require_subcommand(1);
+        using Platform::AuthorizationStatus;
+        addPrivacyVerb(privacy, "grant", "Allow", AuthorizationStatus::authorized);
+        addPrivacyVerb(privacy, "revoke", "Refuse", AuthorizationStatus::denied);
+        addPrivacyVerb(privacy, "reset", "Have the user asked again", AuthorizationStatus::notDetermined);
     }
 
     int run(int argc, char** argv)
@@ -83,9 +100,21 @@ private:
         return subcommand;
     }
 
-    CLI::App m_parser{"Looks into and after the managed configuration of this device.", "qvctl"};
+    void addPrivacyVerb(CLI::App& parent, const std::string& name, const std::string& description,
+                        Platform::AuthorizationStatus status)
+    {
+        addVerb(parent, name, description, [=, this] { return setNotificationPermission(m_options, status); })
+            .add_option("SERVICE", m_service, "What is decided about: notifications")
+            ->required()
+            ->check(CLI::IsMember({"notifications"}));
+    }
+
+    CLI::App m_parser{"Looks into and after the managed configuration and the notifications of this device.",
+                      "qvctl"};
     Options m_options;
     std::optional<std::string> m_file;
+    std::string m_service;
+    std::int64_t m_limit = std::numeric_limits<std::int64_t>::max();
     std::function<ExitCode()> m_verb;
 };
 

@@ -113,4 +113,9 @@ std::string toned(Tone tone, std::string_view text)
     return fmt::format("{}{}\x1b[0m", colourCode(tone), text);
 }
 
+void printRow(std::string_view label, std::string_view text)
+{
+    fmt::print("{:<16}{}\n", label, text);
+}
+
 } // namespace Qvctl

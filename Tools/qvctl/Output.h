@@ -32,4 +32,7 @@ enum class Tone { plain, good, bad, warning, faint };
 /// `text` in the colour of its tone when standard output is a terminal and NO_COLOR is not set.
 std::string toned(Tone tone, std::string_view text);
 
+/// Prints one line of a two-column answer.
+void printRow(std::string_view label, std::string_view text);
+
 } // namespace Qvctl

@@ -1,18 +1,18 @@
 #include "Core/ConfigurationSnapshot.h"
 #include "Core/Constants.h"
 #include "Core/JSON.h"
-#include "Platform/Linux/AdapterLog.h"
-#include "Platform/Linux/DeviceDefaults.h"
-#include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Linux/PolicyFileReading.h"
-#include "Platform/Linux/SystemClock.h"
+#include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
 
 #include <array>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 namespace Qvctl {
@@ -23,51 +23,11 @@ namespace json = boost::json;
 using Core::ConfigurationSnapshot;
 using namespace Platform::Linux;
 
-/// What the adapters have to say goes to the person who asked.
-class ConsoleLog final : public Platform::UnifiedLog {
-public:
-    void write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
-               std::string_view line) noexcept override
-    {
-        std::fprintf(stderr, "qvctl: %.*s\n", static_cast<int>(line.size()), line.data());
-    }
-};
-
-/// The device as a second process sees it: nothing is made, moved or mended.
-class InspectedDevice {
-    ConsoleLog m_log;
-    SystemClock m_clock;
-    AdapterLog m_adapterLog{m_log, std::string(applicationIdentifier)};
-
-public:
-    explicit InspectedDevice(const Options& options)
-        : paths(DevicePaths::fromEnvironment(options.managedConfiguration)),
-          defaults(paths, SQLiteUserDefaults::Access::inspect, m_clock, m_adapterLog)
-    {}
-
-    /// Absent when none is stored. Throws `Core::DecodingError` for one that is damaged.
-    std::optional<ConfigurationSnapshot> storedSnapshot()
-    {
-        const auto* suite = defaults.suite(Core::Constants::appGroupSuiteName);
-        const auto bytes =
-            suite != nullptr ? suite->data(Core::Constants::SnapshotKeys::configSnapshot) : std::nullopt;
-        return bytes ? std::optional(ConfigurationSnapshot::decode(*bytes)) : std::nullopt;
-    }
-
-    const DevicePaths paths;
-    DeviceDefaults defaults;
-};
-
 std::string_view stateName(PolicyFileReading::State state)
 {
     constexpr std::array<std::string_view, 5> names{"missing", "untrusted", "unreadable", "malformed",
                                                     "good"};
     return names.at(static_cast<std::size_t>(state));
-}
-
-void printRow(std::string_view label, std::string_view text)
-{
-    fmt::print("{:<16}{}\n", label, text);
 }
 
 struct NamedValue {
@@ -83,8 +43,25 @@ std::array<NamedValue, 4> valuesOf(const ConfigurationSnapshot& snapshot)
              {"device id", snapshot.deviceId}}};
 }
 
+/// What the device knows of notifications.
+struct NotificationState {
+    Platform::AuthorizationStatus permission;
+    std::optional<std::string> token;
+    std::size_t historyCount;
+};
+
+NotificationState notificationState(Device& device)
+{
+    const auto& standard = device.defaults.standard();
+    using PushNotifications::NotificationPayloadProcessor;
+    return {device.shellState.authorizationStatus(),
+            standard.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken),
+            NotificationPayloadProcessor::payloadSummaries(standard, std::numeric_limits<std::int64_t>::max())
+                .size()};
+}
+
 void printStatus(const std::optional<ConfigurationSnapshot>& snapshot, const PolicyFileReading& policy,
-                 std::optional<pid_t> process)
+                 const NotificationState& notifications, std::optional<pid_t> process, const Options& options)
 {
     if (snapshot) {
         printRow("Configuration", fmt::format("version {}, applied {}", snapshot->configVersion,
@@ -101,6 +78,14 @@ void printStatus(const std::optional<ConfigurationSnapshot>& snapshot, const Pol
              : policy.state == PolicyFileReading::State::missing
                  ? fmt::format("{} ({})", policy.path.string(), toned(Tone::warning, "missing"))
                  : toned(Tone::bad, policy.diagnostic()));
+    const bool isAllowed = permissionName(notifications.permission) == "allowed";
+    printRow("Notifications",
+             toned(isAllowed ? Tone::good : Tone::warning, permissionName(notifications.permission)));
+    printRow("device token", !notifications.token  ? toned(Tone::warning, "absent")
+                             : options.isRevealing ? printable(*notifications.token)
+                                                   : fmt::format("{}, {} bytes", toned(Tone::good, "present"),
+                                                                 notifications.token->size() / 2));
+    printRow("history", std::to_string(notifications.historyCount));
     printRow("Application", process ? fmt::format("{}, process {}", toned(Tone::good, "running"), *process)
                                     : toned(Tone::warning, "not running"));
 }
@@ -109,16 +94,17 @@ void printStatus(const std::optional<ConfigurationSnapshot>& snapshot, const Pol
 
 ExitCode status(const Options& options)
 {
-    InspectedDevice device(options);
+    Device device(options, Device::Access::inspect);
     const auto snapshot = device.storedSnapshot();
     std::vector<PolicyFileReading> passedOver;
     PolicyFileReading policy =
         readFirstPolicyFile(device.paths.managedConfigurationCandidates, WithPlaces::no, &passedOver);
     if (policy.state == PolicyFileReading::State::missing && !passedOver.empty())
         policy = std::move(passedOver.front());
+    const NotificationState notifications = notificationState(device);
     const auto process = InstanceLock::holder(device.paths.instanceLock());
     if (!options.isJSON) {
-        printStatus(snapshot, policy, process);
+        printStatus(snapshot, policy, notifications, process, options);
         return success;
     }
     json::object object{{"configVersion", snapshot ? snapshot->configVersion : 0}};
@@ -131,6 +117,11 @@ ExitCode status(const Options& options)
     object["policyFile"] = {{"path", policy.path.string()},
                             {"state", stateName(policy.state)},
                             {"reason", policy.reason.empty() ? json::value() : json::value(policy.reason)}};
+    object["notificationPermission"] = permissionName(notifications.permission);
+    object["hasDeviceToken"] = notifications.token.has_value();
+    if (options.isRevealing && notifications.token)
+        object["deviceToken"] = *notifications.token;
+    object["historyCount"] = notifications.historyCount;
     object["processId"] = process ? json::value(*process) : json::value();
     printJSON(std::move(object));
     return success;
@@ -138,7 +129,7 @@ ExitCode status(const Options& options)
 
 ExitCode snapshot(const Options& options)
 {
-    InspectedDevice device(options);
+    Device device(options, Device::Access::inspect);
     auto snapshot = device.storedSnapshot();
     if (!snapshot) {
         fmt::print(stderr, "qvctl: no snapshot is stored in {}\n",

@@ -1,0 +1,269 @@
+#include "Platform/Linux/LocalPushService.h"
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/PushPayload.h"
+#include "Platform/Linux/PushRegistrationError.h"
+#include "Platform/UserDefaults.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <memory>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform::Linux {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr std::string_view tokenKey = "LocalPush.Token";
+/// How long a peer may take from connecting to the end of its payload.
+constexpr std::chrono::seconds peerTime{10};
+/// How long a peer of ours waits for its answer.
+constexpr std::chrono::seconds answerTime{30};
+/// Others wait in the socket's own queue.
+constexpr std::size_t maximumPeerCount = 64;
+
+[[noreturn]] void failOn(const std::filesystem::path& socketFile, int errorNumber)
+{
+    throw std::system_error(errorNumber, std::generic_category(), socketFile.string());
+}
+
+sockaddr_un addressOf(const std::filesystem::path& socketFile)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string& path = socketFile.native();
+    if (path.size() >= sizeof address.sun_path)
+        failOn(socketFile, ENAMETOOLONG);
+    std::copy(path.begin(), path.end(), address.sun_path);
+    return address;
+}
+
+FileDescriptor makeSocket(const std::filesystem::path& socketFile, int flags)
+{
+    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+    if (!socket)
+        failOn(socketFile, errno);
+    return socket;
+}
+
+/// Zero, or the error number.
+int connectTo(const FileDescriptor& socket, const std::filesystem::path& socketFile)
+{
+    const sockaddr_un address = addressOf(socketFile);
+    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0
+                                                                                                     : errno;
+}
+
+/// Takes the place of a socket that nobody listens on any more.
+FileDescriptor listenOn(const std::filesystem::path& socketFile)
+{
+    createPrivateFolders(socketFile.parent_path());
+    if (connectTo(makeSocket(socketFile, 0), socketFile) == 0)
+        failOn(socketFile, EADDRINUSE);
+    FileDescriptor socket = makeSocket(socketFile, SOCK_NONBLOCK);
+    const std::filesystem::path newFile = socketFile.string() + ".new";
+    const sockaddr_un address = addressOf(newFile);
+    ::unlink(newFile.c_str());
+    // The mode set before is the mode that the file is made with.
+    if (::fchmod(socket.get(), S_IRUSR | S_IWUSR) != 0 ||
+        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(socket.get(), SOMAXCONN) != 0 || ::rename(newFile.c_str(), socketFile.c_str()) != 0)
+        failOn(socketFile, errno);
+    return socket;
+}
+
+bool isSameUser(const FileDescriptor& peer)
+{
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    return ::getsockopt(peer.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 &&
+           credentials.uid == ::geteuid();
+}
+
+void answer(const FileDescriptor& peer, const std::optional<std::string>& refusal)
+{
+    const std::string line = (refusal ? "error: " + *refusal : "ok") + "\n";
+    // Short enough for any socket's buffer; a peer that has gone is its own affair.
+    [[maybe_unused]] const auto sent =
+        ::send(peer.get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+Data randomToken()
+{
+    Data token(LocalPushService::tokenSize);
+    if (::getrandom(token.data(), token.size(), 0) != static_cast<ssize_t>(token.size()))
+        throw std::system_error(errno, std::generic_category(), "getrandom");
+    return token;
+}
+
+} // namespace
+
+struct LocalPushService::Peer {
+    FileDescriptor socket;
+    SteadyClock::time_point deadline;
+    std::string bytes;
+};
+
+LocalPushService::LocalPushService(const Ports& ports, std::filesystem::path socketFile)
+    : m_ports(ports), m_socketFile(std::move(socketFile))
+{}
+
+LocalPushService::~LocalPushService()
+{
+    if (!m_thread.joinable())
+        return;
+    ::eventfd_write(m_wakeUp.get(), 1);
+    m_thread.join();
+    ::unlink(m_socketFile.c_str());
+}
+
+void LocalPushService::start(PushServiceListener& listener)
+{
+    m_listener = &listener;
+    m_token = m_ports.store.data(tokenKey).value_or(Data());
+    try {
+        m_wakeUp = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (!m_wakeUp)
+            failOn(m_socketFile, errno);
+        m_socket = listenOn(m_socketFile);
+        m_thread = std::thread([this] { serve(); });
+    } catch (const std::system_error& error) {
+        m_startFailure = std::string("The socket for local pushes cannot be made: ") + error.what();
+        m_ports.log.error(m_startFailure);
+    }
+}
+
+void LocalPushService::registerDevice()
+{
+    if (m_startFailure.empty() && m_token.size() != tokenSize) {
+        m_token = randomToken();
+        m_ports.store.set(tokenKey, m_token);
+    }
+    m_ports.mainQueue.async([this] {
+        if (m_startFailure.empty())
+            m_listener->didRegister(m_token);
+        else
+            m_listener->didFailToRegister(
+                pushRegistrationError(PushRegistrationErrorCode::noDistributor, m_startFailure + "."));
+    });
+}
+
+void LocalPushService::serve()
+{
+    ::pthread_setname_np(::pthread_self(), "local push");
+    std::vector<Peer> peers;
+    while (true) {
+        std::vector<pollfd> waiting{{m_wakeUp.get(), POLLIN, 0}};
+        waiting.push_back({peers.size() < maximumPeerCount ? m_socket.get() : -1, POLLIN, 0});
+        int timeout = -1;
+        for (const Peer& peer : peers) {
+            waiting.push_back({peer.socket.get(), POLLIN, 0});
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(peer.deadline - SteadyClock::now());
+            const int leftMilliseconds = std::max(0, static_cast<int>(left.count()));
+            timeout = timeout < 0 ? leftMilliseconds : std::min(timeout, leftMilliseconds);
+        }
+        ::poll(waiting.data(), waiting.size(), timeout);
+        if (waiting[0].revents != 0)
+            return;
+        std::size_t index = 2;
+        std::erase_if(peers, [&](Peer& peer) {
+            const bool isReadable = waiting[index++].revents != 0;
+            if (isReadable)
+                return !read(peer);
+            if (SteadyClock::now() < peer.deadline)
+                return false;
+            answer(peer.socket,
+                   "the payload did not come to its end in time; close the writing side after it");
+            return true;
+        });
+        if (waiting[1].revents != 0)
+            accept(peers);
+    }
+}
+
+void LocalPushService::accept(std::vector<Peer>& peers) const
+{
+    FileDescriptor socket(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!socket)
+        return;
+    if (isSameUser(socket))
+        peers.push_back({std::move(socket), SteadyClock::now() + peerTime, {}});
+    else
+        answer(socket, "only the user of this application may send to it");
+}
+
+bool LocalPushService::read(Peer& peer)
+{
+    std::array<char, maximumPayloadSize + 1> buffer;
+    while (true) {
+        const ssize_t count = ::read(peer.socket.get(), buffer.data(), buffer.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return errno == EAGAIN;
+        peer.bytes.append(buffer.data(), static_cast<std::size_t>(count));
+        if (count == 0 || peer.bytes.size() > maximumPayloadSize) {
+            take(peer);
+            return false;
+        }
+    }
+}
+
+void LocalPushService::take(Peer& peer)
+{
+    auto payload = readPushPayload(peer.bytes);
+    if (const auto* refusal = std::get_if<std::string>(&payload)) {
+        answer(peer.socket, *refusal);
+        return;
+    }
+    auto socket = std::make_shared<FileDescriptor>(std::move(peer.socket));
+    m_ports.mainQueue.async([this, socket, payload = std::get<PropertyList::Dictionary>(std::move(payload))] {
+        if (m_token.empty())
+            answer(*socket, "the application has not registered for remote notifications yet");
+        else
+            m_listener->didReceive(
+                payload, [socket](const std::optional<std::string>& refusal) { answer(*socket, refusal); });
+    });
+}
+
+std::string sendToLocalPushService(const std::filesystem::path& socketFile, std::string_view payload)
+{
+    const FileDescriptor socket = makeSocket(socketFile, 0);
+    const timeval timeout{answerTime.count(), 0};
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    if (const int error = connectTo(socket, socketFile); error != 0)
+        failOn(socketFile, error);
+    while (!payload.empty()) {
+        const ssize_t sent = ::send(socket.get(), payload.data(), payload.size(), MSG_NOSIGNAL);
+        if (sent < 0)
+            break; // Whoever refuses to read on has answered why.
+        payload.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    ::shutdown(socket.get(), SHUT_WR);
+    std::string line;
+    std::array<char, 512> buffer;
+    ssize_t count = 0;
+    while ((count = ::read(socket.get(), buffer.data(), buffer.size())) > 0)
+        line.append(buffer.data(), static_cast<std::size_t>(count));
+    if (!line.ends_with('\n'))
+        failOn(socketFile, count < 0 ? errno : ECONNABORTED);
+    line.pop_back();
+    return line;
+}
+
+} // namespace Platform::Linux

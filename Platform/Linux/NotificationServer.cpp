@@ -1,0 +1,398 @@
+#include "Platform/Linux/NotificationServer.h"
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/Encoding.h"
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/SessionBus.h"
+#include "Platform/Timer.h"
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace Platform::Linux {
+
+namespace {
+
+// Each is the name of the interface as well.
+constexpr const char* serverName = "org.freedesktop.Notifications";
+constexpr const char* busName = "org.freedesktop.DBus";
+
+/// A server that does not say in this time what it can do is taken for a plain one.
+constexpr std::chrono::seconds capabilitiesTime{2};
+/// For so long an answer that comes too late is still recognised, to close what it has shown.
+constexpr std::chrono::seconds lateAnswerTime{60};
+/// Of the one line that a server without bodies shows.
+constexpr std::size_t maximumLineCharacterCount = 100;
+
+constexpr char32_t replacementCharacter = 0xFFFD;
+
+struct Texts {
+    std::string summary;
+    std::string body;
+};
+
+/// The code points that the bus does not carry, although they can be written in UTF-8.
+bool isNoncharacter(char32_t codePoint)
+{
+    return (codePoint >= 0xFDD0 && codePoint <= 0xFDEF) || (codePoint & 0xFFFEU) == 0xFFFE;
+}
+
+/// `text` as the bus carries it: without control characters, and mended where it is not UTF-8.
+std::string plainText(std::string_view text, char lineBreak)
+{
+    std::string plain;
+    while (!text.empty()) {
+        const auto character = decodeUTF8(text);
+        const char32_t codePoint = character ? character->codePoint : replacementCharacter;
+        if (codePoint == '\n' || codePoint == '\t')
+            plain += codePoint == '\n' ? lineBreak : ' ';
+        else if (codePoint >= 0x20 && (codePoint < 0x7F || codePoint >= 0xA0))
+            appendUTF8(plain, isNoncharacter(codePoint) ? replacementCharacter : codePoint);
+        text.remove_prefix(character ? character->length : 1);
+        while (!character && !text.empty() && isContinuationByte(text.front()))
+            text.remove_prefix(1);
+    }
+    return plain;
+}
+
+std::string escaped(std::string_view text)
+{
+    std::string markup;
+    for (const char character : text)
+        if (character == '&')
+            markup += "&amp;";
+        else if (character == '<' || character == '>')
+            markup += character == '<' ? "&lt;" : "&gt;";
+        else
+            markup += character;
+    return markup;
+}
+
+/// The beginning of a line of valid UTF-8.
+std::string shortened(std::string line)
+{
+    std::size_t characterCount = 0;
+    for (std::size_t index = 0; index < line.size(); ++index) {
+        if (!isContinuationByte(line[index]) && characterCount++ == maximumLineCharacterCount) {
+            line.erase(index);
+            line += "…";
+        }
+    }
+    return line;
+}
+
+Texts textsOf(const UserNotification& notification, const std::string& applicationName,
+              const NotificationServer::Capabilities& capabilities)
+{
+    Texts texts{.summary = plainText(notification.title, ' '), .body = plainText(notification.body, '\n')};
+    if (texts.summary.empty())
+        texts.summary = applicationName;
+    if (!capabilities.hasBody && !texts.body.empty())
+        return {.summary = shortened(texts.summary + ": " + plainText(texts.body, ' ')), .body = {}};
+    if (capabilities.hasBodyMarkup)
+        texts.body = escaped(texts.body);
+    return texts;
+}
+
+/// Null when the payload has no such value.
+const PropertyList* payloadValue(const UserNotification& notification, std::string_view key)
+{
+    const auto aps = notification.userInfo.find("aps");
+    if (aps == notification.userInfo.end() || aps->second.dictionary() == nullptr)
+        return nullptr;
+    const auto found = aps->second.dictionary()->find(key);
+    return found == aps->second.dictionary()->end() || found->second.isNull() ? nullptr : &found->second;
+}
+
+std::uint8_t urgencyOf(const UserNotification& notification, unsigned options)
+{
+    enum Urgency : std::uint8_t { low, normal, critical };
+    const PropertyList* value = payloadValue(notification, "interruption-level");
+    const std::string level = value != nullptr && value->text() != nullptr ? *value->text() : "";
+    if (level == "passive" || (options & PresentationOptions::banner) == 0)
+        return low;
+    return level == "critical" || level == "time-sensitive" ? critical : normal;
+}
+
+std::map<std::string, sdbus::Variant> hintsOf(const UserNotification& notification, unsigned options,
+                                              const std::string& desktopEntry)
+{
+    // No category: those there are mean mails, calls, devices and the like.
+    std::map<std::string, sdbus::Variant> hints{{"desktop-entry", desktopEntry},
+                                                {"urgency", urgencyOf(notification, options)},
+                                                {"transient", (options & PresentationOptions::list) == 0}};
+    if ((options & PresentationOptions::sound) != 0 && payloadValue(notification, "sound") != nullptr)
+        hints.emplace("sound-name", std::string("message-new-instant"));
+    else
+        hints.emplace("suppress-sound", true);
+    return hints;
+}
+
+} // namespace
+
+struct NotificationServer::Call {
+    sdbus::IProxy& proxy;
+    const char* interface;
+    const char* method;
+    std::chrono::seconds time;
+};
+
+template <typename Value>
+struct NotificationServer::Answer {
+    /// Absent for an error.
+    std::optional<Value> value;
+    /// The connection that gave the value.
+    std::string sender;
+    /// The name of the error. Its text may repeat what was to be shown, and is for no log.
+    std::string error;
+
+    static Answer failure(std::string error)
+    {
+        return {.value = std::nullopt, .sender = {}, .error = std::move(error)};
+    }
+    static Answer read(sdbus::MethodReply& reply)
+    {
+        try {
+            Value value{};
+            reply >> value;
+            if (reply)
+                return {.value = std::move(value), .sender = reply.getSender(), .error = {}};
+        } catch (const sdbus::Error&) {
+            // Of another type than it ought to be.
+        }
+        return failure("an answer that cannot be read");
+    }
+};
+
+NotificationServer::NotificationServer(const Ports& ports, Application application)
+    : m_ports(ports),
+      m_application(std::move(application)),
+      m_errorLine(ports.log),
+      m_busProxy(sdbus::createProxy(ports.bus.connection(), busName, "/org/freedesktop/DBus")),
+      m_serverProxy(sdbus::createProxy(ports.bus.connection(), serverName, "/org/freedesktop/Notifications"))
+{
+    m_ports.bus.watchNames("arg0='org.freedesktop.Notifications'",
+                           [this](const std::string&, const std::string& owner) {
+                               onMainQueue([this, owner] { adopt(owner); });
+                           });
+    m_ports.bus.connection().addMatch(
+        "type='signal',sender='org.freedesktop.Notifications',"
+        "path='/org/freedesktop/Notifications',"
+        "interface='org.freedesktop.Notifications'",
+        [this](sdbus::Message& signal) { hear(signal); }, sdbus::floating_slot);
+    ask<std::string>(
+        {*m_busProxy, busName, "GetNameOwner", answerTime},
+        [this](const Answer<std::string>& answer) {
+            if (answer.value)
+                adopt(*answer.value);
+        },
+        std::string(serverName));
+}
+
+NotificationServer::~NotificationServer() = default;
+
+void NotificationServer::show(const UserNotification& notification, unsigned options,
+                              std::function<void(bool isShown)> completion, std::function<void()> onResponse)
+{
+    if ((options & (PresentationOptions::list | PresentationOptions::banner)) == 0) {
+        completion(false);
+        return;
+    }
+    const unsigned number = m_nextNumber++;
+    Request& request = m_requests[number];
+    request = {.notification = notification,
+               .options = options,
+               .completion = std::move(completion),
+               .onResponse = std::move(onResponse),
+               .deadline = m_ports.timers.scheduledTimer(answerTime, [this, number] { giveUp(number); })};
+    if (m_server.capabilities)
+        send(number, request, *m_server.capabilities);
+    else
+        askForCapabilities();
+}
+
+template <typename Value, typename... Arguments>
+void NotificationServer::ask(const Call& call, std::function<void(const Answer<Value>&)> take,
+                             const Arguments&... arguments)
+{
+    const auto answered = [this, take = std::move(take)](Answer<Value> answer) {
+        onMainQueue([take, answer = std::move(answer)] { take(answer); });
+    };
+    try {
+        auto message = call.proxy.createMethodCall(call.interface, call.method);
+        static_cast<void>((message << ... << arguments));
+        call.proxy.callMethod(
+            message,
+            [answered](sdbus::MethodReply& reply, const sdbus::Error* error) {
+                answered(error == nullptr ? Answer<Value>::read(reply)
+                                          : Answer<Value>::failure(error->getName()));
+            },
+            call.time);
+    } catch (const sdbus::Error& error) { // The bus has gone.
+        answered(Answer<Value>::failure(error.getName()));
+    }
+}
+
+void NotificationServer::onMainQueue(std::function<void()> work)
+{
+    m_ports.mainQueue.async([life = std::weak_ptr(m_life), work = std::move(work)] {
+        if (!life.expired())
+            work();
+    });
+}
+
+void NotificationServer::adopt(const std::string& owner)
+{
+    if (owner == m_server.owner)
+        return;
+    m_server = {};
+    m_server.owner = owner;
+    m_errorLine.reset();
+    if (!owner.empty())
+        askForInformation();
+    if (!owner.empty() || std::ranges::any_of(m_requests, [](auto& each) { return !each.second.isSent; }))
+        askForCapabilities();
+}
+
+void NotificationServer::askForInformation()
+{
+    // Name, vendor, version and the version of the protocol.
+    using Reply = std::tuple<std::string, std::string, std::string, std::string>;
+    ask<Reply>({*m_serverProxy, serverName, "GetServerInformation", lateAnswerTime},
+               [this](const Answer<Reply>& answer) {
+                   if (answer.value && answer.sender == m_server.owner)
+                       m_server.information = {.name = plainText(std::get<0>(*answer.value), ' '),
+                                               .version = plainText(std::get<2>(*answer.value), ' ')};
+               });
+}
+
+void NotificationServer::askForCapabilities()
+{
+    if (std::exchange(m_server.isAskedForCapabilities, true))
+        return;
+    using Reply = std::vector<std::string>;
+    ask<Reply>({*m_serverProxy, serverName, "GetCapabilities", capabilitiesTime},
+               [this, askedOwner = m_server.owner](const Answer<Reply>& answer) {
+                   takeCapabilities(askedOwner, answer);
+               });
+}
+
+void NotificationServer::takeCapabilities(const std::string& askedOwner,
+                                          const Answer<std::vector<std::string>>& answer)
+{
+    if (askedOwner != m_server.owner)
+        return; // Its successor has been asked.
+    m_server.isAskedForCapabilities = false;
+    Capabilities capabilities;
+    if (answer.value) {
+        const auto has = [&](const char* name) {
+            return std::ranges::find(*answer.value, name) != answer.value->end();
+        };
+        capabilities = {
+            .hasActions = has("actions"), .hasBody = has("body"), .hasBodyMarkup = has("body-markup")};
+    }
+    if (!m_server.owner.empty())
+        m_server.capabilities = capabilities;
+    for (auto& [number, request] : m_requests)
+        if (!request.isSent)
+            send(number, request, capabilities);
+}
+
+void NotificationServer::send(unsigned number, Request& request, const Capabilities& capabilities)
+{
+    request.isSent = true;
+    const Texts texts = textsOf(request.notification, m_application.name, capabilities);
+    std::vector<std::string> actions;
+    if (capabilities.hasActions)
+        actions = {"default", "Open"};
+    constexpr std::uint32_t replacesNone = 0;
+    constexpr std::int32_t expiresByDefault = -1;
+    ask<std::uint32_t>(
+        {*m_serverProxy, serverName, "Notify", lateAnswerTime},
+        [this, number](const Answer<std::uint32_t>& answer) { takeAnswer(number, answer); },
+        m_application.name, replacesNone, std::string(), texts.summary, texts.body, actions,
+        hintsOf(request.notification, request.options, m_application.desktopEntry), expiresByDefault);
+}
+
+void NotificationServer::takeAnswer(unsigned number, const Answer<std::uint32_t>& answer)
+{
+    const Request request = std::move(m_requests.extract(number).mapped());
+    const std::uint32_t id = answer.value.value_or(0);
+    const bool isOfPresentServer = id != 0 && answer.sender == m_server.owner;
+    if (!request.completion) {
+        if (isOfPresentServer)
+            ask<std::tuple<>>(
+                {*m_serverProxy, serverName, "CloseNotification", answerTime}, [](const auto&) {}, id);
+    } else if (id == 0) {
+        fail(request, answer.value ? "an id that is none" : answer.error);
+    } else {
+        m_errorLine.reset();
+        if (isOfPresentServer)
+            remember(id, request.onResponse);
+        request.completion(true);
+    }
+}
+
+void NotificationServer::giveUp(unsigned number)
+{
+    const auto found = m_requests.find(number);
+    const Request request = std::exchange(found->second, {});
+    found->second.isSent = request.isSent;
+    if (!request.isSent)
+        m_requests.erase(found);
+    fail(request, "no answer in time");
+}
+
+void NotificationServer::fail(const Request& request, const std::string& reason)
+{
+    m_errorLine.say("The notification server does not show notifications: " + reason);
+    request.completion(false);
+}
+
+void NotificationServer::remember(std::uint32_t id, std::function<void()> onResponse)
+{
+    std::erase_if(m_server.shown, [id](const Shown& shown) { return shown.id == id; });
+    if (m_server.shown.size() == maximumShownCount)
+        m_server.shown.erase(m_server.shown.begin());
+    m_server.shown.push_back({id, std::move(onResponse)});
+}
+
+void NotificationServer::hear(sdbus::Message& signal)
+{
+    constexpr std::uint32_t dismissedByTheUser = 2;
+    try {
+        const std::string member = signal.getMemberName();
+        if (member != "ActionInvoked" && member != "NotificationClosed")
+            return;
+        std::uint32_t id = 0;
+        std::uint32_t reason = dismissedByTheUser;
+        signal >> id;
+        if (member == "NotificationClosed")
+            signal >> reason;
+        const bool isResponse = reason == dismissedByTheUser;
+        onMainQueue([this, sender = signal.getSender(), id, isResponse] { end(sender, id, isResponse); });
+    } catch (const sdbus::Error&) {
+        // Not what the signal ought to carry.
+    }
+}
+
+void NotificationServer::end(const std::string& sender, std::uint32_t id, bool isResponse)
+{
+    auto& all = m_server.shown;
+    const auto found = std::ranges::find(all, id, &Shown::id);
+    // A peer may send its signals straight to this connection, past the rule that names the server.
+    if (sender != m_server.owner || found == all.end())
+        return;
+    const auto onResponse = std::move(found->onResponse);
+    all.erase(found);
+    if (isResponse)
+        onResponse();
+}
+
+} // namespace Platform::Linux

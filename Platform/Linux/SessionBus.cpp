@@ -1,0 +1,73 @@
+#include "Platform/Linux/SessionBus.h"
+
+#include "Platform/Linux/AdapterLog.h"
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <pthread.h>
+#include <stdexcept>
+#include <utility>
+
+namespace Platform::Linux {
+
+SessionBus::SessionBus(const AdapterLog& log) : m_log(log)
+{
+    try {
+        m_connection = sdbus::createSessionBusConnection();
+    } catch (const sdbus::Error& error) {
+        throw std::runtime_error("There is no session bus: " + error.getMessage());
+    }
+}
+
+SessionBus::~SessionBus()
+{
+    stop();
+}
+
+void SessionBus::watchNames(std::string_view match,
+                            std::function<void(const std::string& name, const std::string& owner)> callback)
+{
+    const std::string rule =
+        std::string("type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+                    "interface='org.freedesktop.DBus',member='NameOwnerChanged',")
+            .append(match);
+    m_connection->addMatch(
+        rule,
+        [callback = std::move(callback)](sdbus::Message& message) {
+            // What a peer sends straight to this connection passes any rule that names its sender.
+            if (message.getSender() != "org.freedesktop.DBus")
+                return;
+            std::string name;
+            std::string previousOwner;
+            std::string owner;
+            message >> name >> previousOwner >> owner;
+            callback(name, owner);
+        },
+        sdbus::floating_slot);
+}
+
+void SessionBus::start()
+{
+    m_thread = std::thread([this] { run(); });
+    ::pthread_setname_np(m_thread.native_handle(), "session bus");
+}
+
+void SessionBus::stop()
+{
+    if (!m_thread.joinable())
+        return;
+    m_connection->leaveEventLoop();
+    m_thread.join();
+}
+
+void SessionBus::run()
+{
+    try {
+        m_connection->enterEventLoop();
+    } catch (const sdbus::Error& error) {
+        m_log.error("The session bus went away; notifications and pushes come back with the next start: " +
+                    error.getMessage());
+    }
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,110 @@
+#include "Platform/Linux/UnifiedPushRegistration.h"
+
+#include "Platform/Encoding.h"
+#include "Platform/Linux/UnifiedPushConnector.h"
+#include "Platform/UserDefaults.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <sys/random.h>
+#include <system_error>
+
+namespace Platform::Linux {
+
+namespace {
+
+constexpr std::string_view tokenKey = "UnifiedPush.Token";
+constexpr std::string_view privateKeyKey = "UnifiedPush.PrivateKey";
+constexpr std::string_view authSecretKey = "UnifiedPush.AuthSecret";
+constexpr std::string_view distributorKey = "UnifiedPush.Distributor";
+constexpr std::string_view endpointKey = "UnifiedPush.Endpoint";
+
+/// A random UUID (RFC 9562, version 4).
+std::string randomUUID()
+{
+    Data bytes(16);
+    if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+        throw std::system_error(errno, std::generic_category(), "getrandom");
+    bytes[6] = (bytes[6] & std::byte{0x0f}) | std::byte{0x40};
+    bytes[8] = (bytes[8] & std::byte{0x3f}) | std::byte{0x80};
+    std::string text = hexadecimalText(bytes);
+    for (const std::size_t dash : {8U, 13U, 18U, 23U})
+        text.insert(dash, 1, '-');
+    return text;
+}
+
+bool isThisDevice(const std::string& host)
+{
+    in_addr address{};
+    constexpr unsigned loopbackNet = 127;
+    return host == "localhost" || host == "[::1]" ||
+           (::inet_pton(AF_INET, host.c_str(), &address) == 1 &&
+            ::ntohl(address.s_addr) >> 24U == loopbackNet);
+}
+
+} // namespace
+
+bool isUsablePushEndpoint(std::string_view endpoint)
+{
+    constexpr std::string_view https = "https://";
+    constexpr std::string_view http = "http://";
+    const bool isSecure = endpoint.starts_with(https);
+    const bool isURL = std::all_of(endpoint.begin(), endpoint.end(), [](char character) {
+        return character > ' ' && character <= '~' &&
+               std::string_view("\"<>\\^`{|}").find(character) == std::string_view::npos;
+    });
+    if (!isURL || (!isSecure && !endpoint.starts_with(http)))
+        return false;
+    endpoint.remove_prefix(isSecure ? https.size() : http.size());
+    const auto authority = endpoint.substr(0, endpoint.find_first_of("/?#"));
+    if (authority.find('@') != std::string_view::npos)
+        return false;
+    const auto hostSize = authority.starts_with('[') ? authority.find(']') + 1 : authority.find(':');
+    const std::string host(authority.substr(0, hostSize));
+    return !host.empty() && (isSecure || isThisDevice(host));
+}
+
+UnifiedPushRegistration::UnifiedPushRegistration(std::string token, WebPushKeys keys)
+    : m_token(std::move(token)), m_keys(std::move(keys))
+{}
+
+std::optional<UnifiedPushRegistration> UnifiedPushRegistration::stored(const UserDefaults& store)
+{
+    const std::string token = store.text(tokenKey).value_or("");
+    const auto keys = WebPushKeys::fromStored(store.data(privateKeyKey).value_or(Data()),
+                                              store.data(authSecretKey).value_or(Data()));
+    if (token.empty() || token.size() > UnifiedPushConnector::maximumTokenSize || !keys)
+        return std::nullopt;
+    UnifiedPushRegistration registration(token, *keys);
+    registration.m_distributor = store.text(distributorKey).value_or("");
+    registration.m_endpoint = store.text(endpointKey).value_or("");
+    return registration;
+}
+
+UnifiedPushRegistration UnifiedPushRegistration::make(UserDefaults& store)
+{
+    UnifiedPushRegistration registration(randomUUID(), WebPushKeys::generate());
+    const std::array<UserDefaults::Entry, 5> entries{{{tokenKey, registration.m_token},
+                                                      {privateKeyKey, registration.m_keys.privateKey()},
+                                                      {authSecretKey, registration.m_keys.authSecret()},
+                                                      {distributorKey, ""},
+                                                      {endpointKey, ""}}};
+    store.write(entries);
+    return registration;
+}
+
+void UnifiedPushRegistration::setEndpoint(UserDefaults& store, const std::string& distributor,
+                                          const std::string& endpoint)
+{
+    if (m_distributor == distributor && m_endpoint == endpoint)
+        return;
+    m_distributor = distributor;
+    m_endpoint = endpoint;
+    const std::array<UserDefaults::Entry, 2> entries{
+        {{distributorKey, m_distributor}, {endpointKey, m_endpoint}}};
+    store.write(entries);
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Platform/Linux/WebPush.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Platform {
+class UserDefaults;
+} // namespace Platform
+
+namespace Platform::Linux {
+
+/// What distributors know this application by, and what came of it: kept in a store, so that this device is
+/// the same receiver after a restart.
+///
+/// Threads: one at a time.
+class UnifiedPushRegistration {
+public:
+    /// Absent when nothing is stored there, or nothing that makes sense.
+    static std::optional<UnifiedPushRegistration> stored(const UserDefaults& store);
+    /// A new one, which takes the place of what is stored. Throws `WebPushError` or `std::system_error` when
+    /// the system has no random bytes.
+    static UnifiedPushRegistration make(UserDefaults& store);
+
+    /// A random UUID: whoever knows it may call us as the distributor.
+    [[nodiscard]] const std::string& token() const { return m_token; }
+    [[nodiscard]] const WebPushKeys& keys() const { return m_keys; }
+    /// The bus name of the one that registered us; empty: none yet.
+    [[nodiscard]] const std::string& distributor() const { return m_distributor; }
+    /// Where pushes are to be sent; empty: nowhere yet.
+    [[nodiscard]] const std::string& endpoint() const { return m_endpoint; }
+
+    void setEndpoint(UserDefaults& store, const std::string& distributor, const std::string& endpoint);
+
+private:
+    UnifiedPushRegistration(std::string token, WebPushKeys keys);
+
+    std::string m_token;
+    WebPushKeys m_keys;
+    std::string m_distributor;
+    std::string m_endpoint;
+};
+
+/// Whether a backend may be told to send there: over https, or within this device.
+bool isUsablePushEndpoint(std::string_view endpoint);
+
+} // namespace Platform::Linux

@@ -1,0 +1,298 @@
+#include "Platform/Linux/UnifiedPushService.h"
+
+#include "Platform/FatalError.h"
+#include "Platform/Linux/PushPayload.h"
+#include "Platform/Linux/PushRegistrationError.h"
+#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/WebPush.h"
+
+#include <fmt/format.h>
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <algorithm>
+#include <span>
+#include <utility>
+
+namespace Platform::Linux {
+
+void UnifiedPushService::MainThread::operator()(DispatchQueue::Work work) const
+{
+    if (life.expired())
+        return;
+    queue->async([life = life, work = std::move(work)] {
+        if (!life.expired())
+            work();
+    });
+}
+
+UnifiedPushService::UnifiedPushService(const Ports& ports, Settings settings)
+    : m_ports(ports),
+      m_settings(std::move(settings)),
+      m_distributors(ports.bus, m_settings.answerTime),
+      m_failureLine(ports.log)
+{
+    if (m_settings.description.size() > maximumDescriptionSize)
+        fatalError("the description for push distributors is longer than they take");
+}
+
+UnifiedPushService::~UnifiedPushService() = default;
+
+void UnifiedPushService::start(PushServiceListener& listener)
+{
+    m_listener = &listener;
+    m_registration = UnifiedPushRegistration::stored(m_ports.store);
+    if (m_registration) {
+        m_knownEndpoint = m_registration->endpoint();
+        m_distributor = m_registration->distributor();
+    }
+    listenOnBus();
+    claimName();
+    if (m_registration)
+        begin();
+}
+
+void UnifiedPushService::registerDevice()
+{
+    if (!m_registration)
+        m_registration = UnifiedPushRegistration::make(m_ports.store);
+    m_owed = Owed::tokenOrError;
+    m_mayRegisterAgain = true;
+    if (m_step == Step::idle)
+        begin();
+}
+
+void UnifiedPushService::listenOnBus()
+{
+    try {
+        m_connector = std::make_unique<UnifiedPushConnector>(
+            m_ports.bus, [this](Call call) { m_onMain([this, call = std::move(call)] { receive(call); }); });
+        m_ports.bus.watchNames("arg0namespace='org.unifiedpush.Distributor'",
+                               [this](const std::string& name, const std::string& owner) {
+                                   m_onMain([this, name, owner] { ownerChanged(name, owner); });
+                               });
+    } catch (const sdbus::Error& error) {
+        m_ports.log.error("Push distributors cannot reach this application: " + error.getMessage());
+    }
+}
+
+/// False when another program has the name. A bus that has gone fails the next call as well.
+bool UnifiedPushService::claimName()
+{
+    if (m_isNameOurs)
+        return true;
+    try {
+        m_ports.bus.connection().requestName(m_settings.serviceName);
+        m_isNameOurs = true;
+    } catch (const sdbus::Error& error) {
+        return error.getName() != "org.freedesktop.DBus.Error.FileExists";
+    }
+    return true;
+}
+
+void UnifiedPushService::begin()
+{
+    ++m_run;
+    m_step = Step::choosing;
+    const auto completion = next(&UnifiedPushService::choose);
+    if (claimName())
+        m_distributors.find(completion);
+    else
+        completion(pushRegistrationError(
+            PushRegistrationErrorCode::nameTaken,
+            fmt::format("Another program has the name {} on the session bus, so that no push can reach this "
+                        "one. End it and start this application again.",
+                        m_settings.serviceName)));
+}
+
+/// Goes on with `step` on the main thread, unless another run has begun by then, or what came is an error.
+template <typename Value>
+UnifiedPushDistributors::Completion<Value>
+UnifiedPushService::next(void (UnifiedPushService::*step)(const Value&))
+{
+    return [this, step, run = m_run](std::variant<Value, Error> outcome) {
+        m_onMain([this, step, run, outcome = std::move(outcome)] {
+            if (run != m_run)
+                return;
+            if (const auto* error = std::get_if<Error>(&outcome))
+                fail(*error);
+            else
+                (this->*step)(std::get<Value>(outcome));
+        });
+    };
+}
+
+void UnifiedPushService::choose(const Names& names)
+{
+    if (names.empty()) {
+        fail(
+            pushRegistrationError(PushRegistrationErrorCode::noDistributor,
+                                  "No push distributor runs or is installed. Install one for UnifiedPush, or "
+                                  "start it."));
+        return;
+    }
+    const auto isThere = [&](const std::string& name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    std::string choice = names.front();
+    if (isThere(preferredName()))
+        choice = preferredName();
+    else if (isThere(m_registration->distributor()))
+        choice = m_registration->distributor();
+    if (choice != m_distributor) {
+        m_distributor = choice;
+        m_owner.clear();
+    }
+    m_step = Step::identifying;
+    m_distributors.identify(m_distributor, next(&UnifiedPushService::identified));
+}
+
+void UnifiedPushService::identified(const Identity& identity)
+{
+    m_owner = identity.owner;
+    m_step = Step::registering;
+    m_distributors.registerAt(m_distributor, identity.protocol,
+                              {m_settings.serviceName, m_registration->token(), m_settings.description},
+                              next(&UnifiedPushService::registered));
+}
+
+void UnifiedPushService::registered(const Registered&)
+{
+    m_step = Step::idle;
+    m_failureLine.reset();
+    if (m_registration->distributor() != m_distributor)
+        m_registration->setEndpoint(m_ports.store, m_distributor, "");
+    // Not every distributor tells an endpoint again that has not changed.
+    if (m_owed != Owed::nothing && !m_registration->endpoint().empty())
+        announceToken();
+}
+
+void UnifiedPushService::fail(const Error& error)
+{
+    m_step = Step::idle;
+    if (m_owed == Owed::tokenOrError) {
+        m_owed = Owed::token;
+        m_listener->didFailToRegister(error);
+    } else {
+        m_failureLine.say(error.localizedDescription);
+    }
+}
+
+void UnifiedPushService::ownerChanged(const std::string& name, const std::string& owner)
+{
+    const bool isOurs = name == m_distributor;
+    const std::string previousOwner = isOurs ? std::exchange(m_owner, owner) : "";
+    if (!m_registration)
+        return;
+    if (owner.empty()) {
+        // It will not answer any more; perhaps another one does.
+        if (isOurs && m_step != Step::idle && std::exchange(m_mayRegisterAgain, false))
+            begin();
+        return;
+    }
+    const bool isStartedByUs = isOurs && m_step == Step::identifying && previousOwner.empty();
+    if (isStartedByUs || owner == previousOwner)
+        return;
+    if (isOurs || m_owner.empty() || name == preferredName()) {
+        m_mayRegisterAgain = true;
+        begin();
+    }
+}
+
+void UnifiedPushService::receive(const Call& call)
+{
+    // The token is the proof; who else may know it is not whom we asked.
+    if (!m_registration || call.token != m_registration->token() ||
+        (!m_owner.empty() && call.sender != m_owner)) {
+        m_connector->answer(call.number, Answer::ignored);
+        return;
+    }
+    switch (call.method) {
+    case UnifiedPushConnector::Method::newEndpoint:
+        receiveEndpoint(call);
+        break;
+    case UnifiedPushConnector::Method::unregistered:
+        receiveEnd(call);
+        break;
+    case UnifiedPushConnector::Method::message:
+        receiveMessage(call);
+        break;
+    }
+}
+
+void UnifiedPushService::receiveEndpoint(const Call& call)
+{
+    const bool isUsable = isUsablePushEndpoint(call.content);
+    if (isUsable)
+        m_registration->setEndpoint(m_ports.store, m_distributor, call.content);
+    else
+        m_ports.log.error(
+            fmt::format("The push distributor {} gave an endpoint that is no https address.", m_distributor));
+    m_connector->answer(call.number, isUsable ? Answer::done : Answer::ignored);
+    if (isUsable && (m_owed != Owed::nothing || call.content != m_knownEndpoint))
+        announceToken();
+}
+
+void UnifiedPushService::receiveEnd(const Call& call)
+{
+    m_registration->setEndpoint(m_ports.store, m_registration->distributor(), "");
+    m_connector->answer(call.number, Answer::done);
+    if (m_step != Step::idle)
+        return;
+    if (std::exchange(m_mayRegisterAgain, false))
+        begin();
+    else
+        fail(pushRegistrationError(
+            PushRegistrationErrorCode::refused,
+            fmt::format("The push distributor {} has ended the registration each time it was renewed. Look "
+                        "into its settings, then restart it.",
+                        m_distributor)));
+}
+
+void UnifiedPushService::receiveMessage(const Call& call)
+{
+    // An answer as well to what is refused: it would come again, and be refused again.
+    const auto conclude = [this, number = call.number](const std::optional<std::string>& refusal) {
+        if (refusal)
+            m_ports.log.error("A push message was refused: " + *refusal);
+        m_connector->answer(number, Answer::done);
+    };
+    const auto payload = readMessage(call.content);
+    if (const auto* refusal = std::get_if<std::string>(&payload)) {
+        conclude(*refusal);
+        return;
+    }
+    m_listener->didReceive(std::get<PropertyList::Dictionary>(payload),
+                           [conclude, onMain = m_onMain](std::optional<std::string> refusal) {
+                               onMain([conclude, refusal = std::move(refusal)] { conclude(refusal); });
+                           });
+}
+
+void UnifiedPushService::announceToken()
+{
+    m_owed = Owed::nothing;
+    m_knownEndpoint = m_registration->endpoint();
+    const std::string subscription = webPushSubscription(m_registration->endpoint(), m_registration->keys());
+    const auto bytes = std::as_bytes(std::span(subscription));
+    m_listener->didRegister(Data(bytes.begin(), bytes.end()));
+}
+
+/// The payload, or the refusal: a text that tells nothing of the content, since it goes to the log.
+std::variant<PropertyList::Dictionary, std::string>
+UnifiedPushService::readMessage(const std::string& message) const
+{
+    try {
+        auto payload = readPushPayload(m_registration->keys().decrypt(message));
+        if (std::holds_alternative<std::string>(payload))
+            return "what it says is not the JSON object that a payload is";
+        return payload;
+    } catch (const WebPushError& error) {
+        return error.what();
+    }
+}
+
+std::string UnifiedPushService::preferredName() const
+{
+    return std::string(UnifiedPushDistributors::namePrefix) + m_settings.preferredDistributor;
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,140 @@
+#pragma once
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/UnifiedPushConnector.h"
+#include "Platform/Linux/UnifiedPushDistributors.h"
+#include "Platform/Linux/UnifiedPushRegistration.h"
+#include "Platform/PushService.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Platform {
+class UserDefaults;
+} // namespace Platform
+
+namespace Platform::Linux {
+
+/// Pushes by way of a UnifiedPush distributor on the session bus: a program of the user's choice that holds
+/// the connection to a push server for all applications. The device token is the UTF-8 text of a Web Push
+/// subscription; messages are encrypted for its keys, and one that does not decrypt is never delivered.
+///
+/// The distributor is the preferred one if it is there, else the one of last time, else the first in the
+/// alphabet. It is asked at every start, always with the same registration token, and again whenever a
+/// distributor comes that may serve better than what there is; never by a timer. One that goes is not
+/// replaced before another one comes or the application asks, since it mostly goes to be restarted. A
+/// distributor has its answer to a message when the listener has completed it.
+///
+/// Threads: main, the destructor included. Ownership: refers to its ports; the bus must be stopped, but not
+/// gone, before this goes. Work that waits on the main queue then is dropped.
+/// Errors: those of `PushRegistrationErrorCode` to the listener when the application waits for an answer,
+/// else one line to the log, as for each message that is refused. An error does not end the wish: what was
+/// asked for comes once a distributor makes it possible.
+class UnifiedPushService final : public PushService {
+public:
+    struct Ports {
+        SessionBus& bus;
+        /// Keeps what makes this the same receiver after a restart, the private key included.
+        UserDefaults& store;
+        DispatchQueue& mainQueue;
+        const AdapterLog& log;
+    };
+
+    struct Settings {
+        /// Requested on the bus; distributors call it.
+        std::string serviceName;
+        /// What a distributor shows for this application; at most 100 bytes.
+        std::string description;
+        /// What follows `UnifiedPushDistributors::namePrefix`; empty: none.
+        std::string preferredDistributor = {};
+        /// How long a distributor may take for one answer, its own start included.
+        std::chrono::milliseconds answerTime = std::chrono::seconds(30);
+    };
+
+    static constexpr std::size_t maximumDescriptionSize = 100;
+
+    UnifiedPushService(const Ports& ports, Settings settings);
+    ~UnifiedPushService() override;
+    UnifiedPushService(const UnifiedPushService&) = delete;
+    UnifiedPushService& operator=(const UnifiedPushService&) = delete;
+
+    void start(PushServiceListener& listener) override;
+    void registerDevice() override;
+
+private:
+    using Call = UnifiedPushConnector::Call;
+    using Answer = UnifiedPushConnector::Answer;
+    using Identity = UnifiedPushDistributors::Identity;
+    using Registered = UnifiedPushDistributors::Registered;
+    using Names = std::vector<std::string>;
+
+    /// How far the asking of a distributor has come.
+    enum class Step { idle, choosing, identifying, registering };
+
+    /// What the listener has yet to get.
+    enum class Owed { nothing, token, tokenOrError };
+
+    /// Takes work to the main thread, from any; drops it once the service has gone.
+    struct MainThread {
+        DispatchQueue* queue;
+        std::weak_ptr<const bool> life;
+
+        void operator()(DispatchQueue::Work work) const;
+    };
+
+    void listenOnBus();
+    bool claimName();
+
+    // Asking a distributor, step by step. Each `begin` makes what is under way void.
+    void begin();
+    template <typename Value>
+    UnifiedPushDistributors::Completion<Value> next(void (UnifiedPushService::*step)(const Value&));
+    void choose(const Names& names);
+    void identified(const Identity& identity);
+    void registered(const Registered&);
+    void fail(const Error& error);
+
+    // What comes over the bus.
+    void ownerChanged(const std::string& name, const std::string& owner);
+    void receive(const Call& call);
+    void receiveEndpoint(const Call& call);
+    void receiveEnd(const Call& call);
+    void receiveMessage(const Call& call);
+
+    void announceToken();
+    [[nodiscard]] std::variant<PropertyList::Dictionary, std::string>
+    readMessage(const std::string& message) const;
+    [[nodiscard]] std::string preferredName() const;
+
+    const Ports m_ports;
+    const Settings m_settings;
+    const std::shared_ptr<const bool> m_life = std::make_shared<const bool>(true);
+    const MainThread m_onMain{&m_ports.mainQueue, m_life};
+    PushServiceListener* m_listener = nullptr;
+    /// Absent until the application asks for the first time on this device.
+    std::optional<UnifiedPushRegistration> m_registration;
+    Owed m_owed = Owed::nothing;
+    /// What the application's token was made of; empty: it has none.
+    std::string m_knownEndpoint;
+
+    UnifiedPushDistributors m_distributors;
+    std::unique_ptr<UnifiedPushConnector> m_connector;
+    bool m_isNameOurs = false;
+    Step m_step = Step::idle;
+    std::uint64_t m_run = 0;
+    /// The one that is, or was last, asked; empty: none.
+    std::string m_distributor;
+    /// The unique name of its connection; empty while that is not known.
+    std::string m_owner;
+    /// One that ends the registration, or goes while it is asked, is made up for once, but not for ever.
+    bool m_mayRegisterAgain = true;
+    ErrorLine m_failureLine;
+};
+
+} // namespace Platform::Linux

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Platform/UserNotificationCenter.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+
+// What the system's side of notifications is made of: where they enter, who shows them, who asks the user.
+
+namespace Platform {
+
+/// Where notifications enter the centre. Threads: main.
+class UserNotificationDelivery {
+public:
+    using Completion = std::function<void(std::optional<std::string> refusal)>;
+
+    virtual ~UserNotificationDelivery() = default;
+
+    /// Hands `notification` to the delegate while the application is in front, and shows it. `completion` is
+    /// called exactly once, on the main thread: absent when that is done, else why it was not, a sentence
+    /// without a full stop.
+    virtual void deliver(const UserNotification& notification, bool isApplicationActive,
+                         Completion completion) = 0;
+};
+
+/// Shows notifications to the user. Threads: main.
+class NotificationPresenter {
+public:
+    virtual ~NotificationPresenter() = default;
+
+    /// Shows `notification` as `options`, of `PresentationOptions`, say. `completion` is called exactly once,
+    /// on the main thread and perhaps at once: whether it is shown. `onResponse` is called there when the
+    /// user answers: by a tap, an action, or by dismissing it; at most once.
+    virtual void show(const UserNotification& notification, unsigned options,
+                      std::function<void(bool isShown)> completion, std::function<void()> onResponse) = 0;
+};
+
+/// Asks the user whether this application may show notifications. Threads: main.
+class PermissionPrompt {
+public:
+    virtual ~PermissionPrompt() = default;
+
+    /// `completion` is called at most once, on the main thread: when the user has decided.
+    virtual void ask(std::function<void(bool isGranted)> completion) = 0;
+};
+
+} // namespace Platform

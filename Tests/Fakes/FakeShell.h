@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Platform/Shell.h"
+
+#include <utility>
+#include <vector>
+
+/// A user who answers when the test says so.
+class FakePermissionPrompt final : public Platform::PermissionPrompt {
+public:
+    void ask(std::function<void(bool)> completion) override { asked.push_back(std::move(completion)); }
+
+    std::vector<std::function<void(bool)>> asked;
+};
+
+/// Shows what it is given, unless told otherwise; the test taps.
+class FakeNotificationPresenter final : public Platform::NotificationPresenter {
+public:
+    void show(const Platform::UserNotification& notification, unsigned options,
+              std::function<void(bool)> completion, std::function<void()> onResponse) override
+    {
+        if (isWorking)
+            shown.push_back({notification, options, std::move(onResponse)});
+        completion(isWorking);
+    }
+
+    struct Shown {
+        Platform::UserNotification notification;
+        unsigned options;
+        std::function<void()> tap;
+    };
+    bool isWorking = true;
+    std::vector<Shown> shown;
+};

@@ -1,0 +1,179 @@
+#include "Platform/Linux/NotificationServer.h"
+
+#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/WorkerQueue.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <gmock/gmock.h>
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <condition_variable>
+
+using namespace Platform;
+using namespace std::string_literals;
+using testing::ElementsAre;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+using Values = PropertyList::Dictionary;
+using Tell = std::function<void(const std::string& event)>;
+using namespace PresentationOptions;
+constexpr const char* serverName = "org.freedesktop.Notifications";
+/// What ends a notification: the action, or a reason of the protocol.
+enum End : std::uint32_t { tapped, expired, dismissed };
+
+/// A server for as long as it lives, whose ids begin with 1. It tells what it is asked.
+struct FakeServer {
+    enum class Mood { willing, slow, unwilling };
+    /// Without capabilities the question for them is refused.
+    FakeServer(const Texts& capabilities, const Tell& tell, const char* name = serverName)
+    {
+        const auto add = [this](const char* method, auto work) {
+            object->registerMethod(method).onInterface(serverName).implementedAs(std::move(work));
+        };
+        add("GetServerInformation", [] { return std::tuple("Fake"s, "us"s, "7"s, "1.2"s); });
+        add("GetCapabilities", [=] {
+            tell("capabilities?");
+            return capabilities.empty() ? throw sdbus::Error("test.No") : capabilities;
+        });
+        add("CloseNotification", [=](std::uint32_t id) { tell("close " + std::to_string(id)); });
+        add("Notify", [=, this](sdbus::Result<std::uint32_t>&& result, std::string, std::uint32_t,
+                                std::string, std::string summary, std::string body, Texts actions,
+                                std::map<std::string, sdbus::Variant> hints, std::int32_t) {
+            held = std::move(result);
+            tell(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
+                 std::to_string(hints.at("urgency").get<std::uint8_t>()) +
+                 (hints.at("transient").get<bool>() ? " transient" : "") +
+                 (hints.contains("sound-name") ? " sound" : ""));
+            if (mood == Mood::willing)
+                held.returnResults(nextId++);
+            else if (mood == Mood::unwilling)
+                held.returnError(sdbus::Error("test.No", "private"));
+        });
+        object->finishRegistration();
+        bus->requestName(name);
+        bus->enterEventLoopAsync();
+    }
+    /// Tells everybody, or past all rules one connection.
+    void end(std::initializer_list<std::uint32_t> ids, End how, const std::string& receiver = {})
+    {
+        for (const std::uint32_t id : ids) {
+            auto news =
+                object->createSignal(serverName, how == tapped ? "ActionInvoked" : "NotificationClosed");
+            news << id;
+            how == tapped ? news << "default" : news << std::uint32_t{how};
+            if (!receiver.empty())
+                news.setDestination(receiver);
+            object->emitSignal(news);
+        }
+    }
+
+    std::atomic<Mood> mood = Mood::willing;
+    std::atomic<std::uint32_t> nextId = 1;
+    std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
+    std::unique_ptr<sdbus::IObject> object = sdbus::createObject(*bus, "/org/freedesktop/Notifications");
+    sdbus::Result<std::uint32_t> held;
+};
+
+class NotificationServerTest : public testing::Test {
+protected:
+    NotificationServerTest() { bus.start(); }
+    ~NotificationServerTest() override { bus.stop(); }
+    /// Waits until `count` things have happened.
+    Texts happened(std::size_t count)
+    {
+        std::unique_lock lock(mutex);
+        hasNews.wait_for(lock, std::chrono::seconds(20), [&] { return events.size() >= count; });
+        return std::exchange(events, {});
+    }
+    void startServer(const Texts& capabilities)
+    {
+        fake.emplace(capabilities, tell);
+        EXPECT_THAT(happened(1), ElementsAre("capabilities?"));
+    }
+    void show(const std::string& title, const std::string& body = {}, const Values& aps = {},
+              unsigned options = list | banner)
+    {
+        const auto done = [this](bool isShown) { tell(isShown ? "shown" : "not shown"); };
+        mainQueue.async([=, this] {
+            server.show({title, body, {{"aps", aps}}, {}}, options, done,
+                        [=, this] { tell("answer to " + title); });
+        });
+    }
+
+    std::mutex mutex;
+    std::condition_variable hasNews;
+    Texts events;
+    const Tell tell = [this](const std::string& event) {
+        const std::lock_guard lock(mutex);
+        events.push_back(event);
+        hasNews.notify_one();
+    };
+    ManualScheduler timers;
+    RecordingUnifiedLog log;
+    Linux::AdapterLog adapterLog{log, "test"};
+    Linux::SessionBus bus{adapterLog};
+    Linux::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id"}};
+    Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};
+    std::optional<FakeServer> fake;
+};
+
+TEST_F(NotificationServerTest, SaysWhatEachServerUnderstands)
+{
+    const auto shows = [this](const Texts& capabilities, const std::string& title, const std::string& body,
+                              const Values& aps, unsigned options, const std::string& call) {
+        startServer(capabilities);
+        show(title, body, aps, options);
+        EXPECT_THAT(happened(2), ElementsAre(call, "shown"));
+    };
+    const std::string bs(93, 'b');
+    shows({"actions", "body", "body-markup"}, "<", "&<>", {{"sound", "x"}}, banner | sound,
+          "<|&amp;&lt;&gt;|Open|1 transient sound");
+    shows({"body"}, "T", "&<>\n", {{"interruption-level", "critical"}}, banner | list, "T|&<>\n||2");
+    shows({"sound"}, "", "b\n" + bs + "bb", {}, banner | list, "App: b " + bs + "…|||1");
+    shows({}, "T", "<", {{"sound", "x"}}, list, "T|<||0");
+    shows({"body"}, "\0\t\x7f\u0085\n"s, "\xff\xe2\x82(\uffff\x1b€\xc3", {}, list,
+          "  |\ufffd\ufffd(\ufffd€\ufffd||0");
+}
+
+TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)
+{
+    show("too early");
+    EXPECT_THAT(happened(1), ElementsAre("not shown"));
+    startServer({"body"});
+    show("of the first");
+    happened(2);
+    startServer({"body"});
+    fake->end({1}, dismissed);
+    for (std::size_t id = 1; id <= Linux::NotificationServer::maximumShownCount + 1; ++id)
+        show(std::to_string(id));
+    happened(2 * Linux::NotificationServer::maximumShownCount + 2);
+    FakeServer liar({}, tell, "test.Liar");
+    liar.end({2, 3, 4, 5}, tapped, bus.connection().getUniqueName());
+    liar.bus->requestName("test.Flush");
+    fake->object->emitSignal("ActionInvoked").onInterface(serverName).withArguments("no number"s);
+    fake->end({3}, expired);
+    fake->end({1, 999, 2, 3}, tapped);
+    fake->end({2, 4, 5}, dismissed);
+    EXPECT_THAT(happened(3), ElementsAre("answer to 2", "answer to 4", "answer to 5"));
+
+    log.takeLines();
+    fake->mood = FakeServer::Mood::unwilling;
+    show("refused");
+    EXPECT_THAT(happened(2), ElementsAre("refused|||1", "not shown"));
+    EXPECT_THAT(log.takeLines(), ElementsAre(testing::EndsWith("does not show notifications: test.No")));
+    fake->mood = FakeServer::Mood::slow;
+    show("late");
+    EXPECT_THAT(happened(1), ElementsAre("late|||1"));
+    mainQueue.async([this] {
+        timers.advance(Linux::NotificationServer::answerTime);
+        tell(server.information()->name + server.information()->version);
+    });
+    EXPECT_THAT(happened(2), ElementsAre("not shown", "Fake7"));
+    fake->held.returnResults(777);
+    EXPECT_THAT(happened(1), ElementsAre("close 777"));
+}
+
+} // namespace

@@ -1,0 +1,129 @@
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/InstanceLock.h"
+#include "Platform/Linux/LocalPushService.h"
+#include "Platform/Linux/PushPayload.h"
+#include "PushNotifications/NotificationPayloadProcessor.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/Device.h"
+#include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <optional>
+#include <system_error>
+#include <unistd.h>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+using namespace Platform::Linux;
+using PushNotifications::NotificationPayloadProcessor;
+
+/// The payload of the file; of one that is too large as much as shows it. Throws `std::system_error`.
+std::string readPayload(const std::string& file)
+{
+    const FileDescriptor opened(file == "-" ? ::dup(STDIN_FILENO)
+                                            : ::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!opened)
+        throw std::system_error(errno, std::generic_category(), file);
+    std::string bytes(maximumPayloadSize + 1, '\0');
+    std::size_t size = 0;
+    while (size < bytes.size()) {
+        const ssize_t count = ::read(opened.get(), bytes.data() + size, bytes.size() - size);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw std::system_error(errno, std::generic_category(), file);
+        if (count == 0)
+            break;
+        size += static_cast<std::size_t>(count);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+/// Why nobody takes payloads on this device.
+std::string nobodyListens(const DevicePaths& paths, const std::system_error& error)
+{
+    if (!InstanceLock::holder(paths.instanceLock()))
+        return "the app does not run on this device; start it with --push local";
+    return fmt::format("the app does not take payloads here; start it with --push local ({})", error.what());
+}
+
+json::value optionalText(const std::optional<std::string>& text)
+{
+    return text ? json::value(*text) : json::value();
+}
+
+} // namespace
+
+ExitCode notifications(const Options& options, std::int64_t limit)
+{
+    Device device(options, Device::Access::inspect);
+    const auto summaries = NotificationPayloadProcessor::payloadSummaries(device.defaults.standard(), limit);
+    if (options.isJSON) {
+        json::array list;
+        for (const auto& summary : summaries)
+            list.push_back({{"date", summary.date.utcText()},
+                            {"title", optionalText(summary.title)},
+                            {"body", optionalText(summary.body)}});
+        printJSON({{"notifications", std::move(list)}});
+        return success;
+    }
+    if (summaries.empty())
+        fmt::print("There are no notifications.\n");
+    for (const auto& summary : summaries) {
+        const std::string body = summary.body ? "  " + toned(Tone::faint, printable(*summary.body)) : "";
+        fmt::print("{}  {}{}\n", summary.date.utcText(),
+                   summary.title ? printable(*summary.title) : toned(Tone::faint, "(no title)"), body);
+    }
+    return success;
+}
+
+ExitCode push(const Options& options, const std::string& file)
+{
+    std::string payload;
+    try {
+        payload = readPayload(file);
+    } catch (const std::system_error& error) {
+        fmt::print(stderr, "qvctl: {}\n", error.what());
+        return noInput;
+    }
+    const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
+    std::string answer;
+    try {
+        answer = sendToLocalPushService(paths.pushSocket, payload);
+    } catch (const std::system_error& error) {
+        answer = "error: " + nobodyListens(paths, error);
+    }
+    const bool isTaken = answer == "ok";
+    if (options.isJSON)
+        printJSON({{"isDelivered", isTaken}, {"answer", answer}});
+    else if (isTaken)
+        fmt::print("Delivered.\n");
+    if (!isTaken)
+        fmt::print(stderr, "qvctl: not delivered: {}\n",
+                   printable(answer.starts_with("error: ") ? answer.substr(7) : answer));
+    return isTaken ? success : unavailable;
+}
+
+ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status)
+{
+    Device device(options, Device::Access::readWrite);
+    device.shellState.setAuthorizationStatus(status);
+    // The store has told why it could not be written.
+    const bool isSet = device.shellState.authorizationStatus() == status;
+    const auto name = permissionName(device.shellState.authorizationStatus());
+    if (options.isJSON)
+        printJSON({{"notificationPermission", name}});
+    else if (isSet)
+        fmt::print("Notifications: {}\n", name);
+    return isSet ? success : unavailable;
+}
+
+} // namespace Qvctl
