@@ -91,7 +91,7 @@ Texts textsOf(const UserNotification& notification, const std::string& applicati
               const NotificationServer::Capabilities& capabilities)
 {
     Texts texts{.summary = plainText(notification.title, ' '), .body = plainText(notification.body, '\n')};
-    if (texts.summary.empty())
+    if (texts.summary.find_first_not_of(' ') == std::string::npos)
         texts.summary = applicationName;
     if (!capabilities.hasBody && !texts.body.empty())
         return {.summary = shortened(texts.summary + ": " + plainText(texts.body, ' ')), .body = {}};
@@ -152,9 +152,9 @@ struct NotificationServer::Answer {
     /// The name of the error. Its text may repeat what was to be shown, and is for no log.
     std::string error;
 
-    static Answer failure(std::string error)
+    static Answer failure(const std::string& error)
     {
-        return {.value = std::nullopt, .sender = {}, .error = std::move(error)};
+        return {.value = std::nullopt, .sender = {}, .error = error};
     }
     static Answer read(sdbus::MethodReply& reply)
     {
@@ -277,7 +277,9 @@ void NotificationServer::askForCapabilities()
     if (std::exchange(m_server.isAskedForCapabilities, true))
         return;
     using Reply = std::vector<std::string>;
-    ask<Reply>({*m_serverProxy, serverName, "GetCapabilities", capabilitiesTime},
+    // One that the bus has to start is asked again when it is there.
+    const auto time = m_server.owner.empty() ? answerTime : capabilitiesTime;
+    ask<Reply>({*m_serverProxy, serverName, "GetCapabilities", time},
                [this, askedOwner = m_server.owner](const Answer<Reply>& answer) {
                    takeCapabilities(askedOwner, answer);
                });

@@ -176,7 +176,7 @@ UnifiedPushDistributors::UnifiedPushDistributors(SessionBus& bus, std::chrono::m
 
 UnifiedPushDistributors::~UnifiedPushDistributors() = default;
 
-void UnifiedPushDistributors::find(Completion<Names> completion)
+void UnifiedPushDistributors::find(const Completion<Names>& completion)
 {
     const Peer bus{*m_busProxy, "The session bus", "Log out and in again.", m_answerTime};
     askForNames(bus, "ListNames", [=](std::variant<Names, Error> running) {

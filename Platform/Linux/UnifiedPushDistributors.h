@@ -58,7 +58,7 @@ public:
     UnifiedPushDistributors& operator=(const UnifiedPushDistributors&) = delete;
 
     /// The names of those that run and those that the bus can start, each once, in alphabetical order.
-    void find(Completion<std::vector<std::string>> completion);
+    void find(const Completion<std::vector<std::string>>& completion);
     /// Starts the distributor of that name if it does not run.
     void identify(const std::string& name, Completion<Identity> completion);
     /// The endpoint does not come with the answer but as a call, before or after it.

@@ -2,56 +2,29 @@
 
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/WorkerQueue.h"
-#include "Tests/Fakes/FakeDistributor.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tools/Backend/WebPushSender.h"
 
 #include <gmock/gmock.h>
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <condition_variable>
 
 using namespace Platform;
 using namespace Platform::Linux;
 using testing::HasSubstr;
-using Bytes = std::vector<std::uint8_t>;
-using Dictionary = FakeDistributor::Dictionary;
-using Script = FakeDistributor::Script;
-using Seconds = std::chrono::seconds;
 
 namespace {
 
-/// The application among its distributors, and what happens there, line by line.
-struct Stage final : PushServiceListener {
-    ~Stage() override { stop(); }
-    void start(Seconds answerTime = Seconds(20), const std::string& preferred = "")
-    {
-        bus = std::make_unique<SessionBus>(adapterLog);
-        queue = std::make_unique<WorkerQueue>("main", WorkerQueue::Priority::default_);
-        const UnifiedPushService::Ports ports{*bus, store, *queue, adapterLog};
-        const UnifiedPushService::Settings settings{FakeDistributor::application, "Tests", preferred,
-                                                    answerTime};
-        service = std::make_unique<UnifiedPushService>(ports, settings);
-        bus->start();
-        queue->async([this] { service->start(*this); });
-    }
-    void stop()
-    {
-        if (bus)
-            bus->stop();
-        queue.reset();
-        service.reset();
-        bus.reset();
-    }
-    void registerDevice()
-    {
-        queue->async([this] { service->registerDevice(); });
-    }
-    void put(const std::string& suffix, const Script& script = {})
-    {
-        distributors[suffix].reset();
-        const auto tell = [=, this](const std::string& line) { say(suffix + " " + line); };
-        distributors[suffix] = std::make_unique<FakeDistributor>(suffix, tell, script);
-    }
-    void say(const std::string& line)
+using Bytes = std::vector<std::uint8_t>;
+using Dictionary = std::map<std::string, sdbus::Variant>;
+constexpr const char* application = "com.quorvane.test";
+constexpr const char* endpoint = "https://push.example/1";
+
+/// What happens, line by line, whoever tells it.
+struct Transcript {
+    void add(const std::string& line)
     {
         const std::lock_guard lock(mutex);
         lines.push_back(line);
@@ -61,39 +34,115 @@ struct Stage final : PushServiceListener {
     std::string after(const std::string& beginning)
     {
         std::unique_lock lock(mutex);
-        while (hasNews.wait_for(lock, Seconds(20), [this] { return !lines.empty(); })) {
-            const std::string line = std::exchange(lines.front(), {});
-            lines.pop_front();
+        while (hasNews.wait_for(lock, std::chrono::seconds(20), [this] { return !lines.empty(); })) {
+            const std::string line = lines.front();
+            lines.erase(lines.begin());
             if (line.starts_with(beginning))
                 return line.substr(beginning.size());
         }
         return "(nothing)";
     }
+
+    std::mutex mutex;
+    std::condition_variable hasNews;
+    std::vector<std::string> lines;
+};
+
+/// How a distributor answers a registration, if at all, and what it calls then.
+struct Script {
+    Dictionary answer = {{"success", "REGISTRATION_SUCCEEDED"}};
+    std::string followUp = "NewEndpoint";
+    std::string version = "2";
+};
+
+/// A distributor for as long as it lives. It tells which tokens are registered, and how its calls are
+/// answered.
+struct FakeDistributor {
+    FakeDistributor(Transcript& transcript, const std::string& name, const Script& script = {})
+        : tell([name, &transcript](const std::string& event) { transcript.add(name + event); })
+    {
+        const auto one = [=, this](const std::string&, const std::string& token, const std::string&) {
+            tell(" registers " + token);
+            call(script.followUp, token, std::string(endpoint));
+            return std::tuple(script.answer.at("success").get<std::string>(), std::string());
+        };
+        const auto two = [=, this](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
+            tell(" registers " + arguments.at("token").get<std::string>());
+            if (script.answer.empty())
+                return;
+            result.returnResults(script.answer);
+            call(script.followUp, Dictionary{{"token", arguments.at("token")}, {"endpoint", endpoint}});
+        };
+        const std::string interface = "org.unifiedpush.Distributor" + script.version;
+        if (script.version == "1")
+            object->registerMethod("Register").onInterface(interface).implementedAs(one);
+        else
+            object->registerMethod("Register").onInterface(interface).implementedAs(two);
+        object->finishRegistration();
+        bus->requestName("org.unifiedpush.Distributor." + name);
+        bus->enterEventLoopAsync();
+    }
+    ~FakeDistributor() { bus->leaveEventLoop(); }
+
+    /// With one argument by the second version of the interface, else by the first.
+    template <typename... Arguments>
+    void call(const std::string& method, const Arguments&... arguments)
+    {
+        constexpr bool isOld = sizeof...(arguments) > 1;
+        auto call = connector->createMethodCall(
+            isOld ? "org.unifiedpush.Connector1" : "org.unifiedpush.Connector2", method);
+        static_cast<void>((call << ... << arguments));
+        connector->callMethod(call, [=, this](sdbus::MethodReply& reply, const sdbus::Error*) {
+            Dictionary answer;
+            if (!isOld)
+                reply >> answer;
+            tell(" answered " + (answer.contains("id") ? answer.at("id").get<std::string>() : method));
+        });
+    }
+
+    const std::function<void(const std::string&)> tell;
+    std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
+    std::unique_ptr<sdbus::IProxy> connector =
+        sdbus::createProxy(*bus, application, "/org/unifiedpush/Connector");
+    std::unique_ptr<sdbus::IObject> object = sdbus::createObject(*bus, "/org/unifiedpush/Distributor");
+};
+
+struct Application final : PushServiceListener {
+    Application(Transcript& theTranscript, UserDefaults& store, const std::string& preferred = "",
+                std::chrono::seconds answerTime = std::chrono::seconds(20))
+        : transcript(theTranscript),
+          service({bus, store, queue, adapterLog}, {application, "Tests", preferred, answerTime})
+    {
+        bus.start();
+        queue.async([this] { service.start(*this); });
+    }
+    ~Application() override { bus.stop(); }
+
+    void registerDevice()
+    {
+        queue.async([this] { service.registerDevice(); });
+    }
     void didRegister(const Data& token) override
     {
-        say("token " + std::string(reinterpret_cast<const char*>(token.data()), token.size()));
+        transcript.add("token " + std::string(reinterpret_cast<const char*>(token.data()), token.size()));
     }
     void didFailToRegister(const Error& error) override
     {
-        say("error " + std::to_string(error.code) + " " + error.localizedDescription);
+        transcript.add("error " + std::to_string(error.code) + " " + error.localizedDescription);
     }
     void didReceive(const PropertyList::Dictionary& payload, Completion theCompletion) override
     {
         completion = std::move(theCompletion);
-        say("payload " + payload.at("n").description());
+        transcript.add("payload " + payload.at("n").description());
     }
 
-    FakeUserDefaults store;
+    Transcript& transcript;
+    Completion completion;
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
-    std::mutex mutex;
-    std::condition_variable hasNews;
-    std::deque<std::string> lines;
-    Completion completion;
-    std::map<std::string, std::unique_ptr<FakeDistributor>> distributors;
-    std::unique_ptr<SessionBus> bus;
-    std::unique_ptr<WorkerQueue> queue;
-    std::unique_ptr<UnifiedPushService> service;
+    SessionBus bus{adapterLog};
+    UnifiedPushService service;
+    WorkerQueue queue{"main", WorkerQueue::Priority::default_};
 };
 
 Bytes encrypted(const std::string& subscription, const std::string& payload)
@@ -104,77 +153,82 @@ Bytes encrypted(const std::string& subscription, const std::string& payload)
 
 TEST(UnifiedPushServiceTest, IsTheSameReceiverWhoeverComesAndGoes)
 {
-    Stage stage;
-    stage.start();
-    stage.registerDevice();
-    EXPECT_THAT(stage.after("error 1"), HasSubstr("No push distributor"));
-    stage.put("b", {.answer = {{"success", "NEW_ENDPOINT"}}, .version = "1"});
-    const std::string token = stage.after("b registers ");
-    const std::string subscription = stage.after("token ");
-    stage.distributors["b"]->call("Message", token, encrypted(subscription, R"({"n":1})"), std::string("id"));
-    EXPECT_EQ(stage.after("payload "), "1");
-    stage.put("b", {.followUp = "Nothing"});
-    EXPECT_EQ(stage.after("b registers "), token);
-    stage.stop();
-    stage.completion(std::nullopt);
-    stage.put("a");
-    stage.start();
-    EXPECT_EQ(stage.after("b registers "), token);
-    stage.registerDevice();
-    EXPECT_EQ(stage.after("token "), subscription);
-    stage.stop();
-    stage.start(Seconds(20), "a");
-    EXPECT_EQ(stage.after("a registers "), token);
+    Transcript transcript;
+    FakeUserDefaults store;
+    std::optional<Application> app(std::in_place, transcript, store);
+    app->registerDevice();
+    std::optional<FakeDistributor> b(std::in_place, transcript, "b",
+                                     Script{{{"success", "NEW_ENDPOINT"}}, "NewEndpoint", "1"});
+    const std::string token = transcript.after("b registers ");
+    const std::string subscription = transcript.after("token ");
+    b->call("Message", token, encrypted(subscription, R"({"n":1})"), std::string("id"));
+    EXPECT_EQ(transcript.after("payload "), "1");
+    EXPECT_THAT(app->log.takeLines(), testing::IsEmpty());
+    b.reset();
+    app->registerDevice();
+    EXPECT_THAT(transcript.after("error 1"), HasSubstr("No push distributor"));
+    b.emplace(transcript, "b", Script{.followUp = "Nothing"});
+    EXPECT_EQ(transcript.after("b registers "), token);
+    EXPECT_EQ(transcript.after("token "), subscription);
+    const FakeDistributor a(transcript, "a");
+    const auto late = app->completion;
+    app.reset();
+    late(std::nullopt);
+    app.emplace(transcript, store);
+    app->registerDevice();
+    EXPECT_EQ(transcript.after("b registers "), token);
+    EXPECT_EQ(transcript.after("token "), subscription);
+    app.reset();
+    app.emplace(transcript, store, "a");
+    EXPECT_EQ(transcript.after("a registers "), token);
 }
 
 TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotForIt)
 {
-    Stage stage;
-    for (const char* suffix : {"a", "b"})
-        stage.put(suffix);
-    stage.start();
-    stage.registerDevice();
-    const std::string token = stage.after("a registers ");
-    const std::string subscription = stage.after("token ");
-    EXPECT_EQ(stage.after("a answered"), " ");
+    Transcript transcript;
+    FakeUserDefaults store;
+    FakeDistributor known(transcript, "a");
+    FakeDistributor stranger(transcript, "b");
+    Application app(transcript, store);
+    app.registerDevice();
+    const std::string token = transcript.after("a registers ");
+    const std::string subscription = transcript.after("token ");
     const Bytes good = encrypted(subscription, R"({"n":1})");
-    struct Case {
-        sdbus::Variant token;
-        const char* field;
-        sdbus::Variant content;
-        const char* answer = "a answered ";
-        const char* sender = "a";
+    const auto send = [&](FakeDistributor& sender, const auto& whose, const char* field,
+                          const auto& content) {
+        const Dictionary arguments{{"token", whose}, {field, content}, {"id", "7"}};
+        sender.call(std::string(field) == "endpoint" ? "NewEndpoint" : "Message", arguments);
     };
-    const Case cases[] = {
+    send(stranger, token, "message", good);
+    EXPECT_EQ(transcript.after("b answered "), "Message");
+    send(known, "other", "message", good);
+    EXPECT_EQ(transcript.after("a answered Message"), "");
+    const std::tuple<sdbus::Variant, const char*, sdbus::Variant, const char*> cases[] = {
         {token, "message", good, "payload 1"},
         {token, "message", Bytes(4096), "a answered 7"},
         {token, "message", encrypted(subscription, "[]"), "a answered 7"},
-        {token, "message", Bytes(4097)},
-        {token, "message", "text"},
-        {token, "nothing", "text"},
-        {1, "message", good},
-        {"other", "message", good},
-        {token, "message", good, "b answered ", "b"},
-        {token, "endpoint", "http://127.0.0.1.example/"},
-        {token, "endpoint", "http://localhost@b.example/"},
-        {token, "endpoint", "https://a/" + std::string(991, 'a')},
+        {token, "message", Bytes(4097), "a answered Message"},
+        {token, "message", "text", "a answered Message"},
+        {token, "nothing", "text", "a answered Message"},
+        {1, "message", good, "a answered Message"},
+        {token, "endpoint", "http://127.0.0.1.example/", "a answered NewEndpoint"},
+        {token, "endpoint", "http://localhost:1@b.example/", "a answered NewEndpoint"},
+        {token, "endpoint", "https://a/" + std::string(991, 'a'), "a answered NewEndpoint"},
     };
-    for (const Case& row : cases) {
-        const char* method = std::string(row.field) == "endpoint" ? "NewEndpoint" : "Message";
-        const Dictionary arguments{{"token", row.token}, {row.field, row.content}, {"id", "7"}};
-        stage.distributors[row.sender]->call(method, arguments);
-        EXPECT_EQ(stage.after(""), row.answer) << "row " << &row - cases;
+    for (const auto& [whose, field, content, expected] : cases) {
+        send(known, whose, field, content);
+        EXPECT_EQ(transcript.after(""), expected);
     }
-    EXPECT_THAT(stage.log.takeLines(), testing::SizeIs(4));
-    stage.completion("no room");
-    EXPECT_EQ(stage.after(""), "a answered 7");
-    EXPECT_THAT(stage.log.takeLines(), testing::ElementsAre(HasSubstr("no room")));
+    EXPECT_THAT(app.log.takeLines(), testing::SizeIs(4));
+    app.completion("no room");
+    EXPECT_EQ(transcript.after(""), "a answered 7");
+    EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(HasSubstr("no room")));
 }
 
 TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)
 {
-    const auto failure = [](const char* reason) {
-        return Script{.answer = {{"success", "REGISTRATION_FAILED"}, {"reason", reason}}};
+    const auto failure = [](const char* reason) -> Script {
+        return {{{"success", "REGISTRATION_FAILED"}, {"reason", reason}}, "Nothing"};
     };
     const std::pair<Script, const char*> cases[] = {
         {failure("INTERNAL_ERROR"), "^3 .*error of its own"},
@@ -184,19 +238,21 @@ TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)
         {failure("UNAUTHORIZED"), "^6 .*sandbox"},
         {failure("a\nb"), "^6 .*the reason \"a b\""},
         {{{{"success", "REGISTRATION_REFUSED"}}, "Nothing", "1"}, "^6 .*refuses"},
-        {{.answer = {{"success", 1}}, .followUp = "Nothing"}, "^3 .*something else"},
+        {{{{"success", 1}}, "Nothing"}, "^3 .*something else"},
         {{.followUp = "Unregistered"}, "^6 .*ended"},
         {{.version = "3"}, "^3 .*no interface"},
         {{.answer = {}}, "^3 .*does not answer"},
     };
     for (const auto& [script, words] : cases) {
-        Stage stage;
-        stage.put("a", script);
-        stage.start(Seconds(1));
-        stage.registerDevice();
-        EXPECT_THAT(stage.after("error "), testing::ContainsRegex(words));
-        stage.put("a");
-        EXPECT_THAT(stage.after("token "), HasSubstr(FakeDistributor::endpoint)) << words;
+        Transcript transcript;
+        FakeUserDefaults store;
+        std::optional<FakeDistributor> distributor(std::in_place, transcript, "a", script);
+        Application app(transcript, store, "", std::chrono::seconds(script.answer.empty() ? 1 : 20));
+        app.registerDevice();
+        EXPECT_THAT(transcript.after("error "), testing::ContainsRegex(words));
+        distributor.reset();
+        distributor.emplace(transcript, "a");
+        EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint)) << words;
     }
 }
 
