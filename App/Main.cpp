@@ -1,17 +1,25 @@
+#include "App/AppearanceModel.h"
+#include "App/ContentView.h"
+#include "App/LaunchOptions.h"
 #include "App/NotificationAppDelegate.h"
 #include "Core/ConfigurationManager.h"
 #include "Core/Logger.h"
 #include "Platform/Desktop/DesktopApplication.h"
+#include "Platform/Desktop/GuiApplication.h"
 #include "Platform/Desktop/QtRunLoop.h"
+#include "Platform/Desktop/Shell/Shell.h"
+#include "Platform/Desktop/WindowGroup.h"
 #include "Platform/Linux/CurlURLSession.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/DeviceNotificationCenter.h"
+#include "Platform/Linux/DeviceNotificationPreferences.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/FileSystemWatcher.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Linux/JournalLog.h"
 #include "Platform/Linux/LocalPushService.h"
 #include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/PortalAppearance.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/ShellState.h"
 #include "Platform/Linux/StandardErrorLog.h"
@@ -23,15 +31,13 @@
 #include "Platform/Services.h"
 #include "PushNotifications/NotificationPermissionManager.h"
 
-#include <CLI/CLI.hpp>
-
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <map>
 #include <memory>
 #include <optional>
-#include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -51,6 +57,17 @@ public:
     {
         setupLogging();
         setupManagedConfiguration();
+    }
+
+    /// What the only window shows.
+    ContentView& body()
+    {
+        const Platform::Services& services = Platform::services();
+        m_contentView = std::make_unique<ContentView>(
+            ContentView::Ports{Core::Logger::shared(), services.userDefaults.standard(),
+                               PushNotifications::NotificationPermissionManager::shared(),
+                               services.application, services.mainQueue});
+        return *m_contentView;
     }
 
     /// Makes the delegate and lets `application` call it.
@@ -77,26 +94,8 @@ private:
     }
 
     std::shared_ptr<NotificationAppDelegate> m_appDelegate;
+    std::unique_ptr<ContentView> m_contentView;
 };
-
-/// What the dashboard does about notifications when it comes on screen.
-Platform::Task<void> permissionStep(Platform::Application& application, Platform::DispatchQueue& mainQueue)
-{
-    using Platform::AuthorizationStatus;
-    const auto& manager = PushNotifications::NotificationPermissionManager::shared();
-    auto query = manager.currentStatus();
-    const AuthorizationStatus status = co_await std::move(query);
-    bool isAllowed = status == AuthorizationStatus::authorized ||
-                     status == AuthorizationStatus::provisional || status == AuthorizationStatus::ephemeral;
-    if (status == AuthorizationStatus::notDetermined) {
-        auto request = manager.requestAuthorization();
-        isAllowed = co_await std::move(request);
-    }
-    auto onMainQueue = Platform::resumeOn(mainQueue);
-    co_await onMainQueue;
-    if (isAllowed)
-        application.registerForRemoteNotifications();
-}
 
 } // namespace App
 
@@ -104,61 +103,9 @@ namespace {
 
 using namespace Platform;
 
-/// Exit codes, of sysexits(3).
-enum ExitCode { success = 0, usage = 64, internal = 70, configuration = 78 };
+constexpr const char* applicationName = "Quorvane MDM";
 
-/// Where pushes come from.
-enum class PushSource { automatic, local, off };
-
-struct Options {
-    std::optional<std::string> managedConfiguration;
-    PushSource push = PushSource::automatic;
-    bool isDashboardAssumed = false;
-    bool isLoggingToStandardError = false;
-};
-
-/// The options, or the exit code with which the process ends at once.
-std::variant<Options, ExitCode> parseCommandLine(int argc, char** argv)
-{
-    Options options;
-    CLI::App commandLine(
-        "The companion app of a managed device: takes the configuration that the organisation sends, "
-        "keeps it for the single-sign-on extension and follows its changes.",
-        "quorvane-mdm");
-    commandLine.set_version_flag("--version", "quorvane-mdm " QV_VERSION);
-    commandLine
-        .add_option("--managed-configuration", options.managedConfiguration,
-                    "Policy file to follow instead of /etc/quorvane-mdm/managed.plist or managed.json "
-                    "(environment: QUORVANE_MANAGED_CONFIGURATION)")
-        ->type_name("FILE");
-    const std::map<std::string, PushSource> sources{
-        {"auto", PushSource::automatic}, {"local", PushSource::local}, {"off", PushSource::off}};
-    std::string source = "auto";
-    commandLine
-        .add_option(
-            "--push", source,
-            "Where pushes come from: auto (a UnifiedPush distributor on the session bus, the default), "
-            "local (a socket of this application, for tests) or off")
-        ->type_name("SOURCE")
-        ->check(CLI::IsMember(std::set<std::string>{"auto", "local", "off"}));
-    commandLine.add_flag("--assume-dashboard", options.isDashboardAssumed,
-                         "Development: act as if the dashboard were on screen and the user allowed "
-                         "notifications");
-    commandLine.add_flag("--log-stderr", options.isLoggingToStandardError,
-                         "Log to standard error instead of the journal");
-    try {
-        commandLine.parse(argc, argv);
-        options.push = sources.at(source);
-        return options;
-    } catch (const CLI::Success& helpOrVersion) {
-        return commandLine.exit(helpOrVersion) == 0 ? success : internal;
-    } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "quorvane-mdm: %s\nTry quorvane-mdm --help.\n", error.what());
-        return usage;
-    }
-}
-
-std::unique_ptr<UnifiedLog> makeLog(const Options& options, const Clock& clock)
+std::unique_ptr<UnifiedLog> makeLog(const App::LaunchOptions& options, const Clock& clock)
 {
     const Linux::PrivateData privateData = Linux::privateDataFromEnvironment();
     if (!options.isLoggingToStandardError && Linux::JournalLog::isAvailable())
@@ -195,6 +142,15 @@ std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths,
     }
 }
 
+/// Asks the instance that runs to come to the front.
+void activateInstance(const Linux::DevicePaths& paths)
+{
+    const auto holder = Linux::InstanceLock::holder(paths.instanceLock());
+    if (holder)
+        ::kill(*holder, Desktop::QtRunLoop::activationSignal);
+    std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
+}
+
 /// The session bus; without one, why.
 struct SessionBusAccess {
     std::unique_ptr<Linux::SessionBus> bus;
@@ -210,14 +166,14 @@ SessionBusAccess openSessionBus(const Linux::AdapterLog& log)
     }
 }
 
-std::unique_ptr<PushService> makePushService(PushSource source, const SessionBusAccess& access,
+std::unique_ptr<PushService> makePushService(App::PushSource source, const SessionBusAccess& access,
                                              UserDefaults& store, const Linux::DevicePaths& paths,
                                              DispatchQueue& mainQueue, const Linux::AdapterLog& log)
 {
-    if (source == PushSource::off)
+    if (source == App::PushSource::off)
         return std::make_unique<Linux::UnavailablePushService>(
             mainQueue, "Remote notifications are turned off; start without --push off.");
-    if (source == PushSource::local)
+    if (source == App::PushSource::local)
         return std::make_unique<Linux::LocalPushService>(
             Linux::LocalPushService::Ports{store, mainQueue, log}, paths.pushSocket);
     if (!access.bus)
@@ -232,60 +188,76 @@ std::unique_ptr<PushService> makePushService(PushSource source, const SessionBus
         });
 }
 
-/// Grants what is asked: stands in for a user as long as there is no screen to ask on.
-class ConsentingUser final : public PermissionPrompt {
-public:
-    explicit ConsentingUser(DispatchQueue& mainQueue) : m_mainQueue(mainQueue) {}
-    void ask(std::function<void(bool)> completion) override
-    {
-        m_mainQueue.async([completion = std::move(completion)] { completion(true); });
+/// Where pushes come from, for people.
+std::string pushSourceText(App::PushSource source)
+{
+    switch (source) {
+    case App::PushSource::off:
+        return "Turned off";
+    case App::PushSource::local:
+        return "This device itself";
+    case App::PushSource::automatic:
+        break;
     }
+    return "UnifiedPush";
+}
 
-private:
-    DispatchQueue& m_mainQueue;
-};
+std::unique_ptr<AppearanceSource> makeAppearanceSource(const SessionBusAccess& access,
+                                                       DispatchQueue& mainQueue)
+{
+    if (auto fixed = FixedAppearance::fromEnvironment())
+        return fixed;
+    if (!access.bus)
+        return std::make_unique<FixedAppearance>();
+    return std::make_unique<Linux::PortalAppearance>(*access.bus, mainQueue);
+}
 
 /// Chooses the adapters, in the order in which they need each other, and runs the application on them.
-ExitCode run(int& argc, char** argv, const Options& options, const Linux::DevicePaths& paths)
+App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, const Linux::DevicePaths& paths)
 {
     using Access = Linux::SQLiteUserDefaults::Access;
     const Linux::SystemClock clock;
     const auto log = makeLog(options, clock);
     const Linux::AdapterLog adapterLog(*log, std::string(Linux::applicationIdentifier));
+    // It knows the activation signal from here on: whoever holds the lock can be sent it.
+    Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(argc, argv));
+    QGuiApplication::setDesktopFileName(QString::fromUtf8(Linux::applicationIdentifier));
 
     bool isRunningAlready = false;
     const auto instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
     if (isRunningAlready) {
-        std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
-        return success;
+        activateInstance(paths);
+        return App::success;
     }
 
-    Desktop::QtRunLoop runLoop(argc, argv);
     NotificationCenter notificationCenter;
     Linux::DeviceDefaults defaults(paths, Access::readWrite, clock, adapterLog);
     Linux::CurlURLSession urlSession;
     Linux::WorkerQueue utilityQueue("utility queue", Linux::WorkerQueue::Priority::utility);
     Linux::WorkerQueue defaultQueue("default queue", Linux::WorkerQueue::Priority::default_);
 
+    // The system's side of notifications and pushes.
     Linux::SQLiteUserDefaults shellStore(paths.shellState(), Access::readWrite, clock, adapterLog);
     Linux::ShellState shellState(shellStore);
-    ConsentingUser user(runLoop);
     const SessionBusAccess busAccess = openSessionBus(adapterLog);
-    std::vector<NotificationPresenter*> presenters;
     std::optional<Linux::NotificationServer> notificationServer;
     if (busAccess.bus)
-        presenters.push_back(&notificationServer.emplace(
+        notificationServer.emplace(
             Linux::NotificationServer::Ports{*busAccess.bus, runLoop, runLoop, adapterLog},
-            Linux::NotificationServer::Application{"Quorvane MDM",
-                                                   std::string(Linux::applicationIdentifier)}));
+            Linux::NotificationServer::Application{applicationName,
+                                                   std::string(Linux::applicationIdentifier)});
+    Linux::DeviceNotificationPreferences preferences(
+        shellState, notificationServer ? &*notificationServer : nullptr, pushSourceText(options.push));
+    Desktop::Shell shell({preferences, runLoop}, applicationName);
+    std::vector<NotificationPresenter*> presenters{&shell};
+    if (notificationServer)
+        presenters.insert(presenters.begin(), &*notificationServer);
     Linux::DeviceNotificationCenter userNotificationCenter(
-        {.state = shellState,
-         .mainQueue = runLoop,
-         .prompt = options.isDashboardAssumed ? &user : nullptr,
-         .presenters = std::move(presenters)});
+        {.state = shellState, .mainQueue = runLoop, .prompt = &shell, .presenters = std::move(presenters)});
     const auto pushService = makePushService(options.push, busAccess, shellStore, paths, runLoop, adapterLog);
-    Desktop::DesktopApplication application({*pushService, userNotificationCenter, clock});
-    application.setActive(options.isDashboardAssumed);
+    Desktop::DesktopApplication application(
+        {*pushService, userNotificationCenter, clock, [&] { shell.openSettings(); }});
+    const auto appearance = makeAppearanceSource(busAccess, runLoop);
 
     const Services services{
         .userDefaults = defaults,
@@ -311,30 +283,53 @@ ExitCode run(int& argc, char** argv, const Options& options, const Linux::Device
         debug != nullptr && std::string_view(debug) == "1")
         Core::LoggingConfig::setVerboseLoggingEnabled(true);
     app.installDelegate(application);
+
+    App::ContentView& body = app.body();
+    App::AppearanceModel appearanceModel;
+    Desktop::WindowGroup windowGroup(shellStore, QString::fromUtf8(applicationName));
+    const auto applyAppearance = [&](const Appearance& value) {
+        appearanceModel.set(value);
+        shell.setAppearance(value);
+    };
+    applyAppearance(appearance->current());
+    appearance->observe(applyAppearance);
+    shell.attach(*windowGroup.window().engine(), windowGroup.window());
+    runLoop.onActivation([&] { windowGroup.raise(); });
+    application.setActive(QGuiApplication::applicationState() == Qt::ApplicationActive);
+    QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &shell,
+                     [&](Qt::ApplicationState state) {
+                         application.setActive(state == Qt::ApplicationActive);
+                         shell.preferencesChanged();
+                     });
+    windowGroup.show(
+        QUrl(QStringLiteral("qrc:/qt/qml/Quorvane/App/ContentView.qml")),
+        {{"view", QVariant::fromValue(&body)}, {"appearance", QVariant::fromValue(&appearanceModel)}});
     application.finishLaunching();
-    if (options.isDashboardAssumed)
-        spawn(runLoop, App::permissionStep(application, runLoop));
+
     if (busAccess.bus)
         busAccess.bus->start();
     runLoop.run();
     if (busAccess.bus)
         busAccess.bus->stop();
-    return success;
+    return App::success;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const auto parsed = parseCommandLine(argc, argv);
-    if (const auto* exitCode = std::get_if<ExitCode>(&parsed))
+    const auto parsed = App::parseCommandLine(argc, argv);
+    if (const auto* exitCode = std::get_if<App::ExitCode>(&parsed))
         return *exitCode;
-    const auto& options = std::get<Options>(parsed);
-    ExitCode failure = configuration;
+    const auto& options = std::get<App::LaunchOptions>(parsed);
+    App::ExitCode failure = App::configuration;
     try {
         const auto paths = Linux::DevicePaths::fromEnvironment(options.managedConfiguration);
-        failure = internal;
+        failure = App::internal;
         return run(argc, argv, options, paths);
+    } catch (const Desktop::NoDisplay& error) {
+        std::fprintf(stderr, "quorvane-mdm: %s\n", error.what());
+        return App::unavailable;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quorvane-mdm: %s\n", error.what());
         return failure;

@@ -45,4 +45,20 @@ public:
     virtual void ask(std::function<void(bool isGranted)> completion) = 0;
 };
 
+/// What the page of this application in the system's settings shows and changes. Threads: main.
+///
+/// Implementers owe: every answer is what is true at the moment.
+class NotificationPreferences {
+public:
+    virtual ~NotificationPreferences() = default;
+
+    [[nodiscard]] virtual AuthorizationStatus authorizationStatus() const = 0;
+    /// The user's decision, in place of any before.
+    virtual void setAllowed(bool isAllowed) = 0;
+    /// The name and version of the server that shows notifications; empty when there is none.
+    [[nodiscard]] virtual std::string notificationServer() const = 0;
+    /// Where pushes come from, in words for people.
+    [[nodiscard]] virtual std::string pushSource() const = 0;
+};
+
 } // namespace Platform

@@ -33,9 +33,10 @@ void DesktopApplication::registerForRemoteNotifications()
     m_ports.pushService.registerDevice();
 }
 
-void DesktopApplication::open(std::string_view)
+void DesktopApplication::open(std::string_view url)
 {
-    // Without screens there is nobody to open anything.
+    if (url == openSettingsURLString)
+        m_ports.openSettings();
 }
 
 void DesktopApplication::finishLaunching()

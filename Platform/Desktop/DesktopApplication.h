@@ -3,6 +3,9 @@
 #include "Platform/Application.h"
 #include "Platform/PushService.h"
 
+#include <functional>
+#include <utility>
+
 namespace Platform {
 class Clock;
 class UserNotificationDelivery;
@@ -23,12 +26,15 @@ public:
         PushService& pushService;
         UserNotificationDelivery& notifications;
         const Clock& clock;
+        /// Shows the page of this application in the settings.
+        std::function<void()> openSettings;
     };
 
-    explicit DesktopApplication(const Ports& ports) : m_ports(ports) {}
+    explicit DesktopApplication(Ports ports) : m_ports(std::move(ports)) {}
 
     void setDelegate(std::weak_ptr<ApplicationDelegate> delegate) override;
     void registerForRemoteNotifications() override;
+    /// Knows but the address of the settings.
     void open(std::string_view url) override;
 
     /// Tells the delegate that launching has finished, and lets pushes come in. Once, with the delegate set.

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <string_view>
+#include <string>
 #include <unistd.h>
 #include <utility>
 
@@ -38,10 +38,10 @@ private:
     QTimer m_timer;
 };
 
-constexpr std::array terminationSignals{SIGTERM, SIGINT, SIGHUP};
+constexpr std::array handledSignals{SIGTERM, SIGINT, SIGHUP, QtRunLoop::activationSignal};
 
 /// Why the main thread is woken.
-enum class Wake : char { toWork = 'w', toQuit = 'q' };
+enum class Wake : char { toWork = 'w', toComeToTheFront = 'f', toQuit = 'q' };
 
 /// Where a signal handler finds the pipe.
 std::atomic<int> s_signalledPipe = -1;
@@ -54,7 +54,7 @@ void wakeUp(int pipeWriteEnd, Wake reason)
 
 } // namespace
 
-QtRunLoop::QtRunLoop(int& argc, char** argv) : m_application(argc, argv)
+QtRunLoop::QtRunLoop(std::unique_ptr<QCoreApplication> application) : m_application(std::move(application))
 {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
@@ -67,19 +67,19 @@ QtRunLoop::QtRunLoop(int& argc, char** argv) : m_application(argc, argv)
     s_signalledPipe = m_pipeWriteEnd;
     struct sigaction action {};
     // A handler may do little more than write to a pipe; see signal-safety(7).
-    action.sa_handler = [](int) {
+    action.sa_handler = [](int signal) {
         const int savedError = errno;
-        wakeUp(s_signalledPipe, Wake::toQuit);
+        wakeUp(s_signalledPipe, signal == activationSignal ? Wake::toComeToTheFront : Wake::toQuit);
         errno = savedError;
     };
     action.sa_flags = SA_RESTART;
-    for (const int signal : terminationSignals)
+    for (const int signal : handledSignals)
         ::sigaction(signal, &action, nullptr);
 }
 
 QtRunLoop::~QtRunLoop()
 {
-    for (const int signal : terminationSignals)
+    for (const int signal : handledSignals)
         ::signal(signal, SIG_DFL);
     m_notifier.reset();
     ::close(m_pipeReadEnd);
@@ -101,11 +101,12 @@ void QtRunLoop::async(Work work)
 void QtRunLoop::runWaiting()
 {
     std::array<char, 64> reasons;
-    bool isQuitting = false;
-    for (ssize_t count = 0; (count = ::read(m_pipeReadEnd, reasons.data(), reasons.size())) > 0;) {
-        const std::string_view read(reasons.data(), static_cast<std::size_t>(count));
-        isQuitting = isQuitting || read.find(static_cast<char>(Wake::toQuit)) != std::string_view::npos;
-    }
+    std::string seen;
+    for (ssize_t count = 0; (count = ::read(m_pipeReadEnd, reasons.data(), reasons.size())) > 0;)
+        seen.append(reasons.data(), static_cast<std::size_t>(count));
+    const auto isSeen = [&](Wake reason) {
+        return seen.find(static_cast<char>(reason)) != std::string::npos;
+    };
     std::deque<Work> due;
     {
         const std::lock_guard lock(m_mutex);
@@ -113,7 +114,9 @@ void QtRunLoop::runWaiting()
     }
     for (const Work& work : due)
         work();
-    if (isQuitting)
+    if (isSeen(Wake::toComeToTheFront))
+        m_activationHandler();
+    if (isSeen(Wake::toQuit))
         QCoreApplication::quit();
 }
 

@@ -6,9 +6,12 @@
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
+#include <csignal>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace Platform::Desktop {
 
@@ -18,8 +21,11 @@ namespace Platform::Desktop {
 /// Threads: made, run and destroyed on the main thread; `async` and `quit` from any.
 class QtRunLoop final : public DispatchQueue, public TimerScheduler {
 public:
-    /// Refers to its arguments for as long as it lives. From now on SIGTERM, SIGINT and SIGHUP end `run()`.
-    QtRunLoop(int& argc, char** argv);
+    /// The signal by which a later launch asks this one to come to the front.
+    static constexpr int activationSignal = SIGUSR1;
+
+    /// From now on SIGTERM, SIGINT and SIGHUP end `run()`.
+    explicit QtRunLoop(std::unique_ptr<QCoreApplication> application);
     ~QtRunLoop() override;
 
     void async(Work work) override;
@@ -30,10 +36,14 @@ public:
     /// What waits in the queue at that moment still runs.
     void quit() const;
 
+    /// Called when `activationSignal` arrives; nothing happens then until it is set.
+    void onActivation(std::function<void()> handler) { m_activationHandler = std::move(handler); }
+
 private:
     void runWaiting();
 
-    QCoreApplication m_application;
+    std::unique_ptr<QCoreApplication> m_application;
+    std::function<void()> m_activationHandler = [] {};
     std::mutex m_mutex;
     std::deque<Work> m_waiting;
     /// Wakes the main thread for work from other threads and for signals.

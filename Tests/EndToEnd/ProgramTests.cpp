@@ -219,12 +219,17 @@ TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
 
 TEST_F(ProgramTest, WhatWasAnsweredWithOkOutlivesAKill)
 {
-    const auto start = [&] {
-        auto application = device.startApplication({"--log-stderr", "--push", "local", "--assume-dashboard"});
+    const auto start = [&](bool isFirstLaunch) {
+        auto application = device.startApplication({"--log-stderr", "--push", "local"});
+        if (isFirstLaunch) {
+            DrivenWindow window = device.window();
+            window.tap("welcome.getStarted");
+            window.tap("shell.allow");
+        }
         EXPECT_TRUE(application->waitForLine("Remote notifications registered"));
         return application;
     };
-    auto application = start();
+    auto application = start(true);
     const auto token = qvctlJSON({"status", "--reveal"}).at("deviceToken");
     for (int i = 0; i < 103; ++i) {
         const std::string number = std::to_string(i);
@@ -240,7 +245,7 @@ TEST_F(ProgramTest, WhatWasAnsweredWithOkOutlivesAKill)
     EXPECT_EQ(history.front().at("title"), "102");
     EXPECT_EQ(history.back().at("title"), "3");
 
-    application = start();
+    application = start(false);
     EXPECT_EQ(qvctlJSON({"status", "--reveal"}).at("deviceToken"), token);
     device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
     EXPECT_EQ(qvctl({"push", device.path("payload.json")}).exitCode, 0);

@@ -33,7 +33,7 @@ const Harness harnesses[] = {
     {"Qt",
      [](const auto& body) {
          int argc = 0;
-         Desktop::QtRunLoop loop(argc, nullptr);
+         Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
          body(loop, &loop, [&] {
              const auto end = loop.scheduledTimer(200ms, [&] { loop.quit(); });
              loop.run();

@@ -65,7 +65,7 @@ public:
 
 private:
     int m_argc = 0;
-    Desktop::QtRunLoop m_loop{m_argc, nullptr};
+    Desktop::QtRunLoop m_loop{std::make_unique<QCoreApplication>(m_argc, nullptr)};
     TemporaryFolder m_folder;
     NotificationCenter m_center;
     RecordingUnifiedLog m_log;

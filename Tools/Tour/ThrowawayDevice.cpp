@@ -14,12 +14,17 @@ ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(progr
         throw std::system_error(errno, std::generic_category(), pattern);
     m_folder = pattern;
     fs::create_directory(path("policy"));
+    fs::create_directory(path("run"));
+    fs::permissions(path("run"), fs::perms::owner_all);
     m_environment = {{"XDG_DATA_HOME", path("data")},
                      {"XDG_RUNTIME_DIR", path("run")},
                      {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + path("run/bus").string()},
                      {"QUORVANE_MANAGED_CONFIGURATION", policyFile()},
                      {"QUORVANE_LOG_PRIVATE_DATA", "show"},
+                     {"QT_QPA_PLATFORM", "offscreen"},
+                     {"QT_QUICK_BACKEND", "software"},
                      {"NO_COLOR", "1"}};
+    m_environment.merge(windowDriverEnvironment(m_programs, path("run/window.sock")));
 }
 
 ThrowawayDevice::~ThrowawayDevice()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Tools/Tour/ChildProcess.h"
+#include "Tools/Tour/DrivenWindow.h"
 
 #include <filesystem>
 #include <memory>
@@ -26,6 +27,9 @@ public:
 
     /// Where the application listens for local pushes.
     [[nodiscard]] std::filesystem::path pushSocket() const { return path("run/quorvane-mdm/push.sock"); }
+
+    /// The window of the application, once it is started.
+    [[nodiscard]] DrivenWindow window() const { return DrivenWindow(path("run/window.sock")); }
 
     /// For the programs started from now on.
     void setEnvironment(const std::string& name, std::string value)

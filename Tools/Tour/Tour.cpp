@@ -1,6 +1,6 @@
-// Plays the application through on a device of its own, as device management, the organisation's backend and
-// a second process meet it, and prints what happened and how long each step took. Ends non-zero when a step
-// fails.
+// Plays the application through on devices of their own, as a user, device management, the organisation's
+// backend and a second process meet it; prints what happened and how long each step took, and leaves a
+// picture of every stop. Ends non-zero when a step fails.
 
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
@@ -11,168 +11,282 @@
 
 #include <chrono>
 #include <csignal>
-#include <fstream>
+#include <optional>
+#include <stdexcept>
 
 namespace {
 
 using namespace std::chrono;
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
+/// One device and what is done with it. A step that does not come to its end throws.
 class Tour {
 public:
-    explicit Tour(const std::filesystem::path& programs)
-        : m_device(programs), m_backend({.folder = m_device.path("policy")})
+    Tour(const fs::path& programs, fs::path pictures, std::string appearance)
+        : m_device(programs),
+          m_backend({.folder = m_device.path("policy")}),
+          m_pictures(std::move(pictures)),
+          m_appearance(std::move(appearance))
     {
         m_device.setEnvironment("SSL_CERT_FILE", m_backend.certificateAuthority());
+        m_device.setEnvironment("QUORVANE_APPEARANCE", m_appearance);
     }
 
-    bool run()
+    /// The user allows notifications; the organisation changes its mind.
+    void playAllowed()
     {
-        fmt::print("{:<62}{:>10}  {}\n", "step", "time", "result");
-        step("start without a configuration", [&] {
-            start();
-            return seen("Quorvane MDM App starting up") && seen("No managed configuration available") &&
-                   seen("Configuration manager initialized");
-        });
+        step("first launch -> welcome screen", [&] { startAt("welcome.getStarted"); });
+        picture("welcome", "welcome.getStarted");
         step("file renamed into place -> version 1 (500 ms debounce)", [&] {
-            m_device.replacePolicy(configuration("acme.corp", "com.acme.mail,com.acme.files"));
-            return seen("Configuration updated - v1, apps: 2");
+            m_device.replacePolicy(configuration("com.acme.mail,com.acme.files"));
+            expectLine("Configuration updated - v1, apps: 2");
         });
-        step("file rewritten in place, in two halves -> version 2", [&] {
-            rewriteInHalves(configuration("http://acme.example/mdm", "com.acme.mail"));
-            return seen("Configuration updated - v2, apps: 1");
+        step("Get Started -> dashboard, and the system asks", [&] {
+            window().tap("welcome.getStarted");
+            expectLine("Get Started button tapped");
+            window().waitUntilGone("welcome.getStarted");
+            window().waitFor("shell.allow");
+        });
+        picture("prompt", "shell.allow");
+        step("Allow -> the device token reaches the backend", [&] {
+            window().tap("shell.allow");
+            expectLine("Notification permission granted");
+            expectLine("Device token uploaded to backend");
+            m_token = tokenAtBackend();
+        });
+        picture("dashboard", "dashboard.card.bell.badge");
+        step("the backend pushes to that token -> banner and history", [&] {
+            push(R"({"aps": {"alert": {"title": "Maintenance tonight",
+                "body": "Your device restarts at 22:00."}}})");
+            expectLine("Processed notification from center");
+            window().waitFor("shell.banner");
+            expect(newestNotification() == "Maintenance tonight", "the history shows it");
+        });
+        picture("banner", "shell.banner");
+        step("a tap on it -> processed again", [&] {
+            window().tap("shell.banner");
+            expectLine("Processed notification from center");
+        });
+        step("a silent push -> the app alone hears of it", [&] {
+            push(R"({"aps": {"content-available": 1}})");
+            expectLine("Processed remote notification");
         });
         step("twenty changes in a row -> one version, the last", [&] {
             for (int i = 1; i <= 20; ++i)
-                m_device.replacePolicy(configuration("acme.corp", "com.acme.app" + std::to_string(i)));
-            return seen("Configuration updated - v3, apps: 1");
+                m_device.replacePolicy(configuration("com.acme.app" + std::to_string(i)));
+            expectLine("Configuration updated - v2, apps: 1");
         });
         step("file that makes no sense -> the last good one stays", [&] {
             m_device.replacePolicy("{\"base_domain\": \"acme");
-            return seen("the last good one stays in force");
+            expectLine("the last good one stays in force");
         });
-        step("a second process reads the same snapshot", [&] { return isSnapshot(3, "com.acme.app20"); });
-        step("told to end (SIGTERM)", [&] { return isEnded(); });
-        step("next launch -> version 4", [&] {
-            m_device.replacePolicy(configuration(m_backend.baseURL(), "com.acme.mail"));
-            start();
-            return seen("Configuration updated - v4, apps: 1") && isSnapshot(4, "com.acme.mail");
+        step("a second process reads the same snapshot",
+             [&] { expect(snapshot() == std::pair(std::int64_t{2}, std::string("com.acme.app20")), "it"); });
+        details();
+        step("a second launch leaves the first alone", [&] {
+            const auto second = m_device.startApplication();
+            expect(second->waitForExit() == 0, "it ends with 0");
         });
-        step("permission is there -> the device token reaches the backend", [&] {
-            return seen("Remote notifications registered") && seen("Device token uploaded to backend") &&
-                   isTokenUploaded();
+        step("told to end (SIGTERM)", [&] { end(SIGTERM); });
+        step("next launch -> the dashboard at once, version 3", [&] {
+            m_device.replacePolicy(configuration("com.acme.mail"));
+            startAt("dashboard.card.bell.badge");
+            expectLine("Configuration updated - v3, apps: 1");
+            expectLine("Device token uploaded to backend");
         });
-        step("the backend pushes to that token -> the history shows it", [&] {
-            pushToDevice(m_token, R"({"aps": {"alert": {"title": "Welcome", "body": "All is well"}}})",
-                         routes());
-            return seen("Processed notification from center") &&
-                   isNewestNotification("Welcome", "All is well");
+        step("told to end (SIGINT)", [&] { end(SIGINT); });
+    }
+
+    /// The user refuses, and thinks better of it.
+    void playRefused()
+    {
+        step("first launch in the dark -> welcome screen, as light as ever",
+             [&] { startAt("welcome.getStarted"); });
+        picture("welcome", "welcome.getStarted");
+        step("Don't Allow -> a strip tells that notifications are off", [&] {
+            window().tap("welcome.getStarted");
+            window().tap("shell.dontAllow");
+            expectLine("Notification permission denied");
+            window().waitFor("dashboard.openSettings");
         });
-        step("a silent push -> the app alone hears of it", [&] {
-            pushToDevice(m_token, R"({"aps": {"content-available": 1}})", routes());
-            return seen("Processed remote notification");
+        picture("dashboard-denied", "dashboard.openSettings");
+        step("Open Settings -> notifications allowed, the strip stays", [&] {
+            window().tap("dashboard.openSettings");
+            window().tap("shell.settings.allowNotifications");
         });
-        step("told to end (SIGINT)", [&] {
-            m_application->signal(SIGINT);
-            return m_application->waitForExit() == 0;
+        picture("settings", "shell.settings.done");
+        step("Done", [&] {
+            window().tap("shell.settings.done");
+            window().waitUntilGone("shell.settings.done");
+            window().waitFor("dashboard.openSettings");
         });
-        if (!m_isGood) {
-            fmt::print("\nWhat the application wrote:\n");
-            for (const std::string& line : m_application->lines())
-                fmt::print("  {}\n", line);
-        }
-        return m_isGood;
+        details();
+        step("told to end (SIGTERM)", [&] { end(SIGTERM); });
+        step("next launch -> no strip, and registered", [&] {
+            startAt("dashboard.card.bell.badge");
+            expectLine("Remote notifications registered");
+            window().waitUntilGone("dashboard.openSettings");
+        });
+        picture("dashboard", "dashboard.card.bell.badge");
+        step("told to end (SIGTERM)", [&] { end(SIGTERM); });
+    }
+
+    [[nodiscard]] std::vector<std::string> applicationLines() const
+    {
+        return m_application ? m_application->lines() : std::vector<std::string>();
     }
 
 private:
-    static std::string configuration(std::string_view domain, std::string_view apps)
+    [[nodiscard]] std::string configuration(std::string_view apps) const
     {
         return fmt::format(R"({{"base_domain": "{}", "api_key": "tour-key", "device_id": "DEV-1",
             "OrganizationId": 4711, "AllowedAppsBundleIdsForSSOExtension": "{}"}})",
-                           domain, apps);
+                           m_backend.baseURL(), apps);
     }
 
     template <typename Action>
-    void step(std::string_view name, Action action)
+    static void step(std::string_view name, Action action)
     {
-        if (!m_isGood)
-            return;
-        const auto begin = steady_clock::now();
-        m_isGood = action();
-        const auto taken = duration_cast<duration<double, std::milli>>(steady_clock::now() - begin);
-        fmt::print("{:<62}{:>7.1f} ms  {}\n", name, taken.count(), m_isGood ? "ok" : "FAILED");
+        fmt::print("{:<62}", name);
         std::fflush(stdout);
-    }
-
-    void start()
-    {
-        m_application = m_device.startApplication({"--log-stderr", "--push", "local", "--assume-dashboard"});
-    }
-    bool seen(std::string_view text) { return m_application->waitForLine(text); }
-    bool isEnded()
-    {
-        m_application->signal(SIGTERM);
-        return m_application->waitForExit() == 0;
-    }
-
-    void rewriteInHalves(const std::string& content)
-    {
-        std::ofstream file(m_device.policyFile(), std::ios::binary);
-        file << content.substr(0, content.size() / 2) << std::flush;
-        file << content.substr(content.size() / 2);
-    }
-
-    bool isSnapshot(std::int64_t version, std::string_view firstApp)
-    {
-        const auto console = m_device.startConsole({"snapshot", "--json"});
-        if (console->waitForExit() != 0 || console->lines().size() != 1)
-            return false;
-        const auto snapshot = boost::json::parse(console->lines().front()).as_object();
-        return snapshot.at("configVersion").as_int64() == version &&
-               snapshot.at("allowedAppBundleIds").as_array().at(0).as_string() == firstApp &&
-               snapshot.at("organizationId").as_string() == "4711";
-    }
-
-    bool isTokenUploaded()
-    {
-        for (const TestBackend::Request& request : m_backend.takeRequests()) {
-            m_token = uploadedToken(request).value_or("");
-            if (request.target == "/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-1/token")
-                return !m_token.empty();
+        const auto begin = steady_clock::now();
+        try {
+            action();
+        } catch (...) {
+            fmt::print("            FAILED\n");
+            throw;
         }
-        return false;
+        const auto taken = duration_cast<duration<double, std::milli>>(steady_clock::now() - begin);
+        fmt::print("{:>8.1f} ms  ok\n", taken.count());
     }
-    [[nodiscard]] PushRoutes routes() const
+
+    static void expect(bool isSo, std::string_view what)
     {
-        return {m_device.pushSocket(), m_backend.certificateAuthority()};
+        if (!isSo)
+            throw std::runtime_error(fmt::format("expected: {}", what));
     }
-    bool isNewestNotification(std::string_view title, std::string_view body)
+    void expectLine(std::string_view text)
     {
-        const auto console = m_device.startConsole({"notifications", "--limit", "1", "--json"});
-        if (console->waitForExit() != 0 || console->lines().size() != 1)
-            return false;
-        const auto answer = boost::json::parse(console->lines().front()).as_object();
-        const auto& newest = answer.at("notifications").as_array().at(0).as_object();
-        return newest.at("title").as_string() == title && newest.at("body").as_string() == body;
+        if (!m_application->waitForLine(text))
+            throw std::runtime_error(fmt::format("the application did not write: {}", text));
+    }
+
+    DrivenWindow& window() { return *m_window; }
+    void startAt(std::string_view item)
+    {
+        m_application = m_device.startApplication({"--log-stderr", "--push", "local"});
+        m_window.emplace(m_device.window());
+        m_window->waitFor(item);
+    }
+    void end(int signal)
+    {
+        m_application->signal(signal);
+        expect(m_application->waitForExit() == 0, "it ends with 0");
+    }
+
+    /// Takes the present stop in both sizes, once `item` is at rest.
+    void picture(std::string_view name, std::string_view item)
+    {
+        for (const auto& [width, height] : {std::pair(390, 844), std::pair(1024, 768)}) {
+            window().resize(width, height);
+            window().waitFor(item);
+            window().grab(m_pictures / fmt::format("{}-{}-{}x{}.png", name, m_appearance, width, height));
+        }
+        window().resize(390, 844);
+    }
+    void details()
+    {
+        const std::pair<const char*, const char*> cards[] = {
+            {"person.badge.key", "SSO card tapped"},
+            {"tv.and.mediabox", "Remote Casting card tapped"},
+            {"bell.badge", "Notifications card tapped"},
+        };
+        for (const auto& [symbol, line] : cards) {
+            step(fmt::format("{} -> its screen", line), [&, symbol = symbol, line = line] {
+                window().tap(fmt::format("dashboard.card.{}", symbol));
+                expectLine(line);
+                window().waitFor("detail.title");
+            });
+            picture(fmt::format("detail-{}", symbol), "detail.title");
+            step("and back", [&] {
+                window().tap("navigation.back");
+                window().waitUntilGone("detail.title");
+            });
+        }
+    }
+
+    std::string tokenAtBackend()
+    {
+        for (const TestBackend::Request& request : m_backend.takeRequests())
+            if (request.target == "/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-1/token")
+                return uploadedToken(request).value_or("");
+        throw std::runtime_error("no token was uploaded for DEV-1");
+    }
+    void push(std::string_view payload)
+    {
+        pushToDevice(m_token, payload, {m_device.pushSocket(), m_backend.certificateAuthority()});
+    }
+    [[nodiscard]] boost::json::object consoleAnswer(std::vector<std::string> arguments) const
+    {
+        arguments.emplace_back("--json");
+        const auto console = m_device.startConsole(arguments);
+        expect(console->waitForExit() == 0 && console->lines().size() == 1, "an answer of the console");
+        return boost::json::parse(console->lines().front()).as_object();
+    }
+    [[nodiscard]] std::pair<std::int64_t, std::string> snapshot() const
+    {
+        const auto answer = consoleAnswer({"snapshot"});
+        return {answer.at("configVersion").as_int64(),
+                std::string(answer.at("allowedAppBundleIds").as_array().at(0).as_string())};
+    }
+    [[nodiscard]] std::string newestNotification() const
+    {
+        const auto answer = consoleAnswer({"notifications", "--limit", "1"});
+        return std::string(answer.at("notifications").as_array().at(0).at("title").as_string());
     }
 
     ThrowawayDevice m_device;
     TestBackend m_backend;
+    const fs::path m_pictures;
+    const std::string m_appearance;
     std::string m_token;
     std::unique_ptr<ChildProcess> m_application;
-    bool m_isGood = true;
+    std::optional<DrivenWindow> m_window;
 };
+
+bool play(Tour& tour, void (Tour::*story)())
+{
+    try {
+        (tour.*story)();
+        return true;
+    } catch (const std::runtime_error& error) {
+        fmt::print("{}\n\nWhat the application wrote:\n", error.what());
+        for (const std::string& line : tour.applicationLines())
+            fmt::print("  {}\n", line);
+        return false;
+    }
+}
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        fmt::print(stderr, "usage: {} BUILD-FOLDER\n", argv[0]);
+    if (argc != 3) {
+        fmt::print(stderr, "usage: {} BUILD-FOLDER PICTURES-FOLDER\n", argv[0]);
         return 64;
     }
     try {
-        return Tour(argv[1]).run() ? 0 : 1;
+        const fs::path programs = argv[1];
+        const fs::path pictures = fs::absolute(argv[2]);
+        fs::create_directories(pictures);
+        fmt::print("{:<62}{:>11}  {}\n", "step", "time", "result");
+        Tour light(programs, pictures, "light");
+        Tour dark(programs, pictures, "dark");
+        if (!play(light, &Tour::playAllowed) || !play(dark, &Tour::playRefused))
+            return 1;
+        fmt::print("\nPictures: {}\n", pictures.native());
+        return 0;
     } catch (const std::exception& error) {
         fmt::print(stderr, "{}: {}\n", argv[0], error.what());
         return 70;

@@ -52,7 +52,8 @@ class DesktopApplicationTest : public testing::Test {
 protected:
     ManualScheduler clock;
     std::shared_ptr<Surroundings> world = std::make_shared<Surroundings>();
-    Desktop::DesktopApplication application{{*world, *world, clock}};
+    Desktop::DesktopApplication application{
+        {*world, *world, clock, [this] { world->events.emplace_back("settings"); }}};
 };
 
 TEST_F(DesktopApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
@@ -60,10 +61,12 @@ TEST_F(DesktopApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
     application.setDelegate(world);
     application.finishLaunching();
     application.registerForRemoteNotifications();
+    application.open(Application::openSettingsURLString);
+    application.open("https://example.com");
     for (const std::size_t size : {0U, 1U, 1000U})
         world->listener->didRegister(Data(size));
     world->listener->didFailToRegister({"E", "E", 1, "no distributor", {}});
-    EXPECT_EQ(world->events, (Strings{"launched", "push started", "registering", "token of 0", "token of 1",
+    EXPECT_EQ(world->events, (Strings{"launched", "push started", "registering", "settings", "token of 0", "token of 1",
                                       "token of 1000", "no distributor"}));
     EXPECT_EQ(world.use_count(), 1);
 }

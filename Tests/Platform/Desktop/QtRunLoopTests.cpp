@@ -13,7 +13,7 @@ namespace {
 TEST(QtRunLoopTest, EndsOnTheSignalsThatEndAProcessAndOnRequestFromAnyThread)
 {
     int argc = 0;
-    Desktop::QtRunLoop loop(argc, nullptr);
+    Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
     const auto watchdog = loop.scheduledTimer(30s, [] { FAIL() << "the loop did not end"; });
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         loop.async([signal] { ::raise(signal); });

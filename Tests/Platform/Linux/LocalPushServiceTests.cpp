@@ -51,7 +51,7 @@ protected:
     RecordingUnifiedLog log;
     Linux::AdapterLog adapterLog{log, "test"};
     int argc = 0;
-    Desktop::QtRunLoop loop{argc, nullptr};
+    Desktop::QtRunLoop loop{std::make_unique<QCoreApplication>(argc, nullptr)};
     std::vector<Data> tokens;
     std::vector<std::string> failures;
     std::vector<std::string> received;

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "App/MainDashboardView.h"
+#include "App/WelcomeView.h"
+
+#include <QObject>
+#include <QtQml/qqmlregistration.h>
+
+#include <memory>
+
+namespace Core {
+class Logger;
+}
+namespace Platform {
+class Application;
+class DispatchQueue;
+class UserDefaults;
+} // namespace Platform
+namespace PushNotifications {
+class NotificationPermissionManager;
+}
+
+namespace App {
+
+/// The root of the only window: the welcome screen before the first "Get Started", the dashboard after it and
+/// on every later launch.
+///
+/// Threads: main. Ownership: refers to its ports; owns the views that it shows.
+class ContentView final : public QObject {
+    Q_OBJECT
+    QML_NAMED_ELEMENT(ContentViewModel)
+    QML_UNCREATABLE("made by the application")
+    Q_PROPERTY(bool showWelcome READ showWelcome NOTIFY showWelcomeChanged FINAL)
+    Q_PROPERTY(App::WelcomeView* welcome READ welcome CONSTANT FINAL)
+    Q_PROPERTY(App::MainDashboardView* dashboard READ dashboard NOTIFY showWelcomeChanged FINAL)
+
+public:
+    struct Ports {
+        Core::Logger& logger;
+        /// The standard domain.
+        Platform::UserDefaults& defaults;
+        PushNotifications::NotificationPermissionManager& permissionManager;
+        Platform::Application& application;
+        Platform::DispatchQueue& mainQueue;
+    };
+
+    /// Reads once whether the application was launched before.
+    explicit ContentView(const Ports& ports);
+
+    [[nodiscard]] bool showWelcome() const { return m_showWelcome; }
+    [[nodiscard]] WelcomeView* welcome() const { return m_welcome.get(); }
+    /// Null while the welcome screen is shown.
+    [[nodiscard]] MainDashboardView* dashboard() const { return m_dashboard.get(); }
+
+Q_SIGNALS:
+    void showWelcomeChanged();
+
+private:
+    void setShowWelcome(bool showWelcome);
+
+    const Ports m_ports;
+    bool m_showWelcome;
+    std::unique_ptr<WelcomeView> m_welcome;
+    std::unique_ptr<MainDashboardView> m_dashboard;
+};
+
+} // namespace App

@@ -1,0 +1,89 @@
+#include "App/Design/Raster.h"
+
+#include <QColor>
+#include <QPainter>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <iterator>
+#include <vector>
+
+namespace App::Design {
+
+namespace {
+
+/// Coverage in finer steps than a mask has, so that what six filters round off does not become visible bands.
+struct Field {
+    int width;
+    int height;
+    std::vector<float> values =
+        std::vector<float>(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+
+    float& at(std::ptrdiff_t x, std::ptrdiff_t y) { return *std::next(values.begin(), y * width + x); }
+};
+
+/// How far three boxes reach to each side that together spread like a Gaussian.
+std::array<int, 3> boxReaches(qreal sigma)
+{
+    const qreal idealWidth = std::sqrt(4 * sigma * sigma + 1);
+    const int narrowReach = std::max(0, static_cast<int>((idealWidth - 1) / 2));
+    const int narrowWidth = 2 * narrowReach + 1;
+    const qreal surplus = 4 * sigma * sigma + 1 - static_cast<qreal>(narrowWidth) * narrowWidth;
+    const int wideCount = std::clamp(qRound(3 * surplus / (4.0 * narrowWidth + 4)), 0, 3);
+    std::array<int, 3> reaches{};
+    for (int index = 0; index < 3; ++index)
+        reaches.at(static_cast<std::size_t>(index)) = narrowReach + (index < wideCount ? 1 : 0);
+    return reaches;
+}
+
+/// The mean of each pixel's neighbours to the left and right, with rows and columns exchanged on the way.
+Field boxedAndTransposed(Field& field, int reach)
+{
+    Field result{field.height, field.width};
+    const float weight = 1.0F / static_cast<float>(2 * reach + 1);
+    for (int y = 0; y < field.height; ++y) {
+        float sum = 0;
+        for (int x = -reach; x < field.width; ++x) {
+            if (x + reach < field.width)
+                sum += field.at(x + reach, y);
+            if (x - reach > 0)
+                sum -= field.at(x - reach - 1, y);
+            if (x >= 0)
+                result.at(y, x) = sum * weight;
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+QImage blurred(const QImage& mask, qreal sigma)
+{
+    Field field{mask.width(), mask.height()};
+    for (int y = 0; y < field.height; ++y)
+        std::copy_n(mask.constScanLine(y), field.width, &field.at(0, y));
+    for (const int reach : boxReaches(sigma)) {
+        Field columns = boxedAndTransposed(field, reach);
+        field = boxedAndTransposed(columns, reach);
+    }
+    QImage result(mask.size(), QImage::Format_Alpha8);
+    for (int y = 0; y < field.height; ++y) {
+        uchar* line = result.scanLine(y);
+        for (int x = 0; x < field.width; ++x)
+            line[x] = static_cast<uchar>(std::clamp(std::lround(field.at(x, y)), 0L, 255L));
+    }
+    return result;
+}
+
+QImage tinted(const QImage& mask, const QColor& color)
+{
+    QImage result = mask.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    QPainter painter(&result);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(result.rect(), color);
+    return result;
+}
+
+} // namespace App::Design

@@ -1,0 +1,14 @@
+import QtQuick
+import Quorvane.Design
+
+/// A panel that casts a shadow.
+Panel {
+    id: root
+
+    property ShadowStyle shadow: Theme.shadow.none
+
+    Shadow {
+        style: root.shadow
+        cornerRadius: root.radius
+    }
+}

@@ -1,0 +1,173 @@
+pragma Singleton
+pragma ComponentBehavior: Bound
+
+import QtQuick
+
+/// What the screens look like: colours, type, shadows, measures and durations by their roles. Lengths are in
+/// points, one of which is one device-independent pixel; durations are in milliseconds.
+///
+/// The runtime sets the first three properties whenever the system's appearance changes; the rest follows.
+QtObject {
+    id: root
+
+    property bool isDark: false
+    property bool isMotionReduced: false
+    /// How much larger than usual the user wants text: 1 is the usual size, 2 the largest there is.
+    property real textScale: 1
+
+    readonly property Colors color: Colors {
+        isDark: root.isDark
+    }
+    /// For what lies on a ground that is light in the dark, too.
+    readonly property Colors lightColor: Colors {
+        isDark: false
+    }
+    readonly property TypeScale type: TypeScale {
+        scale: Math.min(root.textScale, 2)
+    }
+    readonly property Motion motion: Motion {
+        isReduced: root.isMotionReduced
+    }
+    readonly property Shadows shadow: Shadows {
+        brand: root.color.orangeLine
+    }
+    readonly property Radii radius: Radii {}
+    readonly property Lines line: Lines {}
+
+    /// Between neighbours, and between content and the edge around it.
+    readonly property real spacing: 8
+    readonly property real padding: 16
+    /// No target of a finger or a pointer is smaller.
+    readonly property real minimumTarget: 44
+    /// From here on a window has the room of a regular width; a narrower one is compact.
+    readonly property real regularWidth: 700
+    /// Of words that are a button, while they are pressed.
+    readonly property real pressedOpacity: 0.4
+    /// The side of a symbol's square for each point of the text beside it.
+    readonly property real symbolSidePerPoint: 1.2
+
+    function faded(color: color, opacity: real): color {
+        return Qt.alpha(color, color.a * opacity);
+    }
+
+    component Colors: QtObject {
+        required property bool isDark
+
+        /// Text and symbols.
+        readonly property color label: isDark ? "#ffffff" : "#000000"
+        readonly property color textSecondary: Qt.alpha(label, 0.6)
+        readonly property color textOnOrange: "#ffffff"
+
+        readonly property color orange: isDark ? "#ff9f0a" : "#ff9500"
+        /// A gradient's lighter end.
+        readonly property color orangeSoft: Qt.alpha(orange, 0.8)
+        /// Borders and shadows.
+        readonly property color orangeLine: Qt.alpha(orange, 0.3)
+        /// Areas behind orange symbols, and strips.
+        readonly property color orangeTint: Qt.alpha(orange, 0.1)
+        /// A breath of it, for whole screens.
+        readonly property color orangeMist: Qt.alpha(orange, 0.05)
+
+        readonly property color grey: "#8e8e93"
+        readonly property color greyTint: Qt.alpha(grey, 0.1)
+        readonly property color greyMist: Qt.alpha(grey, 0.05)
+
+        /// Words and symbols that are a button.
+        readonly property color tint: isDark ? "#0a84ff" : "#007aff"
+        readonly property color scrollIndicator: Qt.alpha(label, 0.35)
+        readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
+
+        readonly property color systemBackground: isDark ? "#000000" : "#ffffff"
+
+        /// What the system draws: sheets, the rows on them, prompts and banners.
+        readonly property color sheetBackground: isDark ? "#1c1c1e" : "#f2f2f7"
+        readonly property color rowBackground: isDark ? "#2c2c2e" : "#ffffff"
+        readonly property color promptBackground: isDark ? "#252527" : "#f4f4f6"
+        readonly property color separator: isDark ? "#99545458" : "#4a3c3c43"
+        /// The groove of a switch that is off, and pressed rows.
+        readonly property color track: isDark ? "#52787880" : "#29787880"
+        readonly property color knob: "#ffffff"
+        readonly property color positive: isDark ? "#30d158" : "#34c759"
+        /// Over what a sheet or a prompt has put out of reach.
+        readonly property color scrim: Qt.alpha("#000000", isDark ? 0.48 : 0.3)
+    }
+
+    component TypeScale: QtObject {
+        required property real scale
+
+        readonly property font largeTitle: face(34, Font.Normal)
+        readonly property font largeTitleBold: face(34, Font.Bold)
+        readonly property font title2: face(22, Font.Normal)
+        readonly property font title2Bold: face(22, Font.Bold)
+        readonly property font title3: face(20, Font.Normal)
+        readonly property font headline: face(17, Font.DemiBold)
+        readonly property font body: face(17, Font.Normal)
+        readonly property font subheadline: face(15, Font.Normal)
+        readonly property font caption: face(12, Font.Normal)
+        readonly property font caption2: face(11, Font.Normal)
+
+        /// The larger the letters, the closer they stand, as the face's designer means it. Where the
+        /// face is missing, the system has another.
+        function face(points: real, weight: int): font {
+            const tracking = 0.185 * Math.exp(-0.1745 * points) - 0.0223;
+            return Qt.font({
+                family: "Inter",
+                pixelSize: Math.round(points * scale),
+                weight: weight,
+                letterSpacing: points * scale * tracking
+            });
+        }
+    }
+
+    /// Without motion everything is where it belongs at once.
+    component Motion: QtObject {
+        required property bool isReduced
+
+        readonly property int press: isReduced ? 0 : 100
+        readonly property int push: isReduced ? 0 : 350
+        readonly property int rootChange: isReduced ? 0 : 500
+    }
+
+    component Shadows: QtObject {
+        id: shadows
+
+        required property color brand
+
+        readonly property ShadowStyle none: ShadowStyle {}
+        readonly property ShadowStyle card: ShadowStyle {
+            color: Qt.alpha("#000000", 0.15)
+            blurRadius: 12
+            offset: Qt.point(0, 6)
+        }
+        readonly property ShadowStyle logo: ShadowStyle {
+            color: shadows.brand
+            blurRadius: 10
+            offset: Qt.point(0, 5)
+        }
+        readonly property ShadowStyle button: ShadowStyle {
+            color: shadows.brand
+            blurRadius: 8
+            offset: Qt.point(0, 4)
+        }
+        /// Sheets, prompts and banners.
+        readonly property ShadowStyle floating: ShadowStyle {
+            color: Qt.alpha("#000000", 0.2)
+            blurRadius: 24
+            offset: Qt.point(0, 10)
+        }
+    }
+
+    component Radii: QtObject {
+        readonly property real strip: 8
+        readonly property real prompt: 14
+        readonly property real card: 16
+    }
+
+    component Lines: QtObject {
+        readonly property real thin: 1
+        readonly property real border: 1.5
+        readonly property real focusRing: 3
+        /// Between an item and the focus ring around it.
+        readonly property real focusGap: 2
+    }
+}

@@ -1,0 +1,144 @@
+pragma ComponentBehavior: Bound
+
+import QtQuick
+import Quorvane.App
+import Quorvane.Design
+
+/// A card of the dashboard, as a button. A feature that cannot be opened yet is grey, flat and inert.
+PressableItem {
+    id: root
+
+    required property string title
+    required property string description
+    required property string icon
+    /// Whether this card's feature is the one on view.
+    property bool isActive: false
+    readonly property bool isEnabled: enabled
+
+    readonly property color accent: isEnabled ? Theme.color.orange : Theme.color.grey
+
+    implicitHeight: 170
+    cornerRadius: Theme.radius.card
+    accessibleName: title
+    accessibleDescription: description
+
+    InteractiveCardButtonStyle {
+        objectName: "face"
+        anchors.fill: parent
+        isPressed: root.isPressed
+
+        Surface {
+            objectName: "panel"
+            anchors.fill: parent
+            radius: root.cornerRadius
+            color: root.isEnabled ? Theme.color.systemBackground : Theme.color.greyMist
+            borderWidth: root.isEnabled ? Theme.line.border : Theme.line.thin
+            borderColor: !root.isEnabled ? Theme.color.greyTint : root.isActive ? Theme.color.orange : Theme.color.orangeLine
+            shadow: root.isEnabled ? Theme.shadow.card : Theme.shadow.none
+        }
+
+        Item {
+            anchors.fill: parent
+            anchors.margins: 20
+
+            Panel {
+                id: badge
+
+                objectName: "badge"
+                anchors.horizontalCenter: parent.horizontalCenter
+                width: 60
+                height: width
+                radius: width / 2
+                color: !root.isEnabled ? Theme.color.greyTint : root.isActive ? Theme.color.orange : Theme.color.orangeTint
+
+                Symbol {
+                    anchors.centerIn: parent
+                    name: root.icon
+                    pointSize: Theme.type.title2.pixelSize
+                    color: root.isEnabled && root.isActive ? Theme.color.textOnOrange : root.accent
+                }
+            }
+
+            Item {
+                id: texts
+
+                objectName: "texts"
+                anchors.verticalCenter: parent.verticalCenter
+                anchors.verticalCenterOffset: (badge.height - foot.height) / 2
+                width: parent.width
+                height: 50
+                clip: true
+
+                TextLabel {
+                    id: titleLabel
+
+                    objectName: "title"
+                    width: parent.width
+                    text: root.title
+                    font: Theme.type.headline
+                    color: root.isEnabled ? Theme.color.label : Theme.color.grey
+                    horizontalAlignment: Text.AlignHCenter
+                    wrapMode: Text.NoWrap
+                    Accessible.ignored: true
+                }
+
+                TextLabel {
+                    objectName: "description"
+                    anchors.top: titleLabel.bottom
+                    width: parent.width
+                    // As many lines as there is room for, which is none when letters are large.
+                    maximumLineCount: Math.floor((parent.height - titleLabel.height + 1) / Math.ceil(font.pixelSize * 1.2))
+                    visible: maximumLineCount > 0
+                    text: root.description
+                    font: Theme.type.caption
+                    color: root.isEnabled ? Theme.color.textSecondary : Theme.color.grey
+                    horizontalAlignment: Text.AlignHCenter
+                    Accessible.ignored: true
+                }
+            }
+
+            Row {
+                id: foot
+
+                objectName: "foot"
+                anchors.horizontalCenter: parent.horizontalCenter
+                anchors.bottom: parent.bottom
+                spacing: root.isEnabled ? Theme.spacing / 2 : 4
+
+                Symbol {
+                    anchors.verticalCenter: parent.verticalCenter
+                    visible: !root.isEnabled
+                    name: "lock.fill"
+                    pointSize: Theme.type.caption2.pixelSize
+                    color: root.accent
+                }
+
+                TextLabel {
+                    objectName: "footText"
+                    anchors.verticalCenter: parent.verticalCenter
+                    width: Math.min(implicitWidth, texts.width - 16 - parent.spacing)
+                    text: root.isEnabled ? qsTr("Tap to view details") : qsTr("Coming Soon")
+                    font: Theme.type.caption2
+                    color: root.accent
+                    wrapMode: Text.NoWrap
+                    Accessible.ignored: true
+                }
+
+                Item {
+                    anchors.verticalCenter: parent.verticalCenter
+                    width: 16
+                    height: chevron.height
+
+                    Symbol {
+                        id: chevron
+
+                        anchors.centerIn: parent
+                        name: "chevron.right"
+                        pointSize: Theme.type.caption.pixelSize
+                        color: root.accent
+                    }
+                }
+            }
+        }
+    }
+}

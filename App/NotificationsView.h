@@ -1,0 +1,26 @@
+#pragma once
+
+#include "App/FeatureDetail.h"
+#include "App/PresentationMode.h"
+
+namespace App {
+
+/// The organisation's notifications, announced. Threads: main.
+class NotificationsView : public App::FeatureDetail {
+    Q_OBJECT
+    QML_NAMED_ELEMENT(NotificationsViewModel)
+    Q_PROPERTY(App::PresentationMode* presentationMode MEMBER m_presentationMode NOTIFY
+                   presentationModeChanged FINAL)
+
+public:
+    explicit NotificationsView(QObject* parent = nullptr);
+
+Q_SIGNALS:
+    void presentationModeChanged();
+
+private:
+    /// Nothing on this screen dismisses it.
+    PresentationMode* m_presentationMode = nullptr;
+};
+
+} // namespace App

@@ -1,0 +1,56 @@
+pragma ComponentBehavior: Bound
+
+import QtQuick
+import Quorvane.App
+import Quorvane.Design
+
+/// Something to press, by finger, pointer, keyboard or screen reader, with the ring of the focus around it. What it looks
+/// like is up to its content.
+FocusScope {
+    id: root
+
+    required property string accessibleName
+    property string accessibleDescription: ""
+    property real cornerRadius: 0
+    readonly property bool isPressed: tap.pressed || isKeyPressed
+    property bool isKeyPressed: false
+
+    signal clicked
+
+    activeFocusOnTab: enabled
+    Accessible.role: Accessible.Button
+    Accessible.name: accessibleName
+    Accessible.description: accessibleDescription
+    Accessible.focusable: true
+    Accessible.onPressAction: clicked()
+    Keys.onPressed: event => {
+        FocusVisibility.isShown = true;
+        if (event.isAutoRepeat || ![Qt.Key_Space, Qt.Key_Return, Qt.Key_Enter].includes(event.key))
+            return;
+        isKeyPressed = true;
+        event.accepted = true;
+    }
+    Keys.onReleased: event => {
+        if (event.isAutoRepeat || !isKeyPressed)
+            return;
+        isKeyPressed = false;
+        event.accepted = true;
+        clicked();
+    }
+    onActiveFocusChanged: isKeyPressed = false
+
+    TapHandler {
+        id: tap
+
+        onTapped: root.clicked()
+    }
+
+    HoverHandler {
+        cursorShape: Qt.PointingHandCursor
+    }
+
+    FocusRing {
+        visible: root.activeFocus && FocusVisibility.isShown
+        cornerRadius: root.cornerRadius
+    }
+}

@@ -1,0 +1,39 @@
+#include "Platform/Desktop/GuiApplication.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace Platform::Desktop {
+
+namespace {
+
+constexpr int unavailable = 69;
+
+/// The toolkit ends the process by a signal when it cannot connect: end it in a way that people can read.
+void endReadably(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (type != QtFatalMsg) {
+        std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
+        return;
+    }
+    std::fprintf(stderr,
+                 "quorvane-mdm: the display cannot be opened; check DISPLAY and WAYLAND_DISPLAY, or set "
+                 "QT_QPA_PLATFORM=offscreen to run without one\n");
+    std::_Exit(unavailable);
+}
+
+} // namespace
+
+std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        throw NoDisplay("there is no display: set DISPLAY or WAYLAND_DISPLAY, or "
+                        "QT_QPA_PLATFORM=offscreen to run without one");
+    const auto previousHandler = qInstallMessageHandler(endReadably);
+    auto application = std::make_unique<QGuiApplication>(argc, argv);
+    qInstallMessageHandler(previousHandler);
+    return application;
+}
+
+} // namespace Platform::Desktop

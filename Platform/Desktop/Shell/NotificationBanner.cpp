@@ -1,0 +1,80 @@
+#include "Platform/Desktop/Shell/NotificationBanner.h"
+
+#include <utility>
+
+namespace Platform::Desktop {
+
+void NotificationBanner::enqueue(const UserNotification& notification, std::function<void()> onResponse)
+{
+    m_waiting.push_back({QString::fromStdString(notification.title),
+                         QString::fromStdString(notification.body), std::move(onResponse)});
+    if (m_waiting.size() > maximumWaitingCount)
+        m_waiting.pop_front();
+    showNext();
+}
+
+void NotificationBanner::clear()
+{
+    m_waiting.clear();
+    m_isOnView = false;
+    setShown(false);
+}
+
+void NotificationBanner::respond()
+{
+    if (!m_isShown)
+        return;
+    const auto onResponse = std::exchange(m_current.onResponse, {});
+    setShown(false);
+    onResponse();
+}
+
+void NotificationBanner::hold(bool isHeld)
+{
+    if (!m_isShown)
+        return;
+    if (isHeld)
+        m_timer.reset();
+    else
+        startTimer();
+}
+
+void NotificationBanner::leave()
+{
+    const auto makeWay = [this] {
+        if (m_isShown)
+            return;
+        m_isOnView = false;
+        showNext();
+    };
+    QMetaObject::invokeMethod(this, makeWay, Qt::QueuedConnection);
+}
+
+void NotificationBanner::showNext()
+{
+    if (m_isOnView || m_waiting.empty())
+        return;
+    m_current = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    m_isOnView = true;
+    Q_EMIT notificationChanged();
+    setShown(true);
+}
+
+void NotificationBanner::setShown(bool isShown)
+{
+    if (std::exchange(m_isShown, isShown) == isShown)
+        return;
+    if (isShown)
+        startTimer();
+    else
+        m_timer.reset();
+    Q_EMIT isShownChanged();
+}
+
+void NotificationBanner::startTimer()
+{
+    m_timer = m_timers.scheduledTimer(viewTime, [this] { setShown(false); });
+}
+
+} // namespace Platform::Desktop

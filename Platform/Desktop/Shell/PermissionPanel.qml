@@ -1,0 +1,124 @@
+import QtQuick
+import Quorvane.Shell
+
+/// The question whether the application may show notifications. It goes when it is answered, and in no other way.
+Modal {
+    id: root
+
+    required property PermissionPanelModel panel
+    required property string applicationName
+
+    /// As long as it is not in place, nobody has seen it.
+    function answer(isGranted: bool) {
+        if (progress === 1)
+            panel.answer(isGranted);
+    }
+
+    isOpen: panel.isAsking
+    initialFocus: consent
+    onGone: panel.leave()
+    Keys.onUpPressed: texts.scroll(-ShellStyle.minimumTarget)
+    Keys.onDownPressed: texts.scroll(ShellStyle.minimumTarget)
+
+    Rectangle {
+        id: card
+
+        readonly property real padding: ShellStyle.padding
+
+        objectName: "shell.permission"
+        anchors.centerIn: parent
+        width: Math.min(Math.round(ShellStyle.panelWidth * ShellStyle.textScale), root.width - 2 * padding)
+        height: Math.min(padding + texts.contentHeight + padding + buttons.height + padding, root.height - 2 * padding)
+        radius: ShellStyle.panelRadius
+        color: ShellStyle.panel
+        opacity: root.progress
+        scale: 0.95 + 0.05 * root.progress
+        Accessible.role: Accessible.Dialog
+        Accessible.name: title.text
+        Accessible.description: note.text
+
+        PressArea {
+            anchors.fill: parent
+            blocksWheel: true
+        }
+
+        ScrollArea {
+            id: texts
+
+            anchors.top: parent.top
+            anchors.bottom: buttons.top
+            anchors.left: parent.left
+            anchors.right: parent.right
+            anchors.margins: card.padding
+            contentHeight: column.height
+
+            Column {
+                id: column
+
+                width: parent.width
+                spacing: 6
+                topPadding: 6
+
+                TextLabel {
+                    id: title
+
+                    width: parent.width
+                    text: qsTr("\"%1\" Would Like to Send You Notifications").arg(root.applicationName)
+                    font: ShellStyle.title
+                    horizontalAlignment: Text.AlignHCenter
+                    Accessible.role: Accessible.Heading
+                }
+
+                TextLabel {
+                    id: note
+
+                    width: parent.width
+                    text: qsTr("Notifications may include alerts, sounds, and icon badges.")
+                    font: ShellStyle.note
+                    color: ShellStyle.labelSecondary
+                    horizontalAlignment: Text.AlignHCenter
+                }
+            }
+        }
+
+        Grid {
+            id: buttons
+
+            readonly property real halfWidth: Math.floor((width - spacing) / 2)
+            readonly property bool isSideBySide: Math.max(refusal.implicitWidth, consent.implicitWidth) <= halfWidth
+            readonly property real buttonWidth: isSideBySide ? halfWidth : width
+
+            anchors.bottom: parent.bottom
+            anchors.left: parent.left
+            anchors.right: parent.right
+            anchors.margins: card.padding
+            columns: isSideBySide ? 2 : 1
+            spacing: ShellStyle.spacing
+
+            TextButton {
+                id: refusal
+
+                objectName: "shell.dontAllow"
+                width: buttons.buttonWidth
+                text: qsTr("Don't Allow")
+                KeyNavigation.tab: consent
+                KeyNavigation.backtab: consent
+                KeyNavigation.right: consent
+                onTriggered: root.answer(false)
+            }
+
+            TextButton {
+                id: consent
+
+                objectName: "shell.allow"
+                width: buttons.buttonWidth
+                text: qsTr("Allow")
+                focus: true
+                KeyNavigation.tab: refusal
+                KeyNavigation.backtab: refusal
+                KeyNavigation.left: refusal
+                onTriggered: root.answer(true)
+            }
+        }
+    }
+}

@@ -1,0 +1,16 @@
+import QtQuick
+
+/// As high as its content, or lower: then it scrolls, by finger, wheel and `scroll()`.
+Flickable {
+    id: root
+
+    function scroll(distance: real) {
+        contentY = Math.max(0, Math.min(contentY + distance, contentHeight - height));
+    }
+
+    implicitHeight: contentHeight
+    contentWidth: width
+    boundsBehavior: Flickable.StopAtBounds
+    interactive: contentHeight > height
+    clip: interactive
+}

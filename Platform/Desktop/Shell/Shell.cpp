@@ -1,0 +1,113 @@
+#include "Platform/Desktop/Shell/Shell.h"
+
+#include "Platform/FatalError.h"
+
+#include <QQmlComponent>
+
+#include <algorithm>
+#include <utility>
+
+namespace Platform::Desktop {
+
+Shell::Shell(const Ports& ports, const std::string& applicationName)
+    : m_applicationName(QString::fromStdString(applicationName)),
+      m_settings(ports.preferences),
+      m_banner(ports.timers)
+{
+    connect(&m_permission, &PermissionPanel::isAskingChanged, this, &Shell::load);
+    connect(&m_settings, &SettingsSheet::isOpenChanged, this, &Shell::load);
+    connect(&m_banner, &NotificationBanner::isShownChanged, this, &Shell::load);
+}
+
+Shell::~Shell()
+{
+    detach();
+}
+
+void Shell::attach(QQmlEngine& engine, QQuickWindow& window)
+{
+    detach();
+    m_engine = &engine;
+    m_window = &window;
+    window.installEventFilter(this);
+    connect(&window, &QObject::destroyed, this, &Shell::windowHasGone);
+    m_permission.setOnScreen(true);
+}
+
+void Shell::detach()
+{
+    if (!m_window)
+        return;
+    m_window->removeEventFilter(this);
+    m_window->disconnect(this);
+    delete m_screen;
+    m_window.clear();
+    windowHasGone();
+}
+
+void Shell::windowHasGone()
+{
+    m_permission.setOnScreen(false);
+    m_settings.close();
+    m_banner.clear();
+}
+
+void Shell::setAppearance(const Appearance& appearance)
+{
+    m_appearance = appearance;
+    m_appearance.textScale = std::clamp(appearance.textScale, 1.0, 2.0);
+    Q_EMIT appearanceChanged();
+}
+
+void Shell::openSettings()
+{
+    if (m_window)
+        m_settings.open();
+}
+
+void Shell::ask(std::function<void(bool isGranted)> completion)
+{
+    m_permission.ask(std::move(completion));
+}
+
+void Shell::show(const UserNotification& notification, unsigned options,
+                 std::function<void(bool isShown)> completion, std::function<void()> onResponse)
+{
+    const bool isSeen = m_window && m_window->isVisible() && m_window->visibility() != QWindow::Minimized;
+    const bool isShown = isSeen && (options & PresentationOptions::banner) != 0;
+    if (isShown)
+        m_banner.enqueue(notification, std::move(onResponse));
+    completion(isShown);
+}
+
+bool Shell::eventFilter(QObject* watched, QEvent* event)
+{
+    const QEvent::Type type = event->type();
+    if (type == QEvent::KeyPress)
+        setKeyboardInUse(true);
+    else if (type == QEvent::MouseButtonPress || type == QEvent::TouchBegin)
+        setKeyboardInUse(false);
+    return QObject::eventFilter(watched, event);
+}
+
+void Shell::setKeyboardInUse(bool isInUse)
+{
+    if (std::exchange(m_isKeyboardInUse, isInUse) != isInUse)
+        Q_EMIT isKeyboardInUseChanged();
+}
+
+void Shell::load()
+{
+    if (m_screen || !m_window || !m_engine)
+        return;
+    if (!m_engine->importPathList().contains("qrc:/qt/qml"))
+        m_engine->addImportPath("qrc:/qt/qml");
+    QQmlComponent component(m_engine, QUrl("qrc:/qt/qml/Quorvane/Shell/Shell.qml"));
+    if (component.isError())
+        fatalError("the system's screens do not load: " + component.errorString().toStdString());
+    m_screen = qobject_cast<QQuickItem*>(component.createWithInitialProperties(
+        {{"shell", QVariant::fromValue(this)}, {"parent", QVariant::fromValue(m_window->contentItem())}}));
+    m_screen->QObject::setParent(m_window->contentItem());
+}
+
+} // namespace Platform::Desktop

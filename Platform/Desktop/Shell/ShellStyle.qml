@@ -1,0 +1,73 @@
+pragma Singleton
+
+import QtQuick
+import Quorvane.Shell
+
+/// What the system's own screens look like: colours, type, measures and durations by their roles. Lengths are in
+/// points, durations in milliseconds.
+QtObject {
+    id: root
+
+    /// Says what the user wants; null at first.
+    property ShellModel shell: null
+    readonly property bool isDark: shell?.isDark ?? false
+    readonly property bool isMotionReduced: shell?.isMotionReduced ?? false
+    readonly property real textScale: shell?.textScale ?? 1
+    /// Whether the item with the focus shows it.
+    readonly property bool isFocusShown: shell?.isKeyboardInUse ?? false
+
+    readonly property color label: isDark ? "#f5f5f7" : "#1c1c1e"
+    readonly property color labelSecondary: isDark ? "#a9a9b0" : "#62626a"
+    /// The words of buttons.
+    readonly property color tint: isDark ? "#6cb4ff" : "#0060cc"
+    readonly property color panel: isDark ? "#2a2a2c" : "#fafafc"
+    readonly property color sheet: isDark ? "#1e1e20" : "#f2f2f6"
+    readonly property color row: isDark ? "#2c2c2e" : "#ffffff"
+    readonly property color button: isDark ? "#3d3d41" : "#e9e9ef"
+    readonly property color buttonPressed: isDark ? "#505056" : "#d8d8e0"
+    readonly property color separator: isDark ? "#414145" : "#e0e0e5"
+    readonly property color outline: isDark ? "#28ffffff" : "#14000000"
+    readonly property color shadow: isDark ? "#80000000" : "#26000000"
+    /// Over what is out of reach.
+    readonly property color scrim: isDark ? "#99000000" : "#59000000"
+    readonly property color switchOn: isDark ? "#30a652" : "#2a9d4a"
+    readonly property color switchOff: isDark ? "#7c7c82" : "#8e8e94"
+    readonly property color knob: "#ffffff"
+    readonly property color mark: isDark ? "#ff9f0a" : "#ff9500"
+    readonly property color markLetter: "#ffffff"
+    readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
+
+    readonly property font title: face(17, Font.DemiBold)
+    readonly property font body: face(17, Font.Normal)
+    readonly property font emphasized: face(17, Font.Medium)
+    readonly property font note: face(14, Font.Normal)
+    readonly property font bannerTitle: face(15, Font.DemiBold)
+    readonly property font bannerBody: face(15, Font.Normal)
+
+    readonly property real spacing: 8
+    readonly property real padding: 16
+    /// No target of a finger or a pointer is smaller.
+    readonly property real minimumTarget: 44
+    readonly property real rowHeight: 52
+    readonly property real buttonRadius: 12
+    readonly property real rowRadius: 14
+    readonly property real panelRadius: 20
+    readonly property real focusRingWidth: 3
+    /// Windows from this width on show sheets in their middle.
+    readonly property real regularWidth: 700
+    readonly property real panelWidth: 300
+    readonly property real sheetWidth: 540
+    readonly property real bannerWidth: 400
+
+    readonly property int fade: isMotionReduced ? 0 : 200
+    readonly property int slide: isMotionReduced ? 0 : 300
+
+    function face(points: real, weight: int): font {
+        return Qt.font({
+            family: "Inter",
+            pixelSize: Math.round(points * textScale),
+            weight: weight,
+            letterSpacing: -0.01 * points * textScale
+        });
+    }
+}

@@ -1,0 +1,103 @@
+#include "Platform/Desktop/WindowGroup.h"
+
+#include "Platform/FatalError.h"
+#include "Platform/UserDefaults.h"
+
+#include <QGuiApplication>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QScreen>
+
+#include <algorithm>
+#include <array>
+
+namespace Platform::Desktop {
+
+namespace {
+
+constexpr std::string_view frameKey = "WindowFrame";
+constexpr QSize defaultSize(1024, 768);
+constexpr QSize minimumSize(320, 480);
+
+bool isOnAScreen(const QRect& frame)
+{
+    const auto screens = QGuiApplication::screens();
+    return std::any_of(screens.begin(), screens.end(), [&](const QScreen* screen) {
+        const QRect visible = screen->availableGeometry().intersected(frame);
+        return visible.width() >= minimumSize.width() / 2 && visible.height() >= minimumSize.height() / 2;
+    });
+}
+
+/// The numbers of the stored frame; none when it is not one.
+QRect storedFrame(const UserDefaults& store)
+{
+    const auto stored = store.object(frameKey);
+    const auto* numbers = stored ? stored->array() : nullptr;
+    if (numbers == nullptr || numbers->size() != 4)
+        return {};
+    std::array<int, 4> frame{};
+    for (std::size_t index = 0; index < frame.size(); ++index) {
+        const auto* number = (*numbers)[index].integer();
+        if (number == nullptr || !std::in_range<std::int16_t>(*number))
+            return {};
+        frame[index] = static_cast<int>(*number);
+    }
+    return {frame[0], frame[1], frame[2], frame[3]};
+}
+
+} // namespace
+
+WindowGroup::WindowGroup(UserDefaults& store, const QString& title) : m_store(store)
+{
+    m_window.setTitle(title);
+    m_window.setMinimumSize(minimumSize);
+    m_window.engine()->addImportPath(QStringLiteral("qrc:/qt/qml"));
+    m_window.setResizeMode(QQuickView::SizeRootObjectToView);
+}
+
+WindowGroup::~WindowGroup()
+{
+    if (m_window.rootObject() != nullptr)
+        saveFrame();
+    // The content refers to what lives longer than it does.
+    m_window.setSource({});
+}
+
+void WindowGroup::show(const QUrl& document, const QVariantMap& properties)
+{
+    m_window.setInitialProperties(properties);
+    m_window.setSource(document);
+    if (m_window.rootObject() == nullptr)
+        fatalError("the content of the window cannot be loaded");
+    restoreFrame();
+    m_window.show();
+}
+
+void WindowGroup::raise()
+{
+    if (m_window.visibility() == QWindow::Minimized)
+        m_window.showNormal();
+    m_window.raise();
+    m_window.requestActivate();
+}
+
+void WindowGroup::restoreFrame()
+{
+    const QRect frame = storedFrame(m_store);
+    if (frame.isValid() && isOnAScreen(frame)) {
+        m_window.setGeometry(frame);
+        return;
+    }
+    const QSize room = m_window.screen()->availableGeometry().size();
+    m_window.resize(defaultSize.boundedTo(room));
+}
+
+void WindowGroup::saveFrame()
+{
+    if (m_window.visibility() != QWindow::Windowed && m_window.visibility() != QWindow::Hidden)
+        return;
+    const QRect frame = m_window.geometry();
+    m_store.set(frameKey, PropertyList::Array{frame.x(), frame.y(), frame.width(), frame.height()});
+}
+
+} // namespace Platform::Desktop

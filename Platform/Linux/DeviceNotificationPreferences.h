@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/ShellState.h"
+#include "Platform/Shell.h"
+
+#include <string>
+#include <utility>
+
+namespace Platform::Linux {
+
+/// What the settings say about notifications on this device. Threads: main. Ownership: refers to what it is
+/// built from.
+class DeviceNotificationPreferences final : public NotificationPreferences {
+public:
+    /// `server` may be null. `pushSource` is in words for people.
+    DeviceNotificationPreferences(ShellState& state, const NotificationServer* server, std::string pushSource)
+        : m_state(state), m_server(server), m_pushSource(std::move(pushSource))
+    {}
+
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override
+    {
+        return m_state.authorizationStatus();
+    }
+    void setAllowed(bool isAllowed) override
+    {
+        m_state.setAuthorizationStatus(isAllowed ? AuthorizationStatus::authorized
+                                                 : AuthorizationStatus::denied);
+    }
+    [[nodiscard]] std::string notificationServer() const override
+    {
+        const auto information = m_server != nullptr ? m_server->information() : std::nullopt;
+        return information ? information->name + " " + information->version : std::string();
+    }
+    [[nodiscard]] std::string pushSource() const override { return m_pushSource; }
+
+private:
+    ShellState& m_state;
+    const NotificationServer* m_server;
+    const std::string m_pushSource;
+};
+
+} // namespace Platform::Linux

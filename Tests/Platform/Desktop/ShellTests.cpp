@@ -1,0 +1,90 @@
+#include "Platform/Desktop/Shell/Shell.h"
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace Platform;
+
+/// Content that has the focus and counts what reaches it, under a shell: a small window, large letters.
+class ShellTest : public testing::Test, protected NotificationPreferences {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 0;
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        static const QGuiApplication application(argc, nullptr);
+        qInstallMessageHandler([](auto, auto&, const QString& text) { ADD_FAILURE() << text.toStdString(); });
+    }
+    ShellTest()
+    {
+        engine.loadData("import QtQuick; Window { width: 320; height: 568; visible: true; Item {"
+                        "objectName: 'content'; anchors.fill: parent; focus: true; property int count: 0;"
+                        "TapHandler { onTapped: ++count } Keys.onPressed: ++count } }");
+        window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
+        EXPECT_TRUE(QTest::qWaitForWindowActive(window));
+        shell.setAppearance({.isMotionReduced = true, .textScale = 2});
+    }
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override { return {}; }
+    void setAllowed(bool isAllowed) override { events += isAllowed ? "switched " : ""; }
+    [[nodiscard]] std::string notificationServer() const override { return {}; }
+    [[nodiscard]] std::string pushSource() const override { return "UnifiedPush (org.example.Push)"; }
+    QQuickItem* item(const char* name) { return window->findChild<QQuickItem*>(name); }
+    bool hasFocus(const char* id)
+    {
+        return QTest::qWaitFor([&] { return item(id)->hasActiveFocus(); });
+    }
+    void tap(const char* name)
+    {
+        const QRect area = item(name)->mapRectToScene(item(name)->boundingRect()).toRect();
+        EXPECT_TRUE(QRect(0, 0, 320, 568).contains(area) && area.height() >= 44) << name;
+        QTest::mouseClick(window, Qt::LeftButton, {}, area.center());
+    }
+    std::string events;
+    ManualScheduler clock;
+    QQmlApplicationEngine engine;
+    QQuickWindow* window = nullptr;
+    Desktop::Shell shell{{*this, clock}, "Quorvane MDM"};
+};
+
+TEST_F(ShellTest, PanelsKeepEveryInputUntilTheyGo)
+{
+    for (int question = 0; question < 2; ++question)
+        shell.ask([&](bool isGranted) { events += isGranted ? "allowed " : "refused "; });
+    shell.attach(engine, *window);
+    ASSERT_TRUE(hasFocus("shell.allow"));
+    QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
+    QTest::keySequence(window, {"Esc, Tab, Tab, Tab"});
+    item("content")->forceActiveFocus();
+    ASSERT_TRUE(hasFocus("shell.dontAllow"));
+    QTest::keyClick(window, Qt::Key_Space);
+    ASSERT_TRUE(hasFocus("shell.allow"));
+    shell.openSettings();
+    tap("shell.allow");
+    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    tap("shell.settings.allowNotifications");
+    QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
+    ASSERT_TRUE(hasFocus("content"));
+    EXPECT_EQ(events + item("content")->property("count").toString().toStdString(),
+              "refused allowed switched 0");
+}
+
+TEST_F(ShellTest, BannersComeOneByOneAndEveryWayToEndThemButTimeIsAResponse)
+{
+    shell.attach(engine, *window);
+    // The first is on view; of those behind it two make way.
+    for (int number = 0; number < 23; ++number)
+        shell.show(
+            {std::to_string(number), {}, {}, {}}, PresentationOptions::banner, [](bool) {},
+            [&, number] { events += std::to_string(number) + " "; });
+    const std::function<void()> ways[] = {[&] { tap("shell.banner"); },
+                                          [&] { clock.advance(Desktop::NotificationBanner::viewTime); },
+                                          [&] { QTest::keySequence(window, {"Tab, Esc"}); }};
+    for (int next = 3; next < 6; ++next) {
+        ways[next - 3]();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return shell.banner()->title().toInt() == next; })) << next;
+    }
+    EXPECT_TRUE(hasFocus("content") && events == "0 4 ") << events;
+}
