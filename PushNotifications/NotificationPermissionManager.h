@@ -23,12 +23,12 @@ public:
     /// The manager of this process, made on first use and never destroyed.
     static NotificationPermissionManager& shared();
 
-    Platform::Task<Platform::AuthorizationStatus> currentStatus() const;
+    [[nodiscard]] Platform::Task<Platform::AuthorizationStatus> currentStatus() const;
     /// True for exactly `authorized`: provisional and ephemeral permission do not count.
-    Platform::Task<bool> isAuthorized() const;
+    [[nodiscard]] Platform::Task<bool> isAuthorized() const;
     /// Asks for alerts, badges and sounds. False when the user refuses, and when there is no asking; only the
     /// log tells which. Never throws.
-    Platform::Task<bool> requestAuthorization() const;
+    [[nodiscard]] Platform::Task<bool> requestAuthorization() const;
 
 private:
     Platform::UserNotificationCenter& m_center;

@@ -93,7 +93,8 @@ void DeviceNotificationCenter::deliver(const UserNotification& notification, boo
 }
 
 void DeviceNotificationCenter::present(const UserNotification& notification, unsigned options,
-                                       std::size_t presenterIndex, std::function<void(bool)> completion)
+                                       std::size_t presenterIndex,
+                                       const std::function<void(bool)>& completion)
 {
     if (presenterIndex == m_ports.presenters.size()) {
         completion(false);

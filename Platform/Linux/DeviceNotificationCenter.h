@@ -46,7 +46,7 @@ private:
     void decide(AuthorizationCompletion completion);
     /// Tries the presenters from the given one on; `completion` gets whether one showed it.
     void present(const UserNotification& notification, unsigned options, std::size_t presenterIndex,
-                 std::function<void(bool)> completion);
+                 const std::function<void(bool)>& completion);
     void respond(const UserNotification& notification) const;
 
     const Ports m_ports;

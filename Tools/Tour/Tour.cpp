@@ -54,6 +54,7 @@ public:
             expectLine("Notification permission granted");
             expectLine("Device token uploaded to backend");
             m_token = tokenAtBackend();
+            window().waitUntilGone("shell.allow");
         });
         picture("dashboard", "dashboard.card.bell.badge");
         step("the backend pushes to that token -> banner and history", [&] {
@@ -67,6 +68,7 @@ public:
         step("a tap on it -> processed again", [&] {
             window().tap("shell.banner");
             expectLine("Processed notification from center");
+            window().waitUntilGone("shell.banner");
         });
         step("a silent push -> the app alone hears of it", [&] {
             push(R"({"aps": {"content-available": 1}})");
@@ -108,6 +110,7 @@ public:
             window().tap("welcome.getStarted");
             window().tap("shell.dontAllow");
             expectLine("Notification permission denied");
+            window().waitUntilGone("shell.dontAllow");
             window().waitFor("dashboard.openSettings");
         });
         picture("dashboard-denied", "dashboard.openSettings");
