@@ -138,9 +138,10 @@ FocusScope {
                 target: null
                 yAxis.enabled: false
                 cursorShape: Qt.ArrowCursor
+                // Not out of sight before the finger lets go.
                 onActiveTranslationChanged: {
                     if (active)
-                        over.offset = Math.min(1, Math.max(0, activeTranslation.x / over.width));
+                        over.offset = Math.min(0.99, Math.max(0, activeTranslation.x / over.width));
                 }
                 onActiveChanged: {
                     if (active)

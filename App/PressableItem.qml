@@ -22,7 +22,10 @@ FocusScope {
     Accessible.name: accessibleName
     Accessible.description: accessibleDescription
     Accessible.focusable: true
-    Accessible.onPressAction: clicked()
+    Accessible.onPressAction: {
+        if (enabled)
+            clicked();
+    }
     Keys.onPressed: event => {
         FocusVisibility.isShown = true;
         if (event.isAutoRepeat || ![Qt.Key_Space, Qt.Key_Return, Qt.Key_Enter].includes(event.key))

@@ -10,7 +10,7 @@ Panel {
 
     signal settingsWanted
 
-    implicitHeight: Math.max(text.height, button.height) + 2 * Theme.padding
+    implicitHeight: Math.max(text.height, label.height) + 2 * Theme.padding
     radius: Theme.radius.strip
     color: Theme.color.orangeTint
 
@@ -45,7 +45,8 @@ Panel {
         anchors.rightMargin: Theme.padding
         anchors.verticalCenter: parent.verticalCenter
         width: Math.min(label.implicitWidth, root.width / 2)
-        height: label.implicitHeight
+        // Reaches into the padding around it.
+        height: Math.max(label.height, Theme.minimumTarget)
         cornerRadius: Theme.radius.strip
         accessibleName: qsTr("Open Settings")
         onClicked: root.settingsWanted()
@@ -53,6 +54,7 @@ Panel {
         TextLabel {
             id: label
 
+            anchors.verticalCenter: parent.verticalCenter
             width: parent.width
             text: button.accessibleName
             font: Theme.type.subheadline

@@ -19,7 +19,7 @@ namespace Platform::Linux {
 
 class SessionBus;
 
-/// The push distributors of this session, as those who want to be registered see them.
+/// The push distributors on the session bus, as those who want to be registered see them.
 ///
 /// Threads: main; completions run on the thread of the bus, or inside the call when nothing can be sent. Each
 /// is called exactly once, unless the bus stops before. Ownership: refers to the bus, which must be stopped
