@@ -39,7 +39,7 @@ FocusScope {
     anchors.fill: parent
     visible: !isGone
     enabled: isOpen
-    // Shortcuts of what is below do not reach beyond it either.
+    // Before a shortcut of the application takes it.
     Keys.onShortcutOverride: event => event.accepted = true
     Keys.onPressed: event => event.accepted = true
     onIsGoneChanged: {

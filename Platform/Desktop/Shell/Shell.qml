@@ -20,14 +20,12 @@ Item {
     }
 
     SettingsSheet {
-        objectName: "shell.settings.modal"
         sheet: root.shell.settings
         applicationName: root.shell.applicationName
         isCovered: root.shell.permission.isAsking
     }
 
     PermissionPanel {
-        objectName: "shell.permission.modal"
         panel: root.shell.permission
         applicationName: root.shell.applicationName
     }

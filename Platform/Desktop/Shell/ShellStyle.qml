@@ -24,7 +24,7 @@ QtObject {
     readonly property color sheet: isDark ? "#1e1e20" : "#f2f2f6"
     readonly property color row: isDark ? "#2c2c2e" : "#ffffff"
     readonly property color button: isDark ? "#3d3d41" : "#e9e9ef"
-    readonly property color buttonPressed: isDark ? "#505056" : "#d8d8e0"
+    readonly property color buttonPressed: isDark ? "#48484d" : "#dcdce4"
     readonly property color separator: isDark ? "#414145" : "#e0e0e5"
     readonly property color outline: isDark ? "#28ffffff" : "#14000000"
     readonly property color shadow: isDark ? "#80000000" : "#26000000"

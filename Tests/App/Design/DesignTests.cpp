@@ -1,0 +1,56 @@
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickView>
+#include <QVector3D>
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+struct Case {
+    const char* qml;
+    std::vector<std::pair<QPoint, QColor>> pixels;
+    const char* warning = "";
+};
+
+/// On a window of 60 by 60 points, white, with two pixels to the point.
+static const Case cases[] = {
+    {"Panel { x: 5; width: 41; height: 31; radius: 99; color: 'blue'; borderWidth: 1.5; borderColor: 'red' }",
+     {{{10, 1}, "white"}, {{9, 30}, "white"}, {{10, 30}, "red"}, {{12, 30}, "red"}, {{13, 30}, "blue"}}},
+    {"Panel { width: 60; height: 9; color: 'red'; endColor: 'lime'; gradientDirection: Panel.Horizontal }",
+     {{{2, 9}, "#fa0500"}, {{60, 9}, "#7e8100"}, {{117, 9}, "#05fa00"}}},
+    {"NinePatchShadow { x: 15; y: 9; width: 40; height: 40; blurRadius: 4; color: 'black'; offset.y: -5 }",
+     {{{29, 48}, "#8c8c8c"}, {{30, 48}, "#737373"}, {{60, 8}, "#737373"}, {{60, 60}, "black"}}},
+    {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // The bell, the gap and the badge.
+     {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
+    {"Symbol { name: 'no.such' }", {{{18, 18}, "white"}}, ".*/no\\.such/.*"},
+    {"Rectangle { width: Theme.type.body.pixelSize; height: 9 + Theme.motion.push; color: Theme.color.orange;"
+     "Component.onCompleted: { Theme.isDark = true; Theme.isMotionReduced = true; Theme.textScale = 5 } }",
+     {{{67, 17}, "#ff9f0a"}, {{68, 17}, "white"}, {{67, 18}, "white"}}},
+};
+
+TEST(DesignTests, AreDrawnToThePixel)
+{
+    const auto vector = [](QColor color) { return QVector3D(color.redF(), color.greenF(), color.blueF()); };
+    for (const auto& [qml, pixels, warning] : cases) {
+        QQuickView view;
+        view.resize(60, 60);
+        view.engine()->addImportPath("qrc:/qt/qml");
+        view.engine()->setOutputWarningsToStandardError(false);
+        std::string warnings;
+        QObject::connect(view.engine(), &QQmlEngine::warnings,
+                         [&](const auto& errors) { warnings += errors.first().description().toStdString(); });
+        QQmlComponent component(view.engine());
+        component.setData(QByteArray("import QtQuick\nimport Quorvane.Design\n") + qml, QUrl());
+        const std::unique_ptr<QQuickItem> item(qobject_cast<QQuickItem*>(component.create()));
+        ASSERT_TRUE(item) << component.errorString().toStdString();
+        item->setParentItem(view.contentItem());
+        for (const QImage image = view.grabWindow(); const auto& [at, color] : pixels)
+            EXPECT_LT(vector(image.pixelColor(at)).distanceToPoint(vector(color)), 0.04) << qml << at.x();
+        EXPECT_THAT(warnings, testing::MatchesRegex(warning));
+    }
+}
