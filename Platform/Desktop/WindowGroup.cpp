@@ -61,6 +61,8 @@ WindowGroup::~WindowGroup()
         saveFrame();
     // The content refers to what lives longer than it does.
     m_window.setSource({});
+    // The pictures of the content, too, which the toolkit would keep for the next window.
+    m_window.releaseResources();
 }
 
 void WindowGroup::show(const QUrl& document, const QVariantMap& properties)
