@@ -11,6 +11,11 @@ Panel::Panel(QQuickItem* parent) : QQuickPaintedItem(parent)
 {
     setAntialiasing(true);
     connect(this, &Panel::appearanceChanged, this, [this] { update(); });
+    // What is not seen is not painted, and keeps no picture.
+    connect(this, &QQuickItem::visibleChanged, this, [this] {
+        setFlag(ItemHasContents, isVisible());
+        update();
+    });
 }
 
 void Panel::paint(QPainter* painter)
