@@ -16,6 +16,8 @@ void Figure::registerMeasurements() const
             registered->UseManualTime();
         if (iterations > 0)
             registered->Iterations(iterations);
+        if (repetitions > 0)
+            registered->Repetitions(repetitions);
     };
     add(oursName, ours);
     for (const Peer& peer : peers)

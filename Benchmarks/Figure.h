@@ -20,11 +20,14 @@ struct Figure {
     /// that passes, where a disk or another process is waited for; or what the measurement says itself.
     enum class Clock { processor, wall, manual };
 
+    /// What is measured: nanoseconds, or with the manual clock bytes or a number of events.
+    enum class Quantity { duration, bytes, count };
+
     struct Budget {
-        /// How many times the peer's time ours may take.
+        /// How many times the peer's amount ours may come to.
         std::optional<double> ratio = {};
-        /// How much time ours may take above the peer's. The ratio means nothing then.
-        std::optional<double> excessNanoseconds = {};
+        /// How much ours may come to above the peer's. The ratio means nothing then.
+        std::optional<double> excess = {};
         /// What was hoped for beyond the budget.
         std::optional<double> targetRatio = {};
     };
@@ -42,12 +45,23 @@ struct Figure {
     Clock clock = Clock::processor;
     /// Per repetition; 0 for as many as fill its time.
     std::int64_t iterations = 0;
+    Quantity quantity = Quantity::duration;
+    /// For measurements that take long; 0 for as many as the command line says.
+    int repetitions = 0;
 
     static constexpr std::string_view oursName = "ours";
 
     [[nodiscard]] std::string measurementName(std::string_view contender) const
     {
         return std::string(name).append("/").append(contender);
+    }
+
+    /// Of the manual clock: what this iteration came to.
+    static void setAmount(benchmark::State& state, double amount)
+    {
+        // The library knows seconds alone, and is asked for nanoseconds at the end.
+        constexpr double nano = 1e-9;
+        state.SetIterationTime(amount * nano);
     }
 
     /// Makes the measurements known to the benchmark library.

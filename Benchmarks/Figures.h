@@ -6,3 +6,4 @@ std::vector<Figure> logCallFigures();
 std::vector<Figure> snapshotStoreFigures();
 std::vector<Figure> requestFigures();
 std::vector<Figure> wholeProgramFigures();
+std::vector<Figure> screenFigures();

@@ -19,7 +19,8 @@ namespace {
 std::vector<Figure> allFigures()
 {
     std::vector<Figure> figures = logCallFigures();
-    for (const auto& more : {snapshotStoreFigures(), requestFigures(), wholeProgramFigures()})
+    for (const auto& more :
+         {snapshotStoreFigures(), requestFigures(), wholeProgramFigures(), screenFigures()})
         figures.insert(figures.end(), more.begin(), more.end());
     return figures;
 }

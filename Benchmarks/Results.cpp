@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -30,13 +31,27 @@ std::string durationText(double nanoseconds)
     return fmt::format("{:.{}f} {}", number, decimals, units.at(unit));
 }
 
+std::string amountText(Figure::Quantity quantity, double amount)
+{
+    constexpr double mebibyte = 1024.0 * 1024;
+    switch (quantity) {
+    case Figure::Quantity::bytes:
+        return fmt::format("{:.1f} MiB", amount / mebibyte);
+    case Figure::Quantity::count:
+        return fmt::format("{:.0f}", amount);
+    case Figure::Quantity::duration:
+        break;
+    }
+    return durationText(amount);
+}
+
 /// Lays ours beside one peer's. The n-th repetitions were measured close to each other, so that a busy moment
 /// of the machine met both: their proportions show how far the result can be trusted.
 class Comparison {
 public:
     Comparison(const std::vector<double>& ours, const std::vector<double>& peers,
-               const Figure::Budget& budget)
-        : m_budget(budget), m_result(compared(median(ours), median(peers)))
+               const Figure::Budget& budget, Figure::Quantity quantity)
+        : m_budget(budget), m_quantity(quantity), m_result(compared(median(ours), median(peers)))
     {
         const std::size_t count = std::min(ours.size(), peers.size());
         for (std::size_t repetition = 0; repetition < count; ++repetition)
@@ -46,7 +61,7 @@ public:
     [[nodiscard]] std::string result() const { return text(m_result); }
     [[nodiscard]] std::string budget() const
     {
-        const auto limit = isExcess() ? m_budget.excessNanoseconds : m_budget.ratio;
+        const auto limit = isExcess() ? m_budget.excess : m_budget.ratio;
         const std::string target =
             m_budget.targetRatio ? fmt::format(", target {}", text(*m_budget.targetRatio)) : "";
         return limit ? text(*limit) + target : "-";
@@ -58,22 +73,25 @@ public:
     }
     [[nodiscard]] std::string verdict() const
     {
-        const auto limit = isExcess() ? m_budget.excessNanoseconds : m_budget.ratio;
+        const auto limit = isExcess() ? m_budget.excess : m_budget.ratio;
         return !limit ? "" : m_result <= *limit ? "within" : "OVER";
     }
 
 private:
-    [[nodiscard]] bool isExcess() const { return m_budget.excessNanoseconds.has_value(); }
+    [[nodiscard]] bool isExcess() const { return m_budget.excess.has_value(); }
     [[nodiscard]] double compared(double ours, double peers) const
     {
         return isExcess() ? ours - peers : ours / peers;
     }
     [[nodiscard]] std::string text(double value) const
     {
-        return isExcess() ? fmt::format("+{}", durationText(value)) : fmt::format("{:.2f}", value);
+        if (!isExcess())
+            return fmt::format("{:.2f}", value);
+        return (value < 0 ? "-" : "+") + amountText(m_quantity, std::abs(value));
     }
 
     const Figure::Budget& m_budget;
+    Figure::Quantity m_quantity;
     double m_result;
     std::vector<double> m_repetitions;
 };
@@ -129,16 +147,17 @@ bool Results::printTable(std::span<const Figure> figures) const
     std::vector<Row> rows{{"figure", "ours", "peer", "peer's", "ratio", "budget", "spread", ""}};
     for (const Figure& figure : figures) {
         const Samples* ours = samples(figure.measurementName(Figure::oursName));
-        const std::string oursText = ours != nullptr ? durationText(median(*ours)) : "-";
+        const std::string oursText = ours != nullptr ? amountText(figure.quantity, median(*ours)) : "-";
         bool hasPeer = false;
         for (const Figure::Peer& peer : figure.peers) {
             const Samples* peers = samples(figure.measurementName(peer.name));
             if (peers == nullptr)
                 continue;
             hasPeer = true;
-            Row row{figure.name, oursText, peer.name, durationText(median(*peers)), "-", "-", "-", ""};
+            Row row{figure.name, oursText, peer.name, amountText(figure.quantity, median(*peers)),
+                    "-",         "-",      "-",       ""};
             if (ours != nullptr) {
-                const Comparison comparison(*ours, *peers, peer.budget);
+                const Comparison comparison(*ours, *peers, peer.budget, figure.quantity);
                 row = {row[0],
                        row[1],
                        row[2],

@@ -19,7 +19,7 @@ private:
 
     [[nodiscard]] const Samples* samples(const std::string& measurement) const;
 
-    /// Nanoseconds per iteration, in the order in which they were measured.
+    /// The amount per iteration in the figure's quantity, in the order in which they were measured.
     std::map<std::string, Samples> m_samples;
     std::map<std::string, std::string> m_errors;
 };

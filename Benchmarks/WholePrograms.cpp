@@ -131,7 +131,7 @@ std::vector<Figure> wholeProgramFigures()
     return {
         {"policy file to snapshot, whole program",
          onRunningDevice(policyToSnapshot),
-         {{"debounce interval", debounceInterval, {.excessNanoseconds = allowanceNanoseconds}}},
+         {{"debounce interval", debounceInterval, {.excess = allowanceNanoseconds}}},
          Figure::Clock::manual,
          1},
         {"qvctl status, whole program",

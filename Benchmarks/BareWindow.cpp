@@ -1,0 +1,15 @@
+// As little as makes a window with a text, as large as the application's: what its screens are measured
+// beside.
+
+#include <QGuiApplication>
+#include <QQuickView>
+#include <QScreen>
+
+int main(int argc, char** argv)
+{
+    const QGuiApplication application(argc, argv);
+    QQuickView window(QUrl(QStringLiteral("qrc:/BareWindow/BareWindow.qml")));
+    window.resize(QSize(1024, 768).boundedTo(window.screen()->availableGeometry().size()));
+    window.show();
+    return QGuiApplication::exec();
+}

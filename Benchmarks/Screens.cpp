@@ -1,0 +1,165 @@
+#include "Benchmarks/Figures.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/SQLiteUserDefaults.h"
+#include "Platform/Linux/SystemClock.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tools/Tour/ThrowawayDevice.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono;
+using namespace std::chrono_literals;
+
+/// For both programs. The toolkit writes a line for each frame that it has presented.
+const ChildProcess::Environment environment{{"QT_QPA_PLATFORM", "offscreen"},
+                                            {"QT_QUICK_BACKEND", "software"},
+                                            {"QT_QPA_GENERIC_PLUGINS", ""},
+                                            {"QT_FORCE_STDERR_LOGGING", "1"},
+                                            {"QT_LOGGING_RULES", "qt.scenegraph.time.renderloop.debug=true"}};
+
+void await(ChildProcess& process, std::string_view line)
+{
+    if (!process.waitForLine(line))
+        throw std::runtime_error(fmt::format("the program never wrote \"{}\"", line));
+}
+
+void end(ChildProcess& process)
+{
+    process.signal(SIGTERM);
+    process.waitForExit();
+}
+
+/// The application on a device where it begins with its dashboard.
+class Dashboard {
+public:
+    Dashboard()
+    {
+        using namespace Platform::Linux;
+        for (const auto& [name, value] : environment)
+            m_device.setEnvironment(name, value);
+        m_device.replacePolicy(R"({"base_domain": "mdm.example.org", "device_id": "DEV-1"})");
+        m_device.startConsole({"privacy", "grant", "notifications"})->waitForExit();
+        RecordingUnifiedLog log;
+        const SystemClock clock;
+        const AdapterLog adapterLog(log, "benchmark");
+        const DevicePaths paths{m_device.path("data/quorvane-mdm"), {}};
+        SQLiteUserDefaults(paths.standardDefaults(), SQLiteUserDefaults::Access::readWrite, clock, adapterLog)
+            .set("hasLaunchedBefore", true);
+        const auto application = start();
+        // Nothing but the dashboard registers, and only where it may; there is no session bus to do it over.
+        await(*application, "Remote notification registration failed");
+        end(*application);
+    }
+    [[nodiscard]] std::unique_ptr<ChildProcess> start() const { return m_device.startApplication(); }
+
+private:
+    ThrowawayDevice m_device{QV_PROGRAMS};
+};
+
+struct BareWindow {
+    [[nodiscard]] static std::unique_ptr<ChildProcess> start()
+    {
+        return std::make_unique<ChildProcess>(std::vector<std::string>{QV_BARE_WINDOW}, environment);
+    }
+};
+
+/// A process that has presented its first frame.
+struct Shown {
+    std::filesystem::path kernelFolder;
+    double firstFrameNanoseconds;
+};
+
+/// The sum of the numbers in lines "name: number" whose name ends like this.
+double sumIn(const std::filesystem::path& file, std::string_view name)
+{
+    std::ifstream stream(file);
+    double sum = 0;
+    bool isFound = false;
+    for (std::string line; std::getline(stream, line);) {
+        const auto colon = line.find(':');
+        if (!std::string_view(line).substr(0, colon).ends_with(name))
+            continue;
+        sum += std::stod(line.substr(colon + 1));
+        isFound = true;
+    }
+    return isFound ? sum : throw std::runtime_error(file.string() + " tells nothing");
+}
+
+double firstFrame(const Shown& shown)
+{
+    return shown.firstFrameNanoseconds;
+}
+
+double idleMemory(const Shown& shown)
+{
+    constexpr double kibibyte = 1024;
+    std::this_thread::sleep_for(2s);
+    return sumIn(shown.kernelFolder / "smaps_rollup", "Rss") * kibibyte;
+}
+
+double idleSwitches(const Shown& shown)
+{
+    const auto switches = [&] {
+        double sum = 0;
+        for (const auto& thread : std::filesystem::directory_iterator(shown.kernelFolder / "task"))
+            sum += sumIn(thread.path() / "status", "voluntary_ctxt_switches");
+        return sum;
+    };
+    std::this_thread::sleep_for(2s);
+    const double before = switches();
+    std::this_thread::sleep_for(5s);
+    return switches() - before;
+}
+
+template <typename Program>
+Figure::Measurement measured(double (*amountOf)(const Shown&))
+{
+    return [amountOf](benchmark::State& state) {
+        try {
+            const Program program;
+            for (auto _ : state) {
+                const auto begin = steady_clock::now();
+                const auto process = program.start();
+                await(*process, "Frame rendered");
+                const duration<double, std::nano> firstFrame = steady_clock::now() - begin;
+                Figure::setAmount(
+                    state, amountOf({fmt::format("/proc/{}", process->processId()), firstFrame.count()}));
+                end(*process);
+            }
+        } catch (const std::exception& error) {
+            state.SkipWithError(error.what());
+        }
+    };
+}
+
+Figure dashboardFigure(std::string name, double (*amountOf)(const Shown&), Figure::Quantity quantity,
+                       Figure::Budget budget, int repetitions = 0)
+{
+    return {std::move(name),
+            measured<Dashboard>(amountOf),
+            {{"bare window", measured<BareWindow>(amountOf), budget}},
+            Figure::Clock::manual,
+            1,
+            quantity,
+            repetitions};
+}
+
+} // namespace
+
+std::vector<Figure> screenFigures()
+{
+    using Quantity = Figure::Quantity;
+    return {
+        dashboardFigure("dashboard, first frame", firstFrame, Quantity::duration, {.ratio = 1.5}),
+        dashboardFigure("dashboard, memory when idle", idleMemory, Quantity::bytes, {.ratio = 1.3}),
+        dashboardFigure("dashboard, wake-ups in 5 s", idleSwitches, Quantity::count, {.excess = 0}, 3),
+    };
+}
