@@ -55,10 +55,12 @@ static std::string values(QQuickItem* item, const QString& expressions)
     static const QString prelude = R"((() => {
         const at = mapToItem(null, 0, 0);
         function look(item) {
-            const {name, text, font, color, pointSize, radius, borderWidth, borderColor, endColor, style} = item;
-            const own = pointSize ? [name, pointSize, color] : font ? [text, font.pixelSize, font.weight, color]
-                : style ? [style.color, style.blurRadius, style.offset.y] : !borderColor ? []
-                : [color, radius].concat(borderWidth ? [borderWidth, borderColor] : endColor.valid ? endColor : []);
+            const {text, font, color, pointSize, radius, borderWidth, borderColor, endColor, style} = item;
+            const own = pointSize ? [item.name, pointSize, color]
+                : font ? [text, font.pixelSize, font.weight, color]
+                : style ? [style.color, style.blurRadius, style.offset.y]
+                : borderWidth ? [color, radius, borderWidth, borderColor]
+                : borderColor ? [color, radius].concat(endColor.valid ? endColor : []) : [];
             return item.visible ? own.concat(...Array.from(item.children).map(look)) : [];
         }
         const colors = item => String(look(item)).match(/#\w+/g);
@@ -141,16 +143,16 @@ welcome.ground | look(root).slice(0, 5) | #ffffff,0,#ffffff,0,#0dff9500
 welcome.content | at.x, width | 0,390 | 0,699 | 0,700 | 112,800
 welcome.content | spacing, Math.abs(2 * y + height - parent.height) < 2 | 30,true
 welcome.logo | width, height, parent.spacing | 120,120,20 | 150,150,20
-welcome.logo | shadow.color, shadow.blurRadius, shadow.offset.y, look(parent) | #4dff9500,10,5,Welcome to,22,400,\
-#99000000,Quorvane UEM,34,700,#000000
+welcome.logo | shadow.color, shadow.blurRadius, shadow.offset.y, look(parent) | #4dff9500,10,5,Welcome to,\
+22,400,#99000000,Quorvane UEM,34,700,#000000
 welcome.headline | leftPadding, rightPadding, parent.spacing | 30,30,16 | 80,80,16
 welcome.headline | look(this) | Your comprehensive Unified Endpoint Management solution,20,400,#99000000
 welcome.text | leftPadding, rightPadding | 30,30 | 80,80
 welcome.text | look(this) | Secure, manage, and stay in control of your work device with built-in enterprise \
 protection.,17,400,#99000000
 welcome.getStarted | at.x, width, height | 40,310,56 | 40,619,56 | 100,500,56 | 212,600,56
-welcome.getStarted | parent.height - y - height, look(this) | 50,#ff9500,16,#ccff9500,#4dff9500,8,4,Get Started,\
-17,600,#ffffff,arrow.right,17,#ffffff
+welcome.getStarted | parent.height - y - height, look(this) | 50,#ff9500,16,#ccff9500,#4dff9500,8,4,\
+Get Started,17,600,#ffffff,arrow.right,17,#ffffff
 dashboard.content | at.x, width, spacing | 0,390,20 | 0,699,20 | 0,700,32 | 62,900,32
 dashboard.header | topPadding, spacing | 20,12 | 40,12
 dashboard.header | look(this) | Quorvane UEM,22,700,#000000,Device Management Dashboard,15,400,#99000000
@@ -162,22 +164,24 @@ dashboard.grid | parent.height - y - height | 120 | 132
 dashboard.card.person.badge.key | at.x, y, width | 20,0,171 | 20,0,325.5 | 60,0,286 | 122,0,386
 dashboard.card.tv.and.mediabox | at.x, y, width | 199,0,171 | 353.5,0,325.5 | 354,0,286 | 516,0,386
 dashboard.card.bell.badge | at.x, y, height | 20,186,170 | 20,186,170 | 60,194,170 | 122,194,170
-dashboard.card.person.badge.key | title, description | Single Sign-On,Secure authentication for enterprise apps
+dashboard.card.person.badge.key | title, description | Single Sign-On,Secure authentication for enterprise \
+apps
 dashboard.card.tv.and.mediabox | title, description | Remote Casting,Cast content to external displays
 dashboard.card.bell.badge | look(this) | #ffffff,16,1.5,#4dff9500,#26000000,12,6,#1aff9500,30,bell.badge,22,\
 #ff9500,Notifications,17,600,#000000,View and manage notifications from your organization,12,400,#99000000,\
 Tap to view details,11,400,#ff9500,chevron.right,12,#ff9500
 dashboard.card.bell.badge | isActive = true, colors(this) | true,#ffffff,#ff9500,#26000000,#ff9500,#ffffff,\
 #000000,#99000000,#ff9500,#ff9500
-dashboard.card.bell.badge | Theme.isDark = true, colors(this) | true,#000000,#ff9f0a,#26000000,#ff9f0a,#ffffff,\
-#ffffff,#99ffffff,#ff9f0a,#ff9f0a
+dashboard.card.bell.badge | Theme.isDark = true, colors(this) | true,#000000,#ff9f0a,#26000000,#ff9f0a,\
+#ffffff,#ffffff,#99ffffff,#ff9f0a,#ff9f0a
 dashboard.card.bell.badge | enabled = false, colors(this) | false,#0d8e8e93,#1a8e8e93,#00000000,#1a8e8e93,\
 #8e8e93,#8e8e93,#8e8e93,#8e8e93,#8e8e93,#8e8e93
 dashboard.card.bell.badge | Theme.isDark = false, look(this) | false,#0d8e8e93,16,1,#1a8e8e93,#00000000,0,0,\
 #1a8e8e93,30,bell.badge,22,#8e8e93,Notifications,17,600,#8e8e93,View and manage notifications from your \
 organization,12,400,#8e8e93,lock.fill,11,#8e8e93,Coming Soon,11,400,#8e8e93,chevron.right,12,#8e8e93
 detail.stack | topPadding, Math.abs(2 * y + height - parent.height) < 2 | 24,true | 21.72,true
-detail.badge | width, height, color | 97.5,97.5,#1aff9500 | 120,120,#1aff9500 | 120,120,#1aff9500 | 120,120,#1aff9500
+detail.badge | width, height | 97.5,97.5 | 120,120 | 120,120 | 120,120
+detail.badge | color, radius * 2 === width | #1aff9500,true
 detail.symbol | pointSize, color | 46.8,#ff9500 | 60,#ff9500 | 60,#ff9500 | 60,#ff9500
 detail.title | font.pixelSize, font.weight, color | 22,700,#000000
 detail.description | leftPadding, parent.spacing, font.pixelSize, color | 16,12,15,#99000000)";
