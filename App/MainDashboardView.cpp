@@ -58,9 +58,11 @@ Platform::Task<void> MainDashboardView::permissionStep(Ports ports, WeakSelf wea
     const AuthorizationStatus status = co_await std::move(query);
     bool isAllowed = status == AuthorizationStatus::authorized ||
                      status == AuthorizationStatus::provisional || status == AuthorizationStatus::ephemeral;
+    bool isDenied = status == AuthorizationStatus::denied;
     if (status == AuthorizationStatus::notDetermined && !weakSelf.expired()) {
         auto request = ports.permissionManager.requestAuthorization();
         isAllowed = co_await std::move(request);
+        isDenied = !isAllowed;
     }
     auto onMainQueue = Platform::resumeOn(ports.mainQueue);
     co_await onMainQueue;
@@ -69,7 +71,7 @@ Platform::Task<void> MainDashboardView::permissionStep(Ports ports, WeakSelf wea
         co_return;
     if (isAllowed)
         ports.application.registerForRemoteNotifications();
-    else
+    else if (isDenied)
         (*self)->denyNotifications();
 }
 
