@@ -46,10 +46,6 @@ QtObject {
     /// The side of a symbol's square for each point of the text beside it.
     readonly property real symbolSidePerPoint: 1.2
 
-    function faded(color: color, opacity: real): color {
-        return Qt.alpha(color, color.a * opacity);
-    }
-
     component Colors: QtObject {
         required property bool isDark
 
@@ -78,24 +74,11 @@ QtObject {
         readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
 
         readonly property color systemBackground: isDark ? "#000000" : "#ffffff"
-
-        /// What the system draws: sheets, the rows on them, prompts and banners.
-        readonly property color sheetBackground: isDark ? "#1c1c1e" : "#f2f2f7"
-        readonly property color rowBackground: isDark ? "#2c2c2e" : "#ffffff"
-        readonly property color promptBackground: isDark ? "#252527" : "#f4f4f6"
-        readonly property color separator: isDark ? "#99545458" : "#4a3c3c43"
-        /// The groove of a switch that is off, and pressed rows.
-        readonly property color track: isDark ? "#52787880" : "#29787880"
-        readonly property color knob: "#ffffff"
-        readonly property color positive: isDark ? "#30d158" : "#34c759"
-        /// Over what a sheet or a prompt has put out of reach.
-        readonly property color scrim: Qt.alpha("#000000", isDark ? 0.48 : 0.3)
     }
 
     component TypeScale: QtObject {
         required property real scale
 
-        readonly property font largeTitle: face(34, Font.Normal)
         readonly property font largeTitleBold: face(34, Font.Bold)
         readonly property font title2: face(22, Font.Normal)
         readonly property font title2Bold: face(22, Font.Bold)
