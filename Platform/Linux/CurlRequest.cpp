@@ -1,8 +1,8 @@
 #include "Platform/Linux/CurlRequest.h"
 
+#include "Platform/Linux/CurlLibrary.h"
 #include "Platform/Linux/FileDescriptor.h"
 
-#include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -16,17 +16,17 @@ namespace {
 using Code = URLError::Code;
 
 struct URLDeleter {
-    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+    void operator()(CURLU* url) const { curl().curl_url_cleanup(url); }
 };
 using ParsedURL = std::unique_ptr<CURLU, URLDeleter>;
 
 std::string part(const ParsedURL& url, CURLUPart part, unsigned flags = 0)
 {
     char* text = nullptr;
-    if (curl_url_get(url.get(), part, &text, flags) != CURLUE_OK)
+    if (curl().curl_url_get(url.get(), part, &text, flags) != CURLUE_OK)
         return {};
     std::string result = text;
-    curl_free(text);
+    curl().curl_free(text);
     return result;
 }
 
@@ -145,9 +145,9 @@ SecureURL parseSecureURL(const std::string& url)
     if (!isPlain)
         throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
 
-    const ParsedURL parsed(curl_url());
+    const ParsedURL parsed(curl().curl_url());
     if (!parsed ||
-        curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
+        curl().curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
         throw URLError(Code::badURL, "The address of the request is not an absolute URL.");
 
     SecureURL result;
@@ -163,7 +163,7 @@ SecureURL parseSecureURL(const std::string& url)
     if (result.host.empty())
         throw URLError(Code::badURL, "The address of the request names no host.");
     for (const CURLUPart unwanted : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_FRAGMENT})
-        curl_url_set(parsed.get(), unwanted, nullptr, 0);
+        curl().curl_url_set(parsed.get(), unwanted, nullptr, 0);
     std::transform(result.host.begin(), result.host.end(), result.host.begin(), [](char character) {
         return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
     });
@@ -234,7 +234,7 @@ URLError urlError(const CurlFailure& failure, const SecureURL& target)
             return {meaning.code, fmt::format(fmt::runtime(meaning.sentence), endpoint)};
     }
     return {Code::unknown, fmt::format("The request to {} failed: {}.", endpoint,
-                                       curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
+                                       curl().curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
 }
 
 URLError timeoutError(const SecureURL& target, std::chrono::seconds timeout, bool isConnected)

@@ -1,8 +1,8 @@
 #include "Platform/Linux/CurlTransfer.h"
 
 #include "Platform/FatalError.h"
+#include "Platform/Linux/CurlLibrary.h"
 
-#include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -29,28 +29,28 @@ std::string_view fieldValue(const curl_header& field)
 
 void CurlHandleDeleter::operator()(void* handle) const
 {
-    curl_easy_cleanup(handle);
+    curl().curl_easy_cleanup(handle);
 }
 
 void CurlTransfer::ListDeleter::operator()(curl_slist* list) const
 {
-    curl_slist_free_all(list);
+    curl().curl_slist_free_all(list);
 }
 
 template <typename Value>
 void CurlTransfer::set(int option, Value value)
 {
-    const CURLcode code = curl_easy_setopt(handle(), static_cast<CURLoption>(option), value);
+    const CURLcode code = curl().curl_easy_setopt(handle(), static_cast<CURLoption>(option), value);
     if (code != CURLE_OK)
         throw URLError(Code::unknown, fmt::format("The request to {} cannot be set up: {}.",
-                                                  m_target.endpoint(), curl_easy_strerror(code)));
+                                                  m_target.endpoint(), curl().curl_easy_strerror(code)));
 }
 
 template <typename Value>
 Value CurlTransfer::info(int which) const
 {
     Value value{};
-    curl_easy_getinfo(handle(), static_cast<CURLINFO>(which), &value);
+    curl().curl_easy_getinfo(handle(), static_cast<CURLINFO>(which), &value);
     return value;
 }
 
@@ -64,7 +64,7 @@ void CurlTransfer::prepare()
 
 void CurlTransfer::prepareExchange()
 {
-    curl_easy_reset(handle());
+    curl().curl_easy_reset(handle());
     m_body.clear();
     m_sentBytes = 0;
     m_wireBytes = 0;
@@ -126,7 +126,7 @@ void CurlTransfer::setHeaderFields()
 {
     m_headerList.reset();
     const auto append = [&](const std::string& line) {
-        curl_slist* list = curl_slist_append(m_headerList.get(), line.c_str());
+        curl_slist* list = curl().curl_slist_append(m_headerList.get(), line.c_str());
         if (list == nullptr)
             fatalError("there is no memory left for a header field");
         static_cast<void>(m_headerList.release());
@@ -206,7 +206,7 @@ bool CurlTransfer::leadsElsewhere() const
 {
     curl_header* location = nullptr;
     return isRedirect(info<long>(CURLINFO_RESPONSE_CODE)) &&
-           curl_easy_header(handle(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK &&
+           curl().curl_easy_header(handle(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK &&
            !fieldValue(*location).empty();
 }
 
@@ -282,8 +282,9 @@ URLError CurlTransfer::failure(int code) const
                      .certificateResult = info<long>(CURLINFO_SSL_VERIFYRESULT),
                      .errorNumber = info<long>(CURLINFO_OS_ERRNO),
                      .proxyStatus = info<long>(CURLINFO_HTTP_CONNECTCODE),
-                     .detail = m_detail.front() == '\0' ? curl_easy_strerror(static_cast<CURLcode>(code))
-                                                        : m_detail.data()},
+                     .detail = m_detail.front() == '\0'
+                                   ? curl().curl_easy_strerror(static_cast<CURLcode>(code))
+                                   : m_detail.data()},
                     m_target);
 }
 
@@ -292,7 +293,7 @@ URLResponse CurlTransfer::takeResponse()
     HTTPURLResponse http;
     http.statusCode = info<long>(CURLINFO_RESPONSE_CODE);
     curl_header* field = nullptr;
-    while ((field = curl_easy_nextheader(handle(), CURLH_HEADER, -1, field)) != nullptr) {
+    while ((field = curl().curl_easy_nextheader(handle(), CURLH_HEADER, -1, field)) != nullptr) {
         const auto [position, isNew] = http.headerFields.try_emplace(field->name, fieldValue(*field));
         if (!isNew)
             position->second.append(", ").append(fieldValue(*field));
