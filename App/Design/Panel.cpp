@@ -4,35 +4,45 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <cmath>
 
 namespace App::Design {
 
-Panel::Panel(QQuickItem* parent) : QQuickPaintedItem(parent)
+PatchedItem::Patches Panel::makePatches() const
 {
-    setAntialiasing(true);
-    connect(this, &Panel::appearanceChanged, this, [this] { update(); });
-    // What is not seen is not painted, and keeps no picture.
-    connect(this, &QQuickItem::visibleChanged, this, [this] {
-        setFlag(ItemHasContents, isVisible());
-        update();
-    });
+    const qreal scale = devicePixelRatio();
+    const qreal radius = std::clamp(m_radius, 0.0, std::min(width(), height()) / 2);
+    // A pixel more than the corner, or its smoothed edge would be stretched.
+    const int end = static_cast<int>(std::ceil(std::max(radius, m_borderWidth) * scale)) + 1;
+    const auto axis = [&](qreal length, bool hasGradient) {
+        return hasGradient ? PatchAxis::whole(0, length, scale) : PatchAxis::stretched(end, 0, length, scale);
+    };
+    Patches patches{.columns = axis(width(), hasGradient(GradientDirection::Horizontal)),
+                    .rows = axis(height(), hasGradient(GradientDirection::Vertical))};
+    const QSize size(patches.columns.pictureLength, patches.rows.pictureLength);
+    if (size.isEmpty())
+        return {};
+    patches.picture = QImage(size, QImage::Format_ARGB32_Premultiplied);
+    patches.picture.fill(Qt::transparent);
+    QPainter painter(&patches.picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.scale(scale, scale);
+    paint(painter, {QPointF(), QSizeF(size) / scale}, radius);
+    return patches;
 }
 
-void Panel::paint(QPainter* painter)
+void Panel::paint(QPainter& painter, const QRectF& area, qreal radius) const
 {
-    // As large as the texture: a painted item has one of whole points.
-    const QRectF area(0, 0, qRound(width()), qRound(height()));
-    const qreal radius = std::clamp(m_radius, 0.0, std::min(area.width(), area.height()) / 2);
-    painter->setPen(Qt::NoPen);
-    painter->setBrush(brush(area));
-    painter->drawRoundedRect(area, radius, radius);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(brush(area));
+    painter.drawRoundedRect(area, radius, radius);
     if (m_borderWidth <= 0)
         return;
     const qreal inset = m_borderWidth / 2;
     const qreal lineRadius = std::max(radius - inset, 0.0);
-    painter->setPen(QPen(m_borderColor, m_borderWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
-    painter->setBrush(Qt::NoBrush);
-    painter->drawRoundedRect(area.adjusted(inset, inset, -inset, -inset), lineRadius, lineRadius);
+    painter.setPen(QPen(m_borderColor, m_borderWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(area.adjusted(inset, inset, -inset, -inset), lineRadius, lineRadius);
 }
 
 QBrush Panel::brush(const QRectF& area) const

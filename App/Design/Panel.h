@@ -1,18 +1,19 @@
 #pragma once
 
+#include "App/Design/PatchedItem.h"
+
 #include <QColor>
-#include <QQuickPaintedItem>
+
+class QBrush;
 
 namespace App::Design {
 
 /// A rounded rectangle with a colour or a gradient of two, and a border that lies inside and is as wide as it
 /// says, which the items of the toolkit do not draw alike on every renderer.
 ///
-/// Lengths are in points. A radius beyond half of the shorter side makes a circle or a capsule. The panel
-/// covers whole points; keep its position whole, too.
-///
-/// Threads: as for every item; `paint` runs on the render thread while the main thread waits.
-class Panel : public QQuickPaintedItem {
+/// Lengths are in points. A radius beyond half of the shorter side makes a circle or a capsule. Keep its
+/// position whole.
+class Panel : public PatchedItem {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(qreal radius MEMBER m_radius NOTIFY appearanceChanged FINAL)
@@ -27,15 +28,16 @@ public:
     enum class GradientDirection { Vertical, Horizontal };
     Q_ENUM(GradientDirection)
 
-    explicit Panel(QQuickItem* parent = nullptr);
-
-    void paint(QPainter* painter) override;
-
-Q_SIGNALS:
-    void appearanceChanged();
+protected:
+    [[nodiscard]] Patches makePatches() const override;
 
 private:
+    void paint(QPainter& painter, const QRectF& area, qreal radius) const;
     [[nodiscard]] QBrush brush(const QRectF& area) const;
+    [[nodiscard]] bool hasGradient(GradientDirection direction) const
+    {
+        return m_endColor.isValid() && m_gradientDirection == direction;
+    }
 
     qreal m_radius = 0;
     QColor m_color = Qt::transparent;
