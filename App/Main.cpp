@@ -230,6 +230,7 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
         return App::success;
     }
 
+    Desktop::WindowContent windowContent(QUrl(QStringLiteral("qrc:/qt/qml/Quorvane/App/ContentView.qml")));
     NotificationCenter notificationCenter;
     Linux::DeviceDefaults defaults(paths, Access::readWrite, clock, adapterLog);
     Linux::CurlURLSession urlSession;
@@ -286,7 +287,7 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
 
     App::ContentView& body = app.body();
     App::AppearanceModel appearanceModel;
-    Desktop::WindowGroup windowGroup(shellStore, QString::fromUtf8(applicationName));
+    Desktop::WindowGroup windowGroup(windowContent, shellStore, QString::fromUtf8(applicationName));
     const auto applyAppearance = [&](const Appearance& value) {
         appearanceModel.set(value);
         shell.setAppearance(value);
@@ -302,7 +303,6 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
                          shell.preferencesChanged();
                      });
     windowGroup.show(
-        QUrl(QStringLiteral("qrc:/qt/qml/Quorvane/App/ContentView.qml")),
         {{"view", QVariant::fromValue(&body)}, {"appearance", QVariant::fromValue(&appearanceModel)}});
     application.finishLaunching();
 

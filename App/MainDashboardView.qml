@@ -68,12 +68,16 @@ NavigationStack {
                 }
             }
 
-            WarningStrip {
-                objectName: "dashboard.warning"
-                x: root.sidePadding
-                width: parent.width - 2 * root.sidePadding
-                visible: root.view.notificationPermissionDenied
-                onSettingsWanted: root.view.openSettings()
+            // One or none.
+            Repeater {
+                model: root.view.notificationPermissionDenied ? 1 : 0
+
+                WarningStrip {
+                    objectName: "dashboard.warning"
+                    x: root.sidePadding
+                    width: column.width - 2 * root.sidePadding
+                    onSettingsWanted: root.view.openSettings()
+                }
             }
 
             Grid {

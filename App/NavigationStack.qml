@@ -2,7 +2,6 @@ pragma ComponentBehavior: Bound
 
 import QtQuick
 import Quorvane.App
-import Quorvane.Design
 
 /// A screen and, while there is a destination, the screen that slides over it from the right. It is left by its back
 /// button, by Escape or the back key, and by a swipe from the left edge.
@@ -10,27 +9,27 @@ FocusScope {
     id: root
 
     default property alias content: underneath.data
-    /// The document of a screen with a presentation mode; empty for none. The one shown last stays until it has slid away.
+    /// The document of a screen with a presentation mode; empty for none.
     property string destination
-    readonly property PresentationMode presentationMode: PresentationMode {
-        onDismissed: root.backWanted()
-    }
-    readonly property bool isShowingDestination: destination !== ""
+    property NavigationDestination shownOver: null
 
     /// The user wants the destination to go.
     signal backWanted
 
     onDestinationChanged: {
-        // What is bound to it may not have followed yet.
         if (destination !== "") {
-            screen.setSource(destination, {
-                presentationMode: presentationMode
-            });
-            over.forceActiveFocus();
-        } else {
+            over.isWanted = true;
+            shownOver.show(destination);
+        } else if (shownOver !== null) {
+            shownOver.hide();
             underneath.forceActiveFocus();
         }
-        over.settle();
+    }
+
+    PresentationMode {
+        id: mode
+
+        onDismissed: root.backWanted()
     }
 
     FocusScope {
@@ -39,120 +38,21 @@ FocusScope {
         anchors.fill: parent
         focus: true
         // Taps reach it until it is covered.
-        visible: over.offset > 0
+        visible: root.shownOver === null || root.shownOver.offset > 0
     }
 
-    FocusScope {
+    // Made for the first destination: the first frame is not to wait for it.
+    Repeater {
         id: over
 
-        /// 0: in place; 1: out of sight.
-        property real offset: 1
+        property bool isWanted: false
 
-        /// To where it belongs, from where the finger left it.
-        function settle() {
-            offset = root.destination !== "" ? 0 : 1;
-        }
+        model: isWanted ? 1 : 0
 
-        objectName: "navigation.destination"
-        x: Math.round(offset * width)
-        width: root.width
-        height: root.height
-        visible: offset < 1
-        enabled: root.isShowingDestination
-        Keys.onEscapePressed: root.backWanted()
-        Keys.onBackPressed: root.backWanted()
-        onVisibleChanged: {
-            if (!visible)
-                screen.source = "";
-        }
-
-        Behavior on offset {
-            enabled: !swipe.active
-
-            EaseInOut {
-                duration: Theme.motion.push
-            }
-        }
-
-        Shadow {
-            style: Theme.shadow.floating
-        }
-
-        Rectangle {
-            anchors.fill: parent
-            color: Theme.color.systemBackground
-        }
-
-        Loader {
-            id: screen
-
-            anchors.fill: parent
-            anchors.topMargin: bar.height
-        }
-
-        Item {
-            id: bar
-
-            width: parent.width
-            height: Theme.minimumTarget
-
-            PressableItem {
-                objectName: "navigation.back"
-                width: backRow.width + 2 * Theme.spacing
-                height: parent.height
-                cornerRadius: Theme.radius.strip
-                focus: true
-                accessibleName: qsTr("Back")
-                onClicked: root.backWanted()
-
-                Row {
-                    id: backRow
-
-                    anchors.centerIn: parent
-                    opacity: parent.isPressed ? Theme.pressedOpacity : 1
-                    spacing: Theme.spacing / 2
-
-                    Symbol {
-                        anchors.verticalCenter: parent.verticalCenter
-                        name: "chevron.backward"
-                        color: Theme.color.tint
-                    }
-
-                    TextLabel {
-                        anchors.verticalCenter: parent.verticalCenter
-                        text: qsTr("Back")
-                        color: Theme.color.tint
-                        Accessible.ignored: true
-                    }
-                }
-            }
-        }
-
-        Item {
-            width: 20
-            height: parent.height
-
-            DragHandler {
-                id: swipe
-
-                target: null
-                yAxis.enabled: false
-                cursorShape: Qt.ArrowCursor
-                // Not out of sight before the finger lets go.
-                onActiveTranslationChanged: {
-                    if (active)
-                        over.offset = Math.min(0.99, Math.max(0, activeTranslation.x / over.width));
-                }
-                onActiveChanged: {
-                    if (active)
-                        return;
-                    const isLeaving = over.offset > 0.35 || centroid.velocity.x > 300;
-                    if (isLeaving)
-                        root.backWanted();
-                    else
-                        over.settle();
-                }
-            }
+        NavigationDestination {
+            presentationMode: mode
+            onBackWanted: root.backWanted()
+            Component.onCompleted: root.shownOver = this
         }
     }
 }

@@ -4,7 +4,6 @@
 #include "Platform/UserDefaults.h"
 
 #include <QGuiApplication>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QScreen>
 
@@ -47,11 +46,17 @@ QRect storedFrame(const UserDefaults& store)
 
 } // namespace
 
-WindowGroup::WindowGroup(UserDefaults& store, const QString& title) : m_store(store)
+WindowContent::WindowContent(const QUrl& document) : m_document(document)
+{
+    m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    m_component.loadUrl(document, QQmlComponent::Asynchronous);
+}
+
+WindowGroup::WindowGroup(WindowContent& content, UserDefaults& store, const QString& title)
+    : m_content(content), m_store(store), m_window(&content.engine(), nullptr)
 {
     m_window.setTitle(title);
     m_window.setMinimumSize(minimumSize);
-    m_window.engine()->addImportPath(QStringLiteral("qrc:/qt/qml"));
     m_window.setResizeMode(QQuickView::SizeRootObjectToView);
 }
 
@@ -65,10 +70,10 @@ WindowGroup::~WindowGroup()
     m_window.releaseResources();
 }
 
-void WindowGroup::show(const QUrl& document, const QVariantMap& properties)
+void WindowGroup::show(const QVariantMap& properties)
 {
     m_window.setInitialProperties(properties);
-    m_window.setSource(document);
+    m_window.setSource(m_content.document());
     if (m_window.rootObject() == nullptr)
         fatalError("the content of the window cannot be loaded");
     restoreFrame();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QQmlComponent>
+#include <QQmlEngine>
 #include <QQuickView>
 #include <QRect>
 #include <QString>
@@ -12,23 +14,40 @@ class UserDefaults;
 
 namespace Platform::Desktop {
 
+/// The document of a window's content, read on a thread of the toolkit's while the program prepares what it
+/// is to show. No item is made of it before the window is shown.
+///
+/// Threads: main.
+class WindowContent {
+public:
+    explicit WindowContent(const QUrl& document);
+
+    [[nodiscard]] const QUrl& document() const { return m_document; }
+    [[nodiscard]] QQmlEngine& engine() { return m_engine; }
+
+private:
+    QUrl m_document;
+    QQmlEngine m_engine;
+    QQmlComponent m_component{&m_engine};
+};
+
 /// The window of the application, with its content filling it. Its place and size are remembered from one
 /// launch to the next.
 ///
 /// Threads: main.
 class WindowGroup {
 public:
-    /// `store` keeps the place; it must outlive this object.
-    WindowGroup(UserDefaults& store, const QString& title);
+    /// `store` keeps the place; both must outlive this object.
+    WindowGroup(WindowContent& content, UserDefaults& store, const QString& title);
     ~WindowGroup();
     WindowGroup(const WindowGroup&) = delete;
     WindowGroup& operator=(const WindowGroup&) = delete;
 
     [[nodiscard]] QQuickView& window() { return m_window; }
 
-    /// Loads the document with these initial properties and shows the window. Ends the process when the
+    /// Makes the content with these initial properties and shows the window. Ends the process when the
     /// document makes no item: it is part of the program.
-    void show(const QUrl& document, const QVariantMap& properties);
+    void show(const QVariantMap& properties);
     /// Brings the window before the others, as far as the desktop lets it.
     void raise();
 
@@ -36,6 +55,7 @@ private:
     void restoreFrame();
     void saveFrame();
 
+    const WindowContent& m_content;
     UserDefaults& m_store;
     QQuickView m_window;
 };
