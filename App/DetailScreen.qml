@@ -4,7 +4,8 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// The layout that the detail screens share: a symbol, a name and a sentence, in the middle, growing with the space.
+/// The layout that the detail screens share: a symbol, a name and a sentence, in the middle, growing with the space
+/// and scrolling where there is too little of it.
 Item {
     id: root
 
@@ -17,58 +18,66 @@ Item {
     Accessible.role: Accessible.Pane
     Accessible.name: title
 
-    Column {
-        objectName: "detail.stack"
-        anchors.verticalCenter: parent.verticalCenter
-        width: parent.width
-        topPadding: root.height * 0.03
+    ScrollArea {
+        anchors.fill: parent
+        contentHeight: Math.max(height, stack.height)
+        clip: true
 
         Column {
-            objectName: "detail.content"
+            id: stack
+
+            objectName: "detail.stack"
+            anchors.verticalCenter: parent.verticalCenter
             width: parent.width
-            spacing: Theme.spacing
-
-            Panel {
-                objectName: "detail.badge"
-                anchors.horizontalCenter: parent.horizontalCenter
-                width: Math.min(root.width * 0.25, 120)
-                height: width
-                radius: width / 2
-                color: Theme.color.orangeTint
-
-                Symbol {
-                    objectName: "detail.symbol"
-                    anchors.centerIn: parent
-                    name: root.symbol
-                    pointSize: Math.min(root.width * 0.12, 60)
-                    color: Theme.color.orange
-                }
-            }
+            topPadding: root.height * 0.03
 
             Column {
+                objectName: "detail.content"
                 width: parent.width
-                spacing: 12
+                spacing: Theme.spacing
 
-                TextLabel {
-                    objectName: "detail.title"
-                    width: parent.width
-                    leftPadding: Theme.padding
-                    rightPadding: Theme.padding
-                    text: root.title
-                    font: Theme.type.title2Bold
-                    horizontalAlignment: Text.AlignHCenter
-                    Accessible.role: Accessible.Heading
+                Panel {
+                    objectName: "detail.badge"
+                    anchors.horizontalCenter: parent.horizontalCenter
+                    width: Math.min(root.width * 0.25, 120)
+                    height: width
+                    radius: width / 2
+                    color: Theme.color.orangeTint
+
+                    Symbol {
+                        objectName: "detail.symbol"
+                        anchors.centerIn: parent
+                        name: root.symbol
+                        pointSize: Math.min(root.width * 0.12, 60)
+                        color: Theme.color.orange
+                    }
                 }
 
-                TextLabel {
-                    objectName: "detail.description"
+                Column {
                     width: parent.width
-                    leftPadding: Theme.padding
-                    rightPadding: Theme.padding
-                    text: root.description
-                    font: Theme.type.subheadline
-                    color: Theme.color.textSecondary
-                    horizontalAlignment: Text.AlignHCenter
+                    spacing: 12
+
+                    TextLabel {
+                        objectName: "detail.title"
+                        width: parent.width
+                        leftPadding: Theme.padding
+                        rightPadding: Theme.padding
+                        text: root.title
+                        font: Theme.type.title2Bold
+                        horizontalAlignment: Text.AlignHCenter
+                        Accessible.role: Accessible.Heading
+                    }
+
+                    TextLabel {
+                        objectName: "detail.description"
+                        width: parent.width
+                        leftPadding: Theme.padding
+                        rightPadding: Theme.padding
+                        text: root.description
+                        font: Theme.type.subheadline
+                        color: Theme.color.textSecondary
+                        horizontalAlignment: Text.AlignHCenter
+                    }
                 }
             }
         }

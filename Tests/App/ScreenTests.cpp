@@ -342,10 +342,16 @@ TEST_F(ScreenTest, LettersStayApartHoweverLargeAndButtonsAreLargeAndNamed)
             if (!each->inherits("QQuickText") || !each->isVisible())
                 continue;
             QRectF area = each->mapRectToScene(each->boundingRect());
-            for (const QQuickItem* above = each; above != nullptr; above = above->parentItem())
-                area &= above->clip() ? above->mapRectToScene(above->clipRect()) : area;
+            qreal reachableBottom = size.height();
+            for (const QQuickItem* above = each; above != nullptr; above = above->parentItem()) {
+                if (above->inherits("QQuickFlickable"))
+                    reachableBottom = above->mapToScene({0, above->property("contentHeight").toReal()}).y();
+                else if (above->clip())
+                    area &= above->mapRectToScene(above->clipRect());
+            }
             const auto overlaps = [&](const QRectF& other) { return other.intersects(area); };
             EXPECT_TRUE(area.left() >= 0 && area.right() <= size.width()) << values(each, "text") << number;
+            EXPECT_LE(area.bottom(), reachableBottom) << values(each, "text") << number;
             EXPECT_TRUE(std::ranges::none_of(texts, overlaps)) << values(each, "text") << number;
             texts.push_back(area);
         }
