@@ -27,8 +27,11 @@ public:
     RunningDevice()
     {
         m_device.replacePolicy(configuration("DEV-1"));
+        // A change that comes while the first screen is being made would wait for it.
+        m_device.setEnvironment("QT_FORCE_STDERR_LOGGING", "1");
+        m_device.setEnvironment("QT_LOGGING_RULES", "qt.scenegraph.time.renderloop.debug=true");
         m_application = m_device.startApplication();
-        await("Configuration manager initialized");
+        await("Frame rendered");
     }
     ~RunningDevice()
     {
