@@ -33,6 +33,8 @@ std::variant<LaunchOptions, ExitCode> parseCommandLine(int argc, char** argv)
         ->check(CLI::IsMember(std::set<std::string>{"auto", "local", "off"}));
     commandLine.add_flag("--log-stderr", options.isLoggingToStandardError,
                          "Log to standard error instead of the journal");
+    commandLine.add_flag("--dbus-activated", options.isStartedByBus,
+                         "Start for a push that waits: without a window, and without a display");
     try {
         commandLine.parse(argc, argv);
         options.push = sources.at(source);

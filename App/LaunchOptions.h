@@ -17,6 +17,8 @@ struct LaunchOptions {
     std::optional<std::string> managedConfiguration;
     PushSource push = PushSource::automatic;
     bool isLoggingToStandardError = false;
+    /// For a push that waits: no window opens before the user asks for one.
+    bool isStartedByBus = false;
 };
 
 /// The options, or the exit code with which the process ends at once: everything has been said then.

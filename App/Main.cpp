@@ -142,13 +142,18 @@ std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths,
     }
 }
 
-/// Asks the instance that runs to come to the front.
-void activateInstance(const Linux::DevicePaths& paths)
+/// Asks the instance that runs to come to the front. True when it left the place to us instead: one that was
+/// started without a display has nowhere to come to.
+bool activateInstance(const Linux::DevicePaths& paths)
 {
+    constexpr std::chrono::milliseconds longestEnd(300);
     const auto holder = Linux::InstanceLock::holder(paths.instanceLock());
-    if (holder)
-        ::kill(*holder, Desktop::QtRunLoop::activationSignal);
-    std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
+    if (holder && ::kill(*holder, Desktop::QtRunLoop::activationSignal) == 0 &&
+        !Linux::InstanceLock::isEnding(*holder, longestEnd)) {
+        std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
+        return false;
+    }
+    return true;
 }
 
 /// The session bus; without one, why.
@@ -212,6 +217,52 @@ std::unique_ptr<AppearanceSource> makeAppearanceSource(const SessionBusAccess& a
     return std::make_unique<Linux::PortalAppearance>(*access.bus, mainQueue);
 }
 
+/// The only window, made when it is shown for the first time.
+class MainWindow {
+public:
+    struct Ports {
+        UserDefaults& store;
+        Desktop::Shell& shell;
+        AppearanceSource& appearance;
+        App::AppMain& app;
+    };
+
+    /// `content` may be on its way; it must outlive this object.
+    MainWindow(const Ports& ports, std::optional<Desktop::WindowContent>& content)
+        : m_ports(ports), m_content(content)
+    {
+        const auto apply = [this](const Appearance& value) {
+            m_appearance.set(value);
+            m_ports.shell.setAppearance(value);
+        };
+        apply(ports.appearance.current());
+        ports.appearance.observe(apply);
+    }
+
+    static QUrl document() { return QStringLiteral("qrc:/qt/qml/Quorvane/App/ContentView.qml"); }
+
+    /// Brings it to the front.
+    void show()
+    {
+        if (m_group) {
+            m_group->raise();
+            return;
+        }
+        if (!m_content)
+            m_content.emplace(document());
+        m_group.emplace(*m_content, m_ports.store, QString::fromUtf8(applicationName));
+        m_ports.shell.attach(m_content->engine(), m_group->window());
+        m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
+                       {"appearance", QVariant::fromValue(&m_appearance)}});
+    }
+
+private:
+    const Ports m_ports;
+    std::optional<Desktop::WindowContent>& m_content;
+    App::AppearanceModel m_appearance;
+    std::optional<Desktop::WindowGroup> m_group;
+};
+
 /// Chooses the adapters, in the order in which they need each other, and runs the application on them.
 App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, const Linux::DevicePaths& paths)
 {
@@ -220,17 +271,23 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
     const auto log = makeLog(options, clock);
     const Linux::AdapterLog adapterLog(*log, std::string(Linux::applicationIdentifier));
     // It knows the activation signal from here on: whoever holds the lock can be sent it.
-    Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(argc, argv));
+    Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
+        argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
     QGuiApplication::setDesktopFileName(QString::fromUtf8(Linux::applicationIdentifier));
 
     bool isRunningAlready = false;
-    const auto instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
+    auto instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
     if (isRunningAlready) {
-        activateInstance(paths);
-        return App::success;
+        if (options.isStartedByBus || !activateInstance(paths))
+            return App::success;
+        instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
+        if (isRunningAlready)
+            return App::success;
     }
 
-    Desktop::WindowContent windowContent(QUrl(QStringLiteral("qrc:/qt/qml/Quorvane/App/ContentView.qml")));
+    std::optional<Desktop::WindowContent> windowContent;
+    if (!options.isStartedByBus)
+        windowContent.emplace(MainWindow::document());
     NotificationCenter notificationCenter;
     Linux::DeviceDefaults defaults(paths, Access::readWrite, clock, adapterLog);
     Linux::CurlURLSession urlSession;
@@ -285,25 +342,17 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
         Core::LoggingConfig::setVerboseLoggingEnabled(true);
     app.installDelegate(application);
 
-    App::ContentView& body = app.body();
-    App::AppearanceModel appearanceModel;
-    Desktop::WindowGroup windowGroup(windowContent, shellStore, QString::fromUtf8(applicationName));
-    const auto applyAppearance = [&](const Appearance& value) {
-        appearanceModel.set(value);
-        shell.setAppearance(value);
-    };
-    applyAppearance(appearance->current());
-    appearance->observe(applyAppearance);
-    shell.attach(*windowGroup.window().engine(), windowGroup.window());
-    runLoop.onActivation([&] { windowGroup.raise(); });
+    MainWindow window({shellStore, shell, *appearance, app}, windowContent);
+    const bool isUnseen = options.isStartedByBus && QGuiApplication::platformName() == u"offscreen";
+    runLoop.onActivation([&] { isUnseen ? runLoop.quit() : window.show(); });
     application.setActive(QGuiApplication::applicationState() == Qt::ApplicationActive);
     QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &shell,
                      [&](Qt::ApplicationState state) {
                          application.setActive(state == Qt::ApplicationActive);
                          shell.preferencesChanged();
                      });
-    windowGroup.show(
-        {{"view", QVariant::fromValue(&body)}, {"appearance", QVariant::fromValue(&appearanceModel)}});
+    if (!options.isStartedByBus)
+        window.show();
     application.finishLaunching();
 
     if (busAccess.bus)

@@ -24,12 +24,15 @@ void endReadably(QtMsgType type, const QMessageLogContext& context, const QStrin
 
 } // namespace
 
-std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv)
+std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv, Display display)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
-        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
-        throw NoDisplay("there is no display: set DISPLAY or WAYLAND_DISPLAY, or "
-                        "QT_QPA_PLATFORM=offscreen to run without one");
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        if (display == Display::needed)
+            throw NoDisplay("there is no display: set DISPLAY or WAYLAND_DISPLAY, or "
+                            "QT_QPA_PLATFORM=offscreen to run without one");
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
     const auto previousHandler = qInstallMessageHandler(endReadably);
     auto application = std::make_unique<QGuiApplication>(argc, argv);
     qInstallMessageHandler(previousHandler);

@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace Platform::Linux {
 
@@ -40,6 +43,16 @@ std::optional<pid_t> InstanceLock::holder(const std::filesystem::path& file)
     if (!descriptor || ::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
         return std::nullopt;
     return lock.l_pid;
+}
+
+bool InstanceLock::isEnding(pid_t holder, std::chrono::milliseconds time)
+{
+    // The library of this system has no pidfd_open() of its own.
+    const FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, holder, 0U)));
+    if (!process)
+        return errno == ESRCH;
+    pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
+    return ::poll(&end, 1, static_cast<int>(time.count())) == 1;
 }
 
 } // namespace Platform::Linux

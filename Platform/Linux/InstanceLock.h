@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/FileDescriptor.h"
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <sys/types.h>
@@ -18,6 +19,8 @@ public:
 
     /// The process that holds the lock of this file, if any does. Leaves the lock alone.
     static std::optional<pid_t> holder(const std::filesystem::path& file);
+    /// Whether a holder ends within this time.
+    static bool isEnding(pid_t holder, std::chrono::milliseconds time);
 
 private:
     explicit InstanceLock(FileDescriptor file) : m_file(std::move(file)) {}
