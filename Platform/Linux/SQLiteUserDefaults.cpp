@@ -25,8 +25,13 @@ namespace {
 /// How long a writer of another process may keep us waiting.
 constexpr int busyTimeoutMilliseconds = 5000;
 
-constexpr const char* tableDefinition = "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
-                                        "NOT NULL, value NOT NULL) WITHOUT ROWID";
+/// Raised when a file can no longer be read as before. Files from before there was a number carry 0.
+constexpr int formatVersion = 1;
+constexpr const char* initialisation = "BEGIN IMMEDIATE;"
+                                       "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
+                                       "NOT NULL, value NOT NULL) WITHOUT ROWID;"
+                                       "PRAGMA user_version = 1;"
+                                       "COMMIT";
 constexpr const char* upsertStatement =
     "INSERT INTO defaults(key, type, value) VALUES(?1, ?2, ?3) "
     "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value";
@@ -333,13 +338,20 @@ void SQLiteUserDefaults::openOrReplace() const
         FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
     auto connection = std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READWRITE);
     SQLite::Database& database = connection->database;
+    const int version = database.execAndGet("PRAGMA user_version").getInt();
+    if (version > formatVersion)
+        throw SQLite::Exception(fmt::format("it has format {} and this version knows {}; install the version "
+                                            "that wrote it, or a later one",
+                                            version, formatVersion),
+                                SQLITE_READONLY);
     database.exec("PRAGMA journal_mode = WAL");
     database.exec("PRAGMA synchronous = FULL");
     SQLite::Statement check(database, "PRAGMA quick_check(1)");
     if (!check.executeStep() || std::strcmp(check.getColumn(0).getText(), "ok") != 0)
         throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
     check.reset();
-    database.exec(tableDefinition);
+    if (version < formatVersion)
+        database.exec(initialisation);
     connection->prepare(m_file.string());
     m_connection = std::move(connection);
 }

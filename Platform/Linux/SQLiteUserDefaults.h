@@ -24,7 +24,8 @@ namespace Platform::Linux {
 ///
 /// The connection opens at the first use, and anew after the file was moved or replaced. A file that is no
 /// database is moved aside to "*.corrupt-<UTC time>" and a new one begun. One that cannot be written is still
-/// read, and opened anew by the next write.
+/// read, and opened anew by the next write. The user version of the database is the number of its format; a
+/// file of a later format is read as far as it is understood and never written.
 ///
 /// Threads: any; one operation at a time. Errors: one line to the log for each new reason.
 class SQLiteUserDefaults final : public UserDefaults {

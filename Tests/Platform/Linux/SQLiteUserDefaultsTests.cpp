@@ -97,6 +97,31 @@ TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
     }
 }
 
+TEST_F(SQLiteUserDefaultsTest, EarlierFormatsAreTakenOverAndLaterOnesOnlyRead)
+{
+    open()->set("k", 1);
+    const auto setFormat = [&](int number) {
+        SQLite::Database(file.string(), SQLite::OPEN_READWRITE)
+            .exec("PRAGMA user_version = " + std::to_string(number));
+    };
+    setFormat(0);
+    open()->set("k", 2);
+    EXPECT_EQ(open()->integer("k"), 2);
+    EXPECT_TRUE(log.takeLines().empty());
+
+    setFormat(2);
+    SQLite::Database(file.string(), SQLite::OPEN_READWRITE)
+        .exec("ALTER TABLE defaults ADD COLUMN origin; INSERT INTO defaults VALUES('new', 'colour', 3, 4)");
+    const std::string before = folder.read("deep/state/domain.sqlite");
+    const auto defaults = open();
+    EXPECT_EQ(defaults->integer("k"), 2);
+    EXPECT_EQ(defaults->object("new"), std::nullopt);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("can only be read: it has format 2")));
+    defaults->set("k", 3);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string())));
+    EXPECT_EQ(folder.read("deep/state/domain.sqlite"), before);
+}
+
 TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsOpenedAnew)
 {
     const auto defaults = open();
