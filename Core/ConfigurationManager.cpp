@@ -4,6 +4,7 @@
 #include "Core/Constants.h"
 #include "Core/Logger.h"
 #include "Core/ManagedConfigurationValidation.h"
+#include "Core/ManagedKeys.h"
 #include "Platform/Clock.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/FatalError.h"
@@ -263,9 +264,9 @@ PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
 std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
 {
     std::string text;
-    for (const auto key : Constants::ManagedConfigKeys::all) {
-        if (const auto found = managed.find(key); found != managed.end())
-            text.append(key).append(":").append(found->second.description()).append(";");
+    for (const ManagedKey& key : managedKeys()) {
+        if (const auto found = managed.find(key.name); found != managed.end())
+            text.append(key.name).append(":").append(found->second.description()).append(";");
     }
     return base64Encoded(text);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -40,7 +39,8 @@ inline constexpr std::string_view processedNotificationPayloads =
     "com.quorvane.mdm.processedNotificationPayloads";
 } // namespace StorageKeys
 
-/// Keys of the managed dictionary. Their mixed spelling is what management consoles send.
+/// Keys of the managed dictionary; `ManagedKeys.h` tells what they are for. Their mixed spelling is what
+/// management consoles send.
 namespace ManagedConfigKeys {
 inline constexpr std::string_view allowedAppBundleIds = "AllowedAppsBundleIdsForSSOExtension";
 inline constexpr std::string_view organizationId = "OrganizationId";
@@ -49,10 +49,6 @@ inline constexpr std::string_view API_KEY = "api_key";
 inline constexpr std::string_view DEVICE_ID = "device_id";
 /// Only its printed form matters, to the fingerprint.
 inline constexpr std::string_view schemaVersion = "SchemaVersion";
-
-/// All of them, in the order in which the fingerprint of a configuration takes them.
-inline constexpr std::array all{allowedAppBundleIds, organizationId, schemaVersion,
-                                BASE_DOMAIN,         API_KEY,        DEVICE_ID};
 } // namespace ManagedConfigKeys
 
 namespace HTTPStatusCodes {

@@ -1,5 +1,6 @@
 #include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
+#include "Core/ManagedKeys.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/PolicyFileReading.h"
@@ -134,19 +135,17 @@ std::map<std::string_view, std::string> effectiveValues(const PropertyList::Dict
 }
 
 /// Why a key has the effective value it has.
-std::vector<std::string> reasons(std::string_view key, const PropertyList::Dictionary& managed,
+std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList::Dictionary& managed,
                                  const std::vector<Finding>& findings)
 {
-    if (managed.find(key) == managed.end())
+    if (managed.find(key.name) == managed.end())
         return {"the key is missing"};
     std::vector<std::string> texts;
     for (const Finding& finding : findings) {
-        if (finding.key == key)
+        if (finding.key == key.name)
             texts.push_back(fmt::format("{} {}; {}", subject(finding), finding.problem, finding.effect));
     }
-    if (key == Keys::schemaVersion)
-        texts.emplace_back("a change of it alone has the configuration applied again; nothing else reads it");
-    else if (texts.empty())
+    if (texts.empty())
         texts.emplace_back("taken as written");
     return texts;
 }
@@ -197,18 +196,21 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
     const std::vector<Finding> findings = judge(reading.document, options.isRevealing);
     const auto effective = effectiveValues(managed, options.isRevealing);
     json::object keys;
-    for (const std::string_view key : Keys::all) {
-        const auto value = effective.find(key);
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        const auto value = effective.find(key.name);
         const auto why = reasons(key, managed, findings);
         if (options.isJSON) {
-            keys[key] = {{"effective", value != effective.end() ? json::value(value->second) : json::value()},
-                         {"reasons", json::array(why.begin(), why.end())}};
+            keys[key.name] = {
+                {"description", key.description},
+                {"effective", value != effective.end() ? json::value(value->second) : json::value()},
+                {"reasons", json::array(why.begin(), why.end())}};
             continue;
         }
-        fmt::print("{:<40}{}\n", key,
+        fmt::print("{:<40}{}\n", key.name,
                    value != effective.end() ? printable(value->second) : toned(Tone::warning, "no value"));
         for (const std::string& reason : why)
-            fmt::print("    {}\n", toned(Tone::faint, reason));
+            fmt::print("    {}\n", reason);
+        fmt::print("    {}\n", toned(Tone::faint, key.description));
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},

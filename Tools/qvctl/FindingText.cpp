@@ -1,6 +1,6 @@
 #include "Tools/qvctl/FindingText.h"
 
-#include "Core/Constants.h"
+#include "Core/ManagedKeys.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
@@ -17,9 +17,10 @@ namespace {
 using Core::ValidationFinding;
 using Platform::PropertyList;
 using Kind = ValidationFinding::Kind;
-namespace Keys = Core::Constants::ManagedConfigKeys;
+using Core::ManagedKey;
 
-/// The words for one kind of finding; "{}" stands for the value concerned.
+/// The words for one kind of finding; "{value}" stands for the value concerned, "{forms}" and "{example}" for
+/// what the key accepts.
 struct Wording {
     Severity severity;
     const char* problem;
@@ -27,28 +28,25 @@ struct Wording {
     const char* mend;
 };
 
-Wording wordingOf(Kind kind, bool isList)
+Wording wordingOf(Kind kind)
 {
     switch (kind) {
     case Kind::wrongType:
-        return isList
-                   ? Wording{Severity::error, "holds {}", "no app is allowed to use single sign-on",
-                             "write a text of comma-separated bundle identifiers, or an array of texts"}
-                   : Wording{Severity::error, "holds {}", "it counts as missing", "write a text or a number"};
+        return {Severity::error, "holds {value}", "it counts as missing", "write {forms}"};
     case Kind::blank:
         return {Severity::error, "is blank", "it counts as missing", "write the value, or leave the key out"};
     case Kind::elementNotText:
-        return {Severity::error, "is {}, not a text",
+        return {Severity::error, "is {value}, not a text",
                 "the whole list is dropped: no app may use single sign-on", "write every element as a text"};
     case Kind::entryEmpty:
         return {Severity::warning, "is an empty entry", "it is dropped",
                 "remove the surplus comma or element"};
     case Kind::entryHasForbiddenCharacter:
-        return {Severity::error, "{} has a character other than a-z, A-Z, 0-9, \".\" and \"-\"",
-                "it is dropped", "write the app's bundle identifier, such as com.example.app"};
+        return {Severity::error, "{value} has a character other than a-z, A-Z, 0-9, \".\" and \"-\"",
+                "it is dropped", "write the app's bundle identifier, such as {example}"};
     case Kind::entryHasNoDot:
-        return {Severity::error, "{} has no \".\"", "it is dropped",
-                "write the app's whole bundle identifier, such as com.example.app"};
+        return {Severity::error, "{value} has no \".\"", "it is dropped",
+                "write the app's whole bundle identifier, such as {example}"};
     case Kind::whiteSpaceTrimmed:
         return {Severity::note, "has white space at an end", "the white space is taken away", ""};
     case Kind::numberTakenAsText:
@@ -58,7 +56,8 @@ Wording wordingOf(Kind kind, bool isList)
     case Kind::schemeUpgraded:
         return {Severity::warning, "asks for plain http", "https is used instead", "write https://"};
     case Kind::entryRepeated:
-        return {Severity::warning, "{} stands in the list before", "it is kept twice", "remove one of them"};
+        return {Severity::warning, "{value} stands in the list before", "it is kept twice",
+                "remove one of them"};
     case Kind::carriesPath:
         return {Severity::warning, "carries a path", "the path is put before that of every request",
                 "leave the path out unless the backend really lives below it"};
@@ -132,10 +131,10 @@ std::optional<std::string_view> suggestedKey(std::string_view key)
     const std::string wanted = skeleton(key.substr(0, longestComparedKeyBytes));
     std::optional<std::string_view> best;
     std::size_t bestDistance = slips + 1;
-    for (const std::string_view known : Keys::all) {
-        const std::size_t distance = editDistance(wanted, skeleton(known));
+    for (const ManagedKey& known : Core::managedKeys()) {
+        const std::size_t distance = editDistance(wanted, skeleton(known.name));
         if (distance < bestDistance) {
-            best = known;
+            best = known.name;
             bestDistance = distance;
         }
     }
@@ -144,7 +143,8 @@ std::optional<std::string_view> suggestedKey(std::string_view key)
 
 bool isSecret(std::string_view key)
 {
-    return suggestedKey(key) == Keys::API_KEY;
+    const auto meant = suggestedKey(key);
+    return meant && Core::findManagedKey(*meant)->isSecret;
 }
 
 std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document, bool isRevealing)
@@ -152,7 +152,7 @@ std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document
     const PropertyList::Dictionary& managed = *document.root.dictionary();
     std::vector<Finding> findings;
     for (const auto& [key, value] : managed) {
-        if (std::find(Keys::all.begin(), Keys::all.end(), key) != Keys::all.end())
+        if (Core::findManagedKey(key) != nullptr)
             continue;
         const auto place = document.places.byPath.find(key);
         const auto suggestion = suggestedKey(key);
@@ -170,17 +170,19 @@ std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document
     std::vector<ValidationFinding> dropped;
     Core::validateManagedConfiguration(managed, &dropped);
     for (const ValidationFinding& finding : dropped) {
-        const Wording words = wordingOf(finding.kind, finding.key == Keys::allowedAppBundleIds);
+        const ManagedKey& key = *Core::findManagedKey(finding.key);
+        const Wording words = wordingOf(finding.kind);
         const std::string value =
-            isSecret(finding.key) && !isRevealing ? std::string(mask) : concernedValue(finding, managed);
+            key.isSecret && !isRevealing ? std::string(mask) : concernedValue(finding, managed);
         findings.push_back({
             .severity = words.severity,
             .key = std::string(finding.key),
             .index = finding.index,
             .position = placeOf(document, finding.key, finding.index),
-            .problem = fmt::format(fmt::runtime(words.problem), value),
+            .problem = fmt::format(fmt::runtime(words.problem), fmt::arg("value", value)),
             .effect = words.effect,
-            .mend = words.mend,
+            .mend = fmt::format(fmt::runtime(words.mend), fmt::arg("forms", Core::acceptedForms(key.kind)),
+                                fmt::arg("example", key.example.substr(0, key.example.find(',')))),
         });
     }
     return findings;
