@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/PathWatch.h"
 #include "Platform/PropertyList.h"
 
 #include <atomic>
@@ -9,14 +10,12 @@
 #include <functional>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Platform::Linux {
 
-class FileSystemWatcher;
 struct PolicyFileReading;
 
 /// The dictionary that device management delivers as a file.
@@ -39,8 +38,6 @@ public:
     void watch(FileSystemWatcher& watcher, std::function<void()> onChange);
 
 private:
-    bool concernsUs(std::uint32_t mask, std::string_view name);
-    void rearm(FileSystemWatcher& watcher, int handler);
     void load();
     void report(const PolicyFileReading& reading, std::string_view consequence);
 
@@ -48,14 +45,12 @@ private:
     /// Counts what happened; the dictionary is of `m_loadedGeneration`.
     std::atomic<std::uint64_t> m_generation = 1;
 
-    std::mutex m_watchMutex;
-    /// Names of the entries that matter in the watched folders.
-    std::set<std::string, std::less<>> m_watchedNames;
-
     std::mutex m_mutex;
     std::uint64_t m_loadedGeneration = 0;
     std::optional<PropertyList> m_dictionary;
     ErrorLine m_errorLine;
+
+    std::optional<PathWatch> m_watch;
 };
 
 } // namespace Platform::Linux

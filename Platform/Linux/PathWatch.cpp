@@ -1,0 +1,86 @@
+#include "Platform/Linux/PathWatch.h"
+
+#include "Platform/Linux/PathWalk.h"
+
+#include <algorithm>
+#include <memory>
+#include <sys/inotify.h>
+#include <utility>
+
+namespace Platform::Linux {
+
+namespace {
+
+constexpr std::uint32_t folderItself = IN_ONLYDIR | IN_DELETE_SELF | IN_MOVE_SELF | IN_ATTRIB;
+constexpr std::uint32_t entryReplaced = IN_ONLYDIR | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
+/// A file being written is told of when its writer closes it, never half-written.
+constexpr std::uint32_t entryChanged = entryReplaced | IN_CLOSE_WRITE | IN_ATTRIB;
+
+} // namespace
+
+PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files,
+                     std::function<void()> onChange)
+    : m_watcher(watcher), m_files(std::move(files))
+{
+    // The handler learns its own number only after it was added, and may be called only after targets were
+    // set.
+    const auto number = std::make_shared<int>();
+    *number = watcher.addHandler(
+        [this, number, onChange = std::move(onChange)](std::uint32_t mask, std::string_view name) {
+            if (!concernsUs(mask, name))
+                return;
+            rearm(*number);
+            onChange();
+        });
+    rearm(*number);
+}
+
+bool PathWatch::concernsUs(std::uint32_t mask, std::string_view name)
+{
+    const std::lock_guard lock(m_mutex);
+    return name.empty() || (mask & IN_Q_OVERFLOW) != 0 || m_watchedNames.find(name) != m_watchedNames.end();
+}
+
+/// Watches every folder and link on the way to every file as they are now. What replaces one of them while
+/// the watches are laid is seen by the comparison at the end.
+void PathWatch::rearm(int handler)
+{
+    const auto walkAll = [&] {
+        std::vector<PathStep> steps;
+        for (const auto& file : m_files) {
+            const auto walked = walkPath(file);
+            steps.insert(steps.end(), walked.begin(), walked.end());
+        }
+        return steps;
+    };
+    const auto isSame = [](const PathStep& left, const PathStep& right) {
+        return left.path == right.path && left.kind == right.kind &&
+               left.status.st_dev == right.status.st_dev && left.status.st_ino == right.status.st_ino;
+    };
+    const std::lock_guard lock(m_mutex);
+    // Bounded, in case somebody swaps links faster than they can be followed; the next event goes on from
+    // there.
+    constexpr int maximumAttempts = 10;
+    std::vector<PathStep> steps = walkAll();
+    for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
+        std::vector<FileSystemWatcher::Target> targets;
+        m_watchedNames.clear();
+        for (const PathStep& step : steps) {
+            if (step.kind == PathStep::Kind::folder) {
+                targets.push_back({step.path, folderItself});
+                continue;
+            }
+            targets.push_back(
+                {step.path.parent_path(), step.kind == PathStep::Kind::other ? entryChanged : entryReplaced});
+            m_watchedNames.insert(step.path.filename());
+        }
+        m_watcher.setTargets(handler, targets);
+        std::vector<PathStep> now = walkAll();
+        const bool isSettled = std::equal(steps.begin(), steps.end(), now.begin(), now.end(), isSame);
+        steps = std::move(now);
+        if (isSettled)
+            return;
+    }
+}
+
+} // namespace Platform::Linux
