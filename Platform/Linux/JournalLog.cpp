@@ -1,5 +1,7 @@
 #include "Platform/Linux/JournalLog.h"
 
+#include "Platform/Linux/JournalFields.h"
+
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 
@@ -39,13 +41,13 @@ void JournalLog::write(const LogHandle& handle, LogType type, LogVisibility visi
             return std::string(name).append("=").append(value);
         };
         const std::array fields{
-            field("MESSAGE", visibleText(line, visibility, m_privateData)),
-            field("PRIORITY", std::string(1, priorityDigit(type))),
-            field("SYSLOG_IDENTIFIER", m_identifier),
-            field("QV_SUBSYSTEM", handle.subsystem),
-            field("QV_CATEGORY", handle.category),
-            field("QV_LEVEL", severityName(type)),
-            field("QV_PRIVACY", visibility == LogVisibility::public_ ? "public" : "private"),
+            field(JournalFields::message, visibleText(line, visibility, m_privateData)),
+            field(JournalFields::priority, std::string(1, priorityDigit(type))),
+            field(JournalFields::identifier, m_identifier),
+            field(JournalFields::subsystem, handle.subsystem),
+            field(JournalFields::category, handle.category),
+            field(JournalFields::level, severityName(type)),
+            field(JournalFields::privacy, visibility == LogVisibility::public_ ? "public" : "private"),
         };
         std::array<iovec, fields.size()> vectors{};
         for (std::size_t i = 0; i < fields.size(); ++i)

@@ -51,14 +51,20 @@ std::string_view severityName(LogType type)
     return names.at(static_cast<std::size_t>(type));
 }
 
+std::string logLine(Date time, std::string_view severity, std::string_view subsystem,
+                    std::string_view category, std::string_view text)
+{
+    std::string line = fmt::format("{} {} {} {} ", time.utcText(), severity, subsystem, category);
+    appendOnOneLine(line, text);
+    return line += '\n';
+}
+
 void StandardErrorLog::write(const LogHandle& handle, LogType type, LogVisibility visibility,
                              std::string_view line) noexcept
 {
     try {
-        std::string entry = fmt::format("{} {} {} {} ", m_clock.now().utcText(), severityName(type),
-                                        handle.subsystem, handle.category);
-        appendOnOneLine(entry, visibleText(line, visibility, m_privateData));
-        entry += '\n';
+        std::string entry = logLine(m_clock.now(), severityName(type), handle.subsystem, handle.category,
+                                    visibleText(line, visibility, m_privateData));
         const std::lock_guard lock(m_mutex);
         if (m_lostCount > 0) // The first of them may have been cut in the middle.
             entry.insert(0, fmt::format("\n({} lines lost)\n", m_lostCount));

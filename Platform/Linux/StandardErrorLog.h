@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Platform/Date.h"
 #include "Platform/UnifiedLog.h"
 
 #include <cstddef>
 #include <mutex>
+#include <string>
+#include <string_view>
 
 namespace Platform {
 class Clock;
@@ -23,8 +26,12 @@ std::string_view visibleText(std::string_view line, LogVisibility visibility, Pr
 /// The name of a severity in log output: "debug", "info", "warning", "error" or "critical".
 std::string_view severityName(LogType type);
 
-/// Writes each entry as one line to standard error: UTC time, severity, subsystem, category, text. Control
-/// characters in the text are escaped, so that an entry never looks like two. When nobody reads what was
+/// One entry as people read it, with the line break at its end: UTC time, severity, subsystem, category,
+/// text. Control characters in the text are escaped, so that an entry never looks like two.
+std::string logLine(Date time, std::string_view severity, std::string_view subsystem,
+                    std::string_view category, std::string_view text);
+
+/// Writes each entry as one line to standard error. When nobody reads what was
 /// written, entries are lost rather than waited with; the next one that is written says how many.
 class StandardErrorLog final : public UnifiedLog {
 public:
