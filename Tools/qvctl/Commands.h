@@ -18,6 +18,8 @@ struct Options {
     bool isRevealing = false;
 };
 
+enum class SchemaFormat { jsonSchema, appConfig, sample };
+
 // One function per verb; each prints its answer and returns the exit code.
 ExitCode status(const Options& options);
 ExitCode snapshot(const Options& options);
@@ -27,6 +29,7 @@ ExitCode configLint(const Options& options, const std::string& file);
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file);
 ExitCode configSet(const Options& options, const std::string& file);
 ExitCode configClear(const Options& options);
+ExitCode configSchema(const Options& options, SchemaFormat format);
 ExitCode notifications(const Options& options, std::int64_t limit);
 /// "-" is standard input.
 ExitCode push(const Options& options, const std::string& file);

@@ -6,6 +6,7 @@
 #include "Platform/Linux/PolicyFileReading.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/FindingText.h"
+#include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/PolicyInstaller.h"
 
@@ -254,6 +255,20 @@ ExitCode configClear(const Options& options)
         if (!options.isJSON)
             fmt::print("Removed {}\n", path.string());
     }
+    return success;
+}
+
+ExitCode configSchema(const Options& options, SchemaFormat format)
+{
+    const json::value content = format == SchemaFormat::jsonSchema  ? json::value(jsonSchema())
+                                : format == SchemaFormat::appConfig ? json::value(appConfigForm())
+                                                                    : json::value(samplePolicy());
+    if (options.isJSON)
+        printJSON({{"content", content}});
+    else if (const auto* text = content.if_string())
+        fmt::print("{}", text->c_str());
+    else
+        fmt::print("{}\n", prettyJSON(content));
     return success;
 }
 

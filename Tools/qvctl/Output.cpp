@@ -39,15 +39,54 @@ const char* colourCode(Tone tone)
     return "";
 }
 
+std::string compactJSON(const json::value& value)
+{
+    const Platform::Data bytes = Core::JSONEncoder().encode(value);
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+void appendPretty(std::string& out, const json::value& value, std::size_t indentation)
+{
+    constexpr std::size_t longestLine = 80;
+    std::string compact = compactJSON(value);
+    if (!value.is_structured() || indentation + compact.size() <= longestLine) {
+        out += compact;
+        return;
+    }
+    const std::string lineStart = "\n" + std::string(indentation + 2, ' ');
+    const char* separator = "";
+    const auto beginElement = [&] { out.append(std::exchange(separator, ",")).append(lineStart); };
+    out += value.is_object() ? '{' : '[';
+    if (const auto* object = value.if_object()) {
+        for (const auto& [key, member] : *object) {
+            beginElement();
+            out.append(compactJSON(key)).append(": ");
+            appendPretty(out, member, indentation + 2);
+        }
+    } else {
+        for (const auto& element : value.get_array()) {
+            beginElement();
+            appendPretty(out, element, indentation + 2);
+        }
+    }
+    out.append("\n").append(indentation, ' ') += value.is_object() ? '}' : ']';
+}
+
 } // namespace
+
+std::string prettyJSON(const json::value& value)
+{
+    std::string text;
+    appendPretty(text, value, 0);
+    return text;
+}
 
 void printJSON(json::object object)
 {
     json::object versioned{{"version", jsonFormatVersion}};
     for (auto& member : object)
         versioned.emplace(member.key(), std::move(member.value()));
-    const Platform::Data bytes = Core::JSONEncoder().encode(versioned);
-    fmt::print("{}\n", std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    fmt::print("{}\n", compactJSON(versioned));
 }
 
 json::value jsonValue(const Platform::PropertyList& value)

@@ -18,6 +18,10 @@ inline constexpr std::string_view mask = "********";
 /// Prints `object` as one line on standard output, with the format version as its first member "version".
 void printJSON(boost::json::object object);
 
+/// `value` on indented lines, for people to read and edit; a container of at most one line's length stays on
+/// it.
+std::string prettyJSON(const boost::json::value& value);
+
 /// `value` as JSON: dates as ISO 8601 texts, data as hexadecimal texts.
 boost::json::value jsonValue(const Platform::PropertyList& value);
 

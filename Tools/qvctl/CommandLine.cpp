@@ -1,0 +1,162 @@
+#include "Tools/qvctl/CommandLine.h"
+
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+namespace Qvctl {
+
+namespace {
+
+/// Takes one of `choices` by its name.
+template <typename Value>
+CLI::Option* addChoice(CLI::App& verb, const std::string& name, Value& value,
+                       const std::vector<std::pair<std::string, Value>>& choices,
+                       const std::string& description)
+{
+    std::vector<std::string> names;
+    names.reserve(choices.size());
+    for (const auto& choice : choices)
+        names.push_back(choice.first);
+    const auto take = [&value, choices](const std::string& chosen) {
+        for (const auto& choice : choices) {
+            if (choice.first == chosen)
+                value = choice.second;
+        }
+    };
+    return verb.add_option_function<std::string>(name, take, description)->check(CLI::IsMember(names));
+}
+
+void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
+{
+    verb.add_option("--limit", limit, "Show at most so many, the newest")
+        ->type_name("N")
+        ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
+}
+
+} // namespace
+
+CommandLine::CommandLine()
+    : m_parser(std::make_unique<CLI::App>(
+          "Looks into and after the managed configuration and the notifications of this device.", "qvctl"))
+{
+    m_parser->set_version_flag("--version", "qvctl " QV_VERSION, "Print the version");
+    m_parser->get_help_ptr()->description("Print what there is to say, here or after a verb");
+    m_parser->require_subcommand(1);
+    m_parser->fallthrough();
+    m_parser
+        ->add_option("--managed-configuration", m_options.managedConfiguration,
+                     "Policy file to work on instead of /etc/quorvane-mdm/managed.plist or managed.json "
+                     "(environment: QUORVANE_MANAGED_CONFIGURATION)")
+        ->type_name("FILE");
+    m_parser->add_flag("--json", m_options.isJSON, "Print JSON for programs: one object, or one per line");
+    m_parser->add_flag("--reveal", m_options.isRevealing, "Show secrets instead of masking them");
+
+    addStateVerbs();
+    addConfigVerbs();
+    addNotificationVerbs();
+}
+
+CommandLine::~CommandLine() = default;
+
+void CommandLine::addStateVerbs()
+{
+    addVerb(*m_parser, "status", "Show the configuration version, what it holds and whether the app runs",
+            [this] { return status(m_options); });
+    addVerb(*m_parser, "snapshot", "Show what the single-sign-on extension reads",
+            [this] { return snapshot(m_options); });
+}
+
+void CommandLine::addConfigVerbs()
+{
+    CLI::App& config = addGroup("config", "Look at, judge and change the managed configuration");
+    addVerb(config, "show", "Show the managed dictionary", [this] { return configShow(m_options); });
+    addVerb(config, "lint", "Judge a file: every finding with its place, its effect and the mend",
+            [this] { return configLint(m_options, *m_file); })
+        .add_option("FILE", m_file, "The file to judge")
+        ->required();
+    addVerb(config, "explain", "Show the effective value of every key, and why", [this] {
+        return configExplain(m_options, m_file);
+    }).add_option("FILE", m_file, "A file to explain instead of the managed configuration of this device");
+    addVerb(config, "set", "Put a file in force as the managed configuration, in one step",
+            [this] { return configSet(m_options, *m_file); })
+        .add_option("FILE", m_file, "The file to install")
+        ->required();
+    addVerb(config, "clear", "Remove the managed configuration", [this] { return configClear(m_options); });
+    addChoice<SchemaFormat>(
+        addVerb(config, "schema", "Describe the keys for editors and management consoles",
+                [this] { return configSchema(m_options, m_schemaFormat); }),
+        "--format", m_schemaFormat,
+        {{"json-schema", SchemaFormat::jsonSchema},
+         {"appconfig", SchemaFormat::appConfig},
+         {"sample", SchemaFormat::sample}},
+        "json-schema (draft 2020-12, the default), appconfig (the XML of which management consoles make a "
+        "form) or sample (a policy to start from)")
+        ->type_name("FORMAT");
+}
+
+void CommandLine::addNotificationVerbs()
+{
+    addLimit(addVerb(*m_parser, "notifications", "Show the history of notifications, newest first",
+                     [this] { return notifications(m_options, m_limit.value_or(INT32_MAX)); }),
+             m_limit);
+    addVerb(*m_parser, "push", "Deliver a payload to the app, which must run with --push local",
+            [this] { return push(m_options, *m_file); })
+        .add_option("FILE", m_file, "A JSON object of at most 4096 bytes; - reads standard input")
+        ->required();
+    CLI::App& privacy = addGroup("privacy", "Decide in the user's place");
+    using Platform::AuthorizationStatus;
+    addPrivacyVerb(privacy, "grant", "Allow", AuthorizationStatus::authorized);
+    addPrivacyVerb(privacy, "revoke", "Refuse", AuthorizationStatus::denied);
+    addPrivacyVerb(privacy, "reset", "Have the user asked again", AuthorizationStatus::notDetermined);
+}
+
+int CommandLine::run(int argc, const char* const* argv)
+{
+    try {
+        m_parser->parse(argc, argv);
+    } catch (const CLI::Success& helpOrVersion) {
+        return m_parser->exit(helpOrVersion);
+    } catch (const CLI::ParseError& error) {
+        // For a mistyped verb the library misses the verb and does not tell which word stands in its place.
+        const auto unknown = m_parser->remaining(true);
+        const bool isVerbMissing =
+            dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty();
+        fmt::print(stderr, "qvctl: {}\nTry qvctl --help.\n",
+                   isVerbMissing ? fmt::format("there is no verb '{}'", unknown.front()) : error.what());
+        return usage;
+    }
+    return m_verb();
+}
+
+CLI::App& CommandLine::addVerb(CLI::App& parent, const std::string& name, const std::string& description,
+                               std::function<ExitCode()> verb)
+{
+    CLI::App& subcommand = *parent.add_subcommand(name, description);
+    subcommand.fallthrough();
+    subcommand.callback([this, verb = std::move(verb)] { m_verb = verb; });
+    return subcommand;
+}
+
+/// A word that is followed by one of its verbs.
+CLI::App& CommandLine::addGroup(const std::string& name, const std::string& description)
+{
+    CLI::App& group = *m_parser->add_subcommand(name, description);
+    group.require_subcommand(1);
+    return group;
+}
+
+void CommandLine::addPrivacyVerb(CLI::App& parent, const std::string& name, const std::string& description,
+                                 Platform::AuthorizationStatus status)
+{
+    addVerb(parent, name, description, [=, this] { return setNotificationPermission(m_options, status); })
+        .add_option("SERVICE", m_service, "What is decided about: notifications")
+        ->required()
+        ->check(CLI::IsMember({"notifications"}));
+}
+
+} // namespace Qvctl

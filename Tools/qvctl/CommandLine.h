@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Platform/UserNotificationCenter.h"
+#include "Tools/qvctl/Commands.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace Qvctl {
+
+/// The command line and, once parsed, the verb that it names.
+class CommandLine {
+public:
+    CommandLine();
+    ~CommandLine();
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    /// Parses and does what is asked; everything has been said then. Throws what the verbs throw.
+    int run(int argc, const char* const* argv);
+
+    /// Every verb and option, for those who describe them.
+    [[nodiscard]] const CLI::App& parser() const { return *m_parser; }
+
+private:
+    void addStateVerbs();
+    void addConfigVerbs();
+    void addNotificationVerbs();
+    CLI::App& addVerb(CLI::App& parent, const std::string& name, const std::string& description,
+                      std::function<ExitCode()> verb);
+    CLI::App& addGroup(const std::string& name, const std::string& description);
+    void addPrivacyVerb(CLI::App& parent, const std::string& name, const std::string& description,
+                        Platform::AuthorizationStatus status);
+
+    std::unique_ptr<CLI::App> m_parser;
+    Options m_options;
+    std::optional<std::string> m_file;
+    std::string m_service;
+    SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
+    std::optional<std::int64_t> m_limit;
+    std::function<ExitCode()> m_verb;
+};
+
+} // namespace Qvctl

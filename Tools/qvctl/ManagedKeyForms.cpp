@@ -1,0 +1,181 @@
+#include "Tools/qvctl/ManagedKeyForms.h"
+
+#include "Core/ManagedKeys.h"
+#include "Platform/Linux/DevicePaths.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <sstream>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+using Core::ManagedKey;
+using Kind = ManagedKey::Kind;
+
+/// Raised with each change of the keys: a console takes a form for newer by it.
+constexpr int formVersion = 1;
+constexpr const char* formLanguage = "en-US";
+
+/// Inside brackets: the characters that validation takes away at the ends of a text.
+constexpr std::string_view whiteSpace =
+    R"(\t-\r \u0085\u00a0\u1680\u2000-\u200a\u2028\u2029\u202f\u205f\u3000)";
+
+std::string notBlankPattern()
+{
+    return fmt::format("[^{}]", whiteSpace);
+}
+
+/// One bundle identifier, or nothing, within white space.
+std::string bundleIdPattern()
+{
+    return fmt::format(R"([{0}]*([A-Za-z0-9-]*\.[A-Za-z0-9.-]*)?[{0}]*)", whiteSpace);
+}
+
+std::vector<std::string_view> bundleIdsOf(std::string_view list)
+{
+    std::vector<std::string_view> pieces;
+    for (std::size_t end = 0; end != std::string_view::npos; list.remove_prefix(end + 1)) {
+        end = list.find(',');
+        pieces.push_back(list.substr(0, end));
+        if (end == std::string_view::npos)
+            break;
+    }
+    return pieces;
+}
+
+/// The example as the value that one would write.
+json::value exampleValue(const ManagedKey& key)
+{
+    switch (key.kind) {
+    case Kind::bundleIds:
+        return json::value_from(bundleIdsOf(key.example));
+    case Kind::revision:
+        return json::parse(key.example);
+    case Kind::text:
+    case Kind::address:
+        break;
+    }
+    return json::string(key.example);
+}
+
+/// What values must look like, by the name under which keys refer to it.
+json::object definitions()
+{
+    const std::string one = bundleIdPattern();
+    return {
+        {"textOrNumber",
+         {{"anyOf",
+           {{{"type", "string"}, {"pattern", notBlankPattern()}},
+            {{"type", {"number", "boolean"}}, {"$comment", "Its decimal text is used."}}}}}},
+        {"bundleIds",
+         {{"anyOf",
+           {{{"type", "array"}, {"items", {{"type", "string"}, {"pattern", "^" + one + "$"}}}},
+            {{"type", "string"},
+             {"pattern", fmt::format("^{0}(,{0})*$", one)},
+             {"$comment", "The same with commas between them."}}}}}},
+    };
+}
+
+/// The name among the definitions; null where anything will do.
+const char* definitionOf(Kind kind)
+{
+    switch (kind) {
+    case Kind::text:
+    case Kind::address:
+        return "textOrNumber";
+    case Kind::bundleIds:
+        return "bundleIds";
+    case Kind::revision:
+        break;
+    }
+    return nullptr;
+}
+
+/// The element that declares a value of the kind in a form.
+const char* formType(Kind kind)
+{
+    switch (kind) {
+    case Kind::bundleIds:
+        return "stringArray";
+    case Kind::revision:
+        return "integer";
+    case Kind::text:
+    case Kind::address:
+        break;
+    }
+    return "string";
+}
+
+void appendText(pugi::xml_node& parent, const char* element, std::string_view text)
+{
+    auto language = parent.append_child(element).append_child("language");
+    language.append_attribute("value") = formLanguage;
+    language.text() = std::string(text).c_str();
+}
+
+} // namespace
+
+json::object jsonSchema()
+{
+    json::object properties;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        json::object schema{
+            {"title", key.label},
+            {"description", fmt::format("{} Accepted: {}.", key.description, Core::acceptedForms(key.kind))}};
+        if (const char* definition = definitionOf(key.kind))
+            schema["$ref"] = fmt::format("#/$defs/{}", definition);
+        if (key.isSecret)
+            schema["writeOnly"] = true;
+        schema["examples"] = json::array{exampleValue(key)};
+        properties[key.name] = std::move(schema);
+    }
+    return {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
+            {"title", "Managed configuration of Quorvane MDM"},
+            {"description", "Keys are case-sensitive and may all be left out. Other keys are ignored."},
+            {"type", "object"},
+            {"properties", std::move(properties)},
+            {"$defs", definitions()}};
+}
+
+std::string appConfigForm()
+{
+    pugi::xml_document document;
+    auto declaration = document.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    auto root = document.append_child("managedAppConfiguration");
+    root.append_child("version").text() = formVersion;
+    root.append_child("bundleId").text() = std::string(Platform::Linux::applicationIdentifier).c_str();
+    auto dictionary = root.append_child("dict");
+    auto presentation = root.append_child("presentation");
+    presentation.append_attribute("defaultLocale") = formLanguage;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        const std::string name(key.name);
+        auto value = dictionary.append_child(formType(key.kind));
+        value.append_attribute("keyName") = name.c_str();
+        value.append_child("constraint").append_attribute("nullable") = true;
+
+        auto field = presentation.append_child("field");
+        field.append_attribute("keyName") = name.c_str();
+        field.append_attribute("type") = key.kind == Kind::bundleIds ? "list" : "input";
+        appendText(field, "label", key.label);
+        appendText(field, "description", key.description);
+    }
+    std::ostringstream text;
+    document.save(text, "  ");
+    return text.str();
+}
+
+json::object samplePolicy()
+{
+    json::object policy;
+    for (const ManagedKey& key : Core::managedKeys())
+        policy[key.name] = exampleValue(key);
+    return policy;
+}
+
+} // namespace Qvctl

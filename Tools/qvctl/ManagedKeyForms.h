@@ -1,0 +1,22 @@
+#pragma once
+
+#include <boost/json.hpp>
+
+#include <string>
+
+namespace Qvctl {
+
+// The managed keys in the forms in which other programs take them.
+
+/// A schema of the policy file as JSON. It takes what `lint` has no errors about, unknown keys aside. Source:
+/// JSON Schema, draft 2020-12.
+boost::json::object jsonSchema();
+
+/// The form by which a management console asks for the values. Source: the managedAppConfiguration schema of
+/// the AppConfig Community, appconfig.xsd.
+std::string appConfigForm();
+
+/// A policy with every key, to be changed and put in force.
+boost::json::object samplePolicy();
+
+} // namespace Qvctl
