@@ -69,6 +69,8 @@ void CommandLine::addStateVerbs()
             [this] { return status(m_options); });
     addVerb(*m_parser, "snapshot", "Show what the single-sign-on extension reads",
             [this] { return snapshot(m_options); });
+    addVerb(*m_parser, "watch", "Show each configuration version as it is applied, until interrupted",
+            [this] { return watch(m_options); });
 }
 
 void CommandLine::addConfigVerbs()

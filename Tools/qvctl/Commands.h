@@ -23,6 +23,8 @@ enum class SchemaFormat { jsonSchema, appConfig, sample };
 // One function per verb; each prints its answer and returns the exit code.
 ExitCode status(const Options& options);
 ExitCode snapshot(const Options& options);
+/// Goes on until it is interrupted.
+ExitCode watch(const Options& options);
 ExitCode configShow(const Options& options);
 ExitCode configLint(const Options& options, const std::string& file);
 /// Without a file: of the managed configuration of this device.

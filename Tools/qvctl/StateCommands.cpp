@@ -7,6 +7,7 @@
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/SnapshotFields.h"
 
 #include <fmt/format.h>
 
@@ -28,19 +29,6 @@ std::string_view stateName(PolicyFileReading::State state)
     constexpr std::array<std::string_view, 5> names{"missing", "untrusted", "unreadable", "malformed",
                                                     "good"};
     return names.at(static_cast<std::size_t>(state));
-}
-
-struct NamedValue {
-    const char* name;
-    const std::optional<std::string>& value;
-};
-
-std::array<NamedValue, 4> valuesOf(const ConfigurationSnapshot& snapshot)
-{
-    return {{{"organization id", snapshot.organizationId},
-             {"base domain", snapshot.baseDomain},
-             {"api key", snapshot.apiKey},
-             {"device id", snapshot.deviceId}}};
 }
 
 /// What the device knows of notifications.
@@ -66,8 +54,9 @@ void printStatus(const std::optional<ConfigurationSnapshot>& snapshot, const Pol
     if (snapshot) {
         printRow("Configuration", fmt::format("version {}, applied {}", snapshot->configVersion,
                                               snapshot->lastUpdated.utcText()));
-        for (const NamedValue& entry : valuesOf(*snapshot))
-            printRow(entry.name, entry.value ? toned(Tone::good, "present") : toned(Tone::warning, "absent"));
+        for (const SnapshotField& field : fieldsOf(*snapshot))
+            printRow(field.label,
+                     field.value ? toned(Tone::good, "present") : toned(Tone::warning, "absent"));
         printRow("allowed apps", std::to_string(snapshot->allowedAppBundleIds.size()));
     } else {
         printRow("Configuration", toned(Tone::warning, "none was ever applied"));
@@ -144,8 +133,8 @@ ExitCode snapshot(const Options& options)
     }
     printRow("version", fmt::format("{} (schema {})", snapshot->configVersion, snapshot->schemaVersion));
     printRow("last updated", snapshot->lastUpdated.utcText());
-    for (const NamedValue& entry : valuesOf(*snapshot))
-        printRow(entry.name, entry.value ? printable(*entry.value) : toned(Tone::warning, "absent"));
+    for (const SnapshotField& field : fieldsOf(*snapshot))
+        printRow(field.label, field.value ? printable(*field.value) : toned(Tone::warning, "absent"));
     printRow("allowed apps", std::to_string(snapshot->allowedAppBundleIds.size()));
     for (const std::string& bundleId : snapshot->allowedAppBundleIds)
         printRow("", printable(bundleId));

@@ -1,0 +1,174 @@
+#include "Core/Constants.h"
+#include "Core/JSON.h"
+#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/PathWatch.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/Device.h"
+#include "Tools/qvctl/LiveSession.h"
+#include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/SnapshotFields.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+using Core::ConfigurationSnapshot;
+using namespace Platform::Linux;
+
+constexpr const char* listLabel = "allowed apps";
+constexpr const char* listMember = "allowedAppBundleIds";
+
+/// A value that differs from that of the version before.
+struct Change {
+    const char* label;
+    const char* member;
+    std::string shown;
+};
+
+std::vector<Change> changes(const ConfigurationSnapshot& before, const ConfigurationSnapshot& after,
+                            bool isRevealing)
+{
+    std::vector<Change> list;
+    const auto oldFields = fieldsOf(before);
+    const auto newFields = fieldsOf(after);
+    for (std::size_t i = 0; i < newFields.size(); ++i) {
+        const SnapshotField& field = newFields.at(i);
+        if (field.value != oldFields.at(i).value)
+            list.push_back({field.label, field.member, field.shown(isRevealing).value_or("absent")});
+    }
+    if (before.allowedAppBundleIds != after.allowedAppBundleIds)
+        list.push_back({listLabel, listMember,
+                        after.allowedAppBundleIds.empty()
+                            ? "none"
+                            : fmt::format("{}", fmt::join(after.allowedAppBundleIds, ", "))});
+    return list;
+}
+
+void printVersion(const ConfigurationSnapshot& snapshot)
+{
+    std::vector<std::string> present;
+    for (const SnapshotField& field : fieldsOf(snapshot)) {
+        if (field.value)
+            present.emplace_back(field.label);
+    }
+    const std::size_t appCount = snapshot.allowedAppBundleIds.size();
+    present.push_back(fmt::format("{} allowed app{}", appCount, appCount == 1 ? "" : "s"));
+    fmt::print("{} version {}: {}\n", snapshot.lastUpdated.utcText(),
+               toned(Tone::good, std::to_string(snapshot.configVersion)), fmt::join(present, ", "));
+}
+
+json::object versionJSON(const std::optional<ConfigurationSnapshot>& stored,
+                         const std::optional<std::vector<Change>>& changed, bool isRevealing)
+{
+    const ConfigurationSnapshot snapshot = stored.value_or(ConfigurationSnapshot{});
+    json::object object{{"configVersion", snapshot.configVersion}};
+    object["lastUpdated"] = stored ? json::value(snapshot.lastUpdated.utcText()) : json::value();
+    for (const SnapshotField& field : fieldsOf(snapshot)) {
+        const auto shown = field.shown(isRevealing);
+        object[field.member] = shown ? json::value(*shown) : json::value();
+    }
+    object[listMember] = json::value_from(snapshot.allowedAppBundleIds);
+    object["changed"] = nullptr;
+    if (changed) {
+        auto& names = object["changed"].emplace_array();
+        for (const Change& change : *changed)
+            names.emplace_back(change.member);
+    }
+    return object;
+}
+
+/// Follows the snapshot in the shared suite and tells of each that differs from the one before.
+class Watch {
+public:
+    explicit Watch(const Options& options) : m_options(options), m_device(options, Device::Access::inspect) {}
+
+    [[nodiscard]] std::filesystem::path suiteFile() const
+    {
+        return m_device.paths.suite(Core::Constants::appGroupSuiteName);
+    }
+
+    void begin()
+    {
+        look();
+        if (!m_last)
+            fmt::print(stderr, "qvctl: waiting for a first configuration in {}\n", suiteFile().string());
+    }
+
+    void look()
+    {
+        std::optional<ConfigurationSnapshot> now;
+        try {
+            now = m_device.storedSnapshot();
+        } catch (const Core::DecodingError& error) {
+            fmt::print(stderr, "qvctl: the snapshot in {} is damaged: {}\n", suiteFile().string(),
+                       error.what());
+            return;
+        }
+        if (now == m_last)
+            return;
+        tell(now);
+        m_last = std::move(now);
+    }
+
+private:
+    void tell(const std::optional<ConfigurationSnapshot>& now)
+    {
+        std::optional<std::vector<Change>> changed;
+        if (m_last || m_isTelling)
+            changed = changes(m_last.value_or(ConfigurationSnapshot{}), now.value_or(ConfigurationSnapshot{}),
+                              m_options.isRevealing);
+        m_isTelling = true;
+        if (m_options.isJSON) {
+            printJSON(versionJSON(now, changed, m_options.isRevealing));
+        } else if (now) {
+            printVersion(*now);
+            for (const Change& change : changed.value_or(std::vector<Change>{}))
+                fmt::print("    {}: {}\n", change.label, printable(change.shown));
+        } else {
+            fmt::print("{}\n", toned(Tone::warning, "The configuration was removed from the suite."));
+        }
+        flushOutput();
+    }
+
+    const Options& m_options;
+    Device m_device;
+    std::optional<ConfigurationSnapshot> m_last;
+    bool m_isTelling = false;
+};
+
+} // namespace
+
+ExitCode watch(const Options& options)
+{
+    LiveSession session;
+    Watch watch(options);
+    const FileDescriptor news(::eventfd(0, EFD_CLOEXEC));
+    if (!news)
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    // A writer touches the bell after its commit.
+    const auto bell = std::filesystem::path(watch.suiteFile()).replace_extension(".bell");
+    std::optional<PathWatch> bellWatch;
+    FileSystemWatcher watcher; // Ends before what it calls.
+    bellWatch.emplace(watcher, std::vector{bell}, [&] { ::eventfd_write(news.get(), 1); });
+    watch.begin();
+    while (session.waitFor(news.get())) {
+        eventfd_t count = 0;
+        ::eventfd_read(news.get(), &count);
+        watch.look();
+    }
+    return success;
+}
+
+} // namespace Qvctl
