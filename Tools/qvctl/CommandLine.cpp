@@ -1,5 +1,8 @@
 #include "Tools/qvctl/CommandLine.h"
 
+#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/SystemClock.h"
+#include "Tools/qvctl/TimeText.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -11,6 +14,8 @@
 namespace Qvctl {
 
 namespace {
+
+using Platform::LogType;
 
 /// Takes one of `choices` by its name.
 template <typename Value>
@@ -71,6 +76,37 @@ void CommandLine::addStateVerbs()
             [this] { return snapshot(m_options); });
     addVerb(*m_parser, "watch", "Show each configuration version as it is applied, until interrupted",
             [this] { return watch(m_options); });
+
+    CLI::App& logVerb =
+        addVerb(*m_parser, "log", "Show the app's lines in the journal, oldest first", [this] {
+            m_log.limit = m_limit;
+            return log(m_options, m_log);
+        });
+    logVerb
+        .add_option_function<std::string>(
+            "--since",
+            [this](const std::string& text) {
+                m_log.since = timeFromText(text, Platform::Linux::SystemClock().now());
+            },
+            "Only lines from then on: an age such as 90s, 10m, 2h or 3d, or a time such as 2026-11-21, "
+            "2026-11-21T15:04 or 2026-11-21T15:04:05Z, local without the Z")
+        ->type_name("TIME")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return timeFromText(text, {}) ? std::string()
+                                              : fmt::format("'{}' is neither an age such as 10m nor a time "
+                                                            "such as 2026-11-21T15:04:05Z",
+                                                            text);
+            },
+            ""));
+    std::vector<std::pair<std::string, LogType>> levels;
+    for (const auto level :
+         {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault})
+        levels.emplace_back(Platform::Linux::severityName(level), level);
+    addChoice(logVerb, "--level", m_log.lowestLevel, levels, "Only lines of that severity or a higher one")
+        ->type_name("LEVEL");
+    logVerb.add_flag("-f,--follow", m_log.isFollowing, "Go on with new lines, until interrupted");
+    addLimit(logVerb, m_limit);
 }
 
 void CommandLine::addConfigVerbs()

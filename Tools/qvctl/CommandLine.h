@@ -45,6 +45,7 @@ private:
     std::string m_service;
     SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
     std::optional<std::int64_t> m_limit;
+    LogOptions m_log;
     std::function<ExitCode()> m_verb;
 };
 

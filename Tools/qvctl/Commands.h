@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Date.h"
+#include "Platform/UnifiedLog.h"
 #include "Platform/UserNotificationCenter.h"
 
 #include <cstdint>
@@ -18,6 +20,15 @@ struct Options {
     bool isRevealing = false;
 };
 
+/// Which lines of the journal are asked for.
+struct LogOptions {
+    std::optional<Platform::Date> since;
+    Platform::LogType lowestLevel = Platform::LogType::debug;
+    /// At most so many, the newest.
+    std::optional<std::uint64_t> limit;
+    bool isFollowing = false;
+};
+
 enum class SchemaFormat { jsonSchema, appConfig, sample };
 
 // One function per verb; each prints its answer and returns the exit code.
@@ -25,6 +36,7 @@ ExitCode status(const Options& options);
 ExitCode snapshot(const Options& options);
 /// Goes on until it is interrupted.
 ExitCode watch(const Options& options);
+ExitCode log(const Options& options, const LogOptions& selection);
 ExitCode configShow(const Options& options);
 ExitCode configLint(const Options& options, const std::string& file);
 /// Without a file: of the managed configuration of this device.

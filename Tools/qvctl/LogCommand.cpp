@@ -1,0 +1,73 @@
+#include "Platform/Linux/JournalReader.h"
+#include "Platform/Linux/StandardErrorLog.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/LiveSession.h"
+#include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+
+namespace Qvctl {
+
+namespace {
+
+using namespace Platform::Linux;
+
+void printEntry(const Options& options, const JournalEntry& entry)
+{
+    if (!options.isJSON) {
+        fmt::print("{}", logLine(entry.time, entry.level, entry.subsystem, entry.category, entry.text));
+        return;
+    }
+    printJSON({{"time", entry.time.utcText()},
+               {"level", entry.level},
+               {"subsystem", entry.subsystem},
+               {"category", entry.category},
+               {"privacy", entry.privacy},
+               {"message", entry.text}});
+}
+
+/// Answers whether there were any.
+bool printEntries(const Options& options, JournalReader& reader)
+{
+    bool isAny = false;
+    while (const auto entry = reader.next()) {
+        printEntry(options, *entry);
+        isAny = true;
+    }
+    flushOutput();
+    return isAny;
+}
+
+} // namespace
+
+ExitCode log(const Options& options, const LogOptions& selection)
+{
+    std::optional<LiveSession> session;
+    if (selection.isFollowing)
+        session.emplace();
+    std::optional<JournalReader> reader;
+    try {
+        reader.emplace(JournalReader::Selection{.identifier = "quorvane-mdm",
+                                                .lowestLevel = selection.lowestLevel,
+                                                .since = selection.since,
+                                                .limit = selection.limit});
+    } catch (const JournalUnavailable& error) {
+        fmt::print(stderr, "qvctl: {}\n", error.what());
+        return unavailable;
+    }
+    if (!printEntries(options, *reader) && !options.isJSON)
+        fmt::print(stderr, "qvctl: the journal holds no such line\n");
+    if (!session)
+        return success;
+    for (auto waiting = reader->waiting();
+         session->waitFor(waiting.descriptor, waiting.events, waiting.timeoutMilliseconds);
+         waiting = reader->waiting()) {
+        reader->takeNews();
+        printEntries(options, *reader);
+    }
+    return success;
+}
+
+} // namespace Qvctl

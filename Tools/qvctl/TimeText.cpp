@@ -1,0 +1,60 @@
+#include "Tools/qvctl/TimeText.h"
+
+#include <chrono>
+#include <ctime>
+#include <regex>
+
+namespace Qvctl {
+
+namespace {
+
+using Platform::Date;
+
+double secondsOf(char unit)
+{
+    switch (unit) {
+    case 'd':
+        return 24 * 3600;
+    case 'h':
+        return 3600;
+    case 'm':
+        return 60;
+    default:
+        return 1;
+    }
+}
+
+} // namespace
+
+std::optional<Date> timeFromText(const std::string& text, Date now)
+{
+    static const std::regex age("([0-9]{1,9})([smhd])");
+    static const std::regex time("([0-9]{4})-([0-9]{2})-([0-9]{2})"
+                                 "(?:[T ]([0-9]{2}):([0-9]{2})(?::([0-9]{2})(\\.[0-9]{1,9})?)?(Z)?)?");
+    std::smatch parts;
+    if (std::regex_match(text, parts, age))
+        return Date{now.secondsSinceReferenceDate - std::stod(parts[1]) * secondsOf(*parts[2].first)};
+    if (!std::regex_match(text, parts, time))
+        return std::nullopt;
+
+    const auto number = [&](std::size_t part) { return parts[part].matched ? std::stoi(parts[part]) : 0; };
+    const std::chrono::year_month_day day{std::chrono::year(number(1)),
+                                          std::chrono::month(static_cast<unsigned>(number(2))),
+                                          std::chrono::day(static_cast<unsigned>(number(3)))};
+    if (!day.ok() || number(4) > 23 || number(5) > 59 || number(6) > 60)
+        return std::nullopt;
+    std::tm fields{};
+    fields.tm_year = number(1) - 1900;
+    fields.tm_mon = number(2) - 1;
+    fields.tm_mday = number(3);
+    fields.tm_hour = number(4);
+    fields.tm_min = number(5);
+    fields.tm_sec = number(6);
+    fields.tm_isdst = -1; // Whatever holds then.
+    const std::time_t seconds = parts[8].matched ? ::timegm(&fields) : std::mktime(&fields);
+    const double fraction = parts[7].matched ? std::stod("0" + parts[7].str()) : 0;
+    const Date whole = Date::fromSystemTime(std::chrono::system_clock::from_time_t(seconds));
+    return Date{whole.secondsSinceReferenceDate + fraction};
+}
+
+} // namespace Qvctl
