@@ -1,8 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
+
+namespace CLI {
+class App;
+}
 
 namespace App {
 
@@ -20,6 +25,10 @@ struct LaunchOptions {
     /// For a push that waits: no window opens before the user asks for one.
     bool isStartedByBus = false;
 };
+
+/// The command line, for those who parse or describe it. What is parsed is written to `options`, which must
+/// live as long.
+std::unique_ptr<CLI::App> makeCommandLine(LaunchOptions& options);
 
 /// The options, or the exit code with which the process ends at once: everything has been said then.
 std::variant<LaunchOptions, ExitCode> parseCommandLine(int argc, char** argv);

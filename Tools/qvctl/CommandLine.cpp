@@ -148,8 +148,8 @@ void CommandLine::addNotificationVerbs()
         ->required();
     CLI::App& privacy = addGroup("privacy", "Decide in the user's place");
     using Platform::AuthorizationStatus;
-    addPrivacyVerb(privacy, "grant", "Allow", AuthorizationStatus::authorized);
-    addPrivacyVerb(privacy, "revoke", "Refuse", AuthorizationStatus::denied);
+    addPrivacyVerb(privacy, "grant", "Allow in the user's place", AuthorizationStatus::authorized);
+    addPrivacyVerb(privacy, "revoke", "Refuse in the user's place", AuthorizationStatus::denied);
     addPrivacyVerb(privacy, "reset", "Have the user asked again", AuthorizationStatus::notDetermined);
 }
 
