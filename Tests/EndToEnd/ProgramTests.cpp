@@ -1,7 +1,6 @@
 #include "Platform/Linux/LocalPushService.h"
-#include "Tools/Tour/ThrowawayDevice.h"
+#include "Tests/EndToEnd/ProgramTest.h"
 
-#include <boost/json.hpp>
 #include <gmock/gmock.h>
 
 #include <csignal>
@@ -16,40 +15,15 @@ using testing::Not;
 
 namespace {
 
-class ProgramTest : public testing::Test {
-protected:
-    struct Outcome {
-        std::optional<int> exitCode;
-        std::string output;
-    };
-    [[nodiscard]] Outcome qvctl(const std::vector<std::string>& arguments) const
-    {
-        const auto process = device.startConsole(arguments);
-        Outcome outcome{process->waitForExit(), {}};
-        for (const std::string& line : process->lines())
-            outcome.output += line + "\n";
-        return outcome;
-    }
-    [[nodiscard]] boost::json::object qvctlJSON(std::vector<std::string> arguments) const
-    {
-        arguments.emplace_back("--json");
-        const Outcome outcome = qvctl(arguments);
-        EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
-        EXPECT_EQ(outcome.output.substr(0, 1), "{") << outcome.output;
-        return boost::json::parse(outcome.output).as_object();
-    }
-    /// The lines without their time.
-    static std::vector<std::string> withoutTimes(const std::vector<std::string>& lines)
-    {
-        static const std::regex time("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ");
-        std::vector<std::string> result;
-        for (const std::string& line : lines)
-            result.push_back(std::regex_replace(line, time, ""));
-        return result;
-    }
-
-    ThrowawayDevice device{QV_PROGRAMS};
-};
+/// The lines without their time.
+std::vector<std::string> withoutTimes(const std::vector<std::string>& lines)
+{
+    static const std::regex time("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ");
+    std::vector<std::string> result;
+    for (const std::string& line : lines)
+        result.push_back(std::regex_replace(line, time, ""));
+    return result;
+}
 
 TEST_F(ProgramTest, StartUpWritesItsLinesInOrderAndEndsCleanly)
 {
@@ -132,6 +106,10 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
         {{"push", device.path("good.json")}, 69, "the app does not run"},
         {{"privacy", "grant", "camera"}, 64, "camera"},
         {{"notifications", "--limit", "-1"}, 64, "--limit"},
+        {{"log", "--since", "yesterday"}, 64, "neither an age"},
+        {{"log", "--level", "loud"}, 64, "loud"},
+        {{"config", "schema", "--format", "yaml"}, 64, "yaml"},
+        {{"config", "schema", "--format", "appconfig"}, 0, "<bundleId>com.quorvane.mdm</bundleId>"},
         {{"config", "lint", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "explain", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "set", device.path("bad.json")}, 78, "bad.json:2:"},

@@ -1,0 +1,302 @@
+#include "Tests/EndToEnd/ProgramTest.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <fstream>
+#include <map>
+#include <set>
+#include <system_error>
+
+namespace json = boost::json;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+/// What Docs/JSON.md says of one verb.
+struct DocumentedVerb {
+    json::value example;
+    std::set<std::string> members;
+};
+
+std::map<std::string, DocumentedVerb> documentedVerbs()
+{
+    std::map<std::string, DocumentedVerb> verbs;
+    DocumentedVerb* verb = nullptr;
+    std::ifstream document(QV_SOURCES "/Docs/JSON.md");
+    for (std::string line; std::getline(document, line);) {
+        if (line.starts_with("## qvctl "))
+            verb = &verbs[line.substr(9)];
+        else if (verb != nullptr && line.starts_with("{"))
+            verb->example = json::parse(line);
+        else if (verb != nullptr && line.starts_with("| `"))
+            verb->members.insert(line.substr(3, line.find('`', 3) - 3));
+    }
+    return verbs;
+}
+
+/// Adds the paths of the members of `value`, in the way of the document, as deep as it goes into them.
+void collectMembers(const json::value& value, const std::string& path,
+                    const std::set<std::string>& documented, std::set<std::string>& found)
+{
+    const auto isGoneInto = [&](const std::string& prefix) {
+        return std::any_of(documented.begin(), documented.end(),
+                           [&](const std::string& member) { return member.starts_with(prefix); });
+    };
+    if (const auto* object = value.if_object();
+        object != nullptr && (path.empty() || isGoneInto(path + "."))) {
+        const bool isAnyName = isGoneInto(path + ".*");
+        for (const auto& [key, member] : *object)
+            collectMembers(
+                member, path.empty() ? std::string(key) : path + "." + (isAnyName ? "*" : std::string(key)),
+                documented, found);
+    } else if (const auto* array = value.if_array(); array != nullptr && isGoneInto(path + "[]")) {
+        for (const auto& element : *array)
+            collectMembers(element, path + "[]", documented, found);
+    } else {
+        found.insert(path);
+    }
+}
+
+std::set<std::string> membersOf(const json::value& value, const std::set<std::string>& documented)
+{
+    std::set<std::string> found;
+    collectMembers(value, "", documented, found);
+    EXPECT_EQ(value.at("version"), 1);
+    found.erase("version");
+    return found;
+}
+
+TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
+{
+    device.replacePolicy(
+        R"({"OrganizationId": 5, "base_domain": "a.b", "api_key": "k", "device_id": "d",
+            "AllowedAppsBundleIdsForSSOExtension": ["com.a.b"]})");
+    device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
+    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
+    DrivenWindow window = device.window();
+    window.tap("welcome.getStarted");
+    window.tap("shell.allow");
+    ASSERT_TRUE(application->waitForLine("Remote notifications registered"));
+
+    const std::string policy = device.policyFile();
+    std::map<std::string, json::value> printed;
+    const auto run = [&](const std::string& verb, std::vector<std::string> arguments) {
+        printed[verb] = qvctlJSON(std::move(arguments));
+    };
+    run("push", {"push", device.path("payload.json")});
+    run("notifications", {"notifications"});
+    run("status", {"status", "--reveal"});
+    run("snapshot", {"snapshot"});
+    run("config show", {"config", "show"});
+    run("config lint", {"config", "lint", policy});
+    run("config explain", {"config", "explain"});
+    run("config schema", {"config", "schema"});
+    std::filesystem::copy_file(policy, device.path("again.json"));
+    const auto set = device.startConsole({"config", "set", device.path("again.json"), "--json"});
+    ASSERT_EQ(set->waitForExit(), 0);
+    for (const std::string& line : set->lines()) { // The findings for people are among them.
+        if (line.starts_with("{"))
+            printed["config set"] = json::parse(line);
+    }
+    const auto watch = device.startConsole({"watch", "--json"});
+    ASSERT_TRUE(watch->waitForLine("{"));
+    printed["watch"] = json::parse(watch->lines().back());
+    run("config clear", {"config", "clear"});
+    run("privacy", {"privacy", "reset", "notifications"});
+
+    for (const auto& [verb, documented] : documentedVerbs()) {
+        std::set<std::string> example = membersOf(documented.example, documented.members);
+        if (verb == "status")
+            example.insert("deviceToken"); // The example is one without --reveal.
+        EXPECT_EQ(example, documented.members) << "the example of " << verb;
+        if (verb == "log")
+            continue; // Where there is a journal: below.
+        ASSERT_TRUE(printed.contains(verb)) << verb;
+        EXPECT_EQ(membersOf(printed[verb], documented.members), documented.members) << verb;
+        printed.erase(verb);
+    }
+    EXPECT_THAT(printed, IsEmpty()) << "not documented";
+}
+
+TEST_F(ProgramTest, WatchTellsOfEachVersionUntilItIsInterrupted)
+{
+    const auto people = device.startConsole({"watch"});
+    const auto programs = device.startConsole({"watch", "--json"});
+    ASSERT_TRUE(people->waitForLine("waiting for a first configuration"));
+    ASSERT_TRUE(programs->waitForLine("waiting for a first configuration"));
+    device.replacePolicy(R"({"api_key": "canary", "base_domain": "a.corp"})");
+    const auto application = device.startApplication();
+    EXPECT_TRUE(people->waitForLine("version 1: base domain, api key, 0 allowed apps"));
+    device.replacePolicy(R"({"api_key": "other canary", "AllowedAppsBundleIdsForSSOExtension": "a.b"})");
+    EXPECT_TRUE(people->waitForLine("version 2: api key, 1 allowed app"));
+    EXPECT_TRUE(people->waitForLine("    base domain: absent"));
+    EXPECT_TRUE(people->waitForLine("    api key: ********"));
+    EXPECT_TRUE(people->waitForLine("    allowed apps: a.b"));
+    EXPECT_TRUE(programs->waitForLine(R"("changed":["baseDomain","apiKey","allowedAppBundleIds"])"));
+    EXPECT_THAT(programs->lines(), Not(Contains(HasSubstr("canary"))));
+    people->signal(SIGINT);
+    programs->signal(SIGTERM);
+    EXPECT_EQ(people->waitForExit(), 0);
+    EXPECT_EQ(programs->waitForExit(), 0);
+}
+
+/// What the script prints; absent when it ended with 77, "not here", or there is no such shell.
+std::optional<std::vector<std::string>> linesOf(std::vector<std::string> shell, const std::string& script)
+{
+    shell.push_back(script);
+    try {
+        ChildProcess process(
+            shell, {{"MANUALS", QV_PROGRAMS "/manuals"}, {"QVCTL", QV_PROGRAMS "/Tools/qvctl/qvctl"}});
+        const auto exitCode = process.waitForExit();
+        if (exitCode == 77)
+            return std::nullopt;
+        EXPECT_EQ(exitCode, 0) << script << testing::PrintToString(process.lines());
+        return process.lines();
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+}
+
+/// A journal of our own below a /run of our own, with two lines of the app and one of somebody else.
+constexpr const char* journalSetUp = R"(
+remote=/lib/systemd/systemd-journal-remote
+[ -x $remote ] && [ -s /etc/machine-id ] && mount -t tmpfs tmpfs /run 2>/dev/null || exit 77
+folder=/run/log/journal/$(cat /etc/machine-id)
+mkdir -p $folder
+append() { # TIME IDENTIFIER LEVEL MESSAGE
+    printf '__REALTIME_TIMESTAMP=%s\n__MONOTONIC_TIMESTAMP=%s\n_BOOT_ID=%032d\nSYSLOG_IDENTIFIER=%s\nQV_LEVEL=%s\nQV_SUBSYSTEM=com.quorvane.mdm\nQV_CATEGORY=general\nQV_PRIVACY=public\nMESSAGE=%s\n\n' \
+        "${1}000000" "$1" 1 "$2" "$3" "$4" | $remote -o $folder/system.journal - 2>/dev/null
+}
+)";
+
+TEST_F(ProgramTest, LogReadsTheJournal)
+{
+    const auto lines = linesOf({"unshare", "-rm", "bash", "-ec"}, std::string(journalSetUp) + R"(
+        $QVCTL log 2>&1 || echo $?
+        append 1700000000 quorvane-mdm debug one
+        append 1700000001 somebody-else error alien
+        append 1700000002 quorvane-mdm error two
+        for selection in '' '--limit 1' '--limit 0' '--level info' '--since 2023-11-14T22:13:21Z' '--since 1d'; do
+            echo "log $selection"
+            $QVCTL log $selection 2>/dev/null
+        done
+        $QVCTL log --limit 1 --json
+        $QVCTL log --follow --limit 1 | {
+            read -r first
+            append 1700000003 quorvane-mdm info three
+            read -r second
+            echo "$first, then $second"
+        }
+    )");
+    if (!lines)
+        GTEST_SKIP() << "needs systemd-journal-remote, unshare and leave to mount";
+    const std::string one = "2023-11-14T22:13:20.000Z debug com.quorvane.mdm general one";
+    const std::string two = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general two";
+    const std::string three = "2023-11-14T22:13:23.000Z info com.quorvane.mdm general three";
+    ASSERT_EQ(lines->size(), 15U) << testing::PrintToString(*lines);
+    const std::string object = lines->at(13);
+    EXPECT_THAT(*lines,
+                ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1", two,
+                            "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
+                            "log --since 1d", object, two + ", then " + three));
+    const auto documented = documentedVerbs().at("log").members;
+    EXPECT_EQ(membersOf(json::parse(object), documented), documented);
+}
+
+TEST_F(ProgramTest, ManualPagesAreWellFormed)
+{
+    const auto lines = linesOf({"bash", "-ec"}, R"(
+        command -v man > /dev/null || exit 77
+        for page in $MANUALS/man/*/*; do
+            man --warnings -l $page 2>&1 > /dev/null
+            grep -n ' $' $page || true
+        done
+    )");
+    if (!lines)
+        GTEST_SKIP() << "needs man-db";
+    EXPECT_THAT(*lines, IsEmpty());
+}
+
+struct Completion {
+    const char* line;
+    /// In the order of bash; fish sorts.
+    std::vector<std::string> words;
+};
+
+const Completion completions[] = {
+    {"qvctl config s", {"show", "set", "schema"}},
+    {"qvctl --json config s", {"show", "set", "schema"}},
+    {"qvctl --managed-configuration config st", {"status"}},
+    {"qvctl config lint ", {"a file.json", "b.json"}},
+    {"qvctl --managed-configuration b", {"b.json"}},
+    {"qvctl config schema --format ", {"json-schema", "appconfig", "sample"}},
+    {"qvctl config schema --format=s", {"sample"}},
+    {"qvctl log --level e", {"error"}},
+    {"qvctl log --f", {"--follow"}},
+    {"qvctl privacy grant ", {"notifications"}},
+    {"quorvane-mdm --push ", {"auto", "local", "off"}},
+    {"quorvane-mdm --l", {"--log-stderr"}},
+};
+
+class CompletionTest : public ProgramTest {
+protected:
+    CompletionTest()
+    {
+        std::filesystem::create_directory(device.path("files"));
+        device.write(device.path("files/a file.json"), "{}");
+        device.write(device.path("files/b.json"), "{}");
+    }
+    [[nodiscard]] std::string inFolder(const std::string& script) const
+    {
+        return "cd '" + device.path("files").string() + "'; " + script;
+    }
+};
+
+TEST_F(CompletionTest, BashCompletesVerbsValuesAndFiles)
+{
+    for (const Completion& row : completions) {
+        // As readline takes the line apart: at blanks, and around "=".
+        const auto lines = linesOf({"bash", "-c"}, inFolder(R"(
+            for script in $MANUALS/bash-completion/completions/*; do . $script; done
+            line=')" + std::string(row.line) + R"('
+            read -ra COMP_WORDS <<< "${line//=/ = }"
+            [[ $line == *' ' ]] && COMP_WORDS+=('')
+            COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+            _${COMP_WORDS//-/_}
+            printf '%s\n' "${COMPREPLY[@]}"
+        )"));
+        ASSERT_TRUE(lines);
+        EXPECT_THAT(*lines, testing::UnorderedElementsAreArray(row.words)) << row.line;
+    }
+}
+
+TEST_F(CompletionTest, FishCompletesVerbsValuesAndFiles)
+{
+    for (const Completion& row : completions) {
+        const auto lines = linesOf({"fish", "--no-config", "-c"},
+                                   inFolder(R"(
+            for script in $MANUALS/fish/vendor_completions.d/*; source $script; end
+            complete -C ')" + std::string(row.line) +
+                                            R"(' | string replace -r '\t.*' '' | string replace -r '.*=' ''
+            true)"));
+        if (!lines)
+            GTEST_SKIP() << "needs fish";
+        EXPECT_THAT(*lines, testing::UnorderedElementsAreArray(row.words)) << row.line;
+    }
+}
+
+TEST_F(CompletionTest, ZshTakesTheScripts)
+{
+    const auto lines =
+        linesOf({"zsh", "-fc"}, "for script in $MANUALS/zsh/*/_*; do zsh -n $script; done 2>&1");
+    if (!lines)
+        GTEST_SKIP() << "needs zsh";
+    EXPECT_THAT(*lines, IsEmpty());
+}
+
+} // namespace
