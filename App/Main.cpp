@@ -109,7 +109,7 @@ std::unique_ptr<UnifiedLog> makeLog(const App::LaunchOptions& options, const Clo
 {
     const Linux::PrivateData privateData = Linux::privateDataFromEnvironment();
     if (!options.isLoggingToStandardError && Linux::JournalLog::isAvailable())
-        return std::make_unique<Linux::JournalLog>("quorvane-mdm", privateData);
+        return std::make_unique<Linux::JournalLog>(std::string(Linux::journalIdentifier), privateData);
     return std::make_unique<Linux::StandardErrorLog>(clock, privateData);
 }
 

@@ -11,6 +11,9 @@ namespace Platform::Linux {
 /// The identifier of the application on this system; also the name of its own defaults domain.
 inline constexpr std::string_view applicationIdentifier = "com.quorvane.mdm";
 
+/// Under which the application's lines stand in the journal.
+inline constexpr std::string_view journalIdentifier = "quorvane-mdm";
+
 /// Where the device keeps what belongs to the application.
 struct DevicePaths {
     /// Holds every store; made on first use.

@@ -1,3 +1,4 @@
+#include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/JournalReader.h"
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Tools/qvctl/Commands.h"
@@ -7,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <optional>
+#include <string>
 
 namespace Qvctl {
 
@@ -49,7 +51,7 @@ ExitCode log(const Options& options, const LogOptions& selection)
         session.emplace();
     std::optional<JournalReader> reader;
     try {
-        reader.emplace(JournalReader::Selection{.identifier = "quorvane-mdm",
+        reader.emplace(JournalReader::Selection{.identifier = std::string(journalIdentifier),
                                                 .lowestLevel = selection.lowestLevel,
                                                 .since = selection.since,
                                                 .limit = selection.limit});
