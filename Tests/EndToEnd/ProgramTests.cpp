@@ -85,6 +85,7 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
 {
     device.write(device.path("good.json"), R"({"api_key": "canary", "base_domain": "acme.corp"})");
     device.write(device.path("bad.json"), "{\n  \"api_key\": \"canary\n}");
+    device.write(device.path("\xff.json"), "{}");
     struct Case {
         std::vector<std::string> arguments;
         int exitCode;
@@ -108,6 +109,7 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
         {{"notifications", "--limit", "-1"}, 64, "--limit"},
         {{"log", "--since", "yesterday"}, 64, "neither an age"},
         {{"log", "--level", "loud"}, 64, "loud"},
+        {{"config", "lint", "--json", device.path("\xff.json")}, 0, "\uFFFD.json\",\"findings\":[]}"},
         {{"config", "schema", "--format", "yaml"}, 64, "yaml"},
         {{"config", "schema", "--format", "appconfig"}, 0, "<bundleId>com.quorvane.mdm</bundleId>"},
         {{"config", "lint", device.path("bad.json")}, 78, "bad.json:2:"},

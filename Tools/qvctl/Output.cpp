@@ -1,6 +1,7 @@
 #include "Tools/qvctl/Output.h"
 
 #include "Core/JSON.h"
+#include "Platform/Encoding.h"
 
 #include <fmt/format.h>
 
@@ -39,10 +40,25 @@ const char* colourCode(Tone tone)
     return "";
 }
 
+/// `text` with U+FFFD for each byte that makes it no UTF-8: names of files may hold any.
+std::string validUTF8(std::string text)
+{
+    if (Platform::isUTF8(text))
+        return text;
+    constexpr char32_t replacement = 0xfffd;
+    std::string out;
+    for (std::string_view rest = text; !rest.empty();) {
+        const auto character = Platform::decodeUTF8(rest);
+        Platform::appendUTF8(out, character ? character->codePoint : replacement);
+        rest.remove_prefix(character ? character->length : 1);
+    }
+    return out;
+}
+
 std::string compactJSON(const json::value& value)
 {
     const Platform::Data bytes = Core::JSONEncoder().encode(value);
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+    return validUTF8({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 void appendPretty(std::string& out, const json::value& value, std::size_t indentation)
