@@ -135,7 +135,9 @@ private:
 
 struct SQLiteUserDefaults::Connection {
     Connection(const std::string& file, int flags)
-        : database(file, flags, busyTimeoutMilliseconds), isReadOnly((flags & SQLite::OPEN_READONLY) != 0)
+        : database(file, flags, busyTimeoutMilliseconds),
+          isReadOnly((flags & SQLite::OPEN_READONLY) != 0),
+          isImmutable((flags & SQLite::OPEN_URI) != 0)
     {}
 
     /// Makes ready what is asked again and again. Of the file, `path`, a descriptor is kept that gives no
@@ -147,10 +149,14 @@ struct SQLiteUserDefaults::Connection {
         if (!isReadOnly)
             upsert = std::make_unique<SQLite::Statement>(database, upsertStatement);
         identity = FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
+        struct stat status {};
+        if (isImmutable && ::fstat(identity.get(), &status) == 0)
+            lastChange = status.st_ctim;
     }
 
-    /// Whether the file that was opened is no longer the one at its path. What was removed has no links; only
-    /// after its status changed may it have been renamed.
+    /// Whether the file that was opened is no longer the one at its path, or has changed against the promise
+    /// that it would not. What was removed has no links; only after its status changed may it have been
+    /// renamed.
     [[nodiscard]] bool isStranded()
     {
         struct stat status {};
@@ -159,6 +165,8 @@ struct SQLiteUserDefaults::Connection {
         if (status.st_ctim.tv_sec == lastChange.tv_sec && status.st_ctim.tv_nsec == lastChange.tv_nsec)
             return false;
         lastChange = status.st_ctim;
+        if (isImmutable)
+            return true;
         int hasMoved = 0;
         ::sqlite3_file_control(database.getHandle(), nullptr, SQLITE_FCNTL_HAS_MOVED, &hasMoved);
         return hasMoved != 0;
@@ -166,6 +174,8 @@ struct SQLiteUserDefaults::Connection {
 
     SQLite::Database database;
     const bool isReadOnly;
+    /// Opened with the promise that nobody changes it, and blind to a write-ahead log.
+    const bool isImmutable;
     std::unique_ptr<SQLite::Statement> select;
     std::unique_ptr<SQLite::Statement> upsert;
     FileDescriptor identity;
@@ -278,7 +288,8 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
     const bool isToBeWritten = m_access == Access::readWrite;
     const bool isWorthOpeningAnew =
         m_connection && m_connection->isReadOnly && isToBeWritten && purpose == Purpose::write;
-    if (m_connection && !m_connection->isStranded() && !isWorthOpeningAnew)
+    const bool isOutdated = m_connection && m_connection->isImmutable && hasWriteAheadLog();
+    if (m_connection && !m_connection->isStranded() && !isWorthOpeningAnew && !isOutdated)
         return;
     m_connection.reset();
     if (isToBeWritten) {
@@ -315,10 +326,11 @@ void SQLiteUserDefaults::openAsIs() const
 {
     if (!std::filesystem::exists(m_file))
         return;
-    // On a read-only medium there is no place for the index of the write-ahead log, and without one SQLite
-    // opens the file only when it is promised that nobody changes it.
-    const bool isUnchanging = ::access(m_file.parent_path().c_str(), W_OK) != 0 &&
-                              !std::filesystem::exists(m_file.string() + "-wal");
+    // Without a write-ahead log nobody of ours has the file open. SQLite would make a log and its index,
+    // which one that only looks must not do, and for which a read-only medium has no place, unless it is
+    // promised that nobody changes the file; whether that holds is looked at before each operation.
+    const bool isUnchanging = !hasWriteAheadLog() && (m_access == Access::inspect ||
+                                                      ::access(m_file.parent_path().c_str(), W_OK) != 0);
     auto connection = isUnchanging ? std::make_unique<Connection>(immutableURI(m_file.string()),
                                                                   SQLite::OPEN_READONLY | SQLite::OPEN_URI)
                                    : std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
@@ -327,6 +339,11 @@ void SQLiteUserDefaults::openAsIs() const
         return;
     connection->prepare(m_file.string());
     m_connection = std::move(connection);
+}
+
+bool SQLiteUserDefaults::hasWriteAheadLog() const
+{
+    return ::access((m_file.string() + "-wal").c_str(), F_OK) == 0;
 }
 
 void SQLiteUserDefaults::openOrReplace() const

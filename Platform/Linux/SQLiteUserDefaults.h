@@ -56,6 +56,7 @@ private:
     void ensureOpen(Purpose purpose) const;
     void openForWriting() const;
     void openAsIs() const;
+    [[nodiscard]] bool hasWriteAheadLog() const;
     void openOrReplace() const;
     void moveAside() const;
     void ringBell() const;

@@ -174,7 +174,17 @@ TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
     EXPECT_TRUE(log.takeLines().empty());
 
     open()->set("k", 1);
-    EXPECT_EQ(open(Access::inspect)->integer("k"), 1);
+    const auto looking = open(Access::inspect);
+    EXPECT_EQ(looking->integer("k"), 1);
+    EXPECT_FALSE(std::filesystem::exists(file.string() + "-wal"));
+    EXPECT_FALSE(std::filesystem::exists(file.string() + "-shm"));
+    open()->set("k", 2); // Gone again before the next look.
+    EXPECT_EQ(looking->integer("k"), 2);
+    const auto writing = open();
+    writing->set("k", 3);
+    EXPECT_EQ(looking->integer("k"), 3);
+    writing->set("k", 4);
+    EXPECT_EQ(looking->integer("k"), 4);
     folder.write("deep/state/domain.sqlite", "no database" + std::string(1000, '.'));
     EXPECT_EQ(open(Access::inspect)->object("k"), std::nullopt);
     EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("file is not a database")));
