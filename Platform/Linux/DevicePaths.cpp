@@ -55,15 +55,18 @@ DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& manag
     paths.stateFolder = dataHome() / "quorvane-mdm";
     const auto runtimeFolder = folderFromEnvironment("XDG_RUNTIME_DIR");
     paths.pushSocket = (runtimeFolder ? *runtimeFolder / "quorvane-mdm" : paths.stateFolder) / "push.sock";
+    paths.managedConfigurationCandidates = policyCandidates(managedConfiguration);
+    return paths;
+}
+
+std::vector<fs::path> DevicePaths::policyCandidates(const std::optional<std::string>& managedConfiguration)
+{
     const auto named =
         managedConfiguration ? managedConfiguration : environment("QUORVANE_MANAGED_CONFIGURATION");
-    if (named) {
-        paths.managedConfigurationCandidates = {fs::absolute(*named)};
-    } else {
-        const fs::path folder = "/etc/quorvane-mdm";
-        paths.managedConfigurationCandidates = {folder / "managed.plist", folder / "managed.json"};
-    }
-    return paths;
+    if (named)
+        return {fs::absolute(*named)};
+    const fs::path folder = "/etc/quorvane-mdm";
+    return {folder / "managed.plist", folder / "managed.json"};
 }
 
 } // namespace Platform::Linux

@@ -34,6 +34,9 @@ struct DevicePaths {
     /// `managedConfiguration`, else QUORVANE_MANAGED_CONFIGURATION, else the system's policy folder. Throws
     /// `std::runtime_error` when the user has no home folder.
     static DevicePaths fromEnvironment(const std::optional<std::string>& managedConfiguration);
+    /// `managedConfigurationCandidates` alone, which need no home folder.
+    static std::vector<std::filesystem::path>
+    policyCandidates(const std::optional<std::string>& managedConfiguration);
 };
 
 } // namespace Platform::Linux
