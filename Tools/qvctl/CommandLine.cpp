@@ -7,6 +7,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <utility>
 #include <vector>
@@ -62,6 +64,7 @@ CommandLine::CommandLine()
     m_parser->add_flag("--reveal", m_options.isRevealing, "Show secrets instead of masking them");
 
     addStateVerbs();
+    addDoctor();
     addConfigVerbs();
     addNotificationVerbs();
 }
@@ -107,6 +110,23 @@ void CommandLine::addStateVerbs()
         ->type_name("LEVEL");
     logVerb.add_flag("-f,--follow", m_log.isFollowing, "Go on with new lines, until interrupted");
     addLimit(logVerb, m_limit);
+}
+
+void CommandLine::addDoctor()
+{
+    CLI::App& examination =
+        addVerb(*m_parser, "doctor", "Examine the whole chain, check by check; exit 1 if a check fails",
+                [this] { return doctor(m_options, m_doctor); });
+    examination.add_flag("--offline", m_doctor.isOffline, "Leave the network alone");
+    examination
+        .add_option_function<double>(
+            "--timeout",
+            [this](double seconds) {
+                m_doctor.timeout = std::chrono::milliseconds(std::lround(seconds * 1000));
+            },
+            "How long each step may wait for its other side (default: 5)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 600.0));
 }
 
 void CommandLine::addConfigVerbs()

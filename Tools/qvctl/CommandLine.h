@@ -31,6 +31,7 @@ public:
 
 private:
     void addStateVerbs();
+    void addDoctor();
     void addConfigVerbs();
     void addNotificationVerbs();
     CLI::App& addVerb(CLI::App& parent, const std::string& name, const std::string& description,
@@ -46,6 +47,7 @@ private:
     SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
     std::optional<std::int64_t> m_limit;
     LogOptions m_log;
+    DoctorOptions m_doctor;
     std::function<ExitCode()> m_verb;
 };
 

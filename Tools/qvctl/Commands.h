@@ -4,14 +4,23 @@
 #include "Platform/UnifiedLog.h"
 #include "Platform/UserNotificationCenter.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 namespace Qvctl {
 
-/// Exit codes, of sysexits(3).
-enum ExitCode { success = 0, usage = 64, noInput = 66, unavailable = 69, internal = 70, configuration = 78 };
+/// Exit codes, of sysexits(3); `checkFailed` is the answer of an examination, not an error of ours.
+enum ExitCode {
+    success = 0,
+    checkFailed = 1,
+    usage = 64,
+    noInput = 66,
+    unavailable = 69,
+    internal = 70,
+    configuration = 78
+};
 
 /// What every verb is told.
 struct Options {
@@ -31,6 +40,14 @@ struct LogOptions {
 
 enum class SchemaFormat { jsonSchema, appConfig, sample };
 
+/// What an examination may do.
+struct DoctorOptions {
+    /// Leaves the network alone.
+    bool isOffline = false;
+    /// How long one step may take that waits for somebody else.
+    std::chrono::milliseconds timeout = std::chrono::seconds(5);
+};
+
 // One function per verb; each prints its answer and returns the exit code.
 ExitCode status(const Options& options);
 ExitCode snapshot(const Options& options);
@@ -47,6 +64,8 @@ ExitCode configSchema(const Options& options, SchemaFormat format);
 ExitCode notifications(const Options& options, std::int64_t limit);
 /// "-" is standard input.
 ExitCode push(const Options& options, const std::string& file);
+/// Examines the whole chain from the policy file to the backend, check by check.
+ExitCode doctor(const Options& options, const DoctorOptions& limits);
 ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status);
 
 } // namespace Qvctl

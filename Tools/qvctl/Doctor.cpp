@@ -1,0 +1,113 @@
+#include "Tools/qvctl/Doctor.h"
+
+#include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+
+Tone toneOf(Verdict verdict)
+{
+    switch (verdict) {
+    case Verdict::ok:
+        return Tone::good;
+    case Verdict::warning:
+        return Tone::warning;
+    case Verdict::failed:
+        return Tone::bad;
+    case Verdict::skipped:
+        break;
+    }
+    return Tone::faint;
+}
+
+/// At once: a check of the network may take its time.
+void print(const Check& check)
+{
+    const bool isFaint = check.verdict == Verdict::skipped;
+    const auto verdict = fmt::format("{:<9}", verdictName(check.verdict));
+    const auto identifier = fmt::format("{:<26}", check.identifier);
+    fmt::print("{}{}{}\n", toned(toneOf(check.verdict), verdict), identifier,
+               toned(isFaint ? Tone::faint : Tone::plain, printable(check.found)));
+    // That of one with a cause stands at the cause.
+    if (!check.mend.empty() && check.cause.empty())
+        fmt::print("{:<35}{}\n", "", printable("-> " + check.mend));
+    std::fflush(stdout);
+}
+
+void printSummary(const Findings& findings)
+{
+    fmt::print("\n{} ok, {} with a warning, {} failed, {} skipped.\n", findings.count(Verdict::ok),
+               findings.count(Verdict::warning), findings.count(Verdict::failed),
+               findings.count(Verdict::skipped));
+    if (const Check* first = findings.firstFailure())
+        fmt::print("Begin with {}.\n", toned(Tone::bad, first->identifier));
+}
+
+json::value optionalText(const std::string& text)
+{
+    return text.empty() ? json::value() : json::value(text);
+}
+
+json::object asJSON(const Findings& findings)
+{
+    json::array checks;
+    for (const Check& check : findings.checks())
+        checks.push_back({{"identifier", check.identifier},
+                          {"verdict", verdictName(check.verdict)},
+                          {"found", check.found},
+                          {"mend", optionalText(check.mend)},
+                          {"cause", optionalText(check.cause)}});
+    const Check* first = findings.firstFailure();
+    return {{"isHealthy", first == nullptr},
+            {"firstFailure", first != nullptr ? json::value(first->identifier) : json::value()},
+            {"checks", std::move(checks)}};
+}
+
+} // namespace
+
+void InspectedStore::FirstLine::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
+                                      std::string_view line) noexcept
+{
+    try {
+        if (text.empty())
+            text = line;
+    } catch (const std::exception&) {
+        // Out of memory.
+    }
+}
+
+std::string timeText(Platform::Date date)
+{
+    // Of "2026-11-21T15:04:05.678Z".
+    constexpr std::size_t dateSize = 10;
+    constexpr std::size_t timeSize = 5;
+    std::string text = date.utcText();
+    if (text.size() < dateSize + 1 + timeSize)
+        return text;
+    return fmt::format("{} {} UTC", text.substr(0, dateSize), text.substr(dateSize + 1, timeSize));
+}
+
+ExitCode doctor(const Options& options, const DoctorOptions& limits)
+{
+    Examination examination{options, limits, Findings([&](const Check& check) {
+                                if (!options.isJSON)
+                                    print(check);
+                            })};
+    for (const auto examine :
+         {examinePolicy, examineState, examineSuite, examineNotifications, examineBackend, examineUpload})
+        examine(examination);
+    if (options.isJSON)
+        printJSON(asJSON(examination.findings));
+    else
+        printSummary(examination.findings);
+    return examination.findings.firstFailure() == nullptr ? success : checkFailed;
+}
+
+} // namespace Qvctl

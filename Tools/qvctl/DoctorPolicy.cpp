@@ -1,0 +1,331 @@
+// From the policy file to the snapshot that other processes read.
+
+#include "Core/Constants.h"
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/InstanceLock.h"
+#include "Platform/Linux/PolicyFileReading.h"
+#include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/FindingText.h"
+#include "Tools/qvctl/NetworkSteps.h"
+#include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/SecondProcess.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <fcntl.h>
+#include <iterator>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Qvctl {
+
+namespace {
+
+using namespace Platform::Linux;
+using State = PolicyFileReading::State;
+namespace Keys = Core::Constants::ManagedConfigKeys;
+
+std::string joined(const std::vector<std::filesystem::path>& paths)
+{
+    std::string text;
+    for (const auto& path : paths)
+        text += (text.empty() ? "" : " nor ") + path.string();
+    return text;
+}
+
+/// A clause as a sentence.
+std::string sentence(std::string clause)
+{
+    if (!clause.empty())
+        clause[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(clause[0])));
+    return clause.ends_with('.') ? clause : clause + ".";
+}
+
+/// Why the file is not taken, as a sentence.
+std::string refusalOf(const PolicyFileReading& reading)
+{
+    return reading.position ? reading.diagnostic() + "."
+                            : fmt::format("{} {}.", reading.path.string(), reading.reason);
+}
+
+void checkPermissions(Findings& findings, const PolicyFileReading& reading,
+                      const std::vector<PolicyFileReading>& passedOver)
+{
+    if (passedOver.empty()) {
+        findings.ok("policy.permissions",
+                    fmt::format("Only root and this user can change {}.", reading.path.string()));
+        return;
+    }
+    // The reason is about the file unless it names a folder, and ends with the mend.
+    const PolicyFileReading& untrusted = passedOver.front();
+    const std::string file = untrusted.path.string();
+    const auto colon = std::min(untrusted.reason.find(": "), untrusted.reason.size());
+    const std::string reason = untrusted.reason.substr(0, colon);
+    const std::string found = reason.starts_with('/')
+                                  ? fmt::format("{}, so the app does not believe {}.", reason, file)
+                                  : fmt::format("{} {}, so the app does not believe it.", file, reason);
+    const std::string mend =
+        colon < untrusted.reason.size() ? sentence(untrusted.reason.substr(colon + 2)) : "";
+    if (reading.state == State::missing)
+        findings.failed("policy.permissions", found, mend);
+    else
+        findings.warning("policy.permissions",
+                         fmt::format("{} It takes {} instead.", found, reading.path.string()), mend);
+}
+
+void checkValues(Findings& findings, const PolicyFileReading& reading)
+{
+    const std::vector<Finding> all = judge(reading.document, false);
+    const auto worst =
+        std::min_element(all.begin(), all.end(), [](const Finding& left, const Finding& right) {
+            return left.severity < right.severity;
+        });
+    if (worst == all.end()) {
+        findings.ok("policy.values", "Every value is taken as it is written.");
+        return;
+    }
+    const std::string place = worst->position ? fmt::format("Line {}: ", worst->position->line) : "";
+    const std::string index = worst->index ? fmt::format("[{}]", *worst->index) : "";
+    const std::string others = all.size() > 1 ? fmt::format(" (and {} more)", all.size() - 1) : "";
+    const std::string found =
+        fmt::format("{}{}{} {}; {}{}.", place, worst->key, index, worst->problem, worst->effect, others);
+    const std::string lint = fmt::format("See qvctl config lint {}", reading.path.string());
+    const std::string mend = worst->mend.empty() ? lint : sentence(worst->mend) + " " + lint;
+    if (worst->severity == Severity::error)
+        findings.failed("policy.values", found, mend);
+    else if (worst->severity == Severity::warning)
+        findings.warning("policy.values", found, mend);
+    else
+        findings.ok("policy.values", found);
+}
+
+/// What the folder of the state is, in a sentence, if it is none that the application can work in.
+struct FolderProblem {
+    std::string found;
+    std::string mend;
+};
+
+std::optional<FolderProblem> folderProblem(const std::filesystem::path& folder, const struct stat& status)
+{
+    const std::string path = folder.string();
+    if (!S_ISDIR(status.st_mode))
+        return FolderProblem{path + " is not a folder.", "Move it away; the app makes the folder."};
+    if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0)
+        return FolderProblem{
+            fmt::format("{} cannot be used: {}; it belongs to user {} (mode {:04o}), and this is user {}.",
+                        path, errorText(errno), status.st_uid, status.st_mode & 07777U, ::geteuid()),
+            "Run this as the user of the app, or give the folder back to its user (chown, chmod 700)."};
+    return std::nullopt;
+}
+
+/// Where its own path breaks off: the thing that is there and is no folder, or may not be looked into.
+std::filesystem::path obstacle(std::filesystem::path path)
+{
+    struct stat status {};
+    while (path.has_relative_path() && ::stat(path.c_str(), &status) != 0)
+        path = path.parent_path();
+    return path;
+}
+
+/// Whether there is a folder to look into.
+bool checkStateFolder(Examination& examination)
+{
+    Findings& findings = examination.findings;
+    try {
+        examination.paths = DevicePaths::fromEnvironment(examination.options.managedConfiguration);
+    } catch (const std::runtime_error&) {
+        findings.failed("state.folder",
+                        "This user has no home folder, so the app has no place for its state.",
+                        "Set HOME or XDG_DATA_HOME to an absolute path.");
+        return false;
+    }
+    const auto& folder = examination.paths->stateFolder;
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) != 0) {
+        const int error = errno;
+        if (error == ENOENT)
+            findings.skipped(
+                "state.folder",
+                fmt::format("{} is not there; the first start of the app makes it.", folder.string()));
+        else
+            findings.failed("state.folder",
+                            fmt::format("{} cannot be reached beyond {}: {}.", folder.string(),
+                                        obstacle(folder).string(), errorText(error)),
+                            "Run this as the user of the app, or put the folders above it right.");
+        return false;
+    }
+    if (const auto problem = folderProblem(folder, status)) {
+        findings.failed("state.folder", problem->found, problem->mend);
+        return false;
+    }
+    if (const unsigned mode = status.st_mode & 07777U; (mode & (S_IRWXG | S_IRWXO)) != 0)
+        findings.warning("state.folder",
+                         fmt::format("{} is open to other users (mode {:04o}).", folder.string(), mode),
+                         fmt::format("Close it: chmod 700 {}", folder.string()));
+    else
+        findings.ok("state.folder", fmt::format("{} is there and this user's alone.", folder.string()));
+    return true;
+}
+
+/// A process of its own, as the single-sign-on extension is one: it starts with nothing open, no lock that it
+/// meets can hold us up, and a store that breaks its reader does not break us.
+ProcessOutcome readSuiteElsewhere(const Examination& examination)
+{
+    return runSecondProcess({"snapshot", "--json"}, examination.limits.timeout);
+}
+
+std::string lastLine(std::string text)
+{
+    while (text.ends_with('\n'))
+        text.pop_back();
+    text = text.substr(text.rfind('\n') + 1);
+    constexpr std::string_view prefix = "qvctl: ";
+    return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+}
+
+void reportMissingSnapshot(Findings& findings, bool isRunning)
+{
+    if (findings.isPrevented("suite.readable",
+                             {"policy.file", "policy.permissions", "policy.syntax", "app.running"},
+                             "No snapshot is stored yet"))
+        return;
+    findings.failed("suite.readable",
+                    isRunning ? "The app runs and has stored no snapshot." : "No snapshot is stored.",
+                    "Restart the app; its log says what keeps it from storing one.");
+}
+
+void checkSuite(Examination& examination)
+{
+    constexpr const char* mend = "Restart the app: it moves a damaged store aside and begins a new one.";
+    Findings& findings = examination.findings;
+    const auto file = examination.paths->suite(Core::Constants::appGroupSuiteName);
+    const ProcessOutcome outcome = readSuiteElsewhere(examination);
+    if (!outcome.hasEnded) {
+        findings.failed("suite.readable",
+                        fmt::format("Another process has not read {} within {}.", file.string(),
+                                    durationText(examination.limits.timeout)),
+                        "See which process holds it: fuser -v " + file.string());
+        return;
+    }
+    InspectedStore suite(file);
+    const auto bytes = suite.values.data(Core::Constants::SnapshotKeys::configSnapshot);
+    if (outcome.exitCode == success && bytes) {
+        const auto& snapshot = examination.snapshot.emplace(Core::ConfigurationSnapshot::decode(*bytes));
+        findings.ok("suite.readable", fmt::format("Another process reads version {}, applied {}.",
+                                                  snapshot.configVersion, timeText(snapshot.lastUpdated)));
+    } else if (!suite.problem().empty()) {
+        findings.failed("suite.readable", suite.problem() + ".", mend);
+    } else if (outcome.exitCode == noInput) {
+        reportMissingSnapshot(findings, examination.application.has_value());
+    } else {
+        findings.failed("suite.readable",
+                        fmt::format("The snapshot in {} makes no sense: {}", file.string(),
+                                    sentence(lastLine(outcome.output))),
+                        "Restart the app: it stores a new snapshot.");
+    }
+}
+
+/// The keys whose stored value is not that of the policy.
+std::string differences(const Core::ConfigurationSnapshot& snapshot, const Core::ValidatedConfig& policy)
+{
+    std::string keys;
+    const auto compare = [&](std::string_view key, bool isEqual) {
+        if (!isEqual)
+            keys.append(keys.empty() ? "" : ", ").append(key);
+    };
+    compare(Keys::allowedAppBundleIds, snapshot.allowedAppBundleIds == policy.allowedAppBundleIds);
+    compare(Keys::organizationId, snapshot.organizationId == policy.organizationId);
+    compare(Keys::BASE_DOMAIN, snapshot.baseDomain == policy.baseDomain);
+    compare(Keys::API_KEY, snapshot.apiKey == policy.apiKey);
+    compare(Keys::DEVICE_ID, snapshot.deviceId == policy.deviceId);
+    return keys;
+}
+
+void checkCurrency(Examination& examination)
+{
+    Findings& findings = examination.findings;
+    const bool isPolicyKnown = examination.policy.has_value();
+    if (findings.isPrevented("suite.current",
+                             {"suite.readable", "policy.file", "policy.permissions", "policy.syntax"},
+                             isPolicyKnown ? "" : "There is no good policy to compare with"))
+        return;
+    const std::string keys = differences(*examination.snapshot, *examination.policy);
+    if (keys.empty()) {
+        findings.ok("suite.current", "The stored snapshot is that of the policy in force.");
+        return;
+    }
+    const std::string found = fmt::format("The policy has another {} than the stored snapshot", keys);
+    if (!findings.isPrevented("suite.current", {"app.running"}, found))
+        findings.failed("suite.current", found + ".",
+                        "Look again in a second; if it stays, restart the app and read its log.");
+}
+
+} // namespace
+
+void examinePolicy(Examination& examination)
+{
+    Findings& findings = examination.findings;
+    const auto candidates = DevicePaths::policyCandidates(examination.options.managedConfiguration);
+    std::vector<PolicyFileReading> passedOver;
+    const PolicyFileReading reading = readFirstPolicyFile(candidates, WithPlaces::yes, &passedOver);
+    if (reading.state == State::missing && passedOver.empty())
+        findings.failed("policy.file",
+                        candidates.size() == 1 ? fmt::format("{} is not there.", candidates.front().string())
+                                               : fmt::format("Neither {} is there.", joined(candidates)),
+                        "Have device management deliver it, or put one in force: qvctl config set FILE");
+    else if (reading.state == State::unreadable)
+        findings.failed(
+            "policy.file", refusalOf(reading),
+            "Let it be a plain file that the user of the app may read (chmod a+r), in folders that this "
+            "user may search (chmod a+x).");
+    else
+        findings.ok("policy.file", fmt::format("{} is there.", reading.state == State::missing
+                                                                   ? passedOver.front().path.string()
+                                                                   : reading.path.string()));
+
+    if (!findings.isPrevented("policy.permissions", {"policy.file"}))
+        checkPermissions(findings, reading, passedOver);
+
+    if (!findings.isPrevented("policy.syntax", {"policy.file", "policy.permissions"})) {
+        if (reading.state == State::good)
+            findings.ok("policy.syntax",
+                        fmt::format("Its form is good: {}.", formatName(reading.document.format)));
+        else
+            findings.failed("policy.syntax", refusalOf(reading),
+                            "Write it anew; the app keeps the last good configuration until then.");
+    }
+    if (findings.isPrevented("policy.values", {"policy.syntax"}))
+        return;
+    examination.policy = Core::validateManagedConfiguration(*reading.document.root.dictionary());
+    checkValues(findings, reading);
+}
+
+void examineState(Examination& examination)
+{
+    Findings& findings = examination.findings;
+    const bool isFolderThere = checkStateFolder(examination);
+    if (findings.isPrevented("app.running", {"state.folder"}))
+        return;
+    if (isFolderThere)
+        examination.application = InstanceLock::holder(examination.paths->instanceLock());
+    if (examination.application)
+        findings.ok("app.running", fmt::format("The app runs as process {}.", *examination.application));
+    else
+        findings.failed("app.running",
+                        isFolderThere ? "The app does not run: no change of the policy and no push comes in."
+                                      : "The app has never run for this user.",
+                        "Start it as its user: quorvane-mdm");
+}
+
+void examineSuite(Examination& examination)
+{
+    if (!examination.findings.isPrevented("suite.readable", {"state.folder"}))
+        checkSuite(examination);
+    checkCurrency(examination);
+}
+
+} // namespace Qvctl

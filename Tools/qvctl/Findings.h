@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Qvctl {
+
+enum class Verdict { ok, warning, failed, skipped };
+
+/// "ok", "warning", "failed" or "skipped".
+std::string_view verdictName(Verdict verdict);
+
+/// What came of one check.
+struct Check {
+    /// Stable, for programs: "policy.file".
+    std::string identifier;
+    Verdict verdict;
+    /// One sentence.
+    std::string found;
+    /// What to do about it; empty when there is nothing to do here.
+    std::string mend;
+    /// The failed check that keeps this one from being made; empty when there is none.
+    std::string cause;
+};
+
+/// Takes what the checks find, in the order of the chain. A check that could only repeat an earlier failure
+/// is skipped, so that what failed is what must be mended.
+///
+///     if (findings.isPrevented("suite.current", {"suite.readable"}))
+///         return;
+class Findings {
+public:
+    /// Calls `observer` for each check as it comes.
+    explicit Findings(std::function<void(const Check&)> observer) : m_observer(std::move(observer)) {}
+
+    void ok(std::string_view identifier, std::string found);
+    void warning(std::string_view identifier, std::string found, std::string mend);
+    void failed(std::string_view identifier, std::string found, std::string mend);
+    /// For want of what would be checked.
+    void skipped(std::string_view identifier, std::string found, std::string mend = {});
+
+    /// When one of the checks in `needed` failed, or was kept from being made by one that failed: records
+    /// `identifier` as skipped because of that failure and answers true. `found` is told in front of it.
+    bool isPrevented(std::string_view identifier, std::initializer_list<std::string_view> needed,
+                     std::string_view found = {});
+    /// Whether that check has been made and was skipped, for whatever reason.
+    [[nodiscard]] bool isSkipped(std::string_view identifier) const;
+
+    [[nodiscard]] const std::vector<Check>& checks() const { return m_checks; }
+    [[nodiscard]] std::size_t count(Verdict verdict) const;
+    /// Null when none failed.
+    [[nodiscard]] const Check* firstFailure() const;
+
+private:
+    void add(Check check);
+    [[nodiscard]] const Check* find(std::string_view identifier) const;
+
+    std::function<void(const Check&)> m_observer;
+    std::vector<Check> m_checks;
+};
+
+} // namespace Qvctl
