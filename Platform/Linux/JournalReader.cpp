@@ -5,6 +5,7 @@
 #include "Platform/Linux/StandardErrorLog.h"
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
+#include <systemd/sd-id128.h>
 #include <systemd/sd-journal.h>
 
 #include <algorithm>
@@ -48,6 +49,15 @@ bool isThereAJournal()
     return false;
 }
 
+/// Process numbers begin anew with each start of the system.
+std::string bootIdentifier()
+{
+    sd_id128_t boot{};
+    checked(::sd_id128_get_boot(&boot));
+    std::array<char, SD_ID128_STRING_MAX> text{};
+    return ::sd_id128_to_string(boot, text.data());
+}
+
 } // namespace
 
 void JournalReader::Closer::operator()(sd_journal* journal) const
@@ -71,6 +81,10 @@ JournalReader::JournalReader(const Selection& selection) : m_since(selection.sin
                 : "There is no journal on this device; the app logs to standard error then.");
 
     match(JournalFields::identifier, selection.identifier);
+    if (selection.process) {
+        match("_PID", std::to_string(*selection.process));
+        match("_BOOT_ID", bootIdentifier());
+    }
     for (const auto level :
          {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault}) {
         if (level >= selection.lowestLevel)

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 struct sd_journal;
 
@@ -39,10 +40,12 @@ class JournalReader {
 public:
     struct Selection {
         std::string identifier;
+        /// Only of that one, as long as it runs.
+        std::optional<pid_t> process = {};
         LogType lowestLevel = LogType::debug;
-        std::optional<Date> since;
+        std::optional<Date> since = {};
         /// Of the entries that are there, only so many of the newest.
-        std::optional<std::uint64_t> limit;
+        std::optional<std::uint64_t> limit = {};
     };
 
     explicit JournalReader(const Selection& selection);

@@ -106,6 +106,9 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
     const auto watch = device.startConsole({"watch", "--json"});
     ASSERT_TRUE(watch->waitForLine("{"));
     printed["watch"] = json::parse(watch->lines().back());
+    const auto doctor = device.startConsole({"doctor", "--offline", "--json"});
+    EXPECT_EQ(doctor->waitForExit(), 1) << "there is no session bus";
+    printed["doctor"] = json::parse(doctor->lines().back());
     run("config clear", {"config", "clear"});
     run("privacy", {"privacy", "reset", "notifications"});
 

@@ -84,6 +84,7 @@ constexpr Entry consoleEnvironment[] = {
     policyVariable, dataVariable, runtimeVariable, {"NO_COLOR", "When set and not empty, no colours."}};
 constexpr Entry consoleExits[] = {
     good,
+    {"1", "A check of doctor failed."},
     usage,
     {"66", "There is no such file, or nothing is stored yet."},
     {"69", "Something is unavailable: the app does not run, there is no journal, a file cannot be written."},
@@ -95,6 +96,7 @@ constexpr Entry consoleExamples[] = {
     {"qvctl config lint managed.json && sudo qvctl config set managed.json",
      "Put it in force if it is good."},
     {"qvctl watch", "See it applied, and what it changes."},
+    {"qvctl doctor", "Walk the whole chain, from the policy file to the backend, and name what is wrong."},
     {"qvctl config explain", "Why each key has the value it has."},
     {"qvctl log --since 10m --level warning", "What went wrong lately."},
     {"echo '{\"aps\": {\"alert\": \"Hello\"}}' | qvctl push -", "Send a notification to the app."},

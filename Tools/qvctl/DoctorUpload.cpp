@@ -1,17 +1,21 @@
 // What the backend said to the device token, as far as the application's own journal can tell.
 
-#include "Tools/qvctl/AppJournal.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/JournalReader.h"
 #include "Tools/qvctl/Doctor.h"
-#include "Tools/qvctl/NetworkSteps.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
+#include <system_error>
+#include <vector>
 
 namespace Qvctl {
 
 namespace {
+
+using namespace Platform::Linux;
 
 constexpr const char* identifier = "upload.last";
 constexpr const char* mend = "The log of the app tells more: journalctl -t quorvane-mdm";
@@ -22,15 +26,15 @@ constexpr std::string_view failedText = "Device token upload failed";
 constexpr std::string_view skippedText = "Skipping token upload";
 constexpr std::string_view statusText = "statusCode=";
 
-bool isAbout(const JournalLine& line, std::string_view text)
+bool isAbout(const JournalEntry& line, std::string_view text)
 {
     return line.category == "notifications" && line.text.starts_with(text);
 }
 
 /// The last outcome that is written readably; null when there is none.
-const JournalLine* readableOutcome(const std::vector<JournalLine>& lines)
+const JournalEntry* readableOutcome(const std::vector<JournalEntry>& lines)
 {
-    const auto found = std::find_if(lines.begin(), lines.end(), [](const JournalLine& line) {
+    const auto found = std::find_if(lines.begin(), lines.end(), [](const JournalEntry& line) {
         return isAbout(line, uploadedText) || isAbout(line, failedText) || isAbout(line, skippedText);
     });
     return found != lines.end() ? &*found : nullptr;
@@ -38,9 +42,9 @@ const JournalLine* readableOutcome(const std::vector<JournalLine>& lines)
 
 /// " with status 503", from the line of the client next to that of the upload. The rest of either may quote
 /// what nobody else is to see.
-std::string statusBefore(const std::vector<JournalLine>& lines, const JournalLine& outcome)
+std::string statusBefore(const std::vector<JournalEntry>& lines, const JournalEntry& outcome)
 {
-    for (const JournalLine* line = &outcome + 1; line < lines.data() + lines.size(); ++line) {
+    for (const JournalEntry* line = &outcome + 1; line < lines.data() + lines.size(); ++line) {
         if (isAbout(*line, uploadedText) || isAbout(*line, failedText))
             break;
         const auto start = line->category == "network" ? line->text.rfind(statusText) : std::string::npos;
@@ -54,7 +58,8 @@ std::string statusBefore(const std::vector<JournalLine>& lines, const JournalLin
     return {};
 }
 
-void tellReadable(Examination& examination, const std::vector<JournalLine>& lines, const JournalLine& outcome)
+void tellReadable(Examination& examination, const std::vector<JournalEntry>& lines,
+                  const JournalEntry& outcome)
 {
     Findings& findings = examination.findings;
     const std::string time = timeText(outcome.time);
@@ -76,12 +81,12 @@ void tellReadable(Examination& examination, const std::vector<JournalLine>& line
 
 /// Of private lines the text is not kept, but what kind they are. Only a failed request has lines of the
 /// category "network": a warning when the backend answered with an error, an error when there was no answer.
-void tellPrivate(Findings& findings, const std::vector<JournalLine>& lines)
+void tellPrivate(Findings& findings, const std::vector<JournalEntry>& lines)
 {
     constexpr const char* reveal =
         "To have the texts kept, start the app with QUORVANE_LOG_PRIVATE_DATA=show.";
     const auto failure = std::find_if(lines.begin(), lines.end(),
-                                      [](const JournalLine& line) { return line.category == "network"; });
+                                      [](const JournalEntry& line) { return line.category == "network"; });
     if (failure != lines.end())
         findings.warning(
             identifier,
@@ -98,11 +103,23 @@ void tellPrivate(Findings& findings, const std::vector<JournalLine>& lines)
             reveal);
 }
 
+/// What the process wrote last; newest first. Without one, any that the user may read of.
+std::vector<JournalEntry> newestEntries(std::optional<pid_t> process)
+{
+    constexpr std::uint64_t entryCount = 1000;
+    JournalReader reader(
+        {.identifier = std::string(journalIdentifier), .process = process, .limit = entryCount});
+    std::vector<JournalEntry> entries;
+    while (auto entry = reader.next())
+        entries.push_back(*std::move(entry));
+    std::reverse(entries.begin(), entries.end());
+    return entries;
+}
+
 } // namespace
 
 void examineUpload(Examination& examination)
 {
-    constexpr std::size_t lineCount = 1000;
     Findings& findings = examination.findings;
     if (findings.isPrevented(identifier, {"state.folder", "push.registration"}))
         return;
@@ -113,14 +130,16 @@ void examineUpload(Examination& examination)
         return;
     }
     try {
-        const auto lines = readJournal("quorvane-mdm", examination.application, lineCount);
+        const auto lines = newestEntries(examination.application);
         if (lines.empty())
             findings.skipped(identifier, "The journal has no line of the app that this user may read.");
-        else if (const JournalLine* outcome = readableOutcome(lines))
+        else if (const JournalEntry* outcome = readableOutcome(lines))
             tellReadable(examination, lines, *outcome);
         else
             tellPrivate(findings, lines);
-    } catch (const StepError& error) {
+    } catch (const JournalUnavailable& error) {
+        findings.skipped(identifier, error.what());
+    } catch (const std::system_error& error) {
         findings.skipped(identifier, fmt::format("The journal cannot be asked: {}.", error.what()));
     }
 }
