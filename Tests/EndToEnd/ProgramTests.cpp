@@ -11,6 +11,7 @@ using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Not;
 
 namespace {
@@ -69,6 +70,21 @@ TEST_F(ProgramTest, SecondLaunchLeavesTheFirstAlone)
     const auto status = qvctlJSON({"status"});
     EXPECT_EQ(status.at("configVersion").as_int64(), 1);
     EXPECT_EQ(status.at("processId").as_int64(), first->processId());
+}
+
+TEST_F(ProgramTest, StartForAPushShowsNothingAndMakesWayForTheUser)
+{
+    const auto unseen = device.startApplication({"--log-stderr", "--dbus-activated"});
+    ASSERT_TRUE(unseen->waitForLine("Configuration manager initialized"));
+    const auto again = device.startApplication({"--log-stderr", "--dbus-activated"});
+    EXPECT_EQ(again->waitForExit(), 0);
+    EXPECT_THAT(again->lines(), IsEmpty());
+    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), unseen->processId());
+
+    const auto seen = device.startApplication();
+    EXPECT_EQ(unseen->waitForExit(), 0);
+    ASSERT_TRUE(seen->waitForLine("Configuration manager initialized"));
+    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), seen->processId());
 }
 
 TEST_F(ProgramTest, StateThatCannotBeKeptIsSaidAndSurvived)
