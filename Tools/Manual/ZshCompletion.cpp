@@ -34,7 +34,7 @@ std::string action(const ValueDescription& value)
     return fmt::format(":{}:{}", value.placeholder, choices);
 }
 
-std::string specification(const OptionDescription& option)
+std::string rule(const OptionDescription& option)
 {
     const bool isTakingValue = !option.value.placeholder.empty();
     const std::string rest =
@@ -62,17 +62,17 @@ std::string verbList(const CommandDescription& command)
 
 std::string completionOf(const CommandDescription& program, const CommandDescription& command)
 {
-    std::vector<std::string> specifications;
+    std::vector<std::string> rules;
     for (const OptionDescription& option : optionsAt(program, command))
-        specifications.push_back(specification(option));
+        rules.push_back(rule(option));
     for (const ArgumentDescription& argument : command.arguments)
-        specifications.push_back(fmt::format("':{}'", action(argument.value)));
+        rules.push_back(fmt::format("':{}'", action(argument.value)));
     const std::string name = functionName(command);
     if (command.verbs.empty())
         return fmt::format("{}() {{\n    _arguments \\\n        {}\n}}\n\n", name,
-                           fmt::join(specifications, " \\\n        "));
-    specifications.push_back(fmt::format("'1: :{}_verbs'", name));
-    specifications.emplace_back("'*:: :->arguments'");
+                           fmt::join(rules, " \\\n        "));
+    rules.push_back(fmt::format("'1: :{}_verbs'", name));
+    rules.emplace_back("'*:: :->arguments'");
     std::string cases;
     for (const CommandDescription& verb : command.verbs)
         cases += fmt::format("        {}) {} ;;\n", verb.name(), functionName(verb));
@@ -80,7 +80,7 @@ std::string completionOf(const CommandDescription& program, const CommandDescrip
            fmt::format(
                "{}() {{\n    local state line\n    typeset -A opt_args\n    _arguments -C \\\n        {}\n"
                "    [[ $state == arguments ]] && case $line[1] in\n{}    esac\n}}\n\n",
-               name, fmt::join(specifications, " \\\n        "), cases);
+               name, fmt::join(rules, " \\\n        "), cases);
 }
 
 } // namespace
