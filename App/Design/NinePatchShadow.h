@@ -11,7 +11,7 @@ namespace App::Design {
 ///
 /// Pictures are shared by all shadows that look the same. Lengths are in points; the Gaussian of a blur
 /// radius has half of it as its standard deviation.
-class NinePatchShadow : public PatchedItem {
+class NinePatchShadow : public App::Design::PatchedItem {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(qreal cornerRadius MEMBER m_cornerRadius NOTIFY appearanceChanged FINAL)

@@ -13,7 +13,7 @@ namespace App::Design {
 ///
 /// Lengths are in points. A radius beyond half of the shorter side makes a circle or a capsule. Keep its
 /// position whole.
-class Panel : public PatchedItem {
+class Panel : public App::Design::PatchedItem {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(qreal radius MEMBER m_radius NOTIFY appearanceChanged FINAL)
