@@ -23,6 +23,7 @@ class CryptoLibrary {
 public:
     CryptoLibrary() = default;
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses)
 #define QV_FUNCTION(name) decltype(&::name) name = m_library.symbol(#name)
     QV_FUNCTION(BN_bn2binpad);
     QV_FUNCTION(BN_clear_free);

@@ -23,6 +23,7 @@ class CurlLibrary {
 public:
     CurlLibrary() = default;
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses)
 #define QV_FUNCTION(name) decltype(&::name) name = m_library.symbol(#name)
     QV_FUNCTION(curl_easy_cleanup);
     QV_FUNCTION(curl_easy_getinfo);
