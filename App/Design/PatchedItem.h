@@ -26,8 +26,8 @@ struct PatchAxis {
     static PatchAxis whole(qreal start, qreal length, qreal scale);
 };
 
-/// An item that shows a small picture in up to nine patches, so that it costs no more memory than its corners
-/// and nothing when it is resized.
+/// An item that shows a small picture in up to nine patches, so that it takes the memory of its corners,
+/// however large it is.
 ///
 /// Threads: as for every item; `makePatches` runs on the main thread.
 class PatchedItem : public QQuickItem {

@@ -9,7 +9,7 @@
 namespace Qvctl {
 
 /// The functions of OpenSSL's libssl, and of the libcrypto behind it, that are used here, under their own
-/// names. Loaded when a handshake is needed: together they take a third of the time in which a verb starts.
+/// names. Loaded when a handshake is needed: every other verb would start later for them.
 class TLSLibrary {
     Platform::Linux::DynamicLibrary m_library{"libssl.so.3", "libssl3"};
 
