@@ -41,6 +41,9 @@ public:
     virtual void removeObject(std::string_view key) = 0;
     /// Returns once everything written so far is durable.
     virtual void synchronize() = 0;
+    /// How many writes and removals could not be made so far. Whoever has promised to keep something compares
+    /// before and after.
+    [[nodiscard]] virtual std::uint64_t failureCount() const = 0;
 
     void set(std::string_view key, PropertyList value);
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Clock.h"
 #include "Platform/Shell.h"
+#include "Platform/UserDefaults.h"
 
 #include <utility>
 
@@ -58,8 +59,18 @@ void DesktopApplication::didFailToRegister(const Error& error)
         delegate->didFailToRegisterForRemoteNotifications(error);
 }
 
+DesktopApplication::Completion DesktopApplication::unlessLost(Completion completion) const
+{
+    return [&store = m_ports.store, failuresBefore = m_ports.store.failureCount(),
+            completion = std::move(completion)](const std::optional<std::string>& refusal) {
+        const bool isLost = store.failureCount() != failuresBefore;
+        completion(isLost ? "it could not be stored; the log tells why" : refusal);
+    };
+}
+
 void DesktopApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)
 {
+    completion = unlessLost(std::move(completion));
     const PropertyList& aps = member(payload, "aps");
     const PropertyList& alert = member(aps, "alert");
     const bool isShort = alert.text() != nullptr;

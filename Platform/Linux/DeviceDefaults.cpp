@@ -33,6 +33,7 @@ public:
             m_database.removeObject(key);
     }
     void synchronize() override { m_database.synchronize(); }
+    [[nodiscard]] std::uint64_t failureCount() const override { return m_database.failureCount(); }
 
 private:
     SQLiteUserDefaults& m_database;

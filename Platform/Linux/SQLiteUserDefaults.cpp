@@ -210,7 +210,7 @@ bool SQLiteUserDefaults::isAvailable()
 std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) const
 {
     std::optional<PropertyList> value;
-    perform(Purpose::read, [&](Connection& connection) {
+    const bool isRead = perform(Purpose::read, [&](Connection& connection) {
         SQLite::Statement& select = *connection.select;
         select.tryReset();
         select.bind(1, std::string(key));
@@ -219,13 +219,25 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
         // A statement left in the middle would keep its view of the database, and the log from being folded
         // in.
         select.reset();
+        if (!m_unreadKeys.empty())
+            m_unreadKeys.erase(std::string(key));
     });
+    if (!isRead) {
+        const std::lock_guard lock(m_mutex);
+        m_unreadKeys.emplace(key);
+    }
     return value;
 }
 
 void SQLiteUserDefaults::write(std::span<const Entry> entries)
 {
-    const bool isWritten = perform(Purpose::write, [&](Connection& connection) {
+    change([&](Connection& connection) {
+        for (const Entry& entry : entries) {
+            if (m_unreadKeys.erase(std::string(entry.key)) > 0)
+                throw SQLite::Exception(
+                    fmt::format("{} could not be read before, and what it holds would be lost", entry.key),
+                    SQLITE_ABORT);
+        }
         SQLite::Transaction transaction(connection.database, SQLite::TransactionBehavior::IMMEDIATE);
         if (!connection.upsert)
             throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
@@ -240,26 +252,30 @@ void SQLiteUserDefaults::write(std::span<const Entry> entries)
         }
         transaction.commit();
     });
-    if (isWritten)
-        ringBell();
 }
 
 void SQLiteUserDefaults::removeObject(std::string_view key)
 {
-    const bool isRemoved = perform(Purpose::write, [&](Connection& connection) {
+    change([&](Connection& connection) {
         SQLite::Statement statement(connection.database, "DELETE FROM defaults WHERE key = ?1");
         statement.bind(1, std::string(key));
         statement.exec();
     });
-    if (isRemoved)
+}
+
+void SQLiteUserDefaults::change(const std::function<void(Connection&)>& operation)
+{
+    if (perform(Purpose::write, operation))
         ringBell();
+    else
+        ++m_failureCount;
 }
 
 bool SQLiteUserDefaults::perform(Purpose purpose, const std::function<void(Connection&)>& operation) const
 {
     const char* what = purpose == Purpose::write ? "write" : "read";
     const std::lock_guard lock(m_mutex);
-    constexpr int attempts = 2; // The second one after a damaged file was moved aside.
+    constexpr int attempts = 2; // The second one on a new connection, after a damaged file was moved aside.
     for (int attempt = 1; attempt <= attempts; ++attempt) {
         try {
             ensureOpen(purpose);
@@ -269,9 +285,10 @@ bool SQLiteUserDefaults::perform(Purpose purpose, const std::function<void(Conne
             m_errorLine.reset();
             return true;
         } catch (const SQLite::Exception& error) {
-            if (isCorruption(error))
+            const bool isDiskError = error.getErrorCode() == SQLITE_IOERR;
+            if (isCorruption(error) || isDiskError)
                 m_connection.reset();
-            if (isCorruption(error) && attempt < attempts)
+            if ((isCorruption(error) || (isDiskError && purpose == Purpose::read)) && attempt < attempts)
                 continue;
             m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
             return false;

@@ -3,10 +3,13 @@
 #include "Platform/Linux/AdapterLog.h"
 #include "Platform/UserDefaults.h"
 
+#include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 namespace Platform {
@@ -27,7 +30,8 @@ namespace Platform::Linux {
 /// read, and opened anew by the next write. The user version of the database is the number of its format; a
 /// file of a later format is read as far as it is understood and never written.
 ///
-/// Threads: any; one operation at a time. Errors: one line to the log for each new reason.
+/// Threads: any; one operation at a time. Errors: one line to the log for each new reason. A value that could
+/// not be read counts as missing, and the next write of its key fails: it may rest on that mistake.
 class SQLiteUserDefaults final : public UserDefaults {
 public:
     /// `inspect` neither makes nor moves any file, for a second process that only looks.
@@ -44,14 +48,17 @@ public:
     void write(std::span<const Entry> entries) override;
     void removeObject(std::string_view key) override;
     void synchronize() override {}
+    [[nodiscard]] std::uint64_t failureCount() const override { return m_failureCount; }
 
 private:
     struct Connection;
 
     enum class Purpose { read, write };
 
-    /// Runs `operation` on the open connection and answers whether it succeeded; all errors end here.
+    /// Runs `operation` on the open connection and answers whether it succeeded; all errors end here. A
+    /// reading one that met an error of the disk is run again on a new connection.
     bool perform(Purpose purpose, const std::function<void(Connection&)>& operation) const;
+    void change(const std::function<void(Connection&)>& operation);
     /// Leaves no connection when there is nothing to inspect.
     void ensureOpen(Purpose purpose) const;
     void openForWriting() const;
@@ -67,6 +74,9 @@ private:
     const AdapterLog& m_log;
     mutable std::mutex m_mutex;
     mutable std::unique_ptr<Connection> m_connection;
+    /// What the last attempt to read could not tell: whoever writes it next would not know what is lost.
+    mutable std::set<std::string, std::less<>> m_unreadKeys;
+    std::atomic<std::uint64_t> m_failureCount = 0;
     mutable ErrorLine m_errorLine;
     mutable ErrorLine m_readOnlyLine;
 };

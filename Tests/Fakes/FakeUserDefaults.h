@@ -18,7 +18,9 @@ public:
     void write(std::span<const Entry> entries) override;
     void removeObject(std::string_view key) override;
     void synchronize() override {}
+    [[nodiscard]] std::uint64_t failureCount() const override { return failures; }
 
+    std::uint64_t failures = 0;
     /// How often something was written.
     int commitCount = 0;
     std::map<std::string, Platform::PropertyList, std::less<>> values;

@@ -1,6 +1,7 @@
 #include "Platform/Desktop/DesktopApplication.h"
 #include "Platform/Linux/PushPayload.h"
 #include "Platform/Shell.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +30,7 @@ struct Surroundings : ApplicationDelegate, UserNotificationDelivery, PushService
                                       std::function<void(BackgroundFetchResult)> completion) override
     {
         events.emplace_back("background");
+        store.failures += isDiskFull ? 1 : 0;
         completion(BackgroundFetchResult::newData);
     }
     void deliver(const UserNotification& notification, bool isActive, Completion completion) override
@@ -45,6 +47,8 @@ struct Surroundings : ApplicationDelegate, UserNotificationDelivery, PushService
 
     Strings events;
     std::optional<std::string> centerRefusal;
+    bool isDiskFull = false;
+    FakeUserDefaults store;
     PushServiceListener* listener = nullptr;
 };
 
@@ -53,7 +57,7 @@ protected:
     ManualScheduler clock;
     std::shared_ptr<Surroundings> world = std::make_shared<Surroundings>();
     Desktop::DesktopApplication application{
-        {*world, *world, clock, [this] { world->events.emplace_back("settings"); }}};
+        {*world, *world, world->store, clock, [this] { world->events.emplace_back("settings"); }}};
 };
 
 TEST_F(DesktopApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
@@ -104,6 +108,17 @@ TEST_F(DesktopApplicationTest, PayloadsGoWhereTheyBelong)
             world->events.emplace_back(refusal ? "refused" : "ok");
         });
         EXPECT_EQ(world->events, row.expected) << row.payload;
+    }
+}
+
+TEST_F(DesktopApplicationTest, WhatCouldNotBeStoredIsRefused)
+{
+    application.setDelegate(world);
+    for (const bool isDiskFull : {true, false}) {
+        world->isDiskFull = isDiskFull;
+        std::optional<std::string> refusal;
+        application.didReceive({}, [&](const auto& answer) { refusal = answer; });
+        EXPECT_EQ(refusal.has_value(), isDiskFull);
     }
 }
 
