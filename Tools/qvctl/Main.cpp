@@ -23,8 +23,9 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    // Writing tells of a reader that has gone.
+    // Writing tells of a reader that has gone, and of a limit on the size of files.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return run(argc, argv);
     } catch (const std::system_error& error) {
