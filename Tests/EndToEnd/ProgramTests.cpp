@@ -236,7 +236,7 @@ TEST_F(ProgramTest, WhatWasAnsweredWithOkOutlivesAKill)
     }
     application->signal(SIGKILL);
     application->waitForExit();
-    const auto history = qvctlJSON({"notifications"}).at("notifications").as_array();
+    const auto history = qvctlJSON({"notifications", "--reveal"}).at("notifications").as_array();
     ASSERT_EQ(history.size(), 100U);
     EXPECT_EQ(history.front().at("title"), "102");
     EXPECT_EQ(history.back().at("title"), "3");

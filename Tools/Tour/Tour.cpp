@@ -245,7 +245,7 @@ private:
     }
     [[nodiscard]] std::string newestNotification() const
     {
-        const auto answer = consoleAnswer({"notifications", "--limit", "1"});
+        const auto answer = consoleAnswer({"notifications", "--limit", "1", "--reveal"});
         return std::string(answer.at("notifications").as_array().at(0).at("title").as_string());
     }
 

@@ -61,7 +61,8 @@ CommandLine::CommandLine()
                      "(environment: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
     m_parser->add_flag("--json", m_options.isJSON, "Print JSON for programs: one object, or one per line");
-    m_parser->add_flag("--reveal", m_options.isRevealing, "Show secrets instead of masking them");
+    m_parser->add_flag("--reveal", m_options.isRevealing,
+                       "Show secrets and texts of notifications instead of masking them");
 
     addStateVerbs();
     addDoctor();

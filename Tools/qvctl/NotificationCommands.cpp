@@ -55,7 +55,13 @@ std::string nobodyListens(const DevicePaths& paths, const std::system_error& err
     return fmt::format("the app does not take payloads here; start it with --push local ({})", error.what());
 }
 
-json::value optionalText(const std::optional<std::string>& text)
+/// What stands in a notification is the user's, and shown to those who ask for it.
+std::optional<std::string> shownText(const Options& options, const std::optional<std::string>& text)
+{
+    return text && !options.isRevealing ? std::optional<std::string>(mask) : text;
+}
+
+json::value jsonText(const std::optional<std::string>& text)
 {
     return text ? json::value(*text) : json::value();
 }
@@ -70,17 +76,19 @@ ExitCode notifications(const Options& options, std::int64_t limit)
         json::array list;
         for (const auto& summary : summaries)
             list.push_back({{"date", summary.date.utcText()},
-                            {"title", optionalText(summary.title)},
-                            {"body", optionalText(summary.body)}});
+                            {"title", jsonText(shownText(options, summary.title))},
+                            {"body", jsonText(shownText(options, summary.body))}});
         printJSON({{"notifications", std::move(list)}});
         return success;
     }
     if (summaries.empty())
         fmt::print("There are no notifications.\n");
     for (const auto& summary : summaries) {
-        const std::string body = summary.body ? "  " + toned(Tone::faint, printable(*summary.body)) : "";
+        const auto title = shownText(options, summary.title);
+        const auto body = shownText(options, summary.body);
         fmt::print("{}  {}{}\n", summary.date.utcText(),
-                   summary.title ? printable(*summary.title) : toned(Tone::faint, "(no title)"), body);
+                   title ? printable(*title) : toned(Tone::faint, "(no title)"),
+                   body ? "  " + toned(Tone::faint, printable(*body)) : "");
     }
     return success;
 }
