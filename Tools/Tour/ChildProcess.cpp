@@ -77,6 +77,7 @@ bool ChildProcess::readMore(steady_clock::time_point deadline)
         return false;
     std::array<char, 65536> chunk;
     const ssize_t count = ::read(m_output.get(), chunk.data(), chunk.size());
+    m_isAtEnd = count == 0;
     if (count <= 0)
         return false;
     m_partialLine.append(chunk.data(), static_cast<std::size_t>(count));
@@ -109,7 +110,7 @@ std::optional<int> ChildProcess::waitForExit(milliseconds timeout)
     const auto deadline = steady_clock::now() + timeout;
     while (readMore(deadline)) {
     }
-    if (m_exitCode || steady_clock::now() >= deadline)
+    if (m_exitCode || !m_isAtEnd)
         return m_exitCode;
     // Its output has ended; the process itself may need a moment more.
     int status = 0;

@@ -39,6 +39,7 @@ private:
 
     pid_t m_processId = -1;
     Platform::Linux::FileDescriptor m_output;
+    bool m_isAtEnd = false;
     std::string m_partialLine;
     std::vector<std::string> m_lines;
     std::size_t m_searchedLineCount = 0;

@@ -1,0 +1,61 @@
+#include "Tools/Tour/ProcessFigures.h"
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::int64_t kibibyte = 1024;
+
+fs::path folderOf(pid_t process)
+{
+    return fs::path("/proc") / std::to_string(process);
+}
+
+/// The sum of the numbers in lines "name: number" whose name begins like this.
+std::int64_t sumIn(const fs::path& file, std::string_view name)
+{
+    std::ifstream stream(file);
+    std::int64_t sum = 0;
+    bool isFound = false;
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.starts_with(name))
+            continue;
+        sum += std::stoll(line.substr(line.find(':') + 1));
+        isFound = true;
+    }
+    return isFound ? sum : throw std::runtime_error(file.string() + " tells nothing");
+}
+
+} // namespace
+
+std::int64_t residentBytes(pid_t process)
+{
+    return sumIn(folderOf(process) / "smaps_rollup", "Rss") * kibibyte;
+}
+
+std::int64_t privateBytes(pid_t process)
+{
+    return sumIn(folderOf(process) / "smaps_rollup", "Private_") * kibibyte;
+}
+
+std::int64_t sleepCount(pid_t process)
+{
+    std::int64_t sum = 0;
+    for (const auto& thread : fs::directory_iterator(folderOf(process) / "task"))
+        sum += sumIn(thread.path() / "status", "voluntary_ctxt_switches");
+    return sum;
+}
+
+std::int64_t descriptorCount(pid_t process)
+{
+    std::int64_t count = 0;
+    for ([[maybe_unused]] const auto& descriptor : fs::directory_iterator(folderOf(process) / "fd"))
+        ++count;
+    return count;
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <sys/types.h>
+
+// What the kernel tells of a process that runs; see proc(5). All throw `std::runtime_error` when it does not.
+
+/// Resident memory, private and shared.
+std::int64_t residentBytes(pid_t process);
+/// Memory that would come free if it ended.
+std::int64_t privateBytes(pid_t process);
+/// How often its threads have gone to sleep of themselves, all together.
+std::int64_t sleepCount(pid_t process);
+std::int64_t descriptorCount(pid_t process);
