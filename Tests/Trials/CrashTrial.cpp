@@ -1,0 +1,193 @@
+#include "Platform/Linux/LocalPushService.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/Trials.h"
+#include "Tools/Backend/PushSender.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <random>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Random = std::mt19937;
+using Kind = FaultPlan::Kind;
+
+int between(Random& random, int least, int most)
+{
+    return std::uniform_int_distribution(least, most)(random);
+}
+
+/// Sends numbered pushes one after the other until it goes, whether anybody takes them or not. All of them
+/// come to the history, whether the application is in front or not.
+class PushSeries {
+public:
+    PushSeries(std::filesystem::path socket, int& number)
+        : m_thread([this, socket = std::move(socket), &number] {
+              while (!m_isEnding) {
+                  ++number;
+                  const std::string payload = fmt::format(
+                      R"({{"aps": {{"alert": {{"title": "{}"}}, "content-available": 1}}}})", number);
+                  try {
+                      if (Platform::Linux::sendToLocalPushService(socket, payload) == "ok")
+                          m_acknowledged.push_back(std::to_string(number));
+                  } catch (const std::system_error&) {
+                      std::this_thread::sleep_for(1ms); // Not there yet, or not any more.
+                  }
+              }
+          })
+    {}
+    ~PushSeries() { end(); }
+
+    /// The titles that were answered with "ok".
+    const std::vector<std::string>& end()
+    {
+        m_isEnding = true;
+        if (m_thread.joinable())
+            m_thread.join();
+        return m_acknowledged;
+    }
+
+private:
+    std::atomic<bool> m_isEnding = false;
+    std::vector<std::string> m_acknowledged;
+    std::thread m_thread;
+};
+
+/// What may be found after a kill, kept up from round to round.
+class Ledger {
+public:
+    void expectPolicy(const std::string& app) { m_apps.push_back("com.example." + app); }
+
+    void check(const StoredState& state, const std::vector<std::string>& acknowledged,
+               const std::vector<TestBackend::Request>& requests)
+    {
+        // At most one update at the start and one for each change while running.
+        demand(state.configVersion >= m_version && state.configVersion <= m_version + 2,
+               "version {} after version {}", state.configVersion, m_version);
+        if (state.snapshot) {
+            const auto& apps = state.snapshot->allowedAppBundleIds;
+            demand(apps.size() == 1 && std::find(m_apps.begin(), m_apps.end(), apps[0]) != m_apps.end(),
+                   "a snapshot that no policy of late could make");
+        }
+        m_version = state.configVersion;
+        m_apps.erase(m_apps.begin(), m_apps.end() - 1);
+        if (state.snapshot)
+            m_apps.push_back(state.snapshot->allowedAppBundleIds.at(0));
+
+        std::vector<std::string> titles;
+        for (const auto& entry : state.history)
+            titles.push_back(entry.title.value_or(""));
+        // Each is stored once or twice; of 100 records, those of the newest must be left.
+        const std::size_t newest = std::min<std::size_t>(acknowledged.size(), 45);
+        for (auto title = acknowledged.end() - static_cast<std::ptrdiff_t>(newest);
+             title != acknowledged.end(); ++title)
+            demand(std::find(titles.begin(), titles.end(), *title) != titles.end(),
+                   "push {} was answered with ok and is not in the history", *title);
+        m_acknowledgedCount += acknowledged.size();
+
+        demand(requests.size() <= 1, "{} uploads in one life", requests.size());
+        for (const TestBackend::Request& request : requests) {
+            const auto token = uploadedToken(request);
+            demand(token.has_value(), "half a token upload: {}", request.body);
+            demand(*token == state.deviceToken, "another token was uploaded than is kept");
+        }
+        m_uploadCount += requests.size();
+        demand(m_token.empty() || m_token == state.deviceToken, "the device token has changed");
+        m_token = state.deviceToken;
+    }
+
+    [[nodiscard]] std::int64_t version() const { return m_version; }
+    [[nodiscard]] std::size_t acknowledgedCount() const { return m_acknowledgedCount; }
+    [[nodiscard]] std::size_t uploadCount() const { return m_uploadCount; }
+
+private:
+    std::int64_t m_version = 0;
+    std::vector<std::string> m_apps;
+    std::string m_token;
+    std::size_t m_acknowledgedCount = 0;
+    std::size_t m_uploadCount = 0;
+};
+
+std::string contentOf(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Kills `qvctl config set` at an operation; the policy must be the old one or the new one.
+void killConsole(TrialDevice& device, Faults& faults, Random& random, const std::string& policy)
+{
+    const std::string before = contentOf(device.policyFile());
+    device.write(device.path("set.json"), policy);
+    faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
+               between(random, 1, 6));
+    device.startConsole({"config", "set", device.path("set.json")})->waitForExit();
+    faults.disarm();
+    const std::string after = contentOf(device.policyFile());
+    demand(after == before || after == policy, "a policy file that is neither the old nor the new one");
+    device.replacePolicy(policy);
+}
+
+} // namespace
+
+void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
+{
+    fmt::print("seed {}\n", seed);
+    Random random(seed);
+    const TemporaryFolder folder;
+    TestBackend backend({.folder = folder.path()});
+    TrialDevice device(programs.folder, backend);
+    Faults faults(device, programs.faultLibrary);
+    Ledger ledger;
+    int pushNumber = 0;
+    int killCount = 0;
+    int atOperationCount = 0;
+    for (int round = 1; round <= rounds; ++round) {
+        const std::string app = fmt::format("app{}", round);
+        ledger.expectPolicy(app);
+        killConsole(device, faults, random, device.policy({app}));
+        backend.setReply("*", {.delay = std::chrono::milliseconds(between(random, 0, 30))});
+
+        const bool isAtOperation = round % 2 == 0;
+        // The first life makes the stores and takes more operations than the next.
+        if (isAtOperation)
+            faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
+                       between(random, 1, 300));
+        const auto application = device.start();
+        PushSeries pushes(device.pushSocket(), pushNumber);
+        if (!isAtOperation) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(between(random, 0, 350)));
+            if (between(random, 0, 3) == 0) {
+                ledger.expectPolicy(app + "-late");
+                device.replacePolicy(device.policy({app + "-late"}));
+                std::this_thread::sleep_for(std::chrono::microseconds(between(random, 495'000, 515'000)));
+            }
+            application->signal(SIGKILL);
+        }
+        auto exitCode = application->waitForExit(isAtOperation ? 2s : 20s);
+        atOperationCount += isAtOperation && exitCode == -SIGKILL ? 1 : 0;
+        application->signal(SIGKILL); // It did not come as far as the operation.
+        exitCode = application->waitForExit();
+        const auto& acknowledged = pushes.end();
+        faults.disarm();
+        demand(exitCode == -SIGKILL, "it ended by itself with {}", exitCode.value_or(-1));
+        ++killCount;
+        try {
+            ledger.check(device.inspect(), acknowledged, backend.takeRequests());
+        } catch (const std::exception& error) {
+            for (const std::string& line : application->lines())
+                fmt::print("  {}\n", line);
+            throw Violation(fmt::format("round {}: {}", round, error.what()));
+        }
+    }
+    fmt::print(
+        "{} kills, {} of them at an operation on a file; version {}, {} pushes answered with ok, {} uploads; "
+        "every store whole\n",
+        killCount, atOperationCount, ledger.version(), ledger.acknowledgedCount(), ledger.uploadCount());
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "Tools/Tour/ThrowawayDevice.h"
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <atomic>
+#include <future>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// The session bus of a device, with a push distributor on it.
+///
+/// Threads: calls from one; the application is answered on a thread of the bus.
+class Distributor {
+public:
+    /// Whether an application that registers is told its endpoint, or nothing at all.
+    enum class Manner { prompt, silent };
+
+    Distributor(const ThrowawayDevice& device, Manner manner);
+    ~Distributor();
+    Distributor(const Distributor&) = delete;
+    Distributor& operator=(const Distributor&) = delete;
+
+    /// Waits until an application has asked to be registered; false when none does in time.
+    bool waitForRegistration();
+    /// Gives the application an endpoint, from the second one on in the place of the one before. Waits for
+    /// the answer; throws `sdbus::Error`.
+    void giveEndpoint(const std::string& endpoint);
+    /// Hands over what was sent to the endpoint; answers whether the application acknowledged it.
+    bool deliver(const std::string& message);
+    /// Ends the bus without a word.
+    void killBus();
+
+private:
+    using Dictionary = std::map<std::string, sdbus::Variant>;
+
+    Dictionary call(const std::string& method, Dictionary arguments);
+
+    ChildProcess m_daemon;
+    std::unique_ptr<sdbus::IConnection> m_bus;
+    std::unique_ptr<sdbus::IObject> m_object;
+    std::unique_ptr<sdbus::IProxy> m_connector;
+    /// The application's name for its registration.
+    std::promise<std::string> m_registration;
+    std::string m_token;
+    /// Kept so that it is never given.
+    std::optional<sdbus::Result<Dictionary>> m_answer;
+    int m_messageCount = 0;
+};

@@ -1,0 +1,174 @@
+#include "Tests/Trials/Distributor.h"
+#include "Tests/Trials/Patient.h"
+#include "Tests/Trials/Trials.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <sys/resource.h>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+void clockJumps(Patient& patient)
+{
+    constexpr std::int64_t year = 31'557'600;
+    StoredState state = patient.demandHealth({});
+    for (const std::int64_t offset :
+         {20 * year, -40 * year, std::int64_t(-3600), 200 * year, -60 * year, std::int64_t(0)}) {
+        patient.faults()->clockOffsetSeconds = offset;
+        const StoredState after = patient.demandHealth(state);
+        demand(after.configVersion == state.configVersion + 1, "version {} after {}", after.configVersion,
+               state.configVersion);
+        const double moved = after.snapshot->lastUpdated.secondsSinceReferenceDate -
+                             state.snapshot->lastUpdated.secondsSinceReferenceDate;
+        demand(std::abs(moved) > 3000, "the clock did not jump for the application");
+        state = after;
+    }
+}
+
+/// As when the machine sleeps: nothing runs, and the time of day goes on.
+void stalls(Patient& patient)
+{
+    StoredState state = patient.demandHealth({});
+    for (int round = 1; round <= 3; ++round) {
+        patient.application().signal(SIGSTOP);
+        patient.change();
+        auto push = std::async(std::launch::async, [&] { return patient.push(); });
+        std::this_thread::sleep_for(1s);
+        patient.faults()->clockOffsetSeconds += 8 * 3600;
+        const auto console = patient.device().startConsole({"snapshot", "--json"});
+        demand(console->waitForExit() == 0, "the snapshot cannot be read meanwhile");
+        patient.application().signal(SIGCONT);
+        patient.expectLine("Configuration updated");
+        const auto pushed = push.get();
+        demand(pushed.isAcknowledged(), "the push that waited was refused: {}", pushed.answer);
+        state = patient.demandHealth(patient.demandNothingLost(state, pushed));
+    }
+}
+
+/// Another process keeps the suite locked for longer than a writer waits.
+void lockedStore(Patient& patient)
+{
+    const StoredState state = patient.demandHealth({});
+    {
+        SQLite::Database database(patient.device().suiteFile(), SQLite::OPEN_READWRITE);
+        const SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        patient.change();
+        patient.expectLine("database is locked");
+    }
+    patient.expectLine("Configuration updated");
+    patient.demandHealth(patient.demandNothingLost(state));
+}
+
+/// The folder of the state goes while the application runs.
+void lostStores(Patient& patient)
+{
+    patient.demandHealth({});
+    std::filesystem::remove_all(patient.device().path("data"));
+    const auto console = patient.device().startConsole({"privacy", "grant", "notifications"});
+    demand(console->waitForExit() == 0, "the user cannot allow notifications again");
+    patient.demandHealth({});
+}
+
+void fewDescriptors(Patient& patient)
+{
+    const StoredState state = patient.demandHealth({});
+    const pid_t process = patient.application().processId();
+    rlimit before{};
+    const rlimit none{4, 1'000'000};
+    ::prlimit(process, RLIMIT_NOFILE, nullptr, &before);
+    const rlimit few{none.rlim_cur, before.rlim_max};
+    ::prlimit(process, RLIMIT_NOFILE, &few, nullptr);
+    patient.change();
+    patient.application().waitForLine("Configuration updated", 1s);
+    ::prlimit(process, RLIMIT_NOFILE, &before, nullptr);
+    patient.demandHealth(patient.demandNothingLost(state));
+}
+
+/// Files may not grow: the system would end the process by a signal.
+void limitedFileSize(Patient& patient)
+{
+    const StoredState state = patient.demandHealth({});
+    const pid_t process = patient.application().processId();
+    rlimit before{};
+    ::prlimit(process, RLIMIT_FSIZE, nullptr, &before);
+    const rlimit small{1, before.rlim_max};
+    ::prlimit(process, RLIMIT_FSIZE, &small, nullptr);
+    patient.change();
+    const auto pushed = patient.push();
+    patient.application().waitForLine("Configuration updated", 1s);
+    ::prlimit(process, RLIMIT_FSIZE, &before, nullptr);
+    patient.demandHealth(patient.demandNothingLost(state, pushed));
+}
+
+/// Uploads are under way when the backend goes, and when the application is told to end.
+void backendDies(Patient& patient)
+{
+    const StoredState state = patient.demandHealth({});
+    for (const bool isBackendFirst : {false, true}) {
+        patient.end();
+        patient.backend().setReply("*", {.delay = 60s});
+        patient.backend().takeRequests();
+        patient.start();
+        patient.expectLine("Remote notifications registered");
+        while (patient.backend().takeRequests().empty())
+            std::this_thread::sleep_for(1ms);
+        if (isBackendFirst) {
+            patient.endBackend();
+            patient.expectLine("Device token upload failed");
+            patient.demandHealth(state);
+        }
+    }
+}
+
+/// The session bus goes while a registration waits for its answer.
+void busDies(Patient& patient)
+{
+    patient.end();
+    Distributor distributor(patient.device(), Distributor::Manner::silent);
+    patient.start("auto");
+    const bool isAsked = distributor.waitForRegistration();
+    patient.demandHere(isAsked, "the distributor was not asked");
+    const StoredState state = patient.device().inspect();
+    distributor.killBus();
+    patient.change();
+    patient.expectLine("Configuration updated");
+    patient.demandNothingLost(state);
+}
+
+struct Disturbance {
+    const char* name;
+    void (*play)(Patient&);
+};
+
+constexpr Disturbance disturbances[] = {
+    {"the clock jumps by up to 260 years", clockJumps},
+    {"the machine sleeps", stalls},
+    {"another process keeps the suite locked", lockedStore},
+    {"the state is removed", lostStores},
+    {"no descriptor is left", fewDescriptors},
+    {"files may not grow", limitedFileSize},
+    {"the backend dies in the middle of an upload", backendDies},
+    {"the session bus dies in the middle of a call", busDies},
+};
+
+} // namespace
+
+void disturbanceTrial(const TrialPrograms& programs)
+{
+    for (const Disturbance& disturbance : disturbances) {
+        Patient patient(programs);
+        try {
+            disturbance.play(patient);
+            patient.end();
+        } catch (const Violation& violation) {
+            throw Violation(fmt::format("{}: {}", disturbance.name, violation.what()));
+        }
+        fmt::print("{:<50} survived\n", disturbance.name);
+    }
+}

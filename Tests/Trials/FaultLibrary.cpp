@@ -1,0 +1,224 @@
+// Loaded before the C library's own functions: makes file operations fail and the time of day jump as the
+// fault plan says. Whatever the plan does not name goes straight through.
+
+#include "Tests/Trials/FaultPlan.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+using Kind = FaultPlan::Kind;
+
+template <typename Function>
+Function* next(const char* name)
+{
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+FaultPlan* mapPlan()
+{
+    const char* file = std::getenv(FaultPlan::fileVariable);
+    const int descriptor = file != nullptr ? ::open(file, O_RDWR | O_CLOEXEC) : -1;
+    if (descriptor < 0)
+        return nullptr;
+    void* plan = ::mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    ::close(descriptor);
+    return plan != MAP_FAILED ? static_cast<FaultPlan*>(plan) : nullptr;
+}
+
+/// Null while it is being found out, since that opens a file itself.
+FaultPlan* plan()
+{
+    static thread_local bool isLooking = false;
+    if (isLooking)
+        return nullptr;
+    isLooking = true;
+    static FaultPlan* const found = mapPlan();
+    isLooking = false;
+    return found;
+}
+
+bool isMeant(const char* path)
+{
+    static const char* const folder = std::getenv(FaultPlan::folderVariable);
+    return folder != nullptr && std::strncmp(path, folder, std::strlen(folder)) == 0;
+}
+
+bool isMeant(int descriptor)
+{
+    std::array<char, 32> link{};
+    ::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
+    std::array<char, 4096> path{};
+    return ::readlink(link.data(), path.data(), path.size() - 1) > 0 && isMeant(path.data());
+}
+
+/// What is to become of an operation on `file`, a path or a descriptor.
+enum class Fate { passes, fails, isHalved };
+
+template <typename File>
+Fate fateOf(FaultPlan::Operation operation, File file)
+{
+    FaultPlan* faults = plan();
+    if (faults == nullptr || (faults->operations & operation) == 0 || !isMeant(file))
+        return Fate::passes;
+    ++faults->seenCount;
+    if (faults->countdown <= 0)
+        return Fate::passes;
+    const Kind kind = faults->kind;
+    const auto left = faults->countdown.fetch_sub(1) - 1;
+    if (left > 0)
+        return Fate::passes;
+    if (kind == Kind::kill)
+        ::kill(::getpid(), SIGKILL);
+    const bool isFirst = left == 0 && faults->failedCount.fetch_add(1) == 0;
+    if (kind != Kind::once)
+        faults->countdown = 1;
+    const bool isHalving = kind == Kind::half || kind == Kind::killHalfway;
+    if (isHalving && isFirst && operation == FaultPlan::writing)
+        return Fate::isHalved;
+    if (kind == Kind::killHalfway)
+        ::kill(::getpid(), SIGKILL);
+    errno = faults->error;
+    return Fate::fails;
+}
+
+template <typename Write>
+ssize_t writing(int descriptor, std::size_t count, Write write)
+{
+    switch (fateOf(FaultPlan::writing, descriptor)) {
+    case Fate::passes:
+        return write(count);
+    case Fate::fails:
+        return -1;
+    case Fate::isHalved:
+        break;
+    }
+    const ssize_t written = write(count / 2);
+    if (plan()->kind == Kind::killHalfway)
+        ::kill(::getpid(), SIGKILL);
+    return written;
+}
+
+template <typename Function, typename... Arguments>
+int unlessFailing(FaultPlan::Operation operation, const char* name, int descriptor, Arguments... arguments)
+{
+    return fateOf(operation, descriptor) == Fate::passes ? next<Function>(name)(descriptor, arguments...)
+                                                         : -1;
+}
+
+int opening(const char* name, const char* path, int flags, va_list arguments)
+{
+    const bool isMaking = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    const auto mode = isMaking ? va_arg(arguments, mode_t) : mode_t(0);
+    if (fateOf(FaultPlan::opening, path) != Fate::passes)
+        return -1;
+    return next<int(const char*, int, ...)>(name)(path, flags, mode);
+}
+
+std::int64_t clockOffset()
+{
+    const FaultPlan* faults = plan();
+    return faults != nullptr ? faults->clockOffsetSeconds.load() : 0;
+}
+
+} // namespace
+
+extern "C" {
+
+ssize_t write(int descriptor, const void* bytes, std::size_t count)
+{
+    return writing(descriptor, count, [=](std::size_t part) {
+        return next<decltype(::write)>("write")(descriptor, bytes, part);
+    });
+}
+
+ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t offset)
+{
+    return writing(descriptor, count, [=](std::size_t part) {
+        return next<decltype(::pwrite64)>("pwrite64")(descriptor, bytes, part, offset);
+    });
+}
+
+ssize_t read(int descriptor, void* bytes, std::size_t count)
+{
+    return fateOf(FaultPlan::reading, descriptor) == Fate::passes
+               ? next<decltype(::read)>("read")(descriptor, bytes, count)
+               : -1;
+}
+
+ssize_t pread64(int descriptor, void* bytes, std::size_t count, off64_t offset)
+{
+    return fateOf(FaultPlan::reading, descriptor) == Fate::passes
+               ? next<decltype(::pread64)>("pread64")(descriptor, bytes, count, offset)
+               : -1;
+}
+
+int fsync(int descriptor)
+{
+    return unlessFailing<decltype(::fsync)>(FaultPlan::synchronizing, "fsync", descriptor);
+}
+
+int fdatasync(int descriptor)
+{
+    return unlessFailing<decltype(::fdatasync)>(FaultPlan::synchronizing, "fdatasync", descriptor);
+}
+
+int ftruncate64(int descriptor, off64_t length) noexcept
+{
+    return unlessFailing<decltype(::ftruncate64)>(FaultPlan::truncating, "ftruncate64", descriptor, length);
+}
+
+int open(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const int result = opening("open", path, flags, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int open64(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const int result = opening("open64", path, flags, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    static auto* const original = next<decltype(::clock_gettime)>("clock_gettime");
+    const int result = original(clock, time);
+    if (clock == CLOCK_REALTIME)
+        time->tv_sec += clockOffset();
+    return result;
+}
+
+int gettimeofday(timeval* time, void* zone) noexcept
+{
+    static auto* const original = next<int(timeval*, void*)>("gettimeofday");
+    const int result = original(time, zone);
+    time->tv_sec += clockOffset();
+    return result;
+}
+
+time_t time(time_t* result) noexcept
+{
+    static auto* const original = next<decltype(::time)>("time");
+    const time_t now = original(nullptr) + clockOffset();
+    if (result != nullptr)
+        *result = now;
+    return now;
+}
+}

@@ -1,0 +1,242 @@
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/LocalPushService.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/Trials.h"
+
+#include <array>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <sched.h>
+#include <set>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using Platform::Linux::FileDescriptor;
+
+constexpr const char* apiKey = "canary-key-7d1f";
+constexpr const char* wrongKey = "canary-wrong-90b2";
+constexpr const char* payload =
+    R"({"aps": {"alert": {"title": "canary-title-51ce", "body": "canary-body-e0a4"}, "content-available": 1},
+        "canary-member": "canary-value-3b88"})";
+
+/// A journal in a /run of this process's own, which keeps what it is sent.
+class Journal {
+public:
+    /// Null where this process may not have a /run of its own. To be called before there is a second thread.
+    static std::unique_ptr<Journal> make()
+    {
+        const bool isIsolated = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
+        if (!isIsolated || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
+            return nullptr;
+        fs::create_directories("/run/systemd/journal");
+        FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+        if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+            return nullptr;
+        return std::make_unique<Journal>(std::move(socket));
+    }
+
+    explicit Journal(FileDescriptor socket)
+        : m_socket(std::move(socket)), m_thread([this] {
+              std::array<char, 65536> entry;
+              // Ends when the socket is shut down. Who sends waits while nobody receives.
+              for (ssize_t size = 0; (size = ::recv(m_socket.get(), entry.data(), entry.size(), 0)) > 0;)
+                  m_entries.append(entry.data(), static_cast<std::size_t>(size)) += '\n';
+          })
+    {}
+    ~Journal() { end(); }
+
+    /// Everything it was sent.
+    const std::string& end()
+    {
+        ::shutdown(m_socket.get(), SHUT_RDWR);
+        if (m_thread.joinable())
+            m_thread.join();
+        return m_entries;
+    }
+
+private:
+    const FileDescriptor m_socket;
+    std::string m_entries;
+    std::thread m_thread;
+};
+
+/// Everything that must not be seen, and what was looked through.
+class Canaries {
+public:
+    void add(std::string text) { m_texts.insert(std::move(text)); }
+
+    void demandNone(std::string_view place, std::string_view text)
+    {
+        ++m_placeCount;
+        m_byteCount += text.size();
+        demand(text.find("canary") == text.npos, "a secret stands in {}: {}", place, text);
+        for (const std::string& secret : m_texts)
+            demand(text.find(secret) == text.npos, "\"{}\" stands in {}: {}", secret, place, text);
+    }
+    void demandNone(std::string_view place, const std::vector<std::string>& lines)
+    {
+        demandNone(place, fmt::format("{}", fmt::join(lines, "\n")));
+    }
+    [[nodiscard]] std::string summary() const
+    {
+        return fmt::format("{} places, {} bytes", m_placeCount, m_byteCount);
+    }
+
+private:
+    std::set<std::string> m_texts;
+    std::size_t m_placeCount = 0;
+    std::size_t m_byteCount = 0;
+};
+
+std::string policy(std::string_view baseURL, std::string_view key, std::string_view device = "DEV-1")
+{
+    return fmt::format(R"({{"base_domain": "{}", "api_key": "{}", "device_id": "{}", "SchemaVersion": 2,
+        "AllowedAppsBundleIdsForSSOExtension": ["com.example.mail"]}})",
+                       baseURL, key, device);
+}
+
+/// Plays what brings secrets near a log line: pushes of all kinds, a backend that answers well and badly,
+/// policies that make no sense.
+void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
+          const std::vector<std::string>& arguments)
+{
+    using Ending = TestBackend::Ending;
+    const TestBackend::Reply replies[] = {
+        {},
+        {.status = 500, .body = apiKey},
+        {.status = 302, .headerFields = {{"Location", std::string("http://") + apiKey}}},
+        {.ending = Ending::closedBefore},
+        {.ending = Ending::truncated}};
+    // The last one stays.
+    const std::string policies[] = {policy(backend.baseURL(), std::string(apiKey) + "\\n"),
+                                    policy("https://canary@host.invalid/canary", apiKey),
+                                    policy("canary host", apiKey, "canary/../device"),
+                                    policy(backend.baseURL(), apiKey)};
+    for (std::size_t i = 0; i < std::size(replies) + std::size(policies); ++i) {
+        backend.setReply("*", replies[i < std::size(policies) ? 0 : i - std::size(policies)]);
+        device.replacePolicy(policies[i < std::size(policies) ? i : std::size(policies) - 1]);
+        const auto application = device.startApplication(arguments);
+        // Whatever comes of the upload, it was tried when a push is taken after it.
+        std::string answer;
+        for (int attempt = 0; attempt < 1000 && answer != "ok"; ++attempt) {
+            try {
+                answer = Platform::Linux::sendToLocalPushService(device.pushSocket(), payload);
+            } catch (const std::system_error&) {
+                ::usleep(10'000);
+            }
+        }
+        if (answer != "ok")
+            application->waitForExit(10ms); // Reads what there is to read.
+        demand(answer == "ok", "step {}: the push was not taken: {}; it wrote:\n{}", i, answer,
+               fmt::join(application->lines(), "\n"));
+        for (const char* bad : {R"({"aps": "canary)", R"(["canary"])", R"({"aps": {"alert": ["canary"]}})"})
+            canaries.demandNone("the answer to a push",
+                                Platform::Linux::sendToLocalPushService(device.pushSocket(), bad));
+        const std::string token = device.inspect().deviceToken;
+        demand(!token.empty(), "there is no device token");
+        canaries.add(token);
+        device.replacePolicy(fmt::format("{{\"api_key\": \"{}\n", wrongKey));
+        application->waitForLine("the last good one stays in force", 1500ms);
+        application->signal(SIGTERM);
+        demand(application->waitForExit() == 0, "told to end, it did not end well");
+        canaries.demandNone("standard error", application->lines());
+    }
+}
+
+/// Runs every verb of the console that tells something, and those that change something.
+void ask(const TrialDevice& device, Canaries& canaries)
+{
+    device.write(device.path("good.json"), policy("https://mdm.example.org", apiKey));
+    device.write(device.path("bad.json"),
+                 fmt::format(R"({{"api_key": ["{}"], "ApiKey": "{}", "device_id": 5)", apiKey, wrongKey));
+    device.write(device.path("odd.json"),
+                 fmt::format(R"({{"api_key": ["{}"], "ApiKey": "{}", "device_id": 5}})", apiKey, wrongKey));
+    device.write(device.path("payload.json"), payload);
+    const std::vector<std::string> verbs[] = {
+        {"status"},
+        {"snapshot"},
+        {"notifications"},
+        {"doctor"},
+        {"log"},
+        {"config", "show"},
+        {"config", "explain"},
+        {"config", "lint", device.path("good.json")},
+        {"config", "lint", device.path("bad.json")},
+        {"config", "lint", device.path("odd.json")},
+        {"config", "explain", device.path("odd.json")},
+        {"config", "set", device.path("bad.json")},
+        {"config", "set", device.path("good.json")},
+        {"config", "show"},
+        {"config", "schema"},
+        {"push", device.path("payload.json")},
+        {"privacy", "grant", "notifications"},
+    };
+    for (const bool isJSON : {false, true}) {
+        for (std::vector<std::string> verb : verbs) {
+            if (isJSON)
+                verb.emplace_back("--json");
+            const auto console = device.startConsole(verb);
+            console->waitForExit();
+            canaries.demandNone(fmt::format("qvctl {}", fmt::join(verb, " ")), console->lines());
+        }
+    }
+    const auto revealing = device.startConsole({"config", "show", "--reveal"});
+    revealing->waitForExit();
+    demand(fmt::format("{}", fmt::join(revealing->lines(), "")).find(apiKey) != std::string::npos,
+           "the key is nowhere to be found, so that nothing was tried");
+}
+
+/// Looks at the names of all files, and at the modes of those with a secret in them.
+void demandPrivateFiles(const TrialDevice& device, Canaries& canaries)
+{
+    int secretFileCount = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(device.path(""))) {
+        canaries.demandNone("the name of a file", entry.path().string());
+        constexpr auto others = fs::perms::group_all | fs::perms::others_all;
+        // What device management and this trial put there is theirs.
+        const bool isOurs = entry.path().string().starts_with(device.path("data").string()) ||
+                            entry.path().string().starts_with(device.path("run").string());
+        if (!isOurs || !entry.is_regular_file())
+            continue;
+        ++secretFileCount;
+        demand((entry.status().permissions() & others) == fs::perms::none, "others may read {}",
+               entry.path().string());
+    }
+    demand(secretFileCount > 0, "there are no files");
+}
+
+} // namespace
+
+void secretsTrial(const TrialPrograms& programs)
+{
+    const auto journal = Journal::make();
+    const TemporaryFolder folder;
+    TestBackend backend({.folder = folder.path()});
+    TrialDevice device(programs.folder, backend);
+    device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
+    device.setEnvironment("QUORVANE_LOG_DEBUG", "1");
+    Canaries canaries;
+    play(device, backend, canaries, {"--log-stderr", "--push", "local"});
+    if (journal) {
+        play(device, backend, canaries, {"--push", "local"});
+        const std::string& entries = journal->end();
+        demand(entries.find("MESSAGE=<private>") != entries.npos, "the journal got nothing");
+        canaries.demandNone("the journal", entries);
+    } else {
+        fmt::print("the journal was not looked at: this user may not have a /run of its own\n");
+    }
+    ask(device, canaries);
+    demandPrivateFiles(device, canaries);
+    fmt::print("no secret in {}\n", canaries.summary());
+}

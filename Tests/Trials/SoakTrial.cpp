@@ -1,0 +1,155 @@
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/Distributor.h"
+#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/Trials.h"
+#include "Tools/Backend/PushSender.h"
+#include "Tools/Backend/WebPushSender.h"
+#include "Tools/Tour/ProcessFigures.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+/// What must not grow, at one moment.
+struct Sample {
+    std::int64_t memoryBytes;
+    std::int64_t descriptors;
+    std::int64_t storeBytes;
+};
+
+Sample sampleOf(const ThrowawayDevice& device, pid_t process)
+{
+    Sample sample{privateBytes(process), descriptorCount(process), 0};
+    for (const auto& entry : fs::recursive_directory_iterator(device.path("data")))
+        sample.storeBytes += entry.is_regular_file() ? static_cast<std::int64_t>(entry.file_size()) : 0;
+    return sample;
+}
+
+/// Demands that the median of the last third is not above that of the middle one by more than `slack`.
+void demandNoGrowth(const std::vector<Sample>& samples, std::int64_t Sample::*figure, std::string_view name,
+                    std::int64_t slack)
+{
+    const auto median = [&](std::size_t begin, std::size_t end) {
+        std::vector<std::int64_t> values;
+        for (std::size_t i = begin; i < end; ++i)
+            values.push_back(samples[i].*figure);
+        std::sort(values.begin(), values.end());
+        return values.at(values.size() / 2);
+    };
+    const std::size_t third = samples.size() / 3;
+    const auto before = median(third, 2 * third);
+    const auto after = median(2 * third, samples.size());
+    fmt::print("{:<12} {:>12} at first, {:>12} in the middle, {:>12} at the end\n", name,
+               samples.front().*figure, before, after);
+    demand(after - before <= slack, "{} grow", name);
+}
+
+/// One application with distributor and backend, kept busy.
+class Soak {
+public:
+    explicit Soak(const TrialPrograms& programs) : m_device(programs.folder, m_backend)
+    {
+        m_device.replacePolicy(m_device.policy({"app0"}));
+        m_application = m_device.start("auto");
+        demand(m_distributor.waitForRegistration(), "it did not register");
+    }
+
+    /// A token is uploaded: a new endpoint makes a new one.
+    void upload()
+    {
+        m_distributor.giveEndpoint(fmt::format("https://push.example.org/{}", ++m_uploadCount));
+        for (auto requests = m_backend.takeRequests();; requests = m_backend.takeRequests()) {
+            if (!requests.empty()) {
+                m_token = uploadedToken(requests.back()).value();
+                return;
+            }
+            std::this_thread::sleep_for(100us);
+        }
+    }
+    void push()
+    {
+        const std::string payload = fmt::format(
+            R"({{"aps": {{"alert": {{"title": "Message {}", "body": "{:*<500}"}}}}}})", ++m_pushCount, "");
+        const std::string subscription = subscriptionText(m_token);
+        demand(m_distributor.deliver(encryptWebPush(WebPushSubscription::parse(subscription), payload)),
+               "push {} was not acknowledged", m_pushCount);
+    }
+    /// Changes the policy and does not wait; the debounce allows about two updates a second.
+    void change()
+    {
+        ++m_changeCount;
+        std::vector<std::string> apps;
+        for (int i = 0; i < 100; ++i)
+            apps.push_back(fmt::format("app{}-{}", m_changeCount, i));
+        m_device.replacePolicy(m_device.policy(apps));
+    }
+    bool isUpdated() { return m_application->waitForLine("Configuration updated", 0ms); }
+
+    [[nodiscard]] Sample sample() const { return sampleOf(m_device, m_application->processId()); }
+    void end()
+    {
+        m_application->signal(SIGTERM);
+        demand(m_application->waitForExit() == 0, "told to end, it did not end well");
+        const StoredState state = m_device.inspect();
+        fmt::print("{} uploads, {} pushes, {} changes, version {}, history of {}\n", m_uploadCount,
+                   m_pushCount, m_changeCount, state.configVersion, state.history.size());
+    }
+
+private:
+    static std::string subscriptionText(std::string_view hexadecimal)
+    {
+        std::string text;
+        for (; hexadecimal.size() >= 2; hexadecimal.remove_prefix(2))
+            text += static_cast<char>(std::stoi(std::string(hexadecimal.substr(0, 2)), nullptr, 16));
+        return text;
+    }
+
+    const TemporaryFolder m_folder;
+    TestBackend m_backend{{.folder = m_folder.path()}};
+    TrialDevice m_device;
+    Distributor m_distributor{m_device, Distributor::Manner::prompt};
+    std::unique_ptr<ChildProcess> m_application;
+    std::string m_token;
+    int m_uploadCount = 0;
+    int m_pushCount = 0;
+    int m_changeCount = 0;
+};
+
+} // namespace
+
+void soakTrial(const TrialPrograms& programs, double minutes)
+{
+    constexpr int sampleCount = 60;
+    const auto length = std::chrono::duration<double, std::ratio<60>>(minutes);
+    Soak soak(programs);
+    std::vector<Sample> samples;
+    const auto begin = steady_clock::now();
+    bool isChanging = false;
+    while (steady_clock::now() - begin < length) {
+        if (isChanging && soak.isUpdated())
+            isChanging = false;
+        if (!isChanging) {
+            soak.change();
+            isChanging = true;
+        }
+        soak.upload();
+        for (int i = 0; i < 5; ++i)
+            soak.push();
+        const auto elapsed = steady_clock::now() - begin;
+        if (elapsed >= length * static_cast<double>(samples.size() + 1) / sampleCount)
+            samples.push_back(soak.sample());
+    }
+    demand(samples.size() >= 9, "too short to tell");
+    constexpr std::int64_t pages = 256 * 1024;
+    demandNoGrowth(samples, &Sample::memoryBytes, "bytes", samples.front().memoryBytes / 100 + pages);
+    demandNoGrowth(samples, &Sample::descriptors, "descriptors", 1);
+    demandNoGrowth(samples, &Sample::storeBytes, "store bytes", pages);
+    soak.end();
+}

@@ -1,0 +1,159 @@
+#include "Tests/Trials/TrialDevice.h"
+
+#include "Core/Constants.h"
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/SQLiteUserDefaults.h"
+#include "Platform/Linux/ShellState.h"
+#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/SystemClock.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <cmath>
+#include <fcntl.h>
+#include <memory>
+#include <new>
+#include <sys/mman.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+namespace Keys = Core::Constants::SnapshotKeys;
+using Platform::Linux::SQLiteUserDefaults;
+
+namespace {
+
+/// A store as another process opens it.
+class Store {
+public:
+    Store(const fs::path& file, SQLiteUserDefaults::Access access)
+        : m_defaults(file, access, m_clock, m_adapterLog)
+    {}
+    SQLiteUserDefaults& operator*() { return m_defaults; }
+    SQLiteUserDefaults* operator->() { return &m_defaults; }
+
+private:
+    const Platform::Linux::SystemClock m_clock;
+    Platform::Linux::StandardErrorLog m_log{m_clock, Platform::Linux::PrivateData::shown};
+    const Platform::Linux::AdapterLog m_adapterLog{m_log, "trial"};
+    SQLiteUserDefaults m_defaults;
+};
+
+Platform::Linux::DevicePaths pathsOf(const ThrowawayDevice& device)
+{
+    return {device.path("data/quorvane-mdm"), {device.policyFile()}};
+}
+
+void demandWholeDatabase(const fs::path& file)
+{
+    SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, 5000);
+    const std::string verdict = database.execAndGet("PRAGMA integrity_check").getString();
+    demand(verdict == "ok", "{} is not whole: {}", file.string(), verdict);
+}
+
+void demandPrivateFiles(const fs::path& folder)
+{
+    constexpr auto others = fs::perms::group_all | fs::perms::others_all;
+    std::vector<fs::path> databases;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+        const std::string path = entry.path().string();
+        demand(path.find(".corrupt-") == std::string::npos, "{} was moved aside", path);
+        demand((entry.status().permissions() & others) == fs::perms::none, "others may open {}", path);
+        if (path.ends_with(".sqlite"))
+            databases.push_back(entry.path());
+    }
+    // Opening one may remove the files beside it.
+    for (const fs::path& database : databases)
+        demandWholeDatabase(database);
+}
+
+} // namespace
+
+TrialDevice::TrialDevice(const fs::path& programs, const TestBackend& backend, std::string deviceId)
+    : ThrowawayDevice(programs), m_baseURL(backend.baseURL()), m_deviceId(std::move(deviceId))
+{
+    setEnvironment("SSL_CERT_FILE", backend.certificateAuthority());
+    setEnvironment("no_proxy", "*");
+    using Access = SQLiteUserDefaults::Access;
+    const auto paths = pathsOf(*this);
+    Store(paths.standardDefaults(), Access::readWrite)->set("hasLaunchedBefore", true);
+    Store shell(paths.shellState(), Access::readWrite);
+    Platform::Linux::ShellState(*shell).setAuthorizationStatus(Platform::AuthorizationStatus::authorized);
+}
+
+std::string TrialDevice::policy(const std::vector<std::string>& apps) const
+{
+    return fmt::format(R"({{"base_domain": "{}", "api_key": "trial-key", "device_id": "{}",
+        "AllowedAppsBundleIdsForSSOExtension": "com.example.{}"}})",
+                       m_baseURL, m_deviceId, fmt::join(apps, ",com.example."));
+}
+
+StoredState TrialDevice::inspect() const
+{
+    const auto paths = pathsOf(*this);
+    demandPrivateFiles(paths.stateFolder);
+
+    StoredState state;
+    Store suite(paths.suite(Core::Constants::appGroupSuiteName), SQLiteUserDefaults::Access::inspect);
+    state.configVersion = suite->integer(Keys::configVersion);
+    if (const auto stored = suite->data(Keys::configSnapshot)) {
+        state.snapshot = Core::ConfigurationSnapshot::decode(*stored);
+        const auto lastUpdated = suite->object(Keys::lastUpdated);
+        const auto* date = lastUpdated ? lastUpdated->date() : nullptr;
+        demand(state.snapshot->configVersion == state.configVersion,
+               "snapshot of version {} under version {}", state.snapshot->configVersion, state.configVersion);
+        constexpr double leastSeconds = 1e-5; // What is left of a number far from 2001.
+        demand(date != nullptr &&
+                   std::abs(date->secondsSinceReferenceDate -
+                            state.snapshot->lastUpdated.secondsSinceReferenceDate) < leastSeconds,
+               "another time than the snapshot's");
+        demand(suite->integer(Keys::schemaVersion) == state.snapshot->schemaVersion,
+               "another schema version");
+    } else {
+        demand(state.configVersion == 0, "version {} without a snapshot", state.configVersion);
+    }
+
+    Store standard(paths.standardDefaults(), SQLiteUserDefaults::Access::inspect);
+    namespace StorageKeys = Core::Constants::StorageKeys;
+    constexpr std::int64_t all = 1000;
+    state.history = PushNotifications::NotificationPayloadProcessor::payloadSummaries(*standard, all);
+    demand(state.history.size() <= 100, "a history of {}", state.history.size());
+    demand(!state.history.empty() || !standard->data(StorageKeys::processedNotificationPayloads),
+           "a history that cannot be read");
+    state.deviceToken = standard->text(StorageKeys::remoteNotificationDeviceToken).value_or("");
+    return state;
+}
+
+Faults::Faults(ThrowawayDevice& device, const fs::path& library)
+{
+    const fs::path file = device.path("faults");
+    const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    void* memory = MAP_FAILED;
+    if (descriptor >= 0 && ::ftruncate(descriptor, sizeof(FaultPlan)) == 0)
+        memory = ::mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    const int error = errno;
+    ::close(descriptor);
+    if (memory == MAP_FAILED)
+        throw std::system_error(error, std::generic_category(), file.string());
+    m_plan = new (memory) FaultPlan();
+    device.setEnvironment("LD_PRELOAD", library);
+    device.setEnvironment(FaultPlan::fileVariable, file);
+    device.setEnvironment(FaultPlan::folderVariable, device.path("").string());
+}
+
+Faults::~Faults()
+{
+    ::munmap(m_plan, sizeof(FaultPlan));
+}
+
+void Faults::arm(std::uint32_t operations, FaultPlan::Kind kind, int error, std::int64_t number)
+{
+    m_plan->countdown = 0;
+    m_plan->operations = operations;
+    m_plan->kind = kind;
+    m_plan->error = error;
+    m_plan->seenCount = 0;
+    m_plan->failedCount = 0;
+    m_plan->countdown = number;
+}
