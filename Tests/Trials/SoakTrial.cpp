@@ -22,13 +22,22 @@ struct Sample {
     std::int64_t memoryBytes;
     std::int64_t descriptors;
     std::int64_t storeBytes;
+    /// Of the largest write-ahead log. It is folded into the store after a thousand pages.
+    std::int64_t logBytes;
 };
 
 Sample sampleOf(const ThrowawayDevice& device, pid_t process)
 {
-    Sample sample{privateBytes(process), descriptorCount(process), 0};
-    for (const auto& entry : fs::recursive_directory_iterator(device.path("data")))
-        sample.storeBytes += entry.is_regular_file() ? static_cast<std::int64_t>(entry.file_size()) : 0;
+    Sample sample{privateBytes(process), descriptorCount(process), 0, 0};
+    for (const auto& entry : fs::recursive_directory_iterator(device.path("data"))) {
+        if (!entry.is_regular_file())
+            continue;
+        const auto size = static_cast<std::int64_t>(entry.file_size());
+        if (entry.path().native().ends_with("-wal"))
+            sample.logBytes = std::max(sample.logBytes, size);
+        else
+            sample.storeBytes += size;
+    }
     return sample;
 }
 
@@ -151,5 +160,8 @@ void soakTrial(const TrialPrograms& programs, double minutes)
     demandNoGrowth(samples, &Sample::memoryBytes, "bytes", samples.front().memoryBytes / 100 + pages);
     demandNoGrowth(samples, &Sample::descriptors, "descriptors", 1);
     demandNoGrowth(samples, &Sample::storeBytes, "store bytes", pages);
+    constexpr std::int64_t fullLog = 1000 * 4120 + 1024 * 1024; // And the commit that fills it.
+    for (const Sample& sample : samples)
+        demand(sample.logBytes <= fullLog, "a write-ahead log of {} bytes", sample.logBytes);
     soak.end();
 }

@@ -41,7 +41,7 @@ std::int64_t residentBytes(pid_t process)
 
 std::int64_t privateBytes(pid_t process)
 {
-    return sumIn(folderOf(process) / "smaps_rollup", "Private_") * kibibyte;
+    return sumIn(folderOf(process) / "smaps_rollup", "Private_Dirty") * kibibyte;
 }
 
 std::int64_t sleepCount(pid_t process)

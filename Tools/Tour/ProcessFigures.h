@@ -7,7 +7,7 @@
 
 /// Resident memory, private and shared.
 std::int64_t residentBytes(pid_t process);
-/// Memory that would come free if it ended.
+/// Memory that holds what no other process and no file has.
 std::int64_t privateBytes(pid_t process);
 /// How often its threads have gone to sleep of themselves, all together.
 std::int64_t sleepCount(pid_t process);
