@@ -71,6 +71,7 @@ bool Distributor::deliver(const std::string& message)
 
 void Distributor::killBus()
 {
+    m_bus->leaveEventLoop(); // It throws when the bus goes.
     m_daemon.signal(SIGKILL);
     m_daemon.waitForExit();
 }

@@ -141,6 +141,24 @@ void busDies(Patient& patient)
     patient.demandNothingLost(state);
 }
 
+/// Notification server and portal are there, and never say a word.
+void busIsMute(Patient& patient)
+{
+    patient.end();
+    Distributor distributor(patient.device(), Distributor::Manner::silent);
+    const auto mute = sdbus::createSessionBusConnection();
+    for (const char* name : {"org.freedesktop.Notifications", "org.freedesktop.portal.Desktop"})
+        mute->requestName(name);
+    constexpr auto before = 15s; // The bus would give up on an answer after 25.
+    patient.start("auto");
+    patient.expectLine("Configuration manager initialized", before);
+    demand(distributor.waitForRegistration(), "the dashboard did not come up");
+    const StoredState state = patient.device().inspect();
+    patient.change();
+    patient.expectLine("Configuration updated", before);
+    patient.demandNothingLost(state);
+}
+
 struct Disturbance {
     const char* name;
     void (*play)(Patient&);
@@ -155,6 +173,7 @@ constexpr Disturbance disturbances[] = {
     {"files may not grow", limitedFileSize},
     {"the backend dies in the middle of an upload", backendDies},
     {"the session bus dies in the middle of a call", busDies},
+    {"nobody on the session bus answers", busIsMute},
 };
 
 } // namespace
