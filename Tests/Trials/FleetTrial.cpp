@@ -120,7 +120,7 @@ void fleetTrial(const TrialPrograms& programs, int devices)
         demand(answers[i] == "ok", "{} refused the push: {}", fleet[i].id, answers[i]);
     printRow("push sent -> stored and answered", times, "ms");
 
-    std::this_thread::sleep_for(10s); // Banners have gone by then.
+    std::this_thread::sleep_for(35s); // Banners and idle threads have gone by then.
     constexpr double mebibyte = 1024.0 * 1024.0;
     printRow(
         "memory, resident",
