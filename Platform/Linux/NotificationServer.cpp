@@ -221,13 +221,19 @@ template <typename Value, typename... Arguments>
 void NotificationServer::ask(const Call& call, std::function<void(const Answer<Value>&)> take,
                              const Arguments&... arguments)
 {
-    const auto answered = [this, take = std::move(take)](Answer<Value> answer) {
-        onMainQueue([take, answer = std::move(answer)] { take(answer); });
+    // An answer that is quicker than the call returns would leave the library's record of the call behind for
+    // ever; cancelling it afterwards takes that away.
+    const auto pending = std::make_shared<sdbus::PendingAsyncCall>();
+    const auto answered = [this, pending, take = std::move(take)](Answer<Value> answer) {
+        onMainQueue([pending, take, answer = std::move(answer)] {
+            pending->cancel();
+            take(answer);
+        });
     };
     try {
         auto message = call.proxy.createMethodCall(call.interface, call.method);
         static_cast<void>((message << ... << arguments));
-        call.proxy.callMethod(
+        *pending = call.proxy.callMethod(
             message,
             [answered](sdbus::MethodReply& reply, const sdbus::Error* error) {
                 answered(error == nullptr ? Answer<Value>::read(reply)
