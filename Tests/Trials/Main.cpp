@@ -18,6 +18,8 @@ int main(int argc, char** argv)
     CLI::App line("Wears the programs out and demands that they hold.");
     line.require_subcommand(1);
     TrialPrograms programs{QV_PROGRAMS, QV_FAULT_LIBRARY};
+    line.add_option("--programs", programs.folder, "Folder of the build to try")
+        ->check(CLI::ExistingDirectory);
     int rounds = 300;
     unsigned seed = std::random_device()();
     auto* crash = line.add_subcommand("crash", "Kill at random during updates, history writes and uploads");

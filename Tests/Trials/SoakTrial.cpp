@@ -68,6 +68,7 @@ public:
         m_device.replacePolicy(m_device.policy({"app0"}));
         m_application = m_device.start("auto");
         demand(m_distributor.waitForRegistration(), "it did not register");
+        demand(m_application->waitForLine("Configuration updated"), "the first policy was not applied");
     }
 
     /// A token is uploaded: a new endpoint makes a new one.
@@ -90,7 +91,8 @@ public:
         demand(m_distributor.deliver(encryptWebPush(WebPushSubscription::parse(subscription), payload)),
                "push {} was not acknowledged", m_pushCount);
     }
-    /// Changes the policy and does not wait; the debounce allows about two updates a second.
+    /// Changes the policy and waits until it is applied. Nothing else may be stored meanwhile: that would put
+    /// the update off.
     void change()
     {
         ++m_changeCount;
@@ -98,8 +100,9 @@ public:
         for (int i = 0; i < 100; ++i)
             apps.push_back(fmt::format("app{}-{}", m_changeCount, i));
         m_device.replacePolicy(m_device.policy(apps));
+        demand(m_application->waitForLine("Configuration updated"), "change {} was not applied",
+               m_changeCount);
     }
-    bool isUpdated() { return m_application->waitForLine("Configuration updated", 0ms); }
 
     [[nodiscard]] Sample sample() const { return sampleOf(m_device, m_application->processId()); }
     void end()
@@ -140,21 +143,18 @@ void soakTrial(const TrialPrograms& programs, double minutes)
     Soak soak(programs);
     std::vector<Sample> samples;
     const auto begin = steady_clock::now();
-    bool isChanging = false;
     while (steady_clock::now() - begin < length) {
-        if (isChanging && soak.isUpdated())
-            isChanging = false;
-        if (!isChanging) {
-            soak.change();
-            isChanging = true;
+        soak.change();
+        for (const auto busyUntil = steady_clock::now() + 1s; steady_clock::now() < busyUntil;) {
+            soak.upload();
+            for (int i = 0; i < 5; ++i)
+                soak.push();
         }
-        soak.upload();
-        for (int i = 0; i < 5; ++i)
-            soak.push();
         const auto elapsed = steady_clock::now() - begin;
         if (elapsed >= length * static_cast<double>(samples.size() + 1) / sampleCount)
             samples.push_back(soak.sample());
     }
+    soak.end();
     demand(samples.size() >= 9, "too short to tell");
     constexpr std::int64_t pages = 256 * 1024;
     demandNoGrowth(samples, &Sample::memoryBytes, "bytes", samples.front().memoryBytes / 100 + pages);
@@ -163,5 +163,4 @@ void soakTrial(const TrialPrograms& programs, double minutes)
     constexpr std::int64_t fullLog = 1000 * 4120 + 1024 * 1024; // And the commit that fills it.
     for (const Sample& sample : samples)
         demand(sample.logBytes <= fullLog, "a write-ahead log of {} bytes", sample.logBytes);
-    soak.end();
 }
