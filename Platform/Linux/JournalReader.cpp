@@ -3,10 +3,7 @@
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/JournalFields.h"
 #include "Platform/Linux/StandardErrorLog.h"
-
-#define SD_JOURNAL_SUPPRESS_LOCATION
-#include <systemd/sd-id128.h>
-#include <systemd/sd-journal.h>
+#include "Platform/Linux/SystemdLibrary.h"
 
 #include <algorithm>
 #include <array>
@@ -53,26 +50,26 @@ bool isThereAJournal()
 std::string bootIdentifier()
 {
     sd_id128_t boot{};
-    checked(::sd_id128_get_boot(&boot));
+    checked(systemd().sd_id128_get_boot(&boot));
     std::array<char, SD_ID128_STRING_MAX> text{};
-    return ::sd_id128_to_string(boot, text.data());
+    return systemd().sd_id128_to_string(boot, text.data());
 }
 
 } // namespace
 
 void JournalReader::Closer::operator()(sd_journal* journal) const
 {
-    ::sd_journal_close(journal);
+    systemd().sd_journal_close(journal);
 }
 
 JournalReader::JournalReader(const Selection& selection) : m_since(selection.since), m_limit(selection.limit)
 {
     sd_journal* journal = nullptr;
-    const int result = ::sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY);
+    const int result = systemd().sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY);
     m_journal.reset(result >= 0 ? journal : nullptr);
     // Files that may not be read are passed over in silence.
-    const bool isReadable = m_journal && (::sd_journal_has_runtime_files(journal) > 0 ||
-                                          ::sd_journal_has_persistent_files(journal) > 0);
+    const bool isReadable = m_journal && (systemd().sd_journal_has_runtime_files(journal) > 0 ||
+                                          systemd().sd_journal_has_persistent_files(journal) > 0);
     if (!isReadable)
         throw JournalUnavailable(
             isThereAJournal()
@@ -99,17 +96,17 @@ JournalReader::~JournalReader() = default;
 void JournalReader::match(std::string_view field, std::string_view value)
 {
     const std::string text = std::string(field).append("=").append(value);
-    checked(::sd_journal_add_match(m_journal.get(), text.data(), text.size()));
+    checked(systemd().sd_journal_add_match(m_journal.get(), text.data(), text.size()));
 }
 
 void JournalReader::goToStart()
 {
     sd_journal* journal = m_journal.get();
     if (m_limit) {
-        checked(::sd_journal_seek_tail(journal));
+        checked(systemd().sd_journal_seek_tail(journal));
         // Stepping back, even if only to step forth again: the tail itself moves with new entries.
         const int stepped =
-            checked(::sd_journal_previous_skip(journal, std::max<std::uint64_t>(*m_limit, 1)));
+            checked(systemd().sd_journal_previous_skip(journal, std::max<std::uint64_t>(*m_limit, 1)));
         m_isAtUnreadEntry = stepped > 0 && *m_limit > 0;
         if (stepped > 0)
             return;
@@ -117,16 +114,17 @@ void JournalReader::goToStart()
     if (m_since) {
         const double seconds =
             m_since->secondsSinceReferenceDate + static_cast<double>(Date::referenceSinceUnixEpoch.count());
-        checked(::sd_journal_seek_realtime_usec(journal,
-                                                static_cast<std::uint64_t>(std::max(0.0, seconds) * 1e6)));
+        checked(systemd().sd_journal_seek_realtime_usec(
+            journal, static_cast<std::uint64_t>(std::max(0.0, seconds) * 1e6)));
     } else {
-        checked(::sd_journal_seek_head(journal));
+        checked(systemd().sd_journal_seek_head(journal));
     }
 }
 
 std::optional<JournalEntry> JournalReader::next()
 {
-    while (std::exchange(m_isAtUnreadEntry, false) || checked(::sd_journal_next(m_journal.get())) > 0) {
+    while (std::exchange(m_isAtUnreadEntry, false) ||
+           checked(systemd().sd_journal_next(m_journal.get())) > 0) {
         const Date at = time();
         // The start was sought by count, or among several files at once.
         if (m_since && at.secondsSinceReferenceDate < m_since->secondsSinceReferenceDate)
@@ -145,7 +143,7 @@ JournalReader::Waiting JournalReader::waiting() const
 {
     sd_journal* journal = m_journal.get();
     std::uint64_t deadline = 0; // On the monotonic clock, in microseconds; the greatest number is none.
-    checked(::sd_journal_get_timeout(journal, &deadline));
+    checked(systemd().sd_journal_get_timeout(journal, &deadline));
     int timeout = -1;
     if (deadline != std::numeric_limits<std::uint64_t>::max()) {
         timespec now{};
@@ -154,13 +152,13 @@ JournalReader::Waiting JournalReader::waiting() const
                                       static_cast<std::uint64_t>(now.tv_nsec) / 1000;
         timeout = deadline > elapsed ? static_cast<int>((deadline - elapsed) / 1000 + 1) : 0;
     }
-    return {checked(::sd_journal_get_fd(journal)),
-            static_cast<short>(checked(::sd_journal_get_events(journal))), timeout};
+    return {checked(systemd().sd_journal_get_fd(journal)),
+            static_cast<short>(checked(systemd().sd_journal_get_events(journal))), timeout};
 }
 
 void JournalReader::takeNews()
 {
-    checked(::sd_journal_process(m_journal.get()));
+    checked(systemd().sd_journal_process(m_journal.get()));
 }
 
 /// Empty when the entry has no such field.
@@ -168,7 +166,7 @@ std::string JournalReader::field(std::string_view name) const
 {
     const void* bytes = nullptr;
     std::size_t size = 0;
-    if (::sd_journal_get_data(m_journal.get(), std::string(name).c_str(), &bytes, &size) < 0)
+    if (systemd().sd_journal_get_data(m_journal.get(), std::string(name).c_str(), &bytes, &size) < 0)
         return {};
     // The library answers with "NAME=value".
     return std::string(static_cast<const char*>(bytes), size).substr(name.size() + 1);
@@ -177,7 +175,7 @@ std::string JournalReader::field(std::string_view name) const
 Date JournalReader::time() const
 {
     std::uint64_t microseconds = 0;
-    checked(::sd_journal_get_realtime_usec(m_journal.get(), &microseconds));
+    checked(systemd().sd_journal_get_realtime_usec(m_journal.get(), &microseconds));
     return Date::fromSystemTime(
         std::chrono::system_clock::time_point(std::chrono::microseconds(microseconds)));
 }
