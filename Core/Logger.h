@@ -87,61 +87,61 @@ public:
     template <LogMessage Message>
     void debug(Message&& message, CallSite site, const LogArguments& arguments = {})
     {
-        log(LogLevel::debug, std::forward<Message>(message), LogCall(site, arguments));
+        log(LogLevel::debug, std::forward<Message>(message), site, arguments);
     }
     template <LogMessage Message>
     void debug(Message&& message, CallSite site, LogCategory category, const LogContext& logContext,
                LogPrivacy privacy = LogPrivacy::inherit)
     {
-        log(LogLevel::debug, std::forward<Message>(message), LogCall(site, category, logContext, privacy));
+        log(LogLevel::debug, std::forward<Message>(message), site, category, logContext, privacy);
     }
 
     template <LogMessage Message>
     void info(Message&& message, CallSite site, const LogArguments& arguments = {})
     {
-        log(LogLevel::info, std::forward<Message>(message), LogCall(site, arguments));
+        log(LogLevel::info, std::forward<Message>(message), site, arguments);
     }
     template <LogMessage Message>
     void info(Message&& message, CallSite site, LogCategory category, const LogContext& logContext,
               LogPrivacy privacy = LogPrivacy::inherit)
     {
-        log(LogLevel::info, std::forward<Message>(message), LogCall(site, category, logContext, privacy));
+        log(LogLevel::info, std::forward<Message>(message), site, category, logContext, privacy);
     }
 
     template <LogMessage Message>
     void warning(Message&& message, CallSite site, const LogArguments& arguments = {})
     {
-        log(LogLevel::warning, std::forward<Message>(message), LogCall(site, arguments));
+        log(LogLevel::warning, std::forward<Message>(message), site, arguments);
     }
     template <LogMessage Message>
     void warning(Message&& message, CallSite site, LogCategory category, const LogContext& logContext,
                  LogPrivacy privacy = LogPrivacy::inherit)
     {
-        log(LogLevel::warning, std::forward<Message>(message), LogCall(site, category, logContext, privacy));
+        log(LogLevel::warning, std::forward<Message>(message), site, category, logContext, privacy);
     }
 
     template <LogMessage Message>
     void error(Message&& message, CallSite site, const LogArguments& arguments = {})
     {
-        log(LogLevel::error, std::forward<Message>(message), LogCall(site, arguments));
+        log(LogLevel::error, std::forward<Message>(message), site, arguments);
     }
     template <LogMessage Message>
     void error(Message&& message, CallSite site, LogCategory category, const LogContext& logContext,
                LogPrivacy privacy = LogPrivacy::inherit)
     {
-        log(LogLevel::error, std::forward<Message>(message), LogCall(site, category, logContext, privacy));
+        log(LogLevel::error, std::forward<Message>(message), site, category, logContext, privacy);
     }
 
     template <LogMessage Message>
     void critical(Message&& message, CallSite site, const LogArguments& arguments = {})
     {
-        log(LogLevel::critical, std::forward<Message>(message), LogCall(site, arguments));
+        log(LogLevel::critical, std::forward<Message>(message), site, arguments);
     }
     template <LogMessage Message>
     void critical(Message&& message, CallSite site, LogCategory category, const LogContext& logContext,
                   LogPrivacy privacy = LogPrivacy::inherit)
     {
-        log(LogLevel::critical, std::forward<Message>(message), LogCall(site, category, logContext, privacy));
+        log(LogLevel::critical, std::forward<Message>(message), site, category, logContext, privacy);
     }
 
 private:
@@ -173,16 +173,19 @@ private:
 
     static bool isFiltered(LogLevel level)
     {
-        return !LoggingConfig::isLoggingEnabled.load(std::memory_order_relaxed) ||
-               (level == LogLevel::debug &&
-                !LoggingConfig::isDebugLoggingEnabled.load(std::memory_order_relaxed));
+        // Debug lines come first: they are what is filtered out mostly, by their switch alone.
+        return (level == LogLevel::debug &&
+                !LoggingConfig::isDebugLoggingEnabled.load(std::memory_order_relaxed)) ||
+               !LoggingConfig::isLoggingEnabled.load(std::memory_order_relaxed);
     }
 
-    template <LogMessage Message>
-    void log(LogLevel level, Message&& message, const LogCall& call)
+    /// A call that is filtered out has put nothing together.
+    template <LogMessage Message, typename... Arguments>
+    void log(LogLevel level, Message&& message, const CallSite& site, const Arguments&... arguments)
     {
         if (isFiltered(level))
             return;
+        const LogCall call(site, arguments...);
         if constexpr (std::invocable<Message>)
             write(level, std::invoke(std::forward<Message>(message)), call);
         else
