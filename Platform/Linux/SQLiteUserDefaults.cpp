@@ -3,6 +3,7 @@
 #include "Platform/Clock.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/PropertyListReader.h"
+#include "Platform/Linux/SQLiteWriter.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <fmt/format.h>
@@ -32,9 +33,6 @@ constexpr const char* initialisation = "BEGIN IMMEDIATE;"
                                        "NOT NULL, value NOT NULL) WITHOUT ROWID;"
                                        "PRAGMA user_version = 1;"
                                        "COMMIT";
-constexpr const char* upsertStatement =
-    "INSERT INTO defaults(key, type, value) VALUES(?1, ?2, ?3) "
-    "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value";
 
 void bindBytes(SQLite::Statement& statement, int index, const void* bytes, std::size_t count)
 {
@@ -65,7 +63,7 @@ void bindValue(SQLite::Statement& statement, const PropertyList& value, Data& st
         storage = writeBinaryPropertyList(value);
         bindBytes(statement, 3, storage.data(), storage.size());
     }
-    statement.bind(2, type);
+    statement.bindNoCopy(2, type);
 }
 
 /// The stored value; absent when the row was not written by the rules above.
@@ -144,10 +142,9 @@ struct SQLiteUserDefaults::Connection {
     /// access and so, unlike any other, may be closed without dropping locks.
     void prepare(const std::string& path)
     {
-        select =
-            std::make_unique<SQLite::Statement>(database, "SELECT type, value FROM defaults WHERE key = ?1");
+        select.emplace(database, "SELECT type, value FROM defaults WHERE key = ?1");
         if (!isReadOnly)
-            upsert = std::make_unique<SQLite::Statement>(database, upsertStatement);
+            writer.emplace(database);
         identity = FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
         struct stat status {};
         if (isImmutable && ::fstat(identity.get(), &status) == 0)
@@ -176,8 +173,8 @@ struct SQLiteUserDefaults::Connection {
     const bool isReadOnly;
     /// Opened with the promise that nobody changes it, and blind to a write-ahead log.
     const bool isImmutable;
-    std::unique_ptr<SQLite::Statement> select;
-    std::unique_ptr<SQLite::Statement> upsert;
+    std::optional<SQLite::Statement> select;
+    std::optional<SQLiteWriter> writer;
     FileDescriptor identity;
     timespec lastChange{};
 };
@@ -185,6 +182,7 @@ struct SQLiteUserDefaults::Connection {
 SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
                                        const AdapterLog& log)
     : m_file(std::move(file)),
+      m_bellFile(std::filesystem::path(m_file).replace_extension(".bell")),
       m_access(access),
       m_clock(clock),
       m_log(log),
@@ -193,11 +191,6 @@ SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access
 {}
 
 SQLiteUserDefaults::~SQLiteUserDefaults() = default;
-
-std::filesystem::path SQLiteUserDefaults::bellFile() const
-{
-    return std::filesystem::path(m_file).replace_extension(".bell");
-}
 
 bool SQLiteUserDefaults::isAvailable()
 {
@@ -213,7 +206,8 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
     const bool isRead = perform(Purpose::read, [&](Connection& connection) {
         SQLite::Statement& select = *connection.select;
         select.tryReset();
-        select.bind(1, std::string(key));
+        const std::string name(key);
+        select.bindNoCopy(1, name);
         if (select.executeStep())
             value = readValue(select.getColumn(0).getText(), select.getColumn(1));
         // A statement left in the middle would keep its view of the database, and the log from being folded
@@ -238,17 +232,16 @@ void SQLiteUserDefaults::write(std::span<const Entry> entries)
                     fmt::format("{} could not be read before, and what it holds would be lost", entry.key),
                     SQLITE_ABORT);
         }
-        SQLite::Transaction transaction(connection.database, SQLite::TransactionBehavior::IMMEDIATE);
-        if (!connection.upsert)
+        if (!connection.writer)
             throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
-        SQLite::Statement& upsert = *connection.upsert;
+        SQLiteWriter::Transaction transaction(*connection.writer);
         for (const Entry& entry : entries) {
+            const std::string key(entry.key);
             Data storage;
-            upsert.tryReset(); // It may still hold the error that ended its last use.
-            upsert.bind(1, std::string(entry.key));
+            SQLite::Statement& upsert = transaction.upsert();
+            upsert.bindNoCopy(1, key);
             bindValue(upsert, entry.value, storage);
-            upsert.exec();
-            upsert.reset();
+            SQLiteWriter::run(upsert);
         }
         transaction.commit();
     });
@@ -328,7 +321,7 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
 void SQLiteUserDefaults::openForWriting() const
 {
     createPrivateFolders(m_file.parent_path());
-    const OpeningLock lock(bellFile());
+    const OpeningLock lock(m_bellFile);
     try {
         openOrReplace();
     } catch (const SQLite::Exception& error) {
@@ -351,10 +344,14 @@ void SQLiteUserDefaults::openAsIs() const
     auto connection = isUnchanging ? std::make_unique<Connection>(immutableURI(m_file.string()),
                                                                   SQLite::OPEN_READONLY | SQLite::OPEN_URI)
                                    : std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
-    // A writer killed at its very first step leaves a database without a table.
-    if (!connection->database.tableExists("defaults"))
-        return;
-    connection->prepare(m_file.string());
+    try {
+        connection->prepare(m_file.string());
+    } catch (const SQLite::Exception&) {
+        // A writer killed at its very first step leaves a database without a table.
+        if (!connection->database.tableExists("defaults"))
+            return;
+        throw;
+    }
     m_connection = std::move(connection);
 }
 
@@ -411,7 +408,7 @@ void SQLiteUserDefaults::ringBell() const
 {
     // The file was made when the database was opened. If somebody removed it since, the next opening makes it
     // anew.
-    ::utimensat(AT_FDCWD, bellFile().c_str(), nullptr, 0);
+    ::utimensat(AT_FDCWD, m_bellFile.c_str(), nullptr, 0);
 }
 
 } // namespace Platform::Linux

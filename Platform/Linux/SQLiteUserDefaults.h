@@ -42,7 +42,7 @@ public:
 
     /// Whether the database is open, opening it if need be.
     bool isAvailable();
-    [[nodiscard]] std::filesystem::path bellFile() const;
+    [[nodiscard]] const std::filesystem::path& bellFile() const { return m_bellFile; }
 
     [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override;
     void write(std::span<const Entry> entries) override;
@@ -69,6 +69,7 @@ private:
     void ringBell() const;
 
     const std::filesystem::path m_file;
+    const std::filesystem::path m_bellFile;
     const Access m_access;
     const Clock& m_clock;
     const AdapterLog& m_log;

@@ -171,6 +171,9 @@ TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
 {
     EXPECT_FALSE(open(Access::inspect)->isAvailable());
     EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
+    folder.write("deep/state/domain.sqlite",
+                 ""); // As a writer leaves it that is killed at its very first step.
+    EXPECT_FALSE(open(Access::inspect)->isAvailable());
     EXPECT_TRUE(log.takeLines().empty());
 
     open()->set("k", 1);
