@@ -64,7 +64,6 @@ void CurlTransfer::prepare()
 
 void CurlTransfer::prepareExchange()
 {
-    curl().curl_easy_reset(handle());
     m_body.clear();
     m_sentBytes = 0;
     m_wireBytes = 0;
@@ -266,6 +265,7 @@ void CurlTransfer::followTo(const std::string& place)
     }
     redirectRequest(m_request, info<long>(CURLINFO_RESPONSE_CODE), m_target, next);
     m_target = std::move(next);
+    curl().curl_easy_reset(handle());
     prepareExchange();
 }
 

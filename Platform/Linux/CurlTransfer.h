@@ -40,7 +40,7 @@ public:
         Clock::time_point lastArrival = {};
     };
 
-    /// `surroundings` must outlive the transfer.
+    /// `surroundings` must outlive the transfer. `handle` must be new or reset.
     CurlTransfer(URLRequest request, URLSession::Completion completion, Surroundings& surroundings,
                  CurlHandle handle)
         : m_request(std::move(request)),

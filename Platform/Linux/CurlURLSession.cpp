@@ -69,7 +69,8 @@ private:
     void end(CURL* handle, Outcome outcome);
     void deliver(CurlTransfer& transfer, Outcome outcome);
     void recycle(CurlHandle handle);
-    [[nodiscard]] int pollTime();
+    [[nodiscard]] bool isAnyWaiting();
+    [[nodiscard]] int pollTime() const;
 
     std::mutex m_mutex;
     std::vector<Waiting> m_waiting;
@@ -124,7 +125,8 @@ void CurlURLSession::Worker::run()
         CURLMcode code = curl().curl_multi_perform(m_multi.get(), &running);
         concludeEnded();
         endIdle();
-        if (code == CURLM_OK)
+        // An outcome may have led to another request.
+        if (code == CURLM_OK && !isAnyWaiting())
             code = curl().curl_multi_poll(m_multi.get(), nullptr, 0, pollTime(), nullptr);
         if (code != CURLM_OK)
             endAll({URLError::Code::unknown, fmt::format("The system does not let this program wait for the "
@@ -279,12 +281,15 @@ void CurlURLSession::Worker::recycle(CurlHandle handle)
     m_pool.push_back(std::move(handle));
 }
 
-/// In milliseconds.
-int CurlURLSession::Worker::pollTime()
+bool CurlURLSession::Worker::isAnyWaiting()
 {
-    // An outcome may have led to another request.
-    if (const std::lock_guard lock(m_mutex); !m_waiting.empty())
-        return 0;
+    const std::lock_guard lock(m_mutex);
+    return !m_waiting.empty();
+}
+
+/// In milliseconds.
+int CurlURLSession::Worker::pollTime() const
+{
     auto first = CurlTransfer::Clock::time_point::max();
     for (const auto& [handle, transfer] : m_transfers)
         first = std::min(first, transfer->deadline());
