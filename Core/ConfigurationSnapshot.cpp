@@ -22,6 +22,9 @@ constexpr std::string_view configVersion = "configVersion";
 constexpr std::string_view lastUpdated = "lastUpdated";
 } // namespace CodingKeys
 
+/// A usual record is put together and taken apart on the stack: every reader of a setting decodes it anew.
+constexpr std::size_t stackBytes = 4096;
+
 } // namespace
 
 ConfigurationSnapshot ConfigurationSnapshot::defaultSnapshot(Platform::Date now)
@@ -47,13 +50,15 @@ ConfigurationSnapshot ConfigurationSnapshot::make(ValidatedConfig config, std::i
 
 Platform::Data ConfigurationSnapshot::encode() const
 {
-    boost::json::object object;
+    std::array<unsigned char, stackBytes> buffer;
+    boost::json::monotonic_resource resource(buffer.data(), buffer.size());
+    boost::json::object object(&resource);
     const auto setIfPresent = [&](std::string_view key, const std::optional<std::string>& text) {
         if (text)
             object[key] = *text;
     };
     object[CodingKeys::allowedAppBundleIds] =
-        boost::json::array(allowedAppBundleIds.begin(), allowedAppBundleIds.end());
+        boost::json::array(allowedAppBundleIds.begin(), allowedAppBundleIds.end(), &resource);
     setIfPresent(CodingKeys::organizationId, organizationId);
     setIfPresent(CodingKeys::baseDomain, baseDomain);
     setIfPresent(CodingKeys::apiKey, apiKey);
@@ -61,13 +66,12 @@ Platform::Data ConfigurationSnapshot::encode() const
     object[CodingKeys::schemaVersion] = schemaVersion;
     object[CodingKeys::configVersion] = configVersion;
     object[CodingKeys::lastUpdated] = lastUpdated.secondsSinceReferenceDate;
-    return JSONEncoder().encode(object);
+    return JSONEncoder().encode(std::move(object));
 }
 
 ConfigurationSnapshot ConfigurationSnapshot::decode(const Platform::Data& bytes)
 {
-    // Parsed into the stack: every reader of a setting decodes the record anew.
-    std::array<unsigned char, 4096> buffer;
+    std::array<unsigned char, stackBytes> buffer;
     boost::json::monotonic_resource resource(buffer.data(), buffer.size());
     const boost::json::value value = JSONDecoder().decode(bytes, &resource);
     const KeyedDecoder decoder(value);

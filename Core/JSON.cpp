@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 namespace Core {
@@ -10,6 +12,19 @@ namespace Core {
 namespace {
 
 namespace json = boost::json;
+
+void appendText(std::string& out, json::string_view text)
+{
+    const bool isPlain = std::none_of(text.begin(), text.end(), [](char character) {
+        return character == '"' || character == '\\' || character == '\x7f' ||
+               static_cast<unsigned char>(character) < ' ';
+    });
+    // The library's writer costs more to make than most texts to write.
+    if (isPlain)
+        out.append("\"").append(text.data(), text.size()).append("\"");
+    else
+        out += json::serialize(text);
+}
 
 void append(std::string& out, const json::value& value)
 {
@@ -24,7 +39,7 @@ void append(std::string& out, const json::value& value)
         out += '{';
         for (const char* separator = ""; const auto& member : *object) {
             out += std::exchange(separator, ",");
-            out += json::serialize(member.key());
+            appendText(out, member.key());
             out += ':';
             append(out, member.value());
         }
@@ -32,7 +47,11 @@ void append(std::string& out, const json::value& value)
     } else if (const auto* number = value.if_double()) {
         if (!std::isfinite(*number))
             throw EncodingError("A number that is not finite cannot be written as JSON.");
-        out += fmt::format("{}", *number);
+        fmt::format_to(std::back_inserter(out), "{}", *number);
+    } else if (const auto* text = value.if_string()) {
+        appendText(out, *text);
+    } else if (const auto* integer = value.if_int64()) {
+        fmt::format_to(std::back_inserter(out), "{}", *integer);
     } else {
         out += json::serialize(value);
     }

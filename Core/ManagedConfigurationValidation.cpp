@@ -51,6 +51,7 @@ std::optional<Kind> bundleIdFlaw(std::string_view entry)
 std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pieces, Findings findings)
 {
     std::vector<std::string> kept;
+    kept.reserve(pieces.size());
     std::set<std::string_view> seen;
     for (std::size_t index = 0; index < pieces.size(); ++index) {
         const std::string_view entry = trimmed(pieces[index]);

@@ -30,8 +30,12 @@ bool contains(const Characters& characters, std::string_view candidate)
 template <typename BytesOf>
 std::size_t whiteSpaceLength(std::size_t size, BytesOf bytesOf)
 {
-    if (size >= 1 && oneByte.find(bytesOf(1).front()) != std::string_view::npos)
-        return 1;
+    if (size == 0)
+        return 0;
+    // No part of a longer character looks like one of ASCII.
+    const char outermost = bytesOf(1).front();
+    if (static_cast<unsigned char>(outermost) < 0x80)
+        return oneByte.find(outermost) != std::string_view::npos ? 1 : 0;
     if (size >= 2 && contains(twoBytes, bytesOf(2)))
         return 2;
     if (size >= 3 && contains(threeBytes, bytesOf(3)))

@@ -84,19 +84,22 @@ std::string hexadecimalText(const Data& bytes)
 std::string base64Text(std::span<const std::byte> bytes, Base64Form form)
 {
     const std::string_view alphabet = base64Alphabet(form);
-    std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
-    for (; !bytes.empty(); bytes = bytes.subspan(std::min<std::size_t>(3, bytes.size()))) {
+    std::string text((bytes.size() + 2) / 3 * 4, '=');
+    auto digit = text.begin();
+    const auto take = [&](std::size_t byteCount) {
         std::uint32_t group = 0;
         for (std::size_t i = 0; i < 3; ++i)
-            group = group << 8U | (i < bytes.size() ? std::to_integer<std::uint32_t>(bytes[i]) : 0U);
-        for (std::size_t i = 0; i < 4; ++i) {
-            if (i <= bytes.size())
-                text += alphabet[group >> (18 - 6 * i) & 0x3fU];
-            else if (form == Base64Form::standard)
-                text += '=';
-        }
-    }
+            group = group << 8U | (i < byteCount ? std::to_integer<std::uint32_t>(bytes[i]) : 0U);
+        for (std::size_t i = 0; i <= byteCount; ++i)
+            *digit++ = alphabet[group >> (18 - 6 * i) & 0x3fU];
+        bytes = bytes.subspan(byteCount);
+    };
+    while (bytes.size() >= 3)
+        take(3);
+    if (!bytes.empty())
+        take(bytes.size());
+    if (form == Base64Form::url)
+        text.erase(digit, text.end());
     return text;
 }
 

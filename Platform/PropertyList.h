@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -63,6 +64,10 @@ public:
     /// An integer above the signed range.
     [[nodiscard]] const std::uint64_t* largeInteger() const { return std::get_if<std::uint64_t>(&m_value); }
 
+    // The same for one that is no longer needed, without a copy; absent when it has another type.
+    [[nodiscard]] std::optional<std::string> takeText() && { return take<std::string>(); }
+    [[nodiscard]] std::optional<Data> takeData() && { return take<Data>(); }
+
     /// Integers, reals and booleans are numbers.
     [[nodiscard]] bool isNumber() const;
     [[nodiscard]] bool isNull() const { return std::holds_alternative<Null>(m_value); }
@@ -81,6 +86,12 @@ public:
     friend bool operator==(const PropertyList& left, const PropertyList& right);
 
 private:
+    template <typename Value>
+    [[nodiscard]] std::optional<Value> take()
+    {
+        auto* held = std::get_if<Value>(&m_value);
+        return held != nullptr ? std::optional(std::move(*held)) : std::nullopt;
+    }
     template <typename Container>
     [[nodiscard]] const Container* shared() const
     {

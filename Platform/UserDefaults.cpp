@@ -1,6 +1,7 @@
 #include "Platform/UserDefaults.h"
 
 #include <cmath>
+#include <utility>
 
 namespace Platform {
 
@@ -12,16 +13,14 @@ void UserDefaults::set(std::string_view key, PropertyList value)
 
 std::optional<Data> UserDefaults::data(std::string_view key) const
 {
-    const auto value = object(key);
-    const Data* data = value ? value->data() : nullptr;
-    return data != nullptr ? std::optional(*data) : std::nullopt;
+    auto value = object(key);
+    return value ? std::move(*value).takeData() : std::nullopt;
 }
 
 std::optional<std::string> UserDefaults::text(std::string_view key) const
 {
-    const auto value = object(key);
-    const std::string* text = value ? value->text() : nullptr;
-    return text != nullptr ? std::optional(*text) : std::nullopt;
+    auto value = object(key);
+    return value ? std::move(*value).takeText() : std::nullopt;
 }
 
 std::int64_t UserDefaults::integer(std::string_view key) const

@@ -139,7 +139,7 @@ void NotificationPayloadProcessor::saveStoredItems(const std::vector<StoredPaylo
     }
     try {
         m_ports.userDefaults.standard().set(Core::Constants::StorageKeys::processedNotificationPayloads,
-                                            Core::JSONEncoder().encode(list));
+                                            Core::JSONEncoder().encode(std::move(list)));
     } catch (const Core::EncodingError&) {
         // A date that is no number; the history stays as it was.
     }

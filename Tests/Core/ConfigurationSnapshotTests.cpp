@@ -29,13 +29,14 @@ TEST(ConfigurationSnapshotTest, EncodesPresentFieldsAlone)
 
     snapshot.allowedAppBundleIds = {"com.a.b", "com.a.b"};
     snapshot.organizationId = "\"\\\n\u00e4\U0001F600";
+    snapshot.apiKey = "\x1f";
     snapshot.deviceId = "DEV-1";
     snapshot.configVersion = 3;
     snapshot.lastUpdated = {785'000'000.123456};
     EXPECT_EQ(
         textOf(snapshot.encode()),
         "{\"allowedAppBundleIds\":[\"com.a.b\",\"com.a.b\"],\"organizationId\":"
-        "\"\\\"\\\\\\n\u00e4\U0001F600\","
+        "\"\\\"\\\\\\n\u00e4\U0001F600\",\"apiKey\":\"\\u001f\","
         "\"deviceId\":\"DEV-1\",\"schemaVersion\":1,\"configVersion\":3,\"lastUpdated\":785000000.123456}");
     EXPECT_EQ(ConfigurationSnapshot::decode(snapshot.encode()), snapshot);
 
