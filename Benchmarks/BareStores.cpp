@@ -39,7 +39,8 @@ BareDatabase::BareDatabase(const std::filesystem::path& file, Durability durabil
     m_commit = prepared("COMMIT");
     m_upsert = prepared("INSERT INTO defaults VALUES(?1, ?2, ?3) "
                         "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value");
-    m_select = prepared("SELECT value FROM defaults WHERE key = 'ConfigSnapshot'");
+    m_select = prepared("SELECT value FROM defaults WHERE key = ?1");
+    m_delete = prepared("DELETE FROM defaults WHERE key = ?1");
 }
 
 BareDatabase::Statement BareDatabase::prepared(const char* text) const
@@ -72,13 +73,17 @@ void BareDatabase::upsert(std::string_view key, std::string_view type, Bind bind
     run(m_upsert);
 }
 
+void BareDatabase::upsertData(std::string_view key, std::string_view bytes)
+{
+    upsert(key, "data", [&](sqlite3_stmt* statement, int index) {
+        ::sqlite3_bind_blob(statement, index, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
+    });
+}
+
 void BareDatabase::write(const SnapshotRecord& record)
 {
     run(m_begin);
-    upsert("ConfigSnapshot", "data", [&](sqlite3_stmt* statement, int index) {
-        ::sqlite3_bind_blob(statement, index, record.snapshot.data(),
-                            static_cast<int>(record.snapshot.size()), SQLITE_STATIC);
-    });
+    upsertData(snapshotKey, record.snapshot);
     upsert("ConfigVersion", "integer", [&](sqlite3_stmt* statement, int index) {
         ::sqlite3_bind_int64(statement, index, record.version);
     });
@@ -91,13 +96,34 @@ void BareDatabase::write(const SnapshotRecord& record)
     run(m_commit);
 }
 
-std::string_view BareDatabase::snapshot()
+void BareDatabase::write(std::string_view key, std::string_view bytes)
+{
+    upsertData(key, bytes);
+}
+
+void BareDatabase::remove(std::string_view key)
+{
+    bindText(m_delete.get(), 1, key);
+    run(m_delete);
+}
+
+std::string_view BareDatabase::bytes(std::string_view key)
 {
     ::sqlite3_reset(m_select.get());
+    bindText(m_select.get(), 1, key);
     if (::sqlite3_step(m_select.get()) != SQLITE_ROW)
-        throw std::runtime_error("there is no snapshot");
+        return {};
     const auto* bytes = static_cast<const char*>(::sqlite3_column_blob(m_select.get(), 0));
     return {bytes, static_cast<std::size_t>(::sqlite3_column_bytes(m_select.get(), 0))};
+}
+
+void fillLog(const std::filesystem::path& file, const SnapshotRecord& record)
+{
+    constexpr std::size_t pageBytes = 4096;
+    constexpr std::size_t enoughPages = 1200; // SQLite folds the log in at 1000.
+    BareDatabase database(file, BareDatabase::Durability::lazy);
+    for (std::size_t pages = 0; pages < enoughPages; pages += 1 + record.snapshot.size() / pageBytes)
+        database.write(record);
 }
 
 SettingsFile::SettingsFile(const std::filesystem::path& file)

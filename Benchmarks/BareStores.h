@@ -29,8 +29,13 @@ public:
 
     /// The four rows, as one transaction.
     void write(const SnapshotRecord& record);
-    /// The stored snapshot; valid until the next call.
-    std::string_view snapshot();
+    /// One row, as one transaction.
+    void write(std::string_view key, std::string_view bytes);
+    void remove(std::string_view key);
+    /// The stored bytes, none when there is no such row; valid until the next call.
+    std::string_view bytes(std::string_view key);
+
+    static constexpr std::string_view snapshotKey = "ConfigSnapshot";
 
 private:
     struct Close {
@@ -44,13 +49,20 @@ private:
     void run(const Statement& statement) const;
     template <typename Bind>
     void upsert(std::string_view key, std::string_view type, Bind bindValue);
+    void upsertData(std::string_view key, std::string_view bytes);
 
     std::unique_ptr<sqlite3, Close> m_database;
     Statement m_begin;
     Statement m_commit;
     Statement m_upsert;
     Statement m_select;
+    Statement m_delete;
 };
+
+/// Brings the write-ahead log to the length at which it is folded in and begun anew. From then on a commit
+/// overwrites what the file has already, as in a process that has been saving for long; before, it also waits
+/// for the file system to make the file longer.
+void fillLog(const std::filesystem::path& file, const SnapshotRecord& record);
 
 /// A settings file of Qt with the same four values.
 class SettingsFile {

@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -48,6 +49,9 @@ struct Figure {
     Quantity quantity = Quantity::duration;
     /// For measurements that take long; 0 for as many as the command line says.
     int repetitions = 0;
+    /// The figure of the same work on the least data, itself included. The table then tells how many times as
+    /// much this one comes to.
+    std::string smallest = {};
 
     static constexpr std::string_view oursName = "ours";
 
@@ -62,6 +66,16 @@ struct Figure {
         // The library knows seconds alone, and is asked for nanoseconds at the end.
         constexpr double nano = 1e-9;
         state.SetIterationTime(amount * nano);
+    }
+
+    /// Of the manual clock: what this iteration came to, the time that `action` takes.
+    template <typename Action>
+    static void setTimeOf(benchmark::State& state, Action action)
+    {
+        const auto begin = std::chrono::steady_clock::now();
+        action();
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
     }
 
     /// Makes the measurements known to the benchmark library.

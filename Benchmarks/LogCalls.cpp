@@ -5,6 +5,9 @@
 #include <spdlog/logger.h>
 #include <spdlog/sinks/null_sink.h>
 
+#include <array>
+#include <tuple>
+
 namespace {
 
 struct OurLogger {
@@ -74,12 +77,18 @@ void emittedPeers(benchmark::State& state)
     }
 }
 
-void emittedWithPairs(benchmark::State& state, int pairCount)
+std::string pairKey(std::size_t pair)
+{
+    return fmt::format("key{:02}", pair);
+}
+
+template <std::size_t pairCount>
+void emittedWithPairs(benchmark::State& state)
 {
     OurLogger ours;
     Core::LogContext context;
-    for (int pair = 0; pair < pairCount; ++pair)
-        context.metadata.emplace(fmt::format("key{:02}", pair), fmt::format("value{:02}", pair));
+    for (std::size_t pair = 0; pair < pairCount; ++pair)
+        context.metadata.emplace(pairKey(pair), fmt::format("value{:02}", pair));
     for (auto _ : state) {
         benchmark::DoNotOptimize(context);
         ours.logger.info("Backend refused the request", "emittedWithPairs()", Core::LogCategory::general,
@@ -87,10 +96,33 @@ void emittedWithPairs(benchmark::State& state, int pairCount)
     }
 }
 
-Figure pairsFigure(int pairCount)
+/// The same text.
+template <std::size_t pairCount>
+void emittedWithPairsPeers(benchmark::State& state)
 {
-    return {fmt::format("log line, {} pairs", pairCount),
-            [pairCount](benchmark::State& state) { emittedWithPairs(state, pairCount); }};
+    PeerLogger peer;
+    std::string pattern = "Backend refused the request";
+    std::array<std::string, pairCount> values;
+    for (std::size_t pair = 0; pair < pairCount; ++pair) {
+        pattern += fmt::format("{}{}={{}}", pair == 0 ? " | context={{" : ", ", pairKey(pair));
+        values.at(pair) = fmt::format("value{:02}", pair);
+    }
+    if (pairCount > 0)
+        pattern += "}}";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(values);
+        std::apply([&](const auto&... value) { peer.logger.info(fmt::runtime(pattern), value...); }, values);
+    }
+}
+
+template <std::size_t pairCount>
+Figure pairsFigure()
+{
+    Figure figure{fmt::format("log line, {} pairs", pairCount),
+                  emittedWithPairs<pairCount>,
+                  {{"spdlog, null sink", emittedWithPairsPeers<pairCount>}}};
+    figure.smallest = "log line, 0 pairs";
+    return figure;
 }
 
 } // namespace
@@ -102,8 +134,8 @@ std::vector<Figure> logCallFigures()
          filteredOurs,
          {{"spdlog, level disabled", filteredPeers, {.ratio = 1.0, .targetRatio = 0.1}}}},
         {"log call, emitted", emittedOurs, {{"spdlog, null sink", emittedPeers, {.ratio = 1.0}}}},
-        pairsFigure(0),
-        pairsFigure(2),
-        pairsFigure(16),
+        pairsFigure<0>(),
+        pairsFigure<2>(),
+        pairsFigure<16>(),
     };
 }

@@ -19,8 +19,8 @@ namespace {
 std::vector<Figure> allFigures()
 {
     std::vector<Figure> figures = logCallFigures();
-    for (const auto& more :
-         {snapshotStoreFigures(), requestFigures(), wholeProgramFigures(), screenFigures()})
+    for (const auto& more : {snapshotStoreFigures(), notificationHistoryFigures(), requestFigures(),
+                             wholeProgramFigures(), screenFigures(), windowlessFigures()})
         figures.insert(figures.end(), more.begin(), more.end());
     return figures;
 }

@@ -11,7 +11,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <latch>
+#include <memory>
 #include <stdexcept>
+#include <vector>
 
 namespace {
 
@@ -92,42 +94,84 @@ private:
     Linux::CurlURLSession m_session;
 };
 
+/// A handle of the library that posts the payload, with the header fields that ours sends.
+class BareHandle {
+public:
+    explicit BareHandle(const TrustedBackend& backend)
+    {
+        curl_easy_setopt(get(), CURLOPT_URL, backend.url().c_str());
+        curl_easy_setopt(get(), CURLOPT_CAINFO, backend.certificateAuthority().c_str());
+        curl_easy_setopt(get(), CURLOPT_HTTPHEADER, m_headers.get());
+        curl_easy_setopt(get(), CURLOPT_ACCEPT_ENCODING, "");
+        curl_easy_setopt(get(), CURLOPT_USERAGENT, "quorvane-mdm");
+        curl_easy_setopt(get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(payload.size()));
+        curl_easy_setopt(get(), CURLOPT_POSTFIELDS, payload.data());
+        curl_easy_setopt(
+            get(), CURLOPT_WRITEFUNCTION,
+            +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
+    }
+    [[nodiscard]] CURL* get() const { return m_handle.get(); }
+
+private:
+    struct Free {
+        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+
+    std::unique_ptr<curl_slist, Free> m_headers{curl_slist_append(nullptr, "Content-Type: application/json")};
+    std::unique_ptr<CURL, Free> m_handle{curl_easy_init()};
+};
+
 /// One connection of the library, used again and again.
 class BareConnection {
 public:
-    BareConnection()
-    {
-        m_headers = curl_slist_append(nullptr, "Content-Type: application/json");
-        curl_easy_setopt(m_handle, CURLOPT_URL, m_backend.url().c_str());
-        curl_easy_setopt(m_handle, CURLOPT_CAINFO, m_backend.certificateAuthority().c_str());
-        curl_easy_setopt(m_handle, CURLOPT_HTTPHEADER, m_headers);
-        curl_easy_setopt(
-            m_handle, CURLOPT_WRITEFUNCTION,
-            +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
-        post(1);
-    }
-    ~BareConnection()
-    {
-        curl_slist_free_all(m_headers);
-        curl_easy_cleanup(m_handle);
-    }
-    BareConnection(const BareConnection&) = delete;
-    BareConnection& operator=(const BareConnection&) = delete;
+    BareConnection() { post(1); }
 
     void post(int count)
     {
         for (int i = 0; i < count; ++i) {
-            curl_easy_setopt(m_handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(payload.size()));
-            curl_easy_setopt(m_handle, CURLOPT_POSTFIELDS, payload.data());
-            if (const CURLcode code = curl_easy_perform(m_handle); code != CURLE_OK)
+            if (const CURLcode code = curl_easy_perform(m_handle.get()); code != CURLE_OK)
                 throw std::runtime_error(curl_easy_strerror(code));
         }
     }
 
 private:
     TrustedBackend m_backend;
-    CURL* m_handle = curl_easy_init();
-    curl_slist* m_headers = nullptr;
+    BareHandle m_handle{m_backend};
+};
+
+/// As many connections of the library as ours opens to one host.
+class BareCrowd {
+public:
+    BareCrowd()
+    {
+        constexpr long connectionCount = 6;
+        curl_multi_setopt(m_multi, CURLMOPT_MAX_HOST_CONNECTIONS, connectionCount);
+        post(1);
+    }
+    ~BareCrowd() { curl_multi_cleanup(m_multi); }
+    BareCrowd(const BareCrowd&) = delete;
+    BareCrowd& operator=(const BareCrowd&) = delete;
+
+    void post(std::size_t count)
+    {
+        std::vector<BareHandle> handles;
+        for (std::size_t i = 0; i < count; ++i)
+            curl_multi_add_handle(m_multi, handles.emplace_back(m_backend).get());
+        constexpr int longestWaitMilliseconds = 1000;
+        for (int running = 1; running > 0;) {
+            curl_multi_perform(m_multi, &running);
+            curl_multi_poll(m_multi, nullptr, 0, running > 0 ? longestWaitMilliseconds : 0, nullptr);
+        }
+        for (const BareHandle& handle : handles)
+            curl_multi_remove_handle(m_multi, handle.get());
+        if (const std::size_t arrived = m_backend.takeRequestCount(); arrived != count)
+            throw std::runtime_error(fmt::format("of {} requests, {} arrived", count, arrived));
+    }
+
+private:
+    TrustedBackend m_backend;
+    CURLM* m_multi = curl_multi_init();
 };
 
 /// Runs `measure` on a `Subject`, whose making is not measured.
@@ -176,7 +220,7 @@ std::vector<Figure> requestFigures()
          1},
         {"1000 uploads in flight, all arrived",
          on<WarmSession>([](WarmSession& session) { session.post(crowdCount, 1); }),
-         {},
+         {{"libcurl, six connections", on<BareCrowd>([](BareCrowd& crowd) { crowd.post(crowdCount); })}},
          Figure::Clock::wall,
          1},
     };

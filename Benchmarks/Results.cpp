@@ -9,7 +9,7 @@
 
 namespace {
 
-using Row = std::array<std::string, 8>;
+using Row = std::array<std::string, 9>;
 
 double median(std::vector<double> values)
 {
@@ -33,10 +33,11 @@ std::string durationText(double nanoseconds)
 
 std::string amountText(Figure::Quantity quantity, double amount)
 {
-    constexpr double mebibyte = 1024.0 * 1024;
+    constexpr double kibibyte = 1024;
     switch (quantity) {
     case Figure::Quantity::bytes:
-        return fmt::format("{:.1f} MiB", amount / mebibyte);
+        return amount < kibibyte * kibibyte ? fmt::format("{:.1f} KiB", amount / kibibyte)
+                                            : fmt::format("{:.1f} MiB", amount / kibibyte / kibibyte);
     case Figure::Quantity::count:
         return fmt::format("{:.0f}", amount);
     case Figure::Quantity::duration:
@@ -142,35 +143,44 @@ const Results::Samples* Results::samples(const std::string& measurement) const
     return found != m_samples.end() ? &found->second : nullptr;
 }
 
+std::string Results::growth(const Figure& figure, std::string_view contender) const
+{
+    const Samples* base = samples(figure.smallest + "/" + std::string(contender));
+    const Samples* own = samples(figure.measurementName(contender));
+    if (base == nullptr || own == nullptr)
+        return "";
+    const double factor = median(*own) / median(*base);
+    return fmt::format("x {:.{}f}", factor, factor < 10 ? 1 : 0);
+}
+
 bool Results::printTable(std::span<const Figure> figures) const
 {
-    std::vector<Row> rows{{"figure", "ours", "peer", "peer's", "ratio", "budget", "spread", ""}};
+    std::vector<Row> rows{{"figure", "ours", "peer", "peer's", "ratio", "budget", "spread", "growth", ""}};
     for (const Figure& figure : figures) {
         const Samples* ours = samples(figure.measurementName(Figure::oursName));
         const std::string oursText = ours != nullptr ? amountText(figure.quantity, median(*ours)) : "-";
+        const std::string ourGrowth = growth(figure, Figure::oursName);
         bool hasPeer = false;
         for (const Figure::Peer& peer : figure.peers) {
             const Samples* peers = samples(figure.measurementName(peer.name));
             if (peers == nullptr)
                 continue;
             hasPeer = true;
-            Row row{figure.name, oursText, peer.name, amountText(figure.quantity, median(*peers)),
-                    "-",         "-",      "-",       ""};
+            Row row{figure.name, oursText,  peer.name, amountText(figure.quantity, median(*peers)), "-", "-",
+                    "-",         ourGrowth, ""};
             if (ours != nullptr) {
                 const Comparison comparison(*ours, *peers, peer.budget, figure.quantity);
-                row = {row[0],
-                       row[1],
-                       row[2],
-                       row[3],
-                       comparison.result(),
-                       comparison.budget(),
-                       comparison.spread(),
-                       comparison.verdict()};
+                row.at(4) = comparison.result();
+                row.at(5) = comparison.budget();
+                row.at(6) = comparison.spread();
+                row.at(8) = comparison.verdict();
             }
+            if (const std::string peerGrowth = growth(figure, peer.name); !peerGrowth.empty())
+                row.at(7) += ", peer " + peerGrowth;
             rows.push_back(row);
         }
         if (ours != nullptr && !hasPeer)
-            rows.push_back({figure.name, oursText, "-", "-", "-", "-", "-", ""});
+            rows.push_back({figure.name, oursText, "-", "-", "-", "-", "-", ourGrowth, ""});
     }
     const bool isMeasured = rows.size() > 1;
     if (isMeasured)

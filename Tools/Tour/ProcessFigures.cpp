@@ -39,6 +39,11 @@ std::int64_t residentBytes(pid_t process)
     return sumIn(folderOf(process) / "smaps_rollup", "Rss") * kibibyte;
 }
 
+std::int64_t peakResidentBytes(pid_t process)
+{
+    return sumIn(folderOf(process) / "status", "VmHWM") * kibibyte;
+}
+
 std::int64_t privateBytes(pid_t process)
 {
     return sumIn(folderOf(process) / "smaps_rollup", "Private_Dirty") * kibibyte;
@@ -49,6 +54,18 @@ std::int64_t sleepCount(pid_t process)
     std::int64_t sum = 0;
     for (const auto& thread : fs::directory_iterator(folderOf(process) / "task"))
         sum += sumIn(thread.path() / "status", "voluntary_ctxt_switches");
+    return sum;
+}
+
+std::chrono::nanoseconds processorTime(pid_t process)
+{
+    std::chrono::nanoseconds sum{0};
+    for (const auto& thread : fs::directory_iterator(folderOf(process) / "task")) {
+        std::int64_t nanoseconds = 0;
+        if (!(std::ifstream(thread.path() / "schedstat") >> nanoseconds))
+            throw std::runtime_error(thread.path().string() + " tells nothing");
+        sum += std::chrono::nanoseconds(nanoseconds);
+    }
     return sum;
 }
 

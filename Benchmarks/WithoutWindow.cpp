@@ -1,0 +1,149 @@
+#include "Benchmarks/Figures.h"
+#include "Tools/Tour/ProcessFigures.h"
+#include "Tools/Tour/ThrowawayDevice.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// For both programs.
+const ChildProcess::Environment environment{{"QT_QPA_PLATFORM", "offscreen"}, {"QT_QPA_GENERIC_PLUGINS", ""}};
+
+/// The application as a push starts it, under a policy with so many apps.
+class Application {
+public:
+    explicit Application(std::size_t appCount)
+    {
+        for (const auto& [name, value] : environment)
+            m_device.setEnvironment(name, value);
+        std::string apps;
+        for (std::size_t app = 0; app < appCount; ++app)
+            fmt::format_to(std::back_inserter(apps), "{}com.example.app{}", app > 0 ? "," : "", app);
+        m_device.replacePolicy(fmt::format(R"({{"base_domain": "mdm.example.org", "device_id": "DEV-1",
+            "AllowedAppsBundleIdsForSSOExtension": "{}"}})",
+                                           apps));
+        readyLine = fmt::format("Configuration updated - v1, apps: {}", appCount);
+    }
+    [[nodiscard]] std::unique_ptr<ChildProcess> start() const
+    {
+        // Each start applies the policy anew.
+        std::filesystem::remove_all(m_device.path("data"));
+        return m_device.startApplication({"--log-stderr", "--dbus-activated"});
+    }
+
+    std::string readyLine;
+
+private:
+    ThrowawayDevice m_device{QV_PROGRAMS};
+};
+
+class BareLoop {
+public:
+    explicit BareLoop(std::size_t /*appCount*/) {}
+    [[nodiscard]] static std::unique_ptr<ChildProcess> start()
+    {
+        return std::make_unique<ChildProcess>(std::vector<std::string>{QV_BARE_LOOP}, environment);
+    }
+    const std::string readyLine = "waiting";
+};
+
+/// What a process comes to that has done what it was started for.
+using Amount = double (*)(pid_t);
+
+double peakBytes(pid_t process)
+{
+    return static_cast<double>(peakResidentBytes(process));
+}
+
+void letSettle()
+{
+    std::this_thread::sleep_for(1s);
+}
+
+double bytesAtRest(pid_t process)
+{
+    letSettle();
+    return static_cast<double>(residentBytes(process));
+}
+
+/// What comes on top in five seconds.
+template <typename Read>
+double growthAtRest(Read read)
+{
+    letSettle();
+    const auto before = read();
+    std::this_thread::sleep_for(5s);
+    return static_cast<double>(read() - before);
+}
+
+double wakeUps(pid_t process)
+{
+    return growthAtRest([=] { return sleepCount(process); });
+}
+
+double processorNanoseconds(pid_t process)
+{
+    return growthAtRest([=] { return processorTime(process).count(); });
+}
+
+template <typename Program>
+Figure::Measurement measured(std::size_t appCount, Amount amount)
+{
+    return [=](benchmark::State& state) {
+        try {
+            const Program program(appCount);
+            for (auto _ : state) {
+                const auto process = program.start();
+                if (!process->waitForLine(program.readyLine))
+                    throw std::runtime_error(
+                        fmt::format("the program never wrote \"{}\"", program.readyLine));
+                Figure::setAmount(state, amount(process->processId()));
+                process->signal(SIGTERM);
+                process->waitForExit();
+            }
+        } catch (const std::exception& error) {
+            state.SkipWithError(error.what());
+        }
+    };
+}
+
+Figure figure(std::string name, std::size_t appCount, Amount amount, Figure::Quantity quantity,
+              Figure::Budget budget = {})
+{
+    constexpr int repetitions = 3;
+    return {std::move(name),
+            measured<Application>(appCount, amount),
+            {{"bare event loop", measured<BareLoop>(appCount, amount), budget}},
+            Figure::Clock::manual,
+            1,
+            quantity,
+            repetitions};
+}
+
+} // namespace
+
+std::vector<Figure> windowlessFigures()
+{
+    using Quantity = Figure::Quantity;
+    std::vector<Figure> figures{
+        figure("without a window, wake-ups in 5 s", 1, wakeUps, Quantity::count, {.excess = 0}),
+        figure("without a window, processor time in 5 s", 1, processorNanoseconds, Quantity::duration,
+               {.excess = 0})};
+    for (const std::size_t appCount : {1, 1'000, 100'000}) {
+        const auto add = [&](std::string_view which, Amount amount) {
+            figures.push_back(
+                figure(fmt::format("{}, list of {}", which, appCount), appCount, amount, Quantity::bytes));
+            figures.back().smallest = fmt::format("{}, list of 1", which);
+        };
+        add("memory without a window, peak", peakBytes);
+        add("memory without a window, at rest", bytesAtRest);
+    }
+    return figures;
+}
