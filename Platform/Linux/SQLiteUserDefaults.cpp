@@ -302,6 +302,7 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
     if (m_connection && !m_connection->isStranded() && !isWorthOpeningAnew && !isOutdated)
         return;
     m_connection.reset();
+    demandRegularFile();
     if (isToBeWritten) {
         try {
             openForWriting();
@@ -316,6 +317,14 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
     } else {
         openAsIs();
     }
+}
+
+/// Opening anything else may wait for ever.
+void SQLiteUserDefaults::demandRegularFile() const
+{
+    const auto status = std::filesystem::status(m_file);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+        throw SQLite::Exception("it is no regular file; remove it", SQLITE_CANTOPEN);
 }
 
 void SQLiteUserDefaults::openForWriting() const

@@ -61,6 +61,7 @@ private:
     void change(const std::function<void(Connection&)>& operation);
     /// Leaves no connection when there is nothing to inspect.
     void ensureOpen(Purpose purpose) const;
+    void demandRegularFile() const;
     void openForWriting() const;
     void openAsIs() const;
     [[nodiscard]] bool hasWriteAheadLog() const;

@@ -194,6 +194,29 @@ TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
     EXPECT_TRUE(filesNamedCorrupt().empty());
 }
 
+TEST_F(SQLiteUserDefaultsTest, WhatCouldNotBeReadIsNotOverwritten)
+{
+    const auto defaults = open();
+    std::filesystem::create_directories(file.parent_path());
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    for (const auto access : {Access::readWrite, Access::inspect}) {
+        EXPECT_EQ(open(access)->object("a"), std::nullopt);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("it is no regular file; remove it")));
+    }
+    EXPECT_EQ(defaults->object("a"), std::nullopt);
+    std::filesystem::remove(file);
+    open()->set("a", "precious");
+    log.takeLines();
+
+    defaults->set("a", "made without knowing");
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("a could not be read before")));
+    EXPECT_EQ(defaults->failureCount(), 1U);
+    EXPECT_EQ(defaults->text("a"), "precious");
+    defaults->set("a", "made on purpose");
+    EXPECT_EQ(defaults->text("a"), "made on purpose");
+    EXPECT_EQ(defaults->failureCount(), 1U);
+}
+
 TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
 {
     const auto reader = open();
