@@ -72,11 +72,15 @@ WindowGroup::~WindowGroup()
 
 void WindowGroup::show(const QVariantMap& properties)
 {
-    m_window.setInitialProperties(properties);
+    restoreFrame();
+    // With its size from the start the content is laid out once.
+    QVariantMap initialProperties = properties;
+    initialProperties.insert("width", m_window.width());
+    initialProperties.insert("height", m_window.height());
+    m_window.setInitialProperties(initialProperties);
     m_window.setSource(m_content.document());
     if (m_window.rootObject() == nullptr)
         fatalError("the content of the window cannot be loaded");
-    restoreFrame();
     m_window.show();
 }
 
