@@ -3,12 +3,14 @@
 #include "Platform/FatalError.h"
 #include "Platform/UserDefaults.h"
 
+#include <QFontDatabase>
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QScreen>
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 
 namespace Platform::Desktop {
 
@@ -46,7 +48,9 @@ QRect storedFrame(const UserDefaults& store)
 
 } // namespace
 
-WindowContent::WindowContent(const QUrl& document) : m_document(document)
+WindowContent::WindowContent(const QUrl& document)
+    : m_fonts(std::async(std::launch::async, [] { std::ignore = QFontDatabase::families(); })),
+      m_document(document)
 {
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     m_component.loadUrl(document, QQmlComponent::Asynchronous);

@@ -8,6 +8,8 @@
 #include <QUrl>
 #include <QVariantMap>
 
+#include <future>
+
 namespace Platform {
 class UserDefaults;
 }
@@ -15,7 +17,8 @@ class UserDefaults;
 namespace Platform::Desktop {
 
 /// The document of a window's content, read on a thread of the toolkit's while the program prepares what it
-/// is to show. No item is made of it before the window is shown.
+/// is to show, and beside it the list of the system's fonts. No item is made of it before the window is
+/// shown.
 ///
 /// Threads: main.
 class WindowContent {
@@ -26,6 +29,8 @@ public:
     [[nodiscard]] QQmlEngine& engine() { return m_engine; }
 
 private:
+    /// The first text waits for the list, which takes about as long as the documents.
+    std::future<void> m_fonts;
     QUrl m_document;
     QQmlEngine m_engine;
     QQmlComponent m_component{&m_engine};
