@@ -239,7 +239,10 @@ public:
         ports.appearance.observe(apply);
     }
 
-    static QUrl document() { return QStringLiteral("qrc:/qt/qml/Quorvane/App/ContentView.qml"); }
+    static void read(std::optional<Desktop::WindowContent>& content)
+    {
+        content.emplace(QStringLiteral("Quorvane.App"), QStringLiteral("ContentView"));
+    }
 
     /// Brings it to the front.
     void show()
@@ -249,7 +252,7 @@ public:
             return;
         }
         if (!m_content)
-            m_content.emplace(document());
+            read(m_content);
         m_group.emplace(*m_content, m_ports.store, QString::fromUtf8(applicationName));
         m_ports.shell.attach(m_content->engine(), m_group->window());
         m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
@@ -287,7 +290,7 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
 
     std::optional<Desktop::WindowContent> windowContent;
     if (!options.isStartedByBus)
-        windowContent.emplace(MainWindow::document());
+        MainWindow::read(windowContent);
     NotificationCenter notificationCenter;
     Linux::DeviceDefaults defaults(paths, Access::readWrite, clock, adapterLog);
     Linux::CurlURLSession urlSession;

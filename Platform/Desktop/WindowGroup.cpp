@@ -48,12 +48,15 @@ QRect storedFrame(const UserDefaults& store)
 
 } // namespace
 
-WindowContent::WindowContent(const QUrl& document)
+WindowContent::WindowContent(const QString& module, const QString& type)
     : m_fonts(std::async(std::launch::async, [] { std::ignore = QFontDatabase::families(); })),
-      m_document(document)
+      m_document(QStringLiteral("qrc:/qt/qml/%1/%2.qml").arg(QString(module).replace(u'.', u'/'), type))
 {
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
-    m_component.loadUrl(document, QQmlComponent::Asynchronous);
+    // The thread that reads needs this one for each module. It gets that here, or it would stand still for as
+    // long as the program is busy.
+    QQmlComponent(&m_engine).setData(QStringLiteral("import %1\nQtObject {}").arg(module).toUtf8(), QUrl());
+    m_component.loadUrl(m_document, QQmlComponent::Asynchronous);
 }
 
 WindowGroup::WindowGroup(WindowContent& content, UserDefaults& store, const QString& title)

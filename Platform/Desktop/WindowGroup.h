@@ -23,7 +23,8 @@ namespace Platform::Desktop {
 /// Threads: main.
 class WindowContent {
 public:
-    explicit WindowContent(const QUrl& document);
+    /// Waits for the types of the module, not for the document.
+    WindowContent(const QString& module, const QString& type);
 
     [[nodiscard]] const QUrl& document() const { return m_document; }
     [[nodiscard]] QQmlEngine& engine() { return m_engine; }
