@@ -31,6 +31,8 @@
 #include "Platform/Services.h"
 #include "PushNotifications/NotificationPermissionManager.h"
 
+#include <QFont>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -217,6 +219,14 @@ std::unique_ptr<AppearanceSource> makeAppearanceSource(const SessionBusAccess& a
     return std::make_unique<Linux::PortalAppearance>(*access.bus, mainQueue);
 }
 
+/// What each text looks up before its own font: one that the screens use, or another face is loaded for it.
+QFont defaultFont()
+{
+    QFont font(QStringLiteral("Inter"));
+    font.setPixelSize(15);
+    return font;
+}
+
 /// The only window, made when it is shown for the first time.
 class MainWindow {
 public:
@@ -277,6 +287,7 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
     Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
         argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
     QGuiApplication::setDesktopFileName(QString::fromUtf8(Linux::applicationIdentifier));
+    QGuiApplication::setFont(defaultFont());
 
     bool isRunningAlready = false;
     auto instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
