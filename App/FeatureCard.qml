@@ -23,6 +23,8 @@ PressableItem {
     accessibleDescription: description
 
     InteractiveCardButtonStyle {
+        id: face
+
         objectName: "face"
         anchors.fill: parent
         isPressed: root.isPressed
@@ -30,6 +32,7 @@ PressableItem {
         Surface {
             objectName: "panel"
             anchors.fill: parent
+            smooth: face.scale !== 1
             radius: root.cornerRadius
             color: root.isEnabled ? Theme.color.systemBackground : Theme.color.greyMist
             borderWidth: root.isEnabled ? Theme.line.border : Theme.line.thin

@@ -2,6 +2,7 @@
 
 #include <QQuickWindow>
 #include <QSGImageNode>
+#include <QSGRectangleNode>
 #include <QSGTexture>
 
 #include <memory>
@@ -15,7 +16,7 @@ class PatchesNode final : public QSGNode {
 public:
     void clear() { m_patches.clear(); }
 
-    void append(QSGImageNode* patch)
+    void append(QSGNode* patch)
     {
         patch->setFlag(OwnedByParent, false);
         m_patches.emplace_back(patch);
@@ -34,7 +35,7 @@ public:
 private:
     std::unique_ptr<QSGTexture> m_texture;
     qint64 m_pictureKey = 0;
-    std::vector<std::unique_ptr<QSGImageNode>> m_patches;
+    std::vector<std::unique_ptr<QSGNode>> m_patches;
 };
 
 } // namespace
@@ -61,6 +62,7 @@ PatchedItem::PatchedItem(QQuickItem* parent) : QQuickItem(parent)
 {
     setFlag(ItemHasContents);
     connect(this, &PatchedItem::appearanceChanged, this, &QQuickItem::polish);
+    connect(this, &QQuickItem::smoothChanged, this, &QQuickItem::update);
 }
 
 qreal PatchedItem::devicePixelRatio() const
@@ -70,6 +72,8 @@ qreal PatchedItem::devicePixelRatio() const
 
 void PatchedItem::updatePolish()
 {
+    if (!isVisible())
+        return;
     m_patches = width() > 0 && height() > 0 ? makePatches() : Patches();
     update();
 }
@@ -82,15 +86,31 @@ QSGNode* PatchedItem::updatePaintNode(QSGNode* oldNode, UpdatePaintNodeData* /*d
     }
     auto* node = oldNode != nullptr ? static_cast<PatchesNode*>(oldNode) : new PatchesNode;
     node->clear();
+    // At its own size, the one pixel that is the middle of most pictures can be filled with instead of
+    // stretched; under a scale its edges would not meet those of its neighbours.
+    const auto rectangle = [&](const QRectF& target, const QColor& color) {
+        QSGRectangleNode* patch = window()->createRectangleNode();
+        patch->setRect(target);
+        patch->setColor(color);
+        return patch;
+    };
+    const auto image = [&](const QRectF& target, QSGTexture* texture, const QRectF& source) {
+        QSGImageNode* patch = window()->createImageNode();
+        patch->setRect(target);
+        patch->setTexture(texture);
+        patch->setFiltering(smooth() ? QSGTexture::Linear : QSGTexture::Nearest);
+        patch->setSourceRect(source);
+        return patch;
+    };
     QSGTexture* texture = node->texture(*window(), m_patches.picture);
     for (const PatchAxis::Span& row : m_patches.rows.spans) {
         for (const PatchAxis::Span& column : m_patches.columns.spans) {
-            QSGImageNode* patch = window()->createImageNode();
-            patch->setTexture(texture);
-            patch->setFiltering(QSGTexture::Linear);
-            patch->setSourceRect(column.sourceStart, row.sourceStart, column.sourceLength, row.sourceLength);
-            patch->setRect(column.targetStart, row.targetStart, column.targetLength, row.targetLength);
-            node->append(patch);
+            const QRectF source(column.sourceStart, row.sourceStart, column.sourceLength, row.sourceLength);
+            const QRectF target(column.targetStart, row.targetStart, column.targetLength, row.targetLength);
+            if (!smooth() && source.size() == QSizeF(1, 1))
+                node->append(rectangle(target, m_patches.picture.pixelColor(source.topLeft().toPoint())));
+            else
+                node->append(image(target, texture, source));
         }
     }
     return node;
@@ -106,7 +126,8 @@ void PatchedItem::geometryChange(const QRectF& newGeometry, const QRectF& oldGeo
 void PatchedItem::itemChange(ItemChange change, const ItemChangeData& data)
 {
     QQuickItem::itemChange(change, data);
-    if (change == ItemDevicePixelRatioHasChanged || change == ItemSceneChange)
+    if (change == ItemDevicePixelRatioHasChanged || change == ItemSceneChange ||
+        change == ItemVisibleHasChanged)
         polish();
 }
 

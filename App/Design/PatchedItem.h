@@ -27,7 +27,8 @@ struct PatchAxis {
 };
 
 /// An item that shows a small picture in up to nine patches, so that it takes the memory of its corners,
-/// however large it is.
+/// however large it is. As long as no scale changes its size on screen, it looks the same without `smooth`
+/// and is drawn in a fraction of the time.
 ///
 /// Threads: as for every item; `makePatches` runs on the main thread.
 class PatchedItem : public QQuickItem {

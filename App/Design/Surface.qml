@@ -8,6 +8,7 @@ Panel {
     property ShadowStyle shadow: Theme.shadow.none
 
     Shadow {
+        smooth: root.smooth
         style: root.shadow
         cornerRadius: root.radius
     }
