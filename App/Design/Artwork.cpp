@@ -29,39 +29,6 @@ QColor colorFrom(const QString& hexadecimal)
     return QColor::fromRgba(hexadecimal.toUInt(nullptr, 16));
 }
 
-/// Null when there is no such file.
-QImage drawing(const QString& name, int pixels, int margin = 0)
-{
-    const QString path = QStringLiteral(":/Quorvane/Assets/%1.svg").arg(name);
-    if (pixels <= 0 || !QFile::exists(path))
-        return {};
-    QImage image(pixels + 2 * margin, pixels + 2 * margin, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    QPainter painter(&image);
-    QSvgRenderer(path).render(&painter, QRectF(margin, margin, pixels, pixels));
-    return image;
-}
-
-/// In the file of a symbol black draws and white erases what was drawn before, which is how a badge gets its
-/// gap. So the coverage is what is there less what is white of it.
-QImage symbolMask(const QImage& drawing)
-{
-    QImage mask(drawing.size(), QImage::Format_Alpha8);
-    for (int y = 0; y < drawing.height(); ++y) {
-        const auto* pixel = reinterpret_cast<const QRgb*>(drawing.constScanLine(y));
-        uchar* coverage = mask.scanLine(y);
-        for (int x = 0; x < drawing.width(); ++x)
-            coverage[x] = static_cast<uchar>(qAlpha(pixel[x]) - qRed(pixel[x]));
-    }
-    return mask;
-}
-
-QImage symbol(const QString& name, int pixels, const QColor& color)
-{
-    const QImage image = drawing(QStringLiteral("symbols/") + name, pixels);
-    return image.isNull() ? image : tinted(symbolMask(image), color);
-}
-
 QImage logoShadow(int pixels, int blurPixels, const QColor& color)
 {
     const QImage image = drawing(QStringLiteral("QvLogo"), pixels, Artwork::logoShadowMargin(blurPixels));
@@ -84,8 +51,6 @@ private:
     static QImage picture(const QStringList& path)
     {
         const auto number = [&](qsizetype index) { return path.value(index).toInt(); };
-        if (path.first() == u"symbol")
-            return symbol(path.value(1), number(2), colorFrom(path.value(3)));
         if (path.first() == u"logo")
             return drawing(QStringLiteral("QvLogo"), number(1));
         return logoShadow(number(1), number(2), colorFrom(path.value(3)));
@@ -94,17 +59,22 @@ private:
 
 } // namespace
 
+QImage drawing(const QString& name, int pixels, int margin)
+{
+    const QString path = QStringLiteral(":/Quorvane/Assets/%1.svg").arg(name);
+    if (pixels <= 0 || !QFile::exists(path))
+        return {};
+    QImage image(pixels + 2 * margin, pixels + 2 * margin, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    QSvgRenderer(path).render(&painter, QRectF(margin, margin, pixels, pixels));
+    return image;
+}
+
 Artwork* Artwork::create(QQmlEngine* engine, QJSEngine* /*scriptEngine*/)
 {
     engine->addImageProvider(QLatin1String(providerId), new ArtworkProvider);
     return new Artwork;
-}
-
-QUrl Artwork::symbol(const QString& name, int pixels, const QColor& color)
-{
-    if (name.isEmpty() || pixels <= 0)
-        return {};
-    return pictureURL({QStringLiteral("symbol"), name, QString::number(pixels), hexadecimal(color)});
 }
 
 QUrl Artwork::logo(int pixels)

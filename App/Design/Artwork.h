@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QColor>
+#include <QImage>
 #include <QObject>
 #include <QQmlEngine>
 #include <QString>
@@ -8,8 +9,11 @@
 
 namespace App::Design {
 
-/// Names the pictures of an engine that are drawn from our own SVG files at just the size asked for, in
-/// pixels of the device. For `Symbol` and `Logo`; screens use those.
+/// One of our own SVG files at just this size, in pixels of the device, with an empty margin around it. Null
+/// when there is no such file.
+QImage drawing(const QString& name, int pixels, int margin = 0);
+
+/// Names the pictures of the logo in an engine, in pixels of the device. For `Logo`; screens use that.
 ///
 /// Its first use adds the provider of `image://artwork/` to the engine, so nobody has to.
 ///
@@ -23,7 +27,6 @@ class Artwork : public QObject {
 public:
     static Artwork* create(QQmlEngine* engine, QJSEngine* scriptEngine);
 
-    Q_INVOKABLE static QUrl symbol(const QString& name, int pixels, const QColor& color);
     Q_INVOKABLE static QUrl logo(int pixels);
     /// The logo's shape in one colour and blurred, with a margin of `logoShadowMargin` on each side.
     Q_INVOKABLE static QUrl logoShadow(int pixels, int blurPixels, const QColor& color);

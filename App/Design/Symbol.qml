@@ -1,5 +1,3 @@
-pragma ComponentBehavior: Bound
-
 import QtQuick
 import Quorvane.Design
 
@@ -7,24 +5,14 @@ import Quorvane.Design
 ///
 /// The names are those of the files in Assets/symbols; one there is no file of is a warning. It is passed over
 /// when the screen is read aloud: whoever shows a symbol says in words what it means.
-Item {
-    id: root
-
-    required property string name
+SymbolPicture {
+    required name
     property real pointSize: Theme.type.body.pixelSize
-    property color color: Theme.color.label
 
+    color: Theme.color.label
+    isMirrored: name.endsWith(".backward") && Application.layoutDirection === Qt.RightToLeft
     // Whole, so that centring it leaves it on whole points and its picture on whole pixels.
     implicitWidth: Math.round(pointSize * Theme.symbolSidePerPoint)
     implicitHeight: implicitWidth
     Accessible.ignored: true
-
-    Image {
-        readonly property int pixels: Math.round(root.implicitWidth * Screen.devicePixelRatio)
-
-        width: pixels / Screen.devicePixelRatio
-        height: width
-        mirror: root.name.endsWith(".backward") && Application.layoutDirection === Qt.RightToLeft
-        source: Artwork.symbol(root.name, pixels, root.color)
-    }
 }
