@@ -3,7 +3,7 @@
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 #include "Tools/Backend/PushSender.h"
-#include "Tools/Backend/WebPushSender.h"
+#include "Tools/Backend/WebPushEncryption.h"
 #include "Tools/Tour/ProcessFigures.h"
 
 #include <algorithm>

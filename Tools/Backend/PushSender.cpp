@@ -1,6 +1,7 @@
 #include "Tools/Backend/PushSender.h"
 
 #include "Platform/Linux/LocalPushService.h"
+#include "Tools/Backend/WebPushEncryption.h"
 #include "Tools/Backend/WebPushSender.h"
 
 #include <boost/json.hpp>

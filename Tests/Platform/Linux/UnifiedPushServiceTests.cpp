@@ -4,7 +4,7 @@
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
-#include "Tools/Backend/WebPushSender.h"
+#include "Tools/Backend/WebPushEncryption.h"
 
 #include <gmock/gmock.h>
 #include <sdbus-c++/sdbus-c++.h>

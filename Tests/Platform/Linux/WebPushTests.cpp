@@ -1,7 +1,7 @@
 #include "Platform/Linux/WebPush.h"
 
 #include "Platform/Encoding.h"
-#include "Tools/Backend/WebPushSender.h"
+#include "Tools/Backend/WebPushEncryption.h"
 
 #include <gmock/gmock.h>
 
