@@ -41,7 +41,13 @@ urls::url withoutSurplusParents(const urls::url& url)
 std::optional<urls::url> parseURL(std::string_view text)
 {
     const auto parsed = urls::parse_uri_reference(text);
-    return !text.empty() && parsed ? std::optional<urls::url>(*parsed) : std::nullopt;
+    if (text.empty() || !parsed)
+        return std::nullopt;
+    // The library lets a path follow a port without the "/" that begins one.
+    const std::string_view path = parsed->encoded_path();
+    if (parsed->has_authority() && !path.empty() && !path.starts_with('/'))
+        return std::nullopt;
+    return urls::url(*parsed);
 }
 
 std::optional<urls::url> resolveURL(const urls::url& base, std::string_view reference)

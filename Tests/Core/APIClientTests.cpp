@@ -102,6 +102,7 @@ TEST_F(APIClientTest, ComposesTheURLOrSaysWhichTextMadeNone)
         {"https://acme.corp", "/", "Invalid base URL: https://acme.corp"},
         {"https://acme corp", "a", "Invalid base URL: https://acme corp"},
         {"https://[::1", "a", "Invalid base URL: https://[::1"},
+        {"https://acme.corp:80.other", "a", "Invalid base URL: https://acme.corp:80.other"},
         {"  ", "a", "Invalid base URL:   "},
         {"", "a", "Invalid base URL: "},
         {std::nullopt, "a", "Invalid base URL: nil"},
