@@ -1,10 +1,13 @@
 #include "Core/JSON.h"
 
+#include <boost/json/basic_parser_impl.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 namespace Core {
@@ -64,6 +67,62 @@ void append(std::string& out, const json::value& value)
     throw DecodingError(kind, fmt::format("The value of \"{}\" is no {}.", key, expected));
 }
 
+/// Builds the value as the library's own parser does, but for reals: its conversion is off by a unit in the
+/// last place now and then.
+class ExactHandler {
+public:
+    static constexpr std::size_t max_array_size = std::numeric_limits<std::size_t>::max();
+    static constexpr std::size_t max_object_size = max_array_size;
+    static constexpr std::size_t max_string_size = max_array_size;
+    static constexpr std::size_t max_key_size = max_array_size;
+
+    explicit ExactHandler(json::storage_ptr storage) { m_stack.reset(std::move(storage)); }
+
+    json::value takeValue() { return m_stack.release(); }
+
+    // The parser's side; it prescribes names and signatures.
+    bool on_document_begin(json::error_code&) { return true; }
+    bool on_document_end(json::error_code&) { return true; }
+    bool on_array_begin(json::error_code&) { return true; }
+    bool on_array_end(std::size_t count, json::error_code&) { return m_stack.push_array(count), true; }
+    bool on_object_begin(json::error_code&) { return true; }
+    bool on_object_end(std::size_t count, json::error_code&) { return m_stack.push_object(count), true; }
+    bool on_string_part(json::string_view part, std::size_t, json::error_code&) { return collect(part); }
+    bool on_string(json::string_view last, std::size_t, json::error_code&)
+    {
+        return m_stack.push_string(last), true;
+    }
+    bool on_key_part(json::string_view part, std::size_t, json::error_code&) { return collect(part); }
+    bool on_key(json::string_view last, std::size_t, json::error_code&)
+    {
+        return m_stack.push_key(last), true;
+    }
+    bool on_number_part(json::string_view, json::error_code&) { return true; }
+    bool on_int64(std::int64_t value, json::string_view, json::error_code&)
+    {
+        return m_stack.push_int64(value), true;
+    }
+    bool on_uint64(std::uint64_t value, json::string_view, json::error_code&)
+    {
+        return m_stack.push_uint64(value), true;
+    }
+    bool on_double(double value, json::string_view digits, json::error_code&)
+    {
+        // Out of range it stays what the library made of it.
+        std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        return m_stack.push_double(value), true;
+    }
+    bool on_bool(bool value, json::error_code&) { return m_stack.push_bool(value), true; }
+    bool on_null(json::error_code&) { return m_stack.push_null(), true; }
+    bool on_comment_part(json::string_view, json::error_code&) { return true; }
+    bool on_comment(json::string_view, json::error_code&) { return true; }
+
+private:
+    bool collect(json::string_view part) { return m_stack.push_chars(part), true; }
+
+    json::value_stack m_stack;
+};
+
 std::string copied(const json::string& text)
 {
     return {text.data(), text.size()};
@@ -83,11 +142,14 @@ json::value JSONDecoder::decode(const Platform::Data& bytes, json::storage_ptr s
 {
     const json::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     json::error_code error;
-    json::value value = json::parse(text, error, std::move(storage));
+    json::basic_parser<ExactHandler> parser(json::parse_options(), std::move(storage));
+    const std::size_t readBytes = parser.write_some(false, text.data(), text.size(), error);
+    if (!error && readBytes < text.size())
+        error = json::error::extra_data;
     if (error)
         throw DecodingError(DecodingError::Kind::dataCorrupted,
                             fmt::format("The data is not valid JSON: {}.", error.message()));
-    return value;
+    return parser.handler().takeValue();
 }
 
 KeyedDecoder::KeyedDecoder(const json::value& value)
@@ -118,9 +180,10 @@ std::int64_t KeyedDecoder::integer(std::string_view key) const
 double KeyedDecoder::number(std::string_view key) const
 {
     const json::value& value = required(key);
-    if (!value.is_number())
-        throwMismatch(key, "number", value);
-    return value.to_number<double>();
+    const double number = value.is_number() ? value.to_number<double>() : 0;
+    if (!value.is_number() || !std::isfinite(number))
+        throwMismatch(key, "number in range", value);
+    return number;
 }
 
 std::vector<std::string> KeyedDecoder::texts(std::string_view key) const

@@ -32,12 +32,12 @@ TEST(ConfigurationSnapshotTest, EncodesPresentFieldsAlone)
     snapshot.apiKey = "\x1f";
     snapshot.deviceId = "DEV-1";
     snapshot.configVersion = 3;
-    snapshot.lastUpdated = {785'000'000.123456};
+    snapshot.lastUpdated = {986'802'277.2158307};
     EXPECT_EQ(
         textOf(snapshot.encode()),
         "{\"allowedAppBundleIds\":[\"com.a.b\",\"com.a.b\"],\"organizationId\":"
         "\"\\\"\\\\\\n\u00e4\U0001F600\",\"apiKey\":\"\\u001f\","
-        "\"deviceId\":\"DEV-1\",\"schemaVersion\":1,\"configVersion\":3,\"lastUpdated\":785000000.123456}");
+        "\"deviceId\":\"DEV-1\",\"schemaVersion\":1,\"configVersion\":3,\"lastUpdated\":986802277.2158307}");
     EXPECT_EQ(ConfigurationSnapshot::decode(snapshot.encode()), snapshot);
 
     snapshot.lastUpdated = {std::numeric_limits<double>::infinity()};
@@ -64,6 +64,8 @@ TEST(ConfigurationSnapshotTest, DecodesStrictlyAndAsAWhole)
         {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":true,"lastUpdated":60})",
          Kind::typeMismatch},
         {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":"2026"})",
+         Kind::typeMismatch},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":1e400})",
          Kind::typeMismatch},
         {R"({"allowedAppBundleIds":[1],"schemaVersion":1,"configVersion":2,"lastUpdated":60})",
          Kind::typeMismatch},
