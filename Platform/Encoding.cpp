@@ -42,6 +42,11 @@ std::optional<DecodedCharacter> decodeUTF8(std::string_view text)
     return DecodedCharacter{codePoint, length};
 }
 
+DecodedCharacter characterOrByte(std::string_view text)
+{
+    return decodeUTF8(text).value_or(DecodedCharacter{static_cast<unsigned char>(text.front()), 1});
+}
+
 void appendUTF8(std::string& out, char32_t codePoint)
 {
     const auto tail = [codePoint](unsigned shift) {
@@ -56,6 +61,11 @@ void appendUTF8(std::string& out, char32_t codePoint)
     } else {
         out += {static_cast<char>(0xF0U | (codePoint >> 18U)), tail(12), tail(6), tail(0)};
     }
+}
+
+bool isControlCharacter(char32_t codePoint)
+{
+    return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
 }
 
 bool isUTF8(std::string_view bytes)

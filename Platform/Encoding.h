@@ -19,7 +19,14 @@ struct DecodedCharacter {
 /// The first character of `text`, which is not empty; absent where it is not valid UTF-8. Source: RFC 3629.
 std::optional<DecodedCharacter> decodeUTF8(std::string_view text);
 
+/// The same, with a byte that is not valid UTF-8 for a character of its own number.
+DecodedCharacter characterOrByte(std::string_view text);
+
 void appendUTF8(std::string& out, char32_t codePoint);
+
+/// Whether the character is for devices rather than readers (Unicode category Cc): it may end a line or steer
+/// a terminal.
+bool isControlCharacter(char32_t codePoint);
 
 /// Whether the byte goes on with a character that another one began.
 bool isContinuationByte(char byte);

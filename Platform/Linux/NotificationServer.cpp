@@ -52,7 +52,7 @@ std::string plainText(std::string_view text, char lineBreak)
         const char32_t codePoint = character ? character->codePoint : replacementCharacter;
         if (codePoint == '\n' || codePoint == '\t')
             plain += codePoint == '\n' ? lineBreak : ' ';
-        else if (codePoint >= 0x20 && (codePoint < 0x7F || codePoint >= 0xA0))
+        else if (!isControlCharacter(codePoint))
             appendUTF8(plain, isNoncharacter(codePoint) ? replacementCharacter : codePoint);
         text.remove_prefix(character ? character->length : 1);
         while (!character && !text.empty() && isContinuationByte(text.front()))

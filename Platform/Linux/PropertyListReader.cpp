@@ -33,9 +33,8 @@ bool startsWithWideByteOrderMark(std::string_view bytes)
 
 void appendEscaped(std::string& out, char32_t codePoint)
 {
-    const bool isControl = codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
     const bool breaksLine = codePoint == 0x2028 || codePoint == 0x2029;
-    if (isControl || breaksLine)
+    if (isControlCharacter(codePoint) || breaksLine)
         out += fmt::format("\\u{:04X}", static_cast<unsigned>(codePoint));
     else
         appendUTF8(out, codePoint);

@@ -1,6 +1,7 @@
 #include "Platform/Linux/StandardErrorLog.h"
 
 #include "Platform/Clock.h"
+#include "Platform/Encoding.h"
 
 #include <fmt/format.h>
 
@@ -19,16 +20,17 @@ namespace {
 
 void appendOnOneLine(std::string& out, std::string_view text)
 {
-    for (const char character : text) {
-        const auto code = static_cast<unsigned char>(character);
-        if (character == '\n')
+    while (!text.empty()) {
+        const auto [codePoint, length] = characterOrByte(text);
+        if (codePoint == '\n')
             out += "\\n";
-        else if (character == '\r')
+        else if (codePoint == '\r')
             out += "\\r";
-        else if ((code < 0x20 && character != '\t') || code == 0x7f)
-            fmt::format_to(std::back_inserter(out), "\\x{:02x}", code);
+        else if (isControlCharacter(codePoint) && codePoint != '\t')
+            fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<unsigned>(codePoint));
         else
-            out += character;
+            out += text.substr(0, length);
+        text.remove_prefix(length);
     }
 }
 

@@ -139,12 +139,13 @@ json::value jsonValue(const Platform::PropertyList& value)
 std::string printable(std::string_view text)
 {
     std::string out;
-    for (const char character : text) {
-        const auto code = static_cast<unsigned char>(character);
-        if (code < 0x20 || code == 0x7f)
-            fmt::format_to(std::back_inserter(out), "\\x{:02x}", code);
+    while (!text.empty()) {
+        const auto [codePoint, length] = Platform::characterOrByte(text);
+        if (Platform::isControlCharacter(codePoint))
+            fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<unsigned>(codePoint));
         else
-            out += character;
+            out += text.substr(0, length);
+        text.remove_prefix(length);
     }
     return out;
 }

@@ -27,8 +27,9 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
          "2001-01-01T00:00:01.500Z info com.quorvane.mdm general <private>\n"},
         {PrivateData::shown, LogType::default_, LogVisibility::private_, "secret",
          "2001-01-01T00:00:01.500Z warning com.quorvane.mdm general secret\n"},
-        {PrivateData::redacted, LogType::fault, LogVisibility::public_, "two\nlines\t\x1b[31m\r\x7f \u00e4",
-         "2001-01-01T00:00:01.500Z critical com.quorvane.mdm general two\\nlines\t\\x1b[31m\\r\\x7f "
+        {PrivateData::redacted, LogType::fault, LogVisibility::public_,
+         "two\nlines\t\x1b[31m\r\x7f\u009b \u00e4",
+         "2001-01-01T00:00:01.500Z critical com.quorvane.mdm general two\\nlines\t\\x1b[31m\\r\\x7f\\x9b "
          "\u00e4\n"},
         {PrivateData::redacted, LogType::debug, LogVisibility::public_, "",
          "2001-01-01T00:00:01.500Z debug com.quorvane.mdm general \n"},
