@@ -160,7 +160,9 @@ SecureURL parseSecureURL(const std::string& url)
         throw URLError(Code::unsupportedURL, fmt::format("Addresses of the scheme \"{}\" are not supported; "
                                                          "only https is.",
                                                          scheme));
-    if (result.host.empty())
+    // Where an empty host belongs, the library looks for one behind further slashes.
+    const std::string_view hierarchy = std::string_view(url).substr(url.find(':') + 1);
+    if (result.host.empty() || !hierarchy.starts_with("//") || hierarchy.starts_with("///"))
         throw URLError(Code::badURL, "The address of the request names no host.");
     for (const CURLUPart unwanted : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_FRAGMENT})
         curl().curl_url_set(parsed.get(), unwanted, nullptr, 0);

@@ -290,6 +290,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"LineBreakInURL", "SAME/\r\nX-Evil: 1", "GET", {}, Code::badURL, "control"},
         RefusedCase{"NULInURL", std::string("SAME/a\0b", 8), "GET", {}, Code::badURL, "control"},
         RefusedCase{"Relative", "/path", "GET", {}, Code::badURL, "absolute"},
+        RefusedCase{"NoHost", "https:///localhost/", "GET", {}, Code::badURL, "no host"},
         RefusedCase{"Insecure",
                     "http://localhost/",
                     "GET",
