@@ -1,0 +1,200 @@
+// The request to the backend, composed of what device management configured, and the redirects that come
+// back. An input is up to four texts with 0xFF between them, a byte that no configured text holds: the base
+// domain, the device identifier, the API key, and the place to which a server redirects.
+
+#include "Core/APIClientConfigProvider.h"
+#include "Core/Constants.h"
+#include "Core/Logger.h"
+#include "Core/ManagedConfigurationValidation.h"
+#include "Core/URLComposition.h"
+#include "Fuzzers/Fuzzing.h"
+#include "Platform/Linux/CurlRequest.h"
+#include "PushNotifications/RemoteNotificationHandler.h"
+#include "Tests/Fakes/FakeURLSession.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+
+using namespace Platform::Linux;
+using Fuzzers::require;
+using Platform::URLError, Platform::URLRequest;
+namespace Constants = Core::Constants;
+
+namespace {
+
+using Texts = std::array<std::string, 4>;
+
+Texts split(std::string_view input)
+{
+    Texts texts;
+    for (std::string& text : texts) {
+        const std::string_view piece = input.substr(0, input.find('\xFF'));
+        text = piece;
+        input.remove_prefix(std::min(piece.size() + 1, input.size()));
+    }
+    return texts;
+}
+
+/// Configured as it is delivered: after validation.
+class Configuration final : public Core::APIClientConfigProvider {
+public:
+    explicit Configuration(const Texts& texts)
+        : m_config(Core::validateManagedConfiguration(
+              {{std::string(Constants::ManagedConfigKeys::BASE_DOMAIN), texts[0]},
+               {std::string(Constants::ManagedConfigKeys::DEVICE_ID), texts[1]},
+               {std::string(Constants::ManagedConfigKeys::API_KEY), texts[2]}}))
+    {}
+    [[nodiscard]] std::optional<std::string> baseDomain() const override { return m_config.baseDomain; }
+    [[nodiscard]] std::optional<std::string> apiKey() const override { return m_config.apiKey; }
+    [[nodiscard]] std::optional<std::string> deviceId() const override { return m_config.deviceId; }
+
+private:
+    const Core::ValidatedConfig m_config;
+};
+
+/// The request by which a device token is uploaded; absent when there is none.
+std::optional<URLRequest> uploadRequest(const Configuration& configuration)
+{
+    ManualScheduler scheduler;
+    Platform::NotificationCenter center;
+    FakeUserDefaultsDomains domains(center, scheduler.mainQueue);
+    RecordingUnifiedLog log;
+    Core::Logger logger(std::make_unique<Core::OSLogSink>(log), "com.example.acme");
+    FakeURLSession session(scheduler.mainQueue);
+    PushNotifications::RemoteNotificationHandler handler(
+        {logger, domains, configuration, session, scheduler.utilityQueue});
+    handler.uploadTokenToBackend("0a1b2c");
+    scheduler.runUntilIdle();
+    const auto lines = log.takeLines();
+    require(lines.size() == 1 && session.requests.size() <= 1,
+            "an upload ends, and with one line of the log");
+    if (session.requests.empty())
+        return std::nullopt;
+    require(configuration.baseDomain() && configuration.deviceId(),
+            "no request goes out unless it is configured");
+    return session.requests.front();
+}
+
+/// What stands between "https://" and the path, query or fragment.
+std::string_view authorityOf(std::string_view url)
+{
+    url.remove_prefix(std::string_view("https://").size());
+    return url.substr(0, url.find_first_of("/?#"));
+}
+
+std::optional<SecureURL> secureURL(const std::string& url)
+{
+    try {
+        return parseSecureURL(url);
+    } catch (const URLError& error) {
+        require(*error.what() != '\0', "an address that is refused has a reason");
+        return std::nullopt;
+    }
+}
+
+void requireAddress(std::string_view url, std::string_view baseDomain)
+{
+    require(url.find_first_not_of(
+                "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~:/?#[]@!$&'()*+,;"
+                "=%") == std::string_view::npos,
+            "an address is made of the characters of addresses");
+    require(authorityOf(url) == authorityOf(baseDomain), "a request goes to the host that is configured");
+    const auto parsed = Core::parseURL(url);
+    require(parsed && parsed->buffer() == url, "an address is read as it was composed");
+}
+
+void examineAddress(const std::string& url, const std::string& baseDomain)
+{
+    requireAddress(url, baseDomain);
+    const auto secure = secureURL(url);
+    const auto base = secureURL(std::string("https://").append(authorityOf(baseDomain)));
+    require(!secure || (base && secure->endpoint() == base->endpoint()),
+            "both readers of addresses see one host");
+}
+
+void examineQuery(const std::string& url, const std::string& name, const std::string& value)
+{
+    auto composed = Core::parseURL(url).value();
+    Core::setQueryItems(composed, {{name, value}, {value, std::nullopt}});
+    const std::string text(composed.buffer());
+    requireAddress(text, url);
+    Core::setQueryItems(composed, {{name, value}, {value, std::nullopt}});
+    require(composed.buffer() == text, "a query that is set again stays the same");
+    const auto items = composed.encoded_params();
+    require(items.size() == 2 && (*items.begin()).key.decode() == name &&
+                (*items.begin()).value.decode() == value,
+            "a query says what it was made of");
+}
+
+bool carriesCredentials(const URLRequest& request)
+{
+    return request.headerFields.contains(Constants::authorizationHeader) ||
+           request.headerFields.contains(Constants::deviceIdHeader) ||
+           request.headerFields.contains("Cookie");
+}
+
+/// Absent when the request must not go out.
+std::optional<URLRequest> cleaned(URLRequest request)
+{
+    try {
+        cleanRequest(request);
+    } catch (const URLError&) {
+        return std::nullopt;
+    }
+    for (const auto& [name, value] : request.headerFields)
+        require((name + value).find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos,
+                "no line break or NUL gets into a header");
+    return request;
+}
+
+void examineRedirects(const URLRequest& request, const std::string& place)
+{
+    const auto from = secureURL(request.url);
+    const auto to = secureURL(place);
+    if (!to)
+        return;
+    require(to->url.starts_with("https://") && authorityOf(to->url).find('@') == std::string_view::npos &&
+                to->url.find_first_of("# \r\n\t") == std::string::npos && !to->host.empty(),
+            "a redirect leads to an https address without user and fragment");
+    const auto again = secureURL(to->url);
+    require(again && again->url == to->url && again->endpoint() == to->endpoint(),
+            "a secure address is read as it was written");
+    if (!from)
+        return;
+    for (const std::int64_t status : {301, 302, 303, 307, 308}) {
+        URLRequest next = request;
+        redirectRequest(next, status, *from, *to);
+        require(next.url == to->url, "a redirect is followed to its place");
+        require(from->endpoint() == to->endpoint() || !carriesCredentials(next),
+                "no credentials go to another host");
+        require(next.httpBody.has_value() == (next.httpMethod == "POST"), "the body goes with its method");
+    }
+}
+
+} // namespace
+
+void Fuzzers::examine(std::string_view input)
+{
+    const Texts texts = split(input);
+    const Configuration configuration(texts);
+    const auto request = uploadRequest(configuration);
+    if (!request)
+        return;
+    examineAddress(request->url, *configuration.baseDomain());
+    examineQuery(request->url, texts[1], texts[2]);
+    const auto field = [&](std::string_view name) {
+        const auto found = request->headerFields.find(name);
+        return found != request->headerFields.end() ? std::optional(found->second) : std::nullopt;
+    };
+    require(field(Constants::deviceIdHeader) == configuration.deviceId(),
+            "the device is named as configured");
+    require(field(Constants::authorizationHeader).has_value() == configuration.apiKey().has_value(),
+            "the key is sent when there is one");
+    if (const auto clean = cleaned(*request))
+        examineRedirects(*clean, texts[3]);
+}

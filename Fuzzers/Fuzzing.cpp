@@ -1,0 +1,88 @@
+#include "Fuzzers/Fuzzing.h"
+
+#include "Platform/Encoding.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+namespace Fuzzers {
+
+using Platform::PropertyList;
+
+namespace {
+
+double valueOf(const PropertyList& number)
+{
+    if (const auto* integer = number.integer())
+        return static_cast<double>(*integer);
+    if (const auto* large = number.largeInteger())
+        return static_cast<double>(*large);
+    return *number.real();
+}
+
+} // namespace
+
+void require(bool isKept, std::string_view promise)
+{
+    if (isKept)
+        return;
+    std::fprintf(stderr, "\nBroken promise: %.*s.\n", static_cast<int>(promise.size()), promise.data());
+    std::abort();
+}
+
+bool isSame(const PropertyList& left, const PropertyList& right, Numbers numbers)
+{
+    const auto areSame = [numbers](const PropertyList& a, const PropertyList& b) {
+        return isSame(a, b, numbers);
+    };
+    if (const auto* array = left.array())
+        return right.array() != nullptr && std::equal(array->begin(), array->end(), right.array()->begin(),
+                                                      right.array()->end(), areSame);
+    if (const auto* dictionary = left.dictionary())
+        return right.dictionary() != nullptr &&
+               std::equal(dictionary->begin(), dictionary->end(), right.dictionary()->begin(),
+                          right.dictionary()->end(), [&](const auto& a, const auto& b) {
+                              return a.first == b.first && areSame(a.second, b.second);
+                          });
+    const bool areNumbers = left.isNumber() && right.isNumber() && left.boolean() == nullptr;
+    if (numbers == Numbers::byValue && areNumbers && right.boolean() == nullptr)
+        return valueOf(left) == valueOf(right);
+    if (left.real() != nullptr && right.real() != nullptr)
+        return std::bit_cast<std::uint64_t>(*left.real()) == std::bit_cast<std::uint64_t>(*right.real());
+    return left == right;
+}
+
+bool holdsControlCharacter(std::string_view text)
+{
+    while (!text.empty()) {
+        const auto character = Platform::decodeUTF8(text);
+        require(character.has_value(), "a text is valid UTF-8");
+        const char32_t codePoint = character->codePoint;
+        if (codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0))
+            return true;
+        text.remove_prefix(character->length);
+    }
+    return false;
+}
+
+Platform::Data dataOf(std::string_view text)
+{
+    const auto* first = reinterpret_cast<const std::byte*>(text.data());
+    return {first, first + text.size()};
+}
+
+std::string_view textOf(const Platform::Data& data)
+{
+    return {reinterpret_cast<const char*>(data.data()), data.size()};
+}
+
+} // namespace Fuzzers
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
+{
+    Fuzzers::examine({reinterpret_cast<const char*>(bytes), count});
+    return 0;
+}

@@ -1,0 +1,120 @@
+// Policy files: XML and binary property lists, and JSON objects.
+
+#include "Fuzzers/Fuzzing.h"
+#include "Platform/Linux/PropertyListReader.h"
+#include "Tools/qvctl/Output.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+using namespace Platform::Linux;
+using Fuzzers::isSame, Fuzzers::Numbers, Fuzzers::require;
+
+namespace {
+
+/// The number of characters of each line of a text.
+std::vector<std::size_t> lineLengths(std::string_view text)
+{
+    if (text.starts_with("\xEF\xBB\xBF"))
+        text.remove_prefix(3);
+    std::vector<std::size_t> lengths{0};
+    for (const char byte : text) {
+        if (byte == '\n')
+            lengths.push_back(0);
+        else if ((static_cast<unsigned char>(byte) & 0xC0U) != 0x80U)
+            ++lengths.back();
+    }
+    return lengths;
+}
+
+class Document {
+public:
+    explicit Document(std::string_view text) : m_lineLengths(lineLengths(text)) {}
+
+    /// The end of a line is a place, too.
+    void requireWithin(TextPosition position) const
+    {
+        require(position.line >= 1 && position.line <= m_lineLengths.size() && position.column >= 1 &&
+                    position.column <= m_lineLengths[position.line - 1] + 1,
+                "a position lies inside the document");
+    }
+
+private:
+    std::vector<std::size_t> m_lineLengths;
+};
+
+struct Refusal {
+    std::string reason;
+    std::optional<TextPosition> position;
+
+    friend bool operator==(const Refusal&, const Refusal&) = default;
+};
+using Reading = std::variant<Refusal, PropertyListDocument>;
+
+Reading read(std::string_view bytes, WithPlaces withPlaces)
+{
+    try {
+        return readPropertyList(bytes, withPlaces);
+    } catch (const PropertyListError& error) {
+        return Refusal{error.what(), error.position()};
+    }
+}
+
+void examinePlaces(const PropertyListDocument& read, const Document& document)
+{
+    const auto* dictionary = read.root.dictionary();
+    for (const auto& [path, place] : read.places.byPath) {
+        document.requireWithin(place.value);
+        if (!place.key)
+            continue;
+        document.requireWithin(*place.key);
+        require(dictionary != nullptr && dictionary->contains(path), "a place belongs to a key");
+    }
+    if (dictionary == nullptr || read.format == PropertyListFormat::binary)
+        return;
+    for (const auto& entry : *dictionary)
+        require(read.places.byPath.contains(entry.first), "a key has its place");
+}
+
+void examineWriters(const PropertyListDocument& read)
+{
+    const Platform::Data written = writeBinaryPropertyList(read.root);
+    require(isSame(readPropertyList(Fuzzers::textOf(written)).root, read.root, Numbers::exactly),
+            "what is written in binary reads back equal");
+    require(!Fuzzers::holdsControlCharacter(Qvctl::displayText(read.root)),
+            "a value that is shown does not steer the terminal");
+    if (read.format != PropertyListFormat::json)
+        return;
+    const std::string json = Qvctl::prettyJSON(Qvctl::jsonValue(read.root));
+    require(isSame(readPropertyList(json).root, read.root, Numbers::byValue),
+            "what is written as JSON reads back equal");
+}
+
+} // namespace
+
+void Fuzzers::examine(std::string_view input)
+{
+    const Document document(input);
+    const Reading plain = read(input, WithPlaces::no);
+    const Reading placed = read(input, WithPlaces::yes);
+    if (const auto* refusal = std::get_if<Refusal>(&plain)) {
+        require(!refusal->reason.empty() && !holdsControlCharacter(refusal->reason),
+                "a refusal has a reason of one line");
+        if (refusal->position)
+            document.requireWithin(*refusal->position);
+        require(std::holds_alternative<Refusal>(placed) && std::get<Refusal>(placed) == *refusal,
+                "reading twice ends alike");
+        return;
+    }
+    const auto& first = std::get<PropertyListDocument>(plain);
+    const auto* second = std::get_if<PropertyListDocument>(&placed);
+    require(second != nullptr && second->format == first.format &&
+                isSame(first.root, second->root, Numbers::exactly),
+            "reading twice ends alike");
+    require(first.places.byPath.empty(), "places are noted only when asked for");
+    examinePlaces(*second, document);
+    examineWriters(first);
+}

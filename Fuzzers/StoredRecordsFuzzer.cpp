@@ -1,0 +1,68 @@
+// Stored records that anybody could have changed: the snapshot and the history of notifications.
+
+#include "Core/ConfigurationSnapshot.h"
+#include "Core/Constants.h"
+#include "Core/JSON.h"
+#include "Core/Logger.h"
+#include "Fuzzers/Fuzzing.h"
+#include "Platform/NotificationCenter.h"
+#include "PushNotifications/NotificationPayloadProcessor.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <algorithm>
+
+using namespace Core;
+using Fuzzers::require;
+using PushNotifications::NotificationPayloadProcessor;
+using Summaries = std::vector<NotificationPayloadProcessor::Summary>;
+
+namespace {
+
+constexpr std::size_t historyLimit = 100;
+
+void examineSnapshot(const Platform::Data& stored)
+{
+    try {
+        const ConfigurationSnapshot snapshot = ConfigurationSnapshot::decode(stored);
+        static_cast<void>(snapshot.lastUpdated.utcText());
+        require(ConfigurationSnapshot::decode(snapshot.encode()) == snapshot, "a snapshot reads back equal");
+    } catch (const DecodingError& error) {
+        require(*error.what() != '\0', "a snapshot that is refused has a reason");
+    }
+}
+
+void examineHistory(const Platform::Data& stored)
+{
+    ManualScheduler scheduler;
+    Platform::NotificationCenter center;
+    FakeUserDefaultsDomains domains(center, scheduler.mainQueue);
+    RecordingUnifiedLog log;
+    Logger logger(std::make_unique<OSLogSink>(log), "com.example.acme");
+    NotificationPayloadProcessor processor({logger, domains, center, scheduler.mainQueue, scheduler});
+    domains.standard().set(Constants::StorageKeys::processedNotificationPayloads, stored);
+
+    const auto all = static_cast<std::int64_t>(stored.size());
+    const Summaries before = processor.recentPayloadSummaries(all);
+    for (const auto& summary : before)
+        static_cast<void>(summary.date.utcText());
+    require(processor.recentPayloadSummaries(1).size() == std::min<std::size_t>(before.size(), 1),
+            "no more records come than were asked for");
+
+    processor.processRemoteNotification({{"aps", Platform::PropertyList::Dictionary{{"alert", "newest"}}}},
+                                        [](Platform::BackgroundFetchResult) {});
+    const Summaries after = processor.recentPayloadSummaries(all + 1);
+    require(after.size() == std::min(before.size() + 1, historyLimit) && after.front().title == "newest",
+            "the newest notification joins the history, which keeps its limit");
+    require(std::equal(after.begin() + 1, after.end(), before.begin()), "older records stay as they were");
+}
+
+} // namespace
+
+void Fuzzers::examine(std::string_view input)
+{
+    const Platform::Data stored = dataOf(input);
+    examineSnapshot(stored);
+    examineHistory(stored);
+}
