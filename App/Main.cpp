@@ -381,7 +381,8 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
 
 int main(int argc, char** argv)
 {
-    // Who stops reading the log, and a limit on the size of files, are errors of a write and no reason to end.
+    // Who stops reading the log, and a limit on the size of files, are errors of a write and no reason to
+    // end.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     const auto parsed = App::parseCommandLine(argc, argv);
