@@ -13,6 +13,7 @@
 #include <latch>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -36,7 +37,12 @@ public:
 
     [[nodiscard]] std::string url() const { return m_backend.baseURL() + "/token"; }
     [[nodiscard]] std::string certificateAuthority() const { return m_backend.certificateAuthority(); }
-    std::size_t takeRequestCount() { return m_backend.takeRequests().size(); }
+    /// Throws when other than so many requests have arrived since the last time.
+    void verifyArrived(int count)
+    {
+        if (const std::size_t arrived = m_backend.takeRequests().size(); std::cmp_not_equal(arrived, count))
+            throw std::runtime_error(fmt::format("of {} requests, {} arrived", count, arrived));
+    }
 
 private:
     TemporaryFolder m_folder;
@@ -66,10 +72,9 @@ public:
         for (int i = 0; i < taskCount; ++i)
             spawn(m_tasks, upload(requestCount, ended));
         ended.wait();
-        const auto arrived = static_cast<int>(m_backend.takeRequestCount());
-        if (m_failureCount > 0 || arrived != taskCount * requestCount)
-            throw std::runtime_error(fmt::format("of {} requests, {} arrived and {} failed",
-                                                 taskCount * requestCount, arrived, m_failureCount.load()));
+        m_backend.verifyArrived(taskCount * requestCount);
+        if (m_failureCount > 0)
+            throw std::runtime_error(fmt::format("{} requests failed", m_failureCount.load()));
     }
 
 private:
@@ -133,6 +138,7 @@ public:
             if (const CURLcode code = curl_easy_perform(m_handle.get()); code != CURLE_OK)
                 throw std::runtime_error(curl_easy_strerror(code));
         }
+        m_backend.verifyArrived(count);
     }
 
 private:
@@ -153,10 +159,10 @@ public:
     BareCrowd(const BareCrowd&) = delete;
     BareCrowd& operator=(const BareCrowd&) = delete;
 
-    void post(std::size_t count)
+    void post(int count)
     {
         std::vector<BareHandle> handles;
-        for (std::size_t i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i)
             curl_multi_add_handle(m_multi, handles.emplace_back(m_backend).get());
         constexpr int longestWaitMilliseconds = 1000;
         for (int running = 1; running > 0;) {
@@ -165,8 +171,7 @@ public:
         }
         for (const BareHandle& handle : handles)
             curl_multi_remove_handle(m_multi, handle.get());
-        if (const std::size_t arrived = m_backend.takeRequestCount(); arrived != count)
-            throw std::runtime_error(fmt::format("of {} requests, {} arrived", count, arrived));
+        m_backend.verifyArrived(count);
     }
 
 private:
