@@ -95,21 +95,27 @@ std::string base64Text(std::span<const std::byte> bytes, Base64Form form)
 {
     const std::string_view alphabet = base64Alphabet(form);
     std::string text((bytes.size() + 2) / 3 * 4, '=');
-    auto digit = text.begin();
-    const auto take = [&](std::size_t byteCount) {
-        std::uint32_t group = 0;
-        for (std::size_t i = 0; i < 3; ++i)
-            group = group << 8U | (i < byteCount ? std::to_integer<std::uint32_t>(bytes[i]) : 0U);
-        for (std::size_t i = 0; i <= byteCount; ++i)
-            *digit++ = alphabet[group >> (18 - 6 * i) & 0x3fU];
-        bytes = bytes.subspan(byteCount);
+    char* digit = text.data();
+    const auto byte = [&](std::size_t index) { return std::to_integer<std::uint32_t>(bytes[index]); };
+    const auto append = [&](std::uint32_t group, unsigned shift) {
+        *digit++ = alphabet[group >> shift & 0x3fU];
     };
-    while (bytes.size() >= 3)
-        take(3);
-    if (!bytes.empty())
-        take(bytes.size());
+    for (; bytes.size() >= 3; bytes = bytes.subspan(3)) {
+        const std::uint32_t group = byte(0) << 16U | byte(1) << 8U | byte(2);
+        append(group, 18);
+        append(group, 12);
+        append(group, 6);
+        append(group, 0);
+    }
+    if (!bytes.empty()) {
+        const std::uint32_t group = byte(0) << 16U | (bytes.size() > 1 ? byte(1) << 8U : 0U);
+        append(group, 18);
+        append(group, 12);
+        if (bytes.size() > 1)
+            append(group, 6);
+    }
     if (form == Base64Form::url)
-        text.erase(digit, text.end());
+        text.resize(static_cast<std::size_t>(digit - text.data()));
     return text;
 }
 
