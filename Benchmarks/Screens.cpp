@@ -3,13 +3,13 @@
 #include "Platform/Linux/SQLiteUserDefaults.h"
 #include "Platform/Linux/SystemClock.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tools/Tour/ProcessFigures.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -73,25 +73,9 @@ struct BareWindow {
 
 /// A process that has presented its first frame.
 struct Shown {
-    std::filesystem::path kernelFolder;
+    pid_t process;
     double firstFrameNanoseconds;
 };
-
-/// The sum of the numbers in lines "name: number" whose name ends like this.
-double sumIn(const std::filesystem::path& file, std::string_view name)
-{
-    std::ifstream stream(file);
-    double sum = 0;
-    bool isFound = false;
-    for (std::string line; std::getline(stream, line);) {
-        const auto colon = line.find(':');
-        if (!std::string_view(line).substr(0, colon).ends_with(name))
-            continue;
-        sum += std::stod(line.substr(colon + 1));
-        isFound = true;
-    }
-    return isFound ? sum : throw std::runtime_error(file.string() + " tells nothing");
-}
 
 double firstFrame(const Shown& shown)
 {
@@ -100,23 +84,16 @@ double firstFrame(const Shown& shown)
 
 double idleMemory(const Shown& shown)
 {
-    constexpr double kibibyte = 1024;
     std::this_thread::sleep_for(2s);
-    return sumIn(shown.kernelFolder / "smaps_rollup", "Rss") * kibibyte;
+    return static_cast<double>(residentBytes(shown.process));
 }
 
 double idleSwitches(const Shown& shown)
 {
-    const auto switches = [&] {
-        double sum = 0;
-        for (const auto& thread : std::filesystem::directory_iterator(shown.kernelFolder / "task"))
-            sum += sumIn(thread.path() / "status", "voluntary_ctxt_switches");
-        return sum;
-    };
     std::this_thread::sleep_for(2s);
-    const double before = switches();
+    const auto before = sleepCount(shown.process);
     std::this_thread::sleep_for(5s);
-    return switches() - before;
+    return static_cast<double>(sleepCount(shown.process) - before);
 }
 
 template <typename Program>
@@ -130,8 +107,7 @@ Figure::Measurement measured(double (*amountOf)(const Shown&))
                 const auto process = program.start();
                 await(*process, "Frame rendered");
                 const duration<double, std::nano> firstFrame = steady_clock::now() - begin;
-                Figure::setAmount(
-                    state, amountOf({fmt::format("/proc/{}", process->processId()), firstFrame.count()}));
+                Figure::setAmount(state, amountOf({process->processId(), firstFrame.count()}));
                 end(*process);
             }
         } catch (const std::exception& error) {
