@@ -353,14 +353,10 @@ void SQLiteUserDefaults::openAsIs() const
     auto connection = isUnchanging ? std::make_unique<Connection>(immutableURI(m_file.string()),
                                                                   SQLite::OPEN_READONLY | SQLite::OPEN_URI)
                                    : std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
-    try {
-        connection->prepare(m_file.string());
-    } catch (const SQLite::Exception&) {
-        // A writer killed at its very first step leaves a database without a table.
-        if (!connection->database.tableExists("defaults"))
-            return;
-        throw;
-    }
+    // A writer at its very first step, or killed there, leaves a database without a table.
+    if (!connection->database.tableExists("defaults"))
+        return;
+    connection->prepare(m_file.string());
     m_connection = std::move(connection);
 }
 
