@@ -2,6 +2,7 @@
 
 #include "Core/APIError.h"
 #include "Core/Logger.h"
+#include "Tests/Fakes/Bytes.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -31,12 +32,6 @@ struct Payload {
     double number = 1;
     [[nodiscard]] boost::json::value toJSON() const { return boost::json::object{{"number", number}}; }
 };
-
-Data bytesOf(std::string_view text)
-{
-    const auto* first = reinterpret_cast<const std::byte*>(text.data());
-    return {first, first + text.size()};
-}
 
 class APIClientTest : public testing::Test {
 protected:

@@ -1,6 +1,7 @@
 #include "Core/ConfigurationSnapshot.h"
 
 #include "Core/JSON.h"
+#include "Tests/Fakes/Bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -9,12 +10,6 @@
 using namespace Core;
 
 namespace {
-
-Platform::Data bytesOf(std::string_view text)
-{
-    const auto* first = reinterpret_cast<const std::byte*>(text.data());
-    return {first, first + text.size()};
-}
 
 std::string textOf(const Platform::Data& data)
 {

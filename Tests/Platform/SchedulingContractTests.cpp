@@ -17,14 +17,14 @@ namespace {
 
 /// One way to run a queue and timers; `settle` lets everything scheduled, timers within a second included,
 /// happen.
-struct Harness {
+struct SchedulingHarness {
     const char* name;
     std::function<void(
         const std::function<void(DispatchQueue&, TimerScheduler*, const std::function<void()>& settle)>&)>
         run;
 };
 
-const Harness harnesses[] = {
+const SchedulingHarness harnesses[] = {
     {"Manual",
      [](const auto& body) {
          ManualScheduler scheduler;
@@ -50,7 +50,7 @@ const Harness harnesses[] = {
      }},
 };
 
-class SchedulingContractTest : public testing::TestWithParam<Harness> {};
+class SchedulingContractTest : public testing::TestWithParam<SchedulingHarness> {};
 
 TEST_P(SchedulingContractTest, QueueRunsItemsInOrderAndNeverInsideTheSchedulingCall)
 {

@@ -19,9 +19,9 @@ using namespace std::chrono_literals;
 namespace {
 
 /// One implementation of the defaults, alive.
-class Harness {
+class DefaultsHarness {
 public:
-    virtual ~Harness() = default;
+    virtual ~DefaultsHarness() = default;
     virtual UserDefaultsDomains& domains() = 0;
     virtual NotificationCenter& center() = 0;
     /// Lets pending change notifications arrive; returns once `isDone` or after a while.
@@ -29,7 +29,7 @@ public:
     virtual void makeSuitesUnavailable() = 0;
 };
 
-class FakeHarness final : public Harness {
+class FakeHarness final : public DefaultsHarness {
 public:
     UserDefaultsDomains& domains() override { return m_domains; }
     NotificationCenter& center() override { return m_center; }
@@ -42,7 +42,7 @@ private:
     FakeUserDefaultsDomains m_domains{m_center, m_scheduler.mainQueue};
 };
 
-class SQLiteHarness final : public Harness {
+class SQLiteHarness final : public DefaultsHarness {
 public:
     SQLiteHarness() { m_domains.announceChanges(m_watcher, m_center, m_loop); }
     UserDefaultsDomains& domains() override { return m_domains; }
@@ -80,12 +80,12 @@ private:
 
 struct Implementation {
     const char* name;
-    std::unique_ptr<Harness> (*make)();
+    std::unique_ptr<DefaultsHarness> (*make)();
 };
 
 class UserDefaultsContractTest : public testing::TestWithParam<Implementation> {
 protected:
-    std::unique_ptr<Harness> harness = GetParam().make();
+    std::unique_ptr<DefaultsHarness> harness = GetParam().make();
     UserDefaultsDomains& domains = harness->domains();
 };
 
@@ -194,11 +194,11 @@ TEST_P(UserDefaultsContractTest, ManagedConfigurationIsReadOnly)
 
 INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,
                          testing::Values(Implementation{"Fake",
-                                                        []() -> std::unique_ptr<Harness> {
+                                                        []() -> std::unique_ptr<DefaultsHarness> {
                                                             return std::make_unique<FakeHarness>();
                                                         }},
                                          Implementation{"SQLite",
-                                                        []() -> std::unique_ptr<Harness> {
+                                                        []() -> std::unique_ptr<DefaultsHarness> {
                                                             return std::make_unique<SQLiteHarness>();
                                                         }}),
                          [](const auto& row) { return std::string(row.param.name); });

@@ -18,7 +18,7 @@ struct Case {
 };
 
 /// On a window of 60 by 60 points, white, with two pixels to the point.
-static const Case cases[] = {
+static const Case drawings[] = {
     {"Panel { x: 5; width: 41; height: 31; radius: 99; color: 'blue'; borderWidth: 1.5; borderColor: 'red' }",
      {{{10, 1}, "white"}, {{9, 30}, "white"}, {{10, 30}, "red"}, {{12, 30}, "red"}, {{13, 30}, "blue"}}},
     {"Panel { width: 60; height: 9; color: 'red'; endColor: 'lime'; gradientDirection: Panel.Horizontal }",
@@ -36,7 +36,7 @@ static const Case cases[] = {
 TEST(DesignTests, AreDrawnToThePixel)
 {
     const auto vector = [](QColor color) { return QVector3D(color.redF(), color.greenF(), color.blueF()); };
-    for (const auto& [qml, pixels, warning] : cases) {
+    for (const auto& [qml, pixels, warning] : drawings) {
         QQuickView view;
         view.resize(60, 60);
         view.engine()->addImportPath("qrc:/qt/qml");

@@ -1,5 +1,7 @@
 #include "Platform/Linux/CurlURLSession.h"
 
+#include "Tests/Fakes/Bytes.h"
+#include "Tests/Fakes/CaseName.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tools/Backend/TestBackend.h"
 
@@ -33,12 +35,6 @@ using Code = URLError::Code;
 using Ending = TestBackend::Ending;
 using Outcome = URLSession::Outcome;
 using Reply = TestBackend::Reply;
-
-Data bytes(std::string_view text)
-{
-    const auto* first = reinterpret_cast<const std::byte*>(text.data());
-    return {first, first + text.size()};
-}
 
 /// A backend, and a session that trusts it.
 struct Line {
@@ -90,12 +86,6 @@ std::int64_t number(Code code)
     return static_cast<std::int64_t>(code);
 }
 
-template <typename Case>
-std::string caseName(const testing::TestParamInfo<Case>& info)
-{
-    return info.param.name;
-}
-
 struct CertificateCase {
     const char* name;
     TestBackend::Certificate certificate;
@@ -143,7 +133,7 @@ TEST_P(CurlReplyTest, BecomesTheOutcome)
     const auto outcome = line.start({.url = line.backend.baseURL() + "/path", .timeoutInterval = 1s}).get();
     EXPECT_EQ(result(outcome), GetParam().result) << description(outcome);
     if (const auto* response = std::get_if<URLResponse>(&outcome))
-        EXPECT_EQ(response->body, bytes(GetParam().body));
+        EXPECT_EQ(response->body, bytesOf(GetParam().body));
     else
         EXPECT_THAT(description(outcome), HasSubstr("localhost:" + std::to_string(line.backend.port())));
 }
@@ -212,7 +202,7 @@ TEST_P(CurlRedirectTest, IsFollowedAsItsStatusAsks)
                                         {"X-Device-ID", "secret"},
                                         {"X-Other", "kept"}}};
     if (request.httpMethod != "GET" && request.httpMethod != "HEAD")
-        request.httpBody = bytes("body");
+        request.httpBody = bytesOf("body");
     const Outcome outcome = line.start(request).get();
 
     ASSERT_EQ(result(outcome), GetParam().result) << description(outcome);
@@ -220,7 +210,7 @@ TEST_P(CurlRedirectTest, IsFollowedAsItsStatusAsks)
     const auto* response = std::get_if<URLResponse>(&outcome);
     if (response == nullptr)
         return;
-    EXPECT_EQ(response->body, bytes(request.httpMethod == "HEAD" ? "" : "{}"));
+    EXPECT_EQ(response->body, bytesOf(request.httpMethod == "HEAD" ? "" : "{}"));
     const auto last = line.backend.takeRequests().back();
     EXPECT_EQ(last.target, "/to");
     EXPECT_EQ(last.method, GetParam().expectedMethod);
@@ -329,7 +319,7 @@ TEST_P(CurlMethodTest, ArrivesAsItWasAsked)
                        .httpMethod = GetParam().method,
                        .headerFields = {{"X-Given", " as it is"}, {"Host", "evil"}, {"Content-Length", "1"}}};
     if (GetParam().body)
-        request.httpBody = bytes(*GetParam().body);
+        request.httpBody = bytesOf(*GetParam().body);
     const Outcome outcome = line.start(request).get();
     ASSERT_EQ(result(outcome), 200) << description(outcome);
     const HeaderFields& answered = std::get<URLResponse>(outcome).http->headerFields;

@@ -1,5 +1,7 @@
 #include "Platform/Linux/PropertyListReader.h"
 
+#include "Tests/Fakes/Bytes.h"
+#include "Tests/Fakes/CaseName.h"
 #include "Tests/Platform/Linux/PropertyListDocuments.h"
 
 #include <gtest/gtest.h>
@@ -16,21 +18,9 @@ namespace {
 using Array = PropertyList::Array;
 using Dictionary = PropertyList::Dictionary;
 
-Data bytes(std::string_view text)
-{
-    const auto* first = reinterpret_cast<const std::byte*>(text.data());
-    return {first, first + text.size()};
-}
-
 std::string asText(const Data& data)
 {
     return {reinterpret_cast<const char*>(data.data()), data.size()};
-}
-
-template <typename Case>
-std::string caseName(const testing::TestParamInfo<Case>& info)
-{
-    return info.param.name;
 }
 
 constexpr auto least = std::numeric_limits<std::int64_t>::min();
@@ -67,7 +57,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "<key>l</key><array><integer> 3 </integer><real>3.5</real>"
                 "<date>2001-01-02T00:00:01Z</date><data>\n AQ\n ID </data></array></dict>"),
             Dictionary{
-                {"t", "x"}, {"y", true}, {"n", false}, {"l", Array{3, 3.5, Date{86401}, bytes("\1\2\3")}}}},
+                {"t", "x"}, {"y", true}, {"n", false}, {"l", Array{3, 3.5, Date{86401}, bytesOf("\1\2\3")}}}},
         GoodCase{"WhiteSpaceText", xmlFormat, xml("<string>  </string>"), "  "},
         GoodCase{"CDATAAndComments", xmlFormat,
                  xml("<!-- c --><string>a<![CDATA[<&amp;]]> <![CDATA[]]><!-- c -->b</string>"), "a<&amp; b"},
@@ -88,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(
             Array{Dictionary{}, Array{}, "", Data{}, Dictionary{{"", true}}}},
         GoodCase{"DatesAndPadding", xmlFormat,
                  xml("<array><date>2024-02-29T23:59:59Z</date><data>AQ==</data><data>AQI=</data></array>"),
-                 Array{Date{730943999}, bytes("\1"), bytes("\1\2")}},
+                 Array{Date{730943999}, bytesOf("\1"), bytesOf("\1\2")}},
         GoodCase{"ByteOrderMarkAndSubset", xmlFormat,
                  "\xEF\xBB\xBF<?xml version='1.0' encoding='us-ascii'?><?pi?>"
                  "<!DOCTYPE plist [<!ELEMENT plist ANY>]><plist><true/></plist><!-- end -->",
@@ -131,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
         GoodCase{"Scalars", binaryFormat,
                  binary({"\xA6\0\1\0\2\0\3\0\4\0\5\0\6"s, "\x22\x3F\0\0\0"s, "\x23\xC0\x04\0\0\0\0\0\0"s,
                          "\x33\x3F\xF8\0\0\0\0\0\0"s, "\x42\0\1"s, "\0"s, "\x08"}),
-                 Array{0.5, -2.5, Date{1.5}, bytes("\0\1"s), {}, false}},
+                 Array{0.5, -2.5, Date{1.5}, bytesOf("\0\1"s), {}, false}},
         GoodCase{"SharedKeysAndUTF16", binaryFormat,
                  binary({"\xA2\0\1\0\1"s, "\xD1\0\2\0\3"s, "\x51k", "\x64\0a\0\xE9\xD8\x3D\xDE\0"s}),
                  Array{Dictionary{{"k", "aé😀"}}, Dictionary{{"k", "aé😀"}}}},
@@ -343,7 +333,7 @@ PropertyList sample()
                       {"integers", Array{0, 255, 256, 65536, 4294967296, -1, least, greatest}},
                       {"reals", Array{0.1, -infinity}},
                       {"texts", Array{"", "é😀", "\0"s, std::string(15, 'z'), std::string(70'000, 'y')}},
-                      {"rest", Array{true, false, {}, Date{-0.5}, bytes("\0\xFF"s), Array{}, Dictionary{}}},
+                      {"rest", Array{true, false, {}, Date{-0.5}, bytesOf("\0\xFF"s), Array{}, Dictionary{}}},
                       {"ключ", "key"}};
 }
 
@@ -389,7 +379,7 @@ TEST(PropertyListReaderTest, MutantsAreReadOrRefused)
             "<date>2001-01-02T00:00:01Z</date><data>AQID</data><true/></array><key>b</key><dict/></dict>"),
         "{\"a\\u00e9\": [-12, 1.5e2, \"é\\n\", true, null], \"b\": {\"c\": {}, \"d\": 18446744073709551615}}",
         asText(writeBinaryPropertyList(
-            Dictionary{{"a", Array{-12, 1.5, "é", Date{1}, bytes("\1\2"), true, {}, greatest}},
+            Dictionary{{"a", Array{-12, 1.5, "é", Date{1}, bytesOf("\1\2"), true, {}, greatest}},
                        {"b", Dictionary{{"c", 1}}}}))};
     std::mt19937 random(20'261'121);
     for (const std::string& document : documents) {

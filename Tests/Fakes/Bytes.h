@@ -1,0 +1,12 @@
+#pragma once
+
+#include "Platform/PropertyList.h"
+
+#include <string_view>
+
+/// The bytes of `text`.
+inline Platform::Data bytesOf(std::string_view text)
+{
+    const auto* first = reinterpret_cast<const std::byte*>(text.data());
+    return {first, first + text.size()};
+}
