@@ -1,8 +1,9 @@
 #include "Tools/Backend/Certificates.h"
 
+#include "Tools/Backend/OpenSSLRequirement.h"
+
 #include <openssl/bio.h>
 #include <openssl/ec.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
@@ -16,19 +17,6 @@
 namespace {
 
 constexpr int serialByteCount = 16;
-
-[[noreturn]] void fail(const std::string& what)
-{
-    std::array<char, 256> reason{};
-    ERR_error_string_n(ERR_get_error(), reason.data(), reason.size());
-    throw std::runtime_error(what + ": " + reason.data());
-}
-
-void require(bool isDone, const char* what)
-{
-    if (!isDone)
-        fail(what);
-}
 
 /// A random one: clients that keep certificates take two of one issuer and serial number for the same.
 void setSerialNumber(X509* certificate)

@@ -1,12 +1,12 @@
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include "Platform/Encoding.h"
+#include "Tools/Backend/OpenSSLRequirement.h"
 
 #include <boost/json.hpp>
 #include <fmt/format.h>
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
@@ -28,16 +28,6 @@ constexpr std::size_t largestMessage = 4096;
 
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)>;
-
-void require(bool isDone, const char* what)
-{
-    if (isDone)
-        return;
-    std::array<char, 256> reason{};
-    ERR_error_string_n(ERR_get_error(), reason.data(), reason.size());
-    ERR_clear_error();
-    throw std::runtime_error(fmt::format("{}: {}", what, reason.data()));
-}
 
 void requireSize(std::string_view bytes, std::size_t size, const char* what)
 {
