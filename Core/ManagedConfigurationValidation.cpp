@@ -11,7 +11,7 @@ namespace Core {
 namespace {
 
 using Platform::PropertyList;
-using Kind = ValidationFinding::Kind;
+using FindingKind = ValidationFinding::Kind;
 
 /// Collects the findings of one key, if anyone wants them.
 class Findings {
@@ -19,7 +19,7 @@ public:
     Findings(std::vector<ValidationFinding>* sink, std::string_view key) : m_sink(sink), m_key(key) {}
 
     [[nodiscard]] bool areWanted() const { return m_sink != nullptr; }
-    void add(Kind kind, std::optional<std::size_t> index = std::nullopt)
+    void add(FindingKind kind, std::optional<std::size_t> index = std::nullopt)
     {
         if (m_sink != nullptr)
             m_sink->push_back({kind, m_key, index});
@@ -37,14 +37,14 @@ bool isBundleIdCharacter(char character)
 }
 
 /// Why the trimmed entry is no bundle identifier.
-std::optional<Kind> bundleIdFlaw(std::string_view entry)
+std::optional<FindingKind> bundleIdFlaw(std::string_view entry)
 {
     if (entry.empty())
-        return Kind::entryEmpty;
+        return FindingKind::entryEmpty;
     if (!std::all_of(entry.begin(), entry.end(), isBundleIdCharacter))
-        return Kind::entryHasForbiddenCharacter;
+        return FindingKind::entryHasForbiddenCharacter;
     if (entry.find('.') == std::string_view::npos)
-        return Kind::entryHasNoDot;
+        return FindingKind::entryHasNoDot;
     return std::nullopt;
 }
 
@@ -60,7 +60,7 @@ std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pi
             continue;
         }
         if (findings.areWanted() && !seen.insert(entry).second)
-            findings.add(Kind::entryRepeated, index);
+            findings.add(FindingKind::entryRepeated, index);
         kept.emplace_back(entry);
     }
     return kept;
@@ -85,7 +85,7 @@ std::vector<std::string> parseBundleIdList(const PropertyList* value, Findings f
         return filterBundleIds(splitAtCommas(*text), findings);
     const auto* array = value->array();
     if (array == nullptr) {
-        findings.add(Kind::wrongType);
+        findings.add(FindingKind::wrongType);
         return {};
     }
     std::vector<std::string_view> pieces;
@@ -94,7 +94,7 @@ std::vector<std::string> parseBundleIdList(const PropertyList* value, Findings f
         if (const auto* text = (*array)[index].text())
             pieces.emplace_back(*text);
         else
-            findings.add(Kind::elementNotText, index);
+            findings.add(FindingKind::elementNotText, index);
     }
     // One element of another type makes the whole array another type.
     return pieces.size() == array->size() ? filterBundleIds(pieces, findings) : std::vector<std::string>();
@@ -107,18 +107,18 @@ std::optional<std::string> readScalarString(const PropertyList* value, Findings 
     if (const auto* text = value->text()) {
         const std::string_view kept = trimmed(*text);
         if (kept.empty()) {
-            findings.add(Kind::blank);
+            findings.add(FindingKind::blank);
             return std::nullopt;
         }
         if (kept.size() != text->size())
-            findings.add(Kind::whiteSpaceTrimmed);
+            findings.add(FindingKind::whiteSpaceTrimmed);
         return std::string(kept);
     }
     if (value->isNumber()) {
-        findings.add(Kind::numberTakenAsText);
+        findings.add(FindingKind::numberTakenAsText);
         return value->numberText();
     }
-    findings.add(Kind::wrongType);
+    findings.add(FindingKind::wrongType);
     return std::nullopt;
 }
 
@@ -133,9 +133,9 @@ std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>&
     const bool isPlain = hasPrefixIgnoringCase(text, http);
     const std::string_view rest = text.substr(isSecure ? https.size() : isPlain ? http.size() : 0);
     if (!isSecure)
-        findings.add(isPlain ? Kind::schemeUpgraded : Kind::schemeAdded);
+        findings.add(isPlain ? FindingKind::schemeUpgraded : FindingKind::schemeAdded);
     if (const auto slash = rest.find('/'); slash != std::string_view::npos && slash + 1 < rest.size())
-        findings.add(Kind::carriesPath);
+        findings.add(FindingKind::carriesPath);
     return isSecure ? std::string(text) : std::string(https).append(rest);
 }
 

@@ -10,25 +10,25 @@ namespace Core {
 namespace {
 
 namespace Keys = Constants::ManagedConfigKeys;
-using Kind = ManagedKey::Kind;
+using KeyKind = ManagedKey::Kind;
 
 constexpr std::array table{
-    ManagedKey{Keys::allowedAppBundleIds, Kind::bundleIds, false, "Apps allowed to use single sign-on",
+    ManagedKey{Keys::allowedAppBundleIds, KeyKind::bundleIds, false, "Apps allowed to use single sign-on",
                "Bundle identifiers of the apps that may use single sign-on. Without one, no app may.",
                "com.example.mail,com.example.files"},
-    ManagedKey{Keys::organizationId, Kind::text, false, "Organization ID",
+    ManagedKey{Keys::organizationId, KeyKind::text, false, "Organization ID",
                "Names the organization to the single-sign-on extension.", "example-corp"},
-    ManagedKey{Keys::schemaVersion, Kind::revision, false, "Revision",
+    ManagedKey{Keys::schemaVersion, KeyKind::revision, false, "Revision",
                "A change of it alone has the configuration applied again; nothing else reads it.", "1"},
-    ManagedKey{Keys::BASE_DOMAIN, Kind::address, false, "Backend address",
+    ManagedKey{Keys::BASE_DOMAIN, KeyKind::address, false, "Backend address",
                "Address of the organization's backend. https:// is put in front where no scheme is written, "
                "and in place of http://. Without it, the backend cannot be reached.",
                "https://mdm.example.com"},
-    ManagedKey{Keys::API_KEY, Kind::text, true, "API key (secret)",
+    ManagedKey{Keys::API_KEY, KeyKind::text, true, "API key (secret)",
                "Secret with which the app identifies itself to the backend. Without it, requests carry no "
                "credential.",
                "replace-with-the-api-key"},
-    ManagedKey{Keys::DEVICE_ID, Kind::text, false, "Device ID",
+    ManagedKey{Keys::DEVICE_ID, KeyKind::text, false, "Device ID",
                "Names this device to the backend. Without it, the device token for pushes is not uploaded.",
                "DEVICE-0001"},
 };
@@ -50,12 +50,12 @@ const ManagedKey* findManagedKey(std::string_view name)
 std::string_view acceptedForms(ManagedKey::Kind kind)
 {
     switch (kind) {
-    case Kind::text:
-    case Kind::address:
+    case KeyKind::text:
+    case KeyKind::address:
         return "a text or a number";
-    case Kind::bundleIds:
+    case KeyKind::bundleIds:
         return "a text of comma-separated bundle identifiers, or an array of texts";
-    case Kind::revision:
+    case KeyKind::revision:
         break;
     }
     return "anything";

@@ -268,7 +268,7 @@ PropertyList BinaryReader::dictionary(const Object& object)
             fail("a key is not a text");
         const auto [entry, isNew] = entries.try_emplace(text(key));
         if (!isNew)
-            fail(fmt::format("the key {} stands twice", quoted(entry->first)));
+            fail(fmt::format("the key {} stands twice", inQuotes(entry->first)));
         entry->second = value(reference(references, object.count + position));
     }
     return entries;

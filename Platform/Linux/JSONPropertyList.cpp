@@ -102,7 +102,7 @@ bool JSONHandler::real(const std::string& digits)
 {
     const auto value = parseDecimal(digits);
     if (!value)
-        m_document.fail(fmt::format("the number {} is out of range", quoted(digits)), m_token);
+        m_document.fail(fmt::format("the number {} is out of range", inQuotes(digits)), m_token);
     return add(*value);
 }
 
@@ -189,7 +189,7 @@ std::string reasonOf(json::error_code failure, std::string_view text, std::size_
     const auto character = decodeUTF8(text.substr(offset));
     const std::size_t characterBytes = character ? character->length : 1;
     return fmt::format("{} is out of place",
-                       quoted(word.empty() ? text.substr(offset, characterBytes) : word));
+                       inQuotes(word.empty() ? text.substr(offset, characterBytes) : word));
 }
 
 } // namespace

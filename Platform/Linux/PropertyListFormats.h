@@ -19,7 +19,7 @@ inline constexpr std::string_view textBlanks = " \t\r\n";
 
 /// `text` in quotation marks, fit for one line of a log: control characters escaped, the rest cut off when
 /// long.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 /// A decimal number with optional fraction and exponent; absent when `digits` is anything else or lies
 /// outside the range of `double`.

@@ -89,7 +89,7 @@ PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPla
                               : readJSONPropertyList(text, withPlaces);
 }
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     constexpr std::size_t shownCharacterCount = 60;
     std::string out = "\"";
@@ -177,7 +177,7 @@ PropertyList& TextDictionary::insert(std::string key, std::size_t offset, TextDo
                                              &std::pair<const std::string*, std::size_t>::first);
         const std::size_t firstLine = document.positionOf(first->second).line;
         document.fail(
-            fmt::format("the key {} stands twice (first on line {})", quoted(entry->first), firstLine),
+            fmt::format("the key {} stands twice (first on line {})", inQuotes(entry->first), firstLine),
             offset);
     }
     m_keyOffsets.emplace_back(&entry->first, offset);

@@ -17,8 +17,8 @@ using Bytes = std::vector<std::uint8_t>;
 using Dictionary = std::map<std::string, sdbus::Variant>;
 using Method = UnifiedPushConnector::Method;
 
-constexpr const char* interface1 = "org.unifiedpush.Connector1";
-constexpr const char* interface2 = "org.unifiedpush.Connector2";
+constexpr const char* connectorInterface1 = "org.unifiedpush.Connector1";
+constexpr const char* connectorInterface2 = "org.unifiedpush.Connector2";
 
 enum class Version { one, two };
 
@@ -140,10 +140,11 @@ UnifiedPushConnector::UnifiedPushConnector(SessionBus& bus, std::function<void(C
         };
         sdbus::Flags noReply;
         noReply.set(sdbus::Flags::METHOD_NO_REPLY);
-        m_object->registerMethod(interface1, entry.name, entry.arguments1, "", receiver(Version::one),
-                                 noReply);
+        m_object->registerMethod(connectorInterface1, entry.name, entry.arguments1, "",
+                                 receiver(Version::one), noReply);
         if (std::string_view(entry.name) != "Unregister")
-            m_object->registerMethod(interface2, entry.name, "a{sv}", "a{sv}", receiver(Version::two));
+            m_object->registerMethod(connectorInterface2, entry.name, "a{sv}", "a{sv}",
+                                     receiver(Version::two));
     }
     m_object->finishRegistration();
 }

@@ -23,16 +23,16 @@ using Names = std::vector<std::string>;
 using Dictionary = std::map<std::string, sdbus::Variant>;
 
 constexpr const char* busName = "org.freedesktop.DBus";
-constexpr const char* interface1 = "org.unifiedpush.Distributor1";
-constexpr const char* interface2 = "org.unifiedpush.Distributor2";
+constexpr const char* distributorInterface1 = "org.unifiedpush.Distributor1";
+constexpr const char* distributorInterface2 = "org.unifiedpush.Distributor2";
 /// In bytes: what an error repeats of a text that came from elsewhere.
-constexpr std::size_t quotedSize = 120;
+constexpr std::size_t excerptSize = 120;
 
 /// `text` in quotation marks on one line, cut if need be.
-std::string quoted(std::string text)
+std::string excerpt(std::string text)
 {
-    if (text.size() > quotedSize) {
-        std::size_t end = quotedSize;
+    if (text.size() > excerptSize) {
+        std::size_t end = excerptSize;
         while (end > 0 && isContinuationByte(text[end]))
             --end;
         text.resize(end);
@@ -63,7 +63,7 @@ struct Peer {
             std::any_of(silent.begin(), silent.end(), [&](const char* end) { return kind.ends_with(end); });
         const std::string what =
             isSilent ? "does not answer"
-                     : "cannot be asked: " + quoted(error.getMessage().empty() ? kind : error.getMessage());
+                     : "cannot be asked: " + excerpt(error.getMessage().empty() ? kind : error.getMessage());
         return pushRegistrationError(Code::distributorFault, fmt::format("{} {}. {}", subject, what, mend));
     }
 
@@ -163,7 +163,7 @@ judge(const std::string& subject, const std::string& result, const std::string& 
         Code::refused,
         fmt::format("{} {}: {}. Look into the distributor's settings and log.", subject,
                     isRefused ? "refuses this application" : "has not registered this application",
-                    reason.empty() ? "it gives no reason" : "it gives the reason " + quoted(reason)));
+                    reason.empty() ? "it gives no reason" : "it gives the reason " + excerpt(reason)));
 }
 
 } // namespace
@@ -202,9 +202,9 @@ void UnifiedPushDistributors::identify(const std::string& name, Completion<Ident
                            distributor.subject](sdbus::MethodReply& reply) -> std::variant<Identity, Error> {
         std::string introspection;
         reply >> introspection;
-        if (isListed(introspection, interface2))
+        if (isListed(introspection, distributorInterface2))
             return Identity{reply.getSender(), Protocol::version2};
-        if (isListed(introspection, interface1))
+        if (isListed(introspection, distributorInterface1))
             return Identity{reply.getSender(), Protocol::version1};
         return pushRegistrationError(
             Code::distributorFault,
@@ -225,7 +225,7 @@ void UnifiedPushDistributors::registerAt(const std::string& name, Protocol proto
             reply >> result >> reason;
             return judge(subject, result, reason);
         };
-        ask<Registered>(distributor, interface1, "Register", read, std::move(completion),
+        ask<Registered>(distributor, distributorInterface1, "Register", read, std::move(completion),
                         registration.serviceName, registration.token, registration.description);
         return;
     }
@@ -239,7 +239,7 @@ void UnifiedPushDistributors::registerAt(const std::string& name, Protocol proto
     const Dictionary arguments{{"service", registration.serviceName},
                                {"token", registration.token},
                                {"description", registration.description}};
-    ask<Registered>(distributor, interface2, "Register", read, std::move(completion), arguments);
+    ask<Registered>(distributor, distributorInterface2, "Register", read, std::move(completion), arguments);
 }
 
 sdbus::IProxy& UnifiedPushDistributors::proxy(const std::string& name)

@@ -155,7 +155,7 @@ pugi::xml_node XMLReader::rootElement()
             checkDoctype(doctype = node);
         } else if (node.type() == pugi::node_element) {
             if (root)
-                fail(fmt::format("a second root element, <{}>, follows", quoted(node.name())), node);
+                fail(fmt::format("a second root element, <{}>, follows", inQuotes(node.name())), node);
             root = node;
         } else {
             nextElement(node);
@@ -165,7 +165,7 @@ pugi::xml_node XMLReader::rootElement()
     if (!root)
         m_document.fail("has no root element", m_document.text().size());
     if (std::string_view(root.name()) != "plist")
-        fail(fmt::format("the root element is {}, not \"plist\"", quoted(root.name())), root);
+        fail(fmt::format("the root element is {}, not \"plist\"", inQuotes(root.name())), root);
     return root;
 }
 
@@ -174,7 +174,7 @@ void XMLReader::checkDeclaration(pugi::xml_node declaration)
     const pugi::xml_attribute encoding = declaration.attribute("encoding");
     if (encoding && !equalsIgnoringCase(encoding.value(), "utf-8") &&
         !equalsIgnoringCase(encoding.value(), "us-ascii"))
-        fail(fmt::format("declares the encoding {}; save it as UTF-8", quoted(encoding.value())),
+        fail(fmt::format("declares the encoding {}; save it as UTF-8", inQuotes(encoding.value())),
              declaration);
 }
 
@@ -193,7 +193,7 @@ pugi::xml_node XMLReader::nextElement(pugi::xml_node node)
         const std::string_view text = node.value();
         const std::size_t stray = node.type() == pugi::node_cdata ? 0 : text.find_first_not_of(textBlanks);
         if (stray != std::string_view::npos)
-            m_document.fail(fmt::format("the text {} is out of place", quoted(trimmed(text))),
+            m_document.fail(fmt::format("the text {} is out of place", inQuotes(trimmed(text))),
                             offsetOf(node) + stray);
     }
     return node;
@@ -222,7 +222,7 @@ PropertyList XMLReader::value(pugi::xml_node element, Nesting nesting)
         return scalar(element, parseData, "Base64");
     if (name == "key")
         fail("a <key> stands where a value belongs", element);
-    fail(fmt::format("the element {} is unknown", quoted(name)), element);
+    fail(fmt::format("the element {} is unknown", inQuotes(name)), element);
 }
 
 PropertyList XMLReader::dictionary(pugi::xml_node element, Nesting nesting)
@@ -231,12 +231,12 @@ PropertyList XMLReader::dictionary(pugi::xml_node element, Nesting nesting)
     pugi::xml_node key = nextElement(element.first_child());
     while (key) {
         if (std::string_view(key.name()) != "key")
-            fail(fmt::format("the value {} stands without a key", quoted(key.name())), key);
+            fail(fmt::format("the value {} stands without a key", inQuotes(key.name())), key);
         const std::string name = content(key);
         PropertyList& slot = entries.insert(name, offsetOf(key), m_document);
         const pugi::xml_node member = nextElement(key.next_sibling());
         if (!member || std::string_view(member.name()) == "key")
-            fail(fmt::format("the key {} has no value", quoted(name)), key);
+            fail(fmt::format("the key {} has no value", inQuotes(name)), key);
         const bool atTop = nesting.depth == 1;
         if (atTop)
             m_document.notePlace(name, offsetOf(key), offsetOf(member));
@@ -272,7 +272,7 @@ PropertyList XMLReader::scalar(pugi::xml_node element, ScalarParser parser, std:
     const std::string text = content(element);
     std::optional<PropertyList> parsed = parser(trimmed(text));
     if (!parsed)
-        fail(fmt::format("{} is not {}", quoted(trimmed(text)), description), element);
+        fail(fmt::format("{} is not {}", inQuotes(trimmed(text)), description), element);
     return *std::move(parsed);
 }
 
@@ -283,7 +283,7 @@ std::string XMLReader::content(pugi::xml_node element)
     for (const pugi::xml_node node : element.children()) {
         if (!isText(node))
             fail(fmt::format("<{}> holds the element {}, where only text may stand", element.name(),
-                             quoted(node.name())),
+                             inQuotes(node.name())),
                  node);
         appendDecoded(out, node);
     }
@@ -319,7 +319,7 @@ char32_t XMLReader::decodeReference(std::string_view name, std::size_t offset)
     if (!name.starts_with('#')) {
         const auto entity = std::ranges::find(entities, name, &std::pair<std::string_view, char32_t>::first);
         if (entity == entities.end())
-            m_document.fail(fmt::format("the entity {} is unknown", quoted(name)), offset);
+            m_document.fail(fmt::format("the entity {} is unknown", inQuotes(name)), offset);
         return entity->second;
     }
     const bool hexadecimal = name.starts_with("#x");
@@ -328,7 +328,7 @@ char32_t XMLReader::decodeReference(std::string_view name, std::size_t offset)
     std::uint32_t codePoint = 0;
     const auto [parsedTo, failure] = std::from_chars(digits.data(), end, codePoint, hexadecimal ? 16 : 10);
     if (failure != std::errc{} || parsedTo != end || !isXMLCharacter(codePoint))
-        m_document.fail(fmt::format("{} refers to no character that XML allows", quoted(name)), offset);
+        m_document.fail(fmt::format("{} refers to no character that XML allows", inQuotes(name)), offset);
     return codePoint;
 }
 

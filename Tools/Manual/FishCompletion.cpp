@@ -29,7 +29,7 @@ end
 
 )";
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     std::string out = "'";
     for (const char character : text) {
@@ -46,7 +46,7 @@ std::string completesWith(const ValueDescription& value)
         return " -F";
     return value.choices.empty()
                ? ""
-               : fmt::format(" -a {}", quoted(fmt::format("{}", fmt::join(value.choices, " "))));
+               : fmt::format(" -a {}", inQuotes(fmt::format("{}", fmt::join(value.choices, " "))));
 }
 
 std::string optionLine(const std::string& start, const OptionDescription& option)
@@ -56,7 +56,7 @@ std::string optionLine(const std::string& start, const OptionDescription& option
         line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
     if (!option.value.placeholder.empty())
         line += (option.value.isFile() ? " -r" : " -x") + completesWith(option.value);
-    return fmt::format("{} -d {}\n", line, quoted(option.text));
+    return fmt::format("{} -d {}\n", line, inQuotes(option.text));
 }
 
 } // namespace
@@ -68,13 +68,13 @@ std::string fishCompletion(const CommandDescription& program)
     std::vector<std::string> paths;
     std::string lines;
     for (const CommandDescription* command : flattened(program)) {
-        paths.push_back(quoted(command->path));
+        paths.push_back(inQuotes(command->path));
         const std::string always = "complete -c " + program.path;
         const std::string here = fmt::format("{} -n \"__{}_at {}\"", always, function, command->path);
         for (const OptionDescription& option : command->options)
             lines += optionLine(command == &program ? always : here, option);
         for (const CommandDescription& verb : command->verbs)
-            lines += fmt::format("{} -a {} -d {}\n", here, verb.name(), quoted(verb.text));
+            lines += fmt::format("{} -a {} -d {}\n", here, verb.name(), inQuotes(verb.text));
         for (const ArgumentDescription& argument : command->arguments)
             lines += fmt::format("{}{}\n", here, completesWith(argument.value));
     }

@@ -21,7 +21,7 @@ namespace Qvctl {
 namespace {
 
 using Platform::Linux::FileDescriptor;
-using Kind = CertificateProblem::Kind;
+using ProblemKind = CertificateProblem::Kind;
 
 /// A certificate with less than this left is worth a warning.
 constexpr std::chrono::days renewalTime{14};
@@ -209,7 +209,7 @@ void BackendWay::shakeHands()
     }
 }
 
-const CertificateProblem* find(const ServerIdentity& identity, Kind kind)
+const CertificateProblem* find(const ServerIdentity& identity, ProblemKind kind)
 {
     const auto found = std::find_if(identity.problems.begin(), identity.problems.end(),
                                     [=](const CertificateProblem& problem) { return problem.kind == kind; });
@@ -225,7 +225,7 @@ void BackendWay::checkChain(const ServerIdentity& identity)
 {
     if (m_findings.isPrevented("backend.certificate", {"backend.trust"}))
         return;
-    if (const CertificateProblem* problem = find(identity, Kind::chain))
+    if (const CertificateProblem* problem = find(identity, ProblemKind::chain))
         m_findings.failed("backend.certificate",
                           fmt::format("{} {}.", certificateText(identity), verificationText(problem->code)),
                           "Have the server send its whole chain from an authority that devices trust, or add "
@@ -238,7 +238,7 @@ void BackendWay::checkName(const ServerIdentity& identity)
 {
     const std::string names =
         identity.names.empty() ? identity.subject : fmt::format("{}", fmt::join(identity.names, ", "));
-    if (find(identity, Kind::name) != nullptr)
+    if (find(identity, ProblemKind::name) != nullptr)
         m_findings.failed(
             "backend.name",
             fmt::format("{} is for {}, not for {}.", certificateText(identity), names, m_server.host),
@@ -255,7 +255,7 @@ bool isBefore(Platform::Date left, Platform::Date right)
 void BackendWay::checkDates(const ServerIdentity& identity)
 {
     const Platform::Date now = Platform::Linux::SystemClock().now();
-    const CertificateProblem* problem = find(identity, Kind::date);
+    const CertificateProblem* problem = find(identity, ProblemKind::date);
     const double daysLeft = (identity.chainEnd.secondsSinceReferenceDate - now.secondsSinceReferenceDate) /
                             std::chrono::seconds(std::chrono::days(1)).count();
     constexpr const char* mend = "Renew it on the backend, or put the clock of this device right.";

@@ -16,7 +16,7 @@ namespace {
 
 using Core::ValidationFinding;
 using Platform::PropertyList;
-using Kind = ValidationFinding::Kind;
+using FindingKind = ValidationFinding::Kind;
 using Core::ManagedKey;
 
 /// The words for one kind of finding; "{value}" stands for the value concerned, "{forms}" and "{example}" for
@@ -28,37 +28,37 @@ struct Wording {
     const char* mend;
 };
 
-Wording wordingOf(Kind kind)
+Wording wordingOf(FindingKind kind)
 {
     switch (kind) {
-    case Kind::wrongType:
+    case FindingKind::wrongType:
         return {Severity::error, "holds {value}", "it counts as missing", "write {forms}"};
-    case Kind::blank:
+    case FindingKind::blank:
         return {Severity::error, "is blank", "it counts as missing", "write the value, or leave the key out"};
-    case Kind::elementNotText:
+    case FindingKind::elementNotText:
         return {Severity::error, "is {value}, not a text",
                 "the whole list is dropped: no app may use single sign-on", "write every element as a text"};
-    case Kind::entryEmpty:
+    case FindingKind::entryEmpty:
         return {Severity::warning, "is an empty entry", "it is dropped",
                 "remove the surplus comma or element"};
-    case Kind::entryHasForbiddenCharacter:
+    case FindingKind::entryHasForbiddenCharacter:
         return {Severity::error, "{value} has a character other than a-z, A-Z, 0-9, \".\" and \"-\"",
                 "it is dropped", "write the app's bundle identifier, such as {example}"};
-    case Kind::entryHasNoDot:
+    case FindingKind::entryHasNoDot:
         return {Severity::error, "{value} has no \".\"", "it is dropped",
                 "write the app's whole bundle identifier, such as {example}"};
-    case Kind::whiteSpaceTrimmed:
+    case FindingKind::whiteSpaceTrimmed:
         return {Severity::note, "has white space at an end", "the white space is taken away", ""};
-    case Kind::numberTakenAsText:
+    case FindingKind::numberTakenAsText:
         return {Severity::note, "is a number", "its decimal text is used", ""};
-    case Kind::schemeAdded:
+    case FindingKind::schemeAdded:
         return {Severity::note, "names no scheme", "https:// is put in front", ""};
-    case Kind::schemeUpgraded:
+    case FindingKind::schemeUpgraded:
         return {Severity::warning, "asks for plain http", "https is used instead", "write https://"};
-    case Kind::entryRepeated:
+    case FindingKind::entryRepeated:
         return {Severity::warning, "{value} stands in the list before", "it is kept twice",
                 "remove one of them"};
-    case Kind::carriesPath:
+    case FindingKind::carriesPath:
         return {Severity::warning, "carries a path", "the path is put before that of every request",
                 "leave the path out unless the backend really lives below it"};
     }

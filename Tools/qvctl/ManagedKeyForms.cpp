@@ -14,7 +14,7 @@ namespace {
 
 namespace json = boost::json;
 using Core::ManagedKey;
-using Kind = ManagedKey::Kind;
+using KeyKind = ManagedKey::Kind;
 
 /// Raised with each change of the keys: a console takes a form for newer by it.
 constexpr int formVersion = 1;
@@ -51,12 +51,12 @@ std::vector<std::string_view> bundleIdsOf(std::string_view list)
 json::value exampleValue(const ManagedKey& key)
 {
     switch (key.kind) {
-    case Kind::bundleIds:
+    case KeyKind::bundleIds:
         return json::value_from(bundleIdsOf(key.example));
-    case Kind::revision:
+    case KeyKind::revision:
         return json::parse(key.example);
-    case Kind::text:
-    case Kind::address:
+    case KeyKind::text:
+    case KeyKind::address:
         break;
     }
     return json::string(key.example);
@@ -81,30 +81,30 @@ json::object definitions()
 }
 
 /// The name among the definitions; null where anything will do.
-const char* definitionOf(Kind kind)
+const char* definitionOf(KeyKind kind)
 {
     switch (kind) {
-    case Kind::text:
-    case Kind::address:
+    case KeyKind::text:
+    case KeyKind::address:
         return "textOrNumber";
-    case Kind::bundleIds:
+    case KeyKind::bundleIds:
         return "bundleIds";
-    case Kind::revision:
+    case KeyKind::revision:
         break;
     }
     return nullptr;
 }
 
 /// The element that declares a value of the kind in a form.
-const char* formType(Kind kind)
+const char* formType(KeyKind kind)
 {
     switch (kind) {
-    case Kind::bundleIds:
+    case KeyKind::bundleIds:
         return "stringArray";
-    case Kind::revision:
+    case KeyKind::revision:
         return "integer";
-    case Kind::text:
-    case Kind::address:
+    case KeyKind::text:
+    case KeyKind::address:
         break;
     }
     return "string";
@@ -161,7 +161,7 @@ std::string appConfigForm()
 
         auto field = presentation.append_child("field");
         field.append_attribute("keyName") = name.c_str();
-        field.append_attribute("type") = key.kind == Kind::bundleIds ? "list" : "input";
+        field.append_attribute("type") = key.kind == KeyKind::bundleIds ? "list" : "input";
         appendText(field, "label", key.label);
         appendText(field, "description", key.description);
     }

@@ -15,7 +15,7 @@ namespace Qvctl {
 namespace {
 
 using Platform::Date;
-using Kind = CertificateProblem::Kind;
+using ProblemKind = CertificateProblem::Kind;
 
 struct ConnectionDeleter {
     void operator()(SSL* connection) const { tls().SSL_free(connection); }
@@ -84,17 +84,17 @@ std::vector<std::string> namesIn(const X509* certificate)
     return names;
 }
 
-Kind kindOf(int code)
+ProblemKind kindOf(int code)
 {
     switch (code) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
     case X509_V_ERR_CERT_NOT_YET_VALID:
-        return Kind::date;
+        return ProblemKind::date;
     case X509_V_ERR_HOSTNAME_MISMATCH:
     case X509_V_ERR_IP_ADDRESS_MISMATCH:
-        return Kind::name;
+        return ProblemKind::name;
     default:
-        return Kind::chain;
+        return ProblemKind::chain;
     }
 }
 
