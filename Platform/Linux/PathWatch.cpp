@@ -11,10 +11,18 @@ namespace Platform::Linux {
 
 namespace {
 
-constexpr std::uint32_t folderItself = IN_ONLYDIR | IN_DELETE_SELF | IN_MOVE_SELF | IN_ATTRIB;
+constexpr std::uint32_t folderMoved = IN_ONLYDIR | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t folderItself = folderMoved | IN_ATTRIB;
 constexpr std::uint32_t entryReplaced = IN_ONLYDIR | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 /// A file being written is told of when its writer closes it, never half-written.
 constexpr std::uint32_t entryChanged = entryReplaced | IN_CLOSE_WRITE | IN_ATTRIB;
+
+/// A folder of everybody's, such as /tmp, stays one. To hear of its rights is to be woken by each file that
+/// anybody touches there, and to have the kernel go through all of them first.
+std::uint32_t eventsOfFolder(const PathStep& folder)
+{
+    return (folder.status.st_mode & S_ISVTX) != 0 ? folderMoved : folderItself;
+}
 
 } // namespace
 
@@ -67,7 +75,7 @@ void PathWatch::rearm(int handler)
         m_watchedNames.clear();
         for (const PathStep& step : steps) {
             if (step.kind == PathStep::Kind::folder) {
-                targets.push_back({step.path, folderItself});
+                targets.push_back({step.path, eventsOfFolder(step)});
                 continue;
             }
             targets.push_back(
