@@ -49,8 +49,8 @@ QRect storedFrame(const UserDefaults& store)
 } // namespace
 
 WindowContent::WindowContent(const QString& module, const QString& type)
-    : m_fonts(std::async(std::launch::async, [] { std::ignore = QFontDatabase::families(); })),
-      m_document(QStringLiteral("qrc:/qt/qml/%1/%2.qml").arg(QString(module).replace(u'.', u'/'), type))
+    : m_document(QStringLiteral("qrc:/qt/qml/%1/%2.qml").arg(QString(module).replace(u'.', u'/'), type)),
+      m_fonts(std::async(std::launch::async, [] { std::ignore = QFontDatabase::families(); }))
 {
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     // The thread that reads needs this one for each module. It gets that here, or it would stand still for as

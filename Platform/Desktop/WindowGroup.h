@@ -30,11 +30,12 @@ public:
     [[nodiscard]] QQmlEngine& engine() { return m_engine; }
 
 private:
-    /// The first text waits for the list, which takes about as long as the documents.
-    std::future<void> m_fonts;
-    QUrl m_document;
+    const QUrl m_document;
+    /// Waits for its own thread to begin, which the list of fonts is not to hold up.
     QQmlEngine m_engine;
     QQmlComponent m_component{&m_engine};
+    /// The first text waits for the list, which takes about as long as the documents.
+    std::future<void> m_fonts;
 };
 
 /// The window of the application, with its content filling it. Its place and size are remembered from one
