@@ -4,8 +4,6 @@
 
 #include <QColor>
 
-class QBrush;
-
 namespace App::Design {
 
 /// A rounded rectangle with a colour or a gradient of two, and a border that lies inside and is as wide as it
@@ -32,8 +30,8 @@ protected:
     [[nodiscard]] Patches makePatches() const override;
 
 private:
-    void paint(QPainter& painter, const QRectF& area, qreal radius) const;
-    [[nodiscard]] QBrush brush(const QRectF& area) const;
+    /// Lengths are in pixels.
+    [[nodiscard]] QImage picture(const QSize& size, qreal radius, qreal borderWidth) const;
     [[nodiscard]] bool hasGradient(GradientDirection direction) const
     {
         return m_endColor.isValid() && m_gradientDirection == direction;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QImage>
+#include <QRectF>
 
 class QColor;
 
@@ -10,11 +11,24 @@ namespace App::Design {
 ///
 /// Threads: any.
 
+/// The toolkit's own drawing is not used for these pictures: it hands out anything of more than some dozen
+/// rows to a pool of threads, and to wait for those costs many times what a picture does.
+
+/// A rectangle with round corners, all in pixels; `radius` is at most half of the shorter side. Nothing when
+/// `area` is empty.
+QImage roundedRectangle(const QSize& size, const QRectF& area, qreal radius);
+
+/// What `mask` covers and `hole`, of the same size, does not.
+QImage without(const QImage& mask, const QImage& hole);
+
 /// The mask under a Gaussian of that standard deviation, in pixels; what it spreads beyond the image is lost.
 /// Three box filters stand in for the bell curve: they cost the same however wide it is.
 QImage blurred(const QImage& mask, qreal sigma);
 
 /// A single colour, as opaque as the mask and the colour's own alpha make it.
 QImage tinted(const QImage& mask, const QColor& color);
+
+/// From one colour at the left or upper edge to the other at the opposite one.
+QImage tinted(const QImage& mask, const QColor& start, const QColor& end, Qt::Orientation direction);
 
 } // namespace App::Design
