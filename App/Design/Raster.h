@@ -7,12 +7,11 @@ class QColor;
 
 namespace App::Design {
 
-/// Masks are images of the format `QImage::Format_Alpha8`: how much of each pixel is covered.
+/// Masks are images of the format `QImage::Format_Alpha8`: how much of each pixel is covered. They are
+/// counted out here because the toolkit's painter hands a shape of some dozen rows to a pool of threads and
+/// waits for them.
 ///
 /// Threads: any.
-
-/// The toolkit's own drawing is not used for these pictures: it hands out anything of more than some dozen
-/// rows to a pool of threads, and to wait for those costs many times what a picture does.
 
 /// A rectangle with round corners, all in pixels; `radius` is at most half of the shorter side. Nothing when
 /// `area` is empty.
