@@ -328,7 +328,7 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
         {.state = shellState, .mainQueue = runLoop, .prompt = &shell, .presenters = std::move(presenters)});
     const auto pushService = makePushService(options.push, busAccess, shellStore, paths, runLoop, adapterLog);
     Desktop::DesktopApplication application(
-        {*pushService, userNotificationCenter, defaults.standard(), clock, [&] { shell.openSettings(); }});
+        {*pushService, userNotificationCenter, clock, [&] { shell.openSettings(); }});
     const auto appearance = makeAppearanceSource(busAccess, runLoop);
 
     const Services services{

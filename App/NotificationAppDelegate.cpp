@@ -32,13 +32,12 @@ void NotificationAppDelegate::didFailToRegisterForRemoteNotifications(const Plat
     RemoteNotificationHandler::shared().didFailToRegister(error);
 }
 
-void NotificationAppDelegate::didReceiveRemoteNotification(
-    const Platform::PropertyList::Dictionary& userInfo,
-    std::function<void(Platform::BackgroundFetchResult)> fetchCompletionHandler)
+void NotificationAppDelegate::didReceiveRemoteNotification(const Platform::PropertyList::Dictionary& userInfo,
+                                                           FetchCompletion fetchCompletionHandler)
 {
     NotificationPayloadProcessor::shared().processRemoteNotification(
-        userInfo, [fetchCompletionHandler = std::move(fetchCompletionHandler)](auto result) {
-            fetchCompletionHandler(result);
+        userInfo, [fetchCompletionHandler = std::move(fetchCompletionHandler)](auto result, bool isStored) {
+            fetchCompletionHandler(result, isStored);
         });
 }
 

@@ -22,9 +22,8 @@ public:
     bool didFinishLaunching() override;
     void didRegisterForRemoteNotifications(const Platform::Data& deviceToken) override;
     void didFailToRegisterForRemoteNotifications(const Platform::Error& error) override;
-    void didReceiveRemoteNotification(
-        const Platform::PropertyList::Dictionary& userInfo,
-        std::function<void(Platform::BackgroundFetchResult)> fetchCompletionHandler) override;
+    void didReceiveRemoteNotification(const Platform::PropertyList::Dictionary& userInfo,
+                                      FetchCompletion fetchCompletionHandler) override;
 
 private:
     const std::shared_ptr<PushNotifications::NotificationDelegateAdapter> m_delegateAdapter;

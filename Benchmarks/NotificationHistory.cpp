@@ -55,7 +55,7 @@ public:
     void add()
     {
         m_scheduler.advance(std::chrono::seconds(1));
-        m_processor.processRemoteNotification(m_payload, [](Platform::BackgroundFetchResult) {});
+        m_processor.processRemoteNotification(m_payload, [](Platform::BackgroundFetchResult, bool) {});
         m_scheduler.runUntilIdle();
     }
     [[nodiscard]] std::vector<PushNotifications::NotificationPayloadProcessor::Summary> read() const

@@ -41,8 +41,10 @@ public:
                                      ++m_announcementCount;
                                  });
         int completionCount = 0;
-        m_processor.processRemoteNotification(payload,
-                                              [&](Platform::BackgroundFetchResult) { ++completionCount; });
+        m_processor.processRemoteNotification(payload, [&](Platform::BackgroundFetchResult, bool isStored) {
+            require(isStored, "a record is stored");
+            ++completionCount;
+        });
         const PropertyList& alert = Platform::member(Platform::member(payload, "aps"), "alert");
         const bool isShort = alert.text() != nullptr;
         const NotificationPayloadProcessor::Summary expected{

@@ -51,7 +51,7 @@ void examineHistory(const Platform::Data& stored)
             "no more records come than were asked for");
 
     processor.processRemoteNotification({{"aps", Platform::PropertyList::Dictionary{{"alert", "newest"}}}},
-                                        [](Platform::BackgroundFetchResult) {});
+                                        [](Platform::BackgroundFetchResult, bool) {});
     const Summaries after = processor.recentPayloadSummaries(all + 1);
     require(after.size() == std::min(before.size() + 1, historyLimit) && after.front().title == "newest",
             "the newest notification joins the history, which keeps its limit");

@@ -15,6 +15,10 @@ enum class BackgroundFetchResult { newData = 0, noData = 1, failed = 2 };
 /// What the runtime tells the application. Threads: main.
 class ApplicationDelegate {
 public:
+    /// `isStored`: whether the record of the notification is committed; only then may the runtime acknowledge
+    /// the notification to its sender.
+    using FetchCompletion = std::function<void(BackgroundFetchResult result, bool isStored)>;
+
     virtual ~ApplicationDelegate() = default;
 
     /// Once, after the application's entry point and before any other call.
@@ -24,9 +28,8 @@ public:
     virtual void didFailToRegisterForRemoteNotifications(const Error& error) = 0;
     /// A notification that asks for the application rather than the user. `fetchCompletionHandler` is to be
     /// called exactly once, on any thread.
-    virtual void
-    didReceiveRemoteNotification(const PropertyList::Dictionary& userInfo,
-                                 std::function<void(BackgroundFetchResult)> fetchCompletionHandler) = 0;
+    virtual void didReceiveRemoteNotification(const PropertyList::Dictionary& userInfo,
+                                              FetchCompletion fetchCompletionHandler) = 0;
 };
 
 /// The running application, as its runtime offers it.

@@ -2,19 +2,18 @@
 
 #include "Platform/Error.h"
 #include "Platform/PropertyList.h"
+#include "Platform/PushRefusal.h"
 
 #include <functional>
 #include <optional>
-#include <string>
 
 namespace Platform {
 
 /// Told of what a push service has for this device. Threads: main.
 class PushServiceListener {
 public:
-    /// Absent when the payload is dealt with, and committed where it is kept; else why it was refused, a
-    /// sentence without a full stop.
-    using Completion = std::function<void(std::optional<std::string> refusal)>;
+    /// Absent when everything the payload brought is committed or shown.
+    using Completion = std::function<void(std::optional<PushRefusal> refusal)>;
 
     virtual ~PushServiceListener() = default;
 

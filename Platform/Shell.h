@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/PushRefusal.h"
 #include "Platform/UserNotificationCenter.h"
 
 #include <functional>
@@ -13,13 +14,13 @@ namespace Platform {
 /// Where notifications enter the centre. Threads: main.
 class UserNotificationDelivery {
 public:
-    using Completion = std::function<void(std::optional<std::string> refusal)>;
+    using Completion = std::function<void(std::optional<PushRefusal> refusal)>;
 
     virtual ~UserNotificationDelivery() = default;
 
     /// Hands `notification` to the delegate while the application is in front, and shows it. `completion` is
-    /// called exactly once, on the main thread: absent when that is done, else why it was not, a sentence
-    /// without a full stop.
+    /// called exactly once, on the main thread; without a refusal once the delegate has stored the
+    /// notification or the user sees it.
     virtual void deliver(const UserNotification& notification, bool isApplicationActive,
                          Completion completion) = 0;
 };

@@ -5,10 +5,10 @@
 
 namespace Platform {
 
-void UserDefaults::set(std::string_view key, PropertyList value)
+bool UserDefaults::set(std::string_view key, PropertyList value)
 {
     const Entry entry{key, std::move(value)};
-    write({&entry, 1});
+    return write({&entry, 1});
 }
 
 std::optional<Data> UserDefaults::data(std::string_view key) const

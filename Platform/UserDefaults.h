@@ -13,10 +13,10 @@ namespace Platform {
 /// Persistent values by key: one domain of a key-value store that other processes may read and write as well.
 ///
 /// Threads: any, concurrently.
-/// Errors: none reach the caller. A value that cannot be read counts as missing; a write that cannot be made
-/// leaves the store as it was; the adapter writes one error line to the log for each.
-/// Implementers owe: a write is durable and visible to other processes when it returns; several values
-/// written at once are seen all or none.
+/// Errors: a value that cannot be read counts as missing. A write that fails returns false and leaves the
+/// store as it was. The adapter logs one error line for each, so a caller that can do nothing about it may
+/// ignore the result. Implementations guarantee: a write that returns true is durable and visible to other
+/// processes; several values written at once are seen all or none.
 class UserDefaults {
 public:
     /// Posted on the main queue, with the domain as sender, after values of `UserDefaultsDomains::standard()`
@@ -25,7 +25,7 @@ public:
     static constexpr std::string_view didChangeNotification = "NSUserDefaultsDidChangeNotification";
 
     /// The key of the standard domain under which device management publishes the managed app configuration,
-    /// a dictionary. Read-only: writing or removing it has no effect.
+    /// a dictionary. Read-only: writing or removing it has no effect and returns false.
     static constexpr std::string_view managedConfigurationKey = "com.apple.configuration.managed";
 
     struct Entry {
@@ -36,16 +36,15 @@ public:
     virtual ~UserDefaults() = default;
 
     [[nodiscard]] virtual std::optional<PropertyList> object(std::string_view key) const = 0;
-    /// Writes the entries in their order, as one commit.
-    virtual void write(std::span<const Entry> entries) = 0;
-    virtual void removeObject(std::string_view key) = 0;
+    /// Writes the entries in their order, as one commit. Returns whether all of them are stored.
+    virtual bool write(std::span<const Entry> entries) = 0;
+    /// Returns whether nothing is stored under the key any more.
+    virtual bool removeObject(std::string_view key) = 0;
     /// Returns once everything written so far is durable.
     virtual void synchronize() = 0;
-    /// How many writes and removals could not be made so far. Whoever has promised to keep something compares
-    /// before and after.
-    [[nodiscard]] virtual std::uint64_t failureCount() const = 0;
 
-    void set(std::string_view key, PropertyList value);
+    /// Returns whether the value is stored.
+    bool set(std::string_view key, PropertyList value);
 
     /// Absent when the key is missing or holds another type.
     [[nodiscard]] std::optional<Data> data(std::string_view key) const;

@@ -58,12 +58,14 @@ struct UserNotificationResponse {
 /// Told of notifications while the application runs. Threads: main.
 class UserNotificationCenterDelegate {
 public:
+    /// `options` are `PresentationOptions`; `isStored`: whether the record of the notification is committed.
+    using PresentationCompletion = std::function<void(unsigned options, bool isStored)>;
+
     virtual ~UserNotificationCenterDelegate() = default;
 
-    /// A notification arrives while the application is in front; `completion` takes the
-    /// `PresentationOptions`.
+    /// A notification arrives while the application is in front.
     virtual void willPresent(const UserNotification& notification,
-                             const std::function<void(unsigned)>& completion) = 0;
+                             const PresentationCompletion& completion) = 0;
     virtual void didReceive(const UserNotificationResponse& response,
                             const std::function<void()>& completion) = 0;
 };

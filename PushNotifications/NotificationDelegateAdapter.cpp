@@ -7,10 +7,10 @@ namespace PushNotifications {
 namespace Options = Platform::PresentationOptions;
 
 void NotificationDelegateAdapter::willPresent(const Platform::UserNotification& notification,
-                                              const std::function<void(unsigned)>& completion)
+                                              const PresentationCompletion& completion)
 {
-    m_processor.process(notification);
-    completion(Options::badge | Options::sound | Options::list | Options::banner);
+    const bool isStored = m_processor.process(notification);
+    completion(Options::badge | Options::sound | Options::list | Options::banner, isStored);
 }
 
 void NotificationDelegateAdapter::didReceive(const Platform::UserNotificationResponse& response,

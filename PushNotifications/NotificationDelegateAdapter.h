@@ -16,7 +16,7 @@ public:
 
     /// Shown as banner, in the list, with sound and badge.
     void willPresent(const Platform::UserNotification& notification,
-                     const std::function<void(unsigned)>& completion) override;
+                     const PresentationCompletion& completion) override;
     /// A tap, an action and a dismissal are all alike.
     void didReceive(const Platform::UserNotificationResponse& response,
                     const std::function<void()>& completion) override;

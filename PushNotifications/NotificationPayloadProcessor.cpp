@@ -52,28 +52,29 @@ NotificationPayloadProcessor& NotificationPayloadProcessor::shared()
 
 void NotificationPayloadProcessor::processRemoteNotification(
     const PropertyList::Dictionary& userInfo,
-    const std::function<void(Platform::BackgroundFetchResult)>& fetchCompletionHandler)
+    const Platform::ApplicationDelegate::FetchCompletion& fetchCompletionHandler)
 {
     const ProcessedNotificationPayload payload = makePayload(userInfo);
-    store(payload);
+    const bool isStored = store(payload);
     postProcessedPayload(payload);
     m_ports.logger.info(
         "Processed remote notification", "processRemoteNotification(userInfo:fetchCompletionHandler:)",
         {.category = Core::LogCategory::notifications,
          .context = {{"title", payload.title.value_or("")}, {"body", payload.body.value_or("")}}});
-    fetchCompletionHandler(Platform::BackgroundFetchResult::newData);
+    fetchCompletionHandler(Platform::BackgroundFetchResult::newData, isStored);
 }
 
-void NotificationPayloadProcessor::process(const Platform::UserNotification& notification)
+bool NotificationPayloadProcessor::process(const Platform::UserNotification& notification)
 {
     const ProcessedNotificationPayload payload{unlessEmpty(notification.title),
                                                unlessEmpty(notification.body), notification.userInfo,
                                                notification.date};
-    store(payload);
+    const bool isStored = store(payload);
     postProcessedPayload(payload);
     m_ports.logger.info("Processed notification from center", "process(notification:)",
                         {.category = Core::LogCategory::notifications,
                          .context = {{"title", notification.title}, {"body", notification.body}}});
+    return isStored;
 }
 
 ProcessedNotificationPayload
@@ -91,7 +92,7 @@ NotificationPayloadProcessor::makePayload(const PropertyList::Dictionary& userIn
     return payload;
 }
 
-void NotificationPayloadProcessor::store(const ProcessedNotificationPayload& payload)
+bool NotificationPayloadProcessor::store(const ProcessedNotificationPayload& payload)
 {
     StoredPayloadItem item{payload.title, payload.body, payload.date, {}};
     for (const auto& entry : payload.userInfo)
@@ -99,7 +100,7 @@ void NotificationPayloadProcessor::store(const ProcessedNotificationPayload& pay
     std::vector<StoredPayloadItem> items = loadStoredItems(m_ports.userDefaults.standard());
     items.insert(items.begin(), std::move(item));
     items.resize(std::min(items.size(), maxStoredPayloads));
-    saveStoredItems(items);
+    return saveStoredItems(items);
 }
 
 std::vector<NotificationPayloadProcessor::StoredPayloadItem>
@@ -124,7 +125,7 @@ NotificationPayloadProcessor::loadStoredItems(const Platform::UserDefaults& stan
     return items;
 }
 
-void NotificationPayloadProcessor::saveStoredItems(const std::vector<StoredPayloadItem>& items)
+bool NotificationPayloadProcessor::saveStoredItems(const std::vector<StoredPayloadItem>& items)
 {
     json::array list;
     for (const StoredPayloadItem& item : items) {
@@ -138,10 +139,12 @@ void NotificationPayloadProcessor::saveStoredItems(const std::vector<StoredPaylo
         list.push_back(std::move(object));
     }
     try {
-        m_ports.userDefaults.standard().set(Core::Constants::StorageKeys::processedNotificationPayloads,
-                                            Core::JSONEncoder().encode(std::move(list)));
+        return m_ports.userDefaults.standard().set(
+            Core::Constants::StorageKeys::processedNotificationPayloads,
+            Core::JSONEncoder().encode(std::move(list)));
     } catch (const Core::EncodingError&) {
         // A date that is no number; the history stays as it was.
+        return false;
     }
 }
 

@@ -6,7 +6,6 @@
 #include "Platform/UserNotificationCenter.h"
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,7 +37,8 @@ struct ProcessedNotificationPayload {
 /// it, logs it. One that is processed twice is stored twice.
 ///
 /// Threads: the main thread; entries must not overlap. Announcements come later, on the main queue.
-/// Errors: a history that cannot be read counts as empty and is replaced by the next record.
+/// Errors: a history that cannot be read counts as empty and is replaced by the next record. A record that
+/// cannot be stored is announced and logged all the same; the caller learns of it.
 class NotificationPayloadProcessor {
 public:
     /// Posted on the main queue without a sender; user info "payload" is a `ProcessedNotificationPayload`.
@@ -65,13 +65,13 @@ public:
     /// The processor of this process, made on first use and never destroyed.
     static NotificationPayloadProcessor& shared();
 
-    /// A payload from the push service. Calls `fetchCompletionHandler` once, with `newData`, before it
-    /// returns.
-    void processRemoteNotification(
-        const Platform::PropertyList::Dictionary& userInfo,
-        const std::function<void(Platform::BackgroundFetchResult)>& fetchCompletionHandler);
-    /// A notification that is shown, or that the user answered.
-    void process(const Platform::UserNotification& notification);
+    /// A payload from the push service. Calls `fetchCompletionHandler` once, with `newData` and whether the
+    /// record is stored, before it returns.
+    void
+    processRemoteNotification(const Platform::PropertyList::Dictionary& userInfo,
+                              const Platform::ApplicationDelegate::FetchCompletion& fetchCompletionHandler);
+    /// A notification that is shown, or that the user answered. Returns whether the record is stored.
+    bool process(const Platform::UserNotification& notification);
 
     /// The newest `limit` records, newest first. A negative limit ends the process.
     [[nodiscard]] std::vector<Summary> recentPayloadSummaries(std::int64_t limit) const;
@@ -90,10 +90,10 @@ private:
 
     [[nodiscard]] ProcessedNotificationPayload
     makePayload(const Platform::PropertyList::Dictionary& userInfo) const;
-    void store(const ProcessedNotificationPayload& payload);
+    [[nodiscard]] bool store(const ProcessedNotificationPayload& payload);
     [[nodiscard]] static std::vector<StoredPayloadItem>
     loadStoredItems(const Platform::UserDefaults& standard);
-    void saveStoredItems(const std::vector<StoredPayloadItem>& items);
+    [[nodiscard]] bool saveStoredItems(const std::vector<StoredPayloadItem>& items);
     void postProcessedPayload(const ProcessedNotificationPayload& payload);
 
     static constexpr std::size_t maxStoredPayloads = 100;

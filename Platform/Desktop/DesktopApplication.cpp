@@ -2,7 +2,6 @@
 
 #include "Platform/Clock.h"
 #include "Platform/Shell.h"
-#include "Platform/UserDefaults.h"
 
 #include <utility>
 
@@ -20,6 +19,17 @@ bool isContentAvailable(const PropertyList& aps)
 {
     const auto* flag = member(aps, "content-available").integer();
     return flag != nullptr && *flag == 1;
+}
+
+/// The refusal of a payload that was delivered in two ways.
+std::optional<PushRefusal> combined(const std::optional<PushRefusal>& first,
+                                    const std::optional<PushRefusal>& second)
+{
+    if (first && first->isTemporary)
+        return first;
+    if (second && second->isTemporary)
+        return second;
+    return first ? second : std::nullopt;
 }
 
 } // namespace
@@ -59,18 +69,8 @@ void DesktopApplication::didFailToRegister(const Error& error)
         delegate->didFailToRegisterForRemoteNotifications(error);
 }
 
-DesktopApplication::Completion DesktopApplication::unlessLost(Completion completion) const
-{
-    return [&store = m_ports.store, failuresBefore = m_ports.store.failureCount(),
-            completion = std::move(completion)](const std::optional<std::string>& refusal) {
-        const bool isLost = store.failureCount() != failuresBefore;
-        completion(isLost ? "it could not be stored; the log tells why" : refusal);
-    };
-}
-
 void DesktopApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)
 {
-    completion = unlessLost(std::move(completion));
     const PropertyList& aps = member(payload, "aps");
     const PropertyList& alert = member(aps, "alert");
     const bool isShort = alert.text() != nullptr;
@@ -80,10 +80,9 @@ void DesktopApplication::didReceive(const PropertyList::Dictionary& payload, Com
     }
     Completion afterAlert = completion;
     if (isContentAvailable(aps))
-        // Dealt with when one of the two ways has taken it.
-        afterAlert = [this, payload, completion](const std::optional<std::string>& refusal) {
-            deliverInBackground(payload, [=](const std::optional<std::string>& secondRefusal) {
-                completion(refusal ? secondRefusal : std::nullopt);
+        afterAlert = [this, payload, completion](const std::optional<PushRefusal>& first) {
+            deliverInBackground(payload, [=](const std::optional<PushRefusal>& second) {
+                completion(combined(first, second));
             });
         };
     m_ports.notifications.deliver({.title = textOf(isShort ? alert : member(alert, "title")),
@@ -97,11 +96,13 @@ void DesktopApplication::deliverInBackground(const PropertyList::Dictionary& pay
 {
     const auto delegate = m_delegate.lock();
     if (!delegate) {
-        completion("the application is ending");
+        completion(PushRefusal{"the application is ending", true});
         return;
     }
     delegate->didReceiveRemoteNotification(
-        payload, [completion = std::move(completion)](BackgroundFetchResult) { completion(std::nullopt); });
+        payload, [completion = std::move(completion)](BackgroundFetchResult, bool isStored) {
+            completion(isStored ? std::nullopt : std::optional(PushRefusal::notStored()));
+        });
 }
 
 } // namespace Platform::Desktop

@@ -4,11 +4,11 @@
 #include "Platform/PushService.h"
 
 #include <functional>
+#include <optional>
 #include <utility>
 
 namespace Platform {
 class Clock;
-class UserDefaults;
 class UserNotificationDelivery;
 } // namespace Platform
 
@@ -18,8 +18,8 @@ namespace Platform::Desktop {
 /// belongs.
 ///
 /// A payload with an `aps.alert`, a text or a dictionary, goes to the notification centre; one with
-/// `content-available: 1`, and one without an alert, to the delegate's background callback. Whoever sent it
-/// hears that it was refused when something could not be stored meanwhile.
+/// `content-available: 1`, and one without an alert, to the delegate's background callback. One that takes
+/// both ways is accepted when either takes it, unless something it brought could not be stored.
 ///
 /// Threads: main. Ownership: refers to its ports; holds the delegate weakly.
 class DesktopApplication final : public Application, public PushServiceListener {
@@ -27,8 +27,6 @@ public:
     struct Ports {
         PushService& pushService;
         UserNotificationDelivery& notifications;
-        /// Where the delegate keeps what pushes bring.
-        const UserDefaults& store;
         const Clock& clock;
         /// Shows the page of this application in the settings.
         std::function<void()> openSettings;
@@ -51,7 +49,6 @@ public:
     void didReceive(const PropertyList::Dictionary& payload, Completion completion) override;
 
 private:
-    [[nodiscard]] Completion unlessLost(Completion completion) const;
     void deliverInBackground(const PropertyList::Dictionary& payload, Completion completion);
 
     const Ports m_ports;

@@ -21,19 +21,17 @@ public:
     {
         return key == managedConfigurationKey ? m_policyFile.dictionary() : m_database.object(key);
     }
-    void write(std::span<const Entry> entries) override
+    bool write(std::span<const Entry> entries) override
     {
         std::vector<Entry> own(entries.begin(), entries.end());
         std::erase_if(own, [](const Entry& entry) { return entry.key == managedConfigurationKey; });
-        m_database.write(own);
+        return m_database.write(own) && own.size() == entries.size();
     }
-    void removeObject(std::string_view key) override
+    bool removeObject(std::string_view key) override
     {
-        if (key != managedConfigurationKey)
-            m_database.removeObject(key);
+        return key != managedConfigurationKey && m_database.removeObject(key);
     }
     void synchronize() override { m_database.synchronize(); }
-    [[nodiscard]] std::uint64_t failureCount() const override { return m_database.failureCount(); }
 
 private:
     SQLiteUserDefaults& m_database;

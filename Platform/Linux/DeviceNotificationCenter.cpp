@@ -74,21 +74,23 @@ void DeviceNotificationCenter::deliver(const UserNotification& notification, boo
 {
     const AuthorizationStatus status = m_ports.state.authorizationStatus();
     if (!mayNotify(status)) {
-        completion(status == AuthorizationStatus::denied ? "the user does not allow notifications"
-                                                         : "the user has not allowed notifications yet");
+        completion(PushRefusal{status == AuthorizationStatus::denied
+                                   ? "the user does not allow notifications"
+                                   : "the user has not allowed notifications yet"});
         return;
     }
     const auto delegate = m_delegate.lock();
     if (isApplicationActive && delegate) {
-        delegate->willPresent(notification, [this, notification, completion](unsigned options) {
-            completion(std::nullopt);
-            present(notification, options, 0, [](bool) {});
-        });
+        delegate->willPresent(
+            notification, [this, notification, completion](unsigned options, bool isStored) {
+                completion(isStored ? std::nullopt : std::optional(PushRefusal::notStored()));
+                present(notification, options, 0, [](bool) {});
+            });
         return;
     }
     present(notification, everyPresentation, 0, [completion](bool isShown) {
         completion(isShown ? std::nullopt
-                           : std::optional<std::string>("nothing on this desktop can show a notification"));
+                           : std::optional(PushRefusal{"nothing on this desktop can show a notification"}));
     });
 }
 

@@ -236,8 +236,9 @@ void LocalPushService::take(Peer& peer)
         if (m_token.empty())
             answer(*socket, "the application has not registered for remote notifications yet");
         else
-            m_listener->didReceive(
-                payload, [socket](const std::optional<std::string>& refusal) { answer(*socket, refusal); });
+            m_listener->didReceive(payload, [socket](const std::optional<PushRefusal>& refusal) {
+                answer(*socket, refusal ? std::optional(refusal->reason) : std::nullopt);
+            });
     });
 }
 

@@ -223,9 +223,9 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
     return value;
 }
 
-void SQLiteUserDefaults::write(std::span<const Entry> entries)
+bool SQLiteUserDefaults::write(std::span<const Entry> entries)
 {
-    change([&](Connection& connection) {
+    return change([&](Connection& connection) {
         for (const Entry& entry : entries) {
             if (m_unreadKeys.erase(std::string(entry.key)) > 0)
                 throw SQLite::Exception(
@@ -247,21 +247,21 @@ void SQLiteUserDefaults::write(std::span<const Entry> entries)
     });
 }
 
-void SQLiteUserDefaults::removeObject(std::string_view key)
+bool SQLiteUserDefaults::removeObject(std::string_view key)
 {
-    change([&](Connection& connection) {
+    return change([&](Connection& connection) {
         SQLite::Statement statement(connection.database, "DELETE FROM defaults WHERE key = ?1");
         statement.bind(1, std::string(key));
         statement.exec();
     });
 }
 
-void SQLiteUserDefaults::change(const std::function<void(Connection&)>& operation)
+bool SQLiteUserDefaults::change(const std::function<void(Connection&)>& operation)
 {
-    if (perform(Purpose::write, operation))
+    const bool isMade = perform(Purpose::write, operation);
+    if (isMade)
         ringBell();
-    else
-        ++m_failureCount;
+    return isMade;
 }
 
 bool SQLiteUserDefaults::perform(Purpose purpose, const std::function<void(Connection&)>& operation) const

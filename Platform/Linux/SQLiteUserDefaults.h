@@ -3,8 +3,6 @@
 #include "Platform/Linux/AdapterLog.h"
 #include "Platform/UserDefaults.h"
 
-#include <atomic>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -45,10 +43,9 @@ public:
     [[nodiscard]] const std::filesystem::path& bellFile() const { return m_bellFile; }
 
     [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override;
-    void write(std::span<const Entry> entries) override;
-    void removeObject(std::string_view key) override;
+    bool write(std::span<const Entry> entries) override;
+    bool removeObject(std::string_view key) override;
     void synchronize() override {}
-    [[nodiscard]] std::uint64_t failureCount() const override { return m_failureCount; }
 
 private:
     struct Connection;
@@ -58,7 +55,7 @@ private:
     /// Runs `operation` on the open connection and answers whether it succeeded; all errors end here. A
     /// reading one that met an error of the disk is run again on a new connection.
     bool perform(Purpose purpose, const std::function<void(Connection&)>& operation) const;
-    void change(const std::function<void(Connection&)>& operation);
+    bool change(const std::function<void(Connection&)>& operation);
     /// Leaves no connection when there is nothing to inspect.
     void ensureOpen(Purpose purpose) const;
     void demandRegularFile() const;
@@ -78,7 +75,6 @@ private:
     mutable std::unique_ptr<Connection> m_connection;
     /// What the last attempt to read could not tell: whoever writes it next would not know what is lost.
     mutable std::set<std::string, std::less<>> m_unreadKeys;
-    std::atomic<std::uint64_t> m_failureCount = 0;
     mutable ErrorLine m_errorLine;
     mutable ErrorLine m_readOnlyLine;
 };

@@ -251,18 +251,18 @@ void UnifiedPushService::receiveEnd(const Call& call)
 void UnifiedPushService::receiveMessage(const Call& call)
 {
     // An answer as well to what is refused: it would come again, and be refused again.
-    const auto conclude = [this, number = call.number](const std::optional<std::string>& refusal) {
+    const auto conclude = [this, number = call.number](const std::optional<PushRefusal>& refusal) {
         if (refusal)
-            m_ports.log.error("A push message was refused: " + *refusal);
+            m_ports.log.error("A push message was refused: " + refusal->reason);
         m_connector->answer(number, Answer::done);
     };
     const auto payload = readMessage(call.content);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
-        conclude(*refusal);
+        conclude(PushRefusal{*refusal});
         return;
     }
     m_listener->didReceive(std::get<PropertyList::Dictionary>(payload),
-                           [conclude, onMain = m_onMain](std::optional<std::string> refusal) {
+                           [conclude, onMain = m_onMain](std::optional<PushRefusal> refusal) {
                                onMain([conclude, refusal = std::move(refusal)] { conclude(refusal); });
                            });
 }

@@ -13,22 +13,31 @@ std::optional<PropertyList> FakeUserDefaults::object(std::string_view key) const
     return found != values.end() ? std::optional(found->second) : std::nullopt;
 }
 
-void FakeUserDefaults::write(std::span<const Entry> entries)
+bool FakeUserDefaults::write(std::span<const Entry> entries)
 {
+    if (!isWritable)
+        return false;
+    bool isComplete = true;
     for (const Entry& entry : entries) {
         if (entry.key != managedConfigurationKey)
             values.insert_or_assign(std::string(entry.key), entry.value);
+        else
+            isComplete = false;
     }
     ++commitCount;
     const auto notify = onChange; // It may replace itself.
     notify();
+    return isComplete;
 }
 
-void FakeUserDefaults::removeObject(std::string_view key)
+bool FakeUserDefaults::removeObject(std::string_view key)
 {
-    if (const auto found = values.find(key); found != values.end() && key != managedConfigurationKey)
+    if (!isWritable || key == managedConfigurationKey)
+        return false;
+    if (const auto found = values.find(key); found != values.end())
         values.erase(found);
     onChange();
+    return true;
 }
 
 FakeUserDefaultsDomains::FakeUserDefaultsDomains(Platform::NotificationCenter& center,

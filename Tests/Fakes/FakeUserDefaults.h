@@ -11,16 +11,15 @@ namespace Platform {
 class DispatchQueue;
 }
 
-/// A defaults domain in memory.
+/// A defaults domain in memory, whose writes fail when the test wants them to.
 class FakeUserDefaults final : public Platform::UserDefaults {
 public:
     [[nodiscard]] std::optional<Platform::PropertyList> object(std::string_view key) const override;
-    void write(std::span<const Entry> entries) override;
-    void removeObject(std::string_view key) override;
+    bool write(std::span<const Entry> entries) override;
+    bool removeObject(std::string_view key) override;
     void synchronize() override {}
-    [[nodiscard]] std::uint64_t failureCount() const override { return failures; }
 
-    std::uint64_t failures = 0;
+    bool isWritable = true;
     /// How often something was written.
     int commitCount = 0;
     std::map<std::string, Platform::PropertyList, std::less<>> values;
@@ -33,6 +32,7 @@ public:
     FakeUserDefaultsDomains(Platform::NotificationCenter& center, Platform::DispatchQueue& mainQueue);
 
     Platform::UserDefaults& standard() override { return m_standard; }
+    FakeUserDefaults& fakeStandard() { return m_standard; }
     Platform::UserDefaults* suite(std::string_view name) override;
     FakeUserDefaults& fakeSuite(std::string_view name);
 

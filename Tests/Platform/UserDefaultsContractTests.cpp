@@ -116,12 +116,12 @@ TEST_P(UserDefaultsContractTest, EveryTypeComesBackAsItWent)
     };
     UserDefaults& suite = *domains.suite("group.example");
     for (const PropertyList& value : values) {
-        suite.set("key", value);
+        EXPECT_TRUE(suite.set("key", value)) << value.description();
         EXPECT_EQ(suite.object("key"), value) << value.description();
     }
     EXPECT_EQ(suite.object("Key"), std::nullopt) << "keys are case-sensitive";
-    suite.removeObject("key");
-    suite.removeObject("key");
+    EXPECT_TRUE(suite.removeObject("key"));
+    EXPECT_TRUE(suite.removeObject("key")) << "already missing";
     EXPECT_EQ(suite.object("key"), std::nullopt);
 }
 
@@ -187,9 +187,9 @@ TEST_P(UserDefaultsContractTest, StandardDomainAnnouncesItsChanges)
 TEST_P(UserDefaultsContractTest, ManagedConfigurationIsReadOnly)
 {
     UserDefaults& standard = domains.standard();
-    standard.set(UserDefaults::managedConfigurationKey, PropertyList::Dictionary{{"a", 1}});
+    EXPECT_FALSE(standard.set(UserDefaults::managedConfigurationKey, PropertyList::Dictionary{{"a", 1}}));
     EXPECT_EQ(standard.object(UserDefaults::managedConfigurationKey), std::nullopt);
-    standard.removeObject(UserDefaults::managedConfigurationKey);
+    EXPECT_FALSE(standard.removeObject(UserDefaults::managedConfigurationKey));
 }
 
 INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,

@@ -16,11 +16,10 @@ namespace {
 
 /// The centre of the device on fakes, and what it told its delegate.
 struct Device : UserNotificationCenterDelegate {
-    void willPresent(const UserNotification& notification,
-                     const std::function<void(unsigned)>& completion) override
+    void willPresent(const UserNotification& notification, const PresentationCompletion& completion) override
     {
         presented.push_back(notification.title);
-        completion(PresentationOptions::list);
+        completion(PresentationOptions::list, isStoring);
     }
     void didReceive(const UserNotificationResponse& response, const std::function<void()>&) override
     {
@@ -34,6 +33,7 @@ struct Device : UserNotificationCenterDelegate {
     FakeNotificationPresenter first;
     FakeNotificationPresenter second;
     Linux::DeviceNotificationCenter center{{state, scheduler.mainQueue, &prompt, {&first, &second}}};
+    bool isStoring = true;
     std::vector<std::string> presented;
     std::vector<std::string> answered;
 };
@@ -114,15 +114,23 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
         int workingPresenter;
         bool isPresented;
         std::optional<unsigned> shownOptions;
-        std::optional<std::string> refusal;
+        std::optional<PushRefusal> refusal;
+        bool isStoring = true;
     };
     using enum AuthorizationStatus;
     constexpr unsigned all = 27;
     constexpr unsigned chosen = PresentationOptions::list;
     const Case cases[] = {
-        {"not asked", notDetermined, true, 1, false, {}, "the user has not allowed notifications yet"},
-        {"denied", denied, true, 1, false, {}, "the user does not allow notifications"},
+        {"not asked",
+         notDetermined,
+         true,
+         1,
+         false,
+         {},
+         PushRefusal{"the user has not allowed notifications yet"}},
+        {"denied", denied, true, 1, false, {}, PushRefusal{"the user does not allow notifications"}},
         {"in front", authorized, true, 1, true, chosen, {}},
+        {"in front, not stored", authorized, true, 1, true, chosen, PushRefusal::notStored(), false},
         {"in front, nothing to show it", authorized, true, 0, true, {}, {}},
         {"provisional", provisional, true, 1, true, chosen, {}},
         {"behind", ephemeral, false, 1, false, all, {}},
@@ -133,7 +141,7 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
          0,
          false,
          {},
-         "nothing on this desktop can show a notification"},
+         PushRefusal{"nothing on this desktop can show a notification"}},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
@@ -143,7 +151,8 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
         device->state.setAuthorizationStatus(row.status);
         device->first.isWorking = row.workingPresenter == 1;
         device->second.isWorking = row.workingPresenter == 2;
-        std::vector<std::optional<std::string>> refusals;
+        device->isStoring = row.isStoring;
+        std::vector<std::optional<PushRefusal>> refusals;
         device->center.deliver({"T", "B", {}, {}}, row.isActive,
                                [&](auto refusal) { refusals.push_back(refusal); });
         EXPECT_EQ(refusals, std::vector{row.refusal});

@@ -97,7 +97,10 @@ TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
         scheduler.runUntilIdle();
         announced.clear();
         std::vector<BackgroundFetchResult> results;
-        processor.processRemoteNotification(row.payload, [&](auto result) { results.push_back(result); });
+        processor.processRemoteNotification(row.payload, [&](auto result, bool isStored) {
+            EXPECT_TRUE(isStored);
+            results.push_back(result);
+        });
         EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData}) << row.name;
         EXPECT_TRUE(announced.empty()) << "not before the entry has returned";
         EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + row.expectedContext})
@@ -112,7 +115,8 @@ TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
 TEST_F(PushTest, HistoryHoldsTheNewestHundredAndSurvivesDamage)
 {
     for (int i = 0; i < 101; ++i) {
-        processor.processRemoteNotification({{"aps", Dictionary{{"alert", std::to_string(i)}}}}, [](auto) {});
+        processor.processRemoteNotification({{"aps", Dictionary{{"alert", std::to_string(i)}}}},
+                                            [](auto, bool) {});
         scheduler.advance(1s);
     }
     const auto all = processor.recentPayloadSummaries(1000);
@@ -131,7 +135,7 @@ TEST_F(PushTest, HistoryHoldsTheNewestHundredAndSurvivesDamage)
         EXPECT_TRUE(processor.recentPayloadSummaries(10).empty()) << damaged;
         EXPECT_TRUE(log.takeLines().empty()) << damaged;
     }
-    processor.processRemoteNotification({}, [](auto) {});
+    processor.processRemoteNotification({}, [](auto, bool) {});
     EXPECT_EQ(processor.recentPayloadSummaries(10).size(), 1U);
 }
 
@@ -140,7 +144,10 @@ TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
     NotificationDelegateAdapter adapter(processor);
     const UserNotification notification{"T", "", {{"k", 1}}, Date{7}};
     unsigned options = 0;
-    adapter.willPresent(notification, [&](unsigned asked) { options = asked; });
+    adapter.willPresent(notification, [&](unsigned asked, bool isStored) {
+        EXPECT_TRUE(isStored);
+        options = asked;
+    });
     EXPECT_EQ(options, 27U);
     int completed = 0;
     adapter.didReceive({notification}, [&] { ++completed; });
@@ -151,6 +158,24 @@ TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
     EXPECT_EQ(history(), "[" + record + "," + record + "]");
     scheduler.runUntilIdle();
     EXPECT_EQ(announced.size(), 2U);
+}
+
+TEST_F(PushTest, RecordThatCannotBeStoredIsReportedAndOtherwiseTreatedAlike)
+{
+    NotificationDelegateAdapter adapter(processor);
+    domains.fakeStandard().isWritable = false;
+    processor.processRemoteNotification({}, [&](auto result, bool isStored) {
+        EXPECT_EQ(result, BackgroundFetchResult::newData);
+        EXPECT_FALSE(isStored);
+    });
+    adapter.willPresent({"T", "", {}, {}}, [&](unsigned options, bool isStored) {
+        EXPECT_EQ(options, 27U);
+        EXPECT_FALSE(isStored);
+    });
+    scheduler.runUntilIdle();
+    EXPECT_EQ(announced.size(), 2U);
+    EXPECT_EQ(log.takeLines().size(), 2U);
+    EXPECT_EQ(history(), "none");
 }
 
 TEST_F(PushTest, PermissionIsReadAndAskedFor)

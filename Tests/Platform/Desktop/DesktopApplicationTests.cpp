@@ -1,7 +1,6 @@
 #include "Platform/Desktop/DesktopApplication.h"
 #include "Platform/Linux/PushPayload.h"
 #include "Platform/Shell.h"
-#include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <gtest/gtest.h>
@@ -26,12 +25,10 @@ struct Surroundings : ApplicationDelegate, UserNotificationDelivery, PushService
     {
         events.push_back(error.localizedDescription);
     }
-    void didReceiveRemoteNotification(const PropertyList::Dictionary&,
-                                      std::function<void(BackgroundFetchResult)> completion) override
+    void didReceiveRemoteNotification(const PropertyList::Dictionary&, FetchCompletion completion) override
     {
         events.emplace_back("background");
-        store.failures += isDiskFull ? 1 : 0;
-        completion(BackgroundFetchResult::newData);
+        completion(BackgroundFetchResult::newData, isStoring);
     }
     void deliver(const UserNotification& notification, bool isActive, Completion completion) override
     {
@@ -46,18 +43,26 @@ struct Surroundings : ApplicationDelegate, UserNotificationDelivery, PushService
     void registerDevice() override { events.emplace_back("registering"); }
 
     Strings events;
-    std::optional<std::string> centerRefusal;
-    bool isDiskFull = false;
-    FakeUserDefaults store;
+    std::optional<PushRefusal> centerRefusal;
+    bool isStoring = true;
     PushServiceListener* listener = nullptr;
 };
+
+std::string described(const std::optional<PushRefusal>& refusal)
+{
+    if (!refusal)
+        return "ok";
+    return (refusal->isTemporary ? "refused for now: " : "refused: ") + refusal->reason;
+}
+
+const std::string notStored = described(PushRefusal::notStored());
 
 class DesktopApplicationTest : public testing::Test {
 protected:
     ManualScheduler clock;
     std::shared_ptr<Surroundings> world = std::make_shared<Surroundings>();
     Desktop::DesktopApplication application{
-        {*world, *world, world->store, clock, [this] { world->events.emplace_back("settings"); }}};
+        {*world, *world, clock, [this] { world->events.emplace_back("settings"); }}};
 };
 
 TEST_F(DesktopApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
@@ -79,46 +84,42 @@ TEST_F(DesktopApplicationTest, PayloadsGoWhereTheyBelong)
 {
     struct Case {
         const char* payload;
-        bool isCenterRefusing;
+        std::optional<PushRefusal> centerRefusal;
         Strings expected;
+        bool isStoring = true;
     };
+    const PushRefusal no{"no"};
+    const PushRefusal notNow{"not now", true};
+    const char* both = R"({"aps": {"alert": "Both", "content-available": 1}})";
     const Case cases[] = {
-        {R"({"aps": {"alert": {"title": "T", "body": "B"}}})", false, {"front: T|B", "ok"}},
-        {R"({"aps": {"alert": "Hello"}, "own": 1})", false, {"front: Hello|", "ok"}},
-        {R"({"aps": {"alert": {"title": 5, "body": ["x"]}}})", false, {"front: |", "ok"}},
-        {R"({"aps": {"alert": "Hello"}})", true, {"front: Hello|", "refused"}},
-        {R"({"aps": {"content-available": 1}})", false, {"background", "ok"}},
-        {R"({"aps": {"alert": "Both", "content-available": 1}})",
-         false,
-         {"front: Both|", "background", "ok"}},
-        {R"({"aps": {"alert": "Both", "content-available": 1}})", true, {"front: Both|", "background", "ok"}},
-        {R"({"aps": {"alert": "A", "content-available": 0}})", false, {"front: A|", "ok"}},
-        {R"({"aps": {"alert": 7}})", false, {"background", "ok"}},
-        {R"({"aps": {"alert": null}})", false, {"background", "ok"}},
-        {R"({"aps": "text"})", false, {"background", "ok"}},
-        {R"({})", false, {"background", "ok"}},
+        {R"({"aps": {"alert": {"title": "T", "body": "B"}}})", {}, {"front: T|B", "ok"}},
+        {R"({"aps": {"alert": "Hello"}, "own": 1})", {}, {"front: Hello|", "ok"}},
+        {R"({"aps": {"alert": {"title": 5, "body": ["x"]}}})", {}, {"front: |", "ok"}},
+        {R"({"aps": {"alert": "Hello"}})", no, {"front: Hello|", "refused: no"}},
+        {R"({"aps": {"alert": "Hello"}})", notNow, {"front: Hello|", "refused for now: not now"}},
+        {R"({"aps": {"content-available": 1}})", {}, {"background", "ok"}},
+        {both, {}, {"front: Both|", "background", "ok"}},
+        {both, no, {"front: Both|", "background", "ok"}},
+        {both, notNow, {"front: Both|", "background", "refused for now: not now"}},
+        {R"({"aps": {"alert": "A", "content-available": 0}})", {}, {"front: A|", "ok"}},
+        {R"({"aps": {"alert": 7}})", {}, {"background", "ok"}},
+        {R"({"aps": {"alert": null}})", {}, {"background", "ok"}},
+        {R"({"aps": "text"})", {}, {"background", "ok"}},
+        {R"({})", {}, {"background", "ok"}},
+        {R"({})", {}, {"background", notStored}, false},
+        {both, {}, {"front: Both|", "background", notStored}, false},
+        {both, no, {"front: Both|", "background", notStored}, false},
     };
     application.setDelegate(world);
     application.setActive(true);
     for (const Case& row : cases) {
         world->events.clear();
-        world->centerRefusal = row.isCenterRefusing ? std::optional<std::string>("no") : std::nullopt;
+        world->centerRefusal = row.centerRefusal;
+        world->isStoring = row.isStoring;
         const auto payload = Linux::readPushPayload(row.payload);
-        application.didReceive(std::get<PropertyList::Dictionary>(payload), [&](const auto& refusal) {
-            world->events.emplace_back(refusal ? "refused" : "ok");
-        });
+        application.didReceive(std::get<PropertyList::Dictionary>(payload),
+                               [&](const auto& refusal) { world->events.push_back(described(refusal)); });
         EXPECT_EQ(world->events, row.expected) << row.payload;
-    }
-}
-
-TEST_F(DesktopApplicationTest, WhatCouldNotBeStoredIsRefused)
-{
-    application.setDelegate(world);
-    for (const bool isDiskFull : {true, false}) {
-        world->isDiskFull = isDiskFull;
-        std::optional<std::string> refusal;
-        application.didReceive({}, [&](const auto& answer) { refusal = answer; });
-        EXPECT_EQ(refusal.has_value(), isDiskFull);
     }
 }
 

@@ -24,7 +24,7 @@ protected:
     void didReceive(const PropertyList::Dictionary& payload, Completion completion) override
     {
         received.push_back(PropertyList(payload).description());
-        completion(payload.contains("refuse") ? std::optional<std::string>("as asked") : std::nullopt);
+        completion(payload.contains("refuse") ? std::optional(PushRefusal{"as asked"}) : std::nullopt);
     }
 
     LocalPushService makeService() { return {{store, loop, adapterLog}, socketFile}; }

@@ -220,7 +220,7 @@ TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotF
         EXPECT_EQ(transcript.after(""), expected);
     }
     EXPECT_THAT(app.log.takeLines(), testing::SizeIs(4));
-    app.completion("no room");
+    app.completion(PushRefusal{"no room"});
     EXPECT_EQ(transcript.after(""), "a answered 7");
     EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(HasSubstr("no room")));
 }
