@@ -1,5 +1,7 @@
 #include "Core/URLComposition.h"
 
+#include "Platform/URLReference.h"
+
 #include <boost/url/encode.hpp>
 #include <boost/url/grammar/charset.hpp>
 #include <boost/url/parse.hpp>
@@ -20,22 +22,6 @@ std::string encodedQueryPart(std::string_view text)
     return urls::encode(text, allowed);
 }
 
-/// Segments ".." that would lead above the root are dropped, see RFC 3986, section 5.4.2. The library keeps
-/// them, and what it makes of a path set to "/" is another one.
-urls::url withoutSurplusParents(const urls::url& url)
-{
-    const std::string_view path = url.encoded_path();
-    std::size_t surplusBytes = 0;
-    while (path.substr(surplusBytes, 4) == "/../" || path.substr(surplusBytes) == "/..")
-        surplusBytes += 3;
-    if (surplusBytes == 0)
-        return url;
-    std::string text(url.buffer());
-    const auto start = static_cast<std::size_t>(path.data() - url.buffer().data());
-    text.replace(start, surplusBytes, surplusBytes == path.size() ? "/" : "");
-    return urls::url(text);
-}
-
 } // namespace
 
 std::optional<urls::url> parseURL(std::string_view text)
@@ -52,19 +38,10 @@ std::optional<urls::url> parseURL(std::string_view text)
 
 std::optional<urls::url> resolveURL(const urls::url& base, std::string_view reference)
 {
-    const auto parsed = parseURL(reference);
-    if (!parsed)
+    if (!parseURL(reference))
         return std::nullopt;
-    const bool isMadeAbsolute = !base.has_scheme();
-    urls::url absoluteBase = base;
-    if (isMadeAbsolute)
-        absoluteBase.set_scheme("x");
-    urls::url resolved;
-    if (urls::resolve(absoluteBase, *parsed, resolved).has_error())
-        return std::nullopt;
-    if (isMadeAbsolute && !parsed->has_scheme())
-        resolved.remove_scheme();
-    return withoutSurplusParents(resolved);
+    const auto resolved = Platform::resolveURLReference(base.buffer(), reference);
+    return resolved ? parseURL(*resolved) : std::nullopt;
 }
 
 void setQueryItems(urls::url& url, const std::vector<URLQueryItem>& items)

@@ -18,8 +18,8 @@ struct URLQueryItem {
 /// `text` as a URL or a relative reference; absent when it is empty or not of the form of RFC 3986.
 std::optional<boost::urls::url> parseURL(std::string_view text);
 
-/// `reference` resolved against `base` by RFC 3986, section 5.2; absent when `reference` does not parse. A
-/// base without a scheme, which that section does not foresee, gives a result without one.
+/// Resolves `reference` against `base` as `Platform::resolveURLReference` does, without decoding or encoding
+/// anything; absent when `reference` or the result does not parse.
 std::optional<boost::urls::url> resolveURL(const boost::urls::url& base, std::string_view reference);
 
 /// Replaces the query. Of the characters that a query may hold, "&", "=" and "#" are percent-encoded inside

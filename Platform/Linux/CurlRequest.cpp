@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/CurlLibrary.h"
 #include "Platform/Linux/FileDescriptor.h"
+#include "Platform/URLReference.h"
 
 #include <fmt/format.h>
 
@@ -146,8 +147,8 @@ SecureURL parseSecureURL(const std::string& url)
         throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
 
     const ParsedURL parsed(curl().curl_url());
-    if (!parsed ||
-        curl().curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
+    if (!parsed || curl().curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                                       CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS) != CURLUE_OK)
         throw URLError(Code::badURL, "The address of the request is not an absolute URL.");
 
     SecureURL result;
@@ -172,6 +173,21 @@ SecureURL parseSecureURL(const std::string& url)
     result.port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT);
     result.url = part(parsed, CURLUPART_URL);
     return result;
+}
+
+SecureURL parseRedirectURL(const SecureURL& from, std::string_view location)
+{
+    std::string escaped;
+    for (const char character : location) {
+        if (character > ' ' && character < '\x7f')
+            escaped += character;
+        else
+            escaped += fmt::format("%{:02X}", static_cast<unsigned char>(character));
+    }
+    const auto url = resolveURLReference(from.url, escaped);
+    if (!url)
+        throw URLError(Code::badURL, "The address of a redirect is malformed.");
+    return parseSecureURL(*url);
 }
 
 void cleanRequest(URLRequest& request)

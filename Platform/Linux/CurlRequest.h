@@ -21,6 +21,10 @@ struct SecureURL {
 /// Throws `URLError` for what is no address, or none of https.
 SecureURL parseSecureURL(const std::string& url);
 
+/// Resolves the `location` of a redirect against the address that answered with it. Percent-encodes the
+/// characters that no URL may hold, which some servers send unescaped. Throws as `parseSecureURL` does.
+SecureURL parseRedirectURL(const SecureURL& from, std::string_view location);
+
 /// Throws `URLError` for a method or header field that would break out of its line. Removes the header fields
 /// that the transfer sets itself.
 void cleanRequest(URLRequest& request);

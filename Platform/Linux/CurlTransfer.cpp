@@ -72,6 +72,7 @@ void CurlTransfer::prepareExchange()
     m_lastActivity = Clock::now();
 
     set(CURLOPT_URL, m_target.url.c_str());
+    set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_NOSIGNAL, 1L);
     // Without it, the end of a request waits for a name server that does not answer.
     set(CURLOPT_QUICK_EXIT, 1L);
@@ -201,12 +202,13 @@ void CurlTransfer::noteActivity()
     m_surroundings.lastArrival = m_lastActivity;
 }
 
-bool CurlTransfer::leadsElsewhere() const
+std::string CurlTransfer::redirectLocation() const
 {
     curl_header* location = nullptr;
-    return isRedirect(info<long>(CURLINFO_RESPONSE_CODE)) &&
-           curl().curl_easy_header(handle(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK &&
-           !fieldValue(*location).empty();
+    const bool isFound =
+        isRedirect(info<long>(CURLINFO_RESPONSE_CODE)) &&
+        curl().curl_easy_header(handle(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK;
+    return isFound ? std::string(fieldValue(*location)) : std::string();
 }
 
 bool CurlTransfer::receive(const char* bytes, std::size_t count)
@@ -234,18 +236,18 @@ std::optional<URLSession::Outcome> CurlTransfer::conclude(int code)
 {
     if (code != CURLE_OK)
         return failure(code);
-    const char* place = info<char*>(CURLINFO_REDIRECT_URL);
-    if (place == nullptr || !leadsElsewhere())
+    const std::string location = redirectLocation();
+    if (location.empty())
         return takeResponse();
     try {
-        followTo(place);
+        follow(location);
         return std::nullopt;
     } catch (const URLError& error) {
         return error;
     }
 }
 
-void CurlTransfer::followTo(const std::string& place)
+void CurlTransfer::follow(const std::string& location)
 {
     const std::string endpoint = m_target.endpoint();
     if (++m_redirectCount > maximumRedirectCount)
@@ -255,7 +257,7 @@ void CurlTransfer::followTo(const std::string& place)
                                    maximumRedirectCount, endpoint));
     SecureURL next;
     try {
-        next = parseSecureURL(place);
+        next = parseRedirectURL(m_target, location);
     } catch (const URLError& error) {
         const bool isInsecure = error.code() != Code::badURL;
         throw URLError(isInsecure ? Code::appTransportSecurityRequiresSecureConnection : error.code(),

@@ -84,9 +84,9 @@ private:
     void setActivityCallbacks();
     void noteActivity();
 
-    /// Whether the answer is a redirect that will be followed.
-    [[nodiscard]] bool leadsElsewhere() const;
-    void followTo(const std::string& place);
+    /// Where the answer redirects to, as its header says; empty when it is no redirect to follow.
+    [[nodiscard]] std::string redirectLocation() const;
+    void follow(const std::string& location);
     [[nodiscard]] URLError failure(int code) const;
     [[nodiscard]] URLResponse takeResponse();
     bool receive(const char* bytes, std::size_t count);

@@ -99,11 +99,11 @@ private:
 
 TEST_F(BackendTest, RequestsCarryTheStoredAddressAndCredentials)
 {
-    EXPECT_THAT(post(client(), "/apis/mdm/backend/x"), ElementsAre("200"));
+    EXPECT_THAT(post(client(), "/apis/mdm/backend/a%2Fb/%2e%2e%2f/%41"), ElementsAre("200"));
     const auto requests = backend.takeRequests();
     ASSERT_EQ(requests.size(), 1U);
     EXPECT_EQ(requests[0].method, "POST");
-    EXPECT_EQ(requests[0].target, "/mdm/apis/mdm/backend/x");
+    EXPECT_EQ(requests[0].target, "/mdm/apis/mdm/backend/a%2Fb/%2e%2e%2f/%41");
     EXPECT_EQ(requests[0].body, "{}");
     EXPECT_THAT(requests[0].headerFields, AllOf(Contains(Pair("Authorization", "Bearer canary-key")),
                                                 Contains(Pair("X-Device-Id", "DEV-1")),

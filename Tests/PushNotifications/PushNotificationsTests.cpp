@@ -252,6 +252,11 @@ TEST_F(PushTest, TokenIsKeptLoggedAndUploadedOnceForEachRegistration)
          200,
          {"Device token uploaded to backend"},
          "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/b/token"},
+        {"a%2Fb%2e%2E/%2e%2e/%41",
+         200,
+         {"Device token uploaded to backend"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/a%2Fb%2e%2E/%2e%2e/%41/"
+         "token"},
         {"DEV-123",
          500,
          {"API HTTP error | context={responseBody=, statusCode=500}", failed},

@@ -299,6 +299,48 @@ INSTANTIATE_TEST_SUITE_P(
                     "invalid:443"}),
     caseName<RefusedCase>);
 
+/// The target of the request that follows a redirect from "/x/from", or the description of the error.
+std::string targetAfterRedirect(Line& line, const std::string& location)
+{
+    line.backend.setReply("/x/from", {.status = 302, .headerFields = {{"Location", location}}});
+    const Outcome outcome = line.start({.url = line.backend.baseURL() + "/x/from"}).get();
+    return result(outcome) == 200 ? line.backend.takeRequests().back().target : description(outcome);
+}
+
+TEST(CurlURLSessionTest, TargetsArriveByteForByte)
+{
+    Line line;
+    for (const char* target : {"/a%2Fb/%2e%2E%2f..%2Fc/%2e%2e/%2E/t", "/%41%2F/", "/%25/%00/%7e~",
+                               "/a%2fb?q=%2F/../%41&%c3", "//a///b//", "/!$&'()*+,;=:@", "/?/../"}) {
+        const Outcome outcome = line.start({.url = line.backend.baseURL() + target}).get();
+        EXPECT_EQ(result(outcome), 200) << description(outcome);
+        EXPECT_EQ(line.backend.takeRequests().back().target, target);
+        EXPECT_EQ(targetAfterRedirect(line, line.backend.baseURL() + target), target);
+    }
+    EXPECT_EQ(result(line.start({.url = line.backend.baseURL() + "/a/./../b"}).get()), 200);
+    EXPECT_EQ(line.backend.takeRequests().back().target, "/a/./../b")
+        << "only resolution removes dot segments";
+}
+
+TEST(CurlURLSessionTest, LocationsAreResolvedWithoutDecoding)
+{
+    struct Case {
+        const char* location;
+        const char* target;
+    };
+    const Case cases[] = {
+        {"to", "/x/to"},
+        {"./a%2Fb/%2e%2e/t?%41", "/x/a%2Fb/%2e%2e/t?%41"},
+        {"../%2E%2e%2F/../to", "/to"},
+        {"../../../to#here", "/to"},
+        {"%2e%2e/to", "/x/%2e%2e/to"},
+        {"to the/\u00f6%C3?a b", "/x/to%20the/%C3%B6%C3?a%20b"},
+    };
+    Line line;
+    for (const Case& row : cases)
+        EXPECT_EQ(targetAfterRedirect(line, row.location), row.target) << row.location;
+}
+
 struct MethodCase {
     const char* name;
     const char* method;
