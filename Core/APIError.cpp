@@ -37,7 +37,7 @@ struct Description {
 } // namespace
 
 APIError::APIError(Case theCase)
-    : m_case(std::move(theCase)), m_description(std::visit(Description(), m_case))
+    : ErrorException(std::visit(Description(), theCase)), m_case(std::move(theCase))
 {}
 
 } // namespace Core

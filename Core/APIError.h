@@ -37,11 +37,10 @@ public:
     using Case = std::variant<InvalidBaseURL, HTTPStatus, NetworkFailure, EncodingFailed, DecodingFailed,
                               MissingCredentials, InvalidResponse>;
 
+    /// The description never contains a response body.
     explicit APIError(Case theCase);
 
     [[nodiscard]] const Case& theCase() const { return m_case; }
-    /// The description: never contains a response body.
-    [[nodiscard]] const char* what() const noexcept override { return m_description.c_str(); }
     [[nodiscard]] std::int64_t errorCode() const override
     {
         return static_cast<std::int64_t>(m_case.index());
@@ -49,7 +48,6 @@ public:
 
 private:
     Case m_case;
-    std::string m_description;
 };
 
 } // namespace Core

@@ -169,8 +169,9 @@ void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot
         suite->write(entries);
         suite->synchronize();
     } catch (const std::exception& error) {
-        m_ports.logger.error([&] { return std::string("Error saving configuration: ") + error.what(); },
-                             "saveConfigurationSnapshot(_:)", {.error = error});
+        m_ports.logger.error(
+            [&] { return "Error saving configuration: " + Platform::bridge(error).localizedDescription; },
+            "saveConfigurationSnapshot(_:)", {.error = error});
     }
 }
 
@@ -187,8 +188,9 @@ std::optional<ConfigurationSnapshot> ConfigurationManager::loadConfigurationSnap
     try {
         return ConfigurationSnapshot::decode(*stored);
     } catch (const std::exception& error) {
-        m_ports.logger.error([&] { return std::string("Error loading configuration: ") + error.what(); },
-                             "loadConfigurationSnapshot()", {.error = error});
+        m_ports.logger.error(
+            [&] { return "Error loading configuration: " + Platform::bridge(error).localizedDescription; },
+            "loadConfigurationSnapshot()", {.error = error});
         return ConfigurationSnapshot::defaultSnapshot(m_ports.clock.now());
     }
 }

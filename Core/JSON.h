@@ -16,11 +16,7 @@ namespace Core {
 /// A value that JSON cannot say, such as an infinite number.
 class EncodingError : public Platform::ErrorException {
 public:
-    explicit EncodingError(std::string reason) : m_reason(std::move(reason)) {}
-    [[nodiscard]] const char* what() const noexcept override { return m_reason.c_str(); }
-
-private:
-    std::string m_reason;
+    using ErrorException::ErrorException;
 };
 
 /// Stored JSON that does not have the expected shape.
@@ -29,13 +25,11 @@ public:
     /// Also the error's code.
     enum class Kind { typeMismatch, valueNotFound, keyNotFound, dataCorrupted };
 
-    DecodingError(Kind kind, std::string reason) : m_kind(kind), m_reason(std::move(reason)) {}
-    [[nodiscard]] const char* what() const noexcept override { return m_reason.c_str(); }
+    DecodingError(Kind kind, std::string reason) : ErrorException(std::move(reason)), m_kind(kind) {}
     [[nodiscard]] std::int64_t errorCode() const override { return static_cast<std::int64_t>(m_kind); }
 
 private:
     Kind m_kind;
-    std::string m_reason;
 };
 
 /// Writes compact UTF-8 JSON. Reals are written as the shortest decimal text that reads back the same, whole

@@ -29,6 +29,7 @@ Error bridge(const std::exception& exception)
     std::string typeName = qualifiedTypeName(typeid(exception));
     Error error{typeName, typeName, 0, exception.what(), std::nullopt};
     if (const auto* known = dynamic_cast<const ErrorException*>(&exception)) {
+        error.localizedDescription = known->description();
         error.code = known->errorCode();
         if (std::string domain = known->errorDomain(); !domain.empty())
             error.domain = std::move(domain);

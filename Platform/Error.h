@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <typeinfo>
+#include <utility>
 
 namespace Platform {
 
@@ -22,14 +23,21 @@ struct Error {
     friend bool operator==(const Error&, const Error&) = default;
 };
 
-/// An exception that knows its own error code and texts. Its domain is its qualified type name unless it says
-/// otherwise.
+/// An exception with a description, an error code and a domain, which by default is its qualified type name.
 class ErrorException : public std::exception {
 public:
+    explicit ErrorException(std::string description) : m_description(std::move(description)) {}
+
+    /// One sentence or sentence fragment. May hold a NUL, where `what()` ends.
+    [[nodiscard]] const std::string& description() const { return m_description; }
+    [[nodiscard]] const char* what() const noexcept final { return m_description.c_str(); }
     [[nodiscard]] virtual std::int64_t errorCode() const { return 0; }
     /// Empty: the domain is the type's name.
     [[nodiscard]] virtual std::string errorDomain() const { return {}; }
     [[nodiscard]] virtual std::optional<std::string> failureReason() const { return std::nullopt; }
+
+private:
+    std::string m_description;
 };
 
 /// The error that `exception` stands for. A `std::system_error` carries its category and number; an exception

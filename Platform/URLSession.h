@@ -71,16 +71,14 @@ public:
     };
 
     /// `description` is a sentence for people.
-    URLError(Code code, std::string description) : m_code(code), m_description(std::move(description)) {}
+    URLError(Code code, std::string description) : ErrorException(std::move(description)), m_code(code) {}
 
     [[nodiscard]] Code code() const { return m_code; }
-    [[nodiscard]] const char* what() const noexcept override { return m_description.c_str(); }
     [[nodiscard]] std::int64_t errorCode() const override { return static_cast<std::int64_t>(m_code); }
     [[nodiscard]] std::string errorDomain() const override { return "NSURLErrorDomain"; }
 
 private:
     Code m_code;
-    std::string m_description;
 };
 
 /// Performs requests over the network.

@@ -93,7 +93,7 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
         reading.state = State::good;
     } catch (const PropertyListError& error) {
         reading.position = error.position();
-        return failed(std::move(reading), State::malformed, error.what());
+        return failed(std::move(reading), State::malformed, error.description());
     } catch (const std::system_error& error) {
         return failed(std::move(reading), State::unreadable,
                       "cannot be read: " + errorText(error.code().value()));

@@ -56,13 +56,8 @@ std::string_view formatName(PropertyListFormat format)
 }
 
 PropertyListError::PropertyListError(std::string reason, std::optional<TextPosition> position)
-    : m_reason(std::move(reason)), m_position(position)
+    : ErrorException(std::move(reason)), m_position(position)
 {}
-
-const char* PropertyListError::what() const noexcept
-{
-    return m_reason.c_str();
-}
 
 PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPlaces)
 {

@@ -25,17 +25,15 @@ enum class PropertyListFormat { xml, binary, json };
 /// "XML property list", "binary property list", "JSON".
 std::string_view formatName(PropertyListFormat format);
 
-/// Why bytes are not a property list. `what()` is one sentence fragment without the position, such as
+/// Why bytes are not a property list. The description is one sentence fragment without the position, such as
 /// "the key \"api_key\" stands twice (first on line 3)".
 class PropertyListError : public ErrorException {
 public:
     PropertyListError(std::string reason, std::optional<TextPosition> position = std::nullopt);
-    [[nodiscard]] const char* what() const noexcept override;
     /// Absent where the format has no lines.
     [[nodiscard]] std::optional<TextPosition> position() const { return m_position; }
 
 private:
-    std::string m_reason;
     std::optional<TextPosition> m_position;
 };
 

@@ -11,14 +11,10 @@
 
 namespace Platform::Linux {
 
-/// Why a message cannot be decrypted. `what()` is a sentence that tells nothing of the content.
+/// Why a message cannot be decrypted. The description is a sentence without any of the content.
 class WebPushError : public ErrorException {
 public:
-    explicit WebPushError(std::string description) : m_description(std::move(description)) {}
-    [[nodiscard]] const char* what() const noexcept override { return m_description.c_str(); }
-
-private:
-    std::string m_description;
+    using ErrorException::ErrorException;
 };
 
 /// What a device receives encrypted pushes with: a key pair on the curve P-256 and a secret shared with those

@@ -14,6 +14,7 @@
 using namespace Core;
 using namespace Platform;
 using Lines = std::vector<std::string>;
+using namespace std::string_literals;
 
 namespace {
 
@@ -220,19 +221,20 @@ TEST_F(APIClientTest, FailuresOfTheTransferAreLoggedOnceAndWrapped)
 
 TEST(APIErrorTest, DescribesItselfAndHasItsPositionAsCode)
 {
-    const Error underlying{"T", "D", 1, "it broke", std::nullopt};
+    const Error underlying{"T", "D", 1, "it \0 broke"s, std::nullopt};
     struct Case {
         APIError::Case error;
         std::int64_t code;
-        const char* description;
+        std::string description;
     };
     const Case cases[] = {
         {APIError::InvalidBaseURL{std::nullopt}, 0, "Invalid base URL: nil"},
+        {APIError::InvalidBaseURL{"a\0b"s}, 0, "Invalid base URL: a\0b"s},
         {APIError::InvalidBaseURL{""}, 0, "Invalid base URL: "},
         {APIError::HTTPStatus{404, bytesOf("body")}, 1, "HTTP error: 404"},
-        {APIError::NetworkFailure{underlying}, 2, "Network error: it broke"},
-        {APIError::EncodingFailed{underlying}, 3, "Encoding failed: it broke"},
-        {APIError::DecodingFailed{underlying}, 4, "Decoding failed: it broke"},
+        {APIError::NetworkFailure{underlying}, 2, "Network error: it \0 broke"s},
+        {APIError::EncodingFailed{underlying}, 3, "Encoding failed: it \0 broke"s},
+        {APIError::DecodingFailed{underlying}, 4, "Decoding failed: it \0 broke"s},
         {APIError::MissingCredentials{}, 5, "API credentials not available from configuration"},
         {APIError::InvalidResponse{}, 6, "Invalid or non-HTTP response"},
     };

@@ -15,7 +15,7 @@ using Platform::LogVisibility;
 namespace Sample {
 class CodedError : public Platform::ErrorException {
 public:
-    [[nodiscard]] const char* what() const noexcept override { return "it broke"; }
+    CodedError() : ErrorException("it broke") {}
     [[nodiscard]] std::int64_t errorCode() const override { return 7; }
     [[nodiscard]] std::optional<std::string> failureReason() const override { return reason; }
     std::optional<std::string> reason;

@@ -16,6 +16,7 @@
 using namespace PushNotifications;
 using namespace Platform;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 using Dictionary = PropertyList::Dictionary;
 namespace StorageKeys = Core::Constants::StorageKeys;
@@ -266,6 +267,11 @@ TEST_F(PushTest, TokenIsKeptLoggedAndUploadedOnceForEachRegistration)
          {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
           "description=Invalid "
           "base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/DEV 1/token}"},
+         nullptr},
+        {"a\0b"s,
+         200,
+         {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
+          "description=Invalid base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/a\0b/token}"s},
          nullptr},
         {"", 200, {"Skipping token upload: no device ID in managed config"}, nullptr},
         {std::nullopt, 200, {"Skipping token upload: no device ID in managed config"}, nullptr},
