@@ -22,6 +22,7 @@
 #include "Platform/Linux/PortalAppearance.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/ShellState.h"
+#include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/Linux/SystemClock.h"
 #include "Platform/Linux/UnavailablePushService.h"
@@ -381,8 +382,8 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
 
 int main(int argc, char** argv)
 {
-    // Who stops reading the log, and a limit on the size of files, are errors of a write and no reason to
-    // end.
+    Linux::openMissingStandardDescriptors();
+    // A closed log pipe or a file-size limit must fail the write, not kill the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     const auto parsed = App::parseCommandLine(argc, argv);

@@ -151,6 +151,32 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
     EXPECT_THAT(application->lines(), Contains(HasSubstr("--no-such-option")));
 }
 
+TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)
+{
+    const std::string app = std::string(QV_PROGRAMS) + "/App/quorvane-mdm --log-stderr";
+    const std::string console = std::string(QV_PROGRAMS) + "/Tools/qvctl/qvctl status";
+    const char* closing[] = {" <&-", " >&-", " 2>&-"};
+    const auto watch = device.startConsole({"watch", "--json"});
+    for (int closed = 1; closed < 8; ++closed) {
+        std::string redirection;
+        for (int descriptor = 0; descriptor < 3; ++descriptor)
+            redirection += (closed >> descriptor & 1) != 0 ? closing[descriptor] : "";
+        SCOPED_TRACE(redirection);
+        device.replacePolicy(R"({"device_id": )" + std::to_string(closed) + "}");
+        const auto application = device.startProgram({"/bin/sh", "-c", "exec " + app + redirection});
+        EXPECT_TRUE(watch->waitForLine("\"configVersion\":" + std::to_string(closed)));
+        for (int descriptor = 0; descriptor < 3; ++descriptor) {
+            const auto file = "/proc/" + std::to_string(application->processId()) + "/fd/";
+            EXPECT_EQ(std::filesystem::read_symlink(file + std::to_string(descriptor)) == "/dev/null",
+                      descriptor == 0 || (closed >> descriptor & 1) != 0)
+                << descriptor;
+        }
+        application->signal(SIGTERM);
+        EXPECT_EQ(application->waitForExit(), 0);
+        EXPECT_EQ(device.startProgram({"/bin/sh", "-c", "exec " + console + redirection})->waitForExit(), 0);
+    }
+}
+
 TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
 {
     device.write(device.path("file.json"), R"({

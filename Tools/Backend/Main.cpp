@@ -4,6 +4,7 @@
 #include "Core/Base64.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
@@ -382,6 +383,7 @@ private:
 
 int main(int argc, char** argv)
 {
+    Platform::Linux::openMissingStandardDescriptors();
     // Before the first thread, so that all inherit it and only sigwait sees them.
     sigset_t signals;
     sigemptyset(&signals);

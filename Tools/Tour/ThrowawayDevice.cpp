@@ -64,5 +64,5 @@ std::unique_ptr<ChildProcess> ThrowawayDevice::start(std::string_view program,
 {
     std::vector<std::string> all{m_programs / program};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return std::make_unique<ChildProcess>(all, m_environment);
+    return startProgram(all);
 }

@@ -45,6 +45,11 @@ public:
     [[nodiscard]] std::unique_ptr<ChildProcess> startApplication(const std::vector<std::string>& arguments = {
                                                                      "--log-stderr"}) const;
     [[nodiscard]] std::unique_ptr<ChildProcess> startConsole(const std::vector<std::string>& arguments) const;
+    /// Starts any program in the environment of this device.
+    [[nodiscard]] std::unique_ptr<ChildProcess> startProgram(const std::vector<std::string>& command) const
+    {
+        return std::make_unique<ChildProcess>(command, m_environment);
+    }
 
 private:
     [[nodiscard]] std::unique_ptr<ChildProcess> start(std::string_view program,

@@ -2,6 +2,7 @@
 // backend and a second process meet it; prints what happened and how long each step took, and leaves a
 // picture of every stop. Ends non-zero when a step fails.
 
+#include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
 #include "Tools/Tour/ThrowawayDevice.h"
@@ -275,6 +276,7 @@ bool play(Tour& tour, void (Tour::*story)())
 
 int main(int argc, char** argv)
 {
+    Platform::Linux::openMissingStandardDescriptors();
     if (argc != 3) {
         fmt::print(stderr, "usage: {} BUILD-FOLDER PICTURES-FOLDER\n", argv[0]);
         return 64;

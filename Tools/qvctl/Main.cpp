@@ -1,3 +1,4 @@
+#include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/qvctl/CommandLine.h"
 #include "Tools/qvctl/LiveSession.h"
 
@@ -23,7 +24,8 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    // Writing tells of a reader that has gone, and of a limit on the size of files.
+    Platform::Linux::openMissingStandardDescriptors();
+    // A closed pipe or a file-size limit must fail the write, not kill the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     try {
