@@ -395,6 +395,9 @@ int main(int argc, char** argv)
         const auto paths = Linux::DevicePaths::fromEnvironment(options.managedConfiguration);
         failure = App::internal;
         return run(argc, argv, options, paths);
+    } catch (const Linux::InvalidPolicyPath& error) {
+        std::fprintf(stderr, "quorvane-mdm: %s\nTry quorvane-mdm --help.\n", error.what());
+        return App::usage;
     } catch (const Desktop::NoDisplay& error) {
         std::fprintf(stderr, "quorvane-mdm: %s\n", error.what());
         return App::unavailable;

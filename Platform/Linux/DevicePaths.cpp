@@ -2,8 +2,9 @@
 
 #include <cstdlib>
 #include <pwd.h>
-#include <stdexcept>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace Platform::Linux {
 
@@ -37,6 +38,17 @@ fs::path dataHome()
         "there is no home folder to keep data in: set HOME or XDG_DATA_HOME to an absolute path");
 }
 
+/// Throws `InvalidPolicyPath` for a name that no file can have.
+void demandFileName(const std::string& name)
+{
+    std::error_code ignored;
+    if (name.empty())
+        throw InvalidPolicyPath("--managed-configuration needs the name of a file, and got an empty one");
+    if (name.ends_with('/') || fs::is_directory(name, ignored))
+        throw InvalidPolicyPath("--managed-configuration names a folder, " + name +
+                                "; name the policy file in it");
+}
+
 } // namespace
 
 fs::path DevicePaths::standardDefaults() const
@@ -61,10 +73,18 @@ DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& manag
 
 std::vector<fs::path> DevicePaths::policyCandidates(const std::optional<std::string>& managedConfiguration)
 {
+    if (managedConfiguration)
+        demandFileName(*managedConfiguration);
     const auto named =
         managedConfiguration ? managedConfiguration : environment("QUORVANE_MANAGED_CONFIGURATION");
-    if (named)
-        return {fs::absolute(*named)};
+    if (named) {
+        std::error_code error;
+        fs::path file = fs::absolute(*named, error);
+        if (error)
+            throw InvalidPolicyPath(*named + " is relative to a folder that no longer exists (" +
+                                    error.message() + "); use an absolute path");
+        return {std::move(file)};
+    }
     const fs::path folder = "/etc/quorvane-mdm";
     return {folder / "managed.plist", folder / "managed.json"};
 }

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,11 @@ inline constexpr std::string_view applicationIdentifier = "com.quorvane.mdm";
 
 /// Under which the application's lines stand in the journal.
 inline constexpr std::string_view journalIdentifier = "quorvane-mdm";
+
+/// The policy path given by the user cannot be that of a file.
+class InvalidPolicyPath : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 /// Where the device keeps what belongs to the application.
 struct DevicePaths {
@@ -30,11 +36,13 @@ struct DevicePaths {
     [[nodiscard]] std::filesystem::path suite(std::string_view name) const;
     [[nodiscard]] std::filesystem::path instanceLock() const { return stateFolder / "instance.lock"; }
 
-    /// From XDG_DATA_HOME (else the home folder of the user), XDG_RUNTIME_DIR (else the state folder) and
-    /// `managedConfiguration`, else QUORVANE_MANAGED_CONFIGURATION, else the system's policy folder. Throws
-    /// `std::runtime_error` when the user has no home folder.
+    /// State: XDG_DATA_HOME, by default ~/.local/share. Socket: XDG_RUNTIME_DIR, by default the state folder.
+    /// Policy: `managedConfiguration`, the value of the command-line option, by default
+    /// QUORVANE_MANAGED_CONFIGURATION, by default the system's policy folder. An empty variable counts as
+    /// unset. Throws `InvalidPolicyPath`, and `std::runtime_error` when the user has no home folder.
     static DevicePaths fromEnvironment(const std::optional<std::string>& managedConfiguration);
-    /// `managedConfigurationCandidates` alone, which need no home folder.
+    /// Returns `managedConfigurationCandidates` alone, without the need for a home folder. Throws
+    /// `InvalidPolicyPath`.
     static std::vector<std::filesystem::path>
     policyCandidates(const std::optional<std::string>& managedConfiguration);
 };

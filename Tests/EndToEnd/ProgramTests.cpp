@@ -105,7 +105,7 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
     struct Case {
         std::vector<std::string> arguments;
         int exitCode;
-        const char* output;
+        std::string output;
     };
     const Case cases[] = {
         {{"--version"}, 0, "qvctl "},
@@ -146,9 +146,30 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
         const bool isRevealing = !row.arguments.empty() && row.arguments.back() == "--reveal";
         EXPECT_EQ(outcome.output.find("canary") != std::string::npos, isRevealing) << command;
     }
-    const auto application = device.startApplication({"--no-such-option"});
-    EXPECT_EQ(application->waitForExit(), 64);
-    EXPECT_THAT(application->lines(), Contains(HasSubstr("--no-such-option")));
+    device.setEnvironment("QUORVANE_MANAGED_CONFIGURATION", "");
+    const Case applicationCases[] = {
+        {{"--no-such-option"}, 64, "--no-such-option"},
+        {{"--managed-configuration", ""}, 64, "--managed-configuration needs the name of a file"},
+        {{"--managed-configuration="}, 64, "--managed-configuration: 1 required FILE missing"},
+        {{"--managed-configuration", device.path("policy")},
+         64,
+         "names a folder, " + device.path("policy").string()},
+        {{"--managed-configuration", device.path("new/")}, 64, "names a folder"},
+    };
+    for (const Case& row : applicationCases) {
+        const auto application = device.startApplication(row.arguments);
+        const std::string command = testing::PrintToString(row.arguments);
+        EXPECT_EQ(application->waitForExit(), row.exitCode) << command;
+        EXPECT_THAT(application->lines(), Contains(HasSubstr(row.output))) << command;
+        EXPECT_THAT(application->lines(), Contains("Try quorvane-mdm --help.")) << command;
+    }
+    const std::string inLostFolder = "mkdir lost && cd lost && rmdir ../lost && exec " +
+                                     std::string(QV_PROGRAMS) +
+                                     "/App/quorvane-mdm --managed-configuration file";
+    const auto lost =
+        device.startProgram({"/bin/sh", "-c", "cd " + device.path("").string() + " && " + inLostFolder});
+    EXPECT_EQ(lost->waitForExit(), 64);
+    EXPECT_THAT(lost->lines(), Contains(HasSubstr("use an absolute path")));
 }
 
 TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)

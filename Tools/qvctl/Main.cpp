@@ -1,3 +1,4 @@
+#include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/qvctl/CommandLine.h"
 #include "Tools/qvctl/LiveSession.h"
@@ -35,6 +36,9 @@ int main(int argc, char** argv)
             return success; // Whoever reads has seen enough.
         fmt::print(stderr, "qvctl: {}\n", error.what());
         return unavailable;
+    } catch (const Platform::Linux::InvalidPolicyPath& error) {
+        fmt::print(stderr, "qvctl: {}\nTry qvctl --help.\n", error.what());
+        return usage;
     } catch (const std::exception& error) {
         fmt::print(stderr, "qvctl: {}\n", error.what());
         return internal;
