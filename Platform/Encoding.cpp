@@ -14,6 +14,41 @@ constexpr std::string_view base64Alphabet(Base64Form form)
                                         : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 }
 
+/// The code points that never stand for a character, although they can be written in UTF-8.
+bool isNoncharacter(char32_t codePoint)
+{
+    return (codePoint >= 0xFDD0 && codePoint <= 0xFDEF) || (codePoint & 0xFFFEU) == 0xFFFE;
+}
+
+/// The line and the paragraph separator, which some readers take for a line break.
+bool isSeparator(char32_t codePoint)
+{
+    return codePoint == 0x2028 || codePoint == 0x2029;
+}
+
+/// Appends the escape of a code point of at most 16 bits.
+void appendEscape(std::string& out, char32_t codePoint)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    switch (codePoint) {
+    case '\n':
+        out += "\\n";
+        return;
+    case '\r':
+        out += "\\r";
+        return;
+    case '\t':
+        out += "\\t";
+        return;
+    default:
+        break;
+    }
+    const bool isShort = codePoint <= 0xFF;
+    out += isShort ? "\\x" : "\\u";
+    for (int shift = isShort ? 4 : 12; shift >= 0; shift -= 4)
+        out += digits[codePoint >> static_cast<unsigned>(shift) & 0xFU];
+}
+
 } // namespace
 
 bool isContinuationByte(char byte)
@@ -66,6 +101,53 @@ void appendUTF8(std::string& out, char32_t codePoint)
 bool isControlCharacter(char32_t codePoint)
 {
     return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
+}
+
+bool isBidirectionalControl(char32_t codePoint)
+{
+    return codePoint == 0x061C || codePoint == 0x200E || codePoint == 0x200F ||
+           (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);
+}
+
+bool isUnprintable(char32_t codePoint)
+{
+    return isControlCharacter(codePoint) || isSeparator(codePoint) || isBidirectionalControl(codePoint);
+}
+
+std::string printable(std::string_view text, LineBreaks lineBreaks)
+{
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const auto character = decodeUTF8(text);
+        const auto [codePoint, length] = character.value_or(characterOrByte(text));
+        if (character && (!isUnprintable(codePoint) || (codePoint == '\n' && lineBreaks == LineBreaks::kept)))
+            out += text.substr(0, length);
+        else
+            appendEscape(out, codePoint);
+        text.remove_prefix(length);
+    }
+    return out;
+}
+
+std::string plainText(std::string_view text, LineBreaks lineBreaks)
+{
+    constexpr char32_t replacementCharacter = 0xFFFD;
+    std::string plain;
+    while (!text.empty()) {
+        const auto character = decodeUTF8(text);
+        const char32_t codePoint = character ? character->codePoint : replacementCharacter;
+        if (codePoint == '\n' && lineBreaks == LineBreaks::kept)
+            plain += '\n';
+        else if (codePoint == '\n' || codePoint == '\t' || isSeparator(codePoint))
+            plain += ' ';
+        else if (!isUnprintable(codePoint))
+            appendUTF8(plain, isNoncharacter(codePoint) ? replacementCharacter : codePoint);
+        text.remove_prefix(character ? character->length : 1);
+        while (!character && !text.empty() && isContinuationByte(text.front()))
+            text.remove_prefix(1);
+    }
+    return plain;
 }
 
 bool isUTF8(std::string_view bytes)

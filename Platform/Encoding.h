@@ -28,6 +28,25 @@ void appendUTF8(std::string& out, char32_t codePoint);
 /// a terminal.
 bool isControlCharacter(char32_t codePoint);
 
+/// Whether the character can reorder the text around it: the explicit bidirectional controls and the marks.
+/// Source: Unicode Standard Annex #9, section 2.
+bool isBidirectionalControl(char32_t codePoint);
+
+/// Whether the character must not reach a terminal, a log line or a notification as it is: a control
+/// character, a line or paragraph separator, or a bidirectional control.
+bool isUnprintable(char32_t codePoint);
+
+enum class LineBreaks { kept, replaced };
+
+/// `text` with everything unprintable escaped: "\n", "\r", "\t", "\x1b" or "\u202e"; a byte that is not
+/// valid UTF-8 becomes "\xff". The result is valid UTF-8 and, unless line breaks are kept, one line.
+std::string printable(std::string_view text, LineBreaks lineBreaks = LineBreaks::replaced);
+
+/// `text` as a notification may show it, where escapes would only puzzle the reader: everything unprintable
+/// is left out, tabs and replaced line breaks become blanks, and U+FFFD stands for what is not valid UTF-8 or
+/// never a character.
+std::string plainText(std::string_view text, LineBreaks lineBreaks);
+
 /// Whether the byte goes on with a character that another one began.
 bool isContinuationByte(char byte);
 

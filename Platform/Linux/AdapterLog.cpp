@@ -1,5 +1,8 @@
 #include "Platform/Linux/AdapterLog.h"
 
+#include "Platform/Encoding.h"
+
+#include <exception>
 #include <utility>
 
 namespace Platform::Linux {
@@ -10,7 +13,11 @@ AdapterLog::AdapterLog(UnifiedLog& log, std::string subsystem)
 
 void AdapterLog::error(std::string_view line) const noexcept
 {
-    m_log.write(m_handle, LogType::error, LogVisibility::public_, line);
+    try {
+        m_log.write(m_handle, LogType::error, LogVisibility::public_, printable(line));
+    } catch (const std::exception&) {
+        // Out of memory: the line is lost, the caller is not.
+    }
 }
 
 void ErrorLine::say(const std::string& line, std::string_view occasion)

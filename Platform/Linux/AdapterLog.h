@@ -7,8 +7,9 @@
 
 namespace Platform::Linux {
 
-/// The voice of the adapters themselves: error lines about the device, such as a policy file that cannot be
-/// read. They carry paths and reasons, never a configured value, and are therefore public.
+/// Logs the adapters' own error lines about the device, such as a policy file that cannot be read. They carry
+/// paths and reasons, never a configured value, and are therefore public. File names and the messages of
+/// libraries may hold anything: what is unprintable in a line is escaped here.
 ///
 /// Threads: any.
 class AdapterLog {

@@ -1,5 +1,6 @@
 #include "Platform/Linux/CurlRequest.h"
 
+#include "Platform/Encoding.h"
 #include "Platform/Linux/CurlLibrary.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/URLReference.h"
@@ -39,14 +40,6 @@ bool isToken(std::string_view text)
                (character >= 'A' && character <= 'Z') ||
                std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
     });
-}
-
-/// A name that may hold anything, fit for a sentence.
-std::string printable(std::string text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](char character) { return character < ' ' || character > '~'; }, '?');
-    return text;
 }
 
 void removeFields(HeaderFields& fields, std::initializer_list<std::string_view> names)

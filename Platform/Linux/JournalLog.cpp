@@ -1,5 +1,6 @@
 #include "Platform/Linux/JournalLog.h"
 
+#include "Platform/Encoding.h"
 #include "Platform/Linux/JournalFields.h"
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
@@ -41,7 +42,8 @@ void JournalLog::write(const LogHandle& handle, LogType type, LogVisibility visi
             return std::string(name).append("=").append(value);
         };
         const std::array fields{
-            field(JournalFields::message, visibleText(line, visibility, m_privateData)),
+            field(JournalFields::message,
+                  printable(visibleText(line, visibility, m_privateData), LineBreaks::kept)),
             field(JournalFields::priority, std::string(1, priorityDigit(type))),
             field(JournalFields::identifier, m_identifier),
             field(JournalFields::subsystem, handle.subsystem),

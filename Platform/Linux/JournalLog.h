@@ -8,7 +8,8 @@
 namespace Platform::Linux {
 
 /// Writes each entry to the systemd journal with native fields: MESSAGE, PRIORITY, SYSLOG_IDENTIFIER,
-/// QV_SUBSYSTEM, QV_CATEGORY, QV_LEVEL and QV_PRIVACY.
+/// QV_SUBSYSTEM, QV_CATEGORY, QV_LEVEL and QV_PRIVACY. A text keeps its line breaks; everything else that is
+/// unprintable is escaped, because the readers of the journal print it as it is.
 ///
 /// Source: sd_journal_send(3), systemd.journal-fields(7).
 class JournalLog final : public UnifiedLog {

@@ -30,36 +30,10 @@ constexpr std::chrono::seconds lateAnswerTime{60};
 /// Of the one line that a server without bodies shows.
 constexpr std::size_t maximumLineCharacterCount = 100;
 
-constexpr char32_t replacementCharacter = 0xFFFD;
-
 struct Texts {
     std::string summary;
     std::string body;
 };
-
-/// The code points that the bus does not carry, although they can be written in UTF-8.
-bool isNoncharacter(char32_t codePoint)
-{
-    return (codePoint >= 0xFDD0 && codePoint <= 0xFDEF) || (codePoint & 0xFFFEU) == 0xFFFE;
-}
-
-/// `text` as the bus carries it: without control characters, and mended where it is not UTF-8.
-std::string plainText(std::string_view text, char lineBreak)
-{
-    std::string plain;
-    while (!text.empty()) {
-        const auto character = decodeUTF8(text);
-        const char32_t codePoint = character ? character->codePoint : replacementCharacter;
-        if (codePoint == '\n' || codePoint == '\t')
-            plain += codePoint == '\n' ? lineBreak : ' ';
-        else if (!isControlCharacter(codePoint))
-            appendUTF8(plain, isNoncharacter(codePoint) ? replacementCharacter : codePoint);
-        text.remove_prefix(character ? character->length : 1);
-        while (!character && !text.empty() && isContinuationByte(text.front()))
-            text.remove_prefix(1);
-    }
-    return plain;
-}
 
 std::string escaped(std::string_view text)
 {
@@ -90,11 +64,13 @@ std::string shortened(std::string line)
 Texts textsOf(const UserNotification& notification, const std::string& applicationName,
               const NotificationServer::Capabilities& capabilities)
 {
-    Texts texts{.summary = plainText(notification.title, ' '), .body = plainText(notification.body, '\n')};
+    Texts texts{.summary = plainText(notification.title, LineBreaks::replaced),
+                .body = plainText(notification.body, LineBreaks::kept)};
     if (texts.summary.find_first_not_of(' ') == std::string::npos)
         texts.summary = applicationName;
     if (!capabilities.hasBody && !texts.body.empty())
-        return {.summary = shortened(texts.summary + ": " + plainText(texts.body, ' ')), .body = {}};
+        return {.summary = shortened(texts.summary + ": " + plainText(texts.body, LineBreaks::replaced)),
+                .body = {}};
     if (capabilities.hasBodyMarkup)
         texts.body = escaped(texts.body);
     return texts;
@@ -273,8 +249,9 @@ void NotificationServer::askForInformation()
     ask<Reply>({*m_serverProxy, serverName, "GetServerInformation", lateAnswerTime},
                [this](const Answer<Reply>& answer) {
                    if (answer.value && answer.sender == m_server.owner)
-                       m_server.information = {.name = plainText(std::get<0>(*answer.value), ' '),
-                                               .version = plainText(std::get<2>(*answer.value), ' ')};
+                       m_server.information = {
+                           .name = plainText(std::get<0>(*answer.value), LineBreaks::replaced),
+                           .version = plainText(std::get<2>(*answer.value), LineBreaks::replaced)};
                });
 }
 

@@ -10,31 +10,10 @@
 #include <climits>
 #include <cstdlib>
 #include <exception>
-#include <iterator>
 #include <poll.h>
 #include <unistd.h>
 
 namespace Platform::Linux {
-
-namespace {
-
-void appendOnOneLine(std::string& out, std::string_view text)
-{
-    while (!text.empty()) {
-        const auto [codePoint, length] = characterOrByte(text);
-        if (codePoint == '\n')
-            out += "\\n";
-        else if (codePoint == '\r')
-            out += "\\r";
-        else if (isControlCharacter(codePoint) && codePoint != '\t')
-            fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<unsigned>(codePoint));
-        else
-            out += text.substr(0, length);
-        text.remove_prefix(length);
-    }
-}
-
-} // namespace
 
 PrivateData privateDataFromEnvironment()
 {
@@ -56,9 +35,8 @@ std::string_view severityName(LogType type)
 std::string logLine(Date time, std::string_view severity, std::string_view subsystem,
                     std::string_view category, std::string_view text)
 {
-    std::string line = fmt::format("{} {} {} {} ", time.utcText(), severity, subsystem, category);
-    appendOnOneLine(line, text);
-    return line += '\n';
+    return fmt::format("{} {} {} {} {}\n", time.utcText(), printable(severity), printable(subsystem),
+                       printable(category), printable(text));
 }
 
 void StandardErrorLog::write(const LogHandle& handle, LogType type, LogVisibility visibility,

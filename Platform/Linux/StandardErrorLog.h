@@ -26,8 +26,8 @@ std::string_view visibleText(std::string_view line, LogVisibility visibility, Pr
 /// The name of a severity in log output: "debug", "info", "warning", "error" or "critical".
 std::string_view severityName(LogType type);
 
-/// One entry as people read it, with the line break at its end: UTC time, severity, subsystem, category,
-/// text. Control characters in the text are escaped, so that an entry never looks like two.
+/// One entry as a line of text, with the line break at its end: UTC time, severity, subsystem, category,
+/// text. Whatever is unprintable in any of them is escaped, so that an entry never looks like two.
 std::string logLine(Date time, std::string_view severity, std::string_view subsystem,
                     std::string_view category, std::string_view text);
 

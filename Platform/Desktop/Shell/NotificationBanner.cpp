@@ -1,13 +1,16 @@
 #include "Platform/Desktop/Shell/NotificationBanner.h"
 
+#include "Platform/Encoding.h"
+
 #include <utility>
 
 namespace Platform::Desktop {
 
 void NotificationBanner::enqueue(const UserNotification& notification, std::function<void()> onResponse)
 {
-    m_waiting.push_back({QString::fromStdString(notification.title),
-                         QString::fromStdString(notification.body), std::move(onResponse)});
+    m_waiting.push_back({QString::fromStdString(plainText(notification.title, LineBreaks::replaced)),
+                         QString::fromStdString(plainText(notification.body, LineBreaks::kept)),
+                         std::move(onResponse)});
     if (m_waiting.size() > maximumWaitingCount)
         m_waiting.pop_front();
     showNext();

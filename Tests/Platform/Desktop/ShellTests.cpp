@@ -77,7 +77,7 @@ TEST_F(ShellTest, BannersComeOneByOneAndEveryWayToEndThemButTimeIsAResponse)
     // The first is on view; of those behind it two make way.
     for (int number = 0; number < 23; ++number)
         shell.show(
-            {std::to_string(number), {}, {}, {}}, PresentationOptions::banner, [](bool) {},
+            {"\u202e" + std::to_string(number), {}, {}, {}}, PresentationOptions::banner, [](bool) {},
             [&, number] { events += std::to_string(number) + " "; });
     const std::function<void()> ways[] = {[&] { tap("shell.banner"); },
                                           [&] { clock.advance(Desktop::NotificationBanner::viewTime); },

@@ -272,7 +272,7 @@ INSTANTIATE_TEST_SUITE_P(
             "LineFeed", "SAME", "GET", {{"X-API-Key", "secret\nX-Evil: 1"}}, Code::unknown, "X-API-Key"},
         RefusedCase{"Return", "SAME", "GET", {{"X-Device-Id", "secret\r"}}, Code::unknown, "X-Device-Id"},
         RefusedCase{"NUL", "SAME", "GET", {{"X-A", std::string("secret\0", 7)}}, Code::unknown, "X-A"},
-        RefusedCase{"Name", "SAME", "GET", {{"X-A\r\nX-Evil", "secret"}}, Code::unknown, "X-A??X-Evil"},
+        RefusedCase{"Name", "SAME", "GET", {{"X-A\r\nX-Evil", "secret"}}, Code::unknown, "X-A\\r\\nX-Evil"},
         RefusedCase{"NameWithColon", "SAME", "GET", {{"X-A: b", "secret"}}, Code::unknown, "X-A"},
         RefusedCase{"EmptyName", "SAME", "GET", {{"", "secret"}}, Code::unknown, "name"},
         RefusedCase{"Method", "SAME", "GET / HTTP/1.1\r\nX-Evil: 1", {}, Code::unknown, "method"},

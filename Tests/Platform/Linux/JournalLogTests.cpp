@@ -58,7 +58,7 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
         if (!JournalLog::isAvailable())
             ::_exit(1);
         relay(PrivateData::redacted, LogType::info, LogVisibility::private_, "secret");
-        relay(PrivateData::shown, LogType::default_, LogVisibility::private_, "a\nb");
+        relay(PrivateData::shown, LogType::default_, LogVisibility::private_, "a\nb\x1b");
         relay(PrivateData::redacted, LogType::fault, LogVisibility::public_, "seen");
         ::_exit(0);
     }
@@ -84,7 +84,7 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
                               "QV_PRIVACY=private\n"})
         EXPECT_THAT(entries[0], HasSubstr(field));
     // A value with a line break has its length in front, see systemd's journal export format.
-    EXPECT_THAT(entries[1], HasSubstr(std::string("MESSAGE\n\x03\0\0\0\0\0\0\0a\nb\n", 20)));
+    EXPECT_THAT(entries[1], HasSubstr(std::string("MESSAGE\n\x07\0\0\0\0\0\0\0a\nb\\x1b\n", 24)));
     EXPECT_THAT(entries[1], HasSubstr("PRIORITY=4\n"));
     EXPECT_THAT(entries[1], HasSubstr("QV_LEVEL=warning\n"));
     EXPECT_THAT(entries[2], HasSubstr("MESSAGE=seen\n"));

@@ -130,7 +130,8 @@ TEST_F(NotificationServerTest, SaysWhatEachServerUnderstands)
     shows({"body"}, "T", "&<>\n", {{"interruption-level", "critical"}}, banner | list, "T|&<>\n||2");
     shows({"sound"}, "", "b\n" + Text(95, 'b'), {}, banner | list, "App: b " + Text(93, 'b') + "…|||1");
     shows({}, "T", "<", {{"sound", "x"}}, list, "T|<||0");
-    shows({"body"}, "\0\n"s, "\xff\xe2\x82(\uffff\x1b\xc3", {}, list, "App|\ufffd\ufffd(\ufffd\ufffd||0");
+    shows({"body"}, "\0\n\u202e"s, "\xff\xe2\x82(\uffff\x1b\xc3", {}, list,
+          "App|\ufffd\ufffd(\ufffd\ufffd||0");
 }
 
 TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)

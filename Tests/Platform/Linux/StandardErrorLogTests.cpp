@@ -1,6 +1,8 @@
 #include "Platform/Linux/StandardErrorLog.h"
 
+#include "Platform/Linux/AdapterLog.h"
 #include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
 
 #include <gmock/gmock.h>
 
@@ -29,7 +31,7 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
          "2001-01-01T00:00:01.500Z warning com.quorvane.mdm general secret\n"},
         {PrivateData::redacted, LogType::fault, LogVisibility::public_,
          "two\nlines\t\x1b[31m\r\x7f\u009b \u00e4",
-         "2001-01-01T00:00:01.500Z critical com.quorvane.mdm general two\\nlines\t\\x1b[31m\\r\\x7f\\x9b "
+         "2001-01-01T00:00:01.500Z critical com.quorvane.mdm general two\\nlines\\t\\x1b[31m\\r\\x7f\\x9b "
          "\u00e4\n"},
         {PrivateData::redacted, LogType::debug, LogVisibility::public_, "",
          "2001-01-01T00:00:01.500Z debug com.quorvane.mdm general \n"},
@@ -44,6 +46,13 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
         log.write({"com.quorvane.mdm", "general"}, row.type, row.visibility, row.text);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), row.expected);
     }
+}
+
+TEST(AdapterLogTest, EscapesWhatFileNamesAndMessagesOfLibrariesMayHold)
+{
+    RecordingUnifiedLog log;
+    AdapterLog(log, "test").error("/a\nb: malformed (\x1b]0;x\x07)\u202e");
+    EXPECT_THAT(log.takeLines(), testing::ElementsAre("/a\\nb: malformed (\\x1b]0;x\\x07)\\u202e"));
 }
 
 TEST(StandardErrorLogTest, LosesLinesRatherThanWaitForAReader)

@@ -1,0 +1,42 @@
+#include "Platform/Encoding.h"
+
+#include <gmock/gmock.h>
+
+using namespace Platform;
+using namespace std::string_view_literals;
+
+namespace {
+
+TEST(EncodingTest, TextIsMadeFitForTerminalsLogsAndNotifications)
+{
+    struct Case {
+        std::string_view text;
+        const char* printable;
+        /// As a notification shows it.
+        const char* plain;
+    };
+    const Case cases[] = {
+        {"", "", ""},
+        {"Grüße, 世界 😀 \\x1b", "Grüße, 世界 😀 \\x1b", "Grüße, 世界 😀 \\x1b"},
+        {"a\nb\rc\td", "a\\nb\\rc\\td", "a bc d"},
+        {"\0\x1b]0;title\x07\x7f"sv, "\\x00\\x1b]0;title\\x07\\x7f", "]0;title"},
+        {"\u0080\u009b\u009f\u00a0", "\\x80\\x9b\\x9f\u00a0", "\u00a0"},
+        {"\u202a\u202b\u202c\u202d\u202etxt", "\\u202a\\u202b\\u202c\\u202d\\u202etxt", "txt"},
+        {"\u2066\u2067\u2068\u2069", "\\u2066\\u2067\\u2068\\u2069", ""},
+        {"\u200e\u200f\u061c", "\\u200e\\u200f\\u061c", ""},
+        {"\u2028\u2029", "\\u2028\\u2029", "  "},
+        {"\u200d\u2065\u202f\u206a\u2070", "\u200d\u2065\u202f\u206a\u2070",
+         "\u200d\u2065\u202f\u206a\u2070"},
+        // An overlong escape character, a lone continuation byte, half a character, a surrogate.
+        {"\xc0\x9b-\x9b-\xe2\x82(", "\\xc0\\x9b-\\x9b-\\xe2\\x82(", "\ufffd-\ufffd-\ufffd("},
+        {"\xed\xa0\x80\uffff", "\\xed\\xa0\\x80\uffff", "\ufffd\ufffd"},
+    };
+    for (const Case& row : cases) {
+        EXPECT_EQ(printable(row.text), row.printable);
+        EXPECT_EQ(plainText(row.text, LineBreaks::replaced), row.plain) << row.printable;
+    }
+    EXPECT_EQ(printable("a\n\tb\r\n", LineBreaks::kept), "a\n\\tb\\r\n");
+    EXPECT_EQ(plainText("a\n\tb\r\n", LineBreaks::kept), "a\n b\n");
+}
+
+} // namespace
