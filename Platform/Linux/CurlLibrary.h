@@ -27,9 +27,7 @@ public:
 #define QV_FUNCTION(name) decltype(&::name) name = m_library.symbol(#name)
     QV_FUNCTION(curl_easy_cleanup);
     QV_FUNCTION(curl_easy_getinfo);
-    QV_FUNCTION(curl_easy_header);
     QV_FUNCTION(curl_easy_init);
-    QV_FUNCTION(curl_easy_nextheader);
     QV_FUNCTION(curl_easy_reset);
     QV_FUNCTION(curl_easy_setopt);
     QV_FUNCTION(curl_easy_strerror);

@@ -96,6 +96,12 @@ struct Meaning {
     const char* sentence;
 };
 
+// A header line longer than libcurl reads. Version 7 reports a lack of memory; later ones have a code of
+// their own, which the headers of version 7 do not define.
+constexpr auto tooLarge = static_cast<CURLcode>(100);
+constexpr const char* longHeaderSentence =
+    "The header of the response from {} has lines that are too long; check the server.";
+
 constexpr Meaning meanings[] = {
     {CURLE_COULDNT_RESOLVE_HOST, Code::cannotFindHost,
      "The host of {} cannot be found; check its name, the network and the name servers."},
@@ -105,6 +111,8 @@ constexpr Meaning meanings[] = {
      "The proxy on the way to {} refused; check https_proxy and all_proxy."},
     {CURLE_SSL_CACERT_BADFILE, Code::secureConnectionFailed,
      "The certificates to trust for {} cannot be read; check SSL_CERT_FILE and SSL_CERT_DIR."},
+    {CURLE_OUT_OF_MEMORY, Code::dataLengthExceedsMaximum, longHeaderSentence},
+    {tooLarge, Code::dataLengthExceedsMaximum, longHeaderSentence},
     {CURLE_GOT_NOTHING, Code::networkConnectionLost,
      "{} closed the connection without an answer; check the log of the server."},
     {CURLE_PARTIAL_FILE, Code::networkConnectionLost,

@@ -16,15 +16,6 @@ using Code = URLError::Code;
 using namespace std::chrono_literals;
 
 constexpr int maximumRedirectCount = 16;
-
-/// Curl leaves the line end on values that are empty.
-std::string_view fieldValue(const curl_header& field)
-{
-    std::string_view value = field.value;
-    while (!value.empty() && std::string_view(" \t\r\n").find(value.back()) != std::string_view::npos)
-        value.remove_suffix(1);
-    return value;
-}
 } // namespace
 
 void CurlHandleDeleter::operator()(void* handle) const
@@ -64,6 +55,7 @@ void CurlTransfer::prepare()
 
 void CurlTransfer::prepareExchange()
 {
+    m_header = ResponseHeader();
     m_body.clear();
     m_sentBytes = 0;
     m_wireBytes = 0;
@@ -179,9 +171,10 @@ void CurlTransfer::setActivityCallbacks()
         });
     set(CURLOPT_HEADERDATA, this);
     set(
-        CURLOPT_HEADERFUNCTION, +[](char*, std::size_t, std::size_t count, void* self) noexcept {
-            static_cast<CurlTransfer*>(self)->noteActivity();
-            return count;
+        CURLOPT_HEADERFUNCTION, +[](char* line, std::size_t, std::size_t count, void* self) noexcept {
+            auto& transfer = *static_cast<CurlTransfer*>(self);
+            transfer.noteActivity();
+            return transfer.m_header.addLine({line, count}) ? count : std::size_t{0};
         });
     // Tells of bytes on the wire, among them those from which no body byte follows yet.
     set(CURLOPT_NOPROGRESS, 0L);
@@ -204,11 +197,10 @@ void CurlTransfer::noteActivity()
 
 std::string CurlTransfer::redirectLocation() const
 {
-    curl_header* location = nullptr;
+    const auto location = m_header.fields().find("Location");
     const bool isFound =
-        isRedirect(info<long>(CURLINFO_RESPONSE_CODE)) &&
-        curl().curl_easy_header(handle(), "Location", 0, CURLH_HEADER, -1, &location) == CURLHE_OK;
-    return isFound ? std::string(fieldValue(*location)) : std::string();
+        isRedirect(info<long>(CURLINFO_RESPONSE_CODE)) && location != m_header.fields().end();
+    return isFound ? location->second : std::string();
 }
 
 bool CurlTransfer::receive(const char* bytes, std::size_t count)
@@ -277,6 +269,11 @@ URLError CurlTransfer::failure(int code) const
         return {Code::dataLengthExceedsMaximum,
                 fmt::format("The body from {} is longer than {} MiB, the most that is taken in.",
                             m_target.endpoint(), URLSession::maximumBodyBytes / 1024 / 1024)};
+    if (m_header.isTooLong())
+        return {Code::dataLengthExceedsMaximum,
+                fmt::format("The header of the response from {} is longer than {} KiB, the limit; check the "
+                            "server.",
+                            m_target.endpoint(), ResponseHeader::maximumBytes / 1024)};
     // No other time limit is set with curl than that of the connection.
     if (code == CURLE_OPERATION_TIMEDOUT)
         return timeoutError();
@@ -294,12 +291,7 @@ URLResponse CurlTransfer::takeResponse()
 {
     HTTPURLResponse http;
     http.statusCode = info<long>(CURLINFO_RESPONSE_CODE);
-    curl_header* field = nullptr;
-    while ((field = curl().curl_easy_nextheader(handle(), CURLH_HEADER, -1, field)) != nullptr) {
-        const auto [position, isNew] = http.headerFields.try_emplace(field->name, fieldValue(*field));
-        if (!isNew)
-            position->second.append(", ").append(fieldValue(*field));
-    }
+    http.headerFields = m_header.takeFields();
     return {std::move(m_body), std::move(http)};
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/CurlRequest.h"
+#include "Platform/Linux/ResponseHeader.h"
 #include "Platform/URLSession.h"
 
 #include <array>
@@ -100,6 +101,7 @@ private:
     int m_redirectCount = 0;
 
     // Of the exchange.
+    ResponseHeader m_header;
     Data m_body;
     std::size_t m_sentBytes = 0;
     std::int64_t m_wireBytes = 0;

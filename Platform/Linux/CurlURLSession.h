@@ -12,7 +12,8 @@ namespace Platform::Linux {
 ///
 /// `Connection`, `Content-Length`, `Host` and `Transfer-Encoding` of a request are ignored: the transfer sets
 /// them. User names and passwords inside an address are never sent. 301 and 302 turn POST into GET, 303 all
-/// but HEAD; 300, 304 and redirects without a target are answers like any other.
+/// but HEAD; 300, 304 and redirects without a target are answers like any other. The first 1000 header fields
+/// of a response are kept; a header of more than 256 KiB fails the request.
 ///
 /// Threads: `start` from any. One thread of its own, which begins with the first request and sleeps while
 /// none is under way. Outcomes are delivered on it, so that whoever only goes on with the next request waits

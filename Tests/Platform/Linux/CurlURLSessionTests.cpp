@@ -1,4 +1,5 @@
 #include "Platform/Linux/CurlURLSession.h"
+#include "Platform/Linux/ResponseHeader.h"
 
 #include "Tests/Fakes/Bytes.h"
 #include "Tests/Fakes/CaseName.h"
@@ -67,6 +68,15 @@ struct Line {
     TestBackend backend;
     std::unique_ptr<Linux::CurlURLSession> session;
 };
+
+/// Distinct fields that come before "Location" in the response.
+std::multimap<std::string, std::string> manyFields(int count)
+{
+    std::multimap<std::string, std::string> fields;
+    for (int index = 0; index < count; ++index)
+        fields.emplace("A-" + std::to_string(index), "");
+    return fields;
+}
 
 /// The status of an answer, or the code of an error: what a row of a table expects.
 std::int64_t result(const Outcome& outcome)
@@ -144,6 +154,7 @@ INSTANTIATE_TEST_SUITE_P(
         ReplyCase{"NoContent", {.status = 204}, 204},
         ReplyCase{"SeveralChoices", {.status = 300, .headerFields = {{"Location", "/other"}}}, 300, "{}"},
         ReplyCase{"RedirectToNowhere", {.status = 302}, 302, "{}"},
+        ReplyCase{"RedirectToNothing", {.status = 302, .headerFields = {{"Location", ""}}}, 302, "{}"},
         ReplyCase{"NotModified", {.status = 304, .headerFields = {{"Location", "/other"}}}, 304},
         ReplyCase{"NotFound", {.status = 404, .body = "none"}, 404, "none"},
         ReplyCase{"Failure", {.status = 500, .body = ""}, 500},
@@ -158,6 +169,12 @@ INSTANTIATE_TEST_SUITE_P(
         ReplyCase{"Endless", {.ending = Ending::endless}, number(Code::dataLengthExceedsMaximum)},
         ReplyCase{"EndlessRedirect",
                   {.status = 302, .headerFields = {{"Location", "/other"}}, .ending = Ending::endless},
+                  number(Code::dataLengthExceedsMaximum)},
+        // About 265 and 120 KB.
+        ReplyCase{
+            "HeaderTooLong", {.headerFields = manyFields(26'000)}, number(Code::dataLengthExceedsMaximum)},
+        ReplyCase{"HeaderLineTooLong",
+                  {.headerFields = {{"X-Long", std::string(120'000, 'x')}}},
                   number(Code::dataLengthExceedsMaximum)},
         ReplyCase{"Truncated",
                   {.body = "0123456789", .ending = Ending::truncated},
@@ -354,7 +371,9 @@ class CurlMethodTest : public testing::TestWithParam<MethodCase> {};
 TEST_P(CurlMethodTest, ArrivesAsItWasAsked)
 {
     Line line;
-    line.backend.setReply("/path", {.headerFields = {{"X-Twice", "a"}, {"X-Twice", "b"}, {"X-Void", ""}}});
+    line.backend.setReply(
+        "/path",
+        {.headerFields = {{"X-Twice", "a"}, {"X-Twice", "b"}, {"X-Void", ""}, {"X-Folded", "a\r\n  b"}}});
     std::string url = line.backend.baseURL() + "/path?query=1#fragment";
     url.insert(url.find("localhost"), "user:password@");
     URLRequest request{.url = url,
@@ -365,7 +384,8 @@ TEST_P(CurlMethodTest, ArrivesAsItWasAsked)
     const Outcome outcome = line.start(request).get();
     ASSERT_EQ(result(outcome), 200) << description(outcome);
     const HeaderFields& answered = std::get<URLResponse>(outcome).http->headerFields;
-    EXPECT_THAT(answered, AllOf(Contains(Pair("X-Twice", "a, b")), Contains(Pair("X-Void", ""))));
+    EXPECT_THAT(answered, AllOf(Contains(Pair("X-Twice", "a, b")), Contains(Pair("X-Void", "")),
+                                Contains(Pair("X-Folded", "a b"))));
 
     const auto requests = line.backend.takeRequests();
     ASSERT_THAT(requests, SizeIs(1));
@@ -409,6 +429,22 @@ TEST(CurlURLSessionTest, ManyRequestsInFlightAllArriveOnTheThreadOfTheSession)
     EXPECT_EQ(good, count);
     EXPECT_THAT(threads, AllOf(SizeIs(1), Not(Contains(std::this_thread::get_id()))));
     EXPECT_THAT(line.backend.takeRequests(), SizeIs(count));
+}
+
+TEST(CurlURLSessionTest, KeepsTheFirstHeaderFieldsAndFollowsALaterRedirect)
+{
+    Line line;
+    TestBackend::Reply reply{.headerFields = manyFields(20'000)};
+    line.backend.setReply("/many", reply);
+    reply.status = 302;
+    reply.headerFields.emplace("Location", "/to");
+    line.backend.setReply("/from", reply);
+    const Outcome many = line.start({.url = line.backend.baseURL() + "/many"}).get();
+    ASSERT_EQ(result(many), 200) << description(many);
+    EXPECT_THAT(std::get<URLResponse>(many).http->headerFields,
+                SizeIs(Linux::ResponseHeader::maximumFieldCount));
+    ASSERT_EQ(result(line.start({.url = line.backend.baseURL() + "/from"}).get()), 200);
+    EXPECT_EQ(line.backend.takeRequests().back().target, "/to");
 }
 
 TEST(CurlURLSessionTest, RequestsUnderWayEndWithTheSession)
