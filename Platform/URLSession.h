@@ -68,6 +68,7 @@ public:
         secureConnectionFailed = -1200,
         serverCertificateHasBadDate = -1201,
         serverCertificateUntrusted = -1202,
+        clientCertificateRequired = -1206,
     };
 
     /// `description` is a sentence for people.

@@ -9,6 +9,7 @@
 #undef curl_easy_setopt
 #undef curl_multi_setopt
 #undef curl_share_setopt
+#include <openssl/ssl.h>
 
 namespace Platform::Linux {
 
@@ -54,6 +55,24 @@ public:
     QV_FUNCTION(curl_url_set);
 #undef QV_FUNCTION
 };
+
+/// The function of libssl that libcurl's hook for its TLS context needs. libcurl has loaded the library.
+///
+/// Threads: any.
+class TLSContextLibrary {
+    DynamicLibrary m_library{"libssl.so.3", "libssl3"};
+
+public:
+    TLSContextLibrary() = default;
+
+    decltype(&::SSL_CTX_set_cert_cb) SSL_CTX_set_cert_cb = m_library.symbol("SSL_CTX_set_cert_cb");
+};
+
+inline const TLSContextLibrary& tls()
+{
+    static const TLSContextLibrary library;
+    return library;
+}
 
 /// The library, loaded by the first who asks.
 inline const CurlLibrary& curl()

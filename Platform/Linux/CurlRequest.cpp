@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <memory>
 
 namespace Platform::Linux {
@@ -51,9 +52,9 @@ void removeFields(HeaderFields& fields, std::initializer_list<std::string_view> 
 }
 
 /// What OpenSSL's X509_V_ERR_ numbers come to; its headers are not worth a dependency.
-URLError certificateError(const CurlFailure& failure, const std::string& endpoint)
+URLError certificateError(long result, std::string_view detail, const std::string& endpoint)
 {
-    switch (failure.certificateResult) {
+    switch (result) {
     // Curl looks at the names before it takes over the verdict of OpenSSL, which is "unspecified" until then.
     case 0:
     case 1:
@@ -85,7 +86,7 @@ URLError certificateError(const CurlFailure& failure, const std::string& endpoin
                             endpoint)};
     default:
         return {Code::serverCertificateUntrusted,
-                fmt::format("The certificate of {} is not acceptable: {}.", endpoint, failure.detail)};
+                fmt::format("The certificate of {} is not acceptable: {}.", endpoint, detail)};
     }
 }
 
@@ -105,10 +106,6 @@ constexpr const char* longHeaderSentence =
 constexpr Meaning meanings[] = {
     {CURLE_COULDNT_RESOLVE_HOST, Code::cannotFindHost,
      "The host of {} cannot be found; check its name, the network and the name servers."},
-    {CURLE_COULDNT_RESOLVE_PROXY, Code::cannotFindHost,
-     "The proxy on the way to {} cannot be found; check https_proxy and all_proxy."},
-    {CURLE_PROXY, Code::cannotConnectToHost,
-     "The proxy on the way to {} refused; check https_proxy and all_proxy."},
     {CURLE_SSL_CACERT_BADFILE, Code::secureConnectionFailed,
      "The certificates to trust for {} cannot be read; check SSL_CERT_FILE and SSL_CERT_DIR."},
     {CURLE_OUT_OF_MEMORY, Code::dataLengthExceedsMaximum, longHeaderSentence},
@@ -136,6 +133,66 @@ constexpr Meaning meanings[] = {
      "{} did not answer in HTTP; check that the address is that of the right server."},
     {CURLE_URL_MALFORMAT, Code::badURL, "The address of a request to {} is malformed; check it."},
 };
+
+/// Whether the proxy, rather than the server behind it, is the end that failed.
+bool isFailureOfProxy(const CurlFailure& failure, const ProxyEnvironment& proxy)
+{
+    switch (failure.code) {
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_PROXY:
+        return true;
+    default:
+        // Others report with a status that the tunnel is open; SOCKS has none.
+        return proxy.scheme.starts_with("http") && failure.proxyStatus / 100 != 2;
+    }
+}
+
+URLError proxyError(const CurlFailure& failure, const ProxyEnvironment& environment,
+                    const std::string& endpoint)
+{
+    if (!environment.problem.empty())
+        return {Code::cannotConnectToHost,
+                fmt::format("No connection to {}: {}; correct or unset it.", endpoint, environment.problem)};
+    const std::string proxy = printable(environment.description());
+    if (failure.proxyStatus != 0)
+        return {
+            Code::cannotConnectToHost,
+            fmt::format("The proxy {} answered {} to the request for a tunnel to {}; check the address of "
+                        "the proxy and the rights this device has there.",
+                        proxy, failure.proxyStatus, endpoint)};
+    switch (failure.code) {
+    case CURLE_COULDNT_RESOLVE_PROXY:
+        return {Code::cannotFindHost,
+                fmt::format("The host of the proxy {} cannot be found; check its name, the network and the "
+                            "name servers.",
+                            proxy)};
+    case CURLE_COULDNT_CONNECT:
+        return {
+            Code::cannotConnectToHost,
+            fmt::format("No connection to the proxy {}: {}; check that the proxy runs and can be reached.",
+                        proxy, errorText(static_cast<int>(failure.errorNumber)))};
+    case CURLE_PEER_FAILED_VERIFICATION:
+        return certificateError(failure.proxyCertificateResult, failure.detail, "the proxy " + proxy);
+    case CURLE_SSL_CONNECT_ERROR:
+        return {
+            Code::secureConnectionFailed,
+            fmt::format("No secure connection to the proxy {}: {}; check that it speaks TLS 1.2 or later.",
+                        proxy, failure.detail)};
+    default:
+        return {
+            Code::cannotConnectToHost,
+            fmt::format("The proxy {} opened no tunnel to {}; check the log of the proxy.", proxy, endpoint)};
+    }
+}
+
+/// Whether the connection ended before any answer.
+bool isBrokenConnection(int code)
+{
+    constexpr CURLcode codes[] = {CURLE_SSL_CONNECT_ERROR, CURLE_RECV_ERROR,  CURLE_SEND_ERROR,
+                                  CURLE_SEND_FAIL_REWIND,  CURLE_GOT_NOTHING, CURLE_HTTP2};
+    return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
+}
 
 } // namespace
 
@@ -230,16 +287,27 @@ void redirectRequest(URLRequest& request, std::int64_t statusCode, const SecureU
     request.url = to.url;
 }
 
-URLError urlError(const CurlFailure& failure, const SecureURL& target)
+std::optional<ProxyEnvironment> CurlRoute::pendingProxy() const
 {
-    const std::string endpoint = target.endpoint();
-    if (failure.proxyStatus != 0 && failure.proxyStatus / 100 != 2)
-        return {Code::cannotConnectToHost,
-                fmt::format("The proxy on the way to {} answered {}; check https_proxy and the rights this "
-                            "device has there.",
-                            endpoint, failure.proxyStatus)};
+    if (isConnected)
+        return std::nullopt;
+    const bool isBracketed = target.host.starts_with('[');
+    return ProxyEnvironment::forHost(isBracketed ? target.host.substr(1, target.host.size() - 2)
+                                                 : target.host);
+}
+
+URLError urlError(const CurlFailure& failure, const CurlRoute& route)
+{
+    const std::string endpoint = route.target.endpoint();
+    if (const auto proxy = route.pendingProxy(); proxy && isFailureOfProxy(failure, *proxy))
+        return proxyError(failure, *proxy, endpoint);
+    if (failure.isCertificateRequested && isBrokenConnection(failure.code))
+        return {Code::clientCertificateRequired,
+                fmt::format("{} requested a client certificate, which this app does not have, and closed the "
+                            "connection; turn client certificates off on the server, or check its log.",
+                            endpoint)};
     if (failure.code == CURLE_PEER_FAILED_VERIFICATION)
-        return certificateError(failure, endpoint);
+        return certificateError(failure.certificateResult, failure.detail, endpoint);
     if (failure.code == CURLE_COULDNT_CONNECT)
         return {Code::cannotConnectToHost,
                 fmt::format("No connection to {}: {}; check that the server runs and can be reached.",
@@ -256,16 +324,22 @@ URLError urlError(const CurlFailure& failure, const SecureURL& target)
                                        curl().curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
 }
 
-URLError timeoutError(const SecureURL& target, std::chrono::seconds timeout, bool isConnected)
+URLError timeoutError(const CurlRoute& route, std::chrono::seconds timeout)
 {
-    if (isConnected)
+    const std::string endpoint = route.target.endpoint();
+    if (route.isConnected)
         return {Code::timedOut, fmt::format("Nothing came from {} for {} s; check the load of the server and "
                                             "the network.",
-                                            target.endpoint(), timeout.count())};
+                                            endpoint, timeout.count())};
+    if (const auto proxy = route.pendingProxy())
+        return {Code::timedOut,
+                fmt::format("No connection to {} through the proxy {} within {} s; check that the "
+                            "proxy runs, and the server behind it.",
+                            endpoint, printable(proxy->description()), timeout.count())};
     return {Code::timedOut,
             fmt::format("No connection to {} within {} s; check that the server runs and that no firewall is "
                         "in the way.",
-                        target.endpoint(), timeout.count())};
+                        endpoint, timeout.count())};
 }
 
 } // namespace Platform::Linux

@@ -86,10 +86,42 @@ void CurlTransfer::setSecurity()
     set(CURLOPT_PROTOCOLS_STR, "https");
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SHARE, m_surroundings.share);
-    if (!m_surroundings.certificateFile.empty())
-        set(CURLOPT_CAINFO, m_surroundings.certificateFile.c_str());
-    if (!m_surroundings.certificateFolder.empty())
-        set(CURLOPT_CAPATH, m_surroundings.certificateFolder.c_str());
+    for (const auto option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO}) {
+        if (!m_surroundings.certificateFile.empty())
+            set(option, m_surroundings.certificateFile.c_str());
+    }
+    for (const auto option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH}) {
+        if (!m_surroundings.certificateFolder.empty())
+            set(option, m_surroundings.certificateFolder.c_str());
+    }
+    set(CURLOPT_SSL_CTX_DATA, this);
+    set(
+        CURLOPT_SSL_CTX_FUNCTION, +[](CURL*, void* context, void* self) noexcept {
+            static_cast<CurlTransfer*>(self)->watchHandshake(context);
+            return CURLE_OK;
+        });
+}
+
+/// Notes whether the server requests a client certificate: it may then close the connection in any way, among
+/// them one that discards its alert.
+void CurlTransfer::watchHandshake(void* context)
+{
+    // The context stays with the connection, which may outlive this transfer.
+    bool& isRequested = m_surroundings.certificateRequests[m_target.endpoint()];
+    isRequested = false;
+    tls().SSL_CTX_set_cert_cb(
+        static_cast<SSL_CTX*>(context),
+        [](SSL*, void* flag) {
+            *static_cast<bool*>(flag) = true;
+            return 1;
+        },
+        &isRequested);
+}
+
+bool CurlTransfer::isCertificateRequested() const
+{
+    const auto found = m_surroundings.certificateRequests.find(m_target.endpoint());
+    return found != m_surroundings.certificateRequests.end() && found->second;
 }
 
 void CurlTransfer::setMethod()
@@ -270,21 +302,26 @@ URLError CurlTransfer::failure(int code) const
                 fmt::format("The body from {} is longer than {} MiB, the most that is taken in.",
                             m_target.endpoint(), URLSession::maximumBodyBytes / 1024 / 1024)};
     if (m_header.isTooLong())
-        return {Code::dataLengthExceedsMaximum,
-                fmt::format("The header of the response from {} is longer than {} KiB, the limit; check the "
-                            "server.",
-                            m_target.endpoint(), ResponseHeader::maximumBytes / 1024)};
+        return {
+            Code::dataLengthExceedsMaximum,
+            fmt::format("The header of the response from {}{} is longer than {} KiB, the limit; check its "
+                        "log.",
+                        m_isConnected ? "" : "the proxy on the way to ", m_target.endpoint(),
+                        ResponseHeader::maximumBytes / 1024)};
     // No other time limit is set with curl than that of the connection.
     if (code == CURLE_OPERATION_TIMEDOUT)
         return timeoutError();
+    const bool isAnswered = info<long>(CURLINFO_RESPONSE_CODE) != 0;
     return urlError({.code = code,
                      .certificateResult = info<long>(CURLINFO_SSL_VERIFYRESULT),
+                     .proxyCertificateResult = info<long>(CURLINFO_PROXY_SSL_VERIFYRESULT),
                      .errorNumber = info<long>(CURLINFO_OS_ERRNO),
                      .proxyStatus = info<long>(CURLINFO_HTTP_CONNECTCODE),
+                     .isCertificateRequested = !isAnswered && isCertificateRequested(),
                      .detail = m_detail.front() == '\0'
                                    ? curl().curl_easy_strerror(static_cast<CURLcode>(code))
                                    : m_detail.data()},
-                    m_target);
+                    {m_target, m_isConnected});
 }
 
 URLResponse CurlTransfer::takeResponse()
@@ -304,7 +341,7 @@ CurlTransfer::Clock::time_point CurlTransfer::deadline() const
 
 URLError CurlTransfer::timeoutError() const
 {
-    return Linux::timeoutError(m_target, m_timeout, m_isConnected);
+    return Linux::timeoutError({m_target, m_isConnected}, m_timeout);
 }
 
 } // namespace Platform::Linux

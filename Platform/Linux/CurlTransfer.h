@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,8 @@ public:
         void* share = nullptr;
         /// When anything last arrived for any of them.
         Clock::time_point lastArrival = {};
+        /// By endpoint: whether the server requested a client certificate in its last handshake.
+        std::map<std::string, bool> certificateRequests = {};
     };
 
     /// `surroundings` must outlive the transfer. `handle` must be new or reset.
@@ -79,6 +82,8 @@ private:
 
     void prepareExchange();
     void setSecurity();
+    void watchHandshake(void* context);
+    [[nodiscard]] bool isCertificateRequested() const;
     void setMethod();
     void setHeaderFields();
     void setBodyCallbacks();

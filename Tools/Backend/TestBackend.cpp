@@ -166,6 +166,15 @@ public:
     }
 };
 
+void demandClientCertificate(SSL_CTX* context, TestBackend::ClientCertificate demand)
+{
+    using Kind = TestBackend::ClientCertificate;
+    if (demand == Kind::ignored)
+        return;
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    SSL_CTX_set_max_proto_version(context, demand == Kind::demandedInTLS12 ? TLS1_2_VERSION : TLS1_3_VERSION);
+}
+
 Certificates::Identity makeServerIdentity(TestBackend::Certificate certificate,
                                           const Certificates::Identity& authority)
 {
@@ -190,6 +199,7 @@ public:
         const auto identity = makeServerIdentity(options.certificate, authority);
         m_listener = std::make_unique<Listener>(identity);
         m_connections.watch(m_listener->ssl_context());
+        demandClientCertificate(m_listener->ssl_context(), options.clientCertificate);
         route();
         m_port = m_listener->bind(options.port);
         // Not before the port is ours: another backend may have its certificates in the same folder.

@@ -20,10 +20,15 @@ public:
     /// `certificateAuthority()`.
     enum class Certificate { good, expired, wrongHost, selfSigned, untrusted };
 
+    /// Whether it closes connections of clients without a certificate: during the handshake in TLS 1.2,
+    /// after it in TLS 1.3.
+    enum class ClientCertificate { ignored, demandedInTLS12, demandedInTLS13 };
+
     struct Options {
         /// 0: any that is free.
         std::uint16_t port = 0;
         Certificate certificate = Certificate::good;
+        ClientCertificate clientCertificate = ClientCertificate::ignored;
         /// Where the certificates are written; must exist.
         std::filesystem::path folder;
     };

@@ -1,98 +1,15 @@
 #include "Tools/qvctl/ProxySettings.h"
 
 #include "Core/Base64.h"
+#include "Platform/Linux/ProxyEnvironment.h"
 
 #include <boost/url/pct_string_view.hpp>
 
-#include <algorithm>
-#include <arpa/inet.h>
-#include <array>
-#include <cctype>
-#include <charconv>
-#include <cstdlib>
 #include <string_view>
 
 namespace Qvctl {
 
 namespace {
-
-struct Variable {
-    std::string name;
-    std::string value;
-};
-
-/// The first that is set and not empty.
-std::optional<Variable> firstSet(std::initializer_list<const char*> names)
-{
-    for (const char* name : names) {
-        if (const char* value = std::getenv(name); value != nullptr && *value != '\0')
-            return Variable{name, value};
-    }
-    return std::nullopt;
-}
-
-std::string lowerCase(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return result;
-}
-
-using AddressBytes = std::array<unsigned char, sizeof(in6_addr)>;
-
-/// 4 or 16 when `text` is an address, else 0.
-std::size_t addressSize(const std::string& text, AddressBytes& bytes)
-{
-    if (::inet_pton(AF_INET, text.c_str(), bytes.data()) == 1)
-        return sizeof(in_addr);
-    return ::inet_pton(AF_INET6, text.c_str(), bytes.data()) == 1 ? sizeof(in6_addr) : 0;
-}
-
-/// Whether the address is in the network, as in "10.0.0.0/8".
-bool isInNetwork(const std::string& host, const std::string& network)
-{
-    const auto slash = network.find('/');
-    AddressBytes address{};
-    AddressBytes prefix{};
-    const std::size_t size = addressSize(host, address);
-    std::size_t bitCount = 0;
-    const char* end = network.data() + network.size();
-    if (slash == std::string::npos || size == 0 || addressSize(network.substr(0, slash), prefix) != size ||
-        std::from_chars(network.data() + slash + 1, end, bitCount).ptr != end || bitCount > size * 8)
-        return false;
-    for (std::size_t bit = 0; bit < bitCount; ++bit) {
-        const unsigned mask = 0x80U >> (bit % 8);
-        if ((address.at(bit / 8) & mask) != (prefix.at(bit / 8) & mask))
-            return false;
-    }
-    return true;
-}
-
-bool isNamed(const std::string& host, std::string entry)
-{
-    if (entry == "*")
-        return true;
-    if (isIPAddress(host))
-        return entry == host || isInNetwork(host, entry);
-    if (entry.starts_with('.'))
-        entry.erase(0, 1);
-    if (entry.ends_with('.'))
-        entry.pop_back();
-    return !entry.empty() && (host == entry || host.ends_with("." + entry));
-}
-
-bool isExempt(const std::string& host, std::string_view list)
-{
-    constexpr std::string_view separators = ", \t";
-    while (!list.empty()) {
-        const auto end = std::min(list.find_first_of(separators), list.size());
-        if (isNamed(host, lowerCase(list.substr(0, end))))
-            return true;
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
-    return false;
-}
 
 /// "Basic …" for "name:password", percent-encoded.
 std::string basicAuthorization(std::string_view user)
@@ -105,43 +22,15 @@ std::string basicAuthorization(std::string_view user)
 
 std::optional<ProxySettings> ProxySettings::fromEnvironment(const std::string& host)
 {
-    const auto variable = firstSet({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
-    if (!variable)
+    const auto proxy = Platform::Linux::ProxyEnvironment::forHost(host);
+    if (!proxy)
         return std::nullopt;
-    const std::string wanted = lowerCase(host.ends_with('.') ? host.substr(0, host.size() - 1) : host);
-    if (const auto exceptions = firstSet({"no_proxy", "NO_PROXY"});
-        exceptions && isExempt(wanted, exceptions->value))
-        return std::nullopt;
-
-    // Not all that is usual there is a URL: names and passwords are often written as they are.
-    std::string_view rest = variable->value;
-    ProxySettings proxy{.variable = variable->name, .scheme = "http", .server = {}, .authorization = {}};
-    if (const auto scheme = rest.find("://"); scheme != std::string_view::npos) {
-        proxy.scheme = lowerCase(rest.substr(0, scheme));
-        rest.remove_prefix(scheme + 3);
-    }
-    if (const auto user = rest.rfind('@'); user != std::string_view::npos) {
-        proxy.authorization = basicAuthorization(rest.substr(0, user));
-        rest.remove_prefix(user + 1);
-    }
-    rest = rest.substr(0, rest.find_first_of("/?#"));
-    constexpr std::uint16_t securePort = 443;
-    constexpr std::uint16_t usualPort = 1080;
-    proxy.server.port = proxy.scheme == "https" ? securePort : usualPort;
-    const auto bracket = rest.starts_with('[') ? rest.find(']') : 0;
-    const auto colon = bracket == std::string_view::npos ? bracket : rest.find(':', bracket);
-    if (colon != std::string_view::npos) {
-        const char* end = rest.data() + rest.size();
-        const auto [stop, error] = std::from_chars(rest.data() + colon + 1, end, proxy.server.port);
-        if (stop != end || error != std::errc() || proxy.server.port == 0)
-            throw StepError(variable->name + " names no port of a proxy");
-    }
-    proxy.server.host = rest.substr(0, colon);
-    if (proxy.server.host.starts_with('['))
-        proxy.server.host = proxy.server.host.substr(1, proxy.server.host.size() - 2);
-    if (proxy.server.host.empty())
-        throw StepError(variable->name + " names no host of a proxy");
-    return proxy;
+    if (!proxy->problem.empty())
+        throw StepError(proxy->problem);
+    return ProxySettings{.variable = proxy->variable,
+                         .scheme = proxy->scheme,
+                         .server = {proxy->host, proxy->port},
+                         .authorization = proxy->user.empty() ? "" : basicAuthorization(proxy->user)};
 }
 
 } // namespace Qvctl
