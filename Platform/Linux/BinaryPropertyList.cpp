@@ -102,17 +102,17 @@ BinaryReader::BinaryReader(std::string_view bytes)
 BinaryReader::Object BinaryReader::objectAt(std::uint64_t index) const
 {
     if (index >= m_objectCount)
-        fail(fmt::format("refers to object {} of {}", index, m_objectCount));
+        fail("refers to an object that does not exist");
     const std::uint64_t start = bigEndian(m_offsets.substr(index * m_offsetBytes, m_offsetBytes));
     if (start < headerBytes || start >= m_objects.size())
-        fail(fmt::format("object {} stands outside the space for objects", index));
+        fail("an object lies outside the space for objects");
     const unsigned marker = static_cast<unsigned char>(m_objects[start]);
     Object object{marker >> 4U, marker & 0xFU, marker & 0xFU, start + 1};
     const bool isCounted = object.type >= 0x4 && object.type != 0x8;
     if (isCounted && object.low == 0xF) {
         const unsigned countMarker = static_cast<unsigned char>(slice(object.offset, 1).front());
         if (countMarker < 0x10 || countMarker > 0x13)
-            fail(fmt::format("the count of object {} is damaged", index));
+            fail("the count of an object is damaged");
         const std::size_t countBytes = std::size_t{1} << (countMarker & 0xFU);
         object.count = bigEndian(slice(object.offset + 1, countBytes));
         object.offset += 1 + countBytes;
@@ -164,7 +164,7 @@ PropertyList BinaryReader::value(std::uint64_t index)
     default:
         break;
     }
-    fail(fmt::format("object {} has the unknown type 0x{:X}{:X}", index, object.type, object.low));
+    fail("an object has an unknown type");
 }
 
 PropertyList BinaryReader::integer(const Object& object) const
@@ -268,7 +268,7 @@ PropertyList BinaryReader::dictionary(const Object& object)
             fail("a key is not a text");
         const auto [entry, isNew] = entries.try_emplace(text(key));
         if (!isNew)
-            fail(fmt::format("the key {} stands twice", inQuotes(entry->first)));
+            fail("a key appears twice in one dictionary");
         entry->second = value(reference(references, object.count + position));
     }
     return entries;
@@ -278,7 +278,7 @@ PropertyList BinaryReader::dictionary(const Object& object)
 void BinaryReader::enter(std::uint64_t index)
 {
     if (std::ranges::find(m_path, index) != m_path.end())
-        fail(fmt::format("object {} contains itself", index));
+        fail("an array or dictionary contains itself");
     if (m_path.size() == maximumPropertyListDepth)
         fail(tooDeepReason());
     m_path.push_back(index);

@@ -1,3 +1,4 @@
+#include "Platform/Linux/JSONSyntax.h"
 #include "Platform/Linux/PropertyListFormats.h"
 
 #include <boost/json/basic_parser_impl.hpp>
@@ -102,7 +103,7 @@ bool JSONHandler::real(const std::string& digits)
 {
     const auto value = parseDecimal(digits);
     if (!value)
-        m_document.fail(fmt::format("the number {} is out of range", inQuotes(digits)), m_token);
+        m_document.fail("a number is out of range", m_token);
     return add(*value);
 }
 
@@ -173,23 +174,16 @@ std::size_t nextToken(std::string_view text, std::size_t start)
     return std::min(text.find_first_not_of(betweenTokens, end), text.size());
 }
 
-std::string reasonOf(json::error_code failure, std::string_view text, std::size_t offset)
+JSONSyntaxError explain(json::error_code failure, std::string_view text, std::size_t offset)
 {
-    if (failure == json::error::incomplete || offset >= text.size())
-        return "ends before the object is complete";
-    if (failure == json::error::exponent_overflow)
-        return "the exponent of a number is out of range";
     if (failure == json::error::expected_hex_digit)
-        return "\\u is not followed by four hexadecimal digits";
+        return {"a \\u escape without four hexadecimal digits", offset};
     if (failure == json::error::illegal_leading_surrogate ||
         failure == json::error::illegal_trailing_surrogate || failure == json::error::expected_utf16_escape)
-        return "a \\u escape is one half of a surrogate pair without the other";
-    const std::size_t wordEnd = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz", offset);
-    const std::string_view word = text.substr(offset, wordEnd - offset);
-    const auto character = decodeUTF8(text.substr(offset));
-    const std::size_t characterBytes = character ? character->length : 1;
-    return fmt::format("{} is out of place",
-                       inQuotes(word.empty() ? text.substr(offset, characterBytes) : word));
+        return {"a \\u escape is one half of a surrogate pair without the other half", offset};
+    if (failure == json::error::exponent_overflow)
+        return {"a number is out of range", offset};
+    return explainJSONSyntax(text, failure == json::error::incomplete ? text.size() : offset);
 }
 
 } // namespace
@@ -212,8 +206,10 @@ PropertyListDocument readJSONPropertyList(std::string_view text, WithPlaces with
     }
     if (!failure && !parser.done())
         parser.write_some(false, "", 0, failure);
-    if (failure)
-        document.fail(reasonOf(failure, text, offset), offset);
+    if (failure) {
+        const JSONSyntaxError error = explain(failure, text, offset);
+        document.fail(error.reason, error.offset);
+    }
     if (const std::size_t rest = text.find_first_not_of(textBlanks, offset); rest != std::string_view::npos)
         document.fail("goes on after the end of the object", rest);
     return {parser.handler().takeRoot(), PropertyListFormat::json, document.takePlaces()};

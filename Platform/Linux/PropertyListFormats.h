@@ -17,10 +17,6 @@ namespace Platform::Linux {
 /// White space to XML and JSON alike.
 inline constexpr std::string_view textBlanks = " \t\r\n";
 
-/// `text` in quotation marks, fit for one line of a log: control characters escaped, the rest cut off when
-/// long.
-std::string inQuotes(std::string_view text);
-
 /// A decimal number with optional fraction and exponent; absent when `digits` is anything else or lies
 /// outside the range of `double`.
 std::optional<double> parseDecimal(std::string_view digits);
@@ -61,7 +57,7 @@ private:
 class TextDictionary {
 public:
     /// The null value of a new key, to be filled in; it stays where it is while further keys come. Throws for
-    /// a key that stands twice.
+    /// a key that appears twice.
     PropertyList& insert(std::string key, std::size_t offset, TextDocument& document);
 
     PropertyList::Dictionary take() { return std::move(m_values); }

@@ -17,9 +17,7 @@ void validateUTF8(std::string_view text, TextDocument& document)
     for (std::size_t offset = 0; offset < text.size();) {
         const auto character = decodeUTF8(text.substr(offset));
         if (!character)
-            document.fail(
-                fmt::format("the byte 0x{:02X} is not valid UTF-8", static_cast<unsigned char>(text[offset])),
-                offset);
+            document.fail("is not valid UTF-8; save it as UTF-8", offset);
         offset += character->length;
     }
 }
@@ -29,15 +27,6 @@ bool startsWithWideByteOrderMark(std::string_view bytes)
     using namespace std::string_view_literals;
     return bytes.starts_with("\xFE\xFF"sv) || bytes.starts_with("\xFF\xFE"sv) ||
            bytes.starts_with("\0\0\xFE\xFF"sv);
-}
-
-void appendEscaped(std::string& out, char32_t codePoint)
-{
-    const bool breaksLine = codePoint == 0x2028 || codePoint == 0x2029;
-    if (isControlCharacter(codePoint) || breaksLine)
-        out += fmt::format("\\u{:04X}", static_cast<unsigned>(codePoint));
-    else
-        appendUTF8(out, codePoint);
 }
 
 } // namespace
@@ -84,22 +73,6 @@ PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPla
                               : readJSONPropertyList(text, withPlaces);
 }
 
-std::string inQuotes(std::string_view text)
-{
-    constexpr std::size_t shownCharacterCount = 60;
-    std::string out = "\"";
-    for (std::size_t count = 0; !text.empty(); ++count) {
-        const auto character = decodeUTF8(text);
-        if (count == shownCharacterCount || !character) {
-            out += "…";
-            break;
-        }
-        appendEscaped(out, character->codePoint);
-        text.remove_prefix(character->length);
-    }
-    return out += '"';
-}
-
 std::optional<double> parseDecimal(std::string_view digits)
 {
     // The conversion below also takes "inf" and "nan", which are spelt differently in each format.
@@ -116,8 +89,7 @@ std::optional<double> parseDecimal(std::string_view digits)
 
 std::string tooDeepReason()
 {
-    return fmt::format("arrays and dictionaries stand more than {} deep in one another",
-                       maximumPropertyListDepth);
+    return fmt::format("arrays and dictionaries are nested more than {} deep", maximumPropertyListDepth);
 }
 
 std::string tooManyValuesReason()
@@ -171,9 +143,8 @@ PropertyList& TextDictionary::insert(std::string key, std::size_t offset, TextDo
         const auto first = std::ranges::find(m_keyOffsets, &entry->first,
                                              &std::pair<const std::string*, std::size_t>::first);
         const std::size_t firstLine = document.positionOf(first->second).line;
-        document.fail(
-            fmt::format("the key {} stands twice (first on line {})", inQuotes(entry->first), firstLine),
-            offset);
+        document.fail(fmt::format("a key appears twice in one dictionary (first on line {})", firstLine),
+                      offset);
     }
     m_keyOffsets.emplace_back(&entry->first, offset);
     return entry->second;

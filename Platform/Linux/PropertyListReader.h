@@ -25,8 +25,9 @@ enum class PropertyListFormat { xml, binary, json };
 /// "XML property list", "binary property list", "JSON".
 std::string_view formatName(PropertyListFormat format);
 
-/// Why bytes are not a property list. The description is one sentence fragment without the position, such as
-/// "the key \"api_key\" stands twice (first on line 3)".
+/// Why bytes are not a property list. The description is a sentence fragment without the position, such as "a
+/// key appears twice in one dictionary (first on line 3)". It never quotes the document, which may hold
+/// secrets: descriptions are logged publicly.
 class PropertyListError : public ErrorException {
 public:
     PropertyListError(std::string reason, std::optional<TextPosition> position = std::nullopt);

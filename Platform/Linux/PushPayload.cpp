@@ -21,7 +21,7 @@ std::variant<PropertyList::Dictionary, std::string> readPushPayload(std::string_
             error.position()
                 ? fmt::format("line {}, column {}: ", error.position()->line, error.position()->column)
                 : "";
-        return fmt::format("the payload is not a JSON object: {}{}", place, error.description());
+        return fmt::format("the payload cannot be read: {}{}", place, error.description());
     }
 }
 

@@ -30,15 +30,15 @@ std::string reasonOf(pugi::xml_parse_status status)
 {
     switch (status) {
     case pugi::status_unrecognized_tag:
-        return "\"<\" begins no tag here";
+        return R"("<" starts no tag here; a plain one is written "&lt;")";
     case pugi::status_bad_pi:
-        return "a processing instruction or XML declaration is malformed or out of place";
+        return "a processing instruction or XML declaration is malformed or misplaced";
     case pugi::status_bad_comment:
         return "a comment is malformed";
     case pugi::status_bad_cdata:
-        return "a CDATA section is malformed or out of place";
+        return "a CDATA section is malformed or misplaced";
     case pugi::status_bad_doctype:
-        return "the document type declaration is malformed or out of place";
+        return "the document type declaration is malformed or misplaced";
     case pugi::status_bad_attribute:
         return "an attribute is malformed";
     case pugi::status_end_element_mismatch:
@@ -49,6 +49,15 @@ std::string reasonOf(pugi::xml_parse_status status)
     default:
         return "is not well-formed XML";
     }
+}
+
+/// "<dict>", or "an unknown element": only names of our own format are repeated.
+std::string inWords(pugi::xml_node element)
+{
+    constexpr std::array<std::string_view, 11> known{"plist", "dict", "array", "key",  "string", "integer",
+                                                     "real",  "true", "false", "date", "data"};
+    const std::string_view name = element.name();
+    return std::ranges::find(known, name) != known.end() ? fmt::format("<{}>", name) : "an unknown element";
 }
 
 class XMLReader {
@@ -113,9 +122,7 @@ void XMLReader::checkCharacters()
     for (std::size_t offset = 0; offset < text.size();) {
         const DecodedCharacter character = decodeUTF8(text.substr(offset)).value();
         if (!isXMLCharacter(character.codePoint))
-            m_document.fail(fmt::format("the character U+{:04X} is not allowed in XML",
-                                        static_cast<unsigned>(character.codePoint)),
-                            offset);
+            m_document.fail("a control character that XML does not allow", offset);
         offset += character.length;
     }
 }
@@ -147,15 +154,15 @@ pugi::xml_node XMLReader::rootElement()
     for (const pugi::xml_node node : m_tree.children()) {
         if (node.type() == pugi::node_declaration) {
             if (!atStart)
-                fail("the XML declaration does not stand first", node);
+                fail("the XML declaration is not at the start", node);
             checkDeclaration(node);
         } else if (node.type() == pugi::node_doctype) {
             if (doctype || root)
-                fail("the document type declaration is out of place", node);
+                fail("a misplaced document type declaration", node);
             checkDoctype(doctype = node);
         } else if (node.type() == pugi::node_element) {
             if (root)
-                fail(fmt::format("a second root element, <{}>, follows", inQuotes(node.name())), node);
+                fail("a second root element", node);
             root = node;
         } else {
             nextElement(node);
@@ -165,7 +172,7 @@ pugi::xml_node XMLReader::rootElement()
     if (!root)
         m_document.fail("has no root element", m_document.text().size());
     if (std::string_view(root.name()) != "plist")
-        fail(fmt::format("the root element is {}, not \"plist\"", inQuotes(root.name())), root);
+        fail(fmt::format("the root element is {}, not <plist>", inWords(root)), root);
     return root;
 }
 
@@ -174,8 +181,7 @@ void XMLReader::checkDeclaration(pugi::xml_node declaration)
     const pugi::xml_attribute encoding = declaration.attribute("encoding");
     if (encoding && !equalsIgnoringCase(encoding.value(), "utf-8") &&
         !equalsIgnoringCase(encoding.value(), "us-ascii"))
-        fail(fmt::format("declares the encoding {}; save it as UTF-8", inQuotes(encoding.value())),
-             declaration);
+        fail("declares an encoding other than UTF-8; save it as UTF-8", declaration);
 }
 
 void XMLReader::checkDoctype(pugi::xml_node doctype)
@@ -193,7 +199,7 @@ pugi::xml_node XMLReader::nextElement(pugi::xml_node node)
         const std::string_view text = node.value();
         const std::size_t stray = node.type() == pugi::node_cdata ? 0 : text.find_first_not_of(textBlanks);
         if (stray != std::string_view::npos)
-            m_document.fail(fmt::format("the text {} is out of place", inQuotes(trimmed(text))),
+            m_document.fail("unexpected text between elements; put text into <string>",
                             offsetOf(node) + stray);
     }
     return node;
@@ -221,8 +227,8 @@ PropertyList XMLReader::value(pugi::xml_node element, Nesting nesting)
     if (name == "data")
         return scalar(element, parseData, "Base64");
     if (name == "key")
-        fail("a <key> stands where a value belongs", element);
-    fail(fmt::format("the element {} is unknown", inQuotes(name)), element);
+        fail("a <key> where a value is expected", element);
+    fail(fmt::format("{} where a value is expected", inWords(element)), element);
 }
 
 PropertyList XMLReader::dictionary(pugi::xml_node element, Nesting nesting)
@@ -231,12 +237,12 @@ PropertyList XMLReader::dictionary(pugi::xml_node element, Nesting nesting)
     pugi::xml_node key = nextElement(element.first_child());
     while (key) {
         if (std::string_view(key.name()) != "key")
-            fail(fmt::format("the value {} stands without a key", inQuotes(key.name())), key);
+            fail(fmt::format("{} where a <key> is expected", inWords(key)), key);
         const std::string name = content(key);
         PropertyList& slot = entries.insert(name, offsetOf(key), m_document);
         const pugi::xml_node member = nextElement(key.next_sibling());
         if (!member || std::string_view(member.name()) == "key")
-            fail(fmt::format("the key {} has no value", inQuotes(name)), key);
+            fail("a <key> without a value", key);
         const bool atTop = nesting.depth == 1;
         if (atTop)
             m_document.notePlace(name, offsetOf(key), offsetOf(member));
@@ -272,7 +278,7 @@ PropertyList XMLReader::scalar(pugi::xml_node element, ScalarParser parser, std:
     const std::string text = content(element);
     std::optional<PropertyList> parsed = parser(trimmed(text));
     if (!parsed)
-        fail(fmt::format("{} is not {}", inQuotes(trimmed(text)), description), element);
+        fail(fmt::format("<{}> does not hold {}", element.name(), description), element);
     return *std::move(parsed);
 }
 
@@ -282,8 +288,7 @@ std::string XMLReader::content(pugi::xml_node element)
     std::string out;
     for (const pugi::xml_node node : element.children()) {
         if (!isText(node))
-            fail(fmt::format("<{}> holds the element {}, where only text may stand", element.name(),
-                             inQuotes(node.name())),
+            fail(fmt::format("<{}> holds {}; only text is allowed there", element.name(), inWords(node)),
                  node);
         appendDecoded(out, node);
     }
@@ -302,7 +307,7 @@ void XMLReader::appendDecoded(std::string& out, pugi::xml_node textNode)
             const std::size_t offset = offsetOf(textNode) + index;
             const std::size_t end = text.find(';', index);
             if (end == std::string_view::npos)
-                m_document.fail(R"("&" begins no complete reference; a plain one is written "&amp;")",
+                m_document.fail(R"("&" starts no complete reference; a plain one is written "&amp;")",
                                 offset);
             appendUTF8(out, decodeReference(text.substr(index + 1, end - index - 1), offset));
             index = end;
@@ -319,7 +324,7 @@ char32_t XMLReader::decodeReference(std::string_view name, std::size_t offset)
     if (!name.starts_with('#')) {
         const auto entity = std::ranges::find(entities, name, &std::pair<std::string_view, char32_t>::first);
         if (entity == entities.end())
-            m_document.fail(fmt::format("the entity {} is unknown", inQuotes(name)), offset);
+            m_document.fail("an unknown entity; a plain \"&\" is written \"&amp;\"", offset);
         return entity->second;
     }
     const bool hexadecimal = name.starts_with("#x");
@@ -328,7 +333,7 @@ char32_t XMLReader::decodeReference(std::string_view name, std::size_t offset)
     std::uint32_t codePoint = 0;
     const auto [parsedTo, failure] = std::from_chars(digits.data(), end, codePoint, hexadecimal ? 16 : 10);
     if (failure != std::errc{} || parsedTo != end || !isXMLCharacter(codePoint))
-        m_document.fail(fmt::format("{} refers to no character that XML allows", inQuotes(name)), offset);
+        m_document.fail("a reference to no character that XML allows", offset);
     return codePoint;
 }
 

@@ -106,10 +106,12 @@ TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
         {"emoji and escapes", "{\"aps\": {\"alert\": \"\xF0\x9F\x91\x8B \\u0007\"}}", "ok"},
         {"nothing", "", "error: the payload is not a JSON object"},
         {"array", "[1]", "error: the payload is not a JSON object"},
-        {"half", R"({"aps": {)", "error: the payload is not a JSON object: line 1"},
-        {"two", "{} {}", "error: the payload is not a JSON object: line 1"},
-        {"deep", R"({"a": )" + std::string(1000, '['), "error: the payload is not a JSON object: line 1"},
-        {"not UTF-8", "{\"a\": \"\xFF\"}", "error: the payload is not a JSON object: line 1, column 8"},
+        {"half", R"({"aps": {)", "error: the payload cannot be read: line 1"},
+        {"two", "{} {}", "error: the payload cannot be read: line 1"},
+        {"key twice", R"({"a": 1, "a": 2})",
+         "error: the payload cannot be read: line 1, column 10: a key appears twice"},
+        {"deep", R"({"a": )" + std::string(1000, '['), "error: the payload cannot be read: line 1"},
+        {"not UTF-8", "{\"a\": \"\xFF\"}", "error: the payload cannot be read: line 1, column 8"},
         {"another format", "<plist><dict/></plist>", "error: the payload is not a JSON object"},
     };
     LocalPushService service = makeService();
