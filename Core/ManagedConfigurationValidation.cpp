@@ -115,7 +115,8 @@ std::optional<std::string> readScalarString(const PropertyList* value, Findings 
         return std::string(kept);
     }
     if (value->isNumber()) {
-        findings.add(FindingKind::numberTakenAsText);
+        findings.add(value->boolean() != nullptr ? FindingKind::booleanTakenAsText
+                                                 : FindingKind::numberTakenAsText);
         return value->numberText();
     }
     findings.add(FindingKind::wrongType);

@@ -36,6 +36,7 @@ struct ValidationFinding {
         // The value is taken, though not as it was written.
         whiteSpaceTrimmed,
         numberTakenAsText,
+        booleanTakenAsText,
         schemeAdded,
         schemeUpgraded,
         // The value is taken as it was written, but rarely meant so.

@@ -116,6 +116,7 @@ TEST(BaseDomainTest, AlwaysBeginsWithHttps)
         {"hTtPs://acme.corp/", "hTtPs://acme.corp/", {}},
         {"", std::nullopt, {Kind::blank}},
         {42, "https://42", {Kind::numberTakenAsText, Kind::schemeAdded}},
+        {true, "https://1", {Kind::booleanTakenAsText, Kind::schemeAdded}},
         {"http://", "https://", {Kind::schemeUpgraded}},
         {"ftp://acme.corp", "https://ftp://acme.corp", {Kind::schemeAdded, Kind::carriesPath}},
     };

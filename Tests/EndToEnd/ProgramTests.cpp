@@ -204,7 +204,7 @@ TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
   "organizationId": 5,
   "base_domain": "http://acme.corp/mdm",
   "api_key": ["canary"],
-  "device_id": "  DEV-1 ",
+  "device_id": "  DEV-1 ", "OrganizationId": false,
   "AllowedAppsBundleIdsForSSOExtension": [
     "com.acme.one",
     "nodot"],
@@ -223,6 +223,8 @@ TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
              "file.json:3:18: warning: base_domain carries a path",
              "file.json:4:14: error: api_key holds ********; it counts as missing; write a text or a number",
              "file.json:5:16: note: device_id has white space at an end",
+             "file.json:5:46: warning: OrganizationId is true or false; 1 or 0 is used as its text; write a "
+             "text",
              "file.json:8:5: error: AllowedAppsBundleIdsForSSOExtension[1] \"nodot\" has no \".\"; it is "
              "dropped",
              "file.json:9:3: warning: colour is not a key of this app; it is ignored; remove it",

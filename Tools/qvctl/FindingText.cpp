@@ -51,6 +51,8 @@ Wording wordingOf(FindingKind kind)
         return {Severity::note, "has white space at an end", "the white space is taken away", ""};
     case FindingKind::numberTakenAsText:
         return {Severity::note, "is a number", "its decimal text is used", ""};
+    case FindingKind::booleanTakenAsText:
+        return {Severity::warning, "is true or false", "1 or 0 is used as its text", "write {forms}"};
     case FindingKind::schemeAdded:
         return {Severity::note, "names no scheme", "https:// is put in front", ""};
     case FindingKind::schemeUpgraded:
