@@ -238,6 +238,30 @@ TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
             "file.plist:4:47: error: AllowedAppsBundleIdsForSSOExtension[1] \"c_d.e\" has a character"));
 }
 
+TEST_F(ProgramTest, ValuesOfSecretAndUnknownKeysAreMasked)
+{
+    device.replacePolicy(R"({"api_key": "canary", "password": "canary", "base_domain": {"a": "canary"},
+        "SchemaVersion": [{"a": "canary"}], "AllowedAppsBundleIdsForSSOExtension": [{"a": "canary"}]})");
+    device.write(device.path("bad.json"), R"({"api_key": canary})");
+    const std::vector<std::string> verbs[] = {{"show"},
+                                              {"explain"},
+                                              {"lint", device.policyFile()},
+                                              {"lint", device.path("bad.json")},
+                                              {"explain", device.path("bad.json")},
+                                              {"set", device.path("bad.json")}};
+    for (std::vector<std::string> arguments : verbs) {
+        arguments.insert(arguments.begin(), "config");
+        EXPECT_THAT(qvctl(arguments).output, AllOf(Not(IsEmpty()), Not(HasSubstr("canary")))) << arguments[1];
+        arguments.emplace_back("--json");
+        EXPECT_THAT(qvctl(arguments).output, Not(HasSubstr("canary"))) << arguments[1];
+    }
+    EXPECT_THAT(qvctl({"config", "lint", device.path("bad.json")}).output,
+                HasSubstr("bad.json:1:13: error: the file is not taken: an unknown word; write a string"));
+    const auto shown = qvctlJSON({"config", "show"}).at("configuration").as_object();
+    EXPECT_EQ(shown.at("password"), "********");
+    EXPECT_EQ(qvctlJSON({"config", "show", "--reveal"}).at("configuration").at("password"), "canary");
+}
+
 TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
 {
     device.replacePolicy(R"({"OrganizationId": true, "base_domain": "ACME.corp", "api_key": "canary",

@@ -102,6 +102,7 @@ private:
 std::string policy(std::string_view baseURL, std::string_view key, std::string_view device = "DEV-1")
 {
     return fmt::format(R"({{"base_domain": "{}", "api_key": "{}", "device_id": "{}", "SchemaVersion": 2,
+        "password": "canary-password-1f60",
         "AllowedAppsBundleIdsForSSOExtension": ["com.example.mail"]}})",
                        baseURL, key, device);
 }
@@ -118,6 +119,16 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
         {.status = 302, .headerFields = {{"Location", std::string("http://") + apiKey}}},
         {.ending = Ending::closedBefore},
         {.ending = Ending::truncated}};
+    const std::string malformed[] = {
+        fmt::format(R"({{"api_key": "{}")", wrongKey),
+        fmt::format(R"({{"api_key": {}}})", wrongKey),
+        fmt::format(R"({{"api_key": '{}'}})", wrongKey),
+        fmt::format(R"({{"{0}": 1, "{0}": 2}})", wrongKey),
+        fmt::format("<plist><dict><key>api_key</key>{}</dict></plist>", wrongKey),
+        fmt::format("<plist><dict><key>{}</key></dict></plist>", wrongKey),
+        fmt::format("<plist><dict><key>api_key</key><integer>{}</integer></dict></plist>", wrongKey),
+        fmt::format("<plist><dict><key>api_key</key><{}/></dict></plist>", wrongKey),
+        fmt::format("<plist><dict><key>api_key</key><string>&{};</string></dict></plist>", wrongKey)};
     // The last one stays.
     const std::string policies[] = {policy(backend.baseURL(), std::string(apiKey) + "\\n"),
                                     policy("https://canary@host.invalid/canary", apiKey),
@@ -146,7 +157,7 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
         const std::string token = device.inspect().deviceToken;
         demand(!token.empty(), "there is no device token");
         canaries.add(token);
-        device.replacePolicy(fmt::format("{{\"api_key\": \"{}\n", wrongKey));
+        device.replacePolicy(malformed[i % std::size(malformed)]);
         application->waitForLine("the last good one stays in force", 1500ms);
         application->signal(SIGTERM);
         demand(application->waitForExit() == 0, "told to end, it did not end well");

@@ -73,8 +73,9 @@ constexpr const char* consoleDescription[] = {
     "qvctl is the console of the companion app quorvane-mdm, for administrators and testers: what "
     "configuration "
     "came, whether it is good, what the app made of it and when.",
-    "Only push needs a running app. The verbs that read make, move and mend nothing. Secrets and what "
-    "notifications say are masked without --reveal. Colours show on a terminal alone. What --json prints has "
+    "Only push needs a running app. The verbs that read make, move and mend nothing. Secrets, values of "
+    "unknown keys and what notifications say are masked without --reveal. Colours show on a terminal alone. "
+    "What --json prints has "
     "a member \"version\", which is "
     "raised "
     "when a member changes its meaning.",

@@ -131,7 +131,9 @@ std::map<std::string_view, std::string> effectiveValues(const PropertyList::Dict
     if (!config.allowedAppBundleIds.empty())
         set(Keys::allowedAppBundleIds, fmt::format("{}", fmt::join(config.allowedAppBundleIds, ", ")));
     if (const auto schema = managed.find(Keys::schemaVersion); schema != managed.end())
-        set(Keys::schemaVersion, schema->second.description());
+        set(Keys::schemaVersion, !isRevealing && isMasked(Keys::schemaVersion, schema->second)
+                                     ? std::string(mask)
+                                     : schema->second.description());
     return values;
 }
 
@@ -160,11 +162,11 @@ ExitCode configShow(const Options& options)
         return reportUnusable(reading);
     json::object values;
     for (const auto& [key, value] : *reading.document.root.dictionary()) {
-        const bool isMasked = isSecret(key) && !options.isRevealing;
+        const bool isHidden = !options.isRevealing && isMasked(key, value);
         if (options.isJSON)
-            values.emplace(key, isMasked ? json::value(mask) : jsonValue(value));
+            values.emplace(key, isHidden ? json::value(mask) : jsonValue(value));
         else
-            fmt::print("{:<40}{}\n", printable(key), isMasked ? std::string(mask) : displayText(value));
+            fmt::print("{:<40}{}\n", printable(key), isHidden ? std::string(mask) : displayText(value));
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},

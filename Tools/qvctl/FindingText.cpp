@@ -68,9 +68,12 @@ Wording wordingOf(FindingKind kind)
 }
 
 /// The value that a finding is about: the one under its key, or one element or piece of it.
-std::string concernedValue(const ValidationFinding& finding, const PropertyList::Dictionary& managed)
+std::string concernedValue(const ValidationFinding& finding, const PropertyList::Dictionary& managed,
+                           bool isRevealing)
 {
     const PropertyList& value = managed.find(finding.key)->second;
+    if (!isRevealing && isMasked(finding.key, value))
+        return std::string(mask);
     if (!finding.index)
         return fmt::format("{} {}", value.typeName(), displayText(value));
     if (const auto* array = value.array())
@@ -145,8 +148,17 @@ std::optional<std::string_view> suggestedKey(std::string_view key)
 
 bool isSecret(std::string_view key)
 {
-    const auto meant = suggestedKey(key);
-    return meant && Core::findManagedKey(*meant)->isSecret;
+    const ManagedKey* known = Core::findManagedKey(key);
+    return known == nullptr || known->isSecret;
+}
+
+bool isMasked(std::string_view key, const PropertyList& value)
+{
+    const auto* array = value.array();
+    return isSecret(key) || value.dictionary() != nullptr ||
+           (array != nullptr && std::any_of(array->begin(), array->end(), [&](const PropertyList& element) {
+                return isMasked(key, element);
+            }));
 }
 
 std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document, bool isRevealing)
@@ -174,8 +186,7 @@ std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document
     for (const ValidationFinding& finding : dropped) {
         const ManagedKey& key = *Core::findManagedKey(finding.key);
         const Wording words = wordingOf(finding.kind);
-        const std::string value =
-            key.isSecret && !isRevealing ? std::string(mask) : concernedValue(finding, managed);
+        const std::string value = concernedValue(finding, managed, isRevealing);
         findings.push_back({
             .severity = words.severity,
             .key = std::string(finding.key),

@@ -37,7 +37,11 @@ std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document
 /// The known key that `key` was probably meant to be.
 std::optional<std::string_view> suggestedKey(std::string_view key);
 
-/// Whether the value of `key` is a secret; so is that of a key that was probably meant to be a secret one.
+/// Whether the value of `key` is a secret. That of an unknown key may be one: a password, or a misspelt key.
 bool isSecret(std::string_view key);
+
+/// Whether `value` under `key` is hidden without --reveal: because of its key, or because it holds a
+/// dictionary, whose keys are all unknown.
+bool isMasked(std::string_view key, const Platform::PropertyList& value);
 
 } // namespace Qvctl
