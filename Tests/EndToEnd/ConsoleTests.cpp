@@ -126,6 +126,56 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
     EXPECT_THAT(printed, IsEmpty()) << "not documented";
 }
 
+TEST_F(ProgramTest, ExitCodesSurviveAReaderThatHasGone)
+{
+    std::string policy = R"({"AllowedAppsBundleIdsForSSOExtension": [)";
+    for (int i = 0; i < 2000; ++i)
+        policy += "\"nodot\", ";
+    device.write(device.path("bad.json"), policy + "1]}");
+    struct Case {
+        const char* command;
+        int exitCode;
+    };
+    const Case cases[] = {
+        {"config lint $DEVICE/bad.json | head -n 1", 78}, // More than a pipe holds.
+        {"config lint --json $DEVICE/bad.json | head -c 1", 78},
+        {"config lint $DEVICE/bad.json 2>&1 | true", 78},
+        {"doctor --offline | head -n 1", 1},
+        {"doctor --offline --json | true", 1},
+        {"config show 2>&1 | true", 66},
+        {"stauts 2>&1 | true", 64},
+        {"config schema | head -n 1", 0},
+        // A full disk is an error of its own, except on standard error.
+        {"config schema > /dev/full", 69},
+        {"doctor --offline > /dev/full", 69},
+        {"config show --json > /dev/full", 69},
+        {"--help > /dev/full", 69},
+        {"config show 2> /dev/full", 66},
+    };
+    for (const Case& row : cases) {
+        const Outcome outcome = shell(std::string("set -o pipefail; $QVCTL ") + row.command);
+        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.command;
+        EXPECT_EQ(outcome.output.find("No space left") != std::string::npos, row.exitCode == 69)
+            << row.command << outcome.output;
+    }
+}
+
+TEST_F(ProgramTest, ColorsShowOnATerminalThatKnowsThem)
+{
+    struct Case {
+        const char* environment;
+        bool isColored;
+    };
+    for (const Case& row : {Case{"TERM=xterm NO_COLOR=", true}, Case{"TERM=xterm NO_COLOR=1", false},
+                            Case{"TERM=dumb NO_COLOR=", false}, Case{"TERM= NO_COLOR=", false},
+                            Case{"-uTERM NO_COLOR=", false}}) {
+        const Outcome outcome =
+            shell(std::string("env ") + row.environment + " script -qec \"$QVCTL status\" /dev/null");
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+        EXPECT_EQ(outcome.output.find('\x1b') != std::string::npos, row.isColored) << row.environment;
+    }
+}
+
 TEST_F(ProgramTest, WatchTellsOfEachVersionUntilItIsInterrupted)
 {
     const auto people = device.startConsole({"watch"});

@@ -18,11 +18,12 @@ protected:
     };
     [[nodiscard]] Outcome qvctl(const std::vector<std::string>& arguments) const
     {
-        const auto process = device.startConsole(arguments);
-        Outcome outcome{process->waitForExit(), {}};
-        for (const std::string& line : process->lines())
-            outcome.output += line + "\n";
-        return outcome;
+        return outcomeOf(*device.startConsole(arguments));
+    }
+    /// Runs a script of bash; see `ThrowawayDevice::startShell`.
+    [[nodiscard]] Outcome shell(const std::string& script) const
+    {
+        return outcomeOf(*device.startShell(script));
     }
     [[nodiscard]] boost::json::object qvctlJSON(std::vector<std::string> arguments) const
     {
@@ -33,4 +34,13 @@ protected:
         return boost::json::parse(outcome.output).as_object();
     }
     ThrowawayDevice device{QV_PROGRAMS};
+
+private:
+    static Outcome outcomeOf(ChildProcess& process)
+    {
+        Outcome outcome{process.waitForExit(), {}};
+        for (const std::string& line : process.lines())
+            outcome.output += line + "\n";
+        return outcome;
+    }
 };

@@ -74,21 +74,25 @@ constexpr const char* consoleDescription[] = {
     "configuration "
     "came, whether it is good, what the app made of it and when.",
     "Only push needs a running app. The verbs that read make, move and mend nothing. Secrets, values of "
-    "unknown keys and what notifications say are masked without --reveal. Colours show on a terminal alone. "
-    "What --json prints has "
-    "a member \"version\", which is "
-    "raised "
-    "when a member changes its meaning.",
+    "unknown keys and what notifications say are masked without --reveal. Output has colors only on a "
+    "terminal that knows them. "
+    "What --json prints has a member \"version\", which is raised when a member changes its meaning; when "
+    "the "
+    "verb fails it has a member \"error\".",
 };
 constexpr Entry consoleFiles[] = {policyFile, stateFolder, sharedSuite, pushSocket};
-constexpr Entry consoleEnvironment[] = {
-    policyVariable, dataVariable, runtimeVariable, {"NO_COLOR", "When set and not empty, no colours."}};
+constexpr Entry consoleEnvironment[] = {policyVariable,
+                                        dataVariable,
+                                        runtimeVariable,
+                                        {"NO_COLOR", "When set and not empty, the output has no colors."},
+                                        {"TERM", "When unset, empty or dumb, the output has no colors."}};
 constexpr Entry consoleExits[] = {
     good,
     {"1", "A check of doctor failed."},
     usage,
     {"66", "There is no such file, or nothing is stored yet."},
-    {"69", "Something is unavailable: the app does not run, there is no journal, a file cannot be written."},
+    {"69", "Something is unavailable: the app does not run, there is no journal, a file or standard output "
+           "cannot be written."},
     internal,
     {"78", "The configuration is bad."},
 };

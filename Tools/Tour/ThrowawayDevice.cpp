@@ -59,6 +59,14 @@ std::unique_ptr<ChildProcess> ThrowawayDevice::startConsole(const std::vector<st
     return start("Tools/qvctl/qvctl", arguments);
 }
 
+std::unique_ptr<ChildProcess> ThrowawayDevice::startShell(const std::string& script) const
+{
+    auto environment = m_environment;
+    environment["DEVICE"] = m_folder;
+    environment["QVCTL"] = m_programs / "Tools/qvctl/qvctl";
+    return std::make_unique<ChildProcess>(std::vector<std::string>{"bash", "-c", script}, environment);
+}
+
 std::unique_ptr<ChildProcess> ThrowawayDevice::start(std::string_view program,
                                                      const std::vector<std::string>& arguments) const
 {

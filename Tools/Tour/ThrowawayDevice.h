@@ -50,6 +50,8 @@ public:
     {
         return std::make_unique<ChildProcess>(command, m_environment);
     }
+    /// Starts a script of bash, with the folder of this device as $DEVICE and the console as $QVCTL.
+    [[nodiscard]] std::unique_ptr<ChildProcess> startShell(const std::string& script) const;
 
 private:
     [[nodiscard]] std::unique_ptr<ChildProcess> start(std::string_view program,

@@ -2,14 +2,16 @@
 
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/Linux/SystemClock.h"
+#include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/TimeText.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
+#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -43,6 +45,11 @@ void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
     verb.add_option("--limit", limit, "Show at most so many, the newest")
         ->type_name("N")
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
+}
+
+std::vector<const CLI::App*> verbsOf(const CLI::App& group)
+{
+    return group.get_subcommands([](const CLI::App*) { return true; });
 }
 
 } // namespace
@@ -176,20 +183,51 @@ void CommandLine::addNotificationVerbs()
 
 int CommandLine::run(int argc, const char* const* argv)
 {
+    const int code = parseAndRun(argc, argv);
+    flushOutput();
+    return code;
+}
+
+int CommandLine::parseAndRun(int argc, const char* const* argv)
+{
     try {
         m_parser->parse(argc, argv);
+        return m_verb();
     } catch (const CLI::Success& helpOrVersion) {
-        return m_parser->exit(helpOrVersion);
+        std::ostringstream text;
+        const int code = m_parser->exit(helpOrVersion, text, text);
+        writeOutput(text.str());
+        return code;
     } catch (const CLI::ParseError& error) {
-        // For a mistyped verb the library misses the verb and does not tell which word stands in its place.
-        const auto unknown = m_parser->remaining(true);
-        const bool isVerbMissing =
-            dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty();
-        fmt::print(stderr, "qvctl: {}\nTry qvctl --help.\n",
-                   isVerbMissing ? fmt::format("there is no verb '{}'", unknown.front()) : error.what());
-        return usage;
+        // Parsing may have ended before this option.
+        m_options.isJSON |= std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+        const int code = fail(m_options, usage, usageError(error));
+        writeDiagnostics("Try qvctl --help.\n");
+        return code;
+    } catch (const OutputError&) {
+        throw;
+    } catch (const std::system_error& error) {
+        return fail(m_options, unavailable, error.what());
+    } catch (const std::exception& error) {
+        return fail(m_options, internal, error.what());
     }
-    return m_verb();
+}
+
+/// What is wrong with the command line. For a mistyped verb the library only knows that a verb is missing.
+std::string CommandLine::usageError(const CLI::ParseError& error) const
+{
+    const CLI::App* last = m_parser.get();
+    while (!last->get_subcommands().empty())
+        last = last->get_subcommands().front();
+    const bool isVerbMissing =
+        dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !verbsOf(*last).empty();
+    const auto unknown = m_parser->remaining(true);
+    if (!isVerbMissing || unknown.empty())
+        return error.what();
+    const std::string& word = unknown.front();
+    if (word.starts_with('-'))
+        return fmt::format("there is no option '{}'", word);
+    return fmt::format("there is no verb '{}'", word);
 }
 
 CLI::App& CommandLine::addVerb(CLI::App& parent, const std::string& name, const std::string& description,

@@ -11,7 +11,8 @@
 
 namespace CLI {
 class App;
-}
+class ParseError;
+} // namespace CLI
 
 namespace Qvctl {
 
@@ -23,13 +24,15 @@ public:
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
 
-    /// Parses and does what is asked; everything has been said then. Throws what the verbs throw.
+    /// Parses and runs the verb; returns its exit code when all it printed has arrived. Throws `OutputError`.
     int run(int argc, const char* const* argv);
 
     /// Every verb and option, for those who describe them.
     [[nodiscard]] const CLI::App& parser() const { return *m_parser; }
 
 private:
+    [[nodiscard]] int parseAndRun(int argc, const char* const* argv);
+    [[nodiscard]] std::string usageError(const CLI::ParseError& error) const;
     void addStateVerbs();
     void addDoctor();
     void addConfigVerbs();

@@ -27,15 +27,14 @@ using namespace Platform::Linux;
 using Platform::PropertyList;
 using State = PolicyFileReading::State;
 
-/// Tells on standard error why a file has no dictionary to work with; answers the exit code for it.
-ExitCode reportUnusable(const PolicyFileReading& reading)
+/// Reports why a file has no dictionary to work with; returns the exit code for it.
+ExitCode reportUnusable(const Options& options, const PolicyFileReading& reading)
 {
     const std::string text = reading.state == State::missing
                                  ? reading.path.string() + ": there is no such file"
                                  : reading.diagnostic();
-    fmt::print(stderr, "qvctl: {}\n", text);
     const bool isAbsent = reading.state == State::missing || reading.state == State::unreadable;
-    return isAbsent ? noInput : configuration;
+    return fail(options, isAbsent ? noInput : configuration, text, {{"path", reading.path.string()}});
 }
 
 PolicyFileReading readNamedFile(const std::string& file)
@@ -54,8 +53,7 @@ PolicyFileReading readDevicePolicy(const Options& options)
 
 std::string subject(const Finding& finding)
 {
-    return finding.index ? fmt::format("{}[{}]", printable(finding.key), *finding.index)
-                         : printable(finding.key);
+    return finding.index ? fmt::format("{}[{}]", finding.key, *finding.index) : finding.key;
 }
 
 std::string place(const std::filesystem::path& file, const std::optional<TextPosition>& position)
@@ -64,18 +62,19 @@ std::string place(const std::filesystem::path& file, const std::optional<TextPos
                     : file.string();
 }
 
-void printFindings(std::FILE* stream, const std::filesystem::path& file, const std::vector<Finding>& findings)
+Tone toneOf(Severity severity)
 {
-    for (const Finding& finding : findings) {
-        const Tone tone = finding.severity == Severity::error     ? Tone::bad
-                          : finding.severity == Severity::warning ? Tone::warning
-                                                                  : Tone::faint;
-        fmt::print(stream, "{}: {}: {} {}; {}{}{}\n", place(file, finding.position),
-                   stream == stdout ? toned(tone, severityName(finding.severity))
-                                    : std::string(severityName(finding.severity)),
-                   subject(finding), finding.problem, finding.effect, finding.mend.empty() ? "" : "; ",
-                   finding.mend);
-    }
+    return severity == Severity::error     ? Tone::bad
+           : severity == Severity::warning ? Tone::warning
+                                           : Tone::faint;
+}
+
+/// One finding on one line; `severity` is its name, in color or not.
+std::string findingLine(const std::filesystem::path& file, const Finding& finding, const Styled& severity)
+{
+    return styled("{}: {}: {} {}; {}{}{}\n", place(file, finding.position), severity, subject(finding),
+                  finding.problem, finding.effect, finding.mend.empty() ? "" : "; ", finding.mend)
+        .text;
 }
 
 json::array findingsJSON(const std::vector<Finding>& findings)
@@ -159,14 +158,14 @@ ExitCode configShow(const Options& options)
 {
     const PolicyFileReading reading = readDevicePolicy(options);
     if (reading.state != State::good)
-        return reportUnusable(reading);
+        return reportUnusable(options, reading);
     json::object values;
     for (const auto& [key, value] : *reading.document.root.dictionary()) {
         const bool isHidden = !options.isRevealing && isMasked(key, value);
         if (options.isJSON)
             values.emplace(key, isHidden ? json::value(mask) : jsonValue(value));
         else
-            fmt::print("{:<40}{}\n", printable(key), isHidden ? std::string(mask) : displayText(value));
+            print("{:<40}{}\n", key, isHidden ? std::string(mask) : displayText(value));
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},
@@ -179,14 +178,16 @@ ExitCode configLint(const Options& options, const std::string& file)
 {
     const PolicyFileReading reading = readNamedFile(file);
     if (reading.state == State::missing || reading.state == State::unreadable)
-        return reportUnusable(reading);
+        return reportUnusable(options, reading);
     const std::vector<Finding> findings = findingsOf(reading, options.isRevealing);
     if (options.isJSON)
         printJSON({{"path", file}, {"findings", findingsJSON(findings)}});
     else if (findings.empty())
-        fmt::print("{}: {}\n", file, toned(Tone::good, "nothing to remark"));
+        print("{}: {}\n", file, toned(Tone::good, "no problems found"));
     else
-        printFindings(stdout, file, findings);
+        for (const Finding& finding : findings)
+            writeOutput(
+                findingLine(file, finding, toned(toneOf(finding.severity), severityName(finding.severity))));
     return hasErrors(findings) ? configuration : success;
 }
 
@@ -194,7 +195,7 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
 {
     const PolicyFileReading reading = file ? readNamedFile(*file) : readDevicePolicy(options);
     if (reading.state != State::good)
-        return reportUnusable(reading);
+        return reportUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
     const std::vector<Finding> findings = judge(reading.document, options.isRevealing);
     const auto effective = effectiveValues(managed, options.isRevealing);
@@ -209,11 +210,11 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
                 {"reasons", json::array(why.begin(), why.end())}};
             continue;
         }
-        fmt::print("{:<40}{}\n", key.name,
-                   value != effective.end() ? printable(value->second) : toned(Tone::warning, "no value"));
+        print("{:<40}{}\n", key.name,
+              value != effective.end() ? styled("{}", value->second) : toned(Tone::warning, "no value"));
         for (const std::string& reason : why)
-            fmt::print("    {}\n", reason);
-        fmt::print("    {}\n", toned(Tone::faint, key.description));
+            print("    {}\n", reason);
+        print("    {}\n", toned(Tone::faint, key.description));
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},
@@ -226,9 +227,10 @@ ExitCode configSet(const Options& options, const std::string& file)
 {
     const PolicyFileReading reading = readNamedFile(file);
     if (reading.state != State::good)
-        return reportUnusable(reading);
+        return reportUnusable(options, reading);
     const std::vector<Finding> findings = judge(reading.document, options.isRevealing);
-    printFindings(stderr, file, findings);
+    for (const Finding& finding : findings)
+        writeDiagnostics(findingLine(file, finding, styled("{}", severityName(finding.severity))));
 
     const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
     const std::filesystem::path installed =
@@ -237,8 +239,8 @@ ExitCode configSet(const Options& options, const std::string& file)
     if (options.isJSON)
         printJSON({{"path", installed.string()}, {"findings", findingsJSON(findings)}});
     else
-        fmt::print("Installed {}\n", installed.string());
-    return result.state == State::good ? success : reportUnusable(result);
+        print("Installed {}\n", installed);
+    return result.state == State::good ? success : reportUnusable(options, result);
 }
 
 ExitCode configClear(const Options& options)
@@ -251,11 +253,11 @@ ExitCode configClear(const Options& options)
             list.emplace_back(path.string());
         printJSON({{"removed", std::move(list)}});
     } else if (removed.empty()) {
-        fmt::print("There was no managed configuration to remove\n");
+        print("There was no managed configuration to remove\n");
     }
     for (const auto& path : removed) {
         if (!options.isJSON)
-            fmt::print("Removed {}\n", path.string());
+            print("Removed {}\n", path);
     }
     return success;
 }
@@ -268,9 +270,9 @@ ExitCode configSchema(const Options& options, SchemaFormat format)
     if (options.isJSON)
         printJSON({{"content", content}});
     else if (const auto* text = content.if_string())
-        fmt::print("{}", text->c_str());
+        writeOutput(*text);
     else
-        fmt::print("{}\n", prettyJSON(content));
+        writeOutput(prettyJSON(content) + "\n");
     return success;
 }
 

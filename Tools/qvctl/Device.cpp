@@ -1,8 +1,9 @@
 #include "Tools/qvctl/Device.h"
 
 #include "Core/Constants.h"
+#include "Tools/qvctl/Output.h"
 
-#include <cstdio>
+#include <exception>
 #include <string>
 
 namespace Qvctl {
@@ -29,7 +30,11 @@ std::optional<ConfigurationSnapshot> Device::storedSnapshot()
 void Device::ConsoleLog::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
                                std::string_view line) noexcept
 {
-    std::fprintf(stderr, "qvctl: %.*s\n", static_cast<int>(line.size()), line.data());
+    try {
+        printError("{}", line);
+    } catch (const std::exception&) {
+        // Out of memory.
+    }
 }
 
 std::string_view permissionName(Platform::AuthorizationStatus status)

@@ -4,8 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
-
 namespace Qvctl {
 
 namespace {
@@ -28,26 +26,26 @@ Tone toneOf(Verdict verdict)
 }
 
 /// At once: a check of the network may take its time.
-void print(const Check& check)
+void printCheck(const Check& check)
 {
     const bool isFaint = check.verdict == Verdict::skipped;
     const auto verdict = fmt::format("{:<9}", verdictName(check.verdict));
     const auto identifier = fmt::format("{:<26}", check.identifier);
-    fmt::print("{}{}{}\n", toned(toneOf(check.verdict), verdict), identifier,
-               toned(isFaint ? Tone::faint : Tone::plain, printable(check.found)));
+    print("{}{}{}\n", toned(toneOf(check.verdict), verdict), identifier,
+          toned(isFaint ? Tone::faint : Tone::plain, check.found));
     // That of one with a cause stands at the cause.
     if (!check.mend.empty() && check.cause.empty())
-        fmt::print("{:<35}{}\n", "", printable("-> " + check.mend));
-    std::fflush(stdout);
+        print("{:<35}-> {}\n", "", check.mend);
+    flushOutput();
 }
 
 void printSummary(const Findings& findings)
 {
-    fmt::print("\n{} ok, {} with a warning, {} failed, {} skipped.\n", findings.count(Verdict::ok),
-               findings.count(Verdict::warning), findings.count(Verdict::failed),
-               findings.count(Verdict::skipped));
+    print("\n{} ok, {} with a warning, {} failed, {} skipped.\n", findings.count(Verdict::ok),
+          findings.count(Verdict::warning), findings.count(Verdict::failed),
+          findings.count(Verdict::skipped));
     if (const Check* first = findings.firstFailure())
-        fmt::print("Begin with {}.\n", toned(Tone::bad, first->identifier));
+        print("Begin with {}.\n", toned(Tone::bad, first->identifier));
 }
 
 json::value optionalText(const std::string& text)
@@ -98,7 +96,7 @@ ExitCode doctor(const Options& options, const DoctorOptions& limits)
 {
     Examination examination{options, limits, Findings([&](const Check& check) {
                                 if (!options.isJSON)
-                                    print(check);
+                                    printCheck(check);
                             })};
     for (const auto examine :
          {examinePolicy, examineState, examineSuite, examineNotifications, examineBackend, examineUpload})

@@ -3,10 +3,10 @@
 
 #include "Core/URLComposition.h"
 #include "Core/UnicodeText.h"
+#include "Platform/Encoding.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/NetworkSteps.h"
-#include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/ProxySettings.h"
 #include "Tools/qvctl/TLSProbe.h"
 
@@ -168,9 +168,9 @@ void BackendWay::connectThrough(const ProxySettings& proxy)
     }
     m_findings.skipped("backend.host", "The proxy looks the host up.");
     if (proxy.scheme != "http") {
-        m_findings.skipped(
-            "backend.connect",
-            fmt::format("Nothing is known beyond a proxy that is spoken to in {}.", printable(proxy.scheme)));
+        m_findings.skipped("backend.connect",
+                           fmt::format("Nothing is known beyond a proxy that is spoken to in {}.",
+                                       Platform::printable(proxy.scheme)));
         m_socket = FileDescriptor();
         return;
     }

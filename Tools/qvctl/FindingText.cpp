@@ -1,6 +1,7 @@
 #include "Tools/qvctl/FindingText.h"
 
 #include "Core/ManagedKeys.h"
+#include "Platform/Encoding.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
@@ -81,7 +82,7 @@ std::string concernedValue(const ValidationFinding& finding, const PropertyList:
     std::string_view rest = *value.text();
     for (std::size_t i = 0; i < *finding.index; ++i)
         rest.remove_prefix(rest.find(',') + 1);
-    return fmt::format("\"{}\"", printable(rest.substr(0, rest.find(','))));
+    return fmt::format("\"{}\"", Platform::printable(rest.substr(0, rest.find(','))));
 }
 
 std::optional<Platform::Linux::TextPosition> placeOf(const Platform::Linux::PropertyListDocument& document,

@@ -3,7 +3,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <system_error>
@@ -33,12 +32,6 @@ bool LiveSession::waitFor(int descriptor, short events, int timeoutMilliseconds)
             throw std::system_error(errno, std::generic_category(), "waiting");
     }
     return waiting[1].revents == 0 && waiting[2].revents == 0;
-}
-
-void flushOutput()
-{
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        throw std::system_error(errno, std::generic_category(), "standard output");
 }
 
 } // namespace Qvctl

@@ -22,7 +22,4 @@ private:
     Platform::Linux::FileDescriptor m_signals;
 };
 
-/// Hands what was printed to whoever reads it. Throws `std::system_error`.
-void flushOutput();
-
 } // namespace Qvctl

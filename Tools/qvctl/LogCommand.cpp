@@ -19,7 +19,7 @@ using namespace Platform::Linux;
 void printEntry(const Options& options, const JournalEntry& entry)
 {
     if (!options.isJSON) {
-        fmt::print("{}", logLine(entry.time, entry.level, entry.subsystem, entry.category, entry.text));
+        writeOutput(logLine(entry.time, entry.level, entry.subsystem, entry.category, entry.text));
         return;
     }
     printJSON({{"time", entry.time.utcText()},
@@ -34,7 +34,7 @@ void printEntry(const Options& options, const JournalEntry& entry)
 bool printEntries(const Options& options, JournalReader& reader)
 {
     bool isAny = false;
-    while (const auto entry = reader.next()) {
+    for (auto entry = reader.next(); entry && isOutputRead(); entry = reader.next()) {
         printEntry(options, *entry);
         isAny = true;
     }
@@ -56,11 +56,10 @@ ExitCode log(const Options& options, const LogOptions& selection)
                                                 .since = selection.since,
                                                 .limit = selection.limit});
     } catch (const JournalUnavailable& error) {
-        fmt::print(stderr, "qvctl: {}\n", error.what());
-        return unavailable;
+        return fail(options, unavailable, error.what());
     }
     if (!printEntries(options, *reader) && !options.isJSON)
-        fmt::print(stderr, "qvctl: the journal holds no such line\n");
+        printError("the journal holds no such line");
     if (!session)
         return success;
     for (auto waiting = reader->waiting();

@@ -1,6 +1,6 @@
 #include "Tools/qvctl/NetworkSteps.h"
 
-#include "Tools/qvctl/Output.h"
+#include "Platform/Encoding.h"
 
 #include <fmt/format.h>
 
@@ -122,7 +122,8 @@ milliseconds Deadline::remaining() const
 std::string HostAndPort::text() const
 {
     const bool isBracketed = host.find(':') != std::string::npos;
-    return printable(isBracketed ? fmt::format("[{}]:{}", host, port) : fmt::format("{}:{}", host, port));
+    return Platform::printable(isBracketed ? fmt::format("[{}]:{}", host, port)
+                                           : fmt::format("{}:{}", host, port));
 }
 
 bool isIPAddress(const std::string& host)
@@ -216,7 +217,8 @@ void openTunnel(int socket, const HostAndPort& server, std::string_view authoriz
         throw StepError("does not answer in HTTP");
     const std::string status = header.substr(blank + 1, header.find('\r') - blank - 1);
     if (!status.starts_with('2'))
-        throw StepError(fmt::format("answers \"{}\" when asked for a way to the backend", printable(status)));
+        throw StepError(
+            fmt::format("answers \"{}\" when asked for a way to the backend", Platform::printable(status)));
 }
 
 bool waitFor(int descriptor, short events, const Deadline& deadline)

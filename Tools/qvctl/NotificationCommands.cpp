@@ -82,13 +82,13 @@ ExitCode notifications(const Options& options, std::int64_t limit)
         return success;
     }
     if (summaries.empty())
-        fmt::print("There are no notifications.\n");
+        print("There are no notifications.\n");
     for (const auto& summary : summaries) {
         const auto title = shownText(options, summary.title);
         const auto body = shownText(options, summary.body);
-        fmt::print("{}  {}{}\n", summary.date.utcText(),
-                   title ? printable(*title) : toned(Tone::faint, "(no title)"),
-                   body ? "  " + toned(Tone::faint, printable(*body)) : "");
+        print("{}  {}{}\n", summary.date.utcText(),
+              title ? styled("{}", *title) : toned(Tone::faint, "(no title)"),
+              body ? styled("  {}", toned(Tone::faint, *body)) : Styled());
     }
     return success;
 }
@@ -99,8 +99,7 @@ ExitCode push(const Options& options, const std::string& file)
     try {
         payload = readPayload(file);
     } catch (const std::system_error& error) {
-        fmt::print(stderr, "qvctl: {}\n", error.what());
-        return noInput;
+        return fail(options, noInput, error.what());
     }
     const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
     std::string answer;
@@ -113,10 +112,9 @@ ExitCode push(const Options& options, const std::string& file)
     if (options.isJSON)
         printJSON({{"isDelivered", isTaken}, {"answer", answer}});
     else if (isTaken)
-        fmt::print("Delivered.\n");
+        print("Delivered.\n");
     if (!isTaken)
-        fmt::print(stderr, "qvctl: not delivered: {}\n",
-                   printable(answer.starts_with("error: ") ? answer.substr(7) : answer));
+        printError("not delivered: {}", answer.starts_with("error: ") ? answer.substr(7) : answer);
     return isTaken ? success : unavailable;
 }
 
@@ -130,7 +128,7 @@ ExitCode setNotificationPermission(const Options& options, Platform::Authorizati
     if (options.isJSON)
         printJSON({{"notificationPermission", name}});
     else if (isSet)
-        fmt::print("Notifications: {}\n", name);
+        print("Notifications: {}\n", name);
     return isSet ? success : unavailable;
 }
 

@@ -1,13 +1,12 @@
 #include "Tools/qvctl/Output.h"
 
 #include "Core/JSON.h"
-#include "Platform/Encoding.h"
 
-#include <fmt/format.h>
-
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
-#include <iterator>
+#include <exception>
 #include <unistd.h>
 #include <utility>
 
@@ -17,13 +16,18 @@ namespace {
 
 namespace json = boost::json;
 
-bool isColourWanted()
+bool isColorWanted()
 {
-    const char* refusal = std::getenv("NO_COLOR");
-    return ::isatty(STDOUT_FILENO) == 1 && (refusal == nullptr || *refusal == '\0');
+    const auto variable = [](const char* name) {
+        const char* value = std::getenv(name);
+        return std::string_view(value != nullptr ? value : "");
+    };
+    const std::string_view terminal = variable("TERM");
+    return ::isatty(STDOUT_FILENO) == 1 && !terminal.empty() && terminal != "dumb" &&
+           variable("NO_COLOR").empty();
 }
 
-const char* colourCode(Tone tone)
+const char* colorCode(Tone tone)
 {
     switch (tone) {
     case Tone::good:
@@ -40,17 +44,31 @@ const char* colourCode(Tone tone)
     return "";
 }
 
-/// `text` with U+FFFD for each byte that makes it no UTF-8: names of files may hold any.
-std::string validUTF8(std::string text)
+/// Set once a write found that nobody reads standard output any more.
+bool isReaderGone = false;
+
+/// Sorts out why standard output did not take a text.
+void handleOutputError(int error)
 {
-    if (Platform::isUTF8(text))
-        return text;
+    if (error != EPIPE)
+        throw OutputError(error, std::generic_category(), "standard output");
+    isReaderGone = true;
+}
+
+/// `json` with what is unprintable as "\u202e", and U+FFFD for each byte that is not UTF-8: names of files
+/// may hold any.
+std::string printableJSON(std::string_view json)
+{
     constexpr char32_t replacement = 0xfffd;
     std::string out;
-    for (std::string_view rest = text; !rest.empty();) {
-        const auto character = Platform::decodeUTF8(rest);
-        Platform::appendUTF8(out, character ? character->codePoint : replacement);
-        rest.remove_prefix(character ? character->length : 1);
+    for (; !json.empty();) {
+        const auto character = Platform::decodeUTF8(json);
+        const char32_t codePoint = character ? character->codePoint : replacement;
+        if (Platform::isUnprintable(codePoint))
+            out += fmt::format("\\u{:04x}", static_cast<unsigned>(codePoint));
+        else
+            Platform::appendUTF8(out, codePoint);
+        json.remove_prefix(character ? character->length : 1);
     }
     return out;
 }
@@ -58,7 +76,7 @@ std::string validUTF8(std::string text)
 std::string compactJSON(const json::value& value)
 {
     const Platform::Data bytes = Core::JSONEncoder().encode(value);
-    return validUTF8({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    return printableJSON({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 void appendPretty(std::string& out, const json::value& value, std::size_t indentation)
@@ -102,7 +120,17 @@ void printJSON(json::object object)
     json::object versioned{{"version", jsonFormatVersion}};
     for (auto& member : object)
         versioned.emplace(member.key(), std::move(member.value()));
-    fmt::print("{}\n", compactJSON(versioned));
+    writeOutput(compactJSON(versioned) + "\n");
+}
+
+ExitCode fail(const Options& options, ExitCode code, std::string_view reason, json::object object)
+{
+    printError("{}", reason);
+    if (options.isJSON) {
+        object["error"] = reason;
+        printJSON(std::move(object));
+    }
+    return code;
 }
 
 json::value jsonValue(const Platform::PropertyList& value)
@@ -136,42 +164,50 @@ json::value jsonValue(const Platform::PropertyList& value)
     return json::string(value.description());
 }
 
-std::string printable(std::string_view text)
-{
-    std::string out;
-    while (!text.empty()) {
-        const auto [codePoint, length] = Platform::characterOrByte(text);
-        if (Platform::isControlCharacter(codePoint))
-            fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<unsigned>(codePoint));
-        else
-            out += text.substr(0, length);
-        text.remove_prefix(length);
-    }
-    return out;
-}
-
 std::string displayText(const Platform::PropertyList& value)
 {
     if (value.text() != nullptr)
-        return fmt::format("\"{}\"", printable(*value.text()));
+        return fmt::format("\"{}\"", Platform::printable(*value.text()));
     if (const auto* boolean = value.boolean())
         return *boolean ? "true" : "false";
     if (const auto* date = value.date())
         return date->utcText();
-    return printable(value.description());
+    return Platform::printable(value.description());
 }
 
-std::string toned(Tone tone, std::string_view text)
+Styled toned(Tone tone, std::string_view text)
 {
-    static const bool isColoured = isColourWanted();
-    if (!isColoured || tone == Tone::plain)
-        return std::string(text);
-    return fmt::format("{}{}\x1b[0m", colourCode(tone), text);
+    static const bool isColored = isColorWanted();
+    if (!isColored || tone == Tone::plain)
+        return styled("{}", text);
+    return {fmt::format("{}{}\x1b[0m", colorCode(tone), Platform::printable(text))};
 }
 
-void printRow(std::string_view label, std::string_view text)
+void writeOutput(std::string_view text)
 {
-    fmt::print("{:<16}{}\n", label, text);
+    if (!isReaderGone && std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
+        handleOutputError(errno);
+}
+
+void flushOutput()
+{
+    if (!isReaderGone && std::fflush(stdout) != 0)
+        handleOutputError(errno);
+}
+
+bool isOutputRead()
+{
+    return !isReaderGone;
+}
+
+void writeDiagnostics(std::string_view text) noexcept
+{
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void printRow(std::string_view label, const Styled& value)
+{
+    print("{:<16}{}\n", label, value);
 }
 
 } // namespace Qvctl

@@ -62,20 +62,19 @@ void printStatus(const std::optional<ConfigurationSnapshot>& snapshot, const Pol
         printRow("Configuration", toned(Tone::warning, "none was ever applied"));
     }
     const bool isGood = policy.state == PolicyFileReading::State::good;
-    printRow("Policy file",
-             isGood ? fmt::format("{} ({})", policy.path.string(), toned(Tone::good, "good"))
-             : policy.state == PolicyFileReading::State::missing
-                 ? fmt::format("{} ({})", policy.path.string(), toned(Tone::warning, "missing"))
-                 : toned(Tone::bad, policy.diagnostic()));
+    printRow("Policy file", isGood ? styled("{} ({})", policy.path, toned(Tone::good, "good"))
+                            : policy.state == PolicyFileReading::State::missing
+                                ? styled("{} ({})", policy.path, toned(Tone::warning, "missing"))
+                                : toned(Tone::bad, policy.diagnostic()));
     const bool isAllowed = permissionName(notifications.permission) == "allowed";
     printRow("Notifications",
              toned(isAllowed ? Tone::good : Tone::warning, permissionName(notifications.permission)));
     printRow("device token", !notifications.token  ? toned(Tone::warning, "absent")
-                             : options.isRevealing ? printable(*notifications.token)
-                                                   : fmt::format("{}, {} bytes", toned(Tone::good, "present"),
-                                                                 notifications.token->size() / 2));
+                             : options.isRevealing ? styled("{}", *notifications.token)
+                                                   : styled("{}, {} bytes", toned(Tone::good, "present"),
+                                                            notifications.token->size() / 2));
     printRow("history", std::to_string(notifications.historyCount));
-    printRow("Application", process ? fmt::format("{}, process {}", toned(Tone::good, "running"), *process)
+    printRow("Application", process ? styled("{}, process {}", toned(Tone::good, "running"), *process)
                                     : toned(Tone::warning, "not running"));
 }
 
@@ -121,9 +120,9 @@ ExitCode snapshot(const Options& options)
     Device device(options, Device::Access::inspect);
     auto snapshot = device.storedSnapshot();
     if (!snapshot) {
-        fmt::print(stderr, "qvctl: no snapshot is stored in {}\n",
-                   device.paths.suite(Core::Constants::appGroupSuiteName).string());
-        return noInput;
+        return fail(options, noInput,
+                    fmt::format("no snapshot is stored in {}",
+                                device.paths.suite(Core::Constants::appGroupSuiteName).string()));
     }
     if (snapshot->apiKey && !options.isRevealing)
         snapshot->apiKey = mask;
@@ -134,10 +133,10 @@ ExitCode snapshot(const Options& options)
     printRow("version", fmt::format("{} (schema {})", snapshot->configVersion, snapshot->schemaVersion));
     printRow("last updated", snapshot->lastUpdated.utcText());
     for (const SnapshotField& field : fieldsOf(*snapshot))
-        printRow(field.label, field.value ? printable(*field.value) : toned(Tone::warning, "absent"));
+        printRow(field.label, field.value ? styled("{}", *field.value) : toned(Tone::warning, "absent"));
     printRow("allowed apps", std::to_string(snapshot->allowedAppBundleIds.size()));
     for (const std::string& bundleId : snapshot->allowedAppBundleIds)
-        printRow("", printable(bundleId));
+        printRow("", bundleId);
     return success;
 }
 

@@ -65,8 +65,9 @@ void printVersion(const ConfigurationSnapshot& snapshot)
     }
     const std::size_t appCount = snapshot.allowedAppBundleIds.size();
     present.push_back(fmt::format("{} allowed app{}", appCount, appCount == 1 ? "" : "s"));
-    fmt::print("{} version {}: {}\n", snapshot.lastUpdated.utcText(),
-               toned(Tone::good, std::to_string(snapshot.configVersion)), fmt::join(present, ", "));
+    print("{} version {}: {}\n", snapshot.lastUpdated.utcText(),
+          toned(Tone::good, std::to_string(snapshot.configVersion)),
+          fmt::format("{}", fmt::join(present, ", ")));
 }
 
 json::object versionJSON(const std::optional<ConfigurationSnapshot>& stored,
@@ -103,7 +104,7 @@ public:
     {
         look();
         if (!m_last)
-            fmt::print(stderr, "qvctl: waiting for a first configuration in {}\n", suiteFile().string());
+            printError("waiting for a first configuration in {}", suiteFile());
     }
 
     void look()
@@ -112,8 +113,7 @@ public:
         try {
             now = m_device.storedSnapshot();
         } catch (const Core::DecodingError& error) {
-            fmt::print(stderr, "qvctl: the snapshot in {} is damaged: {}\n", suiteFile().string(),
-                       error.what());
+            printError("the snapshot in {} is damaged: {}", suiteFile(), error.what());
             return;
         }
         if (now == m_last)
@@ -135,9 +135,9 @@ private:
         } else if (now) {
             printVersion(*now);
             for (const Change& change : changed.value_or(std::vector<Change>{}))
-                fmt::print("    {}: {}\n", change.label, printable(change.shown));
+                print("    {}: {}\n", change.label, change.shown);
         } else {
-            fmt::print("{}\n", toned(Tone::warning, "The configuration was removed from the suite."));
+            print("{}\n", toned(Tone::warning, "The configuration was removed from the suite."));
         }
         flushOutput();
     }
