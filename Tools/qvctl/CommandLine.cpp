@@ -3,6 +3,7 @@
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/Linux/SystemClock.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Spelling.h"
 #include "Tools/qvctl/TimeText.h"
 
 #include <CLI/CLI.hpp>
@@ -50,6 +51,25 @@ void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
 std::vector<const CLI::App*> verbsOf(const CLI::App& group)
 {
     return group.get_subcommands([](const CLI::App*) { return true; });
+}
+
+/// Of the verbs in `group` and in the groups in there, the one that `word` was probably meant to be, with the
+/// groups it belongs to; empty when there is none.
+std::string closestVerb(std::string_view word, const CLI::App& group)
+{
+    std::vector<std::string> names;
+    std::vector<std::string> paths;
+    const std::function<void(const CLI::App&, const std::string&)> collect = [&](const CLI::App& from,
+                                                                                 const std::string& prefix) {
+        for (const CLI::App* verb : verbsOf(from)) {
+            names.push_back(verb->get_name());
+            paths.push_back(prefix + verb->get_name());
+            collect(*verb, paths.back() + " ");
+        }
+    };
+    collect(group, group.get_parent() != nullptr ? group.get_name() + " " : "");
+    const auto closest = closestWord(word, {names.begin(), names.end()});
+    return closest ? paths[*closest] : std::string();
 }
 
 } // namespace
@@ -227,7 +247,11 @@ std::string CommandLine::usageError(const CLI::ParseError& error) const
     const std::string& word = unknown.front();
     if (word.starts_with('-'))
         return fmt::format("there is no option '{}'", word);
-    return fmt::format("there is no verb '{}'", word);
+    auto suggestion = closestVerb(word, *last);
+    if (suggestion.empty())
+        suggestion = closestVerb(word, *m_parser);
+    return fmt::format("there is no verb '{}'{}", word,
+                       suggestion.empty() ? "" : fmt::format(". Did you mean 'qvctl {}'?", suggestion));
 }
 
 CLI::App& CommandLine::addVerb(CLI::App& parent, const std::string& name, const std::string& description,

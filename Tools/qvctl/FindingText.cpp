@@ -3,13 +3,11 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/Encoding.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Spelling.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
-#include <numeric>
 
 namespace Qvctl {
 
@@ -95,32 +93,6 @@ std::optional<Platform::Linux::TextPosition> placeOf(const Platform::Linux::Prop
     return found != places.end() ? std::optional(found->second.value) : std::nullopt;
 }
 
-/// Letters in lower case, everything that people swap for one another left out.
-std::string skeleton(std::string_view key)
-{
-    std::string letters;
-    for (const char character : key) {
-        if (std::isalnum(static_cast<unsigned char>(character)) != 0)
-            letters += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-    }
-    return letters;
-}
-
-/// How many letters must be changed, added or taken away to make one of the other.
-std::size_t editDistance(std::string_view left, std::string_view right)
-{
-    std::vector<std::size_t> row(right.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= left.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i);
-        for (std::size_t j = 1; j <= right.size(); ++j) {
-            const std::size_t substituted = diagonal + (left[i - 1] == right[j - 1] ? 0 : 1);
-            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, substituted}));
-        }
-    }
-    return row.back();
-}
-
 } // namespace
 
 std::string_view severityName(Severity severity)
@@ -131,20 +103,11 @@ std::string_view severityName(Severity severity)
 
 std::optional<std::string_view> suggestedKey(std::string_view key)
 {
-    // Longer names than any sensible slip are not worth comparing.
-    constexpr std::size_t longestComparedKeyBytes = 100;
-    constexpr std::size_t slips = 2;
-    const std::string wanted = skeleton(key.substr(0, longestComparedKeyBytes));
-    std::optional<std::string_view> best;
-    std::size_t bestDistance = slips + 1;
-    for (const ManagedKey& known : Core::managedKeys()) {
-        const std::size_t distance = editDistance(wanted, skeleton(known.name));
-        if (distance < bestDistance) {
-            best = known.name;
-            bestDistance = distance;
-        }
-    }
-    return best;
+    std::vector<std::string_view> names;
+    for (const ManagedKey& known : Core::managedKeys())
+        names.push_back(known.name);
+    const auto closest = closestWord(key, names);
+    return closest ? std::optional(names[*closest]) : std::nullopt;
 }
 
 bool isSecret(std::string_view key)
