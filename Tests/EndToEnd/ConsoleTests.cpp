@@ -160,6 +160,69 @@ TEST_F(ProgramTest, ExitCodesSurviveAReaderThatHasGone)
     }
 }
 
+TEST_F(ProgramTest, TheFileThatIsIgnoredAndBothPlacesAreNamed)
+{
+    const auto outcome = shellWithOwnPolicyFolder(R"(
+        folder=/etc/quorvane-mdm
+        look() { # WHAT EXPECTED
+            for verb in status 'config show' 'config explain' 'doctor --offline'; do
+                for format in '' --json; do
+                    $QVCTL $verb $format 2>&1 | grep -q "$2" || echo "$1: $verb $format lacks $2"
+                done
+            done
+        }
+        look none "either $folder/managed.plist nor $folder/managed.json is there\|managed.plist\",\"$folder/managed.json"
+        echo '{}' > $folder/managed.json
+        echo '<plist><dict/></plist>' > $folder/managed.plist
+        ignored="$folder/managed.json is ignored, because $folder/managed.plist is there too"
+        look both "$ignored\|\"ignored\":\[\"$folder/managed.json"
+        echo '<plist>' > $folder/managed.plist
+        $QVCTL status | grep -q "$ignored" || echo malformed
+        chmod 666 $folder/managed.plist
+        $QVCTL status | grep ignored # It is not believed, so it hides nothing.
+        $QVCTL status | grep -q 'managed.json (good)' || echo untrusted
+    )");
+    if (!outcome)
+        GTEST_SKIP() << "needs root and a mount namespace";
+    EXPECT_EQ(outcome->output, "");
+}
+
+TEST_F(ProgramTest, StatusShowsEverythingElseWhenTheSnapshotCannotBeRead)
+{
+    device.replacePolicy(R"({"device_id": "DEV-1"})");
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration manager initialized"));
+    const std::string file = device.suiteFile();
+    struct Case {
+        const char* command;
+        int exitCode;
+        std::string problem;
+    };
+    const Case cases[] = {
+        {"sqlite3 $SUITE \"update defaults set value = cast('{' as blob) where key = 'ConfigSnapshot'\"", 78,
+         "the snapshot in " + file + " is damaged: "},
+        {"sqlite3 $SUITE \"update defaults set value = cast('{}' as blob) where key = 'ConfigSnapshot'\"", 78,
+         "the snapshot in " + file + " is damaged: "},
+        {"rm $SUITE*; echo no database > $SUITE", 69, "Cannot read " + file + ": file is not a database"},
+    };
+    for (const Case& row : cases) {
+        ASSERT_EQ(shell("SUITE=" + file + "; " + row.command).exitCode, 0);
+        const Outcome human = qvctl({"status"});
+        EXPECT_EQ(human.exitCode, row.exitCode) << row.command;
+        for (const std::string& text : {row.problem, device.policyFile().string() + " (good)",
+                                        std::string("history         0"), std::string("running, process ")})
+            EXPECT_THAT(human.output, HasSubstr(text)) << row.command;
+        const Outcome machine = qvctl({"status", "--json"});
+        EXPECT_EQ(machine.exitCode, row.exitCode) << row.command;
+        const auto object = json::parse(machine.output).as_object();
+        EXPECT_THAT(std::string(object.at("error").as_string()), testing::StartsWith(row.problem));
+        EXPECT_EQ(object.at("processId").as_int64(), application->processId());
+        const Outcome snapshot = qvctl({"snapshot"});
+        EXPECT_EQ(snapshot.exitCode, row.exitCode) << row.command;
+        EXPECT_THAT(snapshot.output, HasSubstr(row.problem));
+    }
+}
+
 TEST_F(ProgramTest, ColorsShowOnATerminalThatKnowsThem)
 {
     struct Case {

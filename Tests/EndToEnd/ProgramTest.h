@@ -33,6 +33,21 @@ protected:
         EXPECT_EQ(outcome.output.substr(0, 1), "{") << outcome.output;
         return boost::json::parse(outcome.output).as_object();
     }
+    /// Runs a script of bash in which /etc holds nothing but the empty folder of the policy. Absent where
+    /// this process may not have an /etc of its own.
+    [[nodiscard]] std::optional<Outcome> shellWithOwnPolicyFolder(const std::string& script) const
+    {
+        Outcome outcome = shell("unset QUORVANE_MANAGED_CONFIGURATION\n"
+                                "export SCRIPT=$(cat << 'END'\n" +
+                                script +
+                                "\nEND\n)\n"
+                                "[ $(id -u) = 0 ] && unshare -m true || exit 77\n"
+                                "exec unshare -m bash -c 'mount -t tmpfs -o mode=755 tmpfs /etc && "
+                                "mkdir -m 755 /etc/quorvane-mdm && eval \"$SCRIPT\"'");
+        constexpr int notHere = 77;
+        return outcome.exitCode == notHere ? std::nullopt : std::optional(std::move(outcome));
+    }
+
     ThrowawayDevice device{QV_PROGRAMS};
 
 private:

@@ -226,6 +226,8 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
         return code;
     } catch (const OutputError&) {
         throw;
+    } catch (const VerbError& error) {
+        return fail(m_options, error.exitCode(), error.what());
     } catch (const std::system_error& error) {
         return fail(m_options, unavailable, error.what());
     } catch (const std::exception& error) {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace Qvctl {
@@ -22,7 +23,18 @@ enum ExitCode {
     configuration = 78
 };
 
-/// What every verb is told.
+/// Why a verb cannot do its work; `what()` is a sentence without a full stop.
+class VerbError : public std::runtime_error {
+public:
+    VerbError(ExitCode exitCode, const std::string& reason) : std::runtime_error(reason), m_exitCode(exitCode)
+    {}
+    [[nodiscard]] ExitCode exitCode() const { return m_exitCode; }
+
+private:
+    ExitCode m_exitCode;
+};
+
+/// The options of every verb.
 struct Options {
     std::optional<std::string> managedConfiguration;
     bool isJSON = false;
@@ -48,7 +60,8 @@ struct DoctorOptions {
     std::chrono::milliseconds timeout = std::chrono::seconds(5);
 };
 
-// One function per verb; each prints its answer and returns the exit code.
+// One function per verb; each prints its answer and returns the exit code. They throw `VerbError`, and what
+// their parts throw.
 ExitCode status(const Options& options);
 ExitCode snapshot(const Options& options);
 /// Goes on until it is interrupted.

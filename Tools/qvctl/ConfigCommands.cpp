@@ -2,9 +2,8 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/ManagedKeys.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/FileDescriptor.h"
-#include "Platform/Linux/PolicyFileReading.h"
 #include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/FindingText.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/Output.h"
@@ -42,13 +41,16 @@ PolicyFileReading readNamedFile(const std::string& file)
     return readPolicyFile(std::filesystem::absolute(file), TrustCheck::skipped, WithPlaces::yes);
 }
 
-PolicyFileReading readDevicePolicy(const Options& options)
+/// The policy of this device, with a warning about a file that it hides. Throws `VerbError` when there is
+/// none.
+DevicePolicy readDevicePolicy(const Options& options)
 {
-    const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
-    std::vector<PolicyFileReading> passedOver;
-    auto reading = readFirstPolicyFile(paths.managedConfigurationCandidates, WithPlaces::yes, &passedOver);
-    return reading.state == State::missing && !passedOver.empty() ? std::move(passedOver.front())
-                                                                  : std::move(reading);
+    auto policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::yes);
+    if (policy.bestReading().state == State::missing)
+        throw VerbError(noInput, "there is no such file: " + policy.absence());
+    if (!policy.ignored.empty())
+        printError("{}", policy.ignoredText());
+    return policy;
 }
 
 std::string subject(const Finding& finding)
@@ -156,7 +158,8 @@ std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList
 
 ExitCode configShow(const Options& options)
 {
-    const PolicyFileReading reading = readDevicePolicy(options);
+    const DevicePolicy policy = readDevicePolicy(options);
+    const PolicyFileReading& reading = policy.bestReading();
     if (reading.state != State::good)
         return reportUnusable(options, reading);
     json::object values;
@@ -170,6 +173,7 @@ ExitCode configShow(const Options& options)
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},
                    {"format", formatName(reading.document.format)},
+                   {"ignored", pathsJSON(policy.ignored)},
                    {"configuration", std::move(values)}});
     return success;
 }
@@ -193,7 +197,12 @@ ExitCode configLint(const Options& options, const std::string& file)
 
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file)
 {
-    const PolicyFileReading reading = file ? readNamedFile(*file) : readDevicePolicy(options);
+    DevicePolicy policy;
+    if (file)
+        policy.reading = readNamedFile(*file);
+    else
+        policy = readDevicePolicy(options);
+    const PolicyFileReading& reading = policy.bestReading();
     if (reading.state != State::good)
         return reportUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
@@ -218,6 +227,7 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},
+                   {"ignored", pathsJSON(policy.ignored)},
                    {"keys", std::move(keys)},
                    {"findings", findingsJSON(findings)}});
     return success;
@@ -248,10 +258,7 @@ ExitCode configClear(const Options& options)
     const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
     const auto removed = removePolicy(paths.managedConfigurationCandidates);
     if (options.isJSON) {
-        json::array list;
-        for (const auto& path : removed)
-            list.emplace_back(path.string());
-        printJSON({{"removed", std::move(list)}});
+        printJSON({{"removed", pathsJSON(removed)}});
     } else if (removed.empty()) {
         print("There was no managed configuration to remove\n");
     }

@@ -1,7 +1,11 @@
 #include "Tools/qvctl/Device.h"
 
 #include "Core/Constants.h"
+#include "Core/JSON.h"
+#include "Tools/qvctl/InspectedStore.h"
 #include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
 
 #include <exception>
 #include <string>
@@ -19,18 +23,29 @@ Device::Device(const Options& options, Access access)
       shellState(m_shellStore)
 {}
 
-std::optional<ConfigurationSnapshot> Device::storedSnapshot()
+std::optional<ConfigurationSnapshot> Device::storedSnapshot() const
 {
-    const auto* suite = defaults.suite(Core::Constants::appGroupSuiteName);
-    const auto bytes =
-        suite != nullptr ? suite->data(Core::Constants::SnapshotKeys::configSnapshot) : std::nullopt;
-    return bytes ? std::optional(ConfigurationSnapshot::decode(*bytes)) : std::nullopt;
+    const auto file = paths.suite(Core::Constants::appGroupSuiteName);
+    const InspectedStore suite(file);
+    const auto bytes = suite.values.data(Core::Constants::SnapshotKeys::configSnapshot);
+    if (!suite.problem().empty())
+        throw VerbError(unavailable, suite.problem());
+    if (!bytes)
+        return std::nullopt;
+    try {
+        return ConfigurationSnapshot::decode(*bytes);
+    } catch (const Core::DecodingError& error) {
+        throw VerbError(configuration,
+                        fmt::format("the snapshot in {} is damaged: {}", file.string(), error.what()));
+    }
 }
 
 void Device::ConsoleLog::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
                                std::string_view line) noexcept
 {
     try {
+        if (firstProblem.empty())
+            firstProblem = line;
         printError("{}", line);
     } catch (const std::exception&) {
         // Out of memory.

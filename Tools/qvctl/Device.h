@@ -11,29 +11,36 @@
 #include "Tools/qvctl/Commands.h"
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace Qvctl {
 
-/// The stores of the device, as a process beside the application sees them.
+/// The stores of the device, as another process than the application sees them.
 class Device {
 public:
     using Access = Platform::Linux::SQLiteUserDefaults::Access;
 
-    /// With `Access::inspect` nothing is made, moved or mended.
+    /// With `Access::inspect` no file is created, moved or repaired.
     Device(const Options& options, Access access);
 
-    /// Absent when none is stored. Throws `Core::DecodingError` for one that is damaged.
-    std::optional<Core::ConfigurationSnapshot> storedSnapshot();
+    /// Opens the store each time. Absent when none is stored. Throws `VerbError` when it is damaged or its
+    /// store cannot be read.
+    [[nodiscard]] std::optional<Core::ConfigurationSnapshot> storedSnapshot() const;
+
+    /// The first problem that the other stores reported; empty while there is none.
+    [[nodiscard]] const std::string& firstProblem() const { return m_log.firstProblem; }
 
     const Platform::Linux::DevicePaths paths;
 
 private:
-    /// What the adapters have to say goes to the person who asked.
+    /// Prints the adapters' lines on standard error.
     class ConsoleLog final : public Platform::UnifiedLog {
     public:
         void write(const Platform::LogHandle& handle, Platform::LogType type,
                    Platform::LogVisibility visibility, std::string_view line) noexcept override;
+
+        std::string firstProblem;
     };
 
     ConsoleLog m_log;

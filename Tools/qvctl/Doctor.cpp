@@ -70,17 +70,6 @@ json::object asJSON(const Findings& findings)
 
 } // namespace
 
-void InspectedStore::FirstLine::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
-                                      std::string_view line) noexcept
-{
-    try {
-        if (text.empty())
-            text = line;
-    } catch (const std::exception&) {
-        // Out of memory.
-    }
-}
-
 std::string timeText(Platform::Date date)
 {
     // Of "2026-11-21T15:04:05.678Z".

@@ -2,14 +2,12 @@
 
 #include "Core/ConfigurationSnapshot.h"
 #include "Core/ManagedConfigurationValidation.h"
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Date.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/SQLiteUserDefaults.h"
-#include "Platform/Linux/SystemClock.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Findings.h"
+#include "Tools/qvctl/InspectedStore.h"
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -39,32 +37,6 @@ void examineSuite(Examination& examination);
 void examineNotifications(Examination& examination);
 void examineBackend(Examination& examination);
 void examineUpload(Examination& examination);
-
-/// A store of the device that is only looked at, with what its adapter has to say about it.
-class InspectedStore {
-public:
-    explicit InspectedStore(const std::filesystem::path& file)
-        : values(file, Platform::Linux::SQLiteUserDefaults::Access::inspect, m_clock, m_adapterLog)
-    {}
-
-    /// Why it cannot be read; empty while nothing stood in the way, or while there is none.
-    [[nodiscard]] const std::string& problem() const { return m_log.text; }
-
-private:
-    class FirstLine final : public Platform::UnifiedLog {
-    public:
-        void write(const Platform::LogHandle& handle, Platform::LogType type,
-                   Platform::LogVisibility visibility, std::string_view line) noexcept override;
-        std::string text;
-    };
-
-    FirstLine m_log;
-    Platform::Linux::SystemClock m_clock;
-    Platform::Linux::AdapterLog m_adapterLog{m_log, std::string(Platform::Linux::applicationIdentifier)};
-
-public:
-    Platform::Linux::SQLiteUserDefaults values;
-};
 
 /// "2026-11-21 15:04 UTC".
 std::string timeText(Platform::Date date);

@@ -3,7 +3,7 @@
 #include "Core/Constants.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/InstanceLock.h"
-#include "Platform/Linux/PolicyFileReading.h"
+#include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/FindingText.h"
 #include "Tools/qvctl/NetworkSteps.h"
@@ -28,14 +28,6 @@ namespace {
 using namespace Platform::Linux;
 using State = PolicyFileReading::State;
 namespace Keys = Core::Constants::ManagedConfigKeys;
-
-std::string joined(const std::vector<std::filesystem::path>& paths)
-{
-    std::string text;
-    for (const auto& path : paths)
-        text += (text.empty() ? "" : " nor ") + path.string();
-    return text;
-}
 
 /// A clause as a sentence.
 std::string sentence(std::string clause)
@@ -175,7 +167,7 @@ bool checkStateFolder(Examination& examination)
 /// meets can hold us up, and a store that breaks its reader does not break us.
 ProcessOutcome readSuiteElsewhere(const Examination& examination)
 {
-    return runSecondProcess({"snapshot", "--json"}, examination.limits.timeout);
+    return runSecondProcess({"snapshot"}, examination.limits.timeout);
 }
 
 std::string lastLine(std::string text)
@@ -223,8 +215,7 @@ void checkSuite(Examination& examination)
         reportMissingSnapshot(findings, examination.application.has_value());
     } else {
         findings.failed("suite.readable",
-                        fmt::format("The snapshot in {} makes no sense: {}", file.string(),
-                                    sentence(lastLine(outcome.output))),
+                        fmt::format("Another process cannot read it: {}", lastLine(outcome.output) + "."),
                         "Restart the app: it stores a new snapshot.");
     }
 }
@@ -269,23 +260,22 @@ void checkCurrency(Examination& examination)
 void examinePolicy(Examination& examination)
 {
     Findings& findings = examination.findings;
-    const auto candidates = DevicePaths::policyCandidates(examination.options.managedConfiguration);
-    std::vector<PolicyFileReading> passedOver;
-    const PolicyFileReading reading = readFirstPolicyFile(candidates, WithPlaces::yes, &passedOver);
+    const auto policy = DevicePolicy::read(examination.options.managedConfiguration, WithPlaces::yes);
+    const PolicyFileReading& reading = policy.reading;
+    const auto& passedOver = policy.untrusted;
     if (reading.state == State::missing && passedOver.empty())
-        findings.failed("policy.file",
-                        candidates.size() == 1 ? fmt::format("{} is not there.", candidates.front().string())
-                                               : fmt::format("Neither {} is there.", joined(candidates)),
-                        "Have device management deliver it, or put one in force: qvctl config set FILE");
+        findings.failed("policy.file", sentence(policy.absence()),
+                        "Have device management deliver it, or install one: qvctl config set FILE");
     else if (reading.state == State::unreadable)
         findings.failed(
             "policy.file", refusalOf(reading),
             "Let it be a plain file that the user of the app may read (chmod a+r), in folders that this "
             "user may search (chmod a+x).");
+    else if (!policy.ignored.empty())
+        findings.warning("policy.file", sentence(policy.ignoredText()),
+                         "Remove one of them: qvctl config set FILE leaves only the file that it installs.");
     else
-        findings.ok("policy.file", fmt::format("{} is there.", reading.state == State::missing
-                                                                   ? passedOver.front().path.string()
-                                                                   : reading.path.string()));
+        findings.ok("policy.file", fmt::format("{} is there.", policy.bestReading().path.string()));
 
     if (!findings.isPrevented("policy.permissions", {"policy.file"}))
         checkPermissions(findings, reading, passedOver);

@@ -133,6 +133,14 @@ ExitCode fail(const Options& options, ExitCode code, std::string_view reason, js
     return code;
 }
 
+json::array pathsJSON(const std::vector<std::filesystem::path>& paths)
+{
+    json::array list;
+    for (const auto& path : paths)
+        list.emplace_back(path.string());
+    return list;
+}
+
 json::value jsonValue(const Platform::PropertyList& value)
 {
     if (const auto* text = value.text())

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace Qvctl {
 
@@ -110,6 +111,8 @@ void printJSON(boost::json::object object);
 /// "error". Returns `code`.
 ExitCode fail(const Options& options, ExitCode code, std::string_view reason,
               boost::json::object object = {});
+
+boost::json::array pathsJSON(const std::vector<std::filesystem::path>& paths);
 
 /// `value` on indented lines, for people to read and edit; a container of at most one line's length stays on
 /// it.

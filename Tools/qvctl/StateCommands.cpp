@@ -2,10 +2,10 @@
 #include "Core/Constants.h"
 #include "Core/JSON.h"
 #include "Platform/Linux/InstanceLock.h"
-#include "Platform/Linux/PolicyFileReading.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
+#include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/SnapshotFields.h"
 
@@ -31,70 +31,97 @@ std::string_view stateName(PolicyFileReading::State state)
     return names.at(static_cast<std::size_t>(state));
 }
 
-/// What the device knows of notifications.
-struct NotificationState {
+/// Everything that `status` reports.
+struct DeviceState {
+    std::optional<ConfigurationSnapshot> snapshot;
+    DevicePolicy policy;
     Platform::AuthorizationStatus permission;
     std::optional<std::string> token;
     std::size_t historyCount;
+    std::optional<pid_t> process;
+    /// What could not be read, and the exit code for it; empty when all could.
+    std::string problem;
+    ExitCode exitCode = success;
+    /// Whether the problem is that of the snapshot.
+    bool isSnapshotDamaged = false;
 };
 
-NotificationState notificationState(Device& device)
+DeviceState readState(const Options& options)
 {
-    const auto& standard = device.defaults.standard();
     using PushNotifications::NotificationPayloadProcessor;
-    return {device.shellState.authorizationStatus(),
-            standard.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken),
-            NotificationPayloadProcessor::payloadSummaries(standard, std::numeric_limits<std::int64_t>::max())
-                .size()};
-}
-
-void printStatus(const std::optional<ConfigurationSnapshot>& snapshot, const PolicyFileReading& policy,
-                 const NotificationState& notifications, std::optional<pid_t> process, const Options& options)
-{
-    if (snapshot) {
-        printRow("Configuration", fmt::format("version {}, applied {}", snapshot->configVersion,
-                                              snapshot->lastUpdated.utcText()));
-        for (const SnapshotField& field : fieldsOf(*snapshot))
-            printRow(field.label,
-                     field.value ? toned(Tone::good, "present") : toned(Tone::warning, "absent"));
-        printRow("allowed apps", std::to_string(snapshot->allowedAppBundleIds.size()));
-    } else {
-        printRow("Configuration", toned(Tone::warning, "none was ever applied"));
-    }
-    const bool isGood = policy.state == PolicyFileReading::State::good;
-    printRow("Policy file", isGood ? styled("{} ({})", policy.path, toned(Tone::good, "good"))
-                            : policy.state == PolicyFileReading::State::missing
-                                ? styled("{} ({})", policy.path, toned(Tone::warning, "missing"))
-                                : toned(Tone::bad, policy.diagnostic()));
-    const bool isAllowed = permissionName(notifications.permission) == "allowed";
-    printRow("Notifications",
-             toned(isAllowed ? Tone::good : Tone::warning, permissionName(notifications.permission)));
-    printRow("device token", !notifications.token  ? toned(Tone::warning, "absent")
-                             : options.isRevealing ? styled("{}", *notifications.token)
-                                                   : styled("{}, {} bytes", toned(Tone::good, "present"),
-                                                            notifications.token->size() / 2));
-    printRow("history", std::to_string(notifications.historyCount));
-    printRow("Application", process ? styled("{}, process {}", toned(Tone::good, "running"), *process)
-                                    : toned(Tone::warning, "not running"));
-}
-
-} // namespace
-
-ExitCode status(const Options& options)
-{
     Device device(options, Device::Access::inspect);
-    const auto snapshot = device.storedSnapshot();
-    std::vector<PolicyFileReading> passedOver;
-    PolicyFileReading policy =
-        readFirstPolicyFile(device.paths.managedConfigurationCandidates, WithPlaces::no, &passedOver);
-    if (policy.state == PolicyFileReading::State::missing && !passedOver.empty())
-        policy = std::move(passedOver.front());
-    const NotificationState notifications = notificationState(device);
-    const auto process = InstanceLock::holder(device.paths.instanceLock());
-    if (!options.isJSON) {
-        printStatus(snapshot, policy, notifications, process, options);
-        return success;
+    const auto& standard = device.defaults.standard();
+    constexpr auto all = std::numeric_limits<std::int64_t>::max();
+    DeviceState state{
+        .snapshot = {},
+        .policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::no),
+        .permission = device.shellState.authorizationStatus(),
+        .token = standard.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken),
+        .historyCount = NotificationPayloadProcessor::payloadSummaries(standard, all).size(),
+        .process = InstanceLock::holder(device.paths.instanceLock()),
+        .problem = device.firstProblem(),
+        .exitCode = device.firstProblem().empty() ? success : unavailable,
+    };
+    try {
+        state.snapshot = device.storedSnapshot();
+    } catch (const VerbError& error) {
+        state.isSnapshotDamaged = true;
+        state.problem = error.what();
+        state.exitCode = error.exitCode();
     }
+    return state;
+}
+
+void printConfiguration(const DeviceState& state)
+{
+    if (state.isSnapshotDamaged) {
+        printRow("Configuration", toned(Tone::bad, state.problem));
+        return;
+    }
+    if (!state.snapshot) {
+        printRow("Configuration", toned(Tone::warning, "none was ever applied"));
+        return;
+    }
+    printRow("Configuration", styled("version {}, applied {}", state.snapshot->configVersion,
+                                     state.snapshot->lastUpdated.utcText()));
+    for (const SnapshotField& field : fieldsOf(*state.snapshot))
+        printRow(field.label, field.value ? toned(Tone::good, "present") : toned(Tone::warning, "absent"));
+    printRow("allowed apps", std::to_string(state.snapshot->allowedAppBundleIds.size()));
+}
+
+void printPolicy(const DevicePolicy& policy)
+{
+    const PolicyFileReading& reading = policy.bestReading();
+    using State = PolicyFileReading::State;
+    printRow("Policy file", reading.state == State::good
+                                ? styled("{} ({})", reading.path, toned(Tone::good, "good"))
+                            : reading.state == State::missing
+                                ? styled("{}: {}", toned(Tone::warning, "missing"), policy.absence())
+                                : toned(Tone::bad, reading.diagnostic()));
+    if (!policy.ignored.empty())
+        printRow("", toned(Tone::warning, policy.ignoredText()));
+}
+
+void printStatus(const DeviceState& state, const Options& options)
+{
+    printConfiguration(state);
+    printPolicy(state.policy);
+    const auto permission = permissionName(state.permission);
+    printRow("Notifications", toned(permission == "allowed" ? Tone::good : Tone::warning, permission));
+    printRow("device token", !state.token          ? toned(Tone::warning, "absent")
+                             : options.isRevealing ? styled("{}", *state.token)
+                                                   : styled("{}, {} bytes", toned(Tone::good, "present"),
+                                                            state.token->size() / 2));
+    printRow("history", std::to_string(state.historyCount));
+    printRow("Application", state.process
+                                ? styled("{}, process {}", toned(Tone::good, "running"), *state.process)
+                                : toned(Tone::warning, "not running"));
+}
+
+json::object statusJSON(const DeviceState& state, const Options& options)
+{
+    const auto& snapshot = state.snapshot;
+    const PolicyFileReading& policy = state.policy.bestReading();
     json::object object{{"configVersion", snapshot ? snapshot->configVersion : 0}};
     object["lastUpdated"] = snapshot ? json::value(snapshot->lastUpdated.utcText()) : json::value();
     object["hasOrganizationId"] = snapshot && snapshot->organizationId;
@@ -104,15 +131,30 @@ ExitCode status(const Options& options)
     object["allowedAppCount"] = snapshot ? snapshot->allowedAppBundleIds.size() : 0;
     object["policyFile"] = {{"path", policy.path.string()},
                             {"state", stateName(policy.state)},
-                            {"reason", policy.reason.empty() ? json::value() : json::value(policy.reason)}};
-    object["notificationPermission"] = permissionName(notifications.permission);
-    object["hasDeviceToken"] = notifications.token.has_value();
-    if (options.isRevealing && notifications.token)
-        object["deviceToken"] = *notifications.token;
-    object["historyCount"] = notifications.historyCount;
-    object["processId"] = process ? json::value(*process) : json::value();
-    printJSON(std::move(object));
-    return success;
+                            {"reason", policy.reason.empty() ? json::value() : json::value(policy.reason)},
+                            {"places", pathsJSON(state.policy.places)},
+                            {"ignored", pathsJSON(state.policy.ignored)}};
+    object["notificationPermission"] = permissionName(state.permission);
+    object["hasDeviceToken"] = state.token.has_value();
+    if (options.isRevealing && state.token)
+        object["deviceToken"] = *state.token;
+    object["historyCount"] = state.historyCount;
+    object["processId"] = state.process ? json::value(*state.process) : json::value();
+    if (!state.problem.empty())
+        object["error"] = state.problem;
+    return object;
+}
+
+} // namespace
+
+ExitCode status(const Options& options)
+{
+    const DeviceState state = readState(options);
+    if (options.isJSON)
+        printJSON(statusJSON(state, options));
+    else
+        printStatus(state, options);
+    return state.exitCode;
 }
 
 ExitCode snapshot(const Options& options)

@@ -1,5 +1,4 @@
 #include "Core/Constants.h"
-#include "Core/JSON.h"
 #include "Platform/Linux/FileSystemWatcher.h"
 #include "Platform/Linux/PathWatch.h"
 #include "Tools/qvctl/Commands.h"
@@ -112,8 +111,8 @@ public:
         std::optional<ConfigurationSnapshot> now;
         try {
             now = m_device.storedSnapshot();
-        } catch (const Core::DecodingError& error) {
-            printError("the snapshot in {} is damaged: {}", suiteFile(), error.what());
+        } catch (const VerbError& error) {
+            printError("{}", error.what());
             return;
         }
         if (now == m_last)

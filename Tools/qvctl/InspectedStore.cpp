@@ -1,0 +1,18 @@
+#include "Tools/qvctl/InspectedStore.h"
+
+#include <exception>
+
+namespace Qvctl {
+
+void InspectedStore::FirstLine::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
+                                      std::string_view line) noexcept
+{
+    try {
+        if (text.empty())
+            text = line;
+    } catch (const std::exception&) {
+        // Out of memory.
+    }
+}
+
+} // namespace Qvctl

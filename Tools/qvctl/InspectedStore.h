@@ -1,0 +1,41 @@
+#pragma once
+
+#include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/SQLiteUserDefaults.h"
+#include "Platform/Linux/SystemClock.h"
+#include "Platform/UnifiedLog.h"
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace Qvctl {
+
+/// A store of the device that is only inspected, and the first problem that its adapter reports.
+class InspectedStore {
+public:
+    explicit InspectedStore(const std::filesystem::path& file)
+        : values(file, Platform::Linux::SQLiteUserDefaults::Access::inspect, m_clock, m_adapterLog)
+    {}
+
+    /// Why it cannot be read; empty while there is no problem, and when there is no such store.
+    [[nodiscard]] const std::string& problem() const { return m_log.text; }
+
+private:
+    class FirstLine final : public Platform::UnifiedLog {
+    public:
+        void write(const Platform::LogHandle& handle, Platform::LogType type,
+                   Platform::LogVisibility visibility, std::string_view line) noexcept override;
+        std::string text;
+    };
+
+    FirstLine m_log;
+    Platform::Linux::SystemClock m_clock;
+    Platform::Linux::AdapterLog m_adapterLog{m_log, std::string(Platform::Linux::applicationIdentifier)};
+
+public:
+    Platform::Linux::SQLiteUserDefaults values;
+};
+
+} // namespace Qvctl
