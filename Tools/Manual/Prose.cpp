@@ -98,8 +98,8 @@ constexpr Entry consoleExits[] = {
 };
 constexpr Entry consoleExamples[] = {
     {"qvctl config schema --format sample > managed.json", "A policy to start from."},
-    {"qvctl config lint managed.json && sudo qvctl config set managed.json",
-     "Put it in force if it is good."},
+    {"qvctl config lint managed.json && qvctl config set managed.json",
+     "As root, install it if it has no errors."},
     {"qvctl watch", "See it applied, and what it changes."},
     {"qvctl doctor", "Walk the whole chain, from the policy file to the backend, and name what is wrong."},
     {"qvctl config explain", "Why each key has the value it has."},
