@@ -115,6 +115,29 @@ std::string immutableURI(const std::string& file)
     return uri + "?immutable=1";
 }
 
+/// What follows the name of a database in the names of its damaged copies.
+constexpr const char* corruptMark = ".corrupt-";
+
+/// Best effort: the file may be missing, or belong to another user.
+void makePrivate(const std::filesystem::path& file)
+{
+    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (descriptor)
+        ::fchmod(descriptor.get(), S_IRUSR | S_IWUSR);
+}
+
+/// Removes the damaged copies of `file` but the one that begins with `kept`.
+void removeEarlierCopies(const std::filesystem::path& file, const std::string& kept)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(file.parent_path(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string& path = entry->path().native();
+        if (path.starts_with(file.string() + corruptMark) && !path.starts_with(kept))
+            ::unlink(path.c_str());
+    }
+}
+
 /// Keeps other processes of ours from opening or replacing the same database at the same moment.
 class OpeningLock {
 public:
@@ -396,17 +419,19 @@ void SQLiteUserDefaults::moveAside() const
 {
     std::string time = m_clock.now().utcText();
     std::replace(time.begin(), time.end(), ':', '-');
+    const std::string aside = m_file.string() + corruptMark + time;
     for (const char* companion : {"", "-wal", "-shm"}) {
         const std::filesystem::path damaged = m_file.string() + companion;
-        const std::filesystem::path aside = fmt::format("{}.corrupt-{}{}", m_file.string(), time, companion);
+        makePrivate(damaged);
         std::error_code error;
-        std::filesystem::rename(damaged, aside, error);
+        std::filesystem::rename(damaged, aside + companion, error);
         if (*companion == '\0' && error)
             throw std::system_error(error, damaged.string());
-        if (*companion == '\0')
-            m_log.error(
-                fmt::format("{} is damaged: moved aside to {}, begun anew", m_file.string(), aside.string()));
     }
+    removeEarlierCopies(m_file, aside);
+    m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when it is no longer needed, "
+                            "it may hold keys",
+                            m_file.string(), aside));
 }
 
 void SQLiteUserDefaults::ringBell() const

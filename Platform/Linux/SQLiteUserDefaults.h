@@ -23,10 +23,11 @@ namespace Platform::Linux {
 /// commit the writer touches the bell file beside the database; whoever watches that file learns of every
 /// writer's changes.
 ///
-/// The connection opens at the first use, and anew after the file was moved or replaced. A file that is no
-/// database is moved aside to "*.corrupt-<UTC time>" and a new one begun. One that cannot be written is still
-/// read, and opened anew by the next write. The user version of the database is the number of its format; a
-/// file of a later format is read as far as it is understood and never written.
+/// The connection opens at the first use, and again after the file was moved or replaced. A file that is no
+/// database is moved aside to "*.corrupt-<UTC time>", for the user alone, and replaced by a new one; of these
+/// copies only the newest is kept. One that cannot be written is still read, and opened again by the next
+/// write. The user version of the database is the number of its format; a file of a later format is read as
+/// far as it is understood and never written.
 ///
 /// Threads: any; one operation at a time. Errors: one line to the log for each new reason. A value that could
 /// not be read counts as missing, and the next write of its key fails: it may rest on that mistake.

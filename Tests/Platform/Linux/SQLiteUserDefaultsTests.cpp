@@ -7,6 +7,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,6 +17,7 @@ using namespace Platform;
 using namespace Platform::Linux;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 using Access = SQLiteUserDefaults::Access;
 
 namespace {
@@ -33,6 +35,7 @@ protected:
             if (entry.path().string().find(".corrupt-") != std::string::npos)
                 names.push_back(entry.path().string());
         }
+        std::sort(names.begin(), names.end());
         return names;
     }
 
@@ -85,14 +88,23 @@ TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
     const std::string contents[] = {"not a database, but long enough to be looked at " +
                                         std::string(1000, '.'),
                                     good.substr(0, 8192), good.substr(0, 100)};
-    std::size_t movedAside = 0;
     for (const std::string& content : contents) {
         folder.write("deep/state/domain.sqlite", content);
+        folder.write("deep/state/domain.sqlite-wal", "damaged, too");
+        for (const char* name : {"", "-wal"})
+            ::chmod((file.string() + name).c_str(), 0644);
         const auto defaults = open();
         EXPECT_EQ(defaults->object("k"), std::nullopt);
         defaults->set("k", 1);
         EXPECT_EQ(defaults->integer("k"), 1);
-        EXPECT_EQ(filesNamedCorrupt().size(), ++movedAside);
+        // The newest copy is kept, for the user alone.
+        const auto copies = filesNamedCorrupt();
+        ASSERT_FALSE(copies.empty());
+        EXPECT_TRUE(folder.read(copies[0]) == content) << copies[0];
+        for (const std::string& copy : copies) {
+            EXPECT_THAT(copy, StartsWith(copies[0])) << "SQLite may have removed the write-ahead log";
+            EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms(0600)) << copy;
+        }
         EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr(file.string() + " is damaged: moved aside to ")));
     }
 }
