@@ -20,6 +20,7 @@
 #include "Platform/Linux/LocalPushService.h"
 #include "Platform/Linux/NotificationServer.h"
 #include "Platform/Linux/PortalAppearance.h"
+#include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/ShellState.h"
 #include "Platform/Linux/StandardDescriptors.h"
@@ -386,6 +387,7 @@ int main(int argc, char** argv)
     // A closed log pipe or a file-size limit must fail the write, not kill the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    Linux::protectProcessSecrets(Linux::privateDataFromEnvironment());
     const auto parsed = App::parseCommandLine(argc, argv);
     if (const auto* exitCode = std::get_if<App::ExitCode>(&parsed))
         return *exitCode;

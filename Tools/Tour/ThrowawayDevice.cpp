@@ -63,6 +63,7 @@ std::unique_ptr<ChildProcess> ThrowawayDevice::startShell(const std::string& scr
 {
     auto environment = m_environment;
     environment["DEVICE"] = m_folder;
+    environment["PROGRAMS"] = m_programs;
     environment["QVCTL"] = m_programs / "Tools/qvctl/qvctl";
     return std::make_unique<ChildProcess>(std::vector<std::string>{"bash", "-c", script}, environment);
 }

@@ -50,7 +50,8 @@ public:
     {
         return std::make_unique<ChildProcess>(command, m_environment);
     }
-    /// Starts a script of bash, with the folder of this device as $DEVICE and the console as $QVCTL.
+    /// Starts a script of bash on this device: $DEVICE is its folder, $PROGRAMS that of the build, $QVCTL the
+    /// console.
     [[nodiscard]] std::unique_ptr<ChildProcess> startShell(const std::string& script) const;
 
 private:

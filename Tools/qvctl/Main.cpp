@@ -1,4 +1,5 @@
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/qvctl/CommandLine.h"
 #include "Tools/qvctl/Output.h"
@@ -12,6 +13,7 @@ int main(int argc, char** argv)
     // A closed pipe or a file-size limit must fail the write, not kill the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    Platform::Linux::protectProcessSecrets(Platform::Linux::privateDataFromEnvironment());
     using namespace Qvctl;
     try {
         return CommandLine().run(argc, argv);

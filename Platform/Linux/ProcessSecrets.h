@@ -1,0 +1,13 @@
+#pragma once
+
+#include "Platform/Linux/StandardErrorLog.h"
+
+namespace Platform::Linux {
+
+/// Keeps the keys in the memory of this process out of files: it leaves no core dump unless `privateData` is
+/// shown, which is the development profile, and its TLS library writes no session keys to `SSLKEYLOGFILE`.
+///
+/// Threads: before the first one is started. Child processes inherit all of it.
+void protectProcessSecrets(PrivateData privateData);
+
+} // namespace Platform::Linux

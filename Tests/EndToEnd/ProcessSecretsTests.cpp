@@ -1,0 +1,97 @@
+#include "Tests/EndToEnd/ProgramTest.h"
+#include "Tools/Backend/TestBackend.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::Not;
+
+namespace {
+
+constexpr std::string_view apiKey = "canary-key-5b1d";
+
+std::string contentOf(const fs::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+struct Program {
+    const char* command;
+    /// What each of the lines contains that it prints until the key is in its memory.
+    const char* line;
+    int count;
+};
+
+constexpr Program programs[] = {
+    {"App/quorvane-mdm --log-stderr", " info com.quorvane.mdm general ", 3},
+    {"Tools/qvctl/qvctl watch --json --reveal", "DEV-1", 1},
+};
+
+class ProcessSecretsTest : public ProgramTest {
+protected:
+    /// Starts the program where it may dump core, and lets it crash once it has printed its lines. Returns
+    /// the limits that it had.
+    [[nodiscard]] std::string crash(const Program& program, const char* profile)
+    {
+        device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", profile);
+        fs::remove_all(device.path("crash"));
+        fs::create_directory(device.path("crash"));
+        const auto process = device.startShell(
+            "cd \"$DEVICE/crash\" && ulimit -c unlimited && exec \"$PROGRAMS\"/" + std::string(program.command));
+        for (int i = 0; i < program.count; ++i)
+            EXPECT_TRUE(process->waitForLine(program.line));
+        std::string limits = contentOf(fmt::format("/proc/{}/limits", process->processId()));
+        process->signal(SIGABRT);
+        EXPECT_EQ(process->waitForExit(), -SIGABRT);
+        return limits;
+    }
+
+    [[nodiscard]] bool isKeyInCoreDump() const
+    {
+        const fs::directory_iterator files(device.path("crash"));
+        return std::any_of(begin(files), end(files), [](const auto& entry) {
+            return contentOf(entry.path()).find(apiKey) != std::string::npos;
+        });
+    }
+};
+
+TEST_F(ProcessSecretsTest, CoreDumpsAreForDevelopment)
+{
+    device.replacePolicy(fmt::format(R"({{"api_key": "{}", "device_id": "DEV-1"}})", apiKey));
+    for (const Program& program : programs) {
+        // With a limit of 1 the kernel dumps neither to a file nor to a program.
+        EXPECT_THAT(crash(program, "redact"), ContainsRegex("Max core file size +1 +1 ")) << program.command;
+        EXPECT_FALSE(isKeyInCoreDump()) << program.command;
+    }
+    for (const Program& program : programs) {
+        EXPECT_THAT(crash(program, "show"), Not(ContainsRegex("Max core file size +1 "))) << program.command;
+        if (!isKeyInCoreDump())
+            GTEST_SKIP() << "this machine writes no core dumps into the working folder";
+    }
+}
+
+TEST_F(ProcessSecretsTest, SessionKeysOfTLSAreNotWritten)
+{
+    TestBackend backend({.folder = device.path("run")});
+    device.replacePolicy(fmt::format(R"({{"base_domain": "{}", "device_id": "DEV-1"}})", backend.baseURL()));
+    device.setEnvironment("SSL_CERT_FILE", backend.certificateAuthority());
+    device.setEnvironment("no_proxy", "*");
+    device.setEnvironment("SSLKEYLOGFILE", device.path("session-keys"));
+    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
+    DrivenWindow window = device.window();
+    window.tap("welcome.getStarted");
+    window.tap("shell.allow");
+    ASSERT_TRUE(application->waitForLine("Device token uploaded"));
+    EXPECT_FALSE(fs::exists(device.path("session-keys")));
+}
+
+} // namespace
