@@ -86,14 +86,15 @@ const PropertyList* payloadValue(const UserNotification& notification, std::stri
     return found == aps->second.dictionary()->end() || found->second.isNull() ? nullptr : &found->second;
 }
 
+/// Servers keep critical notifications on the screen and show them while the user wants no interruption. To
+/// break through takes a permission of its own, which this app does not request: a sender that asks for it
+/// with "critical" or "time-sensitive" gets what any other gets.
 std::uint8_t urgencyOf(const UserNotification& notification, unsigned options)
 {
-    enum Urgency : std::uint8_t { low, normal, critical };
+    enum Urgency : std::uint8_t { low, normal };
     const PropertyList* value = payloadValue(notification, "interruption-level");
     const std::string level = value != nullptr && value->text() != nullptr ? *value->text() : "";
-    if (level == "passive" || (options & PresentationOptions::banner) == 0)
-        return low;
-    return level == "critical" || level == "time-sensitive" ? critical : normal;
+    return level == "passive" || (options & PresentationOptions::banner) == 0 ? low : normal;
 }
 
 std::map<std::string, sdbus::Variant> hintsOf(const UserNotification& notification, unsigned options,

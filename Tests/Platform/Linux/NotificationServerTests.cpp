@@ -127,7 +127,11 @@ TEST_F(NotificationServerTest, SaysWhatEachServerUnderstands)
     };
     shows({"actions", "body", "body-markup"}, "<", "&<>", {{"sound", "x"}}, banner | sound,
           "<|&amp;&lt;&gt;|Open|1 transient sound");
-    shows({"body"}, "T", "&<>\n", {{"interruption-level", "critical"}}, banner | list, "T|&<>\n||2");
+    const Values criticalSound{{"critical", 1}, {"name", "x"}};
+    shows({"body"}, "T", "&<>\n", {{"interruption-level", "critical"}, {"sound", criticalSound}},
+          banner | list, "T|&<>\n||1");
+    shows({"body"}, "T", "b", {{"interruption-level", "time-sensitive"}}, banner | list, "T|b||1");
+    shows({"body"}, "T", "b", {{"interruption-level", "passive"}}, banner | list, "T|b||0");
     shows({"sound"}, "", "b\n" + Text(95, 'b'), {}, banner | list, "App: b " + Text(93, 'b') + "…|||1");
     shows({}, "T", "<", {{"sound", "x"}}, list, "T|<||0");
     shows({"body"}, "\0\n\u202e"s, "\xff\xe2\x82(\uffff\x1b\xc3", {}, list,
