@@ -13,6 +13,12 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
+bool isSameName(std::string_view left, std::string_view right)
+{
+    const HeaderNameLess isLess;
+    return !isLess(left, right) && !isLess(right, left);
+}
+
 } // namespace
 
 bool ResponseHeader::addLine(std::string_view line)
@@ -39,11 +45,17 @@ void ResponseHeader::addField(std::string_view line)
 {
     m_lastValue = nullptr;
     const auto colon = line.find(':');
-    if (colon == std::string_view::npos || m_fieldCount == maximumFieldCount)
+    if (colon == std::string_view::npos)
         return;
-    ++m_fieldCount;
+    const std::string_view name = trimmed(line.substr(0, colon));
+    // A redirect needs its target, and only one: it counts neither for the limit nor as a list.
+    const bool isLocation = isSameName(name, "Location");
+    if (!isLocation && ++m_fieldCount > maximumFieldCount)
+        return;
     const std::string_view value = trimmed(line.substr(colon + 1));
-    const auto [position, isNew] = m_fields.try_emplace(std::string(trimmed(line.substr(0, colon))), value);
+    const auto [position, isNew] = m_fields.try_emplace(std::string(name), value);
+    if (!isNew && isLocation)
+        return;
     if (!isNew)
         position->second.append(", ").append(value);
     m_lastValue = &position->second;

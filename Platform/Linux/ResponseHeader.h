@@ -17,15 +17,15 @@ class ResponseHeader {
 public:
     /// Limit for all header lines of one exchange: those of a proxy, interim responses and trailers included.
     static constexpr std::size_t maximumBytes = std::size_t{256} * 1024;
-    /// Later fields are ignored.
+    /// Later fields are ignored, except for `Location`.
     static constexpr std::size_t maximumFieldCount = 1000;
 
     /// Takes the next line with its line end. Returns false once the limit is exceeded.
     bool addLine(std::string_view line);
     [[nodiscard]] bool isTooLong() const { return m_byteCount > maximumBytes; }
 
-    /// The fields of the last response. Values of a repeated field are joined with ", "; trailers are left
-    /// out.
+    /// The fields of the last response. Values of a repeated field are joined with ", ", except for
+    /// `Location`, which keeps the first one; trailers are left out.
     [[nodiscard]] const HeaderFields& fields() const { return m_fields; }
     HeaderFields takeFields() { return std::move(m_fields); }
 
