@@ -2,6 +2,7 @@
 
 #include "Core/Constants.h"
 #include "Core/UnicodeText.h"
+#include "Platform/ASCII.h"
 
 #include <algorithm>
 #include <set>
@@ -32,8 +33,8 @@ private:
 
 bool isBundleIdCharacter(char character)
 {
-    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-           (character >= '0' && character <= '9') || character == '.' || character == '-';
+    return Platform::isASCIILetter(character) || Platform::isASCIIDigit(character) || character == '.' ||
+           character == '-';
 }
 
 /// Why the trimmed entry is no bundle identifier.

@@ -1,5 +1,7 @@
 #include "Core/UnicodeText.h"
 
+#include "Platform/ASCII.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -56,15 +58,9 @@ std::string_view trimmed(std::string_view text)
     return text;
 }
 
-bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePrefix)
+bool hasPrefixIgnoringCase(std::string_view text, std::string_view prefix)
 {
-    const auto isSame = [](char character, char lower) {
-        return (character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                     : character) == lower;
-    };
-    return text.size() >= lowerCasePrefix.size() &&
-           std::equal(lowerCasePrefix.begin(), lowerCasePrefix.end(), text.begin(),
-                      [&](char lower, char character) { return isSame(character, lower); });
+    return Platform::equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
 }
 
 } // namespace Core

@@ -8,7 +8,7 @@ namespace Core {
 /// Z*, U+0009 to U+000D and U+0085.
 std::string_view trimmed(std::string_view text);
 
-/// Whether `text` begins with `lowerCasePrefix` when the case of ASCII letters does not count.
-bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePrefix);
+/// Whether `text` begins with `prefix` when the case of ASCII letters does not count.
+bool hasPrefixIgnoringCase(std::string_view text, std::string_view prefix);
 
 } // namespace Core

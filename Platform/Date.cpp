@@ -1,11 +1,23 @@
 #include "Platform/Date.h"
 
-#include <array>
-#include <charconv>
+#include "Platform/NumberText.h"
+
+#include <algorithm>
 #include <cmath>
-#include <cstdio>
+#include <cstdint>
 
 namespace Platform {
+
+namespace {
+
+/// Appends a number that is not negative in at least `width` digits, and `delimiter`.
+void appendNumber(std::string& out, std::int64_t number, std::size_t width, char delimiter)
+{
+    const std::string digits = std::to_string(number);
+    out.append(width - std::min(width, digits.size()), '0').append(digits) += delimiter;
+}
+
+} // namespace
 
 Date Date::fromSystemTime(std::chrono::system_clock::time_point time)
 {
@@ -18,23 +30,23 @@ std::string Date::utcText() const
     using namespace std::chrono;
     constexpr double yearZero = -63'113'904'000.0;        // 0000-01-01T00:00:00Z
     constexpr double yearTenThousand = 252'423'993'600.0; // 10000-01-01T00:00:00Z
-    std::array<char, 64> text{};
-    if (!(secondsSinceReferenceDate >= yearZero && secondsSinceReferenceDate < yearTenThousand)) {
-        const auto written = std::to_chars(text.begin(), text.end(), secondsSinceReferenceDate);
-        return {text.data(), written.ptr};
-    }
+    if (!(secondsSinceReferenceDate >= yearZero && secondsSinceReferenceDate < yearTenThousand))
+        return shortestRealText(secondsSinceReferenceDate);
     const milliseconds sinceReference{
         static_cast<std::int64_t>(std::floor(secondsSinceReferenceDate * 1000))};
     const sys_time<milliseconds> instant{sinceReference + referenceSinceUnixEpoch};
     const auto day = floor<days>(instant);
     const year_month_day date{day};
     const hh_mm_ss time{instant - day};
-    const int length = std::snprintf(
-        text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
-        static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-        static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-        static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()));
-    return {text.data(), static_cast<std::size_t>(length)};
+    std::string text;
+    appendNumber(text, static_cast<int>(date.year()), 4, '-');
+    appendNumber(text, static_cast<unsigned>(date.month()), 2, '-');
+    appendNumber(text, static_cast<unsigned>(date.day()), 2, 'T');
+    appendNumber(text, time.hours().count(), 2, ':');
+    appendNumber(text, time.minutes().count(), 2, ':');
+    appendNumber(text, time.seconds().count(), 2, '.');
+    appendNumber(text, time.subseconds().count(), 3, 'Z');
+    return text;
 }
 
 } // namespace Platform

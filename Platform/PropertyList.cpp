@@ -2,10 +2,9 @@
 
 #include "Platform/Encoding.h"
 #include "Platform/FatalError.h"
+#include "Platform/NumberText.h"
 
 #include <array>
-#include <charconv>
-#include <cstdio>
 #include <string_view>
 
 namespace Platform {
@@ -40,9 +39,7 @@ void appendDescription(std::string& out, const PropertyList& value)
     } else if (value.isNumber()) {
         out += value.numberText();
     } else if (const auto* date = value.date()) {
-        std::array<char, 32> seconds{};
-        const auto written = std::to_chars(seconds.begin(), seconds.end(), date->secondsSinceReferenceDate);
-        out.append("<date ").append(seconds.data(), written.ptr).append(">");
+        out.append("<date ").append(shortestRealText(date->secondsSinceReferenceDate)).append(">");
     } else if (const auto* data = value.data()) {
         out.append("<data ").append(hexadecimalText(*data)).append(">");
     } else if (const auto* array = value.array()) {
@@ -89,11 +86,8 @@ std::string PropertyList::numberText() const
         return std::to_string(*value);
     if (const auto* value = boolean())
         return *value ? "1" : "0";
-    if (const auto* value = real()) {
-        std::array<char, 32> text{};
-        const int length = std::snprintf(text.data(), text.size(), "%.16g", *value);
-        return {text.data(), static_cast<std::size_t>(length)};
-    }
+    if (const auto* value = real())
+        return realText(*value);
     fatalError("PropertyList::numberText() was asked of a value that is no number");
 }
 

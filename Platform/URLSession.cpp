@@ -1,5 +1,7 @@
 #include "Platform/URLSession.h"
 
+#include "Platform/ASCII.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -7,11 +9,8 @@ namespace Platform {
 
 bool HeaderNameLess::operator()(std::string_view left, std::string_view right) const
 {
-    const auto lower = [](char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-    };
     return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
-                                        [&](char a, char b) { return lower(a) < lower(b); });
+                                        [](char a, char b) { return lowerCaseASCII(a) < lowerCaseASCII(b); });
 }
 
 void URLRequest::setValue(std::string value, std::string_view headerField)

@@ -1,5 +1,6 @@
 #include "Platform/Linux/CurlRequest.h"
 
+#include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/CurlLibrary.h"
 #include "Platform/Linux/FileDescriptor.h"
@@ -37,8 +38,7 @@ std::string part(const ParsedURL& url, CURLUPart part, unsigned flags = 0)
 bool isToken(std::string_view text)
 {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
-        return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'z') ||
-               (character >= 'A' && character <= 'Z') ||
+        return isASCIIDigit(character) || isASCIILetter(character) ||
                std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
     });
 }
@@ -225,9 +225,7 @@ SecureURL parseSecureURL(const std::string& url)
         throw URLError(Code::badURL, "The address of the request names no host.");
     for (const CURLUPart unwanted : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_FRAGMENT})
         curl().curl_url_set(parsed.get(), unwanted, nullptr, 0);
-    std::transform(result.host.begin(), result.host.end(), result.host.begin(), [](char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-    });
+    std::transform(result.host.begin(), result.host.end(), result.host.begin(), lowerCaseASCII);
     result.port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT);
     result.url = part(parsed, CURLUPART_URL);
     return result;

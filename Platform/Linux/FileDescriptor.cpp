@@ -1,6 +1,7 @@
 #include "Platform/Linux/FileDescriptor.h"
 
 #include <cerrno>
+#include <cstring>
 #include <poll.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -16,7 +17,9 @@ FileDescriptor::~FileDescriptor()
 
 std::string errorText(int errorNumber)
 {
-    return std::generic_category().message(errorNumber);
+    // Unlike strerror(3), in English whatever the locale.
+    const char* text = ::strerrordesc_np(errorNumber);
+    return text != nullptr ? text : "error " + std::to_string(errorNumber);
 }
 
 void createPrivateFolders(const std::filesystem::path& folder)

@@ -1,5 +1,6 @@
 #include "Platform/Linux/JSONSyntax.h"
 #include "Platform/Linux/PropertyListFormats.h"
+#include "Platform/NumberText.h"
 
 #include <boost/json/basic_parser_impl.hpp>
 #include <fmt/format.h>

@@ -1,5 +1,6 @@
 #include "Platform/Linux/JSONSyntax.h"
 
+#include "Platform/ASCII.h"
 #include "Platform/Linux/PropertyListFormats.h"
 
 #include <algorithm>
@@ -78,7 +79,7 @@ std::size_t scanToken(Context& context, std::string_view text, std::size_t offse
 /// Whether a word that was valid up to its end lacks nothing.
 bool isComplete(std::string_view word)
 {
-    return word == "true" || word == "false" || word == "null" || (word.back() >= '0' && word.back() <= '9');
+    return word == "true" || word == "false" || word == "null" || isASCIIDigit(word.back());
 }
 
 Context contextAt(std::string_view text, std::size_t end)

@@ -17,10 +17,6 @@ namespace Platform::Linux {
 /// White space to XML and JSON alike.
 inline constexpr std::string_view textBlanks = " \t\r\n";
 
-/// A decimal number with optional fraction and exponent; absent when `digits` is anything else or lies
-/// outside the range of `double`.
-std::optional<double> parseDecimal(std::string_view digits);
-
 std::string tooDeepReason();
 std::string tooManyValuesReason();
 

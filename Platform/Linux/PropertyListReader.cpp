@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace Platform::Linux {
 
@@ -71,20 +70,6 @@ PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPla
     validateUTF8(text, document);
     return text[start] == '<' ? readXMLPropertyList(text, withPlaces)
                               : readJSONPropertyList(text, withPlaces);
-}
-
-std::optional<double> parseDecimal(std::string_view digits)
-{
-    // The conversion below also takes "inf" and "nan", which are spelt differently in each format.
-    const std::size_t start = digits.starts_with('-') ? 1 : 0;
-    if (digits.find_first_of("0123456789.", start) != start)
-        return std::nullopt;
-    double value = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [parsedTo, failure] = std::from_chars(digits.data(), end, value);
-    if (failure != std::errc{} || parsedTo != end)
-        return std::nullopt;
-    return value;
 }
 
 std::string tooDeepReason()

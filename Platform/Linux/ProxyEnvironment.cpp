@@ -1,5 +1,7 @@
 #include "Platform/Linux/ProxyEnvironment.h"
 
+#include "Platform/ASCII.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -32,10 +34,7 @@ std::optional<Variable> firstSet(std::initializer_list<const char*> names)
 std::string lowerCase(std::string_view text)
 {
     std::string result(text);
-    for (char& character : result) {
-        if (character >= 'A' && character <= 'Z')
-            character = static_cast<char>(character - 'A' + 'a');
-    }
+    std::ranges::transform(result, result.begin(), lowerCaseASCII);
     return result;
 }
 

@@ -1,3 +1,4 @@
+#include "Platform/ASCII.h"
 #include "Platform/Linux/PropertyListFormats.h"
 #include "Platform/Linux/XMLScalars.h"
 
@@ -179,8 +180,8 @@ pugi::xml_node XMLReader::rootElement()
 void XMLReader::checkDeclaration(pugi::xml_node declaration)
 {
     const pugi::xml_attribute encoding = declaration.attribute("encoding");
-    if (encoding && !equalsIgnoringCase(encoding.value(), "utf-8") &&
-        !equalsIgnoringCase(encoding.value(), "us-ascii"))
+    if (encoding && !equalsIgnoringASCIICase(encoding.value(), "utf-8") &&
+        !equalsIgnoringASCIICase(encoding.value(), "us-ascii"))
         fail("declares an encoding other than UTF-8; save it as UTF-8", declaration);
 }
 

@@ -1,6 +1,8 @@
 #include "Platform/Linux/XMLScalars.h"
 
+#include "Platform/ASCII.h"
 #include "Platform/Linux/PropertyListFormats.h"
+#include "Platform/NumberText.h"
 
 #include <algorithm>
 #include <charconv>
@@ -15,13 +17,6 @@ std::string_view trimmed(std::string_view text)
     if (first == std::string_view::npos)
         return {};
     return text.substr(first, text.find_last_not_of(textBlanks) + 1 - first);
-}
-
-bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase)
-{
-    return std::ranges::equal(text, lowerCase, [](char left, char right) {
-        return left == right || (left >= 'A' && left <= 'Z' && left - 'A' + 'a' == right);
-    });
 }
 
 std::optional<PropertyList> parseInteger(std::string_view text)
@@ -53,9 +48,9 @@ std::optional<PropertyList> parseReal(std::string_view text)
     if (text.starts_with('-'))
         return std::nullopt;
     std::optional<double> magnitude;
-    if (equalsIgnoringCase(text, "nan"))
+    if (equalsIgnoringASCIICase(text, "nan"))
         magnitude = std::numeric_limits<double>::quiet_NaN();
-    else if (equalsIgnoringCase(text, "inf") || equalsIgnoringCase(text, "infinity"))
+    else if (equalsIgnoringASCIICase(text, "inf") || equalsIgnoringASCIICase(text, "infinity"))
         magnitude = std::numeric_limits<double>::infinity();
     else
         magnitude = parseDecimal(text);
@@ -68,7 +63,7 @@ std::optional<PropertyList> parseDate(std::string_view text)
 {
     constexpr std::string_view pattern = "0000-00-00T00:00:00Z";
     const bool matches = std::ranges::equal(text, pattern, [](char given, char expected) {
-        return expected == '0' ? given >= '0' && given <= '9' : given == expected;
+        return expected == '0' ? isASCIIDigit(given) : given == expected;
     });
     if (!matches)
         return std::nullopt;

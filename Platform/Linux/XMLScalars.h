@@ -13,8 +13,6 @@ namespace Platform::Linux {
 /// `text` without the white space at both ends.
 std::string_view trimmed(std::string_view text);
 
-bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase);
-
 /// Decimal, or hexadecimal after "0x", with an optional sign; from the least signed to the greatest unsigned
 /// 64-bit value.
 std::optional<PropertyList> parseInteger(std::string_view text);

@@ -1,5 +1,6 @@
 #include "Platform/Linux/LocalPushService.h"
 #include "Tests/EndToEnd/ProgramTest.h"
+#include "Tests/Fakes/ForeignLocale.h"
 
 #include <gmock/gmock.h>
 
@@ -293,6 +294,19 @@ TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
     EXPECT_FALSE(snapshot.contains("deviceId"));
     const Outcome human = qvctl({"snapshot"});
     EXPECT_THAT(human.output, AllOf(HasSubstr("com.a.b"), HasSubstr("********"), Not(HasSubstr("canary"))));
+}
+
+TEST_F(ProgramTest, NumbersAreTheSameInEveryLocale)
+{
+    ForeignLocale::write(device.path(""));
+    device.setEnvironment("LOCPATH", device.path(""));
+    device.setEnvironment("LC_ALL", ForeignLocale::name);
+    device.replacePolicy(R"({"api_key": 3.5, "OrganizationId": 1234567.25})");
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v1"));
+    const auto snapshot = qvctlJSON({"snapshot", "--reveal"});
+    EXPECT_EQ(snapshot.at("apiKey"), "3.5");
+    EXPECT_EQ(snapshot.at("organizationId"), "1234567.25");
 }
 
 TEST_F(ProgramTest, WhatWasAnsweredWithOkOutlivesAKill)

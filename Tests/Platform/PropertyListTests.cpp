@@ -1,9 +1,14 @@
 #include "Platform/PropertyList.h"
 
+#include "Platform/ASCII.h"
 #include "Platform/Date.h"
+#include "Platform/NumberText.h"
+#include "Tests/Fakes/ForeignLocale.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
 #include <limits>
 
 using Platform::Data;
@@ -37,6 +42,60 @@ TEST(PropertyListTest, DescriptionIsDeterministicAndTellsContainersApart)
     };
     for (const auto& [value, expected] : cases)
         EXPECT_EQ(value.description(), expected);
+}
+
+// What printf's "%.16g" writes in the C locale.
+TEST(PropertyListTest, NumbersHaveOneTextInEveryLocale)
+{
+    struct Case {
+        PropertyList value;
+        const char* expected;
+    };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const Case cases[] = {
+        {3.5, "3.5"},
+        {0.1, "0.1"},
+        {0.30000000000000004, "0.3"},
+        {8.7, "8.699999999999999"},
+        {1.0, "1"},
+        {0.0, "0"},
+        {-0.0, "-0"},
+        {0.0001, "0.0001"},
+        {1e-5, "1e-05"},
+        {123456.789, "123456.789"},
+        {1e15, "1000000000000000"},
+        {9999999999999998.0, "9999999999999998"},
+        {1e16, "1e+16"},
+        {12345678901234567.0, "1.234567890123457e+16"},
+        {1e22, "1e+22"},
+        {1e100, "1e+100"},
+        {-1.7976931348623157e308, "-1.797693134862316e+308"},
+        {2.2250738585072014e-308, "2.225073858507201e-308"},
+        {5e-324, "4.940656458412465e-324"},
+        {std::numeric_limits<double>::infinity(), "inf"},
+        {-std::numeric_limits<double>::infinity(), "-inf"},
+        {nan, "nan"},
+        {-nan, "-nan"},
+        {1234567, "1234567"},
+        {std::numeric_limits<std::uint64_t>::max(), "18446744073709551615"},
+        {std::numeric_limits<std::int64_t>::min(), "-9223372036854775808"},
+    };
+    for (const auto& [value, expected] : cases) {
+        EXPECT_EQ(value.numberText(), expected);
+        if (const auto* real = value.real()) {
+            std::array<char, 32> text{};
+            std::snprintf(text.data(), text.size(), "%.16g", *real);
+            EXPECT_STREQ(text.data(), expected);
+        }
+    }
+    const ForeignLocale locale;
+    for (const auto& [value, expected] : cases)
+        EXPECT_EQ(value.numberText(), expected);
+    EXPECT_EQ(Date{1'234'567.25}.utcText(), "2001-01-15T06:56:07.250Z");
+    EXPECT_EQ(Date{252'423'993'600.5}.utcText(), "252423993600.5");
+    EXPECT_EQ(Platform::parseDecimal("1234.5"), 1234.5);
+    EXPECT_EQ(Platform::parseDecimal("1234,5"), std::nullopt);
+    EXPECT_TRUE(Platform::equalsIgnoringASCIICase("Ident\xC4", "iDENT\xC4"));
 }
 
 TEST(PropertyListTest, EqualityIsByTypeAndContent)

@@ -1,5 +1,6 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/Linux/PropertyListReader.h"
+#include "Tests/Fakes/ForeignLocale.h"
 #include "Tools/qvctl/FindingText.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/Output.h"
@@ -47,12 +48,21 @@ TEST(TimeTextTest, TakesAgesAndTimes)
         {"yesterday", {}},
         {"", {}},
     };
+    const ForeignLocale locale;
     ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     ::tzset();
     for (const Case& row : cases) {
         const auto date = timeFromText(row.text, now);
         EXPECT_EQ(date ? std::optional(date->utcText()) : std::nullopt, row.expected) << row.text;
     }
+}
+
+TEST(FindingTextTest, SuggestsKeysInEveryLocale)
+{
+    const ForeignLocale locale;
+    EXPECT_EQ(suggestedKey("DEVICE IDS"), "device_id");
+    EXPECT_EQ(suggestedKey("organizationid"), "OrganizationId");
+    EXPECT_EQ(suggestedKey("password"), std::nullopt);
 }
 
 bool lintHasErrors(const std::string& policy)

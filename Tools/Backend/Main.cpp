@@ -2,6 +2,7 @@
 // and misbehaves on demand.
 
 #include "Core/Base64.h"
+#include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/StandardDescriptors.h"
@@ -15,7 +16,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -197,9 +197,9 @@ int numberIn(std::string_view option, std::string_view text, int least, int most
 bool isFieldName(std::string_view name)
 {
     constexpr std::string_view others = "!#$%&'*+-.^_`|~";
-    return !name.empty() && std::all_of(name.begin(), name.end(), [=](unsigned char character) {
-        return std::isalnum(character) != 0 ||
-               others.find(static_cast<char>(character)) != std::string_view::npos;
+    return !name.empty() && std::all_of(name.begin(), name.end(), [=](char character) {
+        return Platform::isASCIILetter(character) || Platform::isASCIIDigit(character) ||
+               others.find(character) != std::string_view::npos;
     });
 }
 
@@ -212,9 +212,7 @@ void addHeaderField(TestBackend::Reply& reply, std::string_view field)
         throw UsageError(fmt::format("--header: '{}' is not of the form 'Name: value'", field));
     const auto start = field.find_first_not_of(' ', colon + 1);
     const std::string_view value = start == std::string_view::npos ? "" : field.substr(start);
-    const bool isContentType =
-        std::equal(name.begin(), name.end(), "content-type", std::string_view("content-type").end(),
-                   [](unsigned char left, unsigned char right) { return std::tolower(left) == right; });
+    const bool isContentType = Platform::equalsIgnoringASCIICase(name, "content-type");
     if (isContentType)
         reply.headerFields.erase("Content-Type");
     reply.headerFields.emplace(isContentType ? "Content-Type" : std::string(name), value);

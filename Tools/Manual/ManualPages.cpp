@@ -1,6 +1,7 @@
 #include "Tools/Manual/ManualPages.h"
 
 #include "Core/ManagedKeys.h"
+#include "Platform/ASCII.h"
 #include "Tools/Manual/CommandDescription.h"
 #include "Tools/Manual/Prose.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
@@ -9,7 +10,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <span>
 #include <string_view>
 
@@ -77,8 +77,7 @@ std::string sentence(std::string_view text)
 std::string header(const Prose& prose)
 {
     std::string title = prose.name;
-    std::transform(title.begin(), title.end(), title.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::toupper(character)); });
+    std::transform(title.begin(), title.end(), title.begin(), Platform::upperCaseASCII);
     return fmt::format(".TH {} {} \"\" \"quorvane\\-mdm {}\" \"Quorvane MDM\"\n.nh\n.SH NAME\n{} \\- {}\n",
                        literal(title), prose.section, QV_VERSION, literal(prose.name),
                        literal(prose.tagline));

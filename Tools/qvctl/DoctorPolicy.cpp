@@ -1,6 +1,7 @@
 // From the policy file to the snapshot that other processes read.
 
 #include "Core/Constants.h"
+#include "Platform/ASCII.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Tools/qvctl/DevicePolicy.h"
@@ -13,7 +14,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <fcntl.h>
 #include <iterator>
@@ -33,7 +33,7 @@ namespace Keys = Core::Constants::ManagedConfigKeys;
 std::string sentence(std::string clause)
 {
     if (!clause.empty())
-        clause[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(clause[0])));
+        clause[0] = Platform::upperCaseASCII(clause[0]);
     return clause.ends_with('.') ? clause : clause + ".";
 }
 

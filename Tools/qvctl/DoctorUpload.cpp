@@ -1,5 +1,6 @@
 // What the backend said to the device token, as far as the application's own journal can tell.
 
+#include "Platform/ASCII.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/JournalReader.h"
 #include "Tools/qvctl/Doctor.h"
@@ -7,7 +8,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <system_error>
 #include <vector>
 
@@ -51,8 +51,7 @@ std::string statusBefore(const std::vector<JournalEntry>& lines, const JournalEn
         if (start == std::string::npos)
             continue;
         const std::string rest = line->text.substr(start + statusText.size());
-        const auto end = std::find_if(rest.begin(), rest.end(),
-                                      [](unsigned char character) { return std::isdigit(character) == 0; });
+        const auto end = std::find_if_not(rest.begin(), rest.end(), Platform::isASCIIDigit);
         return " with status " + std::string(rest.begin(), end);
     }
     return {};

@@ -1,5 +1,7 @@
 #include "Tools/qvctl/Spelling.h"
 
+#include "Platform/ASCII.h"
+
 #include <algorithm>
 #include <numeric>
 #include <string>
@@ -9,15 +11,13 @@ namespace Qvctl {
 
 namespace {
 
-/// The letters of `word` in lower case and its digits, without whatever stands between them.
+/// The letters of `word` in lower case and its digits, without anything else.
 std::string skeleton(std::string_view word)
 {
     std::string letters;
     for (const char character : word) {
-        if (character >= 'A' && character <= 'Z')
-            letters += static_cast<char>(character - 'A' + 'a');
-        else if ((character >= 'a' && character <= 'z') || (character >= '0' && character <= '9'))
-            letters += character;
+        if (Platform::isASCIILetter(character) || Platform::isASCIIDigit(character))
+            letters += Platform::lowerCaseASCII(character);
     }
     return letters;
 }

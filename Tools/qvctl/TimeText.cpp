@@ -1,5 +1,7 @@
 #include "Tools/qvctl/TimeText.h"
 
+#include "Platform/NumberText.h"
+
 #include <chrono>
 #include <ctime>
 #include <regex>
@@ -33,7 +35,8 @@ std::optional<Date> timeFromText(const std::string& text, Date now)
                                  "(?:[T ]([0-9]{2}):([0-9]{2})(?::([0-9]{2})(\\.[0-9]{1,9})?)?(Z)?)?");
     std::smatch parts;
     if (std::regex_match(text, parts, age))
-        return Date{now.secondsSinceReferenceDate - std::stod(parts[1]) * secondsOf(*parts[2].first)};
+        return Date{now.secondsSinceReferenceDate -
+                    Platform::parseDecimal(parts[1].str()).value() * secondsOf(*parts[2].first)};
     if (!std::regex_match(text, parts, time))
         return std::nullopt;
 
@@ -52,7 +55,7 @@ std::optional<Date> timeFromText(const std::string& text, Date now)
     fields.tm_sec = number(6);
     fields.tm_isdst = -1; // Whatever holds then.
     const std::time_t seconds = parts[8].matched ? ::timegm(&fields) : std::mktime(&fields);
-    const double fraction = parts[7].matched ? std::stod("0" + parts[7].str()) : 0;
+    const double fraction = parts[7].matched ? Platform::parseDecimal("0" + parts[7].str()).value() : 0;
     const Date whole = Date::fromSystemTime(std::chrono::system_clock::from_time_t(seconds));
     return Date{whole.secondsSinceReferenceDate + fraction};
 }

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string_view>
+
+// Letters and digits of ASCII. Unlike the functions of <cctype>, these do not depend on the locale of the
+// process: in a Turkish one, std::tolower('I') is not 'i'.
+
+namespace Platform {
+
+constexpr bool isASCIIDigit(char character)
+{
+    return character >= '0' && character <= '9';
+}
+
+constexpr bool isASCIILetter(char character)
+{
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+}
+
+constexpr char lowerCaseASCII(char character)
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+constexpr char upperCaseASCII(char character)
+{
+    return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
+}
+
+/// Whether both texts are the same but for the case of ASCII letters.
+constexpr bool equalsIgnoringASCIICase(std::string_view left, std::string_view right)
+{
+    if (left.size() != right.size())
+        return false;
+    for (std::size_t index = 0; index < left.size(); ++index) {
+        if (lowerCaseASCII(left[index]) != lowerCaseASCII(right[index]))
+            return false;
+    }
+    return true;
+}
+
+} // namespace Platform
