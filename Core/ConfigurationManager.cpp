@@ -265,10 +265,20 @@ PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
 
 std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
 {
+    // Texts in a policy are valid UTF-8, so none equals what begins with this byte.
+    constexpr const char* markOfOtherTypes = "\xFF";
     std::string text;
     for (const ManagedKey& key : managedKeys()) {
-        if (const auto found = managed.find(key.name); found != managed.end())
-            text.append(key.name).append(":").append(found->second.description()).append(";");
+        const auto found = managed.find(key.name);
+        if (found == managed.end())
+            continue;
+        const PropertyList& value = found->second;
+        const bool isPlain = value.text() != nullptr || (value.isNumber() && value.boolean() == nullptr);
+        text.append(key.name)
+            .append(":")
+            .append(isPlain ? "" : markOfOtherTypes)
+            .append(value.description())
+            .append(";");
     }
     return base64Encoded(text);
 }

@@ -114,8 +114,9 @@ private:
     std::unique_ptr<Platform::Timer> m_debounceTimer;
 };
 
-/// A text that differs whenever one of the six managed keys differs: a reversible encoding, to be kept in
-/// memory only, since it holds the API key.
+/// Differs whenever the value of one of the six managed keys differs, its type included; a text and a number
+/// that reads the same count as equal. A reversible encoding, to be kept in memory only, since it holds the
+/// API key.
 std::string managedConfigFingerprint(const Platform::PropertyList::Dictionary& managed);
 
 } // namespace Core

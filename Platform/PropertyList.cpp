@@ -36,6 +36,8 @@ void appendDescription(std::string& out, const PropertyList& value)
 {
     if (const auto* text = value.text()) {
         out += *text;
+    } else if (const auto* boolean = value.boolean()) {
+        out += *boolean ? "true" : "false";
     } else if (value.isNumber()) {
         out += value.numberText();
     } else if (const auto* date = value.date()) {

@@ -79,8 +79,10 @@ public:
     /// "1" and "0". Only for numbers.
     [[nodiscard]] std::string numberText() const;
 
-    /// The default textual rendering: text as itself, a number as its decimal text, containers in brackets
-    /// with their texts quoted and their keys sorted. Equal values give equal texts.
+    /// The default textual rendering: text as itself, a number as its decimal text, a boolean as "true" or
+    /// "false", containers in brackets with their texts quoted and their keys sorted. Equal values give equal
+    /// renderings. Different ones give different renderings, except for numbers with the same decimal text
+    /// and for a text on its own, which may look like any other value.
     [[nodiscard]] std::string description() const;
 
     friend bool operator==(const PropertyList& left, const PropertyList& right);

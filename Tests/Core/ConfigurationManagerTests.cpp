@@ -3,6 +3,7 @@
 #include "Core/Base64.h"
 #include "Core/Constants.h"
 #include "Core/Logger.h"
+#include "Core/ManagedKeys.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -245,6 +246,16 @@ TEST_F(ConfigurationManagerTest, ClearedConfigurationStartsAtOneButIsNotAppliedA
     EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 0"});
 }
 
+TEST_F(ConfigurationManagerTest, ListInPlaceOfATextThatLooksLikeItIsApplied)
+{
+    constexpr const char* key = "AllowedAppsBundleIdsForSSOExtension";
+    defaults.deliver(PropertyList::Dictionary{{key, R"(["com.acme.one", "com.acme.two"])"}});
+    startUp();
+    log.takeLines();
+    deliverAndSettle(PropertyList::Dictionary{{key, PropertyList::Array{"com.acme.one", "com.acme.two"}}});
+    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v2, apps: 2"});
+}
+
 TEST_F(ConfigurationManagerTest, NothingKeepsTheManagerAlive)
 {
     startUp();
@@ -276,15 +287,74 @@ TEST(FingerprintTest, IsTheBase64OfTheSixKeysInTheirOrder)
         {"other", "x"},
         {"base_domain", 3.5},
         {"AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"a.b", 1}}};
-    EXPECT_EQ(
-        managedConfigFingerprint(managed),
-        base64Encoded("AllowedAppsBundleIdsForSSOExtension:[\"a.b\", 1];OrganizationId:1;SchemaVersion:2;"
-                      "base_domain:3.5;api_key:k;device_id:d;"));
+    EXPECT_EQ(managedConfigFingerprint(managed),
+              base64Encoded("AllowedAppsBundleIdsForSSOExtension:\xFF[\"a.b\", 1];OrganizationId:\xFFtrue;"
+                            "SchemaVersion:2;base_domain:3.5;api_key:k;device_id:d;"));
     EXPECT_EQ(managedConfigFingerprint({}), "");
     // RFC 4648, section 10.
     for (const auto& [plain, encoded] : std::map<std::string, std::string>{
              {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}})
         EXPECT_EQ(base64Encoded(plain), encoded);
+}
+
+TEST(FingerprintTest, DiffersForValuesThatLookAlike)
+{
+    using Array = PropertyList::Array;
+    using Dictionary = PropertyList::Dictionary;
+    const PropertyList values[] = {
+        R"(["a.b", "c.d"])",
+        Array{"a.b", "c.d"},
+        Array{R"(a.b", "c.d)"},
+        Array{R"(a.b\", \"c.d)"},
+        Array{"a.b, c.d"},
+        Array{Array{"a.b"}, "c.d"},
+        Array{Array{"a.b", "c.d"}},
+        R"(["1"])",
+        Array{"1"},
+        "[1]",
+        Array{1},
+        Array{true},
+        Array{"true"},
+        Array{Array{}},
+        Array{""},
+        Array{PropertyList()},
+        Array{"<null>"},
+        Array{Platform::Date{1}},
+        Array{"<date 1>"},
+        "[]",
+        Array{},
+        "{}",
+        Dictionary{},
+        R"({"a": 1})",
+        Dictionary{{"a", 1}},
+        Dictionary{{"a", "1"}},
+        Dictionary{{"a", true}},
+        Dictionary{{R"(a": 1, "b)", 2}},
+        Dictionary{{"a", 1}, {"b", 2}},
+        "1",
+        "true",
+        true,
+        false,
+        "<null>",
+        PropertyList(),
+        "<date 1>",
+        Platform::Date{1},
+        "<data 31>",
+        Platform::Data{std::byte{0x31}},
+        "\\xFF[]",
+        "\u00ff[]",
+        "",
+    };
+    for (const ManagedKey& key : managedKeys()) {
+        std::map<std::string, std::string> seen;
+        for (const PropertyList& value : values) {
+            const Dictionary managed{{std::string(key.name), value}};
+            EXPECT_EQ(managedConfigFingerprint(managed), managedConfigFingerprint(Dictionary(managed)));
+            const auto [other, isNew] = seen.emplace(managedConfigFingerprint(managed), value.description());
+            EXPECT_TRUE(isNew) << key.name << ": " << value.typeName() << " " << value.description()
+                               << " and " << other->second;
+        }
+    }
 }
 
 } // namespace
