@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <string>
+#include <iterator>
 #include <unistd.h>
 #include <utility>
 
@@ -40,16 +40,25 @@ private:
 
 constexpr std::array handledSignals{SIGTERM, SIGINT, SIGHUP, QtRunLoop::activationSignal};
 
-/// Why the main thread is woken.
-enum class Wake : char { toWork = 'w', toComeToTheFront = 'f', toQuit = 'q' };
+// What a signal handler can reach.
+std::atomic<int> s_pipeWriteEnd = -1;
+std::atomic<bool> s_isQuitRequested = false;
+std::atomic<bool> s_isActivationRequested = false;
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-/// Where a signal handler finds the pipe.
-std::atomic<int> s_signalledPipe = -1;
-
-void wakeUp(int pipeWriteEnd, Wake reason)
+void writeWakeUp(int pipeWriteEnd)
 {
-    // A full pipe holds reasons enough to wake up.
-    [[maybe_unused]] const auto written = ::write(pipeWriteEnd, &reason, 1);
+    // A full pipe wakes the reader up as well.
+    [[maybe_unused]] const auto written = ::write(pipeWriteEnd, "", 1);
+}
+
+/// A handler may do little more than write to a pipe; see signal-safety(7).
+void handleSignal(int signal)
+{
+    const int savedError = errno;
+    (signal == QtRunLoop::activationSignal ? s_isActivationRequested : s_isQuitRequested) = true;
+    writeWakeUp(s_pipeWriteEnd);
+    errno = savedError;
 }
 
 } // namespace
@@ -62,16 +71,13 @@ QtRunLoop::QtRunLoop(std::unique_ptr<QCoreApplication> application) : m_applicat
     m_pipeReadEnd = ends[0];
     m_pipeWriteEnd = ends[1];
     m_notifier = std::make_unique<QSocketNotifier>(m_pipeReadEnd, QSocketNotifier::Read);
-    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] { runWaiting(); });
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] { handleWakeUp(); });
 
-    s_signalledPipe = m_pipeWriteEnd;
+    s_pipeWriteEnd = m_pipeWriteEnd;
+    s_isQuitRequested = false;
+    s_isActivationRequested = false;
     struct sigaction action {};
-    // A handler may do little more than write to a pipe; see signal-safety(7).
-    action.sa_handler = [](int signal) {
-        const int savedError = errno;
-        wakeUp(s_signalledPipe, signal == activationSignal ? Wake::toComeToTheFront : Wake::toQuit);
-        errno = savedError;
-    };
+    action.sa_handler = handleSignal;
     action.sa_flags = SA_RESTART;
     for (const int signal : handledSignals)
         ::sigaction(signal, &action, nullptr);
@@ -95,29 +101,41 @@ void QtRunLoop::async(Work work)
         m_waiting.push_back(std::move(work));
     }
     if (isFirst)
-        wakeUp(m_pipeWriteEnd, Wake::toWork);
+        wakeUp();
+}
+
+void QtRunLoop::wakeUp() const
+{
+    writeWakeUp(m_pipeWriteEnd);
+}
+
+void QtRunLoop::handleWakeUp()
+{
+    std::array<char, 64> bytes;
+    while (::read(m_pipeReadEnd, bytes.data(), bytes.size()) > 0) {
+    }
+    runWaiting();
+    if (!s_isQuitRequested && s_isActivationRequested.exchange(false))
+        m_activationHandler();
+    if (s_isQuitRequested)
+        QCoreApplication::quit();
 }
 
 void QtRunLoop::runWaiting()
 {
-    std::array<char, 64> reasons;
-    std::string seen;
-    for (ssize_t count = 0; (count = ::read(m_pipeReadEnd, reasons.data(), reasons.size())) > 0;)
-        seen.append(reasons.data(), static_cast<std::size_t>(count));
-    const auto isSeen = [&](Wake reason) {
-        return seen.find(static_cast<char>(reason)) != std::string::npos;
-    };
     std::deque<Work> due;
     {
         const std::lock_guard lock(m_mutex);
         due.swap(m_waiting);
     }
-    for (const Work& work : due)
-        work();
-    if (isSeen(Wake::toComeToTheFront))
-        m_activationHandler();
-    if (isSeen(Wake::toQuit))
-        QCoreApplication::quit();
+    for (; !due.empty() && !s_isQuitRequested; due.pop_front())
+        due.front()();
+    if (due.empty())
+        return;
+    const std::lock_guard lock(m_mutex);
+    due.insert(due.end(), std::make_move_iterator(m_waiting.begin()),
+               std::make_move_iterator(m_waiting.end()));
+    m_waiting = std::move(due);
 }
 
 std::unique_ptr<Timer> QtRunLoop::scheduledTimer(std::chrono::milliseconds interval, Block block)
@@ -127,12 +145,15 @@ std::unique_ptr<Timer> QtRunLoop::scheduledTimer(std::chrono::milliseconds inter
 
 void QtRunLoop::run()
 {
+    wakeUp(); // For what a `quit()` has left in the queue.
     QCoreApplication::exec();
+    s_isQuitRequested = false;
 }
 
 void QtRunLoop::quit() const
 {
-    wakeUp(m_pipeWriteEnd, Wake::toQuit);
+    s_isQuitRequested = true;
+    wakeUp();
 }
 
 } // namespace Platform::Desktop

@@ -16,7 +16,7 @@
 namespace Platform::Desktop {
 
 /// The main thread as Qt runs it: the main queue and the timers on its event loop. One per process.
-/// Items that still wait at its end are dropped.
+/// Items that still wait when it is destroyed are dropped.
 ///
 /// Threads: made, run and destroyed on the main thread; `async` and `quit` from any.
 class QtRunLoop final : public DispatchQueue, public TimerScheduler {
@@ -33,13 +33,15 @@ public:
 
     /// Runs until `quit()`, which may have been called before.
     void run();
-    /// What waits in the queue at that moment still runs.
+    /// `run()` returns as soon as the item under way has run; the others wait for the next `run()`.
     void quit() const;
 
     /// Called when `activationSignal` arrives; nothing happens then until it is set.
     void onActivation(std::function<void()> handler) { m_activationHandler = std::move(handler); }
 
 private:
+    void wakeUp() const;
+    void handleWakeUp();
     void runWaiting();
 
     std::unique_ptr<QCoreApplication> m_application;

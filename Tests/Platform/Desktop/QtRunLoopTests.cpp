@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <functional>
 #include <thread>
+#include <vector>
 
 using namespace Platform;
 using namespace std::chrono_literals;
@@ -21,6 +23,29 @@ TEST(QtRunLoopTest, EndsOnTheSignalsThatEndAProcessAndOnRequestFromAnyThread)
     }
     const std::jthread other([&] { loop.quit(); });
     loop.run();
+}
+
+TEST(QtRunLoopTest, EndsBetweenTwoItemsAndKeepsTheOthers)
+{
+    int argc = 0;
+    Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
+    const auto watchdog = loop.scheduledTimer(10s, [&] { loop.quit(); });
+    std::vector<int> ran;
+    const auto schedule = [&](int number, const std::function<void()>& end) {
+        loop.async([&ran, number, end] {
+            ran.push_back(number);
+            end();
+        });
+    };
+    schedule(1, [] { ::raise(SIGTERM); });
+    schedule(2, [&] { loop.quit(); });
+    schedule(3, [&] { schedule(4, [&] { loop.quit(); }); });
+    loop.run();
+    EXPECT_EQ(ran, (std::vector{1}));
+    loop.run();
+    EXPECT_EQ(ran, (std::vector{1, 2}));
+    loop.run();
+    EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
 }
 
 } // namespace
