@@ -232,7 +232,7 @@ void LocalPushService::take(Peer& peer)
         return;
     }
     auto socket = std::make_shared<FileDescriptor>(std::move(peer.socket));
-    m_ports.mainQueue.async([this, socket, payload = std::get<PropertyList::Dictionary>(std::move(payload))] {
+    m_inbox.async([this, socket, payload = std::get<PropertyList::Dictionary>(std::move(payload))] {
         if (m_token.empty())
             answer(*socket, "the application has not registered for remote notifications yet");
         else

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/YieldingQueue.h"
 #include "Platform/PushService.h"
 
 #include <filesystem>
@@ -54,6 +55,8 @@ private:
 
     const Ports m_ports;
     const std::filesystem::path m_socketFile;
+    /// Takes payloads to the main thread; see `UnifiedPushService`.
+    YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;
     /// Empty until the first registration, this time or an earlier one.
     Data m_token;

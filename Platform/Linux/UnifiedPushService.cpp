@@ -15,16 +15,6 @@
 
 namespace Platform::Linux {
 
-void UnifiedPushService::MainThread::operator()(DispatchQueue::Work work) const
-{
-    if (life.expired())
-        return;
-    queue->async([life = life, work = std::move(work)] {
-        if (!life.expired())
-            work();
-    });
-}
-
 UnifiedPushService::UnifiedPushService(const Ports& ports, Settings settings)
     : m_ports(ports),
       m_settings(std::move(settings)),
@@ -64,11 +54,12 @@ void UnifiedPushService::registerDevice()
 void UnifiedPushService::listenOnBus()
 {
     try {
-        m_connector = std::make_unique<UnifiedPushConnector>(
-            m_ports.bus, [this](Call call) { m_onMain([this, call = std::move(call)] { receive(call); }); });
+        m_connector = std::make_unique<UnifiedPushConnector>(m_ports.bus, [this](Call call) {
+            m_inbox.async([this, call = std::move(call)] { receive(call); });
+        });
         m_ports.bus.watchNames("arg0namespace='org.unifiedpush.Distributor'",
                                [this](const std::string& name, const std::string& owner) {
-                                   m_onMain([this, name, owner] { ownerChanged(name, owner); });
+                                   m_inbox.async([this, name, owner] { ownerChanged(name, owner); });
                                });
     } catch (const sdbus::Error& error) {
         m_ports.log.error("Push distributors cannot reach this application: " + error.getMessage());
@@ -110,7 +101,7 @@ UnifiedPushDistributors::Completion<Value>
 UnifiedPushService::next(void (UnifiedPushService::*step)(const Value&))
 {
     return [this, step, run = m_run](std::variant<Value, Error> outcome) {
-        m_onMain([this, step, run, outcome = std::move(outcome)] {
+        m_inbox.async([this, step, run, outcome = std::move(outcome)] {
             if (run != m_run)
                 return;
             if (const auto* error = std::get_if<Error>(&outcome))
@@ -250,21 +241,30 @@ void UnifiedPushService::receiveEnd(const Call& call)
 
 void UnifiedPushService::receiveMessage(const Call& call)
 {
-    // An answer as well to what is refused: it would come again, and be refused again.
-    const auto conclude = [this, number = call.number](const std::optional<PushRefusal>& refusal) {
-        if (refusal)
-            m_ports.log.error("A push message was refused: " + refusal->reason);
-        m_connector->answer(number, Answer::done);
-    };
     const auto payload = readMessage(call.content);
-    if (const auto* refusal = std::get_if<std::string>(&payload)) {
-        conclude(PushRefusal{*refusal});
+    if (const auto* reason = std::get_if<std::string>(&payload)) {
+        concludeMessage(call.number, PushRefusal{*reason});
         return;
     }
-    m_listener->didReceive(std::get<PropertyList::Dictionary>(payload),
-                           [conclude, onMain = m_onMain](std::optional<PushRefusal> refusal) {
-                               onMain([conclude, refusal = std::move(refusal)] { conclude(refusal); });
-                           });
+    // The completion may come on any thread, and after this service has gone.
+    const auto completion = [this, &queue = m_ports.mainQueue, life = std::weak_ptr(m_life),
+                             number = call.number](std::optional<PushRefusal> refusal) {
+        if (life.expired())
+            return;
+        queue.async([this, life, number, refusal = std::move(refusal)] {
+            if (!life.expired())
+                concludeMessage(number, refusal);
+        });
+    };
+    m_listener->didReceive(std::get<PropertyList::Dictionary>(payload), completion);
+}
+
+void UnifiedPushService::concludeMessage(std::uint64_t number, const std::optional<PushRefusal>& refusal)
+{
+    if (refusal)
+        m_ports.log.error("A push message was refused: " + refusal->reason);
+    // What can never be accepted is acknowledged too; otherwise the distributor redelivers it for ever.
+    m_connector->answer(number, Answer::done);
 }
 
 void UnifiedPushService::announceToken()

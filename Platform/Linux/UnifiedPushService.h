@@ -5,6 +5,7 @@
 #include "Platform/Linux/UnifiedPushConnector.h"
 #include "Platform/Linux/UnifiedPushDistributors.h"
 #include "Platform/Linux/UnifiedPushRegistration.h"
+#include "Platform/Linux/YieldingQueue.h"
 #include "Platform/PushService.h"
 
 #include <chrono>
@@ -28,8 +29,10 @@ namespace Platform::Linux {
 /// The distributor is the preferred one if it is there, else the one of last time, else the first in the
 /// alphabet. It is asked at every start, always with the same registration token, and again whenever a
 /// distributor comes that may serve better than what there is; never by a timer. One that goes is not
-/// replaced before another one comes or the application asks, since it mostly goes to be restarted. A
-/// distributor has its answer to a message when the listener has completed it.
+/// replaced before another one comes or the application asks, since it mostly goes to be restarted.
+///
+/// A distributor has its answer to a message when the listener has completed it. Messages take turns with
+/// everything else on the main thread, so that in a burst no answer waits for more than one of them.
 ///
 /// Threads: main, the destructor included. Ownership: refers to its ports; the bus must be stopped, but not
 /// gone, before this goes. Work that waits on the main queue then is dropped.
@@ -80,14 +83,6 @@ private:
     /// What the listener has yet to get.
     enum class Owed { nothing, token, tokenOrError };
 
-    /// Takes work to the main thread, from any; drops it once the service has gone.
-    struct MainThread {
-        DispatchQueue* queue;
-        std::weak_ptr<const bool> life;
-
-        void operator()(DispatchQueue::Work work) const;
-    };
-
     void listenOnBus();
     bool claimName();
 
@@ -106,6 +101,7 @@ private:
     void receiveEndpoint(const Call& call);
     void receiveEnd(const Call& call);
     void receiveMessage(const Call& call);
+    void concludeMessage(std::uint64_t number, const std::optional<PushRefusal>& refusal);
 
     void announceToken();
     [[nodiscard]] std::variant<PropertyList::Dictionary, std::string>
@@ -114,8 +110,10 @@ private:
 
     const Ports m_ports;
     const Settings m_settings;
+    /// For completions, which may be called after this service has gone.
     const std::shared_ptr<const bool> m_life = std::make_shared<const bool>(true);
-    const MainThread m_onMain{&m_ports.mainQueue, m_life};
+    /// Takes what arrives on the bus to the main thread, in its order.
+    YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;
     /// Absent until the application asks for the first time on this device.
     std::optional<UnifiedPushRegistration> m_registration;

@@ -1,5 +1,6 @@
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/WorkerQueue.h"
+#include "Platform/Linux/YieldingQueue.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <gtest/gtest.h>
@@ -47,6 +48,12 @@ const SchedulingHarness harnesses[] = {
              queue.async([&] { done.set_value(); });
              done.get_future().wait();
          });
+     }},
+    {"Yielding",
+     [](const auto& body) {
+         ManualScheduler scheduler;
+         Linux::YieldingQueue queue(scheduler.mainQueue);
+         body(queue, nullptr, [&] { scheduler.runUntilIdle(); });
      }},
 };
 
@@ -110,6 +117,23 @@ const auto byName = [](const auto& row) { return std::string(row.param.name); };
 INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulingContractTest, testing::ValuesIn(harnesses), byName);
 // Workers have no timers.
 INSTANTIATE_TEST_SUITE_P(Schedulers, TimerContractTest, testing::Values(harnesses[0], harnesses[1]), byName);
+
+TEST(YieldingQueueTest, OthersWaitForOneItemAtMostAndItsEndDropsTheRest)
+{
+    ManualScheduler scheduler;
+    std::vector<int> ran;
+    auto queue = std::make_unique<Linux::YieldingQueue>(scheduler.mainQueue);
+    for (int number = 1; number <= 4; ++number) {
+        queue->async([&, number] {
+            ran.push_back(number);
+            scheduler.mainQueue.async([&, number] { ran.push_back(-number); });
+            if (number == 3)
+                queue.reset();
+        });
+    }
+    scheduler.runUntilIdle();
+    EXPECT_EQ(ran, (std::vector{1, -1, 2, -2, 3, -3}));
+}
 
 TEST(WorkerQueueTest, EndComesAfterEverythingScheduled)
 {

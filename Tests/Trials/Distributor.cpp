@@ -13,7 +13,26 @@ std::string addressOn(const ThrowawayDevice& device)
     return "unix:path=" + device.path("run/bus").string();
 }
 
+sdbus::Variant bytesOf(const std::string& message)
+{
+    return std::vector<std::uint8_t>(message.begin(), message.end());
+}
+
+bool isAcknowledgment(const std::map<std::string, sdbus::Variant>& answer, const std::string& identifier)
+{
+    const auto found = answer.find("id");
+    return found != answer.end() && found->second.get<std::string>() == identifier;
+}
+
 } // namespace
+
+std::string subscriptionText(std::string_view token)
+{
+    std::string text;
+    for (; token.size() >= 2; token.remove_prefix(2))
+        text += static_cast<char>(std::stoi(std::string(token.substr(0, 2)), nullptr, 16));
+    return text;
+}
 
 Distributor::Distributor(const ThrowawayDevice& device, Manner manner)
     : m_daemon({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
@@ -62,11 +81,27 @@ void Distributor::giveEndpoint(const std::string& endpoint)
 bool Distributor::deliver(const std::string& message)
 {
     const std::string identifier = std::to_string(++m_messageCount);
-    const auto answer = call(
-        "Message", {{"message", sdbus::Variant(std::vector<std::uint8_t>(message.begin(), message.end()))},
-                    {"id", sdbus::Variant(identifier)}});
-    const auto found = answer.find("id");
-    return found != answer.end() && found->second.get<std::string>() == identifier;
+    try {
+        return isAcknowledgment(
+            call("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}), identifier);
+    } catch (const sdbus::Error&) {
+        return false;
+    }
+}
+
+void Distributor::send(const std::string& message, std::chrono::milliseconds answerTime,
+                       std::function<void(bool isAcknowledged)> answered)
+{
+    const std::string identifier = std::to_string(++m_messageCount);
+    m_connector->callMethod(
+        makeCall("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}),
+        [identifier, answered = std::move(answered)](sdbus::MethodReply& reply, const sdbus::Error* error) {
+            Dictionary answer;
+            if (error == nullptr)
+                reply >> answer;
+            answered(isAcknowledgment(answer, identifier));
+        },
+        answerTime);
 }
 
 void Distributor::killBus()
@@ -76,12 +111,17 @@ void Distributor::killBus()
     m_daemon.waitForExit();
 }
 
-Distributor::Dictionary Distributor::call(const std::string& method, Dictionary arguments)
+sdbus::MethodCall Distributor::makeCall(const std::string& method, Dictionary arguments) const
 {
     arguments.emplace("token", sdbus::Variant(m_token));
     auto message = m_connector->createMethodCall("org.unifiedpush.Connector2", method);
     message << arguments;
-    auto reply = m_connector->callMethod(message);
+    return message;
+}
+
+Distributor::Dictionary Distributor::call(const std::string& method, Dictionary arguments)
+{
+    auto reply = m_connector->callMethod(makeCall(method, std::move(arguments)));
     Dictionary answer;
     reply >> answer;
     return answer;

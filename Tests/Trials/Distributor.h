@@ -5,11 +5,17 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+
+/// The Web Push subscription that a hexadecimal device token holds.
+std::string subscriptionText(std::string_view token);
 
 /// The session bus of a device, with a push distributor on it.
 ///
@@ -29,14 +35,19 @@ public:
     /// Gives the application an endpoint, from the second one on in the place of the one before. Waits for
     /// the answer; throws `sdbus::Error`.
     void giveEndpoint(const std::string& endpoint);
-    /// Hands over what was sent to the endpoint; answers whether the application acknowledged it.
+    /// Hands over what was sent to the endpoint; returns whether the application acknowledged it.
     bool deliver(const std::string& message);
+    /// The same without waiting. `answered` is called on the thread of the bus, unless no answer comes within
+    /// `answerTime`.
+    void send(const std::string& message, std::chrono::milliseconds answerTime,
+              std::function<void(bool isAcknowledged)> answered);
     /// Ends the bus without a word.
     void killBus();
 
 private:
     using Dictionary = std::map<std::string, sdbus::Variant>;
 
+    [[nodiscard]] sdbus::MethodCall makeCall(const std::string& method, Dictionary arguments) const;
     Dictionary call(const std::string& method, Dictionary arguments);
 
     ChildProcess m_daemon;

@@ -32,6 +32,9 @@ int main(int argc, char** argv)
         ->capture_default_str();
     auto* disturbances = line.add_subcommand(
         "disturbances", "Let clock, machine, limits, backend and session bus get in the way");
+    int messages = 3000;
+    auto* burst = line.add_subcommand("burst", "Deliver many pushes at once, and end in the middle of them");
+    burst->add_option("--messages", messages, "How many")->check(CLI::Range(1, most))->capture_default_str();
     double minutes = 10;
     auto* soak = line.add_subcommand("soak", "Run at full speed and look for growth");
     soak->add_option("--minutes", minutes, "How long")->check(CLI::PositiveNumber)->capture_default_str();
@@ -47,6 +50,8 @@ int main(int argc, char** argv)
             faultTrial(programs, depth);
         else if (*disturbances)
             disturbanceTrial(programs);
+        else if (*burst)
+            burstTrial(programs, messages);
         else if (*soak)
             soakTrial(programs, minutes);
         else if (*fleet)

@@ -87,9 +87,9 @@ public:
     {
         const std::string payload = fmt::format(
             R"({{"aps": {{"alert": {{"title": "Message {}", "body": "{:*<500}"}}}}}})", ++m_pushCount, "");
-        const std::string subscription = subscriptionText(m_token);
-        demand(m_distributor.deliver(encryptWebPush(WebPushSubscription::parse(subscription), payload)),
-               "push {} was not acknowledged", m_pushCount);
+        const auto subscription = WebPushSubscription::parse(subscriptionText(m_token));
+        demand(m_distributor.deliver(encryptWebPush(subscription, payload)), "push {} was not acknowledged",
+               m_pushCount);
     }
     /// Changes the policy and waits until it is applied. Nothing else may be stored meanwhile: that would put
     /// the update off.
@@ -115,14 +115,6 @@ public:
     }
 
 private:
-    static std::string subscriptionText(std::string_view hexadecimal)
-    {
-        std::string text;
-        for (; hexadecimal.size() >= 2; hexadecimal.remove_prefix(2))
-            text += static_cast<char>(std::stoi(std::string(hexadecimal.substr(0, 2)), nullptr, 16));
-        return text;
-    }
-
     const TemporaryFolder m_folder;
     TestBackend m_backend{{.folder = m_folder.path()}};
     TrialDevice m_device;

@@ -20,6 +20,8 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed);
 void faultTrial(const TrialPrograms& programs, int depth);
 /// Lets clock, machine, other processes, limits, backend and session bus get in the way.
 void disturbanceTrial(const TrialPrograms& programs);
+/// `messages` encrypted pushes at once, first answered to the end, then cut off by SIGTERM.
+void burstTrial(const TrialPrograms& programs, int messages);
 /// Changes, pushes and uploads at full speed for so long, watched for growth.
 void soakTrial(const TrialPrograms& programs, double minutes);
 /// So many devices with one backend, reconfigured and pushed to all at once.

@@ -10,6 +10,7 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <condition_variable>
+#include <future>
 
 using namespace Platform;
 using namespace Platform::Linux;
@@ -92,11 +93,13 @@ struct FakeDistributor {
         auto call = connector->createMethodCall(
             isOld ? "org.unifiedpush.Connector1" : "org.unifiedpush.Connector2", method);
         static_cast<void>((call << ... << arguments));
-        connector->callMethod(call, [=, this](sdbus::MethodReply& reply, const sdbus::Error*) {
+        connector->callMethod(call, [=, this](sdbus::MethodReply& reply, const sdbus::Error* error) {
             Dictionary answer;
-            if (!isOld)
+            if (!isOld && error == nullptr)
                 reply >> answer;
-            tell(" answered " + (answer.contains("id") ? answer.at("id").get<std::string>() : method));
+            tell(" answered " + (error != nullptr        ? "error: " + error->getMessage()
+                                 : answer.contains("id") ? answer.at("id").get<std::string>()
+                                                         : method));
         });
     }
 
@@ -118,6 +121,16 @@ struct Application final : PushServiceListener {
     }
     ~Application() override { bus.stop(); }
 
+    /// Runs `work` on the main thread, and returns after it.
+    void onMain(const std::function<void()>& work)
+    {
+        std::promise<void> done;
+        queue.async([&] {
+            work();
+            done.set_value();
+        });
+        done.get_future().wait();
+    }
     void registerDevice()
     {
         queue.async([this] { service.registerDevice(); });
@@ -134,10 +147,12 @@ struct Application final : PushServiceListener {
     {
         completion = std::move(theCompletion);
         transcript.add("payload " + payload.at("n").description());
+        onPayload();
     }
 
     Transcript& transcript;
     Completion completion;
+    std::function<void()> onPayload = [] {};
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
     SessionBus bus{adapterLog};
@@ -220,9 +235,43 @@ TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotF
         EXPECT_EQ(transcript.after(""), expected);
     }
     EXPECT_THAT(app.log.takeLines(), testing::SizeIs(4));
-    app.completion(PushRefusal{"no room"});
+    app.completion(PushRefusal{"no thanks"});
     EXPECT_EQ(transcript.after(""), "a answered 7");
-    EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(HasSubstr("no room")));
+    EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(HasSubstr("no thanks")));
+}
+
+TEST(UnifiedPushServiceTest, AnswersEachMessageBeforeItTakesTheNext)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    FakeDistributor distributor(transcript, "a");
+    Application app(transcript, store);
+    app.registerDevice();
+    const std::string token = transcript.after("a registers ");
+    const std::string subscription = transcript.after("token ");
+    transcript.after("a answered NewEndpoint");
+    constexpr int messageCount = 3;
+    std::promise<void> allAreSent;
+    std::promise<void> allAreTaken;
+    app.onPayload = [&, sent = allAreSent.get_future().share(), number = 0]() mutable {
+        sent.wait();
+        if (++number > 1) {
+            EXPECT_EQ(transcript.after("a answered "), std::to_string(number - 1));
+        }
+        app.completion(std::nullopt);
+        if (number == messageCount)
+            allAreTaken.set_value();
+    };
+    for (int number = 1; number <= messageCount; ++number)
+        distributor.call("Message", Dictionary{{"token", token},
+                                               {"message", encrypted(subscription, R"({"n":1})")},
+                                               {"id", std::to_string(number)}});
+    // A call that is answered on the thread of the bus comes after all of them.
+    distributor.call("Message", Dictionary{{"token", token}});
+    EXPECT_EQ(transcript.after("a answered "), "Message");
+    allAreSent.set_value();
+    allAreTaken.get_future().wait();
+    EXPECT_EQ(transcript.after("a answered "), std::to_string(messageCount));
 }
 
 TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)

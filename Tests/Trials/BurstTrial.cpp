@@ -1,0 +1,141 @@
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/Distributor.h"
+#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/Trials.h"
+#include "Tools/Backend/PushSender.h"
+#include "Tools/Backend/WebPushEncryption.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+/// How long a distributor waits for the answer to a message.
+constexpr auto answerTime = 10s;
+
+constexpr std::string_view titlePrefix = "push ";
+
+std::string titleOf(std::size_t number)
+{
+    return fmt::format("{}{}", titlePrefix, number);
+}
+
+std::size_t numberIn(std::string_view title)
+{
+    return std::stoul(std::string(title.substr(titlePrefix.size())));
+}
+
+/// One application with a distributor and a backend, registered, and the messages to deliver to it.
+class Burst {
+public:
+    Burst(const TrialPrograms& programs, std::size_t messageCount) : m_device(programs.folder, m_backend)
+    {
+        m_device.replacePolicy(m_device.policy({"app"}));
+        m_application = m_device.start("auto");
+        demand(m_distributor.waitForRegistration(), "it did not register");
+        m_distributor.giveEndpoint("https://push.example.org/1");
+        demand(m_application->waitForLine("Device token uploaded"), "the token was not uploaded");
+        const std::string token = uploadedToken(m_backend.takeRequests().back()).value();
+        const auto subscription = WebPushSubscription::parse(subscriptionText(token));
+        for (std::size_t number = 0; number < messageCount; ++number)
+            m_messages.push_back(encryptWebPush(
+                subscription, fmt::format(R"({{"aps": {{"alert": "{}"}}}})", titleOf(number))));
+    }
+
+    /// Sends all messages at once; returns when `isDone`, or when the distributor has given up. The time that
+    /// passed.
+    milliseconds send(const std::function<bool()>& isDone)
+    {
+        const auto begin = steady_clock::now();
+        for (std::size_t number = 0; number < m_messages.size(); ++number) {
+            m_distributor.send(m_messages[number], answerTime, [this, number](bool isAcknowledged) {
+                if (!isAcknowledged)
+                    return;
+                m_lastAcknowledged = number;
+                ++m_acknowledgedCount;
+            });
+        }
+        while (!isDone() && steady_clock::now() - begin < answerTime)
+            std::this_thread::sleep_for(1ms);
+        return duration_cast<milliseconds>(steady_clock::now() - begin);
+    }
+
+    /// SIGTERM; the time until it has ended.
+    milliseconds end()
+    {
+        const auto begin = steady_clock::now();
+        m_application->signal(SIGTERM);
+        demand(m_application->waitForExit() == 0, "told to end, it did not end well");
+        return duration_cast<milliseconds>(steady_clock::now() - begin);
+    }
+
+    /// How many pushes are processed, to judge by the newest record: they are processed in order.
+    [[nodiscard]] std::size_t processedCount() const
+    {
+        const auto history = m_device.inspect().history;
+        return history.empty() ? 0 : numberIn(history.front().title.value_or("")) + 1;
+    }
+    /// Demands that no push was acknowledged before it was stored.
+    void demandAcknowledgedIsStored() const
+    {
+        demand(m_acknowledgedCount == 0 || processedCount() > m_lastAcknowledged,
+               "push {} was acknowledged and is not in the history", m_lastAcknowledged.load());
+    }
+    [[nodiscard]] std::size_t messageCount() const { return m_messages.size(); }
+    [[nodiscard]] std::size_t acknowledgedCount() const { return m_acknowledgedCount; }
+
+private:
+    const TemporaryFolder m_folder;
+    TestBackend m_backend{{.folder = m_folder.path()}};
+    TrialDevice m_device;
+    Distributor m_distributor{m_device, Distributor::Manner::prompt};
+    std::unique_ptr<ChildProcess> m_application;
+    std::vector<std::string> m_messages;
+    std::atomic<std::size_t> m_acknowledgedCount = 0;
+    std::atomic<std::size_t> m_lastAcknowledged = 0;
+};
+
+/// Pushes must be acknowledged as they are stored, not when all of them are.
+void deliverToTheEnd(const TrialPrograms& programs, std::size_t messageCount)
+{
+    Burst burst(programs, messageCount);
+    const auto time = burst.send([&] { return burst.acknowledgedCount() == messageCount; });
+    const std::size_t acknowledged = burst.acknowledgedCount();
+    const std::size_t processed = burst.processedCount();
+    fmt::print("{} pushes: {} acknowledged within {} ms, {} processed; ended {} ms after SIGTERM\n",
+               messageCount, acknowledged, time.count(), processed, burst.end().count());
+    burst.demandAcknowledgedIsStored();
+    demand(acknowledged >= processed / 2, "acknowledgments wait for the pushes that come after them");
+}
+
+/// The rest of a burst must not keep the application from ending.
+void endInTheMiddle(const TrialPrograms& programs, std::size_t messageCount)
+{
+    Burst burst(programs, messageCount);
+    burst.send([&] { return burst.acknowledgedCount() > 0; });
+    const auto time = burst.end();
+    fmt::print("{} pushes: ended {} ms after SIGTERM, {} acknowledged, {} processed\n", messageCount,
+               time.count(), burst.acknowledgedCount(), burst.processedCount());
+    burst.demandAcknowledgedIsStored();
+    demand(burst.processedCount() < messageCount, "it ended when the whole burst was processed");
+}
+
+} // namespace
+
+void burstTrial(const TrialPrograms& programs, int messages)
+{
+    const auto messageCount = static_cast<std::size_t>(messages);
+    deliverToTheEnd(programs, messageCount);
+    endInTheMiddle(programs, messageCount);
+}
