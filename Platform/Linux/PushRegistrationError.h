@@ -20,6 +20,8 @@ enum class PushRegistrationErrorCode {
     actionRequired = 5,
     /// The distributor will not serve this application.
     refused = 6,
+    /// What makes this device the same receiver after a restart cannot be stored.
+    notStored = 7,
 };
 
 /// `description` is a whole sentence: what is the matter, and what mends it.

@@ -103,9 +103,13 @@ struct UnifiedPushConnector::Unanswered {
     sdbus::MethodCall call;
     std::optional<std::string> messageIdentifier;
 
-    void answer(Answer answer) const
+    void answer(Answer answer, const std::string& reason = {}) const
     {
         try {
+            if (answer == Answer::failed) {
+                call.createErrorReply(sdbus::Error("org.freedesktop.DBus.Error.Failed", reason)).send();
+                return;
+            }
             sdbus::MethodReply reply = call.createReply();
             if (version == Version::two) {
                 Dictionary results;
@@ -168,7 +172,7 @@ void UnifiedPushConnector::receive(Method method, Unanswered unanswered)
     m_handler(std::move(call));
 }
 
-void UnifiedPushConnector::answer(std::uint64_t number, Answer answer)
+void UnifiedPushConnector::answer(std::uint64_t number, Answer answer, const std::string& reason)
 {
     std::unique_ptr<Unanswered> unanswered;
     {
@@ -178,7 +182,7 @@ void UnifiedPushConnector::answer(std::uint64_t number, Answer answer)
     }
     // Outside the lock: the thread of the bus takes it while it holds those of the bus.
     if (unanswered)
-        unanswered->answer(answer);
+        unanswered->answer(answer, reason);
 }
 
 } // namespace Platform::Linux

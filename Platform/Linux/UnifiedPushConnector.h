@@ -37,9 +37,14 @@ public:
     };
 
     enum class Answer {
-        /// Dealt with: the distributor can forget it.
+        /// An empty reply, with the identifier of a message: the distributor can forget it.
         done,
+        /// An empty reply.
         ignored,
+        /// An error: the distributor should keep the message. The first version of the interface has no
+        /// replies
+        /// that it could look at.
+        failed,
     };
 
     static constexpr std::size_t maximumTokenSize = 100;
@@ -52,8 +57,9 @@ public:
     UnifiedPushConnector(const UnifiedPushConnector&) = delete;
     UnifiedPushConnector& operator=(const UnifiedPushConnector&) = delete;
 
-    /// To be called for each call. A second answer to the same one is dropped.
-    void answer(std::uint64_t number, Answer answer);
+    /// To be called for each call. A second answer to the same one is dropped. `reason` is the text of a
+    /// failure.
+    void answer(std::uint64_t number, Answer answer, const std::string& reason = {});
 
 private:
     struct Unanswered;

@@ -83,7 +83,7 @@ std::optional<UnifiedPushRegistration> UnifiedPushRegistration::stored(const Use
     return registration;
 }
 
-UnifiedPushRegistration UnifiedPushRegistration::make(UserDefaults& store)
+std::optional<UnifiedPushRegistration> UnifiedPushRegistration::make(UserDefaults& store)
 {
     UnifiedPushRegistration registration(randomUUID(), WebPushKeys::generate());
     const std::array<UserDefaults::Entry, 5> entries{{{tokenKey, registration.m_token},
@@ -91,20 +91,20 @@ UnifiedPushRegistration UnifiedPushRegistration::make(UserDefaults& store)
                                                       {authSecretKey, registration.m_keys.authSecret()},
                                                       {distributorKey, ""},
                                                       {endpointKey, ""}}};
-    store.write(entries);
-    return registration;
+    return store.write(entries) ? std::optional(std::move(registration)) : std::nullopt;
 }
 
-void UnifiedPushRegistration::setEndpoint(UserDefaults& store, const std::string& distributor,
+bool UnifiedPushRegistration::setEndpoint(UserDefaults& store, const std::string& distributor,
                                           const std::string& endpoint)
 {
-    if (m_distributor == distributor && m_endpoint == endpoint)
-        return;
+    if (m_isEndpointStored && m_distributor == distributor && m_endpoint == endpoint)
+        return true;
     m_distributor = distributor;
     m_endpoint = endpoint;
     const std::array<UserDefaults::Entry, 2> entries{
         {{distributorKey, m_distributor}, {endpointKey, m_endpoint}}};
-    store.write(entries);
+    m_isEndpointStored = store.write(entries);
+    return m_isEndpointStored;
 }
 
 } // namespace Platform::Linux

@@ -20,9 +20,9 @@ class UnifiedPushRegistration {
 public:
     /// Absent when nothing is stored there, or nothing that makes sense.
     static std::optional<UnifiedPushRegistration> stored(const UserDefaults& store);
-    /// A new one, which takes the place of what is stored. Throws `WebPushError` or `std::system_error` when
-    /// the system has no random bytes.
-    static UnifiedPushRegistration make(UserDefaults& store);
+    /// A new one, which takes the place of what is stored; absent when it cannot be stored. Throws
+    /// `WebPushError` or `std::system_error` when the system has no random bytes.
+    static std::optional<UnifiedPushRegistration> make(UserDefaults& store);
 
     /// A random UUID: whoever knows it may call us as the distributor.
     [[nodiscard]] const std::string& token() const { return m_token; }
@@ -32,7 +32,8 @@ public:
     /// Where pushes are to be sent; empty: nowhere yet.
     [[nodiscard]] const std::string& endpoint() const { return m_endpoint; }
 
-    void setEndpoint(UserDefaults& store, const std::string& distributor, const std::string& endpoint);
+    /// Returns whether it is stored. If it is not, it holds for this object all the same.
+    bool setEndpoint(UserDefaults& store, const std::string& distributor, const std::string& endpoint);
 
 private:
     UnifiedPushRegistration(std::string token, WebPushKeys keys);
@@ -41,6 +42,7 @@ private:
     WebPushKeys m_keys;
     std::string m_distributor;
     std::string m_endpoint;
+    bool m_isEndpointStored = true;
 };
 
 /// Whether a backend may be told to send there: over https, or within this device.

@@ -43,11 +43,18 @@ void UnifiedPushService::start(PushServiceListener& listener)
 
 void UnifiedPushService::registerDevice()
 {
-    if (!m_registration)
-        m_registration = UnifiedPushRegistration::make(m_ports.store);
     m_owed = Owed::tokenOrError;
     m_mayRegisterAgain = true;
-    if (m_step == Step::idle)
+    if (!m_registration)
+        m_registration = UnifiedPushRegistration::make(m_ports.store);
+    if (!m_registration)
+        m_inbox.async([this] {
+            fail(pushRegistrationError(
+                PushRegistrationErrorCode::notStored,
+                "The keys of the push registration cannot be stored. Fix what the log says about the store, "
+                "then start this application again."));
+        });
+    else if (m_step == Step::idle)
         begin();
 }
 
@@ -212,21 +219,29 @@ void UnifiedPushService::receive(const Call& call)
 
 void UnifiedPushService::receiveEndpoint(const Call& call)
 {
-    const bool isUsable = isUsablePushEndpoint(call.content);
-    if (isUsable)
-        m_registration->setEndpoint(m_ports.store, m_distributor, call.content);
-    else
+    if (!isUsablePushEndpoint(call.content)) {
         m_ports.log.error(
             fmt::format("The push distributor {} gave an endpoint that is no https address.", m_distributor));
-    m_connector->answer(call.number, isUsable ? Answer::done : Answer::ignored);
-    if (isUsable && (m_owed != Owed::nothing || call.content != m_knownEndpoint))
+        m_connector->answer(call.number, Answer::ignored);
+        return;
+    }
+    setEndpoint(call, m_distributor, call.content);
+    if (m_owed != Owed::nothing || call.content != m_knownEndpoint)
         announceToken();
+}
+
+/// Stores what a call has changed, and answers the call.
+void UnifiedPushService::setEndpoint(const Call& call, const std::string& distributor,
+                                     const std::string& endpoint)
+{
+    const bool isStored = m_registration->setEndpoint(m_ports.store, distributor, endpoint);
+    m_connector->answer(call.number, isStored ? Answer::done : Answer::failed,
+                        PushRefusal::notStored().reason);
 }
 
 void UnifiedPushService::receiveEnd(const Call& call)
 {
-    m_registration->setEndpoint(m_ports.store, m_registration->distributor(), "");
-    m_connector->answer(call.number, Answer::done);
+    setEndpoint(call, m_registration->distributor(), "");
     if (m_step != Step::idle)
         return;
     if (std::exchange(m_mayRegisterAgain, false))
@@ -264,7 +279,10 @@ void UnifiedPushService::concludeMessage(std::uint64_t number, const std::option
     if (refusal)
         m_ports.log.error("A push message was refused: " + refusal->reason);
     // What can never be accepted is acknowledged too; otherwise the distributor redelivers it for ever.
-    m_connector->answer(number, Answer::done);
+    if (refusal && refusal->isTemporary)
+        m_connector->answer(number, Answer::failed, refusal->reason);
+    else
+        m_connector->answer(number, Answer::done);
 }
 
 void UnifiedPushService::announceToken()

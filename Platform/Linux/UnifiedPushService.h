@@ -31,8 +31,10 @@ namespace Platform::Linux {
 /// distributor comes that may serve better than what there is; never by a timer. One that goes is not
 /// replaced before another one comes or the application asks, since it mostly goes to be restarted.
 ///
-/// A distributor has its answer to a message when the listener has completed it. Messages take turns with
-/// everything else on the main thread, so that in a burst no answer waits for more than one of them.
+/// A distributor has its answer to a message when the listener has completed it: the identifier of the
+/// message when it was accepted or never can be, an error when the distributor should keep it. Messages take
+/// turns with everything else on the main thread, so that in a burst no answer waits for more than one of
+/// them.
 ///
 /// Threads: main, the destructor included. Ownership: refers to its ports; the bus must be stopped, but not
 /// gone, before this goes. Work that waits on the main queue then is dropped.
@@ -99,6 +101,7 @@ private:
     void ownerChanged(const std::string& name, const std::string& owner);
     void receive(const Call& call);
     void receiveEndpoint(const Call& call);
+    void setEndpoint(const Call& call, const std::string& distributor, const std::string& endpoint);
     void receiveEnd(const Call& call);
     void receiveMessage(const Call& call);
     void concludeMessage(std::uint64_t number, const std::optional<PushRefusal>& refusal);

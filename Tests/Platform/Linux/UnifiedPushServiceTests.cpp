@@ -238,6 +238,10 @@ TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotF
     app.completion(PushRefusal{"no thanks"});
     EXPECT_EQ(transcript.after(""), "a answered 7");
     EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(HasSubstr("no thanks")));
+    send(known, token, "message", good);
+    EXPECT_EQ(transcript.after("payload "), "1");
+    app.completion(PushRefusal{"no room", true});
+    EXPECT_EQ(transcript.after(""), "a answered error: no room");
 }
 
 TEST(UnifiedPushServiceTest, AnswersEachMessageBeforeItTakesTheNext)
@@ -272,6 +276,27 @@ TEST(UnifiedPushServiceTest, AnswersEachMessageBeforeItTakesTheNext)
     allAreSent.set_value();
     allAreTaken.get_future().wait();
     EXPECT_EQ(transcript.after("a answered "), std::to_string(messageCount));
+}
+
+TEST(UnifiedPushServiceTest, RefusesAnEndpointOrARegistrationThatIsNotStored)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    FakeDistributor distributor(transcript, "a");
+    Application app(transcript, store);
+    store.isWritable = false;
+    app.registerDevice();
+    EXPECT_THAT(transcript.after("error 7"), HasSubstr("cannot be stored"));
+    app.onMain([&] { store.isWritable = true; });
+    app.registerDevice();
+    const std::string token = transcript.after("a registers ");
+    transcript.after("a answered NewEndpoint");
+    for (const bool isWritable : {false, true}) {
+        app.onMain([&] { store.isWritable = isWritable; });
+        distributor.call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", "https://push.example/2"}});
+        EXPECT_THAT(transcript.after("a answered "), HasSubstr(isWritable ? "NewEndpoint" : "stored"));
+    }
+    app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "https://push.example/2"); });
 }
 
 TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)
