@@ -151,14 +151,20 @@ void LocalPushService::registerDevice()
 {
     if (m_startFailure.empty() && m_token.size() != tokenSize) {
         m_token = randomToken();
-        m_ports.store.set(tokenKey, m_token);
+        if (!m_ports.store.set(tokenKey, m_token))
+            m_token.clear();
     }
     m_ports.mainQueue.async([this] {
-        if (m_startFailure.empty())
-            m_listener->didRegister(m_token);
-        else
+        if (!m_startFailure.empty())
             m_listener->didFailToRegister(
                 pushRegistrationError(PushRegistrationErrorCode::noDistributor, m_startFailure + "."));
+        else if (m_token.empty())
+            m_listener->didFailToRegister(pushRegistrationError(
+                PushRegistrationErrorCode::notStored,
+                "The token for local pushes cannot be stored. Fix what the log says about the store, then "
+                "start this application again."));
+        else
+            m_listener->didRegister(m_token);
     });
 }
 

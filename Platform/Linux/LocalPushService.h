@@ -26,7 +26,8 @@ class AdapterLog;
 /// its end in time is told so.
 ///
 /// Threads: main, as a `PushService`; the socket is served on a thread of its own. Errors: a socket that
-/// cannot be made is one line to the log, and every registration fails with it.
+/// cannot be made is one line to the log, and every registration fails with it; one fails as well when its token
+/// cannot be stored.
 class LocalPushService final : public PushService {
 public:
     struct Ports {

@@ -10,12 +10,11 @@ AuthorizationStatus ShellState::authorizationStatus() const
     return isKnown ? static_cast<AuthorizationStatus>(number) : AuthorizationStatus::notDetermined;
 }
 
-void ShellState::setAuthorizationStatus(AuthorizationStatus status)
+bool ShellState::setAuthorizationStatus(AuthorizationStatus status)
 {
-    if (status == AuthorizationStatus::notDetermined)
-        m_store.removeObject(authorizationKey);
-    else
-        m_store.set(authorizationKey, static_cast<std::int64_t>(status));
+    return status == AuthorizationStatus::notDetermined
+               ? m_store.removeObject(authorizationKey)
+               : m_store.set(authorizationKey, static_cast<std::int64_t>(status));
 }
 
 } // namespace Platform::Linux

@@ -17,7 +17,8 @@ public:
 
     /// Read anew each time: other processes decide as well. Undetermined when nothing sensible is stored.
     [[nodiscard]] AuthorizationStatus authorizationStatus() const;
-    void setAuthorizationStatus(AuthorizationStatus status);
+    /// Returns whether it is stored.
+    bool setAuthorizationStatus(AuthorizationStatus status);
 
     [[nodiscard]] UserDefaults& store() const { return m_store; }
 

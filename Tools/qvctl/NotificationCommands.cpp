@@ -121,9 +121,8 @@ ExitCode push(const Options& options, const std::string& file)
 ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status)
 {
     Device device(options, Device::Access::readWrite);
-    device.shellState.setAuthorizationStatus(status);
-    // The store has told why it could not be written.
-    const bool isSet = device.shellState.authorizationStatus() == status;
+    // The store logs why it could not be written.
+    const bool isSet = device.shellState.setAuthorizationStatus(status);
     const auto name = permissionName(device.shellState.authorizationStatus());
     if (options.isJSON)
         printJSON({{"notificationPermission", name}});

@@ -91,6 +91,19 @@ TEST_F(LocalPushServiceTest, KeepsItsTokenAndItsSocketToItself)
     EXPECT_EQ(send("{}"), "ok");
 }
 
+TEST_F(LocalPushServiceTest, TokenThatCannotBeStoredIsNone)
+{
+    LocalPushService service = makeService();
+    service.start(*this);
+    for (const bool isWritable : {false, true}) {
+        store.isWritable = isWritable;
+        service.registerDevice();
+        settle();
+        EXPECT_EQ(tokens.size(), isWritable ? 1U : 0U);
+        EXPECT_EQ(failures.size(), 1U);
+    }
+}
+
 TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
 {
     const auto padded = [](std::size_t size) { return R"({"a": ")" + std::string(size - 9, 'x') + "\"}"; };
