@@ -3,7 +3,7 @@
 #include "Platform/Clock.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/PropertyListReader.h"
-#include "Platform/Linux/SQLiteWriter.h"
+#include "Platform/Linux/SQLiteConnection.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <fmt/format.h>
@@ -22,9 +22,6 @@
 namespace Platform::Linux {
 
 namespace {
-
-/// How long a writer of another process may keep us waiting.
-constexpr int busyTimeoutMilliseconds = 5000;
 
 /// Raised when a file can no longer be read as before. Files from before there was a number carry 0.
 constexpr int formatVersion = 1;
@@ -102,17 +99,10 @@ bool isCorruption(const SQLite::Exception& error)
     return error.getErrorCode() == SQLITE_CORRUPT || error.getErrorCode() == SQLITE_NOTADB;
 }
 
-/// The file as one that nobody changes; see https://sqlite.org/uri.html.
-std::string immutableURI(const std::string& file)
+/// Whether the table that the statements need is missing or has other columns.
+bool isTableLost(const SQLite::Exception& error)
 {
-    std::string uri = "file:";
-    for (const char character : file) {
-        if (character == '%' || character == '?' || character == '#')
-            uri += fmt::format("%{:02x}", static_cast<unsigned char>(character));
-        else
-            uri += character;
-    }
-    return uri + "?immutable=1";
+    return error.getErrorCode() == SQLITE_ERROR;
 }
 
 /// What follows the name of a database in the names of its damaged copies.
@@ -154,54 +144,6 @@ private:
 
 } // namespace
 
-struct SQLiteUserDefaults::Connection {
-    Connection(const std::string& file, int flags)
-        : database(file, flags, busyTimeoutMilliseconds),
-          isReadOnly((flags & SQLite::OPEN_READONLY) != 0),
-          isImmutable((flags & SQLite::OPEN_URI) != 0)
-    {}
-
-    /// Makes ready what is asked again and again. Of the file, `path`, a descriptor is kept that gives no
-    /// access and so, unlike any other, may be closed without dropping locks.
-    void prepare(const std::string& path)
-    {
-        select.emplace(database, "SELECT type, value FROM defaults WHERE key = ?1");
-        if (!isReadOnly)
-            writer.emplace(database);
-        identity = FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
-        struct stat status {};
-        if (isImmutable && ::fstat(identity.get(), &status) == 0)
-            lastChange = status.st_ctim;
-    }
-
-    /// Whether the file that was opened is no longer the one at its path, or has changed against the promise
-    /// that it would not. What was removed has no links; only after its status changed may it have been
-    /// renamed.
-    [[nodiscard]] bool isStranded()
-    {
-        struct stat status {};
-        if (::fstat(identity.get(), &status) != 0 || status.st_nlink == 0)
-            return true;
-        if (status.st_ctim.tv_sec == lastChange.tv_sec && status.st_ctim.tv_nsec == lastChange.tv_nsec)
-            return false;
-        lastChange = status.st_ctim;
-        if (isImmutable)
-            return true;
-        int hasMoved = 0;
-        ::sqlite3_file_control(database.getHandle(), nullptr, SQLITE_FCNTL_HAS_MOVED, &hasMoved);
-        return hasMoved != 0;
-    }
-
-    SQLite::Database database;
-    const bool isReadOnly;
-    /// Opened with the promise that nobody changes it, and blind to a write-ahead log.
-    const bool isImmutable;
-    std::optional<SQLite::Statement> select;
-    std::optional<SQLiteWriter> writer;
-    FileDescriptor identity;
-    timespec lastChange{};
-};
-
 SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
                                        const AdapterLog& log)
     : m_file(std::move(file)),
@@ -220,14 +162,14 @@ bool SQLiteUserDefaults::isAvailable()
     // Whether an open one is still good is found out by its next use.
     if (const std::lock_guard lock(m_mutex); m_connection)
         return true;
-    return perform(Purpose::read, [](Connection&) {});
+    return perform(Purpose::read, [](SQLiteConnection&) {});
 }
 
 std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) const
 {
     std::optional<PropertyList> value;
-    const bool isRead = perform(Purpose::read, [&](Connection& connection) {
-        SQLite::Statement& select = *connection.select;
+    const bool isRead = perform(Purpose::read, [&](SQLiteConnection& connection) {
+        SQLite::Statement& select = connection.select();
         select.tryReset();
         const std::string name(key);
         select.bindNoCopy(1, name);
@@ -248,16 +190,16 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
 
 bool SQLiteUserDefaults::write(std::span<const Entry> entries)
 {
-    return change([&](Connection& connection) {
+    return change([&](SQLiteConnection& connection) {
         for (const Entry& entry : entries) {
             if (m_unreadKeys.erase(std::string(entry.key)) > 0)
                 throw SQLite::Exception(
                     fmt::format("{} could not be read before, and what it holds would be lost", entry.key),
                     SQLITE_ABORT);
         }
-        if (!connection.writer)
+        if (connection.writer() == nullptr)
             throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
-        SQLiteWriter::Transaction transaction(*connection.writer);
+        SQLiteWriter::Transaction transaction(*connection.writer());
         for (const Entry& entry : entries) {
             const std::string key(entry.key);
             Data storage;
@@ -272,14 +214,14 @@ bool SQLiteUserDefaults::write(std::span<const Entry> entries)
 
 bool SQLiteUserDefaults::removeObject(std::string_view key)
 {
-    return change([&](Connection& connection) {
-        SQLite::Statement statement(connection.database, "DELETE FROM defaults WHERE key = ?1");
+    return change([&](SQLiteConnection& connection) {
+        SQLite::Statement statement(connection.database(), "DELETE FROM defaults WHERE key = ?1");
         statement.bind(1, std::string(key));
         statement.exec();
     });
 }
 
-bool SQLiteUserDefaults::change(const std::function<void(Connection&)>& operation)
+bool SQLiteUserDefaults::change(const std::function<void(SQLiteConnection&)>& operation)
 {
     const bool isMade = perform(Purpose::write, operation);
     if (isMade)
@@ -287,44 +229,55 @@ bool SQLiteUserDefaults::change(const std::function<void(Connection&)>& operatio
     return isMade;
 }
 
-bool SQLiteUserDefaults::perform(Purpose purpose, const std::function<void(Connection&)>& operation) const
+bool SQLiteUserDefaults::perform(Purpose purpose,
+                                 const std::function<void(SQLiteConnection&)>& operation) const
 {
-    const char* what = purpose == Purpose::write ? "write" : "read";
     const std::lock_guard lock(m_mutex);
-    constexpr int attempts = 2; // The second one on a new connection, after a damaged file was moved aside.
-    for (int attempt = 1; attempt <= attempts; ++attempt) {
+    std::string reason = "its files are replaced again and again";
+    constexpr int maximumAttempts = 3;
+    for (int attempt = 1; attempt <= maximumAttempts; ++attempt) {
         try {
             ensureOpen(purpose);
             if (!m_connection)
                 return false;
             operation(*m_connection);
+            if (purpose == Purpose::write) {
+                if (!m_connection->isCurrent())
+                    continue;
+                m_connection->checkpointIfDue();
+            }
             m_errorLine.reset();
             return true;
         } catch (const SQLite::Exception& error) {
+            reason = error.what();
             const bool isDiskError = error.getErrorCode() == SQLITE_IOERR;
-            if (isCorruption(error) || isDiskError)
+            const bool isUnfit = isCorruption(error) || isTableLost(error);
+            if (isUnfit || isDiskError)
                 m_connection.reset();
-            if ((isCorruption(error) || (isDiskError && purpose == Purpose::read)) && attempt < attempts)
-                continue;
-            m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
-            return false;
+            if (!isUnfit && !(isDiskError && purpose == Purpose::read))
+                break;
         } catch (const std::system_error& error) {
-            m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), error.what()));
-            return false;
+            reason = error.what();
+            break;
         }
     }
+    const char* what = purpose == Purpose::write ? "write" : "read";
+    m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), reason));
     return false;
 }
 
 void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
 {
+    using Mode = SQLiteConnection::Mode;
     const bool isToBeWritten = m_access == Access::readWrite;
-    const bool isWorthOpeningAnew =
-        m_connection && m_connection->isReadOnly && isToBeWritten && purpose == Purpose::write;
-    const bool isOutdated = m_connection && m_connection->isImmutable && hasWriteAheadLog();
-    if (m_connection && !m_connection->isStranded() && !isWorthOpeningAnew && !isOutdated)
-        return;
-    m_connection.reset();
+    if (m_connection) {
+        const bool isWorthReopening =
+            m_connection->mode() != Mode::writing && isToBeWritten && purpose == Purpose::write;
+        const bool isOutdated = m_connection->mode() == Mode::unchanging && hasWriteAheadLog();
+        if (m_connection->isCurrent() && !isWorthReopening && !isOutdated)
+            return;
+        m_connection.reset();
+    }
     demandRegularFile();
     if (isToBeWritten) {
         try {
@@ -368,18 +321,17 @@ void SQLiteUserDefaults::openAsIs() const
 {
     if (!std::filesystem::exists(m_file))
         return;
-    // Without a write-ahead log nobody of ours has the file open. SQLite would make a log and its index,
-    // which one that only looks must not do, and for which a read-only medium has no place, unless it is
-    // promised that nobody changes the file; whether that holds is looked at before each operation.
+    // A database without a log is not open for writing. To read it, SQLite would create a log and an index,
+    // which an inspector must not do and a read-only medium does not allow, unless we state that the file
+    // does not change. The connection checks that before each use.
     const bool isUnchanging = !hasWriteAheadLog() && (m_access == Access::inspect ||
                                                       ::access(m_file.parent_path().c_str(), W_OK) != 0);
-    auto connection = isUnchanging ? std::make_unique<Connection>(immutableURI(m_file.string()),
-                                                                  SQLite::OPEN_READONLY | SQLite::OPEN_URI)
-                                   : std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READONLY);
-    // A writer at its very first step, or killed there, leaves a database without a table.
-    if (!connection->database.tableExists("defaults"))
+    auto connection = std::make_unique<SQLiteConnection>(
+        m_file, isUnchanging ? SQLiteConnection::Mode::unchanging : SQLiteConnection::Mode::reading);
+    // A writer killed in its first step leaves a database without a table.
+    if (!connection->database().tableExists("defaults"))
         return;
-    connection->prepare(m_file.string());
+    connection->prepare();
     m_connection = std::move(connection);
 }
 
@@ -395,10 +347,11 @@ void SQLiteUserDefaults::openOrReplace() const
     // process has on it.
     static_cast<void>(
         FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
-    auto connection = std::make_unique<Connection>(m_file.string(), SQLite::OPEN_READWRITE);
-    SQLite::Database& database = connection->database;
+    auto connection = std::make_unique<SQLiteConnection>(m_file, SQLiteConnection::Mode::writing);
+    SQLite::Database& database = connection->database();
     const int version = database.execAndGet("PRAGMA user_version").getInt();
-    if (version > formatVersion)
+    const bool isEmpty = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt() == 0;
+    if (version > formatVersion && !isEmpty)
         throw SQLite::Exception(fmt::format("it has format {} and this version knows {}; install the version "
                                             "that wrote it, or a later one",
                                             version, formatVersion),
@@ -409,9 +362,16 @@ void SQLiteUserDefaults::openOrReplace() const
     if (!check.executeStep() || std::strcmp(check.getColumn(0).getText(), "ok") != 0)
         throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
     check.reset();
-    if (version < formatVersion)
+    if (version != formatVersion || !database.tableExists("defaults"))
         database.exec(initialisation);
-    connection->prepare(m_file.string());
+    try {
+        connection->prepare();
+    } catch (const SQLite::Exception& error) {
+        if (!isTableLost(error))
+            throw;
+        throw SQLite::Exception(fmt::format("it is not a store of this app: {}", error.what()),
+                                SQLITE_CORRUPT);
+    }
     m_connection = std::move(connection);
 }
 

@@ -16,6 +16,8 @@ class Clock;
 
 namespace Platform::Linux {
 
+class SQLiteConnection;
+
 /// One defaults domain as one SQLite database, with the table `defaults(key, type, value)`.
 ///
 /// Types: text, integer, real, boolean (0 or 1), date (seconds since 2001-01-01T00:00:00Z), data (blob), and
@@ -23,11 +25,12 @@ namespace Platform::Linux {
 /// commit the writer touches the bell file beside the database; whoever watches that file learns of every
 /// writer's changes.
 ///
-/// The connection opens at the first use, and again after the file was moved or replaced. A file that is no
-/// database is moved aside to "*.corrupt-<UTC time>", for the user alone, and replaced by a new one; of these
-/// copies only the newest is kept. One that cannot be written is still read, and opened again by the next
-/// write. The user version of the database is the number of its format; a file of a later format is read as
-/// far as it is understood and never written.
+/// The connection opens at the first use, and again after any of its files was removed or replaced. A write
+/// returns only when its commit is in the files that other processes open. A missing table is created. A file
+/// that is no database, or has a table `defaults` of another kind, is moved aside to "*.corrupt-<UTC time>",
+/// for the user alone, and replaced by a new one; of these copies only the newest is kept. One that cannot be
+/// written is still read, and opened again by the next write. The user version of the database is the number
+/// of its format; a file of a later format is read as far as it is understood and never written.
 ///
 /// Threads: any; one operation at a time. Errors: one line to the log for each new reason. A value that could
 /// not be read counts as missing, and the next write of its key fails: it may rest on that mistake.
@@ -49,14 +52,13 @@ public:
     void synchronize() override {}
 
 private:
-    struct Connection;
-
     enum class Purpose { read, write };
 
-    /// Runs `operation` on the open connection and answers whether it succeeded; all errors end here. A
-    /// reading one that met an error of the disk is run again on a new connection.
-    bool perform(Purpose purpose, const std::function<void(Connection&)>& operation) const;
-    bool change(const std::function<void(Connection&)>& operation);
+    /// Runs `operation` on the open connection and returns whether it succeeded; all errors end here. It runs
+    /// again on a new connection after a damaged file was moved aside, a read met an error of the disk, the
+    /// table was lost, or the files were replaced during a write.
+    bool perform(Purpose purpose, const std::function<void(SQLiteConnection&)>& operation) const;
+    bool change(const std::function<void(SQLiteConnection&)>& operation);
     /// Leaves no connection when there is nothing to inspect.
     void ensureOpen(Purpose purpose) const;
     void demandRegularFile() const;
@@ -73,7 +75,7 @@ private:
     const Clock& m_clock;
     const AdapterLog& m_log;
     mutable std::mutex m_mutex;
-    mutable std::unique_ptr<Connection> m_connection;
+    mutable std::unique_ptr<SQLiteConnection> m_connection;
     /// What the last attempt to read could not tell: whoever writes it next would not know what is lost.
     mutable std::set<std::string, std::less<>> m_unreadKeys;
     mutable ErrorLine m_errorLine;

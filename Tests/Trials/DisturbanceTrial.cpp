@@ -2,10 +2,12 @@
 #include "Tests/Trials/Patient.h"
 #include "Tests/Trials/Trials.h"
 
+#include <SQLiteCpp/Backup.h>
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <future>
 #include <sys/resource.h>
 #include <thread>
@@ -73,6 +75,38 @@ void lostStores(Patient& patient)
     const auto console = patient.device().startConsole({"privacy", "grant", "notifications"});
     demand(console->waitForExit() == 0, "the user cannot allow notifications again");
     patient.demandHealth({});
+}
+
+/// A backup of every store is copied over the open one, and the logs are removed.
+void restoredBackup(Patient& patient)
+{
+    namespace fs = std::filesystem;
+    const StoredState state = patient.demandHealth({});
+    const fs::path folder = patient.device().path("data/quorvane-mdm");
+    std::vector<fs::path> stores;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (entry.path().extension() == ".sqlite")
+            stores.push_back(entry.path());
+    }
+    const auto backupOf = [&](const fs::path& store) {
+        return patient.device().path(store.filename().string());
+    };
+    for (const fs::path& store : stores) {
+        SQLite::Database backup(backupOf(store).string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        fs::permissions(backupOf(store), fs::perms::owner_read | fs::perms::owner_write);
+        SQLite::Database original(store.string(), SQLite::OPEN_READONLY);
+        SQLite::Backup(backup, original).executeStep(-1);
+    }
+    patient.demandHealth(state);
+    for (const fs::path& store : stores) {
+        const std::string name = store.string();
+        fs::copy_file(backupOf(store), store, fs::copy_options::overwrite_existing);
+        fs::remove(name + "-wal");
+        fs::remove(name + "-shm");
+    }
+    const StoredState after = patient.demandHealth(state);
+    demand(after.configVersion == state.configVersion + 1, "version {} after a backup of version {}",
+           after.configVersion, state.configVersion);
 }
 
 void fewDescriptors(Patient& patient)
@@ -169,6 +203,7 @@ constexpr Disturbance disturbances[] = {
     {"the machine sleeps", stalls},
     {"another process keeps the suite locked", lockedStore},
     {"the state is removed", lostStores},
+    {"a backup replaces the stores", restoredBackup},
     {"no descriptor is left", fewDescriptors},
     {"files may not grow", limitedFileSize},
     {"the backend dies in the middle of an upload", backendDies},

@@ -9,8 +9,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Platform;
@@ -37,6 +39,21 @@ protected:
         }
         std::sort(names.begin(), names.end());
         return names;
+    }
+
+    /// Runs the command in a second process, with $F for the store and $B for a backup, and returns what it
+    /// printed.
+    [[nodiscard]] std::string shell(const std::string& command) const
+    {
+        const std::string script = "exec 2>&1; F='" + file.string() + "'; B='" +
+                                   folder.path("deep/backup").string() + "'; " + command;
+        const auto close = [](FILE* pipe) { ::pclose(pipe); };
+        const std::unique_ptr<FILE, decltype(close)> pipe(::popen(script.c_str(), "re"), close);
+        std::string output;
+        std::array<char, 4096> chunk;
+        while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), pipe.get()))
+            output.append(chunk.data(), count);
+        return output;
     }
 
     TemporaryFolder folder;
@@ -143,6 +160,118 @@ TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsOpenedAnew)
     defaults->set("k", 2);
     EXPECT_EQ(open()->integer("k"), 2);
     EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnotherOneIsMovedAside)
+{
+    struct Case {
+        const char* sql;
+        bool isMovedAside;
+    };
+    const Case cases[] = {
+        {"DROP TABLE defaults", false},
+        {"DROP TABLE defaults; PRAGMA user_version = 0", false},
+        {"DROP TABLE defaults; PRAGMA user_version = 7", false},
+        {"DROP TABLE defaults; CREATE TABLE other(x)", false},
+        {"DROP TABLE defaults; CREATE TABLE defaults(key, value)", true},
+        {"DROP TABLE defaults; CREATE TABLE defaults(key, type, value)", true},
+        {"DROP TABLE defaults; CREATE VIEW defaults AS SELECT 'k' AS key, 'integer' AS type, 5 AS value",
+         true},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.sql);
+        std::filesystem::remove_all(folder.path("deep"));
+        open()->set("k", 1);
+        ASSERT_EQ(shell("sqlite3 $F \"" + std::string(row.sql) + '"'), "");
+        const auto defaults = open();
+        EXPECT_EQ(defaults->object("k"), std::nullopt);
+        defaults->set("k", 2);
+        EXPECT_EQ(shell("sqlite3 $F 'SELECT value FROM defaults' 'PRAGMA user_version'"), "2\n1\n");
+        EXPECT_EQ(log.takeLines().size(), row.isMovedAside ? 1U : 0U);
+        EXPECT_EQ(filesNamedCorrupt().size(), row.isMovedAside ? 1U : 0U);
+    }
+}
+
+TEST_F(SQLiteUserDefaultsTest, LogIsFoldedInAsItGrows)
+{
+    const auto defaults = open();
+    for (int i = 0; i < 200; ++i)
+        defaults->set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
+    EXPECT_LT(std::filesystem::file_size(file.string() + "-wal"), 6'000'000U);
+}
+
+TEST_F(SQLiteUserDefaultsTest, StoreReplacedByAnotherProcessIsReopened)
+{
+    struct Case {
+        const char* command;
+        /// Of the key "version", which is 1 in the backup $B and 3 in the open store $F.
+        int expectedVersion;
+    };
+    const Case cases[] = {
+        {"cp $B $F; rm $F-wal $F-shm", 1},
+        {"rm $F-wal $F-shm; cp $B $F", 1},
+        {"mv $B $F; rm $F-wal $F-shm", 1},
+        {"mv $B $F", 1},
+        {"ln $F $F.old; mv $B $F", 1},
+        {"sqlite3 $F \".restore '$B'\"", 1},
+        {"rm $F-wal", 3},
+        {"rm $F-shm", 3},
+        {"rm $F-wal $F-shm", 3},
+        {"mv $F-wal $F-old-wal", 3},
+        {"rm $F", 0},
+        {"rm $F $F-wal $F-shm", 0},
+        {"mv $F $F.old", 0},
+        {": > $F; rm $F-wal $F-shm", 0},
+        {"sqlite3 $F 'DROP TABLE defaults'", 0},
+    };
+    const std::string readAll =
+        "sqlite3 $F \"select key || '=' || value from defaults\" 'PRAGMA integrity_check'";
+    for (const Case& row : cases) {
+        for (const bool isReadFirst : {true, false}) {
+            SCOPED_TRACE(std::string(row.command) + (isReadFirst ? ", then a read" : ", then a write"));
+            std::filesystem::remove_all(folder.path("deep"));
+            const auto defaults = open();
+            defaults->set("version", 1);
+            ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\""), "");
+            defaults->set("version", 3);
+            ASSERT_EQ(shell(row.command), "");
+            if (isReadFirst) {
+                EXPECT_EQ(defaults->integer("version"), row.expectedVersion);
+            }
+            defaults->set("next", 4);
+            const std::string version =
+                row.expectedVersion > 0 ? "version=" + std::to_string(row.expectedVersion) + "\n" : "";
+            EXPECT_EQ(shell(readAll), "next=4\n" + version + "ok\n");
+            EXPECT_EQ(defaults->integer("version"), row.expectedVersion);
+            EXPECT_THAT(log.takeLines(), ElementsAre());
+            EXPECT_THAT(filesNamedCorrupt(), ElementsAre());
+        }
+    }
+    // A folder that moves takes its files along, which only a write notices.
+    const auto defaults = open();
+    defaults->set("version", 5);
+    std::filesystem::rename(folder.path("deep"), folder.path("moved"));
+    defaults->set("next", 6);
+    EXPECT_EQ(shell(readAll), "next=6\nok\n");
+}
+
+TEST_F(SQLiteUserDefaultsTest, CommitToReplacedFilesIsRepeated)
+{
+    const auto defaults = open();
+    defaults->set("version", 1);
+    ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\"; mkfifo $B.locked"), "");
+    defaults->set("version", 3);
+    // The files are replaced while the write below waits for the other process's transaction.
+    std::thread replacing([&] {
+        EXPECT_EQ(shell("sqlite3 $F 'BEGIN IMMEDIATE' '.shell echo > \"'$B.locked'\"' '.shell sleep 0.3; cp "
+                        "'$B' '$F'; "
+                        "rm '$F'-wal '$F'-shm' COMMIT"),
+                  "");
+    });
+    EXPECT_EQ(shell("cat $B.locked"), "\n");
+    defaults->set("next", 4);
+    replacing.join();
+    EXPECT_EQ(shell("sqlite3 $F \"select key || '=' || value from defaults\""), "next=4\nversion=1\n");
 }
 
 TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItWas)
