@@ -36,8 +36,10 @@ int FileSystemWatcher::addHandler(Handler handler)
     return static_cast<int>(m_handlers.size() - 1);
 }
 
-void FileSystemWatcher::setTargets(int handler, const std::vector<Target>& targets)
+std::vector<FileSystemWatcher::Failure> FileSystemWatcher::setTargets(int handler,
+                                                                      const std::vector<Target>& targets)
 {
+    std::vector<Failure> failures;
     const std::lock_guard lock(m_mutex);
     for (auto watch = m_handlerByWatch.begin(); watch != m_handlerByWatch.end();) {
         if (watch->second == handler) {
@@ -52,7 +54,10 @@ void FileSystemWatcher::setTargets(int handler, const std::vector<Target>& targe
             ::inotify_add_watch(m_inotify.get(), target.path.c_str(), target.mask | IN_MASK_ADD);
         if (watch >= 0)
             m_handlerByWatch[watch] = handler;
+        else if (errno != ENOENT && errno != ENOTDIR)
+            failures.push_back({target.path, errno});
     }
+    return failures;
 }
 
 void FileSystemWatcher::run()

@@ -32,6 +32,13 @@ public:
         std::uint32_t mask;
     };
 
+    /// A target that exists and cannot be watched.
+    struct Failure {
+        std::string path;
+        /// EACCES, ENOSPC and so on, of inotify_add_watch(2).
+        int error;
+    };
+
     FileSystemWatcher();
     ~FileSystemWatcher();
     FileSystemWatcher(const FileSystemWatcher&) = delete;
@@ -40,10 +47,11 @@ public:
     /// Calls `handler` for what happens to targets named later. For the life of the watcher.
     int addHandler(Handler handler);
 
-    /// Replaces what the handler of that number looks at. Targets that are not there are left out; one thing
-    /// named by several targets is watched for what all of them ask. No two handlers may look at the same
-    /// thing. What was to be told of the old targets may be lost: look for yourself after the call.
-    void setTargets(int handler, const std::vector<Target>& targets);
+    /// Replaces the targets of the handler of that number, in their order. Targets that do not exist are left
+    /// out, and those that cannot be watched are returned. A file or folder that several targets name is
+    /// watched for the events of all of them. No two handlers may watch the same file or folder. Events of
+    /// the old targets may be lost: check for changes after the call.
+    std::vector<Failure> setTargets(int handler, const std::vector<Target>& targets);
 
 private:
     void run();

@@ -9,7 +9,7 @@
 namespace Platform::Linux {
 
 ManagedPolicyFile::ManagedPolicyFile(std::vector<std::filesystem::path> candidates, const AdapterLog& log)
-    : m_candidates(std::move(candidates)), m_errorLine(log)
+    : m_candidates(std::move(candidates)), m_log(log), m_errorLine(log)
 {}
 
 std::optional<PropertyList> ManagedPolicyFile::dictionary()
@@ -55,7 +55,7 @@ void ManagedPolicyFile::report(const PolicyFileReading& reading, std::string_vie
 
 void ManagedPolicyFile::watch(FileSystemWatcher& watcher, std::function<void()> onChange)
 {
-    m_watch.emplace(watcher, m_candidates, [this, onChange = std::move(onChange)] {
+    m_watch.emplace(watcher, m_candidates, m_log, [this, onChange = std::move(onChange)] {
         ++m_generation;
         onChange();
     });

@@ -42,6 +42,7 @@ private:
     void report(const PolicyFileReading& reading, std::string_view consequence);
 
     const std::vector<std::filesystem::path> m_candidates;
+    const AdapterLog& m_log;
     /// Counts what happened; the dictionary is of `m_loadedGeneration`.
     std::atomic<std::uint64_t> m_generation = 1;
 

@@ -31,6 +31,9 @@ public:
     /// The first problem that the other stores reported; empty while there is none.
     [[nodiscard]] const std::string& firstProblem() const { return m_log.firstProblem; }
 
+    /// Prints to standard error.
+    [[nodiscard]] const Platform::Linux::AdapterLog& log() const { return m_adapterLog; }
+
     const Platform::Linux::DevicePaths paths;
 
 private:

@@ -99,6 +99,8 @@ public:
         return m_device.paths.suite(Core::Constants::appGroupSuiteName);
     }
 
+    [[nodiscard]] const AdapterLog& log() const { return m_device.log(); }
+
     void begin()
     {
         look();
@@ -160,7 +162,7 @@ ExitCode watch(const Options& options)
     const auto bell = std::filesystem::path(watch.suiteFile()).replace_extension(".bell");
     std::optional<PathWatch> bellWatch;
     FileSystemWatcher watcher; // Ends before what it calls.
-    bellWatch.emplace(watcher, std::vector{bell}, [&] { ::eventfd_write(news.get(), 1); });
+    bellWatch.emplace(watcher, std::vector{bell}, watch.log(), [&] { ::eventfd_write(news.get(), 1); });
     watch.begin();
     while (session.waitFor(news.get())) {
         eventfd_t count = 0;

@@ -6,8 +6,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 
 using namespace Platform;
@@ -113,6 +116,97 @@ TEST_F(ManagedPolicyFileTest, FollowsEveryWayInWhichAFileMayChange)
         dictionary(9)))
         << "the property list wins";
     EXPECT_TRUE(follows([&] { fs::remove(folder.path("etc/quorvane/managed.plist")); }, dictionary(8)));
+}
+
+/// The test and the watcher use files as a user without privileges. Commands run as
+/// root.
+struct UnprivilegedThread {
+    static constexpr uid_t user = 12345;
+    UnprivilegedThread() { ::setfsuid(user); }
+    ~UnprivilegedThread() { ::setfsuid(::geteuid()); }
+};
+
+class ClosedPolicyFolderTest : UnprivilegedThread, public ManagedPolicyFileTest {
+protected:
+    void SetUp() override
+    {
+        if (::geteuid() != 0)
+            GTEST_SKIP() << "needs root, to close a folder to another user";
+        asRoot("chown root $D; chmod 755 $D; mkdir -p $D/etc/quorvane");
+    }
+    void TearDown() override { ::setfsuid(::geteuid()); }
+    /// Runs a command with $D for the folder of the test and $F for the policy file.
+    void asRoot(const std::string& command) const
+    {
+        const std::string d = folder.path("").string();
+        const std::string script = "umask 022; D='" + d + "'; F=$D/etc/quorvane/managed.json; " + command;
+        ASSERT_EQ(std::system(script.c_str()), 0) << command;
+    }
+    [[nodiscard]] std::size_t countWatchLines()
+    {
+        const auto lines = log.takeLines();
+        return static_cast<std::size_t>(
+            std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+                return line.find("cannot be watched: Permission denied") != std::string::npos;
+            }));
+    }
+};
+
+TEST_F(ClosedPolicyFolderTest, IsFollowedOnceItOpensAndLoggedUntilThen)
+{
+    struct Case {
+        const char* close;
+        /// Whether a file in it can still be read, and so be watched.
+        bool isFileOpen;
+        const char* open;
+    };
+    const Case cases[] = {
+        {"chmod 700 $D/etc/quorvane", false, "chmod 755 $D/etc/quorvane"},
+        {"chmod 711 $D/etc/quorvane", true, "chmod 755 $D/etc/quorvane"},
+        {"chmod 711 $D/etc", true, "chmod 755 $D/etc"},
+        {"chmod 711 $D/etc; chmod 700 $D/etc/quorvane", false, "chmod 755 $D/etc/quorvane; chmod 755 $D/etc"},
+        {"chmod 1777 $D/etc; chmod 700 $D/etc/quorvane", false, "chmod 755 $D/etc/quorvane $D/etc"},
+        {"chmod 700 $D", false, "chmod 755 $D"},
+    };
+    int value = 0;
+    for (const Case& row : cases) {
+        for (const bool isFileThere : {false, true}) {
+            SCOPED_TRACE(std::string(row.close) + (isFileThere ? ", with a file" : ", without a file"));
+            const auto write = [&](const char* how) {
+                asRoot("echo '" + json(++value) + "' > $F.new; " + how);
+            };
+            asRoot("rm -f $F");
+            if (isFileThere)
+                write("mv $F.new $F");
+            asRoot(row.close);
+            ManagedPolicyFile fresh({folder.path("etc/quorvane/managed.json")}, adapterLog);
+            FileSystemWatcher ownWatcher;
+            // The rest waits for changes of this one.
+            fresh.watch(ownWatcher, [this] {
+                const std::lock_guard lock(m_mutex);
+                m_hasNews.notify_all();
+            });
+            const auto follows = [&](const std::optional<PropertyList>& expected) {
+                return eventually([&] { return fresh.dictionary() == expected; });
+            };
+            EXPECT_EQ(countWatchLines(), 1U);
+            if (isFileThere && row.isFileOpen) {
+                EXPECT_EQ(fresh.dictionary(), dictionary(value));
+                write("cat $F.new > $F; rm $F.new");
+                EXPECT_TRUE(follows(dictionary(value))) << "in place";
+                write("mv $F.new $F");
+                EXPECT_TRUE(follows(dictionary(value))) << "renamed";
+            } else {
+                EXPECT_EQ(fresh.dictionary(), std::nullopt);
+            }
+            write("mv $F.new $F");
+            asRoot(row.open);
+            EXPECT_TRUE(follows(dictionary(value))) << "opened";
+            write("mv $F.new $F");
+            EXPECT_TRUE(follows(dictionary(value))) << "watched again";
+            EXPECT_EQ(countWatchLines(), 0U);
+        }
+    }
 }
 
 TEST_F(ManagedPolicyFileTest, BadFileLeavesTheLastGoodOneInForceAndSaysWhyOnce)
