@@ -7,6 +7,8 @@
 #include <array>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <sched.h>
 #include <set>
@@ -165,6 +167,36 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
     }
 }
 
+/// In the development profile, a backend that echoes a request puts the key into one line of the log and
+/// nowhere else.
+void playEcho(TrialDevice& device, TestBackend& backend)
+{
+    const std::string echo = fmt::format("Authorization: Bearer {}", apiKey);
+    backend.setReply("*", {.status = 401, .body = echo});
+    device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "show");
+    device.replacePolicy(policy(backend.baseURL(), apiKey));
+    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
+    demand(application->waitForLine("Device token upload failed"), "the upload did not fail; it wrote:\n{}",
+           fmt::join(application->lines(), "\n"));
+    application->signal(SIGTERM);
+    demand(application->waitForExit() == 0, "told to end, it did not end well");
+    int echoCount = 0;
+    for (const std::string& line : application->lines()) {
+        const bool isPrescribed = line.find("API HTTP error | context={responseBody=" + echo) != line.npos;
+        demand(isPrescribed || line.find(apiKey) == line.npos, "the key stands in the line {}", line);
+        echoCount += isPrescribed ? 1 : 0;
+    }
+    demand(echoCount == 1, "{} lines show the response, instead of one", echoCount);
+    for (const auto& entry : fs::recursive_directory_iterator(device.path("data"))) {
+        if (!entry.is_regular_file())
+            continue;
+        std::ifstream stream(entry.path(), std::ios::binary);
+        const std::string content{std::istreambuf_iterator<char>(stream), {}};
+        demand(content.find(echo) == content.npos, "the response is kept in {}", entry.path().string());
+    }
+    device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
+}
+
 /// Runs every verb of the console that tells something, and those that change something.
 void ask(const TrialDevice& device, Canaries& canaries)
 {
@@ -247,6 +279,7 @@ void secretsTrial(const TrialPrograms& programs)
     } else {
         fmt::print("the journal was not looked at: this user may not have a /run of its own\n");
     }
+    playEcho(device, backend);
     ask(device, canaries);
     demandPrivateFiles(device, canaries);
     fmt::print("no secret in {}\n", canaries.summary());

@@ -55,7 +55,8 @@ constexpr Entry applicationEnvironment[] = {
     {"UNIFIEDPUSH_DISTRIBUTOR", "The distributor to register with, where there are several."},
     {"SSL_CERT_FILE", "Certificates to trust in place of those of the system."},
     {"QUORVANE_APPEARANCE", "dark or light, whatever the desktop says."},
-    {"QUORVANE_LOG_PRIVATE_DATA", "With show, the text of private lines is logged as well. For development."},
+    {"QUORVANE_LOG_PRIVATE_DATA", "With show, private texts are logged, which can reveal keys, and a crash "
+                                  "may dump core. For test devices only."},
     {"QUORVANE_LOG_DEBUG", "With 1, debug lines are logged as well. For development."},
     {"QT_QPA_PLATFORM", "With offscreen, runs without a display."},
 };
