@@ -37,6 +37,13 @@ public:
 
     [[nodiscard]] std::string url() const { return m_backend.baseURL() + "/token"; }
     [[nodiscard]] std::string certificateAuthority() const { return m_backend.certificateAuthority(); }
+    void answerWithFields(int count)
+    {
+        TestBackend::Reply reply;
+        for (int i = 0; i < count; ++i)
+            reply.headerFields.emplace("A", "");
+        m_backend.setReply("*", reply);
+    }
     /// Throws when other than so many requests have arrived since the last time.
     void verifyArrived(int count)
     {
@@ -62,6 +69,7 @@ URLRequest tokenUpload(const std::string& url)
 class WarmSession {
 public:
     WarmSession() { post(1, 1); }
+    void answerWithFields(int count) { m_backend.answerWithFields(count); }
 
     /// Lets `taskCount` tasks send `requestCount` requests each, one after the other; returns when all have
     /// ended. Throws when a request failed or did not arrive.
@@ -131,6 +139,7 @@ private:
 class BareConnection {
 public:
     BareConnection() { post(1); }
+    void answerWithFields(int count) { m_backend.answerWithFields(count); }
 
     void post(int count)
     {
@@ -179,6 +188,13 @@ private:
     CURLM* m_multi = curl_multi_init();
 };
 
+/// A session or connection whose backend answers with so many header fields.
+template <typename Subject, int count>
+class WithFields : public Subject {
+public:
+    WithFields() { Subject::answerWithFields(count); }
+};
+
 /// Runs `measure` on a `Subject`, whose making is not measured.
 template <typename Subject, typename Measure>
 Figure::Measurement on(Measure measure)
@@ -192,6 +208,20 @@ Figure::Measurement on(Measure measure)
             state.SkipWithError(error.what());
         }
     };
+}
+
+template <int count>
+Figure responseFigure()
+{
+    return {fmt::format("response of {} header fields", count),
+            on<WithFields<WarmSession, count>>([](WarmSession& session) { session.post(1, 1); }),
+            {{"libcurl, one connection",
+              on<WithFields<BareConnection, count>>([](BareConnection& connection) { connection.post(1); })}},
+            Figure::Clock::wall,
+            10,
+            Figure::Quantity::duration,
+            0,
+            "response of 500 header fields"};
 }
 
 void postWithProgram(TrustedBackend& backend)
@@ -228,5 +258,8 @@ std::vector<Figure> requestFigures()
          {{"libcurl, six connections", on<BareCrowd>([](BareCrowd& crowd) { crowd.post(crowdCount); })}},
          Figure::Clock::wall,
          1},
+        responseFigure<500>(),
+        responseFigure<5'000>(),
+        responseFigure<50'000>(),
     };
 }
