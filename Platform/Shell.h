@@ -20,21 +20,23 @@ public:
 
     /// Hands `notification` to the delegate while the application is in front, and shows it. `completion` is
     /// called exactly once, on the main thread; without a refusal once the delegate has stored the
-    /// notification or the user sees it.
+    /// notification, the user sees it, or it is kept until the user can.
     virtual void deliver(const UserNotification& notification, bool isApplicationActive,
                          Completion completion) = 0;
 };
 
-/// Shows notifications to the user. Threads: main.
+/// Shows notifications to the user, each at once or not at all. Threads: main.
 class NotificationPresenter {
 public:
     virtual ~NotificationPresenter() = default;
 
     /// Shows `notification` as `options`, of `PresentationOptions`, say. `completion` is called exactly once,
-    /// on the main thread and perhaps at once: whether it is shown. `onResponse` is called there when the
-    /// user answers: by a tap, an action, or by dismissing it; at most once.
+    /// on the main thread and perhaps inside the call, with whether the user sees it. `onResponse` is called
+    /// there when the user answers: by a tap, an action, or by dismissing it; at most once.
     virtual void show(const UserNotification& notification, unsigned options,
                       std::function<void(bool isShown)> completion, std::function<void()> onResponse) = 0;
+    /// Calls `handler` on the main thread whenever what could not be shown before may be shown now. Once.
+    virtual void onAvailable(std::function<void()> handler) = 0;
 };
 
 /// Asks the user whether this application may show notifications. Threads: main.

@@ -3,6 +3,8 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/Linux/ShellState.h"
 
+#include <memory>
+#include <optional>
 #include <utility>
 
 namespace Platform::Linux {
@@ -29,6 +31,14 @@ Error nobodyToAsk()
 }
 
 } // namespace
+
+DeviceNotificationCenter::DeviceNotificationCenter(Ports ports)
+    : m_ports(std::move(ports)), m_kept(m_ports.state.store())
+{
+    for (NotificationPresenter* presenter : m_ports.presenters)
+        presenter->onAvailable([this] { scheduleShowing(); });
+    scheduleShowing(); // What an earlier run has kept.
+}
 
 void DeviceNotificationCenter::getNotificationSettings(std::function<void(NotificationSettings)> completion)
 {
@@ -58,14 +68,14 @@ void DeviceNotificationCenter::decide(AuthorizationCompletion completion)
         completion(false, nobodyToAsk());
         return;
     }
-    m_waiting.push_back(std::move(completion));
-    if (m_waiting.size() > 1)
+    m_requests.push_back(std::move(completion));
+    if (m_requests.size() > 1)
         return;
     m_ports.prompt->ask([this](bool isGranted) {
         m_ports.state.setAuthorizationStatus(isGranted ? AuthorizationStatus::authorized
                                                        : AuthorizationStatus::denied);
-        for (const auto& waiting : std::exchange(m_waiting, {}))
-            waiting(isGranted, std::nullopt);
+        for (const auto& request : std::exchange(m_requests, {}))
+            request(isGranted, std::nullopt);
     });
 }
 
@@ -84,13 +94,78 @@ void DeviceNotificationCenter::deliver(const UserNotification& notification, boo
         delegate->willPresent(
             notification, [this, notification, completion](unsigned options, bool isStored) {
                 completion(isStored ? std::nullopt : std::optional(PushRefusal::notStored()));
-                present(notification, options, 0, [](bool) {});
+                present(notification, options, 0, [=, this](bool isShown) {
+                    if (!isShown)
+                        wait({notification, options});
+                });
             });
         return;
     }
-    present(notification, everyPresentation, 0, [completion](bool isShown) {
-        completion(isShown ? std::nullopt
-                           : std::optional(PushRefusal{"nothing on this desktop can show a notification"}));
+    present(notification, everyPresentation, 0, [this, notification, completion](bool isShown) {
+        completion(isShown ? std::nullopt : keep(notification));
+        if (isShown)
+            scheduleShowing();
+    });
+}
+
+void DeviceNotificationCenter::wait(Waiting waiting)
+{
+    if ((waiting.options & PresentationOptions::banner) == 0)
+        return; // There would be nothing to see.
+    m_waiting.push_back(std::move(waiting));
+    if (m_waiting.size() > maximumWaitingCount)
+        m_waiting.pop_front();
+}
+
+std::optional<PushRefusal> DeviceNotificationCenter::keep(const UserNotification& notification)
+{
+    switch (m_kept.add(notification)) {
+    case KeptNotifications::Addition::kept:
+        return std::nullopt;
+    case KeptNotifications::Addition::full:
+        return PushRefusal{"too many notifications are already waiting to be shown", true};
+    case KeptNotifications::Addition::notStored:
+        break;
+    }
+    return PushRefusal::notStored();
+}
+
+void DeviceNotificationCenter::scheduleShowing()
+{
+    m_ports.mainQueue.async([this] { showWaiting(); });
+}
+
+void DeviceNotificationCenter::showWaiting()
+{
+    if (m_isShowingWaiting)
+        return;
+    if (m_waiting.empty()) {
+        showKept();
+        return;
+    }
+    m_isShowingWaiting = true;
+    const Waiting next = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    present(next.notification, next.options, 0, [this, next](bool isShown) {
+        m_isShowingWaiting = false;
+        if (isShown)
+            scheduleShowing();
+        else
+            m_waiting.push_front(next);
+    });
+}
+
+void DeviceNotificationCenter::showKept()
+{
+    const auto next = m_kept.oldest();
+    if (!next || !mayNotify(m_ports.state.authorizationStatus()))
+        return;
+    m_isShowingWaiting = true;
+    present(*next, everyPresentation, 0, [this](bool isShown) {
+        m_isShowingWaiting = false;
+        // One that cannot be removed would be shown for ever.
+        if (isShown && m_kept.removeOldest())
+            scheduleShowing();
     });
 }
 

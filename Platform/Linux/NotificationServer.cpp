@@ -241,6 +241,8 @@ void NotificationServer::adopt(const std::string& owner)
         askForInformation();
     if (!owner.empty() || std::ranges::any_of(m_requests, [](auto& each) { return !each.second.isSent; }))
         askForCapabilities();
+    if (!owner.empty())
+        m_availabilityHandler();
 }
 
 void NotificationServer::askForInformation()

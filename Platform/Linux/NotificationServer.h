@@ -7,10 +7,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sdbus {
@@ -76,6 +78,8 @@ public:
     /// Answers at once, and false, when `options` have neither the list nor the banner.
     void show(const UserNotification& notification, unsigned options,
               std::function<void(bool isShown)> completion, std::function<void()> onResponse) override;
+    /// Called for each server that comes.
+    void onAvailable(std::function<void()> handler) override { m_availabilityHandler = std::move(handler); }
 
     /// What the present server says of itself; absent while there is none, or it has not said it yet.
     [[nodiscard]] std::optional<Information> information() const { return m_server.information; }
@@ -131,6 +135,7 @@ private:
     const Ports m_ports;
     const Application m_application;
     ErrorLine m_errorLine;
+    std::function<void()> m_availabilityHandler = [] {};
     std::unique_ptr<sdbus::IProxy> m_busProxy;
     std::unique_ptr<sdbus::IProxy> m_serverProxy;
     Server m_server;

@@ -23,6 +23,7 @@ public:
             shown.push_back({notification, options, std::move(onResponse)});
         completion(isWorking);
     }
+    void onAvailable(std::function<void()> handler) override { becomeAvailable = std::move(handler); }
 
     struct Shown {
         Platform::UserNotification notification;
@@ -31,4 +32,5 @@ public:
     };
     bool isWorking = true;
     std::vector<Shown> shown;
+    std::function<void()> becomeAvailable;
 };

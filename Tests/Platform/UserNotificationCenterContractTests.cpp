@@ -1,4 +1,6 @@
 #include "Platform/Linux/DeviceNotificationCenter.h"
+#include "Platform/Linux/KeptNotifications.h"
+#include "Platform/Linux/PropertyListReader.h"
 #include "Platform/Linux/ShellState.h"
 #include "Tests/Fakes/FakeShell.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -7,8 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 using namespace Platform;
 
@@ -19,7 +24,7 @@ struct Device : UserNotificationCenterDelegate {
     void willPresent(const UserNotification& notification, const PresentationCompletion& completion) override
     {
         presented.push_back(notification.title);
-        completion(PresentationOptions::list, isStoring);
+        completion(presentationOptions, isStoring);
     }
     void didReceive(const UserNotificationResponse& response, const std::function<void()>&) override
     {
@@ -33,6 +38,7 @@ struct Device : UserNotificationCenterDelegate {
     FakeNotificationPresenter first;
     FakeNotificationPresenter second;
     Linux::DeviceNotificationCenter center{{state, scheduler.mainQueue, &prompt, {&first, &second}}};
+    unsigned presentationOptions = PresentationOptions::list;
     bool isStoring = true;
     std::vector<std::string> presented;
     std::vector<std::string> answered;
@@ -135,13 +141,7 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
         {"provisional", provisional, true, 1, true, chosen, {}},
         {"behind", ephemeral, false, 1, false, all, {}},
         {"behind, second presenter", authorized, false, 2, false, all, {}},
-        {"behind, nothing to show it",
-         authorized,
-         false,
-         0,
-         false,
-         {},
-         PushRefusal{"nothing on this desktop can show a notification"}},
+        {"behind, nothing to show it", authorized, false, 0, false, {}, {}},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
@@ -165,6 +165,109 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
         shown.front().tap();
         EXPECT_EQ(device->answered, std::vector<std::string>{"T"});
     }
+}
+
+/// A dictionary of as many levels as a payload may have.
+PropertyList::Dictionary deepPayload()
+{
+    PropertyList payload = PropertyList::Dictionary{{"null", PropertyList()}, {"real", 1.5}, {"flag", true}};
+    for (std::size_t level = 1; level < Linux::maximumPropertyListDepth; ++level)
+        payload = PropertyList::Dictionary{{"k", payload}};
+    return *payload.dictionary();
+}
+
+TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrder)
+{
+    constexpr std::size_t limit = Linux::KeptNotifications::maximumCount;
+    const auto device = std::make_shared<Device>();
+    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    device->first.isWorking = device->second.isWorking = false;
+    std::vector<std::optional<PushRefusal>> refusals;
+    const auto deliver = [&](const std::string& title) {
+        device->center.deliver({title, "B", deepPayload(), Date{7}}, false,
+                               [&](auto refusal) { refusals.push_back(refusal); });
+        device->scheduler.runUntilIdle();
+    };
+    device->store.isWritable = false;
+    deliver("not stored");
+    device->store.isWritable = true;
+    for (std::size_t number = 1; number <= limit + 1; ++number)
+        deliver(std::to_string(number));
+    ASSERT_EQ(refusals.size(), limit + 2);
+    EXPECT_EQ(refusals.front(), PushRefusal::notStored());
+    EXPECT_EQ(std::ranges::count(refusals, std::optional<PushRefusal>()), static_cast<std::ptrdiff_t>(limit));
+    ASSERT_TRUE(refusals.back());
+    EXPECT_TRUE(refusals.back()->isTemporary) << refusals.back()->reason;
+
+    // After a restart, with something that shows them.
+    FakeNotificationPresenter server;
+    server.isWorking = false;
+    Linux::DeviceNotificationCenter center({device->state, device->scheduler.mainQueue, nullptr, {&server}});
+    center.setDelegate(device);
+    device->scheduler.runUntilIdle();
+    server.isWorking = true;
+    device->state.setAuthorizationStatus(AuthorizationStatus::denied);
+    server.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    EXPECT_TRUE(server.shown.empty()) << "not against the user's will";
+    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    server.becomeAvailable();
+    server.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    ASSERT_EQ(server.shown.size(), limit);
+    EXPECT_EQ(server.shown.front().notification.title, "1");
+    EXPECT_EQ(server.shown.front().options, 27U);
+    const UserNotification& last = server.shown.back().notification;
+    EXPECT_EQ(last.title, std::to_string(limit));
+    EXPECT_EQ(last.body, "B");
+    EXPECT_EQ(last.userInfo, deepPayload());
+    EXPECT_EQ(last.date, Date{7});
+    EXPECT_TRUE(device->presented.empty());
+    server.shown.back().tap();
+    EXPECT_EQ(device->answered, std::vector{last.title});
+    server.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    EXPECT_EQ(server.shown.size(), limit) << "once";
+}
+
+TEST(DeviceNotificationCenterTest, WhatIsKeptIsShownOnceAndNotForEverWhenTheStoreFails)
+{
+    const auto device = std::make_shared<Device>();
+    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    device->first.isWorking = device->second.isWorking = false;
+    device->center.deliver({"T", "", {}, {}}, false, [](auto) {});
+    device->scheduler.runUntilIdle();
+    device->store.isWritable = false;
+    device->first.isWorking = true;
+    device->first.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    EXPECT_EQ(device->first.shown.size(), 1U);
+    // The next one that is shown proves that a presenter works, without a word from it.
+    device->store.isWritable = true;
+    device->center.deliver({"next", "", {}, {}}, false, [](auto) {});
+    device->scheduler.runUntilIdle();
+    EXPECT_EQ(device->first.shown.size(), 3U);
+    EXPECT_FALSE(device->store.object("KeptNotifications"));
+}
+
+TEST(DeviceNotificationCenterTest, InFrontTheNewestFewWaitForAPresenter)
+{
+    constexpr std::size_t limit = Linux::DeviceNotificationCenter::maximumWaitingCount;
+    const auto device = std::make_shared<Device>();
+    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    device->center.setDelegate(device);
+    device->scheduler.runUntilIdle();
+    device->presentationOptions = PresentationOptions::banner;
+    device->first.isWorking = device->second.isWorking = false;
+    for (std::size_t number = 0; number < limit + 2; ++number)
+        device->center.deliver({std::to_string(number), "", {}, {}}, true, [](auto) {});
+    EXPECT_FALSE(device->store.object("KeptNotifications")) << "the delegate has stored them";
+    device->second.isWorking = true;
+    device->second.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    ASSERT_EQ(device->second.shown.size(), limit);
+    EXPECT_EQ(device->second.shown.front().notification.title, "2");
+    EXPECT_EQ(device->second.shown.front().options, PresentationOptions::banner);
 }
 
 } // namespace

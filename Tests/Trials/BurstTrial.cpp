@@ -59,8 +59,8 @@ public:
     {
         const auto begin = steady_clock::now();
         for (std::size_t number = 0; number < m_messages.size(); ++number) {
-            m_distributor.send(m_messages[number], answerTime, [this, number](bool isAcknowledged) {
-                if (!isAcknowledged)
+            m_distributor.send(m_messages[number], answerTime, [this, number](Distributor::Answer answer) {
+                if (answer != Distributor::Answer::acknowledged)
                     return;
                 m_lastAcknowledged = number;
                 ++m_acknowledgedCount;

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -18,10 +19,12 @@ sdbus::Variant bytesOf(const std::string& message)
     return std::vector<std::uint8_t>(message.begin(), message.end());
 }
 
-bool isAcknowledgment(const std::map<std::string, sdbus::Variant>& answer, const std::string& identifier)
+Distributor::Answer answerIn(const std::map<std::string, sdbus::Variant>& reply,
+                             const std::string& identifier)
 {
-    const auto found = answer.find("id");
-    return found != answer.end() && found->second.get<std::string>() == identifier;
+    const auto found = reply.find("id");
+    const bool isSame = found != reply.end() && found->second.get<std::string>() == identifier;
+    return isSame ? Distributor::Answer::acknowledged : Distributor::Answer::withoutIdentifier;
 }
 
 } // namespace
@@ -53,7 +56,9 @@ Distributor::Distributor(const ThrowawayDevice& device, Manner manner)
                 result.returnResults({{"success", sdbus::Variant(std::string("REGISTRATION_SUCCEEDED"))}});
             else
                 m_answer = std::move(result);
-            m_registration.set_value(arguments.at("token").get<std::string>());
+            if (m_token.empty())
+                m_token = arguments.at("token").get<std::string>();
+            m_registrations.release();
         });
     m_object->finishRegistration();
     m_bus->enterEventLoopAsync();
@@ -66,11 +71,7 @@ Distributor::~Distributor()
 
 bool Distributor::waitForRegistration()
 {
-    auto registration = m_registration.get_future();
-    if (registration.wait_for(std::chrono::seconds(20)) != std::future_status::ready)
-        return false;
-    m_token = registration.get();
-    return true;
+    return m_registrations.try_acquire_for(std::chrono::seconds(20));
 }
 
 void Distributor::giveEndpoint(const std::string& endpoint)
@@ -78,28 +79,31 @@ void Distributor::giveEndpoint(const std::string& endpoint)
     call("NewEndpoint", {{"endpoint", sdbus::Variant(endpoint)}});
 }
 
-bool Distributor::deliver(const std::string& message)
+Distributor::Answer Distributor::deliver(const std::string& message)
 {
     const std::string identifier = std::to_string(++m_messageCount);
     try {
-        return isAcknowledgment(
-            call("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}), identifier);
+        return answerIn(call("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}),
+                        identifier);
     } catch (const sdbus::Error&) {
-        return false;
+        return Answer::error;
     }
 }
 
 void Distributor::send(const std::string& message, std::chrono::milliseconds answerTime,
-                       std::function<void(bool isAcknowledged)> answered)
+                       std::function<void(Answer)> answered)
 {
     const std::string identifier = std::to_string(++m_messageCount);
     m_connector->callMethod(
         makeCall("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}),
         [identifier, answered = std::move(answered)](sdbus::MethodReply& reply, const sdbus::Error* error) {
+            if (error != nullptr) {
+                answered(Answer::error);
+                return;
+            }
             Dictionary answer;
-            if (error == nullptr)
-                reply >> answer;
-            answered(isAcknowledgment(answer, identifier));
+            reply >> answer;
+            answered(answerIn(answer, identifier));
         },
         answerTime);
 }

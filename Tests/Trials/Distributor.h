@@ -7,10 +7,10 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <future>
 #include <map>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <string_view>
 
@@ -30,17 +30,21 @@ public:
     Distributor(const Distributor&) = delete;
     Distributor& operator=(const Distributor&) = delete;
 
-    /// Waits until an application has asked to be registered; false when none does in time.
+    /// Waits until an application has asked to be registered, once more than waited for before; false when
+    /// none does in time.
     bool waitForRegistration();
     /// Gives the application an endpoint, from the second one on in the place of the one before. Waits for
     /// the answer; throws `sdbus::Error`.
     void giveEndpoint(const std::string& endpoint);
-    /// Hands over what was sent to the endpoint; returns whether the application acknowledged it.
-    bool deliver(const std::string& message);
-    /// The same without waiting. `answered` is called on the thread of the bus, unless no answer comes within
-    /// `answerTime`.
+    /// What became of a message. A reply without its identifier may pass for an acknowledgment.
+    enum class Answer { acknowledged, withoutIdentifier, error };
+
+    /// Hands over what was sent to the endpoint, and waits for the answer.
+    Answer deliver(const std::string& message);
+    /// The same without waiting. `answered` is called on the thread of the bus; one that takes longer than
+    /// `answerTime` is an error.
     void send(const std::string& message, std::chrono::milliseconds answerTime,
-              std::function<void(bool isAcknowledged)> answered);
+              std::function<void(Answer)> answered);
     /// Ends the bus without a word.
     void killBus();
 
@@ -54,8 +58,8 @@ private:
     std::unique_ptr<sdbus::IConnection> m_bus;
     std::unique_ptr<sdbus::IObject> m_object;
     std::unique_ptr<sdbus::IProxy> m_connector;
-    /// The application's name for its registration.
-    std::promise<std::string> m_registration;
+    std::counting_semaphore<> m_registrations{0};
+    /// The application's name for its registration, the same every time.
     std::string m_token;
     /// Kept so that it is never given.
     std::optional<sdbus::Result<Dictionary>> m_answer;

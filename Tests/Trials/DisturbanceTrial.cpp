@@ -1,6 +1,8 @@
 #include "Tests/Trials/Distributor.h"
 #include "Tests/Trials/Patient.h"
 #include "Tests/Trials/Trials.h"
+#include "Tools/Backend/PushSender.h"
+#include "Tools/Backend/WebPushEncryption.h"
 
 #include <SQLiteCpp/Backup.h>
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -9,8 +11,13 @@
 #include <csignal>
 #include <filesystem>
 #include <future>
+#include <map>
+#include <memory>
+#include <string>
 #include <sys/resource.h>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -160,6 +167,114 @@ void backendDies(Patient& patient)
     }
 }
 
+/// A notification server that shows everything, and remembers the first.
+class NotificationServerDouble {
+public:
+    NotificationServerDouble()
+    {
+        const auto add = [this](const char* method, auto work) {
+            m_object->registerMethod(method).onInterface(name).implementedAs(std::move(work));
+        };
+        add("GetCapabilities", [] { return std::vector<std::string>{"actions", "body"}; });
+        add("Notify", [this](const std::string&, std::uint32_t, const std::string&,
+                             const std::string& summary, const std::string&, const std::vector<std::string>&,
+                             const std::map<std::string, sdbus::Variant>&, std::int32_t) {
+            m_shown.set_value(summary);
+            return notificationId;
+        });
+        m_object->finishRegistration();
+        m_bus->requestName(name);
+        m_bus->enterEventLoopAsync();
+    }
+    ~NotificationServerDouble() { m_bus->leaveEventLoop(); }
+
+    /// Its summary; empty when none comes.
+    std::string waitForNotification()
+    {
+        auto shown = m_shown.get_future();
+        return shown.wait_for(20s) == std::future_status::ready ? shown.get() : std::string();
+    }
+    void tap() const
+    {
+        m_object->emitSignal("ActionInvoked")
+            .onInterface(name)
+            .withArguments(notificationId, std::string("default"));
+    }
+
+private:
+    static constexpr const char* name = "org.freedesktop.Notifications";
+    static constexpr std::uint32_t notificationId = 1;
+
+    std::promise<std::string> m_shown;
+    std::unique_ptr<sdbus::IConnection> m_bus = sdbus::createSessionBusConnection();
+    std::unique_ptr<sdbus::IObject> m_object = sdbus::createObject(*m_bus, "/org/freedesktop/Notifications");
+};
+
+/// A push over the session bus, and what must become of it.
+struct EncryptedPush {
+    /// Has the application register with `distributor`.
+    EncryptedPush(Distributor& theDistributor, Patient& patient, const std::string& title)
+        : distributor(theDistributor), push{title, "ok"}
+    {
+        patient.end();
+        patient.backend().takeRequests();
+        patient.start("auto");
+        patient.demandHere(distributor.waitForRegistration(), "the distributor was not asked");
+        distributor.giveEndpoint("https://push.example.org/1");
+        patient.expectLine("Device token uploaded");
+        const auto token = uploadedToken(patient.backend().takeRequests().back());
+        message = encryptWebPush(WebPushSubscription::parse(subscriptionText(token.value())),
+                                 fmt::format(R"({{"aps": {{"alert": "{}"}}}})", title));
+        before = patient.device().inspect();
+    }
+    [[nodiscard]] bool isAnswered(Distributor::Answer answer) const
+    {
+        return distributor.deliver(message) == answer;
+    }
+
+    Distributor& distributor;
+    Patient::Push push;
+    std::string message;
+    StoredState before;
+};
+
+/// A message arrives while another process keeps the history locked.
+void lockedHistory(Patient& patient)
+{
+    using enum Distributor::Answer;
+    Distributor distributor(patient.device(), Distributor::Manner::prompt);
+    const EncryptedPush sent(distributor, patient, "while locked");
+    {
+        SQLite::Database database(patient.device().path("data/quorvane-mdm/com.quorvane.mdm.sqlite"),
+                                  SQLite::OPEN_READWRITE);
+        const SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        patient.demandHere(sent.isAnswered(error), "what could not be stored was not answered with an error");
+    }
+    patient.demandHere(sent.isAnswered(acknowledged), "it is not acknowledged once it can be stored");
+    patient.demandNothingLost(sent.before, sent.push);
+}
+
+/// An alert arrives without a window or a notification server, and the application is killed.
+void nothingShowsNotifications(Patient& patient)
+{
+    Distributor distributor(patient.device(), Distributor::Manner::prompt);
+    const EncryptedPush sent(distributor, patient, "kept");
+    patient.end();
+    patient.startUnseen();
+    patient.demandHere(distributor.waitForRegistration(), "it did not register without a window");
+    patient.demandHere(sent.isAnswered(Distributor::Answer::acknowledged),
+                       "an alert that is kept is not acknowledged");
+    patient.application().signal(SIGKILL);
+    patient.application().waitForExit();
+    patient.startUnseen();
+    patient.demandHere(distributor.waitForRegistration(), "it did not register without a window");
+    NotificationServerDouble server;
+    patient.demandHere(server.waitForNotification() == sent.push.title, "it was not shown later");
+    server.tap();
+    patient.expectLine("Processed notification from center");
+    patient.demandNothingLost(sent.before, sent.push);
+}
+
 /// The session bus goes while a registration waits for its answer.
 void busDies(Patient& patient)
 {
@@ -202,6 +317,8 @@ constexpr Disturbance disturbances[] = {
     {"the clock jumps by up to 260 years", clockJumps},
     {"the machine sleeps", stalls},
     {"another process keeps the suite locked", lockedStore},
+    {"another process keeps the history locked", lockedHistory},
+    {"nothing shows notifications", nothingShowsNotifications},
     {"the state is removed", lostStores},
     {"a backup replaces the stores", restoredBackup},
     {"no descriptor is left", fewDescriptors},

@@ -31,6 +31,11 @@ public:
 
     /// Starts it anew; the one before must have ended.
     void start(const std::string& push = "local") { m_application = m_device.start(push); }
+    /// As the session bus starts it for a push: without a window.
+    void startUnseen()
+    {
+        m_application = m_device.startApplication({"--log-stderr", "--push", "auto", "--dbus-activated"});
+    }
     /// SIGTERM; demands that it ends with 0.
     void end();
     void endBackend() { m_backend.reset(); }

@@ -88,8 +88,9 @@ public:
         const std::string payload = fmt::format(
             R"({{"aps": {{"alert": {{"title": "Message {}", "body": "{:*<500}"}}}}}})", ++m_pushCount, "");
         const auto subscription = WebPushSubscription::parse(subscriptionText(m_token));
-        demand(m_distributor.deliver(encryptWebPush(subscription, payload)), "push {} was not acknowledged",
-               m_pushCount);
+        demand(m_distributor.deliver(encryptWebPush(subscription, payload)) ==
+                   Distributor::Answer::acknowledged,
+               "push {} was not acknowledged", m_pushCount);
     }
     /// Changes the policy and waits until it is applied. Nothing else may be stored meanwhile: that would put
     /// the update off.

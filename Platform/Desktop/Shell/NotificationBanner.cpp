@@ -6,19 +6,20 @@
 
 namespace Platform::Desktop {
 
-void NotificationBanner::enqueue(const UserNotification& notification, std::function<void()> onResponse)
+bool NotificationBanner::show(const UserNotification& notification, std::function<void()> onResponse)
 {
-    m_waiting.push_back({QString::fromStdString(plainText(notification.title, LineBreaks::replaced)),
-                         QString::fromStdString(plainText(notification.body, LineBreaks::kept)),
-                         std::move(onResponse)});
-    if (m_waiting.size() > maximumWaitingCount)
-        m_waiting.pop_front();
-    showNext();
+    if (std::exchange(m_isOnView, true))
+        return false;
+    m_current = {QString::fromStdString(plainText(notification.title, LineBreaks::replaced)),
+                 QString::fromStdString(plainText(notification.body, LineBreaks::kept)),
+                 std::move(onResponse)};
+    Q_EMIT notificationChanged();
+    setShown(true);
+    return true;
 }
 
 void NotificationBanner::clear()
 {
-    m_waiting.clear();
     m_isOnView = false;
     setShown(false);
 }
@@ -48,20 +49,9 @@ void NotificationBanner::leave()
         if (m_isShown)
             return;
         m_isOnView = false;
-        showNext();
+        Q_EMIT becameFree();
     };
     QMetaObject::invokeMethod(this, makeWay, Qt::QueuedConnection);
-}
-
-void NotificationBanner::showNext()
-{
-    if (m_isOnView || m_waiting.empty())
-        return;
-    m_current = std::move(m_waiting.front());
-    m_waiting.pop_front();
-    m_isOnView = true;
-    Q_EMIT notificationChanged();
-    setShown(true);
 }
 
 void NotificationBanner::setShown(bool isShown)

@@ -8,14 +8,12 @@
 #include <QtQml/qqmlregistration.h>
 
 #include <chrono>
-#include <cstddef>
-#include <deque>
 #include <functional>
 #include <memory>
 
 namespace Platform::Desktop {
 
-/// Shows notifications at the top of the window, one after the other, each for a few seconds.
+/// Shows one notification at a time at the top of the window, for a few seconds.
 ///
 /// Threads: main.
 class NotificationBanner final : public QObject {
@@ -29,14 +27,13 @@ class NotificationBanner final : public QObject {
 
 public:
     static constexpr std::chrono::seconds viewTime{5};
-    /// Beyond this the one that has waited longest is dropped.
-    static constexpr std::size_t maximumWaitingCount = 20;
 
     explicit NotificationBanner(TimerScheduler& timers) : m_timers(timers) {}
 
-    /// Shows it when those before it have gone. `onResponse` as for a `NotificationPresenter`.
-    void enqueue(const UserNotification& notification, std::function<void()> onResponse);
-    /// Drops everything: there is no window any more.
+    /// Returns whether it is on view now: false while another one is. `onResponse` as for a
+    /// `NotificationPresenter`.
+    bool show(const UserNotification& notification, std::function<void()> onResponse);
+    /// There is no window any more.
     void clear();
 
     [[nodiscard]] bool isShown() const { return m_isShown; }
@@ -48,13 +45,15 @@ public:
     /// While it is held, by a finger or the keyboard's focus, it does not leave by itself; afterwards its
     /// time starts again.
     Q_INVOKABLE void hold(bool isHeld);
-    /// Nothing is seen of it any more. What follows comes after whatever runs now: without motion, that is
+    /// Nothing is seen of it any more. The next one can come after whatever runs now: without motion, that is
     /// the very change which made it go.
     Q_INVOKABLE void leave();
 
 Q_SIGNALS:
     void isShownChanged();
     void notificationChanged();
+    /// The next one can be shown.
+    void becameFree();
 
 private:
     struct Banner {
@@ -63,12 +62,10 @@ private:
         std::function<void()> onResponse;
     };
 
-    void showNext();
     void setShown(bool isShown);
     void startTimer();
 
     TimerScheduler& m_timers;
-    std::deque<Banner> m_waiting;
     Banner m_current;
     bool m_isShown = false;
     /// From the moment a banner comes on view until it has left it.

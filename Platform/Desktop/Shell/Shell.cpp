@@ -17,6 +17,7 @@ Shell::Shell(const Ports& ports, const std::string& applicationName)
     connect(&m_permission, &PermissionPanel::isAskingChanged, this, &Shell::load);
     connect(&m_settings, &SettingsSheet::isOpenChanged, this, &Shell::load);
     connect(&m_banner, &NotificationBanner::isShownChanged, this, &Shell::load);
+    connect(&m_banner, &NotificationBanner::becameFree, this, [this] { m_availabilityHandler(); });
 }
 
 Shell::~Shell()
@@ -31,6 +32,10 @@ void Shell::attach(QQmlEngine& engine, QQuickWindow& window)
     m_window = &window;
     window.installEventFilter(this);
     connect(&window, &QObject::destroyed, this, &Shell::windowHasGone);
+    connect(&window, &QWindow::visibilityChanged, this, [this] {
+        if (isWindowSeen())
+            m_availabilityHandler();
+    });
     m_permission.setOnScreen(true);
 }
 
@@ -73,11 +78,13 @@ void Shell::ask(std::function<void(bool isGranted)> completion)
 void Shell::show(const UserNotification& notification, unsigned options,
                  std::function<void(bool isShown)> completion, std::function<void()> onResponse)
 {
-    const bool isSeen = m_window && m_window->isVisible() && m_window->visibility() != QWindow::Minimized;
-    const bool isShown = isSeen && (options & PresentationOptions::banner) != 0;
-    if (isShown)
-        m_banner.enqueue(notification, std::move(onResponse));
-    completion(isShown);
+    const bool isToBeShown = isWindowSeen() && (options & PresentationOptions::banner) != 0;
+    completion(isToBeShown && m_banner.show(notification, std::move(onResponse)));
+}
+
+bool Shell::isWindowSeen() const
+{
+    return m_window && m_window->isVisible() && m_window->visibility() != QWindow::Minimized;
 }
 
 bool Shell::eventFilter(QObject* watched, QEvent* event)

@@ -13,7 +13,9 @@
 #include <QQuickWindow>
 #include <QString>
 
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace Platform::Desktop {
 
@@ -57,10 +59,12 @@ public:
 
     /// The question waits until there is a window, and longer if others were asked before.
     void ask(std::function<void(bool isGranted)> completion) override;
-    /// Answers at once: false without the banner among `options`, or without a window that can be seen; else
-    /// true, although others may be shown before.
+    /// Completes at once: false without the banner among `options`, without a window that can be seen, and
+    /// while another banner is on view.
     void show(const UserNotification& notification, unsigned options,
               std::function<void(bool isShown)> completion, std::function<void()> onResponse) override;
+    /// Called when the window comes on view, and when a banner has left it.
+    void onAvailable(std::function<void()> handler) override { m_availabilityHandler = std::move(handler); }
 
     [[nodiscard]] QString applicationName() const { return m_applicationName; }
     [[nodiscard]] bool isDark() const { return m_appearance.isDark; }
@@ -82,6 +86,7 @@ private:
     void detach();
     void windowHasGone();
     void load();
+    [[nodiscard]] bool isWindowSeen() const;
     void setKeyboardInUse(bool isInUse);
 
     const QString m_applicationName;
@@ -90,6 +95,7 @@ private:
     NotificationBanner m_banner;
     Appearance m_appearance;
     bool m_isKeyboardInUse = false;
+    std::function<void()> m_availabilityHandler = [] {};
     QPointer<QQmlEngine> m_engine;
     QPointer<QQuickWindow> m_window;
     /// Absent until there is something to show.

@@ -74,17 +74,31 @@ TEST_F(ShellTest, PanelsKeepEveryInputUntilTheyGo)
 TEST_F(ShellTest, BannersComeOneByOneAndEveryWayToEndThemButTimeIsAResponse)
 {
     shell.attach(engine, *window);
-    // The first is on view; of those behind it two make way.
-    for (int number = 0; number < 23; ++number)
+    int availabilityCount = 0;
+    shell.onAvailable([&] { ++availabilityCount; });
+    const auto show = [&](int number) {
+        bool isOnView = false;
         shell.show(
-            {"\u202e" + std::to_string(number), {}, {}, {}}, PresentationOptions::banner, [](bool) {},
+            {"\u202e" + std::to_string(number), {}, {}, {}}, PresentationOptions::banner,
+            [&](bool isShown) { isOnView = isShown; },
             [&, number] { events += std::to_string(number) + " "; });
+        return isOnView;
+    };
     const std::function<void()> ways[] = {[&] { tap("shell.banner"); },
                                           [&] { clock.advance(Desktop::NotificationBanner::viewTime); },
                                           [&] { QTest::keySequence(window, {"Tab, Esc"}); }};
-    for (int next = 3; next < 6; ++next) {
-        ways[next - 3]();
-        ASSERT_TRUE(QTest::qWaitFor([&] { return shell.banner()->title().toInt() == next; })) << next;
+    for (int number = 0; number < 3; ++number) {
+        EXPECT_TRUE(show(number));
+        EXPECT_FALSE(show(99)) << "another one is on view";
+        EXPECT_EQ(shell.banner()->title(), QString::number(number));
+        ways[number]();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return availabilityCount == number + 1; })) << number;
     }
-    EXPECT_TRUE(hasFocus("content") && events == "0 4 ") << events;
+    EXPECT_TRUE(hasFocus("content") && events == "0 2 ") << events;
+
+    window->showMinimized();
+    EXPECT_FALSE(show(99)) << "nobody would see it";
+    window->showNormal();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return availabilityCount == 4; }));
+    EXPECT_TRUE(show(4));
 }

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <atomic>
 #include <condition_variable>
 
 using namespace Platform;
@@ -140,6 +141,8 @@ TEST_F(NotificationServerTest, SaysWhatEachServerUnderstands)
 
 TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)
 {
+    std::atomic<int> availabilityCount = 0;
+    mainQueue.async([&] { server.onAvailable([&] { ++availabilityCount; }); });
     show("too early");
     EXPECT_THAT(happened(1), ElementsAre("not shown"));
     startServer({"body"});
@@ -158,6 +161,7 @@ TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)
     fake->end({1, 999, 2, 3}, tapped);
     fake->end({2, 4, 5}, dismissed);
     EXPECT_THAT(happened(3), ElementsAre("tap 2", "tap 4", "tap 5"));
+    EXPECT_EQ(availabilityCount, 2);
     log.takeLines();
     fake->mood = FakeServer::Mood::unwilling;
     show("refused");
