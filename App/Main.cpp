@@ -146,18 +146,30 @@ std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths,
     }
 }
 
-/// Asks the instance that runs to come to the front. True when it left the place to us instead: one that was
-/// started without a display has nowhere to come to.
-bool activateInstance(const Linux::DevicePaths& paths)
+/// Has the running instance come to the front. Returns the exit code of this launch; absent when the other
+/// one ended instead, as an instance without a display does.
+std::optional<App::ExitCode> activateInstance(const Linux::DevicePaths& paths)
 {
+    using Linux::InstanceLock;
     constexpr std::chrono::milliseconds longestEnd(300);
-    const auto holder = Linux::InstanceLock::holder(paths.instanceLock());
-    if (holder && ::kill(*holder, Desktop::QtRunLoop::activationSignal) == 0 &&
-        !Linux::InstanceLock::isEnding(*holder, longestEnd)) {
+    const auto file = paths.instanceLock();
+    switch (InstanceLock::signalHolder(file, Desktop::QtRunLoop::activationSignal, longestEnd)) {
+    case InstanceLock::SignalOutcome::ended:
+        return std::nullopt;
+    case InstanceLock::SignalOutcome::delivered:
         std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
-        return false;
+        return App::success;
+    case InstanceLock::SignalOutcome::elsewhere:
+        std::fprintf(stderr,
+                     "quorvane-mdm: already running on %s in another container or on another machine; end it "
+                     "there first\n",
+                     paths.stateFolder.c_str());
+        return App::unavailable;
+    case InstanceLock::SignalOutcome::foreign:
+        break;
     }
-    return true;
+    std::fprintf(stderr, "quorvane-mdm: another program holds %s; end it first\n", file.c_str());
+    return App::unavailable;
 }
 
 /// The session bus; without one, why.
@@ -294,8 +306,10 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
     bool isRunningAlready = false;
     auto instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
     if (isRunningAlready) {
-        if (options.isStartedByBus || !activateInstance(paths))
+        if (options.isStartedByBus)
             return App::success;
+        if (const auto exitCode = activateInstance(paths))
+            return *exitCode;
         instanceLock = lockInstance(paths, adapterLog, isRunningAlready);
         if (isRunningAlready)
             return App::success;

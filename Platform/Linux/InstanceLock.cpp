@@ -2,15 +2,29 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fstream>
 #include <poll.h>
+#include <string>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace Platform::Linux {
 
 namespace {
+
+// The C library of Debian 12 declares pidfd_open() and pidfd_send_signal() without C linkage.
+FileDescriptor openProcess(pid_t process)
+{
+    return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
+}
+
+bool sendSignal(const FileDescriptor& process, int signal)
+{
+    return ::syscall(SYS_pidfd_send_signal, process.get(), signal, nullptr, 0U) == 0;
+}
 
 struct flock wholeFile()
 {
@@ -20,14 +34,44 @@ struct flock wholeFile()
     return lock;
 }
 
+/// Throws `std::system_error` for anything but a regular file, which may block.
+FileDescriptor openLockFile(const std::filesystem::path& file, int flags)
+{
+    FileDescriptor descriptor(
+        ::open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    if (!descriptor)
+        throw std::system_error(errno, std::generic_category(), file.string());
+    struct stat status {};
+    if (::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        throw std::system_error(EINVAL, std::generic_category(),
+                                file.string() + " is not a regular file; remove it");
+    return descriptor;
+}
+
+/// Name and users of a process. Unlike its executable, any user may read them; see proc(5).
+struct ProcessIdentity {
+    std::string name;
+    std::string users;
+
+    explicit ProcessIdentity(const std::string& process)
+    {
+        std::ifstream status("/proc/" + process + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("Name:"))
+                name = line;
+            else if (line.starts_with("Uid:"))
+                users = line;
+        }
+    }
+    bool operator==(const ProcessIdentity&) const = default;
+};
+
 } // namespace
 
 std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& file)
 {
     createPrivateFolders(file.parent_path());
-    FileDescriptor descriptor(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!descriptor)
-        throw std::system_error(errno, std::generic_category(), file.string());
+    FileDescriptor descriptor = openLockFile(file, O_RDWR | O_CREAT);
     struct flock lock = wholeFile();
     if (::fcntl(descriptor.get(), F_SETLK, &lock) == 0)
         return InstanceLock(std::move(descriptor));
@@ -36,23 +80,43 @@ std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& f
     throw std::system_error(errno, std::generic_category(), file.string());
 }
 
-std::optional<pid_t> InstanceLock::holder(const std::filesystem::path& file)
+std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::path& file)
 {
-    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
     struct flock lock = wholeFile();
-    if (!descriptor || ::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
-        return std::nullopt;
-    return lock.l_pid;
+    try {
+        const FileDescriptor descriptor = openLockFile(file, O_RDONLY);
+        if (::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
+            return std::nullopt;
+    } catch (const std::system_error&) {
+        return std::nullopt; // No file that an application could hold.
+    }
+    // 0 for a process outside our PID namespace, negative for a lock of an open file or of another machine.
+    return Holder{lock.l_pid > 0 ? std::optional(lock.l_pid) : std::nullopt};
 }
 
-bool InstanceLock::isEnding(pid_t holder, std::chrono::milliseconds time)
+InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::path& file, int signal,
+                                                       std::chrono::milliseconds time)
 {
-    // The library of this system has no pidfd_open() of its own.
-    const FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, holder, 0U)));
+    const auto found = holder(file);
+    if (!found)
+        return SignalOutcome::ended;
+    if (!found->process)
+        return SignalOutcome::elsewhere;
+    const FileDescriptor process = openProcess(*found->process);
     if (!process)
-        return errno == ESRCH;
+        return errno == ESRCH ? SignalOutcome::ended : SignalOutcome::foreign;
+    // The number may belong to another process by now. If it still holds the lock, the descriptor is of the
+    // holder, and from here on nothing else can be signaled through it.
+    const auto confirmed = holder(file);
+    if (!confirmed || confirmed->process != found->process)
+        return SignalOutcome::ended;
+    if (ProcessIdentity(std::to_string(*found->process)) != ProcessIdentity("self"))
+        return SignalOutcome::foreign;
+    if (!sendSignal(process, signal))
+        return errno == ESRCH ? SignalOutcome::ended : SignalOutcome::foreign;
     pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
-    return ::poll(&end, 1, static_cast<int>(time.count())) == 1;
+    return ::poll(&end, 1, static_cast<int>(time.count())) == 1 ? SignalOutcome::ended
+                                                                : SignalOutcome::delivered;
 }
 
 } // namespace Platform::Linux

@@ -17,10 +17,27 @@ public:
     /// be made.
     static std::optional<InstanceLock> acquire(const std::filesystem::path& file);
 
-    /// The process that holds the lock of this file, if any does. Leaves the lock alone.
-    static std::optional<pid_t> holder(const std::filesystem::path& file);
-    /// Whether a holder ends within this time.
-    static bool isEnding(pid_t holder, std::chrono::milliseconds time);
+    struct Holder {
+        /// Absent when it runs where this process sees no number of it: in another container, or on another
+        /// machine that shares the folder.
+        std::optional<pid_t> process;
+    };
+    /// Returns who holds the lock of this file; absent when it is free. Does not take the lock.
+    static std::optional<Holder> holder(const std::filesystem::path& file);
+
+    enum class SignalOutcome {
+        delivered,
+        /// The holder ended within the time given, or the lock was free.
+        ended,
+        /// It cannot be signaled from here; see `Holder`.
+        elsewhere,
+        /// It is not this program, or not this user's.
+        foreign,
+    };
+    /// Sends the signal to the holder, if that is a process of this program and this user, and waits for its
+    /// end for at most this long.
+    static SignalOutcome signalHolder(const std::filesystem::path& file, int signal,
+                                      std::chrono::milliseconds time);
 
 private:
     explicit InstanceLock(FileDescriptor file) : m_file(std::move(file)) {}

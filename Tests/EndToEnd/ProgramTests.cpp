@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <fcntl.h>
 #include <regex>
 
 using namespace std::chrono_literals;
+using Platform::Linux::FileDescriptor;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -71,6 +73,34 @@ TEST_F(ProgramTest, SecondLaunchLeavesTheFirstAlone)
     const auto status = qvctlJSON({"status"});
     EXPECT_EQ(status.at("configVersion").as_int64(), 1);
     EXPECT_EQ(status.at("processId").as_int64(), first->processId());
+}
+
+TEST_F(ProgramTest, HolderThatIsNotThisAppIsLeftAlone)
+{
+    const auto file = device.path("data/quorvane-mdm/instance.lock");
+    std::filesystem::create_directories(file.parent_path());
+    struct Case {
+        int command;
+        const char* line;
+    };
+    // This process holds the lock, and a signal would end it.
+    const Case cases[] = {
+        {F_OFD_SETLK, "in another container or on another machine"},
+        {F_SETLK, "another program holds "},
+    };
+    for (const Case& row : cases) {
+        const FileDescriptor held(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        ASSERT_EQ(::fcntl(held.get(), row.command, &lock), 0);
+        const auto launch = device.startApplication();
+        EXPECT_EQ(launch->waitForExit(), 69);
+        EXPECT_THAT(launch->lines(), ElementsAre(HasSubstr(row.line)));
+        const auto status = qvctlJSON({"status"});
+        EXPECT_TRUE(status.at("isRunning").as_bool());
+        EXPECT_EQ(status.at("processId").is_null(), row.command == F_OFD_SETLK);
+    }
+    EXPECT_FALSE(qvctlJSON({"status"}).at("isRunning").as_bool());
 }
 
 TEST_F(ProgramTest, StartForAPushShowsNothingAndMakesWayForTheUser)

@@ -4,6 +4,7 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Platform/Date.h"
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/InstanceLock.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Findings.h"
 #include "Tools/qvctl/InspectedStore.h"
@@ -25,8 +26,8 @@ struct Examination {
     std::optional<Core::ValidatedConfig> policy = {};
     /// What the application has stored of it.
     std::optional<Core::ConfigurationSnapshot> snapshot = {};
-    /// The process of the application.
-    std::optional<pid_t> application = {};
+    /// The running application.
+    std::optional<Platform::Linux::InstanceLock::Holder> application = {};
 };
 
 // The chain, link by link. Each function makes the checks of one link in their order; what a check is called

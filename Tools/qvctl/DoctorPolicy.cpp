@@ -302,8 +302,11 @@ void examineState(Examination& examination)
         return;
     if (isFolderThere)
         examination.application = InstanceLock::holder(examination.paths->instanceLock());
-    if (examination.application)
-        findings.ok("app.running", fmt::format("The app runs as process {}.", *examination.application));
+    if (examination.application && examination.application->process)
+        findings.ok("app.running",
+                    fmt::format("The app runs as process {}.", *examination.application->process));
+    else if (examination.application)
+        findings.ok("app.running", "The app runs in another container or on another machine.");
     else
         findings.failed("app.running",
                         isFolderThere ? "The app does not run: no change of the policy and no push comes in."

@@ -129,7 +129,8 @@ void examineUpload(Examination& examination)
         return;
     }
     try {
-        const auto lines = newestEntries(examination.application);
+        const auto lines =
+            newestEntries(examination.application ? examination.application->process : std::nullopt);
         if (lines.empty())
             findings.skipped(identifier, "The journal has no line of the app that this user may read.");
         else if (const JournalEntry* outcome = readableOutcome(lines))

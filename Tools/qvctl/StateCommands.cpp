@@ -38,7 +38,7 @@ struct DeviceState {
     Platform::AuthorizationStatus permission;
     std::optional<std::string> token;
     std::size_t historyCount;
-    std::optional<pid_t> process;
+    std::optional<InstanceLock::Holder> instance;
     /// What could not be read, and the exit code for it; empty when all could.
     std::string problem;
     ExitCode exitCode = success;
@@ -58,7 +58,7 @@ DeviceState readState(const Options& options)
         .permission = device.shellState.authorizationStatus(),
         .token = standard.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken),
         .historyCount = NotificationPayloadProcessor::payloadSummaries(standard, all).size(),
-        .process = InstanceLock::holder(device.paths.instanceLock()),
+        .instance = InstanceLock::holder(device.paths.instanceLock()),
         .problem = device.firstProblem(),
         .exitCode = device.firstProblem().empty() ? success : unavailable,
     };
@@ -113,9 +113,11 @@ void printStatus(const DeviceState& state, const Options& options)
                                                    : styled("{}, {} bytes", toned(Tone::good, "present"),
                                                             state.token->size() / 2));
     printRow("history", std::to_string(state.historyCount));
-    printRow("Application", state.process
-                                ? styled("{}, process {}", toned(Tone::good, "running"), *state.process)
-                                : toned(Tone::warning, "not running"));
+    printRow("Application",
+             !state.instance ? toned(Tone::warning, "not running")
+             : state.instance->process
+                 ? styled("{}, process {}", toned(Tone::good, "running"), *state.instance->process)
+                 : styled("{}, in another container or on another machine", toned(Tone::good, "running")));
 }
 
 json::object statusJSON(const DeviceState& state, const Options& options)
@@ -139,7 +141,9 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     if (options.isRevealing && state.token)
         object["deviceToken"] = *state.token;
     object["historyCount"] = state.historyCount;
-    object["processId"] = state.process ? json::value(*state.process) : json::value();
+    object["isRunning"] = state.instance.has_value();
+    object["processId"] =
+        state.instance && state.instance->process ? json::value(*state.instance->process) : json::value();
     if (!state.problem.empty())
         object["error"] = state.problem;
     return object;

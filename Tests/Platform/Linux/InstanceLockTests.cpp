@@ -1,0 +1,159 @@
+#include "Platform/Linux/InstanceLock.h"
+
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <csignal>
+#include <fcntl.h>
+#include <functional>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+using Platform::Linux::FileDescriptor;
+using Platform::Linux::InstanceLock;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+using Outcome = InstanceLock::SignalOutcome;
+
+namespace {
+
+/// A second process, killed with this object.
+class Child {
+public:
+    /// Runs `prepare` in the new process and returns when it is done. A false result ends the process.
+    explicit Child(const std::function<bool()>& prepare)
+    {
+        std::array<int, 2> ends{};
+        if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+            throw std::system_error(errno, std::generic_category(), "pipe");
+        const FileDescriptor reading(ends[0]);
+        FileDescriptor writing(ends[1]);
+        m_process = ::fork();
+        if (m_process == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (!prepare())
+                ::_exit(1);
+            static_cast<void>(::write(writing.get(), "", 1) == 1);
+            while (true)
+                ::pause();
+        }
+        writing = FileDescriptor();
+        char ready = 0;
+        m_isReady = ::read(reading.get(), &ready, 1) == 1;
+    }
+    ~Child()
+    {
+        ::kill(m_process, SIGKILL);
+        ::waitpid(m_process, nullptr, 0);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    [[nodiscard]] bool isReady() const { return m_isReady; }
+    [[nodiscard]] pid_t process() const { return m_process; }
+    [[nodiscard]] bool isAlive() const { return ::waitpid(m_process, nullptr, WNOHANG) == 0; }
+
+private:
+    pid_t m_process = -1;
+    bool m_isReady = false;
+};
+
+class InstanceLockTest : public testing::Test {
+protected:
+    [[nodiscard]] bool lock(int command = F_SETLK) const
+    {
+        struct flock whole {};
+        whole.l_type = F_WRLCK;
+        // Left open, and so locked, for the life of the process.
+        return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
+    }
+    [[nodiscard]] Outcome signalHolder(std::chrono::milliseconds time = std::chrono::milliseconds(10)) const
+    {
+        return InstanceLock::signalHolder(file, SIGUSR1, time);
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path file = folder.path("instance.lock");
+};
+
+TEST_F(InstanceLockTest, SignalsThisProgramAlone)
+{
+    EXPECT_FALSE(InstanceLock::holder(file));
+    EXPECT_EQ(signalHolder(), Outcome::ended);
+    {
+        const Child deaf([&] { return std::signal(SIGUSR1, SIG_IGN) != SIG_ERR && lock(); });
+        EXPECT_EQ(InstanceLock::holder(file)->process, deaf.process());
+        EXPECT_FALSE(InstanceLock::acquire(file));
+        EXPECT_EQ(signalHolder(), Outcome::delivered);
+        EXPECT_TRUE(deaf.isAlive());
+    }
+    {
+        const Child leaving([&] { return lock(); });
+        EXPECT_EQ(signalHolder(std::chrono::seconds(10)), Outcome::ended);
+        EXPECT_FALSE(leaving.isAlive());
+    }
+    {
+        const Child otherProgram([&] { return ::prctl(PR_SET_NAME, "other") == 0 && lock(); });
+        EXPECT_EQ(InstanceLock::holder(file)->process, otherProgram.process());
+        EXPECT_EQ(signalHolder(), Outcome::foreign);
+        EXPECT_TRUE(otherProgram.isAlive());
+    }
+    if (::geteuid() == 0) {
+        const Child otherUser([&] { return lock() && ::setuid(12345) == 0; });
+        EXPECT_EQ(signalHolder(), Outcome::foreign);
+        EXPECT_TRUE(otherUser.isAlive());
+    }
+    EXPECT_TRUE(InstanceLock::acquire(file));
+}
+
+TEST_F(InstanceLockTest, HolderWithoutANumberIsElsewhere)
+{
+    {
+        const Child openFileLock([&] { return lock(F_OFD_SETLK); });
+        ASSERT_TRUE(openFileLock.isReady());
+        ASSERT_TRUE(InstanceLock::holder(file));
+        EXPECT_EQ(InstanceLock::holder(file)->process, std::nullopt);
+        EXPECT_EQ(signalHolder(), Outcome::elsewhere);
+        EXPECT_FALSE(InstanceLock::acquire(file));
+    }
+    ASSERT_TRUE(lock());
+    const auto leaveNamespace = [] {
+        return ::unshare(CLONE_NEWPID) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWPID) == 0;
+    };
+    if (!Child(leaveNamespace).isReady())
+        GTEST_SKIP() << "no PID namespace can be made here";
+    const Child container([&] {
+        if (!leaveNamespace())
+            return false;
+        const pid_t first = ::fork();
+        if (first == 0) {
+            // This process, the holder, has the number 0 here.
+            const auto holder = InstanceLock::holder(file);
+            ::_exit(holder && !holder->process && signalHolder() == Outcome::elsewhere ? 0 : 1);
+        }
+        int status = -1;
+        return ::waitpid(first, &status, 0) == first && status == 0;
+    });
+    EXPECT_TRUE(container.isReady());
+}
+
+TEST_F(InstanceLockTest, OnlyARegularFileIsALock)
+{
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    EXPECT_FALSE(InstanceLock::holder(file));
+    EXPECT_THAT([&] { InstanceLock::acquire(file); },
+                ThrowsMessage<std::system_error>(HasSubstr("instance.lock is not a regular file")));
+    std::filesystem::remove(file);
+    std::filesystem::create_symlink("elsewhere", file);
+    EXPECT_FALSE(InstanceLock::holder(file));
+    EXPECT_THROW(InstanceLock::acquire(file), std::system_error);
+    EXPECT_FALSE(std::filesystem::exists(folder.path("elsewhere")));
+}
+
+} // namespace
