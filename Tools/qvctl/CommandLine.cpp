@@ -1,5 +1,6 @@
 #include "Tools/qvctl/CommandLine.h"
 
+#include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/Linux/SystemClock.h"
 #include "Tools/qvctl/Output.h"
@@ -221,9 +222,9 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
     } catch (const CLI::ParseError& error) {
         // Parsing may have ended before this option.
         m_options.isJSON |= std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-        const int code = fail(m_options, usage, usageError(error));
-        writeDiagnostics("Try qvctl --help.\n");
-        return code;
+        return failUsage(usageError(error));
+    } catch (const Platform::Linux::InvalidPolicyPath& error) {
+        return failUsage(error.what());
     } catch (const OutputError&) {
         throw;
     } catch (const VerbError& error) {
@@ -233,6 +234,13 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
     } catch (const std::exception& error) {
         return fail(m_options, internal, error.what());
     }
+}
+
+int CommandLine::failUsage(const std::string& reason) const
+{
+    const int code = fail(m_options, usage, reason);
+    writeDiagnostics("Try qvctl --help.\n");
+    return code;
 }
 
 /// What is wrong with the command line. For a mistyped verb the library only knows that a verb is missing.

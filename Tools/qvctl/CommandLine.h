@@ -32,6 +32,7 @@ public:
 
 private:
     [[nodiscard]] int parseAndRun(int argc, const char* const* argv);
+    [[nodiscard]] int failUsage(const std::string& reason) const;
     [[nodiscard]] std::string usageError(const CLI::ParseError& error) const;
     void addStateVerbs();
     void addDoctor();

@@ -1,4 +1,3 @@
-#include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/qvctl/CommandLine.h"
@@ -20,9 +19,6 @@ int main(int argc, char** argv)
     } catch (const OutputError& error) {
         printError("{}", error.what());
         return unavailable;
-    } catch (const Platform::Linux::InvalidPolicyPath& error) {
-        printError("{}\nTry qvctl --help.", error.what());
-        return usage;
     } catch (const std::exception& error) {
         printError("{}", error.what());
         return internal;
