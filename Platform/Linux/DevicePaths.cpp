@@ -85,7 +85,7 @@ std::vector<fs::path> DevicePaths::policyCandidates(const std::optional<std::str
                                     error.message() + "); use an absolute path");
         return {std::move(file)};
     }
-    const fs::path folder = "/etc/quorvane-mdm";
+    const fs::path folder = policyFolder;
     return {folder / "managed.plist", folder / "managed.json"};
 }
 

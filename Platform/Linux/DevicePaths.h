@@ -15,6 +15,9 @@ inline constexpr std::string_view applicationIdentifier = "com.quorvane.mdm";
 /// Under which the application's lines stand in the journal.
 inline constexpr std::string_view journalIdentifier = "quorvane-mdm";
 
+/// Where device management delivers the policy unless it is told otherwise.
+inline constexpr std::string_view policyFolder = "/etc/quorvane-mdm";
+
 /// The policy path given by the user cannot be that of a file.
 class InvalidPolicyPath : public std::runtime_error {
     using std::runtime_error::runtime_error;

@@ -243,14 +243,21 @@ ExitCode configSet(const Options& options, const std::string& file)
         writeDiagnostics(findingLine(file, finding, styled("{}", severityName(finding.severity))));
 
     const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
-    const std::filesystem::path installed =
+    const Installation result =
         installPolicy(paths.managedConfigurationCandidates, reading.bytes, reading.document.format);
-    const PolicyFileReading result = readPolicyFile(installed, TrustCheck::required);
+    if (!result.closedFolder.empty())
+        printError("other users cannot enter {}, so an app that one of them runs does not find the policy "
+                   "(chmod go+x)",
+                   result.closedFolder);
     if (options.isJSON)
-        printJSON({{"path", installed.string()}, {"findings", findingsJSON(findings)}});
+        printJSON({{"path", result.file.string()},
+                   {"outcome", result.isChanged ? "installed" : "unchanged"},
+                   {"findings", findingsJSON(findings)}});
+    else if (result.isChanged)
+        print("Installed {}\n", result.file);
     else
-        print("Installed {}\n", installed);
-    return result.state == State::good ? success : reportUnusable(options, result);
+        print("{} is unchanged: it has this content already\n", result.file);
+    return success;
 }
 
 ExitCode configClear(const Options& options)

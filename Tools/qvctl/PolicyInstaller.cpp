@@ -1,13 +1,10 @@
 #include "Tools/qvctl/PolicyInstaller.h"
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/PathWalk.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/TrustedFolder.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
-#include <string>
-#include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace Qvctl {
@@ -15,99 +12,100 @@ namespace Qvctl {
 namespace {
 
 namespace fs = std::filesystem;
-using Platform::Linux::FileDescriptor;
+using Platform::Linux::PathStep;
 using Platform::Linux::PropertyListFormat;
 
-[[noreturn]] void throwError(const fs::path& path)
+constexpr mode_t rootFileMode = 0644;
+constexpr mode_t rootFolderMode = 0755;
+constexpr mode_t userFileMode = 0600;
+constexpr mode_t userFolderMode = 0700;
+
+bool isRoot()
 {
-    throw std::system_error(errno, std::generic_category(), path.string());
+    return ::geteuid() == 0;
 }
 
-/// That of the file to be replaced; else what the application, which runs as the user, can read.
-mode_t modeFor(const fs::path& target)
+const fs::path& candidateFor(PropertyListFormat format, const std::vector<fs::path>& candidates)
 {
-    struct stat status {};
-    if (::stat(target.c_str(), &status) == 0)
-        return status.st_mode & 07777U & ~static_cast<mode_t>(S_IWGRP | S_IWOTH);
-    return ::geteuid() == 0 ? S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH : S_IRUSR | S_IWUSR;
+    const bool isJSON = format == PropertyListFormat::json;
+    for (const fs::path& candidate : candidates) {
+        if ((candidate.extension() == ".json") == isJSON)
+            return candidate;
+    }
+    return candidates.front();
 }
 
-/// A file that is removed again unless it was renamed to its final name.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const fs::path& target)
-        : m_path(target.parent_path() / ("." + target.filename().string() + ".XXXXXX")),
-          m_file(::mkostemp(m_path.data(), O_CLOEXEC))
-    {
-        if (!m_file)
-            throwError(target.parent_path());
+/// The candidates that are there, each of which is no folder.
+std::vector<fs::path> presentFiles(const TrustedFolder& folder, const std::vector<fs::path>& candidates)
+{
+    std::vector<fs::path> files;
+    for (const fs::path& candidate : candidates) {
+        const auto status = folder.status(candidate.filename());
+        if (status && S_ISDIR(status->st_mode))
+            throw VerbError(configuration, "nothing was changed, since " + candidate.string() +
+                                               " is a folder: move it away");
+        if (status)
+            files.push_back(candidate);
     }
-    ~TemporaryFile()
-    {
-        if (!m_isRenamed)
-            ::unlink(m_path.c_str());
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    return files;
+}
 
-    void write(std::string_view bytes, mode_t mode)
-    {
-        if (::fchmod(m_file.get(), mode) != 0)
-            throwError(m_path);
-        Platform::Linux::writeAll(m_file.get(), bytes);
-        if (::fsync(m_file.get()) != 0)
-            throwError(m_path);
-    }
-    void renameTo(const fs::path& target)
-    {
-        if (::rename(m_path.c_str(), target.c_str()) != 0)
-            throwError(target);
-        m_isRenamed = true;
-    }
+bool isInstalled(const TrustedFolder& folder, const fs::path& target, std::string_view bytes, mode_t mode)
+{
+    const auto status = folder.status(target.filename());
+    return status && S_ISREG(status->st_mode) && status->st_uid == ::geteuid() &&
+           (status->st_mode & 07777U) == mode && folder.read(target.filename(), bytes.size() + 1) == bytes;
+}
 
-private:
-    std::string m_path;
-    FileDescriptor m_file;
-    bool m_isRenamed = false;
-};
+fs::path closedFolder(const fs::path& file)
+{
+    for (const PathStep& step : Platform::Linux::walkPath(file)) {
+        if (step.kind == PathStep::Kind::folder && (step.status.st_mode & S_IXOTH) == 0)
+            return step.path;
+    }
+    return {};
+}
 
 } // namespace
 
-fs::path installPolicy(const std::vector<fs::path>& candidates, std::string_view bytes,
-                       PropertyListFormat format)
+Installation installPolicy(const std::vector<fs::path>& candidates, std::string_view bytes,
+                           PropertyListFormat format)
 {
-    const bool isJSON = format == PropertyListFormat::json;
-    fs::path target = candidates.front();
-    for (const fs::path& candidate : candidates) {
-        if ((candidate.extension() == ".json") == isJSON) {
-            target = candidate;
-            break;
+    const fs::path& target = candidateFor(format, candidates);
+    const mode_t fileMode = isRoot() ? rootFileMode : userFileMode;
+    const auto folder =
+        TrustedFolder::openOrCreate(target.parent_path(), isRoot() ? rootFolderMode : userFolderMode);
+    const auto present = presentFiles(folder, candidates);
+    Installation result;
+    result.file = target;
+    if (isRoot() && folder.path() == Platform::Linux::policyFolder && folder.mode() != rootFolderMode)
+        folder.setMode(rootFolderMode);
+    if (isInstalled(folder, target, bytes, fileMode) && present.size() == 1) {
+        result.isChanged = false;
+    } else {
+        folder.replace(target.filename(), bytes, fileMode);
+        for (const fs::path& file : present) {
+            if (file != target)
+                folder.remove(file.filename());
         }
+        folder.synchronize();
     }
-    std::error_code error;
-    fs::create_directories(target.parent_path(), error);
-    if (error)
-        throw std::system_error(error, target.parent_path().string());
-    TemporaryFile file(target);
-    file.write(bytes, modeFor(target));
-    file.renameTo(target);
-    const FileDescriptor folder(::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (const fs::path& candidate : candidates) {
-        if (candidate != target)
-            fs::remove(candidate);
-    }
-    ::fsync(folder.get());
-    return target;
+    if (isRoot())
+        result.closedFolder = closedFolder(target);
+    return result;
 }
 
 std::vector<fs::path> removePolicy(const std::vector<fs::path>& candidates)
 {
-    std::vector<fs::path> removed;
-    for (const fs::path& candidate : candidates) {
-        if (fs::remove(candidate))
-            removed.push_back(candidate);
-    }
-    return removed;
+    const auto folder = TrustedFolder::open(candidates.front().parent_path());
+    if (!folder)
+        return {};
+    const auto present = presentFiles(*folder, candidates);
+    for (const fs::path& file : present)
+        folder->remove(file.filename());
+    if (!present.empty())
+        folder->synchronize();
+    return present;
 }
 
 } // namespace Qvctl

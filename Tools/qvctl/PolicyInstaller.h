@@ -8,13 +8,29 @@
 
 namespace Qvctl {
 
-/// Puts `bytes` in force as the managed configuration: replaces the candidate of that format in one step,
-/// then removes the other ones, which would hide or shadow it. Answers the file written. Throws
-/// `std::system_error` naming the file or folder; then nothing has changed.
-std::filesystem::path installPolicy(const std::vector<std::filesystem::path>& candidates,
-                                    std::string_view bytes, Platform::Linux::PropertyListFormat format);
+/// What came of installing a policy.
+struct Installation {
+    std::filesystem::path file;
+    /// False: the file held exactly these bytes already and nothing was written.
+    bool isChanged = true;
+    /// The first folder on the way to the file that other users cannot enter, so that their applications do
+    /// not find it; empty when there is none. Only for root.
+    std::filesystem::path closedFolder;
+};
 
-/// Removes every candidate that is there; answers which. Throws `std::system_error`.
+// Both functions first check that nobody but root and this user can change the folder of the policy or
+// anything on the way to it, by the rules of the application. They throw `VerbError` when that does not hold
+// or a folder stands in the place of a policy file, and `std::system_error` naming the file or folder when
+// the system refuses something; nothing has been changed then. All candidates are in one folder.
+
+/// Makes `bytes` the managed configuration: replaces the candidate of that format in one step, then removes
+/// the other ones, which would hide it or be hidden. The file belongs to this user and has mode 0644 for root
+/// and 0600 for others; missing folders are made with 0755 or 0700, and the folder of the system's policy
+/// gets 0755 again. The umask does not matter.
+Installation installPolicy(const std::vector<std::filesystem::path>& candidates, std::string_view bytes,
+                           Platform::Linux::PropertyListFormat format);
+
+/// Removes every candidate that is there and returns which. Removes no folder.
 std::vector<std::filesystem::path> removePolicy(const std::vector<std::filesystem::path>& candidates);
 
 } // namespace Qvctl

@@ -1,0 +1,138 @@
+// The verbs that install and remove a policy file, and what they do for root in folders of other users.
+
+#include "Tests/EndToEnd/ProgramTest.h"
+
+#include <gmock/gmock.h>
+
+using testing::HasSubstr;
+
+namespace {
+
+/// Any account but root.
+constexpr const char* twoUsers = R"(
+    [ $(id -u) = 0 ] && setpriv --reuid 65534 --clear-groups true || exit 77
+    as_user() { setpriv --reuid 65534 --clear-groups -- "$@"; }
+    folder=$DEVICE/shared
+    mkdir $folder
+    chmod 755 $DEVICE $folder
+    echo '{"api_key": "canary"}' > $DEVICE/policy.json
+    owner_and_mode() { stat -c '%u %a' "$1" 2>&1; }
+    set_policy() { $QVCTL config set $DEVICE/policy.json --managed-configuration "$1" 2>&1; echo "exit $?"; }
+    clear_policy() { $QVCTL config clear --managed-configuration "$1" 2>&1; echo "exit $?"; }
+)";
+constexpr int notHere = 77;
+
+TEST_F(ProgramTest, SetByRootCanBeReadByEveryUserWhateverTheUmask)
+{
+    const auto outcome = shellWithOwnPolicyFolder(R"(
+        folder=/etc/quorvane-mdm
+        echo '{"device_id": "DEV-1"}' > $DEVICE/policy.json
+        echo '<plist><dict><key>device_id</key><string>DEV-2</string></dict></plist>' > $DEVICE/policy.plist
+        try() { # WHAT SOURCE
+            $QVCTL config set $DEVICE/$2 | sed "s/^/$1: /"
+            stat -c '%a' $folder $folder/* | paste -s -d ' '
+        }
+        rmdir $folder; umask 077; try missing policy.json
+        chmod 700 $folder; chmod 600 $folder/managed.json; umask 0; try closed policy.json
+        chmod 6755 $folder/managed.json; try 'set user' policy.json
+        chmod 600 $DEVICE/policy.plist; umask 027; try 'other format' policy.plist
+        ln -sf $DEVICE/policy.plist $folder/managed.plist; try link policy.plist
+        mkfifo $folder/managed.json; try pipe policy.plist
+        try 'no change' policy.plist
+        rm $folder/*; mkdir $folder/managed.json; try folder policy.plist 2>&1
+        $QVCTL config clear 2>&1; ls -d $folder/managed.json
+    )");
+    if (!outcome)
+        GTEST_SKIP() << "needs root and a mount namespace";
+    EXPECT_EQ(outcome->output, R"(missing: Installed /etc/quorvane-mdm/managed.json
+755 644
+closed: Installed /etc/quorvane-mdm/managed.json
+755 644
+set user: Installed /etc/quorvane-mdm/managed.json
+755 644
+other format: Installed /etc/quorvane-mdm/managed.plist
+755 644
+link: Installed /etc/quorvane-mdm/managed.plist
+755 644
+pipe: Installed /etc/quorvane-mdm/managed.plist
+755 644
+no change: /etc/quorvane-mdm/managed.plist is unchanged: it has this content already
+755 644
+qvctl: nothing was changed, since /etc/quorvane-mdm/managed.json is a folder: move it away
+755 750
+qvctl: nothing was changed, since /etc/quorvane-mdm/managed.json is a folder: move it away
+/etc/quorvane-mdm/managed.json
+)");
+}
+
+TEST_F(ProgramTest, RootChangesNothingInFoldersThatAUserControls)
+{
+    const Outcome outcome = shell(std::string(twoUsers) + R"sh(
+        chown 65534 $folder
+        mkdir $DEVICE/roots
+        echo root > $DEVICE/roots/managed.json
+        as_user ln -s $DEVICE/roots $folder/link
+        as_user mkdir $folder/empty
+        as_user sh -c "echo {} > $folder/theirs.json; chmod 6755 $folder/theirs.json"
+        for place in managed.json new/managed.json theirs.json link/managed.json empty; do
+            echo "$place: $(set_policy $folder/$place | tail -n 1) $(clear_policy $folder/$place | tail -n 1)"
+        done
+        owner_and_mode $folder/theirs.json
+        cat $DEVICE/roots/managed.json
+        ls $folder
+        grep -rl canary $folder $DEVICE/roots
+        set_policy $folder/theirs.json
+    )sh");
+    if (outcome.exitCode == notHere)
+        GTEST_SKIP() << "needs root";
+    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(managed.json: exit 78 exit 78
+new/managed.json: exit 78 exit 78
+theirs.json: exit 78 exit 78
+link/managed.json: exit 78 exit 78
+empty: exit 64 exit 64
+65534 6755
+root
+empty
+link
+theirs.json
+qvctl: nothing was changed, since the app would not trust a policy in [^ ]*/shared: [^ ]*/shared belongs to user 65534: .*
+exit 78
+)"));
+}
+
+TEST_F(ProgramTest, APolicyOfOnesOwnIsForOnesselfAlone)
+{
+    const Outcome outcome = shell(std::string(twoUsers) + R"(
+        chmod 1777 $folder # As /tmp.
+        umask 0
+        as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/sub/folder/own.json
+        for entry in $folder/sub $folder/sub/folder $folder/sub/folder/own.json; do
+            echo $(owner_and_mode $entry)
+        done
+        umask 077
+        as_user sh -c "echo {} > $folder/theirs.json"
+        set_policy $folder/theirs.json
+        owner_and_mode $folder/theirs.json
+        mkdir $DEVICE/closed
+        set_policy $DEVICE/closed/managed.json
+        as_user mkdir $folder/writable
+        as_user chmod 775 $folder/writable
+        as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/writable/own.json
+    )");
+    if (outcome.exitCode == notHere)
+        GTEST_SKIP() << "needs root";
+    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(Installed [^ ]*/own.json
+65534 700
+65534 700
+65534 600
+Installed [^ ]*/theirs.json
+exit 0
+0 644
+qvctl: other users cannot enter [^ ]*/closed, so an app that one of them runs does not find the policy .*
+Installed [^ ]*/closed/managed.json
+exit 0
+qvctl: nothing was changed, .*/writable can be written by others \(mode 0775\).*
+)"));
+}
+
+} // namespace
