@@ -43,6 +43,28 @@ PolicyFileReading failed(PolicyFileReading reading, State state, std::string rea
     return reading;
 }
 
+/// `reading` with what the open file holds.
+PolicyFileReading parsed(PolicyFileReading reading, int descriptor, WithPlaces withPlaces)
+{
+    try {
+        reading.bytes = readAll(descriptor);
+        reading.document = readPropertyList(reading.bytes, withPlaces);
+        if (reading.document.root.dictionary() == nullptr) {
+            const char* found = reading.document.root.typeName();
+            return failed(std::move(reading), State::malformed,
+                          fmt::format("holds one {} where a dictionary is expected", found));
+        }
+        reading.state = State::good;
+    } catch (const PropertyListError& error) {
+        reading.position = error.position();
+        return failed(std::move(reading), State::malformed, error.description());
+    } catch (const std::system_error& error) {
+        return failed(std::move(reading), State::unreadable,
+                      "cannot be read: " + errorText(error.code().value()));
+    }
+    return reading;
+}
+
 } // namespace
 
 std::string PolicyFileReading::diagnostic() const
@@ -82,23 +104,14 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
         return failed(std::move(reading), State::unreadable, "cannot be opened: " + errorText(openError));
     if (!S_ISREG(status.st_mode))
         return failed(std::move(reading), State::unreadable, "is not a regular file");
-    try {
-        reading.bytes = readAll(file.get());
-        reading.document = readPropertyList(reading.bytes, withPlaces);
-        if (reading.document.root.dictionary() == nullptr) {
-            const char* found = reading.document.root.typeName();
-            return failed(std::move(reading), State::malformed,
-                          fmt::format("holds one {} where a dictionary is expected", found));
-        }
-        reading.state = State::good;
-    } catch (const PropertyListError& error) {
-        reading.position = error.position();
-        return failed(std::move(reading), State::malformed, error.description());
-    } catch (const std::system_error& error) {
-        return failed(std::move(reading), State::unreadable,
-                      "cannot be read: " + errorText(error.code().value()));
-    }
-    return reading;
+    return parsed(std::move(reading), file.get(), withPlaces);
+}
+
+PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name, WithPlaces withPlaces)
+{
+    PolicyFileReading reading;
+    reading.path = name;
+    return parsed(std::move(reading), descriptor, withPlaces);
 }
 
 PolicyFileReading readFirstPolicyFile(const std::vector<std::filesystem::path>& candidates,

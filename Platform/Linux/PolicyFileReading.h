@@ -42,6 +42,11 @@ enum class TrustCheck { required, skipped };
 PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck trustCheck,
                                  WithPlaces withPlaces = WithPlaces::no);
 
+/// Reads to its end what is open as `descriptor`, a pipe or a terminal for example, without a check of trust.
+/// `name` is for the diagnostics. Never throws for anything that is read.
+PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name,
+                                   WithPlaces withPlaces = WithPlaces::no);
+
 /// The reading that counts among `candidates`, best first: that of the first file that is there and is
 /// believed; else `missing`. `passedOver`, when given, receives the untrusted ones met on the way.
 PolicyFileReading readFirstPolicyFile(const std::vector<std::filesystem::path>& candidates,

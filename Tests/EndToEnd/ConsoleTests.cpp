@@ -349,6 +349,7 @@ const Completion completions[] = {
     {"qvctl --json config s", {"show", "set", "schema"}},
     {"qvctl --managed-configuration config st", {"status"}},
     {"qvctl config lint ", {"a file.json", "b.json"}},
+    {"qvctl config lint b.json ", {"a file.json", "b.json"}},
     {"qvctl --managed-configuration b", {"b.json"}},
     {"qvctl config schema --format ", {"json-schema", "appconfig", "sample"}},
     {"qvctl config schema --format=s", {"sample"}},

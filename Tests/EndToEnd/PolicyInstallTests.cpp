@@ -1,4 +1,4 @@
-// The verbs that install and remove a policy file, and what they do for root in folders of other users.
+// The verbs that check and install a policy file, and what they do for root in folders of other users.
 
 #include "Tests/EndToEnd/ProgramTest.h"
 
@@ -21,6 +21,81 @@ constexpr const char* twoUsers = R"(
     clear_policy() { $QVCTL config clear --managed-configuration "$1" 2>&1; echo "exit $?"; }
 )";
 constexpr int notHere = 77;
+
+TEST_F(ProgramTest, LintTakesSeveralFilesAndStreams)
+{
+    device.write(device.path("good.json"), R"({"base_domain": "https://a.b"})");
+    device.write(device.path("bad.json"), R"({"api_key": ["canary"]})");
+    struct Case {
+        const char* command;
+        int exitCode;
+        const char* output;
+    };
+    const Case cases[] = {
+        {"config lint good.json bad.json good.json", 78,
+         "good.json: no problems found\nbad.json:1:13: error: api_key holds ********"},
+        {"config lint none.json good.json", 66, "none.json: there is no such file\ngood.json: no problems"},
+        {"config lint bad.json none.json", 78, "none.json: there is no such file"},
+        {"config lint --json bad.json good.json | grep -c '^{\"version\":1,\"path\"'", 78, "2\n"},
+        {"config lint --json none.json", 66, R"({"version":1,"path":"none.json","error":")"},
+        {"config lint - < bad.json", 78, "-:1:13: error: api_key"},
+        {"config lint /dev/stdin < good.json", 0, "/dev/stdin: no problems"},
+        {"config lint <(sleep 0.1; cat bad.json)", 78, ":1:13: error: api_key"},
+        {"config lint - < /dev/null", 78, "is empty"},
+        {"config lint /dev/zero", 78, "/dev/zero: error"},
+        {"config lint .", 66, "is not a regular file"},
+        {"config explain - < good.json", 0, "https://a.b"},
+        {"config lint ''", 64, "FILE: the name of a file is needed"},
+        {"config lint good.json ''", 64, "FILE: the name of a file is needed"},
+        {"config explain ''", 64, "FILE: the name of a file is needed"},
+        {"config set ''", 64, "FILE: the name of a file is needed"},
+        {"push ''", 64, "FILE: the name of a file is needed"},
+        {"config show --managed-configuration '' --json", 64, R"({"version":1,"error":"--managed-conf)"},
+    };
+    for (const Case& row : cases) {
+        const Outcome outcome = shell(std::string("set -o pipefail; cd $DEVICE; $QVCTL ") + row.command);
+        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.command << outcome.output;
+        EXPECT_THAT(outcome.output, HasSubstr(row.output)) << row.command;
+    }
+}
+
+TEST_F(ProgramTest, SetRefusesWhatLintRejectsAndLeavesAloneWhatIsInstalled)
+{
+    device.write(device.path("bad.json"), R"({"api_key": ["canary"], "device_id": " D "})");
+    device.write(device.path("good.json"), R"({"api_key": "canary", "device_id": " D "})");
+    device.write(device.path("half.json"), R"({"api_key": )");
+    struct Case {
+        const char* arguments;
+        int exitCode;
+        const char* output;
+        /// The installed content afterwards.
+        const char* file;
+    };
+    const Case cases[] = {
+        {"good.json", 0, "good.json:1:36: note: device_id has white space at an end", "good.json"},
+        {"bad.json", 78, "bad.json:1:13: error: api_key holds ********", "good.json"},
+        {"bad.json", 78,
+         "bad.json was not installed: correct its errors, or install it as it is with --force", "good.json"},
+        {"bad.json --json", 78, R"("outcome":"refused","findings":[{"severity":"error")", "good.json"},
+        {"half.json", 78, "half.json:1:13: error: the file is not taken", "good.json"},
+        {"half.json --force", 78, "half.json was not installed: it cannot be parsed", "good.json"},
+        {"good.json", 0, "managed.json is unchanged", "good.json"},
+        {"good.json --json", 0, R"("outcome":"unchanged")", "good.json"},
+        {"bad.json --force", 0, "Installed ", "bad.json"},
+        {"- < good.json", 0, "Installed ", "good.json"},
+        {"good.json; chmod 640 $QUORVANE_MANAGED_CONFIGURATION; $QVCTL config set good.json", 0, "Installed ",
+         "good.json"},
+    };
+    for (const Case& row : cases) {
+        const Outcome outcome = shell(std::string("cd $DEVICE; $QVCTL config set ") + row.arguments);
+        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.arguments << outcome.output;
+        EXPECT_THAT(outcome.output, HasSubstr(row.output)) << row.arguments;
+        EXPECT_THAT(outcome.output, testing::Not(HasSubstr("canary"))) << row.arguments;
+        EXPECT_EQ(shell(std::string("cmp $QUORVANE_MANAGED_CONFIGURATION $DEVICE/") + row.file).exitCode, 0)
+            << row.arguments;
+    }
+    EXPECT_EQ(shell("ls -A $DEVICE/policy").output, "managed.json\n") << "something was left behind";
+}
 
 TEST_F(ProgramTest, SetByRootCanBeReadByEveryUserWhateverTheUmask)
 {

@@ -51,8 +51,8 @@ CommandDescription describeBelow(const CLI::App& parser, const std::string& path
         if (isHelpOfVerb)
             continue; // The same as that of the program.
         if (option->get_positional())
-            command.arguments.push_back(
-                {describeValue(*option), option->get_description(), option->get_required()});
+            command.arguments.push_back({describeValue(*option), option->get_description(),
+                                         option->get_required(), option->get_items_expected_max() > 1});
         else
             command.options.push_back(describeOption(*option));
     }

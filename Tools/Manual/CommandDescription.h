@@ -31,6 +31,8 @@ struct ArgumentDescription {
     ValueDescription value;
     std::string text;
     bool isRequired = false;
+    /// Whether several may follow each other.
+    bool isRepeated = false;
 };
 
 /// A program, a verb, or a word that verbs follow.

@@ -144,7 +144,7 @@ std::string verbSection(const CommandDescription& verb)
 {
     std::string synopsis = bold(verb.path.substr(verb.path.find(' ') + 1));
     for (const ArgumentDescription& argument : verb.arguments) {
-        const std::string name = italic(argument.value.placeholder);
+        const std::string name = italic(argument.value.placeholder) + (argument.isRepeated ? " [...]" : "");
         synopsis += argument.isRequired ? " " + name : " [" + name + "]";
     }
     std::string text = fmt::format(".SS {}\n{}", "\"" + synopsis + "\"", sentence(verb.text));

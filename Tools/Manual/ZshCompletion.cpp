@@ -66,7 +66,7 @@ std::string completionOf(const CommandDescription& program, const CommandDescrip
     for (const OptionDescription& option : optionsAt(program, command))
         rules.push_back(rule(option));
     for (const ArgumentDescription& argument : command.arguments)
-        rules.push_back(fmt::format("':{}'", action(argument.value)));
+        rules.push_back(fmt::format("'{}{}'", argument.isRepeated ? "*" : ":", action(argument.value)));
     const std::string name = functionName(command);
     if (command.verbs.empty())
         return fmt::format("{}() {{\n    _arguments \\\n        {}\n}}\n\n", name,

@@ -42,6 +42,15 @@ CLI::Option* addChoice(CLI::App& verb, const std::string& name, Value& value,
     return verb.add_option_function<std::string>(name, take, description)->check(CLI::IsMember(names));
 }
 
+CLI::Validator nameOfFile()
+{
+    return {[](const std::string& name) {
+                return name.empty() ? std::string("the name of a file is needed, and this one is empty")
+                                    : std::string();
+            },
+            ""};
+}
+
 void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
 {
     verb.add_option("--limit", limit, "Show at most so many, the newest")
@@ -160,19 +169,25 @@ void CommandLine::addDoctor()
 
 void CommandLine::addConfigVerbs()
 {
-    CLI::App& config = addGroup("config", "Look at, judge and change the managed configuration");
+    CLI::App& config = addGroup("config", "Show, check and change the managed configuration");
     addVerb(config, "show", "Show the managed dictionary", [this] { return configShow(m_options); });
-    addVerb(config, "lint", "Judge a file: every finding with its place, its effect and the mend",
-            [this] { return configLint(m_options, *m_file); })
-        .add_option("FILE", m_file, "The file to judge")
-        ->required();
-    addVerb(config, "explain", "Show the effective value of every key, and why", [this] {
-        return configExplain(m_options, m_file);
-    }).add_option("FILE", m_file, "A file to explain instead of the managed configuration of this device");
-    addVerb(config, "set", "Put a file in force as the managed configuration, in one step",
-            [this] { return configSet(m_options, *m_file); })
-        .add_option("FILE", m_file, "The file to install")
-        ->required();
+    addVerb(config, "lint", "Check policy files: list every problem with its location, effect and fix",
+            [this] { return configLint(m_options, m_files); })
+        .add_option("FILE", m_files, "The files to check; - reads standard input")
+        ->required()
+        ->check(nameOfFile());
+    addVerb(config, "explain", "Show the effective value of every key, and why",
+            [this] { return configExplain(m_options, m_file); })
+        .add_option(
+            "FILE", m_file,
+            "A file to explain instead of the managed configuration of this device; - reads standard input")
+        ->check(nameOfFile());
+    CLI::App& set = addVerb(config, "set", "Check a policy file and install it in one step",
+                            [this] { return configSet(m_options, *m_file, m_isForced); });
+    set.add_option("FILE", m_file, "The file to install; - reads standard input")
+        ->required()
+        ->check(nameOfFile());
+    set.add_flag("--force", m_isForced, "Install it even if it has errors that lint reports");
     addVerb(config, "clear", "Remove the managed configuration", [this] { return configClear(m_options); });
     addChoice<SchemaFormat>(
         addVerb(config, "schema", "Describe the keys for editors and management consoles",
@@ -194,7 +209,8 @@ void CommandLine::addNotificationVerbs()
     addVerb(*m_parser, "push", "Deliver a payload to the app, which must run with --push local",
             [this] { return push(m_options, *m_file); })
         .add_option("FILE", m_file, "A JSON object of at most 4096 bytes; - reads standard input")
-        ->required();
+        ->required()
+        ->check(nameOfFile());
     CLI::App& privacy = addGroup("privacy", "Decide in the user's place");
     using Platform::AuthorizationStatus;
     addPrivacyVerb(privacy, "grant", "Allow in the user's place", AuthorizationStatus::authorized);

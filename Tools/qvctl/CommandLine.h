@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -47,6 +48,8 @@ private:
     std::unique_ptr<CLI::App> m_parser;
     Options m_options;
     std::optional<std::string> m_file;
+    std::vector<std::string> m_files;
+    bool m_isForced = false;
     std::string m_service;
     SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
     std::optional<std::int64_t> m_limit;

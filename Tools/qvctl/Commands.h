@@ -9,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace Qvctl {
 
@@ -68,10 +69,12 @@ ExitCode snapshot(const Options& options);
 ExitCode watch(const Options& options);
 ExitCode log(const Options& options, const LogOptions& selection);
 ExitCode configShow(const Options& options);
-ExitCode configLint(const Options& options, const std::string& file);
+/// Checks each file; "-" is standard input, here and for the verbs that follow.
+ExitCode configLint(const Options& options, const std::vector<std::string>& files);
 /// Without a file: of the managed configuration of this device.
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file);
-ExitCode configSet(const Options& options, const std::string& file);
+/// Refuses a file with errors unless `isForced`.
+ExitCode configSet(const Options& options, const std::string& file, bool isForced);
 ExitCode configClear(const Options& options);
 ExitCode configSchema(const Options& options, SchemaFormat format);
 ExitCode notifications(const Options& options, std::int64_t limit);

@@ -125,6 +125,7 @@ void printJSON(json::object object)
 
 ExitCode fail(const Options& options, ExitCode code, std::string_view reason, json::object object)
 {
+    flushOutput(); // What was printed before comes before it.
     printError("{}", reason);
     if (options.isJSON) {
         object["error"] = reason;
