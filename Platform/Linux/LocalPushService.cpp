@@ -31,10 +31,10 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr std::string_view tokenKey = "LocalPush.Token";
 /// How long a peer may take from connecting to the end of its payload.
 constexpr std::chrono::seconds peerTime{10};
+/// Between two attempts to accept a peer.
+constexpr int retryMilliseconds = 50;
 /// How long a peer of ours waits for its answer.
 constexpr std::chrono::seconds answerTime{30};
-/// Others wait in the socket's own queue.
-constexpr std::size_t maximumPeerCount = 64;
 
 [[noreturn]] void failOn(const std::filesystem::path& socketFile, int errorNumber)
 {
@@ -114,6 +114,8 @@ Data randomToken()
 
 struct LocalPushService::Peer {
     FileDescriptor socket;
+    /// Connected, or sent something.
+    SteadyClock::time_point lastActivity;
     SteadyClock::time_point deadline;
     std::string bytes;
 };
@@ -173,8 +175,7 @@ void LocalPushService::serve()
     ::pthread_setname_np(::pthread_self(), "local push");
     std::vector<Peer> peers;
     while (true) {
-        std::vector<pollfd> waiting{{m_wakeUp.get(), POLLIN, 0}};
-        waiting.push_back({peers.size() < maximumPeerCount ? m_socket.get() : -1, POLLIN, 0});
+        std::vector<pollfd> waiting{{m_wakeUp.get(), POLLIN, 0}, {m_socket.get(), POLLIN, 0}};
         int timeout = -1;
         for (const Peer& peer : peers) {
             waiting.push_back({peer.socket.get(), POLLIN, 0});
@@ -205,12 +206,23 @@ void LocalPushService::serve()
 void LocalPushService::accept(std::vector<Peer>& peers) const
 {
     FileDescriptor socket(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!socket)
+    if (!socket) {
+        // Without a free descriptor the peer goes on waiting, and poll() would return at once.
+        pollfd ending{m_wakeUp.get(), POLLIN, 0};
+        ::poll(&ending, 1, retryMilliseconds);
         return;
-    if (isSameUser(socket))
-        peers.push_back({std::move(socket), SteadyClock::now() + peerTime, {}});
-    else
+    }
+    if (!isSameUser(socket)) {
         answer(socket, "only the user of this application may send to it");
+        return;
+    }
+    if (peers.size() == maximumPeerCount) {
+        const auto idlest = std::ranges::min_element(peers, {}, &Peer::lastActivity);
+        answer(idlest->socket, "too many others are connected; send the payload as soon as you connect");
+        peers.erase(idlest);
+    }
+    const auto now = SteadyClock::now();
+    peers.push_back({std::move(socket), now, now + peerTime, {}});
 }
 
 bool LocalPushService::read(Peer& peer)
@@ -222,6 +234,7 @@ bool LocalPushService::read(Peer& peer)
             continue;
         if (count < 0)
             return errno == EAGAIN;
+        peer.lastActivity = SteadyClock::now();
         peer.bytes.append(buffer.data(), static_cast<std::size_t>(count));
         if (count == 0 || peer.bytes.size() > maximumPayloadSize) {
             take(peer);

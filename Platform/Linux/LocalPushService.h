@@ -22,12 +22,13 @@ class AdapterLog;
 /// payloads come in through a socket that only the same user can open.
 ///
 /// One connection carries one payload: the peer writes it, closes its writing side, and reads one line, "ok"
-/// once the payload is dealt with and committed, or "error: " and the reason. A peer that does not come to
-/// its end in time is told so.
+/// once the payload is dealt with and committed, or "error: " and the reason. A peer that takes too long gets
+/// such a line, as does the one that has been idle for the longest when one more than `maximumPeerCount`
+/// connects.
 ///
 /// Threads: main, as a `PushService`; the socket is served on a thread of its own. Errors: a socket that
-/// cannot be made is one line to the log, and every registration fails with it; one fails as well when its token
-/// cannot be stored.
+/// cannot be made is one line to the log, and every registration fails with it; one fails as well when its
+/// token cannot be stored.
 class LocalPushService final : public PushService {
 public:
     struct Ports {
@@ -38,6 +39,8 @@ public:
     };
 
     static constexpr std::size_t tokenSize = 32;
+    /// Of those that have not sent their whole payload yet.
+    static constexpr std::size_t maximumPeerCount = 64;
 
     LocalPushService(const Ports& ports, std::filesystem::path socketFile);
     ~LocalPushService() override;

@@ -7,9 +7,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
 #include <future>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <system_error>
+#include <vector>
 
 using namespace Platform;
 using Linux::LocalPushService;
@@ -136,6 +141,44 @@ TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
         const bool isHandedOn = row.answer == "ok" || row.answer == "error: as asked";
         EXPECT_EQ(received.size(), isHandedOn ? 1U : 0U) << row.name;
     }
+}
+
+/// A connection to `socketFile` on which nothing has been sent.
+Linux::FileDescriptor connectTo(const std::filesystem::path& socketFile)
+{
+    Linux::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    socketFile.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return socket;
+}
+
+/// What is answered, without waiting for it.
+std::string answerOn(const Linux::FileDescriptor& socket)
+{
+    std::array<char, 512> buffer;
+    const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+    return {buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+}
+
+TEST_F(LocalPushServiceTest, IdlePeersMakeWayForTheNext)
+{
+    LocalPushService service = makeService();
+    service.start(*this);
+    service.registerDevice();
+    std::vector<Linux::FileDescriptor> idle;
+    for (std::size_t number = 0; number < LocalPushService::maximumPeerCount; ++number)
+        idle.push_back(connectTo(socketFile));
+    EXPECT_EQ(send("{}"), "ok");
+    EXPECT_THAT(answerOn(idle[0]), StartsWith("error: too many others"));
+
+    ASSERT_EQ(::send(idle[1].get(), "{", 1, 0), 1);
+    EXPECT_EQ(send("{}"), "ok") << "there is room again";
+    idle.push_back(connectTo(socketFile));
+    EXPECT_EQ(send("{}"), "ok");
+    EXPECT_EQ(answerOn(idle[1]), "") << "it is not idle";
+    EXPECT_THAT(answerOn(idle[2]), StartsWith("error: too many others"));
+    EXPECT_EQ(answerOn(idle[3]), "");
 }
 
 } // namespace
