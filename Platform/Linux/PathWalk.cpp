@@ -2,8 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cerrno>
+#include <climits>
 #include <deque>
+#include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Platform::Linux {
 
@@ -14,12 +19,23 @@ namespace fs = std::filesystem;
 /// As many as the kernel follows; see path_resolution(7).
 constexpr int maximumLinkCount = 40;
 
-PathStep stepTo(const fs::path& path)
+/// Opens an entry of a folder without following it, and without access to its content.
+FileDescriptor openEntry(const FileDescriptor& folder, const fs::path& name)
+{
+    constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+    // Asking for a folder first has an automounter mount it.
+    FileDescriptor entry(::openat(folder.get(), name.c_str(), flags | O_DIRECTORY));
+    if (!entry && errno == ENOTDIR)
+        entry = FileDescriptor(::openat(folder.get(), name.c_str(), flags));
+    return entry;
+}
+
+PathStep stepTo(const fs::path& path, const FileDescriptor& entry)
 {
     PathStep step;
     step.path = path;
-    if (::lstat(path.c_str(), &step.status) != 0)
-        step.kind = PathStep::Kind::missing;
+    if (!entry || ::fstat(entry.get(), &step.status) != 0)
+        step.error = errno;
     else if (S_ISDIR(step.status.st_mode))
         step.kind = PathStep::Kind::folder;
     else if (S_ISLNK(step.status.st_mode))
@@ -29,45 +45,64 @@ PathStep stepTo(const fs::path& path)
     return step;
 }
 
+fs::path linkTarget(const FileDescriptor& link)
+{
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = ::readlinkat(link.get(), "", target.data(), target.size());
+    return length > 0 ? fs::path(target.data(), target.data() + length) : fs::path();
+}
+
 void prepend(std::deque<fs::path>& ahead, const fs::path& path)
 {
     const fs::path relative = path.relative_path();
     ahead.insert(ahead.begin(), relative.begin(), relative.end());
 }
 
+void setMissing(PathStep& step, int error)
+{
+    step.kind = PathStep::Kind::missing;
+    step.error = error;
+}
+
 } // namespace
 
-std::vector<PathStep> walkPath(const fs::path& path)
+std::vector<PathStep> walkPath(const fs::path& path, FileDescriptor* folder)
 {
-    std::vector<PathStep> steps{stepTo("/")};
+    const fs::path root = "/";
+    const auto openRoot = [&] {
+        return FileDescriptor(::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    };
+    FileDescriptor here = openRoot();
+    fs::path herePath = root;
+    std::vector<PathStep> steps{stepTo(root, here)};
     std::deque<fs::path> ahead;
     prepend(ahead, path);
-    fs::path here = "/";
-    for (int linkCount = 0; !ahead.empty();) {
+    for (int linkCount = 0; !ahead.empty() && steps.back().kind != PathStep::Kind::missing;) {
         const fs::path component = std::move(ahead.front());
         ahead.pop_front();
         if (component.empty() || component == ".")
             continue;
-        if (component == "..") {
-            here = here.parent_path();
-            continue;
-        }
-        PathStep step = stepTo(here / component);
-        if (step.kind == PathStep::Kind::link && ++linkCount > maximumLinkCount)
-            step.kind = PathStep::Kind::missing;
-        steps.push_back(step);
+        FileDescriptor entry = openEntry(here, component);
+        PathStep& step = steps.emplace_back(
+            stepTo(component == ".." ? herePath.parent_path() : herePath / component, entry));
         if (step.kind == PathStep::Kind::folder) {
-            here = step.path;
-        } else if (step.kind == PathStep::Kind::link) {
-            std::error_code error;
-            const fs::path target = fs::read_symlink(step.path, error);
+            here = std::move(entry);
+            herePath = step.path;
+        } else if (step.kind == PathStep::Kind::link && ++linkCount <= maximumLinkCount) {
+            const fs::path target = linkTarget(entry);
             prepend(ahead, target);
-            if (target.is_absolute())
-                here = "/";
-        } else {
-            break;
+            if (target.is_absolute()) {
+                here = openRoot();
+                herePath = root;
+            }
+        } else if (step.kind == PathStep::Kind::link) {
+            setMissing(step, ELOOP);
+        } else if (!ahead.empty()) {
+            setMissing(step, step.error != 0 ? step.error : ENOTDIR);
         }
     }
+    if (folder != nullptr)
+        *folder = std::move(here);
     return steps;
 }
 

@@ -36,6 +36,49 @@ std::string readAll(int descriptor)
     return bytes;
 }
 
+struct OpenedFile {
+    /// None when it cannot be opened. `openChecked` opens regular files only.
+    FileDescriptor file;
+    int error = 0;
+    /// Of the open file; otherwise of what is at the path, as far as that is known.
+    struct stat status {};
+    /// Why it is not trusted.
+    std::optional<std::string> distrust = {};
+};
+
+/// Without O_NONBLOCK, a pipe would hang us.
+constexpr int readingFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+OpenedFile openAny(const std::filesystem::path& path)
+{
+    OpenedFile opened{FileDescriptor(::open(path.c_str(), readingFlags))};
+    opened.error = opened.file ? 0 : errno;
+    static_cast<void>(opened.file ? ::fstat(opened.file.get(), &opened.status)
+                                  : ::stat(path.c_str(), &opened.status));
+    return opened;
+}
+
+/// Opens the file in the folder where the walk ended and checks the status of the open file: the file that is
+/// read is the one that was checked, even if the path leads to another one now.
+OpenedFile openChecked(const std::filesystem::path& path)
+{
+    OpenedFile opened;
+    FileDescriptor folder;
+    std::vector<PathStep> steps = walkPath(path, &folder);
+    PathStep& last = steps.back();
+    opened.error = last.error;
+    if (S_ISREG(last.status.st_mode)) {
+        opened.file =
+            FileDescriptor(::openat(folder.get(), last.path.filename().c_str(), readingFlags | O_NOFOLLOW));
+        opened.error = opened.file ? 0 : errno;
+        if (opened.file)
+            ::fstat(opened.file.get(), &last.status);
+    }
+    opened.status = last.status;
+    opened.distrust = distrustReason(steps);
+    return opened;
+}
+
 PolicyFileReading failed(PolicyFileReading reading, State state, std::string reason)
 {
     reading.state = state;
@@ -79,32 +122,24 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
 {
     PolicyFileReading reading;
     reading.path = path;
-    // Opened first and judged after, so that what was judged is what is read. O_NONBLOCK: a pipe must not
-    // hang us.
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    const int openError = file ? 0 : errno;
-    if (openError == ENOENT || openError == ENOTDIR)
+    OpenedFile opened = trustCheck == TrustCheck::required ? openChecked(path) : openAny(path);
+    if (opened.error == ENOENT || opened.error == ENOTDIR)
         return reading;
-    struct stat status {};
-    if ((file ? ::fstat(file.get(), &status) : ::stat(path.c_str(), &status)) == 0)
+    const struct stat& status = opened.status;
+    if (status.st_ino != 0)
         reading.revision = fmt::format("{}:{}:{}.{:09}", status.st_dev, status.st_ino, status.st_ctim.tv_sec,
                                        status.st_ctim.tv_nsec);
-    if (trustCheck == TrustCheck::required) {
-        auto steps = walkPath(path);
-        if (file)
-            steps.back().status = status;
-        if (auto reason = distrustReason(steps)) {
-            // The reason names what is at fault; the diagnostic names this file already.
-            if (const std::string ourselves = path.string() + " "; reason->starts_with(ourselves))
-                reason->erase(0, ourselves.size());
-            return failed(std::move(reading), State::untrusted, std::move(*reason));
-        }
+    if (auto& reason = opened.distrust) {
+        // The reason names what is at fault; the diagnostic names this file already.
+        if (const std::string ourselves = path.string() + " "; reason->starts_with(ourselves))
+            reason->erase(0, ourselves.size());
+        return failed(std::move(reading), State::untrusted, std::move(*reason));
     }
-    if (openError != 0)
-        return failed(std::move(reading), State::unreadable, "cannot be opened: " + errorText(openError));
+    if (opened.error != 0)
+        return failed(std::move(reading), State::unreadable, "cannot be opened: " + errorText(opened.error));
     if (!S_ISREG(status.st_mode))
         return failed(std::move(reading), State::unreadable, "is not a regular file");
-    return parsed(std::move(reading), file.get(), withPlaces);
+    return parsed(std::move(reading), opened.file.get(), withPlaces);
 }
 
 PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name, WithPlaces withPlaces)

@@ -42,6 +42,9 @@ int main(int argc, char** argv)
     auto* fleet = line.add_subcommand("fleet", "Run many devices at once");
     fleet->add_option("--devices", devices, "How many")->check(CLI::Range(1, most))->capture_default_str();
     auto* secrets = line.add_subcommand("secrets", "Look for secrets where none may be");
+    double seconds = 60;
+    auto* attacker = line.add_subcommand("attacker", "Let another user race to have a policy believed");
+    attacker->add_option("--seconds", seconds, "How long")->check(CLI::PositiveNumber)->capture_default_str();
     CLI11_PARSE(line, argc, argv);
     try {
         if (*crash)
@@ -58,6 +61,8 @@ int main(int argc, char** argv)
             fleetTrial(programs, devices);
         else if (*secrets)
             secretsTrial(programs);
+        else if (*attacker)
+            attackerTrial(seconds);
         return 0;
     } catch (const Violation& violation) {
         fmt::print("VIOLATED: {}\n", violation.what());

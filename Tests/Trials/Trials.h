@@ -28,3 +28,6 @@ void soakTrial(const TrialPrograms& programs, double minutes);
 void fleetTrial(const TrialPrograms& programs, int devices);
 /// Looks for what must stay secret in everything that anybody gets to see.
 void secretsTrial(const TrialPrograms& programs);
+/// Has another user race for this long to get a policy believed. Prints that it is skipped unless run by
+/// root.
+void attackerTrial(double seconds);

@@ -1,17 +1,23 @@
 #include "Platform/Linux/ManagedPolicyFile.h"
 
 #include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/PathWalk.h"
+#include "Platform/Linux/PolicyFileReading.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
 #include <sys/fsuid.h>
 #include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace Platform;
 using namespace Platform::Linux;
@@ -278,6 +284,70 @@ TEST_F(ManagedPolicyFileTest, FileThatOthersCouldHaveWrittenCountsAsMissing)
         ASSERT_EQ(::chown(folder.path("etc").c_str(), 12345, 0), 0);
         EXPECT_EQ(policy.dictionary(), std::nullopt);
         EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("belongs to user 12345")));
+    }
+}
+
+TEST_F(ManagedPolicyFileTest, UntrustedFileThatComesAndGoesIsNeverRead)
+{
+    folder.write("etc/mine", json(1));
+    ::chmod(folder.path("etc/mine").c_str(), 0666);
+    ::chmod(folder.path("etc").c_str(), 01777);
+    const fs::path mine = folder.path("etc/mine");
+    const fs::path file = folder.path("etc/managed.json");
+    std::atomic<bool> isEnding = false;
+    std::thread attacker([&] {
+        while (!isEnding) {
+            ::link(mine.c_str(), file.c_str());
+            ::unlink(file.c_str());
+        }
+    });
+    constexpr int wantedCount = 500;
+    int goodCount = 0;
+    for (int found = 0; found < wantedCount;) {
+        const auto state = readPolicyFile(file, TrustCheck::required).state;
+        found += state == PolicyFileReading::State::missing ? 0 : 1;
+        goodCount += state == PolicyFileReading::State::good ? 1 : 0;
+    }
+    isEnding = true;
+    attacker.join();
+    EXPECT_EQ(goodCount, 0);
+}
+
+TEST_F(ManagedPolicyFileTest, WayToAFileIsThatOfTheKernel)
+{
+    folder.write("a/b/file", "");
+    fs::create_directory_symlink("../a/./b/", folder.path("a/link"));
+    fs::create_symlink(folder.path("a/link/../link/file"), folder.path("absolute"));
+    fs::create_symlink("loop", folder.path("loop"));
+    struct Case {
+        const char* path;
+        /// The path of the last step.
+        const char* end;
+        int error;
+    };
+    const Case cases[] = {
+        {"a/b/file", "a/b/file", 0},
+        {"a/link/file", "a/b/file", 0},
+        {"absolute", "a/b/file", 0},
+        {"a/../a//b/./file", "a/b/file", 0},
+        {"a/b/", "a/b", 0},
+        {"a/none/file", "a/none", ENOENT},
+        {"a/b/file/", "a/b/file", ENOTDIR},
+        {"a/b/file/x", "a/b/file", ENOTDIR},
+        {"loop", "loop", ELOOP},
+        {"../../../../..", "/", 0},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.path);
+        const auto steps = walkPath(folder.path(row.path));
+        EXPECT_EQ(steps.back().path, folder.path(row.end));
+        EXPECT_EQ(steps.back().error, row.error);
+        EXPECT_EQ(steps.back().kind == PathStep::Kind::missing, row.error != 0);
+        struct stat status {};
+        EXPECT_EQ(::stat(folder.path(row.path).c_str(), &status) == 0 ? 0 : errno, row.error);
+        if (row.error == 0) {
+            EXPECT_EQ(steps.back().status.st_ino, status.st_ino);
+        }
     }
 }
 

@@ -1,0 +1,175 @@
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/PolicyFileReading.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/Trials.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <fcntl.h>
+#include <functional>
+#include <grp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Platform::Linux::FileDescriptor;
+using Platform::Linux::PolicyFileReading;
+
+constexpr uid_t victim = 12345;
+constexpr uid_t attacker = 12346;
+
+/// A process of another user, killed with this object.
+class UserProcess {
+public:
+    UserProcess(uid_t user, const std::function<void()>& work) : m_process(::fork())
+    {
+        if (m_process < 0)
+            throw std::system_error(errno, std::generic_category(), "fork");
+        if (m_process > 0)
+            return;
+        if (::setgroups(0, nullptr) == 0 && ::setgid(user) == 0 && ::setuid(user) == 0)
+            work();
+        ::_exit(0);
+    }
+    ~UserProcess()
+    {
+        ::kill(m_process, SIGKILL);
+        ::waitpid(m_process, nullptr, 0);
+    }
+    UserProcess(const UserProcess&) = delete;
+    UserProcess& operator=(const UserProcess&) = delete;
+
+private:
+    pid_t m_process;
+};
+
+struct Figures {
+    std::uint64_t readCount = 0;
+    /// Readings that found something at the path.
+    std::uint64_t foundCount = 0;
+    std::uint64_t believedCount = 0;
+};
+
+/// Reads the policy again and again, as the application does.
+Figures readFor(const fs::path& file, std::chrono::duration<double> time)
+{
+    Figures figures;
+    const auto end = std::chrono::steady_clock::now() + time;
+    while (std::chrono::steady_clock::now() < end) {
+        const auto state = readPolicyFile(file, Platform::Linux::TrustCheck::required).state;
+        ++figures.readCount;
+        figures.foundCount += state == PolicyFileReading::State::missing ? 0U : 1U;
+        figures.believedCount += state == PolicyFileReading::State::good ? 1U : 0U;
+    }
+    return figures;
+}
+
+void writePolicy(const fs::path& file)
+{
+    constexpr std::string_view policy = R"({"base_domain": "attacker.example"})";
+    const FileDescriptor descriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    static_cast<void>(::write(descriptor.get(), policy.data(), policy.size()) < 0);
+}
+
+/// What the attacker does in a folder where everybody may make files, such as /tmp.
+struct Attack {
+    const char* name;
+    /// The policy path, below the shared folder.
+    const char* policy;
+    void (*prepare)(const fs::path& shared);
+    void (*repeat)(const fs::path& shared);
+};
+
+const Attack attacks[] = {
+    {"a file that comes and goes", "managed.json",
+     [](const fs::path& shared) { writePolicy(shared / "mine"); },
+     [](const fs::path& shared) {
+         ::link((shared / "mine").c_str(), (shared / "managed.json").c_str());
+         ::unlink((shared / "managed.json").c_str());
+     }},
+    {"a file that is renamed", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
+     [](const fs::path& shared) {
+         ::rename((shared / "mine").c_str(), (shared / "managed.json").c_str());
+         ::rename((shared / "managed.json").c_str(), (shared / "mine").c_str());
+     }},
+    {"a folder that comes and goes", "policy/managed.json",
+     [](const fs::path& shared) {
+         ::mkdir((shared / "mine").c_str(), 0755);
+         writePolicy(shared / "mine/managed.json");
+     },
+     [](const fs::path& shared) {
+         ::rename((shared / "mine").c_str(), (shared / "policy").c_str());
+         ::rename((shared / "policy").c_str(), (shared / "mine").c_str());
+     }},
+    {"a link that comes and goes", "managed.json",
+     [](const fs::path& shared) {
+         ::mkdir((shared / "mine").c_str(), 0755);
+         writePolicy(shared / "mine/managed.json");
+     },
+     [](const fs::path& shared) {
+         ::symlink("mine/managed.json", (shared / "managed.json").c_str());
+         ::unlink((shared / "managed.json").c_str());
+     }},
+    {"a link to a folder that comes and goes", "policy/managed.json",
+     [](const fs::path& shared) {
+         ::mkdir((shared / "mine").c_str(), 0755);
+         writePolicy(shared / "mine/managed.json");
+     },
+     [](const fs::path& shared) {
+         ::symlink("mine", (shared / "policy").c_str());
+         ::unlink((shared / "policy").c_str());
+     }},
+};
+
+Figures play(const Attack& attack, std::chrono::duration<double> time)
+{
+    const TemporaryFolder folder;
+    fs::permissions(folder.path(), fs::perms(0755));
+    const fs::path shared = folder.path("shared");
+    fs::create_directory(shared);
+    fs::permissions(shared, fs::perms(01777));
+    const UserProcess attacking(attacker, [&] {
+        attack.prepare(shared);
+        while (true)
+            attack.repeat(shared);
+    });
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    const FileDescriptor reading(ends[0]);
+    FileDescriptor writing(ends[1]);
+    const UserProcess attacked(victim, [&] {
+        const Figures figures = readFor(shared / attack.policy, time);
+        static_cast<void>(::write(writing.get(), &figures, sizeof figures) < 0);
+    });
+    writing = FileDescriptor();
+    Figures figures;
+    demand(::read(reading.get(), &figures, sizeof figures) == sizeof figures, "the victim ended early");
+    return figures;
+}
+
+} // namespace
+
+void attackerTrial(double seconds)
+{
+    if (::geteuid() != 0) {
+        fmt::print("Skipped: acting for two users needs root.\n");
+        return;
+    }
+    std::uint64_t believedCount = 0;
+    for (const Attack& attack : attacks) {
+        const Figures figures = play(attack, std::chrono::duration<double>(seconds) / std::size(attacks));
+        fmt::print("{:<45} {:>8} reads, {:>7} found it, {:>6} believed it\n", attack.name, figures.readCount,
+                   figures.foundCount, figures.believedCount);
+        demand(figures.foundCount > 0, "the attacker was never there");
+        believedCount += figures.believedCount;
+    }
+    demand(believedCount == 0, "an attacker's policy was believed");
+}
