@@ -43,6 +43,14 @@ bool isToken(std::string_view text)
     });
 }
 
+/// Whether `text` has neither blanks nor control characters.
+bool isPlain(std::string_view text)
+{
+    return std::all_of(text.begin(), text.end(), [](char character) {
+        return static_cast<unsigned char>(character) > ' ' && character != '\x7f';
+    });
+}
+
 void removeFields(HeaderFields& fields, std::initializer_list<std::string_view> names)
 {
     for (const std::string_view name : names) {
@@ -198,10 +206,7 @@ bool isBrokenConnection(int code)
 
 SecureURL parseSecureURL(const std::string& url)
 {
-    const bool isPlain = std::all_of(url.begin(), url.end(), [](char character) {
-        return static_cast<unsigned char>(character) > ' ' && character != '\x7f';
-    });
-    if (!isPlain)
+    if (!isPlain(url))
         throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
 
     const ParsedURL parsed(curl().curl_url());
@@ -211,6 +216,9 @@ SecureURL parseSecureURL(const std::string& url)
 
     SecureURL result;
     result.host = part(parsed, CURLUPART_HOST);
+    // The library decodes the host.
+    if (!isPlain(result.host))
+        throw URLError(Code::badURL, "The host of the request has a blank or control character in it.");
     const std::string scheme = part(parsed, CURLUPART_SCHEME);
     if (scheme == "http")
         throw URLError(Code::appTransportSecurityRequiresSecureConnection,

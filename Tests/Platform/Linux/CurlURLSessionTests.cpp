@@ -406,6 +406,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"EmptyMethod", "SAME", "", {}, Code::unknown, "method"},
         RefusedCase{"LineBreakInURL", "SAME/\r\nX-Evil: 1", "GET", {}, Code::badURL, "control"},
         RefusedCase{"NULInURL", std::string("SAME/a\0b", 8), "GET", {}, Code::badURL, "control"},
+        RefusedCase{"ControlInHost", "https://local%7fhost/", "GET", {}, Code::badURL, "control"},
         RefusedCase{"Relative", "/path", "GET", {}, Code::badURL, "absolute"},
         RefusedCase{"NoHost", "https:///localhost/", "GET", {}, Code::badURL, "no host"},
         RefusedCase{"Insecure",
