@@ -265,8 +265,8 @@ PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
 
 std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
 {
-    // Texts in a policy are valid UTF-8, so none equals what begins with this byte.
-    constexpr const char* markOfOtherTypes = "\xFF";
+    // Keeps an array apart from the text '["a"]': no valid UTF-8, as in the texts of a policy, has this byte.
+    constexpr const char* otherTypeMark = "\xFF";
     std::string text;
     for (const ManagedKey& key : managedKeys()) {
         const auto found = managed.find(key.name);
@@ -276,7 +276,7 @@ std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
         const bool isPlain = value.text() != nullptr || (value.isNumber() && value.boolean() == nullptr);
         text.append(key.name)
             .append(":")
-            .append(isPlain ? "" : markOfOtherTypes)
+            .append(isPlain ? "" : otherTypeMark)
             .append(value.description())
             .append(";");
     }
