@@ -19,6 +19,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <vector>
 
 using namespace Platform::Linux;
 using Fuzzers::require;
@@ -108,6 +109,57 @@ void requireAddress(std::string_view url, std::string_view baseDomain)
     require(parsed && parsed->buffer() == url, "an address is read as it was composed");
 }
 
+/// What stands between the authority and the query or fragment.
+std::string_view pathOf(std::string_view url)
+{
+    url.remove_prefix(std::string_view("https://").size() + authorityOf(url).size());
+    return url.substr(0, url.find_first_of("?#"));
+}
+
+std::vector<std::string_view> segmentsOf(std::string_view path)
+{
+    std::vector<std::string_view> segments;
+    for (std::size_t slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/')) {
+        segments.push_back(path.substr(0, slash));
+        path.remove_prefix(slash + 1);
+    }
+    segments.push_back(path);
+    return segments;
+}
+
+/// Whether removing dot segments, and what precedes them, is all that makes `kept` of `written`.
+bool differsInDotSegmentsOnly(std::string_view kept, std::string_view written)
+{
+    const auto all = segmentsOf(written);
+    const auto isDots = [](std::string_view segment) { return segment == "." || segment == ".."; };
+    if (std::none_of(all.begin(), all.end(), isDots))
+        return kept == written;
+    auto next = all.begin();
+    for (const std::string_view segment : segmentsOf(kept.substr(0, kept.size() - kept.ends_with('/')))) {
+        next = std::find(next, all.end(), segment);
+        if (next == all.end())
+            return false;
+        ++next;
+    }
+    return true;
+}
+
+void examinePath(const std::string& url, std::string baseDomain, const std::string& deviceId)
+{
+    if (!baseDomain.ends_with('/'))
+        baseDomain += '/';
+    const std::string_view base = pathOf(baseDomain);
+    const std::string reference =
+        "apis/mdm/backend/device-api/v1/device/apple/devices/" + deviceId + "/token";
+    const auto pathEnd = std::min(reference.find_first_of("?#"), reference.size());
+    const std::string written =
+        std::string(base.empty() ? "/" : base.substr(0, base.rfind('/') + 1)) + reference.substr(0, pathEnd);
+    require(differsInDotSegmentsOnly(pathOf(url), written), "the path arrives byte for byte");
+    require(url.ends_with(reference.substr(pathEnd)), "the query arrives byte for byte");
+    if (const auto secure = secureURL(url))
+        require(pathOf(secure->url) == pathOf(url), "the path is sent as it was composed");
+}
+
 void examineAddress(const std::string& url, const std::string& baseDomain)
 {
     requireAddress(url, baseDomain);
@@ -152,20 +204,47 @@ std::optional<URLRequest> cleaned(URLRequest request)
     return request;
 }
 
+std::optional<SecureURL> redirectURL(const SecureURL& from, const std::string& location)
+{
+    try {
+        return parseRedirectURL(from, location);
+    } catch (const URLError& error) {
+        require(*error.what() != '\0', "an address that is refused has a reason");
+        return std::nullopt;
+    }
+}
+
+/// Every segment of the path comes from one of the two, unchanged.
+void examineRedirectPath(const SecureURL& from, std::string location, const SecureURL& to)
+{
+    const bool isEscaped = std::all_of(location.begin(), location.end(),
+                                       [](char character) { return character > ' ' && character < '\x7f'; });
+    if (!isEscaped)
+        return;
+    std::replace_if(
+        location.begin(), location.end(), [](char character) { return character == '?' || character == '#'; },
+        '/');
+    auto written = segmentsOf(pathOf(from.url));
+    for (const std::string_view segment : segmentsOf(location))
+        written.push_back(segment);
+    for (const std::string_view segment : segmentsOf(pathOf(to.url)))
+        require(segment.empty() || std::find(written.begin(), written.end(), segment) != written.end(),
+                "the path of a redirect arrives byte for byte");
+}
+
 void examineRedirects(const URLRequest& request, const std::string& place)
 {
     const auto from = secureURL(request.url);
-    const auto to = secureURL(place);
+    const auto to = from ? redirectURL(*from, place) : std::nullopt;
     if (!to)
         return;
+    examineRedirectPath(*from, place, *to);
     require(to->url.starts_with("https://") && authorityOf(to->url).find('@') == std::string_view::npos &&
                 to->url.find_first_of("# \r\n\t") == std::string::npos && !to->host.empty(),
             "a redirect leads to an https address without user and fragment");
     const auto again = secureURL(to->url);
     require(again && again->url == to->url && again->endpoint() == to->endpoint(),
             "a secure address is read as it was written");
-    if (!from)
-        return;
     for (const std::int64_t status : {301, 302, 303, 307, 308}) {
         URLRequest next = request;
         redirectRequest(next, status, *from, *to);
@@ -186,6 +265,7 @@ void Fuzzers::examine(std::string_view input)
     if (!request)
         return;
     examineAddress(request->url, *configuration.baseDomain());
+    examinePath(request->url, *configuration.baseDomain(), *configuration.deviceId());
     examineQuery(request->url, texts[1], texts[2]);
     const auto field = [&](std::string_view name) {
         const auto found = request->headerFields.find(name);

@@ -7,12 +7,16 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 
 namespace Fuzzers {
 
 using Platform::PropertyList;
 
 namespace {
+
+/// No part of it is in any message.
+constexpr std::string_view canary = "Zq7Jw94Xk";
 
 double valueOf(const PropertyList& number)
 {
@@ -66,6 +70,20 @@ bool holdsControlCharacter(std::string_view text)
         text.remove_prefix(character->length);
     }
     return false;
+}
+
+std::string withCanary(std::string_view input)
+{
+    std::string text(input);
+    return text.insert(std::hash<std::string_view>()(input) % (input.size() + 1), canary);
+}
+
+void requireNoCanary(std::string_view line)
+{
+    constexpr std::size_t partBytes = 3;
+    for (std::size_t start = 0; start + partBytes <= canary.size(); ++start)
+        require(line.find(canary.substr(start, partBytes)) == std::string_view::npos,
+                "no content is in a line that the public may read");
 }
 
 Platform::Data dataOf(std::string_view text)

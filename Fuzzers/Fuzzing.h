@@ -2,6 +2,7 @@
 
 #include "Platform/PropertyList.h"
 
+#include <string>
 #include <string_view>
 
 /// What the fuzzers share. Each is one source that defines `examine` and hands an input to the product; it
@@ -27,6 +28,12 @@ bool isSame(const Platform::PropertyList& left, const Platform::PropertyList& ri
 
 /// Whether `text`, valid UTF-8, holds a character that ends a line or steers a terminal.
 bool holdsControlCharacter(std::string_view text);
+
+/// `input` with a canary in it, at an offset that depends on the input.
+std::string withCanary(std::string_view input);
+
+/// Ends the process when `line`, which the public may read, holds a part of the canary.
+void requireNoCanary(std::string_view line);
 
 Platform::Data dataOf(std::string_view text);
 std::string_view textOf(const Platform::Data& data);

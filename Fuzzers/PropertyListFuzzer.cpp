@@ -59,7 +59,7 @@ Reading read(std::string_view bytes, WithPlaces withPlaces)
     try {
         return readPropertyList(bytes, withPlaces);
     } catch (const PropertyListError& error) {
-        return Refusal{error.what(), error.position()};
+        return Refusal{error.description(), error.position()};
     }
 }
 
@@ -93,10 +93,18 @@ void examineWriters(const PropertyListDocument& read)
             "what is written as JSON reads back equal");
 }
 
+void examineSecrecy(std::string_view input)
+{
+    const Reading reading = read(Fuzzers::withCanary(input), WithPlaces::yes);
+    if (const auto* refusal = std::get_if<Refusal>(&reading))
+        Fuzzers::requireNoCanary(refusal->reason);
+}
+
 } // namespace
 
 void Fuzzers::examine(std::string_view input)
 {
+    examineSecrecy(input);
     const Document document(input);
     const Reading plain = read(input, WithPlaces::no);
     const Reading placed = read(input, WithPlaces::yes);

@@ -84,6 +84,9 @@ private:
 
 void Fuzzers::examine(std::string_view input)
 {
+    const auto withCanary = Platform::Linux::readPushPayload(Fuzzers::withCanary(input));
+    if (const auto* refusal = std::get_if<std::string>(&withCanary))
+        requireNoCanary(*refusal);
     const auto payload = Platform::Linux::readPushPayload(input);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
         require(!refusal->empty() && !holdsControlCharacter(*refusal), "a refusal has a reason of one line");
