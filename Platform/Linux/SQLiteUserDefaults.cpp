@@ -340,6 +340,15 @@ bool SQLiteUserDefaults::hasWriteAheadLog() const
     return ::access((m_file.string() + "-wal").c_str(), F_OK) == 0;
 }
 
+/// SQLite shares the index with processes that still have the database open, and would look in the new log
+/// for what stood in the removed one. A process that is closing the database removes both files under a lock
+/// that our opening waits for.
+void SQLiteUserDefaults::removeIndexWithoutLog() const
+{
+    if (!hasWriteAheadLog())
+        ::unlink((m_file.string() + "-shm").c_str());
+}
+
 void SQLiteUserDefaults::openOrReplace() const
 {
     // Made beforehand, so that the database and its companions are the user's alone from their first moment;
@@ -347,6 +356,7 @@ void SQLiteUserDefaults::openOrReplace() const
     // process has on it.
     static_cast<void>(
         FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
+    removeIndexWithoutLog();
     auto connection = std::make_unique<SQLiteConnection>(m_file, SQLiteConnection::Mode::writing);
     SQLite::Database& database = connection->database();
     const int version = database.execAndGet("PRAGMA user_version").getInt();

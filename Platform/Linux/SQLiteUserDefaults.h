@@ -65,6 +65,7 @@ private:
     void openForWriting() const;
     void openAsIs() const;
     [[nodiscard]] bool hasWriteAheadLog() const;
+    void removeIndexWithoutLog() const;
     void openOrReplace() const;
     void moveAside() const;
     void ringBell() const;

@@ -255,6 +255,29 @@ TEST_F(SQLiteUserDefaultsTest, StoreReplacedByAnotherProcessIsReopened)
     EXPECT_EQ(shell(readAll), "next=6\nok\n");
 }
 
+TEST_F(SQLiteUserDefaultsTest, RemovedLogIsNotDamageWhileAnotherProcessReads)
+{
+    const auto defaults = open();
+    defaults->set("version", 1);
+    // The database is checkpointed by another process, so the removed log cannot be told from a foreign one.
+    ASSERT_EQ(shell("mkfifo $B.opened $B.end; sqlite3 $F 'PRAGMA wal_checkpoint(TRUNCATE)'"), "0|0|0\n");
+    std::thread reading([&] {
+        EXPECT_EQ(shell("sqlite3 $F 'SELECT count(*) FROM defaults' '.shell echo > \"'$B.opened'\"' "
+                        "'.shell cat \"'$B.end'\"'"),
+                  "\n1\n");
+    });
+    EXPECT_EQ(shell("cat $B.opened"), "\n");
+    defaults->set("version", 3);
+    ASSERT_EQ(shell("rm $F-wal"), "");
+    defaults->set("next", 4);
+    EXPECT_EQ(shell("sqlite3 $F \"select key || '=' || value from defaults\" 'PRAGMA integrity_check'"),
+              "next=4\nversion=1\nok\n");
+    EXPECT_THAT(filesNamedCorrupt(), ElementsAre());
+    EXPECT_THAT(log.takeLines(), ElementsAre());
+    EXPECT_EQ(shell("echo > $B.end"), "");
+    reading.join();
+}
+
 TEST_F(SQLiteUserDefaultsTest, CommitToReplacedFilesIsRepeated)
 {
     const auto defaults = open();
