@@ -1,5 +1,6 @@
 #include "Platform/Desktop/DesktopApplication.h"
 
+#include "Platform/ASCII.h"
 #include "Platform/Clock.h"
 #include "Platform/Shell.h"
 
@@ -46,7 +47,7 @@ void DesktopApplication::registerForRemoteNotifications()
 
 void DesktopApplication::open(std::string_view url)
 {
-    if (url == openSettingsURLString)
+    if (equalsIgnoringASCIICase(url, openSettingsURLString))
         m_ports.openSettings();
 }
 

@@ -36,7 +36,7 @@ public:
 
     void setDelegate(std::weak_ptr<ApplicationDelegate> delegate) override;
     void registerForRemoteNotifications() override;
-    /// Knows but the address of the settings.
+    /// Handles only the settings URL.
     void open(std::string_view url) override;
 
     /// Tells the delegate that launching has finished, and lets pushes come in. Once, with the delegate set.

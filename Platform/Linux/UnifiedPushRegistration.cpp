@@ -1,5 +1,6 @@
 #include "Platform/Linux/UnifiedPushRegistration.h"
 
+#include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/UnifiedPushConnector.h"
 #include "Platform/UserDefaults.h"
@@ -39,7 +40,7 @@ bool isThisDevice(const std::string& host)
 {
     in_addr address{};
     constexpr unsigned loopbackNet = 127;
-    return host == "localhost" || host == "[::1]" ||
+    return equalsIgnoringASCIICase(host, "localhost") || host == "[::1]" ||
            (::inet_pton(AF_INET, host.c_str(), &address) == 1 &&
             ::ntohl(address.s_addr) >> 24U == loopbackNet);
 }
@@ -48,16 +49,16 @@ bool isThisDevice(const std::string& host)
 
 bool isUsablePushEndpoint(std::string_view endpoint)
 {
-    constexpr std::string_view https = "https://";
-    constexpr std::string_view http = "http://";
-    const bool isSecure = endpoint.starts_with(https);
+    constexpr std::string_view separator = "://";
+    const std::string_view scheme = endpoint.substr(0, endpoint.find(separator));
+    const bool isSecure = equalsIgnoringASCIICase(scheme, "https");
     const bool isURL = std::all_of(endpoint.begin(), endpoint.end(), [](char character) {
         return character > ' ' && character <= '~' &&
                std::string_view("\"<>\\^`{|}").find(character) == std::string_view::npos;
     });
-    if (!isURL || (!isSecure && !endpoint.starts_with(http)))
+    if (!isURL || scheme == endpoint || (!isSecure && !equalsIgnoringASCIICase(scheme, "http")))
         return false;
-    endpoint.remove_prefix(isSecure ? https.size() : http.size());
+    endpoint.remove_prefix(scheme.size() + separator.size());
     const auto authority = endpoint.substr(0, endpoint.find_first_of("/?#"));
     if (authority.find('@') != std::string_view::npos)
         return false;

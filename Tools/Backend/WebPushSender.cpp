@@ -1,5 +1,6 @@
 #include "Tools/Backend/WebPushSender.h"
 
+#include "Platform/ASCII.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <fmt/format.h>
@@ -28,7 +29,8 @@ Address parseEndpoint(std::string_view endpoint)
 {
     const std::string_view whole = endpoint.substr(0, endpoint.find('#'));
     const auto schemeEnd = whole.find("://");
-    const std::string_view scheme = whole.substr(0, schemeEnd);
+    std::string scheme(whole.substr(0, schemeEnd));
+    std::ranges::transform(scheme, scheme.begin(), Platform::lowerCaseASCII);
     if (schemeEnd == std::string_view::npos || (scheme != "https" && scheme != "http"))
         throw std::runtime_error("the endpoint is no address with https:// or http://");
     const auto hostStart = schemeEnd + 3;
@@ -40,7 +42,7 @@ Address parseEndpoint(std::string_view endpoint)
         throw std::runtime_error(
             "the endpoint has no host, names a user, or has characters beyond those of addresses");
     const std::string_view target = whole.substr(hostEnd);
-    return {.origin = std::string(whole.substr(0, hostEnd)),
+    return {.origin = fmt::format("{}://{}", scheme, host),
             .host = std::string(host),
             .target = fmt::format("{}{}", target.starts_with('/') ? "" : "/", target)};
 }

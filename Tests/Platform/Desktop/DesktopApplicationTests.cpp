@@ -71,12 +71,13 @@ TEST_F(DesktopApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
     application.finishLaunching();
     application.registerForRemoteNotifications();
     application.open(Application::openSettingsURLString);
+    application.open("App-Settings:");
     application.open("https://example.com");
     for (const std::size_t size : {0U, 1U, 1000U})
         world->listener->didRegister(Data(size));
     world->listener->didFailToRegister({"E", "E", 1, "no distributor", {}});
-    EXPECT_EQ(world->events, (Strings{"launched", "push started", "registering", "settings", "token of 0",
-                                      "token of 1", "token of 1000", "no distributor"}));
+    EXPECT_EQ(world->events, (Strings{"launched", "push started", "registering", "settings", "settings",
+                                      "token of 0", "token of 1", "token of 1000", "no distributor"}));
     EXPECT_EQ(world.use_count(), 1);
 }
 

@@ -298,6 +298,16 @@ TEST(UnifiedPushServiceTest, RefusesAnEndpointOrARegistrationThatIsNotStored)
     app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "https://push.example/2"); });
 }
 
+TEST(UnifiedPushEndpointTest, IsSecureOrOfThisDevice)
+{
+    for (const char* usable : {"https://a/", "HTTPS://A/", "https://a:1?b", "http://localhost/",
+                               "hTTp://LocalHost:1/", "http://127.1.2.3/", "http://[::1]:8/"})
+        EXPECT_TRUE(isUsablePushEndpoint(usable)) << usable;
+    for (const char* useless : {"http://a/", "HTTP://a/", "http://localhost.example/", "https://", "https:/a",
+                                "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", ""})
+        EXPECT_FALSE(isUsablePushEndpoint(useless)) << useless;
+}
+
 TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)
 {
     const auto failure = [](const char* reason) -> Script {
