@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -29,7 +30,7 @@ std::int64_t sumIn(const fs::path& file, std::string_view name)
         sum += std::stoll(line.substr(line.find(':') + 1));
         isFound = true;
     }
-    return isFound ? sum : throw std::runtime_error(file.string() + " tells nothing");
+    return isFound ? sum : throw std::runtime_error(file.string() + " has no such figure");
 }
 
 } // namespace
@@ -63,7 +64,7 @@ std::chrono::nanoseconds processorTime(pid_t process)
     for (const auto& thread : fs::directory_iterator(folderOf(process) / "task")) {
         std::int64_t nanoseconds = 0;
         if (!(std::ifstream(thread.path() / "schedstat") >> nanoseconds))
-            throw std::runtime_error(thread.path().string() + " tells nothing");
+            throw std::runtime_error(thread.path().string() + " has no such figure");
         sum += std::chrono::nanoseconds(nanoseconds);
     }
     return sum;
@@ -71,8 +72,5 @@ std::chrono::nanoseconds processorTime(pid_t process)
 
 std::int64_t descriptorCount(pid_t process)
 {
-    std::int64_t count = 0;
-    for ([[maybe_unused]] const auto& descriptor : fs::directory_iterator(folderOf(process) / "fd"))
-        ++count;
-    return count;
+    return std::distance(fs::directory_iterator(folderOf(process) / "fd"), fs::directory_iterator());
 }

@@ -16,6 +16,7 @@ ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(progr
     fs::create_directory(path("policy"));
     fs::create_directory(path("run"));
     fs::permissions(path("run"), fs::perms::owner_all);
+    const char* otherPlugins = std::getenv("QT_PLUGIN_PATH");
     m_environment = {{"XDG_DATA_HOME", path("data")},
                      {"XDG_RUNTIME_DIR", path("run")},
                      {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + path("run/bus").string()},
@@ -23,8 +24,11 @@ ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(progr
                      {"QUORVANE_LOG_PRIVATE_DATA", "show"},
                      {"QT_QPA_PLATFORM", "offscreen"},
                      {"QT_QUICK_BACKEND", "software"},
-                     {"NO_COLOR", "1"}};
-    m_environment.merge(windowDriverEnvironment(m_programs, path("run/window.sock")));
+                     {"NO_COLOR", "1"},
+                     {"QT_QPA_GENERIC_PLUGINS", "QuorvaneWindowDriver"},
+                     {"QT_PLUGIN_PATH", fs::absolute(m_programs / "Tools/Tour/plugins").string() + ":" +
+                                            (otherPlugins != nullptr ? otherPlugins : "")},
+                     {"QUORVANE_WINDOW_DRIVER", windowSocket()}};
 }
 
 ThrowawayDevice::~ThrowawayDevice()
@@ -46,17 +50,6 @@ void ThrowawayDevice::replacePolicy(std::string_view content) const
 {
     write(path("policy/next"), content);
     fs::rename(path("policy/next"), policyFile());
-}
-
-std::unique_ptr<ChildProcess>
-ThrowawayDevice::startApplication(const std::vector<std::string>& arguments) const
-{
-    return start("App/quorvane-mdm", arguments);
-}
-
-std::unique_ptr<ChildProcess> ThrowawayDevice::startConsole(const std::vector<std::string>& arguments) const
-{
-    return start("Tools/qvctl/qvctl", arguments);
 }
 
 std::unique_ptr<ChildProcess> ThrowawayDevice::startShell(const std::string& script) const

@@ -29,7 +29,7 @@ public:
     [[nodiscard]] std::filesystem::path pushSocket() const { return path("run/quorvane-mdm/push.sock"); }
 
     /// The window of the application, once it is started.
-    [[nodiscard]] DrivenWindow window() const { return DrivenWindow(path("run/window.sock")); }
+    [[nodiscard]] DrivenWindow window() const { return DrivenWindow(windowSocket()); }
 
     /// For the programs started from now on.
     void setEnvironment(const std::string& name, std::string value)
@@ -37,14 +37,20 @@ public:
         m_environment[name] = std::move(value);
     }
 
-    /// Puts the content in the place of the policy file in one step.
+    /// Replaces the policy file in one step.
     void replacePolicy(std::string_view content) const;
     void write(const std::filesystem::path& file, std::string_view content) const;
 
     /// Starts the application on this device, its log on standard error and readable.
     [[nodiscard]] std::unique_ptr<ChildProcess> startApplication(const std::vector<std::string>& arguments = {
-                                                                     "--log-stderr"}) const;
-    [[nodiscard]] std::unique_ptr<ChildProcess> startConsole(const std::vector<std::string>& arguments) const;
+                                                                     "--log-stderr"}) const
+    {
+        return start("App/quorvane-mdm", arguments);
+    }
+    [[nodiscard]] std::unique_ptr<ChildProcess> startConsole(const std::vector<std::string>& arguments) const
+    {
+        return start("Tools/qvctl/qvctl", arguments);
+    }
     /// Starts any program in the environment of this device.
     [[nodiscard]] std::unique_ptr<ChildProcess> startProgram(const std::vector<std::string>& command) const
     {
@@ -55,6 +61,7 @@ public:
     [[nodiscard]] std::unique_ptr<ChildProcess> startShell(const std::string& script) const;
 
 private:
+    [[nodiscard]] std::filesystem::path windowSocket() const { return path("run/window.sock"); }
     [[nodiscard]] std::unique_ptr<ChildProcess> start(std::string_view program,
                                                       const std::vector<std::string>& arguments) const;
 
