@@ -1,13 +1,12 @@
-// Plays the application through on devices of their own, as a user, device management, the organisation's
-// backend and a second process meet it; prints what happened and how long each step took, and leaves a
-// picture of every stop. Ends non-zero when a step fails.
+// Takes the application through everything that its user, device management, the backend and a second
+// process do with it, each time on a new device. Prints a row with the time of each step and saves a picture
+// of each stop. Exits with 1 when a step fails.
 
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
-#include <boost/json.hpp>
 #include <fmt/format.h>
 
 #include <chrono>
@@ -18,10 +17,9 @@
 namespace {
 
 using namespace std::chrono;
-using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-/// One device and what is done with it. A step that does not come to its end throws.
+/// One device and what happens on it. A step that fails throws `std::runtime_error`.
 class Tour {
 public:
     Tour(const fs::path& programs, fs::path pictures, std::string appearance)
@@ -34,8 +32,24 @@ public:
         m_device.setEnvironment("QUORVANE_APPEARANCE", m_appearance);
     }
 
-    /// The user allows notifications; the organisation changes its mind.
-    void playAllowed()
+    /// Some steps in a row.
+    using Chapter = void (Tour::*)();
+
+    /// Returns false when a step fails, after printing why.
+    bool play(const std::vector<Chapter>& chapters)
+    {
+        try {
+            for (const Chapter chapter : chapters)
+                (this->*chapter)();
+            return true;
+        } catch (const std::runtime_error& error) {
+            const auto lines = m_application ? m_application->lines() : std::vector<std::string>();
+            fmt::print("{}\n\nWhat the application wrote:\n  {}\n", error.what(), fmt::join(lines, "\n  "));
+            return false;
+        }
+    }
+
+    void allowNotifications()
     {
         step("first launch -> welcome screen", [&] { startAt("welcome.getStarted"); });
         picture("welcome", "welcome.getStarted");
@@ -58,12 +72,16 @@ public:
             window().waitUntilGone("shell.allow");
         });
         picture("dashboard", "dashboard.card.bell.badge");
+    }
+
+    void receivePushes()
+    {
         step("the backend pushes to that token -> banner and history", [&] {
             push(R"({"aps": {"alert": {"title": "Maintenance tonight",
                 "body": "Your device restarts at 22:00."}}})");
             expectLine("Processed notification from center");
             window().waitFor("shell.banner");
-            expect(newestNotification() == "Maintenance tonight", "the history shows it");
+            expectOutput({"notifications", "--limit", "1", "--reveal"}, "Maintenance tonight");
         });
         picture("banner", "shell.banner");
         step("a tap on it -> processed again", [&] {
@@ -75,6 +93,10 @@ public:
             push(R"({"aps": {"content-available": 1}})");
             expectLine("Processed remote notification");
         });
+    }
+
+    void changePolicy()
+    {
         step("twenty changes in a row -> one version, the last", [&] {
             for (int i = 1; i <= 20; ++i)
                 m_device.replacePolicy(configuration("com.acme.app" + std::to_string(i)));
@@ -84,9 +106,14 @@ public:
             m_device.replacePolicy("{\"base_domain\": \"acme");
             expectLine("the last good one stays in force");
         });
-        step("a second process reads the same snapshot",
-             [&] { expect(snapshot() == std::pair(std::int64_t{2}, std::string("com.acme.app20")), "it"); });
-        details();
+        step("a second process reads the same snapshot", [&] {
+            expectOutput({"snapshot", "--json"}, R"("configVersion":2,)");
+            expectOutput({"snapshot", "--json"}, R"(["com.acme.app20"])");
+        });
+    }
+
+    void launchAgain()
+    {
         step("a second launch leaves the first alone", [&] {
             const auto second = m_device.startApplication();
             expect(second->waitForExit() == 0, "it ends with 0");
@@ -101,8 +128,7 @@ public:
         step("told to end (SIGINT)", [&] { end(SIGINT); });
     }
 
-    /// The user refuses, and thinks better of it.
-    void playRefused()
+    void refuseNotifications()
     {
         step("first launch in the dark -> welcome screen, as light as ever",
              [&] { startAt("welcome.getStarted"); });
@@ -125,7 +151,10 @@ public:
             window().waitUntilGone("shell.settings.done");
             window().waitFor("dashboard.openSettings");
         });
-        details();
+    }
+
+    void launchAgainAllowed()
+    {
         step("told to end (SIGTERM)", [&] { end(SIGTERM); });
         step("next launch -> no strip, and registered", [&] {
             startAt("dashboard.card.bell.badge");
@@ -136,9 +165,29 @@ public:
         step("told to end (SIGTERM)", [&] { end(SIGTERM); });
     }
 
-    [[nodiscard]] std::vector<std::string> applicationLines() const
+    void visitDetails()
     {
-        return m_application ? m_application->lines() : std::vector<std::string>();
+        struct Card {
+            std::string symbol;
+            std::string line;
+        };
+        const Card cards[] = {
+            {"person.badge.key", "SSO card tapped"},
+            {"tv.and.mediabox", "Remote Casting card tapped"},
+            {"bell.badge", "Notifications card tapped"},
+        };
+        for (const Card& card : cards) {
+            step(card.line + " -> its screen", [&] {
+                window().tap("dashboard.card." + card.symbol);
+                expectLine(card.line);
+                window().waitFor("detail.title");
+            });
+            picture("detail-" + card.symbol, "detail.title");
+            step("and back", [&] {
+                window().tap("navigation.back");
+                window().waitUntilGone("detail.title");
+            });
+        }
     }
 
 private:
@@ -161,7 +210,7 @@ private:
             fmt::print("            FAILED\n");
             throw;
         }
-        const auto taken = duration_cast<duration<double, std::milli>>(steady_clock::now() - begin);
+        const duration<double, std::milli> taken = steady_clock::now() - begin;
         fmt::print("{:>8.1f} ms  ok\n", taken.count());
     }
 
@@ -172,8 +221,13 @@ private:
     }
     void expectLine(std::string_view text)
     {
-        if (!m_application->waitForLine(text))
-            throw std::runtime_error(fmt::format("the application did not write: {}", text));
+        expect(m_application->waitForLine(text), fmt::format("the application logs {}", text));
+    }
+    void expectOutput(const std::vector<std::string>& arguments, std::string_view text)
+    {
+        const auto console = m_device.startConsole(arguments);
+        expect(console->waitForLine(text) && console->waitForExit() == 0,
+               fmt::format("qvctl prints {}", text));
     }
 
     DrivenWindow& window() { return *m_window; }
@@ -189,7 +243,7 @@ private:
         expect(m_application->waitForExit() == 0, "it ends with 0");
     }
 
-    /// Takes the present stop in both sizes, once `item` is at rest.
+    /// Saves what the window shows in both sizes; `item` must be visible in each.
     void picture(std::string_view name, std::string_view item)
     {
         for (const auto& [width, height] : {std::pair(390, 844), std::pair(1024, 768)}) {
@@ -198,26 +252,6 @@ private:
             window().grab(m_pictures / fmt::format("{}-{}-{}x{}.png", name, m_appearance, width, height));
         }
         window().resize(390, 844);
-    }
-    void details()
-    {
-        const std::pair<const char*, const char*> cards[] = {
-            {"person.badge.key", "SSO card tapped"},
-            {"tv.and.mediabox", "Remote Casting card tapped"},
-            {"bell.badge", "Notifications card tapped"},
-        };
-        for (const auto& [symbol, line] : cards) {
-            step(fmt::format("{} -> its screen", line), [&, symbol = symbol, line = line] {
-                window().tap(fmt::format("dashboard.card.{}", symbol));
-                expectLine(line);
-                window().waitFor("detail.title");
-            });
-            picture(fmt::format("detail-{}", symbol), "detail.title");
-            step("and back", [&] {
-                window().tap("navigation.back");
-                window().waitUntilGone("detail.title");
-            });
-        }
     }
 
     std::string tokenAtBackend()
@@ -231,24 +265,6 @@ private:
     {
         pushToDevice(m_token, payload, {m_device.pushSocket(), m_backend.certificateAuthority()});
     }
-    [[nodiscard]] boost::json::object consoleAnswer(std::vector<std::string> arguments) const
-    {
-        arguments.emplace_back("--json");
-        const auto console = m_device.startConsole(arguments);
-        expect(console->waitForExit() == 0 && console->lines().size() == 1, "an answer of the console");
-        return boost::json::parse(console->lines().front()).as_object();
-    }
-    [[nodiscard]] std::pair<std::int64_t, std::string> snapshot() const
-    {
-        const auto answer = consoleAnswer({"snapshot"});
-        return {answer.at("configVersion").as_int64(),
-                std::string(answer.at("allowedAppBundleIds").as_array().at(0).as_string())};
-    }
-    [[nodiscard]] std::string newestNotification() const
-    {
-        const auto answer = consoleAnswer({"notifications", "--limit", "1", "--reveal"});
-        return std::string(answer.at("notifications").as_array().at(0).at("title").as_string());
-    }
 
     ThrowawayDevice m_device;
     TestBackend m_backend;
@@ -258,19 +274,6 @@ private:
     std::unique_ptr<ChildProcess> m_application;
     std::optional<DrivenWindow> m_window;
 };
-
-bool play(Tour& tour, void (Tour::*story)())
-{
-    try {
-        (tour.*story)();
-        return true;
-    } catch (const std::runtime_error& error) {
-        fmt::print("{}\n\nWhat the application wrote:\n", error.what());
-        for (const std::string& line : tour.applicationLines())
-            fmt::print("  {}\n", line);
-        return false;
-    }
-}
 
 } // namespace
 
@@ -286,9 +289,12 @@ int main(int argc, char** argv)
         const fs::path pictures = fs::absolute(argv[2]);
         fs::create_directories(pictures);
         fmt::print("{:<62}{:>11}  {}\n", "step", "time", "result");
-        Tour light(programs, pictures, "light");
-        Tour dark(programs, pictures, "dark");
-        if (!play(light, &Tour::playAllowed) || !play(dark, &Tour::playRefused))
+        // One user allows notifications; another refuses them first and allows them in the settings.
+        Tour allowing(programs, pictures, "light");
+        Tour refusing(programs, pictures, "dark");
+        if (!allowing.play({&Tour::allowNotifications, &Tour::receivePushes, &Tour::changePolicy,
+                            &Tour::visitDetails, &Tour::launchAgain}) ||
+            !refusing.play({&Tour::refuseNotifications, &Tour::visitDetails, &Tour::launchAgainAllowed}))
             return 1;
         fmt::print("\nPictures: {}\n", pictures.native());
         return 0;
