@@ -1,17 +1,15 @@
-#include "Tools/Manual/CommandDescription.h"
-#include "Tools/Manual/Completions.h"
+#include "Tools/Manual/Replace.h"
+#include "Tools/Manual/Writers.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <iterator>
 #include <vector>
 
 namespace Manual {
 
 namespace {
 
-/// "{program}" and the like stand for what the command line has; the rest is the same for every program.
+/// For fmt::format. "{program}", "{paths}" and so on come from the command line; the rest is fixed.
 constexpr const char* scriptTemplate = R"(# bash completion of {program}
 
 _{function}() {{
@@ -46,48 +44,52 @@ _{function}() {{
 complete -F _{function} {program}
 )";
 
-std::string assignments(const ValueDescription& value)
+/// Completes the value of an option.
+std::string valueCase(const Parameter& option)
 {
-    return value.isFile() ? "files=yes" : fmt::format("words='{}'", fmt::join(value.choices, " "));
+    const std::string values =
+        option.isTakingFile() ? "files=yes" : fmt::format("words='{}'", fmt::join(option.choices, " "));
+    return fmt::format("        {}) {} ;;\n", fmt::join(option.names, " | "), values);
 }
 
-std::string wordsAt(const CommandDescription& program, const CommandDescription& command)
+/// Completes a word that is not the value of an option.
+std::string wordCase(const Command& program, const Command& command)
 {
     std::vector<std::string> words;
-    for (const CommandDescription& verb : command.verbs)
-        words.push_back(verb.name());
-    bool isTakingFiles = false;
-    for (const ArgumentDescription& argument : command.arguments) {
-        words.insert(words.end(), argument.value.choices.begin(), argument.value.choices.end());
-        isTakingFiles |= argument.value.isFile();
+    for (const Command& verb : command.verbs)
+        words.push_back(verb.name);
+    const char* files = "";
+    for (const Parameter& argument : command.arguments) {
+        words.insert(words.end(), argument.choices.begin(), argument.choices.end());
+        if (argument.isTakingFile())
+            files = " files=yes";
     }
     return fmt::format("                '{}') words='{}' options='{}'{} ;;\n", command.path,
-                       fmt::join(words, " "), joinedNames(optionsAt(program, command)),
-                       isTakingFiles ? " files=yes" : "");
+                       fmt::join(words, " "), joinedNames(acceptedOptions(program, command)), files);
 }
 
 } // namespace
 
-std::string bashCompletion(const CommandDescription& program)
+std::string bashCompletion(const Command& program)
 {
-    std::string function = program.path;
-    std::replace(function.begin(), function.end(), '-', '_');
     std::vector<std::string> paths;
     std::string words;
-    for (const CommandDescription* command : flattened(program)) {
+    for (const Command* command : allCommands(program)) {
         if (command != &program)
             paths.push_back(fmt::format("'{}'", command->path));
-        words += wordsAt(program, *command);
+        words += wordCase(program, *command);
     }
+    if (paths.empty())
+        paths.emplace_back("''");
     const auto options = valueOptions(program);
     std::string values;
-    for (const OptionDescription& option : options)
-        values +=
-            fmt::format("        {}) {} ;;\n", fmt::join(option.names, " | "), assignments(option.value));
-    return fmt::format(scriptTemplate, fmt::arg("program", program.path), fmt::arg("function", function),
+    for (const Parameter& option : options)
+        values += valueCase(option);
+    return fmt::format(scriptTemplate, fmt::arg("program", program.path),
+                       fmt::arg("function", replaced(program.path, {{'-', "_"}})),
                        fmt::arg("valueOptions", fmt::format("' {} '", joinedNames(options))),
-                       fmt::arg("paths", paths.empty() ? "''" : fmt::format("{}", fmt::join(paths, " | "))),
-                       fmt::arg("values", values), fmt::arg("words", words));
+                       fmt::arg("paths", fmt::join(paths, " | ")), fmt::arg("values", values),
+                       fmt::arg("words", words));
 }
 
 } // namespace Manual

@@ -1,9 +1,8 @@
-#include "Tools/Manual/CommandDescription.h"
-#include "Tools/Manual/Completions.h"
+#include "Tools/Manual/Replace.h"
+#include "Tools/Manual/Writers.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <string_view>
 #include <vector>
 
@@ -11,8 +10,10 @@ namespace Manual {
 
 namespace {
 
-/// Tells which verb the words before the cursor name; "{paths}" are all there are.
-constexpr const char* pathFunction = R"(function __{function}_at
+/// For fmt::format. The function returns whether the words before the cursor name the verb of its argument.
+constexpr const char* pathFunction = R"(# fish completion of {program}
+
+function __{function}_at
     set -l path {program}
     set -l is_value no
     for word in (commandline -opc)[2..-1]
@@ -29,60 +30,51 @@ end
 
 )";
 
-std::string inQuotes(std::string_view text)
+std::string quoted(std::string_view text)
 {
-    std::string out = "'";
-    for (const char character : text) {
-        if (character == '\'' || character == '\\')
-            out += '\\';
-        out += character;
-    }
-    return out + "'";
+    return "'" + replaced(text, {{'\'', "\\'"}, {'\\', "\\\\"}}) + "'";
 }
 
-std::string completesWith(const ValueDescription& value)
+std::string valuesOf(const Parameter& parameter)
 {
-    if (value.isFile())
+    if (parameter.isTakingFile())
         return " -F";
-    return value.choices.empty()
-               ? ""
-               : fmt::format(" -a {}", inQuotes(fmt::format("{}", fmt::join(value.choices, " "))));
+    return parameter.choices.empty() ? ""
+                                     : " -a " + quoted(fmt::format("{}", fmt::join(parameter.choices, " ")));
 }
 
-std::string optionLine(const std::string& start, const OptionDescription& option)
+std::string optionFlags(const Parameter& option)
 {
-    std::string line = start;
+    std::string flags;
     for (const std::string& name : option.names)
-        line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
-    if (!option.value.placeholder.empty())
-        line += (option.value.isFile() ? " -r" : " -x") + completesWith(option.value);
-    return fmt::format("{} -d {}\n", line, inQuotes(option.text));
+        flags += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
+    if (option.isTakingValue())
+        flags += (option.isTakingFile() ? " -r" : " -x") + valuesOf(option);
+    return flags + " -d " + quoted(option.text);
 }
 
 } // namespace
 
-std::string fishCompletion(const CommandDescription& program)
+std::string fishCompletion(const Command& program)
 {
-    std::string function = program.path;
-    std::replace(function.begin(), function.end(), '-', '_');
+    const std::string function = replaced(program.path, {{'-', "_"}});
+    const std::string always = "complete -c " + program.path;
     std::vector<std::string> paths;
-    std::string lines;
-    for (const CommandDescription* command : flattened(program)) {
-        paths.push_back(inQuotes(command->path));
-        const std::string always = "complete -c " + program.path;
+    std::string lines = always + " -f\n";
+    for (const Command* command : allCommands(program)) {
+        paths.push_back(quoted(command->path));
         const std::string here = fmt::format("{} -n \"__{}_at {}\"", always, function, command->path);
-        for (const OptionDescription& option : command->options)
-            lines += optionLine(command == &program ? always : here, option);
-        for (const CommandDescription& verb : command->verbs)
-            lines += fmt::format("{} -a {} -d {}\n", here, verb.name(), inQuotes(verb.text));
-        for (const ArgumentDescription& argument : command->arguments)
-            lines += fmt::format("{}{}\n", here, completesWith(argument.value));
+        for (const Parameter& option : command->options)
+            lines += (command == &program ? always : here) + optionFlags(option) + "\n";
+        for (const Command& verb : command->verbs)
+            lines += fmt::format("{} -a {} -d {}\n", here, verb.name, quoted(verb.text));
+        for (const Parameter& argument : command->arguments)
+            lines += here + valuesOf(argument) + "\n";
     }
-    return fmt::format("# fish completion of {}\n\n", program.path) +
-           fmt::format(pathFunction, fmt::arg("function", function), fmt::arg("program", program.path),
+    return fmt::format(pathFunction, fmt::arg("program", program.path), fmt::arg("function", function),
                        fmt::arg("valueOptions", joinedNames(valueOptions(program))),
                        fmt::arg("paths", fmt::join(paths, " "))) +
-           fmt::format("complete -c {} -f\n", program.path) + lines;
+           lines;
 }
 
 } // namespace Manual

@@ -1,11 +1,8 @@
-// Writes the manual pages and the completions, part of the build. Everything in them comes from the parsers
-// of the command lines, the table of managed keys and `Prose.cpp`, and nothing from the clock.
+// Writes the manual pages and completions as part of the build: from the parsers of the command lines, the
+// table of managed keys and `Prose.cpp`.
 
 #include "App/LaunchOptions.h"
-#include "Tools/Manual/CommandDescription.h"
-#include "Tools/Manual/Completions.h"
-#include "Tools/Manual/ManualPages.h"
-#include "Tools/Manual/Prose.h"
+#include "Tools/Manual/Writers.h"
 #include "Tools/qvctl/CommandLine.h"
 
 #include <CLI/CLI.hpp>
@@ -15,38 +12,27 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <string>
-#include <string_view>
 
 namespace {
 
 using namespace Manual;
+namespace fs = std::filesystem;
 
-void write(const std::filesystem::path& file, std::string_view text)
+void write(const fs::path& file, const std::string& text)
 {
-    std::filesystem::create_directories(file.parent_path());
+    fs::create_directories(file.parent_path());
     std::ofstream stream(file, std::ios::binary);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
     stream << text << std::flush;
 }
 
-void writeAll(const std::filesystem::path& folder)
+void writeProgram(const fs::path& folder, const CLI::App& parser, const Prose& prose)
 {
-    App::LaunchOptions launchOptions;
-    const Qvctl::CommandLine console;
-    const std::map<const Prose*, CommandDescription> programs{
-        {&applicationProse(), describe(*App::makeCommandLine(launchOptions))},
-        {&consoleProse(), describe(console.parser())},
-    };
-    for (const auto& [prose, program] : programs) {
-        const std::string name = prose->name;
-        write(folder / "man/man1" / (name + ".1"), programPage(program, *prose));
-        write(folder / "bash-completion/completions" / name, bashCompletion(program));
-        write(folder / "zsh/vendor-completions" / ("_" + name), zshCompletion(program));
-        write(folder / "fish/vendor_completions.d" / (name + ".fish"), fishCompletion(program));
-    }
-    write(folder / "man/man5/quorvane-mdm-managed.5", policyPage(policyProse()));
+    const Command program = describe(parser);
+    write(folder / "man/man1" / (program.path + ".1"), programPage(program, prose));
+    write(folder / "bash-completion/completions" / program.path, bashCompletion(program));
+    write(folder / "zsh/vendor-completions" / ("_" + program.path), zshCompletion(program));
+    write(folder / "fish/vendor_completions.d" / (program.path + ".fish"), fishCompletion(program));
 }
 
 } // namespace
@@ -58,7 +44,11 @@ int main(int argc, char** argv)
         return 64;
     }
     try {
-        writeAll(argv[1]);
+        const fs::path folder = argv[1];
+        App::LaunchOptions options;
+        writeProgram(folder, *App::makeCommandLine(options), applicationProse());
+        writeProgram(folder, Qvctl::CommandLine().parser(), consoleProse());
+        write(folder / "man/man5/quorvane-mdm-managed.5", policyPage(policyProse()));
         return 0;
     } catch (const std::exception& error) {
         fmt::print(stderr, "{}: {}: {}\n", argv[0], argv[1], error.what());

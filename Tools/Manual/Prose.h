@@ -1,10 +1,10 @@
 #pragma once
 
-#include <span>
+#include <vector>
 
 namespace Manual {
 
-/// What a manual page says that no parser knows.
+/// What a manual page says apart from the command line and the managed keys.
 struct Prose {
     struct Entry {
         const char* term;
@@ -15,17 +15,18 @@ struct Prose {
     int section;
     /// For the line of the name.
     const char* tagline;
-    std::span<const char* const> description;
-    std::span<const Entry> files;
-    std::span<const Entry> environment;
-    std::span<const Entry> exitStatus;
-    /// A command, and what it is good for.
-    std::span<const Entry> examples;
-    const char* seeAlso;
+    /// Paragraphs.
+    std::vector<const char*> description;
+    std::vector<Entry> files;
+    std::vector<Entry> environment = {};
+    std::vector<Entry> exitStatus = {};
+    /// A command, and what it does.
+    std::vector<Entry> examples = {};
+    const char* seeAlso = "";
 };
 
-const Prose& applicationProse();
-const Prose& consoleProse();
-const Prose& policyProse();
+Prose applicationProse();
+Prose consoleProse();
+Prose policyProse();
 
 } // namespace Manual

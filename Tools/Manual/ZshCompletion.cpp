@@ -1,9 +1,8 @@
-#include "Tools/Manual/CommandDescription.h"
-#include "Tools/Manual/Completions.h"
+#include "Tools/Manual/Replace.h"
+#include "Tools/Manual/Writers.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <string_view>
 #include <vector>
 
@@ -11,85 +10,92 @@ namespace Manual {
 
 namespace {
 
-/// `text` inside single quotes, with a backslash before each of `special`.
-std::string escaped(std::string_view text, std::string_view special)
+/// For a description between single quotes, where a colon ends it.
+std::string escaped(std::string_view text)
 {
-    std::string out;
-    for (const char character : text) {
-        if (character == '\'')
-            out += "'\\'";
-        else if (special.find(character) != std::string_view::npos)
-            out += '\\';
-        out += character;
-    }
-    return out;
+    return replaced(text, {{'\'', "'\\''"}, {'\\', "\\\\"}, {':', "\\:"}});
 }
 
-/// What _arguments is told of a value: ":FILE:_files".
-std::string action(const ValueDescription& value)
+/// The part of a specification about the value: ":FILE:_files".
+std::string valueOf(const Parameter& parameter)
 {
-    const std::string choices = value.isFile()          ? "_files"
-                                : value.choices.empty() ? " "
-                                                        : fmt::format("({})", fmt::join(value.choices, " "));
-    return fmt::format(":{}:{}", value.placeholder, choices);
+    const std::string values = parameter.isTakingFile() ? "_files"
+                               : parameter.choices.empty()
+                                   ? " "
+                                   : fmt::format("({})", fmt::join(parameter.choices, " "));
+    return fmt::format(":{}:{}", parameter.placeholder, values);
 }
 
-std::string rule(const OptionDescription& option)
+std::string optionSpecification(const Parameter& option)
 {
-    const bool isTakingValue = !option.value.placeholder.empty();
-    const std::string rest =
-        fmt::format("[{}]{}", escaped(option.text, "[]:\\"), isTakingValue ? action(option.value) : "");
-    const char* equals = isTakingValue ? "=" : "";
+    const std::string text = replaced(escaped(option.text), {{'[', "\\["}, {']', "\\]"}});
+    const std::string rest = fmt::format("[{}]{}", text, option.isTakingValue() ? valueOf(option) : "");
     if (option.names.size() == 1)
-        return fmt::format("'{}{}{}'", option.names.front(), equals, rest);
+        return fmt::format("'{}{}{}'", option.names.front(), option.isTakingValue() ? "=" : "", rest);
     return fmt::format("'({})'{{{}}}'{}'", fmt::join(option.names, " "), fmt::join(option.names, ","), rest);
 }
 
-std::string functionName(const CommandDescription& command)
+std::string functionName(const Command& command)
 {
-    std::string name = "_" + command.path;
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
+    return "_" + replaced(command.path, {{' ', "_"}});
 }
 
-std::string verbList(const CommandDescription& command)
-{
-    std::string text = fmt::format("{}_verbs() {{\n    local -a verbs=(\n", functionName(command));
-    for (const CommandDescription& verb : command.verbs)
-        text += fmt::format("        '{}:{}'\n", verb.name(), escaped(verb.text, ":\\"));
-    return text + "    )\n    _describe verb verbs\n}\n\n";
-}
+/// For fmt::format: a command with verbs.
+constexpr const char* groupTemplate = R"({function}_verbs() {{
+    local -a verbs=(
+{verbs}    )
+    _describe verb verbs
+}}
 
-std::string completionOf(const CommandDescription& program, const CommandDescription& command)
+{function}() {{
+    local state line
+    typeset -A opt_args
+    _arguments -C \
+        {options} \
+        '1: :{function}_verbs' \
+        '*:: :->arguments'
+    [[ $state == arguments ]] && case $line[1] in
+{cases}    esac
+}}
+
+)";
+
+/// For fmt::format: a command without verbs.
+constexpr const char* verbTemplate = R"({function}() {{
+    _arguments \
+        {options}
+}}
+
+)";
+
+std::string functionOf(const Command& program, const Command& command)
 {
-    std::vector<std::string> rules;
-    for (const OptionDescription& option : optionsAt(program, command))
-        rules.push_back(rule(option));
-    for (const ArgumentDescription& argument : command.arguments)
-        rules.push_back(fmt::format("'{}{}'", argument.isRepeated ? "*" : ":", action(argument.value)));
-    const std::string name = functionName(command);
+    std::vector<std::string> options;
+    for (const Parameter& option : acceptedOptions(program, command))
+        options.push_back(optionSpecification(option));
+    for (const Parameter& argument : command.arguments)
+        options.push_back(fmt::format("'{}{}'", argument.isRepeated ? "*" : ":", valueOf(argument)));
+    const std::string optionLines = fmt::format("{}", fmt::join(options, " \\\n        "));
     if (command.verbs.empty())
-        return fmt::format("{}() {{\n    _arguments \\\n        {}\n}}\n\n", name,
-                           fmt::join(rules, " \\\n        "));
-    rules.push_back(fmt::format("'1: :{}_verbs'", name));
-    rules.emplace_back("'*:: :->arguments'");
+        return fmt::format(verbTemplate, fmt::arg("function", functionName(command)),
+                           fmt::arg("options", optionLines));
+    std::string verbs;
     std::string cases;
-    for (const CommandDescription& verb : command.verbs)
-        cases += fmt::format("        {}) {} ;;\n", verb.name(), functionName(verb));
-    return verbList(command) +
-           fmt::format(
-               "{}() {{\n    local state line\n    typeset -A opt_args\n    _arguments -C \\\n        {}\n"
-               "    [[ $state == arguments ]] && case $line[1] in\n{}    esac\n}}\n\n",
-               name, fmt::join(rules, " \\\n        "), cases);
+    for (const Command& verb : command.verbs) {
+        verbs += fmt::format("        '{}:{}'\n", verb.name, escaped(verb.text));
+        cases += fmt::format("        {}) {} ;;\n", verb.name, functionName(verb));
+    }
+    return fmt::format(groupTemplate, fmt::arg("function", functionName(command)), fmt::arg("verbs", verbs),
+                       fmt::arg("options", optionLines), fmt::arg("cases", cases));
 }
 
 } // namespace
 
-std::string zshCompletion(const CommandDescription& program)
+std::string zshCompletion(const Command& program)
 {
     std::string script = fmt::format("#compdef {}\n\n", program.path);
-    for (const CommandDescription* command : flattened(program))
-        script += completionOf(program, *command);
+    for (const Command* command : allCommands(program))
+        script += functionOf(program, *command);
     return script + fmt::format("{} \"$@\"\n", functionName(program));
 }
 
