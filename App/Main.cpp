@@ -189,19 +189,19 @@ SessionBusAccess openSessionBus(const Linux::AdapterLog& log)
 
 std::unique_ptr<PushService> makePushService(App::PushSource source, const SessionBusAccess& access,
                                              UserDefaults& store, const Linux::DevicePaths& paths,
-                                             DispatchQueue& mainQueue, const Linux::AdapterLog& log)
+                                             Desktop::QtRunLoop& runLoop, const Linux::AdapterLog& log)
 {
     if (source == App::PushSource::off)
         return std::make_unique<Linux::UnavailablePushService>(
-            mainQueue, "Remote notifications are turned off; start without --push off.");
+            runLoop, "Remote notifications are turned off; start without --push off.");
     if (source == App::PushSource::local)
-        return std::make_unique<Linux::LocalPushService>(
-            Linux::LocalPushService::Ports{store, mainQueue, log}, paths.pushSocket);
+        return std::make_unique<Linux::LocalPushService>(Linux::LocalPushService::Ports{store, runLoop, log},
+                                                         paths.pushSocket);
     if (!access.bus)
-        return std::make_unique<Linux::UnavailablePushService>(mainQueue, access.absence + ".");
+        return std::make_unique<Linux::UnavailablePushService>(runLoop, access.absence + ".");
     const char* preferred = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
     return std::make_unique<Linux::UnifiedPushService>(
-        Linux::UnifiedPushService::Ports{*access.bus, store, mainQueue, log},
+        Linux::UnifiedPushService::Ports{*access.bus, store, runLoop, runLoop, log},
         Linux::UnifiedPushService::Settings{
             .serviceName = std::string(Linux::applicationIdentifier),
             .description = "Messages of your organisation about this device",

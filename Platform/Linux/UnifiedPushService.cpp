@@ -90,6 +90,7 @@ bool UnifiedPushService::claimName()
 void UnifiedPushService::begin()
 {
     ++m_run;
+    m_endpointTimer.reset();
     m_step = Step::choosing;
     const auto completion = next(&UnifiedPushService::choose);
     if (claimName())
@@ -159,9 +160,20 @@ void UnifiedPushService::registered(const Registered&)
     m_failureLine.reset();
     if (m_registration->distributor() != m_distributor)
         m_registration->setEndpoint(m_ports.store, m_distributor, "");
-    // Not every distributor tells an endpoint again that has not changed.
-    if (m_owed != Owed::nothing && !m_registration->endpoint().empty())
-        announceToken();
+    if (m_registration->endpoint().empty())
+        waitForEndpoint();
+    else if (m_owed != Owed::nothing)
+        announceToken(); // Not every distributor sends an endpoint again that has not changed.
+}
+
+void UnifiedPushService::waitForEndpoint()
+{
+    m_endpointTimer = m_ports.timers.scheduledTimer(m_settings.endpointTime, [this] {
+        m_ports.log.error(fmt::format("The push distributor {} has registered this device, but given it no "
+                                      "endpoint within {} s, so no push can arrive. Check the settings and "
+                                      "the log of the distributor, then restart it.",
+                                      m_distributor, m_settings.endpointTime.count()));
+    });
 }
 
 void UnifiedPushService::fail(const Error& error)
@@ -219,6 +231,7 @@ void UnifiedPushService::receive(const Call& call)
 
 void UnifiedPushService::receiveEndpoint(const Call& call)
 {
+    m_endpointTimer.reset();
     if (!isUsablePushEndpoint(call.content)) {
         m_ports.log.error(
             fmt::format("The push distributor {} gave an endpoint that is no https address.", m_distributor));
@@ -241,6 +254,7 @@ void UnifiedPushService::setEndpoint(const Call& call, const std::string& distri
 
 void UnifiedPushService::receiveEnd(const Call& call)
 {
+    m_endpointTimer.reset();
     setEndpoint(call, m_registration->distributor(), "");
     if (m_step != Step::idle)
         return;

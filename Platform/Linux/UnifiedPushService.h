@@ -7,6 +7,7 @@
 #include "Platform/Linux/UnifiedPushRegistration.h"
 #include "Platform/Linux/YieldingQueue.h"
 #include "Platform/PushService.h"
+#include "Platform/Timer.h"
 
 #include <chrono>
 #include <cstdint>
@@ -39,7 +40,8 @@ namespace Platform::Linux {
 /// Threads: main, the destructor included. Ownership: refers to its ports; the bus must be stopped, but not
 /// gone, before this goes. Work that waits on the main queue then is dropped.
 /// Errors: those of `PushRegistrationErrorCode` to the listener when the application waits for an answer,
-/// else one line to the log, as for each message that is refused. An error does not end the wish: what was
+/// else one line to the log, as for each message that is refused, and for a distributor that registers this
+/// device but gives no endpoint within `Settings::endpointTime`. An error does not end the wish: what was
 /// asked for comes once a distributor makes it possible.
 class UnifiedPushService final : public PushService {
 public:
@@ -48,6 +50,7 @@ public:
         /// Keeps what makes this the same receiver after a restart, the private key included.
         UserDefaults& store;
         DispatchQueue& mainQueue;
+        TimerScheduler& timers;
         const AdapterLog& log;
     };
 
@@ -60,6 +63,8 @@ public:
         std::string preferredDistributor = {};
         /// How long a distributor may take for one answer, its own start included.
         std::chrono::milliseconds answerTime = std::chrono::seconds(30);
+        /// How long it may take from a registration to the endpoint.
+        std::chrono::seconds endpointTime{60};
     };
 
     static constexpr std::size_t maximumDescriptionSize = 100;
@@ -106,6 +111,7 @@ private:
     void receiveMessage(const Call& call);
     void concludeMessage(std::uint64_t number, const std::optional<PushRefusal>& refusal);
 
+    void waitForEndpoint();
     void announceToken();
     [[nodiscard]] std::variant<PropertyList::Dictionary, std::string>
     readMessage(const std::string& message) const;
@@ -136,6 +142,8 @@ private:
     /// One that ends the registration, or goes while it is asked, is made up for once, but not for ever.
     bool m_mayRegisterAgain = true;
     ErrorLine m_failureLine;
+    /// Runs while a distributor that has registered us owes the endpoint.
+    std::unique_ptr<Timer> m_endpointTimer;
 };
 
 } // namespace Platform::Linux

@@ -3,6 +3,7 @@
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
@@ -114,7 +115,7 @@ struct Application final : PushServiceListener {
     Application(Transcript& theTranscript, UserDefaults& store, const std::string& preferred = "",
                 std::chrono::seconds answerTime = std::chrono::seconds(20))
         : transcript(theTranscript),
-          service({bus, store, queue, adapterLog}, {application, "Tests", preferred, answerTime})
+          service({bus, store, queue, timers, adapterLog}, {application, "Tests", preferred, answerTime})
     {
         bus.start();
         queue.async([this] { service.start(*this); });
@@ -131,6 +132,15 @@ struct Application final : PushServiceListener {
         });
         done.get_future().wait();
     }
+    /// Lets time pass once everything that has arrived is dealt with.
+    void advance(std::chrono::seconds time)
+    {
+        constexpr int turns = 10; // Each takes one of what has arrived.
+        for (int turn = 0; turn < turns; ++turn)
+            onMain([] {});
+        onMain([&] { timers.advance(time); });
+    }
+
     void registerDevice()
     {
         queue.async([this] { service.registerDevice(); });
@@ -153,6 +163,8 @@ struct Application final : PushServiceListener {
     Transcript& transcript;
     Completion completion;
     std::function<void()> onPayload = [] {};
+    /// Of the main thread.
+    ManualScheduler timers;
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
     SessionBus bus{adapterLog};
@@ -306,6 +318,40 @@ TEST(UnifiedPushEndpointTest, IsSecureOrOfThisDevice)
     for (const char* useless : {"http://a/", "HTTP://a/", "http://localhost.example/", "https://", "https:/a",
                                 "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", ""})
         EXPECT_FALSE(isUsablePushEndpoint(useless)) << useless;
+}
+
+TEST(UnifiedPushServiceTest, LogsOnceThatADistributorGivesNoEndpoint)
+{
+    using namespace std::chrono_literals;
+    Transcript transcript;
+    FakeUserDefaults store;
+    FakeDistributor distributor(transcript, "a", Script{.followUp = "Nothing"});
+    Application app(transcript, store);
+    const auto registerAnew = [&] {
+        app.registerDevice();
+        const std::string token = transcript.after("a registers ");
+        // What is answered now comes after the answer to the registration.
+        distributor.call("Message", Dictionary{{"token", token}});
+        EXPECT_EQ(transcript.after("a answered Message"), "");
+        return token;
+    };
+    registerAnew();
+    app.advance(59s);
+    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
+    app.advance(1s);
+    EXPECT_THAT(app.log.takeLines(),
+                testing::ElementsAre(HasSubstr("org.unifiedpush.Distributor.a has registered this device")));
+    app.advance(1000s);
+    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "once";
+    registerAnew();
+    app.advance(59s);
+    const std::string token = registerAnew();
+    app.advance(59s);
+    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "registered again";
+    distributor.call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", endpoint}});
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    app.advance(60s);
+    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
 }
 
 TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)
