@@ -202,6 +202,11 @@ bool isBrokenConnection(int code)
     return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
 }
 
+URLError badPort()
+{
+    return {Code::badURL, "The port of the address is not a number from 1 to 65535."};
+}
+
 } // namespace
 
 SecureURL parseSecureURL(const std::string& url)
@@ -210,8 +215,12 @@ SecureURL parseSecureURL(const std::string& url)
         throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
 
     const ParsedURL parsed(curl().curl_url());
-    if (!parsed || curl().curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
-                                       CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS) != CURLUE_OK)
+    const CURLUcode code = parsed ? curl().curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                                                        CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS)
+                                  : CURLUE_OUT_OF_MEMORY;
+    if (code == CURLUE_BAD_PORT_NUMBER)
+        throw badPort();
+    if (code != CURLUE_OK)
         throw URLError(Code::badURL, "The address of the request is not an absolute URL.");
 
     SecureURL result;
@@ -235,6 +244,8 @@ SecureURL parseSecureURL(const std::string& url)
         curl().curl_url_set(parsed.get(), unwanted, nullptr, 0);
     std::transform(result.host.begin(), result.host.end(), result.host.begin(), lowerCaseASCII);
     result.port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    if (result.port == "0")
+        throw badPort();
     result.url = part(parsed, CURLUPART_URL);
     return result;
 }
