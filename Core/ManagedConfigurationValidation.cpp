@@ -31,10 +31,29 @@ private:
     std::string_view m_key;
 };
 
+constexpr std::string_view https = "https://";
+
 bool isBundleIdCharacter(char character)
 {
     return Platform::isASCIILetter(character) || Platform::isASCIIDigit(character) || character == '.' ||
            character == '-';
+}
+
+/// The scheme that `text` begins with, if it does: "ftp" of "ftp://host", "https" of "https:/host".
+std::optional<std::string_view> leadingScheme(std::string_view text)
+{
+    // The characters are those of RFC 3986, section 3.1.
+    const auto isSchemeCharacter = [](char character) {
+        return isBundleIdCharacter(character) || character == '+';
+    };
+    const std::string_view scheme = text.substr(0, text.find(':'));
+    text.remove_prefix(scheme.size());
+    const bool isOfWeb = Platform::equalsIgnoringASCIICase(scheme, "http") ||
+                         Platform::equalsIgnoringASCIICase(scheme, "https");
+    const bool isFollowed = text.starts_with("://") || (isOfWeb && text.starts_with(":/"));
+    return isFollowed && !scheme.empty() && std::all_of(scheme.begin(), scheme.end(), isSchemeCharacter)
+               ? std::optional(scheme)
+               : std::nullopt;
 }
 
 /// Why the trimmed entry is no bundle identifier.
@@ -113,6 +132,8 @@ std::optional<std::string> readScalarString(const PropertyList* value, Findings 
         }
         if (kept.size() != text->size())
             findings.add(FindingKind::whiteSpaceTrimmed);
+        if (hasQuotationMarks(kept))
+            findings.add(FindingKind::quotationMarks);
         return std::string(kept);
     }
     if (value->isNumber()) {
@@ -126,7 +147,6 @@ std::optional<std::string> readScalarString(const PropertyList* value, Findings 
 
 std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>& domain, Findings findings)
 {
-    constexpr std::string_view https = "https://";
     constexpr std::string_view http = "http://";
     const std::string_view text = trimmed(domain ? std::string_view(*domain) : std::string_view());
     if (text.empty())
@@ -134,14 +154,24 @@ std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>&
     const bool isSecure = hasPrefixIgnoringCase(text, https);
     const bool isPlain = hasPrefixIgnoringCase(text, http);
     const std::string_view rest = text.substr(isSecure ? https.size() : isPlain ? http.size() : 0);
-    if (!isSecure)
-        findings.add(isPlain ? FindingKind::schemeUpgraded : FindingKind::schemeAdded);
-    if (const auto slash = rest.find('/'); slash != std::string_view::npos && slash + 1 < rest.size())
-        findings.add(FindingKind::carriesPath);
+    if (leadingScheme(rest)) {
+        findings.add(FindingKind::schemeUnsupported);
+    } else {
+        if (!isSecure)
+            findings.add(isPlain ? FindingKind::schemeUpgraded : FindingKind::schemeAdded);
+        if (const auto slash = rest.find('/'); slash != std::string_view::npos && slash + 1 < rest.size())
+            findings.add(FindingKind::carriesPath);
+    }
     return isSecure ? std::string(text) : std::string(https).append(rest);
 }
 
 } // namespace
+
+std::optional<std::string_view> unsupportedScheme(std::string_view baseDomain)
+{
+    return hasPrefixIgnoringCase(baseDomain, https) ? leadingScheme(baseDomain.substr(https.size()))
+                                                    : std::nullopt;
+}
 
 ValidatedConfig validateManagedConfiguration(const PropertyList::Dictionary& managed,
                                              std::vector<ValidationFinding>* findings)

@@ -42,6 +42,9 @@ struct ValidationFinding {
         // The value is taken as it was written, but rarely meant so.
         entryRepeated,
         carriesPath,
+        quotationMarks,
+        // The value is taken, and cannot be an address of the backend.
+        schemeUnsupported,
     };
 
     Kind kind;
@@ -51,6 +54,10 @@ struct ValidationFinding {
 
     [[nodiscard]] bool isDropped() const { return kind <= Kind::entryHasNoDot; }
 };
+
+/// The scheme that stands where a normalized base domain has its host: "ftp" in "https://ftp://host". Absent
+/// when there is none.
+std::optional<std::string_view> unsupportedScheme(std::string_view baseDomain);
 
 /// Turns the managed dictionary into the configuration. Total and pure: nothing fails, nothing is logged.
 /// `findings`, when given, receives what was dropped or altered, in the order of the keys.

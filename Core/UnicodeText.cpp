@@ -1,10 +1,12 @@
 #include "Core/UnicodeText.h"
 
 #include "Platform/ASCII.h"
+#include "Platform/Encoding.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <utility>
 
 namespace Core {
 
@@ -45,6 +47,12 @@ std::size_t whiteSpaceLength(std::size_t size, BytesOf bytesOf)
     return 0;
 }
 
+bool isDoubleQuotationMark(char32_t character)
+{
+    constexpr std::array doubles{U'"', U'\u00ab', U'\u00bb', U'\u201c', U'\u201d', U'\u201e', U'\u201f'};
+    return std::find(doubles.begin(), doubles.end(), character) != doubles.end();
+}
+
 } // namespace
 
 std::string_view trimmed(std::string_view text)
@@ -56,6 +64,30 @@ std::string_view trimmed(std::string_view text)
     while (const std::size_t length = whiteSpaceLength(text.size(), last))
         text.remove_suffix(length);
     return text;
+}
+
+bool isQuotationMark(char32_t character)
+{
+    constexpr std::array singles{U'\'', U'\u2018', U'\u2019', U'\u201a', U'\u201b', U'\u2039', U'\u203a'};
+    return isDoubleQuotationMark(character) ||
+           std::find(singles.begin(), singles.end(), character) != singles.end();
+}
+
+bool hasQuotationMarks(std::string_view text)
+{
+    bool isFirst = true;
+    bool beginsWithOne = false;
+    bool endsWithOne = false;
+    while (!text.empty()) {
+        const auto [character, length] = Platform::characterOrByte(text);
+        if (isDoubleQuotationMark(character))
+            return true;
+        endsWithOne = isQuotationMark(character);
+        if (std::exchange(isFirst, false))
+            beginsWithOne = endsWithOne && length < text.size();
+        text.remove_prefix(length);
+    }
+    return beginsWithOne && endsWithOne;
 }
 
 bool hasPrefixIgnoringCase(std::string_view text, std::string_view prefix)

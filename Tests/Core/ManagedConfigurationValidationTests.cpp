@@ -118,7 +118,15 @@ TEST(BaseDomainTest, AlwaysBeginsWithHttps)
         {42, "https://42", {Kind::numberTakenAsText, Kind::schemeAdded}},
         {true, "https://1", {Kind::booleanTakenAsText, Kind::schemeAdded}},
         {"http://", "https://", {Kind::schemeUpgraded}},
-        {"ftp://acme.corp", "https://ftp://acme.corp", {Kind::schemeAdded, Kind::carriesPath}},
+        {"ftp://acme.corp", "https://ftp://acme.corp", {Kind::schemeUnsupported}},
+        {"https://https://acme.corp", "https://https://acme.corp", {Kind::schemeUnsupported}},
+        {"https:/acme.corp", "https://https:/acme.corp", {Kind::schemeUnsupported}},
+        {"http://HTTP:/acme.corp", "https://HTTP:/acme.corp", {Kind::schemeUnsupported}},
+        {"acme:8443/ftp://x", "https://acme:8443/ftp://x", {Kind::schemeAdded, Kind::carriesPath}},
+        {"localhost:/x", "https://localhost:/x", {Kind::schemeAdded, Kind::carriesPath}},
+        {"\u201cacme\u201d", "https://\u201cacme\u201d", {Kind::quotationMarks, Kind::schemeAdded}},
+        {"'acme'", "https://'acme'", {Kind::quotationMarks, Kind::schemeAdded}},
+        {"o'acme\u2019", "https://o'acme\u2019", {Kind::schemeAdded}},
     };
     for (const auto& [value, expected, kinds] : cases) {
         std::vector<ValidationFinding> findings;

@@ -131,6 +131,8 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         const char* prevented;
     };
     const auto nothing = [] {};
+    const char* behindAddress = "backend.proxy backend.host backend.connect backend.tls backend.certificate "
+                                "backend.name backend.dates";
     const Case cases[] = {
         {"nothing", nothing, nothing, "", ""},
         {"no policy", [&] { fs::remove(device.policyFile()); }, restored, "policy.file",
@@ -141,6 +143,12 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
          "policy.values suite.current"},
         {"a value of a wrong type, not applied", content(policy("[\"canary\"]")), restored,
          "policy.values suite.current", ""},
+        {"a port beyond all ports", content(R"({"base_domain": "https://localhost:105751"})"), restored,
+         "policy.values suite.current backend.address", behindAddress},
+        {"another scheme", content(R"({"base_domain": "ftp://localhost"})"), restored,
+         "policy.values suite.current backend.address", behindAddress},
+        {"blanks in the address", content(R"({"base_domain": "mdm acme com"})"), restored,
+         "policy.values suite.current backend.address", behindAddress},
         {"no place for the state", setter("XDG_DATA_HOME", device.policyFile()),
          setter("XDG_DATA_HOME", device.path("data")), "state.folder",
          "app.running suite.readable suite.current notifications.permission push.registration"},

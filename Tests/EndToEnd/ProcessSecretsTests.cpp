@@ -45,8 +45,9 @@ protected:
         device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", profile);
         fs::remove_all(device.path("crash"));
         fs::create_directory(device.path("crash"));
-        const auto process = device.startShell(
-            "cd \"$DEVICE/crash\" && ulimit -c unlimited && exec \"$PROGRAMS\"/" + std::string(program.command));
+        const auto process =
+            device.startShell("cd \"$DEVICE/crash\" && ulimit -c unlimited && exec \"$PROGRAMS\"/" +
+                              std::string(program.command));
         for (int i = 0; i < program.count; ++i)
             EXPECT_TRUE(process->waitForLine(program.line));
         std::string limits = contentOf(fmt::format("/proc/{}/limits", process->processId()));

@@ -132,7 +132,7 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
 {
     device.write(device.path("good.json"), R"({"api_key": "canary", "base_domain": "acme.corp"})");
     device.write(device.path("bad.json"), "{\n  \"api_key\": \"canary\n}");
-    device.write(device.path("\xff.json"), "{}");
+    device.write(device.path("\xff.json"), R"({"SchemaVersion": 1})");
     struct Case {
         std::vector<std::string> arguments;
         int exitCode;

@@ -65,16 +65,29 @@ TEST(FindingTextTest, SuggestsKeysInEveryLocale)
     EXPECT_EQ(suggestedKey("password"), std::nullopt);
 }
 
+using Platform::Linux::readPropertyList;
+
+bool isError(const Finding& finding)
+{
+    return finding.severity == Severity::error;
+}
+
+/// Whether the policy has an error, apart from values that are taken and cannot be used in a request.
 bool lintHasErrors(const std::string& policy)
 {
-    const auto findings = judge(Platform::Linux::readPropertyList(policy), false);
-    return std::any_of(findings.begin(), findings.end(),
-                       [](const Finding& finding) { return finding.severity == Severity::error; });
+    const auto findings = findProblems(readPropertyList(policy), false);
+    return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
+        return isError(finding) && !finding.problem.starts_with("cannot be used");
+    });
 }
 
 /// As much of a validator as our schema needs.
 bool isValid(const json::value& value, const json::object& schema)
 {
+    if (const auto* excluded = schema.if_contains("not"))
+        return !isValid(value, excluded->as_object());
+    if (const auto* values = schema.if_contains("enum"))
+        return std::count(values->as_array().begin(), values->as_array().end(), value) > 0;
     if (const auto* reference = schema.if_contains("$ref")) {
         const json::object root = jsonSchema();
         return isValid(value, root.at("$defs").at(reference->as_string().subview(8)).as_object());
@@ -106,7 +119,110 @@ bool isValid(const json::value& value, const json::object& schema)
                        [&](const json::value& item) { return isValid(item, items->as_object()); });
 }
 
-TEST(ManagedKeyFormsTest, SchemaTakesWhatLintHasNoErrorsAbout)
+TEST(ManagedKeyFormsTest, SchemaAcceptsTheKeysThatLintHasNoErrorsAbout)
+{
+    const json::object schema = jsonSchema();
+    struct Case {
+        const char* key;
+        bool isAccepted;
+        /// What the fix ends with or begins with.
+        const char* fix;
+    };
+    const Case cases[] = {
+        {"base_domain", true, ""},
+        {"Base-Domain", false, "did you mean \"base_domain\"?"},
+        {"baseDomain", false, "did you mean \"base_domain\"?"},
+        {"BASEDOMAIN", false, "did you mean \"base_domain\"?"},
+        {" api key ", false, "did you mean \"api_key\"?"},
+        {"\u201capi_key\u201d", false, "did you mean \"api_key\"?"},
+        {"organizationId", false, "did you mean \"OrganizationId\"?"},
+        {"ALLOWEDAPPSBUNDLEIDSFORSSOEXTENSION", false,
+         "did you mean \"AllowedAppsBundleIdsForSSOExtension\"?"},
+        {"organisationId", true, "did you mean \"OrganizationId\"?"},
+        {"api_kye", true, "did you mean \"api_key\"?"},
+        {"base_domain2", true, "did you mean \"base_domain\"?"},
+        {"color", true, "remove it unless"},
+        {"___", true, "remove it unless"},
+    };
+    for (const Case& row : cases) {
+        const json::object policy{{"device_id", "D"}, {row.key, "a.b"}};
+        EXPECT_EQ(isValid(row.key, schema.at("propertyNames").as_object()), row.isAccepted) << row.key;
+        const auto findings = findProblems(readPropertyList(json::serialize(policy)), false);
+        EXPECT_EQ(std::none_of(findings.begin(), findings.end(), isError), row.isAccepted) << row.key;
+        const std::string fix =
+            findings.empty() || row.key == std::string("base_domain") ? "" : findings.front().mend;
+        EXPECT_TRUE(fix.starts_with(row.fix)) << row.key << ": " << fix;
+    }
+}
+
+TEST(LintTest, NamesWhatKeepsRequestsFromBeingSentAndWhatIsNoPolicy)
+{
+    struct Case {
+        const char* policy;
+        const char* severity;
+        const char* key;
+        const char* problem;
+    };
+    const Case cases[] = {
+        {R"({"base_domain": "https://"})", "error", "base_domain", "names no host"},
+        {R"({"base_domain": "https:///path"})", "error", "base_domain", "names no host"},
+        {R"({"base_domain": "acme.corp:99999"})", "error", "base_domain", "not a number from 1 to 65535"},
+        {R"({"base_domain": "https://localhost:105751"})", "error", "base_domain",
+         "not a number from 1 to 65535"},
+        {R"({"base_domain": "acme.corp:0"})", "error", "base_domain", "not a number from 1 to 65535"},
+        {R"({"base_domain": "acme.corp:https"})", "error", "base_domain", "check the port"},
+        {R"({"base_domain": "mdm acme com"})", "error", "base_domain", "a blank"},
+        {R"({"base_domain": "acme.corp/a\nb"})", "error", "base_domain", "a line break"},
+        {R"({"base_domain": "ftp://acme.corp"})", "error", "base_domain", "another scheme than https"},
+        {R"({"base_domain": "https://https://acme.corp"})", "error", "base_domain",
+         "another scheme than https"},
+        {R"({"base_domain": "https:/acme.corp"})", "error", "base_domain", "another scheme than https"},
+        {"{\"base_domain\": \"\u201chttps://acme.corp\u201d\"}", "error", "base_domain",
+         "a quotation mark in it: \u201c"},
+        {R"({"base_domain": "\"acme.corp\""})", "error", "base_domain", "a quotation mark in it: \""},
+        {"{\"base_domain\": \"m\u00fcnchen.example\"}", "error", "base_domain", "not ASCII: \u00fc"},
+        {R"({"base_domain": "acme.corp\\mdm"})", "error", "base_domain", "no URL may have: \\"},
+        {R"({"base_domain": "acme.corp/%zz"})", "error", "base_domain", "each \"%\""},
+        {R"({"api_key": "canary\nX-Evil: 1"})", "error", "api_key",
+         "\"Authorization\" has a line break or NUL in it"},
+        {R"({"api_key": "can\u0000ary"})", "error", "api_key",
+         "\"Authorization\" has a line break or NUL in it"},
+        {R"({"device_id": "D\r1"})", "error", "device_id", "a line break"},
+        {R"({"device_id": "DEV 1"})", "error", "device_id", "a blank"},
+        {"{\"api_key\": \"\u201ccanary\u201d\"}", "warning", "api_key", "quotation marks"},
+        {R"({"OrganizationId": "'4711'"})", "warning", "OrganizationId", "quotation marks"},
+        {"{}", "warning", "the file", "is empty"},
+        {"<plist><dict/></plist>", "warning", "the file", "is empty"},
+        {R"({"PayloadType": "Configuration", "PayloadContent": []})", "error", "the file",
+         "a whole configuration profile"},
+        {R"({"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "canary"}}], "PayloadUUID": "1"})",
+         "error", "the file", "a whole configuration profile"},
+        {R"({"com.quorvane.mdm": {"api_key": "canary"}})", "error", "the file", "inside com.quorvane.mdm"},
+        // Nothing of the kind.
+        {R"({"base_domain": "https://[::1]:8443/mdm%2Fx", "api_key": "a b", "device_id": "a%2Fb"})",
+         "warning", "base_domain", "carries a path"},
+    };
+    for (const Case& row : cases) {
+        const auto findings = findProblems(readPropertyList(row.policy), false);
+        ASSERT_FALSE(findings.empty()) << row.policy;
+        const auto worst =
+            std::min_element(findings.begin(), findings.end(), [](const Finding& left, const Finding& right) {
+                return left.severity < right.severity;
+            });
+        EXPECT_EQ(severityName(worst->severity), row.severity) << row.policy;
+        EXPECT_EQ(worst->key, row.key) << row.policy;
+        EXPECT_THAT(worst->problem, testing::HasSubstr(row.problem)) << row.policy;
+        EXPECT_THAT(worst->problem + worst->effect + worst->mend, testing::Not(testing::HasSubstr("canary")));
+    }
+    EXPECT_EQ(
+        findProblems(readPropertyList(R"({"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "k"}}]})"),
+                     false)
+            .front()
+            .mend,
+        "deploy only the dictionary that is PayloadContent[1].Settings");
+}
+
+TEST(ManagedKeyFormsTest, SchemaAcceptsTheValuesThatValidationDoesNotDrop)
 {
     const json::object schema = jsonSchema();
     for (const char* text : {R"("a")",
@@ -146,7 +262,7 @@ TEST(ManagedKeyFormsTest, SampleHasEveryKeyAndNothingToRemark)
 {
     const json::object sample = samplePolicy();
     EXPECT_EQ(sample.size(), Core::managedKeys().size());
-    EXPECT_THAT(judge(Platform::Linux::readPropertyList(prettyJSON(sample)), false), IsEmpty());
+    EXPECT_THAT(findProblems(readPropertyList(prettyJSON(sample)), false), IsEmpty());
 }
 
 TEST(ManagedKeyFormsTest, FormAsksForEachKeyThatItDeclaresOnce)

@@ -109,7 +109,7 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
     if (reading.state != State::good)
         return failUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
-    const std::vector<Finding> findings = judge(reading.document, options.isRevealing);
+    const std::vector<Finding> findings = findProblems(reading.document, options.isRevealing);
     const auto effective = effectiveValues(managed, options.isRevealing);
     json::object keys;
     for (const Core::ManagedKey& key : Core::managedKeys()) {

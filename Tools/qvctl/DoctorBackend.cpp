@@ -1,19 +1,19 @@
 // From the address of the backend to the end of the handshake. No request is made: it would need the
 // credentials, and leave its trace there.
 
-#include "Core/URLComposition.h"
-#include "Core/UnicodeText.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/FileDescriptor.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/NetworkSteps.h"
 #include "Tools/qvctl/ProxySettings.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 #include "Tools/qvctl/TLSProbe.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdlib>
 
 namespace Qvctl {
@@ -294,15 +294,14 @@ std::optional<std::string> baseDomain(const Examination& examination)
     return examination.snapshot ? examination.snapshot->baseDomain : std::nullopt;
 }
 
-/// As the application takes it apart.
-std::optional<HostAndPort> parse(const std::string& domain)
+/// As the sockets take it.
+HostAndPort serverOf(const Platform::Linux::SecureURL& url)
 {
-    constexpr std::uint16_t securePort = 443;
-    const auto url = Core::parseURL(std::string(Core::trimmed(domain)) + "/");
-    if (!url || url->host_address().empty())
-        return std::nullopt;
-    HostAndPort server{url->host_address(), url->has_port() ? url->port_number() : securePort};
-    return server.port != 0 ? std::optional(std::move(server)) : std::nullopt;
+    HostAndPort server{.host = url.host, .port = 0};
+    if (server.host.starts_with('[') && server.host.ends_with(']'))
+        server.host = server.host.substr(1, server.host.size() - 2);
+    std::from_chars(url.port.data(), url.port.data() + url.port.size(), server.port);
+    return server;
 }
 
 std::optional<HostAndPort> checkAddress(Examination& examination)
@@ -321,12 +320,15 @@ std::optional<HostAndPort> checkAddress(Examination& examination)
             findings.warning("backend.address", fmt::format("{} names no backend.", source), mend);
         return std::nullopt;
     }
-    auto server = parse(*domain);
-    if (server)
-        findings.ok("backend.address", fmt::format("{} names {}.", source, server->text()));
-    else
-        findings.failed("backend.address", fmt::format("{} has a base_domain that is no address.", source),
-                        mend);
+    const CheckedAddress address = checkBackendAddress(*domain);
+    if (!address.target) {
+        findings.failed(
+            "backend.address",
+            fmt::format("{} has a base_domain that the app cannot use: {}.", source, address.refusal), mend);
+        return std::nullopt;
+    }
+    const HostAndPort server = serverOf(*address.target);
+    findings.ok("backend.address", fmt::format("{} names {}.", source, server.text()));
     return server;
 }
 

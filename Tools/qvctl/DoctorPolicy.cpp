@@ -71,7 +71,7 @@ void checkPermissions(Findings& findings, const PolicyFileReading& reading,
 
 void checkValues(Findings& findings, const PolicyFileReading& reading)
 {
-    const std::vector<Finding> all = judge(reading.document, false);
+    const std::vector<Finding> all = findProblems(reading.document, false);
     const auto worst =
         std::min_element(all.begin(), all.end(), [](const Finding& left, const Finding& right) {
             return left.severity < right.severity;

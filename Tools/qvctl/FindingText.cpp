@@ -3,6 +3,7 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/Encoding.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 #include "Tools/qvctl/Spelling.h"
 
 #include <fmt/format.h>
@@ -15,6 +16,7 @@ namespace {
 
 using Core::ValidationFinding;
 using Platform::PropertyList;
+using Platform::Linux::PropertyListDocument;
 using FindingKind = ValidationFinding::Kind;
 using Core::ManagedKey;
 
@@ -59,6 +61,13 @@ Wording wordingOf(FindingKind kind)
     case FindingKind::entryRepeated:
         return {Severity::warning, "{value} stands in the list before", "it is kept twice",
                 "remove one of them"};
+    case FindingKind::quotationMarks:
+        return {Severity::warning, "has quotation marks in it", "they are taken as part of the value",
+                "remove them"};
+    case FindingKind::schemeUnsupported:
+        return {Severity::error, "names another scheme than https",
+                "its name becomes the host, and the backend cannot be reached",
+                "write https:// once, followed by the host, such as {example}"};
     case FindingKind::carriesPath:
         return {Severity::warning, "carries a path", "the path is put before that of every request",
                 "leave the path out unless the backend really lives below it"};
@@ -83,7 +92,7 @@ std::string concernedValue(const ValidationFinding& finding, const PropertyList:
     return fmt::format("\"{}\"", Platform::printable(rest.substr(0, rest.find(','))));
 }
 
-std::optional<Platform::Linux::TextPosition> placeOf(const Platform::Linux::PropertyListDocument& document,
+std::optional<Platform::Linux::TextPosition> placeOf(const PropertyListDocument& document,
                                                      std::string_view key, std::optional<std::size_t> index)
 {
     const auto& places = document.places.byPath;
@@ -91,6 +100,121 @@ std::optional<Platform::Linux::TextPosition> placeOf(const Platform::Linux::Prop
     if (found == places.end()) // A piece of a comma-separated text has the place of its text.
         found = places.find(key);
     return found != places.end() ? std::optional(found->second.value) : std::nullopt;
+}
+
+bool hasManagedKeys(const PropertyList::Dictionary& dictionary)
+{
+    return std::any_of(dictionary.begin(), dictionary.end(),
+                       [](const auto& entry) { return Core::findManagedKey(entry.first) != nullptr; });
+}
+
+/// The path of the first dictionary inside `value` that has managed keys: "PayloadContent[0].Settings". Empty
+/// when there is none.
+std::string pathOfManagedKeys(const PropertyList& value, const std::string& path)
+{
+    const auto search = [&](const PropertyList& inner, const std::string& innerPath) {
+        const auto* dictionary = inner.dictionary();
+        return dictionary != nullptr && hasManagedKeys(*dictionary) ? innerPath
+                                                                    : pathOfManagedKeys(inner, innerPath);
+    };
+    if (const auto* array = value.array()) {
+        for (std::size_t index = 0; index < array->size(); ++index) {
+            if (auto found = search((*array)[index], fmt::format("{}[{}]", path, index)); !found.empty())
+                return found;
+        }
+    } else if (const auto* dictionary = value.dictionary()) {
+        for (const auto& [key, inner] : *dictionary) {
+            if (auto found = search(inner, path.empty() ? key : path + "." + key); !found.empty())
+                return found;
+        }
+    }
+    return {};
+}
+
+/// What is wrong with a document that has none of the managed keys where the application looks for them, and
+/// is no configuration with other keys.
+std::optional<Finding> wrongDocument(const PropertyList::Dictionary& managed)
+{
+    Finding finding{.severity = Severity::error,
+                    .key = "the file",
+                    .index = {},
+                    .position = {},
+                    .problem = "is empty",
+                    .effect = "it configures nothing",
+                    .mend = "qvctl config schema --format sample prints a policy to start from"};
+    if (managed.empty()) {
+        finding.severity = Severity::warning;
+        return finding;
+    }
+    if (hasManagedKeys(managed))
+        return std::nullopt;
+    const bool isProfile = managed.contains("PayloadContent") || managed.contains("PayloadType");
+    const std::string path = pathOfManagedKeys(PropertyList(managed), "");
+    if (!isProfile && path.empty())
+        return std::nullopt;
+    finding.problem = isProfile ? "is a whole configuration profile"
+                                : fmt::format("has the keys of this app inside {}", path);
+    finding.effect = "the app finds none of its keys and configures nothing";
+    finding.mend = path.empty() ? "deploy only the dictionary that holds the keys of this app"
+                                : fmt::format("deploy only the dictionary that is {}", path);
+    return finding;
+}
+
+/// Keys that the application never looks at.
+std::vector<Finding> unknownKeys(const PropertyListDocument& document)
+{
+    std::vector<Finding> findings;
+    for (const auto& [key, value] : *document.root.dictionary()) {
+        if (Core::findManagedKey(key) != nullptr)
+            continue;
+        const auto place = document.places.byPath.find(key);
+        const auto suggestion = suggestedKey(key);
+        const bool isError = suggestion && isSpelledAlike(key, *suggestion);
+        findings.push_back({
+            .severity = isError ? Severity::error : Severity::warning,
+            .key = key,
+            .index = {},
+            .position = place != document.places.byPath.end() ? place->second.key : std::nullopt,
+            .problem = "is not a key of this app",
+            .effect = "it is ignored",
+            .mend = suggestion ? fmt::format("did you mean \"{}\"? Keys are case-sensitive", *suggestion)
+                               : "remove it unless it is there for another reader",
+        });
+    }
+    return findings;
+}
+
+Finding inWords(const ValidationFinding& finding, const PropertyListDocument& document, bool isRevealing)
+{
+    const ManagedKey& key = *Core::findManagedKey(finding.key);
+    const Wording words = wordingOf(finding.kind);
+    const std::string value = concernedValue(finding, *document.root.dictionary(), isRevealing);
+    return {
+        .severity = words.severity,
+        .key = std::string(finding.key),
+        .index = finding.index,
+        .position = placeOf(document, finding.key, finding.index),
+        .problem = fmt::format(fmt::runtime(words.problem), fmt::arg("value", value)),
+        .effect = words.effect,
+        .mend = fmt::format(fmt::runtime(words.mend), fmt::arg("forms", Core::acceptedForms(key.kind)),
+                            fmt::arg("example", key.example.substr(0, key.example.find(',')))),
+    };
+}
+
+Finding inWords(const UnusableValue& value, const PropertyListDocument& document)
+{
+    const ManagedKey& key = *Core::findManagedKey(value.key);
+    const bool isAddress = key.kind == ManagedKey::Kind::address;
+    return {
+        .severity = Severity::error,
+        .key = std::string(value.key),
+        .index = {},
+        .position = placeOf(document, value.key, {}),
+        .problem = fmt::format("cannot be used: {}", value.reason),
+        .effect = isAddress ? "the backend cannot be reached" : "no request can be sent to the backend",
+        .mend = isAddress ? fmt::format("write https:// and the host, such as {}", key.example)
+                          : "write the value as the backend knows it",
+    };
 }
 
 } // namespace
@@ -125,43 +249,18 @@ bool isMasked(std::string_view key, const PropertyList& value)
             }));
 }
 
-std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document, bool isRevealing)
+std::vector<Finding> findProblems(const PropertyListDocument& document, bool isRevealing)
 {
     const PropertyList::Dictionary& managed = *document.root.dictionary();
-    std::vector<Finding> findings;
-    for (const auto& [key, value] : managed) {
-        if (Core::findManagedKey(key) != nullptr)
-            continue;
-        const auto place = document.places.byPath.find(key);
-        const auto suggestion = suggestedKey(key);
-        findings.push_back({
-            .severity = suggestion ? Severity::error : Severity::warning,
-            .key = key,
-            .index = {},
-            .position = place != document.places.byPath.end() ? place->second.key : std::nullopt,
-            .problem = "is not a key of this app",
-            .effect = "it is ignored",
-            .mend = suggestion ? fmt::format("did you mean \"{}\"? Keys are case-sensitive", *suggestion)
-                               : "remove it unless it is there for another reader",
-        });
-    }
-    std::vector<ValidationFinding> dropped;
-    Core::validateManagedConfiguration(managed, &dropped);
-    for (const ValidationFinding& finding : dropped) {
-        const ManagedKey& key = *Core::findManagedKey(finding.key);
-        const Wording words = wordingOf(finding.kind);
-        const std::string value = concernedValue(finding, managed, isRevealing);
-        findings.push_back({
-            .severity = words.severity,
-            .key = std::string(finding.key),
-            .index = finding.index,
-            .position = placeOf(document, finding.key, finding.index),
-            .problem = fmt::format(fmt::runtime(words.problem), fmt::arg("value", value)),
-            .effect = words.effect,
-            .mend = fmt::format(fmt::runtime(words.mend), fmt::arg("forms", Core::acceptedForms(key.kind)),
-                                fmt::arg("example", key.example.substr(0, key.example.find(',')))),
-        });
-    }
+    if (const auto problem = wrongDocument(managed))
+        return {*problem};
+    std::vector<Finding> findings = unknownKeys(document);
+    std::vector<ValidationFinding> validation;
+    const auto config = Core::validateManagedConfiguration(managed, &validation);
+    for (const ValidationFinding& finding : validation)
+        findings.push_back(inWords(finding, document, isRevealing));
+    for (const UnusableValue& value : unusableValues(config))
+        findings.push_back(inWords(value, document));
     return findings;
 }
 

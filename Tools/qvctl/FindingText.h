@@ -30,9 +30,9 @@ struct Finding {
     std::string mend;
 };
 
-/// Everything to be said about a managed dictionary: what validation itself drops or alters, and keys that it
-/// never looks at.
-std::vector<Finding> judge(const Platform::Linux::PropertyListDocument& document, bool isRevealing);
+/// Every problem of a managed dictionary: what validation drops or alters, what the client cannot use, and
+/// keys that the application never looks at.
+std::vector<Finding> findProblems(const Platform::Linux::PropertyListDocument& document, bool isRevealing);
 
 /// The known key that `key` was probably meant to be.
 std::optional<std::string_view> suggestedKey(std::string_view key);

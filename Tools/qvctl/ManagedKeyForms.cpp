@@ -1,12 +1,14 @@
 #include "Tools/qvctl/ManagedKeyForms.h"
 
 #include "Core/ManagedKeys.h"
+#include "Platform/ASCII.h"
 #include "Platform/Linux/DevicePaths.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>
 
 #include <sstream>
+#include <vector>
 
 namespace Qvctl {
 
@@ -60,6 +62,37 @@ json::value exampleValue(const ManagedKey& key)
         break;
     }
     return json::string(key.example);
+}
+
+/// A name that has the letters and digits of `key` and is not meant to be any other: case and punctuation do
+/// not count.
+std::string likeness(std::string_view key)
+{
+    std::string pattern = "[^A-Za-z0-9]*";
+    for (const char character : key) {
+        if (Platform::isASCIILetter(character))
+            pattern += fmt::format("[{}{}][^A-Za-z0-9]*", Platform::upperCaseASCII(character),
+                                   Platform::lowerCaseASCII(character));
+        else if (Platform::isASCIIDigit(character))
+            pattern += fmt::format("{}[^A-Za-z0-9]*", character);
+    }
+    return pattern;
+}
+
+/// Names of keys: any but those that differ from one of the application's only in case or punctuation.
+json::object keyNames()
+{
+    json::array names;
+    std::vector<std::string> likenesses;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        names.emplace_back(key.name);
+        likenesses.push_back(likeness(key.name));
+    }
+    return {
+        {"$comment", "Other keys are ignored. One that only differs in case or punctuation is a mistake."},
+        {"anyOf",
+         {{{"enum", std::move(names)}},
+          {{"not", {{"pattern", fmt::format("^({})$", fmt::join(likenesses, "|"))}}}}}}};
 }
 
 /// What values must look like, by the name under which keys refer to it.
@@ -138,6 +171,7 @@ json::object jsonSchema()
             {"description", "Keys are case-sensitive and may all be left out. Other keys are ignored."},
             {"type", "object"},
             {"properties", std::move(properties)},
+            {"propertyNames", keyNames()},
             {"$defs", definitions()}};
 }
 

@@ -8,8 +8,9 @@ namespace Qvctl {
 
 // The managed keys in the forms in which other programs take them.
 
-/// A schema of the policy file as JSON. It takes what `lint` has no errors about, unknown keys aside. Source:
-/// JSON Schema, draft 2020-12.
+/// A schema of the policy file as JSON. It accepts every key that `lint` has no error about, and every value
+/// that validation does not drop; whether a value can be used in a request only `lint` knows. Source: JSON
+/// Schema, draft 2020-12.
 boost::json::object jsonSchema();
 
 /// The form by which a management console asks for the values. Source: the managedAppConfiguration schema of

@@ -28,7 +28,7 @@ bool isAbsent(const PolicyFileReading& reading)
 std::vector<Finding> findingsOf(const PolicyFileReading& reading, bool isRevealing)
 {
     if (reading.state == State::good)
-        return judge(reading.document, isRevealing);
+        return findProblems(reading.document, isRevealing);
     return {{.severity = Severity::error,
              .key = "the file",
              .index = {},

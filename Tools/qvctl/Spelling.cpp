@@ -57,4 +57,9 @@ std::optional<std::size_t> closestWord(std::string_view word, const std::vector<
     return best;
 }
 
+bool isSpelledAlike(std::string_view left, std::string_view right)
+{
+    return skeleton(left) == skeleton(right);
+}
+
 } // namespace Qvctl

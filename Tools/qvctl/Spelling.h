@@ -12,4 +12,7 @@ namespace Qvctl {
 std::optional<std::size_t> closestWord(std::string_view word,
                                        const std::vector<std::string_view>& candidates);
 
+/// Whether both words have the same letters and digits; case and punctuation do not count.
+bool isSpelledAlike(std::string_view left, std::string_view right);
+
 } // namespace Qvctl
