@@ -30,7 +30,7 @@ end
 
 )";
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     return "'" + replaced(text, {{'\'', "\\'"}, {'\\', "\\\\"}}) + "'";
 }
@@ -39,8 +39,9 @@ std::string valuesOf(const Parameter& parameter)
 {
     if (parameter.isTakingFile())
         return " -F";
-    return parameter.choices.empty() ? ""
-                                     : " -a " + quoted(fmt::format("{}", fmt::join(parameter.choices, " ")));
+    return parameter.choices.empty()
+               ? ""
+               : " -a " + inQuotes(fmt::format("{}", fmt::join(parameter.choices, " ")));
 }
 
 std::string optionFlags(const Parameter& option)
@@ -50,7 +51,7 @@ std::string optionFlags(const Parameter& option)
         flags += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
     if (option.isTakingValue())
         flags += (option.isTakingFile() ? " -r" : " -x") + valuesOf(option);
-    return flags + " -d " + quoted(option.text);
+    return flags + " -d " + inQuotes(option.text);
 }
 
 } // namespace
@@ -62,12 +63,12 @@ std::string fishCompletion(const Command& program)
     std::vector<std::string> paths;
     std::string lines = always + " -f\n";
     for (const Command* command : allCommands(program)) {
-        paths.push_back(quoted(command->path));
+        paths.push_back(inQuotes(command->path));
         const std::string here = fmt::format("{} -n \"__{}_at {}\"", always, function, command->path);
         for (const Parameter& option : command->options)
             lines += (command == &program ? always : here) + optionFlags(option) + "\n";
         for (const Command& verb : command->verbs)
-            lines += fmt::format("{} -a {} -d {}\n", here, verb.name, quoted(verb.text));
+            lines += fmt::format("{} -a {} -d {}\n", here, verb.name, inQuotes(verb.text));
         for (const Parameter& argument : command->arguments)
             lines += here + valuesOf(argument) + "\n";
     }
