@@ -16,7 +16,7 @@ std::string escaped(std::string_view text)
     return replaced(text, {{'\'', "'\\''"}, {'\\', "\\\\"}, {':', "\\:"}});
 }
 
-/// The part of a specification about the value: ":FILE:_files".
+/// What _arguments expects for a value: ":FILE:_files".
 std::string valueOf(const Parameter& parameter)
 {
     const std::string values = parameter.isTakingFile() ? "_files"

@@ -163,7 +163,7 @@ class WindowDriver final : public QGenericPlugin {
     Q_PLUGIN_METADATA(IID QGenericPluginFactoryInterface_iid FILE "WindowDriver.json")
 
 public:
-    QObject* create(const QString& /*name*/, const QString& /*specification*/) override
+    QObject* create(const QString& /*name*/, const QString& /*parameters*/) override
     {
         auto* server = new QLocalServer;
         const QString socketFile = qEnvironmentVariable("QUORVANE_WINDOW_DRIVER");
