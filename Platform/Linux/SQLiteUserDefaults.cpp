@@ -116,14 +116,14 @@ void makePrivate(const std::filesystem::path& file)
         ::fchmod(descriptor.get(), S_IRUSR | S_IWUSR);
 }
 
-/// Removes the damaged copies of `file` but the one that begins with `kept`.
-void removeEarlierCopies(const std::filesystem::path& file, const std::string& kept)
+/// Removes the damaged copies of `file`, except for the one whose name begins with `kept`.
+void removeDamagedCopies(const std::filesystem::path& file, std::string_view kept = {})
 {
     std::error_code error;
     std::filesystem::directory_iterator entry(file.parent_path(), error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string& path = entry->path().native();
-        if (path.starts_with(file.string() + corruptMark) && !path.starts_with(kept))
+        if (path.starts_with(file.string() + corruptMark) && (kept.empty() || !path.starts_with(kept)))
             ::unlink(path.c_str());
     }
 }
@@ -219,6 +219,27 @@ bool SQLiteUserDefaults::removeObject(std::string_view key)
         statement.bind(1, std::string(key));
         statement.exec();
     });
+}
+
+bool SQLiteUserDefaults::erase(std::span<const std::string_view> keys)
+{
+    const bool isErased = change([&](SQLiteConnection& connection) {
+        SQLite::Database& database = connection.database();
+        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        for (const std::string_view key : keys) {
+            SQLite::Statement statement(database, "DELETE FROM defaults WHERE key = ?1");
+            statement.bind(1, std::string(key));
+            statement.exec();
+        }
+        transaction.commit();
+        // What was deleted stays in free pages and in the log until both are rewritten.
+        database.exec("VACUUM");
+        if (database.execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() != 0)
+            throw SQLite::Exception("another process is reading; try again", SQLITE_BUSY);
+    });
+    if (isErased)
+        removeDamagedCopies(m_file);
+    return isErased;
 }
 
 bool SQLiteUserDefaults::change(const std::function<void(SQLiteConnection&)>& operation)
@@ -398,7 +419,7 @@ void SQLiteUserDefaults::moveAside() const
         if (*companion == '\0' && error)
             throw std::system_error(error, damaged.string());
     }
-    removeEarlierCopies(m_file, aside);
+    removeDamagedCopies(m_file, aside);
     m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when it is no longer needed, "
                             "it may hold keys",
                             m_file.string(), aside));

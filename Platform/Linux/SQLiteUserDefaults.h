@@ -50,6 +50,10 @@ public:
     bool write(std::span<const Entry> entries) override;
     bool removeObject(std::string_view key) override;
     void synchronize() override {}
+    /// Removes the keys and every byte that the files still hold of their present and earlier values, damaged
+    /// copies included. Returns false, with one error line, when that cannot be done now, for example because
+    /// another process is reading.
+    bool erase(std::span<const std::string_view> keys);
 
 private:
     enum class Purpose { read, write };

@@ -110,6 +110,7 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
     EXPECT_EQ(doctor->waitForExit(), 1) << "there is no session bus";
     printed["doctor"] = json::parse(doctor->lines().back());
     run("config clear", {"config", "clear"});
+    run("config forget", {"config", "forget"});
     run("privacy", {"privacy", "reset", "notifications"});
 
     for (const auto& [verb, documented] : documentedVerbs()) {

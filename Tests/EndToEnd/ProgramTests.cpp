@@ -326,6 +326,50 @@ TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
     EXPECT_THAT(human.output, AllOf(HasSubstr("com.a.b"), HasSubstr("********"), Not(HasSubstr("canary"))));
 }
 
+TEST_F(ProgramTest, ForgetLeavesNoTraceOfAKey)
+{
+    device.replacePolicy(R"({"api_key": "canary-1"})");
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v1"));
+    device.replacePolicy(R"({"api_key": "canary-2"})");
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v2"));
+    const char* countTraces = "grep -rl canary $DEVICE/data | wc -l";
+    EXPECT_NE(shell(countTraces).output, "0\n");
+    EXPECT_EQ(
+        shell("echo canary > $DEVICE/data/quorvane-mdm/groups/group.com.quorvane.mdm.sqlite.corrupt-2026")
+            .exitCode,
+        0);
+
+    const Outcome early = qvctl({"config", "forget"});
+    EXPECT_THAT(early.output, HasSubstr("managed.json is still there"));
+    EXPECT_EQ(qvctl({"config", "clear"}).exitCode, 0);
+    const Outcome outcome = qvctl({"config", "forget"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("Deleted the snapshot in"), Not(HasSubstr("still there"))));
+    EXPECT_EQ(shell(countTraces).output, "0\n");
+    EXPECT_EQ(qvctl({"snapshot"}).exitCode, 66);
+
+    // The running app goes on, and counts from the start.
+    device.replacePolicy(R"({"api_key": "another"})");
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v1"));
+    EXPECT_EQ(qvctlJSON({"snapshot", "--reveal"}).at("apiKey"), "another");
+}
+
+TEST_F(ProgramTest, RootLeavesTheStateOfAnotherUserAlone)
+{
+    constexpr const char* change = R"(
+        [ $(id -u) = 0 ] || exit 77
+        mkdir -p $DEVICE/data; chown 12345 $DEVICE/data
+        for verb in 'privacy grant notifications' 'config forget'; do $QVCTL $verb 2>&1; echo "exit $?"; done
+        ls -A $DEVICE/data)";
+    const Outcome outcome = shell(change);
+    if (outcome.exitCode == 77)
+        GTEST_SKIP() << "needs root";
+    const std::string refusal = "qvctl: nothing was changed, since " + device.path("data").string() +
+                                " belongs to user 12345; run this as that user\nexit 78\n";
+    EXPECT_EQ(outcome.output, refusal + refusal);
+}
+
 TEST_F(ProgramTest, NumbersAreTheSameInEveryLocale)
 {
     ForeignLocale::write(device.path(""));

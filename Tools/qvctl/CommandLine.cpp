@@ -189,6 +189,8 @@ void CommandLine::addConfigVerbs()
         ->check(nameOfFile());
     set.add_flag("--force", m_isForced, "Install it even if it has errors that lint reports");
     addVerb(config, "clear", "Remove the managed configuration", [this] { return configClear(m_options); });
+    addVerb(config, "forget", "Delete this user's stored snapshot, the API key included",
+            [this] { return configForget(m_options); });
     addChoice<SchemaFormat>(
         addVerb(config, "schema", "Describe the keys for editors and management consoles",
                 [this] { return configSchema(m_options, m_schemaFormat); }),

@@ -76,6 +76,8 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
 /// Refuses a file with errors unless `isForced`.
 ExitCode configSet(const Options& options, const std::string& file, bool isForced);
 ExitCode configClear(const Options& options);
+/// Deletes the stored snapshot of this user, which holds the API key.
+ExitCode configForget(const Options& options);
 ExitCode configSchema(const Options& options, SchemaFormat format);
 ExitCode notifications(const Options& options, std::int64_t limit);
 /// "-" is standard input.

@@ -120,6 +120,7 @@ ExitCode push(const Options& options, const std::string& file)
 
 ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status)
 {
+    demandOwnState(Platform::Linux::DevicePaths::fromEnvironment(options.managedConfiguration));
     Device device(options, Device::Access::readWrite);
     // The store logs why it could not be written.
     const bool isSet = device.shellState.setAuthorizationStatus(status);

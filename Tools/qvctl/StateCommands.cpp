@@ -186,4 +186,30 @@ ExitCode snapshot(const Options& options)
     return success;
 }
 
+ExitCode configForget(const Options& options)
+{
+    const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
+    const auto suite = paths.suite(Core::Constants::appGroupSuiteName);
+    demandOwnState(paths);
+    const bool isStored = std::filesystem::exists(suite);
+    if (isStored) {
+        namespace Keys = Core::Constants::SnapshotKeys;
+        constexpr std::array keys{Keys::configSnapshot, Keys::configVersion, Keys::lastUpdated,
+                                  Keys::schemaVersion};
+        const Device device(options, Device::Access::readWrite);
+        if (!SQLiteUserDefaults(suite, Device::Access::readWrite, SystemClock(), device.log()).erase(keys))
+            return unavailable; // The store has printed why.
+    }
+    const DevicePolicy policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::no);
+    const bool isPolicyInForce = policy.reading.state == PolicyFileReading::State::good;
+    if (options.isJSON)
+        printJSON({{"suite", suite.string()}, {"removed", isStored}, {"policyInForce", isPolicyInForce}});
+    else
+        print("{} {}\n", isStored ? "Deleted the snapshot in" : "No snapshot is stored in", suite);
+    if (isPolicyInForce && !options.isJSON)
+        print("{} is still there: the app stores a snapshot again when it next applies it\n",
+              policy.reading.path);
+    return success;
+}
+
 } // namespace Qvctl
