@@ -199,13 +199,13 @@ std::unique_ptr<PushService> makePushService(App::PushSource source, const Sessi
                                                          paths.pushSocket);
     if (!access.bus)
         return std::make_unique<Linux::UnavailablePushService>(runLoop, access.absence + ".");
-    const char* preferred = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
+    const char* chosen = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
     return std::make_unique<Linux::UnifiedPushService>(
         Linux::UnifiedPushService::Ports{*access.bus, store, runLoop, runLoop, log},
         Linux::UnifiedPushService::Settings{
             .serviceName = std::string(Linux::applicationIdentifier),
             .description = "Messages of your organisation about this device",
-            .preferredDistributor = preferred != nullptr ? preferred : "",
+            .chosenDistributor = chosen != nullptr ? chosen : "",
         });
 }
 

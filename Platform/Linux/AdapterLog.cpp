@@ -11,10 +11,10 @@ AdapterLog::AdapterLog(UnifiedLog& log, std::string subsystem)
     : m_log(log), m_handle{std::move(subsystem), "platform"}
 {}
 
-void AdapterLog::error(std::string_view line) const noexcept
+void AdapterLog::write(LogType type, std::string_view line) const noexcept
 {
     try {
-        m_log.write(m_handle, LogType::error, LogVisibility::public_, printable(line));
+        m_log.write(m_handle, type, LogVisibility::public_, printable(line));
     } catch (const std::exception&) {
         // Out of memory: the line is lost, the caller is not.
     }

@@ -7,7 +7,7 @@
 
 namespace Platform::Linux {
 
-/// Logs the adapters' own error lines about the device, such as a policy file that cannot be read. They carry
+/// Logs the adapters' own lines about the device, such as a policy file that cannot be read. They carry
 /// paths and reasons, never a configured value, and are therefore public. File names and the messages of
 /// libraries may hold anything: what is unprintable in a line is escaped here.
 ///
@@ -15,9 +15,13 @@ namespace Platform::Linux {
 class AdapterLog {
 public:
     AdapterLog(UnifiedLog& log, std::string subsystem);
-    void error(std::string_view line) const noexcept;
+    void error(std::string_view line) const noexcept { write(LogType::error, line); }
+    /// For what works, and should be known to whoever reads the log.
+    void warning(std::string_view line) const noexcept { write(LogType::default_, line); }
 
 private:
+    void write(LogType type, std::string_view line) const noexcept;
+
     UnifiedLog& m_log;
     LogHandle m_handle;
 };

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <sys/random.h>
 #include <system_error>
+#include <utility>
 
 namespace Platform::Linux {
 
@@ -20,6 +21,7 @@ constexpr std::string_view tokenKey = "UnifiedPush.Token";
 constexpr std::string_view privateKeyKey = "UnifiedPush.PrivateKey";
 constexpr std::string_view authSecretKey = "UnifiedPush.AuthSecret";
 constexpr std::string_view distributorKey = "UnifiedPush.Distributor";
+constexpr std::string_view replacedDistributorKey = "UnifiedPush.ReplacedDistributor";
 constexpr std::string_view endpointKey = "UnifiedPush.Endpoint";
 
 /// A random UUID (RFC 9562, version 4).
@@ -80,6 +82,7 @@ std::optional<UnifiedPushRegistration> UnifiedPushRegistration::stored(const Use
         return std::nullopt;
     UnifiedPushRegistration registration(token, *keys);
     registration.m_distributor = store.text(distributorKey).value_or("");
+    registration.m_replacedDistributor = store.text(replacedDistributorKey).value_or("");
     registration.m_endpoint = store.text(endpointKey).value_or("");
     return registration;
 }
@@ -87,10 +90,11 @@ std::optional<UnifiedPushRegistration> UnifiedPushRegistration::stored(const Use
 std::optional<UnifiedPushRegistration> UnifiedPushRegistration::make(UserDefaults& store)
 {
     UnifiedPushRegistration registration(randomUUID(), WebPushKeys::generate());
-    const std::array<UserDefaults::Entry, 5> entries{{{tokenKey, registration.m_token},
+    const std::array<UserDefaults::Entry, 6> entries{{{tokenKey, registration.m_token},
                                                       {privateKeyKey, registration.m_keys.privateKey()},
                                                       {authSecretKey, registration.m_keys.authSecret()},
                                                       {distributorKey, ""},
+                                                      {replacedDistributorKey, ""},
                                                       {endpointKey, ""}}};
     return store.write(entries) ? std::optional(std::move(registration)) : std::nullopt;
 }
@@ -100,10 +104,12 @@ bool UnifiedPushRegistration::setEndpoint(UserDefaults& store, const std::string
 {
     if (m_isEndpointStored && m_distributor == distributor && m_endpoint == endpoint)
         return true;
-    m_distributor = distributor;
+    if (m_distributor != distributor)
+        m_replacedDistributor = std::exchange(m_distributor, distributor);
     m_endpoint = endpoint;
-    const std::array<UserDefaults::Entry, 2> entries{
-        {{distributorKey, m_distributor}, {endpointKey, m_endpoint}}};
+    const std::array<UserDefaults::Entry, 3> entries{{{distributorKey, m_distributor},
+                                                      {replacedDistributorKey, m_replacedDistributor},
+                                                      {endpointKey, m_endpoint}}};
     m_isEndpointStored = store.write(entries);
     return m_isEndpointStored;
 }

@@ -29,6 +29,8 @@ public:
     [[nodiscard]] const WebPushKeys& keys() const { return m_keys; }
     /// The bus name of the one that registered us; empty: none yet.
     [[nodiscard]] const std::string& distributor() const { return m_distributor; }
+    /// The one that registered us before that; empty: none.
+    [[nodiscard]] const std::string& replacedDistributor() const { return m_replacedDistributor; }
     /// Where pushes are to be sent; empty: nowhere yet.
     [[nodiscard]] const std::string& endpoint() const { return m_endpoint; }
 
@@ -41,6 +43,7 @@ private:
     std::string m_token;
     WebPushKeys m_keys;
     std::string m_distributor;
+    std::string m_replacedDistributor;
     std::string m_endpoint;
     bool m_isEndpointStored = true;
 };

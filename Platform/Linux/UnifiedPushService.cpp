@@ -122,23 +122,39 @@ UnifiedPushService::next(void (UnifiedPushService::*step)(const Value&))
 
 void UnifiedPushService::choose(const Names& names)
 {
-    if (names.empty()) {
+    const auto isThere = [&](const std::string& name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    const std::string chosen = chosenName();
+    const std::string& previous = m_registration->distributor();
+    if (!chosen.empty() && !isThere(chosen)) {
+        fail(pushRegistrationError(
+            PushRegistrationErrorCode::noDistributor,
+            fmt::format("The push distributor {}, which UNIFIEDPUSH_DISTRIBUTOR names, neither runs nor is "
+                        "installed. Start or install it, or name another one.",
+                        chosen)));
+    } else if (names.empty()) {
         fail(
             pushRegistrationError(PushRegistrationErrorCode::noDistributor,
                                   "No push distributor runs or is installed. Install one for UnifiedPush, or "
                                   "start it."));
-        return;
+    } else if (!chosen.empty()) {
+        ask(chosen);
+    } else if (previous.empty() || isThere(previous)) {
+        ask(previous.empty() ? names.front() : previous);
+    } else {
+        m_ports.log.warning(fmt::format("The push distributor {} has gone. {} takes its place, and the "
+                                        "backend will get another endpoint. To prevent such a change, name "
+                                        "a distributor in UNIFIEDPUSH_DISTRIBUTOR.",
+                                        previous, names.front()));
+        ask(names.front());
     }
-    const auto isThere = [&](const std::string& name) {
-        return std::find(names.begin(), names.end(), name) != names.end();
-    };
-    std::string choice = names.front();
-    if (isThere(preferredName()))
-        choice = preferredName();
-    else if (isThere(m_registration->distributor()))
-        choice = m_registration->distributor();
-    if (choice != m_distributor) {
-        m_distributor = choice;
+}
+
+void UnifiedPushService::ask(const std::string& distributor)
+{
+    if (distributor != m_distributor) {
+        m_distributor = distributor;
         m_owner.clear();
     }
     m_step = Step::identifying;
@@ -202,7 +218,8 @@ void UnifiedPushService::ownerChanged(const std::string& name, const std::string
     const bool isStartedByUs = isOurs && m_step == Step::identifying && previousOwner.empty();
     if (isStartedByUs || owner == previousOwner)
         return;
-    if (isOurs || m_owner.empty() || name == preferredName()) {
+    const std::string chosen = chosenName();
+    if (chosen.empty() ? isOurs || m_owner.empty() : name == chosen) {
         m_mayRegisterAgain = true;
         begin();
     }
@@ -322,9 +339,10 @@ UnifiedPushService::readMessage(const std::string& message) const
     }
 }
 
-std::string UnifiedPushService::preferredName() const
+std::string UnifiedPushService::chosenName() const
 {
-    return std::string(UnifiedPushDistributors::namePrefix) + m_settings.preferredDistributor;
+    const std::string& suffix = m_settings.chosenDistributor;
+    return suffix.empty() ? std::string() : std::string(UnifiedPushDistributors::namePrefix) + suffix;
 }
 
 } // namespace Platform::Linux

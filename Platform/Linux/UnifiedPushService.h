@@ -27,10 +27,11 @@ namespace Platform::Linux {
 /// the connection to a push server for all applications. The device token is the UTF-8 text of a Web Push
 /// subscription; messages are encrypted for its keys, and one that does not decrypt is never delivered.
 ///
-/// The distributor is the preferred one if it is there, else the one of last time, else the first in the
-/// alphabet. It is asked at every start, always with the same registration token, and again whenever a
-/// distributor comes that may serve better than what there is; never by a timer. One that goes is not
-/// replaced before another one comes or the application asks, since it mostly goes to be restarted.
+/// The distributor is the chosen one and no other. Without a choice it is the one of last time if that is
+/// there, else the first in the alphabet; a change is logged, because the backend gets another endpoint by
+/// it. The distributor is asked at every start, always with the same registration token, and again whenever
+/// one comes that may serve better than what there is; never by a timer. One that goes is not replaced before
+/// another one comes or the application asks, since it mostly goes to be restarted.
 ///
 /// A distributor has its answer to a message when the listener has completed it: the identifier of the
 /// message when it was accepted or never can be, an error when the distributor should keep it. Messages take
@@ -59,8 +60,9 @@ public:
         std::string serviceName;
         /// What a distributor shows for this application; at most 100 bytes.
         std::string description;
-        /// What follows `UnifiedPushDistributors::namePrefix`; empty: none.
-        std::string preferredDistributor = {};
+        /// What follows `UnifiedPushDistributors::namePrefix`, from UNIFIEDPUSH_DISTRIBUTOR; empty: no
+        /// choice.
+        std::string chosenDistributor = {};
         /// How long a distributor may take for one answer, its own start included.
         std::chrono::milliseconds answerTime = std::chrono::seconds(30);
         /// How long it may take from a registration to the endpoint.
@@ -98,6 +100,7 @@ private:
     template <typename Value>
     UnifiedPushDistributors::Completion<Value> next(void (UnifiedPushService::*step)(const Value&));
     void choose(const Names& names);
+    void ask(const std::string& distributor);
     void identified(const Identity& identity);
     void registered(const Registered&);
     void fail(const Error& error);
@@ -115,7 +118,8 @@ private:
     void announceToken();
     [[nodiscard]] std::variant<PropertyList::Dictionary, std::string>
     readMessage(const std::string& message) const;
-    [[nodiscard]] std::string preferredName() const;
+    /// The bus name; empty: no choice.
+    [[nodiscard]] std::string chosenName() const;
 
     const Ports m_ports;
     const Settings m_settings;

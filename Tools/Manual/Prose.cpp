@@ -55,7 +55,7 @@ Prose applicationProse()
                         dataVariable,
                         runtimeVariable,
                         {"UNIFIEDPUSH_DISTRIBUTOR",
-                         "The distributor to register with, where there are several."},
+                         "The only distributor to register with."},
                         {"SSL_CERT_FILE", "Certificates to trust in place of those of the system."},
                         {"QUORVANE_APPEARANCE", "dark or light, whatever the desktop says."},
                         {"QUORVANE_LOG_PRIVATE_DATA",

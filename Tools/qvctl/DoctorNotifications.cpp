@@ -87,6 +87,14 @@ std::vector<std::string> distributorsAmong(const SessionBusNames& names)
     return {found.begin(), found.end()};
 }
 
+/// The bus name that the environment chooses; empty: none.
+std::string chosenDistributor()
+{
+    const char* suffix = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
+    return suffix != nullptr && *suffix != '\0' ? std::string(UnifiedPushDistributors::namePrefix) + suffix
+                                                : std::string();
+}
+
 void checkDistributor(Examination& examination, const std::optional<SessionBusNames>& names)
 {
     Findings& findings = examination.findings;
@@ -98,21 +106,18 @@ void checkDistributor(Examination& examination, const std::optional<SessionBusNa
     if (findings.isPrevented("push.distributor", {"bus.session"}))
         return;
     const auto distributors = distributorsAmong(*names);
-    const char* suffix = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
-    const std::string wanted = suffix != nullptr && *suffix != '\0'
-                                   ? std::string(UnifiedPushDistributors::namePrefix) + suffix
-                                   : std::string();
+    const std::string chosen = chosenDistributor();
     if (distributors.empty())
         findings.failed(
             "push.distributor", "There is no push distributor on the session bus.",
             "Install a UnifiedPush distributor and start it, or run the app with --push local for "
             "tests.");
-    else if (!wanted.empty() && !names->isThere(wanted))
-        findings.warning("push.distributor",
-                         fmt::format("{}, which UNIFIEDPUSH_DISTRIBUTOR asks for, is not on the session bus; "
-                                     "there is {}.",
-                                     wanted, fmt::join(distributors, ", ")),
-                         "Start it, or choose another one.");
+    else if (!chosen.empty() && !names->isThere(chosen))
+        findings.failed("push.distributor",
+                        fmt::format("{}, which UNIFIEDPUSH_DISTRIBUTOR names, is not on the session bus, and "
+                                    "the app takes no other; there is {}.",
+                                    chosen, fmt::join(distributors, ", ")),
+                        "Start it, or name another one.");
     else
         findings.ok("push.distributor", fmt::format("There is {}.", fmt::join(distributors, ", ")));
 }
@@ -146,8 +151,13 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
                                           : distributor.empty() ? ""
                                                                 : ", by ",
                                           distributor);
+    const std::string replaced = distributor.empty() ? "" : registration->replacedDistributor();
     const bool isDistributorGone = names && !distributor.empty() && !names->isThere(distributor);
-    if (!isDistributorGone)
+    if (!isDistributorGone && !replaced.empty() && chosenDistributor() != distributor)
+        findings.warning("push.registration", fmt::format("{}, which took the place of {}.", found, replaced),
+                         "If this is not intended, name the right one in UNIFIEDPUSH_DISTRIBUTOR and restart "
+                         "the app.");
+    else if (!isDistributorGone)
         findings.ok("push.registration", found + ".");
     else if (!findings.isPrevented("push.registration", {"push.distributor"}, found))
         findings.warning("push.registration", found + ", which is no longer on the session bus.",

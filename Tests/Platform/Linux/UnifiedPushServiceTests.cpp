@@ -112,10 +112,10 @@ struct FakeDistributor {
 };
 
 struct Application final : PushServiceListener {
-    Application(Transcript& theTranscript, UserDefaults& store, const std::string& preferred = "",
+    Application(Transcript& theTranscript, UserDefaults& store, const std::string& chosen = "",
                 std::chrono::seconds answerTime = std::chrono::seconds(20))
         : transcript(theTranscript),
-          service({bus, store, queue, timers, adapterLog}, {application, "Tests", preferred, answerTime})
+          service({bus, store, queue, timers, adapterLog}, {application, "Tests", chosen, answerTime})
     {
         bus.start();
         queue.async([this] { service.start(*this); });
@@ -208,6 +208,36 @@ TEST(UnifiedPushServiceTest, IsTheSameReceiverWhoeverComesAndGoes)
     app.reset();
     app.emplace(transcript, store, "a");
     EXPECT_EQ(transcript.after("a registers "), token);
+}
+
+TEST(UnifiedPushServiceTest, KeepsToTheChosenDistributorAndLogsAChangeThatNobodyChose)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    {
+        Application app(transcript, store, "a");
+        const FakeDistributor other(transcript, "A");
+        app.registerDevice();
+        EXPECT_THAT(transcript.after("error 1"), HasSubstr("org.unifiedpush.Distributor.a, which"));
+        const FakeDistributor another(transcript, "b");
+        const FakeDistributor chosen(transcript, "a");
+        EXPECT_THAT(transcript.after(""), testing::StartsWith("a registers "));
+        EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+        EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
+    }
+    EXPECT_EQ(UnifiedPushRegistration::stored(store)->replacedDistributor(), "");
+    const FakeDistributor other(transcript, "b");
+    Application app(transcript, store);
+    app.registerDevice();
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(testing::AllOf(
+                                         HasSubstr("Distributor.a has gone"),
+                                         HasSubstr("org.unifiedpush.Distributor.b takes its place"))));
+    app.onMain([&] {
+        const auto stored = UnifiedPushRegistration::stored(store);
+        EXPECT_EQ(stored->distributor(), "org.unifiedpush.Distributor.b");
+        EXPECT_EQ(stored->replacedDistributor(), "org.unifiedpush.Distributor.a");
+    });
 }
 
 TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotForIt)
