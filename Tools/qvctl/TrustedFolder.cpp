@@ -35,21 +35,21 @@ std::string temporaryName(const std::string& name)
 
 std::optional<TrustedFolder> TrustedFolder::open(const fs::path& path)
 {
-    const auto steps = Platform::Linux::walkPath(path);
+    FileDescriptor walked;
+    const auto steps = Platform::Linux::walkPath(path, &walked);
     if (const auto reason = Platform::Linux::distrustReason(steps))
         throw VerbError(configuration,
                         fmt::format("nothing was changed, since the app would not trust a policy in {}: {}",
                                     path.string(), *reason));
     const PathStep& last = steps.back();
-    if (last.kind == PathStep::Kind::missing)
+    if (last.kind == PathStep::Kind::missing && last.error == ENOENT)
         return std::nullopt;
-    FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    struct stat status {};
-    if (!descriptor || ::fstat(descriptor.get(), &status) != 0)
+    if (last.kind != PathStep::Kind::folder)
+        throw std::system_error(last.kind == PathStep::Kind::missing ? last.error : ENOTDIR,
+                                std::generic_category(), last.path.string());
+    FileDescriptor descriptor(::openat(walked.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor)
         throwSystemError(path);
-    if (status.st_dev != last.status.st_dev || status.st_ino != last.status.st_ino)
-        throw VerbError(configuration,
-                        fmt::format("nothing was changed, since {} was replaced meanwhile", path.string()));
     return TrustedFolder(path, std::move(descriptor));
 }
 
