@@ -32,6 +32,15 @@ std::uint32_t eventsOfFolder(const PathStep& folder)
     return (folder.status.st_mode & S_ISVTX) != 0 ? folderMoved : folderItself;
 }
 
+/// Whether the walk ended because the process or the system ran out of something, which says nothing about
+/// the way to the file.
+bool isCutShort(const std::vector<PathStep>& steps)
+{
+    return std::any_of(steps.begin(), steps.end(), [](const PathStep& step) {
+        return step.error == EMFILE || step.error == ENFILE || step.error == ENOMEM;
+    });
+}
+
 } // namespace
 
 PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files,
@@ -70,6 +79,9 @@ void PathWatch::rearm(int handler)
     // there.
     constexpr int maximumAttempts = 10;
     std::vector<PathStep> steps = walkAll();
+    if (m_isArmed && isCutShort(steps))
+        return; // The watches in place still report the next change.
+    m_isArmed = true;
     std::set<std::filesystem::path> unwatched;
     std::vector<FileSystemWatcher::Failure> failures;
     for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
@@ -78,6 +90,8 @@ void PathWatch::rearm(int handler)
         for (const auto& failure : failures)
             failed.insert(failure.path);
         std::vector<PathStep> now = walkAll();
+        if (isCutShort(now))
+            break;
         const bool isSettled =
             failed == unwatched && std::equal(steps.begin(), steps.end(), now.begin(), now.end(), isSame);
         steps = std::move(now);

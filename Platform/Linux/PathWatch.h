@@ -43,6 +43,7 @@ private:
     const std::vector<std::filesystem::path> m_files;
     std::mutex m_mutex;
     ErrorLine m_errorLine;
+    bool m_isArmed = false;
     /// Names of the entries that matter in the watched folders.
     std::set<std::string, std::less<>> m_watchedNames;
 };
