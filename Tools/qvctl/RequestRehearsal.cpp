@@ -127,13 +127,13 @@ std::string clause(std::string sentence)
 }
 
 /// What became of a request that was composed and checked, and not sent.
-struct Attempt {
+struct UploadAttempt {
     std::optional<Platform::Linux::SecureURL> target;
     /// The transport's, as a clause; empty when the client could not compose the address.
     std::string refusal;
 };
 
-Platform::Task<void> upload(const Core::APIClient& client, std::string path, Attempt& attempt)
+Platform::Task<void> upload(const Core::APIClient& client, std::string path, UploadAttempt& attempt)
 {
     try {
         auto request = client.post(path, std::optional<Platform::Data>());
@@ -145,14 +145,14 @@ Platform::Task<void> upload(const Core::APIClient& client, std::string path, Att
 }
 
 /// Has the client compose the upload of a device token and the transport check it.
-Attempt attemptUpload(const ValidatedConfig& config)
+UploadAttempt attemptUpload(const ValidatedConfig& config)
 {
     Queue queue;
     CheckingSession session(queue);
     Core::Logger logger(std::make_unique<NoLog>(), std::nullopt);
     const FixedConfig provider(config);
     const Core::APIClient client(provider, session, Core::JSONDecoder(), Core::JSONEncoder(), logger);
-    Attempt attempt;
+    UploadAttempt attempt;
     const std::string deviceId = config.deviceId.value_or(someDeviceId);
     Platform::spawn(
         queue, upload(client, PushNotifications::PushNotificationRoutes::deviceToken(deviceId), attempt));
@@ -170,7 +170,7 @@ CheckedAddress checkBackendAddress(const std::string& baseDomain)
                 .refusal = fmt::format("it names the scheme \"{}\" where the host belongs", *scheme)};
     ValidatedConfig config;
     config.baseDomain = baseDomain;
-    const Attempt attempt = attemptUpload(config);
+    const UploadAttempt attempt = attemptUpload(config);
     if (attempt.target)
         return {.target = attempt.target, .refusal = {}};
     return {.target = {}, .refusal = attempt.refusal.empty() ? flawOf(baseDomain) : attempt.refusal};
@@ -185,7 +185,7 @@ std::vector<UnusableValue> unusableValues(const ValidatedConfig& config)
         ValidatedConfig tried;
         tried.baseDomain = someDomain;
         tried.*value = config.*value;
-        if (const Attempt attempt = attemptUpload(tried); !attempt.target)
+        if (const UploadAttempt attempt = attemptUpload(tried); !attempt.target)
             values.push_back({key, attempt.refusal.empty() ? flawOf(*(config.*value)) : attempt.refusal});
     };
     tryOut(Keys::BASE_DOMAIN, &ValidatedConfig::baseDomain);
