@@ -19,7 +19,7 @@ using Platform::Linux::FileDescriptor;
 using Platform::Linux::InstanceLock;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
-using Outcome = InstanceLock::SignalOutcome;
+using SignalOutcome = InstanceLock::SignalOutcome;
 
 namespace {
 
@@ -73,7 +73,8 @@ protected:
         // Left open, and so locked, for the life of the process.
         return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
     }
-    [[nodiscard]] Outcome signalHolder(std::chrono::milliseconds time = std::chrono::milliseconds(10)) const
+    [[nodiscard]] SignalOutcome
+    signalHolder(std::chrono::milliseconds time = std::chrono::milliseconds(10)) const
     {
         return InstanceLock::signalHolder(file, SIGUSR1, time);
     }
@@ -85,28 +86,28 @@ protected:
 TEST_F(InstanceLockTest, SignalsThisProgramAlone)
 {
     EXPECT_FALSE(InstanceLock::holder(file));
-    EXPECT_EQ(signalHolder(), Outcome::ended);
+    EXPECT_EQ(signalHolder(), SignalOutcome::ended);
     {
         const Child deaf([&] { return std::signal(SIGUSR1, SIG_IGN) != SIG_ERR && lock(); });
         EXPECT_EQ(InstanceLock::holder(file)->process, deaf.process());
         EXPECT_FALSE(InstanceLock::acquire(file));
-        EXPECT_EQ(signalHolder(), Outcome::delivered);
+        EXPECT_EQ(signalHolder(), SignalOutcome::delivered);
         EXPECT_TRUE(deaf.isAlive());
     }
     {
         const Child leaving([&] { return lock(); });
-        EXPECT_EQ(signalHolder(std::chrono::seconds(10)), Outcome::ended);
+        EXPECT_EQ(signalHolder(std::chrono::seconds(10)), SignalOutcome::ended);
         EXPECT_FALSE(leaving.isAlive());
     }
     {
         const Child otherProgram([&] { return ::prctl(PR_SET_NAME, "other") == 0 && lock(); });
         EXPECT_EQ(InstanceLock::holder(file)->process, otherProgram.process());
-        EXPECT_EQ(signalHolder(), Outcome::foreign);
+        EXPECT_EQ(signalHolder(), SignalOutcome::foreign);
         EXPECT_TRUE(otherProgram.isAlive());
     }
     if (::geteuid() == 0) {
         const Child otherUser([&] { return lock() && ::setuid(12345) == 0; });
-        EXPECT_EQ(signalHolder(), Outcome::foreign);
+        EXPECT_EQ(signalHolder(), SignalOutcome::foreign);
         EXPECT_TRUE(otherUser.isAlive());
     }
     EXPECT_TRUE(InstanceLock::acquire(file));
@@ -119,7 +120,7 @@ TEST_F(InstanceLockTest, HolderWithoutANumberIsElsewhere)
         ASSERT_TRUE(openFileLock.isReady());
         ASSERT_TRUE(InstanceLock::holder(file));
         EXPECT_EQ(InstanceLock::holder(file)->process, std::nullopt);
-        EXPECT_EQ(signalHolder(), Outcome::elsewhere);
+        EXPECT_EQ(signalHolder(), SignalOutcome::elsewhere);
         EXPECT_FALSE(InstanceLock::acquire(file));
     }
     ASSERT_TRUE(lock());
@@ -135,7 +136,7 @@ TEST_F(InstanceLockTest, HolderWithoutANumberIsElsewhere)
         if (first == 0) {
             // This process, the holder, has the number 0 here.
             const auto holder = InstanceLock::holder(file);
-            ::_exit(holder && !holder->process && signalHolder() == Outcome::elsewhere ? 0 : 1);
+            ::_exit(holder && !holder->process && signalHolder() == SignalOutcome::elsewhere ? 0 : 1);
         }
         int status = -1;
         return ::waitpid(first, &status, 0) == first && status == 0;
