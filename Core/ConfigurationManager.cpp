@@ -197,9 +197,7 @@ std::optional<ConfigurationSnapshot> ConfigurationManager::loadConfigurationSnap
 
 void ConfigurationManager::clearConfiguration()
 {
-    namespace Keys = Constants::SnapshotKeys;
-    for (const auto key :
-         {Keys::configSnapshot, Keys::configVersion, Keys::lastUpdated, Keys::schemaVersion}) {
+    for (const auto key : Constants::SnapshotKeys::all) {
         if (UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName))
             suite->removeObject(key);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -72,6 +73,9 @@ inline constexpr std::string_view configSnapshot = "ConfigSnapshot";
 inline constexpr std::string_view configVersion = "ConfigVersion";
 inline constexpr std::string_view lastUpdated = "LastUpdated";
 inline constexpr std::string_view schemaVersion = "SchemaVersion";
+
+/// In the order in which they are written and removed.
+inline constexpr std::array all{configSnapshot, configVersion, lastUpdated, schemaVersion};
 } // namespace SnapshotKeys
 
 } // namespace Core::Constants

@@ -355,21 +355,6 @@ TEST_F(ProgramTest, ForgetLeavesNoTraceOfAKey)
     EXPECT_EQ(qvctlJSON({"snapshot", "--reveal"}).at("apiKey"), "another");
 }
 
-TEST_F(ProgramTest, RootLeavesTheStateOfAnotherUserAlone)
-{
-    constexpr const char* change = R"(
-        [ $(id -u) = 0 ] || exit 77
-        mkdir -p $DEVICE/data; chown 12345 $DEVICE/data
-        for verb in 'privacy grant notifications' 'config forget'; do $QVCTL $verb 2>&1; echo "exit $?"; done
-        ls -A $DEVICE/data)";
-    const Outcome outcome = shell(change);
-    if (outcome.exitCode == 77)
-        GTEST_SKIP() << "needs root";
-    const std::string refusal = "qvctl: nothing was changed, since " + device.path("data").string() +
-                                " belongs to user 12345; run this as that user\nexit 78\n";
-    EXPECT_EQ(outcome.output, refusal + refusal);
-}
-
 TEST_F(ProgramTest, NumbersAreTheSameInEveryLocale)
 {
     ForeignLocale::write(device.path(""));

@@ -9,8 +9,6 @@
 
 #include <exception>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace Qvctl {
 
@@ -52,20 +50,6 @@ void Device::ConsoleLog::write(const Platform::LogHandle&, Platform::LogType, Pl
     } catch (const std::exception&) {
         // Out of memory.
     }
-}
-
-void demandOwnState(const DevicePaths& paths)
-{
-    std::filesystem::path folder = paths.stateFolder;
-    struct stat status {};
-    while (::lstat(folder.c_str(), &status) != 0 && folder.has_relative_path())
-        folder = folder.parent_path();
-    // A folder of root, such as /tmp, may be where the state is about to be created.
-    if (status.st_uid == ::geteuid() || status.st_uid == 0)
-        return;
-    throw VerbError(configuration,
-                    fmt::format("nothing was changed, since {} belongs to user {}; run this as that user",
-                                folder.string(), status.st_uid));
 }
 
 std::string_view permissionName(Platform::AuthorizationStatus status)

@@ -56,10 +56,6 @@ public:
     Platform::Linux::ShellState shellState;
 };
 
-/// Throws `VerbError` unless the state in `paths` belongs to the user who runs the console: root would leave
-/// files there that lock their user out, and follow that user's links.
-void demandOwnState(const Platform::Linux::DevicePaths& paths);
-
 /// "allowed", "denied" or "not asked yet".
 std::string_view permissionName(Platform::AuthorizationStatus status);
 

@@ -6,6 +6,7 @@
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/OwnState.h"
 
 #include <fmt/format.h>
 
@@ -120,15 +121,15 @@ ExitCode push(const Options& options, const std::string& file)
 
 ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status)
 {
-    demandOwnState(Platform::Linux::DevicePaths::fromEnvironment(options.managedConfiguration));
+    const std::string user = requireOwnState(DevicePaths::fromEnvironment(options.managedConfiguration));
     Device device(options, Device::Access::readWrite);
     // The store logs why it could not be written.
     const bool isSet = device.shellState.setAuthorizationStatus(status);
     const auto name = permissionName(device.shellState.authorizationStatus());
     if (options.isJSON)
-        printJSON({{"notificationPermission", name}});
+        printJSON({{"user", user}, {"notificationPermission", name}});
     else if (isSet)
-        print("Notifications: {}\n", name);
+        print("Notifications of {}: {}\n", user, name);
     return isSet ? success : unavailable;
 }
 

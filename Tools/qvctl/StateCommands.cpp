@@ -7,6 +7,7 @@
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/OwnState.h"
 #include "Tools/qvctl/SnapshotFields.h"
 
 #include <fmt/format.h>
@@ -190,14 +191,13 @@ ExitCode configForget(const Options& options)
 {
     const auto paths = DevicePaths::fromEnvironment(options.managedConfiguration);
     const auto suite = paths.suite(Core::Constants::appGroupSuiteName);
-    demandOwnState(paths);
+    requireOwnState(paths);
     const bool isStored = std::filesystem::exists(suite);
     if (isStored) {
-        namespace Keys = Core::Constants::SnapshotKeys;
-        constexpr std::array keys{Keys::configSnapshot, Keys::configVersion, Keys::lastUpdated,
-                                  Keys::schemaVersion};
         const Device device(options, Device::Access::readWrite);
-        if (!SQLiteUserDefaults(suite, Device::Access::readWrite, SystemClock(), device.log()).erase(keys))
+        const SystemClock clock;
+        SQLiteUserDefaults store(suite, Device::Access::readWrite, clock, device.log());
+        if (!store.erase(Core::Constants::SnapshotKeys::all))
             return unavailable; // The store has printed why.
     }
     const DevicePolicy policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::no);

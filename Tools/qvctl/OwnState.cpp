@@ -1,0 +1,75 @@
+#include "Tools/qvctl/OwnState.h"
+
+#include "Core/Constants.h"
+#include "Platform/Linux/PathWalk.h"
+#include "Tools/qvctl/Commands.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <filesystem>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace Qvctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Platform::Linux::PathStep;
+
+std::string userName(uid_t user)
+{
+    const passwd* entry = ::getpwuid(user);
+    return entry != nullptr ? entry->pw_name : std::to_string(user);
+}
+
+[[noreturn]] void refuse(const std::string& reason)
+{
+    throw VerbError(unavailable, "nothing was changed: " + reason);
+}
+
+void requireOwner(const fs::path& path, uid_t owner)
+{
+    if (owner != ::geteuid())
+        refuse(
+            fmt::format("{} belongs to the user {}; run this as that user", path.string(), userName(owner)));
+}
+
+/// The files that a store consists of must be ours, and no links.
+void requireOwnFiles(const fs::path& store)
+{
+    for (const char* ending : {"", "-wal", "-shm"}) {
+        const fs::path file = store.string() + ending;
+        struct stat status {};
+        if (::lstat(file.c_str(), &status) != 0)
+            continue;
+        if (S_ISLNK(status.st_mode))
+            refuse(fmt::format("{} is a link; remove it", file.string()));
+        requireOwner(file, status.st_uid);
+    }
+}
+
+} // namespace
+
+std::string requireOwnState(const Platform::Linux::DevicePaths& paths)
+{
+    const auto steps = Platform::Linux::walkPath(paths.stateFolder);
+    const PathStep& last = steps.back();
+    if (last.kind != PathStep::Kind::missing)
+        requireOwner(paths.stateFolder, last.status.st_uid);
+    // A folder that is missing would be made below the one before it. For root, nobody else may redirect it.
+    if (::geteuid() == 0) {
+        if (const auto reason = Platform::Linux::distrustReason(steps))
+            refuse(fmt::format("the state of root would be kept in {}, and {}", paths.stateFolder.string(),
+                               *reason));
+    }
+    const fs::path suite = paths.suite(Core::Constants::appGroupSuiteName);
+    for (const fs::path& store : {paths.shellState(), suite}) {
+        requireOwnFiles(store);
+        requireOwnFiles(fs::path(store).replace_extension(".bell"));
+    }
+    return userName(::geteuid());
+}
+
+} // namespace Qvctl
