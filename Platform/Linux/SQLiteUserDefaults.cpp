@@ -289,12 +289,12 @@ bool SQLiteUserDefaults::perform(Purpose purpose,
 
 void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
 {
-    using Mode = SQLiteConnection::Mode;
     const bool isToBeWritten = m_access == Access::readWrite;
     if (m_connection) {
-        const bool isWorthReopening =
-            m_connection->mode() != Mode::writing && isToBeWritten && purpose == Purpose::write;
-        const bool isOutdated = m_connection->mode() == Mode::unchanging && hasWriteAheadLog();
+        const bool isWorthReopening = m_connection->mode() != SQLiteConnection::Mode::writing &&
+                                      isToBeWritten && purpose == Purpose::write;
+        const bool isOutdated =
+            m_connection->mode() == SQLiteConnection::Mode::unchanging && hasWriteAheadLog();
         if (m_connection->isCurrent() && !isWorthReopening && !isOutdated)
             return;
         m_connection.reset();

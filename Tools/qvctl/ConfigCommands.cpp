@@ -21,14 +21,13 @@ namespace json = boost::json;
 namespace Keys = Core::Constants::ManagedConfigKeys;
 using namespace Platform::Linux;
 using Platform::PropertyList;
-using State = PolicyFileReading::State;
 
 /// The policy of this device, with a warning about a file that it hides. Throws `VerbError` when there is
 /// none.
 DevicePolicy readDevicePolicy(const Options& options)
 {
     auto policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::yes);
-    if (policy.bestReading().state == State::missing)
+    if (policy.bestReading().state == PolicyFileReading::State::missing)
         throw VerbError(noInput, "there is no such file: " + policy.absence());
     if (!policy.ignored.empty())
         printError("{}", policy.ignoredText());
@@ -80,7 +79,7 @@ ExitCode configShow(const Options& options)
 {
     const DevicePolicy policy = readDevicePolicy(options);
     const PolicyFileReading& reading = policy.bestReading();
-    if (reading.state != State::good)
+    if (reading.state != PolicyFileReading::State::good)
         return failUnusable(options, reading);
     json::object values;
     for (const auto& [key, value] : *reading.document.root.dictionary()) {
@@ -106,7 +105,7 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
     else
         policy = readDevicePolicy(options);
     const PolicyFileReading& reading = policy.bestReading();
-    if (reading.state != State::good)
+    if (reading.state != PolicyFileReading::State::good)
         return failUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
     const std::vector<Finding> findings = findProblems(reading.document, options.isRevealing);

@@ -10,7 +10,6 @@ namespace Qvctl {
 
 namespace fs = std::filesystem;
 using Platform::Linux::PolicyFileReading;
-using State = PolicyFileReading::State;
 
 DevicePolicy DevicePolicy::read(const std::optional<std::string>& managedConfiguration,
                                 Platform::Linux::WithPlaces withPlaces)
@@ -18,7 +17,7 @@ DevicePolicy DevicePolicy::read(const std::optional<std::string>& managedConfigu
     DevicePolicy policy;
     policy.places = Platform::Linux::DevicePaths::policyCandidates(managedConfiguration);
     policy.reading = readFirstPolicyFile(policy.places, withPlaces, &policy.untrusted);
-    if (policy.reading.state == State::missing)
+    if (policy.reading.state == PolicyFileReading::State::missing)
         return policy;
     const auto counting = std::find(policy.places.begin(), policy.places.end(), policy.reading.path);
     for (auto place = counting; place != policy.places.end(); ++place) {
@@ -31,7 +30,8 @@ DevicePolicy DevicePolicy::read(const std::optional<std::string>& managedConfigu
 
 const PolicyFileReading& DevicePolicy::bestReading() const
 {
-    return reading.state == State::missing && !untrusted.empty() ? untrusted.front() : reading;
+    return reading.state == PolicyFileReading::State::missing && !untrusted.empty() ? untrusted.front()
+                                                                                    : reading;
 }
 
 std::string DevicePolicy::absence() const

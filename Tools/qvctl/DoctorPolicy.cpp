@@ -26,7 +26,6 @@ namespace Qvctl {
 namespace {
 
 using namespace Platform::Linux;
-using State = PolicyFileReading::State;
 namespace Keys = Core::Constants::ManagedConfigKeys;
 
 /// A clause as a sentence.
@@ -62,7 +61,7 @@ void checkPermissions(Findings& findings, const PolicyFileReading& reading,
                                   : fmt::format("{} {}, so the app does not believe it.", file, reason);
     const std::string mend =
         colon < untrusted.reason.size() ? sentence(untrusted.reason.substr(colon + 2)) : "";
-    if (reading.state == State::missing)
+    if (reading.state == PolicyFileReading::State::missing)
         findings.failed("policy.permissions", found, mend);
     else
         findings.warning("policy.permissions",
@@ -263,10 +262,10 @@ void examinePolicy(Examination& examination)
     const auto policy = DevicePolicy::read(examination.options.managedConfiguration, WithPlaces::yes);
     const PolicyFileReading& reading = policy.reading;
     const auto& passedOver = policy.untrusted;
-    if (reading.state == State::missing && passedOver.empty())
+    if (reading.state == PolicyFileReading::State::missing && passedOver.empty())
         findings.failed("policy.file", sentence(policy.absence()),
                         "Have device management deliver it, or install one: qvctl config set FILE");
-    else if (reading.state == State::unreadable)
+    else if (reading.state == PolicyFileReading::State::unreadable)
         findings.failed(
             "policy.file", refusalOf(reading),
             "Let it be a plain file that the user of the app may read (chmod a+r), in folders that this "
@@ -281,7 +280,7 @@ void examinePolicy(Examination& examination)
         checkPermissions(findings, reading, passedOver);
 
     if (!findings.isPrevented("policy.syntax", {"policy.file", "policy.permissions"})) {
-        if (reading.state == State::good)
+        if (reading.state == PolicyFileReading::State::good)
             findings.ok("policy.syntax",
                         fmt::format("Its form is good: {}.", formatName(reading.document.format)));
         else

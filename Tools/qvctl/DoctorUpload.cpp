@@ -17,8 +17,8 @@ namespace {
 
 using namespace Platform::Linux;
 
-constexpr const char* identifier = "upload.last";
-constexpr const char* mend = "The log of the app tells more: journalctl -t quorvane-mdm";
+constexpr const char* uploadCheck = "upload.last";
+constexpr const char* logHint = "The log of the app tells more: journalctl -t quorvane-mdm";
 
 // The lines that `RemoteNotificationHandler` and `APIClient` write.
 constexpr std::string_view uploadedText = "Device token uploaded to backend";
@@ -63,18 +63,19 @@ void tellReadable(Examination& examination, const std::vector<JournalEntry>& lin
     Findings& findings = examination.findings;
     const std::string time = timeText(outcome.time);
     if (isAbout(outcome, uploadedText)) {
-        findings.ok(identifier, fmt::format("The backend took the device token on {}.", time));
+        findings.ok(uploadCheck, fmt::format("The backend took the device token on {}.", time));
     } else if (isAbout(outcome, skippedText)) {
-        findings.warning(identifier, fmt::format("No token was uploaded on {}: no device_id then.", time),
+        findings.warning(uploadCheck, fmt::format("No token was uploaded on {}: no device_id then.", time),
                          "Restart the app once the configuration has a device_id.");
     } else {
         const std::string found =
             fmt::format("The upload of {} failed{}", time, statusBefore(lines, outcome));
-        if (!findings.isPrevented(identifier,
+        if (!findings.isPrevented(uploadCheck,
                                   {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
                                    "backend.name", "backend.dates"},
                                   found))
-            findings.failed(identifier, found + ".", fmt::format("Restart the app to try again. {}", mend));
+            findings.failed(uploadCheck, found + ".",
+                            fmt::format("Restart the app to try again. {}", logHint));
     }
 }
 
@@ -88,7 +89,7 @@ void tellPrivate(Findings& findings, const std::vector<JournalEntry>& lines)
                                       [](const JournalEntry& line) { return line.category == "network"; });
     if (failure != lines.end())
         findings.warning(
-            identifier,
+            uploadCheck,
             fmt::format("On {} a request {}; the lines are private, so nothing tells whether a "
                         "later one got through.",
                         timeText(failure->time),
@@ -96,7 +97,7 @@ void tellPrivate(Findings& findings, const std::vector<JournalEntry>& lines)
             reveal);
     else
         findings.skipped(
-            identifier,
+            uploadCheck,
             "No request of the app failed as far as the journal goes back; its lines are private, "
             "so it does not tell which succeeded.",
             reveal);
@@ -120,11 +121,11 @@ std::vector<JournalEntry> newestEntries(std::optional<pid_t> process)
 void examineUpload(Examination& examination)
 {
     Findings& findings = examination.findings;
-    if (findings.isPrevented(identifier, {"state.folder", "push.registration"}))
+    if (findings.isPrevented(uploadCheck, {"state.folder", "push.registration"}))
         return;
     if (examination.snapshot && !examination.snapshot->deviceId) {
-        if (!findings.isPrevented(identifier, {"policy.values"}, "No token is uploaded without a device_id"))
-            findings.warning(identifier, "No token is uploaded: the configuration has no device_id.",
+        if (!findings.isPrevented(uploadCheck, {"policy.values"}, "No token is uploaded without a device_id"))
+            findings.warning(uploadCheck, "No token is uploaded: the configuration has no device_id.",
                              "Set device_id.");
         return;
     }
@@ -132,15 +133,15 @@ void examineUpload(Examination& examination)
         const auto lines =
             newestEntries(examination.application ? examination.application->process : std::nullopt);
         if (lines.empty())
-            findings.skipped(identifier, "The journal has no line of the app that this user may read.");
+            findings.skipped(uploadCheck, "The journal has no line of the app that this user may read.");
         else if (const JournalEntry* outcome = readableOutcome(lines))
             tellReadable(examination, lines, *outcome);
         else
             tellPrivate(findings, lines);
     } catch (const JournalUnavailable& error) {
-        findings.skipped(identifier, error.what());
+        findings.skipped(uploadCheck, error.what());
     } catch (const std::system_error& error) {
-        findings.skipped(identifier, fmt::format("The journal cannot be asked: {}.", error.what()));
+        findings.skipped(uploadCheck, fmt::format("The journal cannot be asked: {}.", error.what()));
     }
 }
 

@@ -124,7 +124,8 @@ std::string pathOfManagedKeys(const PropertyList& value, const std::string& path
         }
     } else if (const auto* dictionary = value.dictionary()) {
         for (const auto& [key, inner] : *dictionary) {
-            if (auto found = search(inner, path.empty() ? key : path + "." + key); !found.empty())
+            if (auto found = search(inner, path.empty() ? key : fmt::format("{}.{}", path, key));
+                !found.empty())
                 return found;
         }
     }

@@ -17,17 +17,17 @@ namespace {
 
 namespace json = boost::json;
 using namespace Platform::Linux;
-using State = PolicyFileReading::State;
 
 bool isAbsent(const PolicyFileReading& reading)
 {
-    return reading.state == State::missing || reading.state == State::unreadable;
+    return reading.state == PolicyFileReading::State::missing ||
+           reading.state == PolicyFileReading::State::unreadable;
 }
 
 /// A file that does not parse has one finding: where and why.
 std::vector<Finding> findingsOf(const PolicyFileReading& reading, bool isRevealing)
 {
-    if (reading.state == State::good)
+    if (reading.state == PolicyFileReading::State::good)
         return findProblems(reading.document, isRevealing);
     return {{.severity = Severity::error,
              .key = "the file",
@@ -71,7 +71,7 @@ ExitCode configSet(const Options& options, const std::string& file, bool isForce
     const auto findings = findingsOf(reading, options.isRevealing);
     if (!options.isJSON)
         reportFindings(file, findings);
-    const bool isParsed = reading.state == State::good;
+    const bool isParsed = reading.state == PolicyFileReading::State::good;
     if (hasErrors(findings) && !(isParsed && isForced))
         return fail(options, configuration,
                     fmt::format("{} was not installed: {}", file,

@@ -10,7 +10,6 @@
 namespace Qvctl {
 
 using namespace Platform::Linux;
-using State = PolicyFileReading::State;
 
 PolicyFileReading readNamedPolicy(const std::string& name)
 {
@@ -27,10 +26,11 @@ PolicyFileReading readNamedPolicy(const std::string& name)
 
 ExitCode failUnusable(const Options& options, const PolicyFileReading& reading)
 {
-    const std::string reason = reading.state == State::missing
+    const std::string reason = reading.state == PolicyFileReading::State::missing
                                    ? reading.path.string() + ": there is no such file"
                                    : reading.diagnostic();
-    const bool isAbsent = reading.state == State::missing || reading.state == State::unreadable;
+    const bool isAbsent = reading.state == PolicyFileReading::State::missing ||
+                          reading.state == PolicyFileReading::State::unreadable;
     return fail(options, isAbsent ? noInput : configuration, reason, {{"path", reading.path.string()}});
 }
 

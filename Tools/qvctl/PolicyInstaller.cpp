@@ -100,7 +100,7 @@ std::vector<fs::path> removePolicy(const std::vector<fs::path>& candidates)
     const auto folder = TrustedFolder::open(candidates.front().parent_path());
     if (!folder)
         return {};
-    const auto present = presentFiles(*folder, candidates);
+    auto present = presentFiles(*folder, candidates);
     for (const fs::path& file : present)
         folder->remove(file.filename());
     if (!present.empty())

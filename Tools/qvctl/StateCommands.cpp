@@ -93,10 +93,9 @@ void printConfiguration(const DeviceState& state)
 void printPolicy(const DevicePolicy& policy)
 {
     const PolicyFileReading& reading = policy.bestReading();
-    using State = PolicyFileReading::State;
-    printRow("Policy file", reading.state == State::good
+    printRow("Policy file", reading.state == PolicyFileReading::State::good
                                 ? styled("{} ({})", reading.path, toned(Tone::good, "good"))
-                            : reading.state == State::missing
+                            : reading.state == PolicyFileReading::State::missing
                                 ? styled("{}: {}", toned(Tone::warning, "missing"), policy.absence())
                                 : toned(Tone::bad, reading.diagnostic()));
     if (!policy.ignored.empty())
