@@ -7,7 +7,7 @@
 namespace {
 
 /// A folder of the other user, and how to run the console there.
-constexpr const char* twoUsers = R"(
+constexpr const char* twoDataFolders = R"(
     [ $(id -u) = 0 ] && setpriv --reuid 65534 --clear-groups true || exit 77
     as_user() { setpriv --reuid 65534 --clear-groups -- "$@"; }
     chmod 755 $DEVICE
@@ -18,11 +18,11 @@ constexpr const char* twoUsers = R"(
         XDG_DATA_HOME=$folder $QVCTL "$@" 2>&1 | sed "s|$DEVICE||g"
     }
 )";
-constexpr int notHere = 77;
+constexpr int withoutRoot = 77;
 
 TEST_F(ProgramTest, RootDecidesForItselfAlone)
 {
-    const Outcome outcome = shell(std::string(twoUsers) + R"sh(
+    const Outcome outcome = shell(std::string(twoDataFolders) + R"sh(
         state=$DEVICE/theirs/quorvane-mdm
         echo missing; in_data $DEVICE/theirs privacy grant notifications; ls $DEVICE/theirs
         as_user mkdir -m 700 $state
@@ -43,7 +43,7 @@ TEST_F(ProgramTest, RootDecidesForItselfAlone)
         rm $DEVICE/roots/quorvane-mdm/shell.*; ln -s $DEVICE/roots/file $DEVICE/roots/quorvane-mdm/shell.bell
         in_data $DEVICE/roots privacy grant notifications; cat $DEVICE/roots/file
     )sh");
-    if (outcome.exitCode == notHere)
+    if (outcome.exitCode == withoutRoot)
         GTEST_SKIP() << "needs root";
     EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(missing
 qvctl: nothing was changed: the state of root would be kept in /theirs/quorvane-mdm, and /theirs belongs to user 65534: .*
