@@ -2,6 +2,7 @@
 
 #include "Platform/DispatchQueue.h"
 #include "Platform/Linux/AdapterLog.h"
+#include "Platform/Linux/PrivateSocket.h"
 #include "Platform/Linux/PushPayload.h"
 #include "Platform/Linux/PushRegistrationError.h"
 #include "Platform/UserDefaults.h"
@@ -10,14 +11,12 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <memory>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/random.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -36,62 +35,9 @@ constexpr int retryMilliseconds = 50;
 /// How long a peer of ours waits for its answer.
 constexpr std::chrono::seconds answerTime{30};
 
-[[noreturn]] void failOn(const std::filesystem::path& socketFile, int errorNumber)
-{
-    throw std::system_error(errorNumber, std::generic_category(), socketFile.string());
-}
-
-sockaddr_un addressOf(const std::filesystem::path& socketFile)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string& path = socketFile.native();
-    if (path.size() >= sizeof address.sun_path)
-        failOn(socketFile, ENAMETOOLONG);
-    std::copy(path.begin(), path.end(), address.sun_path);
-    return address;
-}
-
-FileDescriptor makeSocket(const std::filesystem::path& socketFile, int flags)
-{
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
-    if (!socket)
-        failOn(socketFile, errno);
-    return socket;
-}
-
-/// Zero, or the error number.
-int connectTo(const FileDescriptor& socket, const std::filesystem::path& socketFile)
-{
-    const sockaddr_un address = addressOf(socketFile);
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0
-                                                                                                     : errno;
-}
-
-/// Takes the place of a socket that nobody listens on any more.
-FileDescriptor listenOn(const std::filesystem::path& socketFile)
-{
-    createPrivateFolders(socketFile.parent_path());
-    if (connectTo(makeSocket(socketFile, 0), socketFile) == 0)
-        failOn(socketFile, EADDRINUSE);
-    FileDescriptor socket = makeSocket(socketFile, SOCK_NONBLOCK);
-    const std::filesystem::path newFile = socketFile.string() + ".new";
-    const sockaddr_un address = addressOf(newFile);
-    ::unlink(newFile.c_str());
-    // The mode set before is the mode that the file is made with.
-    if (::fchmod(socket.get(), S_IRUSR | S_IWUSR) != 0 ||
-        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket.get(), SOMAXCONN) != 0 || ::rename(newFile.c_str(), socketFile.c_str()) != 0)
-        failOn(socketFile, errno);
-    return socket;
-}
-
 bool isSameUser(const FileDescriptor& peer)
 {
-    ucred credentials{};
-    socklen_t size = sizeof credentials;
-    return ::getsockopt(peer.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 &&
-           credentials.uid == ::geteuid();
+    return peerUser(peer) == ::geteuid();
 }
 
 void answer(const FileDescriptor& peer, const std::optional<std::string>& refusal)
@@ -140,13 +86,18 @@ void LocalPushService::start(PushServiceListener& listener)
     try {
         m_wakeUp = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
         if (!m_wakeUp)
-            failOn(m_socketFile, errno);
-        m_socket = listenOn(m_socketFile);
+            throw std::system_error(errno, std::generic_category(), "eventfd");
+        m_socket = listenOnPrivateSocket(m_socketFile);
         m_thread = std::thread([this] { serve(); });
+        return;
     } catch (const std::system_error& error) {
-        m_startFailure = std::string("The socket for local pushes cannot be made: ") + error.what();
-        m_ports.log.error(m_startFailure);
+        m_startFailure = error.what();
+    } catch (const std::runtime_error& error) {
+        m_startFailure = std::string(error.what())
+                             .append("; set XDG_RUNTIME_DIR to a folder that belongs to this user alone");
     }
+    m_startFailure.insert(0, "The socket for local pushes cannot be made: ");
+    m_ports.log.error(m_startFailure);
 }
 
 void LocalPushService::registerDevice()
@@ -263,11 +214,7 @@ void LocalPushService::take(Peer& peer)
 
 std::string sendToLocalPushService(const std::filesystem::path& socketFile, std::string_view payload)
 {
-    const FileDescriptor socket = makeSocket(socketFile, 0);
-    const timeval timeout{answerTime.count(), 0};
-    ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    if (const int error = connectTo(socket, socketFile); error != 0)
-        failOn(socketFile, error);
+    const FileDescriptor socket = connectToPrivateSocket(socketFile, answerTime);
     while (!payload.empty()) {
         const ssize_t sent = ::send(socket.get(), payload.data(), payload.size(), MSG_NOSIGNAL);
         if (sent < 0)
@@ -281,7 +228,8 @@ std::string sendToLocalPushService(const std::filesystem::path& socketFile, std:
     while ((count = ::read(socket.get(), buffer.data(), buffer.size())) > 0)
         line.append(buffer.data(), static_cast<std::size_t>(count));
     if (!line.ends_with('\n'))
-        failOn(socketFile, count < 0 ? errno : ECONNABORTED);
+        throw std::system_error(count < 0 ? errno : ECONNABORTED, std::generic_category(),
+                                socketFile.string());
     line.pop_back();
     return line;
 }

@@ -27,8 +27,8 @@ class AdapterLog;
 /// connects.
 ///
 /// Threads: main, as a `PushService`; the socket is served on a thread of its own. Errors: a socket that
-/// cannot be made is one line to the log, and every registration fails with it; one fails as well when its
-/// token cannot be stored.
+/// cannot be made, for one because its folder is open to other users, is one line to the log, and every
+/// registration fails with it; one fails as well when its token cannot be stored.
 class LocalPushService final : public PushService {
 public:
     struct Ports {
@@ -71,8 +71,9 @@ private:
     std::thread m_thread;
 };
 
-/// Sends `payload` as a peer and answers the line that comes back, without its line break. Throws
-/// `std::system_error` naming the socket when nobody listens there or the answer does not come.
+/// Sends `payload` as a peer and returns the line that comes back, without its line break. Throws
+/// `std::system_error` naming the socket when nobody listens there or the answer does not come, and another
+/// `std::runtime_error` when a process of another user listens: it gets nothing.
 std::string sendToLocalPushService(const std::filesystem::path& socketFile, std::string_view payload);
 
 } // namespace Platform::Linux

@@ -34,4 +34,9 @@ std::vector<PathStep> walkPath(const std::filesystem::path& path, FileDescriptor
 /// replaced it. Absent when it is trusted. Sticky folders such as /tmp pass.
 std::optional<std::string> distrustReason(const std::vector<PathStep>& steps);
 
+/// Makes `folder`, absolute, and those above it where they are missing, for this user alone, and closes it to
+/// others where it is open to them. Throws `std::runtime_error` with the reason when it belongs to another
+/// user, or when another user could exchange it.
+void preparePrivateFolder(const std::filesystem::path& folder);
+
 } // namespace Platform::Linux

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <unistd.h>
 
@@ -108,6 +109,8 @@ ExitCode push(const Options& options, const std::string& file)
         answer = sendToLocalPushService(paths.pushSocket, payload);
     } catch (const std::system_error& error) {
         answer = "error: " + nobodyListens(paths, error);
+    } catch (const std::runtime_error& error) {
+        answer = std::string("error: ") + error.what();
     }
     const bool isTaken = answer == "ok";
     if (options.isJSON)

@@ -1,6 +1,7 @@
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/AdapterLog.h"
 #include "Platform/Linux/LocalPushService.h"
+#include "Platform/Linux/PrivateSocket.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
@@ -9,18 +10,27 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <functional>
 #include <future>
+#include <stdexcept>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 using namespace Platform;
 using Linux::LocalPushService;
+using namespace std::chrono_literals;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
+
+constexpr uid_t stranger = 65534;
 
 class LocalPushServiceTest : public testing::Test, public PushServiceListener {
 protected:
@@ -143,16 +153,6 @@ TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
     }
 }
 
-/// A connection to `socketFile` on which nothing has been sent.
-Linux::FileDescriptor connectTo(const std::filesystem::path& socketFile)
-{
-    Linux::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{AF_UNIX, {}};
-    socketFile.native().copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    return socket;
-}
-
 /// What is answered, without waiting for it.
 std::string answerOn(const Linux::FileDescriptor& socket)
 {
@@ -168,17 +168,113 @@ TEST_F(LocalPushServiceTest, IdlePeersMakeWayForTheNext)
     service.registerDevice();
     std::vector<Linux::FileDescriptor> idle;
     for (std::size_t number = 0; number < LocalPushService::maximumPeerCount; ++number)
-        idle.push_back(connectTo(socketFile));
+        idle.push_back(Linux::connectToPrivateSocket(socketFile, 10s));
     EXPECT_EQ(send("{}"), "ok");
     EXPECT_THAT(answerOn(idle[0]), StartsWith("error: too many others"));
 
     ASSERT_EQ(::send(idle[1].get(), "{", 1, 0), 1);
     EXPECT_EQ(send("{}"), "ok") << "there is room again";
-    idle.push_back(connectTo(socketFile));
+    idle.push_back(Linux::connectToPrivateSocket(socketFile, 10s));
     EXPECT_EQ(send("{}"), "ok");
     EXPECT_EQ(answerOn(idle[1]), "") << "it is not idle";
     EXPECT_THAT(answerOn(idle[2]), StartsWith("error: too many others"));
     EXPECT_EQ(answerOn(idle[3]), "");
+}
+
+TEST_F(LocalPushServiceTest, ListensOnlyInAFolderOfThisUserAlone)
+{
+    const auto run = folder.path("run");
+    const auto change = [&](const std::filesystem::path& path, uid_t user, mode_t mode) {
+        EXPECT_TRUE(::geteuid() != 0 || ::chown(path.c_str(), user, static_cast<gid_t>(-1)) == 0);
+        EXPECT_EQ(::chmod(path.c_str(), mode), 0);
+    };
+    const struct {
+        const char* name;
+        std::function<void()> prepare;
+        const char* failure;
+        bool needsRoot = false;
+    } cases[] = {
+        {"open to others", [&] { change(run, ::geteuid(), 0777); }, ""},
+        {"in a folder that others can write", [&] { change(folder.path(), ::geteuid(), 0777); },
+         "can be written by others (mode 0777); set XDG_RUNTIME_DIR"},
+        {"in a sticky folder", [&] { change(folder.path(), ::geteuid(), 01777); }, ""},
+        {"not ours", [&] { change(run, stranger, 0700); }, "belongs to user 65534; set XDG_RUNTIME_DIR",
+         true},
+        {"below one that is not ours", [&] { change(folder.path(), stranger, 0755); },
+         "belongs to user 65534", true},
+        {"a file", [&] { folder.write("run", ""); }, "run: "},
+    };
+    for (const auto& row : cases) {
+        if (row.needsRoot && ::geteuid() != 0)
+            continue;
+        SCOPED_TRACE(row.name);
+        change(folder.path(), ::geteuid(), 0700);
+        std::filesystem::remove_all(run);
+        if (std::string_view(row.name) != "a file")
+            std::filesystem::create_directory(run);
+        row.prepare();
+        failures.clear();
+        LocalPushService service = makeService();
+        service.start(*this);
+        service.registerDevice();
+        settle();
+        ASSERT_EQ(failures.size(), *row.failure == '\0' ? 0U : 1U);
+        if (!failures.empty()) {
+            EXPECT_THAT(failures.front(), HasSubstr(row.failure));
+            continue;
+        }
+        EXPECT_EQ(std::filesystem::status(run).permissions(), std::filesystem::perms::owner_all);
+        EXPECT_EQ(send("{}"), "ok");
+    }
+    change(folder.path(), ::geteuid(), 0700);
+}
+
+/// A socket on which `user` listens, and accepts nobody.
+Linux::FileDescriptor listenAs(uid_t user, const std::filesystem::path& file)
+{
+    Linux::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    file.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const uid_t ourselves = ::geteuid();
+    EXPECT_EQ(::seteuid(user), 0);
+    EXPECT_EQ(::listen(socket.get(), 0), 0);
+    EXPECT_EQ(::seteuid(ourselves), 0);
+    return socket;
+}
+
+TEST_F(LocalPushServiceTest, StartDoesNotWaitForABusySocket)
+{
+    std::filesystem::create_directory(folder.path("run"));
+    Linux::FileDescriptor busy = listenAs(::geteuid(), socketFile);
+    std::vector<Linux::FileDescriptor> waiting;
+    const auto fill = [&] {
+        while (true)
+            waiting.push_back(Linux::connectToPrivateSocket(socketFile, 1s));
+    };
+    EXPECT_THROW(fill(), std::system_error);
+    std::promise<void> isStarted;
+    const auto rescue = std::async(std::launch::async, [&, started = isStarted.get_future()] {
+        started.wait_for(5s);
+        busy = Linux::FileDescriptor();
+    });
+    LocalPushService service = makeService();
+    service.start(*this);
+    isStarted.set_value();
+    EXPECT_THAT(log.takeLines(), testing::ElementsAre(HasSubstr("Address already in use")));
+}
+
+TEST_F(LocalPushServiceTest, NothingIsSentToAnotherUser)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs to become another user";
+    std::filesystem::create_directory(folder.path("run"));
+    const Linux::FileDescriptor foreign = listenAs(stranger, socketFile);
+    EXPECT_THAT([&] { Linux::sendToLocalPushService(socketFile, "{}"); },
+                testing::ThrowsMessage<std::runtime_error>(HasSubstr("is served by user 65534")));
+    const Linux::FileDescriptor accepted(::accept(foreign.get(), nullptr, nullptr));
+    std::array<char, 16> buffer;
+    EXPECT_EQ(::recv(accepted.get(), buffer.data(), buffer.size(), 0), 0);
 }
 
 } // namespace
