@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
@@ -26,6 +27,14 @@ int checked(int result)
     if (result < 0)
         throw std::system_error(-result, std::generic_category(), "the journal");
     return result;
+}
+
+std::optional<uid_t> userNumber(const std::string& text)
+{
+    uid_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
 /// Whether journal files lie on this device, or might in a folder that may not be looked into.
@@ -57,12 +66,22 @@ std::string bootIdentifier()
 
 } // namespace
 
+bool JournalEntry::isFrom(std::string_view programName) const
+{
+    // Added by the kernel when the file was replaced or removed while the program runs.
+    constexpr std::string_view removedMark = " (deleted)";
+    std::string_view path = program;
+    if (path.ends_with(removedMark))
+        path.remove_suffix(removedMark.size());
+    return path.empty() || fs::path(path).filename() == programName;
+}
+
 void JournalReader::Closer::operator()(sd_journal* journal) const
 {
     systemd().sd_journal_close(journal);
 }
 
-JournalReader::JournalReader(const Selection& selection) : m_since(selection.since), m_limit(selection.limit)
+JournalReader::JournalReader(Selection selection) : m_selection(std::move(selection))
 {
     sd_journal* journal = nullptr;
     const int result = systemd().sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY);
@@ -77,14 +96,16 @@ JournalReader::JournalReader(const Selection& selection) : m_since(selection.sin
                   "systemd-journal (usermod -aG systemd-journal USER)."
                 : "There is no journal on this device; the app logs to standard error then.");
 
-    match(JournalFields::identifier, selection.identifier);
-    if (selection.process) {
-        match("_PID", std::to_string(*selection.process));
+    match(JournalFields::identifier, m_selection.identifier);
+    if (m_selection.user)
+        match(JournalFields::user, std::to_string(*m_selection.user));
+    if (m_selection.process) {
+        match("_PID", std::to_string(*m_selection.process));
         match("_BOOT_ID", bootIdentifier());
     }
     for (const auto level :
          {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault}) {
-        if (level >= selection.lowestLevel)
+        if (level >= m_selection.lowestLevel)
             match(JournalFields::level, severityName(level));
     }
     goToStart();
@@ -102,18 +123,17 @@ void JournalReader::match(std::string_view field, std::string_view value)
 void JournalReader::goToStart()
 {
     sd_journal* journal = m_journal.get();
-    if (m_limit) {
+    if (const auto limit = m_selection.limit) {
         checked(systemd().sd_journal_seek_tail(journal));
-        // Stepping back, even if only to step forth again: the tail itself moves with new entries.
-        const int stepped =
-            checked(systemd().sd_journal_previous_skip(journal, std::max<std::uint64_t>(*m_limit, 1)));
-        m_isAtUnreadEntry = stepped > 0 && *m_limit > 0;
-        if (stepped > 0)
+        // Steps back at least once, since the tail moves with new entries.
+        const bool hasStepped = goBack(std::max<std::uint64_t>(*limit, 1));
+        m_isAtUnreadEntry = hasStepped && *limit > 0;
+        if (hasStepped)
             return;
     }
-    if (m_since) {
+    if (const auto since = m_selection.since) {
         const double seconds =
-            m_since->secondsSinceReferenceDate + static_cast<double>(Date::referenceSinceUnixEpoch.count());
+            since->secondsSinceReferenceDate + static_cast<double>(Date::referenceSinceUnixEpoch.count());
         checked(systemd().sd_journal_seek_realtime_usec(
             journal, static_cast<std::uint64_t>(std::max(0.0, seconds) * 1e6)));
     } else {
@@ -121,22 +141,48 @@ void JournalReader::goToStart()
     }
 }
 
+/// Goes back by so many selected entries, or to the first one. Returns whether there is any entry.
+bool JournalReader::goBack(std::uint64_t count)
+{
+    bool hasStepped = false;
+    while (count > 0 && checked(systemd().sd_journal_previous_skip(m_journal.get(), 1)) > 0) {
+        hasStepped = true;
+        if (isSelected(entry()))
+            --count;
+    }
+    return hasStepped;
+}
+
+/// Checks what cannot be matched like the other fields.
+bool JournalReader::isSelected(const JournalEntry& entry) const
+{
+    return !m_selection.user || entry.isFrom(m_selection.identifier);
+}
+
 std::optional<JournalEntry> JournalReader::next()
 {
     while (std::exchange(m_isAtUnreadEntry, false) ||
            checked(systemd().sd_journal_next(m_journal.get())) > 0) {
-        const Date at = time();
+        JournalEntry found = entry();
         // The start was sought by count, or among several files at once.
-        if (m_since && at.secondsSinceReferenceDate < m_since->secondsSinceReferenceDate)
-            continue;
-        return JournalEntry{.time = at,
-                            .level = field(JournalFields::level),
-                            .subsystem = field(JournalFields::subsystem),
-                            .category = field(JournalFields::category),
-                            .privacy = field(JournalFields::privacy),
-                            .text = field(JournalFields::message)};
+        const auto since = m_selection.since;
+        const bool isEarly = since && found.time.secondsSinceReferenceDate < since->secondsSinceReferenceDate;
+        if (!isEarly && isSelected(found))
+            return found;
     }
     return std::nullopt;
+}
+
+JournalEntry JournalReader::entry() const
+{
+    return {.time = time(),
+            .level = field(JournalFields::level),
+            .subsystem = field(JournalFields::subsystem),
+            .category = field(JournalFields::category),
+            .privacy = field(JournalFields::privacy),
+            .text = field(JournalFields::message),
+            .user = userNumber(field(JournalFields::user)),
+            .program = field(JournalFields::program)};
 }
 
 JournalReader::Waiting JournalReader::waiting() const

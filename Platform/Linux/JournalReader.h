@@ -21,7 +21,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// One entry as `JournalLog` wrote it.
+/// One entry as `JournalLog` wrote it. Any user can write an entry like that; only its writer is known to the
+/// journal itself.
 struct JournalEntry {
     Date time;
     std::string level;
@@ -30,6 +31,13 @@ struct JournalEntry {
     /// "public" or "private".
     std::string privacy;
     std::string text;
+    /// Absent when the journal does not know it.
+    std::optional<uid_t> user = {};
+    /// The path of the executable; empty when the journal does not know it.
+    std::string program = {};
+
+    /// Whether a program of this name wrote it, as far as the journal knows.
+    [[nodiscard]] bool isFrom(std::string_view programName) const;
 };
 
 /// Reads back from the systemd journal what `JournalLog` wrote there, oldest first.
@@ -40,6 +48,9 @@ class JournalReader {
 public:
     struct Selection {
         std::string identifier;
+        /// Only entries of this user, and only of a program with the name of the identifier, where the
+        /// journal knows the program.
+        std::optional<uid_t> user = {};
         /// Only of that one, as long as it runs.
         std::optional<pid_t> process = {};
         LogType lowestLevel = LogType::debug;
@@ -48,7 +59,7 @@ public:
         std::optional<std::uint64_t> limit = {};
     };
 
-    explicit JournalReader(const Selection& selection);
+    explicit JournalReader(Selection selection);
     ~JournalReader();
     JournalReader(const JournalReader&) = delete;
     JournalReader& operator=(const JournalReader&) = delete;
@@ -73,12 +84,14 @@ private:
 
     void match(std::string_view field, std::string_view value);
     void goToStart();
+    bool goBack(std::uint64_t count);
+    [[nodiscard]] JournalEntry entry() const;
+    [[nodiscard]] bool isSelected(const JournalEntry& entry) const;
     [[nodiscard]] std::string field(std::string_view name) const;
     [[nodiscard]] Date time() const;
 
     std::unique_ptr<sd_journal, Closer> m_journal;
-    const std::optional<Date> m_since;
-    const std::optional<std::uint64_t> m_limit;
+    const Selection m_selection;
     bool m_isAtUnreadEntry = false;
 };
 

@@ -285,9 +285,9 @@ remote=/lib/systemd/systemd-journal-remote
 [ -x $remote ] && [ -s /etc/machine-id ] && mount -t tmpfs tmpfs /run 2>/dev/null || exit 77
 folder=/run/log/journal/$(cat /etc/machine-id)
 mkdir -p $folder
-append() { # TIME IDENTIFIER LEVEL MESSAGE
-    printf '__REALTIME_TIMESTAMP=%s\n__MONOTONIC_TIMESTAMP=%s\n_BOOT_ID=%032d\nSYSLOG_IDENTIFIER=%s\nQV_LEVEL=%s\nQV_SUBSYSTEM=com.quorvane.mdm\nQV_CATEGORY=general\nQV_PRIVACY=public\nMESSAGE=%s\n\n' \
-        "${1}000000" "$1" 1 "$2" "$3" "$4" | $remote -o $folder/system.journal - 2>/dev/null
+append() { # TIME IDENTIFIER LEVEL MESSAGE [UID EXE]
+    printf '__REALTIME_TIMESTAMP=%s\n__MONOTONIC_TIMESTAMP=%s\n_BOOT_ID=%032d\nSYSLOG_IDENTIFIER=%s\nQV_LEVEL=%s\nQV_SUBSYSTEM=com.quorvane.mdm\nQV_CATEGORY=general\nQV_PRIVACY=public\nMESSAGE=%s\n_UID=%s\n_EXE=%s\n\n' \
+        "${1}000000" "$1" 1 "$2" "$3" "$4" "${5:-0}" "${6:-/usr/bin/quorvane-mdm (deleted)}" | $remote -o $folder/system.journal - 2>/dev/null
 }
 )";
 
@@ -298,11 +298,14 @@ TEST_F(ProgramTest, LogReadsTheJournal)
         append 1700000000 quorvane-mdm debug one
         append 1700000001 somebody-else error alien
         append 1700000002 quorvane-mdm error two
+        append 1700000002 quorvane-mdm error forged 65534
+        append 1700000002 quorvane-mdm error forged 0 /usr/bin/logger
         for selection in '' '--limit 1' '--limit 0' '--level info' '--since 2023-11-14T22:13:21Z' '--since 1d'; do
             echo "log $selection"
             $QVCTL log $selection 2>/dev/null
         done
         $QVCTL log --limit 1 --json
+        $QVCTL log --all --limit 2
         $QVCTL log --follow --limit 1 | {
             read -r first
             append 1700000003 quorvane-mdm info three
@@ -314,13 +317,15 @@ TEST_F(ProgramTest, LogReadsTheJournal)
         GTEST_SKIP() << "needs systemd-journal-remote, unshare and leave to mount";
     const std::string one = "2023-11-14T22:13:20.000Z debug com.quorvane.mdm general one";
     const std::string two = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general two";
+    const std::string forged = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general forged";
     const std::string three = "2023-11-14T22:13:23.000Z info com.quorvane.mdm general three";
-    ASSERT_EQ(lines->size(), 15U) << testing::PrintToString(*lines);
+    ASSERT_EQ(lines->size(), 17U) << testing::PrintToString(*lines);
     const std::string object = lines->at(13);
-    EXPECT_THAT(*lines,
-                ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1", two,
-                            "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
-                            "log --since 1d", object, two + ", then " + three));
+    EXPECT_THAT(*lines, ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1",
+                                    two, "log --limit 0", "log --level info", two,
+                                    "log --since 2023-11-14T22:13:21Z", two, "log --since 1d", object,
+                                    "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
+                                    "[user 0, /usr/bin/logger] " + forged, two + ", then " + three));
     const auto documented = documentedVerbs().at("log").members;
     EXPECT_EQ(membersOf(json::parse(object), documented), documented);
 }

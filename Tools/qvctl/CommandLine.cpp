@@ -146,6 +146,9 @@ void CommandLine::addStateVerbs()
         levels.emplace_back(Platform::Linux::severityName(level), level);
     addChoice(logVerb, "--level", m_log.lowestLevel, levels, "Only lines of that severity or a higher one")
         ->type_name("LEVEL");
+    logVerb.add_flag(
+        "--all", m_log.isOfAll,
+        "Also lines of other users and programs, each marked with its writer; anyone can write them");
     logVerb.add_flag("-f,--follow", m_log.isFollowing, "Go on with new lines, until interrupted");
     addLimit(logVerb, m_limit);
 }

@@ -49,6 +49,8 @@ struct LogOptions {
     /// At most so many, the newest.
     std::optional<std::uint64_t> limit;
     bool isFollowing = false;
+    /// Whether to show lines of other users and other programs too.
+    bool isOfAll = false;
 };
 
 enum class SchemaFormat { jsonSchema, appConfig, sample };

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 namespace Qvctl {
@@ -107,8 +108,10 @@ void tellPrivate(Findings& findings, const std::vector<JournalEntry>& lines)
 std::vector<JournalEntry> newestEntries(std::optional<pid_t> process)
 {
     constexpr std::uint64_t entryCount = 1000;
-    JournalReader reader(
-        {.identifier = std::string(journalIdentifier), .process = process, .limit = entryCount});
+    JournalReader reader({.identifier = std::string(journalIdentifier),
+                          .user = ::geteuid(),
+                          .process = process,
+                          .limit = entryCount});
     std::vector<JournalEntry> entries;
     while (auto entry = reader.next())
         entries.push_back(*std::move(entry));

@@ -9,17 +9,30 @@
 
 #include <optional>
 #include <string>
+#include <unistd.h>
 
 namespace Qvctl {
 
 namespace {
 
+namespace json = boost::json;
 using namespace Platform::Linux;
+
+/// Names who wrote a line; empty for a line of this user's app.
+Styled foreignMark(const JournalEntry& entry)
+{
+    if (entry.user == ::geteuid() && entry.isFrom(journalIdentifier))
+        return {};
+    return styled("[user {}, {}] ", entry.user ? std::to_string(*entry.user) : "unknown",
+                  entry.program.empty() ? "unknown program" : entry.program);
+}
 
 void printEntry(const Options& options, const JournalEntry& entry)
 {
     if (!options.isJSON) {
-        writeOutput(logLine(entry.time, entry.level, entry.subsystem, entry.category, entry.text));
+        // Unlike a line of ours, which begins with its time.
+        writeOutput(foreignMark(entry).text +
+                    logLine(entry.time, entry.level, entry.subsystem, entry.category, entry.text));
         return;
     }
     printJSON({{"time", entry.time.utcText()},
@@ -27,7 +40,9 @@ void printEntry(const Options& options, const JournalEntry& entry)
                {"subsystem", entry.subsystem},
                {"category", entry.category},
                {"privacy", entry.privacy},
-               {"message", entry.text}});
+               {"message", entry.text},
+               {"user", entry.user ? json::value(*entry.user) : json::value()},
+               {"program", entry.program.empty() ? json::value() : json::value(entry.program)}});
 }
 
 /// Answers whether there were any.
@@ -51,15 +66,18 @@ ExitCode log(const Options& options, const LogOptions& selection)
         session.emplace();
     std::optional<JournalReader> reader;
     try {
-        reader.emplace(JournalReader::Selection{.identifier = std::string(journalIdentifier),
-                                                .lowestLevel = selection.lowestLevel,
-                                                .since = selection.since,
-                                                .limit = selection.limit});
+        reader.emplace(
+            JournalReader::Selection{.identifier = std::string(journalIdentifier),
+                                     .user = selection.isOfAll ? std::nullopt : std::optional(::geteuid()),
+                                     .lowestLevel = selection.lowestLevel,
+                                     .since = selection.since,
+                                     .limit = selection.limit});
     } catch (const JournalUnavailable& error) {
         return fail(options, unavailable, error.what());
     }
     if (!printEntries(options, *reader) && !options.isJSON)
-        printError("the journal holds no such line");
+        printError("the journal holds no such line{}",
+                   selection.isOfAll ? "" : " of this user's app; --all shows those of other users too");
     if (!session)
         return success;
     for (auto waiting = reader->waiting();
