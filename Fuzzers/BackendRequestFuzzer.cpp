@@ -8,7 +8,7 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/URLComposition.h"
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/Linux/CurlRequest.h"
+#include "Platform/Linux/SecureRequest.h"
 #include "PushNotifications/RemoteNotificationHandler.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/FakeUserDefaults.h"

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <string>
 #include <string_view>
 
 // Letters and digits of ASCII. Unlike the functions of <cctype>, these do not depend on the locale of the
@@ -20,6 +22,13 @@ constexpr bool isASCIILetter(char character)
 constexpr char lowerCaseASCII(char character)
 {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+inline std::string lowerCasedASCII(std::string_view text)
+{
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(), lowerCaseASCII);
+    return result;
 }
 
 constexpr char upperCaseASCII(char character)

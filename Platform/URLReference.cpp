@@ -4,17 +4,6 @@ namespace Platform {
 
 namespace {
 
-/// The components of a URL without their delimiters; an absent one differs from an empty one.
-struct Components {
-    std::optional<std::string> scheme;
-    std::optional<std::string> authority;
-    std::string path;
-    std::optional<std::string> query;
-    std::optional<std::string> fragment;
-
-    friend bool operator==(const Components&, const Components&) = default;
-};
-
 /// Removes and returns what precedes the first of `delimiters`.
 std::string_view takeUntil(std::string_view& text, std::string_view delimiters)
 {
@@ -23,31 +12,8 @@ std::string_view takeUntil(std::string_view& text, std::string_view delimiters)
     return taken;
 }
 
-/// RFC 3986, appendix B.
-Components split(std::string_view text)
-{
-    Components parts;
-    const std::size_t first = text.find_first_of(":/?#");
-    if (first != 0 && first != std::string_view::npos && text[first] == ':') {
-        parts.scheme = text.substr(0, first);
-        text.remove_prefix(first + 1);
-    }
-    if (text.starts_with("//")) {
-        text.remove_prefix(2);
-        parts.authority = takeUntil(text, "/?#");
-    }
-    parts.path = takeUntil(text, "?#");
-    if (text.starts_with('?')) {
-        text.remove_prefix(1);
-        parts.query = takeUntil(text, "#");
-    }
-    if (text.starts_with('#'))
-        parts.fragment = text.substr(1);
-    return parts;
-}
-
 /// RFC 3986, section 5.3.
-std::string joined(const Components& parts)
+std::string joined(const URLParts& parts)
 {
     std::string text;
     if (parts.scheme)
@@ -63,7 +29,7 @@ std::string joined(const Components& parts)
 }
 
 /// RFC 3986, section 5.2.3.
-std::string mergedPath(const Components& base, std::string_view path)
+std::string mergedPath(const URLParts& base, std::string_view path)
 {
     if (base.authority && base.path.empty())
         return std::string("/").append(path);
@@ -97,7 +63,7 @@ std::string withoutDotSegments(std::string_view input)
 }
 
 /// RFC 3986, section 5.2.2.
-Components resolved(const Components& base, Components target)
+URLParts resolved(const URLParts& base, URLParts target)
 {
     const bool inheritsAuthority = !target.scheme && !target.authority;
     if (!target.scheme)
@@ -119,11 +85,33 @@ Components resolved(const Components& base, Components target)
 
 } // namespace
 
+URLParts splitURL(std::string_view text)
+{
+    URLParts parts;
+    const std::size_t first = text.find_first_of(":/?#");
+    if (first != 0 && first != std::string_view::npos && text[first] == ':') {
+        parts.scheme = text.substr(0, first);
+        text.remove_prefix(first + 1);
+    }
+    if (text.starts_with("//")) {
+        text.remove_prefix(2);
+        parts.authority = takeUntil(text, "/?#");
+    }
+    parts.path = takeUntil(text, "?#");
+    if (text.starts_with('?')) {
+        text.remove_prefix(1);
+        parts.query = takeUntil(text, "#");
+    }
+    if (text.starts_with('#'))
+        parts.fragment = text.substr(1);
+    return parts;
+}
+
 std::optional<std::string> resolveURLReference(std::string_view base, std::string_view reference)
 {
-    const Components target = resolved(split(base), split(reference));
+    const URLParts target = resolved(splitURL(base), splitURL(reference));
     std::string text = joined(target);
-    return split(text) == target ? std::optional(std::move(text)) : std::nullopt;
+    return splitURL(text) == target ? std::optional(std::move(text)) : std::nullopt;
 }
 
 } // namespace Platform

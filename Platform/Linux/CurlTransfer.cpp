@@ -1,9 +1,10 @@
 #include "Platform/Linux/CurlTransfer.h"
 
 #include "Platform/FatalError.h"
-#include "Platform/Linux/CurlLibrary.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
+#include <openssl/ssl.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -20,28 +21,28 @@ constexpr int maximumRedirectCount = 16;
 
 void CurlHandleDeleter::operator()(void* handle) const
 {
-    curl().curl_easy_cleanup(handle);
+    curl_easy_cleanup(handle);
 }
 
 void CurlTransfer::ListDeleter::operator()(curl_slist* list) const
 {
-    curl().curl_slist_free_all(list);
+    curl_slist_free_all(list);
 }
 
 template <typename Value>
 void CurlTransfer::set(int option, Value value)
 {
-    const CURLcode code = curl().curl_easy_setopt(handle(), static_cast<CURLoption>(option), value);
+    const CURLcode code = curl_easy_setopt(handle(), static_cast<CURLoption>(option), value);
     if (code != CURLE_OK)
         throw URLError(Code::unknown, fmt::format("The request to {} cannot be set up: {}.",
-                                                  m_target.endpoint(), curl().curl_easy_strerror(code)));
+                                                  m_target.endpoint(), curl_easy_strerror(code)));
 }
 
 template <typename Value>
 Value CurlTransfer::info(int which) const
 {
     Value value{};
-    curl().curl_easy_getinfo(handle(), static_cast<CURLINFO>(which), &value);
+    curl_easy_getinfo(handle(), static_cast<CURLINFO>(which), &value);
     return value;
 }
 
@@ -109,7 +110,7 @@ void CurlTransfer::watchHandshake(void* context)
     // The context stays with the connection, which may outlive this transfer.
     bool& isRequested = m_surroundings.certificateRequests[m_target.endpoint()];
     isRequested = false;
-    tls().SSL_CTX_set_cert_cb(
+    SSL_CTX_set_cert_cb(
         static_cast<SSL_CTX*>(context),
         [](SSL*, void* flag) {
             *static_cast<bool*>(flag) = true;
@@ -150,7 +151,7 @@ void CurlTransfer::setHeaderFields()
 {
     m_headerList.reset();
     const auto append = [&](const std::string& line) {
-        curl_slist* list = curl().curl_slist_append(m_headerList.get(), line.c_str());
+        curl_slist* list = curl_slist_append(m_headerList.get(), line.c_str());
         if (list == nullptr)
             fatalError("there is no memory left for a header field");
         static_cast<void>(m_headerList.release());
@@ -291,7 +292,7 @@ void CurlTransfer::follow(const std::string& location)
     }
     redirectRequest(m_request, info<long>(CURLINFO_RESPONSE_CODE), m_target, next);
     m_target = std::move(next);
-    curl().curl_easy_reset(handle());
+    curl_easy_reset(handle());
     prepareExchange();
 }
 
@@ -318,9 +319,8 @@ URLError CurlTransfer::failure(int code) const
                      .errorNumber = info<long>(CURLINFO_OS_ERRNO),
                      .proxyStatus = info<long>(CURLINFO_HTTP_CONNECTCODE),
                      .isCertificateRequested = !isAnswered && isCertificateRequested(),
-                     .detail = m_detail.front() == '\0'
-                                   ? curl().curl_easy_strerror(static_cast<CURLcode>(code))
-                                   : m_detail.data()},
+                     .detail = m_detail.front() == '\0' ? curl_easy_strerror(static_cast<CURLcode>(code))
+                                                        : m_detail.data()},
                     {m_target, m_isConnected});
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "Platform/Linux/CurlRequest.h"
+#include "Platform/Linux/CurlFailure.h"
 #include "Platform/Linux/ResponseHeader.h"
+#include "Platform/Linux/SecureRequest.h"
 #include "Platform/URLSession.h"
 
 #include <array>

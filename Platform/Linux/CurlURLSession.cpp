@@ -1,9 +1,9 @@
 #include "Platform/Linux/CurlURLSession.h"
 
 #include "Platform/FatalError.h"
-#include "Platform/Linux/CurlLibrary.h"
 #include "Platform/Linux/CurlTransfer.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -27,10 +27,10 @@ constexpr long maximumConnectionsPerHostCount = 6;
 constexpr std::size_t pooledHandleCount = 32;
 
 struct MultiDeleter {
-    void operator()(CURLM* multi) const { curl().curl_multi_cleanup(multi); }
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
 };
 struct ShareDeleter {
-    void operator()(CURLSH* share) const { curl().curl_share_cleanup(share); }
+    void operator()(CURLSH* share) const { curl_share_cleanup(share); }
 };
 
 std::string environment(const char* name)
@@ -94,7 +94,7 @@ CurlURLSession::Worker::~Worker()
         const std::lock_guard lock(m_mutex);
         m_isEnding = true;
         if (m_wakeable != nullptr)
-            curl().curl_multi_wakeup(m_wakeable);
+            curl_multi_wakeup(m_wakeable);
     }
     if (m_thread.joinable())
         m_thread.join();
@@ -114,7 +114,7 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion)
     }
     // Outside the lock, which the thread takes first thing; it does not end before its last caller.
     if (toBeWoken != nullptr)
-        curl().curl_multi_wakeup(toBeWoken);
+        curl_multi_wakeup(toBeWoken);
 }
 
 void CurlURLSession::Worker::run()
@@ -122,16 +122,16 @@ void CurlURLSession::Worker::run()
     setUp();
     while (beginWaiting()) {
         int running = 0;
-        CURLMcode code = curl().curl_multi_perform(m_multi.get(), &running);
+        CURLMcode code = curl_multi_perform(m_multi.get(), &running);
         concludeEnded();
         endIdle();
         // An outcome may have led to another request.
         if (code == CURLM_OK && !isAnyWaiting())
-            code = curl().curl_multi_poll(m_multi.get(), nullptr, 0, pollTime(), nullptr);
+            code = curl_multi_poll(m_multi.get(), nullptr, 0, pollTime(), nullptr);
         if (code != CURLM_OK)
             endAll({URLError::Code::unknown, fmt::format("The system does not let this program wait for the "
                                                          "network: {}.",
-                                                         curl().curl_multi_strerror(code))});
+                                                         curl_multi_strerror(code))});
     }
     tearDown();
 }
@@ -144,16 +144,16 @@ void CurlURLSession::Worker::setUp()
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
 
-    static const CURLcode globalState = curl().curl_global_init(CURL_GLOBAL_DEFAULT);
+    static const CURLcode globalState = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (globalState == CURLE_OK) {
-        m_multi.reset(curl().curl_multi_init());
-        m_share.reset(curl().curl_share_init());
+        m_multi.reset(curl_multi_init());
+        m_share.reset(curl_share_init());
     }
     if (!m_multi || !m_share)
         fatalError("the network library cannot be initialised");
-    curl().curl_multi_setopt(m_multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maximumConnectionsPerHostCount);
-    curl().curl_multi_setopt(m_multi.get(), CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
-    curl().curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maximumConnectionsPerHostCount);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+    curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     m_surroundings.share = m_share.get();
 
     const std::lock_guard lock(m_mutex);
@@ -196,7 +196,7 @@ void CurlURLSession::Worker::begin(Waiting waiting)
 {
     CurlHandle handle;
     if (m_pool.empty()) {
-        handle.reset(curl().curl_easy_init());
+        handle.reset(curl_easy_init());
         if (!handle)
             fatalError("there is no memory left for a request");
     } else {
@@ -216,24 +216,24 @@ void CurlURLSession::Worker::begin(Waiting waiting)
 
 void CurlURLSession::Worker::add(std::unique_ptr<CurlTransfer> transfer)
 {
-    const CURLMcode code = curl().curl_multi_add_handle(m_multi.get(), transfer->handle());
+    const CURLMcode code = curl_multi_add_handle(m_multi.get(), transfer->handle());
     if (code == CURLM_OK)
         m_transfers.emplace(transfer->handle(), std::move(transfer));
     else
         deliver(*transfer, URLError(URLError::Code::unknown, fmt::format("The request cannot be begun: {}.",
-                                                                         curl().curl_multi_strerror(code))));
+                                                                         curl_multi_strerror(code))));
 }
 
 void CurlURLSession::Worker::concludeEnded()
 {
     int remaining = 0;
-    while (const CURLMsg* message = curl().curl_multi_info_read(m_multi.get(), &remaining)) {
+    while (const CURLMsg* message = curl_multi_info_read(m_multi.get(), &remaining)) {
         if (message->msg != CURLMSG_DONE)
             continue;
         CURL* const handle = message->easy_handle;
         const CURLcode code = message->data.result;
         auto found = m_transfers.extract(handle);
-        curl().curl_multi_remove_handle(m_multi.get(), handle);
+        curl_multi_remove_handle(m_multi.get(), handle);
         auto transfer = std::move(found.mapped());
         if (auto outcome = transfer->conclude(code))
             deliver(*transfer, *std::move(outcome));
@@ -260,7 +260,7 @@ void CurlURLSession::Worker::endAll(const URLError& reason)
 
 void CurlURLSession::Worker::end(CURL* handle, Outcome outcome)
 {
-    curl().curl_multi_remove_handle(m_multi.get(), handle);
+    curl_multi_remove_handle(m_multi.get(), handle);
     const auto transfer = std::move(m_transfers.extract(handle).mapped());
     deliver(*transfer, std::move(outcome));
 }
@@ -277,7 +277,7 @@ void CurlURLSession::Worker::recycle(CurlHandle handle)
 {
     if (m_pool.size() == pooledHandleCount)
         return;
-    curl().curl_easy_reset(handle.get());
+    curl_easy_reset(handle.get());
     m_pool.push_back(std::move(handle));
 }
 

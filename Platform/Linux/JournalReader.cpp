@@ -3,7 +3,6 @@
 #include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/JournalFields.h"
 #include "Platform/Linux/StandardErrorLog.h"
-#include "Platform/Linux/SystemdLibrary.h"
 
 #include <algorithm>
 #include <array>
@@ -13,6 +12,8 @@
 #include <filesystem>
 #include <limits>
 #include <system_error>
+#include <systemd/sd-id128.h>
+#include <systemd/sd-journal.h>
 #include <utility>
 
 namespace Platform::Linux {
@@ -59,9 +60,9 @@ bool isThereAJournal()
 std::string bootIdentifier()
 {
     sd_id128_t boot{};
-    checked(systemd().sd_id128_get_boot(&boot));
+    checked(sd_id128_get_boot(&boot));
     std::array<char, SD_ID128_STRING_MAX> text{};
-    return systemd().sd_id128_to_string(boot, text.data());
+    return sd_id128_to_string(boot, text.data());
 }
 
 } // namespace
@@ -78,17 +79,17 @@ bool JournalEntry::isFrom(std::string_view programName) const
 
 void JournalReader::Closer::operator()(sd_journal* journal) const
 {
-    systemd().sd_journal_close(journal);
+    sd_journal_close(journal);
 }
 
 JournalReader::JournalReader(Selection selection) : m_selection(std::move(selection))
 {
     sd_journal* journal = nullptr;
-    const int result = systemd().sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY);
+    const int result = sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY);
     m_journal.reset(result >= 0 ? journal : nullptr);
     // Files that may not be read are passed over in silence.
-    const bool isReadable = m_journal && (systemd().sd_journal_has_runtime_files(journal) > 0 ||
-                                          systemd().sd_journal_has_persistent_files(journal) > 0);
+    const bool isReadable = m_journal && (sd_journal_has_runtime_files(journal) > 0 ||
+                                          sd_journal_has_persistent_files(journal) > 0);
     if (!isReadable)
         throw JournalUnavailable(
             isThereAJournal()
@@ -117,14 +118,14 @@ JournalReader::~JournalReader() = default;
 void JournalReader::match(std::string_view field, std::string_view value)
 {
     const std::string text = std::string(field).append("=").append(value);
-    checked(systemd().sd_journal_add_match(m_journal.get(), text.data(), text.size()));
+    checked(sd_journal_add_match(m_journal.get(), text.data(), text.size()));
 }
 
 void JournalReader::goToStart()
 {
     sd_journal* journal = m_journal.get();
     if (const auto limit = m_selection.limit) {
-        checked(systemd().sd_journal_seek_tail(journal));
+        checked(sd_journal_seek_tail(journal));
         // Steps back at least once, since the tail moves with new entries.
         const bool hasStepped = goBack(std::max<std::uint64_t>(*limit, 1));
         m_isAtUnreadEntry = hasStepped && *limit > 0;
@@ -134,10 +135,10 @@ void JournalReader::goToStart()
     if (const auto since = m_selection.since) {
         const double seconds =
             since->secondsSinceReferenceDate + static_cast<double>(Date::referenceSinceUnixEpoch.count());
-        checked(systemd().sd_journal_seek_realtime_usec(
-            journal, static_cast<std::uint64_t>(std::max(0.0, seconds) * 1e6)));
+        checked(
+            sd_journal_seek_realtime_usec(journal, static_cast<std::uint64_t>(std::max(0.0, seconds) * 1e6)));
     } else {
-        checked(systemd().sd_journal_seek_head(journal));
+        checked(sd_journal_seek_head(journal));
     }
 }
 
@@ -145,7 +146,7 @@ void JournalReader::goToStart()
 bool JournalReader::goBack(std::uint64_t count)
 {
     bool hasStepped = false;
-    while (count > 0 && checked(systemd().sd_journal_previous_skip(m_journal.get(), 1)) > 0) {
+    while (count > 0 && checked(sd_journal_previous_skip(m_journal.get(), 1)) > 0) {
         hasStepped = true;
         if (isSelected(entry()))
             --count;
@@ -161,8 +162,7 @@ bool JournalReader::isSelected(const JournalEntry& entry) const
 
 std::optional<JournalEntry> JournalReader::next()
 {
-    while (std::exchange(m_isAtUnreadEntry, false) ||
-           checked(systemd().sd_journal_next(m_journal.get())) > 0) {
+    while (std::exchange(m_isAtUnreadEntry, false) || checked(sd_journal_next(m_journal.get())) > 0) {
         JournalEntry found = entry();
         // The start was sought by count, or among several files at once.
         const auto since = m_selection.since;
@@ -189,7 +189,7 @@ JournalReader::Waiting JournalReader::waiting() const
 {
     sd_journal* journal = m_journal.get();
     std::uint64_t deadline = 0; // On the monotonic clock, in microseconds; the greatest number is none.
-    checked(systemd().sd_journal_get_timeout(journal, &deadline));
+    checked(sd_journal_get_timeout(journal, &deadline));
     int timeout = -1;
     if (deadline != std::numeric_limits<std::uint64_t>::max()) {
         timespec now{};
@@ -198,13 +198,13 @@ JournalReader::Waiting JournalReader::waiting() const
                                       static_cast<std::uint64_t>(now.tv_nsec) / 1000;
         timeout = deadline > elapsed ? static_cast<int>((deadline - elapsed) / 1000 + 1) : 0;
     }
-    return {checked(systemd().sd_journal_get_fd(journal)),
-            static_cast<short>(checked(systemd().sd_journal_get_events(journal))), timeout};
+    return {checked(sd_journal_get_fd(journal)), static_cast<short>(checked(sd_journal_get_events(journal))),
+            timeout};
 }
 
 void JournalReader::takeNews()
 {
-    checked(systemd().sd_journal_process(m_journal.get()));
+    checked(sd_journal_process(m_journal.get()));
 }
 
 /// Empty when the entry has no such field.
@@ -212,7 +212,7 @@ std::string JournalReader::field(std::string_view name) const
 {
     const void* bytes = nullptr;
     std::size_t size = 0;
-    if (systemd().sd_journal_get_data(m_journal.get(), std::string(name).c_str(), &bytes, &size) < 0)
+    if (sd_journal_get_data(m_journal.get(), std::string(name).c_str(), &bytes, &size) < 0)
         return {};
     // The library answers with "NAME=value".
     return std::string(static_cast<const char*>(bytes), size).substr(name.size() + 1);
@@ -221,7 +221,7 @@ std::string JournalReader::field(std::string_view name) const
 Date JournalReader::time() const
 {
     std::uint64_t microseconds = 0;
-    checked(systemd().sd_journal_get_realtime_usec(m_journal.get(), &microseconds));
+    checked(sd_journal_get_realtime_usec(m_journal.get(), &microseconds));
     return Date::fromSystemTime(
         std::chrono::system_clock::time_point(std::chrono::microseconds(microseconds)));
 }

@@ -31,13 +31,6 @@ std::optional<Variable> firstSet(std::initializer_list<const char*> names)
     return std::nullopt;
 }
 
-std::string lowerCase(std::string_view text)
-{
-    std::string result(text);
-    std::ranges::transform(result, result.begin(), lowerCaseASCII);
-    return result;
-}
-
 using AddressBytes = std::array<unsigned char, sizeof(in6_addr)>;
 
 /// 4 or 16 when `text` is an address, else 0.
@@ -86,7 +79,7 @@ bool isExempt(const std::string& host, std::string_view list)
     constexpr std::string_view separators = ", \t";
     while (!list.empty()) {
         const auto end = std::min(list.find_first_of(separators), list.size());
-        if (isNamed(host, lowerCase(list.substr(0, end))))
+        if (isNamed(host, lowerCasedASCII(list.substr(0, end))))
             return true;
         list.remove_prefix(std::min(end + 1, list.size()));
     }
@@ -139,7 +132,7 @@ std::optional<ProxyEnvironment> ProxyEnvironment::forHost(const std::string& hos
     const auto variable = firstSet({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
     if (!variable)
         return std::nullopt;
-    const std::string wanted = lowerCase(host.ends_with('.') ? host.substr(0, host.size() - 1) : host);
+    const std::string wanted = lowerCasedASCII(host.ends_with('.') ? host.substr(0, host.size() - 1) : host);
     if (const auto exceptions = firstSet({"no_proxy", "NO_PROXY"});
         exceptions && isExempt(wanted, exceptions->value))
         return std::nullopt;
@@ -149,7 +142,7 @@ std::optional<ProxyEnvironment> ProxyEnvironment::forHost(const std::string& hos
     ProxyEnvironment proxy{
         .variable = variable->name, .scheme = "http", .host = {}, .user = {}, .problem = {}};
     if (const auto scheme = rest.find("://"); scheme != std::string_view::npos) {
-        proxy.scheme = lowerCase(rest.substr(0, scheme));
+        proxy.scheme = lowerCasedASCII(rest.substr(0, scheme));
         if (!isSupported(proxy.scheme))
             proxy.problem = proxy.variable + " names a proxy of an unsupported scheme";
         rest.remove_prefix(scheme + 3);

@@ -3,6 +3,7 @@
 #include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/UnifiedPushConnector.h"
+#include "Platform/URLReference.h"
 #include "Platform/UserDefaults.h"
 
 #include <algorithm>
@@ -51,22 +52,19 @@ bool isThisDevice(const std::string& host)
 
 bool isUsablePushEndpoint(std::string_view endpoint)
 {
-    constexpr std::string_view separator = "://";
-    const std::string_view scheme = endpoint.substr(0, endpoint.find(separator));
-    const bool isSecure = equalsIgnoringASCIICase(scheme, "https");
-    const bool isURL = std::all_of(endpoint.begin(), endpoint.end(), [](char character) {
+    const bool hasURLCharacters = std::all_of(endpoint.begin(), endpoint.end(), [](char character) {
         return character > ' ' && character <= '~' &&
                std::string_view("\"<>\\^`{|}").find(character) == std::string_view::npos;
     });
-    if (!isURL || scheme == endpoint || (!isSecure && !equalsIgnoringASCIICase(scheme, "http")))
+    const URLParts parts = splitURL(endpoint);
+    if (!hasURLCharacters || !parts.scheme || !parts.authority ||
+        parts.authority->find('@') != std::string::npos)
         return false;
-    endpoint.remove_prefix(scheme.size() + separator.size());
-    const auto authority = endpoint.substr(0, endpoint.find_first_of("/?#"));
-    if (authority.find('@') != std::string_view::npos)
-        return false;
+    const std::string& authority = *parts.authority;
     const auto hostSize = authority.starts_with('[') ? authority.find(']') + 1 : authority.find(':');
-    const std::string host(authority.substr(0, hostSize));
-    return !host.empty() && (isSecure || isThisDevice(host));
+    const std::string host = authority.substr(0, hostSize);
+    return !host.empty() && (equalsIgnoringASCIICase(*parts.scheme, "https") ||
+                             (equalsIgnoringASCIICase(*parts.scheme, "http") && isThisDevice(host)));
 }
 
 UnifiedPushRegistration::UnifiedPushRegistration(std::string token, WebPushKeys keys)

@@ -1,10 +1,17 @@
 #include "Platform/Linux/WebPush.h"
 
 #include "Platform/Encoding.h"
-#include "Platform/Linux/CryptoLibrary.h"
 
 #include <boost/json.hpp>
 #include <fmt/format.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/crypto.h>
+#include <openssl/ec.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/kdf.h>
+#include <openssl/rand.h>
 
 #include <algorithm>
 #include <array>
@@ -31,18 +38,18 @@ struct Releaser {
     template <typename Object>
     void operator()(Object* object) const
     {
-        (crypto().*release)(object);
+        release(object);
     }
 };
-using Key = std::unique_ptr<EVP_PKEY, Releaser<&CryptoLibrary::EVP_PKEY_free>>;
-using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Releaser<&CryptoLibrary::EVP_PKEY_CTX_free>>;
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Releaser<&CryptoLibrary::EVP_CIPHER_CTX_free>>;
+using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
+using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Releaser<EVP_PKEY_CTX_free>>;
+using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Releaser<EVP_CIPHER_CTX_free>>;
 
 /// Bytes that leave nothing behind.
 template <std::size_t count>
 struct Secret {
     Secret() = default;
-    ~Secret() { crypto().OPENSSL_cleanse(bytes.data(), bytes.size()); }
+    ~Secret() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
 
@@ -74,7 +81,7 @@ void require(bool isDone, const char* otherwise)
     if (isDone)
         return;
     // Whoever uses the library next on this thread is not to find our failure in its queue.
-    crypto().ERR_clear_error();
+    ERR_clear_error();
     throw WebPushError(otherwise);
 }
 
@@ -90,12 +97,11 @@ Key keyFromNumber(std::string_view number)
     std::copy(curve.begin(), curve.end(), end);
 
     const unsigned char* bytes = document.bytes.data();
-    Key key(crypto().d2i_PrivateKey(EVP_PKEY_EC, nullptr, &bytes, static_cast<long>(document.bytes.size())));
-    const KeyContext context(key ? crypto().EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr)
-                                 : nullptr);
-    if (context && crypto().EVP_PKEY_private_check(context.get()) == 1)
+    Key key(d2i_PrivateKey(EVP_PKEY_EC, nullptr, &bytes, static_cast<long>(document.bytes.size())));
+    const KeyContext context(key ? EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr) : nullptr);
+    if (context && EVP_PKEY_private_check(context.get()) == 1)
         return key;
-    crypto().ERR_clear_error();
+    ERR_clear_error();
     return nullptr;
 }
 
@@ -103,8 +109,8 @@ Data encodedPoint(const Key& key)
 {
     Data point(WebPushKeys::publicKeyBytes);
     std::size_t size = 0;
-    require(crypto().EVP_PKEY_get_octet_string_param(key.get(), OSSL_PKEY_PARAM_ENCODED_PUBLIC_KEY,
-                                                     octets(point), point.size(), &size) == 1 &&
+    require(EVP_PKEY_get_octet_string_param(key.get(), OSSL_PKEY_PARAM_ENCODED_PUBLIC_KEY, octets(point),
+                                            point.size(), &size) == 1 &&
                 size == point.size(),
             "The device's public key cannot be computed.");
     return point;
@@ -113,10 +119,10 @@ Data encodedPoint(const Key& key)
 /// The sender's, on the curve of `own`.
 Key keyFromPoint(std::string_view point, const Key& own)
 {
-    Key key(crypto().EVP_PKEY_new());
-    require(key && crypto().EVP_PKEY_copy_parameters(key.get(), own.get()) == 1,
+    Key key(EVP_PKEY_new());
+    require(key && EVP_PKEY_copy_parameters(key.get(), own.get()) == 1,
             "There is no memory left for the sender's key.");
-    require(crypto().EVP_PKEY_set1_encoded_public_key(key.get(), octets(point), point.size()) == 1,
+    require(EVP_PKEY_set1_encoded_public_key(key.get(), octets(point), point.size()) == 1,
             "The sender's key is no point on the curve.");
     return key;
 }
@@ -124,11 +130,11 @@ Key keyFromPoint(std::string_view point, const Key& own)
 template <std::size_t count>
 void agree(const Key& own, const Key& peer, Secret<count>& secret)
 {
-    const KeyContext context(crypto().EVP_PKEY_CTX_new_from_pkey(nullptr, own.get(), nullptr));
+    const KeyContext context(EVP_PKEY_CTX_new_from_pkey(nullptr, own.get(), nullptr));
     std::size_t size = count;
-    require(context && crypto().EVP_PKEY_derive_init(context.get()) == 1 &&
-                crypto().EVP_PKEY_derive_set_peer(context.get(), peer.get()) == 1 &&
-                crypto().EVP_PKEY_derive(context.get(), secret.bytes.data(), &size) == 1 && size == count,
+    require(context && EVP_PKEY_derive_init(context.get()) == 1 &&
+                EVP_PKEY_derive_set_peer(context.get(), peer.get()) == 1 &&
+                EVP_PKEY_derive(context.get(), secret.bytes.data(), &size) == 1 && size == count,
             "No secret can be agreed on with the sender's key.");
 }
 
@@ -136,18 +142,17 @@ void agree(const Key& own, const Key& peer, Secret<count>& secret)
 template <std::size_t count>
 void derive(std::string_view salt, std::string_view material, std::string_view info, Secret<count>& out)
 {
-    const KeyContext context(crypto().EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr));
+    const KeyContext context(EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr));
     std::size_t size = count;
-    require(context && crypto().EVP_PKEY_derive_init(context.get()) == 1 &&
-                crypto().EVP_PKEY_CTX_set_hkdf_md(context.get(), crypto().EVP_sha256()) == 1 &&
-                crypto().EVP_PKEY_CTX_set1_hkdf_salt(context.get(), octets(salt),
-                                                     static_cast<int>(salt.size())) == 1 &&
-                crypto().EVP_PKEY_CTX_set1_hkdf_key(context.get(), octets(material),
-                                                    static_cast<int>(material.size())) == 1 &&
-                crypto().EVP_PKEY_CTX_add1_hkdf_info(context.get(), octets(info),
-                                                     static_cast<int>(info.size())) == 1 &&
-                crypto().EVP_PKEY_derive(context.get(), out.bytes.data(), &size) == 1 && size == count,
-            "The keys of the message cannot be derived.");
+    require(
+        context && EVP_PKEY_derive_init(context.get()) == 1 &&
+            EVP_PKEY_CTX_set_hkdf_md(context.get(), EVP_sha256()) == 1 &&
+            EVP_PKEY_CTX_set1_hkdf_salt(context.get(), octets(salt), static_cast<int>(salt.size())) == 1 &&
+            EVP_PKEY_CTX_set1_hkdf_key(context.get(), octets(material), static_cast<int>(material.size())) ==
+                1 &&
+            EVP_PKEY_CTX_add1_hkdf_info(context.get(), octets(info), static_cast<int>(info.size())) == 1 &&
+            EVP_PKEY_derive(context.get(), out.bytes.data(), &size) == 1 && size == count,
+        "The keys of the message cannot be derived.");
 }
 
 struct Message {
@@ -197,20 +202,20 @@ Message parse(std::string_view message)
 std::string open(const Message& message, const Secret<16>& key, const Secret<12>& nonce)
 {
     constexpr const char* failure = "The cipher of the message is not available.";
-    const CipherContext context(crypto().EVP_CIPHER_CTX_new());
+    const CipherContext context(EVP_CIPHER_CTX_new());
     std::string plaintext(message.ciphertext.size(), '\0');
     auto* const out = reinterpret_cast<unsigned char*>(plaintext.data());
     // The library only reads the tag.
     auto* const tag = const_cast<char*>(message.tag.data());
     int size = 0;
-    require(context && crypto().EVP_DecryptInit_ex(context.get(), crypto().EVP_aes_128_gcm(), nullptr,
-                                                   key.bytes.data(), nonce.bytes.data()) == 1,
+    require(context && EVP_DecryptInit_ex(context.get(), EVP_aes_128_gcm(), nullptr, key.bytes.data(),
+                                          nonce.bytes.data()) == 1,
             failure);
-    require(crypto().EVP_DecryptUpdate(context.get(), out, &size, octets(message.ciphertext),
-                                       static_cast<int>(message.ciphertext.size())) == 1 &&
-                crypto().EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, tagBytes, tag) == 1,
+    require(EVP_DecryptUpdate(context.get(), out, &size, octets(message.ciphertext),
+                              static_cast<int>(message.ciphertext.size())) == 1 &&
+                EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, tagBytes, tag) == 1,
             failure);
-    require(crypto().EVP_DecryptFinal_ex(context.get(), out + size, &size) == 1,
+    require(EVP_DecryptFinal_ex(context.get(), out + size, &size) == 1,
             "The tag does not match: the message was altered, or encrypted for other keys.");
     return plaintext;
 }
@@ -238,14 +243,13 @@ WebPushKeys WebPushKeys::generate()
 {
     constexpr const char* failure = "The system has no random bytes for new keys.";
     Data authSecret(authSecretBytes);
-    require(crypto().RAND_priv_bytes(octets(authSecret), static_cast<int>(authSecret.size())) == 1, failure);
-    const Key key(crypto().EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    require(RAND_priv_bytes(octets(authSecret), static_cast<int>(authSecret.size())) == 1, failure);
+    const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     BIGNUM* number = nullptr;
-    require(key && crypto().EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_PRIV_KEY, &number) == 1,
-            failure);
-    const std::unique_ptr<BIGNUM, Releaser<&CryptoLibrary::BN_clear_free>> ownedNumber(number);
+    require(key && EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_PRIV_KEY, &number) == 1, failure);
+    const std::unique_ptr<BIGNUM, Releaser<BN_clear_free>> ownedNumber(number);
     Data privateKey(privateKeyBytes);
-    require(crypto().BN_bn2binpad(number, octets(privateKey), static_cast<int>(privateKey.size())) ==
+    require(BN_bn2binpad(number, octets(privateKey), static_cast<int>(privateKey.size())) ==
                 static_cast<int>(privateKey.size()),
             failure);
     return {std::move(privateKey), encodedPoint(key), std::move(authSecret)};

@@ -1,6 +1,7 @@
 #include "Tools/Backend/WebPushSender.h"
 
 #include "Platform/ASCII.h"
+#include "Platform/URLReference.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <fmt/format.h>
@@ -27,24 +28,20 @@ struct Address {
 
 Address parseEndpoint(std::string_view endpoint)
 {
-    const std::string_view whole = endpoint.substr(0, endpoint.find('#'));
-    const auto schemeEnd = whole.find("://");
-    std::string scheme(whole.substr(0, schemeEnd));
-    std::ranges::transform(scheme, scheme.begin(), Platform::lowerCaseASCII);
-    if (schemeEnd == std::string_view::npos || (scheme != "https" && scheme != "http"))
+    const Platform::URLParts parts = Platform::splitURL(endpoint);
+    const std::string scheme = Platform::lowerCasedASCII(parts.scheme.value_or(""));
+    if (!parts.authority || (scheme != "https" && scheme != "http"))
         throw std::runtime_error("the endpoint is no address with https:// or http://");
-    const auto hostStart = schemeEnd + 3;
-    const auto hostEnd = std::min(whole.find_first_of("/?", hostStart), whole.size());
-    const std::string_view host = whole.substr(hostStart, hostEnd - hostStart);
+    const std::string& host = *parts.authority;
     const bool isPrintable =
-        std::all_of(whole.begin(), whole.end(), [](char c) { return c > ' ' && c < '\x7f'; });
-    if (host.empty() || host.find('@') != std::string_view::npos || !isPrintable)
+        std::all_of(endpoint.begin(), endpoint.end(), [](char c) { return c > ' ' && c < '\x7f'; });
+    if (host.empty() || host.find('@') != std::string::npos || !isPrintable)
         throw std::runtime_error(
             "the endpoint has no host, names a user, or has characters beyond those of addresses");
-    const std::string_view target = whole.substr(hostEnd);
     return {.origin = fmt::format("{}://{}", scheme, host),
-            .host = std::string(host),
-            .target = fmt::format("{}{}", target.starts_with('/') ? "" : "/", target)};
+            .host = host,
+            .target = fmt::format("{}{}{}{}", parts.path.starts_with('/') ? "" : "/", parts.path,
+                                  parts.query ? "?" : "", parts.query.value_or(""))};
 }
 
 } // namespace

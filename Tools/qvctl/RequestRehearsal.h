@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Core/ManagedConfigurationValidation.h"
-#include "Platform/Linux/CurlRequest.h"
+#include "Platform/Linux/SecureRequest.h"
 
 #include <optional>
 #include <string>

@@ -1,29 +1,28 @@
 #include "Tools/qvctl/SessionBusNames.h"
 
 #include "Platform/Linux/FileDescriptor.h"
-#include "Platform/Linux/SystemdLibrary.h"
 #include "Tools/qvctl/NetworkSteps.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
 #include <memory>
+#include <systemd/sd-bus.h>
 
 namespace Qvctl {
 
 namespace {
 
-using Platform::Linux::systemd;
 using std::chrono::microseconds;
 
 struct BusDeleter {
     // Does not wait for what has not been sent.
-    void operator()(sd_bus* bus) const { systemd().sd_bus_close_unref(bus); }
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 using Bus = std::unique_ptr<sd_bus, BusDeleter>;
 
 struct MessageDeleter {
-    void operator()(sd_bus_message* message) const { systemd().sd_bus_message_unref(message); }
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
 using Message = std::unique_ptr<sd_bus_message, MessageDeleter>;
 
@@ -47,29 +46,29 @@ std::uint64_t microsecondsLeft(const Deadline& deadline)
 /// The library itself would be patient with a bus that lets us in and then is silent.
 void waitUntilReady(sd_bus* bus, const Deadline& deadline)
 {
-    while (require(systemd().sd_bus_is_ready(bus)) == 0) {
-        if (require(systemd().sd_bus_process(bus, nullptr)) != 0)
+    while (require(sd_bus_is_ready(bus)) == 0) {
+        if (require(sd_bus_process(bus, nullptr)) != 0)
             continue;
         if (deadline.remaining().count() == 0)
             throw StepError("it does not answer");
-        require(systemd().sd_bus_wait(bus, microsecondsLeft(deadline)));
+        require(sd_bus_wait(bus, microsecondsLeft(deadline)));
     }
 }
 
 std::set<std::string, std::less<>> names(sd_bus* bus, const char* method, const Deadline& deadline)
 {
     sd_bus_message* message = nullptr;
-    require(systemd().sd_bus_message_new_method_call(
-        bus, &message, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method));
+    require(sd_bus_message_new_method_call(bus, &message, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                           "org.freedesktop.DBus", method));
     const Message call(message);
     // Zero would stand for the library's own time limit.
     const std::uint64_t time = std::max<std::uint64_t>(microsecondsLeft(deadline), 1);
-    require(systemd().sd_bus_call(bus, call.get(), time, nullptr, &message));
+    require(sd_bus_call(bus, call.get(), time, nullptr, &message));
     const Message reply(message);
     std::set<std::string, std::less<>> result;
-    require(systemd().sd_bus_message_enter_container(reply.get(), SD_BUS_TYPE_ARRAY, "s"));
+    require(sd_bus_message_enter_container(reply.get(), SD_BUS_TYPE_ARRAY, "s"));
     const char* name = nullptr;
-    while (require(systemd().sd_bus_message_read_basic(reply.get(), SD_BUS_TYPE_STRING, &name)) > 0)
+    while (require(sd_bus_message_read_basic(reply.get(), SD_BUS_TYPE_STRING, &name)) > 0)
         result.insert(name);
     return result;
 }
@@ -80,7 +79,7 @@ SessionBusNames SessionBusNames::ask(std::chrono::milliseconds timeout)
 {
     const Deadline deadline(timeout);
     sd_bus* opened = nullptr;
-    require(systemd().sd_bus_open_user(&opened));
+    require(sd_bus_open_user(&opened));
     const Bus bus(opened);
     waitUntilReady(bus.get(), deadline);
     SessionBusNames result;

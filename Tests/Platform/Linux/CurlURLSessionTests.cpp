@@ -406,7 +406,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"EmptyMethod", "SAME", "", {}, Code::unknown, "method"},
         RefusedCase{"LineBreakInURL", "SAME/\r\nX-Evil: 1", "GET", {}, Code::badURL, "control"},
         RefusedCase{"NULInURL", std::string("SAME/a\0b", 8), "GET", {}, Code::badURL, "control"},
-        RefusedCase{"ControlInHost", "https://local%7fhost/", "GET", {}, Code::badURL, "control"},
+        RefusedCase{"EscapeInHost", "https://local%7fhost/", "GET", {}, Code::badURL, "no host may have"},
         RefusedCase{"LargePort", "https://localhost:105751/", "GET", {}, Code::badURL, "port"},
         RefusedCase{"PortZero", "https://localhost:00/", "GET", {}, Code::badURL, "port"},
         RefusedCase{"Relative", "/path", "GET", {}, Code::badURL, "absolute"},

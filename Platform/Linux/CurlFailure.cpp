@@ -1,17 +1,15 @@
-#include "Platform/Linux/CurlRequest.h"
+#include "Platform/Linux/CurlFailure.h"
 
-#include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
-#include "Platform/Linux/CurlLibrary.h"
 #include "Platform/Linux/FileDescriptor.h"
-#include "Platform/URLReference.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
+#include <openssl/x509_vfy.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
-#include <memory>
+#include <string>
 
 namespace Platform::Linux {
 
@@ -19,75 +17,35 @@ namespace {
 
 using Code = URLError::Code;
 
-struct URLDeleter {
-    void operator()(CURLU* url) const { curl().curl_url_cleanup(url); }
-};
-using ParsedURL = std::unique_ptr<CURLU, URLDeleter>;
-
-std::string part(const ParsedURL& url, CURLUPart part, unsigned flags = 0)
-{
-    char* text = nullptr;
-    if (curl().curl_url_get(url.get(), part, &text, flags) != CURLUE_OK)
-        return {};
-    std::string result = text;
-    curl().curl_free(text);
-    return result;
-}
-
-/// RFC 9110, section 5.6.2.
-bool isToken(std::string_view text)
-{
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
-        return isASCIIDigit(character) || isASCIILetter(character) ||
-               std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
-    });
-}
-
-/// Whether `text` has neither blanks nor control characters.
-bool isPlain(std::string_view text)
-{
-    return std::all_of(text.begin(), text.end(), [](char character) {
-        return static_cast<unsigned char>(character) > ' ' && character != '\x7f';
-    });
-}
-
-void removeFields(HeaderFields& fields, std::initializer_list<std::string_view> names)
-{
-    for (const std::string_view name : names) {
-        if (const auto found = fields.find(name); found != fields.end())
-            fields.erase(found);
-    }
-}
-
-/// What OpenSSL's X509_V_ERR_ numbers come to; its headers are not worth a dependency.
+/// `result` is one of OpenSSL's X509_V_ERR_ numbers.
 URLError certificateError(long result, std::string_view detail, const std::string& endpoint)
 {
     switch (result) {
     // Curl looks at the names before it takes over the verdict of OpenSSL, which is "unspecified" until then.
-    case 0:
-    case 1:
+    case X509_V_OK:
+    case X509_V_ERR_UNSPECIFIED:
         return {Code::serverCertificateUntrusted,
                 fmt::format("The certificate of {} is for another host; check the host name of the address "
                             "and the names in the certificate.",
                             endpoint)};
-    case 9:
+    case X509_V_ERR_CERT_NOT_YET_VALID:
         return {
             Code::serverCertificateHasBadDate,
             fmt::format("The certificate of {} is not valid yet; check the clock of this device.", endpoint)};
-    case 10:
+    case X509_V_ERR_CERT_HAS_EXPIRED:
         return {Code::serverCertificateHasBadDate,
                 fmt::format("The certificate of {} has expired; renew it on the server, or check the clock "
                             "of this device.",
                             endpoint)};
-    case 18:
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
         return {Code::serverCertificateUntrusted,
                 fmt::format("The certificate of {} is self-signed and not trusted by this device; add it to "
                             "the trusted ones or have it issued by an authority.",
                             endpoint)};
-    case 2:
-    case 19:
-    case 20:
-    case 21:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
         return {Code::serverCertificateUntrusted,
                 fmt::format("The certificate of {} comes from an issuer that this device does not trust; "
                             "check the chain the server sends and the trusted certificates of this device.",
@@ -202,107 +160,7 @@ bool isBrokenConnection(int code)
     return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
 }
 
-URLError badPort()
-{
-    return {Code::badURL, "The port of the address is not a number from 1 to 65535."};
-}
-
 } // namespace
-
-SecureURL parseSecureURL(const std::string& url)
-{
-    if (!isPlain(url))
-        throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
-
-    const ParsedURL parsed(curl().curl_url());
-    const CURLUcode code = parsed ? curl().curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
-                                                        CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS)
-                                  : CURLUE_OUT_OF_MEMORY;
-    if (code == CURLUE_BAD_PORT_NUMBER)
-        throw badPort();
-    if (code != CURLUE_OK)
-        throw URLError(Code::badURL, "The address of the request is not an absolute URL.");
-
-    SecureURL result;
-    result.host = part(parsed, CURLUPART_HOST);
-    // The library decodes the host.
-    if (!isPlain(result.host))
-        throw URLError(Code::badURL, "The host of the request has a blank or control character in it.");
-    const std::string scheme = part(parsed, CURLUPART_SCHEME);
-    if (scheme == "http")
-        throw URLError(Code::appTransportSecurityRequiresSecureConnection,
-                       fmt::format("The address at {} is not secure; only https is allowed.", result.host));
-    if (scheme != "https")
-        throw URLError(Code::unsupportedURL, fmt::format("Addresses of the scheme \"{}\" are not supported; "
-                                                         "only https is.",
-                                                         scheme));
-    // Where an empty host belongs, the library looks for one behind further slashes.
-    const std::string_view hierarchy = std::string_view(url).substr(url.find(':') + 1);
-    if (result.host.empty() || !hierarchy.starts_with("//") || hierarchy.starts_with("///"))
-        throw URLError(Code::badURL, "The address of the request names no host.");
-    for (const CURLUPart unwanted : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_FRAGMENT})
-        curl().curl_url_set(parsed.get(), unwanted, nullptr, 0);
-    std::transform(result.host.begin(), result.host.end(), result.host.begin(), lowerCaseASCII);
-    result.port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    if (result.port == "0")
-        throw badPort();
-    result.url = part(parsed, CURLUPART_URL);
-    return result;
-}
-
-SecureURL parseRedirectURL(const SecureURL& from, std::string_view location)
-{
-    std::string escaped;
-    for (const char character : location) {
-        if (character > ' ' && character < '\x7f')
-            escaped += character;
-        else
-            escaped += fmt::format("%{:02X}", static_cast<unsigned char>(character));
-    }
-    const auto url = resolveURLReference(from.url, escaped);
-    if (!url)
-        throw URLError(Code::badURL, "The address of a redirect is malformed.");
-    return parseSecureURL(*url);
-}
-
-void cleanRequest(URLRequest& request)
-{
-    if (!isToken(request.httpMethod))
-        throw URLError(Code::unknown, "The method of the request has a character that no method may have.");
-    for (const auto& [name, value] : request.headerFields) {
-        if (!isToken(name))
-            throw URLError(Code::unknown,
-                           fmt::format("The name of the header field \"{}\" has a character that no name may "
-                                       "have.",
-                                       printable(name)));
-        if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
-            throw URLError(
-                Code::unknown,
-                fmt::format("The value of the header field \"{}\" has a line break or NUL in it.", name));
-    }
-    removeFields(request.headerFields, {"Connection", "Content-Length", "Host", "Transfer-Encoding"});
-}
-
-bool isRedirect(std::int64_t statusCode)
-{
-    constexpr std::array<std::int64_t, 5> redirects = {301, 302, 303, 307, 308};
-    return std::find(redirects.begin(), redirects.end(), statusCode) != redirects.end();
-}
-
-void redirectRequest(URLRequest& request, std::int64_t statusCode, const SecureURL& from, const SecureURL& to)
-{
-    const bool becomesGet =
-        statusCode == 303 ? request.httpMethod != "HEAD" : statusCode <= 302 && request.httpMethod == "POST";
-    if (becomesGet) {
-        request.httpMethod = "GET";
-        request.httpBody.reset();
-        removeFields(request.headerFields,
-                     {"Content-Encoding", "Content-Language", "Content-Location", "Content-Type"});
-    }
-    if (from.host != to.host || from.port != to.port)
-        removeFields(request.headerFields, {"Authorization", "Cookie", "X-Device-Id"});
-    request.url = to.url;
-}
 
 std::optional<ProxyEnvironment> CurlRoute::pendingProxy() const
 {
@@ -338,7 +196,7 @@ URLError urlError(const CurlFailure& failure, const CurlRoute& route)
             return {meaning.code, fmt::format(fmt::runtime(meaning.sentence), endpoint)};
     }
     return {Code::unknown, fmt::format("The request to {} failed: {}.", endpoint,
-                                       curl().curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
+                                       curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
 }
 
 URLError timeoutError(const CurlRoute& route, std::chrono::seconds timeout)
