@@ -4,14 +4,11 @@
 #include "App/NotificationAppDelegate.h"
 #include "Core/ConfigurationManager.h"
 #include "Core/Logger.h"
-#include "Platform/Desktop/DesktopApplication.h"
 #include "Platform/Desktop/GuiApplication.h"
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Platform/Desktop/WindowGroup.h"
-#include "Platform/Linux/CurlURLSession.h"
 #include "Platform/Linux/DeviceDefaults.h"
-#include "Platform/Linux/DeviceNotificationCenter.h"
 #include "Platform/Linux/DeviceNotificationPreferences.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/FileSystemWatcher.h"
@@ -22,15 +19,18 @@
 #include "Platform/Linux/PortalAppearance.h"
 #include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/SessionBus.h"
-#include "Platform/Linux/ShellState.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/StandardErrorLog.h"
-#include "Platform/Linux/SystemClock.h"
-#include "Platform/Linux/UnavailablePushService.h"
 #include "Platform/Linux/UnifiedPushService.h"
 #include "Platform/Linux/WorkerQueue.h"
+#include "Platform/Network/CurlURLSession.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/Push/DeviceApplication.h"
+#include "Platform/Push/DeviceNotificationCenter.h"
+#include "Platform/Push/ShellState.h"
+#include "Platform/Push/UnavailablePushService.h"
 #include "Platform/Services.h"
+#include "Platform/SystemClock.h"
 #include "PushNotifications/NotificationPermissionManager.h"
 
 #include <QFont>
@@ -119,7 +119,7 @@ std::unique_ptr<UnifiedLog> makeLog(const App::LaunchOptions& options, const Clo
 
 /// Starts to follow the policy file and the defaults; without a watcher the application still serves what it
 /// has.
-std::unique_ptr<Linux::FileSystemWatcher> makeWatcher(const Linux::AdapterLog& log)
+std::unique_ptr<Linux::FileSystemWatcher> makeWatcher(const AdapterLog& log)
 {
     try {
         return std::make_unique<Linux::FileSystemWatcher>();
@@ -133,7 +133,7 @@ std::unique_ptr<Linux::FileSystemWatcher> makeWatcher(const Linux::AdapterLog& l
 
 /// Takes the lock of this device's state, or tells why there is none: only another instance keeps us from
 /// starting.
-std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths, const Linux::AdapterLog& log,
+std::optional<Linux::InstanceLock> lockInstance(const Linux::DevicePaths& paths, const AdapterLog& log,
                                                 bool& isRunningAlready)
 {
     try {
@@ -178,7 +178,7 @@ struct SessionBusAccess {
     std::string absence;
 };
 
-SessionBusAccess openSessionBus(const Linux::AdapterLog& log)
+SessionBusAccess openSessionBus(const AdapterLog& log)
 {
     try {
         return {std::make_unique<Linux::SessionBus>(log), {}};
@@ -189,16 +189,16 @@ SessionBusAccess openSessionBus(const Linux::AdapterLog& log)
 
 std::unique_ptr<PushService> makePushService(App::PushSource source, const SessionBusAccess& access,
                                              UserDefaults& store, const Linux::DevicePaths& paths,
-                                             Desktop::QtRunLoop& runLoop, const Linux::AdapterLog& log)
+                                             Desktop::QtRunLoop& runLoop, const AdapterLog& log)
 {
     if (source == App::PushSource::off)
-        return std::make_unique<Linux::UnavailablePushService>(
+        return std::make_unique<Push::UnavailablePushService>(
             runLoop, "Remote notifications are turned off; start without --push off.");
     if (source == App::PushSource::local)
         return std::make_unique<Linux::LocalPushService>(Linux::LocalPushService::Ports{store, runLoop, log},
                                                          paths.pushSocket);
     if (!access.bus)
-        return std::make_unique<Linux::UnavailablePushService>(runLoop, access.absence + ".");
+        return std::make_unique<Push::UnavailablePushService>(runLoop, access.absence + ".");
     const char* chosen = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
     return std::make_unique<Linux::UnifiedPushService>(
         Linux::UnifiedPushService::Ports{*access.bus, store, runLoop, runLoop, log},
@@ -293,10 +293,10 @@ private:
 /// Chooses the adapters, in the order in which they need each other, and runs the application on them.
 App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, const Linux::DevicePaths& paths)
 {
-    using Access = Linux::SQLiteUserDefaults::Access;
-    const Linux::SystemClock clock;
+    using Access = Storage::SQLiteUserDefaults::Access;
+    const SystemClock clock;
     const auto log = makeLog(options, clock);
-    const Linux::AdapterLog adapterLog(*log, std::string(Linux::applicationIdentifier));
+    const AdapterLog adapterLog(*log, std::string(Linux::applicationIdentifier));
     // It knows the activation signal from here on: whoever holds the lock can be sent it.
     Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
         argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
@@ -320,13 +320,13 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
         MainWindow::read(windowContent);
     NotificationCenter notificationCenter;
     Linux::DeviceDefaults defaults(paths, Access::readWrite, clock, adapterLog);
-    Linux::CurlURLSession urlSession;
+    Network::CurlURLSession urlSession;
     Linux::WorkerQueue utilityQueue("utility queue", Linux::WorkerQueue::Priority::utility);
     Linux::WorkerQueue defaultQueue("default queue", Linux::WorkerQueue::Priority::default_);
 
     // The system's side of notifications and pushes.
-    Linux::SQLiteUserDefaults shellStore(paths.shellState(), Access::readWrite, clock, adapterLog);
-    Linux::ShellState shellState(shellStore);
+    Storage::SQLiteUserDefaults shellStore(paths.shellState(), Access::readWrite, clock, adapterLog);
+    Push::ShellState shellState(shellStore);
     const SessionBusAccess busAccess = openSessionBus(adapterLog);
     std::optional<Linux::NotificationServer> notificationServer;
     if (busAccess.bus)
@@ -340,10 +340,10 @@ App::ExitCode run(int& argc, char** argv, const App::LaunchOptions& options, con
     std::vector<NotificationPresenter*> presenters{&shell};
     if (notificationServer)
         presenters.insert(presenters.begin(), &*notificationServer);
-    Linux::DeviceNotificationCenter userNotificationCenter(
+    Push::DeviceNotificationCenter userNotificationCenter(
         {.state = shellState, .mainQueue = runLoop, .prompt = &shell, .presenters = std::move(presenters)});
     const auto pushService = makePushService(options.push, busAccess, shellStore, paths, runLoop, adapterLog);
-    Desktop::DesktopApplication application(
+    Push::DeviceApplication application(
         {*pushService, userNotificationCenter, clock, [&] { shell.openSettings(); }});
     const auto appearance = makeAppearanceSource(busAccess, runLoop);
 

@@ -4,8 +4,8 @@
 #include "Benchmarks/NullSink.h"
 #include "Core/Constants.h"
 #include "Platform/Linux/DeviceDefaults.h"
-#include "Platform/Linux/SystemClock.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/SystemClock.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -91,10 +91,10 @@ private:
     const std::size_t m_count;
     TemporaryFolder m_folder;
     Platform::Linux::DevicePaths m_paths{m_folder.path("state"), {m_folder.path("policy/managed.json")}};
-    Platform::Linux::SystemClock m_clock;
+    Platform::SystemClock m_clock;
     RecordingUnifiedLog m_log;
-    Platform::Linux::AdapterLog m_adapterLog{m_log, "com.quorvane.mdm"};
-    DeviceDefaults m_defaults{m_paths, Platform::Linux::SQLiteUserDefaults::Access::readWrite, m_clock,
+    Platform::AdapterLog m_adapterLog{m_log, "com.quorvane.mdm"};
+    DeviceDefaults m_defaults{m_paths, Platform::Storage::SQLiteUserDefaults::Access::readWrite, m_clock,
                               m_adapterLog};
     BareDatabase m_foreign{openedFile(), BareDatabase::Durability::lazy};
     ManualScheduler m_scheduler;

@@ -1,6 +1,6 @@
 #include "Benchmarks/Figures.h"
-#include "Platform/Linux/CurlURLSession.h"
 #include "Platform/Linux/WorkerQueue.h"
+#include "Platform/Network/CurlURLSession.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tools/Backend/TestBackend.h"
 #include "Tools/Tour/ChildProcess.h"
@@ -104,7 +104,7 @@ private:
     TrustedBackend m_backend;
     std::atomic<int> m_failureCount = 0;
     Linux::WorkerQueue m_tasks{"tasks", Linux::WorkerQueue::Priority::default_};
-    Linux::CurlURLSession m_session;
+    Network::CurlURLSession m_session;
 };
 
 /// A handle of the library that posts the payload, with the header fields that ours sends.

@@ -4,8 +4,8 @@
 #include "Core/ConfigurationManager.h"
 #include "Core/Constants.h"
 #include "Platform/Linux/DeviceDefaults.h"
-#include "Platform/Linux/SystemClock.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -103,10 +103,10 @@ public:
 private:
     TemporaryFolder m_folder;
     Platform::Linux::DevicePaths m_paths{m_folder.path("state"), {m_folder.path("policy/managed.json")}};
-    Platform::Linux::SystemClock m_clock;
+    Platform::SystemClock m_clock;
     RecordingUnifiedLog m_log;
-    Platform::Linux::AdapterLog m_adapterLog{m_log, "com.quorvane.mdm"};
-    DeviceDefaults m_defaults{m_paths, Platform::Linux::SQLiteUserDefaults::Access::readWrite, m_clock,
+    Platform::AdapterLog m_adapterLog{m_log, "com.quorvane.mdm"};
+    DeviceDefaults m_defaults{m_paths, Platform::Storage::SQLiteUserDefaults::Access::readWrite, m_clock,
                               m_adapterLog};
     Domains m_domains{m_defaults};
     ManualScheduler m_scheduler;

@@ -1,6 +1,7 @@
 #include "Core/APIClient.h"
 
 #include "Core/APIError.h"
+#include "Core/ErrorBridging.h"
 #include "Core/Logger.h"
 #include "Core/UnicodeText.h"
 #include "Platform/Encoding.h"
@@ -92,7 +93,7 @@ Task<APIClient::Response> APIClient::execute(URLRequest request) const
         auto transfer = m_session.data(std::move(request));
         response = co_await std::move(transfer);
     } catch (const std::exception& error) {
-        const Platform::Error underlying = Platform::bridge(error);
+        const Platform::Error underlying = bridge(error);
         m_logger.error("API request failed", "execute(_:)",
                        {.category = LogCategory::network, .error = underlying});
         throw APIError(APIError::NetworkFailure{underlying});

@@ -2,6 +2,7 @@
 
 #include "Core/Base64.h"
 #include "Core/Constants.h"
+#include "Core/ErrorBridging.h"
 #include "Core/Logger.h"
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/ManagedKeys.h"
@@ -170,7 +171,7 @@ void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot
         suite->synchronize();
     } catch (const std::exception& error) {
         m_ports.logger.error(
-            [&] { return "Error saving configuration: " + Platform::bridge(error).localizedDescription; },
+            [&] { return "Error saving configuration: " + bridge(error).localizedDescription; },
             "saveConfigurationSnapshot(_:)", {.error = error});
     }
 }
@@ -189,7 +190,7 @@ std::optional<ConfigurationSnapshot> ConfigurationManager::loadConfigurationSnap
         return ConfigurationSnapshot::decode(*stored);
     } catch (const std::exception& error) {
         m_ports.logger.error(
-            [&] { return "Error loading configuration: " + Platform::bridge(error).localizedDescription; },
+            [&] { return "Error loading configuration: " + bridge(error).localizedDescription; },
             "loadConfigurationSnapshot()", {.error = error});
         return ConfigurationSnapshot::defaultSnapshot(m_ports.clock.now());
     }

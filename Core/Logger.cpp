@@ -1,5 +1,6 @@
 #include "Core/Logger.h"
 
+#include "Core/ErrorBridging.h"
 #include "Platform/Services.h"
 
 #include <fmt/format.h>
@@ -67,7 +68,7 @@ void appendContext(LineBuffer& line, std::span<const LogPair> given, const LogMe
 std::optional<Platform::Error> LogError::bridged() const
 {
     if (m_exception != nullptr)
-        return Platform::bridge(*m_exception);
+        return bridge(*m_exception);
     return m_error != nullptr ? std::optional(*m_error) : std::nullopt;
 }
 

@@ -8,7 +8,7 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/URLComposition.h"
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/Linux/SecureRequest.h"
+#include "Platform/Network/SecureRequest.h"
 #include "PushNotifications/RemoteNotificationHandler.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+using namespace Platform::Network;
 using namespace Platform::Linux;
 using Fuzzers::require;
 using Platform::URLError, Platform::URLRequest;

@@ -5,7 +5,7 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/UnicodeText.h"
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/Linux/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 
 #include <algorithm>
 #include <optional>
@@ -79,8 +79,8 @@ void Fuzzers::examine(std::string_view input)
 {
     PropertyList root;
     try {
-        root = Platform::Linux::readPropertyList(input).root;
-    } catch (const Platform::Linux::PropertyListError&) {
+        root = Platform::PropertyLists::readPropertyList(input).root;
+    } catch (const Platform::PropertyLists::PropertyListError&) {
         return;
     }
     if (root.dictionary() == nullptr)

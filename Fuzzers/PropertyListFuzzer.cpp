@@ -1,7 +1,7 @@
 // Policy files: XML and binary property lists, and JSON objects.
 
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/Linux/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "Tools/qvctl/Output.h"
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+using namespace Platform::PropertyLists;
 using namespace Platform::Linux;
 using Fuzzers::isSame, Fuzzers::Numbers, Fuzzers::require;
 

@@ -2,9 +2,9 @@
 
 #include "Core/Logger.h"
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/Linux/PushPayload.h"
 #include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/Push/PushPayload.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -84,14 +84,14 @@ private:
 
 void Fuzzers::examine(std::string_view input)
 {
-    const auto withCanary = Platform::Linux::readPushPayload(Fuzzers::withCanary(input));
+    const auto withCanary = Platform::Push::readPushPayload(Fuzzers::withCanary(input));
     if (const auto* refusal = std::get_if<std::string>(&withCanary))
         requireNoCanary(*refusal);
-    const auto payload = Platform::Linux::readPushPayload(input);
+    const auto payload = Platform::Push::readPushPayload(input);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
         require(!refusal->empty() && !holdsControlCharacter(*refusal), "a refusal has a reason of one line");
         return;
     }
-    require(input.size() <= Platform::Linux::maximumPayloadSize, "no payload is larger than the largest");
+    require(input.size() <= Platform::Push::maximumPayloadSize, "no payload is larger than the largest");
     Device().examine(std::get<PropertyList::Dictionary>(payload));
 }

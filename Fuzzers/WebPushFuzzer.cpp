@@ -3,7 +3,7 @@
 
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/Encoding.h"
-#include "Platform/Linux/WebPush.h"
+#include "Platform/Push/WebPush.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 #include <string>
 
 using Fuzzers::require;
-using Platform::Linux::WebPushError, Platform::Linux::WebPushKeys;
+using Platform::Push::WebPushError, Platform::Push::WebPushKeys;
 
 namespace {
 
@@ -91,7 +91,7 @@ bool isRecordSizeAlone(const std::string& message, const std::string& alteredMes
 void examinePlan(const Plan& plan)
 {
     static const auto subscription = WebPushSubscription::parse(
-        Platform::Linux::webPushSubscription("https://push.acme.example/", deviceKeys()));
+        Platform::Push::webPushSubscription("https://push.acme.example/", deviceKeys()));
     const std::string padding = "\2" + std::string(plan.paddingCount, '\0');
     const std::size_t recordSize = plan.text.size() + padding.size() + tagSize;
     if (headerSize + recordSize > WebPushKeys::maximumMessageBytes)
@@ -116,7 +116,7 @@ void examineSubscription(std::string_view endpoint)
     if (!Platform::isUTF8(endpoint))
         return;
     const auto parsed =
-        WebPushSubscription::parse(Platform::Linux::webPushSubscription(endpoint, deviceKeys()));
+        WebPushSubscription::parse(Platform::Push::webPushSubscription(endpoint, deviceKeys()));
     require(parsed.endpoint == endpoint && parsed.publicKey == Fuzzers::textOf(deviceKeys().publicKey()) &&
                 parsed.authSecret == Fuzzers::textOf(deviceKeys().authSecret()),
             "a subscription says what it was made of");

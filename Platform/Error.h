@@ -4,7 +4,6 @@
 #include <exception>
 #include <optional>
 #include <string>
-#include <typeinfo>
 #include <utility>
 
 namespace Platform {
@@ -40,11 +39,7 @@ private:
     std::string m_description;
 };
 
-/// The error that `exception` stands for. A `std::system_error` carries its category and number; an exception
-/// of no other known kind has its type's name as domain and the code 0.
-Error bridge(const std::exception& exception);
-
-/// "Core::DecodingError" as "Core.DecodingError".
-std::string qualifiedTypeName(const std::type_info& type);
+/// What the system says of an error number: "Permission denied".
+std::string errorText(int errorNumber);
 
 } // namespace Platform

@@ -13,7 +13,7 @@ namespace Platform::Linux {
 /// The application's own database, with the managed dictionary laid over it.
 class DeviceDefaults::Standard final : public UserDefaults {
 public:
-    Standard(SQLiteUserDefaults& database, ManagedPolicyFile& policyFile)
+    Standard(Storage::SQLiteUserDefaults& database, ManagedPolicyFile& policyFile)
         : m_database(database), m_policyFile(policyFile)
     {}
 
@@ -34,12 +34,12 @@ public:
     void synchronize() override { m_database.synchronize(); }
 
 private:
-    SQLiteUserDefaults& m_database;
+    Storage::SQLiteUserDefaults& m_database;
     ManagedPolicyFile& m_policyFile;
 };
 
-DeviceDefaults::DeviceDefaults(DevicePaths paths, SQLiteUserDefaults::Access access, const Clock& clock,
-                               const AdapterLog& log)
+DeviceDefaults::DeviceDefaults(DevicePaths paths, Storage::SQLiteUserDefaults::Access access,
+                               const Clock& clock, const AdapterLog& log)
     : m_paths(std::move(paths)),
       m_access(access),
       m_clock(clock),

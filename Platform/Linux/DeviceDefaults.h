@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/ManagedPolicyFile.h"
-#include "Platform/Linux/SQLiteUserDefaults.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
 #include "Platform/UserDefaults.h"
 
 #include <map>
@@ -24,7 +24,7 @@ class FileSystemWatcher;
 /// policy file under `UserDefaults::managedConfigurationKey`.
 class DeviceDefaults final : public UserDefaultsDomains {
 public:
-    DeviceDefaults(DevicePaths paths, SQLiteUserDefaults::Access access, const Clock& clock,
+    DeviceDefaults(DevicePaths paths, Storage::SQLiteUserDefaults::Access access, const Clock& clock,
                    const AdapterLog& log);
     ~DeviceDefaults() override;
 
@@ -39,14 +39,14 @@ private:
     class Standard;
 
     const DevicePaths m_paths;
-    const SQLiteUserDefaults::Access m_access;
+    const Storage::SQLiteUserDefaults::Access m_access;
     const Clock& m_clock;
     const AdapterLog& m_log;
     ManagedPolicyFile m_policyFile;
-    SQLiteUserDefaults m_database;
+    Storage::SQLiteUserDefaults m_database;
     std::unique_ptr<Standard> m_standard;
     std::mutex m_mutex;
-    std::map<std::string, SQLiteUserDefaults, std::less<>> m_suites;
+    std::map<std::string, Storage::SQLiteUserDefaults, std::less<>> m_suites;
 };
 
 } // namespace Platform::Linux

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/NotificationServer.h"
-#include "Platform/Linux/ShellState.h"
+#include "Platform/Push/ShellState.h"
 #include "Platform/Shell.h"
 
 #include <string>
@@ -14,7 +14,8 @@ namespace Platform::Linux {
 class DeviceNotificationPreferences final : public NotificationPreferences {
 public:
     /// `server` may be null. `pushSource` is in words for people.
-    DeviceNotificationPreferences(ShellState& state, const NotificationServer* server, std::string pushSource)
+    DeviceNotificationPreferences(Push::ShellState& state, const NotificationServer* server,
+                                  std::string pushSource)
         : m_state(state), m_server(server), m_pushSource(std::move(pushSource))
     {}
 
@@ -35,7 +36,7 @@ public:
     [[nodiscard]] std::string pushSource() const override { return m_pushSource; }
 
 private:
-    ShellState& m_state;
+    Push::ShellState& m_state;
     const NotificationServer* m_server;
     const std::string m_pushSource;
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <cstdint>
 #include <functional>
@@ -57,8 +57,8 @@ private:
     void run();
     void deliver(std::string_view events);
 
-    FileDescriptor m_inotify;
-    FileDescriptor m_ending;
+    Storage::FileDescriptor m_inotify;
+    Storage::FileDescriptor m_ending;
     std::mutex m_mutex;
     std::vector<std::shared_ptr<const Handler>> m_handlers;
     /// The handler's number, by watch descriptor.

@@ -16,12 +16,12 @@ namespace Platform::Linux {
 namespace {
 
 // The C library of Debian 12 declares pidfd_open() and pidfd_send_signal() without C linkage.
-FileDescriptor openProcess(pid_t process)
+Storage::FileDescriptor openProcess(pid_t process)
 {
-    return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
+    return Storage::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
 }
 
-bool sendSignal(const FileDescriptor& process, int signal)
+bool sendSignal(const Storage::FileDescriptor& process, int signal)
 {
     return ::syscall(SYS_pidfd_send_signal, process.get(), signal, nullptr, 0U) == 0;
 }
@@ -35,9 +35,9 @@ struct flock wholeFile()
 }
 
 /// Throws `std::system_error` for anything but a regular file, which may block.
-FileDescriptor openLockFile(const std::filesystem::path& file, int flags)
+Storage::FileDescriptor openLockFile(const std::filesystem::path& file, int flags)
 {
-    FileDescriptor descriptor(
+    Storage::FileDescriptor descriptor(
         ::open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, S_IRUSR | S_IWUSR));
     if (!descriptor)
         throw std::system_error(errno, std::generic_category(), file.string());
@@ -70,8 +70,8 @@ struct ProcessIdentity {
 
 std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& file)
 {
-    createPrivateFolders(file.parent_path());
-    FileDescriptor descriptor = openLockFile(file, O_RDWR | O_CREAT);
+    Storage::createPrivateFolders(file.parent_path());
+    Storage::FileDescriptor descriptor = openLockFile(file, O_RDWR | O_CREAT);
     struct flock lock = wholeFile();
     if (::fcntl(descriptor.get(), F_SETLK, &lock) == 0)
         return InstanceLock(std::move(descriptor));
@@ -84,7 +84,7 @@ std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::
 {
     struct flock lock = wholeFile();
     try {
-        const FileDescriptor descriptor = openLockFile(file, O_RDONLY);
+        const Storage::FileDescriptor descriptor = openLockFile(file, O_RDONLY);
         if (::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
             return std::nullopt;
     } catch (const std::system_error&) {
@@ -102,7 +102,7 @@ InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::pa
         return SignalOutcome::ended;
     if (!found->process)
         return SignalOutcome::elsewhere;
-    const FileDescriptor process = openProcess(*found->process);
+    const Storage::FileDescriptor process = openProcess(*found->process);
     if (!process)
         return errno == ESRCH ? SignalOutcome::ended : SignalOutcome::foreign;
     // The number may belong to another process by now. If it still holds the lock, the descriptor is of the

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <chrono>
 #include <filesystem>
@@ -40,9 +40,9 @@ public:
                                       std::chrono::milliseconds time);
 
 private:
-    explicit InstanceLock(FileDescriptor file) : m_file(std::move(file)) {}
+    explicit InstanceLock(Storage::FileDescriptor file) : m_file(std::move(file)) {}
 
-    FileDescriptor m_file;
+    Storage::FileDescriptor m_file;
 };
 
 } // namespace Platform::Linux

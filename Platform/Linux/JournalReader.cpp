@@ -1,8 +1,8 @@
 #include "Platform/Linux/JournalReader.h"
 
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/JournalFields.h"
 #include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,10 @@
 #include "Platform/Linux/LocalPushService.h"
 
+#include "Platform/AdapterLog.h"
 #include "Platform/DispatchQueue.h"
-#include "Platform/Linux/AdapterLog.h"
 #include "Platform/Linux/PrivateSocket.h"
-#include "Platform/Linux/PushPayload.h"
-#include "Platform/Linux/PushRegistrationError.h"
+#include "Platform/Push/PushPayload.h"
+#include "Platform/Push/PushRegistrationError.h"
 #include "Platform/UserDefaults.h"
 
 #include <algorithm>
@@ -35,12 +35,12 @@ constexpr int retryMilliseconds = 50;
 /// How long a peer of ours waits for its answer.
 constexpr std::chrono::seconds answerTime{30};
 
-bool isSameUser(const FileDescriptor& peer)
+bool isSameUser(const Storage::FileDescriptor& peer)
 {
     return peerUser(peer) == ::geteuid();
 }
 
-void answer(const FileDescriptor& peer, const std::optional<std::string>& refusal)
+void answer(const Storage::FileDescriptor& peer, const std::optional<std::string>& refusal)
 {
     const std::string line = (refusal ? "error: " + *refusal : "ok") + "\n";
     // Short enough for any socket's buffer; a peer that has gone is its own affair.
@@ -59,7 +59,7 @@ Data randomToken()
 } // namespace
 
 struct LocalPushService::Peer {
-    FileDescriptor socket;
+    Storage::FileDescriptor socket;
     /// Connected, or sent something.
     SteadyClock::time_point lastActivity;
     SteadyClock::time_point deadline;
@@ -84,7 +84,7 @@ void LocalPushService::start(PushServiceListener& listener)
     m_listener = &listener;
     m_token = m_ports.store.data(tokenKey).value_or(Data());
     try {
-        m_wakeUp = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        m_wakeUp = Storage::FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
         if (!m_wakeUp)
             throw std::system_error(errno, std::generic_category(), "eventfd");
         m_socket = listenOnPrivateSocket(m_socketFile);
@@ -109,11 +109,11 @@ void LocalPushService::registerDevice()
     }
     m_ports.mainQueue.async([this] {
         if (!m_startFailure.empty())
-            m_listener->didFailToRegister(
-                pushRegistrationError(PushRegistrationErrorCode::noDistributor, m_startFailure + "."));
+            m_listener->didFailToRegister(Push::pushRegistrationError(
+                Push::PushRegistrationErrorCode::noDistributor, m_startFailure + "."));
         else if (m_token.empty())
-            m_listener->didFailToRegister(pushRegistrationError(
-                PushRegistrationErrorCode::notStored,
+            m_listener->didFailToRegister(Push::pushRegistrationError(
+                Push::PushRegistrationErrorCode::notStored,
                 "The token for local pushes cannot be stored. Fix what the log says about the store, then "
                 "start this application again."));
         else
@@ -156,7 +156,7 @@ void LocalPushService::serve()
 
 void LocalPushService::accept(std::vector<Peer>& peers) const
 {
-    FileDescriptor socket(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    Storage::FileDescriptor socket(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
         // Without a free descriptor the peer goes on waiting, and poll() would return at once.
         pollfd ending{m_wakeUp.get(), POLLIN, 0};
@@ -178,7 +178,7 @@ void LocalPushService::accept(std::vector<Peer>& peers) const
 
 bool LocalPushService::read(Peer& peer)
 {
-    std::array<char, maximumPayloadSize + 1> buffer;
+    std::array<char, Push::maximumPayloadSize + 1> buffer;
     while (true) {
         const ssize_t count = ::read(peer.socket.get(), buffer.data(), buffer.size());
         if (count < 0 && errno == EINTR)
@@ -187,7 +187,7 @@ bool LocalPushService::read(Peer& peer)
             return errno == EAGAIN;
         peer.lastActivity = SteadyClock::now();
         peer.bytes.append(buffer.data(), static_cast<std::size_t>(count));
-        if (count == 0 || peer.bytes.size() > maximumPayloadSize) {
+        if (count == 0 || peer.bytes.size() > Push::maximumPayloadSize) {
             take(peer);
             return false;
         }
@@ -196,12 +196,12 @@ bool LocalPushService::read(Peer& peer)
 
 void LocalPushService::take(Peer& peer)
 {
-    auto payload = readPushPayload(peer.bytes);
+    auto payload = Push::readPushPayload(peer.bytes);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
         answer(peer.socket, *refusal);
         return;
     }
-    auto socket = std::make_shared<FileDescriptor>(std::move(peer.socket));
+    auto socket = std::make_shared<Storage::FileDescriptor>(std::move(peer.socket));
     m_inbox.async([this, socket, payload = std::get<PropertyList::Dictionary>(std::move(payload))] {
         if (m_token.empty())
             answer(*socket, "the application has not registered for remote notifications yet");
@@ -214,7 +214,7 @@ void LocalPushService::take(Peer& peer)
 
 std::string sendToLocalPushService(const std::filesystem::path& socketFile, std::string_view payload)
 {
-    const FileDescriptor socket = connectToPrivateSocket(socketFile, answerTime);
+    const Storage::FileDescriptor socket = connectToPrivateSocket(socketFile, answerTime);
     while (!payload.empty()) {
         const ssize_t sent = ::send(socket.get(), payload.data(), payload.size(), MSG_NOSIGNAL);
         if (sent < 0)

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
-#include "Platform/Linux/YieldingQueue.h"
+#include "Platform/Push/YieldingQueue.h"
 #include "Platform/PushService.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <filesystem>
 #include <string>
@@ -10,13 +10,12 @@
 #include <vector>
 
 namespace Platform {
+class AdapterLog;
 class DispatchQueue;
 class UserDefaults;
 } // namespace Platform
 
 namespace Platform::Linux {
-
-class AdapterLog;
 
 /// A push distributor of this device's own, for tests and demonstrations: its token is random and kept, and
 /// payloads come in through a socket that only the same user can open.
@@ -60,14 +59,14 @@ private:
     const Ports m_ports;
     const std::filesystem::path m_socketFile;
     /// Takes payloads to the main thread; see `UnifiedPushService`.
-    YieldingQueue m_inbox{m_ports.mainQueue};
+    Push::YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;
     /// Empty until the first registration, this time or an earlier one.
     Data m_token;
     /// Why there is no socket; empty when there is.
     std::string m_startFailure;
-    FileDescriptor m_socket;
-    FileDescriptor m_wakeUp;
+    Storage::FileDescriptor m_socket;
+    Storage::FileDescriptor m_wakeUp;
     std::thread m_thread;
 };
 

@@ -26,7 +26,7 @@ std::optional<PropertyList> ManagedPolicyFile::dictionary()
 void ManagedPolicyFile::load()
 {
     std::vector<PolicyFileReading> passedOver;
-    PolicyFileReading reading = readFirstPolicyFile(m_candidates, WithPlaces::no, &passedOver);
+    PolicyFileReading reading = readFirstPolicyFile(m_candidates, PropertyLists::WithPlaces::no, &passedOver);
     for (const PolicyFileReading& untrusted : passedOver)
         report(untrusted, "it counts as missing");
     switch (reading.state) {

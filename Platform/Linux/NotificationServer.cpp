@@ -1,8 +1,8 @@
 #include "Platform/Linux/NotificationServer.h"
 
+#include "Platform/AdapterLog.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Encoding.h"
-#include "Platform/Linux/AdapterLog.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Timer.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Shell.h"
 #include "Platform/Timer.h"
 

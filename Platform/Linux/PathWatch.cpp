@@ -1,6 +1,7 @@
 #include "Platform/Linux/PathWatch.h"
+#include "Platform/Error.h"
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <fmt/format.h>
 
@@ -27,16 +28,16 @@ constexpr std::uint32_t entryItself =
 
 /// A folder of everybody's, such as /tmp, stays one. To hear of its rights is to be woken by each file that
 /// anybody touches there, and to have the kernel go through all of them first.
-std::uint32_t eventsOfFolder(const PathStep& folder)
+std::uint32_t eventsOfFolder(const Storage::PathStep& folder)
 {
     return (folder.status.st_mode & S_ISVTX) != 0 ? folderMoved : folderItself;
 }
 
 /// Whether the walk ended because the process or the system ran out of something, which says nothing about
 /// the way to the file.
-bool isCutShort(const std::vector<PathStep>& steps)
+bool isCutShort(const std::vector<Storage::PathStep>& steps)
 {
-    return std::any_of(steps.begin(), steps.end(), [](const PathStep& step) {
+    return std::any_of(steps.begin(), steps.end(), [](const Storage::PathStep& step) {
         return step.error == EMFILE || step.error == ENFILE || step.error == ENOMEM;
     });
 }
@@ -70,7 +71,7 @@ bool PathWatch::concernsUs(std::uint32_t mask, std::string_view name)
 /// the watches are laid is seen by the comparison at the end.
 void PathWatch::rearm(int handler)
 {
-    const auto isSame = [](const PathStep& left, const PathStep& right) {
+    const auto isSame = [](const Storage::PathStep& left, const Storage::PathStep& right) {
         return left.path == right.path && left.kind == right.kind &&
                left.status.st_dev == right.status.st_dev && left.status.st_ino == right.status.st_ino;
     };
@@ -78,7 +79,7 @@ void PathWatch::rearm(int handler)
     // Bounded, in case somebody swaps links faster than they can be followed; the next event goes on from
     // there.
     constexpr int maximumAttempts = 10;
-    std::vector<PathStep> steps = walkAll();
+    std::vector<Storage::PathStep> steps = walkAll();
     if (m_isArmed && isCutShort(steps))
         return; // The watches in place still report the next change.
     m_isArmed = true;
@@ -89,7 +90,7 @@ void PathWatch::rearm(int handler)
         std::set<std::filesystem::path> failed;
         for (const auto& failure : failures)
             failed.insert(failure.path);
-        std::vector<PathStep> now = walkAll();
+        std::vector<Storage::PathStep> now = walkAll();
         if (isCutShort(now))
             break;
         const bool isSettled =
@@ -102,11 +103,11 @@ void PathWatch::rearm(int handler)
     report(failures);
 }
 
-std::vector<PathStep> PathWatch::walkAll() const
+std::vector<Storage::PathStep> PathWatch::walkAll() const
 {
-    std::vector<PathStep> steps;
+    std::vector<Storage::PathStep> steps;
     for (const auto& file : m_files) {
-        const auto walked = walkPath(file);
+        const auto walked = Storage::walkPath(file);
         steps.insert(steps.end(), walked.begin(), walked.end());
     }
     return steps;
@@ -114,7 +115,7 @@ std::vector<PathStep> PathWatch::walkAll() const
 
 /// `unwatched` are the paths that could not be watched. Their parents come first: what happens to them
 /// from then on is reported.
-std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<PathStep>& steps,
+std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<Storage::PathStep>& steps,
                                                              const std::set<std::filesystem::path>& unwatched)
 {
     std::vector<FileSystemWatcher::Target> targets;
@@ -123,13 +124,14 @@ std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<P
         targets.push_back({path.parent_path(), entryOpened});
         m_watchedNames.insert(path.filename());
     }
-    for (const PathStep& step : steps) {
-        if (step.kind == PathStep::Kind::folder) {
+    for (const Storage::PathStep& step : steps) {
+        if (step.kind == Storage::PathStep::Kind::folder) {
             targets.push_back({step.path, eventsOfFolder(step)});
             continue;
         }
         const auto folder = step.path.parent_path();
-        targets.push_back({folder, step.kind == PathStep::Kind::other ? entryChanged : entryReplaced});
+        targets.push_back(
+            {folder, step.kind == Storage::PathStep::Kind::other ? entryChanged : entryReplaced});
         m_watchedNames.insert(step.path.filename());
         if (unwatched.find(folder) != unwatched.end())
             targets.push_back({step.path, entryItself});

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/FileSystemWatcher.h"
-#include "Platform/Linux/PathWalk.h"
+#include "Platform/Storage/PathWalk.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -34,8 +34,8 @@ public:
 private:
     bool concernsUs(std::uint32_t mask, std::string_view name);
     void rearm(int handler);
-    [[nodiscard]] std::vector<PathStep> walkAll() const;
-    std::vector<FileSystemWatcher::Target> targetsFor(const std::vector<PathStep>& steps,
+    [[nodiscard]] std::vector<Storage::PathStep> walkAll() const;
+    std::vector<FileSystemWatcher::Target> targetsFor(const std::vector<Storage::PathStep>& steps,
                                                       const std::set<std::filesystem::path>& unwatched);
     void report(const std::vector<FileSystemWatcher::Failure>& failures);
 

@@ -1,7 +1,7 @@
 #include "Platform/Linux/PolicyFileReading.h"
 
-#include "Platform/Linux/FileDescriptor.h"
-#include "Platform/Linux/PathWalk.h"
+#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/PathWalk.h"
 
 #include <fmt/format.h>
 
@@ -24,7 +24,7 @@ std::string readAll(int descriptor)
 {
     std::string bytes;
     std::array<char, 65536> chunk;
-    while (bytes.size() <= maximumPropertyListBytes) {
+    while (bytes.size() <= PropertyLists::maximumPropertyListBytes) {
         const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
         if (count == 0)
             break;
@@ -38,7 +38,7 @@ std::string readAll(int descriptor)
 
 struct OpenedFile {
     /// None when it cannot be opened. `openChecked` opens regular files only.
-    FileDescriptor file;
+    Storage::FileDescriptor file;
     int error = 0;
     /// Of the open file; otherwise of what is at the path, as far as that is known.
     struct stat status {};
@@ -51,7 +51,7 @@ constexpr int readingFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 OpenedFile openAny(const std::filesystem::path& path)
 {
-    OpenedFile opened{FileDescriptor(::open(path.c_str(), readingFlags))};
+    OpenedFile opened{Storage::FileDescriptor(::open(path.c_str(), readingFlags))};
     opened.error = opened.file ? 0 : errno;
     static_cast<void>(opened.file ? ::fstat(opened.file.get(), &opened.status)
                                   : ::stat(path.c_str(), &opened.status));
@@ -63,19 +63,19 @@ OpenedFile openAny(const std::filesystem::path& path)
 OpenedFile openChecked(const std::filesystem::path& path)
 {
     OpenedFile opened;
-    FileDescriptor folder;
-    std::vector<PathStep> steps = walkPath(path, &folder);
-    PathStep& last = steps.back();
+    Storage::FileDescriptor folder;
+    std::vector<Storage::PathStep> steps = Storage::walkPath(path, &folder);
+    Storage::PathStep& last = steps.back();
     opened.error = last.error;
     if (S_ISREG(last.status.st_mode)) {
-        opened.file =
-            FileDescriptor(::openat(folder.get(), last.path.filename().c_str(), readingFlags | O_NOFOLLOW));
+        opened.file = Storage::FileDescriptor(
+            ::openat(folder.get(), last.path.filename().c_str(), readingFlags | O_NOFOLLOW));
         opened.error = opened.file ? 0 : errno;
         if (opened.file)
             ::fstat(opened.file.get(), &last.status);
     }
     opened.status = last.status;
-    opened.distrust = distrustReason(steps);
+    opened.distrust = Storage::distrustReason(steps);
     return opened;
 }
 
@@ -87,18 +87,18 @@ PolicyFileReading failed(PolicyFileReading reading, State state, std::string rea
 }
 
 /// `reading` with what the open file holds.
-PolicyFileReading parsed(PolicyFileReading reading, int descriptor, WithPlaces withPlaces)
+PolicyFileReading parsed(PolicyFileReading reading, int descriptor, PropertyLists::WithPlaces withPlaces)
 {
     try {
         reading.bytes = readAll(descriptor);
-        reading.document = readPropertyList(reading.bytes, withPlaces);
+        reading.document = PropertyLists::readPropertyList(reading.bytes, withPlaces);
         if (reading.document.root.dictionary() == nullptr) {
             const char* found = reading.document.root.typeName();
             return failed(std::move(reading), State::malformed,
                           fmt::format("holds one {} where a dictionary is expected", found));
         }
         reading.state = State::good;
-    } catch (const PropertyListError& error) {
+    } catch (const PropertyLists::PropertyListError& error) {
         reading.position = error.position();
         return failed(std::move(reading), State::malformed, error.description());
     } catch (const std::system_error& error) {
@@ -118,7 +118,7 @@ std::string PolicyFileReading::diagnostic() const
 }
 
 PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck trustCheck,
-                                 WithPlaces withPlaces)
+                                 PropertyLists::WithPlaces withPlaces)
 {
     PolicyFileReading reading;
     reading.path = path;
@@ -142,7 +142,8 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
     return parsed(std::move(reading), opened.file.get(), withPlaces);
 }
 
-PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name, WithPlaces withPlaces)
+PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name,
+                                   PropertyLists::WithPlaces withPlaces)
 {
     PolicyFileReading reading;
     reading.path = name;
@@ -150,7 +151,8 @@ PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& 
 }
 
 PolicyFileReading readFirstPolicyFile(const std::vector<std::filesystem::path>& candidates,
-                                      WithPlaces withPlaces, std::vector<PolicyFileReading>* passedOver)
+                                      PropertyLists::WithPlaces withPlaces,
+                                      std::vector<PolicyFileReading>* passedOver)
 {
     for (const auto& candidate : candidates) {
         PolicyFileReading reading = readPolicyFile(candidate, TrustCheck::required, withPlaces);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 
 #include <filesystem>
 #include <optional>
@@ -27,10 +27,10 @@ struct PolicyFileReading {
     /// Differs between any two files, and between two states of one; empty when missing.
     std::string revision;
     /// Where a malformed text stops making sense.
-    std::optional<TextPosition> position;
+    std::optional<PropertyLists::TextPosition> position;
     /// When `good`: what the file holds, and what that says. Its root is a dictionary.
     std::string bytes;
-    PropertyListDocument document;
+    PropertyLists::PropertyListDocument document;
 
     /// "FILE:LINE:COLUMN: reason", as far as they are known.
     [[nodiscard]] std::string diagnostic() const;
@@ -40,17 +40,17 @@ enum class TrustCheck { required, skipped };
 
 /// Reads `path`, absolute. Never throws for anything the file is or holds.
 PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck trustCheck,
-                                 WithPlaces withPlaces = WithPlaces::no);
+                                 PropertyLists::WithPlaces withPlaces = PropertyLists::WithPlaces::no);
 
 /// Reads to its end what is open as `descriptor`, a pipe or a terminal for example, without a check of trust.
 /// `name` is for the diagnostics. Never throws for anything that is read.
 PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name,
-                                   WithPlaces withPlaces = WithPlaces::no);
+                                   PropertyLists::WithPlaces withPlaces = PropertyLists::WithPlaces::no);
 
 /// The reading that counts among `candidates`, best first: that of the first file that is there and is
 /// believed; else `missing`. `passedOver`, when given, receives the untrusted ones met on the way.
 PolicyFileReading readFirstPolicyFile(const std::vector<std::filesystem::path>& candidates,
-                                      WithPlaces withPlaces,
+                                      PropertyLists::WithPlaces withPlaces,
                                       std::vector<PolicyFileReading>* passedOver = nullptr);
 
 } // namespace Platform::Linux

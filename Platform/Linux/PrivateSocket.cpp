@@ -1,6 +1,6 @@
 #include "Platform/Linux/PrivateSocket.h"
 
-#include "Platform/Linux/PathWalk.h"
+#include "Platform/Storage/PathWalk.h"
 
 #include <fmt/format.h>
 
@@ -24,9 +24,9 @@ namespace fs = std::filesystem;
     throw std::system_error(errorNumber, std::generic_category(), file.string());
 }
 
-FileDescriptor makeSocket(const fs::path& file, int flags)
+Storage::FileDescriptor makeSocket(const fs::path& file, int flags)
 {
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+    Storage::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
     if (!socket)
         failOn(file, errno);
     return socket;
@@ -34,7 +34,7 @@ FileDescriptor makeSocket(const fs::path& file, int flags)
 
 /// Calls `operation`, bind(2) or connect(2), with the address of `file`. Zero, or the error number.
 template <typename Operation>
-int withAddress(Operation operation, const FileDescriptor& socket, const fs::path& file)
+int withAddress(Operation operation, const Storage::FileDescriptor& socket, const fs::path& file)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -54,12 +54,12 @@ bool isListenedOn(const fs::path& file)
 
 } // namespace
 
-FileDescriptor listenOnPrivateSocket(const fs::path& file)
+Storage::FileDescriptor listenOnPrivateSocket(const fs::path& file)
 {
-    preparePrivateFolder(file.parent_path());
+    Storage::preparePrivateFolder(file.parent_path());
     if (isListenedOn(file))
         failOn(file, EADDRINUSE);
-    FileDescriptor socket = makeSocket(file, SOCK_NONBLOCK);
+    Storage::FileDescriptor socket = makeSocket(file, SOCK_NONBLOCK);
     const fs::path newFile = file.string() + ".new";
     ::unlink(newFile.c_str());
     // The mode set before is the mode that the file is made with.
@@ -72,9 +72,9 @@ FileDescriptor listenOnPrivateSocket(const fs::path& file)
     return socket;
 }
 
-FileDescriptor connectToPrivateSocket(const fs::path& file, std::chrono::seconds timeout)
+Storage::FileDescriptor connectToPrivateSocket(const fs::path& file, std::chrono::seconds timeout)
 {
-    FileDescriptor socket = makeSocket(file, 0);
+    Storage::FileDescriptor socket = makeSocket(file, 0);
     const timeval time{timeout.count(), 0};
     for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO})
         ::setsockopt(socket.get(), SOL_SOCKET, direction, &time, sizeof time);
@@ -87,7 +87,7 @@ FileDescriptor connectToPrivateSocket(const fs::path& file, std::chrono::seconds
     return socket;
 }
 
-std::optional<uid_t> peerUser(const FileDescriptor& socket)
+std::optional<uid_t> peerUser(const Storage::FileDescriptor& socket)
 {
     ucred credentials{};
     socklen_t size = sizeof credentials;

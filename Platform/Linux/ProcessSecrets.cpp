@@ -1,6 +1,6 @@
 #include "Platform/Linux/ProcessSecrets.h"
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -22,7 +22,7 @@ void preventCoreDumps()
     ::setrlimit(RLIMIT_CORE, &none);
     // In case the limit is raised from outside: a dump then holds registers, but no memory.
     constexpr std::string_view noMappings = "0";
-    const FileDescriptor filter(::open("/proc/self/coredump_filter", O_WRONLY | O_CLOEXEC));
+    const Storage::FileDescriptor filter(::open("/proc/self/coredump_filter", O_WRONLY | O_CLOEXEC));
     if (filter)
         static_cast<void>(::write(filter.get(), noMappings.data(), noMappings.size()) < 0);
 }

@@ -1,6 +1,6 @@
 #include "Platform/Linux/SessionBus.h"
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 
 #include <sdbus-c++/sdbus-c++.h>
 

@@ -10,9 +10,11 @@ namespace sdbus {
 class IConnection;
 }
 
-namespace Platform::Linux {
-
+namespace Platform {
 class AdapterLog;
+}
+
+namespace Platform::Linux {
 
 /// The connection to the user's session bus, with the thread that serves it.
 ///

@@ -1,6 +1,7 @@
 #include "Platform/Linux/UnifiedPushConnector.h"
 
 #include "Platform/Linux/SessionBus.h"
+#include "Platform/Push/UnifiedPushRegistration.h"
 
 #include <sdbus-c++/sdbus-c++.h>
 
@@ -70,7 +71,7 @@ bool isWellFormed(Method method, const Fields& fields)
     const auto isWithin = [](const std::string& field, std::size_t limit) {
         return !field.empty() && field.size() <= limit;
     };
-    if (!isWithin(fields.token, UnifiedPushConnector::maximumTokenSize))
+    if (!isWithin(fields.token, Push::UnifiedPushRegistration::maximumTokenSize))
         return false;
     switch (method) {
     case Method::message:

@@ -47,7 +47,6 @@ public:
         failed,
     };
 
-    static constexpr std::size_t maximumTokenSize = 100;
     static constexpr std::size_t maximumEndpointSize = 1000;
     static constexpr std::size_t maximumMessageSize = 4096;
 

@@ -1,8 +1,8 @@
 #include "Platform/Linux/UnifiedPushDistributors.h"
 
 #include "Platform/Encoding.h"
-#include "Platform/Linux/PushRegistrationError.h"
 #include "Platform/Linux/SessionBus.h"
+#include "Platform/Push/PushRegistrationError.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>
@@ -18,7 +18,7 @@ namespace Platform::Linux {
 
 namespace {
 
-using Code = PushRegistrationErrorCode;
+using Code = Push::PushRegistrationErrorCode;
 using Names = std::vector<std::string>;
 using Dictionary = std::map<std::string, sdbus::Variant>;
 
@@ -64,12 +64,13 @@ struct Peer {
         const std::string what =
             isSilent ? "does not answer"
                      : "cannot be asked: " + excerpt(error.getMessage().empty() ? kind : error.getMessage());
-        return pushRegistrationError(Code::distributorFault, fmt::format("{} {}. {}", subject, what, mend));
+        return Push::pushRegistrationError(Code::distributorFault,
+                                           fmt::format("{} {}. {}", subject, what, mend));
     }
 
     [[nodiscard]] Error nonsense() const
     {
-        return pushRegistrationError(
+        return Push::pushRegistrationError(
             Code::distributorFault,
             fmt::format("{} answers with something else than what was asked for. Update it.", subject));
     }
@@ -157,9 +158,9 @@ judge(const std::string& subject, const std::string& result, const std::string& 
     };
     for (const Meaning& meaning : meanings) {
         if (reason == meaning.reason)
-            return pushRegistrationError(meaning.code, fmt::format("{} {}", subject, meaning.what));
+            return Push::pushRegistrationError(meaning.code, fmt::format("{} {}", subject, meaning.what));
     }
-    return pushRegistrationError(
+    return Push::pushRegistrationError(
         Code::refused,
         fmt::format("{} {}: {}. Look into the distributor's settings and log.", subject,
                     isRefused ? "refuses this application" : "has not registered this application",
@@ -206,7 +207,7 @@ void UnifiedPushDistributors::identify(const std::string& name, Completion<Ident
             return Identity{reply.getSender(), Protocol::version2};
         if (isListed(introspection, distributorInterface1))
             return Identity{reply.getSender(), Protocol::version1};
-        return pushRegistrationError(
+        return Push::pushRegistrationError(
             Code::distributorFault,
             fmt::format("{} offers no interface that is known here. Update it.", subject));
     };

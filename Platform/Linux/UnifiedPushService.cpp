@@ -1,10 +1,10 @@
 #include "Platform/Linux/UnifiedPushService.h"
 
 #include "Platform/FatalError.h"
-#include "Platform/Linux/PushPayload.h"
-#include "Platform/Linux/PushRegistrationError.h"
 #include "Platform/Linux/SessionBus.h"
-#include "Platform/Linux/WebPush.h"
+#include "Platform/Push/PushPayload.h"
+#include "Platform/Push/PushRegistrationError.h"
+#include "Platform/Push/WebPush.h"
 
 #include <fmt/format.h>
 #include <sdbus-c++/sdbus-c++.h>
@@ -30,7 +30,7 @@ UnifiedPushService::~UnifiedPushService() = default;
 void UnifiedPushService::start(PushServiceListener& listener)
 {
     m_listener = &listener;
-    m_registration = UnifiedPushRegistration::stored(m_ports.store);
+    m_registration = Push::UnifiedPushRegistration::stored(m_ports.store);
     if (m_registration) {
         m_knownEndpoint = m_registration->endpoint();
         m_distributor = m_registration->distributor();
@@ -46,11 +46,11 @@ void UnifiedPushService::registerDevice()
     m_owed = Owed::tokenOrError;
     m_mayRegisterAgain = true;
     if (!m_registration)
-        m_registration = UnifiedPushRegistration::make(m_ports.store);
+        m_registration = Push::UnifiedPushRegistration::make(m_ports.store);
     if (!m_registration)
         m_inbox.async([this] {
-            fail(pushRegistrationError(
-                PushRegistrationErrorCode::notStored,
+            fail(Push::pushRegistrationError(
+                Push::PushRegistrationErrorCode::notStored,
                 "The keys of the push registration cannot be stored. Fix what the log says about the store, "
                 "then start this application again."));
         });
@@ -96,8 +96,8 @@ void UnifiedPushService::begin()
     if (claimName())
         m_distributors.find(completion);
     else
-        completion(pushRegistrationError(
-            PushRegistrationErrorCode::nameTaken,
+        completion(Push::pushRegistrationError(
+            Push::PushRegistrationErrorCode::nameTaken,
             fmt::format("Another program has the name {} on the session bus, so that no push can reach this "
                         "one. End it and start this application again.",
                         m_settings.serviceName)));
@@ -128,16 +128,16 @@ void UnifiedPushService::choose(const Names& names)
     const std::string chosen = chosenName();
     const std::string& previous = m_registration->distributor();
     if (!chosen.empty() && !isThere(chosen)) {
-        fail(pushRegistrationError(
-            PushRegistrationErrorCode::noDistributor,
+        fail(Push::pushRegistrationError(
+            Push::PushRegistrationErrorCode::noDistributor,
             fmt::format("The push distributor {}, which UNIFIEDPUSH_DISTRIBUTOR names, neither runs nor is "
                         "installed. Start or install it, or name another one.",
                         chosen)));
     } else if (names.empty()) {
-        fail(
-            pushRegistrationError(PushRegistrationErrorCode::noDistributor,
-                                  "No push distributor runs or is installed. Install one for UnifiedPush, or "
-                                  "start it."));
+        fail(Push::pushRegistrationError(
+            Push::PushRegistrationErrorCode::noDistributor,
+            "No push distributor runs or is installed. Install one for UnifiedPush, or "
+            "start it."));
     } else if (!chosen.empty()) {
         ask(chosen);
     } else if (previous.empty() || isThere(previous)) {
@@ -249,7 +249,7 @@ void UnifiedPushService::receive(const Call& call)
 void UnifiedPushService::receiveEndpoint(const Call& call)
 {
     m_endpointTimer.reset();
-    if (!isUsablePushEndpoint(call.content)) {
+    if (!Push::isUsablePushEndpoint(call.content)) {
         m_ports.log.error(
             fmt::format("The push distributor {} gave an endpoint that is no https address.", m_distributor));
         m_connector->answer(call.number, Answer::ignored);
@@ -278,8 +278,8 @@ void UnifiedPushService::receiveEnd(const Call& call)
     if (std::exchange(m_mayRegisterAgain, false))
         begin();
     else
-        fail(pushRegistrationError(
-            PushRegistrationErrorCode::refused,
+        fail(Push::pushRegistrationError(
+            Push::PushRegistrationErrorCode::refused,
             fmt::format("The push distributor {} has ended the registration each time it was renewed. Look "
                         "into its settings, then restart it.",
                         m_distributor)));
@@ -320,7 +320,8 @@ void UnifiedPushService::announceToken()
 {
     m_owed = Owed::nothing;
     m_knownEndpoint = m_registration->endpoint();
-    const std::string subscription = webPushSubscription(m_registration->endpoint(), m_registration->keys());
+    const std::string subscription =
+        Push::webPushSubscription(m_registration->endpoint(), m_registration->keys());
     const auto bytes = std::as_bytes(std::span(subscription));
     m_listener->didRegister(Data(bytes.begin(), bytes.end()));
 }
@@ -330,11 +331,11 @@ std::variant<PropertyList::Dictionary, std::string>
 UnifiedPushService::readMessage(const std::string& message) const
 {
     try {
-        auto payload = readPushPayload(m_registration->keys().decrypt(message));
+        auto payload = Push::readPushPayload(m_registration->keys().decrypt(message));
         if (std::holds_alternative<std::string>(payload))
             return "what it says is not the JSON object that a payload is";
         return payload;
-    } catch (const WebPushError& error) {
+    } catch (const Push::WebPushError& error) {
         return error.what();
     }
 }

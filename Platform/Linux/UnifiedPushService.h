@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/AdapterLog.h"
 #include "Platform/DispatchQueue.h"
-#include "Platform/Linux/AdapterLog.h"
 #include "Platform/Linux/UnifiedPushConnector.h"
 #include "Platform/Linux/UnifiedPushDistributors.h"
-#include "Platform/Linux/UnifiedPushRegistration.h"
-#include "Platform/Linux/YieldingQueue.h"
+#include "Platform/Push/UnifiedPushRegistration.h"
+#include "Platform/Push/YieldingQueue.h"
 #include "Platform/PushService.h"
 #include "Platform/Timer.h"
 
@@ -126,10 +126,10 @@ private:
     /// For completions, which may be called after this service has gone.
     const std::shared_ptr<const bool> m_life = std::make_shared<const bool>(true);
     /// Takes what arrives on the bus to the main thread, in its order.
-    YieldingQueue m_inbox{m_ports.mainQueue};
+    Push::YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;
     /// Absent until the application asks for the first time on this device.
-    std::optional<UnifiedPushRegistration> m_registration;
+    std::optional<Push::UnifiedPushRegistration> m_registration;
     Owed m_owed = Owed::nothing;
     /// What the application's token was made of; empty: it has none.
     std::string m_knownEndpoint;

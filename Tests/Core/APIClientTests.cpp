@@ -1,6 +1,7 @@
 #include "Core/APIClient.h"
 
 #include "Core/APIError.h"
+#include "Core/ErrorBridging.h"
 #include "Core/Logger.h"
 #include "Tests/Fakes/Bytes.h"
 #include "Tests/Fakes/FakeURLSession.h"

@@ -1,3 +1,4 @@
+#include "Core/ErrorBridging.h"
 #include "Core/Logger.h"
 
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -44,7 +45,7 @@ Platform::Error bridgedWithReason(std::optional<std::string> reason)
 {
     Sample::CodedError error;
     error.reason = std::move(reason);
-    return Platform::bridge(error);
+    return Core::bridge(error);
 }
 
 TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
@@ -72,7 +73,7 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke, "
          "reason=rust} | context={k=}"},
         {"error of the system",
-         {.error = Platform::bridge(posix)},
+         {.error = Core::bridge(posix)},
          "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=2, description=opening: No "
          "such "
          "file or directory}"},

@@ -2,11 +2,11 @@
 #include "Core/APIError.h"
 #include "Core/ConfigurationManager.h"
 #include "Core/Logger.h"
-#include "Platform/Linux/CurlURLSession.h"
 #include "Platform/Linux/DeviceDefaults.h"
-#include "Platform/Linux/SystemClock.h"
 #include "Platform/Linux/WorkerQueue.h"
+#include "Platform/Network/CurlURLSession.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/SystemClock.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
@@ -38,7 +38,7 @@ protected:
     {
         ::setenv("SSL_CERT_FILE", backend.certificateAuthority().c_str(), 1);
         ::setenv("no_proxy", "*", 1);
-        session = std::make_unique<Linux::CurlURLSession>();
+        session = std::make_unique<Network::CurlURLSession>();
         folder.write("managed.json", fmt::format(R"({{"base_domain": "{}/mdm", "api_key": "canary-key",
             "device_id": "DEV-1"}})",
                                                  backend.baseURL()));
@@ -70,17 +70,17 @@ protected:
     RecordingUnifiedLog log;
     Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
     NotificationCenter center;
-    Linux::SystemClock clock;
-    Linux::AdapterLog adapterLog{log, "test"};
+    SystemClock clock;
+    AdapterLog adapterLog{log, "test"};
     Linux::DeviceDefaults defaults{{folder.path("state"), {folder.path("managed.json")}},
-                                   Linux::SQLiteUserDefaults::Access::readWrite,
+                                   Storage::SQLiteUserDefaults::Access::readWrite,
                                    clock,
                                    adapterLog};
     std::shared_ptr<ConfigurationManager> manager =
         std::make_shared<ConfigurationManager>(ConfigurationManager::Ports{
             logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue, scheduler, clock});
     Linux::WorkerQueue queue{"tasks", Linux::WorkerQueue::Priority::default_};
-    std::unique_ptr<Linux::CurlURLSession> session;
+    std::unique_ptr<Network::CurlURLSession> session;
 
 private:
     static Task<void> settle(std::shared_ptr<std::promise<std::string>> outcome,

@@ -9,7 +9,7 @@
 #include <regex>
 
 using namespace std::chrono_literals;
-using Platform::Linux::FileDescriptor;
+using Platform::Storage::FileDescriptor;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;

@@ -1,6 +1,6 @@
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/WorkerQueue.h"
-#include "Platform/Linux/YieldingQueue.h"
+#include "Platform/Push/YieldingQueue.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <gtest/gtest.h>
@@ -52,7 +52,7 @@ const SchedulingHarness harnesses[] = {
     {"Yielding",
      [](const auto& body) {
          ManualScheduler scheduler;
-         Linux::YieldingQueue queue(scheduler.mainQueue);
+         Push::YieldingQueue queue(scheduler.mainQueue);
          body(queue, nullptr, [&] { scheduler.runUntilIdle(); });
      }},
 };
@@ -122,7 +122,7 @@ TEST(YieldingQueueTest, OthersWaitForOneItemAtMostAndItsEndDropsTheRest)
 {
     ManualScheduler scheduler;
     std::vector<int> ran;
-    auto queue = std::make_unique<Linux::YieldingQueue>(scheduler.mainQueue);
+    auto queue = std::make_unique<Push::YieldingQueue>(scheduler.mainQueue);
     for (int number = 1; number <= 4; ++number) {
         queue->async([&, number] {
             ran.push_back(number);

@@ -1,8 +1,8 @@
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/FileSystemWatcher.h"
-#include "Platform/Linux/SystemClock.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -69,10 +69,10 @@ private:
     TemporaryFolder m_folder;
     NotificationCenter m_center;
     RecordingUnifiedLog m_log;
-    Linux::SystemClock m_clock;
-    Linux::AdapterLog m_adapterLog{m_log, "test"};
+    SystemClock m_clock;
+    AdapterLog m_adapterLog{m_log, "test"};
     Linux::DeviceDefaults m_domains{{m_folder.path("state"), {m_folder.path("managed.json")}},
-                                    Linux::SQLiteUserDefaults::Access::readWrite,
+                                    Storage::SQLiteUserDefaults::Access::readWrite,
                                     m_clock,
                                     m_adapterLog};
     Linux::FileSystemWatcher m_watcher;

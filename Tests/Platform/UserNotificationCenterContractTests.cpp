@@ -1,7 +1,7 @@
-#include "Platform/Linux/DeviceNotificationCenter.h"
-#include "Platform/Linux/KeptNotifications.h"
-#include "Platform/Linux/PropertyListReader.h"
-#include "Platform/Linux/ShellState.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/Push/DeviceNotificationCenter.h"
+#include "Platform/Push/KeptNotifications.h"
+#include "Platform/Push/ShellState.h"
 #include "Tests/Fakes/FakeShell.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/FakeUserNotificationCenter.h"
@@ -33,11 +33,11 @@ struct Device : UserNotificationCenterDelegate {
 
     ManualScheduler scheduler;
     FakeUserDefaults store;
-    Linux::ShellState state{store};
+    Push::ShellState state{store};
     FakePermissionPrompt prompt;
     FakeNotificationPresenter first;
     FakeNotificationPresenter second;
-    Linux::DeviceNotificationCenter center{{state, scheduler.mainQueue, &prompt, {&first, &second}}};
+    Push::DeviceNotificationCenter center{{state, scheduler.mainQueue, &prompt, {&first, &second}}};
     unsigned presentationOptions = PresentationOptions::list;
     bool isStoring = true;
     std::vector<std::string> presented;
@@ -102,7 +102,7 @@ TEST(UserNotificationCenterContractTest, TheUserDecidesOnceAndEverybodyLearnsIt)
 TEST(DeviceNotificationCenterTest, WithoutAScreenARequestFails)
 {
     Device device;
-    Linux::DeviceNotificationCenter center({device.state, device.scheduler.mainQueue, nullptr, {}});
+    Push::DeviceNotificationCenter center({device.state, device.scheduler.mainQueue, nullptr, {}});
     std::optional<Error> failure;
     center.requestAuthorization(AuthorizationOptions::alert,
                                 [&](bool, std::optional<Error> error) { failure = std::move(error); });
@@ -171,14 +171,14 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
 PropertyList::Dictionary deepPayload()
 {
     PropertyList payload = PropertyList::Dictionary{{"null", PropertyList()}, {"real", 1.5}, {"flag", true}};
-    for (std::size_t level = 1; level < Linux::maximumPropertyListDepth; ++level)
+    for (std::size_t level = 1; level < PropertyLists::maximumPropertyListDepth; ++level)
         payload = PropertyList::Dictionary{{"k", payload}};
     return *payload.dictionary();
 }
 
 TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrder)
 {
-    constexpr std::size_t limit = Linux::KeptNotifications::maximumCount;
+    constexpr std::size_t limit = Push::KeptNotifications::maximumCount;
     const auto device = std::make_shared<Device>();
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
     device->first.isWorking = device->second.isWorking = false;
@@ -202,7 +202,7 @@ TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrd
     // After a restart, with something that shows them.
     FakeNotificationPresenter server;
     server.isWorking = false;
-    Linux::DeviceNotificationCenter center({device->state, device->scheduler.mainQueue, nullptr, {&server}});
+    Push::DeviceNotificationCenter center({device->state, device->scheduler.mainQueue, nullptr, {&server}});
     center.setDelegate(device);
     device->scheduler.runUntilIdle();
     server.isWorking = true;
@@ -252,7 +252,7 @@ TEST(DeviceNotificationCenterTest, WhatIsKeptIsShownOnceAndNotForEverWhenTheStor
 
 TEST(DeviceNotificationCenterTest, InFrontTheNewestFewWaitForAPresenter)
 {
-    constexpr std::size_t limit = Linux::DeviceNotificationCenter::maximumWaitingCount;
+    constexpr std::size_t limit = Push::DeviceNotificationCenter::maximumWaitingCount;
     const auto device = std::make_shared<Device>();
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
     device->center.setDelegate(device);

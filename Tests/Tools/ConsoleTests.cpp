@@ -1,5 +1,5 @@
 #include "Core/ManagedKeys.h"
-#include "Platform/Linux/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "Tests/Fakes/ForeignLocale.h"
 #include "Tools/qvctl/FindingText.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
@@ -65,7 +65,7 @@ TEST(FindingTextTest, SuggestsKeysInEveryLocale)
     EXPECT_EQ(suggestedKey("password"), std::nullopt);
 }
 
-using Platform::Linux::readPropertyList;
+using Platform::PropertyLists::readPropertyList;
 
 bool isError(const Finding& finding)
 {

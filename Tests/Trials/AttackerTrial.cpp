@@ -1,5 +1,5 @@
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/PolicyFileReading.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
@@ -19,8 +19,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Platform::Linux::FileDescriptor;
 using Platform::Linux::PolicyFileReading;
+using Platform::Storage::FileDescriptor;
 
 constexpr uid_t victim = 12345;
 constexpr uid_t attacker = 12346;

@@ -1,5 +1,5 @@
 #include "Platform/Linux/LocalPushService.h"
-#include "Platform/Linux/SystemClock.h"
+#include "Platform/SystemClock.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
@@ -92,7 +92,7 @@ void fleetTrial(const TrialPrograms& programs, int devices)
         member.expectLine("Device token uploaded to backend");
     demandTokens(backend, fleet);
 
-    const Platform::Linux::SystemClock clock;
+    const Platform::SystemClock clock;
     std::vector<double> times;
     for (const Member& member : fleet) {
         times.push_back(-clock.now().secondsSinceReferenceDate);

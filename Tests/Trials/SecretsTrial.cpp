@@ -1,5 +1,5 @@
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/LocalPushService.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using Platform::Linux::FileDescriptor;
+using Platform::Storage::FileDescriptor;
 
 constexpr const char* apiKey = "canary-key-7d1f";
 constexpr const char* wrongKey = "canary-wrong-90b2";

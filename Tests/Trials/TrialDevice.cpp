@@ -1,12 +1,12 @@
 #include "Tests/Trials/TrialDevice.h"
 
 #include "Core/Constants.h"
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/SQLiteUserDefaults.h"
-#include "Platform/Linux/ShellState.h"
 #include "Platform/Linux/StandardErrorLog.h"
-#include "Platform/Linux/SystemClock.h"
+#include "Platform/Push/ShellState.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
@@ -20,7 +20,7 @@
 
 namespace fs = std::filesystem;
 namespace Keys = Core::Constants::SnapshotKeys;
-using Platform::Linux::SQLiteUserDefaults;
+using Platform::Storage::SQLiteUserDefaults;
 
 namespace {
 
@@ -34,9 +34,9 @@ public:
     SQLiteUserDefaults* operator->() { return &m_defaults; }
 
 private:
-    const Platform::Linux::SystemClock m_clock;
+    const Platform::SystemClock m_clock;
     Platform::Linux::StandardErrorLog m_log{m_clock, Platform::Linux::PrivateData::shown};
-    const Platform::Linux::AdapterLog m_adapterLog{m_log, "trial"};
+    const Platform::AdapterLog m_adapterLog{m_log, "trial"};
     SQLiteUserDefaults m_defaults;
 };
 
@@ -79,7 +79,7 @@ TrialDevice::TrialDevice(const fs::path& programs, const TestBackend& backend, s
     const auto paths = pathsOf(*this);
     Store(paths.standardDefaults(), Access::readWrite)->set("hasLaunchedBefore", true);
     Store shell(paths.shellState(), Access::readWrite);
-    Platform::Linux::ShellState(*shell).setAuthorizationStatus(Platform::AuthorizationStatus::authorized);
+    Platform::Push::ShellState(*shell).setAuthorizationStatus(Platform::AuthorizationStatus::authorized);
 }
 
 std::string TrialDevice::policy(const std::vector<std::string>& apps) const

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 using namespace std::chrono;
-using Platform::Linux::FileDescriptor;
+using Platform::Storage::FileDescriptor;
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <chrono>
 #include <functional>
@@ -38,7 +38,7 @@ private:
     bool readMore(std::chrono::steady_clock::time_point deadline);
 
     pid_t m_processId = -1;
-    Platform::Linux::FileDescriptor m_output;
+    Platform::Storage::FileDescriptor m_output;
     bool m_isAtEnd = false;
     std::string m_partialLine;
     std::vector<std::string> m_lines;

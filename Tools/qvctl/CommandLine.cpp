@@ -2,7 +2,7 @@
 
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/StandardErrorLog.h"
-#include "Platform/Linux/SystemClock.h"
+#include "Platform/SystemClock.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Spelling.h"
 #include "Tools/qvctl/TimeText.h"
@@ -127,7 +127,7 @@ void CommandLine::addStateVerbs()
         .add_option_function<std::string>(
             "--since",
             [this](const std::string& text) {
-                m_log.since = timeFromText(text, Platform::Linux::SystemClock().now());
+                m_log.since = timeFromText(text, Platform::SystemClock().now());
             },
             "Only lines from then on: an age such as 90s, 10m, 2h or 3d, or a time such as 2026-11-21, "
             "2026-11-21T15:04 or 2026-11-21T15:04:05Z, local without the Z")

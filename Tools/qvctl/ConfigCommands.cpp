@@ -19,6 +19,7 @@ namespace {
 
 namespace json = boost::json;
 namespace Keys = Core::Constants::ManagedConfigKeys;
+using namespace Platform::PropertyLists;
 using namespace Platform::Linux;
 using Platform::PropertyList;
 

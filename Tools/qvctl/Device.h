@@ -1,12 +1,12 @@
 #pragma once
 
 #include "Core/ConfigurationSnapshot.h"
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/SQLiteUserDefaults.h"
-#include "Platform/Linux/ShellState.h"
-#include "Platform/Linux/SystemClock.h"
+#include "Platform/Push/ShellState.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
 #include "Platform/UnifiedLog.h"
 #include "Tools/qvctl/Commands.h"
 
@@ -19,7 +19,7 @@ namespace Qvctl {
 /// The stores of the device, as another process than the application sees them.
 class Device {
 public:
-    using Access = Platform::Linux::SQLiteUserDefaults::Access;
+    using Access = Platform::Storage::SQLiteUserDefaults::Access;
 
     /// With `Access::inspect` no file is created, moved or repaired.
     Device(const Options& options, Access access);
@@ -32,7 +32,7 @@ public:
     [[nodiscard]] const std::string& firstProblem() const { return m_log.firstProblem; }
 
     /// Prints to standard error.
-    [[nodiscard]] const Platform::Linux::AdapterLog& log() const { return m_adapterLog; }
+    [[nodiscard]] const Platform::AdapterLog& log() const { return m_adapterLog; }
 
     const Platform::Linux::DevicePaths paths;
 
@@ -47,13 +47,13 @@ private:
     };
 
     ConsoleLog m_log;
-    Platform::Linux::SystemClock m_clock;
-    Platform::Linux::AdapterLog m_adapterLog;
-    Platform::Linux::SQLiteUserDefaults m_shellStore;
+    Platform::SystemClock m_clock;
+    Platform::AdapterLog m_adapterLog;
+    Platform::Storage::SQLiteUserDefaults m_shellStore;
 
 public:
     Platform::Linux::DeviceDefaults defaults;
-    Platform::Linux::ShellState shellState;
+    Platform::Push::ShellState shellState;
 };
 
 /// "allowed", "denied" or "not asked yet".

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 using Platform::Linux::PolicyFileReading;
 
 DevicePolicy DevicePolicy::read(const std::optional<std::string>& managedConfiguration,
-                                Platform::Linux::WithPlaces withPlaces)
+                                Platform::PropertyLists::WithPlaces withPlaces)
 {
     DevicePolicy policy;
     policy.places = Platform::Linux::DevicePaths::policyCandidates(managedConfiguration);

@@ -22,7 +22,7 @@ struct DevicePolicy {
 
     /// `managedConfiguration` as for `DevicePaths`.
     static DevicePolicy read(const std::optional<std::string>& managedConfiguration,
-                             Platform::Linux::WithPlaces withPlaces);
+                             Platform::PropertyLists::WithPlaces withPlaces);
 
     /// The reading to report: that of the file that counts, else of the first one that is not believed.
     [[nodiscard]] const Platform::Linux::PolicyFileReading& bestReading() const;

@@ -2,7 +2,7 @@
 // credentials, and leave its trace there.
 
 #include "Platform/Encoding.h"
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/NetworkSteps.h"
 #include "Tools/qvctl/ProxySettings.h"
@@ -20,7 +20,7 @@ namespace Qvctl {
 
 namespace {
 
-using Platform::Linux::FileDescriptor;
+using Platform::Storage::FileDescriptor;
 using ProblemKind = CertificateProblem::Kind;
 
 /// A certificate with less than this left is worth a warning.
@@ -254,7 +254,7 @@ bool isBefore(Platform::Date left, Platform::Date right)
 
 void BackendWay::checkDates(const ServerIdentity& identity)
 {
-    const Platform::Date now = Platform::Linux::SystemClock().now();
+    const Platform::Date now = Platform::SystemClock().now();
     const CertificateProblem* problem = find(identity, ProblemKind::date);
     const double daysLeft = (identity.chainEnd.secondsSinceReferenceDate - now.secondsSinceReferenceDate) /
                             std::chrono::seconds(std::chrono::days(1)).count();
@@ -295,7 +295,7 @@ std::optional<std::string> baseDomain(const Examination& examination)
 }
 
 /// As the sockets take it.
-HostAndPort serverOf(const Platform::Linux::SecureURL& url)
+HostAndPort serverOf(const Platform::Network::SecureURL& url)
 {
     HostAndPort server{.host = url.host, .port = 0};
     if (server.host.starts_with('[') && server.host.ends_with(']'))

@@ -2,9 +2,9 @@
 
 #include "Core/Constants.h"
 #include "Platform/Linux/LocalPushService.h"
-#include "Platform/Linux/ShellState.h"
 #include "Platform/Linux/UnifiedPushDistributors.h"
-#include "Platform/Linux/UnifiedPushRegistration.h"
+#include "Platform/Push/ShellState.h"
+#include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/NetworkSteps.h"
@@ -20,6 +20,7 @@ namespace Qvctl {
 
 namespace {
 
+using namespace Platform::Push;
 using namespace Platform::Linux;
 using Platform::AuthorizationStatus;
 

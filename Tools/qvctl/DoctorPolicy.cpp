@@ -2,8 +2,9 @@
 
 #include "Core/Constants.h"
 #include "Platform/ASCII.h"
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Error.h"
 #include "Platform/Linux/InstanceLock.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/FindingText.h"
@@ -25,6 +26,8 @@ namespace Qvctl {
 
 namespace {
 
+using namespace Platform::PropertyLists;
+using namespace Platform::Storage;
 using namespace Platform::Linux;
 namespace Keys = Core::Constants::ManagedConfigKeys;
 
@@ -108,7 +111,8 @@ std::optional<FolderProblem> folderProblem(const std::filesystem::path& folder, 
     if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0)
         return FolderProblem{
             fmt::format("{} cannot be used: {}; it belongs to user {} (mode {:04o}), and this is user {}.",
-                        path, errorText(errno), status.st_uid, status.st_mode & 07777U, ::geteuid()),
+                        path, Platform::errorText(errno), status.st_uid, status.st_mode & 07777U,
+                        ::geteuid()),
             "Run this as the user of the app, or give the folder back to its user (chown, chmod 700)."};
     return std::nullopt;
 }
@@ -145,7 +149,7 @@ bool checkStateFolder(Examination& examination)
         else
             findings.failed("state.folder",
                             fmt::format("{} cannot be reached beyond {}: {}.", folder.string(),
-                                        obstacle(folder).string(), errorText(error)),
+                                        obstacle(folder).string(), Platform::errorText(error)),
                             "Run this as the user of the app, or put the folders above it right.");
         return false;
     }

@@ -16,7 +16,7 @@ namespace {
 
 using Core::ValidationFinding;
 using Platform::PropertyList;
-using Platform::Linux::PropertyListDocument;
+using Platform::PropertyLists::PropertyListDocument;
 using FindingKind = ValidationFinding::Kind;
 using Core::ManagedKey;
 
@@ -92,8 +92,8 @@ std::string concernedValue(const ValidationFinding& finding, const PropertyList:
     return fmt::format("\"{}\"", Platform::printable(rest.substr(0, rest.find(','))));
 }
 
-std::optional<Platform::Linux::TextPosition> placeOf(const PropertyListDocument& document,
-                                                     std::string_view key, std::optional<std::size_t> index)
+std::optional<Platform::PropertyLists::TextPosition>
+placeOf(const PropertyListDocument& document, std::string_view key, std::optional<std::size_t> index)
 {
     const auto& places = document.places.byPath;
     auto found = index ? places.find(fmt::format("{}/{}", key, *index)) : places.end();

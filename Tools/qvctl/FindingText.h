@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Core/ManagedConfigurationValidation.h"
-#include "Platform/Linux/PropertyListReader.h"
 #include "Platform/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 
 #include <optional>
 #include <string>
@@ -21,7 +21,7 @@ struct Finding {
     std::string key;
     std::optional<std::size_t> index;
     /// Absent where the format has no lines.
-    std::optional<Platform::Linux::TextPosition> position;
+    std::optional<Platform::PropertyLists::TextPosition> position;
     /// What is the matter.
     std::string problem;
     /// What the application makes of it.
@@ -32,7 +32,8 @@ struct Finding {
 
 /// Every problem of a managed dictionary: what validation drops or alters, what the client cannot use, and
 /// keys that the application never looks at.
-std::vector<Finding> findProblems(const Platform::Linux::PropertyListDocument& document, bool isRevealing);
+std::vector<Finding> findProblems(const Platform::PropertyLists::PropertyListDocument& document,
+                                  bool isRevealing);
 
 /// The known key that `key` was probably meant to be.
 std::optional<std::string_view> suggestedKey(std::string_view key);

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/SQLiteUserDefaults.h"
-#include "Platform/Linux/SystemClock.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
 #include "Platform/UnifiedLog.h"
 
 #include <filesystem>
@@ -16,7 +16,7 @@ namespace Qvctl {
 class InspectedStore {
 public:
     explicit InspectedStore(const std::filesystem::path& file)
-        : values(file, Platform::Linux::SQLiteUserDefaults::Access::inspect, m_clock, m_adapterLog)
+        : values(file, Platform::Storage::SQLiteUserDefaults::Access::inspect, m_clock, m_adapterLog)
     {}
 
     /// Why it cannot be read; empty while there is no problem, and when there is no such store.
@@ -31,11 +31,11 @@ private:
     };
 
     FirstLine m_log;
-    Platform::Linux::SystemClock m_clock;
-    Platform::Linux::AdapterLog m_adapterLog{m_log, std::string(Platform::Linux::applicationIdentifier)};
+    Platform::SystemClock m_clock;
+    Platform::AdapterLog m_adapterLog{m_log, std::string(Platform::Linux::applicationIdentifier)};
 
 public:
-    Platform::Linux::SQLiteUserDefaults values;
+    Platform::Storage::SQLiteUserDefaults values;
 };
 
 } // namespace Qvctl

@@ -17,7 +17,7 @@ LiveSession::LiveSession()
     ::sigaddset(&ending, SIGINT);
     ::sigaddset(&ending, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    m_signals = Platform::Linux::FileDescriptor(::signalfd(-1, &ending, SFD_CLOEXEC));
+    m_signals = Platform::Storage::FileDescriptor(::signalfd(-1, &ending, SFD_CLOEXEC));
     if (!m_signals)
         throw std::system_error(errno, std::generic_category(), "signals");
 }

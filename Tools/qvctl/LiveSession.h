@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <poll.h>
 
@@ -19,7 +19,7 @@ public:
     bool waitFor(int descriptor, short events = POLLIN, int timeoutMilliseconds = -1);
 
 private:
-    Platform::Linux::FileDescriptor m_signals;
+    Platform::Storage::FileDescriptor m_signals;
 };
 
 } // namespace Qvctl

@@ -1,6 +1,7 @@
 #include "Tools/qvctl/NetworkSteps.h"
 
 #include "Platform/Encoding.h"
+#include "Platform/Error.h"
 
 #include <fmt/format.h>
 
@@ -17,8 +18,8 @@ namespace Qvctl {
 
 namespace {
 
-using Platform::Linux::errorText;
-using Platform::Linux::FileDescriptor;
+using Platform::errorText;
+using Platform::Storage::FileDescriptor;
 using std::chrono::milliseconds;
 
 /// A question to the resolver, which works on it beside us.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <chrono>
 #include <cstdint>
@@ -55,7 +55,7 @@ std::vector<SocketAddress> lookUp(const HostAndPort& server, std::chrono::millis
 
 struct ConnectionAttempts {
     /// To the best address that answered; none when no address did.
-    Platform::Linux::FileDescriptor socket;
+    Platform::Storage::FileDescriptor socket;
     std::string address;
     struct Failure {
         std::string address;

@@ -1,7 +1,7 @@
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Linux/LocalPushService.h"
-#include "Platform/Linux/PushPayload.h"
+#include "Platform/Push/PushPayload.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
@@ -23,6 +23,8 @@ namespace Qvctl {
 namespace {
 
 namespace json = boost::json;
+using namespace Platform::Push;
+using namespace Platform::Storage;
 using namespace Platform::Linux;
 using PushNotifications::NotificationPayloadProcessor;
 

@@ -1,7 +1,7 @@
 #include "Tools/qvctl/OwnState.h"
 
 #include "Core/Constants.h"
-#include "Platform/Linux/PathWalk.h"
+#include "Platform/Storage/PathWalk.h"
 #include "Tools/qvctl/Commands.h"
 
 #include <fmt/format.h>
@@ -16,7 +16,7 @@ namespace Qvctl {
 namespace {
 
 namespace fs = std::filesystem;
-using Platform::Linux::PathStep;
+using Platform::Storage::PathStep;
 
 std::string userName(uid_t user)
 {
@@ -54,13 +54,13 @@ void requireOwnFiles(const fs::path& store)
 
 std::string requireOwnState(const Platform::Linux::DevicePaths& paths)
 {
-    const auto steps = Platform::Linux::walkPath(paths.stateFolder);
+    const auto steps = Platform::Storage::walkPath(paths.stateFolder);
     const PathStep& last = steps.back();
     if (last.kind != PathStep::Kind::missing)
         requireOwner(paths.stateFolder, last.status.st_uid);
     // A folder that is missing would be made below the one before it. For root, nobody else may redirect it.
     if (::geteuid() == 0) {
-        if (const auto reason = Platform::Linux::distrustReason(steps))
+        if (const auto reason = Platform::Storage::distrustReason(steps))
             refuse(fmt::format("the state of root would be kept in {}, and {}", paths.stateFolder.string(),
                                *reason));
     }

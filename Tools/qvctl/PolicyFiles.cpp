@@ -1,6 +1,6 @@
 #include "Tools/qvctl/PolicyFiles.h"
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fcntl.h>
@@ -9,6 +9,8 @@
 
 namespace Qvctl {
 
+using namespace Platform::PropertyLists;
+using namespace Platform::Storage;
 using namespace Platform::Linux;
 
 PolicyFileReading readNamedPolicy(const std::string& name)

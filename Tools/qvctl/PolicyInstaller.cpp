@@ -1,7 +1,7 @@
 #include "Tools/qvctl/PolicyInstaller.h"
 
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/PathWalk.h"
+#include "Platform/Storage/PathWalk.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/TrustedFolder.h"
 
@@ -12,8 +12,8 @@ namespace Qvctl {
 namespace {
 
 namespace fs = std::filesystem;
-using Platform::Linux::PathStep;
-using Platform::Linux::PropertyListFormat;
+using Platform::PropertyLists::PropertyListFormat;
+using Platform::Storage::PathStep;
 
 constexpr mode_t rootFileMode = 0644;
 constexpr mode_t rootFolderMode = 0755;
@@ -59,7 +59,7 @@ bool isInstalled(const TrustedFolder& folder, const fs::path& target, std::strin
 
 fs::path closedFolder(const fs::path& file)
 {
-    for (const PathStep& step : Platform::Linux::walkPath(file)) {
+    for (const PathStep& step : Platform::Storage::walkPath(file)) {
         if (step.kind == PathStep::Kind::folder && (step.status.st_mode & S_IXOTH) == 0)
             return step.path;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 
 #include <filesystem>
 #include <string_view>
@@ -28,7 +28,7 @@ struct Installation {
 /// and 0600 for others; missing folders are made with 0755 or 0700, and the folder of the system's policy
 /// gets 0755 again. The umask does not matter.
 Installation installPolicy(const std::vector<std::filesystem::path>& candidates, std::string_view bytes,
-                           Platform::Linux::PropertyListFormat format);
+                           Platform::PropertyLists::PropertyListFormat format);
 
 /// Removes every candidate that is there and returns which. Removes no folder.
 std::vector<std::filesystem::path> removePolicy(const std::vector<std::filesystem::path>& candidates);

@@ -1,7 +1,7 @@
 #include "Tools/qvctl/ProxySettings.h"
 
 #include "Core/Base64.h"
-#include "Platform/Linux/ProxyEnvironment.h"
+#include "Platform/Network/ProxyEnvironment.h"
 
 #include <boost/url/pct_string_view.hpp>
 
@@ -22,7 +22,7 @@ std::string basicAuthorization(std::string_view user)
 
 std::optional<ProxySettings> ProxySettings::fromEnvironment(const std::string& host)
 {
-    const auto proxy = Platform::Linux::ProxyEnvironment::forHost(host);
+    const auto proxy = Platform::Network::ProxyEnvironment::forHost(host);
     if (!proxy)
         return std::nullopt;
     if (!proxy->problem.empty())

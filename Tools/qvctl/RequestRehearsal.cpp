@@ -70,14 +70,14 @@ public:
             [outcome = std::move(outcome), completion = std::move(completion)] { completion(outcome); });
     }
     /// Of the last request; absent when it was refused.
-    [[nodiscard]] const std::optional<Platform::Linux::SecureURL>& target() const { return m_target; }
+    [[nodiscard]] const std::optional<Platform::Network::SecureURL>& target() const { return m_target; }
 
 private:
     Outcome check(Platform::URLRequest& request)
     {
         try {
-            m_target = Platform::Linux::parseSecureURL(request.url);
-            Platform::Linux::cleanRequest(request);
+            m_target = Platform::Network::parseSecureURL(request.url);
+            Platform::Network::cleanRequest(request);
             return Platform::URLResponse{.body = {}, .http = Platform::HTTPURLResponse{.statusCode = 200}};
         } catch (const Platform::URLError& error) {
             m_target.reset();
@@ -86,7 +86,7 @@ private:
     }
 
     Queue& m_queue;
-    std::optional<Platform::Linux::SecureURL> m_target;
+    std::optional<Platform::Network::SecureURL> m_target;
 };
 
 bool isURLCharacter(char character)
@@ -128,7 +128,7 @@ std::string clause(std::string sentence)
 
 /// What became of a request that was composed and checked, and not sent.
 struct UploadAttempt {
-    std::optional<Platform::Linux::SecureURL> target;
+    std::optional<Platform::Network::SecureURL> target;
     /// The transport's, as a clause; empty when the client could not compose the address.
     std::string refusal;
 };

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Core/ManagedConfigurationValidation.h"
-#include "Platform/Linux/SecureRequest.h"
+#include "Platform/Network/SecureRequest.h"
 
 #include <optional>
 #include <string>
@@ -15,7 +15,7 @@ namespace Qvctl {
 
 struct CheckedAddress {
     /// Where requests would go; absent when none can be sent.
-    std::optional<Platform::Linux::SecureURL> target;
+    std::optional<Platform::Network::SecureURL> target;
     /// Why none can be sent.
     std::string refusal;
 };

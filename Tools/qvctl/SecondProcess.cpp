@@ -1,6 +1,6 @@
 #include "Tools/qvctl/SecondProcess.h"
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tools/qvctl/NetworkSteps.h"
 
 #include <array>
@@ -17,7 +17,7 @@ namespace Qvctl {
 
 namespace {
 
-using Platform::Linux::FileDescriptor;
+using Platform::Storage::FileDescriptor;
 
 constexpr const char* ourselves = "/proc/self/exe";
 

@@ -1,6 +1,7 @@
 #include "Tools/qvctl/SessionBusNames.h"
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Error.h"
+#include "Platform/Storage/FileDescriptor.h"
 #include "Tools/qvctl/NetworkSteps.h"
 
 #include <fmt/format.h>
@@ -35,7 +36,7 @@ int require(int result)
         throw StepError("neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR leads to it");
     if (result == -ETIMEDOUT)
         throw StepError("it does not answer");
-    throw StepError(Platform::Linux::errorText(-result));
+    throw StepError(Platform::errorText(-result));
 }
 
 std::uint64_t microsecondsLeft(const Deadline& deadline)

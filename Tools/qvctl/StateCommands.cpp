@@ -23,6 +23,8 @@ namespace {
 
 namespace json = boost::json;
 using Core::ConfigurationSnapshot;
+using namespace Platform::PropertyLists;
+using namespace Platform::Storage;
 using namespace Platform::Linux;
 
 std::string_view stateName(PolicyFileReading::State state)
@@ -194,7 +196,7 @@ ExitCode configForget(const Options& options)
     const bool isStored = std::filesystem::exists(suite);
     if (isStored) {
         const Device device(options, Device::Access::readWrite);
-        const SystemClock clock;
+        const Platform::SystemClock clock;
         SQLiteUserDefaults store(suite, Device::Access::readWrite, clock, device.log());
         if (!store.erase(Core::Constants::SnapshotKeys::all))
             return unavailable; // The store has printed why.

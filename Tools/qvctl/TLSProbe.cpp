@@ -1,5 +1,6 @@
 #include "Tools/qvctl/TLSProbe.h"
 
+#include "Platform/Error.h"
 #include "Tools/qvctl/TLSLibrary.h"
 
 #include <fmt/format.h>
@@ -30,7 +31,7 @@ struct NamesDeleter {
 std::string reasonOf(unsigned long error)
 {
     if (ERR_GET_LIB(error) == ERR_LIB_SYS)
-        return Platform::Linux::errorText(ERR_GET_REASON(error));
+        return Platform::errorText(ERR_GET_REASON(error));
     const char* reason = tls().ERR_reason_error_string(error);
     return reason != nullptr ? reason : fmt::format("error {:#x}", error);
 }
@@ -152,7 +153,7 @@ std::string failureText(int sslError)
         return "breaks off the handshake: " + reasonOf(error);
     }
     if (sslError == SSL_ERROR_SYSCALL)
-        return "breaks off the handshake: " + (systemError != 0 ? Platform::Linux::errorText(systemError)
+        return "breaks off the handshake: " + (systemError != 0 ? Platform::errorText(systemError)
                                                                 : std::string("the connection was closed"));
     return "breaks off the handshake: " + reasonOf(error);
 }

@@ -1,6 +1,6 @@
 #include "Tools/qvctl/TrustedFolder.h"
 
-#include "Platform/Linux/PathWalk.h"
+#include "Platform/Storage/PathWalk.h"
 #include "Tools/qvctl/Commands.h"
 
 #include <fmt/format.h>
@@ -16,8 +16,8 @@ namespace Qvctl {
 namespace {
 
 namespace fs = std::filesystem;
-using Platform::Linux::FileDescriptor;
-using Platform::Linux::PathStep;
+using Platform::Storage::FileDescriptor;
+using Platform::Storage::PathStep;
 
 [[noreturn]] void throwSystemError(const fs::path& path)
 {
@@ -36,8 +36,8 @@ std::string temporaryName(const std::string& name)
 std::optional<TrustedFolder> TrustedFolder::open(const fs::path& path)
 {
     FileDescriptor walked;
-    const auto steps = Platform::Linux::walkPath(path, &walked);
-    if (const auto reason = Platform::Linux::distrustReason(steps))
+    const auto steps = Platform::Storage::walkPath(path, &walked);
+    if (const auto reason = Platform::Storage::distrustReason(steps))
         throw VerbError(configuration,
                         fmt::format("nothing was changed, since the app would not trust a policy in {}: {}",
                                     path.string(), *reason));
@@ -124,7 +124,7 @@ void TrustedFolder::replace(const std::string& name, std::string_view bytes, mod
     try {
         if (::fchmod(file.get(), mode) != 0)
             throwError(temporary);
-        Platform::Linux::writeAll(file.get(), bytes);
+        Platform::Storage::writeAll(file.get(), bytes);
         if (::fsync(file.get()) != 0 || ::renameat(folder, temporary.c_str(), folder, name.c_str()) != 0)
             throwError(name);
     } catch (const std::system_error&) {

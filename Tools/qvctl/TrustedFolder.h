@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Storage/FileDescriptor.h"
 
 #include <filesystem>
 #include <optional>
@@ -38,13 +38,13 @@ public:
     void synchronize() const;
 
 private:
-    TrustedFolder(std::filesystem::path path, Platform::Linux::FileDescriptor descriptor)
+    TrustedFolder(std::filesystem::path path, Platform::Storage::FileDescriptor descriptor)
         : m_path(std::move(path)), m_descriptor(std::move(descriptor))
     {}
     [[noreturn]] void throwError(const std::string& name) const;
 
     std::filesystem::path m_path;
-    Platform::Linux::FileDescriptor m_descriptor;
+    Platform::Storage::FileDescriptor m_descriptor;
 };
 
 } // namespace Qvctl

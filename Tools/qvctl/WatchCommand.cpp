@@ -24,6 +24,8 @@ namespace {
 
 namespace json = boost::json;
 using Core::ConfigurationSnapshot;
+using namespace Platform;
+using namespace Platform::Storage;
 using namespace Platform::Linux;
 
 constexpr const char* listLabel = "allowed apps";

@@ -15,8 +15,8 @@
 #include <system_error>
 #include <unistd.h>
 
-using Platform::Linux::FileDescriptor;
 using Platform::Linux::InstanceLock;
+using Platform::Storage::FileDescriptor;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 using SignalOutcome = InstanceLock::SignalOutcome;

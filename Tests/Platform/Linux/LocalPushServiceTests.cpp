@@ -1,5 +1,5 @@
+#include "Platform/AdapterLog.h"
 #include "Platform/Desktop/QtRunLoop.h"
-#include "Platform/Linux/AdapterLog.h"
 #include "Platform/Linux/LocalPushService.h"
 #include "Platform/Linux/PrivateSocket.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -64,7 +64,7 @@ protected:
     std::filesystem::path socketFile = folder.path("run/push.sock");
     FakeUserDefaults store;
     RecordingUnifiedLog log;
-    Linux::AdapterLog adapterLog{log, "test"};
+    AdapterLog adapterLog{log, "test"};
     int argc = 0;
     Desktop::QtRunLoop loop{std::make_unique<QCoreApplication>(argc, nullptr)};
     std::vector<Data> tokens;
@@ -154,7 +154,7 @@ TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
 }
 
 /// What is answered, without waiting for it.
-std::string answerOn(const Linux::FileDescriptor& socket)
+std::string answerOn(const Storage::FileDescriptor& socket)
 {
     std::array<char, 512> buffer;
     const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
@@ -166,7 +166,7 @@ TEST_F(LocalPushServiceTest, IdlePeersMakeWayForTheNext)
     LocalPushService service = makeService();
     service.start(*this);
     service.registerDevice();
-    std::vector<Linux::FileDescriptor> idle;
+    std::vector<Storage::FileDescriptor> idle;
     for (std::size_t number = 0; number < LocalPushService::maximumPeerCount; ++number)
         idle.push_back(Linux::connectToPrivateSocket(socketFile, 10s));
     EXPECT_EQ(send("{}"), "ok");
@@ -230,9 +230,9 @@ TEST_F(LocalPushServiceTest, ListensOnlyInAFolderOfThisUserAlone)
 }
 
 /// A socket on which `user` listens, and accepts nobody.
-Linux::FileDescriptor listenAs(uid_t user, const std::filesystem::path& file)
+Storage::FileDescriptor listenAs(uid_t user, const std::filesystem::path& file)
 {
-    Linux::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Storage::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{AF_UNIX, {}};
     file.native().copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
@@ -246,8 +246,8 @@ Linux::FileDescriptor listenAs(uid_t user, const std::filesystem::path& file)
 TEST_F(LocalPushServiceTest, StartDoesNotWaitForABusySocket)
 {
     std::filesystem::create_directory(folder.path("run"));
-    Linux::FileDescriptor busy = listenAs(::geteuid(), socketFile);
-    std::vector<Linux::FileDescriptor> waiting;
+    Storage::FileDescriptor busy = listenAs(::geteuid(), socketFile);
+    std::vector<Storage::FileDescriptor> waiting;
     const auto fill = [&] {
         while (true)
             waiting.push_back(Linux::connectToPrivateSocket(socketFile, 1s));
@@ -256,7 +256,7 @@ TEST_F(LocalPushServiceTest, StartDoesNotWaitForABusySocket)
     std::promise<void> isStarted;
     const auto rescue = std::async(std::launch::async, [&, started = isStarted.get_future()] {
         started.wait_for(5s);
-        busy = Linux::FileDescriptor();
+        busy = Storage::FileDescriptor();
     });
     LocalPushService service = makeService();
     service.start(*this);
@@ -269,10 +269,10 @@ TEST_F(LocalPushServiceTest, NothingIsSentToAnotherUser)
     if (::geteuid() != 0)
         GTEST_SKIP() << "needs to become another user";
     std::filesystem::create_directory(folder.path("run"));
-    const Linux::FileDescriptor foreign = listenAs(stranger, socketFile);
+    const Storage::FileDescriptor foreign = listenAs(stranger, socketFile);
     EXPECT_THAT([&] { Linux::sendToLocalPushService(socketFile, "{}"); },
                 testing::ThrowsMessage<std::runtime_error>(HasSubstr("is served by user 65534")));
-    const Linux::FileDescriptor accepted(::accept(foreign.get(), nullptr, nullptr));
+    const Storage::FileDescriptor accepted(::accept(foreign.get(), nullptr, nullptr));
     std::array<char, 16> buffer;
     EXPECT_EQ(::recv(accepted.get(), buffer.data(), buffer.size(), 0), 0);
 }

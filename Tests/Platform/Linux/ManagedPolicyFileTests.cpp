@@ -1,8 +1,8 @@
 #include "Platform/Linux/ManagedPolicyFile.h"
 
 #include "Platform/Linux/FileSystemWatcher.h"
-#include "Platform/Linux/PathWalk.h"
 #include "Platform/Linux/PolicyFileReading.h"
+#include "Platform/Storage/PathWalk.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 
@@ -20,6 +20,8 @@
 #include <unistd.h>
 
 using namespace Platform;
+using namespace Platform;
+using namespace Platform::Storage;
 using namespace Platform::Linux;
 using testing::AllOf;
 using testing::ElementsAre;

@@ -111,7 +111,7 @@ protected:
     };
     ManualScheduler timers;
     RecordingUnifiedLog log;
-    Linux::AdapterLog adapterLog{log, "test"};
+    AdapterLog adapterLog{log, "test"};
     Linux::SessionBus bus{adapterLog};
     Linux::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id"}};
     Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};

@@ -1,6 +1,6 @@
 #include "Platform/Linux/PortalAppearance.h"
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -26,7 +26,7 @@ TEST(PortalAppearanceTest, FollowsEachPortalAndNobodyElse)
         portal->peer->requestName("org.freedesktop.portal.Desktop");
     };
     RecordingUnifiedLog log;
-    const Platform::Linux::AdapterLog adapterLog(log, "test");
+    const Platform::AdapterLog adapterLog(log, "test");
     ManualScheduler::Queue work;
     Platform::Linux::SessionBus bus(adapterLog);
     Platform::Linux::PortalAppearance early(bus, work);

@@ -1,6 +1,6 @@
 #include "Platform/Linux/StandardErrorLog.h"
 
-#include "Platform/Linux/AdapterLog.h"
+#include "Platform/AdapterLog.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
@@ -10,6 +10,7 @@
 #include <string>
 #include <unistd.h>
 
+using namespace Platform;
 using namespace Platform;
 using namespace Platform::Linux;
 

@@ -14,6 +14,8 @@
 #include <future>
 
 using namespace Platform;
+using namespace Platform;
+using namespace Platform::Push;
 using namespace Platform::Linux;
 using testing::HasSubstr;
 

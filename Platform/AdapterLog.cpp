@@ -1,0 +1,33 @@
+#include "Platform/AdapterLog.h"
+
+#include "Platform/Encoding.h"
+
+#include <exception>
+#include <utility>
+
+namespace Platform {
+
+AdapterLog::AdapterLog(UnifiedLog& log, std::string subsystem)
+    : m_log(log), m_handle{std::move(subsystem), "platform"}
+{}
+
+void AdapterLog::write(LogType type, std::string_view line) const noexcept
+{
+    try {
+        m_log.write(m_handle, type, LogVisibility::public_, printable(line));
+    } catch (const std::exception&) {
+        // Out of memory: the line is lost, the caller is not.
+    }
+}
+
+void ErrorLine::say(const std::string& line, std::string_view occasion)
+{
+    std::string said = line;
+    said.append("\n").append(occasion);
+    if (said == m_last)
+        return;
+    m_log.error(line);
+    m_last = std::move(said);
+}
+
+} // namespace Platform

@@ -1,0 +1,312 @@
+#include "Platform/Network/CurlURLSession.h"
+
+#include "Platform/FatalError.h"
+#include "Platform/Network/CurlTransfer.h"
+
+#include <curl/curl.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <pthread.h>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace Platform::Network {
+
+namespace {
+
+/// As browsers do.
+constexpr long maximumConnectionsPerHostCount = 6;
+/// Handles kept for later requests: a few KiB each.
+constexpr std::size_t pooledHandleCount = 32;
+
+struct MultiDeleter {
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+struct ShareDeleter {
+    void operator()(CURLSH* share) const { curl_share_cleanup(share); }
+};
+
+std::string environment(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value == nullptr ? std::string() : value;
+}
+
+} // namespace
+
+class CurlURLSession::Worker {
+public:
+    Worker()
+        : m_surroundings{.certificateFile = environment("SSL_CERT_FILE"),
+                         .certificateFolder = environment("SSL_CERT_DIR")}
+    {}
+    ~Worker();
+
+    void start(URLRequest request, Completion completion);
+
+private:
+    struct Waiting {
+        URLRequest request;
+        Completion completion;
+    };
+
+    void run();
+    void setUp();
+    void tearDown();
+    bool beginWaiting();
+    void begin(Waiting waiting);
+    void add(std::unique_ptr<CurlTransfer> transfer);
+    void concludeEnded();
+    void endIdle();
+    void endAll(const URLError& reason);
+    void end(CURL* handle, Outcome outcome);
+    void deliver(CurlTransfer& transfer, Outcome outcome);
+    void recycle(CurlHandle handle);
+    [[nodiscard]] bool isAnyWaiting();
+    [[nodiscard]] int pollTime() const;
+
+    std::mutex m_mutex;
+    std::vector<Waiting> m_waiting;
+    bool m_isEnding = false;
+    /// While the thread can be woken; guarded.
+    CURLM* m_wakeable = nullptr;
+
+    // Of the thread.
+    CurlTransfer::Surroundings m_surroundings;
+    std::unique_ptr<CURLSH, ShareDeleter> m_share;
+    std::unique_ptr<CURLM, MultiDeleter> m_multi;
+    std::vector<CurlHandle> m_pool;
+    std::map<CURL*, std::unique_ptr<CurlTransfer>> m_transfers;
+
+    std::thread m_thread;
+};
+
+CurlURLSession::Worker::~Worker()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isEnding = true;
+        if (m_wakeable != nullptr)
+            curl_multi_wakeup(m_wakeable);
+    }
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void CurlURLSession::Worker::start(URLRequest request, Completion completion)
+{
+    CURLM* toBeWoken = nullptr;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_waiting.push_back({std::move(request), std::move(completion)});
+        if (!m_thread.joinable())
+            m_thread = std::thread([this] { run(); });
+        // The thread itself, going on with the outcome of another request, is awake.
+        if (m_waiting.size() == 1 && m_thread.get_id() != std::this_thread::get_id())
+            toBeWoken = m_wakeable;
+    }
+    // Outside the lock, which the thread takes first thing; it does not end before its last caller.
+    if (toBeWoken != nullptr)
+        curl_multi_wakeup(toBeWoken);
+}
+
+void CurlURLSession::Worker::run()
+{
+    setUp();
+    while (beginWaiting()) {
+        int running = 0;
+        CURLMcode code = curl_multi_perform(m_multi.get(), &running);
+        concludeEnded();
+        endIdle();
+        // An outcome may have led to another request.
+        if (code == CURLM_OK && !isAnyWaiting())
+            code = curl_multi_poll(m_multi.get(), nullptr, 0, pollTime(), nullptr);
+        if (code != CURLM_OK)
+            endAll({URLError::Code::unknown, fmt::format("The system does not let this program wait for the "
+                                                         "network: {}.",
+                                                         curl_multi_strerror(code))});
+    }
+    tearDown();
+}
+
+void CurlURLSession::Worker::setUp()
+{
+    ::pthread_setname_np(::pthread_self(), "url-session");
+    // Signals are for the threads of the program; a connection closed by the other end raises one as well.
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
+
+    static const CURLcode globalState = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (globalState == CURLE_OK) {
+        m_multi.reset(curl_multi_init());
+        m_share.reset(curl_share_init());
+    }
+    if (!m_multi || !m_share)
+        fatalError("the network library cannot be initialised");
+    curl_multi_setopt(m_multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maximumConnectionsPerHostCount);
+    curl_multi_setopt(m_multi.get(), CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+    curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    m_surroundings.share = m_share.get();
+
+    const std::lock_guard lock(m_mutex);
+    m_wakeable = m_multi.get();
+}
+
+void CurlURLSession::Worker::tearDown()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_wakeable = nullptr;
+    }
+    m_pool.clear();
+    m_multi.reset();
+    m_share.reset();
+}
+
+/// False when the session has ended, and with it every request, those included that the end of another began.
+bool CurlURLSession::Worker::beginWaiting()
+{
+    while (true) {
+        std::vector<Waiting> waiting;
+        bool isEnding = false;
+        {
+            const std::lock_guard lock(m_mutex);
+            waiting.swap(m_waiting);
+            isEnding = m_isEnding;
+        }
+        for (Waiting& each : waiting)
+            begin(std::move(each));
+        if (!isEnding)
+            return true;
+        if (waiting.empty() && m_transfers.empty())
+            return false;
+        endAll({URLError::Code::cancelled, "The request was cancelled, for its session ended."});
+    }
+}
+
+void CurlURLSession::Worker::begin(Waiting waiting)
+{
+    CurlHandle handle;
+    if (m_pool.empty()) {
+        handle.reset(curl_easy_init());
+        if (!handle)
+            fatalError("there is no memory left for a request");
+    } else {
+        handle = std::move(m_pool.back());
+        m_pool.pop_back();
+    }
+    auto transfer = std::make_unique<CurlTransfer>(std::move(waiting.request), std::move(waiting.completion),
+                                                   m_surroundings, std::move(handle));
+    try {
+        transfer->prepare();
+    } catch (const URLError& error) {
+        deliver(*transfer, error);
+        return;
+    }
+    add(std::move(transfer));
+}
+
+void CurlURLSession::Worker::add(std::unique_ptr<CurlTransfer> transfer)
+{
+    const CURLMcode code = curl_multi_add_handle(m_multi.get(), transfer->handle());
+    if (code == CURLM_OK)
+        m_transfers.emplace(transfer->handle(), std::move(transfer));
+    else
+        deliver(*transfer, URLError(URLError::Code::unknown, fmt::format("The request cannot be begun: {}.",
+                                                                         curl_multi_strerror(code))));
+}
+
+void CurlURLSession::Worker::concludeEnded()
+{
+    int remaining = 0;
+    while (const CURLMsg* message = curl_multi_info_read(m_multi.get(), &remaining)) {
+        if (message->msg != CURLMSG_DONE)
+            continue;
+        CURL* const handle = message->easy_handle;
+        const CURLcode code = message->data.result;
+        auto found = m_transfers.extract(handle);
+        curl_multi_remove_handle(m_multi.get(), handle);
+        auto transfer = std::move(found.mapped());
+        if (auto outcome = transfer->conclude(code))
+            deliver(*transfer, *std::move(outcome));
+        else
+            add(std::move(transfer));
+    }
+}
+
+void CurlURLSession::Worker::endIdle()
+{
+    const auto now = CurlTransfer::Clock::now();
+    for (auto next = m_transfers.begin(); next != m_transfers.end();) {
+        const auto current = next++;
+        if (current->second->deadline() <= now)
+            end(current->first, current->second->timeoutError());
+    }
+}
+
+void CurlURLSession::Worker::endAll(const URLError& reason)
+{
+    while (!m_transfers.empty())
+        end(m_transfers.begin()->first, reason);
+}
+
+void CurlURLSession::Worker::end(CURL* handle, Outcome outcome)
+{
+    curl_multi_remove_handle(m_multi.get(), handle);
+    const auto transfer = std::move(m_transfers.extract(handle).mapped());
+    deliver(*transfer, std::move(outcome));
+}
+
+/// The last that is done with a transfer.
+void CurlURLSession::Worker::deliver(CurlTransfer& transfer, Outcome outcome)
+{
+    const Completion completion = transfer.takeCompletion();
+    recycle(transfer.takeHandle());
+    completion(std::move(outcome));
+}
+
+void CurlURLSession::Worker::recycle(CurlHandle handle)
+{
+    if (m_pool.size() == pooledHandleCount)
+        return;
+    curl_easy_reset(handle.get());
+    m_pool.push_back(std::move(handle));
+}
+
+bool CurlURLSession::Worker::isAnyWaiting()
+{
+    const std::lock_guard lock(m_mutex);
+    return !m_waiting.empty();
+}
+
+/// In milliseconds.
+int CurlURLSession::Worker::pollTime() const
+{
+    auto first = CurlTransfer::Clock::time_point::max();
+    for (const auto& [handle, transfer] : m_transfers)
+        first = std::min(first, transfer->deadline());
+    if (m_transfers.empty())
+        return INT_MAX;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(first - CurlTransfer::Clock::now()).count();
+    return static_cast<int>(std::clamp<long>(left, 0, INT_MAX));
+}
+
+CurlURLSession::CurlURLSession() : m_worker(std::make_unique<Worker>()) {}
+
+CurlURLSession::~CurlURLSession() = default;
+
+void CurlURLSession::start(URLRequest request, Completion completion)
+{
+    m_worker->start(std::move(request), std::move(completion));
+}
+
+} // namespace Platform::Network

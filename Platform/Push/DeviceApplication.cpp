@@ -1,0 +1,109 @@
+#include "Platform/Push/DeviceApplication.h"
+
+#include "Platform/ASCII.h"
+#include "Platform/Clock.h"
+#include "Platform/Shell.h"
+
+#include <utility>
+
+namespace Platform::Push {
+
+namespace {
+
+std::string textOf(const PropertyList& value)
+{
+    const auto* text = value.text();
+    return text != nullptr ? *text : std::string();
+}
+
+bool isContentAvailable(const PropertyList& aps)
+{
+    const auto* flag = member(aps, "content-available").integer();
+    return flag != nullptr && *flag == 1;
+}
+
+/// The refusal of a payload that was delivered in two ways.
+std::optional<PushRefusal> combined(const std::optional<PushRefusal>& first,
+                                    const std::optional<PushRefusal>& second)
+{
+    if (first && first->isTemporary)
+        return first;
+    if (second && second->isTemporary)
+        return second;
+    return first ? second : std::nullopt;
+}
+
+} // namespace
+
+void DeviceApplication::setDelegate(std::weak_ptr<ApplicationDelegate> delegate)
+{
+    m_delegate = std::move(delegate);
+}
+
+void DeviceApplication::registerForRemoteNotifications()
+{
+    m_ports.pushService.registerDevice();
+}
+
+void DeviceApplication::open(std::string_view url)
+{
+    if (equalsIgnoringASCIICase(url, openSettingsURLString))
+        m_ports.openSettings();
+}
+
+void DeviceApplication::finishLaunching()
+{
+    if (const auto delegate = m_delegate.lock())
+        delegate->didFinishLaunching();
+    m_ports.pushService.start(*this);
+}
+
+void DeviceApplication::didRegister(const Data& deviceToken)
+{
+    if (const auto delegate = m_delegate.lock())
+        delegate->didRegisterForRemoteNotifications(deviceToken);
+}
+
+void DeviceApplication::didFailToRegister(const Error& error)
+{
+    if (const auto delegate = m_delegate.lock())
+        delegate->didFailToRegisterForRemoteNotifications(error);
+}
+
+void DeviceApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)
+{
+    const PropertyList& aps = member(payload, "aps");
+    const PropertyList& alert = member(aps, "alert");
+    const bool isShort = alert.text() != nullptr;
+    if (!isShort && alert.dictionary() == nullptr) {
+        deliverInBackground(payload, std::move(completion));
+        return;
+    }
+    Completion afterAlert = completion;
+    if (isContentAvailable(aps))
+        afterAlert = [this, payload, completion](const std::optional<PushRefusal>& first) {
+            deliverInBackground(payload, [=](const std::optional<PushRefusal>& second) {
+                completion(combined(first, second));
+            });
+        };
+    m_ports.notifications.deliver({.title = textOf(isShort ? alert : member(alert, "title")),
+                                   .body = textOf(member(alert, "body")),
+                                   .userInfo = payload,
+                                   .date = m_ports.clock.now()},
+                                  m_isActive, std::move(afterAlert));
+}
+
+void DeviceApplication::deliverInBackground(const PropertyList::Dictionary& payload, Completion completion)
+{
+    const auto delegate = m_delegate.lock();
+    if (!delegate) {
+        completion(PushRefusal{"the application is ending", true});
+        return;
+    }
+    delegate->didReceiveRemoteNotification(
+        payload, [completion = std::move(completion)](BackgroundFetchResult, bool isStored) {
+            completion(isStored ? std::nullopt : std::optional(PushRefusal::notStored()));
+        });
+}
+
+} // namespace Platform::Push

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/Push/PushRegistrationError.h"
+#include "Platform/PushService.h"
+
+#include <string>
+#include <utility>
+
+namespace Platform::Push {
+
+/// Stands in where no pushes can come: every registration fails with the reason, a whole sentence.
+class UnavailablePushService final : public PushService {
+public:
+    UnavailablePushService(DispatchQueue& mainQueue, std::string reason)
+        : m_mainQueue(mainQueue), m_reason(std::move(reason))
+    {}
+
+    void start(PushServiceListener& listener) override { m_listener = &listener; }
+    void registerDevice() override
+    {
+        m_mainQueue.async([this] {
+            m_listener->didFailToRegister(
+                pushRegistrationError(PushRegistrationErrorCode::noDistributor, m_reason));
+        });
+    }
+
+private:
+    DispatchQueue& m_mainQueue;
+    const std::string m_reason;
+    PushServiceListener* m_listener = nullptr;
+};
+
+} // namespace Platform::Push

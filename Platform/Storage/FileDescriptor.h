@@ -1,0 +1,37 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace Platform::Storage {
+
+/// Owns a file descriptor; -1 is none.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept
+    {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
+    ~FileDescriptor();
+
+    [[nodiscard]] int get() const { return m_descriptor; }
+    explicit operator bool() const { return m_descriptor >= 0; }
+
+private:
+    int m_descriptor = -1;
+};
+
+/// Creates the folder and those above it, readable by the user alone. Throws `std::system_error` naming the
+/// folder that could not be made.
+void createPrivateFolders(const std::filesystem::path& folder);
+
+/// Writes all of `bytes`, however many calls it takes. Throws `std::system_error`.
+void writeAll(int descriptor, std::string_view bytes);
+
+} // namespace Platform::Storage

@@ -1,0 +1,164 @@
+#include "Platform/Storage/SQLiteConnection.h"
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform::Storage {
+
+namespace {
+
+using Mode = SQLiteConnection::Mode;
+
+/// How long a writer of another process may keep us waiting.
+constexpr int busyTimeoutMilliseconds = 5000;
+
+/// SQLite's default.
+constexpr int pagesPerCheckpoint = 1000;
+
+/// See https://sqlite.org/uri.html.
+std::string immutableURI(const std::string& file)
+{
+    std::string uri = "file:";
+    for (const char character : file) {
+        if (character == '%' || character == '?' || character == '#')
+            uri += fmt::format("%{:02x}", static_cast<unsigned char>(character));
+        else
+            uri += character;
+    }
+    return uri + "?immutable=1";
+}
+
+int openFlags(Mode mode)
+{
+    switch (mode) {
+    case Mode::writing:
+        return SQLite::OPEN_READWRITE;
+    case Mode::reading:
+        return SQLite::OPEN_READONLY;
+    case Mode::unchanging:
+        break;
+    }
+    return SQLite::OPEN_READONLY | SQLite::OPEN_URI;
+}
+
+} // namespace
+
+// The descriptor gives no access to the file: closing any other would drop the locks that SQLite holds on it.
+SQLiteConnection::OpenedFile::OpenedFile(std::string path)
+    : m_path(std::move(path)), m_descriptor(::open(m_path.c_str(), O_PATH | O_CLOEXEC))
+{
+    static_cast<void>(hasChanged());
+}
+
+bool SQLiteConnection::OpenedFile::hasChanged()
+{
+    struct stat status {};
+    if (!m_descriptor || ::fstat(m_descriptor.get(), &status) != 0)
+        return false;
+    const timespec before = std::exchange(m_change, status.st_ctim);
+    return before.tv_sec != m_change.tv_sec || before.tv_nsec != m_change.tv_nsec;
+}
+
+bool SQLiteConnection::OpenedFile::isInPlace() const
+{
+    struct stat opened {};
+    struct stat named {};
+    return !m_descriptor ||
+           (::fstat(m_descriptor.get(), &opened) == 0 && ::stat(m_path.c_str(), &named) == 0 &&
+            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino);
+}
+
+bool SQLiteConnection::OpenedFile::isPathFree() const
+{
+    return ::access(m_path.c_str(), F_OK) != 0 && errno == ENOENT;
+}
+
+SQLiteConnection::SQLiteConnection(const std::filesystem::path& file, Mode mode)
+    : m_path(file.string()),
+      m_mode(mode),
+      m_database(mode == Mode::unchanging ? immutableURI(m_path) : m_path, openFlags(mode),
+                 busyTimeoutMilliseconds)
+{}
+
+SQLiteConnection::~SQLiteConnection()
+{
+    if (m_mode == Mode::writing && !isDatabaseInPlace() && m_log.exists() && m_log.isInPlace())
+        emptyLog();
+    // SQLite runs a checkpoint when the last connection closes.
+    if (!isSafeToCheckpoint())
+        ::sqlite3_db_config(m_database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
+void SQLiteConnection::prepare()
+{
+    m_select.emplace(m_database, "SELECT type, value FROM defaults WHERE key = ?1");
+    if (m_mode == Mode::writing)
+        m_writer.emplace(m_database);
+    ::sqlite3_wal_hook(
+        m_database.getHandle(),
+        [](void* pageCount, sqlite3*, const char*, int count) {
+            *static_cast<int*>(pageCount) = count;
+            return SQLITE_OK;
+        },
+        &m_logPageCount);
+    m_databaseFile = OpenedFile(m_path);
+    m_log = OpenedFile(m_path + "-wal");
+    m_index = OpenedFile(m_path + "-shm");
+}
+
+bool SQLiteConnection::isCurrent()
+{
+    // Only checkpoints write to this file, and ours are accounted for.
+    const bool isDatabaseChanged = m_databaseFile.hasChanged();
+    m_isWrittenByOthers = m_isWrittenByOthers || isDatabaseChanged;
+    // Renaming or removing a file changes its status. Looking up the paths costs more.
+    const bool isLogChanged = m_log.hasChanged();
+    const bool isIndexChanged = m_index.hasChanged();
+    if (isDatabaseChanged || isLogChanged || isIndexChanged)
+        m_isInPlace = isDatabaseInPlace() && m_log.isInPlace() && m_index.isInPlace();
+    return m_isInPlace && !(m_mode == Mode::unchanging && m_isWrittenByOthers);
+}
+
+void SQLiteConnection::checkpointIfDue()
+{
+    if (m_logPageCount < pagesPerCheckpoint)
+        return;
+    m_logPageCount = 0;
+    ::sqlite3_wal_checkpoint_v2(m_database.getHandle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    m_databaseFile.hasChanged();
+}
+
+bool SQLiteConnection::isDatabaseInPlace()
+{
+    int hasMoved = 0;
+    ::sqlite3_file_control(m_database.getHandle(), nullptr, SQLITE_FCNTL_HAS_MOVED, &hasMoved);
+    return hasMoved == 0;
+}
+
+bool SQLiteConnection::isSafeToCheckpoint()
+{
+    if (m_mode != Mode::writing)
+        return false;
+    if (isCurrent())
+        return true;
+    // If only the log was removed, a checkpoint saves it, since SQLite still has it open. If the database was
+    // written meanwhile, it may be a backup that the checkpoint would damage; if there is a new log, it
+    // belongs to a newer state than ours.
+    return isDatabaseInPlace() && !m_isWrittenByOthers && m_log.isPathFree();
+}
+
+/// Another database is at the path now, and SQLite would apply our log to it.
+void SQLiteConnection::emptyLog() noexcept
+{
+    ::sqlite3_busy_timeout(m_database.getHandle(), 0);
+    ::sqlite3_wal_checkpoint_v2(m_database.getHandle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr,
+                                nullptr);
+}
+
+} // namespace Platform::Storage

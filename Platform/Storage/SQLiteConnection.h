@@ -1,0 +1,91 @@
+#pragma once
+
+#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/SQLiteWriter.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace Platform::Storage {
+
+/// An open database with its prepared statements.
+///
+/// While a database is open, a backup may be copied over it, and its write-ahead log and index may be
+/// removed. SQLite does not notice: it goes on with the files it has open, which no other process sees. This
+/// class compares them with the files at their paths.
+///
+/// Threads: one at a time. Errors: `SQLite::Exception`.
+class SQLiteConnection {
+public:
+    enum class Mode {
+        writing,
+        reading,
+        /// The caller expects no changes, and SQLite ignores a write-ahead log.
+        unchanging,
+    };
+
+    SQLiteConnection(const std::filesystem::path& file, Mode mode);
+    /// Saves what only the log holds into the database, unless that could damage a file that replaced ours.
+    ~SQLiteConnection();
+    SQLiteConnection(const SQLiteConnection&) = delete;
+    SQLiteConnection& operator=(const SQLiteConnection&) = delete;
+
+    [[nodiscard]] Mode mode() const { return m_mode; }
+    SQLite::Database& database() { return m_database; }
+
+    /// Prepares the statements and remembers which files are open. Call it once, when the table exists.
+    void prepare();
+    SQLite::Statement& select() { return *m_select; }
+    /// Null unless the mode is `writing`.
+    SQLiteWriter* writer() { return m_writer ? &*m_writer : nullptr; }
+
+    /// Returns false once another process that opens the database would not see what this connection sees.
+    /// Call it before each use and right after each commit; after a commit, false means that it may be lost
+    /// and must be repeated on a new connection.
+    bool isCurrent();
+    /// Runs a checkpoint when the log has grown. Call it after a commit that turned out to be current:
+    /// SQLite's own checkpoints do not wait for that.
+    void checkpointIfDue();
+
+private:
+    /// A file that SQLite has open.
+    class OpenedFile {
+    public:
+        OpenedFile() = default;
+        explicit OpenedFile(std::string path);
+
+        /// Returns whether the status of the file changed since the last call.
+        bool hasChanged();
+        [[nodiscard]] bool exists() const { return static_cast<bool>(m_descriptor); }
+        /// Returns whether the path still names this file. A file that never existed is in place.
+        [[nodiscard]] bool isInPlace() const;
+        [[nodiscard]] bool isPathFree() const;
+
+    private:
+        std::string m_path;
+        FileDescriptor m_descriptor;
+        timespec m_change{};
+    };
+
+    bool isDatabaseInPlace();
+    bool isSafeToCheckpoint();
+    void emptyLog() noexcept;
+
+    const std::string m_path;
+    const Mode m_mode;
+    SQLite::Database m_database;
+    std::optional<SQLite::Statement> m_select;
+    std::optional<SQLiteWriter> m_writer;
+    OpenedFile m_databaseFile;
+    OpenedFile m_log;
+    OpenedFile m_index;
+    int m_logPageCount = 0;
+    bool m_isInPlace = true;
+    bool m_isWrittenByOthers = false;
+};
+
+} // namespace Platform::Storage

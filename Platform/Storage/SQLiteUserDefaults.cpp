@@ -1,0 +1,435 @@
+#include "Platform/Storage/SQLiteUserDefaults.h"
+
+#include "Platform/Clock.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/SQLiteConnection.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform::Storage {
+
+namespace {
+
+/// Raised when a file can no longer be read as before. Files from before there was a number carry 0.
+constexpr int formatVersion = 1;
+constexpr const char* initialisation = "BEGIN IMMEDIATE;"
+                                       "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
+                                       "NOT NULL, value NOT NULL) WITHOUT ROWID;"
+                                       "PRAGMA user_version = 1;"
+                                       "COMMIT";
+
+void bindBytes(SQLite::Statement& statement, int index, const void* bytes, std::size_t count)
+{
+    // A null pointer would bind NULL.
+    statement.bindNoCopy(index, count > 0 ? bytes : "", static_cast<int>(count));
+}
+
+/// Binds the type name and the value as parameters 2 and 3. `storage` must live until the statement was run.
+void bindValue(SQLite::Statement& statement, const PropertyList& value, Data& storage)
+{
+    const auto* real = value.real();
+    const auto* date = value.date();
+    const char* type = value.typeName();
+    if (const auto* text = value.text()) {
+        statement.bindNoCopy(3, *text);
+    } else if (const auto* integer = value.integer()) {
+        statement.bind(3, *integer);
+    } else if (const auto* boolean = value.boolean()) {
+        statement.bind(3, *boolean ? 1 : 0);
+    } else if (real != nullptr && !std::isnan(*real)) {
+        statement.bind(3, *real);
+    } else if (date != nullptr && !std::isnan(date->secondsSinceReferenceDate)) {
+        statement.bind(3, date->secondsSinceReferenceDate);
+    } else if (const auto* data = value.data()) {
+        bindBytes(statement, 3, data->data(), data->size());
+    } else {
+        type = "plist";
+        storage = PropertyLists::writeBinaryPropertyList(value);
+        bindBytes(statement, 3, storage.data(), storage.size());
+    }
+    statement.bindNoCopy(2, type);
+}
+
+/// The stored value; absent when the row was not written by the rules above.
+std::optional<PropertyList> readValue(std::string_view type, const SQLite::Column& column)
+{
+    const auto bytes = [&] {
+        const auto* first = static_cast<const std::byte*>(column.getBlob());
+        return Data(first, first + column.getBytes());
+    };
+    if (type == "text" && column.isText())
+        return PropertyList(column.getString());
+    if (type == "integer" && column.isInteger())
+        return PropertyList(column.getInt64());
+    if (type == "boolean" && column.isInteger())
+        return PropertyList(column.getInt64() != 0);
+    if (type == "real" && (column.isFloat() || column.isInteger()))
+        return PropertyList(column.getDouble());
+    if (type == "date" && (column.isFloat() || column.isInteger()))
+        return PropertyList(Date{column.getDouble()});
+    if (type == "data" && column.isBlob())
+        return PropertyList(bytes());
+    if (type == "plist") {
+        const std::string_view document(static_cast<const char*>(column.getBlob()),
+                                        static_cast<std::size_t>(column.getBytes()));
+        try {
+            return PropertyLists::readPropertyList(document).root;
+        } catch (const PropertyLists::PropertyListError&) {
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+bool isCorruption(const SQLite::Exception& error)
+{
+    return error.getErrorCode() == SQLITE_CORRUPT || error.getErrorCode() == SQLITE_NOTADB;
+}
+
+/// Whether the table that the statements need is missing or has other columns.
+bool isTableLost(const SQLite::Exception& error)
+{
+    return error.getErrorCode() == SQLITE_ERROR;
+}
+
+/// What follows the name of a database in the names of its damaged copies.
+constexpr const char* corruptMark = ".corrupt-";
+
+/// Best effort: the file may be missing, or belong to another user.
+void makePrivate(const std::filesystem::path& file)
+{
+    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (descriptor)
+        ::fchmod(descriptor.get(), S_IRUSR | S_IWUSR);
+}
+
+/// Removes the damaged copies of `file`, except for the one whose name begins with `kept`.
+void removeDamagedCopies(const std::filesystem::path& file, std::string_view kept = {})
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(file.parent_path(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string& path = entry->path().native();
+        if (path.starts_with(file.string() + corruptMark) && (kept.empty() || !path.starts_with(kept)))
+            ::unlink(path.c_str());
+    }
+}
+
+/// Keeps other processes of ours from opening or replacing the same database at the same moment.
+class OpeningLock {
+public:
+    explicit OpeningLock(const std::filesystem::path& bellFile)
+        : m_file(::open(bellFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR))
+    {
+        if (!m_file || ::flock(m_file.get(), LOCK_EX) != 0)
+            throw std::system_error(errno, std::generic_category(), bellFile.string());
+    }
+
+private:
+    FileDescriptor m_file;
+};
+
+} // namespace
+
+SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
+                                       const AdapterLog& log)
+    : m_file(std::move(file)),
+      m_bellFile(std::filesystem::path(m_file).replace_extension(".bell")),
+      m_access(access),
+      m_clock(clock),
+      m_log(log),
+      m_errorLine(log),
+      m_readOnlyLine(log)
+{}
+
+SQLiteUserDefaults::~SQLiteUserDefaults() = default;
+
+bool SQLiteUserDefaults::isAvailable()
+{
+    // Whether an open one is still good is found out by its next use.
+    if (const std::lock_guard lock(m_mutex); m_connection)
+        return true;
+    return perform(Purpose::read, [](SQLiteConnection&) {});
+}
+
+std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) const
+{
+    std::optional<PropertyList> value;
+    const bool isRead = perform(Purpose::read, [&](SQLiteConnection& connection) {
+        SQLite::Statement& select = connection.select();
+        select.tryReset();
+        const std::string name(key);
+        select.bindNoCopy(1, name);
+        if (select.executeStep())
+            value = readValue(select.getColumn(0).getText(), select.getColumn(1));
+        // A statement left in the middle would keep its view of the database, and the log from being folded
+        // in.
+        select.reset();
+        if (!m_unreadKeys.empty())
+            m_unreadKeys.erase(std::string(key));
+    });
+    if (!isRead) {
+        const std::lock_guard lock(m_mutex);
+        m_unreadKeys.emplace(key);
+    }
+    return value;
+}
+
+bool SQLiteUserDefaults::write(std::span<const Entry> entries)
+{
+    return change([&](SQLiteConnection& connection) {
+        for (const Entry& entry : entries) {
+            if (m_unreadKeys.erase(std::string(entry.key)) > 0)
+                throw SQLite::Exception(
+                    fmt::format("{} could not be read before, and what it holds would be lost", entry.key),
+                    SQLITE_ABORT);
+        }
+        if (connection.writer() == nullptr)
+            throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
+        SQLiteWriter::Transaction transaction(*connection.writer());
+        for (const Entry& entry : entries) {
+            const std::string key(entry.key);
+            Data storage;
+            SQLite::Statement& upsert = transaction.upsert();
+            upsert.bindNoCopy(1, key);
+            bindValue(upsert, entry.value, storage);
+            SQLiteWriter::run(upsert);
+        }
+        transaction.commit();
+    });
+}
+
+bool SQLiteUserDefaults::removeObject(std::string_view key)
+{
+    return change([&](SQLiteConnection& connection) {
+        SQLite::Statement statement(connection.database(), "DELETE FROM defaults WHERE key = ?1");
+        statement.bind(1, std::string(key));
+        statement.exec();
+    });
+}
+
+bool SQLiteUserDefaults::erase(std::span<const std::string_view> keys)
+{
+    const bool isErased = change([&](SQLiteConnection& connection) {
+        SQLite::Database& database = connection.database();
+        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        for (const std::string_view key : keys) {
+            SQLite::Statement statement(database, "DELETE FROM defaults WHERE key = ?1");
+            statement.bind(1, std::string(key));
+            statement.exec();
+        }
+        transaction.commit();
+        // What was deleted stays in free pages and in the log until both are rewritten.
+        database.exec("VACUUM");
+        if (database.execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() != 0)
+            throw SQLite::Exception("another process is reading; try again", SQLITE_BUSY);
+    });
+    if (isErased)
+        removeDamagedCopies(m_file);
+    return isErased;
+}
+
+bool SQLiteUserDefaults::change(const std::function<void(SQLiteConnection&)>& operation)
+{
+    const bool isMade = perform(Purpose::write, operation);
+    if (isMade)
+        ringBell();
+    return isMade;
+}
+
+bool SQLiteUserDefaults::perform(Purpose purpose,
+                                 const std::function<void(SQLiteConnection&)>& operation) const
+{
+    const std::lock_guard lock(m_mutex);
+    std::string reason = "its files are replaced again and again";
+    constexpr int maximumAttempts = 3;
+    for (int attempt = 1; attempt <= maximumAttempts; ++attempt) {
+        try {
+            ensureOpen(purpose);
+            if (!m_connection)
+                return false;
+            operation(*m_connection);
+            if (purpose == Purpose::write) {
+                if (!m_connection->isCurrent())
+                    continue;
+                m_connection->checkpointIfDue();
+            }
+            m_errorLine.reset();
+            return true;
+        } catch (const SQLite::Exception& error) {
+            reason = error.what();
+            const bool isDiskError = error.getErrorCode() == SQLITE_IOERR;
+            const bool isUnfit = isCorruption(error) || isTableLost(error);
+            if (isUnfit || isDiskError)
+                m_connection.reset();
+            if (!isUnfit && !(isDiskError && purpose == Purpose::read))
+                break;
+        } catch (const std::system_error& error) {
+            reason = error.what();
+            break;
+        }
+    }
+    const char* what = purpose == Purpose::write ? "write" : "read";
+    m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), reason));
+    return false;
+}
+
+void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
+{
+    const bool isToBeWritten = m_access == Access::readWrite;
+    if (m_connection) {
+        const bool isWorthReopening = m_connection->mode() != SQLiteConnection::Mode::writing &&
+                                      isToBeWritten && purpose == Purpose::write;
+        const bool isOutdated =
+            m_connection->mode() == SQLiteConnection::Mode::unchanging && hasWriteAheadLog();
+        if (m_connection->isCurrent() && !isWorthReopening && !isOutdated)
+            return;
+        m_connection.reset();
+    }
+    demandRegularFile();
+    if (isToBeWritten) {
+        try {
+            openForWriting();
+            m_readOnlyLine.reset();
+            return;
+        } catch (const std::exception& error) {
+            openAsIs();
+            if (!m_connection)
+                throw;
+            m_readOnlyLine.say(fmt::format("{} can only be read: {}", m_file.string(), error.what()));
+        }
+    } else {
+        openAsIs();
+    }
+}
+
+/// Opening anything else may wait for ever.
+void SQLiteUserDefaults::demandRegularFile() const
+{
+    const auto status = std::filesystem::status(m_file);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+        throw SQLite::Exception("it is no regular file; remove it", SQLITE_CANTOPEN);
+}
+
+void SQLiteUserDefaults::openForWriting() const
+{
+    createPrivateFolders(m_file.parent_path());
+    const OpeningLock lock(m_bellFile);
+    try {
+        openOrReplace();
+    } catch (const SQLite::Exception& error) {
+        if (!isCorruption(error))
+            throw;
+        moveAside();
+        openOrReplace();
+    }
+}
+
+void SQLiteUserDefaults::openAsIs() const
+{
+    if (!std::filesystem::exists(m_file))
+        return;
+    // A database without a log is not open for writing. To read it, SQLite would create a log and an index,
+    // which an inspector must not do and a read-only medium does not allow, unless we state that the file
+    // does not change. The connection checks that before each use.
+    const bool isUnchanging = !hasWriteAheadLog() && (m_access == Access::inspect ||
+                                                      ::access(m_file.parent_path().c_str(), W_OK) != 0);
+    auto connection = std::make_unique<SQLiteConnection>(
+        m_file, isUnchanging ? SQLiteConnection::Mode::unchanging : SQLiteConnection::Mode::reading);
+    // A writer killed in its first step leaves a database without a table.
+    if (!connection->database().tableExists("defaults"))
+        return;
+    connection->prepare();
+    m_connection = std::move(connection);
+}
+
+bool SQLiteUserDefaults::hasWriteAheadLog() const
+{
+    return ::access((m_file.string() + "-wal").c_str(), F_OK) == 0;
+}
+
+/// SQLite shares the index with processes that still have the database open, and would look in the new log
+/// for what stood in the removed one. A process that is closing the database removes both files under a lock
+/// that our opening waits for.
+void SQLiteUserDefaults::removeIndexWithoutLog() const
+{
+    if (!hasWriteAheadLog())
+        ::unlink((m_file.string() + "-shm").c_str());
+}
+
+void SQLiteUserDefaults::openOrReplace() const
+{
+    // Made beforehand, so that the database and its companions are the user's alone from their first moment;
+    // and closed again before SQLite opens it, since closing any descriptor of a file drops the locks this
+    // process has on it.
+    static_cast<void>(
+        FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
+    removeIndexWithoutLog();
+    auto connection = std::make_unique<SQLiteConnection>(m_file, SQLiteConnection::Mode::writing);
+    SQLite::Database& database = connection->database();
+    const int version = database.execAndGet("PRAGMA user_version").getInt();
+    const bool isEmpty = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt() == 0;
+    if (version > formatVersion && !isEmpty)
+        throw SQLite::Exception(fmt::format("it has format {} and this version knows {}; install the version "
+                                            "that wrote it, or a later one",
+                                            version, formatVersion),
+                                SQLITE_READONLY);
+    database.exec("PRAGMA journal_mode = WAL");
+    database.exec("PRAGMA synchronous = FULL");
+    SQLite::Statement check(database, "PRAGMA quick_check(1)");
+    if (!check.executeStep() || std::strcmp(check.getColumn(0).getText(), "ok") != 0)
+        throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
+    check.reset();
+    if (version != formatVersion || !database.tableExists("defaults"))
+        database.exec(initialisation);
+    try {
+        connection->prepare();
+    } catch (const SQLite::Exception& error) {
+        if (!isTableLost(error))
+            throw;
+        throw SQLite::Exception(fmt::format("it is not a store of this app: {}", error.what()),
+                                SQLITE_CORRUPT);
+    }
+    m_connection = std::move(connection);
+}
+
+void SQLiteUserDefaults::moveAside() const
+{
+    std::string time = m_clock.now().utcText();
+    std::replace(time.begin(), time.end(), ':', '-');
+    const std::string aside = m_file.string() + corruptMark + time;
+    for (const char* companion : {"", "-wal", "-shm"}) {
+        const std::filesystem::path damaged = m_file.string() + companion;
+        makePrivate(damaged);
+        std::error_code error;
+        std::filesystem::rename(damaged, aside + companion, error);
+        if (*companion == '\0' && error)
+            throw std::system_error(error, damaged.string());
+    }
+    removeDamagedCopies(m_file, aside);
+    m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when it is no longer needed, "
+                            "it may hold keys",
+                            m_file.string(), aside));
+}
+
+void SQLiteUserDefaults::ringBell() const
+{
+    // The file was made when the database was opened. If somebody removed it since, the next opening makes it
+    // anew.
+    ::utimensat(AT_FDCWD, m_bellFile.c_str(), nullptr, 0);
+}
+
+} // namespace Platform::Storage

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "Platform/AdapterLog.h"
+#include "Platform/UserDefaults.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+namespace Platform {
+class Clock;
+}
+
+namespace Platform::Storage {
+
+class SQLiteConnection;
+
+/// One defaults domain as one SQLite database, with the table `defaults(key, type, value)`.
+///
+/// Types: text, integer, real, boolean (0 or 1), date (seconds since 2001-01-01T00:00:00Z), data (blob), and
+/// plist, a binary property list, for everything else. Write-ahead log, every commit synchronised. After a
+/// commit the writer touches the bell file beside the database; whoever watches that file learns of every
+/// writer's changes.
+///
+/// The connection opens at the first use, and again after any of its files was removed or replaced. A write
+/// returns only when its commit is in the files that other processes open. A missing table is created. A file
+/// that is no database, or has a table `defaults` of another kind, is moved aside to "*.corrupt-<UTC time>",
+/// for the user alone, and replaced by a new one; of these copies only the newest is kept. One that cannot be
+/// written is still read, and opened again by the next write. The user version of the database is the number
+/// of its format; a file of a later format is read as far as it is understood and never written.
+///
+/// Threads: any; one operation at a time. Errors: one line to the log for each new reason. A value that could
+/// not be read counts as missing, and the next write of its key fails: it may rest on that mistake.
+class SQLiteUserDefaults final : public UserDefaults {
+public:
+    /// `inspect` neither makes nor moves any file, for a second process that only looks.
+    enum class Access { readWrite, inspect };
+
+    SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock, const AdapterLog& log);
+    ~SQLiteUserDefaults() override;
+
+    /// Whether the database is open, opening it if need be.
+    bool isAvailable();
+    [[nodiscard]] const std::filesystem::path& bellFile() const { return m_bellFile; }
+
+    [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override;
+    bool write(std::span<const Entry> entries) override;
+    bool removeObject(std::string_view key) override;
+    void synchronize() override {}
+    /// Removes the keys and every byte that the files still hold of their present and earlier values, damaged
+    /// copies included. Returns false, with one error line, when that cannot be done now, for example because
+    /// another process is reading.
+    bool erase(std::span<const std::string_view> keys);
+
+private:
+    enum class Purpose { read, write };
+
+    /// Runs `operation` on the open connection and returns whether it succeeded; all errors end here. It runs
+    /// again on a new connection after a damaged file was moved aside, a read met an error of the disk, the
+    /// table was lost, or the files were replaced during a write.
+    bool perform(Purpose purpose, const std::function<void(SQLiteConnection&)>& operation) const;
+    bool change(const std::function<void(SQLiteConnection&)>& operation);
+    /// Leaves no connection when there is nothing to inspect.
+    void ensureOpen(Purpose purpose) const;
+    void demandRegularFile() const;
+    void openForWriting() const;
+    void openAsIs() const;
+    [[nodiscard]] bool hasWriteAheadLog() const;
+    void removeIndexWithoutLog() const;
+    void openOrReplace() const;
+    void moveAside() const;
+    void ringBell() const;
+
+    const std::filesystem::path m_file;
+    const std::filesystem::path m_bellFile;
+    const Access m_access;
+    const Clock& m_clock;
+    const AdapterLog& m_log;
+    mutable std::mutex m_mutex;
+    mutable std::unique_ptr<SQLiteConnection> m_connection;
+    /// What the last attempt to read could not tell: whoever writes it next would not know what is lost.
+    mutable std::set<std::string, std::less<>> m_unreadKeys;
+    mutable ErrorLine m_errorLine;
+    mutable ErrorLine m_readOnlyLine;
+};
+
+} // namespace Platform::Storage

@@ -1,0 +1,127 @@
+#include "Platform/Push/DeviceApplication.h"
+#include "Platform/Push/PushPayload.h"
+#include "Platform/Shell.h"
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <gtest/gtest.h>
+
+using namespace Platform;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+/// Everything around the application, remembering what reaches it.
+struct Surroundings : ApplicationDelegate, UserNotificationDelivery, PushService {
+    bool didFinishLaunching() override
+    {
+        events.emplace_back("launched");
+        return true;
+    }
+    void didRegisterForRemoteNotifications(const Data& token) override
+    {
+        events.push_back("token of " + std::to_string(token.size()));
+    }
+    void didFailToRegisterForRemoteNotifications(const Error& error) override
+    {
+        events.push_back(error.localizedDescription);
+    }
+    void didReceiveRemoteNotification(const PropertyList::Dictionary&, FetchCompletion completion) override
+    {
+        events.emplace_back("background");
+        completion(BackgroundFetchResult::newData, isStoring);
+    }
+    void deliver(const UserNotification& notification, bool isActive, Completion completion) override
+    {
+        events.push_back((isActive ? "front: " : "behind: ") + notification.title + "|" + notification.body);
+        completion(centerRefusal);
+    }
+    void start(PushServiceListener& newListener) override
+    {
+        events.emplace_back("push started");
+        listener = &newListener;
+    }
+    void registerDevice() override { events.emplace_back("registering"); }
+
+    Strings events;
+    std::optional<PushRefusal> centerRefusal;
+    bool isStoring = true;
+    PushServiceListener* listener = nullptr;
+};
+
+std::string described(const std::optional<PushRefusal>& refusal)
+{
+    if (!refusal)
+        return "ok";
+    return (refusal->isTemporary ? "refused for now: " : "refused: ") + refusal->reason;
+}
+
+const std::string notStored = described(PushRefusal::notStored());
+
+class DeviceApplicationTest : public testing::Test {
+protected:
+    ManualScheduler clock;
+    std::shared_ptr<Surroundings> world = std::make_shared<Surroundings>();
+    Push::DeviceApplication application{
+        {*world, *world, clock, [this] { world->events.emplace_back("settings"); }}};
+};
+
+TEST_F(DeviceApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
+{
+    application.setDelegate(world);
+    application.finishLaunching();
+    application.registerForRemoteNotifications();
+    application.open(Application::openSettingsURLString);
+    application.open("App-Settings:");
+    application.open("https://example.com");
+    for (const std::size_t size : {0U, 1U, 1000U})
+        world->listener->didRegister(Data(size));
+    world->listener->didFailToRegister({"E", "E", 1, "no distributor", {}});
+    EXPECT_EQ(world->events, (Strings{"launched", "push started", "registering", "settings", "settings",
+                                      "token of 0", "token of 1", "token of 1000", "no distributor"}));
+    EXPECT_EQ(world.use_count(), 1);
+}
+
+TEST_F(DeviceApplicationTest, PayloadsGoWhereTheyBelong)
+{
+    struct Case {
+        const char* payload;
+        std::optional<PushRefusal> centerRefusal;
+        Strings expected;
+        bool isStoring = true;
+    };
+    const PushRefusal no{"no"};
+    const PushRefusal notNow{"not now", true};
+    const char* both = R"({"aps": {"alert": "Both", "content-available": 1}})";
+    const Case cases[] = {
+        {R"({"aps": {"alert": {"title": "T", "body": "B"}}})", {}, {"front: T|B", "ok"}},
+        {R"({"aps": {"alert": "Hello"}, "own": 1})", {}, {"front: Hello|", "ok"}},
+        {R"({"aps": {"alert": {"title": 5, "body": ["x"]}}})", {}, {"front: |", "ok"}},
+        {R"({"aps": {"alert": "Hello"}})", no, {"front: Hello|", "refused: no"}},
+        {R"({"aps": {"alert": "Hello"}})", notNow, {"front: Hello|", "refused for now: not now"}},
+        {R"({"aps": {"content-available": 1}})", {}, {"background", "ok"}},
+        {both, {}, {"front: Both|", "background", "ok"}},
+        {both, no, {"front: Both|", "background", "ok"}},
+        {both, notNow, {"front: Both|", "background", "refused for now: not now"}},
+        {R"({"aps": {"alert": "A", "content-available": 0}})", {}, {"front: A|", "ok"}},
+        {R"({"aps": {"alert": 7}})", {}, {"background", "ok"}},
+        {R"({"aps": {"alert": null}})", {}, {"background", "ok"}},
+        {R"({"aps": "text"})", {}, {"background", "ok"}},
+        {R"({})", {}, {"background", "ok"}},
+        {R"({})", {}, {"background", notStored}, false},
+        {both, {}, {"front: Both|", "background", notStored}, false},
+        {both, no, {"front: Both|", "background", notStored}, false},
+    };
+    application.setDelegate(world);
+    application.setActive(true);
+    for (const Case& row : cases) {
+        world->events.clear();
+        world->centerRefusal = row.centerRefusal;
+        world->isStoring = row.isStoring;
+        const auto payload = Push::readPushPayload(row.payload);
+        application.didReceive(std::get<PropertyList::Dictionary>(payload),
+                               [&](const auto& refusal) { world->events.push_back(described(refusal)); });
+        EXPECT_EQ(world->events, row.expected) << row.payload;
+    }
+}
+
+} // namespace

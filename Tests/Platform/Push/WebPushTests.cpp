@@ -1,0 +1,90 @@
+#include "Platform/Push/WebPush.h"
+
+#include "Platform/Encoding.h"
+#include "Tools/Backend/WebPushEncryption.h"
+
+#include <gmock/gmock.h>
+
+using namespace Platform;
+using namespace Platform::Push;
+using namespace std::string_literals;
+using testing::HasSubstr, testing::ThrowsMessage;
+
+namespace {
+
+std::string decoded(std::string_view base64)
+{
+    const Data bytes = decodeBase64URL(base64).value();
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+WebPushSubscription subscriptionOf(const WebPushKeys& keys)
+{
+    return WebPushSubscription::parse(webPushSubscription("https://push.example.com/", keys));
+}
+
+/// The example of RFC 8291, section 5.
+class WebPushTest : public testing::Test {
+protected:
+    const WebPushKeys keys =
+        WebPushKeys::fromStored(decodeBase64URL("q1dXpw3UpT5VOmu_cf_v6ih07Aems3njxI-JWgLcM94").value(),
+                                decodeBase64URL("BTBZMqHH6r4Tts7J_aSIgg").value())
+            .value();
+    const WebPushSubscription subscription = subscriptionOf(keys);
+    const WebPushForm form{.salt = decoded("DGv6ra1nlYgDCS1FRnbzlw"),
+                           .senderPrivateKey = decoded("yfWPiYE-n46HLnH0KqZOF1fJJU3MYrct3AELtAQ-oRw")};
+    const std::string message = decoded(
+        "DGv6ra1nlYgDCS1FRnbzlwAAEABBBP4z9KsN6nGRTbVYI_c7VJSPQTBtkgcy27mlmlMoZIIgDll6e3vCYLocInmYWAmS6TlzAC8w"
+        "EqKK6PBru3jl7A_yl95bQpu6cVPTpK4Mqgkf1CXztLVBSt2Ks3oZwbuwXPXLWyouBWLVWGNWQexSgSxsj_Qulcy4a-fN");
+};
+
+TEST_F(WebPushTest, AgreesWithTheExampleOfItsStandard)
+{
+    EXPECT_EQ(webPushSubscription("https://e/\"", keys),
+              R"({"endpoint":"https://e/\"","keys":{"p256dh":"BCVxsr7N_eNgVRqvHtD0zTZsEc6-VV-JvLexhqUzORcxa)"
+              R"(Ozi6-AYWXvTBHm4bjyPjs7Vd8pZGH6SRpkNtoIAiw4","auth":"BTBZMqHH6r4Tts7J_aSIgg"}})");
+    EXPECT_EQ(keys.decrypt(message), "When I grow up, I want to be a watermelon");
+    EXPECT_EQ(encryptWebPush(subscription, keys.decrypt(message), form), message);
+}
+
+TEST_F(WebPushTest, BringsTextsOfAnySizeThroughStoredKeys)
+{
+    const WebPushKeys made = WebPushKeys::generate();
+    const WebPushKeys stored = WebPushKeys::fromStored(made.privateKey(), made.authSecret()).value();
+    for (const std::string& each : {""s, "\2"s, "a\2\0\0"s, std::string(largestWebPushText, 'x')})
+        EXPECT_EQ(stored.decrypt(encryptWebPush(subscriptionOf(made), each)), each);
+    EXPECT_EQ(keys.decrypt(encryptWebPush(subscription, "a", {.recordSize = 20, .padding = "\2\0\0"s})), "a");
+    for (const std::byte each : {std::byte{0}, std::byte{255}}) // Below the least and above the greatest.
+        EXPECT_FALSE(WebPushKeys::fromStored(Data(32, each), Data(16)));
+}
+
+TEST_F(WebPushTest, RefusesWhatIsNotOneAuthenticRecord)
+{
+    const auto with = [this](const WebPushForm& f) { return encryptWebPush(subscription, "\0"s, f); };
+    const auto flipped = [this](std::size_t position) {
+        return std::string(message).replace(position, 1, 1, static_cast<char>(message.at(position) ^ 1));
+    };
+    const std::pair<const char*, std::string> refused[] = {
+        {"shorter than its header", message.substr(0, 20)},
+        {"an empty record", message.substr(0, 102)},
+        {"longer than 4096", message + std::string(4000, 'x')},
+        {"record size is 17", with({.recordSize = 17})},
+        {"more than one record", with({.recordSize = 18, .padding = "\2\0"s})},
+        {"tag does not match", message.substr(0, 143)},
+        {"tag does not match", flipped(0)},
+        {"identifier has 64", flipped(20)},
+        {"uncompressed", flipped(21)},
+        {"on the curve", flipped(85)},
+        {"tag does not match", flipped(86)},
+        {"tag does not match", flipped(143)},
+        {"tag does not match", encryptWebPush(subscriptionOf(WebPushKeys::generate()), "a")},
+        {"no padding delimiter", with({.padding = ""})},
+        {"not that of a last record", with({.padding = "\2\0\1"s})}};
+    for (const auto& row : refused)
+        EXPECT_THAT([&] { return keys.decrypt(row.second); },
+                    ThrowsMessage<WebPushError>(HasSubstr(row.first)));
+    for (const char* bad : {"A", "AA==", "AB", "AAA\n", "A+A", "AA A"})
+        EXPECT_FALSE(decodeBase64URL(bad)) << bad;
+}
+
+} // namespace

@@ -1,0 +1,412 @@
+#include "Platform/Storage/SQLiteUserDefaults.h"
+
+#include "Platform/SystemClock.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Platform;
+using namespace Platform::Storage;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Access = SQLiteUserDefaults::Access;
+
+namespace {
+
+class SQLiteUserDefaultsTest : public testing::Test {
+protected:
+    std::unique_ptr<SQLiteUserDefaults> open(Access access = Access::readWrite)
+    {
+        return std::make_unique<SQLiteUserDefaults>(file, access, clock, adapterLog);
+    }
+    [[nodiscard]] std::vector<std::string> filesNamedCorrupt() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(file.parent_path())) {
+            if (entry.path().string().find(".corrupt-") != std::string::npos)
+                names.push_back(entry.path().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    /// Runs the command in a second process, with $F for the store and $B for a backup, and returns what it
+    /// printed.
+    [[nodiscard]] std::string shell(const std::string& command) const
+    {
+        const std::string script = "exec 2>&1; F='" + file.string() + "'; B='" +
+                                   folder.path("deep/backup").string() + "'; " + command;
+        const auto close = [](FILE* pipe) { ::pclose(pipe); };
+        const std::unique_ptr<FILE, decltype(close)> pipe(::popen(script.c_str(), "re"), close);
+        std::string output;
+        std::array<char, 4096> chunk;
+        while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), pipe.get()))
+            output.append(chunk.data(), count);
+        return output;
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path file = folder.path("deep/state/domain.sqlite");
+    SystemClock clock;
+    RecordingUnifiedLog log;
+    AdapterLog adapterLog{log, "test"};
+};
+
+TEST_F(SQLiteUserDefaultsTest, FilesAreTheUsersAloneAndReadableWithPlainSQL)
+{
+    const auto defaults = open();
+    defaults->set("a", "text");
+    defaults->set("b", true);
+    defaults->set("c", Date{1.5});
+    for (const char* name : {"", "-wal", "-shm"}) {
+        struct stat status {};
+        ASSERT_EQ(::stat((file.string() + name).c_str(), &status), 0) << name;
+        EXPECT_EQ(status.st_mode & 0777, 0600U) << name;
+    }
+    struct stat status {};
+    ::stat(file.parent_path().c_str(), &status);
+    EXPECT_EQ(status.st_mode & 0777, 0700U);
+
+    const SQLite::Database second(file.string(), SQLite::OPEN_READONLY);
+    SQLite::Statement all(second, "SELECT group_concat(key || ' ' || type || ' ' || value) FROM defaults");
+    all.executeStep();
+    EXPECT_EQ(all.getColumn(0).getString(), "a text text,b boolean 1,c date 1.5");
+}
+
+TEST_F(SQLiteUserDefaultsTest, RowsNotWrittenByTheRulesCountAsMissing)
+{
+    const auto defaults = open();
+    defaults->set("k", 1);
+    SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
+    for (const char* row :
+         {"'text', 5", "'integer', 'five'", "'data', 'text'", "'plist', x'00'", "'unknown', 5"}) {
+        second.exec(std::string("REPLACE INTO defaults VALUES('k', ") + row + ")");
+        EXPECT_EQ(defaults->object("k"), std::nullopt) << row;
+    }
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
+{
+    open()->set("k", std::string(20'000, 'x'));
+    const std::string good = folder.read("deep/state/domain.sqlite");
+    ASSERT_GT(good.size(), 12'000U);
+    const std::string contents[] = {"not a database, but long enough to be looked at " +
+                                        std::string(1000, '.'),
+                                    good.substr(0, 8192), good.substr(0, 100)};
+    for (const std::string& content : contents) {
+        folder.write("deep/state/domain.sqlite", content);
+        folder.write("deep/state/domain.sqlite-wal", "damaged, too");
+        for (const char* name : {"", "-wal"})
+            ::chmod((file.string() + name).c_str(), 0644);
+        const auto defaults = open();
+        EXPECT_EQ(defaults->object("k"), std::nullopt);
+        defaults->set("k", 1);
+        EXPECT_EQ(defaults->integer("k"), 1);
+        // The newest copy is kept, for the user alone.
+        const auto copies = filesNamedCorrupt();
+        ASSERT_FALSE(copies.empty());
+        EXPECT_TRUE(folder.read(copies[0]) == content) << copies[0];
+        for (const std::string& copy : copies) {
+            EXPECT_THAT(copy, StartsWith(copies[0])) << "SQLite may have removed the write-ahead log";
+            EXPECT_EQ(std::filesystem::status(copy).permissions(), std::filesystem::perms(0600)) << copy;
+        }
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr(file.string() + " is damaged: moved aside to ")));
+    }
+}
+
+TEST_F(SQLiteUserDefaultsTest, EarlierFormatsAreTakenOverAndLaterOnesOnlyRead)
+{
+    open()->set("k", 1);
+    const auto setFormat = [&](int number) {
+        SQLite::Database(file.string(), SQLite::OPEN_READWRITE)
+            .exec("PRAGMA user_version = " + std::to_string(number));
+    };
+    setFormat(0);
+    open()->set("k", 2);
+    EXPECT_EQ(open()->integer("k"), 2);
+    EXPECT_TRUE(log.takeLines().empty());
+
+    setFormat(2);
+    SQLite::Database(file.string(), SQLite::OPEN_READWRITE)
+        .exec("ALTER TABLE defaults ADD COLUMN origin; INSERT INTO defaults VALUES('new', 'colour', 3, 4)");
+    const std::string before = folder.read("deep/state/domain.sqlite");
+    const auto defaults = open();
+    EXPECT_EQ(defaults->integer("k"), 2);
+    EXPECT_EQ(defaults->object("new"), std::nullopt);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("can only be read: it has format 2")));
+    defaults->set("k", 3);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string())));
+    EXPECT_EQ(folder.read("deep/state/domain.sqlite"), before);
+}
+
+TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsOpenedAnew)
+{
+    const auto defaults = open();
+    defaults->set("k", 1);
+    std::filesystem::remove_all(file.parent_path());
+    EXPECT_EQ(defaults->object("k"), std::nullopt);
+    defaults->set("k", 2);
+    EXPECT_EQ(open()->integer("k"), 2);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnotherOneIsMovedAside)
+{
+    struct Case {
+        const char* sql;
+        bool isMovedAside;
+    };
+    const Case cases[] = {
+        {"DROP TABLE defaults", false},
+        {"DROP TABLE defaults; PRAGMA user_version = 0", false},
+        {"DROP TABLE defaults; PRAGMA user_version = 7", false},
+        {"DROP TABLE defaults; CREATE TABLE other(x)", false},
+        {"DROP TABLE defaults; CREATE TABLE defaults(key, value)", true},
+        {"DROP TABLE defaults; CREATE TABLE defaults(key, type, value)", true},
+        {"DROP TABLE defaults; CREATE VIEW defaults AS SELECT 'k' AS key, 'integer' AS type, 5 AS value",
+         true},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.sql);
+        std::filesystem::remove_all(folder.path("deep"));
+        open()->set("k", 1);
+        ASSERT_EQ(shell("sqlite3 $F \"" + std::string(row.sql) + '"'), "");
+        const auto defaults = open();
+        EXPECT_EQ(defaults->object("k"), std::nullopt);
+        defaults->set("k", 2);
+        EXPECT_EQ(shell("sqlite3 $F 'SELECT value FROM defaults' 'PRAGMA user_version'"), "2\n1\n");
+        EXPECT_EQ(log.takeLines().size(), row.isMovedAside ? 1U : 0U);
+        EXPECT_EQ(filesNamedCorrupt().size(), row.isMovedAside ? 1U : 0U);
+    }
+}
+
+TEST_F(SQLiteUserDefaultsTest, LogIsFoldedInAsItGrows)
+{
+    const auto defaults = open();
+    for (int i = 0; i < 200; ++i)
+        defaults->set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
+    EXPECT_LT(std::filesystem::file_size(file.string() + "-wal"), 6'000'000U);
+}
+
+TEST_F(SQLiteUserDefaultsTest, StoreReplacedByAnotherProcessIsReopened)
+{
+    struct Case {
+        const char* command;
+        /// Of the key "version", which is 1 in the backup $B and 3 in the open store $F.
+        int expectedVersion;
+    };
+    const Case cases[] = {
+        {"cp $B $F; rm $F-wal $F-shm", 1},
+        {"rm $F-wal $F-shm; cp $B $F", 1},
+        {"mv $B $F; rm $F-wal $F-shm", 1},
+        {"mv $B $F", 1},
+        {"ln $F $F.old; mv $B $F", 1},
+        {"sqlite3 $F \".restore '$B'\"", 1},
+        {"rm $F-wal", 3},
+        {"rm $F-shm", 3},
+        {"rm $F-wal $F-shm", 3},
+        {"mv $F-wal $F-old-wal", 3},
+        {"rm $F", 0},
+        {"rm $F $F-wal $F-shm", 0},
+        {"mv $F $F.old", 0},
+        {": > $F; rm $F-wal $F-shm", 0},
+        {"sqlite3 $F 'DROP TABLE defaults'", 0},
+    };
+    const std::string readAll =
+        "sqlite3 $F \"select key || '=' || value from defaults\" 'PRAGMA integrity_check'";
+    for (const Case& row : cases) {
+        for (const bool isReadFirst : {true, false}) {
+            SCOPED_TRACE(std::string(row.command) + (isReadFirst ? ", then a read" : ", then a write"));
+            std::filesystem::remove_all(folder.path("deep"));
+            const auto defaults = open();
+            defaults->set("version", 1);
+            ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\""), "");
+            defaults->set("version", 3);
+            ASSERT_EQ(shell(row.command), "");
+            if (isReadFirst) {
+                EXPECT_EQ(defaults->integer("version"), row.expectedVersion);
+            }
+            defaults->set("next", 4);
+            const std::string version =
+                row.expectedVersion > 0 ? "version=" + std::to_string(row.expectedVersion) + "\n" : "";
+            EXPECT_EQ(shell(readAll), "next=4\n" + version + "ok\n");
+            EXPECT_EQ(defaults->integer("version"), row.expectedVersion);
+            EXPECT_THAT(log.takeLines(), ElementsAre());
+            EXPECT_THAT(filesNamedCorrupt(), ElementsAre());
+        }
+    }
+    // A folder that moves takes its files along, which only a write notices.
+    const auto defaults = open();
+    defaults->set("version", 5);
+    std::filesystem::rename(folder.path("deep"), folder.path("moved"));
+    defaults->set("next", 6);
+    EXPECT_EQ(shell(readAll), "next=6\nok\n");
+}
+
+TEST_F(SQLiteUserDefaultsTest, RemovedLogIsNotDamageWhileAnotherProcessReads)
+{
+    const auto defaults = open();
+    defaults->set("version", 1);
+    // The database is checkpointed by another process, so the removed log cannot be told from a foreign one.
+    ASSERT_EQ(shell("mkfifo $B.opened $B.end; sqlite3 $F 'PRAGMA wal_checkpoint(TRUNCATE)'"), "0|0|0\n");
+    std::thread reading([&] {
+        EXPECT_EQ(shell("sqlite3 $F 'SELECT count(*) FROM defaults' '.shell echo > \"'$B.opened'\"' "
+                        "'.shell cat \"'$B.end'\"'"),
+                  "\n1\n");
+    });
+    EXPECT_EQ(shell("cat $B.opened"), "\n");
+    defaults->set("version", 3);
+    ASSERT_EQ(shell("rm $F-wal"), "");
+    defaults->set("next", 4);
+    EXPECT_EQ(shell("sqlite3 $F \"select key || '=' || value from defaults\" 'PRAGMA integrity_check'"),
+              "next=4\nversion=1\nok\n");
+    EXPECT_THAT(filesNamedCorrupt(), ElementsAre());
+    EXPECT_THAT(log.takeLines(), ElementsAre());
+    EXPECT_EQ(shell("echo > $B.end"), "");
+    reading.join();
+}
+
+TEST_F(SQLiteUserDefaultsTest, CommitToReplacedFilesIsRepeated)
+{
+    const auto defaults = open();
+    defaults->set("version", 1);
+    ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\"; mkfifo $B.locked"), "");
+    defaults->set("version", 3);
+    // The files are replaced while the write below waits for the other process's transaction.
+    std::thread replacing([&] {
+        EXPECT_EQ(shell("sqlite3 $F 'BEGIN IMMEDIATE' '.shell echo > \"'$B.locked'\"' '.shell sleep 0.3; cp "
+                        "'$B' '$F'; "
+                        "rm '$F'-wal '$F'-shm' COMMIT"),
+                  "");
+    });
+    EXPECT_EQ(shell("cat $B.locked"), "\n");
+    defaults->set("next", 4);
+    replacing.join();
+    EXPECT_EQ(shell("sqlite3 $F \"select key || '=' || value from defaults\""), "next=4\nversion=1\n");
+}
+
+TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItWas)
+{
+    const auto defaults = open();
+    defaults->set("k", 1);
+    {
+        // The second of two rows is refused in the middle of the commit.
+        SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
+        second.exec("CREATE TRIGGER full BEFORE INSERT ON defaults WHEN new.key = 'second' "
+                    "BEGIN SELECT RAISE(ABORT, 'database or disk is full'); END");
+    }
+    const std::array<UserDefaults::Entry, 2> entries{{{"k", 2}, {"second", 2}}};
+    defaults->write(entries);
+    EXPECT_EQ(defaults->integer("k"), 1) << "all or none";
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string() + ": ")));
+}
+
+TEST_F(SQLiteUserDefaultsTest, StoreThatCannotBeOpenedForWritingIsStillRead)
+{
+    open()->set("k", 1);
+    std::filesystem::remove(folder.path("deep/state/domain.bell"));
+    std::filesystem::create_directory(folder.path("deep/state/domain.bell"));
+    const auto defaults = open();
+    EXPECT_EQ(defaults->integer("k"), 1);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr(file.string() + " can only be read: ")));
+    defaults->set("k", 2);
+    EXPECT_EQ(defaults->integer("k"), 1);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string())));
+
+    std::filesystem::remove(folder.path("deep/state/domain.bell"));
+    defaults->set("k", 3);
+    EXPECT_EQ(defaults->integer("k"), 3);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
+{
+    EXPECT_FALSE(open(Access::inspect)->isAvailable());
+    EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
+    folder.write("deep/state/domain.sqlite",
+                 ""); // As a writer leaves it that is killed at its very first step.
+    EXPECT_FALSE(open(Access::inspect)->isAvailable());
+    EXPECT_TRUE(log.takeLines().empty());
+
+    open()->set("k", 1);
+    const auto looking = open(Access::inspect);
+    EXPECT_EQ(looking->integer("k"), 1);
+    EXPECT_FALSE(std::filesystem::exists(file.string() + "-wal"));
+    EXPECT_FALSE(std::filesystem::exists(file.string() + "-shm"));
+    open()->set("k", 2); // Gone again before the next look.
+    EXPECT_EQ(looking->integer("k"), 2);
+    const auto writing = open();
+    writing->set("k", 3);
+    EXPECT_EQ(looking->integer("k"), 3);
+    writing->set("k", 4);
+    EXPECT_EQ(looking->integer("k"), 4);
+    folder.write("deep/state/domain.sqlite", "no database" + std::string(1000, '.'));
+    EXPECT_EQ(open(Access::inspect)->object("k"), std::nullopt);
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("file is not a database")));
+    EXPECT_TRUE(filesNamedCorrupt().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, WhatCouldNotBeReadIsNotOverwritten)
+{
+    const auto defaults = open();
+    std::filesystem::create_directories(file.parent_path());
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    for (const auto access : {Access::readWrite, Access::inspect}) {
+        EXPECT_EQ(open(access)->object("a"), std::nullopt);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("it is no regular file; remove it")));
+    }
+    EXPECT_EQ(defaults->object("a"), std::nullopt);
+    std::filesystem::remove(file);
+    open()->set("a", "precious");
+    log.takeLines();
+
+    EXPECT_FALSE(defaults->set("a", "made without knowing"));
+    EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("a could not be read before")));
+    EXPECT_EQ(defaults->text("a"), "precious");
+    EXPECT_TRUE(defaults->set("a", "made on purpose"));
+    EXPECT_EQ(defaults->text("a"), "made on purpose");
+}
+
+TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
+{
+    const auto reader = open();
+    reader->set("first", 0);
+    constexpr int rounds = 20;
+    for (int round = 0; round < rounds; ++round) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const auto writer = open();
+            for (int i = 0;; ++i) {
+                const std::array<UserDefaults::Entry, 2> entries{
+                    {{"first", i}, {"second", std::string(static_cast<std::size_t>(i % 7) * 1000, 'x')}}};
+                writer->write(entries);
+            }
+        }
+        const std::int64_t before = reader->integer("first");
+        // Killed at a moment that differs from round to round, once it has begun to write.
+        for (int spin = 0; spin < 50 * (round + 1) && reader->integer("first") <= before + round; ++spin) {
+        }
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        const auto first = static_cast<std::size_t>(reader->integer("first"));
+        const auto second = reader->text("second").value_or("");
+        EXPECT_EQ(second.size(), first % 7 * 1000) << "round " << round;
+        reader->set("after", round);
+        EXPECT_EQ(open()->integer("after"), round);
+    }
+    EXPECT_THAT(log.takeLines(), ElementsAre());
+}
+
+} // namespace
