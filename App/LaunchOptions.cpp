@@ -8,7 +8,9 @@
 
 namespace App {
 
-std::unique_ptr<CLI::App> makeCommandLine(LaunchOptions& options)
+using Platform::PushSource;
+
+std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options)
 {
     auto commandLine = std::make_unique<CLI::App>(
         "The companion app of a managed device: takes the configuration that the organisation sends, "
@@ -37,9 +39,9 @@ std::unique_ptr<CLI::App> makeCommandLine(LaunchOptions& options)
     return commandLine;
 }
 
-std::variant<LaunchOptions, ExitCode> parseCommandLine(int argc, char** argv)
+std::variant<Platform::DeviceOptions, ExitCode> parseCommandLine(int argc, char** argv)
 {
-    LaunchOptions options;
+    Platform::DeviceOptions options;
     const auto commandLine = makeCommandLine(options);
     try {
         commandLine->parse(argc, argv);

@@ -45,7 +45,7 @@ int main(int argc, char** argv)
     }
     try {
         const fs::path folder = argv[1];
-        App::LaunchOptions options;
+        Platform::DeviceOptions options;
         writeProgram(folder, *App::makeCommandLine(options), applicationProse());
         writeProgram(folder, Qvctl::CommandLine().parser(), consoleProse());
         write(folder / "man/man5/quorvane-mdm-managed.5", policyPage(policyProse()));

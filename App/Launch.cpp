@@ -1,0 +1,130 @@
+#include "App/Launch.h"
+
+#include "App/AppMain.h"
+#include "App/AppearanceModel.h"
+#include "Core/Logger.h"
+#include "Platform/Desktop/GuiApplication.h"
+#include "Platform/Desktop/QtRunLoop.h"
+#include "Platform/Desktop/Shell/Shell.h"
+#include "Platform/Desktop/WindowGroup.h"
+
+#include <QFont>
+
+#include <cstdlib>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace App {
+
+namespace {
+
+using namespace Platform;
+
+constexpr const char* applicationName = "Quorvane MDM";
+
+/// What each text looks up before its own font: one that the screens use, or another face is loaded for it.
+QFont defaultFont()
+{
+    QFont font(QStringLiteral("Inter"));
+    font.setPixelSize(15);
+    return font;
+}
+
+/// The only window, made when it is shown for the first time.
+class MainWindow {
+public:
+    struct Ports {
+        UserDefaults& store;
+        Desktop::Shell& shell;
+        AppearanceSource& appearance;
+        AppMain& app;
+    };
+
+    /// `content` may be on its way; it must outlive this object.
+    MainWindow(const Ports& ports, std::optional<Desktop::WindowContent>& content)
+        : m_ports(ports), m_content(content)
+    {
+        const auto apply = [this](const Appearance& value) {
+            m_appearance.set(value);
+            m_ports.shell.setAppearance(value);
+        };
+        apply(ports.appearance.current());
+        ports.appearance.observe(apply);
+    }
+
+    static void read(std::optional<Desktop::WindowContent>& content)
+    {
+        content.emplace(QStringLiteral("Quorvane.App"), QStringLiteral("ContentView"));
+    }
+
+    /// Brings it to the front.
+    void show()
+    {
+        if (m_group) {
+            m_group->raise();
+            return;
+        }
+        if (!m_content)
+            read(m_content);
+        m_group.emplace(*m_content, m_ports.store, QString::fromUtf8(applicationName));
+        m_ports.shell.attach(m_content->engine(), m_group->window());
+        m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
+                       {"appearance", QVariant::fromValue(&m_appearance)}});
+    }
+
+private:
+    const Ports m_ports;
+    std::optional<Desktop::WindowContent>& m_content;
+    AppearanceModel m_appearance;
+    std::optional<Desktop::WindowGroup> m_group;
+};
+
+} // namespace
+
+int launch(int& argc, char** argv, const DeviceOptions& options, const MakeDevice& makeDevice)
+{
+    Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
+        argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
+    QGuiApplication::setFont(defaultFont());
+    std::function<void()> show = [] {};
+    auto made = makeDevice({.mainQueue = runLoop,
+                            .timers = runLoop,
+                            .quit = [&] { runLoop.quit(); },
+                            .activate = [&] { runLoop.async([&] { show(); }); }});
+    if (const auto* exitCode = std::get_if<int>(&made))
+        return *exitCode;
+    const std::unique_ptr<Device> device = std::get<std::unique_ptr<Device>>(std::move(made));
+
+    std::optional<Desktop::WindowContent> windowContent;
+    if (!options.isStartedByBus)
+        MainWindow::read(windowContent);
+    Desktop::Shell shell({device->notificationPreferences(), runLoop}, applicationName);
+    const Services& services = device->connect({shell, shell, [&] { shell.openSettings(); }});
+    installServices(services);
+    QGuiApplication::setDesktopFileName(QString::fromStdString(services.bundleIdentifier.value_or("")));
+
+    AppMain app;
+    if (const char* debug = std::getenv("QUORVANE_LOG_DEBUG");
+        debug != nullptr && std::string_view(debug) == "1")
+        Core::LoggingConfig::setVerboseLoggingEnabled(true);
+    app.installDelegate(services.application);
+
+    MainWindow window({device->systemStore(), shell, device->appearance(), app}, windowContent);
+    const bool isUnseen = options.isStartedByBus && QGuiApplication::platformName() == u"offscreen";
+    show = [&] { isUnseen ? runLoop.quit() : window.show(); };
+    device->setActive(QGuiApplication::applicationState() == Qt::ApplicationActive);
+    QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &shell,
+                     [&](Qt::ApplicationState state) {
+                         device->setActive(state == Qt::ApplicationActive);
+                         shell.preferencesChanged();
+                     });
+    if (!options.isStartedByBus)
+        window.show();
+    device->start();
+    runLoop.run();
+    device->stop();
+    return success;
+}
+
+} // namespace App

@@ -1,0 +1,258 @@
+#include "Platform/Linux/Device.h"
+
+#include "Platform/Linux/InstanceLock.h"
+#include "Platform/Linux/JournalLog.h"
+#include "Platform/Linux/LocalPushService.h"
+#include "Platform/Linux/PortalAppearance.h"
+#include "Platform/Linux/ProcessSecrets.h"
+#include "Platform/Linux/ProcessSignals.h"
+#include "Platform/Linux/StandardDescriptors.h"
+#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/UnifiedPushService.h"
+#include "Platform/Push/UnavailablePushService.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace Platform::Linux {
+
+namespace {
+
+constexpr const char* applicationName = "Quorvane MDM";
+
+// Of sysexits(3).
+constexpr int success = 0;
+constexpr int unavailable = 69;
+
+std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& clock)
+{
+    const PrivateData privateData = privateDataFromEnvironment();
+    if (!options.isLoggingToStandardError && JournalLog::isAvailable())
+        return std::make_unique<JournalLog>(std::string(journalIdentifier), privateData);
+    return std::make_unique<StandardErrorLog>(clock, privateData);
+}
+
+/// Has the running instance come to the front. Returns the exit code of this launch; absent when the other
+/// one ended instead, as an instance without a display does.
+std::optional<int> activateOther(const DevicePaths& paths)
+{
+    constexpr std::chrono::milliseconds longestEnd(300);
+    const auto file = paths.instanceLock();
+    switch (InstanceLock::signalHolder(file, ProcessSignals::activationSignal, longestEnd)) {
+    case InstanceLock::SignalOutcome::ended:
+        return std::nullopt;
+    case InstanceLock::SignalOutcome::delivered:
+        std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
+        return success;
+    case InstanceLock::SignalOutcome::elsewhere:
+        std::fprintf(stderr,
+                     "quorvane-mdm: already running on %s in another container or on another machine; end it "
+                     "there first\n",
+                     paths.stateFolder.c_str());
+        return unavailable;
+    case InstanceLock::SignalOutcome::foreign:
+        break;
+    }
+    std::fprintf(stderr, "quorvane-mdm: another program holds %s; end it first\n", file.c_str());
+    return unavailable;
+}
+
+/// For people.
+std::string pushSourceText(PushSource source)
+{
+    switch (source) {
+    case PushSource::off:
+        return "Turned off";
+    case PushSource::local:
+        return "This device itself";
+    case PushSource::automatic:
+        break;
+    }
+    return "UnifiedPush";
+}
+
+} // namespace
+
+struct Device::Instance {
+    Instance(const DeviceOptions& options, const EventLoop& loop)
+        : log(makeLog(options, clock)), signals(loop.quit, loop.activate)
+    {}
+
+    /// Makes this the only instance, or returns the exit code with which it ends.
+    std::optional<int> claim(const DeviceOptions& options, const DevicePaths& paths)
+    {
+        if (tryLock(paths))
+            return std::nullopt;
+        if (options.isStartedByBus)
+            return success;
+        if (const auto exitCode = activateOther(paths))
+            return exitCode;
+        return tryLock(paths) ? std::nullopt : std::optional(success);
+    }
+
+    const SystemClock clock;
+    const std::unique_ptr<UnifiedLog> log;
+    const AdapterLog adapterLog{*log, std::string(applicationIdentifier)};
+    /// Before the lock: whoever holds that can be sent a signal.
+    const ProcessSignals signals;
+    std::optional<InstanceLock> lock;
+
+private:
+    /// Returns false when another instance has the lock. Nothing else keeps this one from starting.
+    bool tryLock(const DevicePaths& paths)
+    {
+        try {
+            lock = InstanceLock::acquire(paths.instanceLock());
+            return lock.has_value();
+        } catch (const std::system_error& error) {
+            adapterLog.error(std::string("Cannot tell whether another instance runs: ") + error.what());
+            return true;
+        }
+    }
+};
+
+void prepareProcess()
+{
+    openMissingStandardDescriptors();
+    // A closed log pipe or a file-size limit must fail the write, not kill the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    protectProcessSecrets(privateDataFromEnvironment());
+    ProcessSignals::block();
+}
+
+std::variant<std::unique_ptr<Platform::Device>, int>
+Device::make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop)
+{
+    auto instance = std::make_unique<Instance>(options, loop);
+    if (const auto exitCode = instance->claim(options, paths))
+        return *exitCode;
+    return std::unique_ptr<Platform::Device>(new Device(options, paths, loop, std::move(instance)));
+}
+
+Device::Device(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop,
+               std::unique_ptr<Instance> instance)
+    : m_options(options),
+      m_paths(paths),
+      m_loop(loop),
+      m_instance(std::move(instance)),
+      m_log(m_instance->adapterLog),
+      m_defaults(paths, Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
+      m_systemStore(paths.shellState(), Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
+      m_busAccess(openSessionBus(m_log)),
+      m_notificationServer(makeNotificationServer()),
+      m_preferences(m_shellState, m_notificationServer.get(), pushSourceText(options.push)),
+      m_appearance(makeAppearance())
+{}
+
+Device::~Device() = default;
+
+Device::BusAccess Device::openSessionBus(const AdapterLog& log)
+{
+    try {
+        return {std::make_unique<SessionBus>(log), {}};
+    } catch (const std::runtime_error& error) {
+        return {nullptr, error.what()};
+    }
+}
+
+std::unique_ptr<NotificationServer> Device::makeNotificationServer() const
+{
+    if (!m_busAccess.bus)
+        return nullptr;
+    return std::make_unique<NotificationServer>(
+        NotificationServer::Ports{*m_busAccess.bus, m_loop.mainQueue, m_loop.timers, m_log},
+        NotificationServer::Application{applicationName, std::string(applicationIdentifier)});
+}
+
+std::unique_ptr<AppearanceSource> Device::makeAppearance() const
+{
+    if (auto fixed = FixedAppearance::fromEnvironment())
+        return fixed;
+    if (!m_busAccess.bus)
+        return std::make_unique<FixedAppearance>();
+    return std::make_unique<PortalAppearance>(*m_busAccess.bus, m_loop.mainQueue);
+}
+
+std::unique_ptr<PushService> Device::makePushService()
+{
+    if (m_options.push == PushSource::off)
+        return std::make_unique<Push::UnavailablePushService>(
+            m_loop.mainQueue, "Remote notifications are turned off; start without --push off.");
+    if (m_options.push == PushSource::local)
+        return std::make_unique<LocalPushService>(
+            LocalPushService::Ports{m_systemStore, m_loop.mainQueue, m_log}, m_paths.pushSocket);
+    if (!m_busAccess.bus)
+        return std::make_unique<Push::UnavailablePushService>(m_loop.mainQueue, m_busAccess.absence + ".");
+    const char* chosen = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
+    return std::make_unique<UnifiedPushService>(
+        UnifiedPushService::Ports{*m_busAccess.bus, m_systemStore, m_loop.mainQueue, m_loop.timers, m_log},
+        UnifiedPushService::Settings{
+            .serviceName = std::string(applicationIdentifier),
+            .description = "Messages of your organisation about this device",
+            .chosenDistributor = chosen != nullptr ? chosen : "",
+        });
+}
+
+const Services& Device::connect(const SystemInterface& interface)
+{
+    std::vector<NotificationPresenter*> presenters{&interface.banner};
+    if (m_notificationServer)
+        presenters.insert(presenters.begin(), m_notificationServer.get());
+    m_userNotificationCenter.emplace(
+        Push::DeviceNotificationCenter::Ports{.state = m_shellState,
+                                              .mainQueue = m_loop.mainQueue,
+                                              .prompt = &interface.prompt,
+                                              .presenters = std::move(presenters)});
+    m_pushService = makePushService();
+    m_application.emplace(Push::DeviceApplication::Ports{*m_pushService, *m_userNotificationCenter, m_clock,
+                                                         interface.openSettings});
+    followChanges();
+    return m_services.emplace(Services{
+        .userDefaults = m_defaults,
+        .notificationCenter = m_notificationCenter,
+        .mainQueue = m_loop.mainQueue,
+        .utilityQueue = m_utilityQueue,
+        .defaultQueue = m_defaultQueue,
+        .timers = m_loop.timers,
+        .clock = m_clock,
+        .log = *m_instance->log,
+        .urlSession = m_urlSession,
+        .userNotificationCenter = *m_userNotificationCenter,
+        .application = *m_application,
+        .bundleIdentifier = std::string(applicationIdentifier),
+    });
+}
+
+void Device::followChanges()
+{
+    try {
+        m_watcher = std::make_unique<FileSystemWatcher>();
+        m_defaults.announceChanges(*m_watcher, m_notificationCenter, m_loop.mainQueue);
+    } catch (const std::system_error& error) {
+        m_log.error(
+            std::string("Changes of the managed configuration will go unnoticed until the next start: ") +
+            error.what());
+    }
+}
+
+void Device::start()
+{
+    m_application->finishLaunching();
+    if (m_busAccess.bus)
+        m_busAccess.bus->start();
+}
+
+void Device::stop()
+{
+    if (m_busAccess.bus)
+        m_busAccess.bus->stop();
+}
+
+} // namespace Platform::Linux

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "Platform/AdapterLog.h"
+#include "Platform/Device.h"
+#include "Platform/Linux/DeviceDefaults.h"
+#include "Platform/Linux/DeviceNotificationPreferences.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/WorkerQueue.h"
+#include "Platform/Network/CurlURLSession.h"
+#include "Platform/NotificationCenter.h"
+#include "Platform/Push/DeviceApplication.h"
+#include "Platform/Push/DeviceNotificationCenter.h"
+#include "Platform/Push/ShellState.h"
+#include "Platform/PushService.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace Platform::Linux {
+
+/// Prepares this process: standard descriptors, writes that fail instead of ending the process, no secrets in
+/// core dumps, and signals that wait for the device. Call it first, before there is a second thread.
+void prepareProcess();
+
+/// A Linux phone, tablet or desktop.
+class Device final : public Platform::Device {
+public:
+    /// The device, or the exit code with which this process ends: another instance runs, and has been asked
+    /// to come to the front.
+    static std::variant<std::unique_ptr<Platform::Device>, int>
+    make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop);
+    ~Device() override;
+
+    AppearanceSource& appearance() override { return *m_appearance; }
+    NotificationPreferences& notificationPreferences() override { return m_preferences; }
+    UserDefaults& systemStore() override { return m_systemStore; }
+    const Services& connect(const SystemInterface& interface) override;
+    void start() override;
+    void stop() override;
+    void setActive(bool isActive) override { m_application->setActive(isActive); }
+
+private:
+    /// The session bus; without one, why.
+    struct BusAccess {
+        std::unique_ptr<SessionBus> bus;
+        std::string absence;
+    };
+    /// What keeps a second instance away. Comes before all other adapters.
+    struct Instance;
+
+    Device(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop,
+           std::unique_ptr<Instance> instance);
+
+    void followChanges();
+    static BusAccess openSessionBus(const AdapterLog& log);
+    std::unique_ptr<AppearanceSource> makeAppearance() const;
+    std::unique_ptr<PushService> makePushService();
+    std::unique_ptr<NotificationServer> makeNotificationServer() const;
+
+    const DeviceOptions m_options;
+    const DevicePaths m_paths;
+    const EventLoop m_loop;
+    const SystemClock m_clock;
+    const std::unique_ptr<Instance> m_instance;
+    const AdapterLog& m_log;
+    NotificationCenter m_notificationCenter;
+    DeviceDefaults m_defaults;
+    Network::CurlURLSession m_urlSession;
+    WorkerQueue m_utilityQueue{"utility queue", WorkerQueue::Priority::utility};
+    WorkerQueue m_defaultQueue{"default queue", WorkerQueue::Priority::default_};
+    Storage::SQLiteUserDefaults m_systemStore;
+    Push::ShellState m_shellState{m_systemStore};
+    const BusAccess m_busAccess;
+    const std::unique_ptr<NotificationServer> m_notificationServer;
+    DeviceNotificationPreferences m_preferences;
+    const std::unique_ptr<AppearanceSource> m_appearance;
+    // Absent until `connect()`.
+    std::optional<Push::DeviceNotificationCenter> m_userNotificationCenter;
+    std::unique_ptr<PushService> m_pushService;
+    std::optional<Push::DeviceApplication> m_application;
+    std::optional<Services> m_services;
+    std::unique_ptr<FileSystemWatcher> m_watcher;
+};
+
+} // namespace Platform::Linux

@@ -1,0 +1,81 @@
+#include "App/Launch.h"
+#include "Core/Constants.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/Timer.h"
+#include "Tests/App/TinyDevice.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace Platform;
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::HasSubstr;
+
+namespace {
+
+/// The services that a launch installs last as long as the process, so there is one launch.
+TEST(LaunchTest, AnotherSystemNeedsOnlyAnotherDevice)
+{
+    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    char name[] = "launch-tests";
+    char* arguments[] = {name, nullptr};
+    int argumentCount = 1;
+    TinyDevice* device = nullptr;
+    std::unique_ptr<Timer> next;
+    std::vector<std::string> lines;
+    std::vector<URLRequest> requests;
+    bool isStored = false;
+    bool isStarted = false;
+    const auto observe = [&] {
+        isStarted = device->isStarted;
+        lines = device->log.takeLines();
+        requests = device->network.requests;
+        isStored = device->defaults.fakeSuite(Core::Constants::appGroupSuiteName)
+                       .values.contains(std::string(Core::Constants::SnapshotKeys::configSnapshot));
+    };
+    std::function<void(const EventLoop&, int)> waitForRequest = [&](const EventLoop& loop, int triesLeft) {
+        next = loop.timers.scheduledTimer(10ms, [&, loop, triesLeft] {
+            if (device->network.requests.empty() && triesLeft > 0)
+                return waitForRequest(loop, triesLeft - 1);
+            observe();
+            loop.quit();
+        });
+    };
+
+    const int exitCode = App::launch(argumentCount, arguments, DeviceOptions(), [&](const EventLoop& loop) {
+        auto made = std::make_unique<TinyDevice>(loop);
+        device = made.get();
+        device->defaults.deliver(
+            PropertyList::Dictionary{{"device_id", "DEV-1"}, {"base_domain", "https://mdm.example.com"}});
+        loop.mainQueue.async([&] { device->registerForRemoteNotifications(); });
+        constexpr int tries = 1000;
+        waitForRequest(loop, tries);
+        return std::unique_ptr<Device>(std::move(made));
+    });
+
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_TRUE(isStarted);
+    EXPECT_THAT(lines, Contains("Configuration manager initialized"));
+    EXPECT_TRUE(isStored);
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_THAT(requests.front().url, HasSubstr("https://mdm.example.com/"));
+    EXPECT_THAT(requests.front().url, HasSubstr("DEV-1"));
+}
+
+TEST(LaunchTest, ADeviceMayEndTheLaunch)
+{
+    char name[] = "launch-tests";
+    char* arguments[] = {name, nullptr};
+    int argumentCount = 1;
+    EXPECT_EQ(App::launch(argumentCount, arguments, DeviceOptions(), [](const EventLoop&) { return 69; }),
+              69);
+}
+
+} // namespace

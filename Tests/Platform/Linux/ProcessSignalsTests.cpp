@@ -1,0 +1,26 @@
+#include "Platform/Linux/ProcessSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <future>
+#include <unistd.h>
+
+using Platform::Linux::ProcessSignals;
+
+namespace {
+
+TEST(ProcessSignalsTest, EachReachesItsHandlerEvenIfItCameBeforeTheStart)
+{
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, ProcessSignals::activationSignal}) {
+        SCOPED_TRACE(signal);
+        std::promise<bool> isActivation;
+        ProcessSignals::block();
+        ::kill(::getpid(), signal);
+        const ProcessSignals signals([&] { isActivation.set_value(false); },
+                                     [&] { isActivation.set_value(true); });
+        EXPECT_EQ(isActivation.get_future().get(), signal == ProcessSignals::activationSignal);
+    }
+}
+
+} // namespace
