@@ -121,10 +121,10 @@ void readEndpoint(std::string_view endpoint, ProxyEnvironment& proxy)
 
 } // namespace
 
-std::string ProxyEnvironment::description() const
+std::string ProxyEnvironment::endpoint() const
 {
     const bool isIPv6 = host.find(':') != std::string::npos;
-    return fmt::format("{}{}{}:{} ({})", isIPv6 ? "[" : "", host, isIPv6 ? "]" : "", port, variable);
+    return fmt::format("{}{}{}:{}", isIPv6 ? "[" : "", host, isIPv6 ? "]" : "", port);
 }
 
 std::optional<ProxyEnvironment> ProxyEnvironment::forHost(const std::string& host)

@@ -25,8 +25,10 @@ struct ProxyEnvironment {
     /// and does not quote the value. Empty when it is one.
     std::string problem;
 
+    /// "host:port", with brackets around an IPv6 address.
+    [[nodiscard]] std::string endpoint() const;
     /// "host:port (variable)", without the credentials.
-    [[nodiscard]] std::string description() const;
+    [[nodiscard]] std::string description() const { return endpoint() + " (" + variable + ")"; }
 
     /// Absent when requests to `host`, without brackets, go there directly.
     static std::optional<ProxyEnvironment> forHost(const std::string& host);

@@ -165,7 +165,7 @@ void CommandLine::addDoctor()
             [this](double seconds) {
                 m_doctor.timeout = std::chrono::milliseconds(std::lround(seconds * 1000));
             },
-            "How long each step may wait for its other side (default: 5)")
+            "Time limit of each step that waits; connecting to the backend is one step (default: 5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 600.0));
 }

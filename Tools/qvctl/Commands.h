@@ -59,7 +59,7 @@ enum class SchemaFormat { jsonSchema, appConfig, sample };
 struct DoctorOptions {
     /// Leaves the network alone.
     bool isOffline = false;
-    /// How long one step may take that waits for somebody else.
+    /// Time limit of each step that waits; connecting to the backend is one step.
     std::chrono::milliseconds timeout = std::chrono::seconds(5);
 };
 

@@ -1,290 +1,214 @@
 // From the address of the backend to the end of the handshake. No request is made: it would need the
-// credentials, and leave its trace there.
+// credentials, and leave its trace there. A helper connects (Tools/BackendProbe).
 
+#include "Core/UnicodeText.h"
 #include "Platform/Encoding.h"
-#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Error.h"
+#include "Platform/Network/ProxyEnvironment.h"
+#include "Platform/SystemClock.h"
+#include "Tools/BackendProbe/ProbeResult.h"
+#include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/Doctor.h"
-#include "Tools/qvctl/NetworkSteps.h"
-#include "Tools/qvctl/ProxySettings.h"
 #include "Tools/qvctl/RequestRehearsal.h"
-#include "Tools/qvctl/TLSProbe.h"
+#include "Tools/qvctl/SecondProcess.h"
 
+#include <boost/json.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
-#include <charconv>
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 
 namespace Qvctl {
 
 namespace {
 
-using Platform::Storage::FileDescriptor;
-using ProblemKind = CertificateProblem::Kind;
+using BackendProbe::ProbeResult;
+using Platform::printable;
+using Platform::Network::ProxyEnvironment;
+using Platform::Network::SecureURL;
 
 /// A certificate with less than this left is worth a warning.
 constexpr std::chrono::days renewalTime{14};
 
-// Where the application's library has its authorities from unless the environment says otherwise.
-constexpr const char* systemCertificateFile = "/etc/ssl/certs/ca-certificates.crt";
-constexpr const char* systemCertificateFolder = "/etc/ssl/certs";
+/// How the helper connected to the backend.
+struct Way {
+    SecureURL server;
+    std::optional<ProxyEnvironment> proxy = {};
+    ProbeResult found = {};
 
-/// What needs the network, in the order of the chain.
-constexpr std::array<std::string_view, 7> networkChecks{
-    "backend.proxy",       "backend.host", "backend.connect", "backend.tls",
-    "backend.certificate", "backend.name", "backend.dates"};
-/// Those of them that need a handshake.
-constexpr std::size_t handshakeCheckCount = 4;
-
-std::string environment(const char* name, const char* otherwise)
-{
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? value : otherwise;
-}
-
-/// The way to the backend, step by step.
-class BackendWay {
-public:
-    BackendWay(Findings& findings, const TLSProbe& probe, HostAndPort server,
-               std::chrono::milliseconds timeout)
-        : m_findings(findings), m_probe(probe), m_server(std::move(server)), m_timeout(timeout)
-    {}
-
-    void examine()
+    [[nodiscard]] bool isFailed(std::string_view step) const { return found.failedStep == step; }
+    /// Without the brackets of an IPv6 address.
+    [[nodiscard]] std::string host() const
     {
-        const auto proxy = checkProxy();
-        if (!proxy)
-            connectDirectly();
-        else
-            connectThrough(*proxy);
-        if (m_socket)
-            shakeHands();
-        else
-            skipHandshake("backend.connect");
+        const std::string host = printable(server.host);
+        return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
     }
-
-private:
-    std::optional<ProxySettings> checkProxy();
-    void connectDirectly();
-    void connectThrough(const ProxySettings& proxy);
-    void shakeHands();
-    void checkChain(const ServerIdentity& identity);
-    void checkName(const ServerIdentity& identity);
-    void checkDates(const ServerIdentity& identity);
-    void skipHandshake(std::string_view cause);
-
-    Findings& m_findings;
-    const TLSProbe& m_probe;
-    const HostAndPort m_server;
-    const std::chrono::milliseconds m_timeout;
-    /// Once it leads to the backend.
-    FileDescriptor m_socket;
+    [[nodiscard]] std::string endpoint() const { return printable(server.endpoint()); }
+    /// A clause.
+    [[nodiscard]] std::string connectFailure() const
+    {
+        return fmt::format("takes no connection ({}: {})", fmt::join(found.addresses, ", "), found.reason);
+    }
+    [[nodiscard]] std::string certificate() const
+    {
+        return fmt::format("The certificate of {}, issued by {},", found.subject, found.issuer);
+    }
 };
 
-std::string reasonsOf(const ConnectionAttempts& attempts, bool isTellingMissingRoutes)
+void checkProxy(Findings& findings, const Way& way)
 {
-    std::string text;
-    for (const auto& failure : attempts.failures) {
-        if (isTellingMissingRoutes || !failure.isWithoutRoute)
-            text += fmt::format("{}{}: {}", text.empty() ? "" : ", ", failure.address, failure.reason);
-    }
-    return text;
-}
-
-std::optional<ProxySettings> BackendWay::checkProxy()
-{
-    std::optional<ProxySettings> proxy;
-    try {
-        proxy = ProxySettings::fromEnvironment(m_server.host);
-    } catch (const StepError& error) {
-        m_findings.failed("backend.proxy", fmt::format("{}.", error.what()),
-                          "Write it as http://HOST:PORT, or unset it.");
-        return proxy;
-    }
-    if (!proxy) {
-        m_findings.ok("backend.proxy", "The way to the backend is direct.");
-        return proxy;
-    }
-    const std::string subject = fmt::format("The proxy {} of {}", proxy->server.text(), proxy->variable);
-    const std::string mend = fmt::format("Check {}, or name the backend in no_proxy.", proxy->variable);
-    try {
-        auto attempts = connectToAny(lookUp(proxy->server, m_timeout), m_timeout);
-        m_socket = std::move(attempts.socket);
-        if (m_socket)
-            m_findings.ok("backend.proxy", subject + " takes connections.");
-        else
-            m_findings.failed("backend.proxy",
-                              fmt::format("{} takes no connection ({}).", subject, reasonsOf(attempts, true)),
-                              mend);
-    } catch (const StepError& error) {
-        m_findings.failed("backend.proxy", fmt::format("{} has no address: {}.", subject, error.what()),
-                          mend);
-    }
-    return proxy;
-}
-
-void BackendWay::connectDirectly()
-{
-    std::vector<SocketAddress> addresses;
-    if (!m_findings.isPrevented("backend.host", {"backend.proxy"})) {
-        try {
-            addresses = lookUp(m_server, m_timeout);
-            std::string texts;
-            for (const SocketAddress& address : addresses)
-                texts += (texts.empty() ? "" : ", ") + address.text();
-            m_findings.ok("backend.host", fmt::format("{} has the address {}.", m_server.host, texts));
-        } catch (const StepError& error) {
-            m_findings.failed("backend.host",
-                              fmt::format("The host {} has no address: {}.", m_server.host, error.what()),
-                              "Check the name in base_domain, the network and the name servers.");
-        }
-    }
-    if (m_findings.isPrevented("backend.connect", {"backend.host"}))
+    if (!way.proxy) {
+        findings.ok("backend.proxy", "The way to the backend is direct.");
         return;
-    constexpr const char* mend =
+    }
+    const std::string& variable = way.proxy->variable;
+    const std::string subject = fmt::format("The proxy {} of {}", printable(way.proxy->endpoint()), variable);
+    const std::string fix = fmt::format("Check {}, or name the backend in no_proxy.", variable);
+    if (!way.proxy->problem.empty())
+        findings.failed("backend.proxy", way.proxy->problem + ".",
+                        "Write it as http://HOST:PORT, or unset it.");
+    else if (way.isFailed("lookUp"))
+        findings.failed("backend.proxy", fmt::format("{} has no address: {}.", subject, way.found.reason),
+                        fix);
+    else if (way.isFailed("connect"))
+        findings.failed("backend.proxy", fmt::format("{} {}.", subject, way.connectFailure()), fix);
+    else
+        findings.ok("backend.proxy", subject + " takes connections.");
+}
+
+void checkHost(Findings& findings, const Way& way)
+{
+    if (way.proxy)
+        findings.skipped("backend.host", "The proxy looks the host up.");
+    else if (way.isFailed("lookUp"))
+        findings.failed("backend.host",
+                        fmt::format("The host {} has no address: {}.", way.host(), way.found.reason),
+                        "Check the name in base_domain, the network and the name servers.");
+    else
+        findings.ok("backend.host",
+                    fmt::format("{} has the address {}.", way.host(), fmt::join(way.found.addresses, ", ")));
+}
+
+void checkTunnel(Findings& findings, const Way& way)
+{
+    if (way.isFailed("tunnel"))
+        findings.failed("backend.connect", fmt::format("The proxy {}.", way.found.reason),
+                        fmt::format("Check the log of the proxy, {} and the rights of this device there.",
+                                    way.proxy->variable));
+    else
+        findings.ok("backend.connect", fmt::format("The proxy makes a way to {}.", way.endpoint()));
+}
+
+void checkConnection(Findings& findings, const Way& way)
+{
+    constexpr const char* fix =
         "Check the port, that the backend runs there, and that no firewall is in the way.";
-    auto attempts = connectToAny(addresses, m_timeout);
-    m_socket = std::move(attempts.socket);
-    if (!m_socket)
-        m_findings.failed(
-            "backend.connect",
-            fmt::format("{} takes no connection ({}).", m_server.text(), reasonsOf(attempts, true)), mend);
-    else if (const std::string reasons = reasonsOf(attempts, false); !reasons.empty())
-        m_findings.warning("backend.connect",
-                           fmt::format("{} takes connections at {}, but not everywhere ({}).",
-                                       m_server.text(), attempts.address, reasons),
-                           mend);
+    std::vector<std::string> others = way.found.addresses;
+    std::erase(others, way.found.address);
+    const auto error = static_cast<int>(way.found.lastError);
+    // This device may have no route to addresses of one kind, which is not the backend's fault.
+    const bool isWithoutRoute = error == ENETUNREACH || error == EADDRNOTAVAIL || error == EAFNOSUPPORT;
+    const std::string found = fmt::format("{} takes connections at {}", way.endpoint(), way.found.address);
+    if (way.proxy)
+        checkTunnel(findings, way);
+    else if (way.isFailed("connect"))
+        findings.failed("backend.connect", fmt::format("{} {}.", way.endpoint(), way.connectFailure()), fix);
+    else if (!others.empty() && !isWithoutRoute)
+        findings.warning("backend.connect",
+                         fmt::format("{}, but not everywhere ({}: {}).", found, fmt::join(others, ", "),
+                                     error != 0 ? Platform::errorText(error) : "no quick answer"),
+                         fix);
     else
-        m_findings.ok("backend.connect",
-                      fmt::format("{} takes connections at {}.", m_server.text(), attempts.address));
+        findings.ok("backend.connect", found + ".");
 }
 
-void BackendWay::connectThrough(const ProxySettings& proxy)
+void checkHandshake(Findings& findings, const Way& way)
 {
-    if (m_findings.isPrevented("backend.host", {"backend.proxy"})) {
-        m_findings.isPrevented("backend.connect", {"backend.host"});
-        return;
-    }
-    m_findings.skipped("backend.host", "The proxy looks the host up.");
-    if (proxy.scheme != "http") {
-        m_findings.skipped("backend.connect",
-                           fmt::format("Nothing is known beyond a proxy that is spoken to in {}.",
-                                       Platform::printable(proxy.scheme)));
-        m_socket = FileDescriptor();
-        return;
-    }
-    try {
-        openTunnel(m_socket.get(), m_server, proxy.authorization, m_timeout);
-        m_findings.ok("backend.connect", fmt::format("The proxy makes a way to {}.", m_server.text()));
-    } catch (const StepError& error) {
-        m_findings.failed("backend.connect", fmt::format("The proxy {}.", error.what()),
-                          fmt::format("Check the log of the proxy, {} and the rights of this device there.",
-                                      proxy.variable));
-        m_socket = FileDescriptor();
-    }
-}
-
-void BackendWay::skipHandshake(std::string_view cause)
-{
-    for (auto check = networkChecks.end() - handshakeCheckCount; check != networkChecks.end(); ++check) {
-        if (*check != cause && !m_findings.isPrevented(*check, {cause}))
-            m_findings.skipped(*check, "There is no direct way to the backend.");
-    }
-}
-
-void BackendWay::shakeHands()
-{
-    try {
-        const ServerIdentity identity = m_probe.shakeHands(m_socket.get(), m_server.host, m_timeout);
-        m_findings.ok("backend.tls", fmt::format("{} speaks {}.", m_server.text(), identity.protocol));
-        checkChain(identity);
-        checkName(identity);
-        checkDates(identity);
-    } catch (const StepError& error) {
-        m_findings.failed("backend.tls", fmt::format("{} {}.", m_server.text(), error.what()),
-                          "Check that this is the port of the backend for https, and that it speaks TLS 1.2 "
-                          "or later.");
-        skipHandshake("backend.tls");
-    }
-}
-
-const CertificateProblem* find(const ServerIdentity& identity, ProblemKind kind)
-{
-    const auto found = std::find_if(identity.problems.begin(), identity.problems.end(),
-                                    [=](const CertificateProblem& problem) { return problem.kind == kind; });
-    return found != identity.problems.end() ? &*found : nullptr;
-}
-
-std::string certificateText(const ServerIdentity& identity)
-{
-    return fmt::format("The certificate of {}, issued by {},", identity.subject, identity.issuer);
-}
-
-void BackendWay::checkChain(const ServerIdentity& identity)
-{
-    if (m_findings.isPrevented("backend.certificate", {"backend.trust"}))
-        return;
-    if (const CertificateProblem* problem = find(identity, ProblemKind::chain))
-        m_findings.failed("backend.certificate",
-                          fmt::format("{} {}.", certificateText(identity), verificationText(problem->code)),
-                          "Have the server send its whole chain from an authority that devices trust, or add "
-                          "the authority to this device (update-ca-certificates).");
+    if (way.isFailed("handshake"))
+        findings.failed("backend.tls", fmt::format("{} {}.", way.endpoint(), way.found.reason),
+                        "Check that this is the port of the backend for https, and that it speaks TLS 1.2 "
+                        "or later.");
     else
-        m_findings.ok("backend.certificate", certificateText(identity) + " is trusted.");
+        findings.ok("backend.tls", fmt::format("{} speaks {}.", way.endpoint(), way.found.protocol));
 }
 
-void BackendWay::checkName(const ServerIdentity& identity)
+void checkChain(Findings& findings, const Way& way)
+{
+    if (!way.found.chainProblem.empty())
+        findings.failed("backend.certificate",
+                        fmt::format("{} {}.", way.certificate(), way.found.chainProblem),
+                        "Have the server send its whole chain from an authority that devices trust, or add "
+                        "the authority to this device (update-ca-certificates).");
+    else
+        findings.ok("backend.certificate", way.certificate() + " is trusted.");
+}
+
+void checkName(Findings& findings, const Way& way)
 {
     const std::string names =
-        identity.names.empty() ? identity.subject : fmt::format("{}", fmt::join(identity.names, ", "));
-    if (find(identity, ProblemKind::name) != nullptr)
-        m_findings.failed(
-            "backend.name",
-            fmt::format("{} is for {}, not for {}.", certificateText(identity), names, m_server.host),
-            "Check the host in base_domain, or have the certificate issued for it.");
+        way.found.names.empty() ? way.found.subject : fmt::format("{}", fmt::join(way.found.names, ", "));
+    if (way.found.isForOtherHost)
+        findings.failed("backend.name",
+                        fmt::format("{} is for {}, not for {}.", way.certificate(), names, way.host()),
+                        "Check the host in base_domain, or have the certificate issued for it.");
     else
-        m_findings.ok("backend.name", fmt::format("The certificate is for {}.", names));
+        findings.ok("backend.name", fmt::format("The certificate is for {}.", names));
 }
 
-bool isBefore(Platform::Date left, Platform::Date right)
+void checkDates(Findings& findings, const Way& way)
 {
-    return left.secondsSinceReferenceDate < right.secondsSinceReferenceDate;
+    using Platform::Date;
+    const auto date = [](std::int64_t secondsSince1970) {
+        return Date::fromSystemTime(std::chrono::system_clock::from_time_t(secondsSince1970));
+    };
+    const Date now = Platform::SystemClock().now();
+    const Date begin = date(way.found.notBefore);
+    const Date end = date(way.found.chainEnd);
+    const auto daysTo = [&](Date other) {
+        return (other.secondsSinceReferenceDate - now.secondsSinceReferenceDate) /
+               std::chrono::seconds(std::chrono::days(1)).count();
+    };
+    std::string problem;
+    if (!way.found.outdatedAuthority.empty())
+        problem = fmt::format("The certificate of the authority {} is out of its time",
+                              way.found.outdatedAuthority);
+    else if (daysTo(begin) > 0)
+        problem = fmt::format("{} is not valid before {}", way.certificate(), timeText(begin));
+    else if (daysTo(date(way.found.notAfter)) < 0)
+        problem = fmt::format("{} expired on {}", way.certificate(), timeText(date(way.found.notAfter)));
+    if (!problem.empty())
+        findings.failed("backend.dates", fmt::format("{}; it is {} now.", problem, timeText(now)),
+                        "Renew it on the backend, or put the clock of this device right.");
+    else if (daysTo(end) < renewalTime.count())
+        findings.warning("backend.dates",
+                         fmt::format("The certificate, or one that it depends on, expires in {:.0f} days, "
+                                     "on {}.",
+                                     daysTo(end), timeText(end)),
+                         "Renew it on the backend.");
+    else
+        findings.ok("backend.dates",
+                    fmt::format("The certificate is valid from {} to {}.", timeText(begin), timeText(end)));
 }
 
-void BackendWay::checkDates(const ServerIdentity& identity)
-{
-    const Platform::Date now = Platform::SystemClock().now();
-    const CertificateProblem* problem = find(identity, ProblemKind::date);
-    const double daysLeft = (identity.chainEnd.secondsSinceReferenceDate - now.secondsSinceReferenceDate) /
-                            std::chrono::seconds(std::chrono::days(1)).count();
-    constexpr const char* mend = "Renew it on the backend, or put the clock of this device right.";
-    if (problem != nullptr && !problem->isOfServer)
-        m_findings.failed("backend.dates",
-                          fmt::format("The certificate of the authority {} is out of its time; it is {} now.",
-                                      problem->subject, timeText(now)),
-                          mend);
-    else if (problem != nullptr && isBefore(now, identity.notBefore))
-        m_findings.failed("backend.dates",
-                          fmt::format("{} is not valid before {}; it is {} now.", certificateText(identity),
-                                      timeText(identity.notBefore), timeText(now)),
-                          mend);
-    else if (problem != nullptr)
-        m_findings.failed("backend.dates",
-                          fmt::format("{} expired on {}; it is {} now.", certificateText(identity),
-                                      timeText(identity.notAfter), timeText(now)),
-                          mend);
-    else if (daysLeft < renewalTime.count())
-        m_findings.warning("backend.dates",
-                           fmt::format("The certificate, or one that it depends on, expires in {:.0f} days, "
-                                       "on {}.",
-                                       daysLeft, timeText(identity.chainEnd)),
-                           "Renew it on the backend.");
-    else
-        m_findings.ok("backend.dates",
-                      fmt::format("The certificate is valid from {} to {}.", timeText(identity.notBefore),
-                                  timeText(identity.chainEnd)));
-}
+/// A check that needs the network, and those that it waits for.
+struct NetworkCheck {
+    std::string_view identifier;
+    std::array<std::string_view, 2> needed;
+    void (*make)(Findings& findings, const Way& way);
+};
+
+/// In the order of the chain.
+constexpr NetworkCheck networkChecks[] = {
+    {"backend.proxy", {}, &checkProxy},
+    {"backend.host", {"backend.proxy"}, &checkHost},
+    {"backend.connect", {"backend.host"}, &checkConnection},
+    {"backend.tls", {"backend.connect"}, &checkHandshake},
+    {"backend.certificate", {"backend.tls", "backend.trust"}, &checkChain},
+    {"backend.name", {"backend.tls"}, &checkName},
+    {"backend.dates", {"backend.tls"}, &checkDates},
+};
 
 /// The address that the application has, or is about to have; absent when it is known to have none.
 std::optional<std::string> baseDomain(const Examination& examination)
@@ -294,17 +218,7 @@ std::optional<std::string> baseDomain(const Examination& examination)
     return examination.snapshot ? examination.snapshot->baseDomain : std::nullopt;
 }
 
-/// As the sockets take it.
-HostAndPort serverOf(const Platform::Network::SecureURL& url)
-{
-    HostAndPort server{.host = url.host, .port = 0};
-    if (server.host.starts_with('[') && server.host.ends_with(']'))
-        server.host = server.host.substr(1, server.host.size() - 2);
-    std::from_chars(url.port.data(), url.port.data() + url.port.size(), server.port);
-    return server;
-}
-
-std::optional<HostAndPort> checkAddress(Examination& examination)
+std::optional<SecureURL> checkAddress(Examination& examination)
 {
     constexpr const char* mend = "Set base_domain to the host of the backend, such as mdm.example.com.";
     Findings& findings = examination.findings;
@@ -327,25 +241,41 @@ std::optional<HostAndPort> checkAddress(Examination& examination)
             fmt::format("{} has a base_domain that the app cannot use: {}.", source, address.refusal), mend);
         return std::nullopt;
     }
-    const HostAndPort server = serverOf(*address.target);
-    findings.ok("backend.address", fmt::format("{} names {}.", source, server.text()));
-    return server;
+    findings.ok("backend.address",
+                fmt::format("{} names {}.", source, printable(address.target->endpoint())));
+    return address.target;
 }
 
-/// Makes the probe trust what the application trusts.
-void checkTrust(Findings& findings, TLSProbe& probe)
+void checkTrust(Findings& findings, const ProbeResult& found)
 {
-    const std::string file = environment("SSL_CERT_FILE", systemCertificateFile);
+    if (found.trustProblem.empty())
+        findings.ok("backend.trust", fmt::format("The authorities to trust are in {}.", found.trustedFile));
+    else
+        findings.failed("backend.trust",
+                        fmt::format("The authorities to trust cannot be read from {}: {}.", found.trustedFile,
+                                    found.trustProblem),
+                        std::getenv("SSL_CERT_FILE") != nullptr ? "Check SSL_CERT_FILE, or unset it."
+                                                                : "Install the package ca-certificates.");
+}
+
+/// Runs the helper, which connects if there are arguments. Throws `std::runtime_error`, which names the
+/// helper, when it has no result.
+ProbeResult runHelper(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout)
+{
+    const auto folder = std::filesystem::read_symlink(thisProgram).parent_path();
+    const std::string program = (folder / QV_BACKEND_PROBE).lexically_normal();
+    // The helper keeps to the time limit itself. This limit ends a helper that hangs.
+    const auto patience = timeout + std::chrono::seconds(2);
+    const ProcessOutcome outcome = runSecondProcess(program, arguments, patience);
+    if (!outcome.hasEnded)
+        throw std::runtime_error(fmt::format("{}: no result within {}", program, durationText(patience)));
     try {
-        probe.trustFile(file);
-        probe.trustFolder(environment("SSL_CERT_DIR", systemCertificateFolder));
-        findings.ok("backend.trust", fmt::format("The authorities to trust are in {}.", file));
-    } catch (const StepError& error) {
-        findings.failed(
-            "backend.trust",
-            fmt::format("The authorities to trust cannot be read from {}: {}.", file, error.what()),
-            std::getenv("SSL_CERT_FILE") != nullptr ? "Check SSL_CERT_FILE, or unset it."
-                                                    : "Install the package ca-certificates.");
+        return boost::json::value_to<ProbeResult>(
+            boost::json::parse(outcome.output, {}, {.allow_invalid_utf8 = true}));
+    } catch (const std::exception&) {
+        const auto printed = Core::trimmed(outcome.output);
+        throw std::runtime_error(
+            fmt::format("{}: {}", program, printed.empty() ? "it was killed" : printable(printed)));
     }
 }
 
@@ -354,16 +284,36 @@ void checkTrust(Findings& findings, TLSProbe& probe)
 void examineBackend(Examination& examination)
 {
     Findings& findings = examination.findings;
+    const auto timeout = examination.limits.timeout;
     const auto server = checkAddress(examination);
-    TLSProbe probe;
-    checkTrust(findings, probe);
+    std::optional<Way> way;
+    std::vector<std::string> arguments;
     if (server && !examination.limits.isOffline) {
-        BackendWay(findings, probe, *server, examination.limits.timeout).examine();
-        return;
+        way = Way{.server = *server};
+        way->proxy = ProxyEnvironment::forHost(way->host());
+        arguments = {fmt::format("https://{}/", server->endpoint()), std::to_string(timeout.count()),
+                     way->proxy ? way->proxy->scheme : ""};
     }
-    for (const std::string_view check : networkChecks) {
-        if (!findings.isPrevented(check, {"backend.address"}))
-            findings.skipped(check,
+    std::string_view missing;
+    try {
+        const ProbeResult found = runHelper(arguments, timeout);
+        checkTrust(findings, found);
+        if (way)
+            way->found = found;
+    } catch (const std::exception& error) {
+        findings.failed("backend.trust", fmt::format("The backend cannot be examined: {}.", error.what()),
+                        "Install the package qvctl again.");
+        if (way)
+            missing = "backend.trust";
+    }
+    for (const NetworkCheck& check : networkChecks) {
+        if (findings.isPrevented(check.identifier,
+                                 {"backend.address", missing, check.needed[0], check.needed[1]}))
+            continue;
+        if (way)
+            check.make(findings, *way);
+        else
+            findings.skipped(check.identifier,
                              server ? "The network is left alone (--offline)." : "No backend is named.");
     }
 }

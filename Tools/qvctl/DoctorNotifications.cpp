@@ -7,7 +7,6 @@
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Doctor.h"
-#include "Tools/qvctl/NetworkSteps.h"
 #include "Tools/qvctl/SessionBusNames.h"
 
 #include <fmt/format.h>
@@ -171,7 +170,7 @@ std::optional<SessionBusNames> askBus(Findings& findings, std::chrono::milliseco
         auto names = SessionBusNames::ask(timeout);
         findings.ok("bus.session", "The session bus answers.");
         return names;
-    } catch (const StepError& error) {
+    } catch (const SessionBusError& error) {
         findings.failed("bus.session", fmt::format("The session bus cannot be asked: {}.", error.what()),
                         "Run this in the desktop session of the app's user.");
         return std::nullopt;

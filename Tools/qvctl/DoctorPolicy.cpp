@@ -5,10 +5,10 @@
 #include "Platform/Error.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Storage/FileDescriptor.h"
+#include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Doctor.h"
 #include "Tools/qvctl/FindingText.h"
-#include "Tools/qvctl/NetworkSteps.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/SecondProcess.h"
 
@@ -170,7 +170,7 @@ bool checkStateFolder(Examination& examination)
 /// meets can hold us up, and a store that breaks its reader does not break us.
 ProcessOutcome readSuiteElsewhere(const Examination& examination)
 {
-    return runSecondProcess({"snapshot"}, examination.limits.timeout);
+    return runSecondProcess(thisProgram, {"snapshot"}, examination.limits.timeout);
 }
 
 std::string lastLine(std::string text)

@@ -1,7 +1,7 @@
 #include "Tools/qvctl/SecondProcess.h"
 
 #include "Platform/Storage/FileDescriptor.h"
-#include "Tools/qvctl/NetworkSteps.h"
+#include "Tools/qvctl/Deadline.h"
 
 #include <array>
 #include <cerrno>
@@ -19,11 +19,9 @@ namespace {
 
 using Platform::Storage::FileDescriptor;
 
-constexpr const char* ourselves = "/proc/self/exe";
-
-pid_t start(const std::vector<std::string>& arguments, int output)
+pid_t start(const std::string& program, const std::vector<std::string>& arguments, int output)
 {
-    std::vector<char*> words{const_cast<char*>("qvctl")};
+    std::vector<char*> words{const_cast<char*>(program.c_str())};
     for (const std::string& argument : arguments)
         words.push_back(const_cast<char*>(argument.c_str()));
     words.push_back(nullptr);
@@ -33,10 +31,10 @@ pid_t start(const std::vector<std::string>& arguments, int output)
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
     pid_t process = 0;
-    const int error = ::posix_spawn(&process, ourselves, &actions, nullptr, words.data(), ::environ);
+    const int error = ::posix_spawn(&process, program.c_str(), &actions, nullptr, words.data(), ::environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0)
-        throw std::system_error(error, std::generic_category(), ourselves);
+        throw std::system_error(error, std::generic_category(), program);
     return process;
 }
 
@@ -44,28 +42,29 @@ pid_t start(const std::vector<std::string>& arguments, int output)
 bool readToEnd(int descriptor, std::string& text, const Deadline& deadline)
 {
     std::array<char, 4096> chunk{};
-    while (waitFor(descriptor, POLLIN, deadline)) {
-        const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
-        if (count == 0)
-            return true;
+    pollfd polled{descriptor, POLLIN, 0};
+    while (deadline.remaining().count() > 0) {
+        const int readyCount = ::poll(&polled, 1, static_cast<int>(deadline.remaining().count()));
+        const ssize_t count = readyCount > 0 ? ::read(descriptor, chunk.data(), chunk.size()) : -1;
         if (count > 0)
             text.append(chunk.data(), static_cast<std::size_t>(count));
-        else if (errno != EINTR)
-            return false;
+        else if (count == 0 || readyCount == 0 || errno != EINTR)
+            return count == 0;
     }
     return false;
 }
 
 } // namespace
 
-ProcessOutcome runSecondProcess(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout)
+ProcessOutcome runSecondProcess(const std::string& program, const std::vector<std::string>& arguments,
+                                std::chrono::milliseconds timeout)
 {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");
     const FileDescriptor readingEnd(ends[0]);
     FileDescriptor writingEnd(ends[1]);
-    const pid_t process = start(arguments, writingEnd.get());
+    const pid_t process = start(program, arguments, writingEnd.get());
     writingEnd = FileDescriptor();
 
     ProcessOutcome outcome;

@@ -15,8 +15,11 @@ struct ProcessOutcome {
     std::string output;
 };
 
-/// Runs this very program with other arguments, in the same environment. Throws `std::system_error` when it
-/// cannot be started.
-ProcessOutcome runSecondProcess(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout);
+/// The program that this process runs.
+inline constexpr const char* thisProgram = "/proc/self/exe";
+
+/// Runs a program in the same environment. Throws `std::system_error` when it cannot be started.
+ProcessOutcome runSecondProcess(const std::string& program, const std::vector<std::string>& arguments,
+                                std::chrono::milliseconds timeout);
 
 } // namespace Qvctl

@@ -1,8 +1,7 @@
 #include "Tools/qvctl/SessionBusNames.h"
 
 #include "Platform/Error.h"
-#include "Platform/Storage/FileDescriptor.h"
-#include "Tools/qvctl/NetworkSteps.h"
+#include "Tools/qvctl/Deadline.h"
 
 #include <fmt/format.h>
 
@@ -33,10 +32,10 @@ int require(int result)
     if (result >= 0)
         return result;
     if (result == -ENOMEDIUM)
-        throw StepError("neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR leads to it");
+        throw SessionBusError("neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR leads to it");
     if (result == -ETIMEDOUT)
-        throw StepError("it does not answer");
-    throw StepError(Platform::errorText(-result));
+        throw SessionBusError("it does not answer");
+    throw SessionBusError(Platform::errorText(-result));
 }
 
 std::uint64_t microsecondsLeft(const Deadline& deadline)
@@ -51,7 +50,7 @@ void waitUntilReady(sd_bus* bus, const Deadline& deadline)
         if (require(sd_bus_process(bus, nullptr)) != 0)
             continue;
         if (deadline.remaining().count() == 0)
-            throw StepError("it does not answer");
+            throw SessionBusError("it does not answer");
         require(sd_bus_wait(bus, microsecondsLeft(deadline)));
     }
 }
