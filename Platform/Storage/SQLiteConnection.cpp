@@ -21,9 +21,17 @@ constexpr int busyTimeoutMilliseconds = 5000;
 /// SQLite's default.
 constexpr int pagesPerCheckpoint = 1000;
 
-/// See https://sqlite.org/uri.html.
-std::string immutableURI(const std::string& file)
+/// Far above what the app stores: a policy file has at most 16 MiB.
+constexpr int maximumValueBytes = 64 << 20;
+
+/// The app's own statements and its table take less than 200.
+constexpr int maximumSQLBytes = 10'000;
+
+/// What SQLite opens; see https://sqlite.org/uri.html.
+std::string databaseName(const std::string& file, Mode mode)
 {
+    if (mode == Mode::writing || mode == Mode::reading)
+        return file;
     std::string uri = "file:";
     for (const char character : file) {
         if (character == '%' || character == '?' || character == '#')
@@ -31,7 +39,7 @@ std::string immutableURI(const std::string& file)
         else
             uri += character;
     }
-    return uri + "?immutable=1";
+    return uri + (mode == Mode::unchanging ? "?immutable=1" : "?vfs=unix-none");
 }
 
 int openFlags(Mode mode)
@@ -42,6 +50,7 @@ int openFlags(Mode mode)
     case Mode::reading:
         return SQLite::OPEN_READONLY;
     case Mode::unchanging:
+    case Mode::readingLeftLog:
         break;
     }
     return SQLite::OPEN_READONLY | SQLite::OPEN_URI;
@@ -82,9 +91,20 @@ bool SQLiteConnection::OpenedFile::isPathFree() const
 SQLiteConnection::SQLiteConnection(const std::filesystem::path& file, Mode mode)
     : m_path(file.string()),
       m_mode(mode),
-      m_database(mode == Mode::unchanging ? immutableURI(m_path) : m_path, openFlags(mode),
-                 busyTimeoutMilliseconds)
-{}
+      m_database(databaseName(m_path, mode), openFlags(mode), busyTimeoutMilliseconds)
+{
+    sqlite3* handle = m_database.getHandle();
+    // As https://sqlite.org/security.html advises for untrusted files.
+    ::sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    for (const int feature :
+         {SQLITE_DBCONFIG_TRUSTED_SCHEMA, SQLITE_DBCONFIG_ENABLE_VIEW, SQLITE_DBCONFIG_ENABLE_TRIGGER})
+        ::sqlite3_db_config(handle, feature, 0, nullptr);
+    ::sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, maximumValueBytes);
+    ::sqlite3_limit(handle, SQLITE_LIMIT_SQL_LENGTH, maximumSQLBytes);
+    m_database.exec("PRAGMA cell_size_check = ON");
+    if (mode == Mode::readingLeftLog)
+        m_database.exec("PRAGMA locking_mode = EXCLUSIVE"); // Keeps the index in memory.
+}
 
 SQLiteConnection::~SQLiteConnection()
 {
@@ -93,6 +113,19 @@ SQLiteConnection::~SQLiteConnection()
     // SQLite runs a checkpoint when the last connection closes.
     if (!isSafeToCheckpoint())
         ::sqlite3_db_config(m_database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
+bool SQLiteConnection::hasTable()
+{
+    SQLite::Statement kind(m_database,
+                           "SELECT type = 'table' AND sql LIKE 'CREATE TABLE %' FROM sqlite_schema "
+                           "WHERE name = 'defaults' COLLATE NOCASE AND type IN ('table', 'view')");
+    if (!kind.executeStep())
+        return false;
+    if (kind.getColumn(0).getInt() == 0)
+        throw SQLite::Exception("it is not a store of this app: defaults is not an ordinary table",
+                                SQLITE_CORRUPT);
+    return true;
 }
 
 void SQLiteConnection::prepare()
@@ -116,13 +149,14 @@ bool SQLiteConnection::isCurrent()
 {
     // Only checkpoints write to this file, and ours are accounted for.
     const bool isDatabaseChanged = m_databaseFile.hasChanged();
-    m_isWrittenByOthers = m_isWrittenByOthers || isDatabaseChanged;
     // Renaming or removing a file changes its status. Looking up the paths costs more.
     const bool isLogChanged = m_log.hasChanged();
+    const bool isShared = m_mode == Mode::writing || m_mode == Mode::reading;
+    m_isWrittenByOthers = m_isWrittenByOthers || isDatabaseChanged || (isLogChanged && !isShared);
     const bool isIndexChanged = m_index.hasChanged();
     if (isDatabaseChanged || isLogChanged || isIndexChanged)
         m_isInPlace = isDatabaseInPlace() && m_log.isInPlace() && m_index.isInPlace();
-    return m_isInPlace && !(m_mode == Mode::unchanging && m_isWrittenByOthers);
+    return m_isInPlace && (isShared || !m_isWrittenByOthers);
 }
 
 void SQLiteConnection::checkpointIfDue()

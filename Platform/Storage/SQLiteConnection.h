@@ -18,6 +18,9 @@ namespace Platform::Storage {
 /// removed. SQLite does not notice: it goes on with the files it has open, which no other process sees. This
 /// class compares them with the files at their paths.
 ///
+/// The content is untrusted, since root inspects databases of other users: views, triggers and unsafe
+/// functions of the schema are off, and values and statements are limited in size.
+///
 /// Threads: one at a time. Errors: `SQLite::Exception`.
 class SQLiteConnection {
 public:
@@ -26,6 +29,9 @@ public:
         reading,
         /// The caller expects no changes, and SQLite ignores a write-ahead log.
         unchanging,
+        /// Reads a log that was left without an index, as in a backup, and creates no index. The caller
+        /// expects no changes: nothing is locked.
+        readingLeftLog,
     };
 
     SQLiteConnection(const std::filesystem::path& file, Mode mode);
@@ -37,6 +43,9 @@ public:
     [[nodiscard]] Mode mode() const { return m_mode; }
     SQLite::Database& database() { return m_database; }
 
+    /// Returns whether there is a table `defaults`. Throws `SQLITE_CORRUPT` when that is a view or a virtual
+    /// table, which can compute any amount of data.
+    bool hasTable();
     /// Prepares the statements and remembers which files are open. Call it once, when the table exists.
     void prepare();
     SQLite::Statement& select() { return *m_select; }

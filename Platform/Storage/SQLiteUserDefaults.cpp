@@ -142,6 +142,23 @@ private:
     FileDescriptor m_file;
 };
 
+bool isThere(const std::filesystem::path& file, const char* ending)
+{
+    return ::access((file.string() + ending).c_str(), F_OK) == 0;
+}
+
+/// A database is open for writing only while it has a log and an index. Otherwise SQLite would create them to
+/// read it, which an inspector must not do and a read-only medium does not allow.
+SQLiteConnection::Mode readingMode(const std::filesystem::path& file, SQLiteUserDefaults::Access access)
+{
+    using Mode = SQLiteConnection::Mode;
+    if (isThere(file, "-wal"))
+        return isThere(file, "-shm") ? Mode::reading : Mode::readingLeftLog;
+    const bool isToBeLeftAlone =
+        access == SQLiteUserDefaults::Access::inspect || ::access(file.parent_path().c_str(), W_OK) != 0;
+    return isToBeLeftAlone ? Mode::unchanging : Mode::reading;
+}
+
 } // namespace
 
 SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock,
@@ -293,8 +310,8 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
     if (m_connection) {
         const bool isWorthReopening = m_connection->mode() != SQLiteConnection::Mode::writing &&
                                       isToBeWritten && purpose == Purpose::write;
-        const bool isOutdated =
-            m_connection->mode() == SQLiteConnection::Mode::unchanging && hasWriteAheadLog();
+        const bool isOutdated = m_connection->mode() != SQLiteConnection::Mode::writing &&
+                                m_connection->mode() != readingMode(m_file, m_access);
         if (m_connection->isCurrent() && !isWorthReopening && !isOutdated)
             return;
         m_connection.reset();
@@ -340,25 +357,14 @@ void SQLiteUserDefaults::openForWriting() const
 
 void SQLiteUserDefaults::openAsIs() const
 {
-    if (!std::filesystem::exists(m_file))
+    if (!isThere(m_file, ""))
         return;
-    // A database without a log is not open for writing. To read it, SQLite would create a log and an index,
-    // which an inspector must not do and a read-only medium does not allow, unless we state that the file
-    // does not change. The connection checks that before each use.
-    const bool isUnchanging = !hasWriteAheadLog() && (m_access == Access::inspect ||
-                                                      ::access(m_file.parent_path().c_str(), W_OK) != 0);
-    auto connection = std::make_unique<SQLiteConnection>(
-        m_file, isUnchanging ? SQLiteConnection::Mode::unchanging : SQLiteConnection::Mode::reading);
+    auto connection = std::make_unique<SQLiteConnection>(m_file, readingMode(m_file, m_access));
     // A writer killed in its first step leaves a database without a table.
-    if (!connection->database().tableExists("defaults"))
+    if (!connection->hasTable())
         return;
     connection->prepare();
     m_connection = std::move(connection);
-}
-
-bool SQLiteUserDefaults::hasWriteAheadLog() const
-{
-    return ::access((m_file.string() + "-wal").c_str(), F_OK) == 0;
 }
 
 /// SQLite shares the index with processes that still have the database open, and would look in the new log
@@ -366,7 +372,7 @@ bool SQLiteUserDefaults::hasWriteAheadLog() const
 /// that our opening waits for.
 void SQLiteUserDefaults::removeIndexWithoutLog() const
 {
-    if (!hasWriteAheadLog())
+    if (!isThere(m_file, "-wal"))
         ::unlink((m_file.string() + "-shm").c_str());
 }
 
@@ -393,7 +399,7 @@ void SQLiteUserDefaults::openOrReplace() const
     if (!check.executeStep() || std::strcmp(check.getColumn(0).getText(), "ok") != 0)
         throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
     check.reset();
-    if (version != formatVersion || !database.tableExists("defaults"))
+    if (version != formatVersion || !connection->hasTable())
         database.exec(initialisation);
     try {
         connection->prepare();

@@ -68,7 +68,6 @@ private:
     void demandRegularFile() const;
     void openForWriting() const;
     void openAsIs() const;
-    [[nodiscard]] bool hasWriteAheadLog() const;
     void removeIndexWithoutLog() const;
     void openOrReplace() const;
     void moveAside() const;

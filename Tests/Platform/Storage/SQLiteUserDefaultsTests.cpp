@@ -1,82 +1,30 @@
-#include "Platform/Storage/SQLiteUserDefaults.h"
-
-#include "Platform/SystemClock.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
-#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Storage/SQLiteUserDefaultsTest.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
-#include <gmock/gmock.h>
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 using namespace Platform;
-using namespace Platform::Storage;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-using Access = SQLiteUserDefaults::Access;
 
 namespace {
 
-class SQLiteUserDefaultsTest : public testing::Test {
-protected:
-    std::unique_ptr<SQLiteUserDefaults> open(Access access = Access::readWrite)
-    {
-        return std::make_unique<SQLiteUserDefaults>(file, access, clock, adapterLog);
-    }
-    [[nodiscard]] std::vector<std::string> filesNamedCorrupt() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(file.parent_path())) {
-            if (entry.path().string().find(".corrupt-") != std::string::npos)
-                names.push_back(entry.path().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-    /// Runs the command in a second process, with $F for the store and $B for a backup, and returns what it
-    /// printed.
-    [[nodiscard]] std::string shell(const std::string& command) const
-    {
-        const std::string script = "exec 2>&1; F='" + file.string() + "'; B='" +
-                                   folder.path("deep/backup").string() + "'; " + command;
-        const auto close = [](FILE* pipe) { ::pclose(pipe); };
-        const std::unique_ptr<FILE, decltype(close)> pipe(::popen(script.c_str(), "re"), close);
-        std::string output;
-        std::array<char, 4096> chunk;
-        while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), pipe.get()))
-            output.append(chunk.data(), count);
-        return output;
-    }
-
-    TemporaryFolder folder;
-    std::filesystem::path file = folder.path("deep/state/domain.sqlite");
-    SystemClock clock;
-    RecordingUnifiedLog log;
-    AdapterLog adapterLog{log, "test"};
-};
-
 TEST_F(SQLiteUserDefaultsTest, FilesAreTheUsersAloneAndReadableWithPlainSQL)
 {
+    const mode_t umaskBefore = ::umask(0);
     const auto defaults = open();
     defaults->set("a", "text");
     defaults->set("b", true);
     defaults->set("c", Date{1.5});
-    for (const char* name : {"", "-wal", "-shm"}) {
-        struct stat status {};
-        ASSERT_EQ(::stat((file.string() + name).c_str(), &status), 0) << name;
-        EXPECT_EQ(status.st_mode & 0777, 0600U) << name;
-    }
-    struct stat status {};
-    ::stat(file.parent_path().c_str(), &status);
-    EXPECT_EQ(status.st_mode & 0777, 0700U);
+    ::umask(umaskBefore);
+    EXPECT_EQ(shell("cd ${F%/*}; stat -c '%a %n' . *"),
+              "700 .\n600 domain.bell\n600 domain.sqlite\n600 domain.sqlite-shm\n600 domain.sqlite-wal\n");
 
     const SQLite::Database second(file.string(), SQLite::OPEN_READONLY);
     SQLite::Statement all(second, "SELECT group_concat(key || ' ' || type || ' ' || value) FROM defaults");
@@ -304,8 +252,7 @@ TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItW
     {
         // The second of two rows is refused in the middle of the commit.
         SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
-        second.exec("CREATE TRIGGER full BEFORE INSERT ON defaults WHEN new.key = 'second' "
-                    "BEGIN SELECT RAISE(ABORT, 'database or disk is full'); END");
+        second.exec("CREATE UNIQUE INDEX everyValueOnce ON defaults(value)");
     }
     const std::array<UserDefaults::Entry, 2> entries{{{"k", 2}, {"second", 2}}};
     defaults->write(entries);

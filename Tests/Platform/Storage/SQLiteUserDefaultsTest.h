@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A store in a folder of the test's own.
+class SQLiteUserDefaultsTest : public testing::Test {
+protected:
+    using SQLiteUserDefaults = Platform::Storage::SQLiteUserDefaults;
+    using Access = SQLiteUserDefaults::Access;
+
+    std::unique_ptr<SQLiteUserDefaults> open(Access access = Access::readWrite)
+    {
+        return std::make_unique<SQLiteUserDefaults>(file, access, clock, adapterLog);
+    }
+    [[nodiscard]] std::vector<std::string> filesNamedCorrupt() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(file.parent_path())) {
+            if (entry.path().string().find(".corrupt-") != std::string::npos)
+                names.push_back(entry.path().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    /// Runs the command in a second process, with $F for the store and $B for a backup, and returns what it
+    /// printed.
+    [[nodiscard]] std::string shell(const std::string& command) const
+    {
+        const std::string script = "exec 2>&1; F='" + file.string() + "'; B='" +
+                                   folder.path("deep/backup").string() + "'; " + command;
+        const auto close = [](FILE* pipe) { ::pclose(pipe); };
+        const std::unique_ptr<FILE, decltype(close)> pipe(::popen(script.c_str(), "re"), close);
+        std::string output;
+        std::array<char, 4096> chunk;
+        while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), pipe.get()))
+            output.append(chunk.data(), count);
+        return output;
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path file = folder.path("deep/state/domain.sqlite");
+    Platform::SystemClock clock;
+    RecordingUnifiedLog log;
+    Platform::AdapterLog adapterLog{log, "test"};
+};
