@@ -110,7 +110,7 @@ private:
         try {
             lock = InstanceLock::acquire(paths.instanceLock());
             return lock.has_value();
-        } catch (const std::system_error& error) {
+        } catch (const std::runtime_error& error) {
             adapterLog.error(std::string("Cannot tell whether another instance runs: ") + error.what());
             return true;
         }

@@ -1,11 +1,12 @@
 #include "Platform/Linux/InstanceLock.h"
 
+#include "Platform/Storage/PrivateFiles.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
 #include <string>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
@@ -34,20 +35,6 @@ struct flock wholeFile()
     return lock;
 }
 
-/// Throws `std::system_error` for anything but a regular file, which may block.
-Storage::FileDescriptor openLockFile(const std::filesystem::path& file, int flags)
-{
-    Storage::FileDescriptor descriptor(
-        ::open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-    if (!descriptor)
-        throw std::system_error(errno, std::generic_category(), file.string());
-    struct stat status {};
-    if (::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode))
-        throw std::system_error(EINVAL, std::generic_category(),
-                                file.string() + " is not a regular file; remove it");
-    return descriptor;
-}
-
 /// Name and users of a process. Unlike its executable, any user may read them; see proc(5).
 struct ProcessIdentity {
     std::string name;
@@ -70,8 +57,8 @@ struct ProcessIdentity {
 
 std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& file)
 {
-    Storage::createPrivateFolders(file.parent_path());
-    Storage::FileDescriptor descriptor = openLockFile(file, O_RDWR | O_CREAT);
+    Storage::preparePrivateFolder(file.parent_path(), "XDG_DATA_HOME");
+    Storage::FileDescriptor descriptor = Storage::openPrivateFile(file, O_RDWR | O_CREAT);
     struct flock lock = wholeFile();
     if (::fcntl(descriptor.get(), F_SETLK, &lock) == 0)
         return InstanceLock(std::move(descriptor));
@@ -83,13 +70,10 @@ std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& f
 std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::path& file)
 {
     struct flock lock = wholeFile();
-    try {
-        const Storage::FileDescriptor descriptor = openLockFile(file, O_RDONLY);
-        if (::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
-            return std::nullopt;
-    } catch (const std::system_error&) {
-        return std::nullopt; // No file that an application could hold.
-    }
+    const Storage::FileDescriptor descriptor(
+        ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
+    if (!descriptor || ::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
+        return std::nullopt;
     // 0 for a process outside our PID namespace, negative for a lock of an open file or of another machine.
     return Holder{lock.l_pid > 0 ? std::optional(lock.l_pid) : std::nullopt};
 }

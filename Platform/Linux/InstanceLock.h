@@ -13,8 +13,8 @@ namespace Platform::Linux {
 /// however it ends. Source: fcntl(2), advisory record locks.
 class InstanceLock {
 public:
-    /// Takes the lock; absent when another process holds it. Throws `std::system_error` when the file cannot
-    /// be made.
+    /// Takes the lock; absent when another process holds it. Throws `std::runtime_error` when the file cannot
+    /// be made, or when it or its folder does not belong to this user alone.
     static std::optional<InstanceLock> acquire(const std::filesystem::path& file);
 
     struct Holder {

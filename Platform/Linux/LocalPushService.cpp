@@ -90,11 +90,8 @@ void LocalPushService::start(PushServiceListener& listener)
         m_socket = listenOnPrivateSocket(m_socketFile);
         m_thread = std::thread([this] { serve(); });
         return;
-    } catch (const std::system_error& error) {
-        m_startFailure = error.what();
     } catch (const std::runtime_error& error) {
-        m_startFailure = std::string(error.what())
-                             .append("; set XDG_RUNTIME_DIR to a folder that belongs to this user alone");
+        m_startFailure = error.what();
     }
     m_startFailure.insert(0, "The socket for local pushes cannot be made: ");
     m_ports.log.error(m_startFailure);

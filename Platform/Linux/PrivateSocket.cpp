@@ -1,6 +1,6 @@
 #include "Platform/Linux/PrivateSocket.h"
 
-#include "Platform/Storage/PathWalk.h"
+#include "Platform/Storage/PrivateFiles.h"
 
 #include <fmt/format.h>
 
@@ -56,7 +56,7 @@ bool isListenedOn(const fs::path& file)
 
 Storage::FileDescriptor listenOnPrivateSocket(const fs::path& file)
 {
-    Storage::preparePrivateFolder(file.parent_path());
+    Storage::preparePrivateFolder(file.parent_path(), "XDG_RUNTIME_DIR");
     if (isListenedOn(file))
         failOn(file, EADDRINUSE);
     Storage::FileDescriptor socket = makeSocket(file, SOCK_NONBLOCK);

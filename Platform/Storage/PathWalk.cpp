@@ -7,9 +7,6 @@
 #include <climits>
 #include <deque>
 #include <fcntl.h>
-#include <span>
-#include <stdexcept>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -61,36 +58,6 @@ void prepend(std::deque<fs::path>& ahead, const fs::path& path)
     ahead.insert(ahead.begin(), relative.begin(), relative.end());
 }
 
-struct Exposure {
-    /// Of the entry, which goes before it.
-    std::string reason;
-    const char* fix;
-};
-
-/// How a user other than root and ourselves could replace what the entry stands for; absent when none could.
-std::optional<Exposure> exposureOf(const PathStep& step)
-{
-    if (step.kind == PathStep::Kind::missing)
-        return std::nullopt;
-    if (step.status.st_uid != 0 && step.status.st_uid != ::geteuid())
-        return Exposure{fmt::format("belongs to user {}", step.status.st_uid),
-                        "make it belong to root (chown root)"};
-    const bool isSticky = step.kind == PathStep::Kind::folder && (step.status.st_mode & S_ISVTX) != 0;
-    const bool isWritableByOthers = (step.status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    if (isWritableByOthers && !isSticky && step.kind != PathStep::Kind::link)
-        return Exposure{fmt::format("can be written by others (mode {:04o})", step.status.st_mode & 07777),
-                        "take that away (chmod go-w)"};
-    return std::nullopt;
-}
-
-/// Demands that only root and ourselves decide where the steps lead, whoever may write what they lead to.
-void demandTrustedWay(const std::vector<PathStep>& steps)
-{
-    for (const PathStep& step : std::span(steps).first(steps.size() - 1))
-        if (const auto exposure = exposureOf(step))
-            throw std::runtime_error(fmt::format("{} {}", step.path.string(), exposure->reason));
-}
-
 void setMissing(PathStep& step, int error)
 {
     step.kind = PathStep::Kind::missing;
@@ -139,31 +106,27 @@ std::vector<PathStep> walkPath(const fs::path& path, FileDescriptor* folder)
     return steps;
 }
 
+std::optional<Exposure> exposureOf(const PathStep& step)
+{
+    if (step.kind == PathStep::Kind::missing)
+        return std::nullopt;
+    if (step.status.st_uid != 0 && step.status.st_uid != ::geteuid())
+        return Exposure{fmt::format("belongs to user {}", step.status.st_uid),
+                        "make it belong to root (chown root)"};
+    const bool isSticky = step.kind == PathStep::Kind::folder && (step.status.st_mode & S_ISVTX) != 0;
+    const bool isWritableByOthers = (step.status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if (isWritableByOthers && !isSticky && step.kind != PathStep::Kind::link)
+        return Exposure{fmt::format("can be written by others (mode {:04o})", step.status.st_mode & 07777),
+                        "take that away (chmod go-w)"};
+    return std::nullopt;
+}
+
 std::optional<std::string> distrustReason(const std::vector<PathStep>& steps)
 {
     for (const PathStep& step : steps)
         if (const auto exposure = exposureOf(step))
             return fmt::format("{} {}: {}", step.path.string(), exposure->reason, exposure->fix);
     return std::nullopt;
-}
-
-void preparePrivateFolder(const fs::path& folder)
-{
-    demandTrustedWay(walkPath(folder)); // Before anything is made there.
-    createPrivateFolders(folder);
-    FileDescriptor found;
-    const auto steps = walkPath(folder, &found);
-    demandTrustedWay(steps);
-    const PathStep& last = steps.back();
-    if (last.kind != PathStep::Kind::folder)
-        throw std::system_error(ENOTDIR, std::generic_category(), folder.string());
-    if (last.status.st_uid != ::geteuid())
-        throw std::runtime_error(fmt::format("{} belongs to user {}", folder.string(), last.status.st_uid));
-    if ((last.status.st_mode & (S_IRWXG | S_IRWXO)) == 0)
-        return;
-    const FileDescriptor opened(::openat(found.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!opened || ::fchmod(opened.get(), S_IRWXU) != 0)
-        throw std::system_error(errno, std::generic_category(), folder.string());
 }
 
 } // namespace Platform::Storage

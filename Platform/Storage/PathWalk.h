@@ -30,13 +30,18 @@ struct PathStep {
 /// last step unless that is a folder.
 std::vector<PathStep> walkPath(const std::filesystem::path& path, FileDescriptor* folder = nullptr);
 
+struct Exposure {
+    /// Follows the name of the step: "belongs to user 1000".
+    std::string reason;
+    const char* fix;
+};
+
+/// Returns how a user other than root and ourselves could replace what the step stands for. Absent when none
+/// could, and for a missing step. Sticky folders such as /tmp pass.
+std::optional<Exposure> exposureOf(const PathStep& step);
+
 /// Returns why a file reached by these steps is not trusted: a user other than root and ourselves could have
 /// replaced it. Absent when it is trusted. Sticky folders such as /tmp pass.
 std::optional<std::string> distrustReason(const std::vector<PathStep>& steps);
-
-/// Makes `folder`, absolute, and those above it where they are missing, for this user alone, and closes it to
-/// others where it is open to them. Throws `std::runtime_error` with the reason when it belongs to another
-/// user, or when another user could exchange it.
-void preparePrivateFolder(const std::filesystem::path& folder);
 
 } // namespace Platform::Storage

@@ -3,6 +3,7 @@
 #include "Platform/Clock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/PrivateFiles.h"
 #include "Platform/Storage/SQLiteConnection.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -13,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -108,14 +110,6 @@ bool isTableLost(const SQLite::Exception& error)
 /// What follows the name of a database in the names of its damaged copies.
 constexpr const char* corruptMark = ".corrupt-";
 
-/// Best effort: the file may be missing, or belong to another user.
-void makePrivate(const std::filesystem::path& file)
-{
-    const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (descriptor)
-        ::fchmod(descriptor.get(), S_IRUSR | S_IWUSR);
-}
-
 /// Removes the damaged copies of `file`, except for the one whose name begins with `kept`.
 void removeDamagedCopies(const std::filesystem::path& file, std::string_view kept = {})
 {
@@ -132,9 +126,9 @@ void removeDamagedCopies(const std::filesystem::path& file, std::string_view kep
 class OpeningLock {
 public:
     explicit OpeningLock(const std::filesystem::path& bellFile)
-        : m_file(::open(bellFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR))
+        : m_file(openPrivateFile(bellFile, O_RDWR | O_CREAT))
     {
-        if (!m_file || ::flock(m_file.get(), LOCK_EX) != 0)
+        if (::flock(m_file.get(), LOCK_EX) != 0)
             throw std::system_error(errno, std::generic_category(), bellFile.string());
     }
 
@@ -271,6 +265,9 @@ bool SQLiteUserDefaults::perform(Purpose purpose,
                                  const std::function<void(SQLiteConnection&)>& operation) const
 {
     const std::lock_guard lock(m_mutex);
+    std::optional<OwnersRights> rights;
+    if (m_access == Access::inspect)
+        rights.emplace(m_file);
     std::string reason = "its files are replaced again and again";
     constexpr int maximumAttempts = 3;
     for (int attempt = 1; attempt <= maximumAttempts; ++attempt) {
@@ -294,7 +291,7 @@ bool SQLiteUserDefaults::perform(Purpose purpose,
                 m_connection.reset();
             if (!isUnfit && !(isDiskError && purpose == Purpose::read))
                 break;
-        } catch (const std::system_error& error) {
+        } catch (const std::runtime_error& error) {
             reason = error.what();
             break;
         }
@@ -316,7 +313,7 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
             return;
         m_connection.reset();
     }
-    demandRegularFile();
+    requireTrustedFiles();
     if (isToBeWritten) {
         try {
             openForWriting();
@@ -333,17 +330,17 @@ void SQLiteUserDefaults::ensureOpen(Purpose purpose) const
     }
 }
 
-/// Opening anything else may wait for ever.
-void SQLiteUserDefaults::demandRegularFile() const
+void SQLiteUserDefaults::requireTrustedFiles() const
 {
-    const auto status = std::filesystem::status(m_file);
-    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
-        throw SQLite::Exception("it is no regular file; remove it", SQLITE_CANTOPEN);
+    const bool isOwn = m_access == Access::readWrite;
+    if (isOwn)
+        preparePrivateFolder(m_file.parent_path(), "XDG_DATA_HOME");
+    for (const char* ending : {"", "-wal", "-shm", "-journal"})
+        isOwn ? preparePrivateFile(m_file.string() + ending) : requireReadableFile(m_file.string() + ending);
 }
 
 void SQLiteUserDefaults::openForWriting() const
 {
-    createPrivateFolders(m_file.parent_path());
     const OpeningLock lock(m_bellFile);
     try {
         openOrReplace();
@@ -419,7 +416,6 @@ void SQLiteUserDefaults::moveAside() const
     const std::string aside = m_file.string() + corruptMark + time;
     for (const char* companion : {"", "-wal", "-shm"}) {
         const std::filesystem::path damaged = m_file.string() + companion;
-        makePrivate(damaged);
         std::error_code error;
         std::filesystem::rename(damaged, aside + companion, error);
         if (*companion == '\0' && error)
@@ -433,9 +429,8 @@ void SQLiteUserDefaults::moveAside() const
 
 void SQLiteUserDefaults::ringBell() const
 {
-    // The file was made when the database was opened. If somebody removed it since, the next opening makes it
-    // anew.
-    ::utimensat(AT_FDCWD, m_bellFile.c_str(), nullptr, 0);
+    // Opening the database created the file. If it was removed since, the next opening creates it again.
+    ::utimensat(AT_FDCWD, m_bellFile.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
 }
 
 } // namespace Platform::Storage

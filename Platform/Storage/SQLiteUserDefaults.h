@@ -32,6 +32,9 @@ class SQLiteConnection;
 /// written is still read, and opened again by the next write. The user version of the database is the number
 /// of its format; a file of a later format is read as far as it is understood and never written.
 ///
+/// Files that another user could have prepared are refused, and nothing is created next to them; see
+/// `PrivateFiles.h`. When root inspects a store of another user, it reads with the rights of that user.
+///
 /// Threads: any; one operation at a time. Errors: one line to the log for each new reason. A value that could
 /// not be read counts as missing, and the next write of its key fails: it may rest on that mistake.
 class SQLiteUserDefaults final : public UserDefaults {
@@ -65,7 +68,8 @@ private:
     bool change(const std::function<void(SQLiteConnection&)>& operation);
     /// Leaves no connection when there is nothing to inspect.
     void ensureOpen(Purpose purpose) const;
-    void demandRegularFile() const;
+    /// Throws when another user could have prepared what is about to be opened.
+    void requireTrustedFiles() const;
     void openForWriting() const;
     void openAsIs() const;
     void removeIndexWithoutLog() const;

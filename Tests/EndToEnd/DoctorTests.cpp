@@ -274,6 +274,14 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         {"no place for the state", setter("XDG_DATA_HOME", device.policyFile()),
          setter("XDG_DATA_HOME", device.path("data")), "state.folder",
          "app.running suite.readable suite.current notifications.permission push.registration"},
+        {"state in a folder that others can write",
+         [&] {
+             fs::permissions(device.path(""), Permissions::others_read | Permissions::others_exec,
+                             fs::perm_options::add);
+             fs::permissions(device.path("data"), Permissions::all);
+         },
+         [&] { fs::permissions(device.path("data"), Permissions::owner_all); }, "state.folder",
+         "app.running suite.readable suite.current notifications.permission push.registration"},
         {"no database",
          [&] {
              fs::rename(suites, device.path("kept"));

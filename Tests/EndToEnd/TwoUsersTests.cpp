@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+
 namespace {
 
 /// A folder of the other user, and how to run the console there.
@@ -66,6 +68,34 @@ Notifications of root: allowed
 qvctl: nothing was changed: /roots/quorvane-mdm/shell.bell is a link; remove it
 secret
 )"));
+}
+
+TEST_F(ProgramTest, AppKeepsNothingInAFolderOfAnotherUser)
+{
+    const Outcome prepared = shell(std::string(twoDataFolders) + R"sh(
+        mkdir -m 1777 $DEVICE/shared
+        XDG_DATA_HOME=$DEVICE/shared as_user $QVCTL privacy grant notifications
+        state=$DEVICE/shared/quorvane-mdm
+        as_user chmod 777 $state
+        as_user chmod 666 $state/shell.sqlite
+        find $state -type f -exec md5sum {} +
+    )sh");
+    if (prepared.exitCode == withoutRoot)
+        GTEST_SKIP() << "needs root";
+    device.setEnvironment("XDG_DATA_HOME", device.path("shared"));
+    device.replacePolicy(R"({"api_key": "canary", "device_id": "DEV-1"})");
+    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
+    EXPECT_TRUE(application->waitForLine("/shared/quorvane-mdm belongs to user 65534; set XDG_DATA_HOME"));
+    ASSERT_TRUE(application->waitForLine("Configuration manager initialized"));
+    application->signal(SIGTERM);
+    EXPECT_EQ(application->waitForExit(), 0) << "it goes on without stores";
+    const Outcome after = shell(R"(
+        echo "Notifications of nobody: allowed"
+        find $DEVICE/shared/quorvane-mdm -type f -exec md5sum {} +
+        grep -rl canary $DEVICE/shared
+        setpriv --reuid 12345 --clear-groups $QVCTL status 2>&1 | grep -o 'belongs to user 65534, not to user 12345'
+    )");
+    EXPECT_EQ(after.output, prepared.output + "belongs to user 65534, not to user 12345\n");
 }
 
 } // namespace

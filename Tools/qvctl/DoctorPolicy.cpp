@@ -4,7 +4,7 @@
 #include "Platform/ASCII.h"
 #include "Platform/Error.h"
 #include "Platform/Linux/InstanceLock.h"
-#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/PrivateFiles.h"
 #include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Doctor.h"
@@ -108,6 +108,17 @@ std::optional<FolderProblem> folderProblem(const std::filesystem::path& folder, 
     const std::string path = folder.string();
     if (!S_ISDIR(status.st_mode))
         return FolderProblem{path + " is not a folder.", "Move it away; the app makes the folder."};
+    if (status.st_uid != ::geteuid() && ::geteuid() != 0)
+        return FolderProblem{
+            fmt::format("{} belongs to user {}, so the app does not use it.", path, status.st_uid),
+            "Set XDG_DATA_HOME to a folder that belongs to this user alone."};
+    try {
+        if (status.st_uid == ::geteuid())
+            Platform::Storage::requirePrivateWay(folder, "XDG_DATA_HOME");
+    } catch (const std::runtime_error& error) {
+        return FolderProblem{fmt::format("The app does not use {}: {}.", path, error.what()),
+                             "Take the permission to write from others (chmod go-w)."};
+    }
     if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0)
         return FolderProblem{
             fmt::format("{} cannot be used: {}; it belongs to user {} (mode {:04o}), and this is user {}.",

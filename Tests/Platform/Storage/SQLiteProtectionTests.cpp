@@ -1,12 +1,15 @@
-// What a store may do to its reader.
+// What other users may do to a store, and a store to its reader.
 
 #include "Tests/Platform/Storage/SQLiteUserDefaultsTest.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <cstdio>
 #include <fstream>
 #include <functional>
+#include <grp.h>
 #include <optional>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Platform;
@@ -15,6 +18,25 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
+
+constexpr uid_t user = 12345;
+
+/// Runs the expectations of `work` in a process of another user. Needs root.
+void runAs(uid_t uid, const std::function<void()>& work)
+{
+    std::fflush(stdout);
+    const pid_t process = ::fork();
+    if (process == 0) {
+        if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0)
+            ::_exit(2);
+        work();
+        std::fflush(stdout);
+        ::_exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(process, &status, 0), process);
+    EXPECT_EQ(status, 0);
+}
 
 /// The store is in deep/state, in a folder that other users may enter. $S is its folder, $F the store, and
 /// $THEIRS a folder of the user 65534 with a copy of it, both with the value 1.
@@ -37,7 +59,170 @@ protected:
                      "--clear-groups -- \"$@\"; }; " +
                      command);
     }
+    /// Everything that can be seen of the files, apart from the times of reading.
+    [[nodiscard]] std::string everything() const
+    {
+        return run("cd $S/..; find . -printf '%p %U %m %s %T@ %l\\n' | sort; "
+                   "find . -type f -exec md5sum {} + | sort");
+    }
 };
+
+TEST_F(SQLiteProtectionTest, AppUsesOnlyAStoreOfItsUserAlone)
+{
+    struct Case {
+        const char* name;
+        const char* command;
+        /// Empty when the store is used, and private afterwards.
+        const char* reason;
+        bool needsRoot = false;
+    };
+    const Case cases[] = {
+        {"open folder", "chmod 777 $S", ""},
+        {"open files", "chmod 666 $F $S/domain.bell; : > $F-wal; chmod 666 $F-wal", ""},
+        {"in a sticky folder", "chmod 1777 $S/..", ""},
+        {"a link of ours to a folder of ours", "mv $S $S.real; ln -s state.real $S", ""},
+        {"below an open folder in one that is closed", "chmod 700 $S/../..; chmod 777 $S/..", ""},
+        {"below an open folder", "chmod 777 $S/..",
+         "/deep can be written by others (mode 0777); set XDG_DATA_HOME"},
+        {"made beforehand in a sticky folder",
+         "chmod 1777 $S/..; rm -r $S; as_stranger cp -r $THEIRS $S; chmod 777 $S; chmod 666 $S/*",
+         "/state belongs to user 65534; set XDG_DATA_HOME to a folder that belongs to this user alone", true},
+        {"made beforehand, empty", "chmod 1777 $S/..; rm -r $S; as_stranger mkdir -m 777 $S",
+         "/state belongs to user 65534", true},
+        {"below a folder of another user", "chown 65534 $S/..", "/deep belongs to user 65534", true},
+        {"a link of ours to a folder of another user", "rm -r $S; ln -s theirs $S",
+         "/theirs belongs to user 65534", true},
+        {"a link of another user", "chmod 1777 $S/..; mv $S $S.real; as_stranger ln -s state.real $S",
+         "/state belongs to user 65534", true},
+        {"store of another user", "chown 65534 $F; chmod 666 $F", "domain.sqlite belongs to user 65534",
+         true},
+        {"log of another user", "cp $F $F-wal; chown 65534 $F-wal", "-wal belongs to user 65534", true},
+        {"journal of another user", "cp $F $F-journal; chown 65534 $F-journal",
+         "-journal belongs to user 65534", true},
+        {"link", "mv $F $F.real; ln -s domain.sqlite.real $F", "domain.sqlite is a link; remove it"},
+        {"dangling link", "mv $F $F.real; ln -s $S/new $F", "domain.sqlite is a link; remove it"},
+        {"index is a link", "mkdir $S/x; ln -s x/y $F-shm", "-shm is a link"},
+        {"hard link", "ln $F $F.other", "has several hard links"},
+        {"pipe", "rm $F; mkfifo $F", "domain.sqlite is not a regular file"},
+        {"log is a pipe", "mkfifo $F-wal", "-wal is not a regular file"},
+        {"journal is a folder", "mkdir $F-journal", "-journal is not a regular file"},
+    };
+    for (const Case& row : cases) {
+        if (row.needsRoot && ::geteuid() != 0)
+            continue;
+        SCOPED_TRACE(row.name);
+        begin();
+        ASSERT_EQ(run(row.command), "");
+        const std::string before = everything();
+        const auto defaults = open();
+        const bool isRefused = *row.reason != '\0';
+        EXPECT_EQ(defaults->isAvailable(), !isRefused);
+        EXPECT_EQ(defaults->integer("k"), isRefused ? 0 : 1);
+        EXPECT_EQ(defaults->set("new", "canary"), !isRefused);
+        const auto lines = log.takeLines();
+        if (isRefused) {
+            EXPECT_EQ(lines.size(), 2U) << "one for reading, one for writing";
+            EXPECT_THAT(lines, testing::Each(HasSubstr(row.reason)));
+            EXPECT_EQ(everything(), before);
+        } else {
+            EXPECT_THAT(lines, IsEmpty());
+            EXPECT_EQ(run("find -H $S -perm /077"), "");
+        }
+    }
+}
+
+TEST_F(SQLiteProtectionTest, BellThatIsALinkRingsNowhere)
+{
+    for (const bool isOpenBefore : {false, true}) {
+        begin();
+        auto defaults = open();
+        if (isOpenBefore) {
+            EXPECT_TRUE(defaults->set("k", 1));
+        }
+        ASSERT_EQ(run("cd $S; echo precious > file; touch -d @1 file; chmod 644 file; ln -sf file "
+                      "domain.bell"),
+                  "");
+        EXPECT_EQ(defaults->integer("k"), 1);
+        EXPECT_EQ(defaults->set("k", 2), isOpenBefore);
+        EXPECT_EQ(run("cd $S; stat -c '%Y %a' file; cat file"), "1 644\nprecious\n");
+        if (!isOpenBefore) {
+            EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("domain.bell is a link; remove it"),
+                                                     HasSubstr("the database can only be read")));
+        }
+    }
+}
+
+TEST_F(SQLiteProtectionTest, StoreInAReadOnlyHomeIsRead)
+{
+    const auto check = [&] {
+        EXPECT_EQ(open()->integer("k"), 1);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("can only be read: ")));
+        const SQLiteUserDefaults missing(folder.path("deep/state/new/domain.sqlite"), Access::readWrite,
+                                         clock, adapterLog);
+        EXPECT_EQ(missing.object("k"), std::nullopt);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("/new: Permission denied")));
+    };
+    begin();
+    ASSERT_EQ(run("rm $S/domain.bell; chmod 500 $S"), "");
+    if (::geteuid() == 0) {
+        ASSERT_EQ(run("chown -R 12345 $S"), "");
+        runAs(user, check);
+    } else {
+        check();
+    }
+    EXPECT_EQ(run("chmod 700 $S"), "");
+}
+
+TEST_F(SQLiteProtectionTest, InspectingReadsOnlyWhatRootOrTheUserOwns)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs to become another user";
+    struct Case {
+        const char* name;
+        const char* command;
+        /// Empty when the store can be read.
+        const char* reasonForUser;
+        const char* reasonForRoot = "";
+    };
+    const Case cases[] = {
+        {"the user's own", "chown -R 12345 $S", ""},
+        {"the user's own, open to others", "chown -R 12345 $S; chmod 777 $S; chmod 666 $S/*", ""},
+        {"root's", "chmod 755 $S; chmod 644 $F", ""},
+        {"another user's", "chown -R 65534 $S; chmod 777 $S; chmod 666 $S/*", "belongs to user 65534"},
+        {"another user's log", "chmod 755 $S; chmod 644 $F; cp $F $F-wal; chown 65534 $F-wal",
+         "-wal belongs to user 65534", "-wal belongs to user 65534"},
+        {"another user's store with a file of root's as its log", "chown -R 65534 $S; echo precious > $F-wal",
+         "Permission denied"},
+        {"link to root's store",
+         "chmod 777 $S; chmod 644 $F; mv $F $F.real; as_stranger ln -s domain.sqlite.real $F", "is a link",
+         "is a link"},
+        {"hard link", "chmod 777 $S; chmod 644 $F; ln $F $S/second", "has several hard links",
+         "has several hard links"},
+        {"index is a link to a file of root's",
+         "chmod 755 $S; chmod 644 $F; : > $F-wal; echo precious > $S/file; ln -s file $F-shm",
+         "-shm is a link", "-shm is a link"},
+        {"pipe", "chmod 755 $S; rm $F; mkfifo $F", "is not a regular file", "is not a regular file"},
+        {"log is a pipe", "chmod 755 $S; mkfifo $F-wal", "-wal is not a regular file",
+         "-wal is not a regular file"},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.name);
+        begin();
+        ASSERT_EQ(run(row.command), "");
+        const std::string before = everything();
+        const auto check = [&](const char* reason) {
+            EXPECT_EQ(open(Access::inspect)->integer("k"), *reason == '\0' ? 1 : 0);
+            const auto lines = log.takeLines();
+            if (*reason == '\0')
+                EXPECT_THAT(lines, IsEmpty());
+            else
+                EXPECT_THAT(lines, ElementsAre(HasSubstr(reason)));
+        };
+        runAs(user, [&] { check(row.reasonForUser); });
+        check(row.reasonForRoot);
+        EXPECT_EQ(everything(), before);
+    }
+}
 
 TEST_F(SQLiteProtectionTest, InspectingAStoreThatWasLeftWithItsLogCreatesNothing)
 {
