@@ -35,6 +35,8 @@ public:
 
     virtual ~UserDefaults() = default;
 
+    /// Returns false while nothing can be read: what is stored then counts as missing as well.
+    [[nodiscard]] virtual bool isAvailable() const { return true; }
     [[nodiscard]] virtual std::optional<PropertyList> object(std::string_view key) const = 0;
     /// Writes the entries in their order, as one commit. Returns whether all of them are stored.
     virtual bool write(std::span<const Entry> entries) = 0;

@@ -83,6 +83,10 @@ void DeviceNotificationCenter::deliver(const UserNotification& notification, boo
                                        Completion completion)
 {
     const AuthorizationStatus status = m_ports.state.authorizationStatus();
+    if (status == AuthorizationStatus::notDetermined && !m_ports.state.store().isAvailable()) {
+        completion(PushRefusal{"the user's decision about notifications cannot be read; see the log", true});
+        return;
+    }
     if (!mayNotify(status)) {
         completion(PushRefusal{status == AuthorizationStatus::denied
                                    ? "the user does not allow notifications"

@@ -168,7 +168,7 @@ SQLiteUserDefaults::SQLiteUserDefaults(std::filesystem::path file, Access access
 
 SQLiteUserDefaults::~SQLiteUserDefaults() = default;
 
-bool SQLiteUserDefaults::isAvailable()
+bool SQLiteUserDefaults::isAvailable() const
 {
     // Whether an open one is still good is found out by its next use.
     if (const std::lock_guard lock(m_mutex); m_connection)

@@ -45,8 +45,8 @@ public:
     SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock, const AdapterLog& log);
     ~SQLiteUserDefaults() override;
 
-    /// Whether the database is open, opening it if need be.
-    bool isAvailable();
+    /// Opens the database if need be. With `inspect`, false as well when there is none.
+    [[nodiscard]] bool isAvailable() const override;
     [[nodiscard]] const std::filesystem::path& bellFile() const { return m_bellFile; }
 
     [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override;

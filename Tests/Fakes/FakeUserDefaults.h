@@ -11,14 +11,16 @@ namespace Platform {
 class DispatchQueue;
 }
 
-/// A defaults domain in memory, whose writes fail when the test wants them to.
+/// A defaults domain in memory, whose reads and writes fail when the test wants them to.
 class FakeUserDefaults final : public Platform::UserDefaults {
 public:
+    [[nodiscard]] bool isAvailable() const override { return isReadable; }
     [[nodiscard]] std::optional<Platform::PropertyList> object(std::string_view key) const override;
     bool write(std::span<const Entry> entries) override;
     bool removeObject(std::string_view key) override;
     void synchronize() override {}
 
+    bool isReadable = true;
     bool isWritable = true;
     /// How often something was written.
     int commitCount = 0;

@@ -122,6 +122,7 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
         std::optional<unsigned> shownOptions;
         std::optional<PushRefusal> refusal;
         bool isStoring = true;
+        bool isReadable = true;
     };
     using enum AuthorizationStatus;
     constexpr unsigned all = 27;
@@ -134,6 +135,15 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
          false,
          {},
          PushRefusal{"the user has not allowed notifications yet"}},
+        {"decision not readable",
+         notDetermined,
+         true,
+         1,
+         false,
+         {},
+         PushRefusal{"the user's decision about notifications cannot be read; see the log", true},
+         true,
+         false},
         {"denied", denied, true, 1, false, {}, PushRefusal{"the user does not allow notifications"}},
         {"in front", authorized, true, 1, true, chosen, {}},
         {"in front, not stored", authorized, true, 1, true, chosen, PushRefusal::notStored(), false},
@@ -152,6 +162,7 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
         device->first.isWorking = row.workingPresenter == 1;
         device->second.isWorking = row.workingPresenter == 2;
         device->isStoring = row.isStoring;
+        device->store.isReadable = row.isReadable;
         std::vector<std::optional<PushRefusal>> refusals;
         device->center.deliver({"T", "B", {}, {}}, row.isActive,
                                [&](auto refusal) { refusals.push_back(refusal); });
