@@ -422,4 +422,30 @@ TEST_F(CompletionTest, ZshTakesTheScripts)
     EXPECT_THAT(*lines, IsEmpty());
 }
 
+TEST_F(ProgramTest, VerbOnAStoreThatCannotBeUsedFailsWithTheReason)
+{
+    struct Case {
+        const char* store;
+        const char* verb;
+    };
+    const Case cases[] = {
+        {"com.quorvane.mdm.sqlite", "notifications"},
+        {"shell.sqlite", "status"},
+        {"shell.sqlite", "privacy grant notifications"},
+        {"groups/group.com.quorvane.mdm.sqlite", "snapshot"},
+        {"groups/group.com.quorvane.mdm.sqlite", "config forget"},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.verb);
+        const auto outcome = shell(std::string("umask 077; store=$XDG_DATA_HOME/quorvane-mdm/") + row.store +
+                                   "; mkdir -p $store; $QVCTL " + row.verb +
+                                   " --json 2> /dev/null; code=$?; rm -r $XDG_DATA_HOME/*; exit $code");
+        EXPECT_EQ(outcome.exitCode, 69);
+        const auto printed = boost::json::parse(outcome.output).as_object();
+        ASSERT_TRUE(printed.contains("error")) << outcome.output;
+        EXPECT_THAT(std::string(printed.at("error").as_string()),
+                    testing::HasSubstr(".sqlite is not a regular file; remove it"));
+    }
+}
+
 } // namespace

@@ -341,7 +341,8 @@ TEST_F(ProgramTest, ForgetLeavesNoTraceOfAKey)
         0);
 
     const Outcome early = qvctl({"config", "forget"});
-    EXPECT_THAT(early.output, HasSubstr("managed.json is still there"));
+    EXPECT_THAT(early.output,
+                HasSubstr("managed.json is still there: the app stores it again when the file changes"));
     EXPECT_EQ(qvctl({"config", "clear"}).exitCode, 0);
     const Outcome outcome = qvctl({"config", "forget"});
     EXPECT_EQ(outcome.exitCode, 0);

@@ -76,16 +76,21 @@ ExitCode notifications(const Options& options, std::int64_t limit)
 {
     Device device(options, Device::Access::inspect);
     const auto summaries = NotificationPayloadProcessor::payloadSummaries(device.defaults.standard(), limit);
+    const std::string& problem = device.firstProblem(); // It is on standard error already.
+    const ExitCode exitCode = problem.empty() ? success : unavailable;
     if (options.isJSON) {
         json::array list;
         for (const auto& summary : summaries)
             list.push_back({{"date", summary.date.utcText()},
                             {"title", jsonText(shownText(options, summary.title))},
                             {"body", jsonText(shownText(options, summary.body))}});
-        printJSON({{"notifications", std::move(list)}});
-        return success;
+        json::object object{{"notifications", std::move(list)}};
+        if (!problem.empty())
+            object["error"] = problem;
+        printJSON(std::move(object));
+        return exitCode;
     }
-    if (summaries.empty())
+    if (summaries.empty() && problem.empty())
         print("There are no notifications.\n");
     for (const auto& summary : summaries) {
         const auto title = shownText(options, summary.title);
@@ -94,7 +99,7 @@ ExitCode notifications(const Options& options, std::int64_t limit)
               title ? styled("{}", *title) : toned(Tone::faint, "(no title)"),
               body ? styled("  {}", toned(Tone::faint, *body)) : Styled());
     }
-    return success;
+    return exitCode;
 }
 
 ExitCode push(const Options& options, const std::string& file)
@@ -131,10 +136,14 @@ ExitCode setNotificationPermission(const Options& options, Platform::Authorizati
     // The store logs why it could not be written.
     const bool isSet = device.shellState.setAuthorizationStatus(status);
     const auto name = permissionName(device.shellState.authorizationStatus());
-    if (options.isJSON)
-        printJSON({{"user", user}, {"notificationPermission", name}});
-    else if (isSet)
+    if (options.isJSON) {
+        json::object object{{"user", user}, {"notificationPermission", name}};
+        if (!isSet)
+            object["error"] = device.firstProblem();
+        printJSON(std::move(object));
+    } else if (isSet) {
         print("Notifications of {}: {}\n", user, name);
+    }
     return isSet ? success : unavailable;
 }
 

@@ -198,8 +198,11 @@ ExitCode configForget(const Options& options)
         const Device device(options, Device::Access::readWrite);
         const Platform::SystemClock clock;
         SQLiteUserDefaults store(suite, Device::Access::readWrite, clock, device.log());
-        if (!store.erase(Core::Constants::SnapshotKeys::all))
+        if (!store.erase(Core::Constants::SnapshotKeys::all)) {
+            if (options.isJSON)
+                printJSON({{"suite", suite.string()}, {"error", device.firstProblem()}});
             return unavailable; // The store has printed why.
+        }
     }
     const DevicePolicy policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::no);
     const bool isPolicyInForce = policy.reading.state == PolicyFileReading::State::good;
@@ -208,7 +211,7 @@ ExitCode configForget(const Options& options)
     else
         print("{} {}\n", isStored ? "Deleted the snapshot in" : "No snapshot is stored in", suite);
     if (isPolicyInForce && !options.isJSON)
-        print("{} is still there: the app stores a snapshot again when it next applies it\n",
+        print("{} is still there: the app stores it again when the file changes or the app restarts\n",
               policy.reading.path);
     return success;
 }
