@@ -23,6 +23,18 @@ namespace Core {
 using Platform::PropertyList;
 using Platform::UserDefaults;
 
+namespace {
+
+/// "has_api_key", "allowed_apps_count".
+std::string statusKey(const ManagedKey& key)
+{
+    std::string noun(key.noun);
+    std::replace(noun.begin(), noun.end(), ' ', '_');
+    return key.isList() ? noun + "s_count" : "has_" + noun;
+}
+
+} // namespace
+
 ConfigurationManager::ConfigurationManager(const Ports& ports) : m_ports(ports) {}
 
 ConfigurationManager::~ConfigurationManager()
@@ -134,7 +146,7 @@ void ConfigurationManager::updateConfigurationFromMDM()
     m_ports.logger.info(
         [&] {
             return "Configuration updated - v" + std::to_string(snapshot.configVersion) +
-                   ", apps: " + std::to_string(snapshot.allowedAppBundleIds.size());
+                   ", apps: " + std::to_string(snapshot.config.allowedAppBundleIds.size());
         },
         "updateConfigurationFromMDM()");
     m_isUpdatingConfiguration = false;
@@ -208,6 +220,13 @@ void ConfigurationManager::clearConfiguration()
 
 // What the configuration says
 
+template <typename Value>
+Value ConfigurationManager::storedValue(Value ValidatedConfig::*member) const
+{
+    auto snapshot = loadConfigurationSnapshot();
+    return snapshot ? std::move(snapshot->config.*member) : Value();
+}
+
 bool ConfigurationManager::isAppAllowedForSSO(std::string_view bundleId) const
 {
     const auto allowed = getAllowedAppBundleIds();
@@ -216,32 +235,27 @@ bool ConfigurationManager::isAppAllowedForSSO(std::string_view bundleId) const
 
 std::vector<std::string> ConfigurationManager::getAllowedAppBundleIds() const
 {
-    auto snapshot = loadConfigurationSnapshot();
-    return snapshot ? std::move(snapshot->allowedAppBundleIds) : std::vector<std::string>();
+    return storedValue(&ValidatedConfig::allowedAppBundleIds);
 }
 
 std::optional<std::string> ConfigurationManager::getOrganizationId() const
 {
-    auto snapshot = loadConfigurationSnapshot();
-    return snapshot ? std::move(snapshot->organizationId) : std::nullopt;
+    return storedValue(&ValidatedConfig::organizationId);
 }
 
 std::optional<std::string> ConfigurationManager::getBaseDomain() const
 {
-    auto snapshot = loadConfigurationSnapshot();
-    return snapshot ? std::move(snapshot->baseDomain) : std::nullopt;
+    return storedValue(&ValidatedConfig::baseDomain);
 }
 
 std::optional<std::string> ConfigurationManager::getApiKey() const
 {
-    auto snapshot = loadConfigurationSnapshot();
-    return snapshot ? std::move(snapshot->apiKey) : std::nullopt;
+    return storedValue(&ValidatedConfig::apiKey);
 }
 
 std::optional<std::string> ConfigurationManager::getDeviceId() const
 {
-    auto snapshot = loadConfigurationSnapshot();
-    return snapshot ? std::move(snapshot->deviceId) : std::nullopt;
+    return storedValue(&ValidatedConfig::deviceId);
 }
 
 PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
@@ -249,17 +263,19 @@ PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
     const auto snapshot = loadConfigurationSnapshot();
     if (!snapshot)
         return {{"status", "no_configuration"}, {"config_version", 0}, {"last_updated", "never"}};
-    return {
+    PropertyList::Dictionary status{
         {"status", "active"},
         {"config_version", snapshot->configVersion},
         {"schema_version", snapshot->schemaVersion},
         {"last_updated", snapshot->lastUpdated},
-        {"allowed_apps_count", snapshot->allowedAppBundleIds.size()},
-        {"has_organization_id", snapshot->organizationId.has_value()},
-        {"has_base_domain", snapshot->baseDomain.has_value()},
-        {"has_api_key", snapshot->apiKey.has_value()},
-        {"has_device_id", snapshot->deviceId.has_value()},
     };
+    for (const ManagedKey& key : managedKeys()) {
+        if (!key.isCarried())
+            continue;
+        const std::size_t count = textsOf(key, snapshot->config).size();
+        status.emplace(statusKey(key), key.isList() ? PropertyList(count) : PropertyList(count > 0));
+    }
+    return status;
 }
 
 std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)

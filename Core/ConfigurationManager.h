@@ -105,6 +105,9 @@ private:
     [[nodiscard]] std::optional<Platform::PropertyList> readManagedConfiguration() const;
     [[nodiscard]] bool isLastApplied(const std::string& fingerprint) const;
     [[nodiscard]] std::int64_t nextConfigVersion() const;
+    /// Absent or empty when no snapshot can be loaded.
+    template <typename Value>
+    [[nodiscard]] Value storedValue(Value ValidatedConfig::*member) const;
     void saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot);
 
     const Ports m_ports;
@@ -114,7 +117,7 @@ private:
     std::unique_ptr<Platform::Timer> m_debounceTimer;
 };
 
-/// Differs whenever the value of one of the six managed keys differs, its type included; a text and a number
+/// Differs whenever the value of one of the managed keys differs, its type included; a text and a number
 /// that reads the same count as equal. A reversible encoding, to be kept in memory only, since it holds the
 /// API key.
 std::string managedConfigFingerprint(const Platform::PropertyList::Dictionary& managed);

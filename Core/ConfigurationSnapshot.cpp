@@ -1,7 +1,7 @@
 #include "Core/ConfigurationSnapshot.h"
 
 #include "Core/JSON.h"
-#include "Core/ManagedConfigurationValidation.h"
+#include "Core/ManagedKeys.h"
 
 #include <array>
 #include <string_view>
@@ -12,18 +12,23 @@ namespace Core {
 namespace {
 
 namespace CodingKeys {
-constexpr std::string_view allowedAppBundleIds = "allowedAppBundleIds";
-constexpr std::string_view organizationId = "organizationId";
-constexpr std::string_view baseDomain = "baseDomain";
-constexpr std::string_view apiKey = "apiKey";
-constexpr std::string_view deviceId = "deviceId";
 constexpr std::string_view schemaVersion = "schemaVersion";
 constexpr std::string_view configVersion = "configVersion";
 constexpr std::string_view lastUpdated = "lastUpdated";
 } // namespace CodingKeys
 
-/// A usual record is put together and taken apart on the stack: every reader of a setting decodes it anew.
+/// A usual record is encoded and decoded on the stack: each getter of a setting decodes it again.
 constexpr std::size_t stackBytes = 4096;
+
+void decodeInto(const KeyedDecoder& decoder, std::string_view key, std::optional<std::string>& text)
+{
+    text = decoder.optionalText(key);
+}
+
+void decodeInto(const KeyedDecoder& decoder, std::string_view key, std::vector<std::string>& list)
+{
+    list = decoder.texts(key);
+}
 
 } // namespace
 
@@ -38,11 +43,7 @@ ConfigurationSnapshot ConfigurationSnapshot::make(ValidatedConfig config, std::i
                                                   Platform::Date now)
 {
     ConfigurationSnapshot snapshot;
-    snapshot.allowedAppBundleIds = std::move(config.allowedAppBundleIds);
-    snapshot.organizationId = std::move(config.organizationId);
-    snapshot.baseDomain = std::move(config.baseDomain);
-    snapshot.apiKey = std::move(config.apiKey);
-    snapshot.deviceId = std::move(config.deviceId);
+    snapshot.config = std::move(config);
     snapshot.configVersion = configVersion;
     snapshot.lastUpdated = now;
     return snapshot;
@@ -53,16 +54,13 @@ Platform::Data ConfigurationSnapshot::encode() const
     std::array<unsigned char, stackBytes> buffer;
     boost::json::monotonic_resource resource(buffer.data(), buffer.size());
     boost::json::object object(&resource);
-    const auto setIfPresent = [&](std::string_view key, const std::optional<std::string>& text) {
-        if (text)
-            object[key] = *text;
-    };
-    object[CodingKeys::allowedAppBundleIds] =
-        boost::json::array(allowedAppBundleIds.begin(), allowedAppBundleIds.end(), &resource);
-    setIfPresent(CodingKeys::organizationId, organizationId);
-    setIfPresent(CodingKeys::baseDomain, baseDomain);
-    setIfPresent(CodingKeys::apiKey, apiKey);
-    setIfPresent(CodingKeys::deviceId, deviceId);
+    for (const ManagedKey& key : managedKeys()) {
+        const auto texts = textsOf(key, config);
+        if (key.isList())
+            object[key.codingKey] = boost::json::array(texts.begin(), texts.end(), &resource);
+        else if (!texts.empty())
+            object[key.codingKey] = texts.front();
+    }
     object[CodingKeys::schemaVersion] = schemaVersion;
     object[CodingKeys::configVersion] = configVersion;
     object[CodingKeys::lastUpdated] = lastUpdated.secondsSinceReferenceDate;
@@ -77,11 +75,8 @@ ConfigurationSnapshot ConfigurationSnapshot::decode(const Platform::Data& bytes)
     const KeyedDecoder decoder(value);
 
     ConfigurationSnapshot snapshot;
-    snapshot.allowedAppBundleIds = decoder.texts(CodingKeys::allowedAppBundleIds);
-    snapshot.organizationId = decoder.optionalText(CodingKeys::organizationId);
-    snapshot.baseDomain = decoder.optionalText(CodingKeys::baseDomain);
-    snapshot.apiKey = decoder.optionalText(CodingKeys::apiKey);
-    snapshot.deviceId = decoder.optionalText(CodingKeys::deviceId);
+    forEachValue(snapshot.config,
+                 [&](const ManagedKey& key, auto& member) { decodeInto(decoder, key.codingKey, member); });
     snapshot.schemaVersion = decoder.integer(CodingKeys::schemaVersion);
     snapshot.configVersion = decoder.integer(CodingKeys::configVersion);
     snapshot.lastUpdated = {decoder.number(CodingKeys::lastUpdated)};

@@ -1,6 +1,6 @@
 #include "Core/ManagedConfigurationValidation.h"
 
-#include "Core/Constants.h"
+#include "Core/ManagedKeys.h"
 #include "Core/UnicodeText.h"
 #include "Platform/ASCII.h"
 
@@ -97,13 +97,11 @@ std::vector<std::string_view> splitAtCommas(std::string_view text)
     return pieces;
 }
 
-std::vector<std::string> parseBundleIdList(const PropertyList* value, Findings findings)
+std::vector<std::string> parseBundleIdList(const PropertyList& value, Findings findings)
 {
-    if (value == nullptr)
-        return {};
-    if (const auto* text = value->text())
+    if (const auto* text = value.text())
         return filterBundleIds(splitAtCommas(*text), findings);
-    const auto* array = value->array();
+    const auto* array = value.array();
     if (array == nullptr) {
         findings.add(FindingKind::wrongType);
         return {};
@@ -120,11 +118,9 @@ std::vector<std::string> parseBundleIdList(const PropertyList* value, Findings f
     return pieces.size() == array->size() ? filterBundleIds(pieces, findings) : std::vector<std::string>();
 }
 
-std::optional<std::string> readScalarString(const PropertyList* value, Findings findings)
+std::optional<std::string> readScalarString(const PropertyList& value, Findings findings)
 {
-    if (value == nullptr)
-        return std::nullopt;
-    if (const auto* text = value->text()) {
+    if (const auto* text = value.text()) {
         const std::string_view kept = trimmed(*text);
         if (kept.empty()) {
             findings.add(FindingKind::blank);
@@ -136,10 +132,10 @@ std::optional<std::string> readScalarString(const PropertyList* value, Findings 
             findings.add(FindingKind::quotationMarks);
         return std::string(kept);
     }
-    if (value->isNumber()) {
-        findings.add(value->boolean() != nullptr ? FindingKind::booleanTakenAsText
-                                                 : FindingKind::numberTakenAsText);
-        return value->numberText();
+    if (value.isNumber()) {
+        findings.add(value.boolean() != nullptr ? FindingKind::booleanTakenAsText
+                                                : FindingKind::numberTakenAsText);
+        return value.numberText();
     }
     findings.add(FindingKind::wrongType);
     return std::nullopt;
@@ -165,6 +161,19 @@ std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>&
     return isSecure ? std::string(text) : std::string(https).append(rest);
 }
 
+void read(const PropertyList& value, const ManagedKey& key, Findings findings,
+          std::optional<std::string>& text)
+{
+    text = readScalarString(value, findings);
+    if (key.kind == ManagedKey::Kind::address)
+        text = normalizeBaseDomain(text, findings);
+}
+
+void read(const PropertyList& value, const ManagedKey&, Findings findings, std::vector<std::string>& list)
+{
+    list = parseBundleIdList(value, findings);
+}
+
 } // namespace
 
 std::optional<std::string_view> unsupportedScheme(std::string_view baseDomain)
@@ -176,20 +185,11 @@ std::optional<std::string_view> unsupportedScheme(std::string_view baseDomain)
 ValidatedConfig validateManagedConfiguration(const PropertyList::Dictionary& managed,
                                              std::vector<ValidationFinding>* findings)
 {
-    namespace Keys = Constants::ManagedConfigKeys;
-    const auto value = [&](std::string_view key) -> const PropertyList* {
-        const auto found = managed.find(key);
-        return found != managed.end() ? &found->second : nullptr;
-    };
-    const auto scalar = [&](std::string_view key) { return readScalarString(value(key), {findings, key}); };
-
     ValidatedConfig config;
-    config.allowedAppBundleIds =
-        parseBundleIdList(value(Keys::allowedAppBundleIds), {findings, Keys::allowedAppBundleIds});
-    config.organizationId = scalar(Keys::organizationId);
-    config.baseDomain = normalizeBaseDomain(scalar(Keys::BASE_DOMAIN), {findings, Keys::BASE_DOMAIN});
-    config.apiKey = scalar(Keys::API_KEY);
-    config.deviceId = scalar(Keys::DEVICE_ID);
+    forEachValue(config, [&](const ManagedKey& key, auto& member) {
+        if (const auto found = managed.find(key.name); found != managed.end())
+            read(found->second, key, {findings, key.name}, member);
+    });
     return config;
 }
 

@@ -1,27 +1,14 @@
 #pragma once
 
+#include "Core/ValidatedConfig.h"
 #include "Platform/PropertyList.h"
 
 #include <cstddef>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
 namespace Core {
-
-/// The managed configuration, clean: what was missing, of a wrong type, empty or malformed is absent.
-struct ValidatedConfig {
-    /// In input order, duplicates kept.
-    std::vector<std::string> allowedAppBundleIds;
-    std::optional<std::string> organizationId;
-    /// Begins with "https://".
-    std::optional<std::string> baseDomain;
-    std::optional<std::string> apiKey;
-    std::optional<std::string> deviceId;
-
-    friend bool operator==(const ValidatedConfig&, const ValidatedConfig&) = default;
-};
 
 /// One thing that validation dropped or altered, for the people who write configurations.
 struct ValidationFinding {

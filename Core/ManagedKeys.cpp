@@ -12,28 +12,75 @@ namespace {
 namespace Keys = Constants::ManagedConfigKeys;
 using KeyKind = ManagedKey::Kind;
 
+/// The order is part of the stored snapshot: new rows go at the end.
 constexpr std::array table{
-    ManagedKey{Keys::allowedAppBundleIds, KeyKind::bundleIds, false, "Apps allowed to use single sign-on",
-               "Bundle identifiers of the apps that may use single sign-on. Without one, no app may.",
-               "com.example.mail,com.example.files"},
-    ManagedKey{Keys::organizationId, KeyKind::text, false, "Organization ID",
-               "Names the organization to the single-sign-on extension.", "example-corp"},
-    ManagedKey{Keys::schemaVersion, KeyKind::revision, false, "Revision",
-               "A change of it alone has the configuration applied again; nothing else reads it.", "1"},
-    ManagedKey{Keys::BASE_DOMAIN, KeyKind::address, false, "Backend address",
-               "Address of the organization's backend. https:// is put in front where no scheme is written, "
-               "and in place of http://. Without it, the backend cannot be reached.",
-               "https://mdm.example.com"},
-    ManagedKey{Keys::API_KEY, KeyKind::text, true, "API key (secret)",
-               "Secret with which the app identifies itself to the backend. Without it, requests carry no "
-               "credential.",
-               "replace-with-the-api-key"},
-    ManagedKey{Keys::DEVICE_ID, KeyKind::text, false, "Device ID",
-               "Names this device to the backend. Without it, the device token for pushes is not uploaded.",
-               "DEVICE-0001"},
+    ManagedKey{.name = Keys::allowedAppBundleIds,
+               .kind = KeyKind::bundleIds,
+               .member = &ValidatedConfig::allowedAppBundleIds,
+               .codingKey = "allowedAppBundleIds",
+               .noun = "allowed app",
+               .label = "Apps allowed to use single sign-on",
+               .description = "Bundle identifiers of the apps that may use single sign-on. Without one, no "
+                              "app may.",
+               .example = "com.example.mail,com.example.files"},
+    ManagedKey{.name = Keys::organizationId,
+               .kind = KeyKind::text,
+               .member = &ValidatedConfig::organizationId,
+               .codingKey = "organizationId",
+               .noun = "organization id",
+               .label = "Organization ID",
+               .description = "Names the organization to the single-sign-on extension.",
+               .example = "example-corp"},
+    ManagedKey{.name = Keys::schemaVersion,
+               .kind = KeyKind::revision,
+               .label = "Revision",
+               .description =
+                   "A change of it alone has the configuration applied again; nothing else reads it.",
+               .example = "1"},
+    ManagedKey{.name = Keys::BASE_DOMAIN,
+               .kind = KeyKind::address,
+               .member = &ValidatedConfig::baseDomain,
+               .codingKey = "baseDomain",
+               .noun = "base domain",
+               .label = "Backend address",
+               .description = "Address of the organization's backend. https:// is put in front where no "
+                              "scheme is written, and in place of http://. Without it, the backend cannot "
+                              "be reached.",
+               .example = "https://mdm.example.com"},
+    ManagedKey{.name = Keys::API_KEY,
+               .kind = KeyKind::text,
+               .member = &ValidatedConfig::apiKey,
+               .codingKey = "apiKey",
+               .isSecret = true,
+               .noun = "api key",
+               .label = "API key (secret)",
+               .description = "Secret with which the app identifies itself to the backend. Without it, "
+                              "requests carry no credential.",
+               .example = "replace-with-the-api-key"},
+    ManagedKey{.name = Keys::DEVICE_ID,
+               .kind = KeyKind::text,
+               .member = &ValidatedConfig::deviceId,
+               .codingKey = "deviceId",
+               .noun = "device id",
+               .label = "Device ID",
+               .description = "Names this device to the backend. Without it, the device token for pushes is "
+                              "not uploaded.",
+               .example = "DEVICE-0001"},
 };
 
+/// Whether the kind of a row and its member agree, and all the names are there.
+constexpr bool isComplete(const ManagedKey& key)
+{
+    return key.isCarried() == (key.kind != KeyKind::revision) &&
+           key.isList() == (key.kind == KeyKind::bundleIds) && key.isCarried() != key.codingKey.empty() &&
+           key.isCarried() != key.noun.empty() && !key.label.empty() && !key.description.empty() &&
+           !key.example.empty();
+}
+static_assert(std::all_of(table.begin(), table.end(), isComplete));
+
 } // namespace
+
+const int managedKeysVersion = 1;
 
 std::span<const ManagedKey> managedKeys()
 {
@@ -59,6 +106,16 @@ std::string_view acceptedForms(ManagedKey::Kind kind)
         break;
     }
     return "anything";
+}
+
+std::span<const std::string> textsOf(const ManagedKey& key, const ValidatedConfig& config)
+{
+    if (const auto* list = std::get_if<ManagedKey::ListMember>(&key.member))
+        return config.**list;
+    const auto* member = std::get_if<ManagedKey::TextMember>(&key.member);
+    if (member == nullptr || !(config.**member))
+        return {};
+    return {&*(config.**member), 1};
 }
 
 } // namespace Core

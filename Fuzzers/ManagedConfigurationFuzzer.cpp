@@ -1,8 +1,8 @@
 // The way of a managed configuration: policy file, validation, snapshot, stored JSON, and back.
 
 #include "Core/ConfigurationSnapshot.h"
-#include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
+#include "Core/ManagedKeys.h"
 #include "Core/UnicodeText.h"
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 using namespace Core;
 using Fuzzers::require;
 using Platform::PropertyList;
-namespace Keys = Core::Constants::ManagedConfigKeys;
 
 namespace {
 
@@ -56,21 +56,31 @@ void examineFindings(const std::vector<ValidationFinding>& findings, const Prope
     }
 }
 
-/// The dictionary that says what `config` says.
-PropertyList::Dictionary dictionaryOf(const ValidatedConfig& config)
+void examineAddress(const std::optional<std::string>& kept)
 {
-    PropertyList::Dictionary dictionary;
-    dictionary.emplace(Keys::allowedAppBundleIds, PropertyList::Array(config.allowedAppBundleIds.begin(),
-                                                                      config.allowedAppBundleIds.end()));
-    const auto addIfPresent = [&](std::string_view key, const std::optional<std::string>& text) {
-        if (text)
-            dictionary.emplace(key, *text);
-    };
-    addIfPresent(Keys::organizationId, config.organizationId);
-    addIfPresent(Keys::BASE_DOMAIN, config.baseDomain);
-    addIfPresent(Keys::API_KEY, config.apiKey);
-    addIfPresent(Keys::DEVICE_ID, config.deviceId);
-    return dictionary;
+    require(!kept || (hasPrefixIgnoringCase(*kept, "https://") && trimmed(*kept) == *kept),
+            "an address begins with https:// and is trimmed");
+}
+
+/// Checks each value in `config` and returns a dictionary of the same values.
+PropertyList::Dictionary examineValues(ValidatedConfig config, const PropertyList::Dictionary& managed)
+{
+    PropertyList::Dictionary same;
+    forEachValue(config, [&](const ManagedKey& key, auto& value) {
+        const PropertyList& configured = Platform::member(managed, key.name);
+        if constexpr (std::is_same_v<decltype(value), std::vector<std::string>&>) {
+            examineBundleIds(value, configured);
+            same.emplace(key.name, PropertyList::Array(value.begin(), value.end()));
+        } else {
+            if (key.kind == ManagedKey::Kind::address)
+                examineAddress(value);
+            else
+                examineScalar(value, configured);
+            if (value)
+                same.emplace(key.name, *value);
+        }
+    });
+    return same;
 }
 
 } // namespace
@@ -89,16 +99,10 @@ void Fuzzers::examine(std::string_view input)
 
     std::vector<ValidationFinding> findings;
     const ValidatedConfig config = validateManagedConfiguration(managed, &findings);
-    require(validateManagedConfiguration(managed) == config, "whoever wants findings changes nothing");
+    require(validateManagedConfiguration(managed) == config,
+            "collecting findings does not change the result");
     examineFindings(findings, managed);
-    examineBundleIds(config.allowedAppBundleIds, Platform::member(managed, Keys::allowedAppBundleIds));
-    examineScalar(config.organizationId, Platform::member(managed, Keys::organizationId));
-    examineScalar(config.apiKey, Platform::member(managed, Keys::API_KEY));
-    examineScalar(config.deviceId, Platform::member(managed, Keys::DEVICE_ID));
-    require(!config.baseDomain || (hasPrefixIgnoringCase(*config.baseDomain, "https://") &&
-                                   trimmed(*config.baseDomain) == *config.baseDomain),
-            "a base domain begins with https:// and is trimmed");
-    require(validateManagedConfiguration(dictionaryOf(config)) == config,
+    require(validateManagedConfiguration(examineValues(config, managed)) == config,
             "what was validated is valid as it stands");
 
     const auto snapshot =

@@ -8,13 +8,17 @@
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
+#include <algorithm>
+#include <functional>
 #include <limits>
 
 using namespace Core;
 using namespace std::chrono_literals;
 using Platform::PropertyList;
+using testing::ElementsAre;
+using testing::StartsWith;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -107,7 +111,9 @@ TEST_F(ConfigurationManagerTest, BurstIsAppliedOnceHalfASecondAfterItsLastChange
     EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 0"});
     ASSERT_EQ(announced.size(), 1U);
     const auto value = [&](const char* key) { return std::any_cast<PropertyList>(announced.at(0).at(key)); };
-    EXPECT_EQ(announced.at(0).size(), 9U);
+    const auto keys = managedKeys();
+    const auto carriedCount = std::count_if(keys.begin(), keys.end(), std::mem_fn(&ManagedKey::isCarried));
+    EXPECT_EQ(announced.at(0).size(), 4U + static_cast<std::size_t>(carriedCount));
     EXPECT_EQ(value("status"), PropertyList("active"));
     EXPECT_EQ(value("config_version"), PropertyList(1));
     EXPECT_EQ(value("last_updated"), PropertyList(Platform::Date{0.9}));
@@ -115,7 +121,43 @@ TEST_F(ConfigurationManagerTest, BurstIsAppliedOnceHalfASecondAfterItsLastChange
     EXPECT_EQ(value("has_api_key"), PropertyList(false));
 }
 
-TEST_F(ConfigurationManagerTest, OnlyAChangeOfTheSixKeysIsAChange)
+TEST_F(ConfigurationManagerTest, EachKeyIsValidatedStoredAndReportedAsItself)
+{
+    startUp();
+    for (const ManagedKey& key : managedKeys()) {
+        SCOPED_TRACE(key.name);
+        log.takeLines();
+        deliverAndSettle(PropertyList::Dictionary{{std::string(key.name), std::string(key.example)}});
+        EXPECT_THAT(log.takeLines(), ElementsAre(StartsWith("Configuration updated")));
+
+        const auto snapshot = manager->loadConfigurationSnapshot();
+        for (const ManagedKey& other : managedKeys()) {
+            const auto texts = textsOf(other, snapshot->config);
+            EXPECT_EQ(texts.empty(), other.name != key.name || !key.isCarried()) << other.name;
+            std::string joined;
+            for (const std::string& text : texts)
+                joined += (joined.empty() ? "" : ",") + text;
+            EXPECT_EQ(joined, texts.empty() ? "" : key.example);
+        }
+        const auto status = manager->getConfigurationStatus();
+        const auto present = [](const auto& entry) {
+            return entry.first.starts_with("has_") ? *entry.second.boolean()
+                                                   : entry.first.ends_with("_count") && entry.second != 0;
+        };
+        EXPECT_EQ(std::count_if(status.begin(), status.end(), present), key.isCarried() ? 1 : 0);
+        deliverAndSettle(PropertyList::Dictionary{});
+    }
+}
+
+TEST(ManagedKeysTest, EachMemberOfTheConfigurationHasItsRow)
+{
+    std::size_t size = 0;
+    ValidatedConfig config;
+    forEachValue(config, [&](const ManagedKey&, auto& member) { size += sizeof member; });
+    EXPECT_EQ(size, sizeof config) << "the table misses a member, or has one twice";
+}
+
+TEST_F(ConfigurationManagerTest, OnlyAChangeOfAManagedKeyIsAChange)
 {
     defaults.deliver(managed);
     startUp();

@@ -22,10 +22,10 @@ TEST(ConfigurationSnapshotTest, EncodesPresentFieldsAlone)
     EXPECT_EQ(textOf(snapshot.encode()),
               R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":0,"lastUpdated":60})");
 
-    snapshot.allowedAppBundleIds = {"com.a.b", "com.a.b"};
-    snapshot.organizationId = "\"\\\n\u00e4\U0001F600";
-    snapshot.apiKey = "\x1f";
-    snapshot.deviceId = "DEV-1";
+    snapshot.config.allowedAppBundleIds = {"com.a.b", "com.a.b"};
+    snapshot.config.organizationId = "\"\\\n\u00e4\U0001F600";
+    snapshot.config.apiKey = "\x1f";
+    snapshot.config.deviceId = "DEV-1";
     snapshot.configVersion = 3;
     snapshot.lastUpdated = {986'802'277.2158307};
     EXPECT_EQ(
@@ -78,7 +78,7 @@ TEST(ConfigurationSnapshotTest, DecodesStrictlyAndAsAWhole)
             EXPECT_FALSE(error.has_value()) << json;
             EXPECT_EQ(snapshot.configVersion, 2) << json;
             EXPECT_EQ(snapshot.lastUpdated, Platform::Date{60}) << json;
-            EXPECT_EQ(snapshot.organizationId, std::nullopt) << json;
+            EXPECT_EQ(snapshot.config.organizationId, std::nullopt) << json;
         } catch (const DecodingError& thrown) {
             ASSERT_TRUE(error.has_value()) << json << ": " << thrown.what();
             EXPECT_EQ(thrown.errorCode(), static_cast<std::int64_t>(*error)) << json;

@@ -1,9 +1,11 @@
+#include "Core/ManagedKeys.h"
 #include "Tests/EndToEnd/ProgramTest.h"
 
 #include <gmock/gmock.h>
 
 #include <csignal>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <system_error>
@@ -71,11 +73,81 @@ std::set<std::string> membersOf(const json::value& value, const std::set<std::st
     return found;
 }
 
+std::string textOfFile(const std::string& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// A value of its own for each key.
+std::string valueOf(const Core::ManagedKey& key, std::string_view ending)
+{
+    using Kind = Core::ManagedKey::Kind;
+    const std::string_view value = key.kind == Kind::bundleIds ? "com.example.mail"
+                                   : key.kind == Kind::address ? "backend.example"
+                                                               : key.name;
+    return std::string(value) + std::string(ending);
+}
+
+std::string policyWithEveryKey(std::string_view ending)
+{
+    json::object policy;
+    for (const Core::ManagedKey& key : Core::managedKeys())
+        policy[key.name] = valueOf(key, ending);
+    return json::serialize(policy);
+}
+
+TEST_F(ProgramTest, EveryManagedKeyGoesAllTheWay)
+{
+    device.replacePolicy(policyWithEveryKey(""));
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v1"));
+    application->signal(SIGTERM);
+    application->waitForExit();
+
+    const auto shown = qvctlJSON({"config", "show"}).at("configuration");
+    const auto explained = qvctlJSON({"config", "explain"}).at("keys");
+    const auto snapshot = qvctlJSON({"snapshot"});
+    const auto revealed = qvctlJSON({"snapshot", "--reveal"});
+    std::size_t reportedCount = 0;
+    for (const auto& [name, value] : qvctlJSON({"status"}))
+        reportedCount +=
+            (name.starts_with("has") && value == true) || (name.ends_with("Count") && value == 1);
+    const std::string texts = qvctl({"status"}).output + qvctl({"snapshot"}).output;
+    const auto watch = device.startConsole({"watch", "--json"});
+    ASSERT_TRUE(watch->waitForLine("{"));
+    const json::value watched = json::parse(watch->lines().back());
+    device.replacePolicy(policyWithEveryKey("x"));
+    const std::string doctor = qvctl({"doctor", "--offline"}).output;
+    const std::string readme = textOfFile(QV_SOURCES "/README.md");
+    std::size_t carriedCount = 0;
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        SCOPED_TRACE(key.name);
+        const std::string value = valueOf(key, "");
+        const auto isShown = [&](const json::value& printed, bool isMasked) {
+            return json::serialize(printed).find(isMasked ? "********" : value) != std::string::npos;
+        };
+        EXPECT_TRUE(isShown(shown.at(key.name), key.isSecret));
+        EXPECT_TRUE(isShown(explained.at(key.name).at("effective"), key.isSecret));
+        for (const char* format : {"json-schema", "appconfig", "sample"})
+            EXPECT_THAT(qvctl({"config", "schema", "--format", format}).output,
+                        HasSubstr("\"" + std::string(key.name) + "\""));
+        EXPECT_THAT(readme, HasSubstr("| `" + std::string(key.name) + "` |"));
+        if (!key.isCarried())
+            continue;
+        EXPECT_TRUE(isShown(snapshot.at(key.codingKey), key.isSecret));
+        EXPECT_TRUE(isShown(revealed.at(key.codingKey), false));
+        EXPECT_TRUE(isShown(watched.at(key.codingKey), key.isSecret));
+        EXPECT_THAT(texts, HasSubstr(key.noun));
+        EXPECT_THAT(doctor, HasSubstr(key.name));
+        ++carriedCount;
+    }
+    EXPECT_EQ(reportedCount, carriedCount) << "by status --json";
+}
+
 TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
 {
-    device.replacePolicy(
-        R"({"OrganizationId": 5, "base_domain": "a.b", "api_key": "k", "device_id": "d",
-            "AllowedAppsBundleIdsForSSOExtension": ["com.a.b"]})");
+    device.replacePolicy(policyWithEveryKey(""));
     device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
     const auto application = device.startApplication({"--log-stderr", "--push", "local"});
     DrivenWindow window = device.window();

@@ -71,14 +71,14 @@ public:
         demand(state.configVersion >= m_version && state.configVersion <= m_version + 2,
                "version {} after version {}", state.configVersion, m_version);
         if (state.snapshot) {
-            const auto& apps = state.snapshot->allowedAppBundleIds;
+            const auto& apps = state.snapshot->config.allowedAppBundleIds;
             demand(apps.size() == 1 && std::find(m_apps.begin(), m_apps.end(), apps[0]) != m_apps.end(),
                    "a snapshot that no policy of late could make");
         }
         m_version = state.configVersion;
         m_apps.erase(m_apps.begin(), m_apps.end() - 1);
         if (state.snapshot)
-            m_apps.push_back(state.snapshot->allowedAppBundleIds.at(0));
+            m_apps.push_back(state.snapshot->config.allowedAppBundleIds.at(0));
 
         std::vector<std::string> titles;
         for (const auto& entry : state.history)

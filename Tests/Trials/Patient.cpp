@@ -70,7 +70,8 @@ StoredState Patient::demandHealth(const StoredState& before)
     const Push pushed = push();
     demandHere(pushed.isAcknowledged(), "a push is refused: " + pushed.answer);
     StoredState now = demandNothingLost(before, pushed);
-    demandHere(now.snapshot && now.snapshot->allowedAppBundleIds == std::vector{"com.example." + m_app},
+    demandHere(now.snapshot &&
+                   now.snapshot->config.allowedAppBundleIds == std::vector{"com.example." + m_app},
                "the last change is not the one that is stored");
     return now;
 }

@@ -1,16 +1,15 @@
-#include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
-#include "Core/ManagedKeys.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/FindingOutput.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
+#include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/PolicyFiles.h"
 
 #include <fmt/format.h>
 
-#include <map>
+#include <optional>
 #include <utility>
 
 namespace Qvctl {
@@ -18,7 +17,6 @@ namespace Qvctl {
 namespace {
 
 namespace json = boost::json;
-namespace Keys = Core::Constants::ManagedConfigKeys;
 using namespace Platform::PropertyLists;
 using namespace Platform::Linux;
 using Platform::PropertyList;
@@ -35,27 +33,18 @@ DevicePolicy readDevicePolicy(const Options& options)
     return policy;
 }
 
-/// The value that the application uses for each key, by key; a missing member means none.
-std::map<std::string_view, std::string> effectiveValues(const PropertyList::Dictionary& managed,
-                                                        bool isRevealing)
+/// The value that the application uses for `key`, given the validated and masked configuration; absent when
+/// it has none.
+std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Core::ValidatedConfig& config,
+                                          const PropertyList::Dictionary& managed, bool isRevealing)
 {
-    const Core::ValidatedConfig config = Core::validateManagedConfiguration(managed);
-    std::map<std::string_view, std::string> values;
-    const auto set = [&](std::string_view key, const std::optional<std::string>& value) {
-        if (value)
-            values[key] = isSecret(key) && !isRevealing ? std::string(mask) : *value;
-    };
-    set(Keys::organizationId, config.organizationId);
-    set(Keys::BASE_DOMAIN, config.baseDomain);
-    set(Keys::API_KEY, config.apiKey);
-    set(Keys::DEVICE_ID, config.deviceId);
-    if (!config.allowedAppBundleIds.empty())
-        set(Keys::allowedAppBundleIds, fmt::format("{}", fmt::join(config.allowedAppBundleIds, ", ")));
-    if (const auto schema = managed.find(Keys::schemaVersion); schema != managed.end())
-        set(Keys::schemaVersion, !isRevealing && isMasked(Keys::schemaVersion, schema->second)
-                                     ? std::string(mask)
-                                     : schema->second.description());
-    return values;
+    if (key.isCarried())
+        return Core::textsOf(key, config).empty() ? std::nullopt : std::optional(joinedTexts(key, config));
+    const auto found = managed.find(key.name);
+    if (found == managed.end())
+        return std::nullopt;
+    return !isRevealing && isMasked(key.name, found->second) ? std::string(mask)
+                                                             : found->second.description();
 }
 
 /// Why a key has the effective value it has.
@@ -110,20 +99,18 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
         return failUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
     const std::vector<Finding> findings = findProblems(reading.document, options.isRevealing);
-    const auto effective = effectiveValues(managed, options.isRevealing);
+    const auto config = maskedConfig(Core::validateManagedConfiguration(managed), options.isRevealing);
     json::object keys;
     for (const Core::ManagedKey& key : Core::managedKeys()) {
-        const auto value = effective.find(key.name);
+        const auto value = effectiveValue(key, config, managed, options.isRevealing);
         const auto why = reasons(key, managed, findings);
         if (options.isJSON) {
-            keys[key.name] = {
-                {"description", key.description},
-                {"effective", value != effective.end() ? json::value(value->second) : json::value()},
-                {"reasons", json::array(why.begin(), why.end())}};
+            keys[key.name] = {{"description", key.description},
+                              {"effective", value ? json::value(*value) : json::value()},
+                              {"reasons", json::array(why.begin(), why.end())}};
             continue;
         }
-        print("{:<40}{}\n", key.name,
-              value != effective.end() ? styled("{}", value->second) : toned(Tone::warning, "no value"));
+        print("{:<40}{}\n", key.name, value ? styled("{}", *value) : toned(Tone::warning, "no value"));
         for (const std::string& reason : why)
             print("    {}\n", reason);
         print("    {}\n", toned(Tone::faint, key.description));

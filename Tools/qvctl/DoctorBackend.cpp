@@ -215,7 +215,7 @@ std::optional<std::string> baseDomain(const Examination& examination)
 {
     if (examination.policy)
         return examination.policy->baseDomain;
-    return examination.snapshot ? examination.snapshot->baseDomain : std::nullopt;
+    return examination.snapshot ? examination.snapshot->config.baseDomain : std::nullopt;
 }
 
 std::optional<SecureURL> checkAddress(Examination& examination)

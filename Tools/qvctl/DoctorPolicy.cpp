@@ -1,6 +1,7 @@
 // From the policy file to the snapshot that other processes read.
 
 #include "Core/Constants.h"
+#include "Core/ManagedKeys.h"
 #include "Platform/ASCII.h"
 #include "Platform/Error.h"
 #include "Platform/Linux/InstanceLock.h"
@@ -29,7 +30,6 @@ namespace {
 using namespace Platform::PropertyLists;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
-namespace Keys = Core::Constants::ManagedConfigKeys;
 
 /// A clause as a sentence.
 std::string sentence(std::string clause)
@@ -238,15 +238,12 @@ void checkSuite(Examination& examination)
 std::string differences(const Core::ConfigurationSnapshot& snapshot, const Core::ValidatedConfig& policy)
 {
     std::string keys;
-    const auto compare = [&](std::string_view key, bool isEqual) {
-        if (!isEqual)
-            keys.append(keys.empty() ? "" : ", ").append(key);
-    };
-    compare(Keys::allowedAppBundleIds, snapshot.allowedAppBundleIds == policy.allowedAppBundleIds);
-    compare(Keys::organizationId, snapshot.organizationId == policy.organizationId);
-    compare(Keys::BASE_DOMAIN, snapshot.baseDomain == policy.baseDomain);
-    compare(Keys::API_KEY, snapshot.apiKey == policy.apiKey);
-    compare(Keys::DEVICE_ID, snapshot.deviceId == policy.deviceId);
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        const auto stored = Core::textsOf(key, snapshot.config);
+        const auto configured = Core::textsOf(key, policy);
+        if (!std::equal(stored.begin(), stored.end(), configured.begin(), configured.end()))
+            keys.append(keys.empty() ? "" : ", ").append(key.name);
+    }
     return keys;
 }
 

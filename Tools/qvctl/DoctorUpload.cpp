@@ -126,7 +126,7 @@ void examineUpload(Examination& examination)
     Findings& findings = examination.findings;
     if (findings.isPrevented(uploadCheck, {"state.folder", "push.registration"}))
         return;
-    if (examination.snapshot && !examination.snapshot->deviceId) {
+    if (examination.snapshot && !examination.snapshot->config.deviceId) {
         if (!findings.isPrevented(uploadCheck, {"policy.values"}, "No token is uploaded without a device_id"))
             findings.warning(uploadCheck, "No token is uploaded: the configuration has no device_id.",
                              "Set device_id.");

@@ -18,8 +18,6 @@ namespace json = boost::json;
 using Core::ManagedKey;
 using KeyKind = ManagedKey::Kind;
 
-/// Raised with each change of the keys: a console takes a form for newer by it.
-constexpr int formVersion = 1;
 constexpr const char* formLanguage = "en-US";
 
 /// Inside brackets: the characters that validation takes away at the ends of a text.
@@ -182,7 +180,7 @@ std::string appConfigForm()
     declaration.append_attribute("version") = "1.0";
     declaration.append_attribute("encoding") = "UTF-8";
     auto root = document.append_child("managedAppConfiguration");
-    root.append_child("version").text() = formVersion;
+    root.append_child("version").text() = Core::managedKeysVersion;
     root.append_child("bundleId").text() = std::string(Platform::Linux::applicationIdentifier).c_str();
     auto dictionary = root.append_child("dict");
     auto presentation = root.append_child("presentation");

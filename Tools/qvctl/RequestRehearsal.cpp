@@ -3,6 +3,7 @@
 #include "Core/APIClient.h"
 #include "Core/APIError.h"
 #include "Core/Logger.h"
+#include "Core/ManagedKeys.h"
 #include "Core/UnicodeText.h"
 #include "Platform/ASCII.h"
 #include "Platform/DispatchQueue.h"
@@ -21,7 +22,6 @@ namespace {
 
 using Core::APIError;
 using Core::ValidatedConfig;
-namespace Keys = Core::Constants::ManagedConfigKeys;
 
 /// Stand in for the values that are not being tried.
 constexpr const char* someDomain = "https://localhost";
@@ -179,18 +179,17 @@ CheckedAddress checkBackendAddress(const std::string& baseDomain)
 std::vector<UnusableValue> unusableValues(const ValidatedConfig& config)
 {
     std::vector<UnusableValue> values;
-    const auto tryOut = [&](std::string_view key, std::optional<std::string> ValidatedConfig::*value) {
-        if (!(config.*value))
-            return;
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        const auto* member = std::get_if<Core::ManagedKey::TextMember>(&key.member);
+        if (member == nullptr || !(config.**member))
+            continue;
         ValidatedConfig tried;
         tried.baseDomain = someDomain;
-        tried.*value = config.*value;
+        tried.** member = config.**member;
         if (const UploadAttempt attempt = attemptUpload(tried); !attempt.target)
-            values.push_back({key, attempt.refusal.empty() ? flawOf(*(config.*value)) : attempt.refusal});
-    };
-    tryOut(Keys::BASE_DOMAIN, &ValidatedConfig::baseDomain);
-    tryOut(Keys::API_KEY, &ValidatedConfig::apiKey);
-    tryOut(Keys::DEVICE_ID, &ValidatedConfig::deviceId);
+            values.push_back(
+                {key.name, attempt.refusal.empty() ? flawOf(*(config.**member)) : attempt.refusal});
+    }
     return values;
 }
 

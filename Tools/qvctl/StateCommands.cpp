@@ -6,9 +6,9 @@
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/DevicePolicy.h"
+#include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/OwnState.h"
-#include "Tools/qvctl/SnapshotFields.h"
 
 #include <fmt/format.h>
 
@@ -23,6 +23,7 @@ namespace {
 
 namespace json = boost::json;
 using Core::ConfigurationSnapshot;
+using Core::ManagedKey;
 using namespace Platform::PropertyLists;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
@@ -87,9 +88,12 @@ void printConfiguration(const DeviceState& state)
     }
     printRow("Configuration", styled("version {}, applied {}", state.snapshot->configVersion,
                                      state.snapshot->lastUpdated.utcText()));
-    for (const SnapshotField& field : fieldsOf(*state.snapshot))
-        printRow(field.label, field.value ? toned(Tone::good, "present") : toned(Tone::warning, "absent"));
-    printRow("allowed apps", std::to_string(state.snapshot->allowedAppBundleIds.size()));
+    for (const ManagedKey& key : printedKeys()) {
+        const std::size_t count = Core::textsOf(key, state.snapshot->config).size();
+        printRow(labelOf(key), key.isList() ? styled("{}", count)
+                               : count > 0  ? toned(Tone::good, "present")
+                                            : toned(Tone::warning, "absent"));
+    }
 }
 
 void printPolicy(const DevicePolicy& policy)
@@ -128,11 +132,11 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     const PolicyFileReading& policy = state.policy.bestReading();
     json::object object{{"configVersion", snapshot ? snapshot->configVersion : 0}};
     object["lastUpdated"] = snapshot ? json::value(snapshot->lastUpdated.utcText()) : json::value();
-    object["hasOrganizationId"] = snapshot && snapshot->organizationId;
-    object["hasBaseDomain"] = snapshot && snapshot->baseDomain;
-    object["hasApiKey"] = snapshot && snapshot->apiKey;
-    object["hasDeviceId"] = snapshot && snapshot->deviceId;
-    object["allowedAppCount"] = snapshot ? snapshot->allowedAppBundleIds.size() : 0;
+    const Core::ValidatedConfig none;
+    for (const ManagedKey& key : printedKeys()) {
+        const std::size_t count = Core::textsOf(key, snapshot ? snapshot->config : none).size();
+        object[statusMemberOf(key)] = key.isList() ? json::value(count) : json::value(count > 0);
+    }
     object["policyFile"] = {{"path", policy.path.string()},
                             {"state", stateName(policy.state)},
                             {"reason", policy.reason.empty() ? json::value() : json::value(policy.reason)},
@@ -149,6 +153,18 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     if (!state.problem.empty())
         object["error"] = state.problem;
     return object;
+}
+
+void printValue(const ManagedKey& key, const Core::ValidatedConfig& config)
+{
+    const auto texts = Core::textsOf(key, config);
+    if (key.isList()) {
+        printRow(labelOf(key), std::to_string(texts.size()));
+        for (const std::string& text : texts)
+            printRow("", text);
+    } else {
+        printRow(labelOf(key), texts.empty() ? toned(Tone::warning, "absent") : styled("{}", texts.front()));
+    }
 }
 
 } // namespace
@@ -172,19 +188,15 @@ ExitCode snapshot(const Options& options)
                     fmt::format("no snapshot is stored in {}",
                                 device.paths.suite(Core::Constants::appGroupSuiteName).string()));
     }
-    if (snapshot->apiKey && !options.isRevealing)
-        snapshot->apiKey = mask;
+    snapshot->config = maskedConfig(std::move(snapshot->config), options.isRevealing);
     if (options.isJSON) {
         printJSON(Core::JSONDecoder().decode(snapshot->encode()).get_object());
         return success;
     }
     printRow("version", fmt::format("{} (schema {})", snapshot->configVersion, snapshot->schemaVersion));
     printRow("last updated", snapshot->lastUpdated.utcText());
-    for (const SnapshotField& field : fieldsOf(*snapshot))
-        printRow(field.label, field.value ? styled("{}", *field.value) : toned(Tone::warning, "absent"));
-    printRow("allowed apps", std::to_string(snapshot->allowedAppBundleIds.size()));
-    for (const std::string& bundleId : snapshot->allowedAppBundleIds)
-        printRow("", bundleId);
+    for (const ManagedKey& key : printedKeys())
+        printValue(key, snapshot->config);
     return success;
 }
 

@@ -4,11 +4,12 @@
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/LiveSession.h"
+#include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
-#include "Tools/qvctl/SnapshotFields.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <optional>
@@ -24,69 +25,70 @@ namespace {
 
 namespace json = boost::json;
 using Core::ConfigurationSnapshot;
+using Core::ManagedKey;
 using namespace Platform;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
 
-constexpr const char* listLabel = "allowed apps";
-constexpr const char* listMember = "allowedAppBundleIds";
-
 /// A value that differs from that of the version before.
 struct Change {
-    const char* label;
-    const char* member;
+    ManagedKey key;
     std::string shown;
 };
 
 std::vector<Change> changes(const ConfigurationSnapshot& before, const ConfigurationSnapshot& after,
                             bool isRevealing)
 {
+    const Core::ValidatedConfig printed = maskedConfig(after.config, isRevealing);
     std::vector<Change> list;
-    const auto oldFields = fieldsOf(before);
-    const auto newFields = fieldsOf(after);
-    for (std::size_t i = 0; i < newFields.size(); ++i) {
-        const SnapshotField& field = newFields.at(i);
-        if (field.value != oldFields.at(i).value)
-            list.push_back({field.label, field.member, field.shown(isRevealing).value_or("absent")});
+    for (const ManagedKey& key : printedKeys()) {
+        const auto oldTexts = Core::textsOf(key, before.config);
+        const auto newTexts = Core::textsOf(key, after.config);
+        if (!std::equal(oldTexts.begin(), oldTexts.end(), newTexts.begin(), newTexts.end()))
+            list.push_back({key, !newTexts.empty() ? joinedTexts(key, printed)
+                                 : key.isList()    ? "none"
+                                                   : "absent"});
     }
-    if (before.allowedAppBundleIds != after.allowedAppBundleIds)
-        list.push_back({listLabel, listMember,
-                        after.allowedAppBundleIds.empty()
-                            ? "none"
-                            : fmt::format("{}", fmt::join(after.allowedAppBundleIds, ", "))});
     return list;
 }
 
 void printVersion(const ConfigurationSnapshot& snapshot)
 {
     std::vector<std::string> present;
-    for (const SnapshotField& field : fieldsOf(snapshot)) {
-        if (field.value)
-            present.emplace_back(field.label);
+    for (const ManagedKey& key : printedKeys()) {
+        const std::size_t count = Core::textsOf(key, snapshot.config).size();
+        if (key.isList())
+            present.push_back(fmt::format("{} {}", count, count == 1 ? std::string(key.noun) : labelOf(key)));
+        else if (count > 0)
+            present.push_back(labelOf(key));
     }
-    const std::size_t appCount = snapshot.allowedAppBundleIds.size();
-    present.push_back(fmt::format("{} allowed app{}", appCount, appCount == 1 ? "" : "s"));
     print("{} version {}: {}\n", snapshot.lastUpdated.utcText(),
           toned(Tone::good, std::to_string(snapshot.configVersion)),
           fmt::format("{}", fmt::join(present, ", ")));
+}
+
+json::value valueJSON(const ManagedKey& key, const Core::ValidatedConfig& config)
+{
+    const auto texts = Core::textsOf(key, config);
+    if (key.isList())
+        return json::array(texts.begin(), texts.end());
+    return texts.empty() ? json::value() : json::value(texts.front());
 }
 
 json::object versionJSON(const std::optional<ConfigurationSnapshot>& stored,
                          const std::optional<std::vector<Change>>& changed, bool isRevealing)
 {
     const ConfigurationSnapshot snapshot = stored.value_or(ConfigurationSnapshot{});
+    const Core::ValidatedConfig printed = maskedConfig(snapshot.config, isRevealing);
     json::object object{{"configVersion", snapshot.configVersion}};
     object["lastUpdated"] = stored ? json::value(snapshot.lastUpdated.utcText()) : json::value();
-    for (const SnapshotField& field : fieldsOf(snapshot)) {
-        const auto shown = field.shown(isRevealing);
-        object[field.member] = shown ? json::value(*shown) : json::value();
-    }
-    object[listMember] = json::value_from(snapshot.allowedAppBundleIds);
+    for (const ManagedKey& key : printedKeys())
+        object[key.codingKey] = valueJSON(key, printed);
     object["changed"] = nullptr;
     if (changed) {
         auto& names = object["changed"].emplace_array();
         for (const Change& change : *changed)
-            names.emplace_back(change.member);
+            names.emplace_back(change.key.codingKey);
     }
     return object;
 }
@@ -138,7 +140,7 @@ private:
         } else if (now) {
             printVersion(*now);
             for (const Change& change : changed.value_or(std::vector<Change>{}))
-                print("    {}: {}\n", change.label, change.shown);
+                print("    {}: {}\n", labelOf(change.key), change.shown);
         } else {
             print("{}\n", toned(Tone::warning, "The configuration was removed from the suite."));
         }

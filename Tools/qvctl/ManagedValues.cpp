@@ -1,0 +1,81 @@
+#include "Tools/qvctl/ManagedValues.h"
+
+#include "Platform/ASCII.h"
+#include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace Qvctl {
+
+using Core::ManagedKey;
+
+namespace {
+
+void maskTexts(std::optional<std::string>& text)
+{
+    if (text)
+        text = mask;
+}
+
+void maskTexts(std::vector<std::string>& list)
+{
+    std::fill(list.begin(), list.end(), mask);
+}
+
+/// "ApiKey" for "api key".
+std::string inCamelCase(std::string_view words)
+{
+    std::string joined;
+    bool isStart = true;
+    for (const char character : words) {
+        if (character != ' ')
+            joined += isStart ? Platform::upperCaseASCII(character) : character;
+        isStart = character == ' ';
+    }
+    return joined;
+}
+
+} // namespace
+
+std::vector<ManagedKey> printedKeys()
+{
+    std::vector<ManagedKey> keys;
+    const auto all = Core::managedKeys();
+    std::copy_if(all.begin(), all.end(), std::back_inserter(keys),
+                 [](const ManagedKey& key) { return key.isCarried(); });
+    std::stable_partition(keys.begin(), keys.end(), [](const ManagedKey& key) { return !key.isList(); });
+    return keys;
+}
+
+std::string labelOf(const ManagedKey& key)
+{
+    return fmt::format("{}{}", key.noun, key.isList() ? "s" : "");
+}
+
+std::string statusMemberOf(const ManagedKey& key)
+{
+    std::string name = inCamelCase(key.noun);
+    if (!key.isList())
+        return "has" + name;
+    name.front() = Platform::lowerCaseASCII(name.front());
+    return name + "Count";
+}
+
+Core::ValidatedConfig maskedConfig(Core::ValidatedConfig config, bool isRevealing)
+{
+    Core::forEachValue(config, [&](const ManagedKey& key, auto& value) {
+        if (key.isSecret && !isRevealing)
+            maskTexts(value);
+    });
+    return config;
+}
+
+std::string joinedTexts(const ManagedKey& key, const Core::ValidatedConfig& config)
+{
+    return fmt::format("{}", fmt::join(Core::textsOf(key, config), ", "));
+}
+
+} // namespace Qvctl
