@@ -1,6 +1,5 @@
 #include "Core/ConfigurationManager.h"
 
-#include "Core/Base64.h"
 #include "Core/Constants.h"
 #include "Core/ErrorBridging.h"
 #include "Core/Logger.h"
@@ -8,6 +7,7 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/Clock.h"
 #include "Platform/DispatchQueue.h"
+#include "Platform/Encoding.h"
 #include "Platform/FatalError.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/Services.h"
@@ -295,7 +295,7 @@ std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
             .append(value.description())
             .append(";");
     }
-    return base64Encoded(text);
+    return Platform::base64Text(text);
 }
 
 } // namespace Core

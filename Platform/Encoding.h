@@ -61,6 +61,10 @@ enum class Base64Form { standard, url };
 
 /// Without line breaks.
 std::string base64Text(std::span<const std::byte> bytes, Base64Form form);
+inline std::string base64Text(std::string_view bytes)
+{
+    return base64Text(std::as_bytes(std::span(bytes)), Base64Form::standard);
+}
 
 /// The bytes that base64 in its form for URLs stands for. Absent unless `text` is what `base64Text` writes
 /// for them: no padding, no other characters, no bits that are left over and set.

@@ -1,9 +1,9 @@
 #include "Core/ConfigurationManager.h"
 
-#include "Core/Base64.h"
 #include "Core/Constants.h"
 #include "Core/Logger.h"
 #include "Core/ManagedKeys.h"
+#include "Platform/Encoding.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -329,14 +329,15 @@ TEST(FingerprintTest, IsTheBase64OfTheSixKeysInTheirOrder)
         {"other", "x"},
         {"base_domain", 3.5},
         {"AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"a.b", 1}}};
-    EXPECT_EQ(managedConfigFingerprint(managed),
-              base64Encoded("AllowedAppsBundleIdsForSSOExtension:\xFF[\"a.b\", 1];OrganizationId:\xFFtrue;"
-                            "SchemaVersion:2;base_domain:3.5;api_key:k;device_id:d;"));
+    EXPECT_EQ(
+        managedConfigFingerprint(managed),
+        Platform::base64Text("AllowedAppsBundleIdsForSSOExtension:\xFF[\"a.b\", 1];OrganizationId:\xFFtrue;"
+                             "SchemaVersion:2;base_domain:3.5;api_key:k;device_id:d;"));
     EXPECT_EQ(managedConfigFingerprint({}), "");
     // RFC 4648, section 10.
     for (const auto& [plain, encoded] : std::map<std::string, std::string>{
              {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}})
-        EXPECT_EQ(base64Encoded(plain), encoded);
+        EXPECT_EQ(Platform::base64Text(plain), encoded);
 }
 
 TEST(FingerprintTest, DiffersForValuesThatLookAlike)

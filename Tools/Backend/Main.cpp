@@ -1,7 +1,6 @@
 // The organisation's backend for testers: answers every request over HTTPS on this machine, says what came in
 // and misbehaves on demand.
 
-#include "Core/Base64.h"
 #include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
 #include "Platform/Linux/DevicePaths.h"
@@ -150,7 +149,7 @@ json::object asJSON(const TestBackend::Request& request)
     if (Platform::isUTF8(request.body))
         line.emplace("body", request.body);
     else
-        line.emplace("bodyBase64", Core::base64Encoded(request.body));
+        line.emplace("bodyBase64", Platform::base64Text(request.body));
     return line;
 }
 
