@@ -82,7 +82,7 @@ private:
 
 } // namespace
 
-int launch(int& argc, char** argv, const DeviceOptions& options, const MakeDevice& makeDevice)
+ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const MakeDevice& makeDevice)
 {
     Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
         argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
@@ -92,7 +92,7 @@ int launch(int& argc, char** argv, const DeviceOptions& options, const MakeDevic
                             .timers = runLoop,
                             .quit = [&] { runLoop.quit(); },
                             .activate = [&] { runLoop.async([&] { show(); }); }});
-    if (const auto* exitCode = std::get_if<int>(&made))
+    if (const auto* exitCode = std::get_if<ExitCode>(&made))
         return *exitCode;
     const std::unique_ptr<Device> device = std::get<std::unique_ptr<Device>>(std::move(made));
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "App/LaunchOptions.h"
 #include "Platform/Device.h"
+#include "Platform/ExitCode.h"
 
 #include <functional>
 #include <memory>
@@ -10,12 +10,13 @@
 namespace App {
 
 /// Makes the device for this event loop, or returns the exit code with which the process ends at once.
-using MakeDevice =
-    std::function<std::variant<std::unique_ptr<Platform::Device>, int>(const Platform::EventLoop&)>;
+using MakeDevice = std::function<std::variant<std::unique_ptr<Platform::Device>, Platform::ExitCode>(
+    const Platform::EventLoop&)>;
 
 /// Runs the application on a device until it is told to end, and returns its exit code.
 ///
 /// Threads: main. Errors: throws `Platform::Desktop::NoDisplay`, and whatever `makeDevice` throws.
-int launch(int& argc, char** argv, const Platform::DeviceOptions& options, const MakeDevice& makeDevice);
+Platform::ExitCode launch(int& argc, char** argv, const Platform::DeviceOptions& options,
+                          const MakeDevice& makeDevice);
 
 } // namespace App

@@ -9,6 +9,7 @@
 namespace App {
 
 using Platform::PushSource;
+using enum Platform::ExitCode;
 
 std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options)
 {
@@ -39,7 +40,7 @@ std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options)
     return commandLine;
 }
 
-std::variant<Platform::DeviceOptions, ExitCode> parseCommandLine(int argc, char** argv)
+std::variant<Platform::DeviceOptions, Platform::ExitCode> parseCommandLine(int argc, char** argv)
 {
     Platform::DeviceOptions options;
     const auto commandLine = makeCommandLine(options);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Device.h"
+#include "Platform/ExitCode.h"
 
 #include <memory>
 #include <variant>
@@ -11,14 +12,11 @@ class App;
 
 namespace App {
 
-/// Exit codes, of sysexits(3).
-enum ExitCode { success = 0, usage = 64, unavailable = 69, internal = 70, configuration = 78 };
-
 /// The command line, for those who parse or describe it. What is parsed is written to `options`, which must
 /// live as long.
 std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options);
 
 /// The options, or the exit code with which the process ends at once: everything has been said then.
-std::variant<Platform::DeviceOptions, ExitCode> parseCommandLine(int argc, char** argv);
+std::variant<Platform::DeviceOptions, Platform::ExitCode> parseCommandLine(int argc, char** argv);
 
 } // namespace App

@@ -1,6 +1,7 @@
 #include "App/Launch.h"
 #include "App/LaunchOptions.h"
 #include "Platform/Desktop/GuiApplication.h"
+#include "Platform/ExitCode.h"
 #include "Platform/Linux/Device.h"
 
 #include <cstdio>
@@ -12,7 +13,7 @@ namespace System = Platform::Linux;
 
 namespace {
 
-App::ExitCode fail(App::ExitCode exitCode, const std::exception& error)
+Platform::ExitCode fail(Platform::ExitCode exitCode, const std::exception& error)
 {
     std::fprintf(stderr, "quorvane-mdm: %s\n", error.what());
     return exitCode;
@@ -24,22 +25,22 @@ int main(int argc, char** argv)
 {
     System::prepareProcess();
     const auto parsed = App::parseCommandLine(argc, argv);
-    if (const auto* exitCode = std::get_if<App::ExitCode>(&parsed))
+    if (const auto* exitCode = std::get_if<Platform::ExitCode>(&parsed))
         return *exitCode;
     const auto& options = std::get<Platform::DeviceOptions>(parsed);
-    App::ExitCode failure = App::configuration;
+    Platform::ExitCode failure = Platform::configuration;
     try {
         const auto paths = System::DevicePaths::fromEnvironment(options.managedConfiguration);
-        failure = App::internal;
+        failure = Platform::internal;
         return App::launch(argc, argv, options, [&](const Platform::EventLoop& loop) {
             return System::Device::make(options, paths, loop);
         });
     } catch (const System::InvalidPolicyPath& error) {
-        fail(App::usage, error);
+        fail(Platform::usage, error);
         std::fputs("Try quorvane-mdm --help.\n", stderr);
-        return App::usage;
+        return Platform::usage;
     } catch (const Platform::Desktop::NoDisplay& error) {
-        return fail(App::unavailable, error);
+        return fail(Platform::unavailable, error);
     } catch (const std::exception& error) {
         return fail(failure, error);
     }

@@ -1,13 +1,13 @@
 #include "Platform/Desktop/GuiApplication.h"
 
+#include "Platform/ExitCode.h"
+
 #include <cstdio>
 #include <cstdlib>
 
 namespace Platform::Desktop {
 
 namespace {
-
-constexpr int unavailable = 69;
 
 /// The toolkit ends the process by a signal when it cannot connect: end it in a way that people can read.
 void endReadably(QtMsgType type, const QMessageLogContext& context, const QString& message)

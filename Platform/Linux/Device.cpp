@@ -26,10 +26,6 @@ namespace {
 
 constexpr const char* applicationName = "Quorvane MDM";
 
-// Of sysexits(3).
-constexpr int success = 0;
-constexpr int unavailable = 69;
-
 std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& clock)
 {
     const PrivateData privateData = privateDataFromEnvironment();
@@ -40,7 +36,7 @@ std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& c
 
 /// Has the running instance come to the front. Returns the exit code of this launch; absent when the other
 /// one ended instead, as an instance without a display does.
-std::optional<int> activateOther(const DevicePaths& paths)
+std::optional<ExitCode> activateOther(const DevicePaths& paths)
 {
     constexpr std::chrono::milliseconds longestEnd(300);
     const auto file = paths.instanceLock();
@@ -85,7 +81,7 @@ struct Device::Instance {
     {}
 
     /// Makes this the only instance, or returns the exit code with which it ends.
-    std::optional<int> claim(const DeviceOptions& options, const DevicePaths& paths)
+    std::optional<ExitCode> claim(const DeviceOptions& options, const DevicePaths& paths)
     {
         if (tryLock(paths))
             return std::nullopt;
@@ -93,7 +89,7 @@ struct Device::Instance {
             return success;
         if (const auto exitCode = activateOther(paths))
             return exitCode;
-        return tryLock(paths) ? std::nullopt : std::optional(success);
+        return tryLock(paths) ? std::nullopt : std::optional(ExitCode::success);
     }
 
     const SystemClock clock;
@@ -127,7 +123,7 @@ void prepareProcess()
     ProcessSignals::block();
 }
 
-std::variant<std::unique_ptr<Platform::Device>, int>
+std::variant<std::unique_ptr<Platform::Device>, ExitCode>
 Device::make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop)
 {
     auto instance = std::make_unique<Instance>(options, loop);

@@ -2,6 +2,7 @@
 
 #include "Platform/AdapterLog.h"
 #include "Platform/Device.h"
+#include "Platform/ExitCode.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/DeviceNotificationPreferences.h"
 #include "Platform/Linux/DevicePaths.h"
@@ -34,7 +35,7 @@ class Device final : public Platform::Device {
 public:
     /// The device, or the exit code with which this process ends: another instance runs, and has been asked
     /// to come to the front.
-    static std::variant<std::unique_ptr<Platform::Device>, int>
+    static std::variant<std::unique_ptr<Platform::Device>, ExitCode>
     make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop);
     ~Device() override;
 

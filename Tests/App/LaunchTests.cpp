@@ -74,8 +74,9 @@ TEST(LaunchTest, ADeviceMayEndTheLaunch)
     char name[] = "launch-tests";
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;
-    EXPECT_EQ(App::launch(argumentCount, arguments, DeviceOptions(), [](const EventLoop&) { return 69; }),
-              69);
+    EXPECT_EQ(
+        App::launch(argumentCount, arguments, DeviceOptions(), [](const EventLoop&) { return unavailable; }),
+        unavailable);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
+#include "Platform/ExitCode.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/WorkerQueue.h"
@@ -41,7 +42,8 @@ namespace {
 
 namespace json = boost::json;
 
-enum ExitCode { success = 0, usage = 64, unavailable = 69, internal = 70 };
+using Platform::ExitCode;
+using enum Platform::ExitCode;
 
 constexpr int longestDelayMilliseconds = 24 * 60 * 60 * 1000;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Date.h"
+#include "Platform/ExitCode.h"
 #include "Platform/UnifiedLog.h"
 #include "Platform/UserNotificationCenter.h"
 
@@ -13,16 +14,8 @@
 
 namespace Qvctl {
 
-/// Exit codes, of sysexits(3); `checkFailed` is the answer of an examination, not an error of ours.
-enum ExitCode {
-    success = 0,
-    checkFailed = 1,
-    usage = 64,
-    noInput = 66,
-    unavailable = 69,
-    internal = 70,
-    configuration = 78
-};
+using Platform::ExitCode;
+using enum Platform::ExitCode;
 
 /// Why a verb cannot do its work; `what()` is a sentence without a full stop.
 class VerbError : public std::runtime_error {
