@@ -132,7 +132,9 @@ void SQLiteConnection::prepare()
 {
     m_select.emplace(m_database, "SELECT type, value FROM defaults WHERE key = ?1");
     if (m_mode == Mode::writing)
-        m_writer.emplace(m_database);
+        m_upsert.emplace(m_database,
+                         "INSERT INTO defaults(key, type, value) VALUES(?1, ?2, ?3) "
+                         "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value");
     ::sqlite3_wal_hook(
         m_database.getHandle(),
         [](void* pageCount, sqlite3*, const char*, int count) {
@@ -143,6 +145,13 @@ void SQLiteConnection::prepare()
     m_databaseFile = OpenedFile(m_path);
     m_log = OpenedFile(m_path + "-wal");
     m_index = OpenedFile(m_path + "-shm");
+}
+
+SQLite::Statement& SQLiteConnection::upsert()
+{
+    if (!m_upsert)
+        throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
+    return *m_upsert;
 }
 
 bool SQLiteConnection::isCurrent()

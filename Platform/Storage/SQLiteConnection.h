@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/Storage/FileDescriptor.h"
-#include "Platform/Storage/SQLiteWriter.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
@@ -49,8 +48,8 @@ public:
     /// Prepares the statements and remembers which files are open. Call it once, when the table exists.
     void prepare();
     SQLite::Statement& select() { return *m_select; }
-    /// Null unless the mode is `writing`.
-    SQLiteWriter* writer() { return m_writer ? &*m_writer : nullptr; }
+    /// Takes key, type name and value as its parameters. Throws unless the mode is `writing`.
+    SQLite::Statement& upsert();
 
     /// Returns false once another process that opens the database would not see what this connection sees.
     /// Call it before each use and right after each commit; after a commit, false means that it may be lost
@@ -88,7 +87,7 @@ private:
     const Mode m_mode;
     SQLite::Database m_database;
     std::optional<SQLite::Statement> m_select;
-    std::optional<SQLiteWriter> m_writer;
+    std::optional<SQLite::Statement> m_upsert;
     OpenedFile m_databaseFile;
     OpenedFile m_log;
     OpenedFile m_index;

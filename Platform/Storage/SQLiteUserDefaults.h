@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/AdapterLog.h"
+#include "Platform/Storage/SQLiteStore.h"
 #include "Platform/UserDefaults.h"
 
 #include <filesystem>
@@ -10,13 +11,7 @@
 #include <set>
 #include <string>
 
-namespace Platform {
-class Clock;
-}
-
 namespace Platform::Storage {
-
-class SQLiteConnection;
 
 /// One defaults domain as one SQLite database, with the table `defaults(key, type, value)`.
 ///
@@ -39,15 +34,14 @@ class SQLiteConnection;
 /// not be read counts as missing, and the next write of its key fails: it may rest on that mistake.
 class SQLiteUserDefaults final : public UserDefaults {
 public:
-    /// `inspect` neither makes nor moves any file, for a second process that only looks.
-    enum class Access { readWrite, inspect };
+    using Access = SQLiteStore::Access;
 
     SQLiteUserDefaults(std::filesystem::path file, Access access, const Clock& clock, const AdapterLog& log);
     ~SQLiteUserDefaults() override;
 
     /// Opens the database if need be. With `inspect`, false as well when there is none.
     [[nodiscard]] bool isAvailable() const override;
-    [[nodiscard]] const std::filesystem::path& bellFile() const { return m_bellFile; }
+    [[nodiscard]] const std::filesystem::path& bellFile() const;
 
     [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const override;
     bool write(std::span<const Entry> entries) override;
@@ -59,35 +53,12 @@ public:
     bool erase(std::span<const std::string_view> keys);
 
 private:
-    enum class Purpose { read, write };
-
-    /// Runs `operation` on the open connection and returns whether it succeeded; all errors end here. It runs
-    /// again on a new connection after a damaged file was moved aside, a read met an error of the disk, the
-    /// table was lost, or the files were replaced during a write.
-    bool perform(Purpose purpose, const std::function<void(SQLiteConnection&)>& operation) const;
     bool change(const std::function<void(SQLiteConnection&)>& operation);
-    /// Leaves no connection when there is nothing to inspect.
-    void ensureOpen(Purpose purpose) const;
-    /// Throws when another user could have prepared what is about to be opened.
-    void requireTrustedFiles() const;
-    void openForWriting() const;
-    void openAsIs() const;
-    void removeIndexWithoutLog() const;
-    void openOrReplace() const;
-    void moveAside() const;
-    void ringBell() const;
 
-    const std::filesystem::path m_file;
-    const std::filesystem::path m_bellFile;
-    const Access m_access;
-    const Clock& m_clock;
-    const AdapterLog& m_log;
     mutable std::mutex m_mutex;
-    mutable std::unique_ptr<SQLiteConnection> m_connection;
+    const std::unique_ptr<SQLiteStore> m_store;
     /// What the last attempt to read could not tell: whoever writes it next would not know what is lost.
     mutable std::set<std::string, std::less<>> m_unreadKeys;
-    mutable ErrorLine m_errorLine;
-    mutable ErrorLine m_readOnlyLine;
 };
 
 } // namespace Platform::Storage

@@ -1,0 +1,276 @@
+#include "Platform/Storage/SQLiteStore.h"
+
+#include "Platform/Clock.h"
+#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/PrivateFiles.h"
+#include "Platform/Storage/SQLiteConnection.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform::Storage {
+
+namespace {
+
+/// Raised when a file can no longer be read as before. Files from before there was a number carry 0.
+constexpr int formatVersion = 1;
+constexpr const char* initialisation = "BEGIN IMMEDIATE;"
+                                       "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
+                                       "NOT NULL, value NOT NULL) WITHOUT ROWID;"
+                                       "PRAGMA user_version = 1;"
+                                       "COMMIT";
+
+bool isCorruption(const SQLite::Exception& error)
+{
+    return error.getErrorCode() == SQLITE_CORRUPT || error.getErrorCode() == SQLITE_NOTADB;
+}
+
+/// Whether the table that the statements need is missing or has other columns.
+bool isTableLost(const SQLite::Exception& error)
+{
+    return error.getErrorCode() == SQLITE_ERROR;
+}
+
+/// What follows the name of a database in the names of its damaged copies.
+constexpr const char* corruptMark = ".corrupt-";
+
+/// Keeps other processes of ours from opening or replacing the same database at the same moment.
+class OpeningLock {
+public:
+    explicit OpeningLock(const std::filesystem::path& bellFile)
+        : m_file(openPrivateFile(bellFile, O_RDWR | O_CREAT))
+    {
+        if (::flock(m_file.get(), LOCK_EX) != 0)
+            throw std::system_error(errno, std::generic_category(), bellFile.string());
+    }
+
+private:
+    FileDescriptor m_file;
+};
+
+bool isThere(const std::filesystem::path& file, const char* ending)
+{
+    return ::access((file.string() + ending).c_str(), F_OK) == 0;
+}
+
+/// A database is open for writing only while it has a log and an index. Otherwise SQLite would create them to
+/// read it, which an inspector must not do and a read-only medium does not allow.
+SQLiteConnection::Mode readingMode(const std::filesystem::path& file, SQLiteStore::Access access)
+{
+    using Mode = SQLiteConnection::Mode;
+    if (isThere(file, "-wal"))
+        return isThere(file, "-shm") ? Mode::reading : Mode::readingLeftLog;
+    const bool isToBeLeftAlone =
+        access == SQLiteStore::Access::inspect || ::access(file.parent_path().c_str(), W_OK) != 0;
+    return isToBeLeftAlone ? Mode::unchanging : Mode::reading;
+}
+
+} // namespace
+
+SQLiteStore::SQLiteStore(std::filesystem::path file, Access access, const Clock& clock, const AdapterLog& log)
+    : m_file(std::move(file)),
+      m_bell(std::filesystem::path(m_file).replace_extension(".bell")),
+      m_access(access),
+      m_clock(clock),
+      m_log(log),
+      m_errorLine(log),
+      m_readOnlyLine(log)
+{}
+
+SQLiteStore::~SQLiteStore() = default;
+
+bool SQLiteStore::perform(Purpose purpose, const std::function<void(SQLiteConnection&)>& operation)
+{
+    std::optional<OwnersRights> rights;
+    if (m_access == Access::inspect)
+        rights.emplace(m_file);
+    std::string reason = "its files are replaced again and again";
+    constexpr int maximumAttempts = 3;
+    for (int attempt = 1; attempt <= maximumAttempts; ++attempt) {
+        try {
+            ensureOpen(purpose);
+            if (!m_connection)
+                return false;
+            operation(*m_connection);
+            if (purpose == Purpose::write) {
+                if (!m_connection->isCurrent())
+                    continue;
+                m_connection->checkpointIfDue();
+            }
+            m_errorLine.reset();
+            return true;
+        } catch (const SQLite::Exception& error) {
+            reason = error.what();
+            const bool isDiskError = error.getErrorCode() == SQLITE_IOERR;
+            const bool isUnfit = isCorruption(error) || isTableLost(error);
+            if (isUnfit || isDiskError)
+                m_connection.reset();
+            if (!isUnfit && !(isDiskError && purpose == Purpose::read))
+                break;
+        } catch (const std::runtime_error& error) {
+            reason = error.what();
+            break;
+        }
+    }
+    const char* what = purpose == Purpose::write ? "write" : "read";
+    m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), reason));
+    return false;
+}
+
+void SQLiteStore::ensureOpen(Purpose purpose)
+{
+    const bool isToBeWritten = m_access == Access::readWrite;
+    if (m_connection) {
+        const bool isWorthReopening = m_connection->mode() != SQLiteConnection::Mode::writing &&
+                                      isToBeWritten && purpose == Purpose::write;
+        const bool isOutdated = m_connection->mode() != SQLiteConnection::Mode::writing &&
+                                m_connection->mode() != readingMode(m_file, m_access);
+        if (m_connection->isCurrent() && !isWorthReopening && !isOutdated)
+            return;
+        m_connection.reset();
+    }
+    requireTrustedFiles();
+    if (isToBeWritten) {
+        try {
+            openForWriting();
+            m_readOnlyLine.reset();
+            return;
+        } catch (const std::exception& error) {
+            openAsIs();
+            if (!m_connection)
+                throw;
+            m_readOnlyLine.say(fmt::format("{} can only be read: {}", m_file.string(), error.what()));
+        }
+    } else {
+        openAsIs();
+    }
+}
+
+void SQLiteStore::requireTrustedFiles() const
+{
+    const bool isOwn = m_access == Access::readWrite;
+    if (isOwn)
+        preparePrivateFolder(m_file.parent_path(), "XDG_DATA_HOME");
+    for (const char* ending : {"", "-wal", "-shm", "-journal"})
+        isOwn ? preparePrivateFile(m_file.string() + ending) : requireReadableFile(m_file.string() + ending);
+}
+
+void SQLiteStore::openForWriting()
+{
+    const OpeningLock lock(m_bell);
+    try {
+        openOrReplace();
+    } catch (const SQLite::Exception& error) {
+        if (!isCorruption(error))
+            throw;
+        moveAside();
+        openOrReplace();
+    }
+}
+
+void SQLiteStore::openAsIs()
+{
+    if (!isThere(m_file, ""))
+        return;
+    auto connection = std::make_unique<SQLiteConnection>(m_file, readingMode(m_file, m_access));
+    // A writer killed in its first step leaves a database without a table.
+    if (!connection->hasTable())
+        return;
+    connection->prepare();
+    m_connection = std::move(connection);
+}
+
+/// SQLite shares the index with processes that still have the database open, and would look in the new log
+/// for what stood in the removed one. A process that is closing the database removes both files under a lock
+/// that our opening waits for.
+void SQLiteStore::removeIndexWithoutLog() const
+{
+    if (!isThere(m_file, "-wal"))
+        ::unlink((m_file.string() + "-shm").c_str());
+}
+
+void SQLiteStore::openOrReplace()
+{
+    // Made beforehand, so that the database and its companions are the user's alone from their first moment;
+    // and closed again before SQLite opens it, since closing any descriptor of a file drops the locks this
+    // process has on it.
+    static_cast<void>(
+        FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
+    removeIndexWithoutLog();
+    auto connection = std::make_unique<SQLiteConnection>(m_file, SQLiteConnection::Mode::writing);
+    SQLite::Database& database = connection->database();
+    const int version = database.execAndGet("PRAGMA user_version").getInt();
+    const bool isEmpty = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt() == 0;
+    if (version > formatVersion && !isEmpty)
+        throw SQLite::Exception(fmt::format("it has format {} and this version knows {}; install the version "
+                                            "that wrote it, or a later one",
+                                            version, formatVersion),
+                                SQLITE_READONLY);
+    database.exec("PRAGMA journal_mode = WAL");
+    database.exec("PRAGMA synchronous = FULL");
+    SQLite::Statement check(database, "PRAGMA quick_check(1)");
+    if (!check.executeStep() || std::strcmp(check.getColumn(0).getText(), "ok") != 0)
+        throw SQLite::Exception("the database is damaged", SQLITE_CORRUPT);
+    check.reset();
+    if (version != formatVersion || !connection->hasTable())
+        database.exec(initialisation);
+    try {
+        connection->prepare();
+    } catch (const SQLite::Exception& error) {
+        if (!isTableLost(error))
+            throw;
+        throw SQLite::Exception(fmt::format("it is not a store of this app: {}", error.what()),
+                                SQLITE_CORRUPT);
+    }
+    m_connection = std::move(connection);
+}
+
+void SQLiteStore::moveAside() const
+{
+    std::string time = m_clock.now().utcText();
+    std::replace(time.begin(), time.end(), ':', '-');
+    const std::string aside = m_file.string() + corruptMark + time;
+    for (const char* companion : {"", "-wal", "-shm"}) {
+        const std::filesystem::path damaged = m_file.string() + companion;
+        std::error_code error;
+        std::filesystem::rename(damaged, aside + companion, error);
+        if (*companion == '\0' && error)
+            throw std::system_error(error, damaged.string());
+    }
+    removeDamagedCopies(aside);
+    m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when it is no longer needed, "
+                            "it may hold keys",
+                            m_file.string(), aside));
+}
+
+void SQLiteStore::ringBell() const
+{
+    // Opening the database created the file. If it was removed since, the next opening creates it again.
+    ::utimensat(AT_FDCWD, m_bell.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
+}
+
+void SQLiteStore::removeDamagedCopies(std::string_view kept) const
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(m_file.parent_path(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string& path = entry->path().native();
+        if (path.starts_with(m_file.string() + corruptMark) && (kept.empty() || !path.starts_with(kept)))
+            ::unlink(path.c_str());
+    }
+}
+
+} // namespace Platform::Storage
