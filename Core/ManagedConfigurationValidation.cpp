@@ -86,17 +86,6 @@ std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pi
     return kept;
 }
 
-std::vector<std::string_view> splitAtCommas(std::string_view text)
-{
-    std::vector<std::string_view> pieces;
-    for (auto comma = text.find(','); comma != std::string_view::npos; comma = text.find(',')) {
-        pieces.push_back(text.substr(0, comma));
-        text.remove_prefix(comma + 1);
-    }
-    pieces.push_back(text);
-    return pieces;
-}
-
 std::vector<std::string> parseBundleIdList(const PropertyList& value, Findings findings)
 {
     if (const auto* text = value.text())
@@ -175,6 +164,17 @@ void read(const PropertyList& value, const ManagedKey&, Findings findings, std::
 }
 
 } // namespace
+
+std::vector<std::string_view> splitAtCommas(std::string_view text)
+{
+    std::vector<std::string_view> pieces;
+    for (auto comma = text.find(','); comma != std::string_view::npos; comma = text.find(',')) {
+        pieces.push_back(text.substr(0, comma));
+        text.remove_prefix(comma + 1);
+    }
+    pieces.push_back(text);
+    return pieces;
+}
 
 std::optional<std::string_view> unsupportedScheme(std::string_view baseDomain)
 {

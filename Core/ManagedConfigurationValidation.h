@@ -38,9 +38,10 @@ struct ValidationFinding {
     std::string_view key;
     /// The array element or comma-separated piece, counted from 0; absent when the whole value is meant.
     std::optional<std::size_t> index;
-
-    [[nodiscard]] bool isDropped() const { return kind <= Kind::entryHasNoDot; }
 };
+
+/// The pieces of `text` between its commas, at least one. Each refers to `text`.
+std::vector<std::string_view> splitAtCommas(std::string_view text);
 
 /// The scheme that stands where a normalized base domain has its host: "ftp" in "https://ftp://host". Absent
 /// when there is none.

@@ -86,10 +86,7 @@ std::string concernedValue(const ValidationFinding& finding, const PropertyList:
         return fmt::format("{} {}", value.typeName(), displayText(value));
     if (const auto* array = value.array())
         return displayText(array->at(*finding.index));
-    std::string_view rest = *value.text();
-    for (std::size_t i = 0; i < *finding.index; ++i)
-        rest.remove_prefix(rest.find(',') + 1);
-    return fmt::format("\"{}\"", Platform::printable(rest.substr(0, rest.find(','))));
+    return fmt::format("\"{}\"", Platform::printable(Core::splitAtCommas(*value.text()).at(*finding.index)));
 }
 
 std::optional<Platform::PropertyLists::TextPosition>
@@ -198,7 +195,7 @@ Finding inWords(const ValidationFinding& finding, const PropertyListDocument& do
         .problem = fmt::format(fmt::runtime(words.problem), fmt::arg("value", value)),
         .effect = words.effect,
         .mend = fmt::format(fmt::runtime(words.mend), fmt::arg("forms", Core::acceptedForms(key.kind)),
-                            fmt::arg("example", key.example.substr(0, key.example.find(',')))),
+                            fmt::arg("example", Core::splitAtCommas(key.example).front())),
     };
 }
 

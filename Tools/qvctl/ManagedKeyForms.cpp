@@ -1,5 +1,6 @@
 #include "Tools/qvctl/ManagedKeyForms.h"
 
+#include "Core/ManagedConfigurationValidation.h"
 #include "Core/ManagedKeys.h"
 #include "Platform/ASCII.h"
 #include "Platform/Linux/DevicePaths.h"
@@ -35,24 +36,12 @@ std::string bundleIdPattern()
     return fmt::format(R"([{0}]*([A-Za-z0-9-]*\.[A-Za-z0-9.-]*)?[{0}]*)", whiteSpace);
 }
 
-std::vector<std::string_view> bundleIdsOf(std::string_view list)
-{
-    std::vector<std::string_view> pieces;
-    for (std::size_t end = 0; end != std::string_view::npos; list.remove_prefix(end + 1)) {
-        end = list.find(',');
-        pieces.push_back(list.substr(0, end));
-        if (end == std::string_view::npos)
-            break;
-    }
-    return pieces;
-}
-
 /// The example as the value that one would write.
 json::value exampleValue(const ManagedKey& key)
 {
     switch (key.kind) {
     case KeyKind::bundleIds:
-        return json::value_from(bundleIdsOf(key.example));
+        return json::value_from(Core::splitAtCommas(key.example));
     case KeyKind::revision:
         return json::parse(key.example);
     case KeyKind::text:
