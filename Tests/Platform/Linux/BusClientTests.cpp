@@ -1,0 +1,294 @@
+#include "Platform/Linux/BusClient.h"
+
+#include "Platform/AdapterLog.h"
+#include "Platform/Linux/SessionBus.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <gmock/gmock.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <sys/socket.h>
+#include <thread>
+
+using namespace Platform;
+using namespace Platform::Linux;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+/// Runs its items on the thread of the test, when the test says so.
+class HeldQueue final : public DispatchQueue {
+public:
+    void async(Work work) override
+    {
+        const std::lock_guard lock(m_mutex);
+        m_waiting.push_back(std::move(work));
+        m_hasNews.notify_one();
+    }
+    /// Blocks until an item waits.
+    bool waitForItem()
+    {
+        std::unique_lock lock(m_mutex);
+        return m_hasNews.wait_for(lock, 20s, [this] { return !m_waiting.empty(); });
+    }
+    /// Blocks until there is a next item, and runs it.
+    void runNext()
+    {
+        ASSERT_TRUE(waitForItem()) << "nothing arrives";
+        std::unique_lock lock(m_mutex);
+        const Work work = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        lock.unlock();
+        work();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_hasNews;
+    std::deque<Work> m_waiting;
+};
+
+/// A connection to the bus with one client.
+struct Party {
+    Party() { bus.start(); }
+
+    [[nodiscard]] std::string uniqueName() { return bus.connection().getUniqueName(); }
+    /// As it looks when the daemon ends.
+    void loseBus() { ::shutdown(bus.connection().getEventLoopPollData().fd, SHUT_RDWR); }
+
+    /// Waits for a line in the log.
+    Lines logged()
+    {
+        const auto end = std::chrono::steady_clock::now() + 20s;
+        Lines lines;
+        while ((lines = log.takeLines()).empty() && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+        return lines;
+    }
+
+    RecordingUnifiedLog log;
+    AdapterLog adapterLog{log, "test"};
+    HeldQueue queue;
+    SessionBus bus{adapterLog};
+    std::optional<BusClient> client{std::in_place, bus, queue};
+};
+
+struct BusClientTest : testing::Test {
+    BusClientTest()
+    {
+        server.client->claimName("test.Server");
+        add("Number", "u", [](const BusRequest& request) { request.reply(std::uint32_t{7}); });
+        add("Word", "s", [](const BusRequest& request) { request.reply(std::string("seven")); });
+        add("Two", "us",
+            [](const BusRequest& request) { request.reply(std::uint32_t{7}, std::string("!")); });
+        add("None", "", [](const BusRequest& request) { request.reply(); });
+        add("Refuse", "u", [](const BusRequest& request) { request.fail("no thanks"); });
+        server.client->exportMethod(
+            "/test", {"test.Interface", "Hold", "s", "u", true, [this](const BusRequest& request) {
+                          return [this, request, word = request.read<std::string>()] {
+                              events.push_back("held " + word.value_or("something else"));
+                              held.push_back(request);
+                          };
+                      }});
+    }
+
+    /// Answered on the thread of the bus.
+    void add(const char* name, const char* result, const std::function<void(const BusRequest&)>& answer)
+    {
+        server.client->exportMethod(
+            "/test", {"test.Interface", name, "", result, true, [=](const BusRequest& request) {
+                          answer(request);
+                          return DispatchQueue::Work();
+                      }});
+    }
+
+    static BusCall to(const char* method, std::optional<std::chrono::microseconds> timeout = 20s)
+    {
+        return {"test.Server", "/test", "test.Interface", method, timeout};
+    }
+    /// Adds what is answered to the events.
+    template <typename... Arguments>
+    void call(Party& caller, const BusCall& call, const Arguments&... arguments)
+    {
+        const auto take = [this](const BusAnswer<std::uint32_t>& answer) {
+            events.push_back(answer.value   ? std::to_string(*answer.value)
+                             : answer.error ? answer.error->name + ": " + answer.error->message
+                                            : "a reply of another type");
+        };
+        caller.client->call<std::uint32_t>(call, take, arguments...);
+    }
+    /// Has a call wait at the server for an answer.
+    void hold(const std::string& word)
+    {
+        call(*app, to("Hold"), word);
+        server.queue.runNext();
+        EXPECT_THAT(std::exchange(events, {}), ElementsAre("held " + word));
+    }
+
+    Lines events;
+    std::vector<BusRequest> held;
+    Party server;
+    std::optional<Party> app{std::in_place};
+};
+
+TEST_F(BusClientTest, DeliversWhateverACallComesTo)
+{
+    const BusCall nowhere{"test.Nowhere", "/test", "test.Interface", "Number", 20s};
+    const std::string errors = "org.freedesktop.DBus.Error.";
+    const std::pair<BusCall, std::string> cases[] = {
+        {to("Number"), "7"},
+        {to("Number", std::nullopt), "7"},
+        {to("Two"), "7"},
+        {to("Word"), "a reply of another type"},
+        {to("None"), "a reply of another type"},
+        {to("Refuse"), errors + "Failed: no thanks"},
+        {to("Missing"), errors + "UnknownMethod: "},
+        {nowhere, errors + "ServiceUnknown: "},
+    };
+    for (const auto& [question, answer] : cases) {
+        call(*app, question);
+        EXPECT_THAT(events, IsEmpty()) << "inside the call";
+        app->queue.runNext();
+        EXPECT_THAT(std::exchange(events, {}), ElementsAre(StartsWith(answer))) << question.method;
+    }
+    call(*app, to("Hold", 50ms), std::string("too long"));
+    app->queue.runNext();
+    EXPECT_THAT(events, ElementsAre(testing::ContainsRegex("(NoReply|Timeout|TimedOut|ETIMEDOUT): ")));
+}
+
+TEST_F(BusClientTest, ReadsRepliesOfSeveralValuesAndOfNone)
+{
+    using Two = std::tuple<std::uint32_t, std::string>;
+    app->client->call<Two>(to("Two"), [this](const BusAnswer<Two>& answer) {
+        EXPECT_EQ(answer.value, Two(7, "!"));
+        EXPECT_EQ(answer.sender, server.uniqueName());
+        events.emplace_back("two");
+    });
+    app->client->call<std::tuple<>>(to("None"), [this](const BusAnswer<std::tuple<>>& answer) {
+        EXPECT_TRUE(answer.value);
+        events.emplace_back("none");
+    });
+    app->queue.runNext();
+    app->queue.runNext();
+    EXPECT_THAT(events, ElementsAre("two", "none"));
+}
+
+TEST_F(BusClientTest, LetsACallBeAnsweredOnceLaterAndFromAnyThread)
+{
+    hold("first");
+    hold("second");
+    std::thread([this] {
+        held.at(1).reply(std::uint32_t{2});
+        held.at(0).fail("changed my mind");
+        held.at(0).reply(std::uint32_t{1});
+    }).join();
+    app->queue.runNext();
+    app->queue.runNext();
+    EXPECT_THAT(events, ElementsAre("2", "org.freedesktop.DBus.Error.Failed: changed my mind"));
+}
+
+TEST_F(BusClientTest, DropsAnswersToCallsOfAServerThatHasEnded)
+{
+    std::optional<Party> other(std::in_place);
+    std::optional<BusRequest> request;
+    other->client->exportMethod("/test",
+                                {"test.Interface", "Hold", "", "u", true,
+                                 [&](const BusRequest& each) { return [&, each] { request = each; }; }});
+    call(*app, {other->uniqueName(), "/test", "test.Interface", "Hold", 20s});
+    other->queue.runNext();
+    other->client.reset();
+    request->reply(std::uint32_t{1});
+    other.reset();
+    request->reply(std::uint32_t{1});
+    app->queue.runNext();
+    EXPECT_THAT(events, ElementsAre(StartsWith("org.freedesktop.DBus.Error.NoReply: ")));
+}
+
+TEST_F(BusClientTest, DeliversNothingAfterItsEnd)
+{
+    const auto watch = [this] {
+        app->client->watchNames("arg0='test.Name'", [this](const std::string& name, const std::string&) {
+            events.push_back(name);
+        });
+    };
+    // While the answer waits in the queue.
+    call(*app, to("Number"));
+    ASSERT_TRUE(app->queue.waitForItem());
+    app->client.emplace(app->bus, app->queue);
+    app->queue.runNext();
+    // While a signal waits in the queue.
+    watch();
+    server.client->claimName("test.Name");
+    ASSERT_TRUE(app->queue.waitForItem());
+    app->client.emplace(app->bus, app->queue);
+    app->queue.runNext();
+    // Before there is an answer.
+    hold("word");
+    app->client.emplace(app->bus, app->queue);
+    held.back().reply(std::uint32_t{1});
+    // While answers arrive.
+    for (int round = 0; round < 200; ++round) {
+        call(*app, to("Number"));
+        call(*app, to("Number"));
+        watch();
+        app->client.emplace(app->bus, app->queue);
+    }
+    EXPECT_THAT(events, IsEmpty());
+    call(*app, to("Word"));
+    while (events.empty() && !HasFatalFailure())
+        app->queue.runNext();
+    EXPECT_THAT(events, ElementsAre("a reply of another type"));
+}
+
+TEST_F(BusClientTest, FollowsTheOwnersOfNamesInTheirOrder)
+{
+    const auto add = [this](const std::string& name, const std::string& owner) {
+        events.push_back(name + " " + owner);
+    };
+    app->client->watchNames("arg0namespace='test.Names'", add);
+    // Of other types than the signal has.
+    app->client->subscribe<std::uint32_t>(
+        {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged"},
+        [this](const std::string&, std::uint32_t) { events.emplace_back("a number"); });
+    std::optional<Party> first(std::in_place);
+    const std::string firstName = first->uniqueName();
+    Party second;
+    EXPECT_TRUE(first->client->claimName("test.Names.a"));
+    EXPECT_TRUE(first->client->claimName("test.Names.a"));
+    EXPECT_FALSE(second.client->claimName("test.Names.a"));
+    EXPECT_TRUE(second.client->claimName("test.Names.b"));
+    first.reset();
+    for (int count = 0; count < 3; ++count)
+        app->queue.runNext();
+    EXPECT_TRUE(second.client->claimName("test.Names.a"));
+    app->queue.runNext();
+    EXPECT_THAT(events, ElementsAre("test.Names.a " + firstName, "test.Names.b " + second.uniqueName(),
+                                    "test.Names.a ", "test.Names.a " + second.uniqueName()));
+}
+
+TEST_F(BusClientTest, EndsEveryCallWhenTheBusHasGone)
+{
+    hold("word");
+    app->loseBus();
+    app->queue.runNext();
+    EXPECT_EQ(events.size(), 1U) << "the call that waits";
+    call(*app, to("Number"));
+    EXPECT_EQ(events.size(), 1U) << "inside the call";
+    app->queue.runNext();
+    EXPECT_EQ(events.size(), 2U) << "the next call";
+    EXPECT_TRUE(app->client->claimName("test.Name"));
+    EXPECT_THROW(app->client->watchNames("arg0='a.b'", [](const auto&, const auto&) {}), std::runtime_error);
+    EXPECT_THAT(app->logged(), ElementsAre(testing::HasSubstr("The session bus went away")));
+    server.loseBus();
+    server.bus.stop();
+    held.back().reply(std::uint32_t{1});
+}
+
+} // namespace
