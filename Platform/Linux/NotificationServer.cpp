@@ -1,12 +1,9 @@
 #include "Platform/Linux/NotificationServer.h"
 
 #include "Platform/AdapterLog.h"
-#include "Platform/DispatchQueue.h"
 #include "Platform/Encoding.h"
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/BusClient.h"
 #include "Platform/Timer.h"
-
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -22,6 +19,8 @@ namespace {
 // Each is the name of the interface as well.
 constexpr const char* serverName = "org.freedesktop.Notifications";
 constexpr const char* busName = "org.freedesktop.DBus";
+constexpr const char* serverPath = "/org/freedesktop/Notifications";
+constexpr const char* busPath = "/org/freedesktop/DBus";
 
 /// A server that does not say in this time what it can do is taken for a plain one.
 constexpr std::chrono::seconds capabilitiesTime{2};
@@ -97,75 +96,51 @@ std::uint8_t urgencyOf(const UserNotification& notification, unsigned options)
     return level == "passive" || (options & PresentationOptions::banner) == 0 ? low : normal;
 }
 
-std::map<std::string, sdbus::Variant> hintsOf(const UserNotification& notification, unsigned options,
-                                              const std::string& desktopEntry)
+BusDictionary hintsOf(const UserNotification& notification, unsigned options, const std::string& desktopEntry)
 {
     // No category: those there are mean mails, calls, devices and the like.
-    std::map<std::string, sdbus::Variant> hints{{"desktop-entry", desktopEntry},
-                                                {"urgency", urgencyOf(notification, options)},
-                                                {"transient", (options & PresentationOptions::list) == 0}};
+    BusDictionary hints{{"desktop-entry", BusValue(desktopEntry)},
+                        {"urgency", BusValue(urgencyOf(notification, options))},
+                        {"transient", BusValue((options & PresentationOptions::list) == 0)}};
     if ((options & PresentationOptions::sound) != 0 && payloadValue(notification, "sound") != nullptr)
-        hints.emplace("sound-name", std::string("message-new-instant"));
+        hints.emplace("sound-name", BusValue(std::string("message-new-instant")));
     else
-        hints.emplace("suppress-sound", true);
+        hints.emplace("suppress-sound", BusValue(true));
     return hints;
 }
 
+BusCall serverCall(const char* method, std::chrono::seconds timeout)
+{
+    return {serverName, serverPath, serverName, method, timeout};
+}
+
+BusSignal serverSignal(const char* member)
+{
+    return {serverName, serverPath, serverName, member};
+}
+
 } // namespace
-
-struct NotificationServer::Call {
-    sdbus::IProxy& proxy;
-    const char* interface;
-    const char* method;
-    std::chrono::seconds time;
-};
-
-template <typename Value>
-struct NotificationServer::Answer {
-    /// Absent for an error.
-    std::optional<Value> value;
-    /// The connection that gave the value.
-    std::string sender;
-    /// The name of the error. Its text may repeat what was to be shown, and is for no log.
-    std::string error;
-
-    static Answer failure(const std::string& error)
-    {
-        return {.value = std::nullopt, .sender = {}, .error = error};
-    }
-    static Answer read(sdbus::MethodReply& reply)
-    {
-        try {
-            Value value{};
-            reply >> value;
-            if (reply)
-                return {.value = std::move(value), .sender = reply.getSender(), .error = {}};
-        } catch (const sdbus::Error&) {
-            // Of another type than it ought to be.
-        }
-        return failure("an answer that cannot be read");
-    }
-};
 
 NotificationServer::NotificationServer(const Ports& ports, Application application)
     : m_ports(ports),
       m_application(std::move(application)),
       m_errorLine(ports.log),
-      m_busProxy(sdbus::createProxy(ports.bus.connection(), busName, "/org/freedesktop/DBus")),
-      m_serverProxy(sdbus::createProxy(ports.bus.connection(), serverName, "/org/freedesktop/Notifications"))
+      m_client(std::make_unique<BusClient>(ports.bus, ports.mainQueue))
 {
-    m_ports.bus.watchNames("arg0='org.freedesktop.Notifications'",
-                           [this](const std::string&, const std::string& owner) {
-                               onMainQueue([this, owner] { adopt(owner); });
-                           });
-    m_ports.bus.connection().addMatch(
-        "type='signal',sender='org.freedesktop.Notifications',"
-        "path='/org/freedesktop/Notifications',"
-        "interface='org.freedesktop.Notifications'",
-        [this](sdbus::Message& signal) { hear(signal); }, sdbus::floating_slot);
-    ask<std::string>(
-        {*m_busProxy, busName, "GetNameOwner", answerTime},
-        [this](const Answer<std::string>& answer) {
+    constexpr std::uint32_t dismissedByTheUser = 2;
+    m_client->watchNames("arg0='org.freedesktop.Notifications'",
+                         [this](const std::string&, const std::string& owner) { adopt(owner); });
+    m_client->subscribe<std::uint32_t>(
+        serverSignal("ActionInvoked"),
+        [this](const std::string& sender, std::uint32_t id) { end(sender, id, true); });
+    m_client->subscribe<std::uint32_t, std::uint32_t>(
+        serverSignal("NotificationClosed"),
+        [this](const std::string& sender, std::uint32_t id, std::uint32_t reason) {
+            end(sender, id, reason == dismissedByTheUser);
+        });
+    m_client->call<std::string>(
+        {busName, busPath, busName, "GetNameOwner", answerTime},
+        [this](const BusAnswer<std::string>& answer) {
             if (answer.value)
                 adopt(*answer.value);
         },
@@ -194,42 +169,6 @@ void NotificationServer::show(const UserNotification& notification, unsigned opt
         askForCapabilities();
 }
 
-template <typename Value, typename... Arguments>
-void NotificationServer::ask(const Call& call, std::function<void(const Answer<Value>&)> take,
-                             const Arguments&... arguments)
-{
-    // An answer that is quicker than the call returns would leave the library's record of the call behind for
-    // ever; cancelling it afterwards takes that away.
-    const auto pending = std::make_shared<sdbus::PendingAsyncCall>();
-    const auto answered = [this, pending, take = std::move(take)](Answer<Value> answer) {
-        onMainQueue([pending, take, answer = std::move(answer)] {
-            pending->cancel();
-            take(answer);
-        });
-    };
-    try {
-        auto message = call.proxy.createMethodCall(call.interface, call.method);
-        static_cast<void>((message << ... << arguments));
-        *pending = call.proxy.callMethod(
-            message,
-            [answered](sdbus::MethodReply& reply, const sdbus::Error* error) {
-                answered(error == nullptr ? Answer<Value>::read(reply)
-                                          : Answer<Value>::failure(error->getName()));
-            },
-            call.time);
-    } catch (const sdbus::Error& error) { // The bus has gone.
-        answered(Answer<Value>::failure(error.getName()));
-    }
-}
-
-void NotificationServer::onMainQueue(std::function<void()> work)
-{
-    m_ports.mainQueue.async([life = std::weak_ptr(m_life), work = std::move(work)] {
-        if (!life.expired())
-            work();
-    });
-}
-
 void NotificationServer::adopt(const std::string& owner)
 {
     if (owner == m_server.owner)
@@ -249,13 +188,13 @@ void NotificationServer::askForInformation()
 {
     // Name, vendor, version and the version of the protocol.
     using Reply = std::tuple<std::string, std::string, std::string, std::string>;
-    ask<Reply>({*m_serverProxy, serverName, "GetServerInformation", lateAnswerTime},
-               [this](const Answer<Reply>& answer) {
-                   if (answer.value && answer.sender == m_server.owner)
-                       m_server.information = {
-                           .name = plainText(std::get<0>(*answer.value), LineBreaks::replaced),
-                           .version = plainText(std::get<2>(*answer.value), LineBreaks::replaced)};
-               });
+    m_client->call<Reply>(serverCall("GetServerInformation", lateAnswerTime),
+                          [this](const BusAnswer<Reply>& answer) {
+                              if (answer.value && answer.sender == m_server.owner)
+                                  m_server.information = {
+                                      .name = plainText(std::get<0>(*answer.value), LineBreaks::replaced),
+                                      .version = plainText(std::get<2>(*answer.value), LineBreaks::replaced)};
+                          });
 }
 
 void NotificationServer::askForCapabilities()
@@ -265,14 +204,14 @@ void NotificationServer::askForCapabilities()
     using Reply = std::vector<std::string>;
     // One that the bus has to start is asked again when it is there.
     const auto time = m_server.owner.empty() ? answerTime : capabilitiesTime;
-    ask<Reply>({*m_serverProxy, serverName, "GetCapabilities", time},
-               [this, askedOwner = m_server.owner](const Answer<Reply>& answer) {
-                   takeCapabilities(askedOwner, answer);
-               });
+    m_client->call<Reply>(serverCall("GetCapabilities", time),
+                          [this, askedOwner = m_server.owner](const BusAnswer<Reply>& answer) {
+                              takeCapabilities(askedOwner, answer);
+                          });
 }
 
 void NotificationServer::takeCapabilities(const std::string& askedOwner,
-                                          const Answer<std::vector<std::string>>& answer)
+                                          const BusAnswer<std::vector<std::string>>& answer)
 {
     if (askedOwner != m_server.owner)
         return; // Its successor has been asked.
@@ -301,24 +240,26 @@ void NotificationServer::send(unsigned number, Request& request, const Capabilit
         actions = {"default", "Open"};
     constexpr std::uint32_t replacesNone = 0;
     constexpr std::int32_t expiresByDefault = -1;
-    ask<std::uint32_t>(
-        {*m_serverProxy, serverName, "Notify", lateAnswerTime},
-        [this, number](const Answer<std::uint32_t>& answer) { takeAnswer(number, answer); },
+    m_client->call<std::uint32_t>(
+        serverCall("Notify", lateAnswerTime),
+        [this, number](const BusAnswer<std::uint32_t>& answer) { takeAnswer(number, answer); },
         m_application.name, replacesNone, std::string(), texts.summary, texts.body, actions,
         hintsOf(request.notification, request.options, m_application.desktopEntry), expiresByDefault);
 }
 
-void NotificationServer::takeAnswer(unsigned number, const Answer<std::uint32_t>& answer)
+void NotificationServer::takeAnswer(unsigned number, const BusAnswer<std::uint32_t>& answer)
 {
     const Request request = std::move(m_requests.extract(number).mapped());
     const std::uint32_t id = answer.value.value_or(0);
     const bool isOfPresentServer = id != 0 && answer.sender == m_server.owner;
     if (!request.completion) {
         if (isOfPresentServer)
-            ask<std::tuple<>>(
-                {*m_serverProxy, serverName, "CloseNotification", answerTime}, [](const auto&) {}, id);
+            m_client->call<std::tuple<>>(
+                serverCall("CloseNotification", answerTime), [](const auto&) {}, id);
     } else if (id == 0) {
-        fail(request, answer.value ? "an id that is none" : answer.error);
+        fail(request, answer.value   ? "an id that is none"
+                      : answer.error ? answer.error->name
+                                     : "an answer that cannot be read");
     } else {
         m_errorLine.reset();
         if (isOfPresentServer)
@@ -349,25 +290,6 @@ void NotificationServer::remember(std::uint32_t id, std::function<void()> onResp
     if (m_server.shown.size() == maximumShownCount)
         m_server.shown.erase(m_server.shown.begin());
     m_server.shown.push_back({id, std::move(onResponse)});
-}
-
-void NotificationServer::hear(sdbus::Message& signal)
-{
-    constexpr std::uint32_t dismissedByTheUser = 2;
-    try {
-        const std::string member = signal.getMemberName();
-        if (member != "ActionInvoked" && member != "NotificationClosed")
-            return;
-        std::uint32_t id = 0;
-        std::uint32_t reason = dismissedByTheUser;
-        signal >> id;
-        if (member == "NotificationClosed")
-            signal >> reason;
-        const bool isResponse = reason == dismissedByTheUser;
-        onMainQueue([this, sender = signal.getSender(), id, isResponse] { end(sender, id, isResponse); });
-    } catch (const sdbus::Error&) {
-        // Not what the signal ought to carry.
-    }
 }
 
 void NotificationServer::end(const std::string& sender, std::uint32_t id, bool isResponse)

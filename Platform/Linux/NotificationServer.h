@@ -15,18 +15,16 @@
 #include <utility>
 #include <vector>
 
-namespace sdbus {
-class IProxy;
-class Message;
-} // namespace sdbus
-
 namespace Platform {
 class DispatchQueue;
 } // namespace Platform
 
 namespace Platform::Linux {
 
+class BusClient;
 class SessionBus;
+template <typename Reply>
+struct BusAnswer;
 
 /// Shows notifications through the server of this desktop, the one that owns the name
 /// org.freedesktop.Notifications; one that the bus can start counts.
@@ -37,9 +35,8 @@ class SessionBus;
 /// them up, so one for the list alone comes with low urgency, and one for neither the list nor the banner is
 /// not shown: there would be nothing to see.
 ///
-/// Threads: main. Ownership: refers to its ports; make it before the bus is started and stop the bus before
-/// it ends. Completions that have not been called by then never are. Errors: one line to the log until
-/// something has been shown again.
+/// Threads: main. Ownership: refers to its ports. Completions that have not been called by the end of this
+/// object never are. Errors: one line to the log until something has been shown again.
 /// Source: Desktop Notifications 1.2, freedesktop.org.
 class NotificationServer final : public NotificationPresenter {
 public:
@@ -109,40 +106,25 @@ private:
         /// Oldest first.
         std::vector<Shown> shown;
     };
-    struct Call;
-    template <typename Value>
-    struct Answer;
-
-    /// Calls the other side; `take` gets the answer on the main queue, never inside this call.
-    template <typename Value, typename... Arguments>
-    void ask(const Call& call, std::function<void(const Answer<Value>&)> take, const Arguments&... arguments);
-    /// From any thread, as long as the bus may call. Work that comes after the end of this object is dropped.
-    void onMainQueue(std::function<void()> work);
-
     void adopt(const std::string& owner);
     void askForInformation();
     void askForCapabilities();
-    void takeCapabilities(const std::string& askedOwner, const Answer<std::vector<std::string>>& answer);
+    void takeCapabilities(const std::string& askedOwner, const BusAnswer<std::vector<std::string>>& answer);
     void send(unsigned number, Request& request, const Capabilities& capabilities);
-    void takeAnswer(unsigned number, const Answer<std::uint32_t>& answer);
+    void takeAnswer(unsigned number, const BusAnswer<std::uint32_t>& answer);
     void giveUp(unsigned number);
     void fail(const Request& request, const std::string& reason);
     void remember(std::uint32_t id, std::function<void()> onResponse);
-    /// On the thread of the bus.
-    void hear(sdbus::Message& signal);
     void end(const std::string& sender, std::uint32_t id, bool isResponse);
 
     const Ports m_ports;
     const Application m_application;
     ErrorLine m_errorLine;
     std::function<void()> m_availabilityHandler = [] {};
-    std::unique_ptr<sdbus::IProxy> m_busProxy;
-    std::unique_ptr<sdbus::IProxy> m_serverProxy;
     Server m_server;
     std::map<unsigned, Request> m_requests;
     unsigned m_nextNumber = 0;
-    /// Referred to weakly by work that waits on the main queue.
-    const std::shared_ptr<bool> m_life = std::make_shared<bool>();
+    const std::unique_ptr<BusClient> m_client;
 };
 
 } // namespace Platform::Linux

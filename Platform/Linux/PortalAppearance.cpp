@@ -1,12 +1,9 @@
 #include "Platform/Linux/PortalAppearance.h"
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/Linux/SessionBus.h"
-
-#include <sdbus-c++/sdbus-c++.h>
+#include "Platform/Linux/BusClient.h"
 
 #include <cmath>
-#include <limits>
+#include <optional>
 #include <vector>
 
 namespace Platform::Linux {
@@ -17,8 +14,8 @@ constexpr const char* portalName = "org.freedesktop.portal.Desktop";
 constexpr const char* portalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
 
-/// A portal that comes up with the desktop may answer minutes later, and its answer is as good then.
-constexpr std::uint64_t unlimitedTime = std::numeric_limits<std::uint64_t>::max();
+/// A portal that starts with the desktop may answer minutes later, which is still in time.
+constexpr std::nullopt_t unlimitedTime = std::nullopt;
 
 constexpr std::string_view appearanceSpace = "org.freedesktop.appearance";
 constexpr std::string_view interfaceSpace = "org.gnome.desktop.interface";
@@ -32,9 +29,9 @@ constexpr std::uint32_t prefersReducedMotion = 1;
 constexpr double minimumTextScale = 1;
 constexpr double maximumTextScale = 2;
 
-/// `value` without the message that it refers to, which belongs to the thread of the bus.
+/// Empty for a type that no setting has here.
 template <typename Value>
-Value plainValue(const sdbus::Variant& value)
+Value settingValue(const BusValue& value)
 {
     if (value.containsValueOfType<bool>())
         return value.get<bool>();
@@ -48,17 +45,17 @@ Value plainValue(const sdbus::Variant& value)
 } // namespace
 
 PortalAppearance::PortalAppearance(SessionBus& bus, DispatchQueue& mainQueue)
-    : m_mainQueue(mainQueue), m_portal(sdbus::createProxy(bus.connection(), portalName, portalPath))
+    : m_client(std::make_unique<BusClient>(bus, mainQueue))
 {
-    bus.watchNames("arg0='org.freedesktop.portal.Desktop'",
-                   [this](const std::string&, const std::string& owner) {
-                       onMainQueue([this, owner] { adopt(owner); });
-                   });
-    bus.connection().addMatch(
-        "type='signal',sender='org.freedesktop.portal.Desktop',path='/org/freedesktop/portal/desktop',"
-        "interface='org.freedesktop.portal.Settings',member='SettingChanged'",
-        [this](sdbus::Message& signal) { hearChange(signal); }, sdbus::floating_slot);
-    ask();
+    m_client->watchNames("arg0='org.freedesktop.portal.Desktop'",
+                         [this](const std::string&, const std::string& owner) { adopt(owner); });
+    m_client->subscribe<std::string, std::string, BusValue>(
+        {portalName, portalPath, settingsInterface, "SettingChanged"},
+        [this](const std::string& sender, const std::string& space, const std::string& key,
+               const BusValue& value) {
+            change(sender, {space, key}, settingValue<Value>(value));
+        });
+    requestSettings();
 }
 
 PortalAppearance::~PortalAppearance() = default;
@@ -85,84 +82,51 @@ Appearance PortalAppearance::appearanceOf(const Settings& settings)
         .isDark = settings.at(colorScheme) == Value(prefersDark),
         .isMotionReduced = settings.at(reducedMotion) == Value(prefersReducedMotion) ||
                            settings.at(enableAnimations) == Value(false),
-        // In this order what is not a number becomes the minimum.
+        // In this order NaN becomes the minimum.
         .textScale = std::fmin(std::fmax(textScale, minimumTextScale), maximumTextScale),
     };
-}
-
-void PortalAppearance::onMainQueue(std::function<void()> work)
-{
-    m_mainQueue.async([life = std::weak_ptr(m_life), work = std::move(work)] {
-        if (!life.expired())
-            work();
-    });
 }
 
 void PortalAppearance::adopt(const std::string& owner)
 {
     m_owner = owner;
     if (!owner.empty())
-        ask();
+        requestSettings();
 }
 
-void PortalAppearance::ask()
+void PortalAppearance::requestSettings()
 {
-    try {
-        auto question = m_portal->createMethodCall(settingsInterface, "ReadAll");
-        question << std::vector{std::string(appearanceSpace), std::string(interfaceSpace)};
-        m_portal->callMethod(
-            question,
-            [this](sdbus::MethodReply& reply, const sdbus::Error* error) {
-                if (error == nullptr)
-                    hearAnswer(reply);
-            },
-            unlimitedTime);
-    } catch (const sdbus::Error&) {
-        // The bus has gone, and has said so itself.
-    }
-}
-
-void PortalAppearance::hearAnswer(sdbus::MethodReply& reply)
-{
-    Settings settings = defaults();
-    try {
-        std::map<std::string, std::map<std::string, sdbus::Variant>> answer;
-        if (!(reply >> answer))
-            return;
-        for (const auto& [space, values] : answer)
-            for (const auto& [key, value] : values)
-                set(settings, {space, key}, plainValue<Value>(value));
-    } catch (const sdbus::Error&) {
-        return; // Not what the answer ought to carry.
-    }
-    onMainQueue([this, sender = reply.getSender(), settings = std::move(settings)] {
-        if (!m_owner)
-            m_owner = sender;
-        if (sender == m_owner)
-            use(settings);
-    });
-}
-
-void PortalAppearance::hearChange(sdbus::Message& signal)
-{
-    try {
-        std::string space;
-        std::string key;
-        sdbus::Variant value;
-        if (!(signal >> space >> key >> value))
-            return;
-        onMainQueue([this, sender = signal.getSender(), space, key, plain = plainValue<Value>(value)] {
-            // A peer may send its signals straight to this connection, past the rule that names the portal.
-            // Before the first answer, that answer will say it as well.
-            if (sender != m_owner || !m_appearance)
+    using Reply = std::map<std::string, BusDictionary>;
+    m_client->call<Reply>(
+        {portalName, portalPath, settingsInterface, "ReadAll", unlimitedTime},
+        [this](const BusAnswer<Reply>& answer) {
+            if (!answer.value)
                 return;
-            Settings settings = m_settings;
-            set(settings, {space, key}, plain);
-            use(std::move(settings));
-        });
-    } catch (const sdbus::Error&) {
-        // Not what the signal ought to carry.
-    }
+            Settings settings = defaults();
+            for (const auto& [space, values] : *answer.value)
+                for (const auto& [key, value] : values)
+                    set(settings, {space, key}, settingValue<Value>(value));
+            take(answer.sender, settings);
+        },
+        std::vector{std::string(appearanceSpace), std::string(interfaceSpace)});
+}
+
+void PortalAppearance::take(const std::string& sender, const Settings& settings)
+{
+    if (!m_owner)
+        m_owner = sender;
+    if (sender == m_owner)
+        use(settings);
+}
+
+void PortalAppearance::change(const std::string& sender, const Name& name, const Value& value)
+{
+    // Only the owner's signals count. Before the first answer, that answer will hold the change as well.
+    if (sender != m_owner || !m_appearance)
+        return;
+    Settings settings = m_settings;
+    set(settings, name, value);
+    use(std::move(settings));
 }
 
 void PortalAppearance::use(Settings settings)
@@ -172,7 +136,7 @@ void PortalAppearance::use(Settings settings)
     if (m_appearance == appearance)
         return;
     m_appearance = appearance;
-    // A copy: the observer may put another in its place.
+    // A copy: the observer may replace itself.
     if (const Observer observer = m_observer)
         observer(appearance);
 }

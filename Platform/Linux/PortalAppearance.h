@@ -12,28 +12,23 @@
 #include <utility>
 #include <variant>
 
-namespace sdbus {
-class IProxy;
-class Message;
-class MethodReply;
-} // namespace sdbus
-
 namespace Platform {
 class DispatchQueue;
 } // namespace Platform
 
 namespace Platform::Linux {
 
+class BusClient;
 class SessionBus;
 
-/// The appearance that the user has chosen on this desktop, by the desktop portal; one that the bus can start
-/// counts.
+/// The appearance that the user has chosen on this desktop, read from the desktop portal. The bus starts the
+/// portal if it can.
 ///
-/// Each portal that comes up is asked anew, and a complete answer replaces all that was known before. While
-/// there is none the last answer stays in force, so that a restart is not seen.
+/// Every portal that starts is asked for all settings, and a complete reply replaces the previous ones. They
+/// are kept while no portal runs, so that its restart has no visible effect.
 ///
-/// Threads: main. Ownership: refers to the bus and the queue; make it before the bus is started and stop the
-/// bus before it ends. Errors: none; many desktops have no portal, and what is of a wrong type is ignored.
+/// Threads: main. Ownership: refers to the bus and the queue. Errors: none; many desktops have no portal, and
+/// values of a wrong type are ignored.
 /// Source: XDG Desktop Portal, org.freedesktop.portal.Settings, version 1 and later.
 class PortalAppearance final : public AppearanceSource {
 public:
@@ -55,26 +50,19 @@ private:
     static void set(Settings& settings, const Name& name, const Value& value);
     static Appearance appearanceOf(const Settings& settings);
 
-    /// From any thread, as long as the bus may call. Work that comes after the end of this object is dropped.
-    void onMainQueue(std::function<void()> work);
     void adopt(const std::string& owner);
-    void ask();
-    /// On the thread of the bus.
-    void hearAnswer(sdbus::MethodReply& reply);
-    /// On the thread of the bus.
-    void hearChange(sdbus::Message& signal);
+    void requestSettings();
+    void take(const std::string& sender, const Settings& settings);
+    void change(const std::string& sender, const Name& name, const Value& value);
     void use(Settings settings);
 
-    DispatchQueue& m_mainQueue;
-    std::unique_ptr<sdbus::IProxy> m_portal;
-    /// The connection of the portal: empty while there is none, absent while that is not known.
+    /// The unique name of the portal: empty while no portal runs, absent while that is not known.
     std::optional<std::string> m_owner;
     Settings m_settings = defaults();
     /// Absent before the first answer.
     std::optional<Appearance> m_appearance;
     Observer m_observer;
-    /// Referred to weakly by work that waits on the main queue.
-    const std::shared_ptr<bool> m_life = std::make_shared<bool>();
+    const std::unique_ptr<BusClient> m_client;
 };
 
 } // namespace Platform::Linux

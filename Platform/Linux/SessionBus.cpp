@@ -24,28 +24,6 @@ SessionBus::~SessionBus()
     stop();
 }
 
-void SessionBus::watchNames(std::string_view match,
-                            std::function<void(const std::string& name, const std::string& owner)> callback)
-{
-    const std::string rule =
-        std::string("type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-                    "interface='org.freedesktop.DBus',member='NameOwnerChanged',")
-            .append(match);
-    m_connection->addMatch(
-        rule,
-        [callback = std::move(callback)](sdbus::Message& message) {
-            // What a peer sends straight to this connection passes any rule that names its sender.
-            if (message.getSender() != "org.freedesktop.DBus")
-                return;
-            std::string name;
-            std::string previousOwner;
-            std::string owner;
-            message >> name >> previousOwner >> owner;
-            callback(name, owner);
-        },
-        sdbus::floating_slot);
-}
-
 void SessionBus::start()
 {
     m_thread = std::thread([this] { run(); });

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <functional>
 #include <memory>
-#include <string>
-#include <string_view>
 #include <thread>
 
 namespace sdbus {
@@ -16,11 +13,11 @@ class AdapterLog;
 
 namespace Platform::Linux {
 
-/// The connection to the user's session bus, with the thread that serves it.
+/// The connection to the user's session bus, with the thread that serves it. Adapters use it through a
+/// `BusClient`.
 ///
-/// Threads: `connection()` may be used from any; what arrives is delivered on the thread of the bus. Whoever
-/// registers a callback must outlive `stop()`. Errors: a bus that goes away is one line to the log, and
-/// nothing more arrives.
+/// Threads: `connection()` may be used from any; its callbacks run on the thread of the bus. Errors: a bus
+/// that goes away is one line to the log, and nothing more arrives.
 class SessionBus {
 public:
     /// Throws `std::runtime_error` when there is no bus.
@@ -30,12 +27,6 @@ public:
     SessionBus& operator=(const SessionBus&) = delete;
 
     [[nodiscard]] sdbus::IConnection& connection() { return *m_connection; }
-
-    /// Told when a name gets or loses its owner. `match` selects the names: "arg0='a.b'" or
-    /// "arg0namespace='a.b'". The owner is the unique name of the connection, empty for none. Lasts as long
-    /// as the bus.
-    void watchNames(std::string_view match,
-                    std::function<void(const std::string& name, const std::string& owner)> callback);
 
     /// Delivers what arrives from now on.
     void start();

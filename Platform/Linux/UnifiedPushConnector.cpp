@@ -1,12 +1,13 @@
 #include "Platform/Linux/UnifiedPushConnector.h"
 
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/BusClient.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 
-#include <sdbus-c++/sdbus-c++.h>
-
+#include <cstdint>
+#include <exception>
 #include <optional>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -15,8 +16,9 @@ namespace Platform::Linux {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using Dictionary = std::map<std::string, sdbus::Variant>;
-using Method = UnifiedPushConnector::Method;
+using Method = UnifiedPushCall::Method;
+using Answer = UnifiedPushCall::Answer;
+using Handler = std::function<void(const UnifiedPushCall&)>;
 
 constexpr const char* connectorInterface1 = "org.unifiedpush.Connector1";
 constexpr const char* connectorInterface2 = "org.unifiedpush.Connector2";
@@ -26,7 +28,7 @@ enum class Version { one, two };
 struct Fields {
     std::string token;
     std::string content;
-    /// What a message is acknowledged by; absent when nobody asks.
+    /// The identifier of a message, for its acknowledgment. Absent when the message has none.
     std::optional<std::string> messageIdentifier;
 };
 
@@ -35,32 +37,37 @@ std::string text(const Bytes& bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-// Both throw what the library or the dictionary throws when a field is missing or of another type.
-
-Fields readVersion1(Method method, sdbus::MethodCall& call)
+std::optional<Fields> readVersion1(Method method, const BusRequest& request)
 {
-    Fields fields;
-    call >> fields.token;
-    if (method == Method::newEndpoint) {
-        call >> fields.content;
-    } else if (method == Method::message) {
-        Bytes message;
-        call >> message;
-        fields.content = text(message);
+    switch (method) {
+    case Method::message:
+        if (const auto arguments = request.read<std::tuple<std::string, Bytes>>())
+            return Fields{std::get<0>(*arguments), text(std::get<1>(*arguments)), {}};
+        break;
+    case Method::newEndpoint:
+        if (const auto arguments = request.read<std::tuple<std::string, std::string>>())
+            return Fields{std::get<0>(*arguments), std::get<1>(*arguments), {}};
+        break;
+    case Method::unregistered:
+        if (const auto token = request.read<std::string>())
+            return Fields{*token, {}, {}};
+        break;
     }
-    return fields;
+    return std::nullopt;
 }
 
-Fields readVersion2(Method method, sdbus::MethodCall& call)
+/// Throws what the dictionary and its values throw when a field is missing or of another type.
+std::optional<Fields> readVersion2(Method method, const BusRequest& request)
 {
-    Dictionary arguments;
-    call >> arguments;
-    Fields fields{arguments.at("token").get<std::string>(), {}, {}};
+    const auto arguments = request.read<BusDictionary>();
+    if (!arguments)
+        return std::nullopt;
+    Fields fields{arguments->at("token").get<std::string>(), {}, {}};
     if (method == Method::newEndpoint) {
-        fields.content = arguments.at("endpoint").get<std::string>();
+        fields.content = arguments->at("endpoint").get<std::string>();
     } else if (method == Method::message) {
-        fields.content = text(arguments.at("message").get<Bytes>());
-        if (const auto found = arguments.find("id"); found != arguments.end())
+        fields.content = text(arguments->at("message").get<Bytes>());
+        if (const auto found = arguments->find("id"); found != arguments->end())
             fields.messageIdentifier = found->second.get<std::string>();
     }
     return fields;
@@ -75,9 +82,9 @@ bool isWellFormed(Method method, const Fields& fields)
         return false;
     switch (method) {
     case Method::message:
-        return isWithin(fields.content, UnifiedPushConnector::maximumMessageSize);
+        return isWithin(fields.content, UnifiedPushCall::maximumMessageSize);
     case Method::newEndpoint:
-        return isWithin(fields.content, UnifiedPushConnector::maximumEndpointSize);
+        return isWithin(fields.content, UnifiedPushCall::maximumEndpointSize);
     case Method::unregistered:
         break;
     }
@@ -85,11 +92,11 @@ bool isWellFormed(Method method, const Fields& fields)
 }
 
 /// Absent when the call is malformed.
-std::optional<Fields> read(Version version, Method method, sdbus::MethodCall& call)
+std::optional<Fields> read(Version version, Method method, const BusRequest& request)
 {
     try {
-        Fields fields = version == Version::one ? readVersion1(method, call) : readVersion2(method, call);
-        if (isWellFormed(method, fields))
+        auto fields = version == Version::one ? readVersion1(method, request) : readVersion2(method, request);
+        if (fields && isWellFormed(method, *fields))
             return fields;
     } catch (const std::exception&) {
         // A field is missing or of another type.
@@ -97,37 +104,39 @@ std::optional<Fields> read(Version version, Method method, sdbus::MethodCall& ca
     return std::nullopt;
 }
 
+void reply(const BusRequest& request, Version version, const std::optional<std::string>& messageIdentifier)
+{
+    if (version == Version::one) {
+        request.reply();
+        return;
+    }
+    BusDictionary results;
+    if (messageIdentifier)
+        results.emplace("id", BusValue(*messageIdentifier));
+    request.reply(results);
+}
+
+DispatchQueue::Work receive(Version version, Method method, const Handler& handler, const BusRequest& request)
+{
+    const auto fields = read(version, method, request);
+    if (!fields) {
+        reply(request, version, std::nullopt);
+        return {};
+    }
+    const auto respond = [=, identifier = fields->messageIdentifier](Answer answer,
+                                                                     const std::string& reason) {
+        if (answer == Answer::failed)
+            request.fail(reason);
+        else
+            reply(request, version, answer == Answer::done ? identifier : std::nullopt);
+    };
+    const UnifiedPushCall call{method, request.sender(), fields->token, fields->content, respond};
+    return [handler, call] { handler(call); };
+}
+
 } // namespace
 
-struct UnifiedPushConnector::Unanswered {
-    Version version;
-    sdbus::MethodCall call;
-    std::optional<std::string> messageIdentifier;
-
-    void answer(Answer answer, const std::string& reason = {}) const
-    {
-        try {
-            if (answer == Answer::failed) {
-                call.createErrorReply(sdbus::Error("org.freedesktop.DBus.Error.Failed", reason)).send();
-                return;
-            }
-            sdbus::MethodReply reply = call.createReply();
-            if (version == Version::two) {
-                Dictionary results;
-                if (answer == Answer::done && messageIdentifier)
-                    results.emplace("id", *messageIdentifier);
-                reply << results;
-            }
-            reply.send();
-        } catch (const sdbus::Error&) {
-            // The bus has gone, and the distributor with it.
-        }
-    }
-};
-
-UnifiedPushConnector::UnifiedPushConnector(SessionBus& bus, std::function<void(Call)> handler)
-    : m_handler(std::move(handler)),
-      m_object(sdbus::createObject(bus.connection(), "/org/unifiedpush/Connector"))
+void exportUnifiedPushConnector(BusClient& client, const Handler& handler)
 {
     struct Entry {
         const char* name;
@@ -139,51 +148,26 @@ UnifiedPushConnector::UnifiedPushConnector(SessionBus& bus, std::function<void(C
                                  {"NewEndpoint", Method::newEndpoint, "ss"},
                                  {"Unregistered", Method::unregistered, "s"},
                                  {"Unregister", Method::unregistered, "s"}};
+    constexpr const char* path = "/org/unifiedpush/Connector";
     for (const Entry& entry : entries) {
-        const auto receiver = [this, method = entry.method](Version version) {
-            return [=, this](sdbus::MethodCall call) { receive(method, {version, std::move(call), {}}); };
+        const auto receiver = [&](Version version) {
+            return [=, method = entry.method](const BusRequest& request) {
+                return receive(version, method, handler, request);
+            };
         };
-        sdbus::Flags noReply;
-        noReply.set(sdbus::Flags::METHOD_NO_REPLY);
-        m_object->registerMethod(connectorInterface1, entry.name, entry.arguments1, "",
-                                 receiver(Version::one), noReply);
+        client.exportMethod(path, {.interface = connectorInterface1,
+                                   .name = entry.name,
+                                   .inputSignature = entry.arguments1,
+                                   .outputSignature = "",
+                                   .hasReply = false,
+                                   .handler = receiver(Version::one)});
         if (std::string_view(entry.name) != "Unregister")
-            m_object->registerMethod(connectorInterface2, entry.name, "a{sv}", "a{sv}",
-                                     receiver(Version::two));
+            client.exportMethod(path, {.interface = connectorInterface2,
+                                       .name = entry.name,
+                                       .inputSignature = "a{sv}",
+                                       .outputSignature = "a{sv}",
+                                       .handler = receiver(Version::two)});
     }
-    m_object->finishRegistration();
-}
-
-UnifiedPushConnector::~UnifiedPushConnector() = default;
-
-void UnifiedPushConnector::receive(Method method, Unanswered unanswered)
-{
-    std::optional<Fields> fields = read(unanswered.version, method, unanswered.call);
-    if (!fields) {
-        unanswered.answer(Answer::ignored);
-        return;
-    }
-    unanswered.messageIdentifier = std::move(fields->messageIdentifier);
-    Call call{method, 0, unanswered.call.getSender(), std::move(fields->token), std::move(fields->content)};
-    {
-        const std::lock_guard lock(m_mutex);
-        call.number = ++m_lastNumber;
-        m_unanswered.emplace(call.number, std::make_unique<Unanswered>(std::move(unanswered)));
-    }
-    m_handler(std::move(call));
-}
-
-void UnifiedPushConnector::answer(std::uint64_t number, Answer answer, const std::string& reason)
-{
-    std::unique_ptr<Unanswered> unanswered;
-    {
-        const std::lock_guard lock(m_mutex);
-        if (auto found = m_unanswered.extract(number))
-            unanswered = std::move(found.mapped());
-    }
-    // Outside the lock: the thread of the bus takes it while it holds those of the bus.
-    if (unanswered)
-        unanswered->answer(answer, reason);
 }
 
 } // namespace Platform::Linux

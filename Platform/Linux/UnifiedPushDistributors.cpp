@@ -1,17 +1,17 @@
 #include "Platform/Linux/UnifiedPushDistributors.h"
 
 #include "Platform/Encoding.h"
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/BusClient.h"
 #include "Platform/Push/PushRegistrationError.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <algorithm>
 #include <array>
 #include <set>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 namespace Platform::Linux {
@@ -20,12 +20,11 @@ namespace {
 
 using Code = Push::PushRegistrationErrorCode;
 using Names = std::vector<std::string>;
-using Dictionary = std::map<std::string, sdbus::Variant>;
 
 constexpr const char* busName = "org.freedesktop.DBus";
 constexpr const char* distributorInterface1 = "org.unifiedpush.Distributor1";
 constexpr const char* distributorInterface2 = "org.unifiedpush.Distributor2";
-/// In bytes: what an error repeats of a text that came from elsewhere.
+/// In bytes: how much of a received text an error repeats.
 constexpr std::size_t excerptSize = 120;
 
 /// `text` in quotation marks on one line, cut if need be.
@@ -45,27 +44,28 @@ std::string excerpt(std::string text)
     return "\"" + text + "\"";
 }
 
-/// Somebody on the bus who is asked.
+/// A D-Bus service that we call.
 struct Peer {
-    sdbus::IProxy& proxy;
+    BusClient& client;
+    std::string service;
+    std::string path;
+    std::chrono::milliseconds answerTime;
     /// The beginning of a sentence.
     std::string subject;
-    /// A sentence: what helps when no answer comes.
-    const char* mend;
-    std::chrono::milliseconds answerTime;
+    /// A sentence: what to do when there is no answer.
+    const char* fix;
 
-    /// Why a call came to nothing.
-    [[nodiscard]] Error callError(const sdbus::Error& error) const
+    /// Why a call failed.
+    [[nodiscard]] Error callError(const BusError& error) const
     {
         constexpr std::array silent{".NoReply", ".Timeout", ".TimedOut"};
-        const std::string& kind = error.getName();
-        const bool isSilent =
-            std::any_of(silent.begin(), silent.end(), [&](const char* end) { return kind.ends_with(end); });
+        const bool isSilent = std::any_of(silent.begin(), silent.end(),
+                                          [&](const char* end) { return error.name.ends_with(end); });
         const std::string what =
             isSilent ? "does not answer"
-                     : "cannot be asked: " + excerpt(error.getMessage().empty() ? kind : error.getMessage());
+                     : "cannot be asked: " + excerpt(error.message.empty() ? error.name : error.message);
         return Push::pushRegistrationError(Code::distributorFault,
-                                           fmt::format("{} {}. {}", subject, what, mend));
+                                           fmt::format("{} {}. {}", subject, what, fix));
     }
 
     [[nodiscard]] Error nonsense() const
@@ -76,47 +76,46 @@ struct Peer {
     }
 };
 
-Peer distributorPeer(sdbus::IProxy& proxy, const std::string& name, std::chrono::milliseconds answerTime)
+Peer distributorPeer(BusClient& client, const std::string& name, std::chrono::milliseconds answerTime)
 {
-    return {proxy, "The push distributor " + name, "Restart it, or install it anew.", answerTime};
+    return {client,
+            name,
+            "/org/unifiedpush/Distributor",
+            answerTime,
+            "The push distributor " + name,
+            "Restart it, or install it anew."};
 }
 
-/// `read` makes the outcome of the reply; it throws when the reply is none.
-template <typename Value, typename Read, typename... Arguments>
-void ask(const Peer& peer, const char* interface, const char* method, Read read,
-         UnifiedPushDistributors::Completion<Value> completion, const Arguments&... arguments)
+/// `read` makes the result of a reply and its sender. It throws when the reply makes no sense.
+template <typename Reply, typename Value, typename Read, typename... Arguments>
+void call(const Peer& peer, const char* interface, const char* method, Read read,
+          UnifiedPushDistributors::Completion<Value> completion, const Arguments&... arguments)
 {
-    try {
-        sdbus::MethodCall call = peer.proxy.createMethodCall(interface, method);
-        static_cast<void>((call << ... << arguments));
-        peer.proxy.callMethod(
-            call,
-            [=](sdbus::MethodReply& reply, const sdbus::Error* error) {
-                std::variant<Value, Error> outcome = peer.nonsense();
-                try {
-                    outcome = error != nullptr ? peer.callError(*error) : read(reply);
-                } catch (const std::exception&) {
-                    // Not of the types that were to be expected.
-                }
-                completion(std::move(outcome));
-            },
-            peer.answerTime);
-    } catch (const sdbus::Error& error) {
-        completion(peer.callError(error));
-    }
+    peer.client.call<Reply>(
+        {peer.service, peer.path, interface, method, peer.answerTime},
+        [=](const BusAnswer<Reply>& answer) {
+            std::variant<Value, Error> result =
+                answer.error ? peer.callError(*answer.error) : peer.nonsense();
+            try {
+                if (answer.value)
+                    result = read(*answer.value, answer.sender);
+            } catch (const std::exception&) {
+                // A field is missing, of another type or of an unknown value.
+            }
+            completion(std::move(result));
+        },
+        arguments...);
 }
 
-void askForNames(const Peer& bus, const char* method, UnifiedPushDistributors::Completion<Names> completion)
+void requestNames(const Peer& bus, const char* method, UnifiedPushDistributors::Completion<Names> completion)
 {
-    const auto read = [](sdbus::MethodReply& reply) -> std::variant<Names, Error> {
-        Names names;
-        reply >> names;
+    const auto read = [](Names names, const std::string&) -> std::variant<Names, Error> {
         std::erase_if(names, [](const std::string& name) {
             return !name.starts_with(UnifiedPushDistributors::namePrefix);
         });
         return names;
     };
-    ask<Names>(bus, busName, method, read, std::move(completion));
+    call<Names>(bus, busName, method, read, std::move(completion));
 }
 
 /// Whether an introspection lists `interface`.
@@ -127,9 +126,9 @@ bool isListed(const std::string& introspection, const char* interface)
     return !document.child("node").find_child_by_attribute("interface", "name", interface).empty();
 }
 
-/// What a distributor means by its answer. Throws when it means nothing.
+/// The meaning of a distributor's reply. Throws when it has none.
 std::variant<UnifiedPushDistributors::Registered, Error>
-judge(const std::string& subject, const std::string& result, const std::string& reason)
+registrationResult(const std::string& subject, const std::string& result, const std::string& reason)
 {
     if (result == "REGISTRATION_SUCCEEDED" || result == "NEW_ENDPOINT")
         return UnifiedPushDistributors::Registered();
@@ -169,23 +168,16 @@ judge(const std::string& subject, const std::string& result, const std::string& 
 
 } // namespace
 
-UnifiedPushDistributors::UnifiedPushDistributors(SessionBus& bus, std::chrono::milliseconds answerTime)
-    : m_bus(bus),
-      m_answerTime(answerTime),
-      m_busProxy(sdbus::createProxy(bus.connection(), busName, "/org/freedesktop/DBus"))
-{}
-
-UnifiedPushDistributors::~UnifiedPushDistributors() = default;
-
 void UnifiedPushDistributors::find(const Completion<Names>& completion)
 {
-    const Peer bus{*m_busProxy, "The session bus", "Log out and in again.", m_answerTime};
-    askForNames(bus, "ListNames", [=](std::variant<Names, Error> running) {
+    const Peer bus{m_client,     busName,           "/org/freedesktop/DBus",
+                   m_answerTime, "The session bus", "Log out and in again."};
+    requestNames(bus, "ListNames", [=](std::variant<Names, Error> running) {
         if (std::holds_alternative<Error>(running)) {
             completion(std::move(running));
             return;
         }
-        askForNames(bus, "ListActivatableNames", [=](std::variant<Names, Error> activatable) {
+        requestNames(bus, "ListActivatableNames", [=](std::variant<Names, Error> activatable) {
             if (const auto* names = std::get_if<Names>(&activatable)) {
                 std::set<std::string> all(names->begin(), names->end());
                 all.insert(std::get<Names>(running).begin(), std::get<Names>(running).end());
@@ -198,57 +190,46 @@ void UnifiedPushDistributors::find(const Completion<Names>& completion)
 
 void UnifiedPushDistributors::identify(const std::string& name, Completion<Identity> completion)
 {
-    const Peer distributor = distributorPeer(proxy(name), name, m_answerTime);
+    const Peer distributor = distributorPeer(m_client, name, m_answerTime);
     const auto read = [subject =
-                           distributor.subject](sdbus::MethodReply& reply) -> std::variant<Identity, Error> {
-        std::string introspection;
-        reply >> introspection;
+                           distributor.subject](const std::string& introspection,
+                                                const std::string& sender) -> std::variant<Identity, Error> {
         if (isListed(introspection, distributorInterface2))
-            return Identity{reply.getSender(), Protocol::version2};
+            return Identity{sender, Protocol::version2};
         if (isListed(introspection, distributorInterface1))
-            return Identity{reply.getSender(), Protocol::version1};
+            return Identity{sender, Protocol::version1};
         return Push::pushRegistrationError(
             Code::distributorFault,
             fmt::format("{} offers no interface that is known here. Update it.", subject));
     };
-    ask<Identity>(distributor, "org.freedesktop.DBus.Introspectable", "Introspect", read,
-                  std::move(completion));
+    call<std::string>(distributor, "org.freedesktop.DBus.Introspectable", "Introspect", read,
+                      std::move(completion));
 }
 
 void UnifiedPushDistributors::registerAt(const std::string& name, Protocol protocol,
                                          const Registration& registration, Completion<Registered> completion)
 {
-    const Peer distributor = distributorPeer(proxy(name), name, m_answerTime);
+    const Peer distributor = distributorPeer(m_client, name, m_answerTime);
     if (protocol == Protocol::version1) {
-        const auto read = [subject = distributor.subject](sdbus::MethodReply& reply) {
-            std::string result;
-            std::string reason;
-            reply >> result >> reason;
-            return judge(subject, result, reason);
+        using Reply = std::tuple<std::string, std::string>;
+        const auto read = [subject = distributor.subject](const Reply& reply, const std::string&) {
+            return registrationResult(subject, std::get<0>(reply), std::get<1>(reply));
         };
-        ask<Registered>(distributor, distributorInterface1, "Register", read, std::move(completion),
-                        registration.serviceName, registration.token, registration.description);
+        call<Reply>(distributor, distributorInterface1, "Register", read, std::move(completion),
+                    registration.serviceName, registration.token, registration.description);
         return;
     }
-    const auto read = [subject = distributor.subject](sdbus::MethodReply& reply) {
-        Dictionary answer;
-        reply >> answer;
-        const auto result = answer.at("success").get<std::string>();
-        const auto reason = answer.find("reason");
-        return judge(subject, result, reason == answer.end() ? "" : reason->second.get<std::string>());
+    const auto read = [subject = distributor.subject](const BusDictionary& reply, const std::string&) {
+        const auto result = reply.at("success").get<std::string>();
+        const auto reason = reply.find("reason");
+        return registrationResult(subject, result,
+                                  reason == reply.end() ? "" : reason->second.get<std::string>());
     };
-    const Dictionary arguments{{"service", registration.serviceName},
-                               {"token", registration.token},
-                               {"description", registration.description}};
-    ask<Registered>(distributor, distributorInterface2, "Register", read, std::move(completion), arguments);
-}
-
-sdbus::IProxy& UnifiedPushDistributors::proxy(const std::string& name)
-{
-    auto& proxy = m_proxies[name];
-    if (!proxy)
-        proxy = sdbus::createProxy(m_bus.connection(), name, "/org/unifiedpush/Distributor");
-    return *proxy;
+    const BusDictionary arguments{{"service", BusValue(registration.serviceName)},
+                                  {"token", BusValue(registration.token)},
+                                  {"description", BusValue(registration.description)}};
+    call<BusDictionary>(distributor, distributorInterface2, "Register", read, std::move(completion),
+                        arguments);
 }
 
 } // namespace Platform::Linux

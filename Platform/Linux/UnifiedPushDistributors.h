@@ -4,26 +4,19 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
-namespace sdbus {
-class IProxy;
-} // namespace sdbus
-
 namespace Platform::Linux {
 
-class SessionBus;
+class BusClient;
 
-/// The push distributors on the session bus, as those who want to be registered see them.
+/// The push distributors on the session bus, as clients that want to be registered see them.
 ///
-/// Threads: main; completions run on the thread of the bus, or inside the call when nothing can be sent. Each
-/// is called exactly once, unless the bus stops before. Ownership: refers to the bus, which must be stopped
-/// before this goes. Errors: those of `PushRegistrationErrorCode`. Source: UnifiedPush over D-Bus, 0.3.
+/// Threads: those of the client; its queue delivers each completion exactly once. Ownership: refers to the
+/// client. Errors: those of `PushRegistrationErrorCode`. Source: UnifiedPush over D-Bus, 0.3.
 class UnifiedPushDistributors {
 public:
     /// With the dot: what follows it is up to each distributor.
@@ -52,10 +45,9 @@ public:
     struct Registered {};
 
     /// A distributor that stays silent for `answerTime` has failed.
-    UnifiedPushDistributors(SessionBus& bus, std::chrono::milliseconds answerTime);
-    ~UnifiedPushDistributors();
-    UnifiedPushDistributors(const UnifiedPushDistributors&) = delete;
-    UnifiedPushDistributors& operator=(const UnifiedPushDistributors&) = delete;
+    UnifiedPushDistributors(BusClient& client, std::chrono::milliseconds answerTime)
+        : m_client(client), m_answerTime(answerTime)
+    {}
 
     /// The names of those that run and those that the bus can start, each once, in alphabetical order.
     void find(const Completion<std::vector<std::string>>& completion);
@@ -66,13 +58,8 @@ public:
                     Completion<Registered> completion);
 
 private:
-    sdbus::IProxy& proxy(const std::string& name);
-
-    SessionBus& m_bus;
+    BusClient& m_client;
     const std::chrono::milliseconds m_answerTime;
-    std::unique_ptr<sdbus::IProxy> m_busProxy;
-    /// By name; kept, since late answers may still be on their way to them.
-    std::map<std::string, std::unique_ptr<sdbus::IProxy>> m_proxies;
 };
 
 } // namespace Platform::Linux

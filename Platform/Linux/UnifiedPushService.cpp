@@ -1,16 +1,16 @@
 #include "Platform/Linux/UnifiedPushService.h"
 
 #include "Platform/FatalError.h"
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/BusClient.h"
 #include "Platform/Push/PushPayload.h"
 #include "Platform/Push/PushRegistrationError.h"
 #include "Platform/Push/WebPush.h"
 
 #include <fmt/format.h>
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <algorithm>
 #include <span>
+#include <stdexcept>
 #include <utility>
 
 namespace Platform::Linux {
@@ -18,7 +18,8 @@ namespace Platform::Linux {
 UnifiedPushService::UnifiedPushService(const Ports& ports, Settings settings)
     : m_ports(ports),
       m_settings(std::move(settings)),
-      m_distributors(ports.bus, m_settings.answerTime),
+      m_client(std::make_unique<BusClient>(ports.bus, m_inbox)),
+      m_distributors(*m_client, m_settings.answerTime),
       m_failureLine(ports.log)
 {
     if (m_settings.description.size() > maximumDescriptionSize)
@@ -36,7 +37,7 @@ void UnifiedPushService::start(PushServiceListener& listener)
         m_distributor = m_registration->distributor();
     }
     listenOnBus();
-    claimName();
+    m_client->claimName(m_settings.serviceName);
     if (m_registration)
         begin();
 }
@@ -61,30 +62,13 @@ void UnifiedPushService::registerDevice()
 void UnifiedPushService::listenOnBus()
 {
     try {
-        m_connector = std::make_unique<UnifiedPushConnector>(m_ports.bus, [this](Call call) {
-            m_inbox.async([this, call = std::move(call)] { receive(call); });
-        });
-        m_ports.bus.watchNames("arg0namespace='org.unifiedpush.Distributor'",
-                               [this](const std::string& name, const std::string& owner) {
-                                   m_inbox.async([this, name, owner] { ownerChanged(name, owner); });
-                               });
-    } catch (const sdbus::Error& error) {
-        m_ports.log.error("Push distributors cannot reach this application: " + error.getMessage());
+        exportUnifiedPushConnector(*m_client, [this](const Call& call) { receive(call); });
+        m_client->watchNames(
+            "arg0namespace='org.unifiedpush.Distributor'",
+            [this](const std::string& name, const std::string& owner) { ownerChanged(name, owner); });
+    } catch (const std::runtime_error& error) {
+        m_ports.log.error(std::string("Push distributors cannot reach this application: ") + error.what());
     }
-}
-
-/// False when another program has the name. A bus that has gone fails the next call as well.
-bool UnifiedPushService::claimName()
-{
-    if (m_isNameOurs)
-        return true;
-    try {
-        m_ports.bus.connection().requestName(m_settings.serviceName);
-        m_isNameOurs = true;
-    } catch (const sdbus::Error& error) {
-        return error.getName() != "org.freedesktop.DBus.Error.FileExists";
-    }
-    return true;
 }
 
 void UnifiedPushService::begin()
@@ -92,31 +76,31 @@ void UnifiedPushService::begin()
     ++m_run;
     m_endpointTimer.reset();
     m_step = Step::choosing;
-    const auto completion = next(&UnifiedPushService::choose);
-    if (claimName())
-        m_distributors.find(completion);
-    else
+    if (m_client->claimName(m_settings.serviceName)) {
+        m_distributors.find(next(&UnifiedPushService::choose));
+        return;
+    }
+    m_inbox.async([this, completion = next(&UnifiedPushService::choose)] {
         completion(Push::pushRegistrationError(
             Push::PushRegistrationErrorCode::nameTaken,
             fmt::format("Another program has the name {} on the session bus, so that no push can reach this "
                         "one. End it and start this application again.",
                         m_settings.serviceName)));
+    });
 }
 
-/// Goes on with `step` on the main thread, unless another run has begun by then, or what came is an error.
+/// Continues with `step`, unless another run has begun by then or the outcome is an error.
 template <typename Value>
 UnifiedPushDistributors::Completion<Value>
 UnifiedPushService::next(void (UnifiedPushService::*step)(const Value&))
 {
-    return [this, step, run = m_run](std::variant<Value, Error> outcome) {
-        m_inbox.async([this, step, run, outcome = std::move(outcome)] {
-            if (run != m_run)
-                return;
-            if (const auto* error = std::get_if<Error>(&outcome))
-                fail(*error);
-            else
-                (this->*step)(std::get<Value>(outcome));
-        });
+    return [this, step, run = m_run](const std::variant<Value, Error>& outcome) {
+        if (run != m_run)
+            return;
+        if (const auto* error = std::get_if<Error>(&outcome))
+            fail(*error);
+        else
+            (this->*step)(std::get<Value>(outcome));
     };
 }
 
@@ -230,17 +214,17 @@ void UnifiedPushService::receive(const Call& call)
     // The token is the proof; who else may know it is not whom we asked.
     if (!m_registration || call.token != m_registration->token() ||
         (!m_owner.empty() && call.sender != m_owner)) {
-        m_connector->answer(call.number, Answer::ignored);
+        call.answer(Answer::ignored, {});
         return;
     }
     switch (call.method) {
-    case UnifiedPushConnector::Method::newEndpoint:
+    case Call::Method::newEndpoint:
         receiveEndpoint(call);
         break;
-    case UnifiedPushConnector::Method::unregistered:
+    case Call::Method::unregistered:
         receiveEnd(call);
         break;
-    case UnifiedPushConnector::Method::message:
+    case Call::Method::message:
         receiveMessage(call);
         break;
     }
@@ -252,7 +236,7 @@ void UnifiedPushService::receiveEndpoint(const Call& call)
     if (!Push::isUsablePushEndpoint(call.content)) {
         m_ports.log.error(
             fmt::format("The push distributor {} gave an endpoint that is no https address.", m_distributor));
-        m_connector->answer(call.number, Answer::ignored);
+        call.answer(Answer::ignored, {});
         return;
     }
     setEndpoint(call, m_distributor, call.content);
@@ -265,8 +249,7 @@ void UnifiedPushService::setEndpoint(const Call& call, const std::string& distri
                                      const std::string& endpoint)
 {
     const bool isStored = m_registration->setEndpoint(m_ports.store, distributor, endpoint);
-    m_connector->answer(call.number, isStored ? Answer::done : Answer::failed,
-                        PushRefusal::notStored().reason);
+    call.answer(isStored ? Answer::done : Answer::failed, PushRefusal::notStored().reason);
 }
 
 void UnifiedPushService::receiveEnd(const Call& call)
@@ -289,31 +272,32 @@ void UnifiedPushService::receiveMessage(const Call& call)
 {
     const auto payload = readMessage(call.content);
     if (const auto* reason = std::get_if<std::string>(&payload)) {
-        concludeMessage(call.number, PushRefusal{*reason});
+        concludeMessage(call.answer, PushRefusal{*reason});
         return;
     }
     // The completion may come on any thread, and after this service has gone.
     const auto completion = [this, &queue = m_ports.mainQueue, life = std::weak_ptr(m_life),
-                             number = call.number](std::optional<PushRefusal> refusal) {
+                             answer = call.answer](std::optional<PushRefusal> refusal) {
         if (life.expired())
             return;
-        queue.async([this, life, number, refusal = std::move(refusal)] {
+        queue.async([this, life, answer, refusal = std::move(refusal)] {
             if (!life.expired())
-                concludeMessage(number, refusal);
+                concludeMessage(answer, refusal);
         });
     };
     m_listener->didReceive(std::get<PropertyList::Dictionary>(payload), completion);
 }
 
-void UnifiedPushService::concludeMessage(std::uint64_t number, const std::optional<PushRefusal>& refusal)
+void UnifiedPushService::concludeMessage(const Call::Responder& answer,
+                                         const std::optional<PushRefusal>& refusal)
 {
     if (refusal)
         m_ports.log.error("A push message was refused: " + refusal->reason);
     // What can never be accepted is acknowledged too; otherwise the distributor redelivers it for ever.
     if (refusal && refusal->isTemporary)
-        m_connector->answer(number, Answer::failed, refusal->reason);
+        answer(Answer::failed, refusal->reason);
     else
-        m_connector->answer(number, Answer::done);
+        answer(Answer::done, {});
 }
 
 void UnifiedPushService::announceToken()

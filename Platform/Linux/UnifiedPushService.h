@@ -23,6 +23,9 @@ class UserDefaults;
 
 namespace Platform::Linux {
 
+class BusClient;
+class SessionBus;
+
 /// Pushes by way of a UnifiedPush distributor on the session bus: a program of the user's choice that holds
 /// the connection to a push server for all applications. The device token is the UTF-8 text of a Web Push
 /// subscription; messages are encrypted for its keys, and one that does not decrypt is never delivered.
@@ -38,12 +41,11 @@ namespace Platform::Linux {
 /// turns with everything else on the main thread, so that in a burst no answer waits for more than one of
 /// them.
 ///
-/// Threads: main, the destructor included. Ownership: refers to its ports; the bus must be stopped, but not
-/// gone, before this goes. Work that waits on the main queue then is dropped.
-/// Errors: those of `PushRegistrationErrorCode` to the listener when the application waits for an answer,
-/// else one line to the log, as for each message that is refused, and for a distributor that registers this
-/// device but gives no endpoint within `Settings::endpointTime`. An error does not end the wish: what was
-/// asked for comes once a distributor makes it possible.
+/// Threads: main, the destructor included. Ownership: refers to its ports. Work that waits on the main queue
+/// at the end of this object is dropped. Errors: those of `PushRegistrationErrorCode` to the listener when
+/// the application waits for an answer, else one line to the log, as for each message that is refused, and
+/// for a distributor that registers this device but gives no endpoint within `Settings::endpointTime`. An
+/// error does not end the wish: what was asked for comes once a distributor makes it possible.
 class UnifiedPushService final : public PushService {
 public:
     struct Ports {
@@ -80,8 +82,8 @@ public:
     void registerDevice() override;
 
 private:
-    using Call = UnifiedPushConnector::Call;
-    using Answer = UnifiedPushConnector::Answer;
+    using Call = UnifiedPushCall;
+    using Answer = UnifiedPushCall::Answer;
     using Identity = UnifiedPushDistributors::Identity;
     using Registered = UnifiedPushDistributors::Registered;
     using Names = std::vector<std::string>;
@@ -93,7 +95,6 @@ private:
     enum class Owed { nothing, token, tokenOrError };
 
     void listenOnBus();
-    bool claimName();
 
     // Asking a distributor, step by step. Each `begin` makes what is under way void.
     void begin();
@@ -112,7 +113,7 @@ private:
     void setEndpoint(const Call& call, const std::string& distributor, const std::string& endpoint);
     void receiveEnd(const Call& call);
     void receiveMessage(const Call& call);
-    void concludeMessage(std::uint64_t number, const std::optional<PushRefusal>& refusal);
+    void concludeMessage(const Call::Responder& answer, const std::optional<PushRefusal>& refusal);
 
     void waitForEndpoint();
     void announceToken();
@@ -134,9 +135,8 @@ private:
     /// What the application's token was made of; empty: it has none.
     std::string m_knownEndpoint;
 
+    const std::unique_ptr<BusClient> m_client;
     UnifiedPushDistributors m_distributors;
-    std::unique_ptr<UnifiedPushConnector> m_connector;
-    bool m_isNameOurs = false;
     Step m_step = Step::idle;
     std::uint64_t m_run = 0;
     /// The one that is, or was last, asked; empty: none.
