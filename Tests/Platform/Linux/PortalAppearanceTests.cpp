@@ -5,56 +5,148 @@
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sdbus-c++/sdbus-c++.h>
 
-TEST(PortalAppearanceTest, FollowsEachPortalAndNobodyElse)
-{
-    using Answer = std::map<std::string, std::map<std::string, sdbus::Variant>>;
-    constexpr const char* settings = "org.freedesktop.portal.Settings";
-    constexpr const char* look = "org.freedesktop.appearance";
-    constexpr const char* desk = "org.gnome.desktop.interface";
-    struct FakePortal {
-        std::unique_ptr<sdbus::IConnection> peer = sdbus::createSessionBusConnection();
-        std::unique_ptr<sdbus::IObject> object = createObject(*peer, "/org/freedesktop/portal/desktop");
-    };
-    std::optional<FakePortal> portal;
-    const auto restart = [&](const Answer& answer) {
-        portal.emplace().object->registerMethod("ReadAll").onInterface(settings).implementedAs(
-            [=](const std::vector<std::string>& spaces) { return spaces.at(1) == desk ? answer : Answer(); });
-        portal->object->finishRegistration();
-        portal->peer->requestName("org.freedesktop.portal.Desktop");
-    };
-    RecordingUnifiedLog log;
-    const Platform::AdapterLog adapterLog(log, "test");
-    ManualScheduler::Queue work;
-    Platform::Linux::SessionBus bus(adapterLog);
-    Platform::Linux::PortalAppearance early(bus, work);
-    std::vector<Platform::Appearance> seen;
-    early.observe([&](const auto& appearance) { seen.push_back(appearance); });
-    auto& own = bus.connection(); // Served here, so that everything comes in one order.
-    const auto expect = [&](const std::vector<Platform::Appearance>& expected) {
+using Platform::Appearance;
+using testing::ElementsAre;
+
+namespace {
+
+using Settings = std::map<std::string, std::map<std::string, sdbus::Variant>>;
+constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
+constexpr const char* look = "org.freedesktop.appearance";
+constexpr const char* desk = "org.gnome.desktop.interface";
+
+/// A portal for as long as it lives.
+struct FakePortal {
+    explicit FakePortal(const Settings& settings)
+    {
+        object->registerMethod("ReadAll")
+            .onInterface(settingsInterface)
+            .implementedAs([=](const std::vector<std::string>& spaces) {
+                return spaces == std::vector<std::string>{look, desk} ? settings : Settings();
+            });
+        object->finishRegistration();
+        peer->requestName("org.freedesktop.portal.Desktop");
+    }
+    void change(const char* space, const char* key, const sdbus::Variant& value) const
+    {
+        object->emitSignal("SettingChanged").onInterface(settingsInterface).withArguments(space, key, value);
+    }
+
+    std::unique_ptr<sdbus::IConnection> peer = sdbus::createSessionBusConnection();
+    std::unique_ptr<sdbus::IObject> object = createObject(*peer, "/org/freedesktop/portal/desktop");
+};
+
+/// The connections are served on the thread of the test, so that everything comes in one order.
+struct PortalAppearanceTest : testing::Test {
+    PortalAppearanceTest() { observe(appearance); }
+
+    void observe(Platform::Linux::PortalAppearance& source)
+    {
+        source.observe([this](const Appearance& each) { seen.push_back(each); });
+    }
+    /// Starts a portal, which replaces the previous one, and waits for its settings.
+    void startPortal(const Settings& settings, const Appearance& expected)
+    {
+        portal.emplace(settings);
+        EXPECT_THAT(observed(1), ElementsAre(expected));
+    }
+    /// Waits until `count` appearances have been observed.
+    std::vector<Appearance> observed(std::size_t count)
+    {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (; seen.size() < expected.size() && std::chrono::steady_clock::now() < end; work.runNext())
-            static_cast<void>(portal->peer->processPendingRequest() || own.processPendingRequest());
-        EXPECT_EQ(std::exchange(seen, {}), expected);
+        for (; seen.size() < count && std::chrono::steady_clock::now() < end; work.runNext())
+            static_cast<void>(portal->peer->processPendingRequest() ||
+                              bus.connection().processPendingRequest());
+        return std::exchange(seen, {});
+    }
+
+    std::vector<Appearance> seen;
+    RecordingUnifiedLog log;
+    const Platform::AdapterLog adapterLog{log, "test"};
+    ManualScheduler::Queue work;
+    Platform::Linux::SessionBus bus{adapterLog};
+    Platform::Linux::PortalAppearance appearance{bus, work};
+    std::optional<FakePortal> portal;
+};
+
+TEST_F(PortalAppearanceTest, ReadsTheSettingsOfAPortal)
+{
+    struct Case {
+        const char* name;
+        Settings settings;
+        Appearance expected;
     };
-    restart({});
-    expect({{}});
-    auto lie = createObject(own, portal->object->getObjectPath())->createSignal(settings, "SettingChanged");
-    lie << desk << "text-scaling-factor" << sdbus::Variant(1.5);
-    lie.setDestination(own.getUniqueName());
-    lie.send();
-    using Change = std::tuple<const char*, const char*, sdbus::Variant>;
-    for (const auto& [space, key, value] :
-         {Change(look, "color-scheme", 1U), Change(look, "color-scheme", "light"),
-          Change(desk, "text-scaling-factor", 9.0), Change(look, "color-scheme", 2U),
-          Change(desk, "enable-animations", false), Change(look, "color-scheme", 1U)})
-        portal->object->emitSignal("SettingChanged").onInterface(settings).withArguments(space, key, value);
-    expect({{true, false, 1}, {true, false, 2}, {false, false, 2}, {false, true, 2}, {true, true, 2}});
-    restart({{look, {{"reduced-motion", 1U}}}, {desk, {{"color-scheme", 1U}, {"text-scaling-factor", 0.5}}}});
-    expect({{false, true, 1}});
-    Platform::Linux::PortalAppearance late(bus, work);
-    late.observe([&](const auto& appearance) { seen.push_back(appearance); });
-    expect({early.current()});
+    const Case cases[] = {
+        {"dark", {{look, {{"color-scheme", 1U}}}}, {true, false, 1}},
+        {"no settings", {}, {false, false, 1}},
+        {"less motion", {{look, {{"reduced-motion", 1U}}}}, {false, true, 1}},
+        {"light", {{look, {{"color-scheme", 2U}}}}, {false, false, 1}},
+        {"no animations", {{desk, {{"enable-animations", false}}}}, {false, true, 1}},
+        {"large text", {{desk, {{"text-scaling-factor", 1.25}}}}, {false, false, 1.25}},
+        {"huge text", {{desk, {{"text-scaling-factor", 9.0}}}}, {false, false, 2}},
+        {"dark, small text",
+         {{look, {{"color-scheme", 1U}}}, {desk, {{"text-scaling-factor", 0.5}}}},
+         {true, false, 1}},
+        {"keys of the other space",
+         {{look, {{"text-scaling-factor", 2.0}}}, {desk, {{"color-scheme", 1U}}}},
+         {false, false, 1}},
+        {"dark again", {{look, {{"color-scheme", 1U}}}}, {true, false, 1}},
+        {"values of other types",
+         {{look, {{"color-scheme", "dark"}, {"reduced-motion", true}}}, {desk, {{"enable-animations", 0U}}}},
+         {false, false, 1}},
+    };
+    for (const auto& [name, settings, expected] : cases) {
+        SCOPED_TRACE(name);
+        startPortal(settings, expected);
+    }
 }
+
+TEST_F(PortalAppearanceTest, FollowsTheChangesOfAPortal)
+{
+    startPortal({}, {});
+    portal->change(look, "color-scheme", sdbus::Variant(1U));
+    portal->change(look, "color-scheme", sdbus::Variant("light")); // Of another type.
+    portal->change(desk, "color-scheme", sdbus::Variant(2U));      // Of the other space.
+    portal->change(desk, "text-scaling-factor", sdbus::Variant(1.5));
+    portal->change(look, "color-scheme", sdbus::Variant(2U));
+    portal->change(desk, "enable-animations", sdbus::Variant(false));
+    EXPECT_THAT(observed(4), ElementsAre(Appearance{true, false, 1}, Appearance{true, false, 1.5},
+                                         Appearance{false, false, 1.5}, Appearance{false, true, 1.5}));
+}
+
+TEST_F(PortalAppearanceTest, KeepsTheLastSettingsUntilAnotherPortalHasItsOwn)
+{
+    startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
+    portal.reset();
+    EXPECT_EQ(appearance.current(), (Appearance{true, false, 1}));
+    startPortal({{desk, {{"text-scaling-factor", 2.0}}}}, {false, false, 2});
+}
+
+TEST_F(PortalAppearanceTest, IgnoresWhatOtherConnectionsSend)
+{
+    startPortal({}, {});
+    // Straight to this connection, past the rule that names the portal.
+    const auto liar = sdbus::createSessionBusConnection();
+    auto lie = createObject(*liar, portal->object->getObjectPath())
+                   ->createSignal(settingsInterface, "SettingChanged");
+    lie << desk << "text-scaling-factor" << sdbus::Variant(1.5);
+    lie.setDestination(bus.connection().getUniqueName());
+    lie.send();
+    liar->requestName("test.Flush"); // Returns once the bus has forwarded the signal.
+    portal->change(look, "color-scheme", sdbus::Variant(1U));
+    EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
+}
+
+TEST_F(PortalAppearanceTest, FindsAPortalThatIsAlreadyThere)
+{
+    startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
+    Platform::Linux::PortalAppearance late(bus, work);
+    observe(late);
+    EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
+    EXPECT_EQ(late.current(), appearance.current());
+}
+
+} // namespace
