@@ -1,14 +1,14 @@
 #include "Platform/Linux/Device.h"
 
+#include "Platform/Linux/Bus/PortalAppearance.h"
+#include "Platform/Linux/Bus/UnifiedPushService.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Linux/JournalLog.h"
 #include "Platform/Linux/LocalPushService.h"
-#include "Platform/Linux/PortalAppearance.h"
 #include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/ProcessSignals.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/StandardErrorLog.h"
-#include "Platform/Linux/UnifiedPushService.h"
 #include "Platform/Push/UnavailablePushService.h"
 
 #include <chrono>
@@ -152,19 +152,19 @@ Device::~Device() = default;
 Device::BusAccess Device::openSessionBus(const AdapterLog& log)
 {
     try {
-        return {std::make_unique<SessionBus>(log), {}};
+        return {std::make_unique<Bus::SessionBus>(log), {}};
     } catch (const std::runtime_error& error) {
         return {nullptr, error.what()};
     }
 }
 
-std::unique_ptr<NotificationServer> Device::makeNotificationServer() const
+std::unique_ptr<Bus::NotificationServer> Device::makeNotificationServer() const
 {
     if (!m_busAccess.bus)
         return nullptr;
-    return std::make_unique<NotificationServer>(
-        NotificationServer::Ports{*m_busAccess.bus, m_loop.mainQueue, m_loop.timers, m_log},
-        NotificationServer::Application{applicationName, std::string(applicationIdentifier)});
+    return std::make_unique<Bus::NotificationServer>(
+        Bus::NotificationServer::Ports{*m_busAccess.bus, m_loop.mainQueue, m_loop.timers, m_log},
+        Bus::NotificationServer::Application{applicationName, std::string(applicationIdentifier)});
 }
 
 std::unique_ptr<AppearanceSource> Device::makeAppearance() const
@@ -173,7 +173,7 @@ std::unique_ptr<AppearanceSource> Device::makeAppearance() const
         return fixed;
     if (!m_busAccess.bus)
         return std::make_unique<FixedAppearance>();
-    return std::make_unique<PortalAppearance>(*m_busAccess.bus, m_loop.mainQueue);
+    return std::make_unique<Bus::PortalAppearance>(*m_busAccess.bus, m_loop.mainQueue);
 }
 
 std::unique_ptr<PushService> Device::makePushService()
@@ -187,9 +187,10 @@ std::unique_ptr<PushService> Device::makePushService()
     if (!m_busAccess.bus)
         return std::make_unique<Push::UnavailablePushService>(m_loop.mainQueue, m_busAccess.absence + ".");
     const char* chosen = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
-    return std::make_unique<UnifiedPushService>(
-        UnifiedPushService::Ports{*m_busAccess.bus, m_systemStore, m_loop.mainQueue, m_loop.timers, m_log},
-        UnifiedPushService::Settings{
+    return std::make_unique<Bus::UnifiedPushService>(
+        Bus::UnifiedPushService::Ports{*m_busAccess.bus, m_systemStore, m_loop.mainQueue, m_loop.timers,
+                                       m_log},
+        Bus::UnifiedPushService::Settings{
             .serviceName = std::string(applicationIdentifier),
             .description = "Messages of your organisation about this device",
             .chosenDistributor = chosen != nullptr ? chosen : "",

@@ -3,12 +3,12 @@
 #include "Platform/AdapterLog.h"
 #include "Platform/Device.h"
 #include "Platform/ExitCode.h"
+#include "Platform/Linux/Bus/NotificationServer.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/DeviceNotificationPreferences.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/FileSystemWatcher.h"
-#include "Platform/Linux/NotificationServer.h"
-#include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Network/CurlURLSession.h"
 #include "Platform/NotificationCenter.h"
@@ -50,7 +50,7 @@ public:
 private:
     /// The session bus; without one, why.
     struct BusAccess {
-        std::unique_ptr<SessionBus> bus;
+        std::unique_ptr<Bus::SessionBus> bus;
         std::string absence;
     };
     /// What keeps a second instance away. Comes before all other adapters.
@@ -63,7 +63,7 @@ private:
     static BusAccess openSessionBus(const AdapterLog& log);
     std::unique_ptr<AppearanceSource> makeAppearance() const;
     std::unique_ptr<PushService> makePushService();
-    std::unique_ptr<NotificationServer> makeNotificationServer() const;
+    std::unique_ptr<Bus::NotificationServer> makeNotificationServer() const;
 
     const DeviceOptions m_options;
     const DevicePaths m_paths;
@@ -79,7 +79,7 @@ private:
     Storage::SQLiteUserDefaults m_systemStore;
     Push::ShellState m_shellState{m_systemStore};
     const BusAccess m_busAccess;
-    const std::unique_ptr<NotificationServer> m_notificationServer;
+    const std::unique_ptr<Bus::NotificationServer> m_notificationServer;
     DeviceNotificationPreferences m_preferences;
     const std::unique_ptr<AppearanceSource> m_appearance;
     // Absent until `connect()`.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/Bus/NotificationServer.h"
 #include "Platform/Push/ShellState.h"
 #include "Platform/Shell.h"
 
@@ -14,7 +14,7 @@ namespace Platform::Linux {
 class DeviceNotificationPreferences final : public NotificationPreferences {
 public:
     /// `server` may be null. `pushSource` is in words for people.
-    DeviceNotificationPreferences(Push::ShellState& state, const NotificationServer* server,
+    DeviceNotificationPreferences(Push::ShellState& state, const Bus::NotificationServer* server,
                                   std::string pushSource)
         : m_state(state), m_server(server), m_pushSource(std::move(pushSource))
     {}
@@ -37,7 +37,7 @@ public:
 
 private:
     Push::ShellState& m_state;
-    const NotificationServer* m_server;
+    const Bus::NotificationServer* m_server;
     const std::string m_pushSource;
 };
 

@@ -1,8 +1,8 @@
 // From the user's permission to the token that the backend sends to.
 
 #include "Core/Constants.h"
+#include "Platform/Linux/Bus/UnifiedPushDistributors.h"
 #include "Platform/Linux/LocalPushService.h"
-#include "Platform/Linux/UnifiedPushDistributors.h"
 #include "Platform/Push/ShellState.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tools/qvctl/Device.h"
@@ -80,7 +80,7 @@ std::vector<std::string> distributorsAmong(const SessionBusNames& names)
     std::set<std::string> found;
     for (const auto* set : {&names.running, &names.startable}) {
         for (const std::string& name : *set) {
-            if (name.starts_with(UnifiedPushDistributors::namePrefix))
+            if (name.starts_with(Bus::UnifiedPushDistributors::namePrefix))
                 found.insert(name);
         }
     }
@@ -91,8 +91,9 @@ std::vector<std::string> distributorsAmong(const SessionBusNames& names)
 std::string chosenDistributor()
 {
     const char* suffix = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
-    return suffix != nullptr && *suffix != '\0' ? std::string(UnifiedPushDistributors::namePrefix) + suffix
-                                                : std::string();
+    return suffix != nullptr && *suffix != '\0'
+               ? std::string(Bus::UnifiedPushDistributors::namePrefix) + suffix
+               : std::string();
 }
 
 void checkDistributor(Examination& examination, const std::optional<SessionBusNames>& names)

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 class SessionBus;
 
@@ -215,4 +215,4 @@ private:
     std::vector<std::unique_ptr<sdbus::IObject>> m_objects;
 };
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

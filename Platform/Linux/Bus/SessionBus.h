@@ -11,7 +11,7 @@ namespace Platform {
 class AdapterLog;
 }
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 /// The connection to the user's session bus, with the thread that serves it. Adapters use it through a
 /// `BusClient`.
@@ -41,4 +41,4 @@ private:
     std::thread m_thread;
 };
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

@@ -1,4 +1,4 @@
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 
 #include "Platform/AdapterLog.h"
 
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 SessionBus::SessionBus(const AdapterLog& log) : m_log(log)
 {
@@ -48,4 +48,4 @@ void SessionBus::run()
     }
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

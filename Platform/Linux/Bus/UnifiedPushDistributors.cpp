@@ -1,7 +1,7 @@
-#include "Platform/Linux/UnifiedPushDistributors.h"
+#include "Platform/Linux/Bus/UnifiedPushDistributors.h"
 
 #include "Platform/Encoding.h"
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 #include "Platform/Push/PushRegistrationError.h"
 
 #include <fmt/format.h>
@@ -14,7 +14,7 @@
 #include <tuple>
 #include <utility>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 namespace {
 
@@ -232,4 +232,4 @@ void UnifiedPushDistributors::registerAt(const std::string& name, Protocol proto
                         arguments);
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

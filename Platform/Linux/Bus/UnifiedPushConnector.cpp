@@ -1,6 +1,6 @@
-#include "Platform/Linux/UnifiedPushConnector.h"
+#include "Platform/Linux/Bus/UnifiedPushConnector.h"
 
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 namespace {
 
@@ -170,4 +170,4 @@ void exportUnifiedPushConnector(BusClient& client, const Handler& handler)
     }
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

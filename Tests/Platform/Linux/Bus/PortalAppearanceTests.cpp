@@ -1,7 +1,7 @@
-#include "Platform/Linux/PortalAppearance.h"
+#include "Platform/Linux/Bus/PortalAppearance.h"
 
 #include "Platform/AdapterLog.h"
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
@@ -43,7 +43,7 @@ struct FakePortal {
 struct PortalAppearanceTest : testing::Test {
     PortalAppearanceTest() { observe(appearance); }
 
-    void observe(Platform::Linux::PortalAppearance& source)
+    void observe(Platform::Linux::Bus::PortalAppearance& source)
     {
         source.observe([this](const Appearance& each) { seen.push_back(each); });
     }
@@ -67,8 +67,8 @@ struct PortalAppearanceTest : testing::Test {
     RecordingUnifiedLog log;
     const Platform::AdapterLog adapterLog{log, "test"};
     ManualScheduler::Queue work;
-    Platform::Linux::SessionBus bus{adapterLog};
-    Platform::Linux::PortalAppearance appearance{bus, work};
+    Platform::Linux::Bus::SessionBus bus{adapterLog};
+    Platform::Linux::Bus::PortalAppearance appearance{bus, work};
     std::optional<FakePortal> portal;
 };
 
@@ -143,7 +143,7 @@ TEST_F(PortalAppearanceTest, IgnoresWhatOtherConnectionsSend)
 TEST_F(PortalAppearanceTest, FindsAPortalThatIsAlreadyThere)
 {
     startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
-    Platform::Linux::PortalAppearance late(bus, work);
+    Platform::Linux::Bus::PortalAppearance late(bus, work);
     observe(late);
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
     EXPECT_EQ(late.current(), appearance.current());

@@ -1,6 +1,6 @@
-#include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/Bus/NotificationServer.h"
 
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -112,8 +112,8 @@ protected:
     ManualScheduler timers;
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
-    Linux::SessionBus bus{adapterLog};
-    Linux::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id"}};
+    Linux::Bus::SessionBus bus{adapterLog};
+    Linux::Bus::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id"}};
     Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};
     std::optional<FakeServer> fake;
 };
@@ -150,9 +150,9 @@ TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)
     happened(2);
     startServer({"body"});
     fake->end({1}, dismissed);
-    for (std::size_t id = 1; id <= Linux::NotificationServer::maximumShownCount + 1; ++id)
+    for (std::size_t id = 1; id <= Linux::Bus::NotificationServer::maximumShownCount + 1; ++id)
         show(std::to_string(id));
-    happened(2 * Linux::NotificationServer::maximumShownCount + 2);
+    happened(2 * Linux::Bus::NotificationServer::maximumShownCount + 2);
     FakeServer liar({}, tell, "test.Liar");
     liar.end({2, 3, 4, 5}, tapped, bus.connection().getUniqueName());
     liar.bus->requestName("test.Flush");
@@ -170,7 +170,7 @@ TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)
     fake->mood = FakeServer::Mood::slow;
     show("late");
     EXPECT_THAT(happened(1), ElementsAre("late|||1"));
-    mainQueue.async([this] { timers.advance(Linux::NotificationServer::answerTime); });
+    mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
     EXPECT_THAT(happened(1), ElementsAre("not shown"));
     fake->held.returnResults(777);
     EXPECT_THAT(happened(1), ElementsAre("close 777"));

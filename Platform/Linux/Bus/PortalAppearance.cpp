@@ -1,12 +1,12 @@
-#include "Platform/Linux/PortalAppearance.h"
+#include "Platform/Linux/Bus/PortalAppearance.h"
 
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 
 #include <cmath>
 #include <optional>
 #include <vector>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 namespace {
 
@@ -141,4 +141,4 @@ void PortalAppearance::use(Settings settings)
         observer(appearance);
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 class BusClient;
 
@@ -62,4 +62,4 @@ private:
     const std::chrono::milliseconds m_answerTime;
 };
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

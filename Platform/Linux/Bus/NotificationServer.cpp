@@ -1,8 +1,8 @@
-#include "Platform/Linux/NotificationServer.h"
+#include "Platform/Linux/Bus/NotificationServer.h"
 
 #include "Platform/AdapterLog.h"
 #include "Platform/Encoding.h"
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 #include "Platform/Timer.h"
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 namespace {
 
@@ -305,4 +305,4 @@ void NotificationServer::end(const std::string& sender, std::uint32_t id, bool i
         onResponse();
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

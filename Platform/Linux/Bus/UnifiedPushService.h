@@ -2,8 +2,8 @@
 
 #include "Platform/AdapterLog.h"
 #include "Platform/DispatchQueue.h"
-#include "Platform/Linux/UnifiedPushConnector.h"
-#include "Platform/Linux/UnifiedPushDistributors.h"
+#include "Platform/Linux/Bus/UnifiedPushConnector.h"
+#include "Platform/Linux/Bus/UnifiedPushDistributors.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Platform/Push/YieldingQueue.h"
 #include "Platform/PushService.h"
@@ -21,7 +21,7 @@ namespace Platform {
 class UserDefaults;
 } // namespace Platform
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 class BusClient;
 class SessionBus;
@@ -150,4 +150,4 @@ private:
     std::unique_ptr<Timer> m_endpointTimer;
 };
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

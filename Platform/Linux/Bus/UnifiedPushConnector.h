@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 class BusClient;
 
@@ -45,4 +45,4 @@ struct UnifiedPushCall {
 void exportUnifiedPushConnector(BusClient& client,
                                 const std::function<void(const UnifiedPushCall&)>& handler);
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

@@ -1,6 +1,6 @@
-#include "Platform/Linux/UnifiedPushService.h"
+#include "Platform/Linux/Bus/UnifiedPushService.h"
 
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -14,9 +14,9 @@
 #include <future>
 
 using namespace Platform;
-using namespace Platform;
 using namespace Platform::Push;
 using namespace Platform::Linux;
+using namespace Platform::Linux::Bus;
 using testing::HasSubstr;
 
 namespace {

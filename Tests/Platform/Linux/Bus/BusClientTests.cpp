@@ -1,7 +1,7 @@
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 
 #include "Platform/AdapterLog.h"
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 #include <thread>
 
 using namespace Platform;
-using namespace Platform::Linux;
+using namespace Platform::Linux::Bus;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -19,7 +19,7 @@ namespace Platform {
 class DispatchQueue;
 } // namespace Platform
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 class BusClient;
 class SessionBus;
@@ -127,4 +127,4 @@ private:
     const std::unique_ptr<BusClient> m_client;
 };
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

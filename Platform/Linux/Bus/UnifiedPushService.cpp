@@ -1,7 +1,7 @@
-#include "Platform/Linux/UnifiedPushService.h"
+#include "Platform/Linux/Bus/UnifiedPushService.h"
 
 #include "Platform/FatalError.h"
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 #include "Platform/Push/PushPayload.h"
 #include "Platform/Push/PushRegistrationError.h"
 #include "Platform/Push/WebPush.h"
@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 UnifiedPushService::UnifiedPushService(const Ports& ports, Settings settings)
     : m_ports(ports),
@@ -330,4 +330,4 @@ std::string UnifiedPushService::chosenName() const
     return suffix.empty() ? std::string() : std::string(UnifiedPushDistributors::namePrefix) + suffix;
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus

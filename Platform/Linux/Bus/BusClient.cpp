@@ -1,11 +1,11 @@
-#include "Platform/Linux/BusClient.h"
+#include "Platform/Linux/Bus/BusClient.h"
 
-#include "Platform/Linux/SessionBus.h"
+#include "Platform/Linux/Bus/SessionBus.h"
 
 #include <limits>
 #include <stdexcept>
 
-namespace Platform::Linux {
+namespace Platform::Linux::Bus {
 
 namespace {
 
@@ -221,4 +221,4 @@ void BusClient::post(Work work)
         });
 }
 
-} // namespace Platform::Linux
+} // namespace Platform::Linux::Bus
