@@ -9,6 +9,7 @@
 #include "Platform/Linux/ProcessSignals.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Network/CurlURLSession.h"
 #include "Platform/Push/UnavailablePushService.h"
 
 #include <chrono>
@@ -141,6 +142,7 @@ Device::Device(const DeviceOptions& options, const DevicePaths& paths, const Eve
       m_log(m_instance->adapterLog),
       m_defaults(paths, Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
       m_systemStore(paths.shellState(), Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
+      m_urlSession(std::make_unique<Network::CurlURLSession>(), m_systemStore, m_clock),
       m_busAccess(openSessionBus(m_log)),
       m_notificationServer(makeNotificationServer()),
       m_preferences(m_shellState, m_notificationServer.get(), pushSourceText(options.push)),
@@ -176,16 +178,35 @@ std::unique_ptr<AppearanceSource> Device::makeAppearance() const
     return std::make_unique<Bus::PortalAppearance>(*m_busAccess.bus, m_loop.mainQueue);
 }
 
+Push::PushServiceKind Device::pushServiceKind() const
+{
+    using Push::PushServiceKind;
+    switch (m_options.push) {
+    case PushSource::off:
+        return PushServiceKind::off;
+    case PushSource::local:
+        return PushServiceKind::local;
+    case PushSource::automatic:
+        break;
+    }
+    return m_busAccess.bus ? PushServiceKind::unifiedPush : PushServiceKind::unavailable;
+}
+
 std::unique_ptr<PushService> Device::makePushService()
 {
-    if (m_options.push == PushSource::off)
+    using Push::PushServiceKind;
+    switch (pushServiceKind()) {
+    case PushServiceKind::off:
         return std::make_unique<Push::UnavailablePushService>(
             m_loop.mainQueue, "Remote notifications are turned off; start without --push off.");
-    if (m_options.push == PushSource::local)
+    case PushServiceKind::local:
         return std::make_unique<LocalPushService>(
             LocalPushService::Ports{m_systemStore, m_loop.mainQueue, m_log}, m_paths.pushSocket);
-    if (!m_busAccess.bus)
+    case PushServiceKind::unavailable:
         return std::make_unique<Push::UnavailablePushService>(m_loop.mainQueue, m_busAccess.absence + ".");
+    case PushServiceKind::unifiedPush:
+        break;
+    }
     const char* chosen = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
     return std::make_unique<Bus::UnifiedPushService>(
         Bus::UnifiedPushService::Ports{*m_busAccess.bus, m_systemStore, m_loop.mainQueue, m_loop.timers,
@@ -208,7 +229,8 @@ const Services& Device::connect(const SystemInterface& interface)
                                               .prompt = &interface.prompt,
                                               .presenters = std::move(presenters)});
     m_pushService = makePushService();
-    m_application.emplace(Push::DeviceApplication::Ports{*m_pushService, *m_userNotificationCenter, m_clock,
+    m_application.emplace(Push::DeviceApplication::Ports{*m_pushService, pushServiceKind(),
+                                                         *m_userNotificationCenter, m_systemStore, m_clock,
                                                          interface.openSettings});
     followChanges();
     return m_services.emplace(Services{

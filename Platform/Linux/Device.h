@@ -10,10 +10,11 @@
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/FileSystemWatcher.h"
 #include "Platform/Linux/WorkerQueue.h"
-#include "Platform/Network/CurlURLSession.h"
+#include "Platform/Network/RecordingURLSession.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/Push/DeviceApplication.h"
 #include "Platform/Push/DeviceNotificationCenter.h"
+#include "Platform/Push/PushServiceState.h"
 #include "Platform/Push/ShellState.h"
 #include "Platform/PushService.h"
 #include "Platform/Storage/SQLiteUserDefaults.h"
@@ -62,6 +63,7 @@ private:
     void followChanges();
     static BusAccess openSessionBus(const AdapterLog& log);
     std::unique_ptr<AppearanceSource> makeAppearance() const;
+    Push::PushServiceKind pushServiceKind() const;
     std::unique_ptr<PushService> makePushService();
     std::unique_ptr<Bus::NotificationServer> makeNotificationServer() const;
 
@@ -73,10 +75,10 @@ private:
     const AdapterLog& m_log;
     NotificationCenter m_notificationCenter;
     DeviceDefaults m_defaults;
-    Network::CurlURLSession m_urlSession;
+    Storage::SQLiteUserDefaults m_systemStore;
+    Network::RecordingURLSession m_urlSession;
     WorkerQueue m_utilityQueue{"utility queue", WorkerQueue::Priority::utility};
     WorkerQueue m_defaultQueue{"default queue", WorkerQueue::Priority::default_};
-    Storage::SQLiteUserDefaults m_systemStore;
     Push::ShellState m_shellState{m_systemStore};
     const BusAccess m_busAccess;
     const std::unique_ptr<Bus::NotificationServer> m_notificationServer;

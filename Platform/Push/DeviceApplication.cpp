@@ -55,19 +55,27 @@ void DeviceApplication::finishLaunching()
 {
     if (const auto delegate = m_delegate.lock())
         delegate->didFinishLaunching();
+    recordRegistration({});
     m_ports.pushService.start(*this);
 }
 
 void DeviceApplication::didRegister(const Data& deviceToken)
 {
+    recordRegistration({});
     if (const auto delegate = m_delegate.lock())
         delegate->didRegisterForRemoteNotifications(deviceToken);
 }
 
 void DeviceApplication::didFailToRegister(const Error& error)
 {
+    recordRegistration(PushServiceState::Failure{error.code, m_ports.clock.now()});
     if (const auto delegate = m_delegate.lock())
         delegate->didFailToRegisterForRemoteNotifications(error);
+}
+
+void DeviceApplication::recordRegistration(std::optional<PushServiceState::Failure> failure)
+{
+    PushServiceState{m_ports.pushServiceKind, failure}.write(m_ports.systemStore);
 }
 
 void DeviceApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Application.h"
+#include "Platform/Push/PushServiceState.h"
 #include "Platform/PushService.h"
 
 #include <functional>
@@ -9,6 +10,7 @@
 
 namespace Platform {
 class Clock;
+class UserDefaults;
 class UserNotificationDelivery;
 } // namespace Platform
 
@@ -26,7 +28,10 @@ class DeviceApplication final : public Application, public PushServiceListener {
 public:
     struct Ports {
         PushService& pushService;
+        PushServiceKind pushServiceKind;
         UserNotificationDelivery& notifications;
+        /// Takes the `PushServiceState`.
+        UserDefaults& systemStore;
         const Clock& clock;
         /// Shows the page of this application in the settings.
         std::function<void()> openSettings;
@@ -49,6 +54,7 @@ public:
     void didReceive(const PropertyList::Dictionary& payload, Completion completion) override;
 
 private:
+    void recordRegistration(std::optional<PushServiceState::Failure> failure);
     void deliverInBackground(const PropertyList::Dictionary& payload, Completion completion);
 
     const Ports m_ports;

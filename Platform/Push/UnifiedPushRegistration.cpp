@@ -18,8 +18,6 @@ namespace {
 constexpr std::string_view tokenKey = "UnifiedPush.Token";
 constexpr std::string_view privateKeyKey = "UnifiedPush.PrivateKey";
 constexpr std::string_view authSecretKey = "UnifiedPush.AuthSecret";
-constexpr std::string_view distributorKey = "UnifiedPush.Distributor";
-constexpr std::string_view replacedDistributorKey = "UnifiedPush.ReplacedDistributor";
 constexpr std::string_view endpointKey = "UnifiedPush.Endpoint";
 
 /// A random UUID (RFC 9562, version 4).

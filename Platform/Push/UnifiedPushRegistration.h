@@ -21,6 +21,9 @@ class UnifiedPushRegistration {
 public:
     /// In bytes.
     static constexpr std::size_t maximumTokenSize = 100;
+    // Where `distributor()` and `replacedDistributor()` are stored, as text.
+    static constexpr std::string_view distributorKey = "UnifiedPush.Distributor";
+    static constexpr std::string_view replacedDistributorKey = "UnifiedPush.ReplacedDistributor";
 
     /// Absent when nothing is stored there, or nothing that makes sense.
     static std::optional<UnifiedPushRegistration> stored(const UserDefaults& store);

@@ -1,5 +1,9 @@
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/LocalPushService.h"
 #include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
@@ -135,6 +139,7 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
     const std::string policies[] = {policy(backend.baseURL(), std::string(apiKey) + "\\n"),
                                     policy("https://canary@host.invalid/canary", apiKey),
                                     policy("canary host", apiKey, "canary/../device"),
+                                    policy(backend.baseURL() + "/canary", apiKey, "canary"),
                                     policy(backend.baseURL(), apiKey)};
     for (std::size_t i = 0; i < std::size(replies) + std::size(policies); ++i) {
         backend.setReply("*", replies[i < std::size(policies) ? 0 : i - std::size(policies)]);
@@ -240,6 +245,25 @@ void ask(const TrialDevice& device, Canaries& canaries)
            "the key is nowhere to be found, so that nothing was tried");
 }
 
+/// Looks at what the application records for other processes.
+void demandNoneInRecords(const TrialDevice& device, Canaries& canaries, const TestBackend& backend)
+{
+    RecordingUnifiedLog log;
+    const Platform::AdapterLog adapterLog(log, "trial");
+    const Platform::SystemClock clock;
+    using Platform::Storage::SQLiteUserDefaults;
+    const SQLiteUserDefaults store(device.path("data/quorvane-mdm/shell.sqlite"),
+                                   SQLiteUserDefaults::Access::inspect, clock, adapterLog);
+    const auto requests = store.object("URLSession.LastExchanges");
+    const auto service = store.object("PushService.State");
+    demand(requests && service, "the application has recorded nothing");
+    const std::string text = requests->description() + service->description();
+    const std::string server = fmt::format("localhost:{}", backend.port());
+    for (const std::string_view expected : {std::string_view(server), std::string_view("host.invalid:443")})
+        demand(text.find(expected) != text.npos, "no request to {} is recorded", expected);
+    canaries.demandNone("the records of the application", text);
+}
+
 /// Looks at the names of all files, and at the modes of those with a secret in them.
 void demandPrivateFiles(const TrialDevice& device, Canaries& canaries)
 {
@@ -281,6 +305,7 @@ void secretsTrial(const TrialPrograms& programs)
     }
     playEcho(device, backend);
     ask(device, canaries);
+    demandNoneInRecords(device, canaries, backend);
     demandPrivateFiles(device, canaries);
     fmt::print("no secret in {}\n", canaries.summary());
 }

@@ -1,6 +1,8 @@
 #include "Platform/Push/DeviceApplication.h"
 #include "Platform/Push/PushPayload.h"
+#include "Platform/Push/PushServiceState.h"
 #include "Platform/Shell.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <gtest/gtest.h>
@@ -61,8 +63,9 @@ class DeviceApplicationTest : public testing::Test {
 protected:
     ManualScheduler clock;
     std::shared_ptr<Surroundings> world = std::make_shared<Surroundings>();
-    Push::DeviceApplication application{
-        {*world, *world, clock, [this] { world->events.emplace_back("settings"); }}};
+    FakeUserDefaults store;
+    Push::DeviceApplication application{{*world, Push::PushServiceKind::local, *world, store, clock,
+                                         [this] { world->events.emplace_back("settings"); }}};
 };
 
 TEST_F(DeviceApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
@@ -79,6 +82,29 @@ TEST_F(DeviceApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
     EXPECT_EQ(world->events, (Strings{"launched", "push started", "registering", "settings", "settings",
                                       "token of 0", "token of 1", "token of 1000", "no distributor"}));
     EXPECT_EQ(world.use_count(), 1);
+}
+
+TEST_F(DeviceApplicationTest, RecordsHowTheLastRegistrationEnded)
+{
+    using Push::PushServiceState;
+    const auto recorded = [&] { return PushServiceState::stored(store); };
+    PushServiceState{Push::PushServiceKind::unifiedPush, PushServiceState::Failure{1, {}}}.write(store);
+    application.finishLaunching();
+    const PushServiceState good{Push::PushServiceKind::local};
+    EXPECT_EQ(recorded(), good);
+    clock.advance(std::chrono::seconds(5));
+    world->listener->didFailToRegister({"E", "E", 7, "canary", {}});
+    EXPECT_EQ(recorded(),
+              (PushServiceState{Push::PushServiceKind::local, PushServiceState::Failure{7, clock.now()}}));
+    for (const auto& [key, value] : store.values)
+        EXPECT_EQ(value.description().find("canary"), std::string::npos);
+    world->listener->didRegister(Data(5));
+    EXPECT_EQ(recorded(), good);
+    const int commitCount = store.commitCount;
+    world->listener->didRegister(Data(5));
+    EXPECT_EQ(store.commitCount, commitCount) << "nothing new";
+    store.values["PushService.State"] = PropertyList::Dictionary{{"kind", "carrier pigeon"}};
+    EXPECT_EQ(recorded(), std::nullopt);
 }
 
 TEST_F(DeviceApplicationTest, PayloadsGoWhereTheyBelong)
