@@ -1,4 +1,12 @@
+#include "Platform/AdapterLog.h"
+#include "Platform/Network/ExchangeRecord.h"
+#include "Platform/Push/PushServiceState.h"
+#include "Platform/Push/UnifiedPushRegistration.h"
 #include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
+#include "Platform/URLSession.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tools/Backend/TestBackend.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
@@ -8,6 +16,7 @@
 
 #include <csignal>
 #include <functional>
+#include <map>
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -114,6 +123,8 @@ protected:
         std::string failed;
         /// Those that were skipped because of what failed.
         std::string prevented;
+        /// "VERDICT: FOUND", by identifier.
+        std::map<std::string, std::string> checks;
         std::string text;
     };
 
@@ -130,12 +141,35 @@ protected:
                      "[D-BUS Service]\nName=org.freedesktop.Notifications\nExec=/bin/false\n");
         bus = startBus("bus", "services");
         bareBus = startBus("bare-bus", "none");
+        // The log is of no help to the doctor.
+        device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
         application = device.startApplication({"--log-stderr", "--push", "local"});
         DrivenWindow window = device.window();
         window.tap("welcome.getStarted");
         window.tap("shell.allow");
-        EXPECT_TRUE(application->waitForLine("Device token uploaded"));
+        stopAfterUpload(200);
+    }
+
+    /// Halts the application once it has recorded an upload that ended with this status.
+    void stopAfterUpload(int status)
+    {
+        bool isUploaded = false;
+        for (int attempt = 0; attempt < 500 && !isUploaded; ++attempt) {
+            const auto process = device.startConsole({"status", "--json"});
+            process->waitForExit();
+            isUploaded =
+                boost::json::parse(process->lines().back()).at_pointer("/lastRequest/statusCode") == status;
+        }
+        EXPECT_TRUE(isUploaded);
         application->signal(SIGSTOP);
+    }
+    void restartApplication(int uploadStatus)
+    {
+        application->signal(SIGCONT);
+        application->signal(SIGTERM);
+        EXPECT_EQ(application->waitForExit(), 0);
+        application = device.startApplication({"--log-stderr", "--push", "local"});
+        stopAfterUpload(uploadStatus);
     }
 
     void restartBackend(Certificate certificate)
@@ -181,16 +215,17 @@ protected:
     [[nodiscard]] Diagnosis examine() const
     {
         const auto process = device.startConsole({"doctor", "--json", "--timeout", timeout});
-        Diagnosis diagnosis{.exitCode = process->waitForExit(), .failed = {}, .prevented = {}, .text = {}};
+        Diagnosis diagnosis{
+            .exitCode = process->waitForExit(), .failed = {}, .prevented = {}, .checks = {}, .text = {}};
         for (const std::string& line : process->lines())
             diagnosis.text += line;
         const boost::json::value document = boost::json::parse(diagnosis.text);
         for (const auto& value : document.at("checks").as_array()) {
             const auto& check = value.as_object();
             const std::string identifier(check.at("identifier").as_string());
-            // The journal of this machine is not the device's.
-            if (identifier == "upload.last")
-                continue;
+            diagnosis.checks[identifier] =
+                fmt::format("{}: {}", std::string_view(check.at("verdict").as_string()),
+                            std::string_view(check.at("found").as_string()));
             const bool isFailed = check.at("verdict") == "failed";
             std::string& list = isFailed ? diagnosis.failed : diagnosis.prevented;
             if (isFailed || !check.at("cause").is_null())
@@ -273,7 +308,8 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
          "policy.values suite.current backend.address", behindAddress},
         {"no place for the state", setter("XDG_DATA_HOME", device.policyFile()),
          setter("XDG_DATA_HOME", device.path("data")), "state.folder",
-         "app.running suite.readable suite.current notifications.permission push.registration"},
+         "app.running suite.readable suite.current notifications.permission push.distributor "
+         "push.registration upload.last"},
         {"state in a folder that others can write",
          [&] {
              fs::permissions(device.path(""), Permissions::others_read | Permissions::others_exec,
@@ -281,7 +317,8 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
              fs::permissions(device.path("data"), Permissions::all);
          },
          [&] { fs::permissions(device.path("data"), Permissions::owner_all); }, "state.folder",
-         "app.running suite.readable suite.current notifications.permission push.registration"},
+         "app.running suite.readable suite.current notifications.permission push.distributor "
+         "push.registration upload.last"},
         {"no database",
          [&] {
              fs::rename(suites, device.path("kept"));
@@ -292,7 +329,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
              fs::remove_all(suites);
              fs::rename(device.path("kept"), suites);
          },
-         "suite.readable", "suite.current"},
+         "suite.readable", "suite.current upload.last"},
         {"no bus", setter(socket.c_str(), address("no-bus")), setter(socket.c_str(), address("bus")),
          "bus.session", "notifications.server"},
         {"nobody shows notifications", setter(socket.c_str(), address("bare-bus")),
@@ -385,6 +422,133 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         EXPECT_THAT(diagnosis.text, testing::HasSubstr(row.found));
         EXPECT_THAT(diagnosis.text, testing::Not(testing::HasSubstr("canary")));
         row.mendIt();
+    }
+}
+
+TEST_F(DoctorTest, ReportsWhatTheApplicationRecorded)
+{
+    using namespace Platform::Push;
+    using namespace Platform::Network;
+    using Kind = PushServiceKind;
+    using Failure = PushServiceState::Failure;
+    RecordingUnifiedLog log;
+    const Platform::AdapterLog adapterLog(log, "test");
+    const Platform::SystemClock clock;
+    Platform::Storage::SQLiteUserDefaults store(device.path("data/quorvane-mdm/shell.sqlite"),
+                                                Platform::Storage::SQLiteUserDefaults::Access::readWrite,
+                                                clock, adapterLog);
+    fs::create_directories(device.path("distributors/dbus-1/services"));
+    device.write(device.path("distributors/dbus-1/services/other.service"),
+                 "[D-BUS Service]\nName=org.unifiedpush.Distributor.other\nExec=/bin/false\n");
+    const auto distributorBus = startBus("distributor-bus", "distributors");
+    const std::string server = fmt::format("localhost:{}", port);
+    const ExchangeRecord uploaded = storedExchanges(store).at(server);
+    ExchangeRecord refused = uploaded;
+    refused.statusCode = 503;
+    ExchangeRecord unconnected = uploaded;
+    unconnected.statusCode = 0;
+    unconnected.errorCode = static_cast<std::int64_t>(Platform::URLError::Code::cannotConnectToHost);
+    ExchangeRecord other = uploaded;
+    other.method = "GET";
+    struct Case {
+        const char* name;
+        const char* bus;
+        std::optional<PushServiceState> service;
+        std::string distributor;
+        std::optional<ExchangeRecord> exchange;
+        const char* check;
+        const char* finding;
+    };
+    const Case cases[] = {
+        {"an older application",
+         "bare-bus",
+         {},
+         "",
+         {},
+         "push.distributor",
+         "skipped: There is no push distributor on the session bus. This version"},
+        {"an older application", "bare-bus", {}, "", {}, "upload.last", "skipped: This version"},
+        {"no request", "bus", {{Kind::local}}, "", {}, "upload.last", "warning: The app has not sent"},
+        {"uploaded", "bus", {{Kind::local}}, "", uploaded, "upload.last", "ok: The backend took"},
+        {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", "failed: The upload of "},
+        {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", " failed with status 503."},
+        {"no connection", "bus", {{Kind::local}}, "", unconnected, "upload.last", "there was no connection."},
+        {"another request", "bus", {{Kind::local}}, "", other, "upload.last", "skipped: The last request"},
+        {"no socket",
+         "bus",
+         {{Kind::local, Failure{1, {}}}},
+         "",
+         uploaded,
+         "push.distributor",
+         "failed: The app takes no pushes at"},
+        {"no session bus",
+         "distributor-bus",
+         {{Kind::unavailable}},
+         "",
+         uploaded,
+         "push.distributor",
+         "failed: The app has no access"},
+        {"a distributor",
+         "distributor-bus",
+         {{Kind::unifiedPush}},
+         "other",
+         uploaded,
+         "push.registration",
+         "bytes, by org.unifiedpush.Distributor.other."},
+        {"a distributor that has gone",
+         "distributor-bus",
+         {{Kind::unifiedPush}},
+         "gone",
+         uploaded,
+         "push.registration",
+         ", by org.unifiedpush.Distributor.gone, which is no longer on the session bus."},
+        {"a distributor that refuses",
+         "distributor-bus",
+         {{Kind::unifiedPush, Failure{6, {}}}},
+         "other",
+         uploaded,
+         "push.registration",
+         "the registration of 2001-01-01 00:00 UTC failed: the distributor refused it."},
+        {"an unknown failure",
+         "distributor-bus",
+         {{Kind::unifiedPush, Failure{-1, {}}}},
+         "other",
+         uploaded,
+         "push.registration",
+         "failed: unknown error."},
+        {"no pushes",
+         "distributor-bus",
+         {{Kind::off}},
+         "other",
+         uploaded,
+         "push.registration",
+         "bytes, but the app runs with --push off."},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.name);
+        device.setEnvironment("DBUS_SESSION_BUS_ADDRESS", address(row.bus));
+        store.removeObject("PushService.State");
+        store.removeObject("URLSession.LastExchanges");
+        if (row.service)
+            row.service->write(store);
+        if (row.exchange)
+            storeExchanges(store, {{server, *row.exchange}});
+        store.set(UnifiedPushRegistration::distributorKey,
+                  row.distributor.empty() ? "" : "org.unifiedpush.Distributor." + row.distributor);
+        const Diagnosis diagnosis = examine();
+        EXPECT_THAT(diagnosis.checks.at(row.check), testing::HasSubstr(row.finding)) << diagnosis.text;
+    }
+}
+
+TEST_F(DoctorTest, SeesThatAnUploadFailsAndThatTheNextOneSucceeds)
+{
+    EXPECT_THAT(examine().checks.at("upload.last"), testing::StartsWith("ok: "));
+    for (const int status : {503, 200}) {
+        backend->setReply("*", {.status = status});
+        restartApplication(status);
+        const Diagnosis diagnosis = examine();
+        EXPECT_EQ(diagnosis.failed, status == 200 ? "" : "upload.last") << diagnosis.text;
+        EXPECT_EQ(diagnosis.exitCode, status == 200 ? 0 : 1);
     }
 }
 

@@ -5,6 +5,7 @@
 #include "Platform/Date.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/InstanceLock.h"
+#include "Platform/Push/PushServiceState.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Findings.h"
 #include "Tools/qvctl/InspectedStore.h"
@@ -28,6 +29,8 @@ struct Examination {
     std::optional<Core::ConfigurationSnapshot> snapshot = {};
     /// The running application.
     std::optional<Platform::Linux::InstanceLock::Holder> application = {};
+    /// What the application has recorded about its push service; an older one has not.
+    std::optional<Platform::Push::PushServiceState> pushService = {};
 };
 
 // The chain, link by link. Each function makes the checks of one link in their order; what a check is called

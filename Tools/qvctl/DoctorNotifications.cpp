@@ -2,7 +2,8 @@
 
 #include "Core/Constants.h"
 #include "Platform/Linux/Bus/UnifiedPushDistributors.h"
-#include "Platform/Linux/LocalPushService.h"
+#include "Platform/Push/PushRegistrationError.h"
+#include "Platform/Push/PushServiceState.h"
 #include "Platform/Push/ShellState.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tools/qvctl/Device.h"
@@ -11,9 +12,9 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cstdlib>
-#include <fstream>
-#include <unistd.h>
+#include <string_view>
 
 namespace Qvctl {
 
@@ -31,7 +32,7 @@ void checkPermission(Examination& examination, InspectedStore& shell)
     const AuthorizationStatus status = ShellState(shell.values).authorizationStatus();
     if (!shell.problem().empty())
         findings.failed("notifications.permission", shell.problem() + ".",
-                        "Restart the app: it moves a damaged store aside, and the user decides anew.");
+                        "Restart the app: it moves a damaged store aside, and the user decides again.");
     else if (status == AuthorizationStatus::denied)
         findings.failed(
             "notifications.permission", "The user does not allow notifications.",
@@ -61,18 +62,43 @@ void checkServer(Findings& findings, const std::optional<SessionBusNames>& names
             "own window.");
 }
 
-/// Whether somebody listens at the socket. Connecting would take up the time of whoever does.
-bool isListening(const std::filesystem::path& socketFile)
+/// Why the last registration failed, as the end of a sentence; empty when it did not.
+std::string failureText(const Examination& examination)
 {
-    // "Num RefCount Protocol Flags Type St Inode Path", see proc(5). The flag is that of a listening socket;
-    // the path is the one that it was made at, before it was renamed into place.
-    std::ifstream table("/proc/net/unix");
-    for (std::string line; std::getline(table, line);) {
-        if (line.find(" 00010000 ") != std::string::npos &&
-            line.find(" " + socketFile.string()) != std::string::npos)
-            return ::access(socketFile.c_str(), F_OK) == 0;
-    }
-    return false;
+    const auto& service = examination.pushService;
+    if (!service || !service->failure)
+        return {};
+    // By `PushRegistrationErrorCode`.
+    constexpr std::array<std::string_view, 7> reasons{"nothing brings pushes to this device",
+                                                      "another program has the app's name on the session bus",
+                                                      "the distributor did not answer correctly",
+                                                      "the distributor was offline",
+                                                      "the distributor requires an action of the user",
+                                                      "the distributor refused it",
+                                                      "it could not be stored"};
+    const auto index = static_cast<std::size_t>(service->failure->code) - 1;
+    return fmt::format("the registration of {} failed: {}", timeText(service->failure->time),
+                       index < reasons.size() ? reasons.at(index) : "unknown error");
+}
+
+/// Whether the application runs with this push service.
+bool runsWith(const Examination& examination, PushServiceKind kind)
+{
+    return examination.application && examination.pushService && examination.pushService->kind == kind;
+}
+
+/// A service of the device itself, which needs a socket and no distributor.
+void checkLocalService(Examination& examination)
+{
+    const std::string socket = examination.paths->pushSocket.string();
+    const auto& failure = examination.pushService->failure;
+    if (failure && failure->code == static_cast<std::int64_t>(PushRegistrationErrorCode::noDistributor))
+        examination.findings.failed(
+            "push.distributor", fmt::format("The app takes no pushes at {}.", socket),
+            "Fix what the log says about the socket, then restart the app: qvctl log");
+    else
+        examination.findings.ok("push.distributor",
+                                fmt::format("None is needed: the app takes pushes at {}.", socket));
 }
 
 std::vector<std::string> distributorsAmong(const SessionBusNames& names)
@@ -96,23 +122,41 @@ std::string chosenDistributor()
                : std::string();
 }
 
+void reportNoDistributor(Examination& examination)
+{
+    Findings& findings = examination.findings;
+    constexpr const char* found = "There is no push distributor on the session bus";
+    if (findings.isPrevented("push.distributor", {"state.folder"}, found))
+        return;
+    if (examination.application && !examination.pushService)
+        findings.skipped("push.distributor",
+                         fmt::format("{}. This version of the app has not recorded whether it needs one; "
+                                     "restart it if it is old.",
+                                     found));
+    else
+        findings.failed("push.distributor", fmt::format("{}.", found),
+                        "Install a UnifiedPush distributor and start it, or run the app with --push local "
+                        "for tests.");
+}
+
 void checkDistributor(Examination& examination, const std::optional<SessionBusNames>& names)
 {
     Findings& findings = examination.findings;
-    if (examination.paths && isListening(examination.paths->pushSocket)) {
-        findings.ok("push.distributor", fmt::format("None is needed: the app takes pushes at {}.",
-                                                    examination.paths->pushSocket.string()));
+    if (runsWith(examination, PushServiceKind::local)) {
+        checkLocalService(examination);
         return;
     }
     if (findings.isPrevented("push.distributor", {"bus.session"}))
         return;
+    if (runsWith(examination, PushServiceKind::unavailable)) {
+        findings.failed("push.distributor", "The app has no access to the session bus.",
+                        "Restart the app in the desktop session of its user.");
+        return;
+    }
     const auto distributors = distributorsAmong(*names);
     const std::string chosen = chosenDistributor();
     if (distributors.empty())
-        findings.failed(
-            "push.distributor", "There is no push distributor on the session bus.",
-            "Install a UnifiedPush distributor and start it, or run the app with --push local for "
-            "tests.");
+        reportNoDistributor(examination);
     else if (!chosen.empty() && !names->isThere(chosen))
         findings.failed("push.distributor",
                         fmt::format("{}, which UNIFIEDPUSH_DISTRIBUTOR names, is not on the session bus, and "
@@ -123,6 +167,42 @@ void checkDistributor(Examination& examination, const std::optional<SessionBusNa
         findings.ok("push.distributor", fmt::format("There is {}.", fmt::join(distributors, ", ")));
 }
 
+/// What is wrong with a registration that brought a token, as the end of a sentence, and the fix.
+struct RegistrationProblem {
+    std::string found;
+    const char* fix;
+};
+
+std::optional<RegistrationProblem> registrationProblem(const Examination& examination,
+                                                       const std::optional<SessionBusNames>& names,
+                                                       const std::string& distributor,
+                                                       const std::string& replaced)
+{
+    if (names && !distributor.empty() && !names->isThere(distributor))
+        return {{", which is no longer on the session bus",
+                 "Start that distributor, or restart the app to register with another one."}};
+    if (runsWith(examination, PushServiceKind::off))
+        return {{", but the app runs with --push off", "Restart the app without --push off."}};
+    if (const std::string failure = failureText(examination); !failure.empty())
+        return {{", but " + failure, "Restart the app; its log has the details: qvctl log"}};
+    if (!replaced.empty() && chosenDistributor() != distributor)
+        return {{fmt::format(", which took the place of {}", replaced),
+                 "If this is not intended, name the right one in UNIFIEDPUSH_DISTRIBUTOR and restart "
+                 "the app."}};
+    return std::nullopt;
+}
+
+void reportNoToken(Examination& examination)
+{
+    const std::string failure = failureText(examination);
+    const std::string found = "There is no device token" + (failure.empty() ? "" : ": " + failure);
+    if (!examination.findings.isPrevented(
+            "push.registration", {"notifications.permission", "app.running", "push.distributor"}, found))
+        examination.findings.failed(
+            "push.registration", found + ".",
+            "Restart the app, not with --push off; its log has the details: qvctl log");
+}
+
 void checkRegistration(Examination& examination, const InspectedStore& shell,
                        const std::optional<SessionBusNames>& names)
 {
@@ -131,38 +211,30 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
     const auto token = standard.values.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken);
     if (!standard.problem().empty()) {
         findings.failed("push.registration", standard.problem() + ".",
-                        "Restart the app: it moves a damaged store aside and registers anew.");
+                        "Restart the app: it moves a damaged store aside and registers again.");
         return;
     }
     if (!token || token->empty()) {
-        if (!findings.isPrevented("push.registration",
-                                  {"notifications.permission", "app.running", "push.distributor"},
-                                  "There is no device token"))
-            findings.failed("push.registration", "There is no device token.",
-                            "Restart the app, not with --push off; its log tells what the registration "
-                            "failed with.");
+        reportNoToken(examination);
         return;
     }
-    // A token of the local service is shorter than any subscription.
-    const bool isLocal = token->size() == 2 * LocalPushService::tokenSize;
-    const auto registration = UnifiedPushRegistration::stored(shell.values);
-    const std::string distributor = registration && !isLocal ? registration->distributor() : "";
-    const std::string found = fmt::format("There is a device token of {} bytes{}{}", token->size() / 2,
-                                          isLocal               ? " for --push local"
-                                          : distributor.empty() ? ""
-                                                                : ", by ",
-                                          distributor);
-    const std::string replaced = distributor.empty() ? "" : registration->replacedDistributor();
-    const bool isDistributorGone = names && !distributor.empty() && !names->isThere(distributor);
-    if (!isDistributorGone && !replaced.empty() && chosenDistributor() != distributor)
-        findings.warning("push.registration", fmt::format("{}, which took the place of {}.", found, replaced),
-                         "If this is not intended, name the right one in UNIFIEDPUSH_DISTRIBUTOR and restart "
-                         "the app.");
-    else if (!isDistributorGone)
+    const auto& service = examination.pushService;
+    std::string distributor;
+    std::string replaced;
+    std::string found = fmt::format("There is a device token of {} bytes", token->size() / 2);
+    if (!service || service->kind == PushServiceKind::unifiedPush) {
+        distributor = shell.values.text(UnifiedPushRegistration::distributorKey).value_or("");
+        replaced = shell.values.text(UnifiedPushRegistration::replacedDistributorKey).value_or("");
+    } else if (service->kind == PushServiceKind::local) {
+        found += " for --push local";
+    }
+    if (!distributor.empty())
+        found += ", by " + distributor;
+    const auto problem = registrationProblem(examination, names, distributor, replaced);
+    if (!problem)
         findings.ok("push.registration", found + ".");
     else if (!findings.isPrevented("push.registration", {"push.distributor"}, found))
-        findings.warning("push.registration", found + ", which is no longer on the session bus.",
-                         "Start that distributor, or restart the app to register with another one.");
+        findings.warning("push.registration", found + problem->found + ".", problem->fix);
 }
 
 std::optional<SessionBusNames> askBus(Findings& findings, std::chrono::milliseconds timeout)
@@ -185,8 +257,10 @@ void examineNotifications(Examination& examination)
     Findings& findings = examination.findings;
     const auto names = askBus(findings, examination.limits.timeout);
     std::optional<InspectedStore> shell;
-    if (!findings.isPrevented("notifications.permission", {"state.folder"}))
+    if (!findings.isPrevented("notifications.permission", {"state.folder"})) {
         checkPermission(examination, shell.emplace(examination.paths->shellState()));
+        examination.pushService = PushServiceState::stored(shell->values);
+    }
     checkServer(findings, names);
     checkDistributor(examination, names);
     if (!findings.isPrevented("push.registration", {"state.folder"}))

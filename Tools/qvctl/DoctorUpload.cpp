@@ -1,122 +1,94 @@
-// What the backend said to the device token, as far as the application's own journal can tell.
+// How the last upload of the device token ended, by the application's own record of its requests.
 
-#include "Platform/ASCII.h"
-#include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/JournalReader.h"
+#include "Core/Constants.h"
+#include "Platform/Network/ExchangeRecord.h"
+#include "Platform/URLSession.h"
 #include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 
 #include <fmt/format.h>
-
-#include <algorithm>
-#include <system_error>
-#include <unistd.h>
-#include <vector>
 
 namespace Qvctl {
 
 namespace {
 
-using namespace Platform::Linux;
+using namespace Platform::Network;
 
 constexpr const char* uploadCheck = "upload.last";
-constexpr const char* logHint = "The log of the app tells more: journalctl -t quorvane-mdm";
 
-// The lines that `RemoteNotificationHandler` and `APIClient` write.
-constexpr std::string_view uploadedText = "Device token uploaded to backend";
-constexpr std::string_view failedText = "Device token upload failed";
-constexpr std::string_view skippedText = "Skipping token upload";
-constexpr std::string_view statusText = "statusCode=";
-
-bool isAbout(const JournalEntry& line, std::string_view text)
+/// Why there was no response, as a clause.
+std::string errorClause(std::int64_t code)
 {
-    return line.category == "notifications" && line.text.starts_with(text);
-}
-
-/// The last outcome that is written readably; null when there is none.
-const JournalEntry* readableOutcome(const std::vector<JournalEntry>& lines)
-{
-    const auto found = std::find_if(lines.begin(), lines.end(), [](const JournalEntry& line) {
-        return isAbout(line, uploadedText) || isAbout(line, failedText) || isAbout(line, skippedText);
-    });
-    return found != lines.end() ? &*found : nullptr;
-}
-
-/// " with status 503", from the line of the client next to that of the upload. The rest of either may quote
-/// what nobody else is to see.
-std::string statusBefore(const std::vector<JournalEntry>& lines, const JournalEntry& outcome)
-{
-    for (const JournalEntry* line = &outcome + 1; line < lines.data() + lines.size(); ++line) {
-        if (isAbout(*line, uploadedText) || isAbout(*line, failedText))
-            break;
-        const auto start = line->category == "network" ? line->text.rfind(statusText) : std::string::npos;
-        if (start == std::string::npos)
-            continue;
-        const std::string rest = line->text.substr(start + statusText.size());
-        const auto end = std::find_if_not(rest.begin(), rest.end(), Platform::isASCIIDigit);
-        return " with status " + std::string(rest.begin(), end);
+    using Code = Platform::URLError::Code;
+    switch (static_cast<Code>(code)) {
+    case Code::cancelled:
+        return "the app ended before the response";
+    case Code::timedOut:
+        return "it timed out";
+    case Code::cannotFindHost:
+        return "the host was not found";
+    case Code::cannotConnectToHost:
+        return "there was no connection";
+    case Code::networkConnectionLost:
+        return "the connection was lost";
+    case Code::secureConnectionFailed:
+        return "there was no secure connection";
+    case Code::serverCertificateHasBadDate:
+    case Code::serverCertificateUntrusted:
+        return "the certificate was not accepted";
+    default:
+        return fmt::format("error {}", code);
     }
-    return {};
 }
 
-void tellReadable(Examination& examination, const std::vector<JournalEntry>& lines,
-                  const JournalEntry& outcome)
+void reportFailure(Findings& findings, const ExchangeRecord& upload)
+{
+    const std::string found =
+        upload.statusCode != 0
+            ? fmt::format("The upload of {} failed with status {}", timeText(upload.time), upload.statusCode)
+            : fmt::format("The upload of {} failed: {}", timeText(upload.time),
+                          errorClause(upload.errorCode));
+    if (!findings.isPrevented(uploadCheck,
+                              {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
+                               "backend.name", "backend.dates"},
+                              found))
+        findings.failed(uploadCheck, found + ".",
+                        "Restart the app to try again. Its log has the details: qvctl log");
+}
+
+void reportNoRequest(Examination& examination, const std::string& server)
+{
+    if (examination.pushService)
+        examination.findings.warning(uploadCheck,
+                                     fmt::format("The app has not sent the device token to {} yet.", server),
+                                     "Restart the app; it uploads the token at each start.");
+    else
+        examination.findings.skipped(
+            uploadCheck, "This version of the app has not recorded any requests; restart it if it is old.");
+}
+
+void checkExchange(Examination& examination, const SecureURL& target)
 {
     Findings& findings = examination.findings;
-    const std::string time = timeText(outcome.time);
-    if (isAbout(outcome, uploadedText)) {
-        findings.ok(uploadCheck, fmt::format("The backend took the device token on {}.", time));
-    } else if (isAbout(outcome, skippedText)) {
-        findings.warning(uploadCheck, fmt::format("No token was uploaded on {}: no device_id then.", time),
-                         "Restart the app once the configuration has a device_id.");
+    const InspectedStore shell(examination.paths->shellState());
+    const auto exchanges = storedExchanges(shell.values);
+    const auto found = exchanges.find(target.endpoint());
+    if (!shell.problem().empty()) {
+        findings.skipped(uploadCheck, shell.problem() + ".");
+    } else if (found == exchanges.end()) {
+        reportNoRequest(examination, target.endpoint());
+    } else if (const ExchangeRecord& last = found->second;
+               last.method != Core::Constants::HTTPRequestMethods::post ||
+               last.pathSegmentCount != pathSegmentCount(target.url)) {
+        findings.skipped(uploadCheck,
+                         fmt::format("The last request to {}, on {}, was not an upload of the device token.",
+                                     target.endpoint(), timeText(last.time)));
+    } else if (last.isSuccess()) {
+        findings.ok(uploadCheck,
+                    fmt::format("The backend took the device token on {}.", timeText(last.time)));
     } else {
-        const std::string found =
-            fmt::format("The upload of {} failed{}", time, statusBefore(lines, outcome));
-        if (!findings.isPrevented(uploadCheck,
-                                  {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
-                                   "backend.name", "backend.dates"},
-                                  found))
-            findings.failed(uploadCheck, found + ".",
-                            fmt::format("Restart the app to try again. {}", logHint));
+        reportFailure(findings, last);
     }
-}
-
-/// Of private lines the text is not kept, but what kind they are. Only a failed request has lines of the
-/// category "network": a warning when the backend answered with an error, an error when there was no answer.
-void tellPrivate(Findings& findings, const std::vector<JournalEntry>& lines)
-{
-    constexpr const char* reveal =
-        "To have the texts kept, start the app with QUORVANE_LOG_PRIVATE_DATA=show.";
-    const auto failure = std::find_if(lines.begin(), lines.end(),
-                                      [](const JournalEntry& line) { return line.category == "network"; });
-    if (failure != lines.end())
-        findings.warning(
-            uploadCheck,
-            fmt::format("On {} a request {}; the lines are private, so nothing tells whether a "
-                        "later one got through.",
-                        timeText(failure->time),
-                        failure->level == "error" ? "got no answer" : "was answered with an error"),
-            reveal);
-    else
-        findings.skipped(
-            uploadCheck,
-            "No request of the app failed as far as the journal goes back; its lines are private, "
-            "so it does not tell which succeeded.",
-            reveal);
-}
-
-/// What the process wrote last; newest first. Without one, any that the user may read of.
-std::vector<JournalEntry> newestEntries(std::optional<pid_t> process)
-{
-    constexpr std::uint64_t entryCount = 1000;
-    JournalReader reader({.identifier = std::string(journalIdentifier),
-                          .user = ::geteuid(),
-                          .process = process,
-                          .limit = entryCount});
-    std::vector<JournalEntry> entries;
-    while (auto entry = reader.next())
-        entries.push_back(*std::move(entry));
-    std::reverse(entries.begin(), entries.end());
-    return entries;
 }
 
 } // namespace
@@ -124,27 +96,21 @@ std::vector<JournalEntry> newestEntries(std::optional<pid_t> process)
 void examineUpload(Examination& examination)
 {
     Findings& findings = examination.findings;
-    if (findings.isPrevented(uploadCheck, {"state.folder", "push.registration"}))
+    if (findings.isPrevented(uploadCheck, {"state.folder", "push.registration", "suite.readable"}))
         return;
-    if (examination.snapshot && !examination.snapshot->config.deviceId) {
+    if (!examination.snapshot || !examination.snapshot->config.baseDomain) {
+        findings.skipped(uploadCheck, "No token is uploaded: no backend is configured.");
+        return;
+    }
+    const auto& config = examination.snapshot->config;
+    if (!config.deviceId) {
         if (!findings.isPrevented(uploadCheck, {"policy.values"}, "No token is uploaded without a device_id"))
             findings.warning(uploadCheck, "No token is uploaded: the configuration has no device_id.",
                              "Set device_id.");
-        return;
-    }
-    try {
-        const auto lines =
-            newestEntries(examination.application ? examination.application->process : std::nullopt);
-        if (lines.empty())
-            findings.skipped(uploadCheck, "The journal has no line of the app that this user may read.");
-        else if (const JournalEntry* outcome = readableOutcome(lines))
-            tellReadable(examination, lines, *outcome);
-        else
-            tellPrivate(findings, lines);
-    } catch (const JournalUnavailable& error) {
-        findings.skipped(uploadCheck, error.what());
-    } catch (const std::system_error& error) {
-        findings.skipped(uploadCheck, fmt::format("The journal cannot be asked: {}.", error.what()));
+    } else if (const auto target = uploadAddress(config)) {
+        checkExchange(examination, *target);
+    } else {
+        findings.skipped(uploadCheck, "No upload can be sent with the stored configuration.");
     }
 }
 

@@ -176,6 +176,11 @@ CheckedAddress checkBackendAddress(const std::string& baseDomain)
     return {.target = {}, .refusal = attempt.refusal.empty() ? flawOf(baseDomain) : attempt.refusal};
 }
 
+std::optional<Platform::Network::SecureURL> uploadAddress(const ValidatedConfig& config)
+{
+    return attemptUpload(config).target;
+}
+
 std::vector<UnusableValue> unusableValues(const ValidatedConfig& config)
 {
     std::vector<UnusableValue> values;

@@ -22,6 +22,10 @@ struct CheckedAddress {
 
 CheckedAddress checkBackendAddress(const std::string& baseDomain);
 
+/// Where the device token is uploaded with this configuration, which has a device identifier; absent when no
+/// such request can be sent.
+std::optional<Platform::Network::SecureURL> uploadAddress(const Core::ValidatedConfig& config);
+
 /// A value with which no request can be sent.
 struct UnusableValue {
     std::string_view key;

@@ -2,6 +2,8 @@
 #include "Core/Constants.h"
 #include "Core/JSON.h"
 #include "Platform/Linux/InstanceLock.h"
+#include "Platform/Network/ExchangeRecord.h"
+#include "Platform/Push/PushServiceState.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
@@ -27,6 +29,8 @@ using Core::ManagedKey;
 using namespace Platform::PropertyLists;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
+using namespace Platform::Network;
+using namespace Platform::Push;
 
 std::string_view stateName(PolicyFileReading::State state)
 {
@@ -42,6 +46,9 @@ struct DeviceState {
     Platform::AuthorizationStatus permission;
     std::optional<std::string> token;
     std::size_t historyCount;
+    std::optional<PushServiceState> pushService;
+    /// The newest of all servers.
+    std::optional<ExchangeRecord> lastRequest;
     std::optional<InstanceLock::Holder> instance;
     /// What could not be read, and the exit code for it; empty when all could.
     std::string problem;
@@ -49,6 +56,16 @@ struct DeviceState {
     /// Whether the problem is that of the snapshot.
     bool isSnapshotDamaged = false;
 };
+
+std::optional<ExchangeRecord> newestExchange(const Platform::UserDefaults& store)
+{
+    std::optional<ExchangeRecord> newest;
+    for (const auto& [server, record] : storedExchanges(store)) {
+        if (!newest || newest->time < record.time)
+            newest = record;
+    }
+    return newest;
+}
 
 DeviceState readState(const Options& options)
 {
@@ -62,6 +79,8 @@ DeviceState readState(const Options& options)
         .permission = device.shellState.authorizationStatus(),
         .token = standard.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken),
         .historyCount = NotificationPayloadProcessor::payloadSummaries(standard, all).size(),
+        .pushService = PushServiceState::stored(device.shellState.store()),
+        .lastRequest = newestExchange(device.shellState.store()),
         .instance = InstanceLock::holder(device.paths.instanceLock()),
         .problem = device.firstProblem(),
         .exitCode = device.firstProblem().empty() ? success : unavailable,
@@ -108,6 +127,25 @@ void printPolicy(const DevicePolicy& policy)
         printRow("", toned(Tone::warning, policy.ignoredText()));
 }
 
+Styled pushServiceText(const std::optional<PushServiceState>& service)
+{
+    if (!service)
+        return toned(Tone::warning, "unknown");
+    const auto name = pushServiceName(service->kind);
+    return service->failure ? styled("{}, {}", name, toned(Tone::bad, "registration failed"))
+                            : styled("{}", name);
+}
+
+Styled requestText(const std::optional<ExchangeRecord>& request)
+{
+    if (!request)
+        return toned(Tone::warning, "none");
+    const auto outcome = request->statusCode != 0 ? fmt::format("status {}", request->statusCode)
+                                                  : fmt::format("error {}", request->errorCode);
+    return styled("{}, {}", toned(request->isSuccess() ? Tone::good : Tone::bad, outcome),
+                  request->time.utcText());
+}
+
 void printStatus(const DeviceState& state, const Options& options)
 {
     printConfiguration(state);
@@ -118,12 +156,38 @@ void printStatus(const DeviceState& state, const Options& options)
                              : options.isRevealing ? styled("{}", *state.token)
                                                    : styled("{}, {} bytes", toned(Tone::good, "present"),
                                                             state.token->size() / 2));
+    printRow("push service", pushServiceText(state.pushService));
+    printRow("last request", requestText(state.lastRequest));
     printRow("history", std::to_string(state.historyCount));
     printRow("Application",
              !state.instance ? toned(Tone::warning, "not running")
              : state.instance->process
                  ? styled("{}, process {}", toned(Tone::good, "running"), *state.instance->process)
                  : styled("{}, in another container or on another machine", toned(Tone::good, "running")));
+}
+
+/// Null for 0, which stands for none.
+json::value codeJSON(std::int64_t code)
+{
+    return code != 0 ? json::value(code) : json::value();
+}
+
+json::object pushServiceJSON(const std::optional<PushServiceState>& service)
+{
+    const auto failure = service ? service->failure : std::nullopt;
+    return {{"kind", service ? json::value(pushServiceName(service->kind)) : json::value()},
+            {"failureCode", failure ? json::value(failure->code) : json::value()},
+            {"failureTime", failure ? json::value(failure->time.utcText()) : json::value()}};
+}
+
+json::object requestJSON(const std::optional<ExchangeRecord>& request)
+{
+    if (!request)
+        return {{"time", nullptr}, {"method", nullptr}, {"statusCode", nullptr}, {"errorCode", nullptr}};
+    return {{"time", request->time.utcText()},
+            {"method", request->method},
+            {"statusCode", codeJSON(request->statusCode)},
+            {"errorCode", codeJSON(request->errorCode)}};
 }
 
 json::object statusJSON(const DeviceState& state, const Options& options)
@@ -146,6 +210,8 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["hasDeviceToken"] = state.token.has_value();
     if (options.isRevealing && state.token)
         object["deviceToken"] = *state.token;
+    object["pushService"] = pushServiceJSON(state.pushService);
+    object["lastRequest"] = requestJSON(state.lastRequest);
     object["historyCount"] = state.historyCount;
     object["isRunning"] = state.instance.has_value();
     object["processId"] =
