@@ -12,6 +12,9 @@ namespace Platform::Linux {
 /// The identifier of the application on this system; also the name of its own defaults domain.
 inline constexpr std::string_view applicationIdentifier = "com.quorvane.mdm";
 
+/// The name of the application's process.
+inline constexpr std::string_view programName = "quorvane-mdm";
+
 /// Under which the application's lines stand in the journal.
 inline constexpr std::string_view journalIdentifier = "quorvane-mdm";
 

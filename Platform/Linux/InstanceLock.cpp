@@ -1,5 +1,6 @@
 #include "Platform/Linux/InstanceLock.h"
 
+#include "Platform/Linux/DevicePaths.h"
 #include "Platform/Storage/PrivateFiles.h"
 
 #include <cerrno>
@@ -37,6 +38,7 @@ struct flock wholeFile()
 
 /// Name and users of a process. Unlike its executable, any user may read them; see proc(5).
 struct ProcessIdentity {
+    static constexpr std::string_view nameField = "Name:\t";
     std::string name;
     std::string users;
 
@@ -44,8 +46,8 @@ struct ProcessIdentity {
     {
         std::ifstream status("/proc/" + process + "/status");
         for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("Name:"))
-                name = line;
+            if (line.starts_with(nameField))
+                name = line.substr(nameField.size());
             else if (line.starts_with("Uid:"))
                 users = line;
         }
@@ -75,7 +77,14 @@ std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::
     if (!descriptor || ::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
         return std::nullopt;
     // 0 for a process outside our PID namespace, negative for a lock of an open file or of another machine.
-    return Holder{lock.l_pid > 0 ? std::optional(lock.l_pid) : std::nullopt};
+    if (lock.l_pid <= 0)
+        return Holder{};
+    return Holder{lock.l_pid, ProcessIdentity(std::to_string(lock.l_pid)).name};
+}
+
+bool InstanceLock::Holder::isApplication() const
+{
+    return program.empty() || program == programName;
 }
 
 InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::path& file, int signal,

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <sys/types.h>
 
 namespace Platform::Linux {
@@ -21,6 +22,11 @@ public:
         /// Absent when it runs where this process sees no number of it: in another container, or on another
         /// machine that shares the folder.
         std::optional<pid_t> process;
+        /// The name of the process; empty when it is unknown.
+        std::string program = {};
+
+        /// False for a process with another name than the application's.
+        [[nodiscard]] bool isApplication() const;
     };
     /// Returns who holds the lock of this file; absent when it is free. Does not take the lock.
     static std::optional<Holder> holder(const std::filesystem::path& file);

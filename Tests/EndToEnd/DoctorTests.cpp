@@ -1,4 +1,5 @@
 #include "Platform/AdapterLog.h"
+#include "Platform/Linux/InstanceLock.h"
 #include "Platform/Network/ExchangeRecord.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
@@ -288,6 +289,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
     constexpr const char* afterConnect = "backend.tls backend.certificate backend.name backend.dates";
     constexpr const char* afterTLS = "backend.certificate backend.name backend.dates";
     const auto nothing = [] {};
+    std::optional<Platform::Linux::InstanceLock> lock;
     const char* behindAddress = "backend.proxy backend.host backend.connect backend.tls backend.certificate "
                                 "backend.name backend.dates";
     const Case cases[] = {
@@ -411,6 +413,10 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
              backend.reset();
          },
          nothing, "app.running push.distributor backend.connect", afterConnect, "Connection refused"},
+        {"another program with the lock of the application",
+         [&] { lock = Platform::Linux::InstanceLock::acquire(device.path("data/quorvane-mdm/instance.lock")); },
+         [&] { lock.reset(); }, "app.running push.distributor backend.connect", afterConnect,
+         "another program, EndToEndTests, process "},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);

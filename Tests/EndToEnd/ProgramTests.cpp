@@ -97,8 +97,8 @@ TEST_F(ProgramTest, HolderThatIsNotThisAppIsLeftAlone)
         EXPECT_EQ(launch->waitForExit(), 69);
         EXPECT_THAT(launch->lines(), ElementsAre(HasSubstr(row.line)));
         const auto status = qvctlJSON({"status"});
-        EXPECT_TRUE(status.at("isRunning").as_bool());
-        EXPECT_EQ(status.at("processId").is_null(), row.command == F_OFD_SETLK);
+        EXPECT_EQ(status.at("isRunning").as_bool(), row.command == F_OFD_SETLK);
+        EXPECT_TRUE(status.at("processId").is_null());
     }
     EXPECT_FALSE(qvctlJSON({"status"}).at("isRunning").as_bool());
 }

@@ -311,8 +311,16 @@ void examineState(Examination& examination)
     const bool isFolderThere = checkStateFolder(examination);
     if (findings.isPrevented("app.running", {"state.folder"}))
         return;
-    if (isFolderThere)
-        examination.application = InstanceLock::holder(examination.paths->instanceLock());
+    const auto lock = examination.paths->instanceLock();
+    const auto holder = isFolderThere ? InstanceLock::holder(lock) : std::nullopt;
+    if (holder && !holder->isApplication()) {
+        findings.failed("app.running",
+                        fmt::format("The app does not run: another program, {}, process {}, holds {}.",
+                                    holder->program, *holder->process, lock.string()),
+                        "End that program, then start the app as its user: quorvane-mdm");
+        return;
+    }
+    examination.application = holder;
     if (examination.application && examination.application->process)
         findings.ok("app.running",
                     fmt::format("The app runs as process {}.", *examination.application->process));

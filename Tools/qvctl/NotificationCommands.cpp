@@ -54,7 +54,8 @@ std::string readPayload(const std::string& file)
 /// Why nobody takes payloads on this device.
 std::string nobodyListens(const DevicePaths& paths, const std::system_error& error)
 {
-    if (!InstanceLock::holder(paths.instanceLock()))
+    const auto holder = InstanceLock::holder(paths.instanceLock());
+    if (!holder || !holder->isApplication())
         return "the app does not run on this device; start it with --push local";
     return fmt::format("the app does not take payloads here; start it with --push local ({})", error.what());
 }

@@ -49,7 +49,8 @@ struct DeviceState {
     std::optional<PushServiceState> pushService;
     /// The newest of all servers.
     std::optional<ExchangeRecord> lastRequest;
-    std::optional<InstanceLock::Holder> instance;
+    /// Of the instance lock.
+    std::optional<InstanceLock::Holder> holder;
     /// What could not be read, and the exit code for it; empty when all could.
     std::string problem;
     ExitCode exitCode = success;
@@ -81,7 +82,7 @@ DeviceState readState(const Options& options)
         .historyCount = NotificationPayloadProcessor::payloadSummaries(standard, all).size(),
         .pushService = PushServiceState::stored(device.shellState.store()),
         .lastRequest = newestExchange(device.shellState.store()),
-        .instance = InstanceLock::holder(device.paths.instanceLock()),
+        .holder = InstanceLock::holder(device.paths.instanceLock()),
         .problem = device.firstProblem(),
         .exitCode = device.firstProblem().empty() ? success : unavailable,
     };
@@ -146,6 +147,18 @@ Styled requestText(const std::optional<ExchangeRecord>& request)
                   request->time.utcText());
 }
 
+Styled applicationText(const std::optional<InstanceLock::Holder>& holder)
+{
+    if (!holder)
+        return toned(Tone::warning, "not running");
+    if (!holder->isApplication())
+        return styled("{}; another program holds its lock: {}, process {}",
+                      toned(Tone::warning, "not running"), holder->program, *holder->process);
+    if (!holder->process)
+        return styled("{}, in another container or on another machine", toned(Tone::good, "running"));
+    return styled("{}, process {}", toned(Tone::good, "running"), *holder->process);
+}
+
 void printStatus(const DeviceState& state, const Options& options)
 {
     printConfiguration(state);
@@ -159,11 +172,7 @@ void printStatus(const DeviceState& state, const Options& options)
     printRow("push service", pushServiceText(state.pushService));
     printRow("last request", requestText(state.lastRequest));
     printRow("history", std::to_string(state.historyCount));
-    printRow("Application",
-             !state.instance ? toned(Tone::warning, "not running")
-             : state.instance->process
-                 ? styled("{}, process {}", toned(Tone::good, "running"), *state.instance->process)
-                 : styled("{}, in another container or on another machine", toned(Tone::good, "running")));
+    printRow("Application", applicationText(state.holder));
 }
 
 /// Null for 0, which stands for none.
@@ -213,9 +222,10 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["pushService"] = pushServiceJSON(state.pushService);
     object["lastRequest"] = requestJSON(state.lastRequest);
     object["historyCount"] = state.historyCount;
-    object["isRunning"] = state.instance.has_value();
+    const bool isRunning = state.holder && state.holder->isApplication();
+    object["isRunning"] = isRunning;
     object["processId"] =
-        state.instance && state.instance->process ? json::value(*state.instance->process) : json::value();
+        isRunning && state.holder->process ? json::value(*state.holder->process) : json::value();
     if (!state.problem.empty())
         object["error"] = state.problem;
     return object;

@@ -95,6 +95,10 @@ TEST_F(InstanceLockTest, SignalsThisProgramAlone)
         EXPECT_TRUE(deaf.isAlive());
     }
     {
+        const Child application([&] { return ::prctl(PR_SET_NAME, "quorvane-mdm") == 0 && lock(); });
+        EXPECT_TRUE(InstanceLock::holder(file)->isApplication());
+    }
+    {
         const Child leaving([&] { return lock(); });
         EXPECT_EQ(signalHolder(std::chrono::seconds(10)), SignalOutcome::ended);
         EXPECT_FALSE(leaving.isAlive());
@@ -102,6 +106,8 @@ TEST_F(InstanceLockTest, SignalsThisProgramAlone)
     {
         const Child otherProgram([&] { return ::prctl(PR_SET_NAME, "other") == 0 && lock(); });
         EXPECT_EQ(InstanceLock::holder(file)->process, otherProgram.process());
+        EXPECT_EQ(InstanceLock::holder(file)->program, "other");
+        EXPECT_FALSE(InstanceLock::holder(file)->isApplication());
         EXPECT_EQ(signalHolder(), SignalOutcome::foreign);
         EXPECT_TRUE(otherProgram.isAlive());
     }
