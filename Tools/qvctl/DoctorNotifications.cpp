@@ -2,13 +2,13 @@
 
 #include "Core/Constants.h"
 #include "Platform/Linux/Bus/UnifiedPushDistributors.h"
+#include "Platform/Linux/SessionBusNames.h"
 #include "Platform/Push/PushRegistrationError.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Platform/Push/ShellState.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Doctor.h"
-#include "Tools/qvctl/SessionBusNames.h"
 
 #include <fmt/format.h>
 

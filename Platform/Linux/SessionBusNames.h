@@ -1,13 +1,12 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
-namespace Qvctl {
+namespace Platform::Linux {
 
 /// Why the session bus does not answer: a clause.
 class SessionBusError : public std::runtime_error {
@@ -15,8 +14,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Who is on the user's session bus, and whom the bus could start. Only the bus itself is asked, so nobody is
-/// started.
+/// The well-known and unique names on the user's session bus, for a process that only looks. Calls the bus
+/// alone, so no service is started.
 struct SessionBusNames {
     std::set<std::string, std::less<>> running;
     std::set<std::string, std::less<>> startable;
@@ -30,4 +29,4 @@ struct SessionBusNames {
     static SessionBusNames ask(std::chrono::milliseconds timeout);
 };
 
-} // namespace Qvctl
+} // namespace Platform::Linux
