@@ -330,30 +330,53 @@ TEST_F(SQLiteUserDefaultsTest, WhatCouldNotBeReadIsNotOverwritten)
 TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
 {
     const auto reader = open();
-    reader->set("first", 0);
-    constexpr int rounds = 20;
-    for (int round = 0; round < rounds; ++round) {
+    constexpr std::array<const char*, 8> keys{"a", "b", "c", "d", "e", "f", "g", "h"};
+    constexpr int neededHits = 20;
+    constexpr int maximumRounds = 500;
+    int hits = 0;
+    for (int round = 0; round < maximumRounds && hits < neededHits; ++round) {
+        // The writer reports when it begins and ends a write: the last byte tells where it was killed.
+        std::array<int, 2> pipe{};
+        ASSERT_EQ(::pipe(pipe.data()), 0);
+        const auto [readEnd, writeEnd] = pipe;
         const pid_t child = ::fork();
         if (child == 0) {
+            ::close(readEnd);
             const auto writer = open();
             for (int i = 0;; ++i) {
-                const std::array<UserDefaults::Entry, 2> entries{
-                    {{"first", i}, {"second", std::string(static_cast<std::size_t>(i % 7) * 1000, 'x')}}};
-                writer->write(entries);
+                const std::string value =
+                    std::to_string(i) + std::string(static_cast<std::size_t>(i % 7) * 500, '.');
+                std::vector<UserDefaults::Entry> entries;
+                for (const char* key : keys)
+                    entries.push_back({key, value});
+                if (::write(writeEnd, "b", 1) != 1 || !writer->write(entries) ||
+                    ::write(writeEnd, "e", 1) != 1)
+                    ::_exit(1);
             }
         }
-        const std::int64_t before = reader->integer("first");
-        // Killed at a moment that differs from round to round, once it has begun to write.
-        for (int spin = 0; spin < 50 * (round + 1) && reader->integer("first") <= before + round; ++spin) {
+        ::close(writeEnd);
+        char last = 0;
+        for (int byte = 0; byte <= 2 * (round % 5); ++byte)
+            ASSERT_EQ(::read(readEnd, &last, 1), 1) << "the writer ended by itself";
+        // Every other one is killed as soon as the first key is seen, the rest at different times before
+        // that.
+        const auto before = reader->text("a");
+        const int reads = round % 2 == 0 ? 100'000 : round * 37 % 400;
+        for (int count = 0; count < reads && reader->text("a") == before; ++count) {
         }
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        const auto first = static_cast<std::size_t>(reader->integer("first"));
-        const auto second = reader->text("second").value_or("");
-        EXPECT_EQ(second.size(), first % 7 * 1000) << "round " << round;
+        while (::read(readEnd, &last, 1) == 1) {
+        }
+        ::close(readEnd);
+        hits += last == 'b' ? 1 : 0;
+
+        for (const char* key : keys)
+            EXPECT_EQ(reader->text(key), reader->text("a")) << key << " in round " << round;
         reader->set("after", round);
         EXPECT_EQ(open()->integer("after"), round);
     }
+    EXPECT_EQ(hits, neededHits) << "kills inside a write";
     EXPECT_THAT(log.takeLines(), ElementsAre());
 }
 
