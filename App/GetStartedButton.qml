@@ -13,6 +13,7 @@ PressableItem {
     accessibleName: qsTr("Get Started")
 
     Surface {
+        objectName: "welcome.button"
         anchors.fill: parent
         radius: root.cornerRadius
         color: Theme.lightColor.orange

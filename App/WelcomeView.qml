@@ -23,6 +23,7 @@ FocusScope {
     }
 
     Panel {
+        objectName: "welcome.gradient"
         anchors.fill: parent
         color: Theme.lightColor.systemBackground
         endColor: Theme.lightColor.orangeMist

@@ -1,5 +1,6 @@
 #include "App/AppearanceModel.h"
 #include "App/ContentView.h"
+#include "App/PresentationMode.h"
 #include "Core/Logger.h"
 #include "PushNotifications/NotificationPermissionManager.h"
 #include "Tests/Fakes/FakeApplication.h"
@@ -11,7 +12,7 @@
 #include <QAccessible>
 #include <QAnimationDriver>
 #include <QQmlEngine>
-#include <QQmlExpression>
+#include <QQmlProperty>
 #include <QQuickItem>
 #include <QQuickView>
 #include <QTest>
@@ -48,27 +49,30 @@ static QList<QQuickItem*> itemsBelow(const QQuickItem* parent)
     return items;
 }
 
-/// What expressions in the document of `item` come to. They may use its place in the window, and the look of
-/// an item: the panels, shadows, symbols and words on view in it, or their colours alone.
-static std::string values(QQuickItem* item, const QString& expressions)
+/// How an item is drawn: its type, colors, border and shadow, except what is zero or transparent.
+static std::string look(const QQuickItem* item)
 {
-    static const QString prelude = R"((() => {
-        const at = mapToItem(null, 0, 0);
-        function look(item) {
-            const {text, font, color, pointSize, radius, borderWidth, borderColor, endColor, style} = item;
-            const own = pointSize ? [item.name, pointSize, color]
-                : font ? [text, font.pixelSize, font.weight, color]
-                : style ? [style.color, style.blurRadius, style.offset.y]
-                : borderWidth ? [color, radius, borderWidth, borderColor]
-                : borderColor ? [color, radius].concat(endColor.valid ? endColor : []) : [];
-            return item.visible ? own.concat(...Array.from(item.children).map(look)) : [];
-        }
-        const colors = item => String(look(item)).match(/#\w+/g);
-        return `${[)";
-    if (item == nullptr)
-        return "missing";
-    QQmlExpression list(qmlContext(item), item, prelude + expressions + "]}`; })()");
-    return list.evaluate().toString().toStdString();
+    static constexpr std::pair<const char*, const char*> properties[] = {{"size ", "font.pixelSize"},
+                                                                         {"weight ", "font.weight"},
+                                                                         {"", "color"},
+                                                                         {"to ", "endColor"},
+                                                                         {"", "gradientDirection"},
+                                                                         {"radius ", "radius"},
+                                                                         {"border ", "borderWidth"},
+                                                                         {"", "borderColor"},
+                                                                         {"shadow ", "shadow.color"},
+                                                                         {"blur ", "shadow.blurRadius"},
+                                                                         {"down ", "shadow.offset.y"}};
+    QStringList words;
+    for (const auto& [word, property] : properties) {
+        const QVariant value = QQmlProperty::read(item, property);
+        const auto color = value.value<QColor>();
+        if (value.typeId() == QMetaType::QColor ? color.isValid() && color.alpha() > 0 : value.toReal() > 0)
+            words += property == QLatin1String("radius") && 2 * value.toReal() >= item->width()
+                         ? "round"
+                         : word + value.toString();
+    }
+    return qPrintable(words.join(", "));
 }
 
 /// The real screens in a window, on a device and for a user that the test makes up.
@@ -108,11 +112,22 @@ protected:
             animations.pass(250);
         window.grabWindow();
     }
-    [[nodiscard]] QQuickItem* item(const QString& name) const
+    /// The first visible item in `parent` that has this object name, text or symbol.
+    [[nodiscard]] QQuickItem* item(const QString& name, const QQuickItem* parent = nullptr) const
     {
-        const auto items = itemsBelow(window.contentItem());
-        const auto found = std::ranges::find(items, name, &QQuickItem::objectName);
+        const auto items = itemsBelow(parent != nullptr ? parent : window.contentItem());
+        const auto found = std::ranges::find_if(items, [&](const QQuickItem* each) {
+            const auto is = [&](const char* property) { return each->property(property) == name; };
+            return each->isVisible() && (is("objectName") || is("text") || is("name"));
+        });
         return found != items.end() ? *found : nullptr;
+    }
+    /// The rectangle of an item in the window; of a text, without its padding.
+    [[nodiscard]] static QRectF area(const QQuickItem* found)
+    {
+        const qreal left = found->property("leftPadding").toReal();
+        const qreal right = found->property("rightPadding").toReal();
+        return found->mapRectToScene({left, 0, found->width() - left - right, found->height()});
     }
     void tap(const QString& name)
     {
@@ -137,69 +152,122 @@ protected:
     QQuickView window;
 };
 
-/// Item, expressions, and what they come to: at every width, at compact and regular ones, or at each of four.
-static const QString looks = R"(
-welcome.ground | look(root).slice(0, 5) | #ffffff,0,#ffffff,0,#0dff9500
-welcome.content | at.x, width | 0,390 | 0,699 | 0,700 | 112,800
-welcome.content | spacing, Math.abs(2 * y + height - parent.height) < 2 | 30,true
-welcome.logo | width, height, parent.spacing | 120,120,20 | 150,150,20
-welcome.logo | shadow.color, shadow.blurRadius, shadow.offset.y, look(parent) | #4dff9500,10,5,Welcome to,\
-22,400,#99000000,Quorvane UEM,34,700,#000000
-welcome.headline | leftPadding, rightPadding, parent.spacing | 30,30,16 | 80,80,16
-welcome.headline | look(this) | Your comprehensive Unified Endpoint Management solution,20,400,#99000000
-welcome.text | leftPadding, rightPadding | 30,30 | 80,80
-welcome.text | look(this) | Secure, manage, and stay in control of your work device with built-in enterprise \
-protection.,17,400,#99000000
-welcome.getStarted | at.x, width, height | 40,310,56 | 40,619,56 | 100,500,56 | 212,600,56
-welcome.getStarted | parent.height - y - height, look(this) | 50,#ff9500,16,#ccff9500,#4dff9500,8,4,\
-Get Started,17,600,#ffffff,arrow.right,17,#ffffff
-dashboard.content | at.x, width, spacing | 0,390,20 | 0,699,20 | 0,700,32 | 62,900,32
-dashboard.header | topPadding, spacing | 20,12 | 40,12
-dashboard.header | look(this) | Quorvane UEM,22,700,#000000,Device Management Dashboard,15,400,#99000000
-dashboard.logo | at.x, y, width | 165,20,60 | 320,20,60 | 320,40,60 | 482,40,60
-dashboard.warning | at.x, width | 20,350 | 20,659 | 60,580 | 122,780
-dashboard.warning | look(this) | #1aff9500,8,bell.slash,17,#99000000,Notifications are off,15,400,#99000000,\
-Open Settings,15,400,#007aff
-dashboard.grid | parent.height - y - height | 120 | 132
-dashboard.card.person.badge.key | at.x, y, width | 20,0,171 | 20,0,325.5 | 60,0,286 | 122,0,386
-dashboard.card.tv.and.mediabox | at.x, y, width | 199,0,171 | 353.5,0,325.5 | 354,0,286 | 516,0,386
-dashboard.card.bell.badge | at.x, y, height | 20,186,170 | 20,186,170 | 60,194,170 | 122,194,170
-dashboard.card.person.badge.key | title, description | Single Sign-On,Secure authentication for enterprise \
-apps
-dashboard.card.tv.and.mediabox | title, description | Remote Casting,Cast content to external displays
-dashboard.card.bell.badge | look(this) | #ffffff,16,1.5,#4dff9500,#26000000,12,6,#1aff9500,30,bell.badge,22,\
-#ff9500,Notifications,17,600,#000000,View and manage notifications from your organization,12,400,#99000000,\
-Tap to view details,11,400,#ff9500,chevron.right,12,#ff9500
-dashboard.card.bell.badge | isActive = true, colors(this) | true,#ffffff,#ff9500,#26000000,#ff9500,#ffffff,\
-#000000,#99000000,#ff9500,#ff9500
-dashboard.card.bell.badge | Theme.isDark = true, colors(this) | true,#000000,#ff9f0a,#26000000,#ff9f0a,\
-#ffffff,#ffffff,#99ffffff,#ff9f0a,#ff9f0a
-dashboard.card.bell.badge | enabled = false, colors(this) | false,#0d8e8e93,#1a8e8e93,#00000000,#1a8e8e93,\
-#8e8e93,#8e8e93,#8e8e93,#8e8e93,#8e8e93,#8e8e93
-dashboard.card.bell.badge | Theme.isDark = false, look(this) | false,#0d8e8e93,16,1,#1a8e8e93,#00000000,0,0,\
-#1a8e8e93,30,bell.badge,22,#8e8e93,Notifications,17,600,#8e8e93,View and manage notifications from your \
-organization,12,400,#8e8e93,lock.fill,11,#8e8e93,Coming Soon,11,400,#8e8e93,chevron.right,12,#8e8e93
-detail.stack | topPadding, Math.abs(2 * y + height - parent.height) < 2 | 24,true | 21.72,true
-detail.badge | width, height | 97.5,97.5 | 120,120 | 120,120 | 120,120
-detail.badge | color, radius * 2 === width | #1aff9500,true
-detail.symbol | pointSize, color | 46.8,#ff9500 | 60,#ff9500 | 60,#ff9500 | 60,#ff9500
-detail.title | font.pixelSize, font.weight, color | 22,700,#000000
-detail.description | leftPadding, parent.spacing, font.pixelSize, color | 16,12,15,#99000000)";
+enum Scene { welcome, darkWelcome, dashboard, darkDashboard, activeCard, disabledCard, detail };
+/// In points, in a window of 390 by 844 and in one of 1024 by 768; not checked where both are 0.
+using Lengths = std::array<double, 2>;
+static const struct {
+    Scene scene;
+    const char* item;
+    const char* look;
+    Lengths left{}, width{}, height{};
+    /// From the lower edge of the row before, or of the window's top.
+    Lengths distance{};
+} sights[] = {
+    {welcome, "welcome.ground", "#ffffff", {}, {390, 1024}, {844, 768}},
+    {welcome, "welcome.gradient", "#ffffff, to #0dff9500", {}, {390, 1024}, {844, 768}},
+    {welcome, "welcome.logo", "shadow #4dff9500, blur 10, down 5", {135, 437}, {120, 150}, {120, 150}},
+    {welcome, "Welcome to", "size 22, weight 400, #99000000", {16, 128}, {358, 768}, {}, {20, 20}},
+    {welcome, "Quorvane UEM", "size 34, weight 700, #000000", {16, 128}, {358, 768}, {}, {8, 8}},
+    {welcome, "welcome.headline", "size 20, weight 400, #99000000", {30, 192}, {330, 640}, {}, {30, 30}},
+    {welcome, "welcome.text", "size 17, weight 400, #99000000", {30, 192}, {330, 640}, {}, {16, 16}},
+    {welcome, "welcome.getStarted", "", {40, 212}, {310, 600}, {56, 56}, {30, 30}},
+    {welcome, "welcome.button", "#ff9500, to #ccff9500, Horizontal, radius 16, shadow #4dff9500, blur 8, down 4"},
+    {welcome, "Get Started", "size 17, weight 600, #ffffff"},
+    {welcome, "arrow.right", "#ffffff", {}, {20, 20}},
+    {darkWelcome, "welcome.ground", "#ffffff"},
+    {darkWelcome, "Quorvane UEM", "size 34, weight 700, #000000"},
+    {dashboard, "dashboard.logo", "", {165, 482}, {60, 60}, {60, 60}, {20, 40}},
+    {dashboard, "Quorvane UEM", "size 22, weight 700, #000000", {16, 78}, {358, 868}, {}, {12, 12}},
+    {dashboard, "dashboard.subtitle", "size 15, weight 400, #99000000", {16, 78}, {358, 868}, {}, {12, 12}},
+    {dashboard, "dashboard.warning", "#1aff9500, radius 8", {20, 122}, {350, 780}, {}, {20, 32}},
+    {dashboard, "dashboard.card.person.badge.key", "", {20, 122}, {171, 386}, {170, 170}, {20, 32}},
+    {dashboard, "dashboard.card.bell.badge", "", {20, 122}, {171, 386}, {170, 170}, {16, 24}},
+    {dashboard, "dashboard.card.tv.and.mediabox", "", {199, 516}, {171, 386}, {170, 170}, {-356, -364}},
+    {dashboard, "bell.slash", "#99000000", {}, {20, 20}},
+    {dashboard, "Notifications are off", "size 15, weight 400, #99000000"},
+    {dashboard, "Open Settings", "size 15, weight 400, #007aff"},
+    {dashboard, "panel", "#ffffff, radius 16, border 1.5, #4dff9500, shadow #26000000, blur 12, down 6"},
+    {dashboard, "texts", "", {40, 142}, {131, 346}, {50, 50}},
+    {dashboard, "badge", "#1aff9500, round", {76, 285}, {60, 60}, {60, 60}},
+    {dashboard, "person.badge.key", "#ff9500", {}, {26, 26}},
+    {dashboard, "Single Sign-On", "size 17, weight 600, #000000"},
+    {dashboard, "Secure authentication for enterprise apps", "size 12, weight 400, #99000000"},
+    {dashboard, "Tap to view details", "size 11, weight 400, #ff9500"},
+    {dashboard, "chevron.right", "#ff9500", {}, {14, 14}},
+    {darkDashboard, "Quorvane UEM", "size 22, weight 700, #ffffff"},
+    {darkDashboard, "dashboard.subtitle", "size 15, weight 400, #99ffffff"},
+    {darkDashboard, "Open Settings", "size 15, weight 400, #0a84ff"},
+    {darkDashboard, "panel", "#000000, radius 16, border 1.5, #4dff9f0a, shadow #26000000, blur 12, down 6"},
+    {darkDashboard, "badge", "#1aff9f0a, round"},
+    {activeCard, "panel", "#ffffff, radius 16, border 1.5, #ff9500, shadow #26000000, blur 12, down 6"},
+    {activeCard, "badge", "#ff9500, round"},
+    {activeCard, "person.badge.key", "#ffffff", {}, {26, 26}},
+    {disabledCard, "panel", "#0d8e8e93, radius 16, border 1, #1a8e8e93"},
+    {disabledCard, "badge", "#1a8e8e93, round"},
+    {disabledCard, "person.badge.key", "#8e8e93", {}, {26, 26}},
+    {disabledCard, "Single Sign-On", "size 17, weight 600, #8e8e93"},
+    {disabledCard, "Secure authentication for enterprise apps", "size 12, weight 400, #8e8e93"},
+    {disabledCard, "lock.fill", "#8e8e93", {}, {13, 13}},
+    {disabledCard, "Coming Soon", "size 11, weight 400, #8e8e93"},
+    {detail, "detail.badge", "#1aff9500, round", {145.75, 452}, {97.5, 120}, {97.5, 120}},
+    {detail, "detail.title", "size 22, weight 700, #000000", {16, 16}, {358, 992}, {}, {8, 8}},
+    {detail, "detail.description", "size 15, weight 400, #99000000", {16, 16}, {358, 992}, {}, {12, 12}},
+    {detail, "person.badge.key", "#ff9500", {}, {56, 72}, {56, 72}},
+};
 
-TEST_F(ScreenTest, LooksFollowTheWidth)
+TEST_F(ScreenTest, EverythingLooksAndStandsAsDesigned)
 {
-    const QSize sizes[] = {{390, 844}, {699, 844}, {700, 768}, {1024, 768}};
-    const QStringList rows = QString(looks).remove("\\\n").split('\n');
-    for (int number = 0; number < 12; ++number) {
-        open(number >= 4, sizes[number % 4]);
-        if (number >= 8)
+    const QSize sizes[] = {{390, 844}, {1024, 768}};
+    for (int number = 0; number < 14; ++number) {
+        const auto scene = Scene(number / 2);
+        const auto size = static_cast<std::size_t>(number % 2);
+        appearance.set({.isDark = scene == darkWelcome || scene == darkDashboard});
+        open(scene > darkWelcome, sizes[size]);
+        if (scene == detail)
             content->dashboard()->tapCard(Card::Sso);
+        if (scene == activeCard)
+            item("dashboard.card.person.badge.key")->setProperty("isActive", true);
+        if (scene == disabledCard)
+            item("dashboard.card.person.badge.key")->setEnabled(false);
         settle();
-        for (const QString& row : rows.filter(QStringList{"welcome.", "dashboard.", "detail."}[number / 4])) {
-            const QStringList cells = row.split(" | ");
-            const QString& expected = cells[2 + number % 4 * (cells.size() - 2) / 4];
-            EXPECT_EQ(values(item(cells[0]), cells[1]), qPrintable(expected)) << qPrintable(row);
+        QRectF last;
+        for (const auto& [where, name, expectedLook, left, width, height, distance] : sights) {
+            if (where != scene)
+                continue;
+            SCOPED_TRACE(std::string(name) + " in scene " + std::to_string(number));
+            const QQuickItem* seen = item(name);
+            if (seen == nullptr) {
+                ADD_FAILURE() << "missing";
+                continue;
+            }
+            EXPECT_EQ(look(seen), expectedLook);
+            const QRectF place = area(seen);
+            const double gap = place.top() - last.bottom();
+            for (const auto& [actual, expected] : {std::pair(place.left(), left),
+                                                   {place.width(), width},
+                                                   {place.height(), height},
+                                                   {gap, distance}})
+                EXPECT_TRUE(expected == Lengths() || actual == expected[size]) << actual;
+            last = place;
         }
+    }
+}
+
+TEST_F(ScreenTest, WindowsAreRegularFrom700AndContentStaysInTheMiddle)
+{
+    for (const int width : {699, 700}) {
+        open(false, {width, 800});
+        EXPECT_EQ(area(item("welcome.logo")).width(), width < 700 ? 120 : 150);
+        EXPECT_NEAR(area(item("welcome.logo")).top(), 800 - area(item("welcome.button")).bottom() - 50, 1.5);
+        open(true, {width, 800});
+        EXPECT_EQ(area(item("dashboard.logo")).top(), width < 700 ? 20 : 40);
+        EXPECT_EQ(area(item("dashboard.content")).bottom() - area(item("dashboard.card.bell.badge")).bottom(),
+                  width < 700 ? 120 : 132);
+        content->dashboard()->tapCard(Card::Sso);
+        settle();
+        // Below a bar of 44 points, and lower by 3 % of what that leaves.
+        EXPECT_NEAR(area(item("detail.badge")).top() - 44 - 0.03 * 756,
+                    800 - area(item("detail.description")).bottom(), 1.5);
     }
 }
 
@@ -210,8 +278,8 @@ TEST_F(ScreenTest, CardsGiveWayUnderTheFingerUnlessTheyAreDisabled)
     for (const bool isEnabled : {true, false}) {
         card->setEnabled(isEnabled);
         QTest::mousePress(&window, Qt::LeftButton, {}, {100, 300});
-        for (const char* scale : {"1", "0.975", "0.95"}) {
-            EXPECT_EQ(values(item("face"), "scale"), isEnabled ? scale : "1");
+        for (const double scale : {1.0, 0.975, 0.95}) {
+            EXPECT_DOUBLE_EQ(item("face")->scale(), isEnabled ? scale : 1);
             animations.pass(50);
         }
         QTest::mouseRelease(&window, Qt::LeftButton, {}, {100, 300});
@@ -228,7 +296,10 @@ TEST_F(ScreenTest, WelcomeIsShownUntilGetStarted)
 {
     for (const auto hasLaunchedBefore : {std::optional<bool>(), std::optional(true), std::optional(false)}) {
         open(hasLaunchedBefore);
-        EXPECT_EQ(item("welcome.content") == nullptr, hasLaunchedBefore == true);
+        for (const char* text :
+             {"Your comprehensive Unified Endpoint Management solution",
+              "Secure, manage, and stay in control of your work device with built-in enterprise protection."})
+            EXPECT_EQ(item(text) == nullptr, hasLaunchedBefore == true);
         EXPECT_EQ(item("dashboard.content") != nullptr, hasLaunchedBefore == true);
     }
     QObject::connect(content.get(), &ContentView::showWelcomeChanged,
@@ -237,11 +308,11 @@ TEST_F(ScreenTest, WelcomeIsShownUntilGetStarted)
         tap("welcome.getStarted");
     const char* text = "Welcome screen - Get Started button tapped";
     EXPECT_THAT(log.takeEntries(), ElementsAre(FieldsAre(_, "onboarding", LogType::info, _, text)));
-    EXPECT_EQ(values(item("dashboard.content"), "visible"), "true");
+    EXPECT_NE(item("dashboard.content"), nullptr);
     EXPECT_TRUE(domains.standard().boolean("hasLaunchedBefore"));
     // A quarter of half a second each, gently at both ends.
-    for (const char* opacity : {"1.000", "0.871", "0.500", "0.129"}) {
-        EXPECT_EQ(values(item("welcome.content"), "root.opacity.toFixed(3)"), opacity);
+    for (const double opacity : {1.0, 0.871, 0.5, 0.129}) {
+        EXPECT_NEAR(item("welcome.ground")->parentItem()->opacity(), opacity, 0.001);
         animations.pass(125);
     }
     EXPECT_EQ(item("welcome.content"), nullptr);
@@ -283,7 +354,12 @@ TEST_F(ScreenTest, CardsLeadToTheirScreenAndEveryWayBackLeavesIt)
     const std::function<void()> ways[] = {
         [&] { tap("navigation.back"); },
         [&] { QTest::keyClick(&window, Qt::Key_Escape); },
-        [&] { values(item("detail.stack"), "root.presentationMode.dismiss()"); },
+        [&] {
+            item("navigation.destination")
+                ->property("presentationMode")
+                .value<PresentationMode*>()
+                ->dismiss();
+        },
         [&] {
             QTest::mousePress(&window, Qt::LeftButton, {}, {5, 400});
             for (const int x : {60, 150, 240})
@@ -291,31 +367,39 @@ TEST_F(ScreenTest, CardsLeadToTheirScreenAndEveryWayBackLeavesIt)
             QTest::mouseRelease(&window, Qt::LeftButton, {}, {240, 400});
         },
     };
-    const std::tuple<Card, const char*, const char*, const char*, const char*> cases[] = {
-        {Card::Sso, "dashboard.card.person.badge.key", "dashboard", "SSO card tapped",
-         "person.badge.key,Single Sign-On,Secure authentication for enterprise apps. Sign-in is handled by "
-         "the Quorvane SSO extension when managed apps request authentication."},
-        {Card::RemoteCasting, "dashboard.card.tv.and.mediabox", "remoteCasting", "Remote Casting card tapped",
-         "tv.and.mediabox,Remote Casting,Cast content to external displays. Coming soon."},
-        {Card::Notifications, "dashboard.card.bell.badge", "notifications", "Notifications card tapped",
-         "bell.badge,Notifications,View and manage notifications from your organization. Coming soon."},
+    const struct {
+        Card card;
+        QString symbol, title, sentence, more;
+        const char* category;
+        const char* line;
+    } cases[] = {
+        {Card::Sso, "person.badge.key", "Single Sign-On", "Secure authentication for enterprise apps",
+         ". Sign-in is handled by the Quorvane SSO extension when managed apps request authentication.",
+         "dashboard", "SSO card tapped"},
+        {Card::RemoteCasting, "tv.and.mediabox", "Remote Casting", "Cast content to external displays",
+         ". Coming soon.", "remoteCasting", "Remote Casting card tapped"},
+        {Card::Notifications, "bell.badge", "Notifications",
+         "View and manage notifications from your organization", ". Coming soon.", "notifications",
+         "Notifications card tapped"},
     };
     open(true);
     for (const auto& goBack : ways) {
-        for (const auto& [card, name, category, text, detail] : cases) {
+        for (const auto& [card, symbol, title, sentence, more, category, text] : cases) {
+            const QQuickItem* tapped = item("dashboard.card." + symbol);
+            EXPECT_TRUE(item(symbol, tapped) && item(title, tapped) && item(sentence, tapped)) << text;
             for (int count = 0; count < 2; ++count)
-                tap(name);
+                tap("dashboard.card." + symbol);
             const auto line = FieldsAre(_, category, LogType::info, _, text);
             EXPECT_THAT(log.takeEntries(), ElementsAre(line, line));
             EXPECT_EQ(content->dashboard()->selectedCard(), card);
             settle();
-            EXPECT_EQ(values(item(name), "isActive"), "true");
-            EXPECT_EQ(values(item("detail.content"), "[2, 5, 9].map(part => look(this)[part])"), detail);
+            EXPECT_TRUE(tapped->property("isActive").toBool());
+            EXPECT_TRUE(item(symbol) && item(title) && item(sentence + more) && !item("dashboard.content"));
             goBack();
             EXPECT_EQ(content->dashboard()->selectedCard(), Card::None);
             settle();
-            EXPECT_EQ(values(item(name), "isActive"), "false");
-            EXPECT_TRUE(item("detail.content") == nullptr && log.takeEntries().empty());
+            EXPECT_FALSE(tapped->property("isActive").toBool());
+            EXPECT_TRUE(item("detail.title") == nullptr && log.takeEntries().empty());
         }
     }
     tap("dashboard.openSettings");
@@ -350,9 +434,12 @@ TEST_F(ScreenTest, LettersStayApartHoweverLargeAndButtonsAreLargeAndNamed)
                     area &= above->mapRectToScene(above->clipRect());
             }
             const auto overlaps = [&](const QRectF& other) { return other.intersects(area); };
-            EXPECT_TRUE(area.left() >= 0 && area.right() <= size.width()) << values(each, "text") << number;
-            EXPECT_LE(area.bottom(), reachableBottom) << values(each, "text") << number;
-            EXPECT_TRUE(std::ranges::none_of(texts, overlaps)) << values(each, "text") << number;
+            EXPECT_TRUE(area.left() >= 0 && area.right() <= size.width())
+                << qPrintable(each->property("text").toString()) << number;
+            EXPECT_LE(area.bottom(), reachableBottom)
+                << qPrintable(each->property("text").toString()) << number;
+            EXPECT_TRUE(std::ranges::none_of(texts, overlaps))
+                << qPrintable(each->property("text").toString()) << number;
             texts.push_back(area);
         }
     }
