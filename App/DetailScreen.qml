@@ -26,13 +26,11 @@ Item {
         Column {
             id: stack
 
-            objectName: "detail.stack"
             anchors.verticalCenter: parent.verticalCenter
             width: parent.width
             topPadding: root.height * 0.03
 
             Column {
-                objectName: "detail.content"
                 width: parent.width
                 spacing: Theme.spacing
 
@@ -45,7 +43,6 @@ Item {
                     color: Theme.color.orangeTint
 
                     Symbol {
-                        objectName: "detail.symbol"
                         anchors.centerIn: parent
                         name: root.symbol
                         pointSize: Math.min(root.width * 0.12, 60)

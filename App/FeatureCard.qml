@@ -103,10 +103,9 @@ PressableItem {
             Row {
                 id: foot
 
-                objectName: "foot"
                 anchors.horizontalCenter: parent.horizontalCenter
                 anchors.bottom: parent.bottom
-                spacing: root.isEnabled ? Theme.spacing / 2 : 4
+                spacing: Theme.spacing / 2
 
                 Symbol {
                     anchors.verticalCenter: parent.verticalCenter
@@ -117,7 +116,6 @@ PressableItem {
                 }
 
                 TextLabel {
-                    objectName: "footText"
                     anchors.verticalCenter: parent.verticalCenter
                     width: Math.min(implicitWidth, texts.width - 16 - parent.spacing)
                     text: root.isEnabled ? qsTr("Tap to view details") : qsTr("Coming Soon")

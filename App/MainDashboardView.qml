@@ -29,7 +29,6 @@ NavigationStack {
     ScrollArea {
         id: scroll
 
-        objectName: "dashboard.scroll"
         anchors.fill: parent
         contentHeight: column.height
 
@@ -42,7 +41,6 @@ NavigationStack {
             spacing: root.stackSpacing
 
             Column {
-                objectName: "dashboard.header"
                 width: parent.width
                 topPadding: root.headerTopPadding
                 spacing: 12
@@ -54,7 +52,6 @@ NavigationStack {
                 }
 
                 HeaderText {
-                    objectName: "dashboard.title"
                     text: qsTr("Quorvane UEM")
                     font: Theme.type.title2Bold
                     Accessible.role: Accessible.Heading
@@ -85,7 +82,6 @@ NavigationStack {
 
                 readonly property real columnWidth: (width - columnSpacing) / columns
 
-                objectName: "dashboard.grid"
                 x: root.sidePadding
                 width: parent.width - 2 * root.sidePadding
                 columns: 2

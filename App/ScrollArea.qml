@@ -13,7 +13,6 @@ Flickable {
 
     Rectangle {
         parent: root
-        objectName: "scroll.indicator"
         anchors.right: parent.right
         anchors.rightMargin: 3
         y: root.visibleArea.yPosition * root.height

@@ -132,7 +132,7 @@ QtObject {
             blurRadius: 8
             offset: Qt.point(0, 4)
         }
-        /// Sheets, prompts and banners.
+        /// A screen that slides over another.
         readonly property ShadowStyle floating: ShadowStyle {
             color: Qt.alpha("#000000", 0.2)
             blurRadius: 24
@@ -142,7 +142,6 @@ QtObject {
 
     component Radii: QtObject {
         readonly property real strip: 8
-        readonly property real prompt: 14
         readonly property real card: 16
     }
 

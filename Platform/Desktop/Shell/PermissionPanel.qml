@@ -25,7 +25,6 @@ Modal {
 
         readonly property real padding: ShellStyle.padding
 
-        objectName: "shell.permission"
         anchors.centerIn: parent
         width: Math.min(Math.round(ShellStyle.panelWidth * ShellStyle.textScale), root.width - 2 * padding)
         height: Math.min(padding + texts.contentHeight + padding + buttons.height + padding, root.height - 2 * padding)

@@ -126,7 +126,6 @@ Modal {
 
                 Group {
                     SettingsRow {
-                        objectName: "shell.settings.shownBy"
                         width: parent.width
                         name: qsTr("Shown by")
                         value: root.sheet.notificationServer || qsTr("In this window")
@@ -140,7 +139,6 @@ Modal {
                     }
 
                     SettingsRow {
-                        objectName: "shell.settings.deliveredBy"
                         width: parent.width
                         name: qsTr("Delivered by")
                         value: root.sheet.pushSource
