@@ -3,6 +3,7 @@
 #include "App/Design/Raster.h"
 
 #include <QCache>
+#include <QPainter>
 
 #include <algorithm>
 #include <cmath>
@@ -34,8 +35,15 @@ struct Look {
 
 QImage draw(const Look& look)
 {
-    const QRectF shape = QRect({}, look.picture).adjusted(look.reach, look.reach, -look.reach, -look.reach);
-    const QImage mask = roundedRectangle(look.picture, shape, look.cornerRadius);
+    QImage mask(look.picture, QImage::Format_Alpha8);
+    mask.fill(0);
+    QPainter painter(&mask);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(Qt::black);
+    painter.drawRoundedRect(mask.rect().adjusted(look.reach, look.reach, -look.reach, -look.reach),
+                            look.cornerRadius, look.cornerRadius);
+    painter.end();
     return tinted(blurred(mask, look.sigma), QColor::fromRgba(look.color));
 }
 

@@ -1,7 +1,6 @@
 #include "App/Design/Panel.h"
 
-#include "App/Design/Raster.h"
-
+#include <QLinearGradient>
 #include <QPainter>
 
 #include <algorithm>
@@ -21,26 +20,41 @@ PatchedItem::Patches Panel::makePatches() const
     Patches patches{.columns = axis(width(), hasGradient(GradientDirection::Horizontal)),
                     .rows = axis(height(), hasGradient(GradientDirection::Vertical))};
     const QSize size(patches.columns.pictureLength, patches.rows.pictureLength);
-    if (!size.isEmpty())
-        patches.picture = picture(size, radius * scale, m_borderWidth * scale);
+    if (size.isEmpty())
+        return {};
+    patches.picture = QImage(size, QImage::Format_ARGB32_Premultiplied);
+    patches.picture.fill(Qt::transparent);
+    QPainter painter(&patches.picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.scale(scale, scale);
+    paint(painter, {QPointF(), QSizeF(size) / scale}, radius);
     return patches;
 }
 
-QImage Panel::picture(const QSize& size, qreal radius, qreal borderWidth) const
+void Panel::paint(QPainter& painter, const QRectF& area, qreal radius) const
 {
-    const QRectF area = QRect({}, size);
-    const QImage shape = roundedRectangle(size, area, radius);
-    const auto direction =
-        m_gradientDirection == GradientDirection::Horizontal ? Qt::Horizontal : Qt::Vertical;
-    QImage picture =
-        m_endColor.isValid() ? tinted(shape, m_color, m_endColor, direction) : tinted(shape, m_color);
-    if (borderWidth > 0) {
-        const QImage inside =
-            roundedRectangle(size, area.adjusted(borderWidth, borderWidth, -borderWidth, -borderWidth),
-                             std::max(radius - borderWidth, 0.0));
-        QPainter(&picture).drawImage(0, 0, tinted(without(shape, inside), m_borderColor));
-    }
-    return picture;
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(brush(area));
+    painter.drawRoundedRect(area, radius, radius);
+    if (m_borderWidth <= 0)
+        return;
+    const qreal inset = m_borderWidth / 2;
+    const qreal lineRadius = std::max(radius - inset, 0.0);
+    painter.setPen(QPen(m_borderColor, m_borderWidth, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(area.adjusted(inset, inset, -inset, -inset), lineRadius, lineRadius);
+}
+
+QBrush Panel::brush(const QRectF& area) const
+{
+    if (!m_endColor.isValid())
+        return m_color;
+    QLinearGradient gradient(area.topLeft(), m_gradientDirection == GradientDirection::Vertical
+                                                 ? area.bottomLeft()
+                                                 : area.topRight());
+    gradient.setColorAt(0, m_color);
+    gradient.setColorAt(1, m_endColor);
+    return gradient;
 }
 
 } // namespace App::Design

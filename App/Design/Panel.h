@@ -4,6 +4,9 @@
 
 #include <QColor>
 
+class QBrush;
+class QPainter;
+
 namespace App::Design {
 
 /// A rounded rectangle with a colour or a gradient of two, and a border that lies inside and is as wide as it
@@ -30,8 +33,9 @@ protected:
     [[nodiscard]] Patches makePatches() const override;
 
 private:
-    /// Lengths are in pixels.
-    [[nodiscard]] QImage picture(const QSize& size, qreal radius, qreal borderWidth) const;
+    /// Lengths are in points.
+    void paint(QPainter& painter, const QRectF& area, qreal radius) const;
+    [[nodiscard]] QBrush brush(const QRectF& area) const;
     [[nodiscard]] bool hasGradient(GradientDirection direction) const
     {
         return m_endColor.isValid() && m_gradientDirection == direction;

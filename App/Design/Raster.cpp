@@ -1,6 +1,7 @@
 #include "App/Design/Raster.h"
 
 #include <QColor>
+#include <QPainter>
 
 #include <algorithm>
 #include <array>
@@ -61,27 +62,6 @@ Field boxedAndTransposed(Field& field, int reach)
     return result;
 }
 
-QRgb mixed(QRgb start, QRgb end, qreal progress)
-{
-    const auto channel = [=](int from, int to) { return qRound(from + (to - from) * progress); };
-    return qRgba(channel(qRed(start), qRed(end)), channel(qGreen(start), qGreen(end)),
-                 channel(qBlue(start), qBlue(end)), channel(qAlpha(start), qAlpha(end)));
-}
-
-/// `colorAt` gives premultiplied colours.
-template <typename ColorAt>
-QImage colored(const QImage& mask, const ColorAt& colorAt)
-{
-    QImage result(mask.size(), QImage::Format_ARGB32_Premultiplied);
-    for (int y = 0; y < mask.height(); ++y) {
-        const uchar* coverage = mask.constScanLine(y);
-        auto* pixel = reinterpret_cast<QRgb*>(result.scanLine(y));
-        for (int x = 0; x < mask.width(); ++x)
-            pixel[x] = mixed(0, colorAt(x, y), coverage[x] / 255.0);
-    }
-    return result;
-}
-
 } // namespace
 
 QImage blurred(const QImage& mask, qreal sigma)
@@ -102,56 +82,13 @@ QImage blurred(const QImage& mask, qreal sigma)
     return result;
 }
 
-QImage roundedRectangle(const QSize& size, const QRectF& area, qreal radius)
-{
-    QImage mask(size, QImage::Format_Alpha8);
-    if (area.isEmpty()) {
-        mask.fill(0);
-        return mask;
-    }
-    // Seen from the middle: how far a pixel lies beyond the lines that the corners' centres are on.
-    const qreal straightWidth = area.width() / 2 - radius;
-    const qreal straightHeight = area.height() / 2 - radius;
-    for (int y = 0; y < size.height(); ++y) {
-        uchar* coverage = mask.scanLine(y);
-        const qreal beyondY = std::abs(y + 0.5 - area.center().y()) - straightHeight;
-        for (int x = 0; x < size.width(); ++x) {
-            const qreal beyondX = std::abs(x + 0.5 - area.center().x()) - straightWidth;
-            const qreal reach =
-                beyondX > 0 && beyondY > 0 ? std::hypot(beyondX, beyondY) : std::max(beyondX, beyondY);
-            // Of a pixel that the edge runs through, the part on the inner side.
-            coverage[x] = static_cast<uchar>(qRound(255 * std::clamp(radius - reach + 0.5, 0.0, 1.0)));
-        }
-    }
-    return mask;
-}
-
-QImage without(const QImage& mask, const QImage& hole)
-{
-    QImage rest = mask;
-    for (int y = 0; y < rest.height(); ++y) {
-        uchar* coverage = rest.scanLine(y);
-        const uchar* taken = hole.constScanLine(y);
-        for (int x = 0; x < rest.width(); ++x)
-            coverage[x] = static_cast<uchar>(std::max(0, coverage[x] - taken[x]));
-    }
-    return rest;
-}
-
 QImage tinted(const QImage& mask, const QColor& color)
 {
-    return colored(mask, [color = qPremultiply(color.rgba())](int, int) { return color; });
-}
-
-QImage tinted(const QImage& mask, const QColor& start, const QColor& end, Qt::Orientation direction)
-{
-    const bool isHorizontal = direction == Qt::Horizontal;
-    const int length = isHorizontal ? mask.width() : mask.height();
-    std::vector<QRgb> colors;
-    for (int index = 0; index < length; ++index)
-        colors.push_back(mixed(qPremultiply(start.rgba()), qPremultiply(end.rgba()), (index + 0.5) / length));
-    return colored(mask,
-                   [&](int x, int y) { return colors.at(static_cast<std::size_t>(isHorizontal ? x : y)); });
+    QImage result = mask.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    QPainter painter(&result);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(result.rect(), color);
+    return result;
 }
 
 } // namespace App::Design
