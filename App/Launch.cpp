@@ -8,8 +8,6 @@
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Platform/Desktop/WindowGroup.h"
 
-#include <QFont>
-
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -22,14 +20,6 @@ namespace {
 using namespace Platform;
 
 constexpr const char* applicationName = "Quorvane MDM";
-
-/// What each text looks up before its own font: one that the screens use, or another face is loaded for it.
-QFont defaultFont()
-{
-    QFont font(QStringLiteral("Inter"));
-    font.setPixelSize(15);
-    return font;
-}
 
 /// The only window, made when it is shown for the first time.
 class MainWindow {
@@ -86,7 +76,6 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
 {
     Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
         argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
-    QGuiApplication::setFont(defaultFont());
     std::function<void()> show = [] {};
     auto made = makeDevice({.mainQueue = runLoop,
                             .timers = runLoop,

@@ -16,8 +16,8 @@ class UserDefaults;
 
 namespace Platform::Desktop {
 
-/// The document of a window's content, read on a thread of the toolkit's while the program prepares what it
-/// is to show, and beside it the list of the system's fonts. No item is made of it before the window is
+/// The document of a window's content, which a thread of the toolkit reads while the program prepares what it
+/// is to show. Another thread lists the system's fonts meanwhile. The items are made when the window is
 /// shown.
 ///
 /// Threads: main.
@@ -31,10 +31,10 @@ public:
 
 private:
     const QUrl m_document;
-    /// Waits for its own thread to begin, which the list of fonts is not to hold up.
+    /// Made before the list of fonts is begun, which would delay the start of the engine's thread.
     QQmlEngine m_engine;
     QQmlComponent m_component{&m_engine};
-    /// The first text waits for the list, which takes about as long as the documents.
+    /// The first text needs the list, which takes about as long as the documents.
     std::future<void> m_fonts;
 };
 
