@@ -134,7 +134,7 @@ std::vector<Figure> screenFigures()
 {
     using Quantity = Figure::Quantity;
     return {
-        dashboardFigure("dashboard, first frame", firstFrame, Quantity::duration, {.ratio = 1.5}),
+        dashboardFigure("dashboard, first frame", firstFrame, Quantity::duration, {.ratio = 1.6}),
         dashboardFigure("dashboard, memory when idle", idleMemory, Quantity::bytes, {.ratio = 1.3}),
         dashboardFigure("dashboard, wake-ups in 5 s", idleSwitches, Quantity::count, {.excess = 0}, 3),
     };
