@@ -25,6 +25,9 @@ static const Case drawings[] = {
      {{{2, 9}, "#fa0500"}, {{60, 9}, "#7e8100"}, {{117, 9}, "#05fa00"}}},
     {"NinePatchShadow { x: 15; y: 9; width: 40; height: 40; blurRadius: 4; color: 'black'; offset.y: -5 }",
      {{{29, 48}, "#8c8c8c"}, {{30, 48}, "#737373"}, {{60, 8}, "#737373"}, {{60, 60}, "black"}}},
+    {"Surface { x: 15; y: 9; width: 40; height: 40; color: 'red'; shadow: ShadowStyle {"
+     "color: 'black'; blurRadius: 4; offset: Qt.point(0, -5) } }",
+     {{{29, 48}, "#8c8c8c"}, {{60, 60}, "red"}, {{60, 8}, "#737373"}}},
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // The bell, the gap and the badge.
      {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
     {"Symbol { name: 'no.such' }", {{{18, 18}, "white"}}, ".*no\\.such.*"},
