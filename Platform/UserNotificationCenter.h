@@ -48,6 +48,10 @@ struct UserNotification {
     PropertyList::Dictionary userInfo;
     /// When it was delivered.
     Date date;
+    /// Whether the sender wants a sound with it.
+    bool hasSound = false;
+    /// Whether the sender wants it to wait for the user rather than to interrupt.
+    bool isPassive = false;
 };
 
 /// What the user did with a notification: tapped it, chose an action, dismissed it.

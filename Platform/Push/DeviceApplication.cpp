@@ -2,6 +2,7 @@
 
 #include "Platform/ASCII.h"
 #include "Platform/Clock.h"
+#include "Platform/Push/PushPayload.h"
 #include "Platform/Shell.h"
 
 #include <utility>
@@ -9,18 +10,6 @@
 namespace Platform::Push {
 
 namespace {
-
-std::string textOf(const PropertyList& value)
-{
-    const auto* text = value.text();
-    return text != nullptr ? *text : std::string();
-}
-
-bool isContentAvailable(const PropertyList& aps)
-{
-    const auto* flag = member(aps, "content-available").integer();
-    return flag != nullptr && *flag == 1;
-}
 
 /// The refusal of a payload that was delivered in two ways.
 std::optional<PushRefusal> combined(const std::optional<PushRefusal>& first,
@@ -80,25 +69,19 @@ void DeviceApplication::recordRegistration(std::optional<PushServiceState::Failu
 
 void DeviceApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)
 {
-    const PropertyList& aps = member(payload, "aps");
-    const PropertyList& alert = member(aps, "alert");
-    const bool isShort = alert.text() != nullptr;
-    if (!isShort && alert.dictionary() == nullptr) {
+    PushContents contents = readPushContents(payload, m_ports.clock.now());
+    if (!contents.notification) {
         deliverInBackground(payload, std::move(completion));
         return;
     }
     Completion afterAlert = completion;
-    if (isContentAvailable(aps))
+    if (contents.isContentAvailable)
         afterAlert = [this, payload, completion](const std::optional<PushRefusal>& first) {
             deliverInBackground(payload, [=](const std::optional<PushRefusal>& second) {
                 completion(combined(first, second));
             });
         };
-    m_ports.notifications.deliver({.title = textOf(isShort ? alert : member(alert, "title")),
-                                   .body = textOf(member(alert, "body")),
-                                   .userInfo = payload,
-                                   .date = m_ports.clock.now()},
-                                  m_isActive, std::move(afterAlert));
+    m_ports.notifications.deliver(*contents.notification, m_isActive, std::move(afterAlert));
 }
 
 void DeviceApplication::deliverInBackground(const PropertyList::Dictionary& payload, Completion completion)

@@ -1,6 +1,7 @@
 #include "Platform/Push/KeptNotifications.h"
 
 #include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/Push/PushPayload.h"
 #include "Platform/UserDefaults.h"
 
 #include <string>
@@ -41,8 +42,14 @@ std::optional<UserNotification> decoded(const PropertyList& value)
     try {
         const auto document = PropertyLists::readPropertyList(
             {reinterpret_cast<const char*>(userInfo->data()), userInfo->size()});
-        if (const auto* dictionary = document.root.dictionary())
-            return UserNotification{*title, *body, *dictionary, *date};
+        if (const auto* payload = document.root.dictionary()) {
+            auto notification = readPushContents(*payload, *date).notification.value_or(UserNotification());
+            notification.title = *title;
+            notification.body = *body;
+            notification.userInfo = *payload;
+            notification.date = *date;
+            return notification;
+        }
     } catch (const PropertyLists::PropertyListError&) {
         // Not written by us.
     }

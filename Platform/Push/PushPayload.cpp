@@ -6,6 +6,16 @@
 
 namespace Platform::Push {
 
+namespace {
+
+std::string textOf(const PropertyList& value)
+{
+    const auto* text = value.text();
+    return text != nullptr ? *text : std::string();
+}
+
+} // namespace
+
 std::variant<PropertyList::Dictionary, std::string> readPushPayload(std::string_view bytes)
 {
     if (bytes.size() > maximumPayloadSize)
@@ -23,6 +33,25 @@ std::variant<PropertyList::Dictionary, std::string> readPushPayload(std::string_
                 : "";
         return fmt::format("the payload cannot be read: {}{}", place, error.description());
     }
+}
+
+PushContents readPushContents(const PropertyList::Dictionary& payload, Date date)
+{
+    const PropertyList& aps = member(payload, "aps");
+    const PropertyList& alert = member(aps, "alert");
+    const auto* contentAvailable = member(aps, "content-available").integer();
+    PushContents contents{.notification = {},
+                          .isContentAvailable = contentAvailable != nullptr && *contentAvailable == 1};
+    const bool isShort = alert.text() != nullptr;
+    if (isShort || alert.dictionary() != nullptr)
+        contents.notification =
+            UserNotification{.title = textOf(isShort ? alert : member(alert, "title")),
+                             .body = textOf(member(alert, "body")),
+                             .userInfo = payload,
+                             .date = date,
+                             .hasSound = !member(aps, "sound").isNull(),
+                             .isPassive = textOf(member(aps, "interruption-level")) == "passive"};
+    return contents;
 }
 
 } // namespace Platform::Push

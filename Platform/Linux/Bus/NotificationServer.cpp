@@ -75,25 +75,13 @@ Texts textsOf(const UserNotification& notification, const std::string& applicati
     return texts;
 }
 
-/// Null when the payload has no such value.
-const PropertyList* payloadValue(const UserNotification& notification, std::string_view key)
-{
-    const auto aps = notification.userInfo.find("aps");
-    if (aps == notification.userInfo.end() || aps->second.dictionary() == nullptr)
-        return nullptr;
-    const auto found = aps->second.dictionary()->find(key);
-    return found == aps->second.dictionary()->end() || found->second.isNull() ? nullptr : &found->second;
-}
-
 /// Servers keep critical notifications on the screen and show them while the user wants no interruption. To
 /// break through takes a permission of its own, which this app does not request: a sender that asks for it
 /// with "critical" or "time-sensitive" gets what any other gets.
 std::uint8_t urgencyOf(const UserNotification& notification, unsigned options)
 {
     enum Urgency : std::uint8_t { low, normal };
-    const PropertyList* value = payloadValue(notification, "interruption-level");
-    const std::string level = value != nullptr && value->text() != nullptr ? *value->text() : "";
-    return level == "passive" || (options & PresentationOptions::banner) == 0 ? low : normal;
+    return notification.isPassive || (options & PresentationOptions::banner) == 0 ? low : normal;
 }
 
 BusDictionary hintsOf(const UserNotification& notification, unsigned options, const std::string& desktopEntry)
@@ -102,7 +90,7 @@ BusDictionary hintsOf(const UserNotification& notification, unsigned options, co
     BusDictionary hints{{"desktop-entry", BusValue(desktopEntry)},
                         {"urgency", BusValue(urgencyOf(notification, options))},
                         {"transient", BusValue((options & PresentationOptions::list) == 0)}};
-    if ((options & PresentationOptions::sound) != 0 && payloadValue(notification, "sound") != nullptr)
+    if ((options & PresentationOptions::sound) != 0 && notification.hasSound)
         hints.emplace("sound-name", BusValue(std::string("message-new-instant")));
     else
         hints.emplace("suppress-sound", BusValue(true));

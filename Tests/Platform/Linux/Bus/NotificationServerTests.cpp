@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/Bus/SessionBus.h"
 #include "Platform/Linux/WorkerQueue.h"
+#include "Platform/Push/PushPayload.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
@@ -94,12 +95,13 @@ protected:
         fake.emplace(capabilities, tell);
         EXPECT_THAT(happened(1), ElementsAre("capabilities?"));
     }
-    void show(const Text& title, const Text& body = {}, const Values& aps = {}, unsigned bits = list | banner)
+    void show(const Text& title, const Text& body = {}, Values aps = {}, unsigned bits = list | banner)
     {
+        aps.emplace("alert", Values{{"title", title}, {"body", body}});
+        const auto notification = Push::readPushContents({{"aps", aps}}, {}).notification.value();
         const auto done = [this](bool isShown) { tell(isShown ? server.information()->name : "not shown"); };
-        mainQueue.async([=, this] {
-            server.show({title, body, {{"aps", aps}}, {}}, bits, done, [=, this] { tell("tap " + title); });
-        });
+        mainQueue.async(
+            [=, this] { server.show(notification, bits, done, [=, this] { tell("tap " + title); }); });
     }
     std::mutex mutex;
     std::condition_variable hasNews;
