@@ -15,9 +15,9 @@ using Platform::PropertyList;
 using FindingKind = ValidationFinding::Kind;
 
 /// Collects the findings of one key, if anyone wants them.
-class Findings {
+class FindingCollector {
 public:
-    Findings(std::vector<ValidationFinding>* sink, std::string_view key) : m_sink(sink), m_key(key) {}
+    FindingCollector(std::vector<ValidationFinding>* sink, std::string_view key) : m_sink(sink), m_key(key) {}
 
     [[nodiscard]] bool areWanted() const { return m_sink != nullptr; }
     void add(FindingKind kind, std::optional<std::size_t> index = std::nullopt)
@@ -68,7 +68,8 @@ std::optional<FindingKind> bundleIdFlaw(std::string_view entry)
     return std::nullopt;
 }
 
-std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pieces, Findings findings)
+std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pieces,
+                                         FindingCollector findings)
 {
     std::vector<std::string> kept;
     kept.reserve(pieces.size());
@@ -86,7 +87,7 @@ std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pi
     return kept;
 }
 
-std::vector<std::string> parseBundleIdList(const PropertyList& value, Findings findings)
+std::vector<std::string> parseBundleIdList(const PropertyList& value, FindingCollector findings)
 {
     if (const auto* text = value.text())
         return filterBundleIds(splitAtCommas(*text), findings);
@@ -107,7 +108,7 @@ std::vector<std::string> parseBundleIdList(const PropertyList& value, Findings f
     return pieces.size() == array->size() ? filterBundleIds(pieces, findings) : std::vector<std::string>();
 }
 
-std::optional<std::string> readScalarString(const PropertyList& value, Findings findings)
+std::optional<std::string> readScalarString(const PropertyList& value, FindingCollector findings)
 {
     if (const auto* text = value.text()) {
         const std::string_view kept = trimmed(*text);
@@ -130,7 +131,8 @@ std::optional<std::string> readScalarString(const PropertyList& value, Findings 
     return std::nullopt;
 }
 
-std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>& domain, Findings findings)
+std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>& domain,
+                                               FindingCollector findings)
 {
     constexpr std::string_view http = "http://";
     const std::string_view text = trimmed(domain ? std::string_view(*domain) : std::string_view());
@@ -150,7 +152,7 @@ std::optional<std::string> normalizeBaseDomain(const std::optional<std::string>&
     return isSecure ? std::string(text) : std::string(https).append(rest);
 }
 
-void read(const PropertyList& value, const ManagedKey& key, Findings findings,
+void read(const PropertyList& value, const ManagedKey& key, FindingCollector findings,
           std::optional<std::string>& text)
 {
     text = readScalarString(value, findings);
@@ -158,7 +160,8 @@ void read(const PropertyList& value, const ManagedKey& key, Findings findings,
         text = normalizeBaseDomain(text, findings);
 }
 
-void read(const PropertyList& value, const ManagedKey&, Findings findings, std::vector<std::string>& list)
+void read(const PropertyList& value, const ManagedKey&, FindingCollector findings,
+          std::vector<std::string>& list)
 {
     list = parseBundleIdList(value, findings);
 }

@@ -1,7 +1,7 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Tests/Fakes/ForeignLocale.h"
-#include "Tools/qvctl/FindingText.h"
+#include "Tools/qvctl/LintFindings.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/TimeText.h"
@@ -67,7 +67,7 @@ TEST(FindingTextTest, SuggestsKeysInEveryLocale)
 
 using Platform::PropertyLists::readPropertyList;
 
-bool isError(const Finding& finding)
+bool isError(const LintFinding& finding)
 {
     return finding.severity == Severity::error;
 }
@@ -76,7 +76,7 @@ bool isError(const Finding& finding)
 bool lintHasErrors(const std::string& policy)
 {
     const auto findings = findProblems(readPropertyList(policy), false);
-    return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
+    return std::any_of(findings.begin(), findings.end(), [](const LintFinding& finding) {
         return isError(finding) && !finding.problem.starts_with("cannot be used");
     });
 }
@@ -205,10 +205,9 @@ TEST(LintTest, NamesWhatKeepsRequestsFromBeingSentAndWhatIsNoPolicy)
     for (const Case& row : cases) {
         const auto findings = findProblems(readPropertyList(row.policy), false);
         ASSERT_FALSE(findings.empty()) << row.policy;
-        const auto worst =
-            std::min_element(findings.begin(), findings.end(), [](const Finding& left, const Finding& right) {
-                return left.severity < right.severity;
-            });
+        const auto worst = std::min_element(
+            findings.begin(), findings.end(),
+            [](const LintFinding& left, const LintFinding& right) { return left.severity < right.severity; });
         EXPECT_EQ(severityName(worst->severity), row.severity) << row.policy;
         EXPECT_EQ(worst->key, row.key) << row.policy;
         EXPECT_THAT(worst->problem, testing::HasSubstr(row.problem)) << row.policy;

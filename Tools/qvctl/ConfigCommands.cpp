@@ -1,7 +1,7 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/DevicePolicy.h"
-#include "Tools/qvctl/FindingOutput.h"
+#include "Tools/qvctl/LintOutput.h"
 #include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
@@ -49,12 +49,12 @@ std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Cor
 
 /// Why a key has the effective value it has.
 std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList::Dictionary& managed,
-                                 const std::vector<Finding>& findings)
+                                 const std::vector<LintFinding>& findings)
 {
     if (managed.find(key.name) == managed.end())
         return {"the key is missing"};
     std::vector<std::string> texts;
-    for (const Finding& finding : findings) {
+    for (const LintFinding& finding : findings) {
         if (finding.key == key.name)
             texts.push_back(fmt::format("{} {}; {}", subjectOf(finding), finding.problem, finding.effect));
     }
@@ -98,7 +98,7 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
     if (reading.state != PolicyFileReading::State::good)
         return failUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
-    const std::vector<Finding> findings = findProblems(reading.document, options.isRevealing);
+    const std::vector<LintFinding> findings = findProblems(reading.document, options.isRevealing);
     const auto config = maskedConfig(Core::validateManagedConfiguration(managed), options.isRevealing);
     json::object keys;
     for (const Core::ManagedKey& key : Core::managedKeys()) {

@@ -26,7 +26,7 @@ Tone toneOf(Verdict verdict)
 }
 
 /// At once: a check of the network may take its time.
-void printCheck(const Check& check)
+void printCheck(const CheckResult& check)
 {
     const bool isFaint = check.verdict == Verdict::skipped;
     const auto verdict = fmt::format("{:<9}", verdictName(check.verdict));
@@ -39,12 +39,11 @@ void printCheck(const Check& check)
     flushOutput();
 }
 
-void printSummary(const Findings& findings)
+void printSummary(const CheckReport& report)
 {
-    print("\n{} ok, {} with a warning, {} failed, {} skipped.\n", findings.count(Verdict::ok),
-          findings.count(Verdict::warning), findings.count(Verdict::failed),
-          findings.count(Verdict::skipped));
-    if (const Check* first = findings.firstFailure())
+    print("\n{} ok, {} with a warning, {} failed, {} skipped.\n", report.count(Verdict::ok),
+          report.count(Verdict::warning), report.count(Verdict::failed), report.count(Verdict::skipped));
+    if (const CheckResult* first = report.firstFailure())
         print("Begin with {}.\n", toned(Tone::bad, first->identifier));
 }
 
@@ -53,16 +52,16 @@ json::value optionalText(const std::string& text)
     return text.empty() ? json::value() : json::value(text);
 }
 
-json::object asJSON(const Findings& findings)
+json::object asJSON(const CheckReport& report)
 {
     json::array checks;
-    for (const Check& check : findings.checks())
+    for (const CheckResult& check : report.checks())
         checks.push_back({{"identifier", check.identifier},
                           {"verdict", verdictName(check.verdict)},
                           {"found", check.found},
                           {"mend", optionalText(check.mend)},
                           {"cause", optionalText(check.cause)}});
-    const Check* first = findings.firstFailure();
+    const CheckResult* first = report.firstFailure();
     return {{"isHealthy", first == nullptr},
             {"firstFailure", first != nullptr ? json::value(first->identifier) : json::value()},
             {"checks", std::move(checks)}};
@@ -83,7 +82,7 @@ std::string timeText(Platform::Date date)
 
 ExitCode doctor(const Options& options, const DoctorOptions& limits)
 {
-    Examination examination{options, limits, Findings([&](const Check& check) {
+    Examination examination{options, limits, CheckReport([&](const CheckResult& check) {
                                 if (!options.isJSON)
                                     printCheck(check);
                             })};
@@ -91,10 +90,10 @@ ExitCode doctor(const Options& options, const DoctorOptions& limits)
          {examinePolicy, examineState, examineSuite, examineNotifications, examineBackend, examineUpload})
         examine(examination);
     if (options.isJSON)
-        printJSON(asJSON(examination.findings));
+        printJSON(asJSON(examination.report));
     else
-        printSummary(examination.findings);
-    return examination.findings.firstFailure() == nullptr ? success : checkFailed;
+        printSummary(examination.report);
+    return examination.report.firstFailure() == nullptr ? success : checkFailed;
 }
 
 } // namespace Qvctl

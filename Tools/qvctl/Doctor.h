@@ -6,8 +6,8 @@
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Push/PushServiceState.h"
+#include "Tools/qvctl/CheckReport.h"
 #include "Tools/qvctl/Commands.h"
-#include "Tools/qvctl/Findings.h"
 #include "Tools/qvctl/InspectedStore.h"
 
 #include <optional>
@@ -20,7 +20,7 @@ namespace Qvctl {
 struct Examination {
     const Options& options;
     const DoctorOptions& limits;
-    Findings findings;
+    CheckReport report;
     /// Absent without a home folder.
     std::optional<Platform::Linux::DevicePaths> paths = {};
     /// What the policy file says, validated; absent unless it is good.

@@ -57,51 +57,50 @@ struct Way {
     }
 };
 
-void checkProxy(Findings& findings, const Way& way)
+void checkProxy(CheckReport& report, const Way& way)
 {
     if (!way.proxy) {
-        findings.ok("backend.proxy", "The way to the backend is direct.");
+        report.ok("backend.proxy", "The way to the backend is direct.");
         return;
     }
     const std::string& variable = way.proxy->variable;
     const std::string subject = fmt::format("The proxy {} of {}", printable(way.proxy->endpoint()), variable);
     const std::string fix = fmt::format("Check {}, or name the backend in no_proxy.", variable);
     if (!way.proxy->problem.empty())
-        findings.failed("backend.proxy", way.proxy->problem + ".",
-                        "Write it as http://HOST:PORT, or unset it.");
+        report.failed("backend.proxy", way.proxy->problem + ".",
+                      "Write it as http://HOST:PORT, or unset it.");
     else if (way.isFailed("lookUp"))
-        findings.failed("backend.proxy", fmt::format("{} has no address: {}.", subject, way.found.reason),
-                        fix);
+        report.failed("backend.proxy", fmt::format("{} has no address: {}.", subject, way.found.reason), fix);
     else if (way.isFailed("connect"))
-        findings.failed("backend.proxy", fmt::format("{} {}.", subject, way.connectFailure()), fix);
+        report.failed("backend.proxy", fmt::format("{} {}.", subject, way.connectFailure()), fix);
     else
-        findings.ok("backend.proxy", subject + " takes connections.");
+        report.ok("backend.proxy", subject + " takes connections.");
 }
 
-void checkHost(Findings& findings, const Way& way)
+void checkHost(CheckReport& report, const Way& way)
 {
     if (way.proxy)
-        findings.skipped("backend.host", "The proxy looks the host up.");
+        report.skipped("backend.host", "The proxy looks the host up.");
     else if (way.isFailed("lookUp"))
-        findings.failed("backend.host",
-                        fmt::format("The host {} has no address: {}.", way.host(), way.found.reason),
-                        "Check the name in base_domain, the network and the name servers.");
+        report.failed("backend.host",
+                      fmt::format("The host {} has no address: {}.", way.host(), way.found.reason),
+                      "Check the name in base_domain, the network and the name servers.");
     else
-        findings.ok("backend.host",
-                    fmt::format("{} has the address {}.", way.host(), fmt::join(way.found.addresses, ", ")));
+        report.ok("backend.host",
+                  fmt::format("{} has the address {}.", way.host(), fmt::join(way.found.addresses, ", ")));
 }
 
-void checkTunnel(Findings& findings, const Way& way)
+void checkTunnel(CheckReport& report, const Way& way)
 {
     if (way.isFailed("tunnel"))
-        findings.failed("backend.connect", fmt::format("The proxy {}.", way.found.reason),
-                        fmt::format("Check the log of the proxy, {} and the rights of this device there.",
-                                    way.proxy->variable));
+        report.failed("backend.connect", fmt::format("The proxy {}.", way.found.reason),
+                      fmt::format("Check the log of the proxy, {} and the rights of this device there.",
+                                  way.proxy->variable));
     else
-        findings.ok("backend.connect", fmt::format("The proxy makes a way to {}.", way.endpoint()));
+        report.ok("backend.connect", fmt::format("The proxy makes a way to {}.", way.endpoint()));
 }
 
-void checkConnection(Findings& findings, const Way& way)
+void checkConnection(CheckReport& report, const Way& way)
 {
     constexpr const char* fix =
         "Check the port, that the backend runs there, and that no firewall is in the way.";
@@ -112,52 +111,51 @@ void checkConnection(Findings& findings, const Way& way)
     const bool isWithoutRoute = error == ENETUNREACH || error == EADDRNOTAVAIL || error == EAFNOSUPPORT;
     const std::string found = fmt::format("{} takes connections at {}", way.endpoint(), way.found.address);
     if (way.proxy)
-        checkTunnel(findings, way);
+        checkTunnel(report, way);
     else if (way.isFailed("connect"))
-        findings.failed("backend.connect", fmt::format("{} {}.", way.endpoint(), way.connectFailure()), fix);
+        report.failed("backend.connect", fmt::format("{} {}.", way.endpoint(), way.connectFailure()), fix);
     else if (!others.empty() && !isWithoutRoute)
-        findings.warning("backend.connect",
-                         fmt::format("{}, but not everywhere ({}: {}).", found, fmt::join(others, ", "),
-                                     error != 0 ? Platform::errorText(error) : "no quick answer"),
-                         fix);
+        report.warning("backend.connect",
+                       fmt::format("{}, but not everywhere ({}: {}).", found, fmt::join(others, ", "),
+                                   error != 0 ? Platform::errorText(error) : "no quick answer"),
+                       fix);
     else
-        findings.ok("backend.connect", found + ".");
+        report.ok("backend.connect", found + ".");
 }
 
-void checkHandshake(Findings& findings, const Way& way)
+void checkHandshake(CheckReport& report, const Way& way)
 {
     if (way.isFailed("handshake"))
-        findings.failed("backend.tls", fmt::format("{} {}.", way.endpoint(), way.found.reason),
-                        "Check that this is the port of the backend for https, and that it speaks TLS 1.2 "
-                        "or later.");
+        report.failed("backend.tls", fmt::format("{} {}.", way.endpoint(), way.found.reason),
+                      "Check that this is the port of the backend for https, and that it speaks TLS 1.2 "
+                      "or later.");
     else
-        findings.ok("backend.tls", fmt::format("{} speaks {}.", way.endpoint(), way.found.protocol));
+        report.ok("backend.tls", fmt::format("{} speaks {}.", way.endpoint(), way.found.protocol));
 }
 
-void checkChain(Findings& findings, const Way& way)
+void checkChain(CheckReport& report, const Way& way)
 {
     if (!way.found.chainProblem.empty())
-        findings.failed("backend.certificate",
-                        fmt::format("{} {}.", way.certificate(), way.found.chainProblem),
-                        "Have the server send its whole chain from an authority that devices trust, or add "
-                        "the authority to this device (update-ca-certificates).");
+        report.failed("backend.certificate", fmt::format("{} {}.", way.certificate(), way.found.chainProblem),
+                      "Have the server send its whole chain from an authority that devices trust, or add "
+                      "the authority to this device (update-ca-certificates).");
     else
-        findings.ok("backend.certificate", way.certificate() + " is trusted.");
+        report.ok("backend.certificate", way.certificate() + " is trusted.");
 }
 
-void checkName(Findings& findings, const Way& way)
+void checkName(CheckReport& report, const Way& way)
 {
     const std::string names =
         way.found.names.empty() ? way.found.subject : fmt::format("{}", fmt::join(way.found.names, ", "));
     if (way.found.isForOtherHost)
-        findings.failed("backend.name",
-                        fmt::format("{} is for {}, not for {}.", way.certificate(), names, way.host()),
-                        "Check the host in base_domain, or have the certificate issued for it.");
+        report.failed("backend.name",
+                      fmt::format("{} is for {}, not for {}.", way.certificate(), names, way.host()),
+                      "Check the host in base_domain, or have the certificate issued for it.");
     else
-        findings.ok("backend.name", fmt::format("The certificate is for {}.", names));
+        report.ok("backend.name", fmt::format("The certificate is for {}.", names));
 }
 
-void checkDates(Findings& findings, const Way& way)
+void checkDates(CheckReport& report, const Way& way)
 {
     using Platform::Date;
     const auto date = [](std::int64_t secondsSince1970) {
@@ -179,24 +177,24 @@ void checkDates(Findings& findings, const Way& way)
     else if (daysTo(date(way.found.notAfter)) < 0)
         problem = fmt::format("{} expired on {}", way.certificate(), timeText(date(way.found.notAfter)));
     if (!problem.empty())
-        findings.failed("backend.dates", fmt::format("{}; it is {} now.", problem, timeText(now)),
-                        "Renew it on the backend, or put the clock of this device right.");
+        report.failed("backend.dates", fmt::format("{}; it is {} now.", problem, timeText(now)),
+                      "Renew it on the backend, or put the clock of this device right.");
     else if (daysTo(end) < renewalTime.count())
-        findings.warning("backend.dates",
-                         fmt::format("The certificate, or one that it depends on, expires in {:.0f} days, "
-                                     "on {}.",
-                                     daysTo(end), timeText(end)),
-                         "Renew it on the backend.");
+        report.warning("backend.dates",
+                       fmt::format("The certificate, or one that it depends on, expires in {:.0f} days, "
+                                   "on {}.",
+                                   daysTo(end), timeText(end)),
+                       "Renew it on the backend.");
     else
-        findings.ok("backend.dates",
-                    fmt::format("The certificate is valid from {} to {}.", timeText(begin), timeText(end)));
+        report.ok("backend.dates",
+                  fmt::format("The certificate is valid from {} to {}.", timeText(begin), timeText(end)));
 }
 
 /// A check that needs the network, and those that it waits for.
 struct NetworkCheck {
     std::string_view identifier;
     std::array<std::string_view, 2> needed;
-    void (*make)(Findings& findings, const Way& way);
+    void (*make)(CheckReport& report, const Way& way);
 };
 
 /// In the order of the chain.
@@ -221,41 +219,40 @@ std::optional<std::string> baseDomain(const Examination& examination)
 std::optional<SecureURL> checkAddress(Examination& examination)
 {
     constexpr const char* mend = "Set base_domain to the host of the backend, such as mdm.example.com.";
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const auto domain = baseDomain(examination);
     if (!examination.policy && !examination.snapshot) {
-        if (!findings.isPrevented("backend.address", {"policy.file", "policy.permissions", "policy.syntax"}))
-            findings.skipped("backend.address", "No configuration names a backend.");
+        if (!report.isPrevented("backend.address", {"policy.file", "policy.permissions", "policy.syntax"}))
+            report.skipped("backend.address", "No configuration names a backend.");
         return std::nullopt;
     }
     const char* source = examination.policy ? "The policy" : "The stored snapshot";
     if (!domain) {
-        if (!findings.isPrevented("backend.address", {"policy.values"}, "No backend is named"))
-            findings.warning("backend.address", fmt::format("{} names no backend.", source), mend);
+        if (!report.isPrevented("backend.address", {"policy.values"}, "No backend is named"))
+            report.warning("backend.address", fmt::format("{} names no backend.", source), mend);
         return std::nullopt;
     }
     const CheckedAddress address = checkBackendAddress(*domain);
     if (!address.target) {
-        findings.failed(
+        report.failed(
             "backend.address",
             fmt::format("{} has a base_domain that the app cannot use: {}.", source, address.refusal), mend);
         return std::nullopt;
     }
-    findings.ok("backend.address",
-                fmt::format("{} names {}.", source, printable(address.target->endpoint())));
+    report.ok("backend.address", fmt::format("{} names {}.", source, printable(address.target->endpoint())));
     return address.target;
 }
 
-void checkTrust(Findings& findings, const ProbeResult& found)
+void checkTrust(CheckReport& report, const ProbeResult& found)
 {
     if (found.trustProblem.empty())
-        findings.ok("backend.trust", fmt::format("The authorities to trust are in {}.", found.trustedFile));
+        report.ok("backend.trust", fmt::format("The authorities to trust are in {}.", found.trustedFile));
     else
-        findings.failed("backend.trust",
-                        fmt::format("The authorities to trust cannot be read from {}: {}.", found.trustedFile,
-                                    found.trustProblem),
-                        std::getenv("SSL_CERT_FILE") != nullptr ? "Check SSL_CERT_FILE, or unset it."
-                                                                : "Install the package ca-certificates.");
+        report.failed("backend.trust",
+                      fmt::format("The authorities to trust cannot be read from {}: {}.", found.trustedFile,
+                                  found.trustProblem),
+                      std::getenv("SSL_CERT_FILE") != nullptr ? "Check SSL_CERT_FILE, or unset it."
+                                                              : "Install the package ca-certificates.");
 }
 
 /// Runs the helper, which connects if there are arguments. Throws `std::runtime_error`, which names the
@@ -283,7 +280,7 @@ ProbeResult runHelper(const std::vector<std::string>& arguments, std::chrono::mi
 
 void examineBackend(Examination& examination)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const auto timeout = examination.limits.timeout;
     const auto server = checkAddress(examination);
     std::optional<Way> way;
@@ -297,24 +294,24 @@ void examineBackend(Examination& examination)
     std::string_view missing;
     try {
         const ProbeResult found = runHelper(arguments, timeout);
-        checkTrust(findings, found);
+        checkTrust(report, found);
         if (way)
             way->found = found;
     } catch (const std::exception& error) {
-        findings.failed("backend.trust", fmt::format("The backend cannot be examined: {}.", error.what()),
-                        "Install the package qvctl again.");
+        report.failed("backend.trust", fmt::format("The backend cannot be examined: {}.", error.what()),
+                      "Install the package qvctl again.");
         if (way)
             missing = "backend.trust";
     }
     for (const NetworkCheck& check : networkChecks) {
-        if (findings.isPrevented(check.identifier,
-                                 {"backend.address", missing, check.needed[0], check.needed[1]}))
+        if (report.isPrevented(check.identifier,
+                               {"backend.address", missing, check.needed[0], check.needed[1]}))
             continue;
         if (way)
-            check.make(findings, *way);
+            check.make(report, *way);
         else
-            findings.skipped(check.identifier,
-                             server ? "The network is left alone (--offline)." : "No backend is named.");
+            report.skipped(check.identifier,
+                           server ? "The network is left alone (--offline)." : "No backend is named.");
     }
 }
 

@@ -28,38 +28,36 @@ constexpr std::string_view serverName = "org.freedesktop.Notifications";
 
 void checkPermission(Examination& examination, InspectedStore& shell)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const AuthorizationStatus status = ShellState(shell.values).authorizationStatus();
     if (!shell.problem().empty())
-        findings.failed("notifications.permission", shell.problem() + ".",
-                        "Restart the app: it moves a damaged store aside, and the user decides again.");
+        report.failed("notifications.permission", shell.problem() + ".",
+                      "Restart the app: it moves a damaged store aside, and the user decides again.");
     else if (status == AuthorizationStatus::denied)
-        findings.failed(
-            "notifications.permission", "The user does not allow notifications.",
-            "The user can allow them in the settings that the app opens; for tests: qvctl privacy "
-            "grant notifications");
+        report.failed("notifications.permission", "The user does not allow notifications.",
+                      "The user can allow them in the settings that the app opens; for tests: qvctl privacy "
+                      "grant notifications");
     else if (status != AuthorizationStatus::notDetermined)
-        findings.ok("notifications.permission", "The user allows notifications.");
-    else if (!findings.isPrevented("notifications.permission", {"app.running"},
-                                   "The user has not been asked yet"))
-        findings.failed("notifications.permission", "The user has not been asked yet.",
-                        "Open the window of the app, get started and answer the question.");
+        report.ok("notifications.permission", "The user allows notifications.");
+    else if (!report.isPrevented("notifications.permission", {"app.running"},
+                                 "The user has not been asked yet"))
+        report.failed("notifications.permission", "The user has not been asked yet.",
+                      "Open the window of the app, get started and answer the question.");
 }
 
-void checkServer(Findings& findings, const std::optional<SessionBusNames>& names)
+void checkServer(CheckReport& report, const std::optional<SessionBusNames>& names)
 {
-    if (findings.isPrevented("notifications.server", {"bus.session"}))
+    if (report.isPrevented("notifications.server", {"bus.session"}))
         return;
     if (names->running.count(serverName) != 0)
-        findings.ok("notifications.server", "A notification server runs.");
+        report.ok("notifications.server", "A notification server runs.");
     else if (names->startable.count(serverName) != 0)
-        findings.ok("notifications.server", "The session bus can start a notification server.");
+        report.ok("notifications.server", "The session bus can start a notification server.");
     else
-        findings.failed(
-            "notifications.server",
-            fmt::format("Nobody shows notifications on this desktop: {} has no owner.", serverName),
-            "Install and start a notification server; the app alone can show banners only in its "
-            "own window.");
+        report.failed("notifications.server",
+                      fmt::format("Nobody shows notifications on this desktop: {} has no owner.", serverName),
+                      "Install and start a notification server; the app alone can show banners only in its "
+                      "own window.");
 }
 
 /// Why the last registration failed, as the end of a sentence; empty when it did not.
@@ -93,12 +91,11 @@ void checkLocalService(Examination& examination)
     const std::string socket = examination.paths->pushSocket.string();
     const auto& failure = examination.pushService->failure;
     if (failure && failure->code == static_cast<std::int64_t>(PushRegistrationErrorCode::noDistributor))
-        examination.findings.failed(
-            "push.distributor", fmt::format("The app takes no pushes at {}.", socket),
-            "Fix what the log says about the socket, then restart the app: qvctl log");
+        examination.report.failed("push.distributor", fmt::format("The app takes no pushes at {}.", socket),
+                                  "Fix what the log says about the socket, then restart the app: qvctl log");
     else
-        examination.findings.ok("push.distributor",
-                                fmt::format("None is needed: the app takes pushes at {}.", socket));
+        examination.report.ok("push.distributor",
+                              fmt::format("None is needed: the app takes pushes at {}.", socket));
 }
 
 std::vector<std::string> distributorsAmong(const SessionBusNames& names)
@@ -124,33 +121,33 @@ std::string chosenDistributor()
 
 void reportNoDistributor(Examination& examination)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     constexpr const char* found = "There is no push distributor on the session bus";
-    if (findings.isPrevented("push.distributor", {"state.folder"}, found))
+    if (report.isPrevented("push.distributor", {"state.folder"}, found))
         return;
     if (examination.application && !examination.pushService)
-        findings.skipped("push.distributor",
-                         fmt::format("{}. This version of the app has not recorded whether it needs one; "
-                                     "restart it if it is old.",
-                                     found));
+        report.skipped("push.distributor",
+                       fmt::format("{}. This version of the app has not recorded whether it needs one; "
+                                   "restart it if it is old.",
+                                   found));
     else
-        findings.failed("push.distributor", fmt::format("{}.", found),
-                        "Install a UnifiedPush distributor and start it, or run the app with --push local "
-                        "for tests.");
+        report.failed("push.distributor", fmt::format("{}.", found),
+                      "Install a UnifiedPush distributor and start it, or run the app with --push local "
+                      "for tests.");
 }
 
 void checkDistributor(Examination& examination, const std::optional<SessionBusNames>& names)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     if (runsWith(examination, PushServiceKind::local)) {
         checkLocalService(examination);
         return;
     }
-    if (findings.isPrevented("push.distributor", {"bus.session"}))
+    if (report.isPrevented("push.distributor", {"bus.session"}))
         return;
     if (runsWith(examination, PushServiceKind::unavailable)) {
-        findings.failed("push.distributor", "The app has no access to the session bus.",
-                        "Restart the app in the desktop session of its user.");
+        report.failed("push.distributor", "The app has no access to the session bus.",
+                      "Restart the app in the desktop session of its user.");
         return;
     }
     const auto distributors = distributorsAmong(*names);
@@ -158,13 +155,13 @@ void checkDistributor(Examination& examination, const std::optional<SessionBusNa
     if (distributors.empty())
         reportNoDistributor(examination);
     else if (!chosen.empty() && !names->isThere(chosen))
-        findings.failed("push.distributor",
-                        fmt::format("{}, which UNIFIEDPUSH_DISTRIBUTOR names, is not on the session bus, and "
-                                    "the app takes no other; there is {}.",
-                                    chosen, fmt::join(distributors, ", ")),
-                        "Start it, or name another one.");
+        report.failed("push.distributor",
+                      fmt::format("{}, which UNIFIEDPUSH_DISTRIBUTOR names, is not on the session bus, and "
+                                  "the app takes no other; there is {}.",
+                                  chosen, fmt::join(distributors, ", ")),
+                      "Start it, or name another one.");
     else
-        findings.ok("push.distributor", fmt::format("There is {}.", fmt::join(distributors, ", ")));
+        report.ok("push.distributor", fmt::format("There is {}.", fmt::join(distributors, ", ")));
 }
 
 /// What is wrong with a registration that brought a token, as the end of a sentence, and the fix.
@@ -196,22 +193,21 @@ void reportNoToken(Examination& examination)
 {
     const std::string failure = failureText(examination);
     const std::string found = "There is no device token" + (failure.empty() ? "" : ": " + failure);
-    if (!examination.findings.isPrevented(
+    if (!examination.report.isPrevented(
             "push.registration", {"notifications.permission", "app.running", "push.distributor"}, found))
-        examination.findings.failed(
-            "push.registration", found + ".",
-            "Restart the app, not with --push off; its log has the details: qvctl log");
+        examination.report.failed("push.registration", found + ".",
+                                  "Restart the app, not with --push off; its log has the details: qvctl log");
 }
 
 void checkRegistration(Examination& examination, const InspectedStore& shell,
                        const std::optional<SessionBusNames>& names)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     InspectedStore standard(examination.paths->standardDefaults());
     const auto token = standard.values.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken);
     if (!standard.problem().empty()) {
-        findings.failed("push.registration", standard.problem() + ".",
-                        "Restart the app: it moves a damaged store aside and registers again.");
+        report.failed("push.registration", standard.problem() + ".",
+                      "Restart the app: it moves a damaged store aside and registers again.");
         return;
     }
     if (!token || token->empty()) {
@@ -232,20 +228,20 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
         found += ", by " + distributor;
     const auto problem = registrationProblem(examination, names, distributor, replaced);
     if (!problem)
-        findings.ok("push.registration", found + ".");
-    else if (!findings.isPrevented("push.registration", {"push.distributor"}, found))
-        findings.warning("push.registration", found + problem->found + ".", problem->fix);
+        report.ok("push.registration", found + ".");
+    else if (!report.isPrevented("push.registration", {"push.distributor"}, found))
+        report.warning("push.registration", found + problem->found + ".", problem->fix);
 }
 
-std::optional<SessionBusNames> askBus(Findings& findings, std::chrono::milliseconds timeout)
+std::optional<SessionBusNames> askBus(CheckReport& report, std::chrono::milliseconds timeout)
 {
     try {
         auto names = SessionBusNames::ask(timeout);
-        findings.ok("bus.session", "The session bus answers.");
+        report.ok("bus.session", "The session bus answers.");
         return names;
     } catch (const SessionBusError& error) {
-        findings.failed("bus.session", fmt::format("The session bus cannot be asked: {}.", error.what()),
-                        "Run this in the desktop session of the app's user.");
+        report.failed("bus.session", fmt::format("The session bus cannot be asked: {}.", error.what()),
+                      "Run this in the desktop session of the app's user.");
         return std::nullopt;
     }
 }
@@ -254,16 +250,16 @@ std::optional<SessionBusNames> askBus(Findings& findings, std::chrono::milliseco
 
 void examineNotifications(Examination& examination)
 {
-    Findings& findings = examination.findings;
-    const auto names = askBus(findings, examination.limits.timeout);
+    CheckReport& report = examination.report;
+    const auto names = askBus(report, examination.limits.timeout);
     std::optional<InspectedStore> shell;
-    if (!findings.isPrevented("notifications.permission", {"state.folder"})) {
+    if (!report.isPrevented("notifications.permission", {"state.folder"})) {
         checkPermission(examination, shell.emplace(examination.paths->shellState()));
         examination.pushService = PushServiceState::stored(shell->values);
     }
-    checkServer(findings, names);
+    checkServer(report, names);
     checkDistributor(examination, names);
-    if (!findings.isPrevented("push.registration", {"state.folder"}))
+    if (!report.isPrevented("push.registration", {"state.folder"}))
         checkRegistration(examination, *shell, names);
 }
 

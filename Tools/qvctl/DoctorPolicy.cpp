@@ -9,7 +9,7 @@
 #include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/Doctor.h"
-#include "Tools/qvctl/FindingText.h"
+#include "Tools/qvctl/LintFindings.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/SecondProcess.h"
 
@@ -46,12 +46,12 @@ std::string refusalOf(const PolicyFileReading& reading)
                             : fmt::format("{} {}.", reading.path.string(), reading.reason);
 }
 
-void checkPermissions(Findings& findings, const PolicyFileReading& reading,
+void checkPermissions(CheckReport& report, const PolicyFileReading& reading,
                       const std::vector<PolicyFileReading>& passedOver)
 {
     if (passedOver.empty()) {
-        findings.ok("policy.permissions",
-                    fmt::format("Only root and this user can change {}.", reading.path.string()));
+        report.ok("policy.permissions",
+                  fmt::format("Only root and this user can change {}.", reading.path.string()));
         return;
     }
     // The reason is about the file unless it names a folder, and ends with the mend.
@@ -65,21 +65,21 @@ void checkPermissions(Findings& findings, const PolicyFileReading& reading,
     const std::string mend =
         colon < untrusted.reason.size() ? sentence(untrusted.reason.substr(colon + 2)) : "";
     if (reading.state == PolicyFileReading::State::missing)
-        findings.failed("policy.permissions", found, mend);
+        report.failed("policy.permissions", found, mend);
     else
-        findings.warning("policy.permissions",
-                         fmt::format("{} It takes {} instead.", found, reading.path.string()), mend);
+        report.warning("policy.permissions",
+                       fmt::format("{} It takes {} instead.", found, reading.path.string()), mend);
 }
 
-void checkValues(Findings& findings, const PolicyFileReading& reading)
+void checkValues(CheckReport& report, const PolicyFileReading& reading)
 {
-    const std::vector<Finding> all = findProblems(reading.document, false);
+    const std::vector<LintFinding> all = findProblems(reading.document, false);
     const auto worst =
-        std::min_element(all.begin(), all.end(), [](const Finding& left, const Finding& right) {
+        std::min_element(all.begin(), all.end(), [](const LintFinding& left, const LintFinding& right) {
             return left.severity < right.severity;
         });
     if (worst == all.end()) {
-        findings.ok("policy.values", "Every value is taken as it is written.");
+        report.ok("policy.values", "Every value is taken as it is written.");
         return;
     }
     const std::string place = worst->position ? fmt::format("Line {}: ", worst->position->line) : "";
@@ -90,11 +90,11 @@ void checkValues(Findings& findings, const PolicyFileReading& reading)
     const std::string lint = fmt::format("See qvctl config lint {}", reading.path.string());
     const std::string mend = worst->mend.empty() ? lint : sentence(worst->mend) + " " + lint;
     if (worst->severity == Severity::error)
-        findings.failed("policy.values", found, mend);
+        report.failed("policy.values", found, mend);
     else if (worst->severity == Severity::warning)
-        findings.warning("policy.values", found, mend);
+        report.warning("policy.values", found, mend);
     else
-        findings.ok("policy.values", found);
+        report.ok("policy.values", found);
 }
 
 /// What the folder of the state is, in a sentence, if it is none that the application can work in.
@@ -140,13 +140,12 @@ std::filesystem::path obstacle(std::filesystem::path path)
 /// Whether there is a folder to look into.
 bool checkStateFolder(Examination& examination)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     try {
         examination.paths = DevicePaths::fromEnvironment(examination.options.managedConfiguration);
     } catch (const std::runtime_error&) {
-        findings.failed("state.folder",
-                        "This user has no home folder, so the app has no place for its state.",
-                        "Set HOME or XDG_DATA_HOME to an absolute path.");
+        report.failed("state.folder", "This user has no home folder, so the app has no place for its state.",
+                      "Set HOME or XDG_DATA_HOME to an absolute path.");
         return false;
     }
     const auto& folder = examination.paths->stateFolder;
@@ -154,26 +153,26 @@ bool checkStateFolder(Examination& examination)
     if (::stat(folder.c_str(), &status) != 0) {
         const int error = errno;
         if (error == ENOENT)
-            findings.skipped(
+            report.skipped(
                 "state.folder",
                 fmt::format("{} is not there; the first start of the app makes it.", folder.string()));
         else
-            findings.failed("state.folder",
-                            fmt::format("{} cannot be reached beyond {}: {}.", folder.string(),
-                                        obstacle(folder).string(), Platform::errorText(error)),
-                            "Run this as the user of the app, or put the folders above it right.");
+            report.failed("state.folder",
+                          fmt::format("{} cannot be reached beyond {}: {}.", folder.string(),
+                                      obstacle(folder).string(), Platform::errorText(error)),
+                          "Run this as the user of the app, or put the folders above it right.");
         return false;
     }
     if (const auto problem = folderProblem(folder, status)) {
-        findings.failed("state.folder", problem->found, problem->mend);
+        report.failed("state.folder", problem->found, problem->mend);
         return false;
     }
     if (const unsigned mode = status.st_mode & 07777U; (mode & (S_IRWXG | S_IRWXO)) != 0)
-        findings.warning("state.folder",
-                         fmt::format("{} is open to other users (mode {:04o}).", folder.string(), mode),
-                         fmt::format("Close it: chmod 700 {}", folder.string()));
+        report.warning("state.folder",
+                       fmt::format("{} is open to other users (mode {:04o}).", folder.string(), mode),
+                       fmt::format("Close it: chmod 700 {}", folder.string()));
     else
-        findings.ok("state.folder", fmt::format("{} is there and this user's alone.", folder.string()));
+        report.ok("state.folder", fmt::format("{} is there and this user's alone.", folder.string()));
     return true;
 }
 
@@ -193,44 +192,44 @@ std::string lastLine(std::string text)
     return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
 }
 
-void reportMissingSnapshot(Findings& findings, bool isRunning)
+void reportMissingSnapshot(CheckReport& report, bool isRunning)
 {
-    if (findings.isPrevented("suite.readable",
-                             {"policy.file", "policy.permissions", "policy.syntax", "app.running"},
-                             "No snapshot is stored yet"))
+    if (report.isPrevented("suite.readable",
+                           {"policy.file", "policy.permissions", "policy.syntax", "app.running"},
+                           "No snapshot is stored yet"))
         return;
-    findings.failed("suite.readable",
-                    isRunning ? "The app runs and has stored no snapshot." : "No snapshot is stored.",
-                    "Restart the app; its log says what keeps it from storing one.");
+    report.failed("suite.readable",
+                  isRunning ? "The app runs and has stored no snapshot." : "No snapshot is stored.",
+                  "Restart the app; its log says what keeps it from storing one.");
 }
 
 void checkSuite(Examination& examination)
 {
     constexpr const char* mend = "Restart the app: it moves a damaged store aside and begins a new one.";
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const auto file = examination.paths->suite(Core::Constants::appGroupSuiteName);
     const ProcessOutcome outcome = readSuiteElsewhere(examination);
     if (!outcome.hasEnded) {
-        findings.failed("suite.readable",
-                        fmt::format("Another process has not read {} within {}.", file.string(),
-                                    durationText(examination.limits.timeout)),
-                        "See which process holds it: fuser -v " + file.string());
+        report.failed("suite.readable",
+                      fmt::format("Another process has not read {} within {}.", file.string(),
+                                  durationText(examination.limits.timeout)),
+                      "See which process holds it: fuser -v " + file.string());
         return;
     }
     InspectedStore suite(file);
     const auto bytes = suite.values.data(Core::Constants::SnapshotKeys::configSnapshot);
     if (outcome.exitCode == success && bytes) {
         const auto& snapshot = examination.snapshot.emplace(Core::ConfigurationSnapshot::decode(*bytes));
-        findings.ok("suite.readable", fmt::format("Another process reads version {}, applied {}.",
-                                                  snapshot.configVersion, timeText(snapshot.lastUpdated)));
+        report.ok("suite.readable", fmt::format("Another process reads version {}, applied {}.",
+                                                snapshot.configVersion, timeText(snapshot.lastUpdated)));
     } else if (!suite.problem().empty()) {
-        findings.failed("suite.readable", suite.problem() + ".", mend);
+        report.failed("suite.readable", suite.problem() + ".", mend);
     } else if (outcome.exitCode == noInput) {
-        reportMissingSnapshot(findings, examination.application.has_value());
+        reportMissingSnapshot(report, examination.application.has_value());
     } else {
-        findings.failed("suite.readable",
-                        fmt::format("Another process cannot read it: {}", lastLine(outcome.output) + "."),
-                        "Restart the app: it stores a new snapshot.");
+        report.failed("suite.readable",
+                      fmt::format("Another process cannot read it: {}", lastLine(outcome.output) + "."),
+                      "Restart the app: it stores a new snapshot.");
     }
 }
 
@@ -249,93 +248,93 @@ std::string differences(const Core::ConfigurationSnapshot& snapshot, const Core:
 
 void checkCurrency(Examination& examination)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const bool isPolicyKnown = examination.policy.has_value();
-    if (findings.isPrevented("suite.current",
-                             {"suite.readable", "policy.file", "policy.permissions", "policy.syntax"},
-                             isPolicyKnown ? "" : "There is no good policy to compare with"))
+    if (report.isPrevented("suite.current",
+                           {"suite.readable", "policy.file", "policy.permissions", "policy.syntax"},
+                           isPolicyKnown ? "" : "There is no good policy to compare with"))
         return;
     const std::string keys = differences(*examination.snapshot, *examination.policy);
     if (keys.empty()) {
-        findings.ok("suite.current", "The stored snapshot is that of the policy in force.");
+        report.ok("suite.current", "The stored snapshot is that of the policy in force.");
         return;
     }
     const std::string found = fmt::format("The policy has another {} than the stored snapshot", keys);
-    if (!findings.isPrevented("suite.current", {"app.running"}, found))
-        findings.failed("suite.current", found + ".",
-                        "Look again in a second; if it stays, restart the app and read its log.");
+    if (!report.isPrevented("suite.current", {"app.running"}, found))
+        report.failed("suite.current", found + ".",
+                      "Look again in a second; if it stays, restart the app and read its log.");
 }
 
 } // namespace
 
 void examinePolicy(Examination& examination)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const auto policy = DevicePolicy::read(examination.options.managedConfiguration, WithPlaces::yes);
     const PolicyFileReading& reading = policy.reading;
     const auto& passedOver = policy.untrusted;
     if (reading.state == PolicyFileReading::State::missing && passedOver.empty())
-        findings.failed("policy.file", sentence(policy.absence()),
-                        "Have device management deliver it, or install one: qvctl config set FILE");
+        report.failed("policy.file", sentence(policy.absence()),
+                      "Have device management deliver it, or install one: qvctl config set FILE");
     else if (reading.state == PolicyFileReading::State::unreadable)
-        findings.failed(
+        report.failed(
             "policy.file", refusalOf(reading),
             "Let it be a plain file that the user of the app may read (chmod a+r), in folders that this "
             "user may search (chmod a+x).");
     else if (!policy.ignored.empty())
-        findings.warning("policy.file", sentence(policy.ignoredText()),
-                         "Remove one of them: qvctl config set FILE leaves only the file that it installs.");
+        report.warning("policy.file", sentence(policy.ignoredText()),
+                       "Remove one of them: qvctl config set FILE leaves only the file that it installs.");
     else
-        findings.ok("policy.file", fmt::format("{} is there.", policy.bestReading().path.string()));
+        report.ok("policy.file", fmt::format("{} is there.", policy.bestReading().path.string()));
 
-    if (!findings.isPrevented("policy.permissions", {"policy.file"}))
-        checkPermissions(findings, reading, passedOver);
+    if (!report.isPrevented("policy.permissions", {"policy.file"}))
+        checkPermissions(report, reading, passedOver);
 
-    if (!findings.isPrevented("policy.syntax", {"policy.file", "policy.permissions"})) {
+    if (!report.isPrevented("policy.syntax", {"policy.file", "policy.permissions"})) {
         if (reading.state == PolicyFileReading::State::good)
-            findings.ok("policy.syntax",
-                        fmt::format("Its form is good: {}.", formatName(reading.document.format)));
+            report.ok("policy.syntax",
+                      fmt::format("Its form is good: {}.", formatName(reading.document.format)));
         else
-            findings.failed("policy.syntax", refusalOf(reading),
-                            "Write it anew; the app keeps the last good configuration until then.");
+            report.failed("policy.syntax", refusalOf(reading),
+                          "Write it anew; the app keeps the last good configuration until then.");
     }
-    if (findings.isPrevented("policy.values", {"policy.syntax"}))
+    if (report.isPrevented("policy.values", {"policy.syntax"}))
         return;
     examination.policy = Core::validateManagedConfiguration(*reading.document.root.dictionary());
-    checkValues(findings, reading);
+    checkValues(report, reading);
 }
 
 void examineState(Examination& examination)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const bool isFolderThere = checkStateFolder(examination);
-    if (findings.isPrevented("app.running", {"state.folder"}))
+    if (report.isPrevented("app.running", {"state.folder"}))
         return;
     const auto lock = examination.paths->instanceLock();
     const auto holder = isFolderThere ? InstanceLock::holder(lock) : std::nullopt;
     if (holder && !holder->isApplication()) {
-        findings.failed("app.running",
-                        fmt::format("The app does not run: another program, {}, process {}, holds {}.",
-                                    holder->program, *holder->process, lock.string()),
-                        "End that program, then start the app as its user: quorvane-mdm");
+        report.failed("app.running",
+                      fmt::format("The app does not run: another program, {}, process {}, holds {}.",
+                                  holder->program, *holder->process, lock.string()),
+                      "End that program, then start the app as its user: quorvane-mdm");
         return;
     }
     examination.application = holder;
     if (examination.application && examination.application->process)
-        findings.ok("app.running",
-                    fmt::format("The app runs as process {}.", *examination.application->process));
+        report.ok("app.running",
+                  fmt::format("The app runs as process {}.", *examination.application->process));
     else if (examination.application)
-        findings.ok("app.running", "The app runs in another container or on another machine.");
+        report.ok("app.running", "The app runs in another container or on another machine.");
     else
-        findings.failed("app.running",
-                        isFolderThere ? "The app does not run: no change of the policy and no push comes in."
-                                      : "The app has never run for this user.",
-                        "Start it as its user: quorvane-mdm");
+        report.failed("app.running",
+                      isFolderThere ? "The app does not run: no change of the policy and no push comes in."
+                                    : "The app has never run for this user.",
+                      "Start it as its user: quorvane-mdm");
 }
 
 void examineSuite(Examination& examination)
 {
-    if (!examination.findings.isPrevented("suite.readable", {"state.folder"}))
+    if (!examination.report.isPrevented("suite.readable", {"state.folder"}))
         checkSuite(examination);
     checkCurrency(examination);
 }

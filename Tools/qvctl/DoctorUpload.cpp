@@ -41,53 +41,52 @@ std::string errorClause(std::int64_t code)
     }
 }
 
-void reportFailure(Findings& findings, const ExchangeRecord& upload)
+void reportFailure(CheckReport& report, const ExchangeRecord& upload)
 {
     const std::string found =
         upload.statusCode != 0
             ? fmt::format("The upload of {} failed with status {}", timeText(upload.time), upload.statusCode)
             : fmt::format("The upload of {} failed: {}", timeText(upload.time),
                           errorClause(upload.errorCode));
-    if (!findings.isPrevented(uploadCheck,
-                              {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
-                               "backend.name", "backend.dates"},
-                              found))
-        findings.failed(uploadCheck, found + ".",
-                        "Restart the app to try again. Its log has the details: qvctl log");
+    if (!report.isPrevented(uploadCheck,
+                            {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
+                             "backend.name", "backend.dates"},
+                            found))
+        report.failed(uploadCheck, found + ".",
+                      "Restart the app to try again. Its log has the details: qvctl log");
 }
 
 void reportNoRequest(Examination& examination, const std::string& server)
 {
     if (examination.pushService)
-        examination.findings.warning(uploadCheck,
-                                     fmt::format("The app has not sent the device token to {} yet.", server),
-                                     "Restart the app; it uploads the token at each start.");
+        examination.report.warning(uploadCheck,
+                                   fmt::format("The app has not sent the device token to {} yet.", server),
+                                   "Restart the app; it uploads the token at each start.");
     else
-        examination.findings.skipped(
+        examination.report.skipped(
             uploadCheck, "This version of the app has not recorded any requests; restart it if it is old.");
 }
 
 void checkExchange(Examination& examination, const SecureURL& target)
 {
-    Findings& findings = examination.findings;
+    CheckReport& report = examination.report;
     const InspectedStore shell(examination.paths->shellState());
     const auto exchanges = storedExchanges(shell.values);
     const auto found = exchanges.find(target.endpoint());
     if (!shell.problem().empty()) {
-        findings.skipped(uploadCheck, shell.problem() + ".");
+        report.skipped(uploadCheck, shell.problem() + ".");
     } else if (found == exchanges.end()) {
         reportNoRequest(examination, target.endpoint());
     } else if (const ExchangeRecord& last = found->second;
                last.method != Core::Constants::HTTPRequestMethods::post ||
                last.pathSegmentCount != pathSegmentCount(target.url)) {
-        findings.skipped(uploadCheck,
-                         fmt::format("The last request to {}, on {}, was not an upload of the device token.",
-                                     target.endpoint(), timeText(last.time)));
+        report.skipped(uploadCheck,
+                       fmt::format("The last request to {}, on {}, was not an upload of the device token.",
+                                   target.endpoint(), timeText(last.time)));
     } else if (last.isSuccess()) {
-        findings.ok(uploadCheck,
-                    fmt::format("The backend took the device token on {}.", timeText(last.time)));
+        report.ok(uploadCheck, fmt::format("The backend took the device token on {}.", timeText(last.time)));
     } else {
-        reportFailure(findings, last);
+        reportFailure(report, last);
     }
 }
 
@@ -95,22 +94,22 @@ void checkExchange(Examination& examination, const SecureURL& target)
 
 void examineUpload(Examination& examination)
 {
-    Findings& findings = examination.findings;
-    if (findings.isPrevented(uploadCheck, {"state.folder", "push.registration", "suite.readable"}))
+    CheckReport& report = examination.report;
+    if (report.isPrevented(uploadCheck, {"state.folder", "push.registration", "suite.readable"}))
         return;
     if (!examination.snapshot || !examination.snapshot->config.baseDomain) {
-        findings.skipped(uploadCheck, "No token is uploaded: no backend is configured.");
+        report.skipped(uploadCheck, "No token is uploaded: no backend is configured.");
         return;
     }
     const auto& config = examination.snapshot->config;
     if (!config.deviceId) {
-        if (!findings.isPrevented(uploadCheck, {"policy.values"}, "No token is uploaded without a device_id"))
-            findings.warning(uploadCheck, "No token is uploaded: the configuration has no device_id.",
-                             "Set device_id.");
+        if (!report.isPrevented(uploadCheck, {"policy.values"}, "No token is uploaded without a device_id"))
+            report.warning(uploadCheck, "No token is uploaded: the configuration has no device_id.",
+                           "Set device_id.");
     } else if (const auto target = uploadAddress(config)) {
         checkExchange(examination, *target);
     } else {
-        findings.skipped(uploadCheck, "No upload can be sent with the stored configuration.");
+        report.skipped(uploadCheck, "No upload can be sent with the stored configuration.");
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include "Platform/Linux/DevicePaths.h"
 #include "Tools/qvctl/Commands.h"
-#include "Tools/qvctl/FindingOutput.h"
+#include "Tools/qvctl/LintOutput.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/PolicyFiles.h"
 #include "Tools/qvctl/PolicyInstaller.h"
@@ -25,7 +25,7 @@ bool isAbsent(const PolicyFileReading& reading)
 }
 
 /// A file that does not parse has one finding: where and why.
-std::vector<Finding> findingsOf(const PolicyFileReading& reading, bool isRevealing)
+std::vector<LintFinding> findingsOf(const PolicyFileReading& reading, bool isRevealing)
 {
     if (reading.state == PolicyFileReading::State::good)
         return findProblems(reading.document, isRevealing);

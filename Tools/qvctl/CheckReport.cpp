@@ -1,4 +1,4 @@
-#include "Tools/qvctl/Findings.h"
+#include "Tools/qvctl/CheckReport.h"
 
 #include <fmt/format.h>
 
@@ -13,31 +13,31 @@ std::string_view verdictName(Verdict verdict)
     return names.at(static_cast<std::size_t>(verdict));
 }
 
-void Findings::ok(std::string_view identifier, std::string found)
+void CheckReport::ok(std::string_view identifier, std::string found)
 {
     add({std::string(identifier), Verdict::ok, std::move(found), {}, {}});
 }
 
-void Findings::warning(std::string_view identifier, std::string found, std::string mend)
+void CheckReport::warning(std::string_view identifier, std::string found, std::string mend)
 {
     add({std::string(identifier), Verdict::warning, std::move(found), std::move(mend), {}});
 }
 
-void Findings::failed(std::string_view identifier, std::string found, std::string mend)
+void CheckReport::failed(std::string_view identifier, std::string found, std::string mend)
 {
     add({std::string(identifier), Verdict::failed, std::move(found), std::move(mend), {}});
 }
 
-void Findings::skipped(std::string_view identifier, std::string found, std::string mend)
+void CheckReport::skipped(std::string_view identifier, std::string found, std::string mend)
 {
     add({std::string(identifier), Verdict::skipped, std::move(found), std::move(mend), {}});
 }
 
-bool Findings::isPrevented(std::string_view identifier, std::initializer_list<std::string_view> needed,
-                           std::string_view found)
+bool CheckReport::isPrevented(std::string_view identifier, std::initializer_list<std::string_view> needed,
+                              std::string_view found)
 {
     for (const std::string_view name : needed) {
-        const Check* check = find(name);
+        const CheckResult* check = find(name);
         if (check == nullptr || (check->verdict != Verdict::failed && check->cause.empty()))
             continue;
         std::string cause = check->verdict == Verdict::failed ? check->identifier : check->cause;
@@ -50,35 +50,31 @@ bool Findings::isPrevented(std::string_view identifier, std::initializer_list<st
     return false;
 }
 
-bool Findings::isSkipped(std::string_view identifier) const
+std::size_t CheckReport::count(Verdict verdict) const
 {
-    const Check* check = find(identifier);
-    return check != nullptr && check->verdict == Verdict::skipped;
+    return static_cast<std::size_t>(
+        std::count_if(m_checks.begin(), m_checks.end(),
+                      [=](const CheckResult& check) { return check.verdict == verdict; }));
 }
 
-std::size_t Findings::count(Verdict verdict) const
+const CheckResult* CheckReport::firstFailure() const
 {
-    return static_cast<std::size_t>(std::count_if(
-        m_checks.begin(), m_checks.end(), [=](const Check& check) { return check.verdict == verdict; }));
-}
-
-const Check* Findings::firstFailure() const
-{
-    const auto found = std::find_if(m_checks.begin(), m_checks.end(),
-                                    [](const Check& check) { return check.verdict == Verdict::failed; });
+    const auto found = std::find_if(m_checks.begin(), m_checks.end(), [](const CheckResult& check) {
+        return check.verdict == Verdict::failed;
+    });
     return found != m_checks.end() ? &*found : nullptr;
 }
 
-void Findings::add(Check check)
+void CheckReport::add(CheckResult check)
 {
     m_checks.push_back(std::move(check));
     m_observer(m_checks.back());
 }
 
-const Check* Findings::find(std::string_view identifier) const
+const CheckResult* CheckReport::find(std::string_view identifier) const
 {
     const auto found = std::find_if(m_checks.begin(), m_checks.end(),
-                                    [=](const Check& check) { return check.identifier == identifier; });
+                                    [=](const CheckResult& check) { return check.identifier == identifier; });
     return found != m_checks.end() ? &*found : nullptr;
 }
 

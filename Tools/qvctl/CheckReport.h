@@ -14,7 +14,7 @@ enum class Verdict { ok, warning, failed, skipped };
 std::string_view verdictName(Verdict verdict);
 
 /// What came of one check.
-struct Check {
+struct CheckResult {
     /// Stable, for programs: "policy.file".
     std::string identifier;
     Verdict verdict;
@@ -29,12 +29,13 @@ struct Check {
 /// Takes what the checks find, in the order of the chain. A check that could only repeat an earlier failure
 /// is skipped, so that what failed is what must be mended.
 ///
-///     if (findings.isPrevented("suite.current", {"suite.readable"}))
+///     if (report.isPrevented("suite.current", {"suite.readable"}))
 ///         return;
-class Findings {
+class CheckReport {
 public:
     /// Calls `observer` for each check as it comes.
-    explicit Findings(std::function<void(const Check&)> observer) : m_observer(std::move(observer)) {}
+    explicit CheckReport(std::function<void(const CheckResult&)> observer) : m_observer(std::move(observer))
+    {}
 
     void ok(std::string_view identifier, std::string found);
     void warning(std::string_view identifier, std::string found, std::string mend);
@@ -46,20 +47,18 @@ public:
     /// `identifier` as skipped because of that failure and answers true. `found` is told in front of it.
     bool isPrevented(std::string_view identifier, std::initializer_list<std::string_view> needed,
                      std::string_view found = {});
-    /// Whether that check has been made and was skipped, for whatever reason.
-    [[nodiscard]] bool isSkipped(std::string_view identifier) const;
 
-    [[nodiscard]] const std::vector<Check>& checks() const { return m_checks; }
+    [[nodiscard]] const std::vector<CheckResult>& checks() const { return m_checks; }
     [[nodiscard]] std::size_t count(Verdict verdict) const;
     /// Null when none failed.
-    [[nodiscard]] const Check* firstFailure() const;
+    [[nodiscard]] const CheckResult* firstFailure() const;
 
 private:
-    void add(Check check);
-    [[nodiscard]] const Check* find(std::string_view identifier) const;
+    void add(CheckResult check);
+    [[nodiscard]] const CheckResult* find(std::string_view identifier) const;
 
-    std::function<void(const Check&)> m_observer;
-    std::vector<Check> m_checks;
+    std::function<void(const CheckResult&)> m_observer;
+    std::vector<CheckResult> m_checks;
 };
 
 } // namespace Qvctl

@@ -1,4 +1,4 @@
-#include "Tools/qvctl/FindingText.h"
+#include "Tools/qvctl/LintFindings.h"
 
 #include "Core/ManagedKeys.h"
 #include "Platform/Encoding.h"
@@ -131,15 +131,15 @@ std::string pathOfManagedKeys(const PropertyList& value, const std::string& path
 
 /// What is wrong with a document that has none of the managed keys where the application looks for them, and
 /// is no configuration with other keys.
-std::optional<Finding> wrongDocument(const PropertyList::Dictionary& managed)
+std::optional<LintFinding> wrongDocument(const PropertyList::Dictionary& managed)
 {
-    Finding finding{.severity = Severity::error,
-                    .key = "the file",
-                    .index = {},
-                    .position = {},
-                    .problem = "is empty",
-                    .effect = "it configures nothing",
-                    .mend = "qvctl config schema --format sample prints a policy to start from"};
+    LintFinding finding{.severity = Severity::error,
+                        .key = "the file",
+                        .index = {},
+                        .position = {},
+                        .problem = "is empty",
+                        .effect = "it configures nothing",
+                        .mend = "qvctl config schema --format sample prints a policy to start from"};
     if (managed.empty()) {
         finding.severity = Severity::warning;
         return finding;
@@ -159,9 +159,9 @@ std::optional<Finding> wrongDocument(const PropertyList::Dictionary& managed)
 }
 
 /// Keys that the application never looks at.
-std::vector<Finding> unknownKeys(const PropertyListDocument& document)
+std::vector<LintFinding> unknownKeys(const PropertyListDocument& document)
 {
-    std::vector<Finding> findings;
+    std::vector<LintFinding> findings;
     for (const auto& [key, value] : *document.root.dictionary()) {
         if (Core::findManagedKey(key) != nullptr)
             continue;
@@ -182,7 +182,7 @@ std::vector<Finding> unknownKeys(const PropertyListDocument& document)
     return findings;
 }
 
-Finding inWords(const ValidationFinding& finding, const PropertyListDocument& document, bool isRevealing)
+LintFinding inWords(const ValidationFinding& finding, const PropertyListDocument& document, bool isRevealing)
 {
     const ManagedKey& key = *Core::findManagedKey(finding.key);
     const Wording words = wordingOf(finding.kind);
@@ -199,7 +199,7 @@ Finding inWords(const ValidationFinding& finding, const PropertyListDocument& do
     };
 }
 
-Finding inWords(const UnusableValue& value, const PropertyListDocument& document)
+LintFinding inWords(const UnusableValue& value, const PropertyListDocument& document)
 {
     const ManagedKey& key = *Core::findManagedKey(value.key);
     const bool isAddress = key.kind == ManagedKey::Kind::address;
@@ -247,12 +247,12 @@ bool isMasked(std::string_view key, const PropertyList& value)
             }));
 }
 
-std::vector<Finding> findProblems(const PropertyListDocument& document, bool isRevealing)
+std::vector<LintFinding> findProblems(const PropertyListDocument& document, bool isRevealing)
 {
     const PropertyList::Dictionary& managed = *document.root.dictionary();
     if (const auto problem = wrongDocument(managed))
         return {*problem};
-    std::vector<Finding> findings = unknownKeys(document);
+    std::vector<LintFinding> findings = unknownKeys(document);
     std::vector<ValidationFinding> validation;
     const auto config = Core::validateManagedConfiguration(managed, &validation);
     for (const ValidationFinding& finding : validation)

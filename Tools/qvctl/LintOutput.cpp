@@ -1,4 +1,4 @@
-#include "Tools/qvctl/FindingOutput.h"
+#include "Tools/qvctl/LintOutput.h"
 
 #include "Tools/qvctl/Output.h"
 
@@ -12,7 +12,7 @@ namespace {
 
 namespace json = boost::json;
 
-std::string placeOf(const std::filesystem::path& file, const Finding& finding)
+std::string placeOf(const std::filesystem::path& file, const LintFinding& finding)
 {
     const auto& position = finding.position;
     return position ? fmt::format("{}:{}:{}", file.string(), position->line, position->column)
@@ -27,7 +27,7 @@ Tone toneOf(Severity severity)
 }
 
 /// `severity` is the name of that of the finding, in color or not.
-std::string lineOf(const std::filesystem::path& file, const Finding& finding, const Styled& severity)
+std::string lineOf(const std::filesystem::path& file, const LintFinding& finding, const Styled& severity)
 {
     return styled("{}: {}: {} {}; {}{}{}\n", placeOf(file, finding), severity, subjectOf(finding),
                   finding.problem, finding.effect, finding.mend.empty() ? "" : "; ", finding.mend)
@@ -36,27 +36,27 @@ std::string lineOf(const std::filesystem::path& file, const Finding& finding, co
 
 } // namespace
 
-std::string subjectOf(const Finding& finding)
+std::string subjectOf(const LintFinding& finding)
 {
     return finding.index ? fmt::format("{}[{}]", finding.key, *finding.index) : finding.key;
 }
 
-void printFindings(const std::filesystem::path& file, const std::vector<Finding>& findings)
+void printFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings)
 {
-    for (const Finding& finding : findings)
+    for (const LintFinding& finding : findings)
         writeOutput(lineOf(file, finding, toned(toneOf(finding.severity), severityName(finding.severity))));
 }
 
-void reportFindings(const std::filesystem::path& file, const std::vector<Finding>& findings)
+void reportFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings)
 {
-    for (const Finding& finding : findings)
+    for (const LintFinding& finding : findings)
         writeDiagnostics(lineOf(file, finding, styled("{}", severityName(finding.severity))));
 }
 
-json::array findingsJSON(const std::vector<Finding>& findings)
+json::array findingsJSON(const std::vector<LintFinding>& findings)
 {
     json::array list;
-    for (const Finding& finding : findings) {
+    for (const LintFinding& finding : findings) {
         json::object object{{"severity", severityName(finding.severity)}, {"key", finding.key}};
         object["index"] = finding.index ? json::value(*finding.index) : json::value();
         object["line"] = finding.position ? json::value(finding.position->line) : json::value();
@@ -69,10 +69,10 @@ json::array findingsJSON(const std::vector<Finding>& findings)
     return list;
 }
 
-bool hasErrors(const std::vector<Finding>& findings)
+bool hasErrors(const std::vector<LintFinding>& findings)
 {
     return std::any_of(findings.begin(), findings.end(),
-                       [](const Finding& finding) { return finding.severity == Severity::error; });
+                       [](const LintFinding& finding) { return finding.severity == Severity::error; });
 }
 
 } // namespace Qvctl

@@ -16,7 +16,7 @@ enum class Severity { error, warning, note };
 std::string_view severityName(Severity severity);
 
 /// One finding about a configuration, in words.
-struct Finding {
+struct LintFinding {
     Severity severity;
     std::string key;
     std::optional<std::size_t> index;
@@ -32,8 +32,8 @@ struct Finding {
 
 /// Every problem of a managed dictionary: what validation drops or alters, what the client cannot use, and
 /// keys that the application never looks at.
-std::vector<Finding> findProblems(const Platform::PropertyLists::PropertyListDocument& document,
-                                  bool isRevealing);
+std::vector<LintFinding> findProblems(const Platform::PropertyLists::PropertyListDocument& document,
+                                      bool isRevealing);
 
 /// The known key that `key` was probably meant to be.
 std::optional<std::string_view> suggestedKey(std::string_view key);
