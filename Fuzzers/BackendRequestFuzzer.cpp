@@ -22,7 +22,6 @@
 #include <vector>
 
 using namespace Platform::Network;
-using namespace Platform::Linux;
 using Fuzzers::require;
 using Platform::URLError, Platform::URLRequest;
 namespace Constants = Core::Constants;

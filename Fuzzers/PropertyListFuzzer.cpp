@@ -11,7 +11,6 @@
 #include <vector>
 
 using namespace Platform::PropertyLists;
-using namespace Platform::Linux;
 using Fuzzers::isSame, Fuzzers::Numbers, Fuzzers::require;
 
 namespace {

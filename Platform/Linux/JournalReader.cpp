@@ -67,14 +67,14 @@ std::string bootIdentifier()
 
 } // namespace
 
-bool JournalEntry::isFrom(std::string_view programName) const
+bool JournalEntry::isFrom(std::string_view name) const
 {
     // Added by the kernel when the file was replaced or removed while the program runs.
     constexpr std::string_view removedMark = " (deleted)";
     std::string_view path = program;
     if (path.ends_with(removedMark))
         path.remove_suffix(removedMark.size());
-    return path.empty() || fs::path(path).filename() == programName;
+    return path.empty() || fs::path(path).filename() == name;
 }
 
 void JournalReader::Closer::operator()(sd_journal* journal) const

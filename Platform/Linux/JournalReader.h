@@ -37,7 +37,7 @@ struct JournalEntry {
     std::string program = {};
 
     /// Whether a program of this name wrote it, as far as the journal knows.
-    [[nodiscard]] bool isFrom(std::string_view programName) const;
+    [[nodiscard]] bool isFrom(std::string_view name) const;
 };
 
 /// Reads back from the systemd journal what `JournalLog` wrote there, oldest first.

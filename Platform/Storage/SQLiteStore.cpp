@@ -70,12 +70,12 @@ bool isThere(const std::filesystem::path& file, const char* ending)
 /// read it, which an inspector must not do and a read-only medium does not allow.
 SQLiteConnection::Mode readingMode(const std::filesystem::path& file, SQLiteStore::Access access)
 {
-    using Mode = SQLiteConnection::Mode;
     if (isThere(file, "-wal"))
-        return isThere(file, "-shm") ? Mode::reading : Mode::readingLeftLog;
+        return isThere(file, "-shm") ? SQLiteConnection::Mode::reading
+                                     : SQLiteConnection::Mode::readingLeftLog;
     const bool isToBeLeftAlone =
         access == SQLiteStore::Access::inspect || ::access(file.parent_path().c_str(), W_OK) != 0;
-    return isToBeLeftAlone ? Mode::unchanging : Mode::reading;
+    return isToBeLeftAlone ? SQLiteConnection::Mode::unchanging : SQLiteConnection::Mode::reading;
 }
 
 } // namespace

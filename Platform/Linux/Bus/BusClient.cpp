@@ -9,8 +9,6 @@ namespace Platform::Linux::Bus {
 
 namespace {
 
-constexpr const char* busName = "org.freedesktop.DBus";
-
 // Version 2 of the library, which brought this header, has a type for each kind of name, and other ways to
 // call and to export.
 #if __has_include(<sdbus-c++/VTableItems.h>)
@@ -115,7 +113,7 @@ void BusClient::watchNames(
     std::string_view match,
     const std::function<void(const std::string& name, const std::string& owner)>& handler)
 {
-    addMatch(rule({busName, "/org/freedesktop/DBus", busName, "NameOwnerChanged"}).append(",").append(match),
+    addMatch(rule({busName, busPath, busName, "NameOwnerChanged"}).append(",").append(match),
              [handler](sdbus::Message& message) -> Work {
                  // A peer may send its signals straight to this connection, past the rule that names the bus.
                  auto names = readBusMessage<std::tuple<std::string, std::string, std::string>>(message);

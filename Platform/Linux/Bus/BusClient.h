@@ -22,6 +22,10 @@ namespace Platform::Linux::Bus {
 
 class SessionBus;
 
+/// The bus itself, as a service and as its interface.
+inline constexpr const char* busName = "org.freedesktop.DBus";
+inline constexpr const char* busPath = "/org/freedesktop/DBus";
+
 /// A value of any type.
 using BusValue = sdbus::Variant;
 using BusDictionary = std::map<std::string, BusValue>;

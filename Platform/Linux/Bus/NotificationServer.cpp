@@ -18,9 +18,7 @@ namespace {
 
 // Each is the name of the interface as well.
 constexpr const char* serverName = "org.freedesktop.Notifications";
-constexpr const char* busName = "org.freedesktop.DBus";
 constexpr const char* serverPath = "/org/freedesktop/Notifications";
-constexpr const char* busPath = "/org/freedesktop/DBus";
 
 /// A server that does not say in this time what it can do is taken for a plain one.
 constexpr std::chrono::seconds capabilitiesTime{2};

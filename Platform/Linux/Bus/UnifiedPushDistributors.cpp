@@ -21,7 +21,6 @@ namespace {
 using Code = Push::PushRegistrationErrorCode;
 using Names = std::vector<std::string>;
 
-constexpr const char* busName = "org.freedesktop.DBus";
 constexpr const char* distributorInterface1 = "org.unifiedpush.Distributor1";
 constexpr const char* distributorInterface2 = "org.unifiedpush.Distributor2";
 /// In bytes: how much of a received text an error repeats.
@@ -170,8 +169,7 @@ registrationResult(const std::string& subject, const std::string& result, const 
 
 void UnifiedPushDistributors::find(const Completion<Names>& completion)
 {
-    const Peer bus{m_client,     busName,           "/org/freedesktop/DBus",
-                   m_answerTime, "The session bus", "Log out and in again."};
+    const Peer bus{m_client, busName, busPath, m_answerTime, "The session bus", "Log out and in again."};
     requestNames(bus, "ListNames", [=](std::variant<Names, Error> running) {
         if (std::holds_alternative<Error>(running)) {
             completion(std::move(running));
