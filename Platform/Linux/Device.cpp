@@ -133,11 +133,11 @@ Device::make(const DeviceOptions& options, const DevicePaths& paths, const Event
     return std::unique_ptr<Platform::Device>(new Device(options, paths, loop, std::move(instance)));
 }
 
-Device::Device(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop,
+Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
                std::unique_ptr<Instance> instance)
     : m_options(options),
       m_paths(paths),
-      m_loop(loop),
+      m_loop(std::move(loop)),
       m_instance(std::move(instance)),
       m_log(m_instance->adapterLog),
       m_defaults(paths, Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),

@@ -57,7 +57,7 @@ private:
     /// What keeps a second instance away. Comes before all other adapters.
     struct Instance;
 
-    Device(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop,
+    Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
            std::unique_ptr<Instance> instance);
 
     void followChanges();

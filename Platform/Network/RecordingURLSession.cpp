@@ -43,7 +43,8 @@ void dropOldest(ExchangeRecords& records)
     while (records.size() > RecordingURLSession::maximumServerCount)
         records.erase(
             std::min_element(records.begin(), records.end(), [](const auto& left, const auto& right) {
-                return left.second.time < right.second.time;
+                return left.second.time.secondsSinceReferenceDate <
+                       right.second.time.secondsSinceReferenceDate;
             }));
 }
 

@@ -79,7 +79,7 @@ void requireOwner(const fs::path& file, const struct stat& status, uid_t owner)
 /// The user whose rights count for this thread's access to files.
 uid_t userInUse()
 {
-    constexpr uid_t unchanged = -1;
+    constexpr auto unchanged = static_cast<uid_t>(-1);
     return static_cast<uid_t>(::setfsuid(unchanged));
 }
 

@@ -62,7 +62,7 @@ std::optional<ExchangeRecord> newestExchange(const Platform::UserDefaults& store
 {
     std::optional<ExchangeRecord> newest;
     for (const auto& [server, record] : storedExchanges(store)) {
-        if (!newest || newest->time < record.time)
+        if (!newest || newest->time.secondsSinceReferenceDate < record.time.secondsSinceReferenceDate)
             newest = record;
     }
     return newest;
