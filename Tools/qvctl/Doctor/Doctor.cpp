@@ -1,10 +1,10 @@
-#include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/Doctor/Examination.h"
 
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 namespace {
 
@@ -80,8 +80,13 @@ std::string timeText(Platform::Date date)
     return fmt::format("{} {} UTC", text.substr(0, dateSize), text.substr(dateSize + 1, timeSize));
 }
 
+} // namespace Qvctl::Doctor
+
+namespace Qvctl {
+
 ExitCode doctor(const Options& options, const DoctorOptions& limits)
 {
+    using namespace Doctor;
     Examination examination{options, limits, CheckReport([&](const CheckResult& check) {
                                 if (!options.isJSON)
                                     printCheck(check);

@@ -6,15 +6,15 @@
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Push/PushServiceState.h"
-#include "Tools/qvctl/CheckReport.h"
 #include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/Doctor/CheckReport.h"
 #include "Tools/qvctl/InspectedStore.h"
 
 #include <optional>
 #include <string>
 #include <sys/types.h>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 /// What the checks of one examination share, and what the earlier ones found for the later ones.
 struct Examination {
@@ -45,4 +45,4 @@ void examineUpload(Examination& examination);
 /// "2026-11-21 15:04 UTC".
 std::string timeText(Platform::Date date);
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

@@ -7,10 +7,10 @@
 #include "Platform/Network/ProxyEnvironment.h"
 #include "Platform/SystemClock.h"
 #include "Tools/BackendProbe/ProbeResult.h"
-#include "Tools/qvctl/Deadline.h"
-#include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/Doctor/Deadline.h"
+#include "Tools/qvctl/Doctor/Examination.h"
+#include "Tools/qvctl/Doctor/SecondProcess.h"
 #include "Tools/qvctl/RequestRehearsal.h"
-#include "Tools/qvctl/SecondProcess.h"
 
 #include <boost/json.hpp>
 #include <fmt/format.h>
@@ -20,7 +20,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 namespace {
 
@@ -315,4 +315,4 @@ void examineBackend(Examination& examination)
     }
 }
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

@@ -1,7 +1,7 @@
-#include "Tools/qvctl/SecondProcess.h"
+#include "Tools/qvctl/Doctor/SecondProcess.h"
 
 #include "Platform/Storage/FileDescriptor.h"
-#include "Tools/qvctl/Deadline.h"
+#include "Tools/qvctl/Doctor/Deadline.h"
 
 #include <array>
 #include <cerrno>
@@ -13,7 +13,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 namespace {
 
@@ -79,4 +79,4 @@ ProcessOutcome runSecondProcess(const std::string& program, const std::vector<st
     return outcome;
 }
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

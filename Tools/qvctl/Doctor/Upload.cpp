@@ -3,12 +3,12 @@
 #include "Core/Constants.h"
 #include "Platform/Network/ExchangeRecord.h"
 #include "Platform/URLSession.h"
-#include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/RequestRehearsal.h"
 
 #include <fmt/format.h>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 namespace {
 
@@ -113,4 +113,4 @@ void examineUpload(Examination& examination)
     }
 }
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

@@ -1,11 +1,11 @@
-#include "Tools/qvctl/CheckReport.h"
+#include "Tools/qvctl/Doctor/CheckReport.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 std::string_view verdictName(Verdict verdict)
 {
@@ -78,4 +78,4 @@ const CheckResult* CheckReport::find(std::string_view identifier) const
     return found != m_checks.end() ? &*found : nullptr;
 }
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 enum class Verdict { ok, warning, failed, skipped };
 
@@ -61,4 +61,4 @@ private:
     std::vector<CheckResult> m_checks;
 };
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

@@ -6,12 +6,12 @@
 #include "Platform/Error.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Storage/PrivateFiles.h"
-#include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/DevicePolicy.h"
-#include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/Doctor/Deadline.h"
+#include "Tools/qvctl/Doctor/Examination.h"
+#include "Tools/qvctl/Doctor/SecondProcess.h"
 #include "Tools/qvctl/LintFindings.h"
 #include "Tools/qvctl/Output.h"
-#include "Tools/qvctl/SecondProcess.h"
 
 #include <fmt/format.h>
 
@@ -23,7 +23,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 namespace {
 
@@ -339,4 +339,4 @@ void examineSuite(Examination& examination)
     checkCurrency(examination);
 }
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 /// What a process said of itself.
 struct ProcessOutcome {
@@ -22,4 +22,4 @@ inline constexpr const char* thisProgram = "/proc/self/exe";
 ProcessOutcome runSecondProcess(const std::string& program, const std::vector<std::string>& arguments,
                                 std::chrono::milliseconds timeout);
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor

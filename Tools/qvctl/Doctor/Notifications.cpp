@@ -8,7 +8,7 @@
 #include "Platform/Push/ShellState.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tools/qvctl/Device.h"
-#include "Tools/qvctl/Doctor.h"
+#include "Tools/qvctl/Doctor/Examination.h"
 
 #include <fmt/format.h>
 
@@ -16,7 +16,7 @@
 #include <cstdlib>
 #include <string_view>
 
-namespace Qvctl {
+namespace Qvctl::Doctor {
 
 namespace {
 
@@ -263,4 +263,4 @@ void examineNotifications(Examination& examination)
         checkRegistration(examination, *shell, names);
 }
 
-} // namespace Qvctl
+} // namespace Qvctl::Doctor
