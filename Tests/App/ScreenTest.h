@@ -1,0 +1,155 @@
+#pragma once
+
+#include "App/AppearanceModel.h"
+#include "App/ContentView.h"
+#include "App/PresentationMode.h"
+#include "Core/Logger.h"
+#include "PushNotifications/NotificationPermissionManager.h"
+#include "Tests/Fakes/FakeApplication.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/FakeUserNotificationCenter.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+
+#include <QAccessible>
+#include <QAnimationDriver>
+#include <QQmlEngine>
+#include <QQmlProperty>
+#include <QQuickItem>
+#include <QQuickView>
+#include <QTest>
+#include <gmock/gmock.h>
+
+using namespace App;
+using namespace Platform;
+using namespace testing;
+using Card = MainDashboardView::CardType;
+
+/// Lets animations pass when the test says so.
+class ManualAnimations final : public QAnimationDriver {
+public:
+    ManualAnimations() { install(); }
+    void pass(qint64 milliseconds)
+    {
+        QCoreApplication::processEvents(); // They start and end on later turns.
+        m_elapsed = isRunning() ? m_elapsed + milliseconds : 0;
+        if (isRunning())
+            advance();
+        QCoreApplication::processEvents();
+    }
+    [[nodiscard]] qint64 elapsed() const override { return m_elapsed; }
+
+private:
+    qint64 m_elapsed = 0;
+};
+
+inline QList<QQuickItem*> itemsBelow(const QQuickItem* parent)
+{
+    QList<QQuickItem*> items = parent->childItems();
+    for (const QQuickItem* child : parent->childItems())
+        items += itemsBelow(child);
+    return items;
+}
+
+/// How an item is drawn: its type, colors, border and shadow, except what is zero or transparent.
+inline std::string look(const QQuickItem* item)
+{
+    static constexpr std::pair<const char*, const char*> properties[] = {{"size ", "font.pixelSize"},
+                                                                         {"weight ", "font.weight"},
+                                                                         {"", "color"},
+                                                                         {"to ", "endColor"},
+                                                                         {"", "gradientDirection"},
+                                                                         {"radius ", "radius"},
+                                                                         {"border ", "borderWidth"},
+                                                                         {"", "borderColor"},
+                                                                         {"shadow ", "shadow.color"},
+                                                                         {"blur ", "shadow.blurRadius"},
+                                                                         {"down ", "shadow.offset.y"}};
+    QStringList words;
+    for (const auto& [word, property] : properties) {
+        const QVariant value = QQmlProperty::read(item, property);
+        const auto color = value.value<QColor>();
+        if (value.typeId() == QMetaType::QColor ? color.isValid() && color.alpha() > 0 : value.toReal() > 0)
+            words += property == QLatin1String("radius") && 2 * value.toReal() >= item->width()
+                         ? "round"
+                         : word + value.toString();
+    }
+    return qPrintable(words.join(", "));
+}
+
+/// The real screens in a window, on a device and for a user that the test makes up.
+class ScreenTest : public Test {
+protected:
+    ~ScreenTest() override
+    {
+        window.setSource({});
+        window.releaseResources();
+        content.reset();
+        // Nobody waits any longer.
+        scheduler.runUntilIdle();
+    }
+
+    void open(std::optional<bool> hasLaunchedBefore, QSize size = {390, 844})
+    {
+        if (hasLaunchedBefore)
+            domains.standard().set("hasLaunchedBefore", *hasLaunchedBefore);
+        center.status = AuthorizationStatus::denied;
+        window.setSource({});
+        content = std::make_unique<ContentView>(ports);
+        window.engine()->addImportPath("qrc:/qt/qml");
+        window.setInitialProperties(
+            {{"view", QVariant::fromValue(content.get())}, {"appearance", QVariant::fromValue(&appearance)}});
+        window.setResizeMode(QQuickView::SizeRootObjectToView);
+        window.setSource(QUrl("qrc:/qt/qml/Quorvane/App/ContentView.qml"));
+        window.resize(size);
+        window.show();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+        settle();
+    }
+    /// Lets pass what is under way, and puts everything in its place.
+    void settle()
+    {
+        scheduler.runUntilIdle();
+        for (int turn = 0; turn < 4; ++turn)
+            animations.pass(250);
+        window.grabWindow();
+    }
+    /// The first visible item in `parent` that has this object name, text or symbol.
+    [[nodiscard]] QQuickItem* item(const QString& name, const QQuickItem* parent = nullptr) const
+    {
+        const auto items = itemsBelow(parent != nullptr ? parent : window.contentItem());
+        const auto found = std::ranges::find_if(items, [&](const QQuickItem* each) {
+            const auto is = [&](const char* property) { return each->property(property) == name; };
+            return each->isVisible() && (is("objectName") || is("text") || is("name"));
+        });
+        return found != items.end() ? *found : nullptr;
+    }
+    /// The rectangle of an item in the window; of a text, without its padding.
+    [[nodiscard]] static QRectF area(const QQuickItem* found)
+    {
+        const qreal left = found->property("leftPadding").toReal();
+        const qreal right = found->property("rightPadding").toReal();
+        return found->mapRectToScene({left, 0, found->width() - left - right, found->height()});
+    }
+    void tap(const QString& name)
+    {
+        const QQuickItem* target = item(name);
+        ASSERT_TRUE(target != nullptr) << qPrintable(name);
+        const QPointF point = target->mapToScene(target->boundingRect().center());
+        QTest::mouseClick(&window, Qt::LeftButton, {}, point.toPoint());
+    }
+
+    ManualAnimations animations;
+    ManualScheduler scheduler;
+    RecordingUnifiedLog log;
+    Core::Logger logger{std::make_unique<Core::OSLogSink>(log), "com.example"};
+    NotificationCenter notifications;
+    FakeUserDefaultsDomains domains{notifications, scheduler.mainQueue};
+    FakeUserNotificationCenter center{scheduler.mainQueue};
+    PushNotifications::NotificationPermissionManager manager{center, logger};
+    FakeApplication application;
+    const ContentView::Ports ports{logger, domains.standard(), manager, application, scheduler.mainQueue};
+    AppearanceModel appearance;
+    std::unique_ptr<ContentView> content;
+    QQuickView window;
+};
