@@ -30,7 +30,7 @@ public:
     static constexpr std::size_t maximumServerCount = 8;
     static constexpr std::chrono::seconds refreshInterval{60};
 
-    /// `store` and `clock` must outlive this session.
+    /// `store` and `clock` must outlive this object.
     RecordingURLSession(std::unique_ptr<URLSession> session, UserDefaults& store, const Clock& clock);
 
     /// A request whose address names no server is performed but not recorded.
