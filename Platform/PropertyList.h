@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Platform/Data.h"
 #include "Platform/Date.h"
 
 #include <concepts>
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -15,9 +15,6 @@
 #include <vector>
 
 namespace Platform {
-
-/// Raw bytes.
-using Data = std::vector<std::byte>;
 
 /// One loosely typed value as device management and the defaults stores know it: text, integer, real,
 /// boolean, date, data, array or dictionary; and null, which JSON alone can say.

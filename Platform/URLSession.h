@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Platform/Data.h"
 #include "Platform/Error.h"
-#include "Platform/PropertyList.h"
 #include "Platform/Task.h"
 
 #include <chrono>

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+namespace Platform {
+
+/// Raw bytes.
+using Data = std::vector<std::byte>;
+
+} // namespace Platform
