@@ -42,7 +42,8 @@ class Dashboard {
 public:
     Dashboard()
     {
-        using namespace Platform::Linux;
+        using namespace Platform;
+        using Storage::SQLiteUserDefaults;
         for (const auto& [name, value] : environment)
             m_device.setEnvironment(name, value);
         m_device.replacePolicy(R"({"base_domain": "mdm.example.org", "device_id": "DEV-1"})");
@@ -50,7 +51,7 @@ public:
         RecordingUnifiedLog log;
         const SystemClock clock;
         const AdapterLog adapterLog(log, "benchmark");
-        const DevicePaths paths{m_device.path("data/quorvane-mdm"), {}};
+        const Linux::DevicePaths paths{m_device.path("data/quorvane-mdm"), {}};
         SQLiteUserDefaults(paths.standardDefaults(), SQLiteUserDefaults::Access::readWrite, clock, adapterLog)
             .set("hasLaunchedBefore", true);
         const auto application = start();
