@@ -2,7 +2,7 @@
 
 #include "Core/Logger.h"
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/Push/PushPayload.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
@@ -59,8 +59,8 @@ public:
                 "a notification is completed, announced and stored once");
         require(summaries.back() == expected, "the stored entry is what the payload says");
         for (const auto& entry : m_log.takeEntries()) {
-            std::string line =
-                Platform::Linux::logLine(expected.date, "info", entry.subsystem, entry.category, entry.line);
+            std::string line = Platform::Linux::Logging::logLine(expected.date, "info", entry.subsystem,
+                                                                 entry.category, entry.line);
             require(!line.empty() && line.back() == '\n', "an entry of the log ends its line");
             line.pop_back();
             // Tabs are kept, and do no harm.

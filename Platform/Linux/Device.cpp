@@ -3,12 +3,12 @@
 #include "Platform/Linux/Bus/PortalAppearance.h"
 #include "Platform/Linux/Bus/UnifiedPushService.h"
 #include "Platform/Linux/InstanceLock.h"
-#include "Platform/Linux/JournalLog.h"
 #include "Platform/Linux/LocalPushService.h"
+#include "Platform/Linux/Logging/JournalLog.h"
+#include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/ProcessSignals.h"
 #include "Platform/Linux/StandardDescriptors.h"
-#include "Platform/Linux/StandardErrorLog.h"
 #include "Platform/Network/CurlURLSession.h"
 #include "Platform/Push/UnavailablePushService.h"
 
@@ -29,10 +29,10 @@ constexpr const char* applicationName = "Quorvane MDM";
 
 std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& clock)
 {
-    const PrivateData privateData = privateDataFromEnvironment();
-    if (!options.isLoggingToStandardError && JournalLog::isAvailable())
-        return std::make_unique<JournalLog>(std::string(journalIdentifier), privateData);
-    return std::make_unique<StandardErrorLog>(clock, privateData);
+    const Logging::PrivateData privateData = Logging::privateDataFromEnvironment();
+    if (!options.isLoggingToStandardError && Logging::JournalLog::isAvailable())
+        return std::make_unique<Logging::JournalLog>(std::string(journalIdentifier), privateData);
+    return std::make_unique<Logging::StandardErrorLog>(clock, privateData);
 }
 
 /// Has the running instance come to the front. Returns the exit code of this launch; absent when the other
@@ -120,7 +120,7 @@ void prepareProcess()
     // A closed log pipe or a file-size limit must fail the write, not kill the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    protectProcessSecrets(privateDataFromEnvironment());
+    protectProcessSecrets(Logging::privateDataFromEnvironment());
     ProcessSignals::block();
 }
 
@@ -252,7 +252,7 @@ const Services& Device::connect(const SystemInterface& interface)
 void Device::followChanges()
 {
     try {
-        m_watcher = std::make_unique<FileSystemWatcher>();
+        m_watcher = std::make_unique<Files::FileSystemWatcher>();
         m_defaults.announceChanges(*m_watcher, m_notificationCenter, m_loop.mainQueue);
     } catch (const std::system_error& error) {
         m_log.error(

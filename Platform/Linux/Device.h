@@ -8,7 +8,7 @@
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/DeviceNotificationPreferences.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Network/RecordingURLSession.h"
 #include "Platform/NotificationCenter.h"
@@ -89,7 +89,7 @@ private:
     std::unique_ptr<PushService> m_pushService;
     std::optional<Push::DeviceApplication> m_application;
     std::optional<Services> m_services;
-    std::unique_ptr<FileSystemWatcher> m_watcher;
+    std::unique_ptr<Files::FileSystemWatcher> m_watcher;
 };
 
 } // namespace Platform::Linux

@@ -1,7 +1,7 @@
 #include "Platform/Linux/DeviceDefaults.h"
 
 #include "Platform/DispatchQueue.h"
-#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/NotificationCenter.h"
 
 #include <sys/inotify.h>
@@ -13,7 +13,7 @@ namespace Platform::Linux {
 /// The application's own database, with the managed dictionary laid over it.
 class DeviceDefaults::Standard final : public UserDefaults {
 public:
-    Standard(Storage::SQLiteUserDefaults& database, ManagedPolicyFile& policyFile)
+    Standard(Storage::SQLiteUserDefaults& database, Files::ManagedPolicyFile& policyFile)
         : m_database(database), m_policyFile(policyFile)
     {}
 
@@ -35,7 +35,7 @@ public:
 
 private:
     Storage::SQLiteUserDefaults& m_database;
-    ManagedPolicyFile& m_policyFile;
+    Files::ManagedPolicyFile& m_policyFile;
 };
 
 DeviceDefaults::DeviceDefaults(DevicePaths paths, Storage::SQLiteUserDefaults::Access access,
@@ -68,7 +68,7 @@ UserDefaults* DeviceDefaults::suite(std::string_view name)
     return suite->second.isAvailable() ? &suite->second : nullptr;
 }
 
-void DeviceDefaults::announceChanges(FileSystemWatcher& watcher, NotificationCenter& center,
+void DeviceDefaults::announceChanges(Files::FileSystemWatcher& watcher, NotificationCenter& center,
                                      DispatchQueue& mainQueue)
 {
     const auto announce = [this, &center, &mainQueue] {

@@ -2,7 +2,7 @@
 
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/ManagedPolicyFile.h"
+#include "Platform/Linux/Files/ManagedPolicyFile.h"
 #include "Platform/Storage/SQLiteUserDefaults.h"
 #include "Platform/UserDefaults.h"
 
@@ -16,9 +16,11 @@ class DispatchQueue;
 class NotificationCenter;
 } // namespace Platform
 
-namespace Platform::Linux {
-
+namespace Platform::Linux::Files {
 class FileSystemWatcher;
+} // namespace Platform::Linux::Files
+
+namespace Platform::Linux {
 
 /// The defaults domains of this device: a database per domain, and in the standard one the dictionary of the
 /// policy file under `UserDefaults::managedConfigurationKey`.
@@ -33,7 +35,8 @@ public:
 
     /// Posts `UserDefaults::didChangeNotification` for changes of the standard domain from now on. Once; this
     /// object must outlive the watcher.
-    void announceChanges(FileSystemWatcher& watcher, NotificationCenter& center, DispatchQueue& mainQueue);
+    void announceChanges(Files::FileSystemWatcher& watcher, NotificationCenter& center,
+                         DispatchQueue& mainQueue);
 
 private:
     class Standard;
@@ -42,7 +45,7 @@ private:
     const Storage::SQLiteUserDefaults::Access m_access;
     const Clock& m_clock;
     const AdapterLog& m_log;
-    ManagedPolicyFile m_policyFile;
+    Files::ManagedPolicyFile m_policyFile;
     Storage::SQLiteUserDefaults m_database;
     std::unique_ptr<Standard> m_standard;
     std::mutex m_mutex;

@@ -29,10 +29,10 @@ void preventCoreDumps()
 
 } // namespace
 
-void protectProcessSecrets(PrivateData privateData)
+void protectProcessSecrets(Logging::PrivateData privateData)
 {
     ::unsetenv("SSLKEYLOGFILE");
-    if (privateData == PrivateData::redacted)
+    if (privateData == Logging::PrivateData::redacted)
         preventCoreDumps();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/Logging/StandardErrorLog.h"
 
 namespace Platform::Linux {
 
@@ -8,6 +8,6 @@ namespace Platform::Linux {
 /// shown, which is the development profile, and its TLS library writes no session keys to `SSLKEYLOGFILE`.
 ///
 /// Threads: before the first one is started. Child processes inherit all of it.
-void protectProcessSecrets(PrivateData privateData);
+void protectProcessSecrets(Logging::PrivateData privateData);
 
 } // namespace Platform::Linux

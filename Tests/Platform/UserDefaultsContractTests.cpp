@@ -1,6 +1,6 @@
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/DeviceDefaults.h"
-#include "Platform/Linux/FileSystemWatcher.h"
+#include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -75,7 +75,7 @@ private:
                                     Storage::SQLiteUserDefaults::Access::readWrite,
                                     m_clock,
                                     m_adapterLog};
-    Linux::FileSystemWatcher m_watcher;
+    Linux::Files::FileSystemWatcher m_watcher;
 };
 
 struct Implementation {

@@ -1,9 +1,9 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Tests/Fakes/ForeignLocale.h"
-#include "Tools/qvctl/LintFindings.h"
-#include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Policy/LintFindings.h"
+#include "Tools/qvctl/Policy/ManagedKeyForms.h"
 #include "Tools/qvctl/TimeText.h"
 
 #include <gmock/gmock.h>
@@ -15,6 +15,7 @@
 
 namespace json = boost::json;
 using namespace Qvctl;
+using namespace Qvctl::Policy;
 using testing::IsEmpty;
 
 namespace {

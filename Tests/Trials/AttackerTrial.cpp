@@ -1,4 +1,4 @@
-#include "Platform/Linux/PolicyFileReading.h"
+#include "Platform/Linux/Files/PolicyFileReading.h"
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/TrialDevice.h"
@@ -19,7 +19,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Platform::Linux::PolicyFileReading;
+using Platform::Linux::Files::PolicyFileReading;
 using Platform::Storage::FileDescriptor;
 
 constexpr uid_t victim = 12345;
@@ -63,7 +63,7 @@ Figures readFor(const fs::path& file, std::chrono::duration<double> time)
     Figures figures;
     const auto end = std::chrono::steady_clock::now() + time;
     while (std::chrono::steady_clock::now() < end) {
-        const auto state = readPolicyFile(file, Platform::Linux::TrustCheck::required).state;
+        const auto state = readPolicyFile(file, Platform::Linux::Files::TrustCheck::required).state;
         ++figures.readCount;
         figures.foundCount += state == PolicyFileReading::State::missing ? 0U : 1U;
         figures.believedCount += state == PolicyFileReading::State::good ? 1U : 0U;

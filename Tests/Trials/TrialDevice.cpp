@@ -3,7 +3,7 @@
 #include "Core/Constants.h"
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/Push/ShellState.h"
 #include "Platform/Storage/SQLiteUserDefaults.h"
 #include "Platform/SystemClock.h"
@@ -35,7 +35,7 @@ public:
 
 private:
     const Platform::SystemClock m_clock;
-    Platform::Linux::StandardErrorLog m_log{m_clock, Platform::Linux::PrivateData::shown};
+    Platform::Linux::Logging::StandardErrorLog m_log{m_clock, Platform::Linux::Logging::PrivateData::shown};
     const Platform::AdapterLog m_adapterLog{m_log, "trial"};
     SQLiteUserDefaults m_defaults;
 };

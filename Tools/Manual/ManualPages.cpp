@@ -2,8 +2,8 @@
 #include "Platform/ASCII.h"
 #include "Tools/Manual/Replace.h"
 #include "Tools/Manual/Writers.h"
-#include "Tools/qvctl/ManagedKeyForms.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Policy/ManagedKeyForms.h"
 
 #include <fmt/format.h>
 
@@ -156,7 +156,7 @@ std::string policyPage(const Prose& prose)
     const std::string sample =
         ".SH EXAMPLES\n" +
         textLine("A policy with every key, as JSON. qvctl config schema --format sample prints it.") +
-        code(Qvctl::prettyJSON(Qvctl::samplePolicy()));
+        code(Qvctl::prettyJSON(Qvctl::Policy::samplePolicy()));
     return header(prose) + description(prose) + keys + sample + closing(prose);
 }
 

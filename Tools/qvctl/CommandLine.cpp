@@ -1,7 +1,7 @@
 #include "Tools/qvctl/CommandLine.h"
 
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/SystemClock.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Spelling.h"
@@ -143,7 +143,7 @@ void CommandLine::addStateVerbs()
     std::vector<std::pair<std::string, LogType>> levels;
     for (const auto level :
          {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault})
-        levels.emplace_back(Platform::Linux::severityName(level), level);
+        levels.emplace_back(Platform::Linux::Logging::severityName(level), level);
     addChoice(logVerb, "--level", m_log.lowestLevel, levels, "Only lines of that severity or a higher one")
         ->type_name("LEVEL");
     logVerb.add_flag(

@@ -9,7 +9,7 @@
 namespace Qvctl {
 
 namespace fs = std::filesystem;
-using Platform::Linux::PolicyFileReading;
+using Platform::Linux::Files::PolicyFileReading;
 
 DevicePolicy DevicePolicy::read(const std::optional<std::string>& managedConfiguration,
                                 Platform::PropertyLists::WithPlaces withPlaces)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/PolicyFileReading.h"
+#include "Platform/Linux/Files/PolicyFileReading.h"
 
 #include <filesystem>
 #include <optional>
@@ -14,9 +14,9 @@ struct DevicePolicy {
     /// Where the file may be, best first.
     std::vector<std::filesystem::path> places;
     /// Of the file that counts; `missing` when none does.
-    Platform::Linux::PolicyFileReading reading;
+    Platform::Linux::Files::PolicyFileReading reading;
     /// Files that are there and not believed, in the order of the places.
-    std::vector<Platform::Linux::PolicyFileReading> untrusted;
+    std::vector<Platform::Linux::Files::PolicyFileReading> untrusted;
     /// Files that are there and not looked at, because the one that counts comes before them.
     std::vector<std::filesystem::path> ignored;
 
@@ -25,7 +25,7 @@ struct DevicePolicy {
                              Platform::PropertyLists::WithPlaces withPlaces);
 
     /// The reading to report: that of the file that counts, else of the first one that is not believed.
-    [[nodiscard]] const Platform::Linux::PolicyFileReading& bestReading() const;
+    [[nodiscard]] const Platform::Linux::Files::PolicyFileReading& bestReading() const;
     /// "A is not there", "neither A nor B is there".
     [[nodiscard]] std::string absence() const;
     /// "B is ignored, because A is there too"; empty when no file is ignored.

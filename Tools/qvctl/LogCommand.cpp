@@ -1,6 +1,6 @@
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/JournalReader.h"
-#include "Platform/Linux/StandardErrorLog.h"
+#include "Platform/Linux/Logging/JournalReader.h"
+#include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/LiveSession.h"
 #include "Tools/qvctl/Output.h"
@@ -17,6 +17,7 @@ namespace {
 
 namespace json = boost::json;
 using namespace Platform::Linux;
+using namespace Platform::Linux::Logging;
 
 /// Names who wrote a line; empty for a line of this user's app.
 Styled foreignMark(const JournalEntry& entry)

@@ -12,7 +12,7 @@ int main(int argc, char** argv)
     // A closed pipe or a file-size limit must fail the write, not kill the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    Platform::Linux::protectProcessSecrets(Platform::Linux::privateDataFromEnvironment());
+    Platform::Linux::protectProcessSecrets(Platform::Linux::Logging::privateDataFromEnvironment());
     using namespace Qvctl;
     try {
         return CommandLine().run(argc, argv);

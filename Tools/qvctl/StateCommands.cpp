@@ -29,6 +29,7 @@ using Core::ManagedKey;
 using namespace Platform::PropertyLists;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
+using namespace Platform::Linux::Files;
 using namespace Platform::Network;
 using namespace Platform::Push;
 

@@ -1,6 +1,6 @@
 #include "Core/Constants.h"
-#include "Platform/Linux/FileSystemWatcher.h"
-#include "Platform/Linux/PathWatch.h"
+#include "Platform/Linux/Files/FileSystemWatcher.h"
+#include "Platform/Linux/Files/PathWatch.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/LiveSession.h"
@@ -29,6 +29,7 @@ using Core::ManagedKey;
 using namespace Platform;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
+using namespace Platform::Linux::Files;
 
 /// A value that differs from that of the version before.
 struct Change {

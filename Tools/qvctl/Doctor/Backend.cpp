@@ -10,7 +10,7 @@
 #include "Tools/qvctl/Doctor/Deadline.h"
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/Doctor/SecondProcess.h"
-#include "Tools/qvctl/RequestRehearsal.h"
+#include "Tools/qvctl/Policy/RequestRehearsal.h"
 
 #include <boost/json.hpp>
 #include <fmt/format.h>
@@ -24,6 +24,7 @@ namespace Qvctl::Doctor {
 
 namespace {
 
+using namespace Qvctl::Policy;
 using BackendProbe::ProbeResult;
 using Platform::printable;
 using Platform::Network::ProxyEnvironment;

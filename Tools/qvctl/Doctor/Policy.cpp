@@ -10,8 +10,8 @@
 #include "Tools/qvctl/Doctor/Deadline.h"
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/Doctor/SecondProcess.h"
-#include "Tools/qvctl/LintFindings.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Policy/LintFindings.h"
 
 #include <fmt/format.h>
 
@@ -27,9 +27,11 @@ namespace Qvctl::Doctor {
 
 namespace {
 
+using namespace Qvctl::Policy;
 using namespace Platform::PropertyLists;
 using namespace Platform::Storage;
 using namespace Platform::Linux;
+using namespace Platform::Linux::Files;
 
 /// A clause as a sentence.
 std::string sentence(std::string clause)

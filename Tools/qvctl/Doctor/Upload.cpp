@@ -4,7 +4,7 @@
 #include "Platform/Network/ExchangeRecord.h"
 #include "Platform/URLSession.h"
 #include "Tools/qvctl/Doctor/Examination.h"
-#include "Tools/qvctl/RequestRehearsal.h"
+#include "Tools/qvctl/Policy/RequestRehearsal.h"
 
 #include <fmt/format.h>
 
@@ -12,6 +12,7 @@ namespace Qvctl::Doctor {
 
 namespace {
 
+using namespace Qvctl::Policy;
 using namespace Platform::Network;
 
 constexpr const char* uploadCheck = "upload.last";

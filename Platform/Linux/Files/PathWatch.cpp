@@ -1,0 +1,160 @@
+#include "Platform/Linux/Files/PathWatch.h"
+#include "Platform/Error.h"
+
+#include "Platform/Storage/FileDescriptor.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <sys/inotify.h>
+#include <utility>
+
+namespace Platform::Linux::Files {
+
+namespace {
+
+constexpr std::uint32_t folderMoved = IN_ONLYDIR | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t folderItself = folderMoved | IN_ATTRIB;
+constexpr std::uint32_t entryReplaced = IN_ONLYDIR | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
+/// A file being written is told of when its writer closes it, never half-written.
+constexpr std::uint32_t entryChanged = entryReplaced | IN_CLOSE_WRITE | IN_ATTRIB;
+/// For a folder that cannot be watched: its parent reports when it is opened to us.
+constexpr std::uint32_t entryOpened = IN_ONLYDIR | IN_ATTRIB;
+/// For a file or link in such a folder. Removing or replacing it changes its link count.
+constexpr std::uint32_t entryItself =
+    IN_DONT_FOLLOW | IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
+
+/// A folder of everybody's, such as /tmp, stays one. To hear of its rights is to be woken by each file that
+/// anybody touches there, and to have the kernel go through all of them first.
+std::uint32_t eventsOfFolder(const Storage::PathStep& folder)
+{
+    return (folder.status.st_mode & S_ISVTX) != 0 ? folderMoved : folderItself;
+}
+
+/// Whether the walk ended because the process or the system ran out of something, which says nothing about
+/// the way to the file.
+bool isCutShort(const std::vector<Storage::PathStep>& steps)
+{
+    return std::any_of(steps.begin(), steps.end(), [](const Storage::PathStep& step) {
+        return step.error == EMFILE || step.error == ENFILE || step.error == ENOMEM;
+    });
+}
+
+} // namespace
+
+PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files,
+                     const AdapterLog& log, std::function<void()> onChange)
+    : m_watcher(watcher), m_files(std::move(files)), m_errorLine(log)
+{
+    // The handler learns its own number only after it was added, and may be called only after targets were
+    // set.
+    const auto number = std::make_shared<int>();
+    *number = watcher.addHandler(
+        [this, number, onChange = std::move(onChange)](std::uint32_t mask, std::string_view name) {
+            if (!concernsUs(mask, name))
+                return;
+            rearm(*number);
+            onChange();
+        });
+    rearm(*number);
+}
+
+bool PathWatch::concernsUs(std::uint32_t mask, std::string_view name)
+{
+    const std::lock_guard lock(m_mutex);
+    return name.empty() || (mask & IN_Q_OVERFLOW) != 0 || m_watchedNames.find(name) != m_watchedNames.end();
+}
+
+/// Watches every folder and link on the way to every file as they are now. What replaces one of them while
+/// the watches are laid is seen by the comparison at the end.
+void PathWatch::rearm(int handler)
+{
+    const auto isSame = [](const Storage::PathStep& left, const Storage::PathStep& right) {
+        return left.path == right.path && left.kind == right.kind &&
+               left.status.st_dev == right.status.st_dev && left.status.st_ino == right.status.st_ino;
+    };
+    const std::lock_guard lock(m_mutex);
+    // Bounded, in case somebody swaps links faster than they can be followed; the next event goes on from
+    // there.
+    constexpr int maximumAttempts = 10;
+    std::vector<Storage::PathStep> steps = walkAll();
+    if (m_isArmed && isCutShort(steps))
+        return; // The watches in place still report the next change.
+    m_isArmed = true;
+    std::set<std::filesystem::path> unwatched;
+    std::vector<FileSystemWatcher::Failure> failures;
+    for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
+        failures = m_watcher.setTargets(handler, targetsFor(steps, unwatched));
+        std::set<std::filesystem::path> failed;
+        for (const auto& failure : failures)
+            failed.insert(failure.path);
+        std::vector<Storage::PathStep> now = walkAll();
+        if (isCutShort(now))
+            break;
+        const bool isSettled =
+            failed == unwatched && std::equal(steps.begin(), steps.end(), now.begin(), now.end(), isSame);
+        steps = std::move(now);
+        unwatched = std::move(failed);
+        if (isSettled)
+            break;
+    }
+    report(failures);
+}
+
+std::vector<Storage::PathStep> PathWatch::walkAll() const
+{
+    std::vector<Storage::PathStep> steps;
+    for (const auto& file : m_files) {
+        const auto walked = Storage::walkPath(file);
+        steps.insert(steps.end(), walked.begin(), walked.end());
+    }
+    return steps;
+}
+
+/// `unwatched` are the paths that could not be watched. Their parents come first: what happens to them
+/// from then on is reported.
+std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<Storage::PathStep>& steps,
+                                                             const std::set<std::filesystem::path>& unwatched)
+{
+    std::vector<FileSystemWatcher::Target> targets;
+    m_watchedNames.clear();
+    for (const auto& path : unwatched) {
+        targets.push_back({path.parent_path(), entryOpened});
+        m_watchedNames.insert(path.filename());
+    }
+    for (const Storage::PathStep& step : steps) {
+        if (step.kind == Storage::PathStep::Kind::folder) {
+            targets.push_back({step.path, eventsOfFolder(step)});
+            continue;
+        }
+        const auto folder = step.path.parent_path();
+        targets.push_back(
+            {folder, step.kind == Storage::PathStep::Kind::other ? entryChanged : entryReplaced});
+        m_watchedNames.insert(step.path.filename());
+        if (unwatched.find(folder) != unwatched.end())
+            targets.push_back({step.path, entryItself});
+    }
+    return targets;
+}
+
+void PathWatch::report(const std::vector<FileSystemWatcher::Failure>& failures)
+{
+    if (failures.empty()) {
+        m_errorLine.reset();
+        return;
+    }
+    const auto& [path, error] = failures.front();
+    if (error == ENOSPC)
+        m_errorLine.say(fmt::format("Changes of {} may go unnoticed: this user has too many watches; raise "
+                                    "fs.inotify.max_user_watches",
+                                    path));
+    else
+        m_errorLine.say(
+            fmt::format("Changes in {} may go unnoticed: it cannot be watched: {}; let this user read "
+                        "it (chmod o+rx)",
+                        path, errorText(error)));
+}
+
+} // namespace Platform::Linux::Files

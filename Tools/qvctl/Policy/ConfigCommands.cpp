@@ -1,0 +1,142 @@
+#include "Core/ManagedConfigurationValidation.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/DevicePolicy.h"
+#include "Tools/qvctl/ManagedValues.h"
+#include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Policy/LintOutput.h"
+#include "Tools/qvctl/Policy/ManagedKeyForms.h"
+#include "Tools/qvctl/Policy/PolicyFiles.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <utility>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+using namespace Platform::PropertyLists;
+using namespace Platform::Linux;
+using namespace Platform::Linux::Files;
+using namespace Policy;
+using Platform::PropertyList;
+
+/// The policy of this device, with a warning about a file that it hides. Throws `VerbError` when there is
+/// none.
+DevicePolicy readDevicePolicy(const Options& options)
+{
+    auto policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::yes);
+    if (policy.bestReading().state == PolicyFileReading::State::missing)
+        throw VerbError(noInput, "there is no such file: " + policy.absence());
+    if (!policy.ignored.empty())
+        printError("{}", policy.ignoredText());
+    return policy;
+}
+
+/// The value that the application uses for `key`, given the validated and masked configuration; absent when
+/// it has none.
+std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Core::ValidatedConfig& config,
+                                          const PropertyList::Dictionary& managed, bool isRevealing)
+{
+    if (key.isCarried())
+        return Core::textsOf(key, config).empty() ? std::nullopt : std::optional(joinedTexts(key, config));
+    const auto found = managed.find(key.name);
+    if (found == managed.end())
+        return std::nullopt;
+    return !isRevealing && isMasked(key.name, found->second) ? std::string(mask)
+                                                             : found->second.description();
+}
+
+/// Why a key has the effective value it has.
+std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList::Dictionary& managed,
+                                 const std::vector<LintFinding>& findings)
+{
+    if (managed.find(key.name) == managed.end())
+        return {"the key is missing"};
+    std::vector<std::string> texts;
+    for (const LintFinding& finding : findings) {
+        if (finding.key == key.name)
+            texts.push_back(fmt::format("{} {}; {}", subjectOf(finding), finding.problem, finding.effect));
+    }
+    if (texts.empty())
+        texts.emplace_back("taken as written");
+    return texts;
+}
+
+} // namespace
+
+ExitCode configShow(const Options& options)
+{
+    const DevicePolicy policy = readDevicePolicy(options);
+    const PolicyFileReading& reading = policy.bestReading();
+    if (reading.state != PolicyFileReading::State::good)
+        return failUnusable(options, reading);
+    json::object values;
+    for (const auto& [key, value] : *reading.document.root.dictionary()) {
+        const bool isHidden = !options.isRevealing && isMasked(key, value);
+        if (options.isJSON)
+            values.emplace(key, isHidden ? json::value(mask) : jsonValue(value));
+        else
+            print("{:<40}{}\n", key, isHidden ? std::string(mask) : displayText(value));
+    }
+    if (options.isJSON)
+        printJSON({{"path", reading.path.string()},
+                   {"format", formatName(reading.document.format)},
+                   {"ignored", pathsJSON(policy.ignored)},
+                   {"configuration", std::move(values)}});
+    return success;
+}
+
+ExitCode configExplain(const Options& options, const std::optional<std::string>& file)
+{
+    DevicePolicy policy;
+    if (file)
+        policy.reading = readNamedPolicy(*file);
+    else
+        policy = readDevicePolicy(options);
+    const PolicyFileReading& reading = policy.bestReading();
+    if (reading.state != PolicyFileReading::State::good)
+        return failUnusable(options, reading);
+    const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
+    const std::vector<LintFinding> findings = findProblems(reading.document, options.isRevealing);
+    const auto config = maskedConfig(Core::validateManagedConfiguration(managed), options.isRevealing);
+    json::object keys;
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        const auto value = effectiveValue(key, config, managed, options.isRevealing);
+        const auto why = reasons(key, managed, findings);
+        if (options.isJSON) {
+            keys[key.name] = {{"description", key.description},
+                              {"effective", value ? json::value(*value) : json::value()},
+                              {"reasons", json::array(why.begin(), why.end())}};
+            continue;
+        }
+        print("{:<40}{}\n", key.name, value ? styled("{}", *value) : toned(Tone::warning, "no value"));
+        for (const std::string& reason : why)
+            print("    {}\n", reason);
+        print("    {}\n", toned(Tone::faint, key.description));
+    }
+    if (options.isJSON)
+        printJSON({{"path", reading.path.string()},
+                   {"ignored", pathsJSON(policy.ignored)},
+                   {"keys", std::move(keys)},
+                   {"findings", findingsJSON(findings)}});
+    return success;
+}
+
+ExitCode configSchema(const Options& options, SchemaFormat format)
+{
+    const json::value content = format == SchemaFormat::jsonSchema  ? json::value(jsonSchema())
+                                : format == SchemaFormat::appConfig ? json::value(appConfigForm())
+                                                                    : json::value(samplePolicy());
+    if (options.isJSON)
+        printJSON({{"content", content}});
+    else if (const auto* text = content.if_string())
+        writeOutput(*text);
+    else
+        writeOutput(prettyJSON(content) + "\n");
+    return success;
+}
+
+} // namespace Qvctl

@@ -1,0 +1,78 @@
+#include "Tools/qvctl/Policy/LintOutput.h"
+
+#include "Tools/qvctl/Output.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Qvctl::Policy {
+
+namespace {
+
+namespace json = boost::json;
+
+std::string placeOf(const std::filesystem::path& file, const LintFinding& finding)
+{
+    const auto& position = finding.position;
+    return position ? fmt::format("{}:{}:{}", file.string(), position->line, position->column)
+                    : file.string();
+}
+
+Tone toneOf(Severity severity)
+{
+    return severity == Severity::error     ? Tone::bad
+           : severity == Severity::warning ? Tone::warning
+                                           : Tone::faint;
+}
+
+/// `severity` is the name of that of the finding, in color or not.
+std::string lineOf(const std::filesystem::path& file, const LintFinding& finding, const Styled& severity)
+{
+    return styled("{}: {}: {} {}; {}{}{}\n", placeOf(file, finding), severity, subjectOf(finding),
+                  finding.problem, finding.effect, finding.mend.empty() ? "" : "; ", finding.mend)
+        .text;
+}
+
+} // namespace
+
+std::string subjectOf(const LintFinding& finding)
+{
+    return finding.index ? fmt::format("{}[{}]", finding.key, *finding.index) : finding.key;
+}
+
+void printFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings)
+{
+    for (const LintFinding& finding : findings)
+        writeOutput(lineOf(file, finding, toned(toneOf(finding.severity), severityName(finding.severity))));
+}
+
+void reportFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings)
+{
+    for (const LintFinding& finding : findings)
+        writeDiagnostics(lineOf(file, finding, styled("{}", severityName(finding.severity))));
+}
+
+json::array findingsJSON(const std::vector<LintFinding>& findings)
+{
+    json::array list;
+    for (const LintFinding& finding : findings) {
+        json::object object{{"severity", severityName(finding.severity)}, {"key", finding.key}};
+        object["index"] = finding.index ? json::value(*finding.index) : json::value();
+        object["line"] = finding.position ? json::value(finding.position->line) : json::value();
+        object["column"] = finding.position ? json::value(finding.position->column) : json::value();
+        object["problem"] = finding.problem;
+        object["effect"] = finding.effect;
+        object["mend"] = finding.mend;
+        list.push_back(std::move(object));
+    }
+    return list;
+}
+
+bool hasErrors(const std::vector<LintFinding>& findings)
+{
+    return std::any_of(findings.begin(), findings.end(),
+                       [](const LintFinding& finding) { return finding.severity == Severity::error; });
+}
+
+} // namespace Qvctl::Policy

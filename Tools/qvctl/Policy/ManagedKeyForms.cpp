@@ -1,0 +1,202 @@
+#include "Tools/qvctl/Policy/ManagedKeyForms.h"
+
+#include "Core/ManagedConfigurationValidation.h"
+#include "Core/ManagedKeys.h"
+#include "Platform/ASCII.h"
+#include "Platform/Linux/DevicePaths.h"
+
+#include <fmt/format.h>
+#include <pugixml.hpp>
+
+#include <sstream>
+#include <vector>
+
+namespace Qvctl::Policy {
+
+namespace {
+
+namespace json = boost::json;
+using Core::ManagedKey;
+using KeyKind = ManagedKey::Kind;
+
+constexpr const char* formLanguage = "en-US";
+
+/// Inside brackets: the characters that validation takes away at the ends of a text.
+constexpr std::string_view whiteSpace =
+    R"(\t-\r \u0085\u00a0\u1680\u2000-\u200a\u2028\u2029\u202f\u205f\u3000)";
+
+std::string notBlankPattern()
+{
+    return fmt::format("[^{}]", whiteSpace);
+}
+
+/// One bundle identifier, or nothing, within white space.
+std::string bundleIdPattern()
+{
+    return fmt::format(R"([{0}]*([A-Za-z0-9-]*\.[A-Za-z0-9.-]*)?[{0}]*)", whiteSpace);
+}
+
+/// The example as the value that one would write.
+json::value exampleValue(const ManagedKey& key)
+{
+    switch (key.kind) {
+    case KeyKind::bundleIds:
+        return json::value_from(Core::splitAtCommas(key.example));
+    case KeyKind::revision:
+        return json::parse(key.example);
+    case KeyKind::text:
+    case KeyKind::address:
+        break;
+    }
+    return json::string(key.example);
+}
+
+/// A name that has the letters and digits of `key` and is not meant to be any other: case and punctuation do
+/// not count.
+std::string likeness(std::string_view key)
+{
+    std::string pattern = "[^A-Za-z0-9]*";
+    for (const char character : key) {
+        if (Platform::isASCIILetter(character))
+            pattern += fmt::format("[{}{}][^A-Za-z0-9]*", Platform::upperCaseASCII(character),
+                                   Platform::lowerCaseASCII(character));
+        else if (Platform::isASCIIDigit(character))
+            pattern += fmt::format("{}[^A-Za-z0-9]*", character);
+    }
+    return pattern;
+}
+
+/// Names of keys: any but those that differ from one of the application's only in case or punctuation.
+json::object keyNames()
+{
+    json::array names;
+    std::vector<std::string> likenesses;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        names.emplace_back(key.name);
+        likenesses.push_back(likeness(key.name));
+    }
+    return {
+        {"$comment", "Other keys are ignored. One that only differs in case or punctuation is a mistake."},
+        {"anyOf",
+         {{{"enum", std::move(names)}},
+          {{"not", {{"pattern", fmt::format("^({})$", fmt::join(likenesses, "|"))}}}}}}};
+}
+
+/// What values must look like, by the name under which keys refer to it.
+json::object definitions()
+{
+    const std::string one = bundleIdPattern();
+    return {
+        {"textOrNumber",
+         {{"anyOf",
+           {{{"type", "string"}, {"pattern", notBlankPattern()}},
+            {{"type", {"number", "boolean"}}, {"$comment", "Its decimal text is used."}}}}}},
+        {"bundleIds",
+         {{"anyOf",
+           {{{"type", "array"}, {"items", {{"type", "string"}, {"pattern", "^" + one + "$"}}}},
+            {{"type", "string"},
+             {"pattern", fmt::format("^{0}(,{0})*$", one)},
+             {"$comment", "The same with commas between them."}}}}}},
+    };
+}
+
+/// The name among the definitions; null where anything will do.
+const char* definitionOf(KeyKind kind)
+{
+    switch (kind) {
+    case KeyKind::text:
+    case KeyKind::address:
+        return "textOrNumber";
+    case KeyKind::bundleIds:
+        return "bundleIds";
+    case KeyKind::revision:
+        break;
+    }
+    return nullptr;
+}
+
+/// The element that declares a value of the kind in a form.
+const char* formType(KeyKind kind)
+{
+    switch (kind) {
+    case KeyKind::bundleIds:
+        return "stringArray";
+    case KeyKind::revision:
+        return "integer";
+    case KeyKind::text:
+    case KeyKind::address:
+        break;
+    }
+    return "string";
+}
+
+void appendText(pugi::xml_node& parent, const char* element, std::string_view text)
+{
+    auto language = parent.append_child(element).append_child("language");
+    language.append_attribute("value") = formLanguage;
+    language.text() = std::string(text).c_str();
+}
+
+} // namespace
+
+json::object jsonSchema()
+{
+    json::object properties;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        json::object schema{
+            {"title", key.label},
+            {"description", fmt::format("{} Accepted: {}.", key.description, Core::acceptedForms(key.kind))}};
+        if (const char* definition = definitionOf(key.kind))
+            schema["$ref"] = fmt::format("#/$defs/{}", definition);
+        if (key.isSecret)
+            schema["writeOnly"] = true;
+        schema["examples"] = json::array{exampleValue(key)};
+        properties[key.name] = std::move(schema);
+    }
+    return {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
+            {"title", "Managed configuration of Quorvane MDM"},
+            {"description", "Keys are case-sensitive and may all be left out. Other keys are ignored."},
+            {"type", "object"},
+            {"properties", std::move(properties)},
+            {"propertyNames", keyNames()},
+            {"$defs", definitions()}};
+}
+
+std::string appConfigForm()
+{
+    pugi::xml_document document;
+    auto declaration = document.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    auto root = document.append_child("managedAppConfiguration");
+    root.append_child("version").text() = Core::managedKeysVersion;
+    root.append_child("bundleId").text() = std::string(Platform::Linux::applicationIdentifier).c_str();
+    auto dictionary = root.append_child("dict");
+    auto presentation = root.append_child("presentation");
+    presentation.append_attribute("defaultLocale") = formLanguage;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        const std::string name(key.name);
+        auto value = dictionary.append_child(formType(key.kind));
+        value.append_attribute("keyName") = name.c_str();
+        value.append_child("constraint").append_attribute("nullable") = true;
+
+        auto field = presentation.append_child("field");
+        field.append_attribute("keyName") = name.c_str();
+        field.append_attribute("type") = key.kind == KeyKind::bundleIds ? "list" : "input";
+        appendText(field, "label", key.label);
+        appendText(field, "description", key.description);
+    }
+    std::ostringstream text;
+    document.save(text, "  ");
+    return text.str();
+}
+
+json::object samplePolicy()
+{
+    json::object policy;
+    for (const ManagedKey& key : Core::managedKeys())
+        policy[key.name] = exampleValue(key);
+    return policy;
+}
+
+} // namespace Qvctl::Policy

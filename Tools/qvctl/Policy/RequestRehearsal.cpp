@@ -1,0 +1,201 @@
+#include "Tools/qvctl/Policy/RequestRehearsal.h"
+
+#include "Core/APIClient.h"
+#include "Core/APIError.h"
+#include "Core/Logger.h"
+#include "Core/ManagedKeys.h"
+#include "Core/UnicodeText.h"
+#include "Platform/ASCII.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/Encoding.h"
+#include "PushNotifications/RemoteNotificationHandler.h"
+
+#include <fmt/format.h>
+
+#include <deque>
+#include <memory>
+#include <utility>
+
+namespace Qvctl::Policy {
+
+namespace {
+
+using Core::APIError;
+using Core::ValidatedConfig;
+
+/// Stand in for the values that are not being tried.
+constexpr const char* someDomain = "https://localhost";
+constexpr const char* someDeviceId = "DEVICE";
+
+class FixedConfig final : public Core::APIClientConfigProvider {
+public:
+    explicit FixedConfig(const ValidatedConfig& config) : m_config(config) {}
+    [[nodiscard]] std::optional<std::string> baseDomain() const override { return m_config.baseDomain; }
+    [[nodiscard]] std::optional<std::string> apiKey() const override { return m_config.apiKey; }
+    [[nodiscard]] std::optional<std::string> deviceId() const override { return m_config.deviceId; }
+
+private:
+    const ValidatedConfig& m_config;
+};
+
+/// The client logs what it cannot send; here that is the result.
+class NoLog final : public Core::LogSink {
+public:
+    void write(std::string_view, Core::LogLevel, Core::LogPrivacy, const Platform::LogHandle&) override {}
+};
+
+/// Runs its items on the thread that calls `run()`.
+class Queue final : public Platform::DispatchQueue {
+public:
+    void async(Work work) override { m_items.push_back(std::move(work)); }
+    void run()
+    {
+        for (; !m_items.empty(); m_items.pop_front())
+            m_items.front()();
+    }
+
+private:
+    std::deque<Work> m_items;
+};
+
+/// Checks a request as the transport does before it sends one, and answers it with an empty response.
+class CheckingSession final : public Platform::URLSession {
+public:
+    explicit CheckingSession(Queue& queue) : m_queue(queue) {}
+
+    void start(Platform::URLRequest request, Completion completion) override
+    {
+        Outcome outcome = check(request);
+        m_queue.async(
+            [outcome = std::move(outcome), completion = std::move(completion)] { completion(outcome); });
+    }
+    /// Of the last request; absent when it was refused.
+    [[nodiscard]] const std::optional<Platform::Network::SecureURL>& target() const { return m_target; }
+
+private:
+    Outcome check(Platform::URLRequest& request)
+    {
+        try {
+            m_target = Platform::Network::parseSecureURL(request.url);
+            Platform::Network::cleanRequest(request);
+            return Platform::URLResponse{.body = {}, .http = Platform::HTTPURLResponse{.statusCode = 200}};
+        } catch (const Platform::URLError& error) {
+            m_target.reset();
+            return error;
+        }
+    }
+
+    Queue& m_queue;
+    std::optional<Platform::Network::SecureURL> m_target;
+};
+
+bool isURLCharacter(char character)
+{
+    return Platform::isASCIILetter(character) || Platform::isASCIIDigit(character) ||
+           std::string_view("-._~:/?#[]@!$&'()*+,;=%").find(character) != std::string_view::npos;
+}
+
+/// What keeps `text` from being part of a URL, for the values that the client refused.
+std::string flawOf(std::string_view text)
+{
+    while (!text.empty()) {
+        const auto [character, length] = Platform::characterOrByte(text);
+        const std::string_view bytes = text.substr(0, length);
+        if (Core::isQuotationMark(character))
+            return "it has a quotation mark in it: " + std::string(bytes);
+        if (character == ' ')
+            return "it has a blank in it";
+        if (Platform::isUnprintable(character))
+            return "it has a line break or another unprintable character in it";
+        if (character >= 0x80)
+            return fmt::format("it has a character in it that is not ASCII: {}", bytes);
+        if (!isURLCharacter(text.front()))
+            return fmt::format("it has a character in it that no URL may have: {}", bytes);
+        text.remove_prefix(length);
+    }
+    return "it is not of the form of a URL; check the port and each \"%\"";
+}
+
+/// A sentence about something else as the end of another one.
+std::string clause(std::string sentence)
+{
+    if (!sentence.empty())
+        sentence.front() = Platform::lowerCaseASCII(sentence.front());
+    if (sentence.ends_with('.'))
+        sentence.pop_back();
+    return sentence;
+}
+
+/// What became of a request that was composed and checked, and not sent.
+struct UploadAttempt {
+    std::optional<Platform::Network::SecureURL> target;
+    /// The transport's, as a clause; empty when the client could not compose the address.
+    std::string refusal;
+};
+
+Platform::Task<void> upload(const Core::APIClient& client, std::string path, UploadAttempt& attempt)
+{
+    try {
+        auto request = client.post(path, std::optional<Platform::Data>());
+        static_cast<void>(co_await std::move(request));
+    } catch (const APIError& error) {
+        if (const auto* failure = std::get_if<APIError::NetworkFailure>(&error.theCase()))
+            attempt.refusal = clause(failure->underlying.localizedDescription);
+    }
+}
+
+/// Has the client compose the upload of a device token and the transport check it.
+UploadAttempt attemptUpload(const ValidatedConfig& config)
+{
+    Queue queue;
+    CheckingSession session(queue);
+    Core::Logger logger(std::make_unique<NoLog>(), std::nullopt);
+    const FixedConfig provider(config);
+    const Core::APIClient client(provider, session, Core::JSONDecoder(), Core::JSONEncoder(), logger);
+    UploadAttempt attempt;
+    const std::string deviceId = config.deviceId.value_or(someDeviceId);
+    Platform::spawn(
+        queue, upload(client, PushNotifications::PushNotificationRoutes::deviceToken(deviceId), attempt));
+    queue.run();
+    attempt.target = session.target();
+    return attempt;
+}
+
+} // namespace
+
+CheckedAddress checkBackendAddress(const std::string& baseDomain)
+{
+    if (const auto scheme = Core::unsupportedScheme(baseDomain))
+        return {.target = {},
+                .refusal = fmt::format("it names the scheme \"{}\" where the host belongs", *scheme)};
+    ValidatedConfig config;
+    config.baseDomain = baseDomain;
+    const UploadAttempt attempt = attemptUpload(config);
+    if (attempt.target)
+        return {.target = attempt.target, .refusal = {}};
+    return {.target = {}, .refusal = attempt.refusal.empty() ? flawOf(baseDomain) : attempt.refusal};
+}
+
+std::optional<Platform::Network::SecureURL> uploadAddress(const ValidatedConfig& config)
+{
+    return attemptUpload(config).target;
+}
+
+std::vector<UnusableValue> unusableValues(const ValidatedConfig& config)
+{
+    std::vector<UnusableValue> values;
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        const auto* member = std::get_if<Core::ManagedKey::TextMember>(&key.member);
+        if (member == nullptr || !(config.**member))
+            continue;
+        ValidatedConfig tried;
+        tried.baseDomain = someDomain;
+        tried.** member = config.**member;
+        if (const UploadAttempt attempt = attemptUpload(tried); !attempt.target)
+            values.push_back(
+                {key.name, attempt.refusal.empty() ? flawOf(*(config.**member)) : attempt.refusal});
+    }
+    return values;
+}
+
+} // namespace Qvctl::Policy
