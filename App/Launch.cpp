@@ -100,8 +100,8 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
     app.installDelegate(services.application);
 
     MainWindow window({device->systemStore(), shell, device->appearance(), app}, windowContent);
-    const bool isUnseen = options.isStartedByBus && QGuiApplication::platformName() == u"offscreen";
-    show = [&] { isUnseen ? runLoop.quit() : window.show(); };
+    const bool isHeadless = options.isStartedByBus && QGuiApplication::platformName() == u"offscreen";
+    show = [&] { isHeadless ? runLoop.quit() : window.show(); };
     device->setActive(QGuiApplication::applicationState() == Qt::ApplicationActive);
     QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &shell,
                      [&](Qt::ApplicationState state) {

@@ -18,7 +18,7 @@ NavigationStack {
     readonly property real maximumContentWidth: isRegular ? 900 : Infinity
 
     destination: view.destination
-    onBackWanted: view.goBack()
+    onBackRequested: view.goBack()
     Component.onCompleted: view.appear()
 
     Rectangle {
@@ -73,7 +73,7 @@ NavigationStack {
                     objectName: "dashboard.warning"
                     x: root.sidePadding
                     width: column.width - 2 * root.sidePadding
-                    onSettingsWanted: root.view.openSettings()
+                    onSettingsRequested: root.view.openSettings()
                 }
             }
 

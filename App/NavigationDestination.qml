@@ -15,7 +15,7 @@ FocusScope {
     /// How far it is away: 0 in place, 1 out of sight.
     property real offset: 1
 
-    signal backWanted
+    signal backRequested
 
     /// Shows the document of a screen with a presentation mode.
     function show(document: string) {
@@ -41,8 +41,8 @@ FocusScope {
     height: parent.height
     visible: offset < 1
     enabled: isShown
-    Keys.onEscapePressed: backWanted()
-    Keys.onBackPressed: backWanted()
+    Keys.onEscapePressed: backRequested()
+    Keys.onBackPressed: backRequested()
     onVisibleChanged: {
         if (!visible)
             screen.source = "";
@@ -85,7 +85,7 @@ FocusScope {
             cornerRadius: Theme.radius.strip
             focus: true
             accessibleName: qsTr("Back")
-            onClicked: root.backWanted()
+            onClicked: root.backRequested()
 
             Row {
                 id: backRow
@@ -130,7 +130,7 @@ FocusScope {
                     return;
                 const isLeaving = root.offset > 0.35 || centroid.velocity.x > 300;
                 if (isLeaving)
-                    root.backWanted();
+                    root.backRequested();
                 else
                     root.settle();
             }

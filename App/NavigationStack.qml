@@ -14,7 +14,7 @@ FocusScope {
     property NavigationDestination shownOver: null
 
     /// The user wants the destination to go.
-    signal backWanted
+    signal backRequested
 
     onDestinationChanged: {
         if (destination !== "") {
@@ -29,7 +29,7 @@ FocusScope {
     PresentationMode {
         id: mode
 
-        onDismissed: root.backWanted()
+        onDismissed: root.backRequested()
     }
 
     FocusScope {
@@ -51,7 +51,7 @@ FocusScope {
 
         NavigationDestination {
             presentationMode: mode
-            onBackWanted: root.backWanted()
+            onBackRequested: root.backRequested()
             Component.onCompleted: root.shownOver = this
         }
     }

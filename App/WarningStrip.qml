@@ -8,7 +8,7 @@ import Quorvane.Design
 Panel {
     id: root
 
-    signal settingsWanted
+    signal settingsRequested
 
     implicitHeight: Math.max(text.height, label.height) + 2 * Theme.padding
     radius: Theme.radius.strip
@@ -49,7 +49,7 @@ Panel {
         height: Math.max(label.height, Theme.minimumTarget)
         cornerRadius: Theme.radius.strip
         accessibleName: qsTr("Open Settings")
-        onClicked: root.settingsWanted()
+        onClicked: root.settingsRequested()
 
         TextLabel {
             id: label

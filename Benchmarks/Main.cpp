@@ -55,7 +55,7 @@ public:
         return !benchmark::ReportUnrecognizedArguments(count, m_pointers.data());
     }
 
-    [[nodiscard]] bool isFileWanted() const
+    [[nodiscard]] bool isFileNeeded() const
     {
         return std::any_of(m_texts.begin(), m_texts.end(),
                            [](const std::string& text) { return text.starts_with("--benchmark_out="); });
@@ -69,7 +69,7 @@ private:
 void measure(const std::vector<Figure>& figures, const Arguments& arguments, Results& results)
 {
     // The library begins its file anew with each run, and shuffles all that is in one.
-    if (arguments.isFileWanted()) {
+    if (arguments.isFileNeeded()) {
         benchmark::RunSpecifiedBenchmarks(&results);
         return;
     }

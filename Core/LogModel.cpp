@@ -42,9 +42,10 @@ Platform::LogType unifiedLogType(LogLevel level)
     return Platform::LogType::fault;
 }
 
-LogPrivacy resolvedPrivacy(LogPrivacy asked)
+LogPrivacy resolvedPrivacy(LogPrivacy requested)
 {
-    const LogPrivacy privacy = asked == LogPrivacy::inherit ? LoggingConfig::defaultPrivacy.load() : asked;
+    const LogPrivacy privacy =
+        requested == LogPrivacy::inherit ? LoggingConfig::defaultPrivacy.load() : requested;
     return privacy == LogPrivacy::public_ ? LogPrivacy::public_ : LogPrivacy::private_;
 }
 

@@ -106,6 +106,6 @@ struct LoggingConfig {
 };
 
 /// `public_` or `private_`, whatever was asked for.
-LogPrivacy resolvedPrivacy(LogPrivacy asked);
+LogPrivacy resolvedPrivacy(LogPrivacy requested);
 
 } // namespace Core

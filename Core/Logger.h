@@ -154,11 +154,12 @@ private:
               privacy(arguments.privacy),
               site(callSite)
         {}
-        LogCall(const CallSite& callSite, LogCategory ofCategory, const LogContext& context, LogPrivacy asked)
+        LogCall(const CallSite& callSite, LogCategory ofCategory, const LogContext& context,
+                LogPrivacy requested)
             : category(ofCategory),
               error(context.error),
               metadata(&context.metadata),
-              privacy(asked),
+              privacy(requested),
               site(callSite)
         {}
 

@@ -19,7 +19,7 @@ class FindingCollector {
 public:
     FindingCollector(std::vector<ValidationFinding>* sink, std::string_view key) : m_sink(sink), m_key(key) {}
 
-    [[nodiscard]] bool areWanted() const { return m_sink != nullptr; }
+    [[nodiscard]] bool areCollected() const { return m_sink != nullptr; }
     void add(FindingKind kind, std::optional<std::size_t> index = std::nullopt)
     {
         if (m_sink != nullptr)
@@ -80,7 +80,7 @@ std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pi
             findings.add(*flaw, index);
             continue;
         }
-        if (findings.areWanted() && !seen.insert(entry).second)
+        if (findings.areCollected() && !seen.insert(entry).second)
             findings.add(FindingKind::entryRepeated, index);
         kept.emplace_back(entry);
     }

@@ -20,7 +20,7 @@ void AdapterLog::write(LogType type, std::string_view line) const noexcept
     }
 }
 
-void ErrorLine::say(const std::string& line, std::string_view occasion)
+void ErrorLine::report(const std::string& line, std::string_view occasion)
 {
     std::string said = line;
     said.append("\n").append(occasion);

@@ -33,7 +33,7 @@ private:
 class ErrorLine {
 public:
     explicit ErrorLine(const AdapterLog& log) : m_log(log) {}
-    void say(const std::string& line, std::string_view occasion = {});
+    void report(const std::string& line, std::string_view occasion = {});
     void reset() { m_last.clear(); }
 
 private:

@@ -34,7 +34,8 @@ public:
     virtual void observe(Observer observer) = 0;
 };
 
-/// One appearance from the start to the end: for development, for pictures, and where no system can be asked.
+/// One appearance from the start to the end: for development, for pictures, and where no system can be
+/// setting.
 class FixedAppearance final : public AppearanceSource {
 public:
     explicit FixedAppearance(const Appearance& appearance = {}) : m_appearance(appearance) {}
@@ -44,10 +45,10 @@ public:
     static std::unique_ptr<FixedAppearance> fromEnvironment()
     {
         const char* value = std::getenv("QUORVANE_APPEARANCE");
-        const std::string_view asked = value != nullptr ? value : "";
-        if (asked != "dark" && asked != "light")
+        const std::string_view setting = value != nullptr ? value : "";
+        if (setting != "dark" && setting != "light")
             return nullptr;
-        return std::make_unique<FixedAppearance>(Appearance{.isDark = asked == "dark"});
+        return std::make_unique<FixedAppearance>(Appearance{.isDark = setting == "dark"});
     }
 
     [[nodiscard]] Appearance current() const override { return m_appearance; }

@@ -45,7 +45,7 @@ public:
     virtual ~PermissionPrompt() = default;
 
     /// `completion` is called at most once, on the main thread: when the user has decided.
-    virtual void ask(std::function<void(bool isGranted)> completion) = 0;
+    virtual void requestPermission(std::function<void(bool isGranted)> completion) = 0;
 };
 
 /// What the page of this application in the system's settings shows and changes. Threads: main.

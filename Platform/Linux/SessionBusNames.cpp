@@ -76,7 +76,7 @@ std::set<std::string, std::less<>> busNames(sd_bus* bus, const char* method, Ste
 
 } // namespace
 
-SessionBusNames SessionBusNames::ask(std::chrono::milliseconds timeout)
+SessionBusNames SessionBusNames::query(std::chrono::milliseconds timeout)
 {
     const auto deadline = SteadyClock::now() + timeout;
     sd_bus* opened = nullptr;

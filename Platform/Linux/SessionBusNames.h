@@ -26,7 +26,7 @@ struct SessionBusNames {
     }
 
     /// Throws `SessionBusError` when there is no bus, or none that answers in time.
-    static SessionBusNames ask(std::chrono::milliseconds timeout);
+    static SessionBusNames query(std::chrono::milliseconds timeout);
 };
 
 } // namespace Platform::Linux

@@ -163,9 +163,9 @@ void CurlTransfer::setHeaderFields()
         append(isBlank ? fmt::format("{};", name) : fmt::format("{}: {}", name, value));
     }
     // Curl would wait for leave to send larger bodies, and would call every body a form.
-    for (const char* unasked : {"Expect", "Content-Type"}) {
-        if (!m_request.headerFields.contains(unasked))
-            append(std::string(unasked) + ":");
+    for (const char* unwanted : {"Expect", "Content-Type"}) {
+        if (!m_request.headerFields.contains(unwanted))
+            append(std::string(unwanted) + ":");
     }
     set(CURLOPT_HTTPHEADER, m_headerList.get());
 }

@@ -53,7 +53,7 @@ std::string reasonOf(pugi::xml_parse_status status)
 }
 
 /// "<dict>", or "an unknown element": only names of our own format are repeated.
-std::string inWords(pugi::xml_node element)
+std::string described(pugi::xml_node element)
 {
     constexpr std::array<std::string_view, 11> known{"plist", "dict", "array", "key",  "string", "integer",
                                                      "real",  "true", "false", "date", "data"};
@@ -173,7 +173,7 @@ pugi::xml_node XMLReader::rootElement()
     if (!root)
         m_document.fail("has no root element", m_document.text().size());
     if (std::string_view(root.name()) != "plist")
-        fail(fmt::format("the root element is {}, not <plist>", inWords(root)), root);
+        fail(fmt::format("the root element is {}, not <plist>", described(root)), root);
     return root;
 }
 
@@ -229,7 +229,7 @@ PropertyList XMLReader::value(pugi::xml_node element, Nesting nesting)
         return scalar(element, parseData, "Base64");
     if (name == "key")
         fail("a <key> where a value is expected", element);
-    fail(fmt::format("{} where a value is expected", inWords(element)), element);
+    fail(fmt::format("{} where a value is expected", described(element)), element);
 }
 
 PropertyList XMLReader::dictionary(pugi::xml_node element, Nesting nesting)
@@ -238,7 +238,7 @@ PropertyList XMLReader::dictionary(pugi::xml_node element, Nesting nesting)
     pugi::xml_node key = nextElement(element.first_child());
     while (key) {
         if (std::string_view(key.name()) != "key")
-            fail(fmt::format("{} where a <key> is expected", inWords(key)), key);
+            fail(fmt::format("{} where a <key> is expected", described(key)), key);
         const std::string name = content(key);
         PropertyList& slot = entries.insert(name, offsetOf(key), m_document);
         const pugi::xml_node member = nextElement(key.next_sibling());
@@ -289,7 +289,7 @@ std::string XMLReader::content(pugi::xml_node element)
     std::string out;
     for (const pugi::xml_node node : element.children()) {
         if (!isText(node))
-            fail(fmt::format("<{}> holds {}; only text is allowed there", element.name(), inWords(node)),
+            fail(fmt::format("<{}> holds {}; only text is allowed there", element.name(), described(node)),
                  node);
         appendDecoded(out, node);
     }

@@ -20,7 +20,7 @@ bool mayNotify(AuthorizationStatus status)
            status == AuthorizationStatus::ephemeral;
 }
 
-Error nobodyToAsk()
+Error noPromptError()
 {
     constexpr const char* domain = "Platform.Linux.PermissionError";
     return {.typeName = domain,
@@ -65,13 +65,13 @@ void DeviceNotificationCenter::decide(AuthorizationCompletion completion)
         return;
     }
     if (m_ports.prompt == nullptr) {
-        completion(false, nobodyToAsk());
+        completion(false, noPromptError());
         return;
     }
     m_requests.push_back(std::move(completion));
     if (m_requests.size() > 1)
         return;
-    m_ports.prompt->ask([this](bool isGranted) {
+    m_ports.prompt->requestPermission([this](bool isGranted) {
         m_ports.state.setAuthorizationStatus(isGranted ? AuthorizationStatus::authorized
                                                        : AuthorizationStatus::denied);
         for (const auto& request : std::exchange(m_requests, {}))

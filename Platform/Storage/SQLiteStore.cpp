@@ -126,7 +126,7 @@ bool SQLiteStore::perform(Purpose purpose, const std::function<void(SQLiteConnec
         }
     }
     const char* what = purpose == Purpose::write ? "write" : "read";
-    m_errorLine.say(fmt::format("Cannot {} {}: {}", what, m_file.string(), reason));
+    m_errorLine.report(fmt::format("Cannot {} {}: {}", what, m_file.string(), reason));
     return false;
 }
 
@@ -152,7 +152,7 @@ void SQLiteStore::ensureOpen(Purpose purpose)
             openAsIs();
             if (!m_connection)
                 throw;
-            m_readOnlyLine.say(fmt::format("{} can only be read: {}", m_file.string(), error.what()));
+            m_readOnlyLine.report(fmt::format("{} can only be read: {}", m_file.string(), error.what()));
         }
     } else {
         openAsIs();

@@ -173,14 +173,16 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessTheViewHasGone)
     const std::tuple<AuthorizationStatus, bool, int> cases[] = {
         {authorized, false, 1}, {provisional, false, 1},  {ephemeral, false, 1},
         {denied, true, 0},      {notDetermined, true, 1}, {notDetermined, false, 0}};
-    const auto effects = [&] { return std::pair(center.askedOptions != 0, application.registrationCount); };
+    const auto effects = [&] {
+        return std::pair(center.requestedOptions != 0, application.registrationCount);
+    };
     domains.standard().set("hasLaunchedBefore", true);
     for (const auto& [status, willGrant, registrationCount] : cases) {
         // At first to the end, then with the view gone after fewer and fewer steps.
         for (int stepCount = 9; stepCount >= 0; --stepCount) {
             center.status = status;
             center.willGrant = willGrant;
-            center.askedOptions = 0;
+            center.requestedOptions = 0;
             application.registrationCount = 0;
             content = std::make_unique<ContentView>(ports);
             content->dashboard()->appear();

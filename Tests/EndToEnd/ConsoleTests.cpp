@@ -20,15 +20,15 @@ using testing::Not;
 namespace {
 
 /// What Docs/JSON.md says of one verb.
-struct DocumentedVerb {
+struct DocumentedCommand {
     json::value example;
     std::set<std::string> members;
 };
 
-std::map<std::string, DocumentedVerb> documentedVerbs()
+std::map<std::string, DocumentedCommand> documentedCommands()
 {
-    std::map<std::string, DocumentedVerb> verbs;
-    DocumentedVerb* verb = nullptr;
+    std::map<std::string, DocumentedCommand> verbs;
+    DocumentedCommand* verb = nullptr;
     std::ifstream document(QV_SOURCES "/Docs/JSON.md");
     for (std::string line; std::getline(document, line);) {
         if (line.starts_with("## qvctl "))
@@ -185,7 +185,7 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
     run("config forget", {"config", "forget"});
     run("privacy", {"privacy", "reset", "notifications"});
 
-    for (const auto& [verb, documented] : documentedVerbs()) {
+    for (const auto& [verb, documented] : documentedCommands()) {
         std::set<std::string> example = membersOf(documented.example, documented.members);
         if (verb == "status")
             example.insert("deviceToken"); // The example is one without --reveal.
@@ -398,7 +398,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
                                     "log --since 2023-11-14T22:13:21Z", two, "log --since 1d", object,
                                     "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
                                     "[user 0, /usr/bin/logger] " + forged, two + ", then " + three));
-    const auto documented = documentedVerbs().at("log").members;
+    const auto documented = documentedCommands().at("log").members;
     EXPECT_EQ(membersOf(json::parse(object), documented), documented);
 }
 

@@ -276,7 +276,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
     struct Case {
         const char* name;
         std::function<void()> breakIt;
-        std::function<void()> mendIt;
+        std::function<void()> repair;
         const char* failed;
         const char* prevented;
         /// A part of what is found.
@@ -427,7 +427,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         EXPECT_EQ(diagnosis.exitCode, *row.failed == '\0' ? 0 : 1);
         EXPECT_THAT(diagnosis.text, testing::HasSubstr(row.found));
         EXPECT_THAT(diagnosis.text, testing::Not(testing::HasSubstr("canary")));
-        row.mendIt();
+        row.repair();
     }
 }
 

@@ -8,9 +8,12 @@
 /// A user who answers when the test says so.
 class FakePermissionPrompt final : public Platform::PermissionPrompt {
 public:
-    void ask(std::function<void(bool)> completion) override { asked.push_back(std::move(completion)); }
+    void requestPermission(std::function<void(bool)> completion) override
+    {
+        requests.push_back(std::move(completion));
+    }
 
-    std::vector<std::function<void(bool)>> asked;
+    std::vector<std::function<void(bool)>> requests;
 };
 
 /// Shows what it is given, unless told otherwise; the test taps.

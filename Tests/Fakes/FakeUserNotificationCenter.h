@@ -17,7 +17,7 @@ public:
     void requestAuthorization(unsigned options, AuthorizationCompletion completion) override
     {
         using Platform::AuthorizationStatus;
-        askedOptions = options;
+        requestedOptions = options;
         if (!error && status == AuthorizationStatus::notDetermined)
             status = willGrant ? AuthorizationStatus::authorized : AuthorizationStatus::denied;
         const bool isGranted = !error && status != AuthorizationStatus::denied;
@@ -32,7 +32,7 @@ public:
     Platform::AuthorizationStatus status = Platform::AuthorizationStatus::notDetermined;
     bool willGrant = true;
     std::optional<Platform::Error> error;
-    unsigned askedOptions = 0;
+    unsigned requestedOptions = 0;
     std::weak_ptr<Platform::UserNotificationCenterDelegate> delegate;
 
 private:

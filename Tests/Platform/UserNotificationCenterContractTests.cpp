@@ -87,8 +87,8 @@ TEST(UserNotificationCenterContractTest, TheUserDecidesOnceAndEverybodyLearnsIt)
         checkAuthorization(
             device.center, device.scheduler,
             [&](bool answer) {
-                ASSERT_EQ(device.prompt.asked.size(), 1U);
-                device.prompt.asked.front()(answer);
+                ASSERT_EQ(device.prompt.requests.size(), 1U);
+                device.prompt.requests.front()(answer);
             },
             isGranted);
         ManualScheduler scheduler;

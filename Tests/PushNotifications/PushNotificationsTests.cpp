@@ -224,7 +224,7 @@ TEST_F(PushTest, PermissionIsReadAndAskedFor)
         spawn(scheduler.mainQueue, ask());
         scheduler.runUntilIdle();
         EXPECT_EQ(granted, row.expected);
-        EXPECT_EQ(userCenter.askedOptions, 7U);
+        EXPECT_EQ(userCenter.requestedOptions, 7U);
         EXPECT_EQ(log.takeLines(), Lines{row.line});
     }
 }

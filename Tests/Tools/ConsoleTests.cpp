@@ -151,7 +151,7 @@ TEST(ManagedKeyFormsTest, SchemaAcceptsTheKeysThatLintHasNoErrorsAbout)
         const auto findings = findProblems(readPropertyList(json::serialize(policy)), false);
         EXPECT_EQ(std::none_of(findings.begin(), findings.end(), isError), row.isAccepted) << row.key;
         const std::string fix =
-            findings.empty() || row.key == std::string("base_domain") ? "" : findings.front().mend;
+            findings.empty() || row.key == std::string("base_domain") ? "" : findings.front().fix;
         EXPECT_TRUE(fix.starts_with(row.fix)) << row.key << ": " << fix;
     }
 }
@@ -212,13 +212,13 @@ TEST(LintTest, NamesWhatKeepsRequestsFromBeingSentAndWhatIsNoPolicy)
         EXPECT_EQ(severityName(worst->severity), row.severity) << row.policy;
         EXPECT_EQ(worst->key, row.key) << row.policy;
         EXPECT_THAT(worst->problem, testing::HasSubstr(row.problem)) << row.policy;
-        EXPECT_THAT(worst->problem + worst->effect + worst->mend, testing::Not(testing::HasSubstr("canary")));
+        EXPECT_THAT(worst->problem + worst->effect + worst->fix, testing::Not(testing::HasSubstr("canary")));
     }
     EXPECT_EQ(
         findProblems(readPropertyList(R"({"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "k"}}]})"),
                      false)
             .front()
-            .mend,
+            .fix,
         "deploy only the dictionary that is PayloadContent[1].Settings");
 }
 

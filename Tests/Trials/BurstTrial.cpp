@@ -44,7 +44,7 @@ public:
         m_device.replacePolicy(m_device.policy({"app"}));
         m_application = m_device.start("auto");
         demand(m_distributor.waitForRegistration(), "it did not register");
-        m_distributor.giveEndpoint("https://push.example.org/1");
+        m_distributor.sendEndpoint("https://push.example.org/1");
         demand(m_application->waitForLine("Device token uploaded"), "the token was not uploaded");
         const std::string token = uploadedToken(m_backend.takeRequests().back()).value();
         const auto subscription = WebPushSubscription::parse(subscriptionText(token));

@@ -74,7 +74,7 @@ bool Distributor::waitForRegistration()
     return m_registrations.try_acquire_for(std::chrono::seconds(20));
 }
 
-void Distributor::giveEndpoint(const std::string& endpoint)
+void Distributor::sendEndpoint(const std::string& endpoint)
 {
     call("NewEndpoint", {{"endpoint", sdbus::Variant(endpoint)}});
 }

@@ -35,7 +35,7 @@ public:
     bool waitForRegistration();
     /// Gives the application an endpoint, from the second one on in the place of the one before. Waits for
     /// the answer; throws `sdbus::Error`.
-    void giveEndpoint(const std::string& endpoint);
+    void sendEndpoint(const std::string& endpoint);
     /// What became of a message. A reply without its identifier may pass for an acknowledgment.
     enum class Answer { acknowledged, withoutIdentifier, error };
 

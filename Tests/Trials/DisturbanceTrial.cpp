@@ -220,7 +220,7 @@ struct EncryptedPush {
         patient.backend().takeRequests();
         patient.start("auto");
         patient.demandHere(distributor.waitForRegistration(), "the distributor was not asked");
-        distributor.giveEndpoint("https://push.example.org/1");
+        distributor.sendEndpoint("https://push.example.org/1");
         patient.expectLine("Device token uploaded");
         const auto token = uploadedToken(patient.backend().takeRequests().back());
         message = encryptWebPush(WebPushSubscription::parse(subscriptionText(token.value())),
@@ -260,13 +260,13 @@ void nothingShowsNotifications(Patient& patient)
     Distributor distributor(patient.device(), Distributor::Manner::prompt);
     const EncryptedPush sent(distributor, patient, "kept");
     patient.end();
-    patient.startUnseen();
+    patient.startWithoutWindow();
     patient.demandHere(distributor.waitForRegistration(), "it did not register without a window");
     patient.demandHere(sent.isAnswered(Distributor::Answer::acknowledged),
                        "an alert that is kept is not acknowledged");
     patient.application().signal(SIGKILL);
     patient.application().waitForExit();
-    patient.startUnseen();
+    patient.startWithoutWindow();
     patient.demandHere(distributor.waitForRegistration(), "it did not register without a window");
     NotificationServerDouble server;
     patient.demandHere(server.waitForNotification() == sent.push.title, "it was not shown later");

@@ -32,7 +32,7 @@ public:
     /// Starts it anew; the one before must have ended.
     void start(const std::string& push = "local") { m_application = m_device.start(push); }
     /// As the session bus starts it for a push: without a window.
-    void startUnseen()
+    void startWithoutWindow()
     {
         m_application = m_device.startApplication({"--log-stderr", "--push", "auto", "--dbus-activated"});
     }

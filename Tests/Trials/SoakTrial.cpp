@@ -74,7 +74,7 @@ public:
     /// A token is uploaded: a new endpoint makes a new one.
     void upload()
     {
-        m_distributor.giveEndpoint(fmt::format("https://push.example.org/{}", ++m_uploadCount));
+        m_distributor.sendEndpoint(fmt::format("https://push.example.org/{}", ++m_uploadCount));
         for (auto requests = m_backend.takeRequests();; requests = m_backend.takeRequests()) {
             if (!requests.empty()) {
                 m_token = uploadedToken(requests.back()).value();

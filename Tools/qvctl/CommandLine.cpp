@@ -58,20 +58,20 @@ void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
 }
 
-std::vector<const CLI::App*> verbsOf(const CLI::App& group)
+std::vector<const CLI::App*> commandsOf(const CLI::App& group)
 {
     return group.get_subcommands([](const CLI::App*) { return true; });
 }
 
 /// Of the verbs in `group` and in the groups in there, the one that `word` was probably meant to be, with the
 /// groups it belongs to; empty when there is none.
-std::string closestVerb(std::string_view word, const CLI::App& group)
+std::string closestCommand(std::string_view word, const CLI::App& group)
 {
     std::vector<std::string> names;
     std::vector<std::string> paths;
     const std::function<void(const CLI::App&, const std::string&)> collect = [&](const CLI::App& from,
                                                                                  const std::string& prefix) {
-        for (const CLI::App* verb : verbsOf(from)) {
+        for (const CLI::App* verb : commandsOf(from)) {
             names.push_back(verb->get_name());
             paths.push_back(prefix + verb->get_name());
             collect(*verb, paths.back() + " ");
@@ -101,29 +101,29 @@ CommandLine::CommandLine()
     m_parser->add_flag("--reveal", m_options.isRevealing,
                        "Show secrets and texts of notifications instead of masking them");
 
-    addStateVerbs();
+    addStateCommands();
     addDoctor();
-    addConfigVerbs();
-    addNotificationVerbs();
+    addConfigCommands();
+    addNotificationCommands();
 }
 
 CommandLine::~CommandLine() = default;
 
-void CommandLine::addStateVerbs()
+void CommandLine::addStateCommands()
 {
-    addVerb(*m_parser, "status", "Show the configuration version, what it holds and whether the app runs",
-            [this] { return status(m_options); });
-    addVerb(*m_parser, "snapshot", "Show what the single-sign-on extension reads",
-            [this] { return snapshot(m_options); });
-    addVerb(*m_parser, "watch", "Show each configuration version as it is applied, until interrupted",
-            [this] { return watch(m_options); });
+    addCommand(*m_parser, "status", "Show the configuration version, what it holds and whether the app runs",
+               [this] { return status(m_options); });
+    addCommand(*m_parser, "snapshot", "Show what the single-sign-on extension reads",
+               [this] { return snapshot(m_options); });
+    addCommand(*m_parser, "watch", "Show each configuration version as it is applied, until interrupted",
+               [this] { return watch(m_options); });
 
-    CLI::App& logVerb =
-        addVerb(*m_parser, "log", "Show the app's lines in the journal, oldest first", [this] {
+    CLI::App& logCommand =
+        addCommand(*m_parser, "log", "Show the app's lines in the journal, oldest first", [this] {
             m_log.limit = m_limit;
             return log(m_options, m_log);
         });
-    logVerb
+    logCommand
         .add_option_function<std::string>(
             "--since",
             [this](const std::string& text) {
@@ -144,20 +144,20 @@ void CommandLine::addStateVerbs()
     for (const auto level :
          {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault})
         levels.emplace_back(Platform::Linux::Logging::severityName(level), level);
-    addChoice(logVerb, "--level", m_log.lowestLevel, levels, "Only lines of that severity or a higher one")
+    addChoice(logCommand, "--level", m_log.lowestLevel, levels, "Only lines of that severity or a higher one")
         ->type_name("LEVEL");
-    logVerb.add_flag(
+    logCommand.add_flag(
         "--all", m_log.isOfAll,
         "Also lines of other users and programs, each marked with its writer; anyone can write them");
-    logVerb.add_flag("-f,--follow", m_log.isFollowing, "Go on with new lines, until interrupted");
-    addLimit(logVerb, m_limit);
+    logCommand.add_flag("-f,--follow", m_log.isFollowing, "Go on with new lines, until interrupted");
+    addLimit(logCommand, m_limit);
 }
 
 void CommandLine::addDoctor()
 {
     CLI::App& examination =
-        addVerb(*m_parser, "doctor", "Examine the whole chain, check by check; exit 1 if a check fails",
-                [this] { return doctor(m_options, m_doctor); });
+        addCommand(*m_parser, "doctor", "Examine the whole chain, check by check; exit 1 if a check fails",
+                   [this] { return doctor(m_options, m_doctor); });
     examination.add_flag("--offline", m_doctor.isOffline, "Leave the network alone");
     examination
         .add_option_function<double>(
@@ -170,33 +170,34 @@ void CommandLine::addDoctor()
         ->check(CLI::Range(0.1, 600.0));
 }
 
-void CommandLine::addConfigVerbs()
+void CommandLine::addConfigCommands()
 {
     CLI::App& config = addGroup("config", "Show, check and change the managed configuration");
-    addVerb(config, "show", "Show the managed dictionary", [this] { return configShow(m_options); });
-    addVerb(config, "lint", "Check policy files: list every problem with its location, effect and fix",
-            [this] { return configLint(m_options, m_files); })
+    addCommand(config, "show", "Show the managed dictionary", [this] { return configShow(m_options); });
+    addCommand(config, "lint", "Check policy files: list every problem with its location, effect and fix",
+               [this] { return configLint(m_options, m_files); })
         .add_option("FILE", m_files, "The files to check; - reads standard input")
         ->required()
         ->check(nameOfFile());
-    addVerb(config, "explain", "Show the effective value of every key, and why",
-            [this] { return configExplain(m_options, m_file); })
+    addCommand(config, "explain", "Show the effective value of every key, and why",
+               [this] { return configExplain(m_options, m_file); })
         .add_option(
             "FILE", m_file,
             "A file to explain instead of the managed configuration of this device; - reads standard input")
         ->check(nameOfFile());
-    CLI::App& set = addVerb(config, "set", "Check a policy file and install it in one step",
-                            [this] { return configSet(m_options, *m_file, m_isForced); });
+    CLI::App& set = addCommand(config, "set", "Check a policy file and install it in one step",
+                               [this] { return configSet(m_options, *m_file, m_isForced); });
     set.add_option("FILE", m_file, "The file to install; - reads standard input")
         ->required()
         ->check(nameOfFile());
     set.add_flag("--force", m_isForced, "Install it even if it has errors that lint reports");
-    addVerb(config, "clear", "Remove the managed configuration", [this] { return configClear(m_options); });
-    addVerb(config, "forget", "Delete this user's stored snapshot, the API key included",
-            [this] { return configForget(m_options); });
+    addCommand(config, "clear", "Remove the managed configuration",
+               [this] { return configClear(m_options); });
+    addCommand(config, "forget", "Delete this user's stored snapshot, the API key included",
+               [this] { return configForget(m_options); });
     addChoice<SchemaFormat>(
-        addVerb(config, "schema", "Describe the keys for editors and management consoles",
-                [this] { return configSchema(m_options, m_schemaFormat); }),
+        addCommand(config, "schema", "Describe the keys for editors and management consoles",
+                   [this] { return configSchema(m_options, m_schemaFormat); }),
         "--format", m_schemaFormat,
         {{"json-schema", SchemaFormat::jsonSchema},
          {"appconfig", SchemaFormat::appConfig},
@@ -206,21 +207,21 @@ void CommandLine::addConfigVerbs()
         ->type_name("FORMAT");
 }
 
-void CommandLine::addNotificationVerbs()
+void CommandLine::addNotificationCommands()
 {
-    addLimit(addVerb(*m_parser, "notifications", "Show the history of notifications, newest first",
-                     [this] { return notifications(m_options, m_limit.value_or(INT32_MAX)); }),
+    addLimit(addCommand(*m_parser, "notifications", "Show the history of notifications, newest first",
+                        [this] { return notifications(m_options, m_limit.value_or(INT32_MAX)); }),
              m_limit);
-    addVerb(*m_parser, "push", "Deliver a payload to the app, which must run with --push local",
-            [this] { return push(m_options, *m_file); })
+    addCommand(*m_parser, "push", "Deliver a payload to the app, which must run with --push local",
+               [this] { return push(m_options, *m_file); })
         .add_option("FILE", m_file, "A JSON object of at most 4096 bytes; - reads standard input")
         ->required()
         ->check(nameOfFile());
     CLI::App& privacy = addGroup("privacy", "Decide in the user's place");
     using Platform::AuthorizationStatus;
-    addPrivacyVerb(privacy, "grant", "Allow in the user's place", AuthorizationStatus::authorized);
-    addPrivacyVerb(privacy, "revoke", "Refuse in the user's place", AuthorizationStatus::denied);
-    addPrivacyVerb(privacy, "reset", "Have the user asked again", AuthorizationStatus::notDetermined);
+    addPrivacyCommand(privacy, "grant", "Allow in the user's place", AuthorizationStatus::authorized);
+    addPrivacyCommand(privacy, "revoke", "Refuse in the user's place", AuthorizationStatus::denied);
+    addPrivacyCommand(privacy, "reset", "Have the user asked again", AuthorizationStatus::notDetermined);
 }
 
 int CommandLine::run(int argc, const char* const* argv)
@@ -248,7 +249,7 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
         return failUsage(error.what());
     } catch (const OutputError&) {
         throw;
-    } catch (const VerbError& error) {
+    } catch (const CommandError& error) {
         return fail(m_options, error.exitCode(), error.what());
     } catch (const std::system_error& error) {
         return fail(m_options, unavailable, error.what());
@@ -270,23 +271,23 @@ std::string CommandLine::usageError(const CLI::ParseError& error) const
     const CLI::App* last = m_parser.get();
     while (!last->get_subcommands().empty())
         last = last->get_subcommands().front();
-    const bool isVerbMissing =
-        dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !verbsOf(*last).empty();
+    const bool isCommandMissing =
+        dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !commandsOf(*last).empty();
     const auto unknown = m_parser->remaining(true);
-    if (!isVerbMissing || unknown.empty())
+    if (!isCommandMissing || unknown.empty())
         return error.what();
     const std::string& word = unknown.front();
     if (word.starts_with('-'))
         return fmt::format("there is no option '{}'", word);
-    auto suggestion = closestVerb(word, *last);
+    auto suggestion = closestCommand(word, *last);
     if (suggestion.empty())
-        suggestion = closestVerb(word, *m_parser);
+        suggestion = closestCommand(word, *m_parser);
     return fmt::format("there is no verb '{}'{}", word,
                        suggestion.empty() ? "" : fmt::format(". Did you mean 'qvctl {}'?", suggestion));
 }
 
-CLI::App& CommandLine::addVerb(CLI::App& parent, const std::string& name, const std::string& description,
-                               std::function<ExitCode()> verb)
+CLI::App& CommandLine::addCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                                  std::function<ExitCode()> verb)
 {
     CLI::App& subcommand = *parent.add_subcommand(name, description);
     subcommand.fallthrough();
@@ -302,10 +303,10 @@ CLI::App& CommandLine::addGroup(const std::string& name, const std::string& desc
     return group;
 }
 
-void CommandLine::addPrivacyVerb(CLI::App& parent, const std::string& name, const std::string& description,
-                                 Platform::AuthorizationStatus status)
+void CommandLine::addPrivacyCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                                    Platform::AuthorizationStatus status)
 {
-    addVerb(parent, name, description, [=, this] { return setNotificationPermission(m_options, status); })
+    addCommand(parent, name, description, [=, this] { return setNotificationPermission(m_options, status); })
         .add_option("SERVICE", m_service, "What is decided about: notifications")
         ->required()
         ->check(CLI::IsMember({"notifications"}));

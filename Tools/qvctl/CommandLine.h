@@ -35,15 +35,15 @@ private:
     [[nodiscard]] int parseAndRun(int argc, const char* const* argv);
     [[nodiscard]] int failUsage(const std::string& reason) const;
     [[nodiscard]] std::string usageError(const CLI::ParseError& error) const;
-    void addStateVerbs();
+    void addStateCommands();
     void addDoctor();
-    void addConfigVerbs();
-    void addNotificationVerbs();
-    CLI::App& addVerb(CLI::App& parent, const std::string& name, const std::string& description,
-                      std::function<ExitCode()> verb);
+    void addConfigCommands();
+    void addNotificationCommands();
+    CLI::App& addCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                         std::function<ExitCode()> verb);
     CLI::App& addGroup(const std::string& name, const std::string& description);
-    void addPrivacyVerb(CLI::App& parent, const std::string& name, const std::string& description,
-                        Platform::AuthorizationStatus status);
+    void addPrivacyCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                           Platform::AuthorizationStatus status);
 
     std::unique_ptr<CLI::App> m_parser;
     Options m_options;

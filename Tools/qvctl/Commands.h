@@ -18,9 +18,10 @@ using Platform::ExitCode;
 using enum Platform::ExitCode;
 
 /// Why a verb cannot do its work; `what()` is a sentence without a full stop.
-class VerbError : public std::runtime_error {
+class CommandError : public std::runtime_error {
 public:
-    VerbError(ExitCode exitCode, const std::string& reason) : std::runtime_error(reason), m_exitCode(exitCode)
+    CommandError(ExitCode exitCode, const std::string& reason)
+        : std::runtime_error(reason), m_exitCode(exitCode)
     {}
     [[nodiscard]] ExitCode exitCode() const { return m_exitCode; }
 
@@ -56,8 +57,8 @@ struct DoctorOptions {
     std::chrono::milliseconds timeout = std::chrono::seconds(5);
 };
 
-// One function per verb; each prints its answer and returns the exit code. They throw `VerbError`, and what
-// their parts throw.
+// One function per verb; each prints its answer and returns the exit code. They throw `CommandError`, and
+// what their parts throw.
 ExitCode status(const Options& options);
 ExitCode snapshot(const Options& options);
 /// Goes on until it is interrupted.

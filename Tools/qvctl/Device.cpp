@@ -29,14 +29,14 @@ std::optional<ConfigurationSnapshot> Device::storedSnapshot() const
     const InspectedStore suite(file);
     const auto bytes = suite.values.data(Core::Constants::SnapshotKeys::configSnapshot);
     if (!suite.problem().empty())
-        throw VerbError(unavailable, suite.problem());
+        throw CommandError(unavailable, suite.problem());
     if (!bytes)
         return std::nullopt;
     try {
         return ConfigurationSnapshot::decode(*bytes);
     } catch (const Core::DecodingError& error) {
-        throw VerbError(configuration,
-                        fmt::format("the snapshot in {} is damaged: {}", file.string(), error.what()));
+        throw CommandError(configuration,
+                           fmt::format("the snapshot in {} is damaged: {}", file.string(), error.what()));
     }
 }
 

@@ -24,7 +24,7 @@ public:
     /// With `Access::inspect` no file is created, moved or repaired.
     Device(const Options& options, Access access);
 
-    /// Opens the store each time. Absent when none is stored. Throws `VerbError` when it is damaged or its
+    /// Opens the store each time. Absent when none is stored. Throws `CommandError` when it is damaged or its
     /// store cannot be read.
     [[nodiscard]] std::optional<Core::ConfigurationSnapshot> storedSnapshot() const;
 

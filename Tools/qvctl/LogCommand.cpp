@@ -84,7 +84,7 @@ ExitCode log(const Options& options, const LogOptions& selection)
     for (auto waiting = reader->waiting();
          session->waitFor(waiting.descriptor, waiting.events, waiting.timeoutMilliseconds);
          waiting = reader->waiting()) {
-        reader->takeNews();
+        reader->consumeWakeUp();
         printEntries(options, *reader);
     }
     return success;

@@ -16,7 +16,7 @@ namespace {
 
 namespace json = boost::json;
 
-bool isColorWanted()
+bool isColorEnabled()
 {
     const auto variable = [](const char* name) {
         const char* value = std::getenv(name);
@@ -186,7 +186,7 @@ std::string displayText(const Platform::PropertyList& value)
 
 Styled toned(Tone tone, std::string_view text)
 {
-    static const bool isColored = isColorWanted();
+    static const bool isColored = isColorEnabled();
     if (!isColored || tone == Tone::plain)
         return styled("{}", text);
     return {fmt::format("{}{}\x1b[0m", colorCode(tone), Platform::printable(text))};

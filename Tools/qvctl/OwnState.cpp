@@ -26,7 +26,7 @@ std::string userName(uid_t user)
 
 [[noreturn]] void refuse(const std::string& reason)
 {
-    throw VerbError(unavailable, "nothing was changed: " + reason);
+    throw CommandError(unavailable, "nothing was changed: " + reason);
 }
 
 void requireOwner(const fs::path& path, uid_t owner)

@@ -89,7 +89,7 @@ DeviceState readState(const Options& options)
     };
     try {
         state.snapshot = device.storedSnapshot();
-    } catch (const VerbError& error) {
+    } catch (const CommandError& error) {
         state.isSnapshotDamaged = true;
         state.problem = error.what();
         state.exitCode = error.exitCode();

@@ -108,34 +108,34 @@ public:
 
     void begin()
     {
-        look();
+        check();
         if (!m_last)
             printError("waiting for a first configuration in {}", suiteFile());
     }
 
-    void look()
+    void check()
     {
         std::optional<ConfigurationSnapshot> now;
         try {
             now = m_device.storedSnapshot();
-        } catch (const VerbError& error) {
+        } catch (const CommandError& error) {
             printError("{}", error.what());
             return;
         }
         if (now == m_last)
             return;
-        tell(now);
+        report(now);
         m_last = std::move(now);
     }
 
 private:
-    void tell(const std::optional<ConfigurationSnapshot>& now)
+    void report(const std::optional<ConfigurationSnapshot>& now)
     {
         std::optional<std::vector<Change>> changed;
-        if (m_last || m_isTelling)
+        if (m_last || m_hasReported)
             changed = changes(m_last.value_or(ConfigurationSnapshot{}), now.value_or(ConfigurationSnapshot{}),
                               m_options.isRevealing);
-        m_isTelling = true;
+        m_hasReported = true;
         if (m_options.isJSON) {
             printJSON(versionJSON(now, changed, m_options.isRevealing));
         } else if (now) {
@@ -151,7 +151,7 @@ private:
     const Options& m_options;
     Device m_device;
     std::optional<ConfigurationSnapshot> m_last;
-    bool m_isTelling = false;
+    bool m_hasReported = false;
 };
 
 } // namespace
@@ -172,7 +172,7 @@ ExitCode watch(const Options& options)
     while (session.waitFor(news.get())) {
         eventfd_t count = 0;
         ::eventfd_read(news.get(), &count);
-        watch.look();
+        watch.check();
     }
     return success;
 }

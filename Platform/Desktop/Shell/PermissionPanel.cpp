@@ -4,53 +4,53 @@
 
 namespace Platform::Desktop {
 
-void PermissionPanel::ask(std::function<void(bool isGranted)> completion)
+void PermissionPanel::requestPermission(std::function<void(bool isGranted)> completion)
 {
     m_questions.push_back(std::move(completion));
-    askNext();
+    showNextRequest();
 }
 
 void PermissionPanel::setOnScreen(bool isOnScreen)
 {
     m_isOnScreen = isOnScreen;
     m_isOnView = false;
-    setAsking(false);
-    askNext();
+    setActive(false);
+    showNextRequest();
 }
 
 void PermissionPanel::answer(bool isGranted)
 {
-    if (!m_isAsking)
+    if (!m_isActive)
         return;
     const auto completion = std::move(m_questions.front());
     m_questions.pop_front();
-    setAsking(false);
+    setActive(false);
     completion(isGranted);
 }
 
 void PermissionPanel::leave()
 {
     const auto makeWay = [this] {
-        if (m_isAsking)
+        if (m_isActive)
             return;
         m_isOnView = false;
-        askNext();
+        showNextRequest();
     };
     QMetaObject::invokeMethod(this, makeWay, Qt::QueuedConnection);
 }
 
-void PermissionPanel::askNext()
+void PermissionPanel::showNextRequest()
 {
     if (!m_isOnScreen || m_isOnView || m_questions.empty())
         return;
     m_isOnView = true;
-    setAsking(true);
+    setActive(true);
 }
 
-void PermissionPanel::setAsking(bool isAsking)
+void PermissionPanel::setActive(bool isActive)
 {
-    if (std::exchange(m_isAsking, isAsking) != isAsking)
-        Q_EMIT isAskingChanged();
+    if (std::exchange(m_isActive, isActive) != isActive)
+        Q_EMIT isActiveChanged();
 }
 
 } // namespace Platform::Desktop

@@ -16,13 +16,13 @@ class PermissionPanel : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(PermissionPanelModel)
     QML_UNCREATABLE("made by the shell")
-    Q_PROPERTY(bool isAsking READ isAsking NOTIFY isAskingChanged FINAL)
+    Q_PROPERTY(bool isActive READ isActive NOTIFY isActiveChanged FINAL)
 
 public:
     /// As for a `PermissionPrompt`.
-    void ask(std::function<void(bool isGranted)> completion);
+    void requestPermission(std::function<void(bool isGranted)> completion);
 
-    [[nodiscard]] bool isAsking() const { return m_isAsking; }
+    [[nodiscard]] bool isActive() const { return m_isActive; }
     /// Whether there is a window to ask in. Questions without an answer wait for the next one.
     void setOnScreen(bool isOnScreen);
 
@@ -32,16 +32,16 @@ public:
     Q_INVOKABLE void leave();
 
 Q_SIGNALS:
-    void isAskingChanged();
+    void isActiveChanged();
 
 private:
-    void askNext();
-    void setAsking(bool isAsking);
+    void showNextRequest();
+    void setActive(bool isActive);
 
     /// The first is the one that is asked.
     std::deque<std::function<void(bool)>> m_questions;
     bool m_isOnScreen = false;
-    bool m_isAsking = false;
+    bool m_isActive = false;
     /// From the moment a question comes on view until the panel has left it.
     bool m_isOnView = false;
 };

@@ -14,7 +14,7 @@ Modal {
             panel.answer(isGranted);
     }
 
-    isOpen: panel.isAsking
+    isOpen: panel.isActive
     initialFocus: consent
     onGone: panel.leave()
     Keys.onUpPressed: texts.scroll(-ShellStyle.minimumTarget)

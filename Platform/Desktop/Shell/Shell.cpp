@@ -14,7 +14,7 @@ Shell::Shell(const Ports& ports, const std::string& applicationName)
       m_settings(ports.preferences),
       m_banner(ports.timers)
 {
-    connect(&m_permission, &PermissionPanel::isAskingChanged, this, &Shell::load);
+    connect(&m_permission, &PermissionPanel::isActiveChanged, this, &Shell::load);
     connect(&m_settings, &SettingsSheet::isOpenChanged, this, &Shell::load);
     connect(&m_banner, &NotificationBanner::isShownChanged, this, &Shell::load);
     connect(&m_banner, &NotificationBanner::becameFree, this, [this] { m_availabilityHandler(); });
@@ -70,9 +70,9 @@ void Shell::openSettings()
         m_settings.open();
 }
 
-void Shell::ask(std::function<void(bool isGranted)> completion)
+void Shell::requestPermission(std::function<void(bool isGranted)> completion)
 {
-    m_permission.ask(std::move(completion));
+    m_permission.requestPermission(std::move(completion));
 }
 
 void Shell::show(const UserNotification& notification, unsigned options,

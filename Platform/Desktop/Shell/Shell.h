@@ -58,7 +58,7 @@ public:
     void preferencesChanged() { m_settings.refresh(); }
 
     /// The question waits until there is a window, and longer if others were asked before.
-    void ask(std::function<void(bool isGranted)> completion) override;
+    void requestPermission(std::function<void(bool isGranted)> completion) override;
     /// Completes at once: false without the banner among `options`, without a window that can be seen, and
     /// while another banner is on view.
     void show(const UserNotification& notification, unsigned options,

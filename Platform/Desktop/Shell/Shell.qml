@@ -22,7 +22,7 @@ Item {
     SettingsSheet {
         sheet: root.shell.settings
         applicationName: root.shell.applicationName
-        isCovered: root.shell.permission.isAsking
+        isCovered: root.shell.permission.isActive
     }
 
     PermissionPanel {

@@ -152,7 +152,7 @@ void NotificationServer::show(const UserNotification& notification, unsigned opt
     if (m_server.capabilities)
         send(number, request, *m_server.capabilities);
     else
-        askForCapabilities();
+        requestCapabilities();
 }
 
 void NotificationServer::adopt(const std::string& owner)
@@ -163,14 +163,14 @@ void NotificationServer::adopt(const std::string& owner)
     m_server.owner = owner;
     m_errorLine.reset();
     if (!owner.empty())
-        askForInformation();
+        requestInformation();
     if (!owner.empty() || std::ranges::any_of(m_requests, [](auto& each) { return !each.second.isSent; }))
-        askForCapabilities();
+        requestCapabilities();
     if (!owner.empty())
         m_availabilityHandler();
 }
 
-void NotificationServer::askForInformation()
+void NotificationServer::requestInformation()
 {
     // Name, vendor, version and the version of the protocol.
     using Reply = std::tuple<std::string, std::string, std::string, std::string>;
@@ -183,25 +183,25 @@ void NotificationServer::askForInformation()
                           });
 }
 
-void NotificationServer::askForCapabilities()
+void NotificationServer::requestCapabilities()
 {
-    if (std::exchange(m_server.isAskedForCapabilities, true))
+    if (std::exchange(m_server.isRequestingCapabilities, true))
         return;
     using Reply = std::vector<std::string>;
     // One that the bus has to start is asked again when it is there.
     const auto time = m_server.owner.empty() ? answerTime : capabilitiesTime;
     m_client->call<Reply>(serverCall("GetCapabilities", time),
-                          [this, askedOwner = m_server.owner](const BusAnswer<Reply>& answer) {
-                              takeCapabilities(askedOwner, answer);
+                          [this, requestedOwner = m_server.owner](const BusAnswer<Reply>& answer) {
+                              receiveCapabilities(requestedOwner, answer);
                           });
 }
 
-void NotificationServer::takeCapabilities(const std::string& askedOwner,
-                                          const BusAnswer<std::vector<std::string>>& answer)
+void NotificationServer::receiveCapabilities(const std::string& requestedOwner,
+                                             const BusAnswer<std::vector<std::string>>& answer)
 {
-    if (askedOwner != m_server.owner)
+    if (requestedOwner != m_server.owner)
         return; // Its successor has been asked.
-    m_server.isAskedForCapabilities = false;
+    m_server.isRequestingCapabilities = false;
     Capabilities capabilities;
     if (answer.value) {
         const auto has = [&](const char* name) {
@@ -266,7 +266,7 @@ void NotificationServer::giveUp(unsigned number)
 
 void NotificationServer::fail(const Request& request, const std::string& reason)
 {
-    m_errorLine.say("The notification server does not show notifications: " + reason);
+    m_errorLine.report("The notification server does not show notifications: " + reason);
     request.completion(false);
 }
 

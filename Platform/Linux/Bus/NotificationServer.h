@@ -100,16 +100,17 @@ private:
     struct Server {
         /// Its connection; empty while there is none.
         std::string owner;
-        bool isAskedForCapabilities = false;
+        bool isRequestingCapabilities = false;
         std::optional<Capabilities> capabilities;
         std::optional<Information> information;
         /// Oldest first.
         std::vector<Shown> shown;
     };
     void adopt(const std::string& owner);
-    void askForInformation();
-    void askForCapabilities();
-    void takeCapabilities(const std::string& askedOwner, const BusAnswer<std::vector<std::string>>& answer);
+    void requestInformation();
+    void requestCapabilities();
+    void receiveCapabilities(const std::string& requestedOwner,
+                             const BusAnswer<std::vector<std::string>>& answer);
     void send(unsigned number, Request& request, const Capabilities& capabilities);
     void takeAnswer(unsigned number, const BusAnswer<std::uint32_t>& answer);
     void giveUp(unsigned number);

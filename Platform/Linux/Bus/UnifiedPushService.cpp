@@ -44,7 +44,7 @@ void UnifiedPushService::start(PushServiceListener& listener)
 
 void UnifiedPushService::registerDevice()
 {
-    m_owed = Owed::tokenOrError;
+    m_pending = Pending::tokenOrError;
     m_mayRegisterAgain = true;
     if (!m_registration)
         m_registration = Push::UnifiedPushRegistration::make(m_ports.store);
@@ -123,19 +123,19 @@ void UnifiedPushService::choose(const Names& names)
             "No push distributor runs or is installed. Install one for UnifiedPush, or "
             "start it."));
     } else if (!chosen.empty()) {
-        ask(chosen);
+        query(chosen);
     } else if (previous.empty() || isThere(previous)) {
-        ask(previous.empty() ? names.front() : previous);
+        query(previous.empty() ? names.front() : previous);
     } else {
         m_ports.log.warning(fmt::format("The push distributor {} has gone. {} takes its place, and the "
                                         "backend will get another endpoint. To prevent such a change, name "
                                         "a distributor in UNIFIEDPUSH_DISTRIBUTOR.",
                                         previous, names.front()));
-        ask(names.front());
+        query(names.front());
     }
 }
 
-void UnifiedPushService::ask(const std::string& distributor)
+void UnifiedPushService::query(const std::string& distributor)
 {
     if (distributor != m_distributor) {
         m_distributor = distributor;
@@ -162,7 +162,7 @@ void UnifiedPushService::registered(const Registered&)
         m_registration->setEndpoint(m_ports.store, m_distributor, "");
     if (m_registration->endpoint().empty())
         waitForEndpoint();
-    else if (m_owed != Owed::nothing)
+    else if (m_pending != Pending::nothing)
         announceToken(); // Not every distributor sends an endpoint again that has not changed.
 }
 
@@ -179,11 +179,11 @@ void UnifiedPushService::waitForEndpoint()
 void UnifiedPushService::fail(const Error& error)
 {
     m_step = Step::idle;
-    if (m_owed == Owed::tokenOrError) {
-        m_owed = Owed::token;
+    if (m_pending == Pending::tokenOrError) {
+        m_pending = Pending::token;
         m_listener->didFailToRegister(error);
     } else {
-        m_failureLine.say(error.localizedDescription);
+        m_failureLine.report(error.localizedDescription);
     }
 }
 
@@ -240,7 +240,7 @@ void UnifiedPushService::receiveEndpoint(const Call& call)
         return;
     }
     setEndpoint(call, m_distributor, call.content);
-    if (m_owed != Owed::nothing || call.content != m_knownEndpoint)
+    if (m_pending != Pending::nothing || call.content != m_knownEndpoint)
         announceToken();
 }
 
@@ -302,7 +302,7 @@ void UnifiedPushService::concludeMessage(const Call::Responder& answer,
 
 void UnifiedPushService::announceToken()
 {
-    m_owed = Owed::nothing;
+    m_pending = Pending::nothing;
     m_knownEndpoint = m_registration->endpoint();
     const std::string subscription =
         Push::webPushSubscription(m_registration->endpoint(), m_registration->keys());

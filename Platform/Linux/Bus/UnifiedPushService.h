@@ -92,7 +92,7 @@ private:
     enum class Step { idle, choosing, identifying, registering };
 
     /// What the listener has yet to get.
-    enum class Owed { nothing, token, tokenOrError };
+    enum class Pending { nothing, token, tokenOrError };
 
     void listenOnBus();
 
@@ -101,7 +101,7 @@ private:
     template <typename Value>
     UnifiedPushDistributors::Completion<Value> next(void (UnifiedPushService::*step)(const Value&));
     void choose(const Names& names);
-    void ask(const std::string& distributor);
+    void query(const std::string& distributor);
     void identified(const Identity& identity);
     void registered(const Registered&);
     void fail(const Error& error);
@@ -131,7 +131,7 @@ private:
     PushServiceListener* m_listener = nullptr;
     /// Absent until the application asks for the first time on this device.
     std::optional<Push::UnifiedPushRegistration> m_registration;
-    Owed m_owed = Owed::nothing;
+    Pending m_pending = Pending::nothing;
     /// What the application's token was made of; empty: it has none.
     std::string m_knownEndpoint;
 

@@ -49,8 +49,9 @@ void ManagedPolicyFile::load()
 
 void ManagedPolicyFile::report(const PolicyFileReading& reading, std::string_view consequence)
 {
-    m_errorLine.say(fmt::format("Managed configuration not taken: {}; {}", reading.diagnostic(), consequence),
-                    reading.revision);
+    m_errorLine.report(
+        fmt::format("Managed configuration not taken: {}; {}", reading.diagnostic(), consequence),
+        reading.revision);
 }
 
 void ManagedPolicyFile::watch(FileSystemWatcher& watcher, std::function<void()> onChange)

@@ -147,11 +147,12 @@ void PathWatch::report(const std::vector<FileSystemWatcher::Failure>& failures)
     }
     const auto& [path, error] = failures.front();
     if (error == ENOSPC)
-        m_errorLine.say(fmt::format("Changes of {} may go unnoticed: this user has too many watches; raise "
-                                    "fs.inotify.max_user_watches",
-                                    path));
+        m_errorLine.report(
+            fmt::format("Changes of {} may go unnoticed: this user has too many watches; raise "
+                        "fs.inotify.max_user_watches",
+                        path));
     else
-        m_errorLine.say(
+        m_errorLine.report(
             fmt::format("Changes in {} may go unnoticed: it cannot be watched: {}; let this user read "
                         "it (chmod o+rx)",
                         path, errorText(error)));

@@ -202,7 +202,7 @@ JournalReader::Waiting JournalReader::waiting() const
             timeout};
 }
 
-void JournalReader::takeNews()
+void JournalReader::consumeWakeUp()
 {
     checked(sd_journal_process(m_journal.get()));
 }

@@ -67,15 +67,15 @@ public:
     /// The entry after the one before; absent at the end, which may move.
     std::optional<JournalEntry> next();
 
-    /// Of poll(2): what to wait for at the end, and for how long at most, before `takeNews()` and another
-    /// `next()`.
+    /// Of poll(2): what to wait for at the end, and for how long at most, before `consumeWakeUp()` and
+    /// another `next()`.
     struct Waiting {
         int descriptor;
         short events;
         int timeoutMilliseconds;
     };
     [[nodiscard]] Waiting waiting() const;
-    void takeNews();
+    void consumeWakeUp();
 
 private:
     struct Closer {

@@ -17,8 +17,9 @@ namespace Platform::Linux::Logging {
 
 PrivateData privateDataFromEnvironment()
 {
-    const char* asked = std::getenv("QUORVANE_LOG_PRIVATE_DATA");
-    return asked != nullptr && std::string_view(asked) == "show" ? PrivateData::shown : PrivateData::redacted;
+    const char* setting = std::getenv("QUORVANE_LOG_PRIVATE_DATA");
+    return setting != nullptr && std::string_view(setting) == "show" ? PrivateData::shown
+                                                                     : PrivateData::redacted;
 }
 
 std::string_view visibleText(std::string_view line, LogVisibility visibility, PrivateData privateData)

@@ -53,7 +53,7 @@ protected:
 TEST_F(ShellTest, PanelsKeepEveryInputUntilTheyGo)
 {
     for (int question = 0; question < 2; ++question)
-        shell.ask([&](bool isGranted) { events += isGranted ? "allowed " : "refused "; });
+        shell.requestPermission([&](bool isGranted) { events += isGranted ? "allowed " : "refused "; });
     shell.attach(engine, *window);
     ASSERT_TRUE(hasFocus("shell.allow"));
     QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});

@@ -219,7 +219,7 @@ std::optional<std::string> baseDomain(const Examination& examination)
 
 std::optional<SecureURL> checkAddress(Examination& examination)
 {
-    constexpr const char* mend = "Set base_domain to the host of the backend, such as mdm.example.com.";
+    constexpr const char* fix = "Set base_domain to the host of the backend, such as mdm.example.com.";
     CheckReport& report = examination.report;
     const auto domain = baseDomain(examination);
     if (!examination.policy && !examination.snapshot) {
@@ -230,14 +230,14 @@ std::optional<SecureURL> checkAddress(Examination& examination)
     const char* source = examination.policy ? "The policy" : "The stored snapshot";
     if (!domain) {
         if (!report.isPrevented("backend.address", {"policy.values"}, "No backend is named"))
-            report.warning("backend.address", fmt::format("{} names no backend.", source), mend);
+            report.warning("backend.address", fmt::format("{} names no backend.", source), fix);
         return std::nullopt;
     }
     const CheckedAddress address = checkBackendAddress(*domain);
     if (!address.target) {
         report.failed(
             "backend.address",
-            fmt::format("{} has a base_domain that the app cannot use: {}.", source, address.refusal), mend);
+            fmt::format("{} has a base_domain that the app cannot use: {}.", source, address.refusal), fix);
         return std::nullopt;
     }
     report.ok("backend.address", fmt::format("{} names {}.", source, printable(address.target->endpoint())));

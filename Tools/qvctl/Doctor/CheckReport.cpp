@@ -18,19 +18,19 @@ void CheckReport::ok(std::string_view identifier, std::string found)
     add({std::string(identifier), Verdict::ok, std::move(found), {}, {}});
 }
 
-void CheckReport::warning(std::string_view identifier, std::string found, std::string mend)
+void CheckReport::warning(std::string_view identifier, std::string found, std::string fix)
 {
-    add({std::string(identifier), Verdict::warning, std::move(found), std::move(mend), {}});
+    add({std::string(identifier), Verdict::warning, std::move(found), std::move(fix), {}});
 }
 
-void CheckReport::failed(std::string_view identifier, std::string found, std::string mend)
+void CheckReport::failed(std::string_view identifier, std::string found, std::string fix)
 {
-    add({std::string(identifier), Verdict::failed, std::move(found), std::move(mend), {}});
+    add({std::string(identifier), Verdict::failed, std::move(found), std::move(fix), {}});
 }
 
-void CheckReport::skipped(std::string_view identifier, std::string found, std::string mend)
+void CheckReport::skipped(std::string_view identifier, std::string found, std::string fix)
 {
-    add({std::string(identifier), Verdict::skipped, std::move(found), std::move(mend), {}});
+    add({std::string(identifier), Verdict::skipped, std::move(found), std::move(fix), {}});
 }
 
 bool CheckReport::isPrevented(std::string_view identifier, std::initializer_list<std::string_view> needed,

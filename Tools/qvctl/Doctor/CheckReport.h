@@ -21,7 +21,7 @@ struct CheckResult {
     /// One sentence.
     std::string found;
     /// What to do about it; empty when there is nothing to do here.
-    std::string mend;
+    std::string fix;
     /// The failed check that keeps this one from being made; empty when there is none.
     std::string cause;
 };
@@ -38,10 +38,10 @@ public:
     {}
 
     void ok(std::string_view identifier, std::string found);
-    void warning(std::string_view identifier, std::string found, std::string mend);
-    void failed(std::string_view identifier, std::string found, std::string mend);
+    void warning(std::string_view identifier, std::string found, std::string fix);
+    void failed(std::string_view identifier, std::string found, std::string fix);
     /// For want of what would be checked.
-    void skipped(std::string_view identifier, std::string found, std::string mend = {});
+    void skipped(std::string_view identifier, std::string found, std::string fix = {});
 
     /// When one of the checks in `needed` failed, or was kept from being made by one that failed: records
     /// `identifier` as skipped because of that failure and answers true. `found` is told in front of it.

@@ -34,8 +34,8 @@ void printCheck(const CheckResult& check)
     print("{}{}{}\n", toned(toneOf(check.verdict), verdict), identifier,
           toned(isFaint ? Tone::faint : Tone::plain, check.found));
     // That of one with a cause stands at the cause.
-    if (!check.mend.empty() && check.cause.empty())
-        print("{:<35}-> {}\n", "", check.mend);
+    if (!check.fix.empty() && check.cause.empty())
+        print("{:<35}-> {}\n", "", check.fix);
     flushOutput();
 }
 
@@ -59,7 +59,7 @@ json::object asJSON(const CheckReport& report)
         checks.push_back({{"identifier", check.identifier},
                           {"verdict", verdictName(check.verdict)},
                           {"found", check.found},
-                          {"mend", optionalText(check.mend)},
+                          {"mend", optionalText(check.fix)},
                           {"cause", optionalText(check.cause)}});
     const CheckResult* first = report.firstFailure();
     return {{"isHealthy", first == nullptr},

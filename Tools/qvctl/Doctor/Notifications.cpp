@@ -233,10 +233,10 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
         report.warning("push.registration", found + problem->found + ".", problem->fix);
 }
 
-std::optional<SessionBusNames> askBus(CheckReport& report, std::chrono::milliseconds timeout)
+std::optional<SessionBusNames> queryBus(CheckReport& report, std::chrono::milliseconds timeout)
 {
     try {
-        auto names = SessionBusNames::ask(timeout);
+        auto names = SessionBusNames::query(timeout);
         report.ok("bus.session", "The session bus answers.");
         return names;
     } catch (const SessionBusError& error) {
@@ -251,7 +251,7 @@ std::optional<SessionBusNames> askBus(CheckReport& report, std::chrono::millisec
 void examineNotifications(Examination& examination)
 {
     CheckReport& report = examination.report;
-    const auto names = askBus(report, examination.limits.timeout);
+    const auto names = queryBus(report, examination.limits.timeout);
     std::optional<InspectedStore> shell;
     if (!report.isPrevented("notifications.permission", {"state.folder"})) {
         checkPermission(examination, shell.emplace(examination.paths->shellState()));

@@ -64,13 +64,13 @@ void checkPermissions(CheckReport& report, const PolicyFileReading& reading,
     const std::string found = reason.starts_with('/')
                                   ? fmt::format("{}, so the app does not believe {}.", reason, file)
                                   : fmt::format("{} {}, so the app does not believe it.", file, reason);
-    const std::string mend =
+    const std::string fix =
         colon < untrusted.reason.size() ? sentence(untrusted.reason.substr(colon + 2)) : "";
     if (reading.state == PolicyFileReading::State::missing)
-        report.failed("policy.permissions", found, mend);
+        report.failed("policy.permissions", found, fix);
     else
         report.warning("policy.permissions",
-                       fmt::format("{} It takes {} instead.", found, reading.path.string()), mend);
+                       fmt::format("{} It takes {} instead.", found, reading.path.string()), fix);
 }
 
 void checkValues(CheckReport& report, const PolicyFileReading& reading)
@@ -90,11 +90,11 @@ void checkValues(CheckReport& report, const PolicyFileReading& reading)
     const std::string found =
         fmt::format("{}{}{} {}; {}{}.", place, worst->key, index, worst->problem, worst->effect, others);
     const std::string lint = fmt::format("See qvctl config lint {}", reading.path.string());
-    const std::string mend = worst->mend.empty() ? lint : sentence(worst->mend) + " " + lint;
+    const std::string fix = worst->fix.empty() ? lint : sentence(worst->fix) + " " + lint;
     if (worst->severity == Severity::error)
-        report.failed("policy.values", found, mend);
+        report.failed("policy.values", found, fix);
     else if (worst->severity == Severity::warning)
-        report.warning("policy.values", found, mend);
+        report.warning("policy.values", found, fix);
     else
         report.ok("policy.values", found);
 }
@@ -102,7 +102,7 @@ void checkValues(CheckReport& report, const PolicyFileReading& reading)
 /// What the folder of the state is, in a sentence, if it is none that the application can work in.
 struct FolderProblem {
     std::string found;
-    std::string mend;
+    std::string fix;
 };
 
 std::optional<FolderProblem> folderProblem(const std::filesystem::path& folder, const struct stat& status)
@@ -166,7 +166,7 @@ bool checkStateFolder(Examination& examination)
         return false;
     }
     if (const auto problem = folderProblem(folder, status)) {
-        report.failed("state.folder", problem->found, problem->mend);
+        report.failed("state.folder", problem->found, problem->fix);
         return false;
     }
     if (const unsigned mode = status.st_mode & 07777U; (mode & (S_IRWXG | S_IRWXO)) != 0)
@@ -207,7 +207,7 @@ void reportMissingSnapshot(CheckReport& report, bool isRunning)
 
 void checkSuite(Examination& examination)
 {
-    constexpr const char* mend = "Restart the app: it moves a damaged store aside and begins a new one.";
+    constexpr const char* fix = "Restart the app: it moves a damaged store aside and begins a new one.";
     CheckReport& report = examination.report;
     const auto file = examination.paths->suite(Core::Constants::appGroupSuiteName);
     const ProcessOutcome outcome = readSuiteElsewhere(examination);
@@ -225,7 +225,7 @@ void checkSuite(Examination& examination)
         report.ok("suite.readable", fmt::format("Another process reads version {}, applied {}.",
                                                 snapshot.configVersion, timeText(snapshot.lastUpdated)));
     } else if (!suite.problem().empty()) {
-        report.failed("suite.readable", suite.problem() + ".", mend);
+        report.failed("suite.readable", suite.problem() + ".", fix);
     } else if (outcome.exitCode == noInput) {
         reportMissingSnapshot(report, examination.application.has_value());
     } else {

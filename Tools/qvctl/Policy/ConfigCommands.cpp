@@ -23,13 +23,13 @@ using namespace Platform::Linux::Files;
 using namespace Policy;
 using Platform::PropertyList;
 
-/// The policy of this device, with a warning about a file that it hides. Throws `VerbError` when there is
+/// The policy of this device, with a warning about a file that it hides. Throws `CommandError` when there is
 /// none.
 DevicePolicy readDevicePolicy(const Options& options)
 {
     auto policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::yes);
     if (policy.bestReading().state == PolicyFileReading::State::missing)
-        throw VerbError(noInput, "there is no such file: " + policy.absence());
+        throw CommandError(noInput, "there is no such file: " + policy.absence());
     if (!policy.ignored.empty())
         printError("{}", policy.ignoredText());
     return policy;

@@ -26,7 +26,7 @@ struct Wording {
     Severity severity;
     const char* problem;
     const char* effect;
-    const char* mend;
+    const char* fix;
 };
 
 Wording wordingOf(FindingKind kind)
@@ -139,7 +139,7 @@ std::optional<LintFinding> wrongDocument(const PropertyList::Dictionary& managed
                         .position = {},
                         .problem = "is empty",
                         .effect = "it configures nothing",
-                        .mend = "qvctl config schema --format sample prints a policy to start from"};
+                        .fix = "qvctl config schema --format sample prints a policy to start from"};
     if (managed.empty()) {
         finding.severity = Severity::warning;
         return finding;
@@ -153,8 +153,8 @@ std::optional<LintFinding> wrongDocument(const PropertyList::Dictionary& managed
     finding.problem = isProfile ? "is a whole configuration profile"
                                 : fmt::format("has the keys of this app inside {}", path);
     finding.effect = "the app finds none of its keys and configures nothing";
-    finding.mend = path.empty() ? "deploy only the dictionary that holds the keys of this app"
-                                : fmt::format("deploy only the dictionary that is {}", path);
+    finding.fix = path.empty() ? "deploy only the dictionary that holds the keys of this app"
+                               : fmt::format("deploy only the dictionary that is {}", path);
     return finding;
 }
 
@@ -175,14 +175,14 @@ std::vector<LintFinding> unknownKeys(const PropertyListDocument& document)
             .position = place != document.places.byPath.end() ? place->second.key : std::nullopt,
             .problem = "is not a key of this app",
             .effect = "it is ignored",
-            .mend = suggestion ? fmt::format("did you mean \"{}\"? Keys are case-sensitive", *suggestion)
-                               : "remove it unless it is there for another reader",
+            .fix = suggestion ? fmt::format("did you mean \"{}\"? Keys are case-sensitive", *suggestion)
+                              : "remove it unless it is there for another reader",
         });
     }
     return findings;
 }
 
-LintFinding inWords(const ValidationFinding& finding, const PropertyListDocument& document, bool isRevealing)
+LintFinding describe(const ValidationFinding& finding, const PropertyListDocument& document, bool isRevealing)
 {
     const ManagedKey& key = *Core::findManagedKey(finding.key);
     const Wording words = wordingOf(finding.kind);
@@ -194,12 +194,12 @@ LintFinding inWords(const ValidationFinding& finding, const PropertyListDocument
         .position = placeOf(document, finding.key, finding.index),
         .problem = fmt::format(fmt::runtime(words.problem), fmt::arg("value", value)),
         .effect = words.effect,
-        .mend = fmt::format(fmt::runtime(words.mend), fmt::arg("forms", Core::acceptedForms(key.kind)),
-                            fmt::arg("example", Core::splitAtCommas(key.example).front())),
+        .fix = fmt::format(fmt::runtime(words.fix), fmt::arg("forms", Core::acceptedForms(key.kind)),
+                           fmt::arg("example", Core::splitAtCommas(key.example).front())),
     };
 }
 
-LintFinding inWords(const UnusableValue& value, const PropertyListDocument& document)
+LintFinding describe(const UnusableValue& value, const PropertyListDocument& document)
 {
     const ManagedKey& key = *Core::findManagedKey(value.key);
     const bool isAddress = key.kind == ManagedKey::Kind::address;
@@ -210,8 +210,8 @@ LintFinding inWords(const UnusableValue& value, const PropertyListDocument& docu
         .position = placeOf(document, value.key, {}),
         .problem = fmt::format("cannot be used: {}", value.reason),
         .effect = isAddress ? "the backend cannot be reached" : "no request can be sent to the backend",
-        .mend = isAddress ? fmt::format("write https:// and the host, such as {}", key.example)
-                          : "write the value as the backend knows it",
+        .fix = isAddress ? fmt::format("write https:// and the host, such as {}", key.example)
+                         : "write the value as the backend knows it",
     };
 }
 
@@ -256,9 +256,9 @@ std::vector<LintFinding> findProblems(const PropertyListDocument& document, bool
     std::vector<ValidationFinding> validation;
     const auto config = Core::validateManagedConfiguration(managed, &validation);
     for (const ValidationFinding& finding : validation)
-        findings.push_back(inWords(finding, document, isRevealing));
+        findings.push_back(describe(finding, document, isRevealing));
     for (const UnusableValue& value : unusableValues(config))
-        findings.push_back(inWords(value, document));
+        findings.push_back(describe(value, document));
     return findings;
 }
 

@@ -27,7 +27,7 @@ struct LintFinding {
     /// What the application makes of it.
     std::string effect;
     /// What to write instead; may be empty.
-    std::string mend;
+    std::string fix;
 };
 
 /// Every problem of a managed dictionary: what validation drops or alters, what the client cannot use, and

@@ -30,7 +30,7 @@ Tone toneOf(Severity severity)
 std::string lineOf(const std::filesystem::path& file, const LintFinding& finding, const Styled& severity)
 {
     return styled("{}: {}: {} {}; {}{}{}\n", placeOf(file, finding), severity, subjectOf(finding),
-                  finding.problem, finding.effect, finding.mend.empty() ? "" : "; ", finding.mend)
+                  finding.problem, finding.effect, finding.fix.empty() ? "" : "; ", finding.fix)
         .text;
 }
 
@@ -63,7 +63,7 @@ json::array findingsJSON(const std::vector<LintFinding>& findings)
         object["column"] = finding.position ? json::value(finding.position->column) : json::value();
         object["problem"] = finding.problem;
         object["effect"] = finding.effect;
-        object["mend"] = finding.mend;
+        object["mend"] = finding.fix;
         list.push_back(std::move(object));
     }
     return list;

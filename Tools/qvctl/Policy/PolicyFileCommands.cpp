@@ -37,7 +37,7 @@ std::vector<LintFinding> findingsOf(const PolicyFileReading& reading, bool isRev
              .position = reading.position,
              .problem = fmt::format("is not taken: {}", reading.reason),
              .effect = "the last good configuration stays in force",
-             .mend = ""}};
+             .fix = ""}};
 }
 
 ExitCode lintFile(const Options& options, const std::string& file)

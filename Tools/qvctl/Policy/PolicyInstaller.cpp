@@ -42,8 +42,8 @@ std::vector<fs::path> presentFiles(const TrustedFolder& folder, const std::vecto
     for (const fs::path& candidate : candidates) {
         const auto status = folder.status(candidate.filename());
         if (status && S_ISDIR(status->st_mode))
-            throw VerbError(configuration, "nothing was changed, since " + candidate.string() +
-                                               " is a folder: move it away");
+            throw CommandError(configuration, "nothing was changed, since " + candidate.string() +
+                                                  " is a folder: move it away");
         if (status)
             files.push_back(candidate);
     }

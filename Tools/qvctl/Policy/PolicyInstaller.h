@@ -19,9 +19,9 @@ struct Installation {
 };
 
 // Both functions first check that nobody but root and this user can change the folder of the policy or
-// anything on the way to it, by the rules of the application. They throw `VerbError` when that does not hold
-// or a folder stands in the place of a policy file, and `std::system_error` naming the file or folder when
-// the system refuses something; nothing has been changed then. All candidates are in one folder.
+// anything on the way to it, by the rules of the application. They throw `CommandError` when that does not
+// hold or a folder stands in the place of a policy file, and `std::system_error` naming the file or folder
+// when the system refuses something; nothing has been changed then. All candidates are in one folder.
 
 /// Makes `bytes` the managed configuration: replaces the candidate of that format in one step, then removes
 /// the other ones, which would hide it or be hidden. The file belongs to this user and has mode 0644 for root

@@ -38,9 +38,10 @@ std::optional<TrustedFolder> TrustedFolder::open(const fs::path& path)
     FileDescriptor walked;
     const auto steps = Platform::Storage::walkPath(path, &walked);
     if (const auto reason = Platform::Storage::distrustReason(steps))
-        throw VerbError(configuration,
-                        fmt::format("nothing was changed, since the app would not trust a policy in {}: {}",
-                                    path.string(), *reason));
+        throw CommandError(
+            configuration,
+            fmt::format("nothing was changed, since the app would not trust a policy in {}: {}",
+                        path.string(), *reason));
     const PathStep& last = steps.back();
     if (last.kind == PathStep::Kind::missing && last.error == ENOENT)
         return std::nullopt;

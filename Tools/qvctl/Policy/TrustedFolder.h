@@ -13,7 +13,7 @@ namespace Qvctl::Policy {
 /// A folder that nobody but root and this user can change, nor anything on the way to it. It is held open, so
 /// that what was checked is what is used, whatever becomes of its path.
 ///
-/// Errors: `VerbError` when the folder cannot be trusted, `std::system_error` naming the file or folder.
+/// Errors: `CommandError` when the folder cannot be trusted, `std::system_error` naming the file or folder.
 class TrustedFolder {
 public:
     /// Absent when there is no such folder.
