@@ -3,6 +3,7 @@
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/SystemClock.h"
+#include "Tools/qvctl/Completion.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Spelling.h"
 #include "Tools/qvctl/TimeText.h"
@@ -56,11 +57,6 @@ void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
     verb.add_option("--limit", limit, "Show at most so many, the newest")
         ->type_name("N")
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
-}
-
-std::vector<const CLI::App*> commandsOf(const CLI::App& group)
-{
-    return group.get_subcommands([](const CLI::App*) { return true; });
 }
 
 /// Of the verbs in `group` and in the groups in there, the one that `word` was probably meant to be, with the
@@ -226,7 +222,12 @@ void CommandLine::addNotificationCommands()
 
 int CommandLine::run(int argc, const char* const* argv)
 {
-    const int code = parseAndRun(argc, argv);
+    int code = success;
+    // From the shells' completion scripts; not for users, so the parser does not list it.
+    if (argc > 1 && argv[1] == std::string_view("--complete"))
+        writeOutput(completions(*m_parser, {argv + 2, argv + argc}));
+    else
+        code = parseAndRun(argc, argv);
     flushOutput();
     return code;
 }

@@ -1,0 +1,131 @@
+#include "Tools/qvctl/Completion.h"
+
+#include <CLI/CLI.hpp>
+
+#include <utility>
+
+namespace Qvctl {
+
+namespace {
+
+std::string candidate(const std::string& word, const std::string& description = {})
+{
+    return word + (description.empty() ? "" : "\t" + description) + "\n";
+}
+
+/// The option of the command, or of a command above it, that takes a value; null if there is no such option.
+const CLI::Option* optionWithValue(const CLI::App* command, const std::string& name)
+{
+    for (; command != nullptr; command = command->get_parent()) {
+        const CLI::Option* option = command->get_option_no_throw(name);
+        if (option != nullptr && option->get_items_expected_max() > 0)
+            return option;
+    }
+    return nullptr;
+}
+
+std::string valueCandidates(const CLI::Option& option, const std::string& prefix = {})
+{
+    if (option.get_type_name() == "FILE" || option.get_name(true) == "FILE")
+        return ":files\n";
+    std::string candidates;
+    for (const std::string& choice : choicesOf(option))
+        candidates += candidate(prefix + choice);
+    return candidates;
+}
+
+/// Those of the command and of the commands above it.
+std::string optionCandidates(const CLI::App* command)
+{
+    std::string candidates;
+    for (; command != nullptr; command = command->get_parent()) {
+        for (const CLI::Option* option : command->get_options()) {
+            if (option == command->get_help_ptr() && command->get_parent() != nullptr)
+                continue;
+            for (const std::string& name : namesOf(*option))
+                candidates += candidate(name, option->get_description());
+        }
+    }
+    return candidates;
+}
+
+std::string wordCandidates(const CLI::App& command)
+{
+    std::string candidates;
+    for (const CLI::App* subcommand : commandsOf(command))
+        candidates += candidate(subcommand->get_name(), subcommand->get_description());
+    for (const CLI::Option* option : command.get_options()) {
+        if (option->get_positional())
+            candidates += valueCandidates(*option);
+    }
+    return candidates.empty() ? optionCandidates(&command) : candidates;
+}
+
+/// The command below `group` with that name, else the group itself.
+const CLI::App* subcommandOrGroup(const CLI::App& group, const std::string& name)
+{
+    for (const CLI::App* command : commandsOf(group)) {
+        if (command->get_name() == name)
+            return command;
+    }
+    return &group;
+}
+
+} // namespace
+
+std::vector<const CLI::App*> commandsOf(const CLI::App& group)
+{
+    return group.get_subcommands([](const CLI::App*) { return true; });
+}
+
+std::vector<std::string> namesOf(const CLI::Option& option)
+{
+    std::vector<std::string> names;
+    for (const std::string& name : option.get_snames())
+        names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames())
+        names.push_back("--" + name);
+    return names;
+}
+
+/// The library appends the choices to the type's name: "FORMAT:{json-schema,sample}".
+std::vector<std::string> choicesOf(const CLI::Option& option)
+{
+    const std::string typeName = option.get_type_name();
+    const auto begin = typeName.find('{');
+    const auto end = typeName.find('}');
+    if (begin == std::string::npos || end == std::string::npos)
+        return {};
+    return CLI::detail::split(typeName.substr(begin + 1, end - begin - 1), ',');
+}
+
+std::string completions(const CLI::App& program, std::vector<std::string> words)
+{
+    const std::string last = words.empty() || words.back() == "=" ? "" : words.back();
+    if (!words.empty())
+        words.pop_back();
+    const CLI::App* command = &program;
+    const CLI::Option* optionBefore = nullptr;
+    for (const std::string& word : words) {
+        if (word == "=")
+            continue;
+        const bool isValue = std::exchange(optionBefore, nullptr) != nullptr;
+        if (isValue)
+            continue;
+        if (word.starts_with('-'))
+            optionBefore = optionWithValue(command, word);
+        else
+            command = subcommandOrGroup(*command, word);
+    }
+    if (optionBefore != nullptr)
+        return valueCandidates(*optionBefore);
+    if (!last.starts_with('-'))
+        return wordCandidates(*command);
+    const auto valueBegin = last.find('=') + 1;
+    const CLI::Option* option =
+        valueBegin == 0 ? nullptr : optionWithValue(command, last.substr(0, valueBegin - 1));
+    return option != nullptr ? valueCandidates(*option, last.substr(0, valueBegin))
+                             : optionCandidates(command);
+}
+
+} // namespace Qvctl
