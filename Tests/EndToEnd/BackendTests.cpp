@@ -2,20 +2,24 @@
 #include "Core/APIError.h"
 #include "Core/ConfigurationManager.h"
 #include "Core/Logger.h"
+#include "Platform/Encoding.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Network/CurlURLSession.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/Push/WebPush.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <future>
 
 using namespace Core;
@@ -167,6 +171,31 @@ TEST_F(BackendTest, OneClientServesManyTasks)
     const auto outcomes = post(shared, "a", taskCount);
     EXPECT_EQ(std::count(outcomes.begin(), outcomes.end(), "200"), taskCount);
     EXPECT_EQ(backend.takeRequests().size(), static_cast<std::size_t>(taskCount));
+}
+
+/// Nobody listens anywhere: the error names the place that the push was sent to.
+TEST(PushSenderTest, TheTokenDecidesWhereAPushGoes)
+{
+    const std::string subscription =
+        Push::webPushSubscription("https://127.0.0.1:1/x", Push::WebPushKeys::generate());
+    const std::pair<std::string, const char*> rows[] = {
+        {std::string(32, '\xab'), "/nowhere/push.sock"},
+        {"{" + std::string(31, '\xab'), "/nowhere/push.sock"},
+        {"{}" + std::string(30, ' ') + "x", "neither a Web Push subscription nor"},
+        {std::string(31, '\xab'), "neither a Web Push subscription nor"},
+        {R"({"endpoint": "https://127.0.0.1:1/"})", "no object \"keys\""},
+        {subscription, "127.0.0.1:1 cannot be reached"},
+    };
+    const PushRoutes routes{"/nowhere/push.sock", {}};
+    for (const auto& [bytes, reason] : rows) {
+        Data token(bytes.size());
+        std::memcpy(token.data(), bytes.data(), bytes.size());
+        EXPECT_THAT([&] { pushToDevice(hexadecimalText(token), "{}", routes); },
+                    testing::ThrowsMessage<std::runtime_error>(HasSubstr(reason)));
+    }
+    for (const char* token : {"", "7", "zz"})
+        EXPECT_THAT([&] { pushToDevice(token, "{}", routes); },
+                    testing::ThrowsMessage<std::runtime_error>(HasSubstr("neither")));
 }
 
 } // namespace

@@ -7,18 +7,18 @@
 #include <string>
 #include <string_view>
 
-/// The token that a device uploaded with `request`, hexadecimal; absent for other requests.
+/// The hexadecimal device token that `request` uploads; absent for other requests.
 std::optional<std::string> uploadedToken(const TestBackend::Request& request);
 
-/// What a backend needs to reach a device.
+/// How a backend reaches devices.
 struct PushRoutes {
-    /// Where the device listens when it has no distributor but its own.
+    /// The socket of an app that runs with --push local.
     std::filesystem::path localSocket;
-    /// Whom push services are to be signed by; empty: whom the system trusts.
+    /// The certificate authority to trust for push services; empty for those that the system trusts.
     std::filesystem::path certificateAuthority;
 };
 
-/// Sends `payload` to the device with this token: encrypted, to the endpoint that the token names when it is
-/// a Web Push subscription, through the local socket otherwise. Throws `std::runtime_error` when it was not
-/// taken, with the reason.
+/// Sends `payload` to the device with this hexadecimal token: to the endpoint, encrypted, if the token is a
+/// Web Push subscription, else through the local socket. Blocks. Throws `std::runtime_error` with the reason
+/// if the payload was not accepted.
 void pushToDevice(std::string_view token, std::string_view payload, const PushRoutes& routes);
