@@ -1,5 +1,5 @@
-// The organisation's backend for testers: answers every request over HTTPS on this machine, says what came in
-// and misbehaves on demand.
+// The organization's backend for testers: answers every request over HTTPS on this machine, prints the
+// requests and misbehaves on demand.
 
 #include "Platform/ASCII.h"
 #include "Platform/Encoding.h"
@@ -7,12 +7,12 @@
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Linux/WorkerQueue.h"
+#include "Platform/SystemClock.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
 
 #include <CLI/CLI.hpp>
 #include <boost/json.hpp>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -48,42 +48,42 @@ using enum Platform::ExitCode;
 constexpr int longestDelayMilliseconds = 24 * 60 * 60 * 1000;
 
 constexpr const char* footer =
-    R"(Every request is answered with status 200 and the JSON body {} unless told otherwise. PATH is the path of
-the request without the query, as it comes over the wire, or * for every path that has nothing of its own; it
-ends at the first '='. Options for one path add up.
+    R"(Every request is answered with status 200 and the JSON body {} unless an option changes that. PATH is the
+path of the request without the query, exactly as the client sends it, or * for all paths without options of
+their own; it ends at the first '='. Options for the same path add up.
 
 Endings:
-  complete       the whole answer
-  closed-before  the connection is closed before any answer
-  truncated      the connection is closed in the middle of the announced body
-  endless        the body is repeated for ever
+  complete       the whole response
+  closed-before  the connection is closed before any response
+  truncated      the connection is closed in the middle of the body
+  endless        the body is repeated forever
   dripping       the body comes one byte at a time, --delay apart
 
-The first line of the output tells the address and the certificate authority that a client must trust; then
-comes one line for each request: time, method, target, headerFields and body, or bodyBase64 where the body is
-not text. Secrets such as Authorization are shown as they are. A push adds a line with pushTo and outcome.
-SIGINT or SIGTERM ends it.
+The first line of the output has the address and the certificate authority that a client must trust. One line
+for each request follows: time, method, target, headerFields and body, or bodyBase64 if the body is not UTF-8.
+Secrets such as Authorization are not masked. Each push adds a line with pushTo and outcome.
+SIGINT or SIGTERM ends the backend.
 
 Examples:
-  A backend on a port of its own choice, and a client that trusts it:
+  A backend on a given port, and a client that trusts it:
     quorvane-backend --port 8443 --certificates .
     curl --cacert authority.pem -d '{"token": "abc"}' https://localhost:8443/devices/DEV-1/token
 
-  Overloaded for tokens, silent for two seconds and then broken for all else:
+  Overloaded for tokens; for everything else, silent for two seconds and then broken:
     quorvane-backend --reply '/token=503' --header '/token=Retry-After: 30' \
         --body '/token={"error": "busy"}' --delay '*=2000' --ending '*=truncated'
 
-  One that greets every device that uploads its token:
+  Greet every device that uploads its token:
     echo '{"aps": {"alert": "Welcome"}}' > greeting.json
     quorvane-backend --push greeting.json
 )";
 
-/// What the user got wrong, as one sentence that names the argument.
+/// A mistake in the command line: one sentence that names the option.
 class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// A folder of its own that goes with the object.
+/// Removes the folder at the end.
 class TemporaryFolder {
 public:
     TemporaryFolder()
@@ -107,38 +107,28 @@ private:
     std::filesystem::path m_path;
 };
 
-/// Bytes of a header that are not UTF-8 are read as Latin-1, as old HTTP had it.
-std::string headerText(const std::string& bytes)
+/// Bytes that are not UTF-8 are taken for Latin-1, as in old HTTP.
+std::string headerText(std::string_view bytes)
 {
-    if (Platform::isUTF8(bytes))
-        return bytes;
     std::string text;
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        if (value < 0x80) {
-            text += byte;
-        } else {
-            text += static_cast<char>(0xC0 | (value >> 6));
-            text += static_cast<char>(0x80 | (value & 0x3F));
-        }
+    while (!bytes.empty()) {
+        const Platform::DecodedCharacter character = Platform::characterOrByte(bytes);
+        Platform::appendUTF8(text, character.codePoint);
+        bytes.remove_prefix(character.length);
     }
     return text;
 }
 
 std::string currentTime()
 {
-    using namespace std::chrono;
-    const auto now = floor<milliseconds>(system_clock::now());
-    const auto second = floor<seconds>(now);
-    return fmt::format("{:%FT%T}.{:03}Z", fmt::gmtime(system_clock::to_time_t(second)),
-                       (now - second).count());
+    return Platform::SystemClock().now().utcText();
 }
 
 json::object asJSON(const TestBackend::Request& request)
 {
     json::object headerFields;
     for (const auto& [name, value] : request.headerFields) {
-        // Repeated fields count as one list.
+        // A repeated field is equivalent to one with a list.
         json::value& shown = headerFields[headerText(name)];
         shown = shown.is_string()
                     ? fmt::format("{}, {}", std::string_view(shown.get_string()), headerText(value))
@@ -162,7 +152,7 @@ public:
     {
         const std::string text = json::serialize(line) + '\n';
         const std::lock_guard lock(m_mutex);
-        // With nobody left to read there is nothing left to do.
+        // Without a reader there is nothing left to do.
         if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
             ::kill(::getpid(), SIGTERM);
     }
@@ -171,7 +161,7 @@ private:
     std::mutex m_mutex;
 };
 
-/// One of the words that an option takes.
+/// The value for one of the words that an option accepts.
 template <typename Value>
 Value oneOf(std::string_view option, std::string_view word,
             std::initializer_list<std::pair<std::string_view, Value>> words)
@@ -182,7 +172,7 @@ Value oneOf(std::string_view option, std::string_view word,
             return value;
         known += fmt::format("{}{}", known.empty() ? "" : ", ", name);
     }
-    throw UsageError(fmt::format("{}: '{}' is none of {}", option, word, known));
+    throw UsageError(fmt::format("{}: '{}' is not one of {}", option, word, known));
 }
 
 int numberIn(std::string_view option, std::string_view text, int least, int most)
@@ -219,28 +209,6 @@ void addHeaderField(TestBackend::Reply& reply, std::string_view field)
     reply.headerFields.emplace(isContentType ? "Content-Type" : std::string(name), value);
 }
 
-TestBackend::Ending ending(std::string_view word)
-{
-    using Ending = TestBackend::Ending;
-    return oneOf<Ending>("--ending", word,
-                         {{"complete", Ending::complete},
-                          {"closed-before", Ending::closedBefore},
-                          {"truncated", Ending::truncated},
-                          {"endless", Ending::endless},
-                          {"dripping", Ending::dripping}});
-}
-
-TestBackend::Certificate certificate(std::string_view word)
-{
-    using Certificate = TestBackend::Certificate;
-    return oneOf<Certificate>("--certificate", word,
-                              {{"good", Certificate::good},
-                               {"expired", Certificate::expired},
-                               {"wrong-host", Certificate::wrongHost},
-                               {"self-signed", Certificate::selfSigned},
-                               {"untrusted", Certificate::untrusted}});
-}
-
 std::string contentOf(std::string_view option, const std::string& file)
 {
     std::ifstream stream(file, std::ios::binary);
@@ -249,7 +217,7 @@ std::string contentOf(std::string_view option, const std::string& file)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Sends the push and tells what came of it.
+/// Sends the push and returns the line with its outcome.
 json::object push(const std::string& token, const std::string& payload, const PushRoutes& routes)
 {
     json::object line{{"time", currentTime()}, {"pushTo", token}};
@@ -267,17 +235,16 @@ public:
     CommandLine()
     {
         m_parser.footer(footer);
-        m_parser.add_option("--port", m_port, "Port on 127.0.0.1 (default: any that is free)")
-            ->type_name("N");
+        m_parser.add_option("--port", m_port, "Port on 127.0.0.1 (default: any free port)")->type_name("N");
         m_parser
             .add_option(
                 "--certificates", m_folder,
-                "Where to write authority.pem and server.pem (default: a temporary folder, removed at "
-                "the end)")
+                "Existing folder to write authority.pem and server.pem to (default: a temporary folder, "
+                "removed at the end)")
             ->type_name("FOLDER");
         m_parser
             .add_option("--certificate", m_certificate,
-                        "What to show: good (default), expired, wrong-host, self-signed or untrusted")
+                        "Server certificate: good (default), expired, wrong-host, self-signed or untrusted")
             ->type_name("KIND");
         using Reply = TestBackend::Reply;
         m_parser
@@ -286,23 +253,31 @@ public:
                         "Push endpoint, or to the app of this user that runs with --push local")
             ->type_name("FILE");
         m_parser
-            .add_option("--push-authority", m_pushAuthority,
-                        "Whom the endpoint must be signed by, as PEM (default: whom the system trusts)")
+            .add_option(
+                "--push-authority", m_pushAuthority,
+                "Certificate authority of the endpoint, as PEM (default: those that the system trusts)")
             ->type_name("FILE");
-        addForPath("--reply", "STATUS", "Status of the answer, 200 to 599",
+        addForPath("--reply", "STATUS", "Status of the response, 200 to 599",
                    [](Reply& reply, auto text) { reply.status = numberIn("--reply", text, 200, 599); });
-        addForPath("--header", "Name: value", "A header field of the answer; may be repeated",
+        addForPath("--header", "Name: value", "A header field of the response; may be repeated",
                    addHeaderField);
-        addForPath("--body", "TEXT", "Body of the answer",
+        addForPath("--body", "TEXT", "Body of the response",
                    [](Reply& reply, auto text) { reply.body = text; });
-        addForPath("--delay", "MILLISECONDS", "Time until the answer begins", [](Reply& reply, auto text) {
+        addForPath("--delay", "MILLISECONDS", "Time until the response begins", [](Reply& reply, auto text) {
             reply.delay = std::chrono::milliseconds(numberIn("--delay", text, 0, longestDelayMilliseconds));
         });
-        addForPath("--ending", "ENDING", "How the answer ends, see below",
-                   [](Reply& reply, auto text) { reply.ending = ending(text); });
+        addForPath("--ending", "ENDING", "How the response ends, see below", [](Reply& reply, auto text) {
+            using enum TestBackend::Ending;
+            reply.ending = oneOf<TestBackend::Ending>("--ending", text,
+                                                      {{"complete", complete},
+                                                       {"closed-before", closedBefore},
+                                                       {"truncated", truncated},
+                                                       {"endless", endless},
+                                                       {"dripping", dripping}});
+        });
     }
 
-    /// Runs until a signal ends it. `signals` are blocked.
+    /// Runs until one of `signals` arrives, which are blocked.
     int run(int argc, char** argv, const sigset_t& signals)
     {
         try {
@@ -314,7 +289,13 @@ public:
         }
         TestBackend::Options options;
         options.port = static_cast<std::uint16_t>(numberIn("--port", m_port, 0, 65535));
-        options.certificate = certificate(m_certificate);
+        using enum TestBackend::Certificate;
+        options.certificate = oneOf<TestBackend::Certificate>("--certificate", m_certificate,
+                                                              {{"good", good},
+                                                               {"expired", expired},
+                                                               {"wrong-host", wrongHost},
+                                                               {"self-signed", selfSigned},
+                                                               {"untrusted", untrusted}});
         if (m_folder && !std::filesystem::is_directory(*m_folder))
             throw UsageError(fmt::format("--certificates: there is no folder '{}'", *m_folder));
 
@@ -333,7 +314,7 @@ public:
                       {"certificateAuthority", backend.certificateAuthority().string()}});
         backend.onRequest([&](const TestBackend::Request& request) {
             output.print(asJSON(request));
-            // Printed is remembered enough, however long this runs.
+            // The requests need no memory once they are printed.
             backend.takeRequests();
             const auto token = uploadedToken(request);
             if (token && m_pushFile)
@@ -367,9 +348,8 @@ private:
             ->allow_extra_args(false);
     }
 
-    CLI::App m_parser{
-        "The organisation's backend for tests: HTTPS on loopback that can be told to misbehave.",
-        "quorvane-backend"};
+    CLI::App m_parser{"The organization's backend for tests: HTTPS on loopback, which misbehaves on demand.",
+                      "quorvane-backend"};
     std::string m_port = "0";
     std::string m_certificate = "good";
     std::optional<std::string> m_folder;
@@ -383,7 +363,7 @@ private:
 int main(int argc, char** argv)
 {
     Platform::Linux::openMissingStandardDescriptors();
-    // Before the first thread, so that all inherit it and only sigwait sees them.
+    // Before the first thread, so that all threads inherit the mask and only sigwait receives the signals.
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})

@@ -6,9 +6,8 @@
 #include <httplib.h>
 
 #include <algorithm>
-#include <atomic>
 #include <condition_variable>
-#include <list>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -20,47 +19,35 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Longer than that of any server certificate.
+/// Longer than the validity of any server certificate.
 constexpr Certificates::Validity authorityValidity{-96h, 96h};
 constexpr std::chrono::seconds silentClientTimeout = 60s;
-/// A client that stops reading an endless answer is let hang, not cut off.
+/// A client that stops reading an endless response is not cut off.
 constexpr std::chrono::seconds writeTimeout = 1h;
 constexpr std::size_t requestsPerConnection = 1'000'000;
 constexpr std::size_t endlessBlockBytes = 16384;
-/// Between the blocks of an endless answer, which would otherwise take a whole processor.
+/// Between the blocks of an endless response, which would otherwise keep a processor busy.
 constexpr std::chrono::milliseconds endlessPause = 1ms;
 /// The library decodes targets before it matches them, line ends included.
 constexpr const char* anyPath = R"([\s\S]*)";
 
-/// Gives each connection a thread of its own, so that one which takes its time never holds up another.
+/// Runs each connection on its own thread, so that a slow one never delays another.
 ///
-/// Threads: the one that accepts connections.
+/// Threads: the thread that accepts connections.
 class ThreadPerConnection final : public httplib::TaskQueue {
 public:
     void enqueue(std::function<void()> work) override
     {
-        m_threads.remove_if([](Thread& thread) { return thread.isDone && (thread.thread.join(), true); });
-        Thread& thread = m_threads.emplace_back();
-        thread.thread = std::thread([&thread, work = std::move(work)] {
-            work();
-            thread.isDone = true;
-        });
+        std::erase_if(m_connections,
+                      [](const auto& each) { return each.wait_for(0s) == std::future_status::ready; });
+        m_connections.push_back(std::async(std::launch::async, std::move(work)));
     }
 
-    void shutdown() override
-    {
-        for (Thread& thread : m_threads)
-            thread.thread.join();
-        m_threads.clear();
-    }
+    /// Blocks until all connections have ended.
+    void shutdown() override { m_connections.clear(); }
 
 private:
-    struct Thread {
-        std::thread thread;
-        std::atomic<bool> isDone = false;
-    };
-
-    std::list<Thread> m_threads;
+    std::vector<std::future<void>> m_connections;
 };
 
 std::string repeated(const std::string& body)
@@ -76,8 +63,8 @@ void closeConnection(const SSL* ssl)
     ::shutdown(SSL_get_fd(ssl), SHUT_RDWR);
 }
 
-/// The connections that are open, from before their handshake on, to end them all at once: the library waits
-/// for idle ones until they time out.
+/// The open connections, from the start of their handshake. The library cannot close idle ones: it waits
+/// until they time out.
 ///
 /// Threads: any. Outlives the connections.
 class OpenConnections {
@@ -91,7 +78,7 @@ public:
         });
     }
 
-    /// Those that come later are ended at once.
+    /// Ends later connections too.
     void endAll()
     {
         const std::lock_guard lock(m_mutex);
@@ -116,8 +103,8 @@ private:
         m_connections.erase(ssl);
     }
 
-    /// Where a connection keeps the registry that it is in. The library frees the connection before it closes
-    /// the descriptor, so that no other connection's is ever shut down.
+    /// The slot where a connection keeps the object that watches it. The library frees the connection before
+    /// it closes the descriptor, so `endAll` never shuts down a reused descriptor.
     static int slot()
     {
         static const int index = SSL_get_ex_new_index(
@@ -147,7 +134,7 @@ public:
         set_keep_alive_timeout(silentClientTimeout.count());
         set_read_timeout(silentClientTimeout);
         set_write_timeout(writeTimeout);
-        // The library would let a second server share the port.
+        // By default the library lets a second server share the port.
         set_socket_options([](socket_t socket) {
             const int on = 1;
             ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -160,7 +147,7 @@ public:
         const int bound = port == 0 ? bind_to_any_port("127.0.0.1") : isBound ? port : 0;
         if (bound <= 0)
             throw std::runtime_error(fmt::format("port {} of 127.0.0.1 is taken or not permitted", port));
-        // The library lets five connections wait, too few for clients that open many at once.
+        // The library's backlog of five is too short for clients that open many connections at once.
         ::listen(svr_sock_, SOMAXCONN);
         return static_cast<std::uint16_t>(bound);
     }
@@ -202,11 +189,11 @@ public:
         demandClientCertificate(m_listener->ssl_context(), options.clientCertificate);
         route();
         m_port = m_listener->bind(options.port);
-        // Not before the port is ours: another backend may have its certificates in the same folder.
+        // Only now that the port is ours: another backend may keep its certificates in the same folder.
         Certificates::write(authority, m_authorityFile);
         Certificates::write(identity, options.folder / "server.pem");
         m_thread = std::thread([this] { m_listener->listen_after_bind(); });
-        // Before it runs the library cannot be told to stop.
+        // The library cannot stop a server that is not running yet.
         while (!m_listener->is_running())
             std::this_thread::sleep_for(1ms);
     }
@@ -250,7 +237,7 @@ private:
         const auto withoutBody = [this](const auto& request, auto& response) {
             answer(request, response, request.body);
         };
-        // Reading the body ourselves keeps forms of any size in one piece.
+        // We read the body, because the library takes forms apart and limits their size.
         const auto withBody = [this](const auto& request, auto& response, const auto& reader) {
             if (auto body = read(request, reader))
                 answer(request, response, *std::move(body));
@@ -262,19 +249,19 @@ private:
         m_listener->Delete(anyPath, withBody);
     }
 
-    /// Nothing when the client leaves before its end.
+    /// Reads the body; absent if the client disconnects before its end.
     static std::optional<std::string> read(const httplib::Request& request,
                                            const httplib::ContentReader& reader)
     {
         std::string body;
-        // Without either there is none; the library would wait for the end of the connection.
+        // Without these fields there is no body, but the library would read until the end of the connection.
         if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
             return body;
         const auto append = [&body](const char* data, std::size_t size) {
             body.append(data, size);
             return true;
         };
-        // The library hands out the parts of a multipart body, never the whole.
+        // Of a multipart body, the library passes on only the parts.
         const auto part = [](const httplib::MultipartFormData&) { return true; };
         const bool isWhole = request.is_multipart_form_data() ? reader(part, append) : reader(append);
         return isWhole ? std::optional(std::move(body)) : std::nullopt;
@@ -286,7 +273,7 @@ private:
         const bool isDelayed = reply.ending != Ending::dripping;
         if ((isDelayed && !rest(reply.delay)) || reply.ending == Ending::closedBefore)
             return closeConnection(request.ssl);
-        // The library would compress the body or cut a range out of it as the client wishes; a test wants the
+        // On request the library would compress the body or return a part of it; a test needs exactly the
         // bytes that it set.
         const_cast<httplib::Request&>(request).headers.erase("Accept-Encoding");
         const_cast<httplib::Request&>(request).ranges.clear();
@@ -297,7 +284,7 @@ private:
     {
         Request remembered{request.method, request.target, {}, std::move(body)};
         for (const auto& [name, value] : request.headers) {
-            // Those are the library's own, about the connection.
+            // The library adds these fields.
             if (name != "REMOTE_ADDR" && name != "REMOTE_PORT" && name != "LOCAL_ADDR" &&
                 name != "LOCAL_PORT")
                 remembered.headerFields.emplace(name, value);
@@ -319,7 +306,7 @@ private:
     {
         response.status = reply.status;
         response.headers.insert(reply.headerFields.begin(), reply.headerFields.end());
-        // Such an answer ends with its header; a body would be taken for the next answer.
+        // These responses end with the header; a client would take a body for the next response.
         if (reply.status == 204 || reply.status == 304)
             return;
         const std::string type = response.get_header_value("Content-Type");
@@ -354,7 +341,7 @@ private:
         }
     }
 
-    /// False when the backend ends meanwhile.
+    /// Waits; returns false if the backend ends meanwhile.
     bool rest(std::chrono::milliseconds duration)
     {
         std::unique_lock lock(m_mutex);

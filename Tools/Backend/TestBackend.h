@@ -9,36 +9,34 @@
 #include <string>
 #include <vector>
 
-/// The organisation's backend for tests and demonstrations: HTTPS on loopback with a certificate made on the
-/// spot. It remembers every request and can be told to misbehave, path by path.
+/// The organization's backend for tests and demonstrations: HTTPS on loopback with a certificate made at
+/// start. Remembers every request, and misbehaves on demand, path by path.
 ///
-/// Threads: any; requests are answered on threads of its own. The destructor ends every answer that is under
-/// way.
+/// Threads: any; requests are answered on the backend's own threads. The destructor aborts all responses.
 class TestBackend {
 public:
-    /// Which certificate it shows. All but `untrusted` and `selfSigned` are signed by
-    /// `certificateAuthority()`.
+    /// The certificate of the server. `certificateAuthority()` signs all but `untrusted` and `selfSigned`.
     enum class Certificate { good, expired, wrongHost, selfSigned, untrusted };
 
-    /// Whether it closes connections of clients without a certificate: during the handshake in TLS 1.2,
-    /// after it in TLS 1.3.
+    /// Whether clients need a certificate; without one, the connection is closed during the handshake in
+    /// TLS 1.2 and after it in TLS 1.3.
     enum class ClientCertificate { ignored, demandedInTLS12, demandedInTLS13 };
 
     struct Options {
-        /// 0: any that is free.
+        /// 0 for any free port.
         std::uint16_t port = 0;
         Certificate certificate = Certificate::good;
         ClientCertificate clientCertificate = ClientCertificate::ignored;
-        /// Where the certificates are written; must exist.
+        /// An existing folder, where the certificates are written.
         std::filesystem::path folder;
     };
 
-    /// How the answer ends.
+    /// How the response ends.
     enum class Ending {
         complete,
-        /// The connection is closed before any answer.
+        /// The connection is closed before any response.
         closedBefore,
-        /// The connection is closed in the middle of the announced body.
+        /// The connection is closed in the middle of the body.
         truncated,
         /// The body never ends.
         endless,
@@ -56,13 +54,13 @@ public:
 
     struct Request {
         std::string method;
-        /// Path and query as they came over the wire.
+        /// Path and query, exactly as the client sent them.
         std::string target;
         std::multimap<std::string, std::string> headerFields;
         std::string body;
     };
 
-    /// Throws `std::runtime_error` when the port is taken or the certificates cannot be written.
+    /// Throws `std::runtime_error` if the port is taken or the certificates cannot be written.
     explicit TestBackend(const Options& options);
     ~TestBackend();
     TestBackend(const TestBackend&) = delete;
@@ -71,15 +69,15 @@ public:
     [[nodiscard]] std::uint16_t port() const;
     /// "https://localhost:PORT".
     [[nodiscard]] std::string baseURL() const;
-    /// The certificate that signed its own, as PEM: what a client must trust.
+    /// The file of the certificate authority that a client must trust, as PEM.
     [[nodiscard]] std::filesystem::path certificateAuthority() const;
 
-    /// Answers requests for `path` (as it comes over the wire, without the query) with `reply` from now on.
-    /// "*" stands for every path without a reply of its own; without that they get the default `Reply`.
+    /// From now on, sends `reply` to requests for `path`, which is compared as sent and without the query.
+    /// "*" sets the reply for all paths without their own; the default is a default `Reply`.
     void setReply(std::string path, Reply reply);
-    /// The requests since the last call, in the order of their arrival.
+    /// The requests since the last call, in order of arrival.
     std::vector<Request> takeRequests();
-    /// Calls `observer` for each request, on the thread that answers it. Before the first request.
+    /// Calls `observer` for each request, on the thread that answers it. Call before the first request.
     void onRequest(std::function<void(const Request&)> observer);
 
 private:

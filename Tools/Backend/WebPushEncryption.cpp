@@ -11,8 +11,6 @@
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
 
-#include <algorithm>
-#include <array>
 #include <memory>
 #include <stdexcept>
 
@@ -52,20 +50,19 @@ std::string randomBytes(std::size_t count)
     return bytes;
 }
 
-/// A new one where `number` is empty.
+/// The key with that private number; a new one if `number` is empty.
 Key senderKey(const std::string& number)
 {
-    if (number.empty()) {
-        Key key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
-        require(key != nullptr, "no key for the message");
-        return key;
-    }
-    requireSize(number, privateKeySize, "the sender's private key");
-    // RFC 5915: version 1, the number, the curve by its identifier; the public key is computed.
+    if (!number.empty())
+        requireSize(number, privateKeySize, "the sender's private key");
+    // RFC 5915: version 1, the number, the object identifier of the curve; the library computes the public
+    // key.
     const std::string document =
         "\x30\x31\x02\x01\x01\x04\x20" + number + "\xA0\x0A\x06\x08\x2A\x86\x48\xCE\x3D\x03\x01\x07";
     const unsigned char* bytes = octets(std::string_view(document));
-    Key key(d2i_PrivateKey(EVP_PKEY_EC, nullptr, &bytes, static_cast<long>(document.size())), &EVP_PKEY_free);
+    Key key(number.empty() ? EVP_EC_gen("P-256")
+                           : d2i_PrivateKey(EVP_PKEY_EC, nullptr, &bytes, static_cast<long>(document.size())),
+            &EVP_PKEY_free);
     require(key != nullptr, "the sender's private key is not on the curve");
     return key;
 }
@@ -80,21 +77,14 @@ std::string pointOf(const Key& key)
     return point;
 }
 
-/// By copy, for the library asks for texts that it may write to.
-Key keyFromPoint(std::string point)
+/// The key with that public point, on the curve of `own`.
+Key keyFromPoint(const std::string& point, const Key& own)
 {
-    std::string group = "P-256";
-    std::array<OSSL_PARAM, 3> parameters{
-        OSSL_PARAM_construct_utf8_string(OSSL_PKEY_PARAM_GROUP_NAME, group.data(), group.size()),
-        OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size()),
-        OSSL_PARAM_construct_end(),
-    };
-    const KeyContext context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr), &EVP_PKEY_CTX_free);
-    EVP_PKEY* key = nullptr;
-    require(context && EVP_PKEY_fromdata_init(context.get()) == 1 &&
-                EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_PUBLIC_KEY, parameters.data()) == 1,
+    Key key(EVP_PKEY_new(), &EVP_PKEY_free);
+    require(key && EVP_PKEY_copy_parameters(key.get(), own.get()) == 1 &&
+                EVP_PKEY_set1_encoded_public_key(key.get(), octets(point), point.size()) == 1,
             "the subscription's public key is not on the curve");
-    return {key, &EVP_PKEY_free};
+    return key;
 }
 
 std::string agree(const Key& own, const Key& peer)
@@ -184,7 +174,7 @@ std::string encryptWebPush(const WebPushSubscription& subscription, std::string_
 
     const Key key = senderKey(form.senderPrivateKey);
     const std::string point = pointOf(key);
-    const std::string agreed = agree(key, keyFromPoint(subscription.publicKey));
+    const std::string agreed = agree(key, keyFromPoint(subscription.publicKey, key));
     const std::string material = hmac(hmac(subscription.authSecret, agreed),
                                       "WebPush: info\0"s + subscription.publicKey + point + '\1');
     const std::string root = hmac(salt, material);

@@ -13,11 +13,11 @@
 
 namespace {
 
-/// How long the push service keeps a message for a device that is away.
+/// How long the push service keeps a message for a device that is offline.
 constexpr std::chrono::seconds timeToLive = std::chrono::hours(24);
 constexpr std::chrono::seconds silenceTimeout{30};
 
-/// An endpoint in the parts that a client asks for.
+/// The parts of an endpoint that the client needs.
 struct Address {
     /// "https://push.example.com:8443"
     std::string origin;
@@ -31,13 +31,13 @@ Address parseEndpoint(std::string_view endpoint)
     const Platform::URLParts parts = Platform::splitURL(endpoint);
     const std::string scheme = Platform::lowerCasedASCII(parts.scheme.value_or(""));
     if (!parts.authority || (scheme != "https" && scheme != "http"))
-        throw std::runtime_error("the endpoint is no address with https:// or http://");
+        throw std::runtime_error("the endpoint is not a URL that begins with https:// or http://");
     const std::string& host = *parts.authority;
     const bool isPrintable =
         std::all_of(endpoint.begin(), endpoint.end(), [](char c) { return c > ' ' && c < '\x7f'; });
     if (host.empty() || host.find('@') != std::string::npos || !isPrintable)
         throw std::runtime_error(
-            "the endpoint has no host, names a user, or has characters beyond those of addresses");
+            "the endpoint has no host, contains a user name, or has characters that a URL may not contain");
     return {.origin = fmt::format("{}://{}", scheme, host),
             .host = host,
             .target = fmt::format("{}{}{}{}", parts.path.starts_with('/') ? "" : "/", parts.path,
@@ -56,7 +56,7 @@ void sendWebPush(const WebPushSubscription& subscription, std::string_view text,
     client.set_connection_timeout(silenceTimeout);
     client.set_read_timeout(silenceTimeout);
     client.set_write_timeout(silenceTimeout);
-    // The endpoint goes out as the push service wrote it.
+    // Send the endpoint exactly as the push service wrote it.
     client.set_url_encode(false);
     const httplib::Headers headers{{"TTL", std::to_string(timeToLive.count())},
                                    {"Content-Encoding", "aes128gcm"},

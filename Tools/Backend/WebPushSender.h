@@ -5,8 +5,8 @@
 
 struct WebPushSubscription;
 
-/// Encrypts `text` and posts it to the endpoint (RFC 8030); waits for the answer and follows no redirect. An
-/// empty `certificateAuthority` trusts the authorities that the system trusts, else those of that file alone.
-/// Throws `std::runtime_error`, naming the host but not the rest of the endpoint, unless the status is 2xx.
+/// Encrypts `text`, posts it to the endpoint (RFC 8030) and waits for the response. Follows no redirects.
+/// Trusts the certificates in `certificateAuthority`, or those that the system trusts if it is empty. Throws
+/// `std::runtime_error` unless the status is 2xx; the error names the host but not the rest of the endpoint.
 void sendWebPush(const WebPushSubscription& subscription, std::string_view text,
                  const std::filesystem::path& certificateAuthority);
