@@ -21,7 +21,7 @@ void count(std::int64_t bytes)
 
 } // namespace
 
-// The operators of this program; those for arrays come here as well.
+// Replaces the global operators; those for arrays call them.
 
 void* operator new(std::size_t size)
 {

@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Tells by how much the memory that this process has allocated rose above what it had when the meter was
-/// made: the objects of C++, and what SQLite took on top. Each part counts with its own peak.
+/// Measures the peak of the memory that this process allocates during the meter's lifetime: the peak of C++'s
+/// operator new plus the peak of SQLite.
 ///
-/// One at a time, and no other thread may work meanwhile.
+/// Use one meter at a time, while no other thread allocates.
 class AllocationMeter {
 public:
     AllocationMeter();

@@ -1,5 +1,4 @@
-// As little as makes a process that waits for events of the system without a window: what the application is
-// measured beside when a push started it.
+// A minimal process that waits in Qt's event loop without a window: the peer of the app without a window.
 
 #include <QGuiApplication>
 

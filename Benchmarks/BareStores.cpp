@@ -120,7 +120,7 @@ std::string_view BareDatabase::bytes(std::string_view key)
 void fillLog(const std::filesystem::path& file, const SnapshotRecord& record)
 {
     constexpr std::size_t pageBytes = 4096;
-    constexpr std::size_t enoughPages = 1200; // SQLite folds the log in at 1000.
+    constexpr std::size_t enoughPages = 1200; // SQLite checkpoints at 1000.
     BareDatabase database(file, BareDatabase::Durability::lazy);
     for (std::size_t pages = 0; pages < enoughPages; pages += 1 + record.snapshot.size() / pageBytes)
         database.write(record);

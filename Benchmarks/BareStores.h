@@ -18,8 +18,8 @@ struct SnapshotRecord {
     std::int64_t schemaVersion = 1;
 };
 
-/// SQLite and nothing around it: the table of our stores, as durable as they are, every statement prepared
-/// once. Throws `std::runtime_error`.
+/// Plain SQLite with the table and the durability of our stores, and with every statement prepared once.
+/// Throws `std::runtime_error`.
 class BareDatabase {
 public:
     /// `lazy` does not wait for the disk.
@@ -27,12 +27,12 @@ public:
 
     explicit BareDatabase(const std::filesystem::path& file, Durability durability = Durability::full);
 
-    /// The four rows, as one transaction.
+    /// Writes the four rows in one transaction.
     void write(const SnapshotRecord& record);
-    /// One row, as one transaction.
+    /// Writes one row in one transaction.
     void write(std::string_view key, std::string_view bytes);
     void remove(std::string_view key);
-    /// The stored bytes, none when there is no such row; valid until the next call.
+    /// The stored bytes, empty if there is no such row; valid until the next call.
     std::string_view bytes(std::string_view key);
 
     static constexpr std::string_view snapshotKey = "ConfigSnapshot";
@@ -59,12 +59,11 @@ private:
     Statement m_delete;
 };
 
-/// Brings the write-ahead log to the length at which it is folded in and begun anew. From then on a commit
-/// overwrites what the file has already, as in a process that has been saving for long; before, it also waits
-/// for the file system to make the file longer.
+/// Fills the write-ahead log up to its first checkpoint. From then on, as in a process that has been running
+/// for a while, commits overwrite the file. Before that, they also wait for the file system to extend it.
 void fillLog(const std::filesystem::path& file, const SnapshotRecord& record);
 
-/// A settings file of Qt with the same four values.
+/// A QSettings file with the same four values.
 class SettingsFile {
 public:
     explicit SettingsFile(const std::filesystem::path& file);
@@ -73,7 +72,7 @@ public:
     SettingsFile& operator=(const SettingsFile&) = delete;
 
     void write(const SnapshotRecord& record);
-    /// How long the stored snapshot is, read from the file anew if another process replaced it since.
+    /// The size of the stored snapshot in bytes, read again from the file if another process replaced it.
     std::size_t snapshotSize();
     [[nodiscard]] std::int64_t version() const;
 

@@ -1,5 +1,4 @@
-// As little as makes a window with a text, as large as the application's: what its screens are measured
-// beside.
+// A minimal window with one line of text, as large as the app's: the peer of its screens.
 
 #include <QGuiApplication>
 #include <QQuickView>

@@ -33,7 +33,7 @@ std::optional<std::string> Figure::filterExpression(const std::string& filter) c
         if (std::regex_search(candidate, expression) != isExcluding)
             wanted.push_back(std::move(candidate));
     }
-    // The library adds "/real_time" and the like to a name.
+    // The library appends suffixes such as "/real_time" to names.
     return wanted.empty() ? std::nullopt : std::optional(fmt::format("^({})(/|$)", fmt::join(wanted, "|")));
 }
 

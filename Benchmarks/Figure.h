@@ -10,26 +10,26 @@
 #include <string_view>
 #include <vector>
 
-/// One figure of the table: a measurement of ours and those of its peers.
+/// One figure of the table: our measurement and those of its peers.
 ///
 ///     Figure figure{"snapshot load", loadOurs};
 ///     figure.peers = {{"select and parse", loadBare, {.ratio = 1.5}}};
 struct Figure {
     using Measurement = std::function<void(benchmark::State&)>;
 
-    /// What counts: the processor time of the measuring thread, which a busy machine disturbs least; the time
-    /// that passes, where a disk or another process is waited for; or what the measurement says itself.
+    /// `processor` is the processor time of the measuring thread, which a busy machine disturbs least. `wall`
+    /// is for work that waits for a disk or another process. With `manual`, the measurement sets the amount.
     enum class Clock { processor, wall, manual };
 
-    /// What is measured: nanoseconds, or with the manual clock bytes or a number of events.
+    /// Nanoseconds; or bytes or a number of events, with the manual clock.
     enum class Quantity { duration, bytes, count };
 
     struct Budget {
-        /// How many times the peer's amount ours may come to.
+        /// The maximum of ours divided by the peer's.
         std::optional<double> ratio = {};
-        /// How much ours may come to above the peer's. The ratio means nothing then.
+        /// The maximum of ours minus the peer's. Replaces `ratio`.
         std::optional<double> excess = {};
-        /// What was hoped for beyond the budget.
+        /// A ratio to aim for, below the budget.
         std::optional<double> targetRatio = {};
     };
 
@@ -39,18 +39,18 @@ struct Figure {
         Budget budget = {};
     };
 
-    /// Names hold letters, digits, blanks, commas and hyphens, so that they stand for themselves in a filter.
+    /// Letters, digits, blanks, commas and hyphens only: the name is part of a regular expression.
     std::string name;
     Measurement ours;
     std::vector<Peer> peers = {};
     Clock clock = Clock::processor;
-    /// Per repetition; 0 for as many as fill its time.
+    /// Per repetition; 0 for as many as fit into its time.
     std::int64_t iterations = 0;
     Quantity quantity = Quantity::duration;
-    /// For measurements that take long; 0 for as many as the command line says.
+    /// For long measurements; 0 for the number on the command line.
     int repetitions = 0;
-    /// The figure of the same work on the least data, itself included. The table then tells how many times as
-    /// much this one comes to.
+    /// The figure that does the same work on the least data, possibly this one. The table shows how many
+    /// times larger this one is.
     std::string smallest = {};
 
     static constexpr std::string_view oursName = "ours";
@@ -60,15 +60,15 @@ struct Figure {
         return std::string(name).append("/").append(contender);
     }
 
-    /// Of the manual clock: what this iteration came to.
+    /// Sets the amount of this iteration, with the manual clock.
     static void setAmount(benchmark::State& state, double amount)
     {
-        // The library knows seconds alone, and is asked for nanoseconds at the end.
+        // The library takes seconds, and reports nanoseconds at the end.
         constexpr double nano = 1e-9;
         state.SetIterationTime(amount * nano);
     }
 
-    /// Of the manual clock: what this iteration came to, the time that `action` takes.
+    /// Runs `action` and sets its duration as the amount of this iteration, with the manual clock.
     template <typename Action>
     static void setTimeOf(benchmark::State& state, Action action)
     {
@@ -78,10 +78,10 @@ struct Figure {
             std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
     }
 
-    /// Makes the measurements known to the benchmark library.
+    /// Registers the measurements with the benchmark library.
     void registerMeasurements() const;
-    /// An expression for exactly those measurements of this figure that the filter of the command line lets
-    /// through; absent when there are none.
+    /// A regular expression for the measurements of this figure that match the filter of the command line;
+    /// absent if no measurement matches.
     [[nodiscard]] std::optional<std::string> filterExpression(const std::string& filter) const;
 
 private:

@@ -18,7 +18,7 @@ struct PeerLogger {
     spdlog::logger logger{"com.quorvane.mdm", std::make_shared<spdlog::sinks::null_sink_mt>()};
 };
 
-/// For calls that cost no more than the loop around them.
+/// For calls that are no slower than the loop around them.
 template <typename Call>
 void measureInBatches(benchmark::State& state, Call call)
 {
@@ -27,7 +27,7 @@ void measureInBatches(benchmark::State& state, Call call)
 #pragma GCC unroll batchSize
         for (int repeat = 0; repeat < batchSize; ++repeat) {
             call();
-            // As far as the compiler knows, the switches have changed meanwhile.
+            // Makes the compiler read the switches again.
             benchmark::ClobberMemory();
         }
     }
@@ -47,7 +47,7 @@ void filteredPeers(benchmark::State& state)
     measureInBatches(state, [&] { peer.logger.debug("Configuration change detected"); });
 }
 
-/// What a response of the backend leaves in a log line.
+/// The part of a backend's response that a log line contains.
 struct Response {
     int statusCode = 503;
     std::string body = "unavailable";
@@ -96,7 +96,7 @@ void emittedWithPairs(benchmark::State& state)
     }
 }
 
-/// The same text.
+/// Produces the same text.
 template <std::size_t pairCount>
 void emittedWithPairsPeers(benchmark::State& state)
 {

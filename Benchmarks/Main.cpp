@@ -1,6 +1,6 @@
-// Measures the figures that the system has a budget for, each beside its peers and in turns with them, and
-// prints one table. Takes the arguments of the benchmark library, such as --benchmark_filter=snapshot.
-// Figures are for people to read: the program ends with 0 whatever they are.
+// Measures the figures that have a budget, alternating with their peers, and prints one table. Accepts the
+// arguments of the benchmark library, such as --benchmark_filter=snapshot. Exits with 0 even if a figure
+// exceeds its budget.
 
 #include "Benchmarks/Figures.h"
 #include "Benchmarks/Results.h"
@@ -35,7 +35,7 @@ std::string processorModel()
     return "unknown processor";
 }
 
-/// The arguments of the command line behind those that hold unless it says otherwise.
+/// Our defaults followed by the arguments of the command line, which override them.
 class Arguments {
 public:
     Arguments(int argc, char** argv) : m_texts(argv, argv + argc)
@@ -47,7 +47,7 @@ public:
         m_pointers.push_back(nullptr);
     }
 
-    /// False when there is one that the library does not know; it says so.
+    /// False if the library does not know an argument; it has printed an error then.
     bool initializeLibrary()
     {
         int count = static_cast<int>(m_texts.size());
@@ -68,12 +68,12 @@ private:
 
 void measure(const std::vector<Figure>& figures, const Arguments& arguments, Results& results)
 {
-    // The library begins its file anew with each run, and shuffles all that is in one.
+    // The library overwrites its output file with each run, and shuffles the measurements of one run.
     if (arguments.isFileNeeded()) {
         benchmark::RunSpecifiedBenchmarks(&results);
         return;
     }
-    // Figure by figure keeps what is compared close together in time.
+    // Figure by figure, so that a figure and its peers are measured close together.
     const std::string filter = benchmark::GetBenchmarkFilter();
     for (const Figure& figure : figures) {
         const auto filterExpression = figure.filterExpression(filter);
@@ -100,7 +100,7 @@ int main(int argc, char** argv)
     try {
         measure(figures, arguments, results);
     } catch (const std::regex_error& error) {
-        fmt::print(stderr, "quorvane-bench: the filter is no regular expression: {}\n", error.what());
+        fmt::print(stderr, "quorvane-bench: the filter is not a regular expression: {}\n", error.what());
         return usage;
     }
     if (results.printTable(figures))

@@ -25,12 +25,12 @@ using Platform::Linux::DeviceDefaults;
 constexpr std::string_view historyKey = Core::Constants::StorageKeys::processedNotificationPayloads;
 constexpr std::size_t greatestCount = 100;
 
-/// A device whose history holds so many notifications.
+/// A device with a given number of notifications in its history.
 class HistoryDevice {
 public:
     explicit HistoryDevice(std::size_t count) : m_count(count)
     {
-        // Dates of one length.
+        // Dates of the same length.
         m_scheduler.advance(std::chrono::hours(250'000));
         for (std::size_t i = 0; i < count; ++i)
             add();
@@ -40,8 +40,8 @@ public:
         fillLog(m_paths.standardDefaults(), {.snapshot = m_history});
         restore();
     }
-    /// Throws when the history is not what the next notification makes of it, or an adapter had something to
-    /// complain about: such a measurement means nothing.
+    /// Throws if the history is not the expected one, or if an adapter logged a problem: such a measurement
+    /// is worthless.
     void verify()
     {
         restore();
@@ -62,7 +62,7 @@ public:
     {
         return m_processor.recentPayloadSummaries(greatestCount);
     }
-    /// Brings back the history that the device began with.
+    /// Restores the history that the device started with.
     void restore()
     {
         if (m_count == 0)
@@ -72,7 +72,7 @@ public:
     }
 
     [[nodiscard]] BareDatabase openBare() const { return BareDatabase(m_paths.standardDefaults()); }
-    /// What is stored after the next notification.
+    /// The stored history after the next notification.
     [[nodiscard]] const std::string& nextHistory() const { return m_nextHistory; }
 
 private:
@@ -108,7 +108,7 @@ private:
              {"alert",
               Platform::PropertyList::Dictionary{
                   {"title", "Configuration changed"},
-                  {"body", "Your organisation has changed the settings of this device."}}},
+                  {"body", "Your organization has changed the settings of this device."}}},
              {"content-available", 1}}},
         {"ticket", "0123456789abcdef"},
     };

@@ -4,7 +4,7 @@
 
 #include <benchmark/benchmark.h>
 
-/// Takes every line and does nothing with it.
+/// Discards every line.
 class NullSink final : public Core::LogSink {
 public:
     void write(std::string_view line, Core::LogLevel, Core::LogPrivacy, const Platform::LogHandle&) override

@@ -23,7 +23,7 @@ using namespace Platform;
 constexpr std::string_view payload =
     R"({"token":"00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"})";
 
-/// A backend on loopback whose certificate this process and those it starts trust.
+/// A backend on loopback. This process and its children trust its certificate.
 class TrustedBackend {
 public:
     TrustedBackend()
@@ -44,7 +44,7 @@ public:
             reply.headerFields.emplace("A", "");
         m_backend.setReply("*", reply);
     }
-    /// Throws when other than so many requests have arrived since the last time.
+    /// Throws unless exactly `count` requests have arrived since the last call.
     void verifyArrived(int count)
     {
         if (const std::size_t arrived = m_backend.takeRequests().size(); std::cmp_not_equal(arrived, count))
@@ -65,14 +65,14 @@ URLRequest tokenUpload(const std::string& url)
     return request;
 }
 
-/// The session of a process that has sent a request before.
+/// A session that has already sent a request.
 class WarmSession {
 public:
     WarmSession() { post(1, 1); }
     void answerWithFields(int count) { m_backend.answerWithFields(count); }
 
-    /// Lets `taskCount` tasks send `requestCount` requests each, one after the other; returns when all have
-    /// ended. Throws when a request failed or did not arrive.
+    /// Runs `taskCount` tasks that send `requestCount` requests each, one after the other; blocks until all
+    /// have ended. Throws if a request failed or did not arrive.
     void post(int taskCount, int requestCount)
     {
         std::latch ended(taskCount);
@@ -107,7 +107,7 @@ private:
     Network::CurlURLSession m_session;
 };
 
-/// A handle of the library that posts the payload, with the header fields that ours sends.
+/// A handle of libcurl that posts the payload, with the same header fields as ours.
 class BareHandle {
 public:
     explicit BareHandle(const TrustedBackend& backend)
@@ -135,7 +135,7 @@ private:
     std::unique_ptr<CURL, Free> m_handle{curl_easy_init()};
 };
 
-/// One connection of the library, used again and again.
+/// One connection of libcurl, reused for all requests.
 class BareConnection {
 public:
     BareConnection() { post(1); }
@@ -155,7 +155,7 @@ private:
     BareHandle m_handle{m_backend};
 };
 
-/// As many connections of the library as ours opens to one host.
+/// As many connections of libcurl as our session opens to one host.
 class BareCrowd {
 public:
     BareCrowd()
@@ -188,14 +188,14 @@ private:
     CURLM* m_multi = curl_multi_init();
 };
 
-/// A session or connection whose backend answers with so many header fields.
+/// A session or connection whose backend answers with a given number of header fields.
 template <typename Subject, int count>
 class WithFields : public Subject {
 public:
     WithFields() { Subject::answerWithFields(count); }
 };
 
-/// Runs `measure` on a `Subject`, whose making is not measured.
+/// Runs `measure` on a `Subject`. Its construction is not measured.
 template <typename Subject, typename Measure>
 Figure::Measurement on(Measure measure)
 {

@@ -46,8 +46,8 @@ std::string amountText(Figure::Quantity quantity, double amount)
     return durationText(amount);
 }
 
-/// Lays ours beside one peer's. The n-th repetitions were measured close to each other, so that a busy moment
-/// of the machine met both: their proportions show how far the result can be trusted.
+/// Compares ours with one peer's. The n-th repetitions of both were measured close together, so a busy moment
+/// of the machine affects both: the spread of their ratios shows how reliable the result is.
 class Comparison {
 public:
     Comparison(const std::vector<double>& ours, const std::vector<double>& peers,
@@ -97,7 +97,7 @@ private:
     std::vector<double> m_repetitions;
 };
 
-/// How many columns of a terminal the UTF-8 text takes.
+/// The width of the UTF-8 text in columns of a terminal.
 std::size_t width(std::string_view text)
 {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {

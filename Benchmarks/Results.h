@@ -14,18 +14,18 @@ public:
     bool ReportContext(const Context&) override { return true; }
     void ReportRuns(const std::vector<Run>& runs) override;
 
-    /// One row for each peer of each figure that was measured; false when nothing was.
+    /// Prints one row for each peer of each measured figure; false if nothing was measured.
     bool printTable(std::span<const Figure> figures) const;
 
 private:
     using Samples = std::vector<double>;
 
     [[nodiscard]] const Samples* samples(const std::string& measurement) const;
-    /// How many times the contender's amount in the smallest figure of its kind this one is; empty where
-    /// there is none or it was not measured.
+    /// This figure divided by the smallest of its kind, for one contender; empty if there is no smallest
+    /// figure or it was not measured.
     [[nodiscard]] std::string growth(const Figure& figure, std::string_view contender) const;
 
-    /// The amount per iteration in the figure's quantity, in the order in which they were measured.
+    /// The amounts per iteration in the figure's quantity, in the order of measurement.
     std::map<std::string, Samples> m_samples;
     std::map<std::string, std::string> m_errors;
 };

@@ -3,7 +3,7 @@
 #include "Platform/Storage/SQLiteUserDefaults.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
-#include "Tools/Tour/ProcessFigures.h"
+#include "Tests/Trials/ProcessFigures.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <fmt/format.h>
@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono;
 using namespace std::chrono_literals;
 
-/// For both programs. The toolkit writes a line for each frame that it has presented.
+/// For both programs. Qt logs a line for each presented frame.
 const ChildProcess::Environment environment{{"QT_QPA_PLATFORM", "offscreen"},
                                             {"QT_QUICK_BACKEND", "software"},
                                             {"QT_QPA_GENERIC_PLUGINS", ""},
@@ -37,7 +37,7 @@ void end(ChildProcess& process)
     process.waitForExit();
 }
 
-/// The application on a device where it begins with its dashboard.
+/// The app on a device where it starts with the dashboard.
 class Dashboard {
 public:
     Dashboard()
@@ -55,7 +55,7 @@ public:
         SQLiteUserDefaults(paths.standardDefaults(), SQLiteUserDefaults::Access::readWrite, clock, adapterLog)
             .set("hasLaunchedBefore", true);
         const auto application = start();
-        // Nothing but the dashboard registers, and only where it may; there is no session bus to do it over.
+        // Only the dashboard registers for pushes; here that fails, since there is no session bus.
         await(*application, "Remote notification registration failed");
         end(*application);
     }

@@ -22,7 +22,7 @@ namespace {
 using Platform::UserDefaults;
 using Platform::Linux::DeviceDefaults;
 
-/// A managed dictionary like those of the field; equal for equal arguments.
+/// A typical managed dictionary, the same for the same arguments.
 Platform::PropertyList managedDictionary(std::size_t appCount, std::string_view deviceId)
 {
     std::string apps;
@@ -38,7 +38,7 @@ Platform::PropertyList managedDictionary(std::size_t appCount, std::string_view 
     };
 }
 
-/// The real suites of a device under a managed dictionary that is delivered from memory.
+/// The real suites of a device, with a managed dictionary from memory.
 class Domains final : public Platform::UserDefaultsDomains {
 public:
     explicit Domains(DeviceDefaults& device) : m_device(device) {}
@@ -54,7 +54,7 @@ private:
     FakeUserDefaults m_standard;
 };
 
-/// A device folder and the configuration manager on it, with one snapshot stored.
+/// A device folder with one stored snapshot, and its configuration manager.
 class Device {
 public:
     explicit Device(std::size_t appCount)
@@ -62,7 +62,7 @@ public:
     {
         save();
     }
-    /// Throws when an adapter had something to complain about: such a measurement means nothing.
+    /// Throws if an adapter logged a problem: such a measurement is worthless.
     void verify()
     {
         const auto lines = m_log.takeLines();
@@ -121,7 +121,7 @@ private:
 
 constexpr std::size_t usualAppCount = 5;
 
-/// Runs the measurement on a device of its own; what goes wrong is said in place of a result.
+/// Runs the measurement on a new device; an exception becomes the result's error.
 template <typename Measure>
 Figure::Measurement onDevice(std::size_t appCount, Measure measure)
 {
@@ -161,7 +161,7 @@ void loadOursAfterForeignWrite(benchmark::State& state, const Device& device)
     }
 }
 
-/// The stored bytes only, undecoded.
+/// Only reads the stored bytes, without decoding them.
 void loadSettingsAfterForeignWrite(benchmark::State& state, const Device& device)
 {
     const auto file = device.fileBeside("settings.ini");
@@ -169,7 +169,7 @@ void loadSettingsAfterForeignWrite(benchmark::State& state, const Device& device
     SettingsFile foreign(device.fileBeside("foreign.ini"));
     SnapshotRecord record = device.record();
     for (auto _ : state) {
-        // A file of another length, since the format knows a change by length and time.
+        // A file of another length: the format detects changes by length and time.
         record.version = record.version == 1 ? 10 : 1;
         foreign.write(record);
         std::filesystem::copy_file(device.fileBeside("foreign.ini"), device.fileBeside("next.ini"));
@@ -224,7 +224,7 @@ Figure loadFigure(std::string name, std::size_t appCount, Figure::Budget budget 
 
 Figure foreignLoadFigure()
 {
-    // Each round writes a file, which takes far longer than what is measured.
+    // Each iteration writes a file, which takes far longer than the measured read.
     constexpr std::int64_t iterations = 50;
     return {"snapshot load after a foreign write",
             onDevice(usualAppCount, loadOursAfterForeignWrite),
@@ -249,7 +249,7 @@ std::vector<Figure> snapshotStoreFigures()
                                 foreignLoadFigure(),
                                 saveFigure("snapshot save", usualAppCount, {.ratio = 1.2})};
     figures.back().peers.push_back({"QSettings", onDevice(usualAppCount, saveSettings)});
-    // What the wait for the disk hides.
+    // The part that waiting for the disk hides.
     figures.push_back(saveFigure("snapshot save, processor time", usualAppCount));
     figures.back().clock = Figure::Clock::processor;
     for (const std::size_t appCount : {1, 1'000, 100'000}) {

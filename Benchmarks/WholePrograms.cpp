@@ -21,13 +21,13 @@ std::string configuration(std::string_view deviceId)
                        deviceId);
 }
 
-/// A device with the application running on it, version 1 of its configuration applied.
+/// A device with the running app, which has applied version 1 of its configuration.
 class RunningDevice {
 public:
     RunningDevice()
     {
         m_device.replacePolicy(configuration("DEV-1"));
-        // A change that comes while the first screen is being made would wait for it.
+        // A change during the creation of the first screen would be delayed.
         m_device.setEnvironment("QT_FORCE_STDERR_LOGGING", "1");
         m_device.setEnvironment("QT_LOGGING_RULES", "qt.scenegraph.time.renderloop.debug=true");
         m_application = m_device.startApplication();
@@ -47,12 +47,12 @@ public:
             throw std::runtime_error(fmt::format("the application never wrote \"{}\"", line));
     }
 
-    /// Runs qvctl to its end and answers what it wrote.
+    /// Runs qvctl and returns its output.
     std::vector<std::string> console(const std::vector<std::string>& arguments) const
     {
         return finished(*m_device.startConsole(arguments));
     }
-    /// The same for the shell of SQLite on the suite's file.
+    /// Runs SQLite's shell on the suite's file and returns its output.
     std::vector<std::string> selectConfigVersion() const
     {
         ChildProcess shell(
@@ -87,26 +87,26 @@ Figure::Measurement onRunningDevice(Measure measure)
     };
 }
 
-/// From the moment a policy file is moved into its place until the application has committed its snapshot.
-/// The line that it logs after the commit tells without disturbing it.
+/// Measures from the rename of a policy file until the app has committed its snapshot, by the line that it
+/// logs after the commit.
 void policyToSnapshot(benchmark::State& state, RunningDevice& running)
 {
     const ThrowawayDevice& device = running.device();
     int version = 1;
     for (auto _ : state) {
         ++version;
-        // Written elsewhere first, so that nothing but the rename happens in the folder that is watched.
+        // Written in another folder first: in the watched folder, only the rename happens.
         device.write(device.path("next.json"), configuration(fmt::format("DEV-{}", version)));
         const auto begin = steady_clock::now();
         std::filesystem::rename(device.path("next.json"), device.policyFile());
         running.await(fmt::format("Configuration updated - v{},", version));
         state.SetIterationTime(duration<double>(steady_clock::now() - begin).count());
         if (running.selectConfigVersion() != std::vector<std::string>{std::to_string(version)})
-            throw std::runtime_error("the suite does not hold the version that was announced");
+            throw std::runtime_error("the suite does not contain the announced version");
     }
 }
 
-/// Not measured: no change is looked at before it has rested this long.
+/// Not measured: the interval without changes before one is applied.
 void debounceInterval(benchmark::State& state)
 {
     for (auto _ : state)

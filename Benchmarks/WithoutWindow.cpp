@@ -1,5 +1,5 @@
 #include "Benchmarks/Figures.h"
-#include "Tools/Tour/ProcessFigures.h"
+#include "Tests/Trials/ProcessFigures.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <fmt/format.h>
@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 /// For both programs.
 const ChildProcess::Environment environment{{"QT_QPA_PLATFORM", "offscreen"}, {"QT_QPA_GENERIC_PLUGINS", ""}};
 
-/// The application as a push starts it, under a policy with so many apps.
+/// The app as a push starts it, with a policy of a given number of apps.
 class Application {
 public:
     explicit Application(std::size_t appCount)
@@ -33,7 +33,7 @@ public:
     }
     [[nodiscard]] std::unique_ptr<ChildProcess> start() const
     {
-        // Each start applies the policy anew.
+        // Each start applies the policy again.
         std::filesystem::remove_all(m_device.path("data"));
         return m_device.startApplication({"--log-stderr", "--dbus-activated"});
     }
@@ -54,7 +54,7 @@ public:
     const std::string readyLine = "waiting";
 };
 
-/// What a process comes to that has done what it was started for.
+/// The amount for a process that has finished its start.
 using Amount = double (*)(pid_t);
 
 double peakBytes(pid_t process)
@@ -73,7 +73,7 @@ double bytesAtRest(pid_t process)
     return static_cast<double>(residentBytes(process));
 }
 
-/// What comes on top in five seconds.
+/// The increase within five seconds.
 template <typename Read>
 double growthAtRest(Read read)
 {
@@ -143,7 +143,7 @@ std::vector<Figure> windowlessFigures()
             figures.back().smallest = fmt::format("{}, list of 1", which);
         };
         add("memory without a window, peak", peakBytes);
-        add("memory without a window, at rest", bytesAtRest);
+        add("memory without a window, idle", bytesAtRest);
     }
     return figures;
 }

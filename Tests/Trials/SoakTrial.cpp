@@ -1,10 +1,10 @@
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/Distributor.h"
+#include "Tests/Trials/ProcessFigures.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/WebPushEncryption.h"
-#include "Tools/Tour/ProcessFigures.h"
 
 #include <algorithm>
 #include <chrono>

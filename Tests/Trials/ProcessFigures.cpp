@@ -1,4 +1,4 @@
-#include "Tools/Tour/ProcessFigures.h"
+#include "Tests/Trials/ProcessFigures.h"
 
 #include <filesystem>
 #include <fstream>
