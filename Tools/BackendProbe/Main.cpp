@@ -1,5 +1,5 @@
 // The network half of `qvctl doctor`. It is a program of its own because libcurl would more than double the
-// time that any other command of qvctl takes. It connects to the backend as the app does, closes the
+// duration of every other command of qvctl. It connects to the backend as the app does, closes the
 // connection after the TLS handshake and prints a `ProbeResult`.
 
 #include "Platform/Error.h"
@@ -53,7 +53,8 @@ struct Probe {
         curl_easy_getinfo(handle, which, &value);
         return value;
     }
-    /// Empty without one. (CURLINFO_PRIMARY_IP of libcurl 8.10 and later is empty until the handshake ends.)
+    /// Empty if no socket is connected. (CURLINFO_PRIMARY_IP of libcurl 8.10 and later is empty until the
+    /// handshake ends.)
     [[nodiscard]] std::string connectedAddress() const
     {
         for (std::size_t i = 0; i < sockets.size(); ++i) {
@@ -66,7 +67,7 @@ struct Probe {
     }
 };
 
-/// What `print` writes to an OpenSSL stream.
+/// The text that `print` writes to an OpenSSL stream.
 template <typename Print>
 std::string printed(const Print& print)
 {
@@ -83,7 +84,7 @@ std::string nameText(const X509_NAME* name)
     return printed([=](BIO* stream) { X509_NAME_print_ex(stream, name, 0, form); });
 }
 
-/// The first hosts that the certificate is for.
+/// The first few hosts that the certificate is valid for.
 std::vector<std::string> hostsOf(const X509* certificate)
 {
     constexpr std::size_t maximumCount = 5;
@@ -160,7 +161,7 @@ void noteState(const SSL* connection, int place, int outcome)
 {
     Probe& probe = probeOf(connection);
     probe.result.protocol = SSL_get_version(connection);
-    // libcurl empties OpenSSL's error queue and keeps only a text.
+    // libcurl clears OpenSSL's error queue and keeps only a message.
     if (place == SSL_CB_CONNECT_EXIT && outcome <= 0)
         probe.tlsError = ERR_peek_error();
 }
@@ -177,7 +178,7 @@ CURLcode prepareHandshake(CURL*, void* tlsContext, void* data) noexcept
     SSL_CTX_set_app_data(context, &probe);
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER, &noteCertificate);
     SSL_CTX_set_info_callback(context, &noteState);
-    // The protocols of the app. If libcurl offered them, it would begin to speak HTTP/2.
+    // The protocols that the app offers. If libcurl offered them itself, it would start to speak HTTP/2.
     constexpr std::array<unsigned char, 12> protocols{2, 'h', '2', 8, 'h', 't', 't', 'p', '/', '1', '.', '1'};
     SSL_CTX_set_alpn_protos(context, protocols.data(), protocols.size());
     return CURLE_OK;

@@ -12,11 +12,11 @@ namespace BackendProbe {
 /// What the helper of `qvctl doctor` prints, as JSON: how it connected to the backend. Times are seconds
 /// since 1970.
 struct ProbeResult {
-    /// The file with the certificates to trust, and why it cannot be read.
+    /// The file with the trusted certificates, and why it cannot be read; empty if it can.
     std::string trustedFile;
     std::string trustProblem;
 
-    /// The addresses that were tried, of the proxy if there is one, and the one that answered.
+    /// The addresses that were tried (the proxy's if there is a proxy), and the connected one.
     std::vector<std::string> addresses;
     std::string address;
     /// errno of the last connection that failed, or 0.
@@ -27,11 +27,11 @@ struct ProbeResult {
     /// A clause; for the last two steps, with the proxy or the server as its subject.
     std::string reason;
 
-    // What the server showed in a handshake.
+    // From the handshake with the server.
     std::string protocol;
     std::string subject;
     std::string issuer;
-    /// The hosts that the certificate is for; the first few.
+    /// The first few hosts that the certificate is valid for.
     std::vector<std::string> names;
     std::int64_t notBefore = 0;
     std::int64_t notAfter = 0;

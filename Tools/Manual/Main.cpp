@@ -91,7 +91,7 @@ std::string options(const CLI::App& command)
     return items;
 }
 
-/// A section for each command below `group`; `path` is the command line that leads to it.
+/// A section for each command below `group`; `path` is the group's own command line, with a blank at the end.
 std::string commands(const CLI::App& group, const std::string& path = {})
 {
     std::string sections;

@@ -112,7 +112,7 @@ std::optional<int> ChildProcess::waitForExit(milliseconds timeout)
     }
     if (m_exitCode || !m_isAtEnd)
         return m_exitCode;
-    // Its output has ended; the process itself may need a moment more.
+    // The output has ended; the process itself may take a moment longer.
     int status = 0;
     if (::waitpid(m_processId, &status, 0) == m_processId)
         m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);

@@ -11,26 +11,28 @@
 #include <sys/types.h>
 #include <vector>
 
-/// A program started from here, with what it writes to standard output and standard error, line by line. It
-/// is killed when this object goes.
+/// A child process and the lines that it writes to standard output and standard error. The destructor kills
+/// it.
 class ChildProcess {
 public:
     using Environment = std::map<std::string, std::string>;
 
-    /// `environment` is laid over our own. Throws `std::system_error` when the program cannot be started.
+    /// `environment` overrides the variables of this process. Throws `std::system_error` if the program
+    /// cannot be started.
     ChildProcess(const std::vector<std::string>& arguments, const Environment& environment);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// Waits for a line that contains `text`, from the line after the one found last; false when none comes
-    /// in time or the program ends.
+    /// Blocks until a line contains `text`, starting after the last line found; false after the timeout or at
+    /// the end of the output.
     bool waitForLine(std::string_view text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
-    /// Everything it wrote so far, or until its end once that was waited for.
+    /// The lines read so far; all of them after `waitForExit`.
     [[nodiscard]] const std::vector<std::string>& lines() const { return m_lines; }
 
     void signal(int number) const;
-    /// The exit code, or minus the signal that ended it; absent when it does not end in time.
+    /// Blocks until the process ends. The exit code, or minus the number of a fatal signal; absent after the
+    /// timeout.
     std::optional<int> waitForExit(std::chrono::milliseconds timeout = std::chrono::seconds(20));
     [[nodiscard]] pid_t processId() const { return m_processId; }
 

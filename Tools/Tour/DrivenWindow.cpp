@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr seconds startTime = 20s;
-/// Longer than the program itself waits for an item.
+/// Longer than the program waits for an item.
 constexpr seconds replyTime = 30s;
 
 } // namespace

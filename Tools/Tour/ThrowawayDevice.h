@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-/// A device of its own in a temporary folder: state, policy file, no session bus, and the programs that work
-/// on them. Removed with all it holds at the end.
+/// A device in a temporary folder, with state and policy file but without a session bus. The destructor
+/// removes the folder.
 class ThrowawayDevice {
 public:
-    /// `programs` is the folder of the build that holds App/quorvane-mdm and Tools/qvctl/qvctl.
+    /// `programs` is the build folder, with App/quorvane-mdm and Tools/qvctl/qvctl.
     explicit ThrowawayDevice(std::filesystem::path programs);
     ~ThrowawayDevice();
     ThrowawayDevice(const ThrowawayDevice&) = delete;
@@ -25,23 +25,23 @@ public:
         return path("data/quorvane-mdm/groups/group.com.quorvane.mdm.sqlite");
     }
 
-    /// Where the application listens for local pushes.
+    /// The socket where the app listens for local pushes.
     [[nodiscard]] std::filesystem::path pushSocket() const { return path("run/quorvane-mdm/push.sock"); }
 
-    /// The window of the application, once it is started.
+    /// The window of the app. Blocks until the app has started.
     [[nodiscard]] DrivenWindow window() const { return DrivenWindow(windowSocket()); }
 
-    /// For the programs started from now on.
+    /// Sets a variable for programs that are started later.
     void setEnvironment(const std::string& name, std::string value)
     {
         m_environment[name] = std::move(value);
     }
 
-    /// Replaces the policy file in one step.
+    /// Replaces the policy file atomically.
     void replacePolicy(std::string_view content) const;
     void write(const std::filesystem::path& file, std::string_view content) const;
 
-    /// Starts the application on this device, its log on standard error and readable.
+    /// Starts the app on this device, with a readable log on standard error.
     [[nodiscard]] std::unique_ptr<ChildProcess> startApplication(const std::vector<std::string>& arguments = {
                                                                      "--log-stderr"}) const
     {
@@ -56,7 +56,7 @@ public:
     {
         return std::make_unique<ChildProcess>(command, m_environment);
     }
-    /// Starts a script of bash on this device: $DEVICE is its folder, $PROGRAMS that of the build, $QVCTL the
+    /// Starts a bash script on this device: $DEVICE is its folder, $PROGRAMS the build folder, $QVCTL the
     /// console.
     [[nodiscard]] std::unique_ptr<ChildProcess> startShell(const std::string& script) const;
 

@@ -1,6 +1,5 @@
-// Takes the application through everything that its user, device management, the backend and a second
-// process do with it, each time on a new device. Prints a row with the time of each step and saves a picture
-// of each stop. Exits with 1 when a step fails.
+// Plays everything that the user, device management, the backend and a second process do with the app, on new
+// devices. Prints the time of each step and saves pictures. Exits with 1 if a step fails.
 
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/Backend/PushSender.h"
@@ -19,7 +18,7 @@ namespace {
 using namespace std::chrono;
 namespace fs = std::filesystem;
 
-/// One device and what happens on it. A step that fails throws `std::runtime_error`.
+/// One device and the steps on it. A failing step throws `std::runtime_error`.
 class Tour {
 public:
     Tour(const fs::path& programs, fs::path pictures, std::string appearance)
@@ -32,10 +31,10 @@ public:
         m_device.setEnvironment("QUORVANE_APPEARANCE", m_appearance);
     }
 
-    /// Some steps in a row.
+    /// A series of steps.
     using Chapter = void (Tour::*)();
 
-    /// Returns false when a step fails, after printing why.
+    /// Returns false if a step fails, after printing the reason.
     bool play(const std::vector<Chapter>& chapters)
     {
         try {
@@ -44,7 +43,7 @@ public:
             return true;
         } catch (const std::runtime_error& error) {
             const auto lines = m_application ? m_application->lines() : std::vector<std::string>();
-            fmt::print("{}\n\nWhat the application wrote:\n  {}\n", error.what(), fmt::join(lines, "\n  "));
+            fmt::print("{}\n\nOutput of the app:\n  {}\n", error.what(), fmt::join(lines, "\n  "));
             return false;
         }
     }
@@ -89,7 +88,7 @@ public:
             expectLine("Processed notification from center");
             window().waitUntilGone("shell.banner");
         });
-        step("a silent push -> the app alone hears of it", [&] {
+        step("a silent push -> only the app processes it", [&] {
             push(R"({"aps": {"content-available": 1}})");
             expectLine("Processed remote notification");
         });
@@ -102,7 +101,7 @@ public:
                 m_device.replacePolicy(configuration("com.acme.app" + std::to_string(i)));
             expectLine("Configuration updated - v2, apps: 1");
         });
-        step("file that makes no sense -> the last good one stays", [&] {
+        step("invalid file -> the last good configuration stays", [&] {
             m_device.replacePolicy("{\"base_domain\": \"acme");
             expectLine("the last good one stays in force");
         });
@@ -118,22 +117,22 @@ public:
             const auto second = m_device.startApplication();
             expect(second->waitForExit() == 0, "it ends with 0");
         });
-        step("told to end (SIGTERM)", [&] { end(SIGTERM); });
+        step("SIGTERM -> it ends", [&] { end(SIGTERM); });
         step("next launch -> the dashboard at once, version 3", [&] {
             m_device.replacePolicy(configuration("com.acme.mail"));
             startAt("dashboard.card.bell.badge");
             expectLine("Configuration updated - v3, apps: 1");
             expectLine("Device token uploaded to backend");
         });
-        step("told to end (SIGINT)", [&] { end(SIGINT); });
+        step("SIGINT -> it ends", [&] { end(SIGINT); });
     }
 
     void refuseNotifications()
     {
-        step("first launch in the dark -> welcome screen, as light as ever",
+        step("first launch in dark mode -> welcome screen, still light",
              [&] { startAt("welcome.getStarted"); });
         picture("welcome", "welcome.getStarted");
-        step("Don't Allow -> a strip tells that notifications are off", [&] {
+        step("Don't Allow -> a strip shows that notifications are off", [&] {
             window().tap("welcome.getStarted");
             window().tap("shell.dontAllow");
             expectLine("Notification permission denied");
@@ -155,14 +154,14 @@ public:
 
     void launchAgainAllowed()
     {
-        step("told to end (SIGTERM)", [&] { end(SIGTERM); });
+        step("SIGTERM -> it ends", [&] { end(SIGTERM); });
         step("next launch -> no strip, and registered", [&] {
             startAt("dashboard.card.bell.badge");
             expectLine("Remote notifications registered");
             window().waitUntilGone("dashboard.openSettings");
         });
         picture("dashboard", "dashboard.card.bell.badge");
-        step("told to end (SIGTERM)", [&] { end(SIGTERM); });
+        step("SIGTERM -> it ends", [&] { end(SIGTERM); });
     }
 
     void visitDetails()
@@ -243,7 +242,7 @@ private:
         expect(m_application->waitForExit() == 0, "it ends with 0");
     }
 
-    /// Saves what the window shows in both sizes; `item` must be visible in each.
+    /// Saves a picture of the window in both sizes; `item` must be visible in each.
     void picture(std::string_view name, std::string_view item)
     {
         for (const auto& [width, height] : {std::pair(390, 844), std::pair(1024, 768)}) {

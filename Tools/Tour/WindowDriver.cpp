@@ -1,10 +1,11 @@
-// A Qt plugin with which a `DrivenWindow` in another process acts on the window of this one. Each connection
-// to its socket carries one command, a line of JSON; the reply is a line as well, once the command is done:
+// A Qt plugin that lets a `DrivenWindow` in another process operate the window of this process. Each
+// connection to its socket carries one command, a line of JSON, and one reply, a line after the command has
+// ended:
 //
 //     {"action": "tap", "item": "welcome.getStarted"}     {} or {"error": "it is not visible; ..."}
 //
-// Items go by their `objectName`; of several visible ones with one name, the last in the tree is meant.
-// Everything runs on the main thread, which goes on processing events while a command waits.
+// Items are identified by `objectName`; of several visible items with the same name, the last in the tree is
+// used. Everything runs on the main thread, which processes events while a command waits.
 
 #include <QGenericPlugin>
 #include <QGuiApplication>
@@ -23,14 +24,14 @@
 namespace {
 
 constexpr int timeoutMilliseconds = 20'000;
-/// How often in a row an item or the picture must be found unchanged to count as still. `QTest::qWaitFor`
+/// How many times in a row an item or the picture must be unchanged to count as still. `QTest::qWaitFor`
 /// checks every 10 ms and runs the event loop in between; an animation advances every 16 ms.
 constexpr int stillCheckCount = 5;
 
-/// The null item is not visible.
+/// `item` is null if it is not visible.
 struct VisibleItem {
     const QQuickItem* item = nullptr;
-    /// What is neither clipped nor outside of the window, in points of the window.
+    /// The part that is inside the window and not clipped, in points of the window.
     QRectF visibleRect;
     double opacity = 1;
 
@@ -76,7 +77,7 @@ void waitUntil(const std::function<bool()>& isReached, const QString& problem)
             (problem + "; visible items: " + visibleItems().keys().join(", ")).toStdString());
 }
 
-/// Waits until `observe` returns the same several times in a row, other than a null value.
+/// Waits until `observe` returns the same value, other than a null value, several times in a row.
 template <typename Value>
 Value waitUntilStill(const std::function<Value()>& observe, const QString& problem)
 {
@@ -170,7 +171,7 @@ public:
         QLocalSocket probe;
         probe.connectToServer(socketFile);
         if (probe.waitForConnected())
-            return server; // The program that started this one has the socket.
+            return server; // The parent process already uses the socket.
         QLocalServer::removeServer(socketFile);
         server->setSocketOptions(QLocalServer::UserAccessOption);
         connect(server, &QLocalServer::newConnection, server, [server] {
