@@ -4,8 +4,10 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -72,6 +74,19 @@ bool SQLiteConnection::OpenedFile::hasChanged()
         return false;
     const timespec before = std::exchange(m_change, status.st_ctim);
     return before.tv_sec != m_change.tv_sec || before.tv_nsec != m_change.tv_nsec;
+}
+
+bool SQLiteConnection::OpenedFile::mayHaveChanged()
+{
+    const bool isSuspect = hasChanged() || m_isTickUnfinished;
+    if (isSuspect) {
+        // Of the clock that stamps files.
+        timespec tick{};
+        ::clock_gettime(CLOCK_REALTIME_COARSE, &tick);
+        m_isTickUnfinished =
+            std::tie(m_change.tv_sec, m_change.tv_nsec) >= std::tie(tick.tv_sec, tick.tv_nsec);
+    }
+    return isSuspect;
 }
 
 bool SQLiteConnection::OpenedFile::isInPlace() const
@@ -142,6 +157,7 @@ void SQLiteConnection::prepare()
             return SQLITE_OK;
         },
         &m_logPageCount);
+    m_folder = OpenedFile(std::filesystem::path(m_path).parent_path().string());
     m_databaseFile = OpenedFile(m_path);
     m_log = OpenedFile(m_path + "-wal");
     m_index = OpenedFile(m_path + "-shm");
@@ -156,16 +172,21 @@ SQLite::Statement& SQLiteConnection::upsert()
 
 bool SQLiteConnection::isCurrent()
 {
-    // Only checkpoints write to this file, and ours are accounted for.
-    const bool isDatabaseChanged = m_databaseFile.hasChanged();
-    // Renaming or removing a file changes its status. Looking up the paths costs more.
-    const bool isLogChanged = m_log.hasChanged();
-    const bool isShared = m_mode == Mode::writing || m_mode == Mode::reading;
-    m_isWrittenByOthers = m_isWrittenByOthers || isDatabaseChanged || (isLogChanged && !isShared);
-    const bool isIndexChanged = m_index.hasChanged();
-    if (isDatabaseChanged || isLogChanged || isIndexChanged)
-        m_isInPlace = isDatabaseInPlace() && m_log.isInPlace() && m_index.isInPlace();
-    return m_isInPlace && (isShared || !m_isWrittenByOthers);
+    // Renaming, removing or replacing a file changes the status of its folder. Looking up the paths costs
+    // more.
+    if (m_folder.mayHaveChanged())
+        m_isInPlace = areFilesInPlace();
+    if (isShared())
+        return m_isInPlace;
+    noticeForeignWrites();
+    return m_isInPlace && !m_isWrittenByOthers;
+}
+
+bool SQLiteConnection::isCommitVisible()
+{
+    noticeForeignWrites();
+    m_isInPlace = areFilesInPlace();
+    return m_isInPlace;
 }
 
 void SQLiteConnection::checkpointIfDue()
@@ -184,11 +205,24 @@ bool SQLiteConnection::isDatabaseInPlace()
     return hasMoved == 0;
 }
 
+bool SQLiteConnection::areFilesInPlace()
+{
+    return isDatabaseInPlace() && m_log.isInPlace() && m_index.isInPlace();
+}
+
+void SQLiteConnection::noticeForeignWrites()
+{
+    // Only checkpoints write to a shared database, and ours are accounted for.
+    const bool isDatabaseChanged = m_databaseFile.hasChanged();
+    const bool isLogChanged = m_log.hasChanged();
+    m_isWrittenByOthers = m_isWrittenByOthers || isDatabaseChanged || (isLogChanged && !isShared());
+}
+
 bool SQLiteConnection::isSafeToCheckpoint()
 {
     if (m_mode != Mode::writing)
         return false;
-    if (isCurrent())
+    if (isCommitVisible())
         return true;
     // If only the log was removed, a checkpoint saves it, since SQLite still has it open. If the database was
     // written meanwhile, it may be a backup that the checkpoint would damage; if there is a new log, it

@@ -52,15 +52,17 @@ public:
     SQLite::Statement& upsert();
 
     /// Returns false once another process that opens the database would not see what this connection sees.
-    /// Call it before each use and right after each commit; after a commit, false means that it may be lost
-    /// and must be repeated on a new connection.
+    /// Call it before each use.
     bool isCurrent();
-    /// Runs a checkpoint when the log has grown. Call it after a commit that turned out to be current:
+    /// Call it right after each commit. False means that the commit may be lost and must be repeated on a new
+    /// connection. Notices more than `isCurrent`: that a folder above was moved.
+    bool isCommitVisible();
+    /// Runs a checkpoint when the log has grown. Call it after a commit that turned out to be visible:
     /// SQLite's own checkpoints do not wait for that.
     void checkpointIfDue();
 
 private:
-    /// A file that SQLite has open.
+    /// A file that SQLite has open, or the folder of such files.
     class OpenedFile {
     public:
         OpenedFile() = default;
@@ -68,6 +70,8 @@ private:
 
         /// Returns whether the status of the file changed since the last call.
         bool hasChanged();
+        /// The same, but true as well while another change would carry the time of the last one.
+        bool mayHaveChanged();
         [[nodiscard]] bool exists() const { return static_cast<bool>(m_descriptor); }
         /// Returns whether the path still names this file. A file that never existed is in place.
         [[nodiscard]] bool isInPlace() const;
@@ -77,9 +81,13 @@ private:
         std::string m_path;
         FileDescriptor m_descriptor;
         timespec m_change{};
+        bool m_isTickUnfinished = true;
     };
 
+    [[nodiscard]] bool isShared() const { return m_mode == Mode::writing || m_mode == Mode::reading; }
     bool isDatabaseInPlace();
+    bool areFilesInPlace();
+    void noticeForeignWrites();
     bool isSafeToCheckpoint();
     void emptyLog() noexcept;
 
@@ -88,6 +96,7 @@ private:
     SQLite::Database m_database;
     std::optional<SQLite::Statement> m_select;
     std::optional<SQLite::Statement> m_upsert;
+    OpenedFile m_folder;
     OpenedFile m_databaseFile;
     OpenedFile m_log;
     OpenedFile m_index;

@@ -106,7 +106,7 @@ bool SQLiteStore::perform(Purpose purpose, const std::function<void(SQLiteConnec
                 return false;
             operation(*m_connection);
             if (purpose == Purpose::write) {
-                if (!m_connection->isCurrent())
+                if (!m_connection->isCommitVisible())
                     continue;
                 m_connection->checkpointIfDue();
             }
