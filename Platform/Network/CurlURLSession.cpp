@@ -17,6 +17,14 @@
 #include <utility>
 #include <vector>
 
+/// GnuTLS calls this when it is loaded, and initializes itself only if it returns 0; see
+/// GNUTLS_SKIP_GLOBAL_INIT in gnutls.h. libcurl loads it for LDAP and RTMP, which we do not use; users of it
+/// that call gnutls_global_init() still can.
+extern "C" int _gnutls_global_init_skip()
+{
+    return 1;
+}
+
 namespace Platform::Network {
 
 namespace {

@@ -58,6 +58,15 @@ int openFlags(Mode mode)
     return SQLite::OPEN_READONLY | SQLite::OPEN_URI;
 }
 
+SQLite::Database openDatabase(const std::string& file, Mode mode)
+{
+    // Otherwise SQLite sets memory for 20 pages aside for each database and for the temporary one next to it:
+    // half a MiB in the app. Has an effect only before SQLite is first used.
+    static const int result = ::sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+    static_cast<void>(result);
+    return {databaseName(file, mode), openFlags(mode), busyTimeoutMilliseconds};
+}
+
 } // namespace
 
 // The descriptor gives no access to the file: closing any other would drop the locks that SQLite holds on it.
@@ -104,9 +113,7 @@ bool SQLiteConnection::OpenedFile::isPathFree() const
 }
 
 SQLiteConnection::SQLiteConnection(const std::filesystem::path& file, Mode mode)
-    : m_path(file.string()),
-      m_mode(mode),
-      m_database(databaseName(m_path, mode), openFlags(mode), busyTimeoutMilliseconds)
+    : m_path(file.string()), m_mode(mode), m_database(openDatabase(m_path, mode))
 {
     sqlite3* handle = m_database.getHandle();
     // As https://sqlite.org/security.html advises for untrusted files.
