@@ -16,32 +16,68 @@ using namespace std::chrono_literals;
 /// For both programs.
 const ChildProcess::Environment environment{{"QT_QPA_PLATFORM", "offscreen"}, {"QT_QPA_GENERIC_PLUGINS", ""}};
 
+std::string policy(std::size_t appCount)
+{
+    std::string apps;
+    for (std::size_t app = 0; app < appCount; ++app)
+        fmt::format_to(std::back_inserter(apps), "{}com.example.app{}", app > 0 ? "," : "", app);
+    return fmt::format(R"({{"base_domain": "mdm.example.org", "device_id": "DEV-1",
+        "AllowedAppsBundleIdsForSSOExtension": "{}"}})",
+                       apps);
+}
+
+std::string appliedLine(int version, std::size_t appCount)
+{
+    return fmt::format("Configuration updated - v{}, apps: {}", version, appCount);
+}
+
+void await(ChildProcess& process, const std::string& line)
+{
+    if (!process.waitForLine(line))
+        throw std::runtime_error(fmt::format("the program never wrote \"{}\"", line));
+}
+
 /// The app as a push starts it, with a policy of a given number of apps.
 class Application {
 public:
     explicit Application(std::size_t appCount)
+        : readyLine(appliedLine(1, appCount)), m_policy(policy(appCount))
     {
         for (const auto& [name, value] : environment)
             m_device.setEnvironment(name, value);
-        std::string apps;
-        for (std::size_t app = 0; app < appCount; ++app)
-            fmt::format_to(std::back_inserter(apps), "{}com.example.app{}", app > 0 ? "," : "", app);
-        m_device.replacePolicy(fmt::format(R"({{"base_domain": "mdm.example.org", "device_id": "DEV-1",
-            "AllowedAppsBundleIdsForSSOExtension": "{}"}})",
-                                           apps));
-        readyLine = fmt::format("Configuration updated - v1, apps: {}", appCount);
     }
     [[nodiscard]] std::unique_ptr<ChildProcess> start() const
     {
         // Each start applies the policy again.
         std::filesystem::remove_all(m_device.path("data"));
+        m_device.replacePolicy(m_policy);
         return m_device.startApplication({"--log-stderr", "--dbus-activated"});
     }
+    void replacePolicy(std::size_t appCount) const { m_device.replacePolicy(policy(appCount)); }
 
-    std::string readyLine;
+    const std::string readyLine;
 
 private:
     ThrowawayDevice m_device{QV_PROGRAMS};
+    const std::string m_policy;
+};
+
+/// The app once its list of a given number of apps was replaced by a list of 1.
+class ShrunkApplication {
+public:
+    explicit ShrunkApplication(std::size_t appCount) : m_application(appCount) {}
+    [[nodiscard]] std::unique_ptr<ChildProcess> start() const
+    {
+        auto process = m_application.start();
+        await(*process, m_application.readyLine);
+        m_application.replacePolicy(1);
+        return process;
+    }
+
+    const std::string readyLine = appliedLine(2, 1);
+
+private:
+    const Application m_application;
 };
 
 class BareLoop {
@@ -101,9 +137,7 @@ Figure::Measurement measured(std::size_t appCount, Amount amount)
             const Program program(appCount);
             for (auto _ : state) {
                 const auto process = program.start();
-                if (!process->waitForLine(program.readyLine))
-                    throw std::runtime_error(
-                        fmt::format("the program never wrote \"{}\"", program.readyLine));
+                await(*process, program.readyLine);
                 Figure::setAmount(state, amount(process->processId()));
                 process->signal(SIGTERM);
                 process->waitForExit();
@@ -114,10 +148,11 @@ Figure::Measurement measured(std::size_t appCount, Amount amount)
     };
 }
 
+constexpr int repetitions = 3;
+
 Figure figure(std::string name, std::size_t appCount, Amount amount, Figure::Quantity quantity,
               Figure::Budget budget = {})
 {
-    constexpr int repetitions = 3;
     return {std::move(name),
             measured<Application>(appCount, amount),
             {{"bare event loop", measured<BareLoop>(appCount, amount), budget}},
@@ -145,5 +180,12 @@ std::vector<Figure> windowlessFigures()
         add("memory without a window, peak", peakBytes);
         add("memory without a window, idle", bytesAtRest);
     }
+    figures.push_back({"memory after a list of 100000 gave way to 1",
+                       measured<ShrunkApplication>(100'000, bytesAtRest),
+                       {{"list of 1 all along", measured<Application>(1, bytesAtRest), {.ratio = 1.2}}},
+                       Figure::Clock::manual,
+                       1,
+                       Quantity::bytes,
+                       repetitions});
     return figures;
 }

@@ -1,5 +1,6 @@
 #include "Platform/Linux/WorkerQueue.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <utility>
@@ -16,7 +17,7 @@ WorkerQueue::WorkerQueue(const std::string& name, Priority priority)
           // On Linux the niceness of "process 0" is that of the calling thread alone.
           if (priority == Priority::utility)
               ::setpriority(PRIO_PROCESS, 0, utilityNiceness);
-          run();
+          run(priority);
       })
 {}
 
@@ -39,7 +40,7 @@ void WorkerQueue::async(Work work)
     m_hasNews.notify_one();
 }
 
-void WorkerQueue::run()
+void WorkerQueue::run(Priority priority)
 {
     std::unique_lock lock(m_mutex);
     while (true) {
@@ -51,6 +52,9 @@ void WorkerQueue::run()
         lock.unlock();
         work();
         work = nullptr;
+        // The utility queue applies policies, and memory is needed for a large one only meanwhile.
+        if (priority == Priority::utility)
+            ::malloc_trim(0);
         lock.lock();
     }
 }

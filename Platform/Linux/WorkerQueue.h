@@ -25,7 +25,7 @@ public:
     void async(Work work) override;
 
 private:
-    void run();
+    void run(Priority priority);
 
     std::mutex m_mutex;
     std::condition_variable m_hasNews;

@@ -29,6 +29,9 @@ constexpr int maximumValueBytes = 64 << 20;
 /// The app's own statements and its table take less than 200.
 constexpr int maximumSQLBytes = 10'000;
 
+/// What may stay in memory of a database. Usual stores have fewer than ten pages of 4 KiB.
+constexpr int keptCacheBytes = 128 << 10;
+
 /// What SQLite opens; see https://sqlite.org/uri.html.
 std::string databaseName(const std::string& file, Mode mode)
 {
@@ -203,6 +206,15 @@ void SQLiteConnection::checkpointIfDue()
     m_logPageCount = 0;
     ::sqlite3_wal_checkpoint_v2(m_database.getHandle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
     m_databaseFile.hasChanged();
+}
+
+void SQLiteConnection::releaseLargeCache()
+{
+    int usedBytes = 0;
+    int unused = 0;
+    ::sqlite3_db_status(m_database.getHandle(), SQLITE_DBSTATUS_CACHE_USED, &usedBytes, &unused, 0);
+    if (usedBytes > keptCacheBytes)
+        ::sqlite3_db_release_memory(m_database.getHandle());
 }
 
 bool SQLiteConnection::isDatabaseInPlace()

@@ -60,6 +60,8 @@ public:
     /// Runs a checkpoint when the log has grown. Call it after a commit that turned out to be visible:
     /// SQLite's own checkpoints do not wait for that.
     void checkpointIfDue();
+    /// Gives up the pages in memory where they are many. Call it after a commit.
+    void releaseLargeCache();
 
 private:
     /// A file that SQLite has open, or the folder of such files.

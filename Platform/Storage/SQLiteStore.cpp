@@ -109,6 +109,7 @@ bool SQLiteStore::perform(Purpose purpose, const std::function<void(SQLiteConnec
                 if (!m_connection->isCommitVisible())
                     continue;
                 m_connection->checkpointIfDue();
+                m_connection->releaseLargeCache();
             }
             m_errorLine.reset();
             return true;
