@@ -14,7 +14,6 @@ using Platform::URLRequest;
 
 namespace {
 
-/// The bytes as text when they are UTF-8.
 std::string responseText(const Data& body)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(body.data()), body.size());

@@ -19,11 +19,11 @@ namespace Core {
 class Logger;
 
 namespace APIRoutes {
-/// Stands in front of the paths of the management backend.
+/// Path prefix of the management backend.
 inline constexpr std::string_view mdmBackendPrefix = "apis/mdm/backend";
 } // namespace APIRoutes
 
-/// A value that says itself as JSON.
+/// A value with a `toJSON()` operation.
 template <typename Value>
 concept Encodable = requires(const Value& value)
 {
@@ -32,11 +32,11 @@ concept Encodable = requires(const Value& value)
         } -> std::convertible_to<boost::json::value>;
 };
 
-/// Sends requests to the organisation's backend with the managed address and credentials, read anew for each.
+/// Sends requests to the organization's backend, with the address and credentials of the configuration.
 ///
-/// Threads: any, several at once; a request goes on where the session delivers its outcome.
-/// Ownership: refers to what it is built from; both must outlive the tasks it makes.
-/// Errors: tasks throw `APIError`, and nothing else. Nothing is retried.
+/// Threads: any, concurrently; a task resumes on the thread on which the session calls its completion.
+/// Ownership: the client and the constructor's reference arguments must outlive its tasks.
+/// Errors: tasks throw only `APIError`. No request is retried.
 ///
 ///     auto upload = client.post(path, std::optional(payload));
 ///     const auto [body, response] = co_await std::move(upload);
@@ -47,18 +47,18 @@ public:
     APIClient(const APIClientConfigProvider& configProvider, Platform::URLSession& session,
               JSONDecoder decoder, JSONEncoder encoder, Logger& logger);
 
-    // Paths are relative to the base domain; one leading "/" does not count.
+    // Paths are relative to the base domain, with or without a leading "/".
     Platform::Task<Response> get(std::string path, std::vector<URLQueryItem> queryItems = {}) const;
     Platform::Task<Response> post(std::string path, std::optional<Platform::Data> body) const;
     Platform::Task<Response> delete_(std::string path) const;
 
-    /// A body that cannot be encoded is left out.
+    /// Sends no body if `body` cannot be encoded.
     template <Encodable Body>
     Platform::Task<Response> post(const std::string& path, const std::optional<Body>& body) const
     {
         return post(path, encoded(body));
     }
-    /// A body that cannot be encoded is left out.
+    /// Sends no body if `body` cannot be encoded.
     template <Encodable Body>
     Platform::Task<Response> put(const std::string& path, const std::optional<Body>& body) const
     {
@@ -89,7 +89,7 @@ private:
 
     const APIClientConfigProvider& m_configProvider;
     Platform::URLSession& m_session;
-    /// Held for the client's users; no request decodes its response.
+    /// Unused: no request decodes its response.
     [[maybe_unused]] JSONDecoder m_decoder;
     JSONEncoder m_encoder;
     Logger& m_logger;

@@ -5,8 +5,7 @@
 
 namespace Core {
 
-/// Where the backend client finds the address and the credentials of each request. Threads: any,
-/// concurrently.
+/// Provides the backend's address and credentials, read for each request. Threads: any, concurrently.
 class APIClientConfigProvider {
 public:
     virtual ~APIClientConfigProvider() = default;

@@ -10,11 +10,11 @@
 
 namespace Core {
 
-/// Why a request to the backend failed: the one type that the backend client throws. Its code is the position
-/// of its case below; its domain is its type's name.
+/// The reason for a failed request to the backend; the only exception that `APIClient` throws. The error code
+/// is the index in `Case`, the error domain the type name.
 class APIError : public Platform::ErrorException {
 public:
-    /// What could not be made into a URL; absent when there was no base domain.
+    /// `text` is the string that is not a valid URL; absent without a base domain.
     struct InvalidBaseURL {
         std::optional<std::string> text;
     };

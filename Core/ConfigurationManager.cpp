@@ -25,7 +25,7 @@ using Platform::UserDefaults;
 
 namespace {
 
-/// "has_api_key", "allowed_apps_count".
+/// Returns the key in the status dictionary: "has_api_key", "allowed_apps_count".
 std::string statusKey(const ManagedKey& key)
 {
     std::string noun(key.noun);
@@ -53,7 +53,7 @@ ConfigurationManager& ConfigurationManager::shared()
     return *manager;
 }
 
-// Following changes
+// Change notifications
 
 void ConfigurationManager::registerForConfigurationChanges()
 {
@@ -67,7 +67,7 @@ void ConfigurationManager::registerForConfigurationChanges()
     token.release();
 }
 
-/// Ends what is pending. Registrations with the notification centre outlive it: they end with the centre.
+/// Cancels the pending update. Observers stay registered with the notification center.
 void ConfigurationManager::unregisterForConfigurationChanges()
 {
     m_debounceTimer.reset();
@@ -106,7 +106,7 @@ void ConfigurationManager::postConfigurationUpdateNotification() const
     m_ports.notificationCenter.post(std::move(notification));
 }
 
-// Applying the managed dictionary
+// Updates
 
 std::optional<PropertyList> ConfigurationManager::readManagedConfiguration() const
 {
@@ -162,7 +162,7 @@ std::int64_t ConfigurationManager::nextConfigVersion() const
     return version + 1;
 }
 
-// The snapshot store
+// Snapshot store
 
 void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot)
 {
@@ -218,7 +218,7 @@ void ConfigurationManager::clearConfiguration()
         suite->synchronize();
 }
 
-// What the configuration says
+// Getters
 
 template <typename Value>
 Value ConfigurationManager::storedValue(Value ValidatedConfig::*member) const
@@ -280,7 +280,7 @@ PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
 
 std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
 {
-    // Keeps an array apart from the text '["a"]': no valid UTF-8, as in the texts of a policy, has this byte.
+    // Distinguishes an array from the string '["a"]': strings are UTF-8 and never contain this byte.
     constexpr const char* otherTypeMark = "\xFF";
     std::string text;
     for (const ManagedKey& key : managedKeys()) {

@@ -26,23 +26,23 @@ namespace Core {
 
 class Logger;
 
-/// The one owner of the managed configuration: takes it from the standard defaults, validates it, keeps it as
-/// a numbered snapshot in the shared suite, follows its changes and answers what it says.
+/// Manages the managed configuration: reads it from the standard defaults, validates it, stores it as a
+/// numbered snapshot in the shared suite and applies changes. All getters read the stored snapshot.
 ///
-/// Threads: `registerForConfigurationChanges()`, the debounce and the destructor belong to the main thread;
-/// `updateConfigurationFromMDM()` runs on the main thread at start-up and on the utility queue afterwards;
-/// every getter may be called from any thread. Ownership: held by `std::shared_ptr`; every callback holds it
-/// weakly. Errors: none reach the caller; a failure is one log line and a default.
+/// Threads: `registerForConfigurationChanges()`, the debounce timer and the destructor run on the main
+/// thread; `updateConfigurationFromMDM()` runs on the main thread at startup and on the utility queue
+/// afterwards; getters may be called from any thread. Ownership: owned by a `std::shared_ptr`; callbacks hold
+/// a weak reference. Errors: none are thrown; a failure is logged as one line and a default is used.
 class ConfigurationManager final : public APIClientConfigProvider,
                                    public std::enable_shared_from_this<ConfigurationManager> {
 public:
     using ConfigurationSnapshot = Core::ConfigurationSnapshot;
 
-    /// Posted on the main queue after every debounced update, without a sender, with
-    /// `getConfigurationStatus()` as user info, each value a `Platform::PropertyList`.
+    /// Posted on the main queue after every debounced update. The sender is null; the user info is
+    /// `getConfigurationStatus()`, each value a `Platform::PropertyList`.
     static constexpr std::string_view didUpdateNotification = "ManagedConfigurationDidUpdate";
 
-    /// How long the standard defaults must rest before a change is looked at.
+    /// How long the standard defaults must stay unchanged before a change is processed.
     static constexpr std::chrono::milliseconds debounceInterval{500};
 
     struct Ports {
@@ -55,23 +55,23 @@ public:
         const Platform::Clock& clock;
     };
 
-    /// Neither reads the configuration nor starts observing.
+    /// Does not read or observe the configuration yet.
     explicit ConfigurationManager(const Ports& ports);
     ~ConfigurationManager() override;
     ConfigurationManager(const ConfigurationManager&) = delete;
     ConfigurationManager& operator=(const ConfigurationManager&) = delete;
 
-    /// The manager of this process, made on first use and never destroyed.
+    /// Returns the manager of this process, created on first use and never destroyed.
     static ConfigurationManager& shared();
 
-    /// Reads, validates and persists the managed configuration, unless it is the one applied last.
+    /// Reads, validates and stores the managed configuration, unless it equals the one applied last.
     void updateConfigurationFromMDM();
 
-    /// The stored snapshot, or the default one when nothing usable is stored; absent only while the shared
-    /// suite cannot be opened. Reads the store anew at each call.
+    /// Returns the stored snapshot, or the default one if none can be read; absent only if the shared suite
+    /// cannot be opened. Each call reads the store.
     [[nodiscard]] std::optional<ConfigurationSnapshot> loadConfigurationSnapshot() const;
 
-    /// Whether the snapshot lists exactly this bundle identifier.
+    /// Returns whether the snapshot lists this bundle identifier (case-sensitive).
     [[nodiscard]] bool isAppAllowedForSSO(std::string_view bundleId) const;
     [[nodiscard]] std::vector<std::string> getAllowedAppBundleIds() const;
     [[nodiscard]] std::optional<std::string> getOrganizationId() const;
@@ -79,18 +79,18 @@ public:
     [[nodiscard]] std::optional<std::string> getApiKey() const;
     [[nodiscard]] std::optional<std::string> getDeviceId() const;
 
-    /// "status", versions, dates and which values are present; never a value itself.
+    /// Returns "status", the versions, the date and which values are present, but never the values.
     [[nodiscard]] Platform::PropertyList::Dictionary getConfigurationStatus() const;
 
-    /// Removes the snapshot from the shared suite. The configuration applied last stays remembered, so an
-    /// unchanged one is not applied again.
+    /// Removes the stored snapshot. This process stores a new one only when the managed configuration
+    /// changes.
     void clearConfiguration();
 
-    /// Does nothing in this build; a hook for diagnostics.
+    /// Does nothing; a hook for diagnostic builds.
     void debugLogAppGroupContents() const {}
 
-    /// Starts to follow changes of the standard defaults. Each call adds a registration that stays for good;
-    /// all of them restart the one debounce timer.
+    /// Observes changes of the standard defaults. Each call adds an observer that is never removed and
+    /// cancels a pending update; all observers share one debounce timer.
     void registerForConfigurationChanges();
 
     [[nodiscard]] std::optional<std::string> baseDomain() const override { return getBaseDomain(); }
@@ -105,21 +105,20 @@ private:
     [[nodiscard]] std::optional<Platform::PropertyList> readManagedConfiguration() const;
     [[nodiscard]] bool isLastApplied(const std::string& fingerprint) const;
     [[nodiscard]] std::int64_t nextConfigVersion() const;
-    /// Absent or empty when no snapshot can be loaded.
+    /// Returns a default-constructed value if no snapshot can be loaded.
     template <typename Value>
     [[nodiscard]] Value storedValue(Value ValidatedConfig::*member) const;
     void saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot);
 
     const Ports m_ports;
     std::atomic<bool> m_isUpdatingConfiguration = false;
-    /// The fingerprint of the managed dictionary applied last; null before the first.
+    /// Fingerprint of the managed configuration applied last; null before the first.
     std::atomic<std::shared_ptr<const std::string>> m_lastManagedConfigHash;
     std::unique_ptr<Platform::Timer> m_debounceTimer;
 };
 
-/// Differs whenever the value of one of the managed keys differs, its type included; a text and a number
-/// that reads the same count as equal. A reversible encoding, to be kept in memory only, since it holds the
-/// API key.
+/// Returns a string that changes with the value or type of any managed key; a number and its decimal string
+/// count as equal. The encoding is reversible and contains the API key: keep it in memory only.
 std::string managedConfigFingerprint(const Platform::PropertyList::Dictionary& managed);
 
 } // namespace Core

@@ -17,17 +17,17 @@ constexpr std::string_view configVersion = "configVersion";
 constexpr std::string_view lastUpdated = "lastUpdated";
 } // namespace CodingKeys
 
-/// A usual record is encoded and decoded on the stack: each getter of a setting decodes it again.
+/// Large enough for typical snapshots: avoids heap allocations, because every getter decodes the snapshot.
 constexpr std::size_t stackBytes = 4096;
 
 void decodeInto(const KeyedDecoder& decoder, std::string_view key, std::optional<std::string>& text)
 {
-    text = decoder.optionalText(key);
+    text = decoder.optionalString(key);
 }
 
 void decodeInto(const KeyedDecoder& decoder, std::string_view key, std::vector<std::string>& list)
 {
-    list = decoder.texts(key);
+    list = decoder.strings(key);
 }
 
 } // namespace
@@ -55,11 +55,11 @@ Platform::Data ConfigurationSnapshot::encode() const
     boost::json::monotonic_resource resource(buffer.data(), buffer.size());
     boost::json::object object(&resource);
     for (const ManagedKey& key : managedKeys()) {
-        const auto texts = textsOf(key, config);
+        const auto values = textsOf(key, config);
         if (key.isList())
-            object[key.codingKey] = boost::json::array(texts.begin(), texts.end(), &resource);
-        else if (!texts.empty())
-            object[key.codingKey] = texts.front();
+            object[key.codingKey] = boost::json::array(values.begin(), values.end(), &resource);
+        else if (!values.empty())
+            object[key.codingKey] = values.front();
     }
     object[CodingKeys::schemaVersion] = schemaVersion;
     object[CodingKeys::configVersion] = configVersion;

@@ -8,27 +8,27 @@
 
 namespace Core {
 
-/// The managed configuration as it was applied, numbered: the record that the application and the
-/// single-sign-on extension read from the shared suite.
+/// The managed configuration as it was applied, with a version number. The application and the single-sign-on
+/// extension read it from the shared suite.
 struct ConfigurationSnapshot {
     static constexpr std::int64_t currentSchemaVersion = 1;
 
     ValidatedConfig config;
-    /// The layout of this record.
+    /// Version of the JSON layout.
     std::int64_t schemaVersion = currentSchemaVersion;
-    /// Counts the updates applied; 0 in the default snapshot.
+    /// Number of updates applied so far; 0 in the default snapshot.
     std::int64_t configVersion = 0;
-    /// When this snapshot was built.
+    /// When this snapshot was created.
     Platform::Date lastUpdated;
 
-    /// What stands in for a snapshot that was never stored.
+    /// Returns an empty configuration, used when no snapshot is stored.
     static ConfigurationSnapshot defaultSnapshot(Platform::Date now);
     static ConfigurationSnapshot make(ValidatedConfig config, std::int64_t configVersion, Platform::Date now);
 
-    /// A compact JSON object with one member per value and field; absent strings are left out, `lastUpdated`
-    /// is a number of seconds. Throws `EncodingError` when that number is not finite.
+    /// Returns a compact JSON object with one member per value; absent strings are omitted. `lastUpdated` is
+    /// in seconds since the reference date. Throws `EncodingError` if `lastUpdated` is not finite.
     [[nodiscard]] Platform::Data encode() const;
-    /// Throws `DecodingError`. Ignores unknown members.
+    /// Parses the output of `encode()`; ignores unknown members. Throws `DecodingError`.
     static ConfigurationSnapshot decode(const Platform::Data& bytes);
 
     friend bool operator==(const ConfigurationSnapshot&, const ConfigurationSnapshot&) = default;

@@ -4,19 +4,19 @@
 #include <cstdint>
 #include <string_view>
 
-/// Every fixed text and number that crosses a boundary of the application. All keys compare case-sensitively.
+/// Strings and numbers shared with other programs and the backend. All keys are case-sensitive.
 namespace Core::Constants {
 
-/// Declared for the backend; no request sends it.
+/// Part of the backend's API; no request sends it.
 inline constexpr std::string_view organizationIdHeader = "X-QV-OrgId";
-/// Declared for the backend; no request sends it.
+/// Part of the backend's API; no request sends it.
 inline constexpr std::string_view cookieHeader = "Cookie";
 inline constexpr std::string_view authorizationHeader = "Authorization";
-/// Stands directly before the API key; its last character is a blank.
+/// Precedes the API key; ends with a space.
 inline constexpr std::string_view bearerPrefix = "Bearer ";
 inline constexpr std::string_view deviceIdHeader = "X-Device-Id";
 
-/// Words that the application and the single-sign-on extension share.
+/// Strings that the application shares with the single-sign-on extension.
 namespace UI {
 inline constexpr std::string_view authenticationTitle = "Authentication";
 inline constexpr std::string_view cancelButtonTitle = "Cancel";
@@ -25,7 +25,7 @@ inline constexpr std::string_view poweredByText = "Powered by Quorvane";
 inline constexpr std::string_view okButtonTitle = "OK";
 } // namespace UI
 
-/// Keys of the dictionary that the management profile hands to the single-sign-on extension.
+/// Keys of the dictionary that the management profile passes to the single-sign-on extension.
 namespace ExtensionDataKeys {
 inline constexpr std::string_view acsRequestURL = "ACSRequestURL";
 inline constexpr std::string_view organizationId = "OrganizationId";
@@ -40,15 +40,14 @@ inline constexpr std::string_view processedNotificationPayloads =
     "com.quorvane.mdm.processedNotificationPayloads";
 } // namespace StorageKeys
 
-/// Keys of the managed dictionary; `ManagedKeys.h` tells what they are for. Their mixed spelling is what
-/// management consoles send.
+/// Keys of the managed configuration, spelled as management consoles send them. See `ManagedKeys.cpp`.
 namespace ManagedConfigKeys {
 inline constexpr std::string_view allowedAppBundleIds = "AllowedAppsBundleIdsForSSOExtension";
 inline constexpr std::string_view organizationId = "OrganizationId";
 inline constexpr std::string_view BASE_DOMAIN = "base_domain";
 inline constexpr std::string_view API_KEY = "api_key";
 inline constexpr std::string_view DEVICE_ID = "device_id";
-/// Only its printed form matters, to the fingerprint.
+/// Part of the fingerprint only; the value is not stored.
 inline constexpr std::string_view schemaVersion = "SchemaVersion";
 } // namespace ManagedConfigKeys
 
@@ -64,17 +63,17 @@ inline constexpr std::string_view patch = "PATCH";
 inline constexpr std::string_view delete_ = "DELETE";
 } // namespace HTTPRequestMethods
 
-/// The defaults suite shared with the single-sign-on extension.
+/// Name of the suite shared with the single-sign-on extension.
 inline constexpr std::string_view appGroupSuiteName = "group.com.quorvane.mdm";
 
-/// Keys written in that suite.
+/// Keys in that suite.
 namespace SnapshotKeys {
 inline constexpr std::string_view configSnapshot = "ConfigSnapshot";
 inline constexpr std::string_view configVersion = "ConfigVersion";
 inline constexpr std::string_view lastUpdated = "LastUpdated";
 inline constexpr std::string_view schemaVersion = "SchemaVersion";
 
-/// In the order in which they are written and removed.
+/// In removal order.
 inline constexpr std::array all{configSnapshot, configVersion, lastUpdated, schemaVersion};
 } // namespace SnapshotKeys
 

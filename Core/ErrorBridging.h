@@ -8,11 +8,11 @@
 
 namespace Core {
 
-/// The error that `exception` stands for. A `std::system_error` carries its category and number; an exception
-/// of no other known kind has its type's name as domain and the code 0.
+/// Converts an exception to an `Error`. A `std::system_error` keeps its category (as the domain) and code; an
+/// unknown type gets its type name as the domain and code 0.
 Platform::Error bridge(const std::exception& exception);
 
-/// "Core::DecodingError" as "Core.DecodingError".
+/// Returns the type name with dots, for example "Core.DecodingError".
 std::string qualifiedTypeName(const std::type_info& type);
 
 } // namespace Core

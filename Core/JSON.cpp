@@ -22,7 +22,7 @@ void appendText(std::string& out, json::string_view text)
         return character == '"' || character == '\\' || character == '\x7f' ||
                static_cast<unsigned char>(character) < ' ';
     });
-    // The library's writer costs more to make than most texts to write.
+    // Constructing the library's serializer costs more than writing a typical string.
     if (isPlain)
         out.append("\"").append(text.data(), text.size()).append("\"");
     else
@@ -49,7 +49,7 @@ void append(std::string& out, const json::value& value)
         out += '}';
     } else if (const auto* number = value.if_double()) {
         if (!std::isfinite(*number))
-            throw EncodingError("A number that is not finite cannot be written as JSON.");
+            throw EncodingError("JSON cannot represent a number that is not finite.");
         fmt::format_to(std::back_inserter(out), "{}", *number);
     } else if (const auto* text = value.if_string()) {
         appendText(out, *text);
@@ -64,11 +64,10 @@ void append(std::string& out, const json::value& value)
 {
     const auto kind =
         found.is_null() ? DecodingError::Kind::valueNotFound : DecodingError::Kind::typeMismatch;
-    throw DecodingError(kind, fmt::format("The value of \"{}\" is no {}.", key, expected));
+    throw DecodingError(kind, fmt::format("The value of \"{}\" is not {}.", key, expected));
 }
 
-/// Builds the value as the library's own parser does, but for reals: its conversion is off by a unit in the
-/// last place now and then.
+/// A parser handler that converts real numbers exactly; the library's own conversion may round wrongly.
 class ExactHandler {
 public:
     static constexpr std::size_t max_array_size = std::numeric_limits<std::size_t>::max();
@@ -80,7 +79,7 @@ public:
 
     json::value takeValue() { return m_stack.release(); }
 
-    // The parser's side; it prescribes names and signatures.
+    // Callbacks of the parser, which prescribes the names and signatures.
     bool on_document_begin(json::error_code&) { return true; }
     bool on_document_end(json::error_code&) { return true; }
     bool on_array_begin(json::error_code&) { return true; }
@@ -108,7 +107,7 @@ public:
     }
     bool on_double(double value, json::string_view digits, json::error_code&)
     {
-        // Out of range it stays what the library made of it.
+        // If the number is out of range, `value` keeps the library's result.
         std::from_chars(digits.data(), digits.data() + digits.size(), value);
         return m_stack.push_double(value), true;
     }
@@ -155,7 +154,7 @@ json::value JSONDecoder::decode(const Platform::Data& bytes, json::storage_ptr s
 KeyedDecoder::KeyedDecoder(const json::value& value)
     : m_object(value.is_object()
                    ? value.get_object()
-                   : throw DecodingError(DecodingError::Kind::typeMismatch, "The data holds no JSON object."))
+                   : throw DecodingError(DecodingError::Kind::typeMismatch, "The data is not a JSON object."))
 {}
 
 const json::value& KeyedDecoder::required(std::string_view key) const
@@ -170,10 +169,10 @@ std::int64_t KeyedDecoder::integer(std::string_view key) const
 {
     const json::value& value = required(key);
     json::error_code error;
-    // Takes a real too when it stands for exactly one integer.
+    // Also converts a real number without a fraction.
     const auto integer = value.is_number() ? value.to_number<std::int64_t>(error) : 0;
     if (!value.is_number() || error)
-        throwMismatch(key, "64-bit integer", value);
+        throwMismatch(key, "a 64-bit integer", value);
     return integer;
 }
 
@@ -182,35 +181,35 @@ double KeyedDecoder::number(std::string_view key) const
     const json::value& value = required(key);
     const double number = value.is_number() ? value.to_number<double>() : 0;
     if (!value.is_number() || !std::isfinite(number))
-        throwMismatch(key, "number in range", value);
+        throwMismatch(key, "a number in range", value);
     return number;
 }
 
-std::vector<std::string> KeyedDecoder::texts(std::string_view key) const
+std::vector<std::string> KeyedDecoder::strings(std::string_view key) const
 {
     const json::value& value = required(key);
     const auto* array = value.if_array();
     if (array == nullptr)
-        throwMismatch(key, "array of strings", value);
-    std::vector<std::string> texts;
-    texts.reserve(array->size());
+        throwMismatch(key, "an array of strings", value);
+    std::vector<std::string> strings;
+    strings.reserve(array->size());
     for (const json::value& element : *array) {
         const auto* text = element.if_string();
         if (text == nullptr)
-            throwMismatch(key, "array of strings", value);
-        texts.push_back(copied(*text));
+            throwMismatch(key, "an array of strings", value);
+        strings.push_back(copied(*text));
     }
-    return texts;
+    return strings;
 }
 
-std::optional<std::string> KeyedDecoder::optionalText(std::string_view key) const
+std::optional<std::string> KeyedDecoder::optionalString(std::string_view key) const
 {
     const auto* value = m_object.if_contains(key);
     if (value == nullptr || value->is_null())
         return std::nullopt;
     const auto* text = value->if_string();
     if (text == nullptr)
-        throwMismatch(key, "string", *value);
+        throwMismatch(key, "a string", *value);
     return copied(*text);
 }
 

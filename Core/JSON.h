@@ -13,7 +13,7 @@
 
 namespace Core {
 
-/// A value that JSON cannot say, such as an infinite number.
+/// A value that JSON cannot represent, such as an infinite number.
 class EncodingError : public Platform::ErrorException {
 public:
     using ErrorException::ErrorException;
@@ -22,7 +22,7 @@ public:
 /// Stored JSON that does not have the expected shape.
 class DecodingError : public Platform::ErrorException {
 public:
-    /// Also the error's code.
+    /// The error code is the enumerator's value.
     enum class Kind { typeMismatch, valueNotFound, keyNotFound, dataCorrupted };
 
     DecodingError(Kind kind, std::string reason) : ErrorException(std::move(reason)), m_kind(kind) {}
@@ -32,32 +32,33 @@ private:
     Kind m_kind;
 };
 
-/// Writes compact UTF-8 JSON. Reals are written as the shortest decimal text that reads back the same, whole
-/// ones without a fraction.
+/// Writes compact UTF-8 JSON. A real number gets the shortest decimal form that parses back to its value.
 struct JSONEncoder {
     /// Throws `EncodingError` for a number that is not finite.
     [[nodiscard]] Platform::Data encode(const boost::json::value& value) const;
 };
 
-/// Reads JSON.
+/// Parses JSON.
 struct JSONDecoder {
-    /// The value lives in `storage`. Throws `DecodingError`.
+    /// Allocates the value in `storage`. Throws `DecodingError`.
     [[nodiscard]] boost::json::value decode(const Platform::Data& bytes,
                                             boost::json::storage_ptr storage = {}) const;
 };
 
-/// Reads the members of one JSON object, strictly: a value of another type than asked for throws
-/// `DecodingError`, as does a missing one unless it is optional. Refers to the object.
+/// Reads the members of a JSON object and checks their types.
+///
+/// Ownership: the object must outlive the decoder. Errors: throws `DecodingError` for a value of the wrong
+/// type and for a missing member, unless it is optional.
 class KeyedDecoder {
 public:
-    /// Throws when `value` is no object.
+    /// Throws `DecodingError` if `value` is not an object.
     explicit KeyedDecoder(const boost::json::value& value);
 
     [[nodiscard]] std::int64_t integer(std::string_view key) const;
     [[nodiscard]] double number(std::string_view key) const;
-    [[nodiscard]] std::vector<std::string> texts(std::string_view key) const;
-    /// Absent when the member is missing or null.
-    [[nodiscard]] std::optional<std::string> optionalText(std::string_view key) const;
+    [[nodiscard]] std::vector<std::string> strings(std::string_view key) const;
+    /// Absent if the member is missing or null.
+    [[nodiscard]] std::optional<std::string> optionalString(std::string_view key) const;
 
 private:
     [[nodiscard]] const boost::json::value& required(std::string_view key) const;

@@ -15,7 +15,7 @@
 
 namespace Core {
 
-/// The area of the application that a line belongs to.
+/// The area of the application that a log line belongs to.
 enum class LogCategory {
     general,
     dashboard,
@@ -32,12 +32,12 @@ inline constexpr std::array allLogCategories{
     LogCategory::remoteCasting, LogCategory::sso,       LogCategory::ssoExtension, LogCategory::network,
 };
 
-/// The category's name, which is also the category of its log handle.
+/// Returns the category's name, which is also the category of its log handle.
 std::string_view rawValue(LogCategory category);
-/// The category of exactly that name; case counts.
+/// Returns the category with this name (case-sensitive), if it exists.
 std::optional<LogCategory> logCategory(std::string_view rawValue);
 
-/// How readable a line may be in the system log. `inherit` stands for `LoggingConfig::defaultPrivacy`.
+/// Visibility of a line in the system log. `inherit` means `LoggingConfig::defaultPrivacy`.
 enum class LogPrivacy { inherit, public_, private_ };
 
 enum class LogLevel { debug, info, warning, error, critical };
@@ -46,16 +46,14 @@ Platform::LogType unifiedLogType(LogLevel level);
 
 using LogMetadata = std::map<std::string, std::string>;
 
-/// Structured context of one line.
+/// Structured context of a log line.
 struct LogContext {
     std::optional<Platform::Error> error = {};
     LogMetadata metadata = {};
 };
 
-/// Where a log call stands in the source. A call passes the label of its function, such as
-/// "uploadTokenToBackend(tokenString:)"; file and line come by themselves, the file cut to its module and
-/// name
-/// ("Core/APIClient.cpp") at compile time.
+/// Source location of a log call. The caller passes only the function label, such as "execute(_:)". The file
+/// includes its folder: "Core/APIClient.cpp".
 class CallSite {
 public:
     consteval CallSite(const char* functionLabel, const char* path = __builtin_FILE(),
@@ -82,19 +80,18 @@ private:
     }
 };
 
-/// Process-wide logging switches, read afresh by every call. Threads: any, without a lock.
+/// Process-wide logging switches; every log call reads them. Threads: any, without a lock.
 struct LoggingConfig {
     LoggingConfig() = delete;
 
-    /// False: no line of any level is produced.
+    /// If false, nothing is logged.
     inline static std::atomic<bool> isLoggingEnabled = true;
-    /// False: debug lines are dropped.
+    /// If false, debug lines are dropped.
     inline static std::atomic<bool> isDebugLoggingEnabled = false;
-    /// True: every line ends with its source segment.
+    /// If true, every line ends with its source location.
     inline static std::atomic<bool> includeSourceContext = false;
-    /// What `LogPrivacy::inherit` resolves to.
     inline static std::atomic<LogPrivacy> defaultPrivacy = LogPrivacy::private_;
-    /// Overrides the subsystem of log handles made from now on; null: the bundle identifier.
+    /// Subsystem of log handles created from now on; null means the bundle identifier.
     inline static std::atomic<std::shared_ptr<const std::string>> subsystem = nullptr;
 
     static bool usePublicPrivacy() { return defaultPrivacy == LogPrivacy::public_; }
@@ -105,7 +102,7 @@ struct LoggingConfig {
     static void setVerboseLoggingEnabled(bool isVerbose) { isDebugLoggingEnabled = isVerbose; }
 };
 
-/// `public_` or `private_`, whatever was asked for.
+/// Returns `public_` or `private_`, never `inherit`.
 LogPrivacy resolvedPrivacy(LogPrivacy requested);
 
 } // namespace Core

@@ -12,7 +12,7 @@ namespace Core {
 
 namespace {
 
-/// Lines of usual length are put together on the stack.
+/// Large enough for typical lines: avoids heap allocations.
 using LineBuffer = fmt::basic_memory_buffer<char, 1024>;
 
 void append(LineBuffer& line, std::string_view text)
@@ -31,7 +31,7 @@ void appendError(LineBuffer& line, const Platform::Error& error)
     append(line, "}");
 }
 
-/// Key and value stand verbatim, the keys in ascending order.
+/// Appends the pairs in ascending order of their keys, without escaping.
 void appendPairs(LineBuffer& line, std::span<LogPair> pairs)
 {
     std::sort(pairs.begin(), pairs.end(),

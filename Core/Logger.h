@@ -13,16 +13,16 @@
 
 namespace Core {
 
-/// Where finished lines go. Threads: any, concurrently.
+/// Destination of formatted log lines. Threads: any, concurrently.
 class LogSink {
 public:
     virtual ~LogSink() = default;
-    /// Writes one entry. `privacy` is resolved: `public_` or `private_`, and applies to the whole line.
+    /// Writes one line. `privacy` applies to the whole line and is never `inherit`.
     virtual void write(std::string_view line, LogLevel level, LogPrivacy privacy,
                        const Platform::LogHandle& log) = 0;
 };
 
-/// Writes to the system's log.
+/// Writes to the system log.
 class OSLogSink final : public LogSink {
 public:
     explicit OSLogSink(Platform::UnifiedLog& unifiedLog) : m_unifiedLog(unifiedLog) {}
@@ -33,12 +33,12 @@ private:
     Platform::UnifiedLog& m_unifiedLog;
 };
 
-/// A text, or a callable that makes one and is called only when the line is written.
+/// A string, or a callable that returns one; it is called only if the line is written.
 template <typename Message>
 concept LogMessage = std::convertible_to<Message, std::string_view> ||
     (std::invocable<Message>&& std::convertible_to<std::invoke_result_t<Message>, std::string_view>);
 
-/// An error that a call refers to for as long as it lasts; looked at only when the line is written.
+/// A reference to the error of one log call; converted only if the line is written.
 class LogError {
 public:
     LogError() = default;
@@ -55,8 +55,8 @@ private:
 
 using LogPair = std::pair<std::string_view, std::string_view>;
 
-/// The labelled arguments of a call that names its error and metadata one by one. They refer to what the call
-/// is given, so a call whose line is filtered out copies nothing. For use within one call only.
+/// Optional arguments of a log call. They are references, so that a filtered-out call copies nothing; use
+/// them only as a temporary in the call.
 struct LogArguments {
     LogCategory category = LogCategory::general;
     LogError error = {};
@@ -64,24 +64,23 @@ struct LogArguments {
     LogPrivacy privacy = LogPrivacy::inherit;
 };
 
-/// The logging front end of the application: filters a call, renders its line and hands it to the sink.
+/// Filters log calls, formats their lines and passes them to the sink.
 ///
-/// Threads: any, concurrently; the message is evaluated and the line written on the calling thread, outside
-/// the only lock. Errors: none; nothing throws.
+/// Threads: any, concurrently; the message is evaluated and the line written on the calling thread, without
+/// holding a lock. Errors: none.
 ///
 ///     logger.info("Configuration manager initialized", "setupManagedConfiguration()");
 ///     logger.error("API request failed", "execute(_:)",
 ///                  {.category = LogCategory::network, .error = error});
 ///     logger.debug([&] { return "token " + token; }, "didRegister(deviceToken:)");
 ///
-/// Each operation exists in two forms: with `LogArguments`, and with a category and a ready `LogContext`.
+/// Each level has two overloads: one for `LogArguments`, one for a category and a `LogContext`.
 class Logger {
 public:
-    /// `bundleIdentifier` names the subsystem unless `LoggingConfig::subsystem` does; with neither it is
-    /// "unknown".
+    /// `bundleIdentifier` is the default for `LoggingConfig::subsystem`; without both it is "unknown".
     Logger(std::unique_ptr<LogSink> sink, std::optional<std::string> bundleIdentifier);
 
-    /// The logger of this process, made on first use and never destroyed.
+    /// Returns the logger of this process, created on first use and never destroyed.
     static Logger& shared();
 
     template <LogMessage Message>
@@ -145,7 +144,7 @@ public:
     }
 
 private:
-    /// One call, referring to the arguments of the operation.
+    /// One log call; refers to its arguments.
     struct LogCall {
         LogCall(const CallSite& callSite, const LogArguments& arguments)
             : category(arguments.category),
@@ -154,9 +153,9 @@ private:
               privacy(arguments.privacy),
               site(callSite)
         {}
-        LogCall(const CallSite& callSite, LogCategory ofCategory, const LogContext& context,
+        LogCall(const CallSite& callSite, LogCategory callCategory, const LogContext& context,
                 LogPrivacy requested)
-            : category(ofCategory),
+            : category(callCategory),
               error(context.error),
               metadata(&context.metadata),
               privacy(requested),
@@ -165,7 +164,7 @@ private:
 
         LogCategory category;
         LogError error;
-        // Either the pairs or the map.
+        // The metadata: either the pairs or the map.
         std::span<const LogPair> pairs = {};
         const LogMetadata* metadata = nullptr;
         LogPrivacy privacy;
@@ -174,13 +173,13 @@ private:
 
     static bool isFiltered(LogLevel level)
     {
-        // Debug lines come first: they are what is filtered out mostly, by their switch alone.
+        // Debug first: most filtered-out lines are debug lines.
         return (level == LogLevel::debug &&
                 !LoggingConfig::isDebugLoggingEnabled.load(std::memory_order_relaxed)) ||
                !LoggingConfig::isLoggingEnabled.load(std::memory_order_relaxed);
     }
 
-    /// A call that is filtered out has put nothing together.
+    /// Formats nothing if the call is filtered out.
     template <LogMessage Message, typename... Arguments>
     void log(LogLevel level, Message&& message, const CallSite& site, const Arguments&... arguments)
     {

@@ -14,12 +14,12 @@ namespace {
 using Platform::PropertyList;
 using FindingKind = ValidationFinding::Kind;
 
-/// Collects the findings of one key, if anyone wants them.
+/// Collects the findings of one key; discards them if `sink` is null.
 class FindingCollector {
 public:
     FindingCollector(std::vector<ValidationFinding>* sink, std::string_view key) : m_sink(sink), m_key(key) {}
 
-    [[nodiscard]] bool areCollected() const { return m_sink != nullptr; }
+    [[nodiscard]] bool isCollecting() const { return m_sink != nullptr; }
     void add(FindingKind kind, std::optional<std::size_t> index = std::nullopt)
     {
         if (m_sink != nullptr)
@@ -39,25 +39,25 @@ bool isBundleIdCharacter(char character)
            character == '-';
 }
 
-/// The scheme that `text` begins with, if it does: "ftp" of "ftp://host", "https" of "https:/host".
+/// Returns the scheme at the start of `text`, if any: "ftp" for "ftp://host", "https" for "https:/host".
 std::optional<std::string_view> leadingScheme(std::string_view text)
 {
-    // The characters are those of RFC 3986, section 3.1.
+    // RFC 3986, section 3.1
     const auto isSchemeCharacter = [](char character) {
         return isBundleIdCharacter(character) || character == '+';
     };
     const std::string_view scheme = text.substr(0, text.find(':'));
     text.remove_prefix(scheme.size());
-    const bool isOfWeb = Platform::equalsIgnoringASCIICase(scheme, "http") ||
-                         Platform::equalsIgnoringASCIICase(scheme, "https");
-    const bool isFollowed = text.starts_with("://") || (isOfWeb && text.starts_with(":/"));
-    return isFollowed && !scheme.empty() && std::all_of(scheme.begin(), scheme.end(), isSchemeCharacter)
+    const bool isHTTP = Platform::equalsIgnoringASCIICase(scheme, "http") ||
+                        Platform::equalsIgnoringASCIICase(scheme, "https");
+    const bool hasSeparator = text.starts_with("://") || (isHTTP && text.starts_with(":/"));
+    return hasSeparator && !scheme.empty() && std::all_of(scheme.begin(), scheme.end(), isSchemeCharacter)
                ? std::optional(scheme)
                : std::nullopt;
 }
 
-/// Why the trimmed entry is no bundle identifier.
-std::optional<FindingKind> bundleIdFlaw(std::string_view entry)
+/// Returns why a trimmed entry is not a bundle identifier; absent if it is one.
+std::optional<FindingKind> bundleIdProblem(std::string_view entry)
 {
     if (entry.empty())
         return FindingKind::entryEmpty;
@@ -71,20 +71,20 @@ std::optional<FindingKind> bundleIdFlaw(std::string_view entry)
 std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pieces,
                                          FindingCollector findings)
 {
-    std::vector<std::string> kept;
-    kept.reserve(pieces.size());
+    std::vector<std::string> accepted;
+    accepted.reserve(pieces.size());
     std::set<std::string_view> seen;
     for (std::size_t index = 0; index < pieces.size(); ++index) {
         const std::string_view entry = trimmed(pieces[index]);
-        if (const auto flaw = bundleIdFlaw(entry)) {
-            findings.add(*flaw, index);
+        if (const auto problem = bundleIdProblem(entry)) {
+            findings.add(*problem, index);
             continue;
         }
-        if (findings.areCollected() && !seen.insert(entry).second)
+        if (findings.isCollecting() && !seen.insert(entry).second)
             findings.add(FindingKind::entryRepeated, index);
-        kept.emplace_back(entry);
+        accepted.emplace_back(entry);
     }
-    return kept;
+    return accepted;
 }
 
 std::vector<std::string> parseBundleIdList(const PropertyList& value, FindingCollector findings)
@@ -104,23 +104,23 @@ std::vector<std::string> parseBundleIdList(const PropertyList& value, FindingCol
         else
             findings.add(FindingKind::elementNotText, index);
     }
-    // One element of another type makes the whole array another type.
+    // One element of the wrong type invalidates the whole array.
     return pieces.size() == array->size() ? filterBundleIds(pieces, findings) : std::vector<std::string>();
 }
 
 std::optional<std::string> readScalarString(const PropertyList& value, FindingCollector findings)
 {
     if (const auto* text = value.text()) {
-        const std::string_view kept = trimmed(*text);
-        if (kept.empty()) {
+        const std::string_view content = trimmed(*text);
+        if (content.empty()) {
             findings.add(FindingKind::blank);
             return std::nullopt;
         }
-        if (kept.size() != text->size())
+        if (content.size() != text->size())
             findings.add(FindingKind::whiteSpaceTrimmed);
-        if (hasQuotationMarks(kept))
+        if (hasQuotationMarks(content))
             findings.add(FindingKind::quotationMarks);
-        return std::string(kept);
+        return std::string(content);
     }
     if (value.isNumber()) {
         findings.add(value.boolean() != nullptr ? FindingKind::booleanTakenAsText

@@ -10,45 +10,44 @@
 
 namespace Core {
 
-/// One thing that validation dropped or altered, for the people who write configurations.
+/// A value that validation dropped or changed, or that is probably a mistake.
 struct ValidationFinding {
     enum class Kind {
-        // The value, or the entry, is dropped.
+        // The value or list entry is dropped.
         wrongType,
         blank,
         elementNotText,
         entryEmpty,
         entryHasForbiddenCharacter,
         entryHasNoDot,
-        // The value is taken, though not as it was written.
+        // The value is accepted and changed.
         whiteSpaceTrimmed,
         numberTakenAsText,
         booleanTakenAsText,
         schemeAdded,
         schemeUpgraded,
-        // The value is taken as it was written, but rarely meant so.
+        // The value is accepted unchanged, but is probably a mistake.
         entryRepeated,
         carriesPath,
         quotationMarks,
-        // The value is taken, and cannot be an address of the backend.
+        // The value is accepted, but no backend can have this address.
         schemeUnsupported,
     };
 
     Kind kind;
     std::string_view key;
-    /// The array element or comma-separated piece, counted from 0; absent when the whole value is meant.
+    /// Index of the array element or comma-separated entry; absent if the whole value is affected.
     std::optional<std::size_t> index;
 };
 
-/// The pieces of `text` between its commas, at least one. Each refers to `text`.
+/// Splits `text` at its commas into at least one piece. The pieces refer to `text`.
 std::vector<std::string_view> splitAtCommas(std::string_view text);
 
-/// The scheme that stands where a normalized base domain has its host: "ftp" in "https://ftp://host". Absent
-/// when there is none.
+/// Returns the scheme that follows "https://" in a base domain, if any: "ftp" for "https://ftp://host".
 std::optional<std::string_view> unsupportedScheme(std::string_view baseDomain);
 
-/// Turns the managed dictionary into the configuration. Total and pure: nothing fails, nothing is logged.
-/// `findings`, when given, receives what was dropped or altered, in the order of the keys.
+/// Validates the managed configuration. Never fails and logs nothing. Appends to `findings`, unless null, in
+/// the order of the managed keys.
 ValidatedConfig validateManagedConfiguration(const Platform::PropertyList::Dictionary& managed,
                                              std::vector<ValidationFinding>* findings = nullptr);
 

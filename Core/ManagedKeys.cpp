@@ -12,7 +12,7 @@ namespace {
 namespace Keys = Constants::ManagedConfigKeys;
 using KeyKind = ManagedKey::Kind;
 
-/// The order is part of the stored snapshot: new rows go at the end.
+/// The order is part of the snapshot's format: append new rows at the end.
 constexpr std::array table{
     ManagedKey{.name = Keys::allowedAppBundleIds,
                .kind = KeyKind::bundleIds,
@@ -20,8 +20,8 @@ constexpr std::array table{
                .codingKey = "allowedAppBundleIds",
                .noun = "allowed app",
                .label = "Apps allowed to use single sign-on",
-               .description = "Bundle identifiers of the apps that may use single sign-on. Without one, no "
-                              "app may.",
+               .description = "Bundle identifiers of the apps that may use single sign-on. If the list is "
+                              "missing or empty, no app may use it.",
                .example = "com.example.mail,com.example.files"},
     ManagedKey{.name = Keys::organizationId,
                .kind = KeyKind::text,
@@ -29,13 +29,13 @@ constexpr std::array table{
                .codingKey = "organizationId",
                .noun = "organization id",
                .label = "Organization ID",
-               .description = "Names the organization to the single-sign-on extension.",
+               .description = "Identifies the organization to the single-sign-on extension.",
                .example = "example-corp"},
     ManagedKey{.name = Keys::schemaVersion,
                .kind = KeyKind::revision,
                .label = "Revision",
-               .description =
-                   "A change of it alone has the configuration applied again; nothing else reads it.",
+               .description = "Any change of this value applies the configuration again. The value has no "
+                              "other effect.",
                .example = "1"},
     ManagedKey{.name = Keys::BASE_DOMAIN,
                .kind = KeyKind::address,
@@ -43,9 +43,9 @@ constexpr std::array table{
                .codingKey = "baseDomain",
                .noun = "base domain",
                .label = "Backend address",
-               .description = "Address of the organization's backend. https:// is put in front where no "
-                              "scheme is written, and in place of http://. Without it, the backend cannot "
-                              "be reached.",
+               .description = "Address of the organization's backend. An address without a scheme gets "
+                              "https://, and http:// becomes https://. Without this address, the app cannot "
+                              "reach the backend.",
                .example = "https://mdm.example.com"},
     ManagedKey{.name = Keys::API_KEY,
                .kind = KeyKind::text,
@@ -54,8 +54,8 @@ constexpr std::array table{
                .isSecret = true,
                .noun = "api key",
                .label = "API key (secret)",
-               .description = "Secret with which the app identifies itself to the backend. Without it, "
-                              "requests carry no credential.",
+               .description = "Secret that authenticates the app to the backend. Without it, requests carry "
+                              "no credentials.",
                .example = "replace-with-the-api-key"},
     ManagedKey{.name = Keys::DEVICE_ID,
                .kind = KeyKind::text,
@@ -63,12 +63,13 @@ constexpr std::array table{
                .codingKey = "deviceId",
                .noun = "device id",
                .label = "Device ID",
-               .description = "Names this device to the backend. Without it, the device token for pushes is "
-                              "not uploaded.",
+               .description =
+                   "Identifies this device to the backend. Without it, the device token for pushes "
+                   "is not uploaded.",
                .example = "DEVICE-0001"},
 };
 
-/// Whether the kind of a row and its member agree, and all the names are there.
+/// Checks that a row's kind matches its member and that no name is missing.
 constexpr bool isComplete(const ManagedKey& key)
 {
     return key.isCarried() == (key.kind != KeyKind::revision) &&
@@ -99,13 +100,13 @@ std::string_view acceptedForms(ManagedKey::Kind kind)
     switch (kind) {
     case KeyKind::text:
     case KeyKind::address:
-        return "a text or a number";
+        return "a string or a number";
     case KeyKind::bundleIds:
-        return "a text of comma-separated bundle identifiers, or an array of texts";
+        return "a string of comma-separated bundle identifiers, or an array of strings";
     case KeyKind::revision:
         break;
     }
-    return "anything";
+    return "any value";
 }
 
 std::span<const std::string> textsOf(const ManagedKey& key, const ValidatedConfig& config)

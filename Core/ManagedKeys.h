@@ -11,16 +11,16 @@
 
 namespace Core {
 
-/// One key of the managed dictionary: what its values may be, where a value is kept, and how it is described.
+/// A key of the managed configuration: its type, where its value is stored, and its description.
 struct ManagedKey {
     enum class Kind {
-        /// A string; a number stands for its decimal form.
+        /// A string; a number is converted to its decimal form.
         text,
-        /// The same, as an address that begins with "https://" in the end.
+        /// A `text` that becomes an address with the scheme "https".
         address,
         /// Bundle identifiers: a comma-separated string or an array of strings.
         bundleIds,
-        /// Anything; only whether it changed matters, and no value is kept.
+        /// Any value; only a change matters, and the value is not stored.
         revision,
     };
     using NoMember = std::monostate;
@@ -30,41 +30,41 @@ struct ManagedKey {
     std::string_view name;
     Kind kind;
     std::variant<NoMember, TextMember, ListMember> member = {};
-    /// The name of the value in the stored snapshot; never changes. Empty when no value is kept.
+    /// Member name in the stored snapshot, part of its format; empty if the value is not stored.
     std::string_view codingKey = {};
-    /// Shown only on request.
+    /// Masked in output, unless the user requests secrets.
     bool isSecret = false;
-    /// In lower case: "api key". For a list one of its entries: "allowed app".
+    /// Lower-case name: "api key". For a list, the name of one entry: "allowed app".
     std::string_view noun = {};
-    /// The label of the field in a form.
+    /// Label in a form.
     std::string_view label = {};
-    /// Whole sentences: what the value is for, and what is missing without it.
+    /// Sentences that state the value's purpose and the effect of its absence.
     std::string_view description = {};
-    /// As a string; bundle identifiers with commas between them.
+    /// An example value; bundle identifiers are comma-separated.
     std::string_view example = {};
 
-    /// Whether a value is kept in the snapshot.
+    /// Whether the snapshot stores the value.
     [[nodiscard]] constexpr bool isCarried() const { return !std::holds_alternative<NoMember>(member); }
     [[nodiscard]] constexpr bool isList() const { return std::holds_alternative<ListMember>(member); }
 };
 
-/// The version of the table. Consoles compare it to find out which of two forms is newer.
+/// Version of the table. Management consoles compare it to find the newer of two forms.
 extern const int managedKeysVersion;
 
-/// Every key, in the order in which the fingerprint and the stored snapshot have them.
+/// Returns all keys, in the order of the fingerprint and the stored snapshot.
 std::span<const ManagedKey> managedKeys();
 
-/// Null for a key that the application does not know.
+/// Returns null for an unknown key.
 const ManagedKey* findManagedKey(std::string_view name);
 
-/// What a policy may hold under a key of that kind: "a text or a number".
+/// Describes the values that a key of this kind accepts: "a string or a number".
 std::string_view acceptedForms(ManagedKey::Kind kind);
 
-/// The value of `key` in `config`: nothing when it is absent or not kept, one string, or the entries of a
-/// list. Refers to `config`.
+/// Returns the value of `key` in `config`: one string, or the entries of a list; empty if absent. Refers to
+/// `config`.
 std::span<const std::string> textsOf(const ManagedKey& key, const ValidatedConfig& config);
 
-/// Calls `set(key, value)` for each key whose value is kept. `value` refers to the member of `config`, a
+/// Calls `set(key, value)` for each stored key. `value` is a reference to the member of `config`: a
 /// `std::optional<std::string>` or a `std::vector<std::string>`.
 template <typename Set>
 void forEachValue(ValidatedConfig& config, Set&& set)

@@ -17,7 +17,7 @@ namespace urls = boost::urls;
 
 std::string encodedQueryPart(std::string_view text)
 {
-    // RFC 3986, section 3.4, without what separates the parts.
+    // RFC 3986, section 3.4, without the separators.
     constexpr auto allowed = urls::pchars + urls::grammar::lut_chars("/?") - urls::grammar::lut_chars("&=");
     return urls::encode(text, allowed);
 }
@@ -29,7 +29,7 @@ std::optional<urls::url> parseURL(std::string_view text)
     const auto parsed = urls::parse_uri_reference(text);
     if (text.empty() || !parsed)
         return std::nullopt;
-    // The library lets a path follow a port without the "/" that begins one.
+    // The library accepts a path after a port even without a leading "/".
     const std::string_view path = parsed->encoded_path();
     if (parsed->has_authority() && !path.empty() && !path.starts_with('/'))
         return std::nullopt;

@@ -14,7 +14,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// UTF-8 forms of the white-space characters, by the number of their bytes.
+// White-space characters by the number of their UTF-8 bytes.
 constexpr std::string_view oneByte = "\t\n\v\f\r ";
 constexpr std::array twoBytes{"\u0085"sv, "\u00a0"sv};
 constexpr std::array threeBytes{
@@ -29,14 +29,14 @@ bool contains(const Characters& characters, std::string_view candidate)
     return std::find(characters.begin(), characters.end(), candidate) != characters.end();
 }
 
-/// Bytes of the white-space character that `bytesOf(count)` shows at an end of a text of `size` bytes; 0 if
-/// none.
+/// Returns the number of bytes of the white-space character at one end of a string of `size` bytes, or 0.
+/// `bytesOf(count)` returns the `count` bytes at that end.
 template <typename BytesOf>
 std::size_t whiteSpaceLength(std::size_t size, BytesOf bytesOf)
 {
     if (size == 0)
         return 0;
-    // No part of a longer character looks like one of ASCII.
+    // No byte of a multi-byte character is an ASCII character.
     const char outermost = bytesOf(1).front();
     if (static_cast<unsigned char>(outermost) < 0x80)
         return oneByte.find(outermost) != std::string_view::npos ? 1 : 0;

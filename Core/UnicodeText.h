@@ -4,17 +4,16 @@
 
 namespace Core {
 
-/// `text`, UTF-8, without the white space and newlines at its ends: the characters of the Unicode categories
-/// Z*, U+0009 to U+000D and U+0085.
+/// Returns `text` (UTF-8) without white space at both ends: Unicode categories Z*, U+0009 to U+000D, U+0085.
 std::string_view trimmed(std::string_view text);
 
-/// Whether the character is a straight or typographic quotation mark.
+/// Returns whether `character` is a straight or typographic quotation mark.
 bool isQuotationMark(char32_t character);
 
-/// Whether `text` has a double quotation mark anywhere, or a single one at both ends. An apostrophe is none.
+/// Returns whether `text` contains a double quotation mark, or a single one at both ends.
 bool hasQuotationMarks(std::string_view text);
 
-/// Whether `text` begins with `prefix` when the case of ASCII letters does not count.
+/// Returns whether `text` starts with `prefix`, ignoring the case of ASCII letters.
 bool hasPrefixIgnoringCase(std::string_view text, std::string_view prefix);
 
 } // namespace Core

@@ -6,13 +6,12 @@
 
 namespace Core {
 
-/// The values of a managed configuration. One that was missing, of a wrong type, empty or malformed is
-/// absent. Each member has its row in the table of `ManagedKeys.cpp`.
+/// The valid values of a managed configuration. Each member has a row in the table of `ManagedKeys.cpp`.
 struct ValidatedConfig {
-    /// In input order, duplicates kept.
+    /// In the order of the policy, including duplicates.
     std::vector<std::string> allowedAppBundleIds;
     std::optional<std::string> organizationId;
-    /// Begins with "https://".
+    /// Starts with "https://" in any letter case.
     std::optional<std::string> baseDomain;
     std::optional<std::string> apiKey;
     std::optional<std::string> deviceId;

@@ -6,18 +6,17 @@ namespace PushNotifications {
 
 class NotificationPayloadProcessor;
 
-/// What the notification centre calls while the application runs: hands every notification to the processor,
-/// first when it is shown and again when the user answers it.
+/// Passes notifications to the processor: when they are shown, and again when the user responds.
 ///
-/// Threads: main; completions are called before the callbacks return. Ownership: refers to the processor.
+/// Threads: main; calls completions before the callbacks return. Ownership: refers to the processor.
 class NotificationDelegateAdapter final : public Platform::UserNotificationCenterDelegate {
 public:
     explicit NotificationDelegateAdapter(NotificationPayloadProcessor& processor) : m_processor(processor) {}
 
-    /// Shown as banner, in the list, with sound and badge.
+    /// Requests banner, list, sound and badge.
     void willPresent(const Platform::UserNotification& notification,
                      const PresentationCompletion& completion) override;
-    /// A tap, an action and a dismissal are all alike.
+    /// Treats taps, actions and dismissals alike.
     void didReceive(const Platform::UserNotificationResponse& response,
                     const std::function<void()>& completion) override;
 

@@ -86,7 +86,7 @@ NotificationPayloadProcessor::makePayload(const PropertyList::Dictionary& userIn
         payload.title = textOf(member(alert, "title"));
         payload.body = textOf(member(alert, "body"));
     } else {
-        // The short form of an alert is its title.
+        // An alert that is a string holds only the title.
         payload.title = textOf(alert);
     }
     return payload;
@@ -114,10 +114,10 @@ NotificationPayloadProcessor::loadStoredItems(const Platform::UserDefaults& stan
         const json::value list = Core::JSONDecoder().decode(*data);
         for (const json::value& element : list.as_array()) {
             const Core::KeyedDecoder decoder(element);
-            items.push_back({decoder.optionalText(CodingKeys::title),
-                             decoder.optionalText(CodingKeys::body),
+            items.push_back({decoder.optionalString(CodingKeys::title),
+                             decoder.optionalString(CodingKeys::body),
                              {decoder.number(CodingKeys::date)},
-                             decoder.texts(CodingKeys::userInfoKeys)});
+                             decoder.strings(CodingKeys::userInfoKeys)});
         }
     } catch (const std::exception&) {
         return {};
@@ -143,7 +143,7 @@ bool NotificationPayloadProcessor::saveStoredItems(const std::vector<StoredPaylo
             Core::Constants::StorageKeys::processedNotificationPayloads,
             Core::JSONEncoder().encode(std::move(list)));
     } catch (const Core::EncodingError&) {
-        // A date that is no number; the history stays as it was.
+        // The date is not finite; the history stays unchanged.
         return false;
     }
 }
@@ -165,7 +165,7 @@ std::vector<NotificationPayloadProcessor::Summary>
 NotificationPayloadProcessor::payloadSummaries(const Platform::UserDefaults& standard, std::int64_t limit)
 {
     if (limit < 0)
-        Platform::fatalError("recentPayloadSummaries(limit:) was asked for a negative number of records");
+        Platform::fatalError("recentPayloadSummaries(limit:) requires a limit of at least 0");
     std::vector<Summary> summaries;
     for (const StoredPayloadItem& item : loadStoredItems(standard)) {
         if (std::cmp_greater_equal(summaries.size(), limit))

@@ -24,24 +24,24 @@ class UserDefaultsDomains;
 
 namespace PushNotifications {
 
-/// One notification, processed.
+/// A processed notification.
 struct ProcessedNotificationPayload {
     std::optional<std::string> title;
     std::optional<std::string> body;
-    /// The whole payload, unchanged.
+    /// The whole payload.
     Platform::PropertyList::Dictionary userInfo;
     Platform::Date date;
 };
 
-/// Turns every notification that reaches the application into a record: stores it in the history, announces
-/// it, logs it. One that is processed twice is stored twice.
+/// Adds received notifications to the history, posts an in-process notification for each and logs it. A
+/// notification that is processed twice is stored twice.
 ///
-/// Threads: the main thread; entries must not overlap. Announcements come later, on the main queue.
-/// Errors: a history that cannot be read counts as empty and is replaced by the next record. A record that
-/// cannot be stored is announced and logged all the same; the caller learns of it.
+/// Threads: main; calls must not overlap. In-process notifications are posted later, on the main queue.
+/// Errors: an unreadable history counts as empty and is overwritten by the next record. A record that cannot
+/// be stored is still posted and logged; the caller gets `false`.
 class NotificationPayloadProcessor {
 public:
-    /// Posted on the main queue without a sender; user info "payload" is a `ProcessedNotificationPayload`.
+    /// The sender is null; "payload" in the user info is a `ProcessedNotificationPayload`.
     static constexpr std::string_view pushNotificationDidProcessPayload = "PushNotificationDidProcessPayload";
 
     struct Summary {
@@ -62,20 +62,20 @@ public:
 
     explicit NotificationPayloadProcessor(const Ports& ports) : m_ports(ports) {}
 
-    /// The processor of this process, made on first use and never destroyed.
+    /// Returns the processor of this process, created on first use and never destroyed.
     static NotificationPayloadProcessor& shared();
 
-    /// A payload from the push service. Calls `fetchCompletionHandler` once, with `newData` and whether the
-    /// record is stored, before it returns.
+    /// Processes the payload of a push. Before returning, calls `fetchCompletionHandler` with `newData` and
+    /// whether the record was stored.
     void
     processRemoteNotification(const Platform::PropertyList::Dictionary& userInfo,
                               const Platform::ApplicationDelegate::FetchCompletion& fetchCompletionHandler);
-    /// A notification that is shown, or that the user answered. Returns whether the record is stored.
+    /// Processes a shown or answered notification. Returns whether the record was stored.
     bool process(const Platform::UserNotification& notification);
 
-    /// The newest `limit` records, newest first. A negative limit ends the process.
+    /// Returns at most `limit` records, newest first. Aborts if `limit` is negative.
     [[nodiscard]] std::vector<Summary> recentPayloadSummaries(std::int64_t limit) const;
-    /// The same of a store that another process works on.
+    /// Like `recentPayloadSummaries()`, for the history in `standard`, which another process may be writing.
     [[nodiscard]] static std::vector<Summary> payloadSummaries(const Platform::UserDefaults& standard,
                                                                std::int64_t limit);
 
@@ -84,7 +84,7 @@ private:
         std::optional<std::string> title;
         std::optional<std::string> body;
         Platform::Date date;
-        /// The names of the payload's members; never their values.
+        /// Names of the payload's top-level members, without their values.
         std::vector<std::string> userInfoKeys;
     };
 

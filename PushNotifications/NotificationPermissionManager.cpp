@@ -22,11 +22,11 @@ NotificationPermissionManager& NotificationPermissionManager::shared()
 
 Task<AuthorizationStatus> NotificationPermissionManager::currentStatus() const
 {
-    Suspension<Platform::NotificationSettings> answer([this](auto continuation) {
+    Suspension<Platform::NotificationSettings> reply([this](auto continuation) {
         m_center.getNotificationSettings(
             [continuation](Platform::NotificationSettings settings) { continuation.resume(settings); });
     });
-    const Platform::NotificationSettings settings = co_await answer;
+    const Platform::NotificationSettings settings = co_await reply;
     co_return settings.authorizationStatus;
 }
 
@@ -38,17 +38,17 @@ Task<bool> NotificationPermissionManager::isAuthorized() const
 
 Task<bool> NotificationPermissionManager::requestAuthorization() const
 {
-    using Answer = std::pair<bool, std::optional<Platform::Error>>;
+    using Reply = std::pair<bool, std::optional<Platform::Error>>;
     constexpr unsigned options = Platform::AuthorizationOptions::alert |
                                  Platform::AuthorizationOptions::badge |
                                  Platform::AuthorizationOptions::sound;
-    Suspension<Answer> answer([this](auto continuation) {
+    Suspension<Reply> reply([this](auto continuation) {
         m_center.requestAuthorization(options,
                                       [continuation](bool isGranted, std::optional<Platform::Error> error) {
-                                          continuation.resume(Answer(isGranted, std::move(error)));
+                                          continuation.resume(Reply(isGranted, std::move(error)));
                                       });
     });
-    const auto [isGranted, error] = co_await answer;
+    const auto [isGranted, error] = co_await reply;
     if (error) {
         m_logger.error("Notification permission request failed", "requestAuthorization()",
                        {.category = LogCategory::notifications, .error = *error});

@@ -9,25 +9,25 @@ class Logger;
 
 namespace PushNotifications {
 
-/// The one place that asks the user for permission to show notifications, and reads the present state of it.
+/// Reads the notification permission and requests it from the user.
 ///
-/// Threads: any. A task goes on on the thread on which the notification centre answers; whoever touches the
-/// user interface afterwards goes to the main queue. Ownership: refers to what it is built from, which must
-/// outlive the tasks it makes.
+/// Threads: any. Tasks resume on the thread on which the notification center calls back; switch to the main
+/// queue before touching the user interface. Ownership: the manager and the constructor's arguments must
+/// outlive its tasks.
 class NotificationPermissionManager {
 public:
     NotificationPermissionManager(Platform::UserNotificationCenter& center, Core::Logger& logger)
         : m_center(center), m_logger(logger)
     {}
 
-    /// The manager of this process, made on first use and never destroyed.
+    /// Returns the manager of this process, created on first use and never destroyed.
     static NotificationPermissionManager& shared();
 
     [[nodiscard]] Platform::Task<Platform::AuthorizationStatus> currentStatus() const;
-    /// True for exactly `authorized`: provisional and ephemeral permission do not count.
+    /// Returns true only for `authorized`, not for provisional or ephemeral permission.
     [[nodiscard]] Platform::Task<bool> isAuthorized() const;
-    /// Asks for alerts, badges and sounds. False when the user refuses, and when there is no asking; only the
-    /// log tells which. Never throws.
+    /// Requests alerts, badges and sounds. Returns false if the user denies the request or the request fails;
+    /// only the log distinguishes the two. Never throws.
     [[nodiscard]] Platform::Task<bool> requestAuthorization() const;
 
 private:

@@ -24,23 +24,21 @@ namespace PushNotifications {
 
 /// The body of a token upload.
 struct DeviceTokenPayload {
-    /// Hexadecimal.
+    /// The device token in hexadecimal.
     std::string token;
 
     [[nodiscard]] boost::json::value toJSON() const { return boost::json::object{{"token", token}}; }
 };
 
 namespace PushNotificationRoutes {
-/// The path to which the token of a device is uploaded; the identifier stands in it as it is.
+/// Returns the upload path for a device's token. `deviceId` is not percent-encoded.
 std::string deviceToken(std::string_view deviceId);
 } // namespace PushNotificationRoutes
 
-/// Takes what came of the registration for remote notifications: keeps the device token, logs it, and uploads
-/// it to the backend.
+/// Handles the result of the push registration: stores the device token, logs it and uploads it.
 ///
-/// Threads: the callbacks on the main thread; an upload is a task of its own, started on a queue. Several may
-/// be under way. Ownership: refers to its ports, which must outlive the uploads. Errors: one log line.
-/// Nothing is retried, and a token that could not be uploaded is not queued.
+/// Threads: main; uploads start on `taskQueue` and may run concurrently. Ownership: the ports must outlive
+/// the uploads. Errors: a failed upload is logged as one line and not retried.
 class RemoteNotificationHandler {
 public:
     struct Ports {
@@ -48,22 +46,22 @@ public:
         Platform::UserDefaultsDomains& userDefaults;
         const Core::APIClientConfigProvider& configProvider;
         Platform::URLSession& session;
-        /// Where uploads start.
+        /// The queue on which uploads start.
         Platform::DispatchQueue& taskQueue;
     };
 
     explicit RemoteNotificationHandler(const Ports& ports) : m_ports(ports) {}
 
-    /// The handler of this process, made on first use and never destroyed.
+    /// Returns the handler of this process, created on first use and never destroyed.
     static RemoteNotificationHandler& shared();
 
     void didRegisterForRemoteNotifications(const Platform::Data& deviceToken);
     void didFailToRegister(const Platform::Error& error);
 
-    /// Returns at once. Without a device identifier in the managed configuration nothing is sent.
+    /// Starts an upload and returns. Sends nothing if the managed configuration has no device ID.
     void uploadTokenToBackend(const std::string& tokenString);
 
-    /// The token of the last registration, hexadecimal; absent if there was none.
+    /// Returns the token of the last registration in hexadecimal, if any.
     [[nodiscard]] std::optional<std::string> storedDeviceToken() const;
 
 private:

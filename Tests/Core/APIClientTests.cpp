@@ -37,7 +37,7 @@ struct Payload {
 
 class APIClientTest : public testing::Test {
 protected:
-    /// Runs the task to its end: "200 BODY", or the description of what it threw.
+    /// Runs the task and returns "STATUS BODY" or the description of the exception.
     std::string outcomeOf(Task<APIClient::Response> task)
     {
         std::string outcome;
@@ -54,7 +54,7 @@ protected:
         scheduler.runUntilIdle();
         return outcome;
     }
-    void answer(std::int64_t status, std::string_view body)
+    void respondWith(std::int64_t status, std::string_view body)
     {
         session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
     }
@@ -67,12 +67,12 @@ protected:
     APIClient client{provider, session, JSONDecoder(), JSONEncoder(), logger};
 };
 
-TEST_F(APIClientTest, ComposesTheURLOrSaysWhichTextMadeNone)
+TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
 {
     struct Case {
         std::optional<std::string> domain;
         std::string path;
-        /// The URL asked for, or the description of the error.
+        /// The requested URL, or the description of the error.
         std::string expected;
     };
     const Case cases[] = {
@@ -119,7 +119,7 @@ TEST_F(APIClientTest, ComposesTheURLOrSaysWhichTextMadeNone)
     }
 }
 
-TEST_F(APIClientTest, QueryItemsAreEncodedAndReplaceTheQuery)
+TEST_F(APIClientTest, EncodesQueryItemsAndReplacesExistingQuery)
 {
     struct Case {
         std::vector<URLQueryItem> items;
@@ -136,7 +136,7 @@ TEST_F(APIClientTest, QueryItemsAreEncodedAndReplaceTheQuery)
     }
 }
 
-TEST_F(APIClientTest, RequestsCarryMethodHeadersBodyAndCredentials)
+TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
 {
     struct Case {
         Task<APIClient::Response> task;
@@ -171,7 +171,7 @@ TEST_F(APIClientTest, RequestsCarryMethodHeadersBodyAndCredentials)
               (HeaderFields{{"Accept", "application/json"}, {"Content-Type", "application/json"}}));
 }
 
-TEST_F(APIClientTest, OnlyTwoHundredsSucceed)
+TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
 {
     struct Case {
         std::int64_t status;
@@ -196,7 +196,7 @@ TEST_F(APIClientTest, OnlyTwoHundredsSucceed)
          {"API HTTP error | context={responseBody=No response body, statusCode=404}"}},
     };
     for (const Case& row : cases) {
-        answer(row.status, row.body);
+        respondWith(row.status, row.body);
         EXPECT_EQ(outcomeOf(client.get("a")), row.expected);
         const auto entries = log.takeEntries();
         ASSERT_EQ(entries.size(), row.lines.size());
@@ -208,7 +208,7 @@ TEST_F(APIClientTest, OnlyTwoHundredsSucceed)
     }
 }
 
-TEST_F(APIClientTest, FailuresOfTheTransferAreLoggedOnceAndWrapped)
+TEST_F(APIClientTest, LogsTransferFailureOnceAndWrapsIt)
 {
     session.outcome = URLError(URLError::Code::timedOut, "acme.corp did not answer");
     EXPECT_EQ(outcomeOf(client.get("a")), "Network error: acme.corp did not answer");
@@ -220,7 +220,7 @@ TEST_F(APIClientTest, FailuresOfTheTransferAreLoggedOnceAndWrapped)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST(APIErrorTest, DescribesItselfAndHasItsPositionAsCode)
+TEST(APIErrorTest, HasDescriptionAndCaseIndexAsCode)
 {
     const Error underlying{"T", "D", 1, "it \0 broke"s, std::nullopt};
     struct Case {

@@ -23,7 +23,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-/// A device with a manager on it, before start-up.
+/// A configuration manager on fakes, before startup.
 class ConfigurationManagerTest : public testing::Test {
 protected:
     void startUp()
@@ -31,7 +31,7 @@ protected:
         manager->registerForConfigurationChanges();
         manager->updateConfigurationFromMDM();
     }
-    /// Device management delivers, and more than the debounce interval passes.
+    /// Delivers a managed configuration and lets the debounce interval pass.
     void deliverAndSettle(std::optional<PropertyList> dictionary)
     {
         defaults.deliver(std::move(dictionary));
@@ -60,7 +60,7 @@ protected:
     }};
 };
 
-TEST_F(ConfigurationManagerTest, StartUpAppliesWhatIsThereAndCountsOn)
+TEST_F(ConfigurationManagerTest, StartUpAppliesConfigurationAndIncrementsVersion)
 {
     suite().set(Constants::SnapshotKeys::configVersion, 4);
     defaults.deliver(managed);
@@ -72,7 +72,7 @@ TEST_F(ConfigurationManagerTest, StartUpAppliesWhatIsThereAndCountsOn)
     EXPECT_EQ(manager->deviceId(), "DEV-1");
     EXPECT_TRUE(manager->isAppAllowedForSSO("com.acme.one"));
     EXPECT_FALSE(manager->isAppAllowedForSSO("COM.ACME.ONE"));
-    EXPECT_EQ(suite().commitCount, 2) << "the four keys are one commit";
+    EXPECT_EQ(suite().commitCount, 2) << "the four keys must be written in one commit";
     EXPECT_EQ(suite().values.size(), 4U);
 
     scheduler.advance(10s);
@@ -80,7 +80,7 @@ TEST_F(ConfigurationManagerTest, StartUpAppliesWhatIsThereAndCountsOn)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(ConfigurationManagerTest, StartUpWithoutConfigurationKeepsTheStoredOne)
+TEST_F(ConfigurationManagerTest, StartUpWithoutConfigurationStoresNothing)
 {
     startUp();
     EXPECT_EQ(log.takeLines(), Lines{"No managed configuration available"});
@@ -97,7 +97,7 @@ TEST_F(ConfigurationManagerTest, StartUpWithoutConfigurationKeepsTheStoredOne)
     EXPECT_EQ(log.takeLines(), Lines{"No managed configuration available"});
 }
 
-TEST_F(ConfigurationManagerTest, BurstIsAppliedOnceHalfASecondAfterItsLastChange)
+TEST_F(ConfigurationManagerTest, AppliesBurstOnceHalfASecondAfterLastChange)
 {
     startUp();
     log.takeLines();
@@ -112,8 +112,8 @@ TEST_F(ConfigurationManagerTest, BurstIsAppliedOnceHalfASecondAfterItsLastChange
     ASSERT_EQ(announced.size(), 1U);
     const auto value = [&](const char* key) { return std::any_cast<PropertyList>(announced.at(0).at(key)); };
     const auto keys = managedKeys();
-    const auto carriedCount = std::count_if(keys.begin(), keys.end(), std::mem_fn(&ManagedKey::isCarried));
-    EXPECT_EQ(announced.at(0).size(), 4U + static_cast<std::size_t>(carriedCount));
+    const auto storedCount = std::count_if(keys.begin(), keys.end(), std::mem_fn(&ManagedKey::isCarried));
+    EXPECT_EQ(announced.at(0).size(), 4U + static_cast<std::size_t>(storedCount));
     EXPECT_EQ(value("status"), PropertyList("active"));
     EXPECT_EQ(value("config_version"), PropertyList(1));
     EXPECT_EQ(value("last_updated"), PropertyList(Platform::Date{0.9}));
@@ -121,7 +121,7 @@ TEST_F(ConfigurationManagerTest, BurstIsAppliedOnceHalfASecondAfterItsLastChange
     EXPECT_EQ(value("has_api_key"), PropertyList(false));
 }
 
-TEST_F(ConfigurationManagerTest, EachKeyIsValidatedStoredAndReportedAsItself)
+TEST_F(ConfigurationManagerTest, ValidatesStoresAndReportsEachKeySeparately)
 {
     startUp();
     for (const ManagedKey& key : managedKeys()) {
@@ -132,12 +132,12 @@ TEST_F(ConfigurationManagerTest, EachKeyIsValidatedStoredAndReportedAsItself)
 
         const auto snapshot = manager->loadConfigurationSnapshot();
         for (const ManagedKey& other : managedKeys()) {
-            const auto texts = textsOf(other, snapshot->config);
-            EXPECT_EQ(texts.empty(), other.name != key.name || !key.isCarried()) << other.name;
+            const auto values = textsOf(other, snapshot->config);
+            EXPECT_EQ(values.empty(), other.name != key.name || !key.isCarried()) << other.name;
             std::string joined;
-            for (const std::string& text : texts)
-                joined += (joined.empty() ? "" : ",") + text;
-            EXPECT_EQ(joined, texts.empty() ? "" : key.example);
+            for (const std::string& value : values)
+                joined += (joined.empty() ? "" : ",") + value;
+            EXPECT_EQ(joined, values.empty() ? "" : key.example);
         }
         const auto status = manager->getConfigurationStatus();
         const auto present = [](const auto& entry) {
@@ -149,15 +149,15 @@ TEST_F(ConfigurationManagerTest, EachKeyIsValidatedStoredAndReportedAsItself)
     }
 }
 
-TEST(ManagedKeysTest, EachMemberOfTheConfigurationHasItsRow)
+TEST(ManagedKeysTest, EveryConfigMemberHasOneRow)
 {
     std::size_t size = 0;
     ValidatedConfig config;
     forEachValue(config, [&](const ManagedKey&, auto& member) { size += sizeof member; });
-    EXPECT_EQ(size, sizeof config) << "the table misses a member, or has one twice";
+    EXPECT_EQ(size, sizeof config) << "a member has no row, or more than one";
 }
 
-TEST_F(ConfigurationManagerTest, OnlyAChangeOfAManagedKeyIsAChange)
+TEST_F(ConfigurationManagerTest, OnlyChangedManagedKeysTriggerAnUpdate)
 {
     defaults.deliver(managed);
     startUp();
@@ -173,19 +173,19 @@ TEST_F(ConfigurationManagerTest, OnlyAChangeOfAManagedKeyIsAChange)
         Lines expected;
     };
     const Case cases[] = {
-        {"the same", managed, {}},
-        {"another key", with("other", 1), {}},
-        {"schema version alone", with("SchemaVersion", 2), {"Configuration updated - v2, apps: 2"}},
-        {"array for the same text",
+        {"unchanged", managed, {}},
+        {"unknown key added", with("other", 1), {}},
+        {"only schema version changed", with("SchemaVersion", 2), {"Configuration updated - v2, apps: 2"}},
+        {"string replaced by equal array",
          with("AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"com.acme.one", "com.acme.two"}),
          {"Configuration updated - v3, apps: 2"}},
-        {"one element for two",
+        {"two elements joined into one",
          with("AllowedAppsBundleIdsForSSOExtension", PropertyList::Array{"com.acme.one\", \"com.acme.two"}),
          {"Configuration updated - v4, apps: 0"}},
-        {"none", std::nullopt, {}},
-        {"no dictionary", 5, {}},
-        {"empty", PropertyList::Dictionary{}, {"Configuration updated - v5, apps: 0"}},
-        {"back", managed, {"Configuration updated - v6, apps: 2"}},
+        {"removed", std::nullopt, {}},
+        {"not a dictionary", 5, {}},
+        {"empty dictionary", PropertyList::Dictionary{}, {"Configuration updated - v5, apps: 0"}},
+        {"first configuration again", managed, {"Configuration updated - v6, apps: 2"}},
     };
     std::size_t updates = 0;
     for (const Case& row : cases) {
@@ -201,7 +201,7 @@ TEST_F(ConfigurationManagerTest, OnlyAChangeOfAManagedKeyIsAChange)
     EXPECT_EQ(log.takeLines(), Lines{"Managed configuration unchanged, skipping update"});
 }
 
-TEST_F(ConfigurationManagerTest, EveryRegistrationFeedsTheOneTimer)
+TEST_F(ConfigurationManagerTest, RepeatedRegistrationsShareOneTimer)
 {
     startUp();
     manager->registerForConfigurationChanges();
@@ -212,7 +212,7 @@ TEST_F(ConfigurationManagerTest, EveryRegistrationFeedsTheOneTimer)
     EXPECT_EQ(announced.size(), 1U);
 }
 
-TEST_F(ConfigurationManagerTest, RegisteringAgainCancelsWhatIsPending)
+TEST_F(ConfigurationManagerTest, RegisteringAgainCancelsPendingUpdate)
 {
     startUp();
     log.takeLines();
@@ -223,11 +223,11 @@ TEST_F(ConfigurationManagerTest, RegisteringAgainCancelsWhatIsPending)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(ConfigurationManagerTest, UpdateDuringAnUpdateIsSkippedAndStillAnnounced)
+TEST_F(ConfigurationManagerTest, UpdateDuringAnUpdateIsSkippedButAnnounced)
 {
     manager->registerForConfigurationChanges();
     defaults.deliver(managed);
-    // The store being written is a moment in the middle of an update.
+    // The suite calls onChange while an update is in progress.
     suite().onChange = [this] {
         suite().onChange = [] {};
         deliverAndSettle(PropertyList::Dictionary{{"device_id", "DEV-2"}});
@@ -238,7 +238,7 @@ TEST_F(ConfigurationManagerTest, UpdateDuringAnUpdateIsSkippedAndStillAnnounced)
     EXPECT_EQ(announced.size(), 1U);
 }
 
-TEST_F(ConfigurationManagerTest, UnavailableSuiteIsLoggedAndTheConfigurationStillRemembered)
+TEST_F(ConfigurationManagerTest, UnavailableSuiteIsLoggedAndConfigurationIsNotReapplied)
 {
     defaults.areSuitesAvailable = false;
     defaults.deliver(managed);
@@ -257,7 +257,7 @@ TEST_F(ConfigurationManagerTest, UnavailableSuiteIsLoggedAndTheConfigurationStil
     EXPECT_EQ(log.takeLines(), Lines{"Managed configuration unchanged, skipping update"});
 }
 
-TEST_F(ConfigurationManagerTest, DamagedSnapshotGivesTheDefaultAndStaysUntilTheNextSave)
+TEST_F(ConfigurationManagerTest, DamagedSnapshotLoadsAsDefaultAndIsNotOverwritten)
 {
     suite().set(Constants::SnapshotKeys::configSnapshot, Platform::Data{std::byte{'{'}});
     EXPECT_EQ(manager->loadConfigurationSnapshot()->configVersion, 0);
@@ -274,7 +274,7 @@ TEST_F(ConfigurationManagerTest, DamagedSnapshotGivesTheDefaultAndStaysUntilTheN
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(ConfigurationManagerTest, ClearedConfigurationStartsAtOneButIsNotAppliedAgainByItself)
+TEST_F(ConfigurationManagerTest, ClearingResetsVersionButDoesNotReapplyUnchangedConfiguration)
 {
     defaults.deliver(managed);
     startUp();
@@ -288,7 +288,7 @@ TEST_F(ConfigurationManagerTest, ClearedConfigurationStartsAtOneButIsNotAppliedA
     EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 0"});
 }
 
-TEST_F(ConfigurationManagerTest, ListInPlaceOfATextThatLooksLikeItIsApplied)
+TEST_F(ConfigurationManagerTest, AppliesArrayThatReplacesStringOfSameText)
 {
     constexpr const char* key = "AllowedAppsBundleIdsForSSOExtension";
     defaults.deliver(PropertyList::Dictionary{{key, R"(["com.acme.one", "com.acme.two"])"}});
@@ -298,7 +298,7 @@ TEST_F(ConfigurationManagerTest, ListInPlaceOfATextThatLooksLikeItIsApplied)
     EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v2, apps: 2"});
 }
 
-TEST_F(ConfigurationManagerTest, NothingKeepsTheManagerAlive)
+TEST_F(ConfigurationManagerTest, PendingUpdateDoesNotKeepManagerAlive)
 {
     startUp();
     deliverAndSettle(managed);
@@ -312,14 +312,14 @@ TEST_F(ConfigurationManagerTest, NothingKeepsTheManagerAlive)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(ConfigurationManagerTest, VersionAtItsMaximumIsFatal)
+TEST_F(ConfigurationManagerTest, VersionOverflowIsFatal)
 {
     suite().set(Constants::SnapshotKeys::configVersion, std::numeric_limits<std::int64_t>::max());
     defaults.deliver(managed);
     EXPECT_DEATH(manager->updateConfigurationFromMDM(), "version has reached its maximum");
 }
 
-TEST(FingerprintTest, IsTheBase64OfTheSixKeysInTheirOrder)
+TEST(FingerprintTest, IsBase64OfTheSixKeysInTableOrder)
 {
     const PropertyList::Dictionary managed{
         {"device_id", "d"},
@@ -334,7 +334,7 @@ TEST(FingerprintTest, IsTheBase64OfTheSixKeysInTheirOrder)
         Platform::base64Text("AllowedAppsBundleIdsForSSOExtension:\xFF[\"a.b\", 1];OrganizationId:\xFFtrue;"
                              "SchemaVersion:2;base_domain:3.5;api_key:k;device_id:d;"));
     EXPECT_EQ(managedConfigFingerprint({}), "");
-    // RFC 4648, section 10.
+    // RFC 4648, section 10
     for (const auto& [plain, encoded] : std::map<std::string, std::string>{
              {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}})
         EXPECT_EQ(Platform::base64Text(plain), encoded);

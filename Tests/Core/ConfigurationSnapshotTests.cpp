@@ -16,7 +16,7 @@ std::string textOf(const Platform::Data& data)
     return {reinterpret_cast<const char*>(data.data()), data.size()};
 }
 
-TEST(ConfigurationSnapshotTest, EncodesPresentFieldsAlone)
+TEST(ConfigurationSnapshotTest, EncodesOnlyPresentFields)
 {
     ConfigurationSnapshot snapshot = ConfigurationSnapshot::defaultSnapshot({60});
     EXPECT_EQ(textOf(snapshot.encode()),
@@ -39,7 +39,7 @@ TEST(ConfigurationSnapshotTest, EncodesPresentFieldsAlone)
     EXPECT_THROW(static_cast<void>(snapshot.encode()), EncodingError);
 }
 
-TEST(ConfigurationSnapshotTest, DecodesStrictlyAndAsAWhole)
+TEST(ConfigurationSnapshotTest, RejectsMissingAndMistypedFields)
 {
     using Kind = DecodingError::Kind;
     struct Case {

@@ -25,7 +25,7 @@ public:
 
 namespace {
 
-/// Logs into a record, and puts the process-wide switches back afterwards.
+/// Records log entries and resets the process-wide switches afterwards.
 class LoggerTest : public testing::Test {
 protected:
     ~LoggerTest() override
@@ -48,7 +48,7 @@ Platform::Error bridgedWithReason(std::optional<std::string> reason)
     return Core::bridge(error);
 }
 
-TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
+TEST_F(LoggerTest, LineContainsOnlyPresentSegments)
 {
     const auto posix = std::system_error(ENOENT, std::generic_category(), "opening");
     struct Case {
@@ -57,11 +57,11 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
         std::string expected;
     };
     const std::vector<Case> cases{
-        {"bare", {}, "message"},
-        {"metadata in key order",
+        {"message only", {}, "message"},
+        {"metadata sorted by key",
          {.metadata = {{"statusCode", "500"}, {"responseBody", "No response body"}}},
          "message | context={responseBody=No response body, statusCode=500}"},
-        {"metadata verbatim", {.metadata = {{"a=b", "c, d | }"}}}, "message | context={a=b=c, d | }}"},
+        {"metadata not escaped", {.metadata = {{"a=b", "c, d | }"}}}, "message | context={a=b=c, d | }}"},
         {"error",
          {.error = bridgedWithReason(std::nullopt)},
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
@@ -72,7 +72,7 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
          {.error = bridgedWithReason("rust"), .metadata = {{"k", ""}}},
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke, "
          "reason=rust} | context={k=}"},
-        {"error of the system",
+        {"system error",
          {.error = Core::bridge(posix)},
          "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=2, description=opening: No "
          "such "
@@ -84,7 +84,7 @@ TEST_F(LoggerTest, LineHasExactlyTheSegmentsThatAreThere)
     }
 }
 
-TEST_F(LoggerTest, LooseArgumentsGiveTheSameLine)
+TEST_F(LoggerTest, LogArgumentsFormatLikeLogContext)
 {
     logger.warning(
         "m", "f()",
@@ -106,7 +106,7 @@ TEST_F(LoggerTest, LooseArgumentsGiveTheSameLine)
                   "m | context={a=" + std::string(2000, 'x') + ", b=2, c=3, d=4, e=5, f=6, g=7, h=8, i=9}"}));
 }
 
-TEST_F(LoggerTest, SourceSegmentIsLastAndNamesTheCall)
+TEST_F(LoggerTest, SourceSegmentIsLastAndNamesFileLineAndFunction)
 {
     LoggingConfig::includeSourceContext = true;
     logger.error("m", "upload(tokenString:)", LogCategory::network, LogContext{.metadata = {{"k", "v"}}});
@@ -115,7 +115,7 @@ TEST_F(LoggerTest, SourceSegmentIsLastAndNamesTheCall)
                                            std::to_string(line) + " upload(tokenString:)"});
 }
 
-TEST_F(LoggerTest, LevelsMapToTypesAndOnlyDebugIsFilteredByItsSwitch)
+TEST_F(LoggerTest, LevelsMapToLogTypesAndDebugHasItsOwnSwitch)
 {
     int evaluated = 0;
     const auto message = [&] {
@@ -147,7 +147,7 @@ TEST_F(LoggerTest, LevelsMapToTypesAndOnlyDebugIsFilteredByItsSwitch)
     EXPECT_EQ(evaluated, 0);
 }
 
-TEST_F(LoggerTest, PrivacyOfTheCallWinsAndInheritTakesTheDefault)
+TEST_F(LoggerTest, CallPrivacyOverridesDefaultPrivacy)
 {
     struct Case {
         LogPrivacy call;
@@ -171,7 +171,7 @@ TEST_F(LoggerTest, PrivacyOfTheCallWinsAndInheritTakesTheDefault)
     EXPECT_EQ(LoggingConfig::defaultPrivacy, LogPrivacy::private_);
 }
 
-TEST_F(LoggerTest, HandleKeepsTheSubsystemItWasMadeWith)
+TEST_F(LoggerTest, LogHandleKeepsItsFirstSubsystem)
 {
     logger.info("m", "f()", {.category = LogCategory::network});
     LoggingConfig::subsystem = std::make_shared<const std::string>("override");
@@ -188,7 +188,7 @@ TEST_F(LoggerTest, HandleKeepsTheSubsystemItWasMadeWith)
                                                  "override/sso", "unknown/general"}));
 }
 
-TEST_F(LoggerTest, ConcurrentFirstCallsAllWriteWithTheirHandle)
+TEST_F(LoggerTest, ConcurrentFirstCallsWriteEveryLine)
 {
     constexpr int threadCount = 8;
     {
@@ -208,7 +208,7 @@ TEST_F(LoggerTest, ConcurrentFirstCallsAllWriteWithTheirHandle)
         EXPECT_EQ(count, threadCount) << category;
 }
 
-TEST(LogCategoryTest, IsFoundByItsExactNameAlone)
+TEST(LogCategoryTest, IsFoundOnlyByExactName)
 {
     for (const LogCategory category : allLogCategories)
         EXPECT_EQ(logCategory(rawValue(category)), category);

@@ -21,7 +21,7 @@ struct ListCase {
 
 class BundleIdListTest : public testing::TestWithParam<ListCase> {};
 
-TEST_P(BundleIdListTest, KeepsWhatIsABundleIdentifier)
+TEST_P(BundleIdListTest, KeepsOnlyBundleIdentifiers)
 {
     const ListCase& row = GetParam();
     std::vector<ValidationFinding> findings;
@@ -65,7 +65,7 @@ const ListCase listCases[] = {
 INSTANTIATE_TEST_SUITE_P(Lists, BundleIdListTest, testing::ValuesIn(listCases),
                          [](const auto& row) { return row.param.name; });
 
-TEST(ScalarTest, TextIsTrimmedNumbersArePrintedAllElseIsAbsent)
+TEST(ScalarTest, TrimsStringsFormatsNumbersAndDropsOtherTypes)
 {
     struct Case {
         PropertyList value;
@@ -74,7 +74,7 @@ TEST(ScalarTest, TextIsTrimmedNumbersArePrintedAllElseIsAbsent)
     const Case cases[] = {
         {"  key  ", "key"},
         {"\t\v\f\r\n\u0085\u00a0\u1680\u2000\u200a\u2029\u202f\u205f\u3000in ner\u2003", "in ner"},
-        {"\u200b", "\u200b"}, // A zero-width space is no white space.
+        {"\u200b", "\u200b"}, // A zero-width space is not white space.
         {"   ", std::nullopt},
         {"", std::nullopt},
         {12345, "12345"},
@@ -102,7 +102,7 @@ TEST(ScalarTest, TextIsTrimmedNumbersArePrintedAllElseIsAbsent)
     }
 }
 
-TEST(BaseDomainTest, AlwaysBeginsWithHttps)
+TEST(BaseDomainTest, AlwaysStartsWithHTTPS)
 {
     struct Case {
         PropertyList value;
@@ -145,7 +145,7 @@ TEST(ValidationTest, KeysAreCaseSensitiveAndMissingOnesAreAbsent)
               ValidatedConfig());
 }
 
-TEST(TrimmingTest, StopsAtBrokenCharacters)
+TEST(TrimmingTest, StopsAtInvalidUTF8)
 {
     EXPECT_EQ(trimmed("\x80 a \xe3\x80"), "\x80 a \xe3\x80");
     EXPECT_EQ(trimmed("\u3000"), "");

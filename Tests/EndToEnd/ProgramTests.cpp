@@ -261,10 +261,11 @@ TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
              "file.json:3:18: warning: base_domain asks for plain http; https is used instead; write "
              "https://",
              "file.json:3:18: warning: base_domain carries a path",
-             "file.json:4:14: error: api_key holds ********; it counts as missing; write a text or a number",
+             "file.json:4:14: error: api_key holds ********; it counts as missing; write a string or a "
+             "number",
              "file.json:5:16: note: device_id has white space at an end",
              "file.json:5:46: warning: OrganizationId is true or false; 1 or 0 is used as its text; write a "
-             "text",
+             "string",
              "file.json:8:5: error: AllowedAppsBundleIdsForSSOExtension[1] \"nodot\" has no \".\"; it is "
              "dropped",
              "file.json:9:3: warning: colour is not a key of this app; it is ignored; remove it",

@@ -52,7 +52,7 @@ protected:
         });
 };
 
-TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
+TEST_F(PushTest, StoresAnnouncesAndLogsRemotePayload)
 {
     const Dictionary alert{{"title", "T"}, {"body", "B"}, {"subtitle", "ignored"}};
     struct Case {
@@ -74,19 +74,19 @@ TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
          {{"aps", Dictionary{{"content-available", 1}}}},
          R"({"date":60,"userInfoKeys":["aps"]})",
          "{body=, title=}"},
-        {"empty texts",
+        {"empty strings",
          {{"aps", Dictionary{{"alert", Dictionary{{"title", ""}, {"body", ""}}}}}},
          R"({"title":"","body":"","date":60,"userInfoKeys":["aps"]})",
          "{body=, title=}"},
-        {"wrong types inside",
+        {"title and body of the wrong type",
          {{"aps", Dictionary{{"alert", Dictionary{{"title", 5}, {"body", true}}}}}},
          R"({"date":60,"userInfoKeys":["aps"]})",
          "{body=, title=}"},
-        {"alert of another type",
+        {"alert of the wrong type",
          {{"aps", Dictionary{{"alert", 5}}}},
          R"({"date":60,"userInfoKeys":["aps"]})",
          "{body=, title=}"},
-        {"aps of another type",
+        {"aps of the wrong type",
          {{"aps", "text"}, {"alert", "not here"}},
          R"({"date":60,"userInfoKeys":["alert","aps"]})",
          "{body=, title=}"},
@@ -103,7 +103,7 @@ TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
             results.push_back(result);
         });
         EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData}) << row.name;
-        EXPECT_TRUE(announced.empty()) << "not before the entry has returned";
+        EXPECT_TRUE(announced.empty()) << "posted before the call returned";
         EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + row.expectedContext})
             << row.name;
         EXPECT_EQ(history(), "[" + row.expectedRecord + "]") << row.name;
@@ -113,7 +113,7 @@ TEST_F(PushTest, RemotePayloadGivesTitleAndBodyAndIsStoredAnnouncedAndLogged)
     }
 }
 
-TEST_F(PushTest, HistoryHoldsTheNewestHundredAndSurvivesDamage)
+TEST_F(PushTest, HistoryHoldsNewest100AndIsReplacedWhenDamaged)
 {
     for (int i = 0; i < 101; ++i) {
         processor.processRemoteNotification({{"aps", Dictionary{{"alert", std::to_string(i)}}}},
@@ -126,7 +126,7 @@ TEST_F(PushTest, HistoryHoldsTheNewestHundredAndSurvivesDamage)
     EXPECT_EQ(all.back().title, "1");
     EXPECT_EQ(processor.recentPayloadSummaries(2).size(), 2U);
     EXPECT_TRUE(processor.recentPayloadSummaries(0).empty());
-    EXPECT_DEATH(static_cast<void>(processor.recentPayloadSummaries(-1)), "negative number");
+    EXPECT_DEATH(static_cast<void>(processor.recentPayloadSummaries(-1)), "a limit of at least 0");
 
     log.takeLines();
     for (const char* damaged : {"[", "{}", R"([{"date":1}])", R"([{"date":"x","userInfoKeys":[]}])"}) {
@@ -145,9 +145,9 @@ TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
     NotificationDelegateAdapter adapter(processor);
     const UserNotification notification{"T", "", {{"k", 1}}, Date{7}};
     unsigned options = 0;
-    adapter.willPresent(notification, [&](unsigned asked, bool isStored) {
+    adapter.willPresent(notification, [&](unsigned requested, bool isStored) {
         EXPECT_TRUE(isStored);
-        options = asked;
+        options = requested;
     });
     EXPECT_EQ(options, 27U);
     int completed = 0;
@@ -161,7 +161,7 @@ TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
     EXPECT_EQ(announced.size(), 2U);
 }
 
-TEST_F(PushTest, RecordThatCannotBeStoredIsReportedAndOtherwiseTreatedAlike)
+TEST_F(PushTest, RecordThatCannotBeStoredIsStillAnnouncedAndLogged)
 {
     NotificationDelegateAdapter adapter(processor);
     domains.fakeStandard().isWritable = false;
@@ -179,17 +179,17 @@ TEST_F(PushTest, RecordThatCannotBeStoredIsReportedAndOtherwiseTreatedAlike)
     EXPECT_EQ(history(), "none");
 }
 
-TEST_F(PushTest, PermissionIsReadAndAskedFor)
+TEST_F(PushTest, ReadsPermissionStatusAndRequestsAuthorization)
 {
     FakeUserNotificationCenter userCenter(scheduler.utilityQueue);
     const NotificationPermissionManager manager(userCenter, logger);
-    std::vector<int> answers;
+    std::vector<int> results;
     const auto flow = [&](AuthorizationStatus status) -> Task<void> {
         userCenter.status = status;
         auto current = manager.currentStatus();
-        answers.push_back(static_cast<int>(co_await std::move(current)));
+        results.push_back(static_cast<int>(co_await std::move(current)));
         auto authorized = manager.isAuthorized();
-        answers.push_back(co_await std::move(authorized) ? 1 : 0);
+        results.push_back(co_await std::move(authorized) ? 1 : 0);
     };
     for (const auto status :
          {AuthorizationStatus::notDetermined, AuthorizationStatus::denied, AuthorizationStatus::authorized,
@@ -197,7 +197,7 @@ TEST_F(PushTest, PermissionIsReadAndAskedFor)
         spawn(scheduler.mainQueue, flow(status));
         scheduler.runUntilIdle();
     }
-    EXPECT_EQ(answers, (std::vector{0, 0, 1, 0, 2, 1, 3, 0, 4, 0}));
+    EXPECT_EQ(results, (std::vector{0, 0, 1, 0, 2, 1, 3, 0, 4, 0}));
     EXPECT_TRUE(log.takeLines().empty());
 
     struct Case {
@@ -217,11 +217,11 @@ TEST_F(PushTest, PermissionIsReadAndAskedFor)
         userCenter.willGrant = row.willGrant;
         userCenter.error = row.error;
         std::optional<bool> granted;
-        const auto ask = [&]() -> Task<void> {
+        const auto requestOnce = [&]() -> Task<void> {
             auto request = manager.requestAuthorization();
             granted = co_await std::move(request);
         };
-        spawn(scheduler.mainQueue, ask());
+        spawn(scheduler.mainQueue, requestOnce());
         scheduler.runUntilIdle();
         EXPECT_EQ(granted, row.expected);
         EXPECT_EQ(userCenter.requestedOptions, 7U);
@@ -229,7 +229,7 @@ TEST_F(PushTest, PermissionIsReadAndAskedFor)
     }
 }
 
-TEST_F(PushTest, TokenIsKeptLoggedAndUploadedOnceForEachRegistration)
+TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
 {
     FakeURLSession session(scheduler.utilityQueue);
     RemoteNotificationHandler handler({logger, domains, *this, session, scheduler.utilityQueue});
