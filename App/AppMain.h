@@ -11,17 +11,16 @@ class Application;
 
 namespace App {
 
-/// The application entry: sets up logging and the managed configuration, in that order, before any screen
-/// exists. The process-wide services must be installed.
+/// Sets up logging, then the managed configuration, before any screen exists. Requires installed services.
 ///
 /// Threads: main.
 class AppMain {
 public:
     AppMain();
 
-    /// The content of the only window.
+    /// Creates the content of the main window. Owned by this object.
     ContentView& body();
-    /// Makes the delegate and lets `application` call it.
+    /// Creates the delegate and registers it with `application`.
     void installDelegate(Platform::Application& application);
 
 private:

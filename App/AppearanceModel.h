@@ -7,11 +7,11 @@
 
 namespace App {
 
-/// How the user wants the screens to look. Threads: main.
+/// The user's appearance settings. Threads: main.
 class AppearanceModel : public QObject {
     Q_OBJECT
     QML_ELEMENT
-    QML_UNCREATABLE("made by the application")
+    QML_UNCREATABLE("created by the application")
     Q_PROPERTY(bool isDark READ isDark NOTIFY changed FINAL)
     Q_PROPERTY(bool isMotionReduced READ isMotionReduced NOTIFY changed FINAL)
     Q_PROPERTY(qreal textScale READ textScale NOTIFY changed FINAL)

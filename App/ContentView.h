@@ -22,14 +22,13 @@ class NotificationPermissionManager;
 
 namespace App {
 
-/// The root of the only window: the welcome screen before the first "Get Started", the dashboard after it and
-/// on every later launch.
+/// The root view of the window: the welcome screen until the user taps "Get Started", then the dashboard.
 ///
-/// Threads: main. Ownership: refers to its ports; owns the views that it shows.
+/// Threads: main. Ownership: the ports must outlive it; owns the views.
 class ContentView final : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(ContentViewModel)
-    QML_UNCREATABLE("made by the application")
+    QML_UNCREATABLE("created by the application")
     Q_PROPERTY(bool showWelcome READ showWelcome NOTIFY showWelcomeChanged FINAL)
     Q_PROPERTY(App::WelcomeView* welcome READ welcome CONSTANT FINAL)
     Q_PROPERTY(App::MainDashboardView* dashboard READ dashboard NOTIFY showWelcomeChanged FINAL)
@@ -37,14 +36,14 @@ class ContentView final : public QObject {
 public:
     struct Ports {
         Core::Logger& logger;
-        /// The standard domain.
+        /// The standard defaults.
         Platform::UserDefaults& defaults;
         PushNotifications::NotificationPermissionManager& permissionManager;
         Platform::Application& application;
         Platform::DispatchQueue& mainQueue;
     };
 
-    /// Reads once whether the application was launched before.
+    /// Reads from `defaults` whether to show the welcome screen.
     explicit ContentView(const Ports& ports);
 
     [[nodiscard]] bool showWelcome() const { return m_showWelcome; }

@@ -4,7 +4,7 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// The root of the window: the welcome screen until "Get Started", the dashboard from then on.
+/// The window's root: the welcome screen until the user taps "Get Started", then the dashboard.
 FocusScope {
     id: root
 
@@ -41,7 +41,7 @@ FocusScope {
         color: Theme.color.systemBackground
     }
 
-    // One or none: a loader cannot make bound components.
+    // A Repeater with at most one item, because a Loader cannot create bound components.
     Repeater {
         model: root.view.dashboard !== null ? 1 : 0
 
@@ -56,22 +56,22 @@ FocusScope {
     Repeater {
         id: welcome
 
-        /// Stays until it has faded.
-        property bool isWanted: true
+        /// False after the screen has faded out.
+        property bool isLoaded: true
 
-        model: root.view.welcome !== null && isWanted ? 1 : 0
+        model: root.view.welcome !== null && isLoaded ? 1 : 0
 
         WelcomeView {
             anchors.fill: parent
             focus: root.view.showWelcome
-            // Nothing of it is to be reached while it fades.
+            // No input while fading out.
             enabled: root.view.showWelcome
             opacity: root.view.showWelcome ? 1 : 0
             view: root.view.welcome
             isRegular: root.isRegular
             onOpacityChanged: {
                 if (opacity === 0)
-                    welcome.isWanted = false;
+                    welcome.isLoaded = false;
             }
 
             Behavior on opacity {

@@ -4,15 +4,14 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// The layout that the detail screens share: a symbol, a name and a sentence, in the middle, growing with the space
-/// and scrolling where there is too little of it.
+/// The layout of the detail screens: a centered symbol, title and description. Scrolls if the content does not fit.
 Item {
     id: root
 
     required property string symbol
     required property string title
     required property string description
-    /// By which a screen can leave; nothing on these does.
+    /// Passed to the detail screen; unused by this layout.
     property PresentationMode presentationMode: null
 
     Accessible.role: Accessible.Pane

@@ -6,7 +6,7 @@
 
 namespace App {
 
-/// What one card of the dashboard says. The card itself is FeatureCard.qml.
+/// The content of a dashboard card, shown by FeatureCard.qml.
 class FeatureCard {
     Q_GADGET
     QML_VALUE_TYPE(featureCard)
@@ -18,9 +18,8 @@ class FeatureCard {
 
 public:
     QString title;
-    /// One line of explanation.
     QString description;
-    /// The name of a symbol.
+    /// Name of a symbol in Assets/symbols.
     QString icon;
     /// Whether the feature can be opened.
     bool isEnabled = true;

@@ -4,18 +4,18 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// A card of the dashboard, as a button. A feature that cannot be opened yet is grey, flat and inert.
+/// A dashboard card; acts as a button. A disabled card is gray, flat and does not react.
 PressableItem {
     id: root
 
     required property string title
     required property string description
     required property string icon
-    /// Whether this card's feature is the one on view.
+    /// Whether this card's detail screen is shown.
     property bool isActive: false
     readonly property bool isEnabled: enabled
 
-    readonly property color accent: isEnabled ? Theme.color.orange : Theme.color.grey
+    readonly property color accent: isEnabled ? Theme.color.orange : Theme.color.gray
 
     implicitHeight: 170
     cornerRadius: Theme.radius.card
@@ -34,9 +34,9 @@ PressableItem {
             anchors.fill: parent
             smooth: face.scale !== 1
             radius: root.cornerRadius
-            color: root.isEnabled ? Theme.color.systemBackground : Theme.color.greyMist
+            color: root.isEnabled ? Theme.color.systemBackground : Theme.color.grayMist
             borderWidth: root.isEnabled ? Theme.line.border : Theme.line.thin
-            borderColor: !root.isEnabled ? Theme.color.greyTint : root.isActive ? Theme.color.orange : Theme.color.orangeLine
+            borderColor: !root.isEnabled ? Theme.color.grayTint : root.isActive ? Theme.color.orange : Theme.color.orangeLine
             shadow: root.isEnabled ? Theme.shadow.card : Theme.shadow.none
         }
 
@@ -52,7 +52,7 @@ PressableItem {
                 width: 60
                 height: width
                 radius: width / 2
-                color: !root.isEnabled ? Theme.color.greyTint : root.isActive ? Theme.color.orange : Theme.color.orangeTint
+                color: !root.isEnabled ? Theme.color.grayTint : root.isActive ? Theme.color.orange : Theme.color.orangeTint
 
                 Symbol {
                     anchors.centerIn: parent
@@ -63,11 +63,11 @@ PressableItem {
             }
 
             Item {
-                id: texts
+                id: labels
 
-                objectName: "texts"
+                objectName: "labels"
                 anchors.verticalCenter: parent.verticalCenter
-                anchors.verticalCenterOffset: (badge.height - foot.height) / 2
+                anchors.verticalCenterOffset: (badge.height - footer.height) / 2
                 width: parent.width
                 height: 50
                 clip: true
@@ -79,7 +79,7 @@ PressableItem {
                     width: parent.width
                     text: root.title
                     font: Theme.type.headline
-                    color: root.isEnabled ? Theme.color.label : Theme.color.grey
+                    color: root.isEnabled ? Theme.color.label : Theme.color.gray
                     horizontalAlignment: Text.AlignHCenter
                     wrapMode: Text.NoWrap
                     Accessible.ignored: true
@@ -89,19 +89,19 @@ PressableItem {
                     objectName: "description"
                     anchors.top: titleLabel.bottom
                     width: parent.width
-                    // As many lines as there is room for, which is none when letters are large.
+                    // As many lines as fit; none with a large text size.
                     maximumLineCount: Math.floor((parent.height - titleLabel.height + 1) / Math.ceil(font.pixelSize * 1.2))
                     visible: maximumLineCount > 0
                     text: root.description
                     font: Theme.type.caption
-                    color: root.isEnabled ? Theme.color.textSecondary : Theme.color.grey
+                    color: root.isEnabled ? Theme.color.textSecondary : Theme.color.gray
                     horizontalAlignment: Text.AlignHCenter
                     Accessible.ignored: true
                 }
             }
 
             Row {
-                id: foot
+                id: footer
 
                 anchors.horizontalCenter: parent.horizontalCenter
                 anchors.bottom: parent.bottom
@@ -117,7 +117,7 @@ PressableItem {
 
                 TextLabel {
                     anchors.verticalCenter: parent.verticalCenter
-                    width: Math.min(implicitWidth, texts.width - 16 - parent.spacing)
+                    width: Math.min(implicitWidth, labels.width - 16 - parent.spacing)
                     text: root.isEnabled ? qsTr("Tap to view details") : qsTr("Coming Soon")
                     font: Theme.type.caption2
                     color: root.accent

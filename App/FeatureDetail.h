@@ -8,7 +8,7 @@
 
 namespace App {
 
-/// What a detail screen says of its feature.
+/// The content of a detail screen.
 class FeatureDetail : public QObject {
     Q_OBJECT
     QML_ANONYMOUS

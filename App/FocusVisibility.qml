@@ -2,7 +2,7 @@ pragma Singleton
 
 import QtQuick
 
-/// Whether the item with the focus shows it: while the user works with the keyboard.
+/// Whether to draw the focus ring: true while the user works with the keyboard.
 QtObject {
     property bool isShown: false
 }

@@ -4,7 +4,7 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// The one way on from the welcome screen.
+/// The button that leaves the welcome screen.
 PressableItem {
     id: root
 

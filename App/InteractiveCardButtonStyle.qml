@@ -1,7 +1,7 @@
 import QtQuick
 import Quorvane.Design
 
-/// The feedback of a card under the finger: what it holds shrinks a little about its centre.
+/// Press feedback of a card: its content shrinks slightly around its center.
 Item {
     property bool isPressed: false
 

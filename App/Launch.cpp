@@ -21,7 +21,7 @@ using namespace Platform;
 
 constexpr const char* applicationName = "Quorvane MDM";
 
-/// The only window, made when it is shown for the first time.
+/// The main window, created when it is first shown.
 class MainWindow {
 public:
     struct Ports {
@@ -31,7 +31,7 @@ public:
         AppMain& app;
     };
 
-    /// `content` may be on its way; it must outlive this object.
+    /// `content` may be empty; `show()` then fills it. It must outlive this object.
     MainWindow(const Ports& ports, std::optional<Desktop::WindowContent>& content)
         : m_ports(ports), m_content(content)
     {
@@ -43,12 +43,12 @@ public:
         ports.appearance.observe(apply);
     }
 
-    static void read(std::optional<Desktop::WindowContent>& content)
+    static void load(std::optional<Desktop::WindowContent>& content)
     {
         content.emplace(QStringLiteral("Quorvane.App"), QStringLiteral("ContentView"));
     }
 
-    /// Brings it to the front.
+    /// Shows the window or brings it to the front.
     void show()
     {
         if (m_group) {
@@ -56,7 +56,7 @@ public:
             return;
         }
         if (!m_content)
-            read(m_content);
+            load(m_content);
         m_group.emplace(*m_content, m_ports.store, QString::fromUtf8(applicationName));
         m_ports.shell.attach(m_content->engine(), m_group->window());
         m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
@@ -87,7 +87,7 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
 
     std::optional<Desktop::WindowContent> windowContent;
     if (!options.isStartedByBus)
-        MainWindow::read(windowContent);
+        MainWindow::load(windowContent);
     Desktop::Shell shell({device->notificationPreferences(), runLoop}, applicationName);
     const Services& services = device->connect({shell, shell, [&] { shell.openSettings(); }});
     installServices(services);

@@ -9,13 +9,13 @@
 
 namespace App {
 
-/// Makes the device for this event loop, or returns the exit code with which the process ends at once.
+/// Creates the device for an event loop, or returns the exit code if the process must exit immediately.
 using MakeDevice = std::function<std::variant<std::unique_ptr<Platform::Device>, Platform::ExitCode>(
     const Platform::EventLoop&)>;
 
-/// Runs the application on a device until it is told to end, and returns its exit code.
+/// Runs the application until it quits and returns the exit code.
 ///
-/// Threads: main. Errors: throws `Platform::Desktop::NoDisplay`, and whatever `makeDevice` throws.
+/// Threads: main. Errors: throws `Platform::Desktop::NoDisplay` and the exceptions of `makeDevice`.
 Platform::ExitCode launch(int& argc, char** argv, const Platform::DeviceOptions& options,
                           const MakeDevice& makeDevice);
 

@@ -14,29 +14,30 @@ using enum Platform::ExitCode;
 std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options)
 {
     auto commandLine = std::make_unique<CLI::App>(
-        "The companion app of a managed device: takes the configuration that the organisation sends, "
-        "keeps it for the single-sign-on extension and follows its changes.",
+        "The companion app of a managed device. Applies the organization's managed configuration, stores it "
+        "for the single-sign-on extension and receives pushes.",
         "quorvane-mdm");
-    commandLine->set_version_flag("--version", "quorvane-mdm " QV_VERSION, "Print the version");
-    commandLine->get_help_ptr()->description("Print what there is to say");
+    commandLine->set_version_flag("--version", "quorvane-mdm " QV_VERSION, "Print the version and exit");
+    commandLine->get_help_ptr()->description("Print this help and exit");
     commandLine
         ->add_option("--managed-configuration", options.managedConfiguration,
-                     "Policy file to follow instead of /etc/quorvane-mdm/managed.plist or managed.json "
-                     "(environment: QUORVANE_MANAGED_CONFIGURATION)")
+                     "Policy file to use instead of managed.plist or managed.json in /etc/quorvane-mdm "
+                     "(environment variable: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
     static const std::map<std::string, PushSource> sources{
         {"auto", PushSource::automatic}, {"local", PushSource::local}, {"off", PushSource::off}};
     commandLine
         ->add_option_function<std::string>(
             "--push", [&options](const std::string& source) { options.push = sources.at(source); },
-            "Where pushes come from: auto (a UnifiedPush distributor on the session bus, the default), "
-            "local (a socket of this application, for tests) or off")
+            "Source of pushes: auto (default, a UnifiedPush distributor on the session bus), local (a socket "
+            "that the app opens, for tests) or off")
         ->type_name("SOURCE")
         ->check(CLI::IsMember(std::vector<std::string>{"auto", "local", "off"}));
     commandLine->add_flag("--log-stderr", options.isLoggingToStandardError,
                           "Log to standard error instead of the journal");
     commandLine->add_flag("--dbus-activated", options.isStartedByBus,
-                          "Start for a push that waits: without a window, and without a display");
+                          "Start without a window to receive a push; needs no display (used by D-Bus "
+                          "activation)");
     return commandLine;
 }
 

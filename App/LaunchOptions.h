@@ -12,11 +12,10 @@ class App;
 
 namespace App {
 
-/// The command line, for those who parse or describe it. What is parsed is written to `options`, which must
-/// live as long.
+/// Creates the command-line parser. It writes the parsed values to `options`, which must outlive it.
 std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options);
 
-/// The options, or the exit code with which the process ends at once: everything has been said then.
+/// Parses the command line. Returns an exit code after printing help, the version or an error.
 std::variant<Platform::DeviceOptions, Platform::ExitCode> parseCommandLine(int argc, char** argv);
 
 } // namespace App

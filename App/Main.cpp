@@ -8,7 +8,7 @@
 #include <exception>
 #include <variant>
 
-// The adapters of the system that the program is built for.
+// The adapters for the target system.
 namespace System = Platform::Linux;
 
 namespace {

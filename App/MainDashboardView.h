@@ -24,24 +24,23 @@ class NotificationPermissionManager;
 
 namespace App {
 
-/// The home screen: three cards, each of which opens a detail screen, and a strip that tells when
-/// notifications are off. When it comes on screen it asks for permission where that is open, and registers
-/// for remote notifications where it is given.
+/// The dashboard: three cards that open detail screens, and a warning if notifications are denied. When it
+/// appears, it requests the permission if undecided, and registers for remote notifications if granted.
 ///
-/// Threads: main. Ownership: refers to its ports; its end cancels the permission step.
+/// Threads: main. Ownership: the ports must outlive the permission step; destruction cancels that step.
 class MainDashboardView final : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(MainDashboardViewModel)
-    QML_UNCREATABLE("made by ContentView")
+    QML_UNCREATABLE("created by ContentView")
     Q_PROPERTY(QList<App::FeatureCard> cards READ cards CONSTANT FINAL)
     Q_PROPERTY(CardType selectedCard READ selectedCard NOTIFY selectedCardChanged FINAL)
-    /// The document of the detail screen on view; empty for none.
+    /// URL of the detail screen's QML file; empty while the dashboard is shown.
     Q_PROPERTY(QString destination READ destination NOTIFY selectedCardChanged FINAL)
     Q_PROPERTY(bool notificationPermissionDenied READ notificationPermissionDenied NOTIFY
                    notificationPermissionDeniedChanged FINAL)
 
 public:
-    /// `None` is the dashboard itself.
+    /// `None` means the dashboard.
     enum class CardType { None, Sso, RemoteCasting, Notifications };
     Q_ENUM(CardType)
 
@@ -55,16 +54,16 @@ public:
     explicit MainDashboardView(const Ports& ports);
 
     [[nodiscard]] QList<FeatureCard> cards() const;
-    /// The card whose detail screen is on view.
+    /// The card whose detail screen is shown.
     [[nodiscard]] CardType selectedCard() const { return m_selectedCard; }
     [[nodiscard]] QString destination() const;
-    /// Never false again once it is true.
+    /// Once true, never becomes false again.
     [[nodiscard]] bool notificationPermissionDenied() const { return m_notificationPermissionDenied; }
 
-    /// The dashboard came on screen: starts the permission step.
+    /// Called when the dashboard appears; starts the permission step.
     Q_INVOKABLE void appear();
     Q_INVOKABLE void tapCard(App::MainDashboardView::CardType card);
-    /// The detail screen was left.
+    /// Returns to the dashboard.
     Q_INVOKABLE void goBack();
     Q_INVOKABLE void openSettings();
 
@@ -73,7 +72,7 @@ Q_SIGNALS:
     void notificationPermissionDeniedChanged();
 
 private:
-    /// Empty once the view has gone.
+    /// Expired after the view's destruction.
     using WeakSelf = std::weak_ptr<MainDashboardView* const>;
 
     static Platform::Task<void> permissionStep(Ports ports, WeakSelf weakSelf);

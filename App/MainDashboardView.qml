@@ -4,7 +4,7 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// The home screen, and on top of it the detail screen of the card that was tapped.
+/// The dashboard and, on top of it, the detail screen of the tapped card.
 NavigationStack {
     id: root
 
@@ -65,7 +65,7 @@ NavigationStack {
                 }
             }
 
-            // One or none.
+            // At most one item.
             Repeater {
                 model: root.view.notificationPermissionDenied ? 1 : 0
 

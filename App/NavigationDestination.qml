@@ -4,20 +4,20 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// A screen that slides in from the right, over its parent, under a bar with a back button; and out again.
+/// A screen below a navigation bar with a back button; slides in from the right over its parent, and out again.
 FocusScope {
     id: root
 
-    /// Given to the screen.
+    /// Passed to the screen.
     required property PresentationMode presentationMode
-    /// Whether it is to be there; the screen itself stays until it has slid away.
+    /// Whether the screen slides in; it is unloaded after it has slid out.
     property bool isShown: false
-    /// How far it is away: 0 in place, 1 out of sight.
+    /// Horizontal offset as a fraction of the width: 0 is fully shown, 1 fully hidden.
     property real offset: 1
 
     signal backRequested
 
-    /// Shows the document of a screen with a presentation mode.
+    /// Shows the screen at the URL `document`, which must have a `presentationMode` property.
     function show(document: string) {
         screen.setSource(document, {
             presentationMode: presentationMode
@@ -30,7 +30,7 @@ FocusScope {
         isShown = false;
         settle();
     }
-    /// To where it belongs, from where the finger left it.
+    /// Animates to the final offset, also from the middle of a swipe.
     function settle() {
         offset = isShown ? 0 : 1;
     }
@@ -120,7 +120,7 @@ FocusScope {
             target: null
             yAxis.enabled: false
             cursorShape: Qt.ArrowCursor
-            // Not out of sight before the finger lets go.
+            // At 1 the screen would be unloaded during the swipe.
             onActiveTranslationChanged: {
                 if (active)
                     root.offset = Math.min(0.99, Math.max(0, activeTranslation.x / root.width));

@@ -3,26 +3,26 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import Quorvane.App
 
-/// A screen and, while there is a destination, the screen that slides over it from the right. It is left by its back
-/// button, by Escape or the back key, and by a swipe from the left edge.
+/// A base screen and, while `destination` is set, a screen that slides over it from the right. The back button, Escape,
+/// the back key and a swipe from the left edge request to go back.
 FocusScope {
     id: root
 
-    default property alias content: underneath.data
-    /// The document of a screen with a presentation mode; empty for none.
+    default property alias content: base.data
+    /// URL of a screen that has a `presentationMode` property; empty for none.
     property string destination
-    property NavigationDestination shownOver: null
+    property NavigationDestination overlay: null
 
-    /// The user wants the destination to go.
+    /// Emitted when the user goes back; clear `destination` in response.
     signal backRequested
 
     onDestinationChanged: {
         if (destination !== "") {
-            over.isWanted = true;
-            shownOver.show(destination);
-        } else if (shownOver !== null) {
-            shownOver.hide();
-            underneath.forceActiveFocus();
+            overlays.isLoaded = true;
+            overlay.show(destination);
+        } else if (overlay !== null) {
+            overlay.hide();
+            base.forceActiveFocus();
         }
     }
 
@@ -33,26 +33,26 @@ FocusScope {
     }
 
     FocusScope {
-        id: underneath
+        id: base
 
         anchors.fill: parent
         focus: true
-        // Taps reach it until it is covered.
-        visible: root.shownOver === null || root.shownOver.offset > 0
+        // Accepts taps until it is fully covered.
+        visible: root.overlay === null || root.overlay.offset > 0
     }
 
-    // Made for the first destination: the first frame is not to wait for it.
+    // Created with the first destination, so that it does not delay the first frame.
     Repeater {
-        id: over
+        id: overlays
 
-        property bool isWanted: false
+        property bool isLoaded: false
 
-        model: isWanted ? 1 : 0
+        model: isLoaded ? 1 : 0
 
         NavigationDestination {
             presentationMode: mode
             onBackRequested: root.backRequested()
-            Component.onCompleted: root.shownOver = this
+            Component.onCompleted: root.overlay = this
         }
     }
 }

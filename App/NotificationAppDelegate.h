@@ -10,15 +10,14 @@ class NotificationDelegateAdapter;
 
 namespace App {
 
-/// Hears from the runtime what has to do with notifications, and hands it on, unchanged, to those who know
-/// what to do with it.
+/// Forwards the application's notification callbacks to the handlers in PushNotifications.
 ///
-/// Threads: main. Ownership: keeps the delegate of the notification centre, which the centre holds weakly.
+/// Threads: main. Ownership: owns the notification center's delegate, which the center holds weakly.
 class NotificationAppDelegate final : public Platform::ApplicationDelegate {
 public:
     NotificationAppDelegate();
 
-    /// Has the notification centre call our delegate. Always true.
+    /// Sets the notification center's delegate. Always returns true.
     bool didFinishLaunching() override;
     void didRegisterForRemoteNotifications(const Platform::Data& deviceToken) override;
     void didFailToRegisterForRemoteNotifications(const Platform::Error& error) override;

@@ -5,7 +5,7 @@
 
 namespace App {
 
-/// By which a screen can leave the screen that it is on.
+/// Lets a presented screen dismiss itself.
 class PresentationMode : public QObject {
     Q_OBJECT
     QML_ELEMENT

@@ -4,8 +4,7 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// Something to press, by finger, pointer, keyboard or screen reader, with the ring of the focus around it. What it looks
-/// like is up to its content.
+/// A button without a look of its own: handles touch, pointer, keyboard and screen reader, and draws a focus ring.
 FocusScope {
     id: root
 

@@ -5,7 +5,7 @@
 
 namespace App {
 
-/// Remote casting, announced. Threads: main.
+/// The detail screen that announces remote casting. Threads: main.
 class RemoteCastingView : public App::FeatureDetail {
     Q_OBJECT
     QML_NAMED_ELEMENT(RemoteCastingViewModel)
@@ -19,7 +19,7 @@ Q_SIGNALS:
     void presentationModeChanged();
 
 private:
-    /// Nothing on this screen dismisses it.
+    /// Unused: the screen has no control that dismisses it.
     PresentationMode* m_presentationMode = nullptr;
 };
 

@@ -4,7 +4,7 @@
 
 namespace App {
 
-/// Single sign-on: who does it, and when. Threads: main.
+/// The detail screen that explains single sign-on. Threads: main.
 class SSODetailView : public App::FeatureDetail {
     Q_OBJECT
     QML_NAMED_ELEMENT(SSODetailViewModel)

@@ -3,7 +3,7 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import Quorvane.Design
 
-/// Scrolls upwards and downwards what is higher than itself, and shows at its edge which part is on view.
+/// Scrolls content that is taller than itself and shows a scroll indicator.
 Flickable {
     id: root
 

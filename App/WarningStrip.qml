@@ -4,7 +4,7 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// Tells that notifications are off, and leads to where they can be turned on.
+/// Warns that notifications are off and offers to open the settings.
 Panel {
     id: root
 
@@ -45,7 +45,7 @@ Panel {
         anchors.rightMargin: Theme.padding
         anchors.verticalCenter: parent.verticalCenter
         width: Math.min(label.implicitWidth, root.width / 2)
-        // Reaches into the padding around it.
+        // Extends into the padding to reach the minimum target size.
         height: Math.max(label.height, Theme.minimumTarget)
         cornerRadius: Theme.radius.strip
         accessibleName: qsTr("Open Settings")

@@ -14,25 +14,25 @@ class UserDefaults;
 
 namespace App {
 
-/// The screen that greets at the first launch. Threads: main. Ownership: refers to what it is built from.
+/// The screen of the first launch. Threads: main. Ownership: the constructor's arguments must outlive it.
 class WelcomeView final : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(WelcomeViewModel)
-    QML_UNCREATABLE("made by ContentView")
+    QML_UNCREATABLE("created by ContentView")
 
 public:
-    /// Of the standard defaults: true once "Get Started" was tapped.
+    /// Key in the standard defaults; true after "Get Started" was tapped.
     static constexpr std::string_view hasLaunchedBeforeKey = "hasLaunchedBefore";
 
     WelcomeView(Core::Logger& logger, Platform::UserDefaults& defaults)
         : m_logger(logger), m_defaults(defaults)
     {}
 
-    /// The first launch is remembered before anything moves, whatever becomes of the process.
+    /// Records the first launch, then emits `finished()`.
     Q_INVOKABLE void getStarted();
 
 Q_SIGNALS:
-    /// This screen is to make way for the dashboard.
+    /// Emitted when the dashboard should replace this screen.
     void finished();
 
 private:

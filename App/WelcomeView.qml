@@ -4,7 +4,7 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// The greeting of the first launch. It looks the same in the dark: its ground is a light one.
+/// The welcome screen. It has a light background, also in dark appearance.
 FocusScope {
     id: root
 
@@ -17,7 +17,7 @@ FocusScope {
     readonly property real maximumContentWidth: isRegular ? 800 : Infinity
 
     Panel {
-        objectName: "welcome.ground"
+        objectName: "welcome.background"
         anchors.fill: parent
         color: Theme.lightColor.systemBackground
     }
@@ -95,7 +95,7 @@ FocusScope {
 
             Item {
                 width: parent.width
-                // With the padding below.
+                // Includes the bottom padding.
                 height: button.height + 50
 
                 GetStartedButton {

@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    /// Undoes `pictureURL`.
+    /// Parses a path built by `pictureURL`.
     static QImage picture(const QStringList& path)
     {
         const auto number = [&](qsizetype index) { return path.value(index).toInt(); };

@@ -9,16 +9,15 @@
 
 namespace App::Design {
 
-/// One of our own SVG files at just this size, in pixels of the device, with an empty margin around it. Null
-/// when there is no such file.
+/// Renders an SVG file of the app's assets at `pixels` by `pixels`, plus an empty margin of `margin` pixels
+/// on each side. Lengths are in device pixels. Returns a null image if the file does not exist.
 QImage drawing(const QString& name, int pixels, int margin = 0);
 
-/// Names the pictures of the logo in an engine, in pixels of the device. For `Logo`; screens use that.
+/// Returns the image URLs of the logo, for `Logo.qml`. Lengths are in device pixels.
 ///
-/// Its first use adds the provider of `image://artwork/` to the engine, so nobody has to.
+/// The first use in an engine adds the image provider `image://artwork/`.
 ///
-/// Threads: main. Errors: a picture there is none of is a warning of the image that asks for it, with the
-/// name.
+/// Threads: main. Errors: for an unknown picture, the QML `Image` logs a warning.
 class Artwork : public QObject {
     Q_OBJECT
     QML_ELEMENT
@@ -28,7 +27,7 @@ public:
     static Artwork* create(QQmlEngine* engine, QJSEngine* scriptEngine);
 
     Q_INVOKABLE static QUrl logo(int pixels);
-    /// The logo's shape in one colour and blurred, with a margin of `logoShadowMargin` on each side.
+    /// The logo's shape in one color, blurred, with a margin of `logoShadowMargin()` on each side.
     Q_INVOKABLE static QUrl logoShadow(int pixels, int blurPixels, const QColor& color);
     Q_INVOKABLE static int logoShadowMargin(int blurPixels) { return blurPixels * 3 / 2; }
 

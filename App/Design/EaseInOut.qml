@@ -1,6 +1,6 @@
 import QtQuick
 
-/// A change of a number that starts and ends gently.
+/// A number animation with an ease-in-out curve.
 NumberAnimation {
     duration: Theme.motion.press
     easing.type: Easing.BezierSpline

@@ -1,9 +1,9 @@
 import QtQuick
 import Quorvane.Design
 
-/// Shows around its parent that the keyboard acts on it. Whoever has the focus decides when it is visible.
+/// A focus ring around its parent. The parent sets `visible`.
 Panel {
-    /// Of the parent.
+    /// The parent's corner radius.
     property real cornerRadius: 0
     readonly property real distance: Theme.line.focusGap + Theme.line.focusRing
 

@@ -3,7 +3,7 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import Quorvane.Design
 
-/// The product's mark. Its shadow, if it has one, follows its shape.
+/// The product's logo, with an optional shadow that follows its shape.
 Item {
     id: root
 

@@ -12,7 +12,7 @@ namespace App::Design {
 
 namespace {
 
-/// What tells one picture from another; lengths in pixels.
+/// Cache key of a shadow's picture; lengths in pixels.
 struct Look {
     QSize picture;
     int reach;
@@ -65,11 +65,11 @@ PatchedItem::Patches NinePatchShadow::makePatches() const
     if (m_color.alpha() == 0)
         return {};
     const qreal scale = devicePixelRatio();
-    // How far the shadow is seen around the shape: three standard deviations.
+    // The shadow is visible up to three standard deviations beyond the shape.
     const int reach = static_cast<int>(std::ceil(1.5 * m_blurRadius * scale));
-    // At most a half circle, however much is asked for.
+    // Larger radii are clamped to a half circle.
     const qreal corner = std::clamp(m_cornerRadius, 0.0, std::min(width(), height()) / 2) * scale;
-    // Beyond this, a corner changes nothing.
+    // Beyond this distance, a corner does not affect the shadow.
     const int end = static_cast<int>(std::ceil(corner)) + 2 * reach;
     const auto axis = [&](qreal offset, qreal length) {
         return PatchAxis::stretched(end, offset - reach / scale, length + 2 * reach / scale, scale);

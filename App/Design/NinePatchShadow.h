@@ -7,10 +7,10 @@
 
 namespace App::Design {
 
-/// The soft shadow of a rounded rectangle as large as the item, cast around it and shifted by `offset`.
+/// The soft shadow of a rounded rectangle of the item's size, shifted by `offset`.
 ///
-/// Pictures are shared by all shadows that look the same. Lengths are in points; the Gaussian of a blur
-/// radius has half of it as its standard deviation.
+/// Shadows with the same look share one picture. Lengths are in points. The blur is Gaussian; its standard
+/// deviation is half of `blurRadius`.
 class NinePatchShadow : public App::Design::PatchedItem {
     Q_OBJECT
     QML_ELEMENT

@@ -12,7 +12,7 @@ PatchedItem::Patches Panel::makePatches() const
 {
     const qreal scale = devicePixelRatio();
     const qreal radius = std::clamp(m_radius, 0.0, std::min(width(), height()) / 2);
-    // A pixel more than the corner, or its smoothed edge would be stretched.
+    // One pixel more than the corner, so that its antialiased edge is not stretched.
     const int end = static_cast<int>(std::ceil(std::max(radius, m_borderWidth) * scale)) + 1;
     const auto axis = [&](qreal length, bool hasGradient) {
         return hasGradient ? PatchAxis::whole(0, length, scale) : PatchAxis::stretched(end, 0, length, scale);

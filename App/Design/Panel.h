@@ -9,17 +9,17 @@ class QPainter;
 
 namespace App::Design {
 
-/// A rounded rectangle with a colour or a gradient of two, and a border that lies inside and is as wide as it
-/// says, which the items of the toolkit do not draw alike on every renderer.
+/// A rounded rectangle with a solid color or a gradient, and a border inside its edge. Unlike Qt's
+/// `Rectangle`, it looks the same on every renderer.
 ///
-/// Lengths are in points. A radius beyond half of the shorter side makes a circle or a capsule. Keep its
-/// position whole.
+/// Lengths are in points. A radius larger than half of the shorter side draws a capsule. Position it at
+/// whole points.
 class Panel : public App::Design::PatchedItem {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(qreal radius MEMBER m_radius NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(QColor color MEMBER m_color NOTIFY appearanceChanged FINAL)
-    /// Where the gradient from `color` ends: at the bottom or to the right. Without it there is no gradient.
+    /// Color at the bottom or right end of the gradient; no gradient if unset.
     Q_PROPERTY(QColor endColor MEMBER m_endColor NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(GradientDirection gradientDirection MEMBER m_gradientDirection NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(qreal borderWidth MEMBER m_borderWidth NOTIFY appearanceChanged FINAL)

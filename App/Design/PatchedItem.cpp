@@ -11,7 +11,7 @@ namespace App::Design {
 
 namespace {
 
-/// Keeps the picture that its patches show parts of.
+/// Owns the texture that its patches show.
 class PatchesNode final : public QSGNode {
 public:
     void clear() { m_patches.clear(); }
@@ -86,8 +86,8 @@ QSGNode* PatchedItem::updatePaintNode(QSGNode* oldNode, UpdatePaintNodeData* /*d
     }
     auto* node = oldNode != nullptr ? static_cast<PatchesNode*>(oldNode) : new PatchesNode;
     node->clear();
-    // At its own size, the one pixel that is the middle of most pictures can be filled with instead of
-    // stretched; under a scale its edges would not meet those of its neighbours.
+    // Without scaling, a one-pixel patch is drawn as a filled rectangle, which is faster than stretching a
+    // texture. With scaling, its edges would not meet those of its neighbors.
     const auto rectangle = [&](const QRectF& target, const QColor& color) {
         QSGRectangleNode* patch = window()->createRectangleNode();
         patch->setRect(target);

@@ -8,9 +8,9 @@
 
 namespace App::Design {
 
-/// One axis of a picture whose middle is stretched.
+/// One axis of a picture whose middle can be stretched.
 struct PatchAxis {
-    /// One part of it: where it is in the picture, in pixels, and where on the item, in points.
+    /// A part of the axis: its range in the picture in pixels, and on the item in points.
     struct Span {
         qreal sourceStart, sourceLength;
         qreal targetStart, targetLength;
@@ -20,17 +20,17 @@ struct PatchAxis {
     int pictureLength = 0;
     std::vector<Span> spans;
 
-    /// Keeps `end` pixels at both ends as they are and lets one stand for all that is between them; an axis
-    /// without room for that is kept whole. `start` and `length` are in points.
+    /// Returns an axis that stretches only the pixel between its two ends of `end` pixels; `whole()` if
+    /// `length` is too short. `start` and `length` are in points, `scale` in pixels per point.
     static PatchAxis stretched(int end, qreal start, qreal length, qreal scale);
+    /// Returns an axis without stretching.
     static PatchAxis whole(qreal start, qreal length, qreal scale);
 };
 
-/// An item that shows a small picture in up to nine patches, so that it takes the memory of its corners,
-/// however large it is. As long as no scale changes its size on screen, it looks the same without `smooth`
-/// and is drawn in a fraction of the time.
+/// An item that draws a small picture as up to nine patches, so that memory use does not grow with its size.
+/// Set `smooth` to false unless the item is scaled: drawing is much faster and looks the same.
 ///
-/// Threads: as for every item; `makePatches` runs on the main thread.
+/// Threads: main, except `updatePaintNode()`, which runs on the render thread.
 class PatchedItem : public QQuickItem {
     Q_OBJECT
     QML_ANONYMOUS
@@ -39,22 +39,22 @@ public:
     explicit PatchedItem(QQuickItem* parent = nullptr);
 
 Q_SIGNALS:
-    /// To be emitted when another picture is needed.
+    /// Emit to call `makePatches()` again.
     void appearanceChanged();
 
 protected:
     struct Patches {
         PatchAxis columns;
         PatchAxis rows;
-        /// As large as the axes say.
+        /// Its size is the `pictureLength` of both axes.
         QImage picture = {};
     };
 
-    /// Called before the item is drawn for the first time, and when it, its scale or its size has changed.
-    /// Without a picture, nothing is drawn. The item has a size.
+    /// Called before the first drawing and after changes of appearance, scale or size, unless the item is
+    /// empty. A null picture draws nothing.
     [[nodiscard]] virtual Patches makePatches() const = 0;
 
-    /// Pixels to a point.
+    /// Pixels per point.
     [[nodiscard]] qreal devicePixelRatio() const;
 
     void updatePolish() override;

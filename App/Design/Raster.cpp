@@ -15,7 +15,7 @@ namespace App::Design {
 
 namespace {
 
-/// Coverage in finer steps than a mask has, so that what six filters round off does not become visible bands.
+/// Coverage with floating-point precision: rounding after each filter pass would cause visible bands.
 struct Field {
     int width;
     int height;
@@ -25,7 +25,7 @@ struct Field {
     float& at(std::ptrdiff_t x, std::ptrdiff_t y) { return *std::next(values.begin(), y * width + x); }
 };
 
-/// How far three boxes reach to each side that together spread like a Gaussian.
+/// Returns the reach, in pixels to each side, of three box filters that approximate a Gaussian.
 std::array<int, 3> boxReaches(qreal sigma)
 {
     const qreal idealWidth = std::sqrt(4 * sigma * sigma + 1);
@@ -39,12 +39,12 @@ std::array<int, 3> boxReaches(qreal sigma)
     return reaches;
 }
 
-/// The mean of each pixel's neighbours to the left and right, with rows and columns exchanged on the way.
+/// Averages each pixel with its neighbors to the left and right, and transposes the result.
 Field boxedAndTransposed(Field& field, int reach)
 {
     Field result{field.height, field.width};
     const float weight = 1.0F / static_cast<float>(2 * reach + 1);
-    // A row between as much nothing as the box reaches, so that no step has to ask where it is.
+    // Zero padding of the box's reach on both sides avoids bounds checks in the loop.
     const auto margin = static_cast<std::size_t>(reach) + 1;
     std::vector<float> padded(static_cast<std::size_t>(field.width) + 2 * margin - 1);
     const auto row = std::next(padded.begin(), reach + 1);

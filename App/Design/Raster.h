@@ -6,15 +6,13 @@ class QColor;
 
 namespace App::Design {
 
-/// Masks are images of the format `QImage::Format_Alpha8`: how much of each pixel is covered.
-///
-/// Threads: any.
+// A mask is an image of the format `QImage::Format_Alpha8`: the coverage of each pixel. Threads: any.
 
-/// The mask under a Gaussian of that standard deviation, in pixels; what spreads beyond the image is lost.
-/// Three box filters approximate the bell curve: they cost the same however wide it is.
+/// Blurs a mask with an approximate Gaussian of the standard deviation `sigma`, in pixels. The result has the
+/// same size; the cost does not depend on `sigma`.
 QImage blurred(const QImage& mask, qreal sigma);
 
-/// A single color, as opaque as the mask and the color's own alpha make it.
+/// Fills `mask` with a color; the mask scales the color's alpha.
 QImage tinted(const QImage& mask, const QColor& color);
 
 } // namespace App::Design

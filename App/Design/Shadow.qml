@@ -1,7 +1,7 @@
 import QtQuick
 import Quorvane.Design
 
-/// The shadow of its parent, behind it.
+/// A shadow behind its parent.
 NinePatchShadow {
     required property ShadowStyle style
 

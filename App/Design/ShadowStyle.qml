@@ -1,6 +1,6 @@
 import QtQuick
 
-/// How a shadow looks, whatever casts it; without properties there is none.
+/// The look of a shadow; the default draws no shadow.
 QtObject {
     property color color: "transparent"
     property real blurRadius: 0

@@ -1,7 +1,7 @@
 import QtQuick
 import Quorvane.Design
 
-/// A panel that casts a shadow.
+/// A panel with a shadow.
 Panel {
     id: root
 

@@ -1,17 +1,17 @@
 import QtQuick
 import Quorvane.Design
 
-/// A symbol in one colour, as tall as text of the same size feels, sharp at every size.
+/// A symbol in one color, sized to match text of `pointSize`.
 ///
-/// The names are those of the files in Assets/symbols; one there is no file of is a warning. It is passed over
-/// when the screen is read aloud: whoever shows a symbol says in words what it means.
+/// `name` is a file name in Assets/symbols without ".svg"; an unknown name logs a warning. Screen readers ignore
+/// symbols, so the item that contains one needs an accessible name.
 SymbolPicture {
     required name
     property real pointSize: Theme.type.body.pixelSize
 
     color: Theme.color.label
     isMirrored: name.endsWith(".backward") && Application.layoutDirection === Qt.RightToLeft
-    // Whole, so that centring it leaves it on whole points and its picture on whole pixels.
+    // Rounded, so that a centered symbol starts on a whole pixel.
     implicitWidth: Math.round(pointSize * Theme.symbolSidePerPoint)
     implicitHeight: implicitWidth
     Accessible.ignored: true

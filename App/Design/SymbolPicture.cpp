@@ -10,8 +10,8 @@ namespace App::Design {
 
 namespace {
 
-/// In the file of a symbol black draws and white erases what was drawn before, which is how a badge gets its
-/// gap. So the coverage is what is there less what is white of it.
+/// In a symbol's file, black draws and white erases, for example the gap around a badge. The coverage is
+/// therefore the alpha minus the white.
 QImage symbolMask(const QImage& drawing)
 {
     QImage mask(drawing.size(), QImage::Format_Alpha8);
@@ -24,7 +24,7 @@ QImage symbolMask(const QImage& drawing)
     return mask;
 }
 
-/// Null when there is no such symbol.
+/// Returns a null image if the symbol does not exist.
 QImage picture(const QString& name, int pixels, const QColor& color)
 {
     constexpr int cachedKibibytes = 1024;
@@ -49,7 +49,7 @@ PatchedItem::Patches SymbolPicture::makePatches() const
                     .rows = PatchAxis::whole(0, height(), scale)};
     patches.picture = picture(m_name, patches.columns.pictureLength, m_color);
     if (patches.picture.isNull() && !m_name.isEmpty())
-        qmlWarning(this) << "there is no symbol " << m_name;
+        qmlWarning(this) << "unknown symbol " << m_name;
     if (m_isMirrored)
         patches.picture = patches.picture.mirrored(true, false);
     return patches;

@@ -7,16 +7,15 @@
 
 namespace App::Design {
 
-/// The picture of a symbol in one colour, as large as the item. For `Symbol`; screens use that.
+/// Draws a symbol in one color at the item's size, for `Symbol.qml`.
 ///
-/// Pictures are shared by all symbols that look the same. Errors: a name there is no file of is a warning,
-/// and nothing is drawn.
+/// Symbols with the same look share one picture. Errors: an unknown name logs a warning and draws nothing.
 class SymbolPicture : public App::Design::PatchedItem {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(QString name MEMBER m_name NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(QColor color MEMBER m_color NOTIFY appearanceChanged FINAL)
-    /// Left and right exchanged.
+    /// Whether left and right are swapped.
     Q_PROPERTY(bool isMirrored MEMBER m_isMirrored NOTIFY appearanceChanged FINAL)
 
 protected:

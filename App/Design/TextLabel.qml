@@ -1,12 +1,12 @@
 import QtQuick
 
-/// Text as it is, in the body font unless told otherwise, on as many lines as it needs.
+/// Plain, wrapping text, in the body font by default.
 Text {
     color: Theme.color.label
     font: Theme.type.body
     textFormat: Text.PlainText
     wrapMode: Text.Wrap
-    // Sharper in small sizes, and the same on every renderer.
+    // Sharper at small sizes, and identical on every renderer.
     renderType: Text.NativeRendering
     elide: Text.ElideRight
     Accessible.role: Accessible.StaticText

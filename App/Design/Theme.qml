@@ -3,22 +3,22 @@ pragma ComponentBehavior: Bound
 
 import QtQuick
 
-/// What the screens look like: colours, type, shadows, measures and durations by their roles. Lengths are in
-/// points, one of which is one device-independent pixel; durations are in milliseconds.
+/// Colors, fonts, shadows, lengths and durations of the screens, named by role. Lengths are in points
+/// (device-independent pixels), durations in milliseconds.
 ///
-/// The runtime sets the first three properties whenever the system's appearance changes; the rest follows.
+/// The app sets the first three properties when the system's appearance changes; the others depend on them.
 QtObject {
     id: root
 
     property bool isDark: false
     property bool isMotionReduced: false
-    /// How much larger than usual the user wants text: 1 is the usual size, 2 the largest there is.
+    /// The user's text size: 1 is normal; values above 2 count as 2.
     property real textScale: 1
 
     readonly property Colors color: Colors {
         isDark: root.isDark
     }
-    /// For what lies on a ground that is light in the dark, too.
+    /// Colors for items on a background that is light in dark appearance, too.
     readonly property Colors lightColor: Colors {
         isDark: false
     }
@@ -34,16 +34,17 @@ QtObject {
     readonly property Radii radius: Radii {}
     readonly property Lines line: Lines {}
 
-    /// Between neighbours, and between content and the edge around it.
+    /// Between neighbors.
     readonly property real spacing: 8
+    /// Between content and the edge around it.
     readonly property real padding: 16
-    /// No target of a finger or a pointer is smaller.
+    /// Minimum width and height of a touch or pointer target.
     readonly property real minimumTarget: 44
-    /// From here on a window has the room of a regular width; a narrower one is compact.
+    /// Windows at least this wide use the regular layout, others the compact one.
     readonly property real regularWidth: 700
-    /// Of words that are a button, while they are pressed.
+    /// Opacity of pressed text buttons.
     readonly property real pressedOpacity: 0.4
-    /// The side of a symbol's square for each point of the text beside it.
+    /// Side length of a symbol per point of the adjacent text.
     readonly property real symbolSidePerPoint: 1.2
 
     component Colors: QtObject {
@@ -55,20 +56,20 @@ QtObject {
         readonly property color textOnOrange: "#ffffff"
 
         readonly property color orange: isDark ? "#ff9f0a" : "#ff9500"
-        /// A gradient's lighter end.
+        /// The light end of a gradient.
         readonly property color orangeSoft: Qt.alpha(orange, 0.8)
         /// Borders and shadows.
         readonly property color orangeLine: Qt.alpha(orange, 0.3)
-        /// Areas behind orange symbols, and strips.
+        /// Backgrounds of orange symbols and of the warning strip.
         readonly property color orangeTint: Qt.alpha(orange, 0.1)
-        /// A breath of it, for whole screens.
+        /// Screen backgrounds.
         readonly property color orangeMist: Qt.alpha(orange, 0.05)
 
-        readonly property color grey: "#8e8e93"
-        readonly property color greyTint: Qt.alpha(grey, 0.1)
-        readonly property color greyMist: Qt.alpha(grey, 0.05)
+        readonly property color gray: "#8e8e93"
+        readonly property color grayTint: Qt.alpha(gray, 0.1)
+        readonly property color grayMist: Qt.alpha(gray, 0.05)
 
-        /// Words and symbols that are a button.
+        /// Text and symbols that act as a button.
         readonly property color tint: isDark ? "#0a84ff" : "#007aff"
         readonly property color scrollIndicator: Qt.alpha(label, 0.35)
         readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
@@ -89,8 +90,8 @@ QtObject {
         readonly property font caption: face(12, Font.Normal)
         readonly property font caption2: face(11, Font.Normal)
 
-        /// The larger the letters, the closer they stand, as the face's designer means it. Where the
-        /// face is missing, the system has another.
+        /// Returns a font with tighter letter spacing at larger sizes, as Inter's designer recommends. Without
+        /// Inter, the system picks a font.
         function face(points: real, weight: int): font {
             const tracking = 0.185 * Math.exp(-0.1745 * points) - 0.0223;
             return Qt.font({
@@ -102,7 +103,7 @@ QtObject {
         }
     }
 
-    /// Without motion everything is where it belongs at once.
+    /// Durations are 0 with reduced motion.
     component Motion: QtObject {
         required property bool isReduced
 

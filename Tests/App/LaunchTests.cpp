@@ -20,8 +20,8 @@ using testing::HasSubstr;
 
 namespace {
 
-/// The services that a launch installs last as long as the process, so there is one launch.
-TEST(LaunchTest, AnotherSystemNeedsOnlyAnotherDevice)
+/// The only test that installs the services: they stay installed until the process ends.
+TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
 {
     ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
     char name[] = "launch-tests";
@@ -69,7 +69,7 @@ TEST(LaunchTest, AnotherSystemNeedsOnlyAnotherDevice)
     EXPECT_THAT(requests.front().url, HasSubstr("DEV-1"));
 }
 
-TEST(LaunchTest, ADeviceMayEndTheLaunch)
+TEST(LaunchTest, ReturnsExitCodeFromMakeDevice)
 {
     char name[] = "launch-tests";
     char* arguments[] = {name, nullptr};

@@ -25,13 +25,13 @@ using namespace Platform;
 using namespace testing;
 using Card = MainDashboardView::CardType;
 
-/// Lets animations pass when the test says so.
+/// Advances animations only when the test calls `pass()`.
 class ManualAnimations final : public QAnimationDriver {
 public:
     ManualAnimations() { install(); }
     void pass(qint64 milliseconds)
     {
-        QCoreApplication::processEvents(); // They start and end on later turns.
+        QCoreApplication::processEvents(); // Animations start and end in the event loop.
         m_elapsed = isRunning() ? m_elapsed + milliseconds : 0;
         if (isRunning())
             advance();
@@ -51,7 +51,7 @@ inline QList<QQuickItem*> itemsBelow(const QQuickItem* parent)
     return items;
 }
 
-/// How an item is drawn: its type, colors, border and shadow, except what is zero or transparent.
+/// Returns an item's font, colors, border and shadow, without those that are zero or transparent.
 inline std::string look(const QQuickItem* item)
 {
     static constexpr std::pair<const char*, const char*> properties[] = {{"size ", "font.pixelSize"},
@@ -77,7 +77,7 @@ inline std::string look(const QQuickItem* item)
     return qPrintable(words.join(", "));
 }
 
-/// The real screens in a window, on a device and for a user that the test makes up.
+/// Runs the real screens in a window, on fakes.
 class ScreenTest : public Test {
 protected:
     ~ScreenTest() override
@@ -85,7 +85,7 @@ protected:
         window.setSource({});
         window.releaseResources();
         content.reset();
-        // Nobody waits any longer.
+        // Completes pending tasks.
         scheduler.runUntilIdle();
     }
 
@@ -106,7 +106,7 @@ protected:
         EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
         settle();
     }
-    /// Lets pass what is under way, and puts everything in its place.
+    /// Finishes queued work and running animations, and updates the layout.
     void settle()
     {
         scheduler.runUntilIdle();
@@ -114,7 +114,7 @@ protected:
             animations.pass(250);
         window.grabWindow();
     }
-    /// The first visible item in `parent` that has this object name, text or symbol.
+    /// Returns the first visible item in `parent` with this object name, text or symbol; null if none.
     [[nodiscard]] QQuickItem* item(const QString& name, const QQuickItem* parent = nullptr) const
     {
         const auto items = itemsBelow(parent != nullptr ? parent : window.contentItem());
@@ -124,7 +124,7 @@ protected:
         });
         return found != items.end() ? *found : nullptr;
     }
-    /// The rectangle of an item in the window; of a text, without its padding.
+    /// Returns the item's rectangle in the window, without horizontal padding.
     [[nodiscard]] static QRectF area(const QQuickItem* found)
     {
         const qreal left = found->property("leftPadding").toReal();

@@ -1,17 +1,17 @@
 #include "Tests/App/ScreenTest.h"
 
 enum Scene { welcome, darkWelcome, dashboard, darkDashboard, activeCard, disabledCard, detail };
-/// In points, in a window of 390 by 844 and in one of 1024 by 768; not checked where both are 0.
+/// A length in points, in windows of 390 by 844 and 1024 by 768; not checked if both are 0.
 using Lengths = std::array<double, 2>;
 static const struct {
     Scene scene;
     const char* item;
     const char* look;
     Lengths left{}, width{}, height{};
-    /// From the lower edge of the row before, or of the window's top.
+    /// From the bottom of the previous row's item, or from the top of the window.
     Lengths distance{};
-} sights[] = {
-    {welcome, "welcome.ground", "#ffffff", {}, {390, 1024}, {844, 768}},
+} expectedItems[] = {
+    {welcome, "welcome.background", "#ffffff", {}, {390, 1024}, {844, 768}},
     {welcome, "welcome.gradient", "#ffffff, to #0dff9500", {}, {390, 1024}, {844, 768}},
     {welcome, "welcome.logo", "shadow #4dff9500, blur 10, down 5", {135, 437}, {120, 150}, {120, 150}},
     {welcome, "Welcome to", "size 22, weight 400, #99000000", {16, 128}, {358, 768}, {}, {20, 20}},
@@ -23,7 +23,7 @@ static const struct {
      "#ff9500, to #ccff9500, Horizontal, radius 16, shadow #4dff9500, blur 8, down 4"},
     {welcome, "Get Started", "size 17, weight 600, #ffffff"},
     {welcome, "arrow.right", "#ffffff", {}, {20, 20}},
-    {darkWelcome, "welcome.ground", "#ffffff"},
+    {darkWelcome, "welcome.background", "#ffffff"},
     {darkWelcome, "Quorvane UEM", "size 34, weight 700, #000000"},
     {dashboard, "dashboard.logo", "", {165, 482}, {60, 60}, {60, 60}, {20, 40}},
     {dashboard, "Quorvane UEM", "size 22, weight 700, #000000", {16, 78}, {358, 868}, {}, {12, 12}},
@@ -36,7 +36,7 @@ static const struct {
     {dashboard, "Notifications are off", "size 15, weight 400, #99000000"},
     {dashboard, "Open Settings", "size 15, weight 400, #007aff"},
     {dashboard, "panel", "#ffffff, radius 16, border 1.5, #4dff9500, shadow #26000000, blur 12, down 6"},
-    {dashboard, "texts", "", {40, 142}, {131, 346}, {50, 50}},
+    {dashboard, "labels", "", {40, 142}, {131, 346}, {50, 50}},
     {dashboard, "badge", "#1aff9500, round", {76, 285}, {60, 60}, {60, 60}},
     {dashboard, "person.badge.key", "#ff9500", {}, {26, 26}},
     {dashboard, "Single Sign-On", "size 17, weight 600, #000000"},
@@ -64,7 +64,7 @@ static const struct {
     {detail, "person.badge.key", "#ff9500", {}, {56, 72}, {56, 72}},
 };
 
-TEST_F(ScreenTest, EverythingLooksAndStandsAsDesigned)
+TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
 {
     const QSize sizes[] = {{390, 844}, {1024, 768}};
     for (int number = 0; number < 14; ++number) {
@@ -80,7 +80,7 @@ TEST_F(ScreenTest, EverythingLooksAndStandsAsDesigned)
             item("dashboard.card.person.badge.key")->setEnabled(false);
         settle();
         QRectF last;
-        for (const auto& [where, name, expectedLook, left, width, height, distance] : sights) {
+        for (const auto& [where, name, expectedLook, left, width, height, distance] : expectedItems) {
             if (where != scene)
                 continue;
             SCOPED_TRACE(std::string(name) + " in scene " + std::to_string(number));
@@ -102,7 +102,7 @@ TEST_F(ScreenTest, EverythingLooksAndStandsAsDesigned)
     }
 }
 
-TEST_F(ScreenTest, WindowsAreRegularFrom700AndContentStaysInTheMiddle)
+TEST_F(ScreenTest, LayoutIsRegularFrom700PointsAndContentIsCentered)
 {
     for (const int width : {699, 700}) {
         open(false, {width, 800});
@@ -114,13 +114,13 @@ TEST_F(ScreenTest, WindowsAreRegularFrom700AndContentStaysInTheMiddle)
                   width < 700 ? 120 : 132);
         content->dashboard()->tapCard(Card::Sso);
         settle();
-        // Below a bar of 44 points, and lower by 3 % of what that leaves.
+        // Centered below the bar of 44 points, with a top padding of 3% of the remaining height.
         EXPECT_NEAR(area(item("detail.badge")).top() - 44 - 0.03 * 756,
                     800 - area(item("detail.description")).bottom(), 1.5);
     }
 }
 
-TEST_F(ScreenTest, CardsGiveWayUnderTheFingerUnlessTheyAreDisabled)
+TEST_F(ScreenTest, CardsShrinkAndReactWhenPressedUnlessDisabled)
 {
     open(true);
     QQuickItem* card = item("dashboard.card.person.badge.key");
@@ -141,7 +141,7 @@ TEST_F(ScreenTest, CardsGiveWayUnderTheFingerUnlessTheyAreDisabled)
     }
 }
 
-TEST_F(ScreenTest, WelcomeIsShownUntilGetStarted)
+TEST_F(ScreenTest, WelcomeScreenIsShownUntilGetStarted)
 {
     for (const auto hasLaunchedBefore : {std::optional<bool>(), std::optional(true), std::optional(false)}) {
         open(hasLaunchedBefore);
@@ -159,15 +159,15 @@ TEST_F(ScreenTest, WelcomeIsShownUntilGetStarted)
     EXPECT_THAT(log.takeEntries(), ElementsAre(FieldsAre(_, "onboarding", LogType::info, _, text)));
     EXPECT_NE(item("dashboard.content"), nullptr);
     EXPECT_TRUE(domains.standard().boolean("hasLaunchedBefore"));
-    // A quarter of half a second each, gently at both ends.
+    // Fades out with an ease-in-out curve in 500 ms; sampled every 125 ms.
     for (const double opacity : {1.0, 0.871, 0.5, 0.129}) {
-        EXPECT_NEAR(item("welcome.ground")->parentItem()->opacity(), opacity, 0.001);
+        EXPECT_NEAR(item("welcome.background")->parentItem()->opacity(), opacity, 0.001);
         animations.pass(125);
     }
     EXPECT_EQ(item("welcome.content"), nullptr);
 }
 
-TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessTheViewHasGone)
+TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessViewIsDestroyed)
 {
     using enum AuthorizationStatus;
     const std::tuple<AuthorizationStatus, bool, int> cases[] = {
@@ -178,7 +178,7 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessTheViewHasGone)
     };
     domains.standard().set("hasLaunchedBefore", true);
     for (const auto& [status, willGrant, registrationCount] : cases) {
-        // At first to the end, then with the view gone after fewer and fewer steps.
+        // First runs to the end, then destroys the view one step earlier each time.
         for (int stepCount = 9; stepCount >= 0; --stepCount) {
             center.status = status;
             center.willGrant = willGrant;
@@ -200,9 +200,9 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessTheViewHasGone)
     }
 }
 
-TEST_F(ScreenTest, CardsLeadToTheirScreenAndEveryWayBackLeavesIt)
+TEST_F(ScreenTest, CardsOpenTheirScreenAndEveryBackActionClosesIt)
 {
-    const std::function<void()> ways[] = {
+    const std::function<void()> backActions[] = {
         [&] { tap("navigation.back"); },
         [&] { QTest::keyClick(&window, Qt::Key_Escape); },
         [&] {
@@ -234,7 +234,7 @@ TEST_F(ScreenTest, CardsLeadToTheirScreenAndEveryWayBackLeavesIt)
          "Notifications card tapped"},
     };
     open(true);
-    for (const auto& goBack : ways) {
+    for (const auto& goBack : backActions) {
         for (const auto& [card, symbol, title, sentence, more, category, text] : cases) {
             const QQuickItem* tapped = item("dashboard.card." + symbol);
             EXPECT_TRUE(item(symbol, tapped) && item(title, tapped) && item(sentence, tapped)) << text;
@@ -254,10 +254,10 @@ TEST_F(ScreenTest, CardsLeadToTheirScreenAndEveryWayBackLeavesIt)
         }
     }
     tap("dashboard.openSettings");
-    EXPECT_THAT(application.openedAddresses, ElementsAre("app-settings:"));
+    EXPECT_THAT(application.openedURLs, ElementsAre("app-settings:"));
 }
 
-TEST_F(ScreenTest, LettersStayApartHoweverLargeAndButtonsAreLargeAndNamed)
+TEST_F(ScreenTest, LargeTextDoesNotOverlapAndButtonsAreLargeAndLabeled)
 {
     for (int number = 0; number < 20; ++number) {
         const QSize size = number < 10 ? QSize(320, 568) : QSize(390, 844);

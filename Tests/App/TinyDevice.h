@@ -13,8 +13,7 @@
 #include <optional>
 #include <string>
 
-/// A device without a system: everything is in memory and runs on the main queue. About the least that a port
-/// has to bring.
+/// A minimal device in memory, on the main queue: about the least that a port must implement.
 class TinyDevice final : public Platform::Device,
                          public Platform::NotificationPreferences,
                          public Platform::Application {

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-/// The bytes of `text`.
+/// Returns the bytes of `text`.
 inline Platform::Data bytesOf(std::string_view text)
 {
     const auto* first = reinterpret_cast<const std::byte*>(text.data());

@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// Names the instances of a table of tests after the `name` of each case.
+/// Names each instance of a parameterized test after the `name` of its case.
 template <typename Case>
 std::string caseName(const testing::TestParamInfo<Case>& info)
 {

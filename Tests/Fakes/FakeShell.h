@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-/// A user who answers when the test says so.
+/// A permission prompt that the test answers by calling a completion in `requests`.
 class FakePermissionPrompt final : public Platform::PermissionPrompt {
 public:
     void requestPermission(std::function<void(bool)> completion) override
@@ -16,7 +16,7 @@ public:
     std::vector<std::function<void(bool)>> requests;
 };
 
-/// Shows what it is given, unless told otherwise; the test taps.
+/// Records notifications, or rejects them if `isWorking` is false. The test taps them with `Shown::tap`.
 class FakeNotificationPresenter final : public Platform::NotificationPresenter {
 public:
     void show(const Platform::UserNotification& notification, unsigned options,

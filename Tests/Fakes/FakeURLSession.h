@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-/// Answers every request with `outcome`, on a queue, and remembers what was asked.
+/// Records every request and completes it with `outcome` on a queue.
 class FakeURLSession final : public Platform::URLSession {
 public:
     explicit FakeURLSession(Platform::DispatchQueue& queue) : m_queue(queue) {}

@@ -25,7 +25,7 @@ bool FakeUserDefaults::write(std::span<const Entry> entries)
             isComplete = false;
     }
     ++commitCount;
-    const auto notify = onChange; // It may replace itself.
+    const auto notify = onChange; // The handler may replace itself.
     notify();
     return isComplete;
 }

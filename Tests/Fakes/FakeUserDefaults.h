@@ -11,7 +11,7 @@ namespace Platform {
 class DispatchQueue;
 }
 
-/// A defaults domain in memory, whose reads and writes fail when the test wants them to.
+/// A defaults domain in memory that can be made unavailable or read-only.
 class FakeUserDefaults final : public Platform::UserDefaults {
 public:
     [[nodiscard]] bool isAvailable() const override { return isReadable; }
@@ -22,13 +22,13 @@ public:
 
     bool isReadable = true;
     bool isWritable = true;
-    /// How often something was written.
+    /// Number of successful calls of `write()`.
     int commitCount = 0;
     std::map<std::string, Platform::PropertyList, std::less<>> values;
     std::function<void()> onChange = [] {};
 };
 
-/// The domains in memory, with a standard one that announces its changes.
+/// Defaults domains in memory. Changes of the standard domain are posted on the main queue.
 class FakeUserDefaultsDomains final : public Platform::UserDefaultsDomains {
 public:
     FakeUserDefaultsDomains(Platform::NotificationCenter& center, Platform::DispatchQueue& mainQueue);
@@ -38,7 +38,7 @@ public:
     Platform::UserDefaults* suite(std::string_view name) override;
     FakeUserDefaults& fakeSuite(std::string_view name);
 
-    /// What device management does: replaces the managed dictionary, or takes it away.
+    /// Replaces or removes the managed configuration, as device management does.
     void deliver(std::optional<Platform::PropertyList> managed);
 
     bool areSuitesAvailable = true;

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-/// A notification centre whose user has made up their mind. Answers on a queue.
+/// A notification center whose user answers a request with `willGrant`. Calls completions on a queue.
 class FakeUserNotificationCenter final : public Platform::UserNotificationCenter {
 public:
     explicit FakeUserNotificationCenter(Platform::DispatchQueue& queue) : m_queue(queue) {}

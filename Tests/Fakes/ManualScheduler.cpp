@@ -5,11 +5,11 @@
 
 class ManualScheduler::ManualTimer final : public Platform::Timer {
 public:
-    explicit ManualTimer(std::shared_ptr<bool> isWanted) : m_isWanted(std::move(isWanted)) {}
-    void invalidate() override { m_isWanted.reset(); }
+    explicit ManualTimer(std::shared_ptr<bool> validity) : m_validity(std::move(validity)) {}
+    void invalidate() override { m_validity.reset(); }
 
 private:
-    std::shared_ptr<bool> m_isWanted;
+    std::shared_ptr<bool> m_validity;
 };
 
 bool ManualScheduler::Queue::runNext()
@@ -30,9 +30,9 @@ Platform::Date ManualScheduler::now() const
 std::unique_ptr<Platform::Timer> ManualScheduler::scheduledTimer(std::chrono::milliseconds interval,
                                                                  Block block)
 {
-    auto isWanted = std::make_shared<bool>(true);
-    m_pending.push_back({m_elapsed + interval, std::move(block), isWanted});
-    return std::make_unique<ManualTimer>(std::move(isWanted));
+    auto validity = std::make_shared<bool>(true);
+    m_pending.push_back({m_elapsed + interval, std::move(block), validity});
+    return std::make_unique<ManualTimer>(std::move(validity));
 }
 
 void ManualScheduler::runUntilIdle()
@@ -53,7 +53,7 @@ void ManualScheduler::advance(std::chrono::milliseconds duration)
         const Pending fired = std::move(*next);
         m_pending.erase(next);
         m_elapsed = fired.due;
-        if (!fired.isWanted.expired())
+        if (!fired.validity.expired())
             fired.block();
         runUntilIdle();
     }

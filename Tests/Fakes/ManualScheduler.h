@@ -9,13 +9,14 @@
 #include <list>
 #include <memory>
 
-/// Clock, timers and queues of a test, on the test's own thread. Nothing runs until the test says so, and
-/// time passes only when the test lets it.
+/// Clock, timers and queues on the test's thread. Work runs only when the test calls `runUntilIdle()`,
+/// `advance()` or `Queue::runNext()`.
 class ManualScheduler final : public Platform::Clock, public Platform::TimerScheduler {
 public:
     class Queue final : public Platform::DispatchQueue {
     public:
         void async(Work work) override { m_waiting.push_back(std::move(work)); }
+        /// Runs the next work item; returns false if the queue is empty.
         bool runNext();
 
     private:
@@ -26,9 +27,9 @@ public:
     [[nodiscard]] std::unique_ptr<Platform::Timer> scheduledTimer(std::chrono::milliseconds interval,
                                                                   Block block) override;
 
-    /// Runs what waits in the queues, and what that schedules, until nothing waits.
+    /// Runs queued work until both queues are empty.
     void runUntilIdle();
-    /// Lets time pass, firing each timer at its moment.
+    /// Advances the clock, firing each timer when it is due.
     void advance(std::chrono::milliseconds duration);
 
     Queue mainQueue;
@@ -39,7 +40,8 @@ private:
     struct Pending {
         std::chrono::milliseconds due;
         Block block;
-        std::weak_ptr<bool> isWanted;
+        /// Expired if the timer was invalidated.
+        std::weak_ptr<bool> validity;
     };
 
     std::chrono::milliseconds m_elapsed{0};

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-/// Remembers every entry of the log.
+/// Records every log entry. Threads: any.
 class RecordingUnifiedLog final : public Platform::UnifiedLog {
 public:
     struct Entry {
@@ -25,13 +25,13 @@ public:
         m_entries.push_back({handle.subsystem, handle.category, type, visibility, std::string(line)});
     }
 
-    /// The entries since the last call.
+    /// Returns and removes the recorded entries.
     std::vector<Entry> takeEntries()
     {
         const std::lock_guard lock(m_mutex);
         return std::exchange(m_entries, {});
     }
-    /// The texts of the entries since the last call.
+    /// Like `takeEntries()`, but returns only the lines.
     std::vector<std::string> takeLines()
     {
         std::vector<std::string> lines;

@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-/// A folder of this test alone, removed with all it holds at the end.
+/// A new folder for one test, deleted with its contents on destruction.
 class TemporaryFolder {
 public:
     TemporaryFolder()
     {
         std::string pattern = std::filesystem::temp_directory_path() / "quorvane-test.XXXXXX";
         if (::mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("cannot make " + pattern);
+            throw std::runtime_error("cannot create " + pattern);
         m_path = pattern;
     }
     ~TemporaryFolder()
@@ -27,13 +27,13 @@ public:
 
     [[nodiscard]] std::filesystem::path path(std::string_view name = {}) const { return m_path / name; }
 
-    /// Writes the file anew, in place, with the folders above it.
+    /// Overwrites the file in place; creates missing parent folders.
     void write(std::string_view name, std::string_view content) const
     {
         std::filesystem::create_directories(path(name).parent_path());
         std::ofstream(path(name), std::ios::binary) << content;
     }
-    /// Writes the file beside its place and moves it there.
+    /// Replaces the file atomically: writes a new one and renames it.
     void replace(std::string_view name, std::string_view content) const
     {
         write(std::string(name).append(".new"), content);

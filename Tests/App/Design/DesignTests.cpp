@@ -17,7 +17,7 @@ struct Case {
     const char* warning = "";
 };
 
-/// On a window of 60 by 60 points, white, with two pixels to the point.
+/// Drawn in a white window of 60 by 60 points at two pixels per point.
 static const Case drawings[] = {
     {"Panel { x: 5; width: 41; height: 31; radius: 99; color: 'blue'; borderWidth: 1.5; borderColor: 'red' }",
      {{{10, 1}, "white"}, {{9, 30}, "white"}, {{10, 30}, "red"}, {{12, 30}, "red"}, {{13, 30}, "blue"}}},
@@ -28,7 +28,7 @@ static const Case drawings[] = {
     {"Surface { x: 15; y: 9; width: 40; height: 40; color: 'red'; shadow: ShadowStyle {"
      "color: 'black'; blurRadius: 4; offset: Qt.point(0, -5) } }",
      {{{29, 48}, "#8c8c8c"}, {{60, 60}, "red"}, {{60, 8}, "#737373"}}},
-    {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // The bell, the gap and the badge.
+    {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // Bell, gap, badge.
      {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
     {"Symbol { name: 'no.such' }", {{{18, 18}, "white"}}, ".*no\\.such.*"},
     {"Rectangle { width: Theme.type.body.pixelSize; height: 9 + Theme.motion.push; color: Theme.color.orange;"
@@ -36,7 +36,7 @@ static const Case drawings[] = {
      {{{67, 17}, "#ff9f0a"}, {{68, 17}, "white"}, {{67, 18}, "white"}}},
 };
 
-TEST(DesignTests, AreDrawnToThePixel)
+TEST(DesignTests, DrawsExpectedPixels)
 {
     const auto vector = [](QColor color) { return QVector3D(color.redF(), color.greenF(), color.blueF()); };
     for (const auto& [qml, pixels, warning] : drawings) {
