@@ -270,9 +270,9 @@ PropertyList::Dictionary ConfigurationManager::getConfigurationStatus() const
         {"last_updated", snapshot->lastUpdated},
     };
     for (const ManagedKey& key : managedKeys()) {
-        if (!key.isCarried())
+        if (!key.isStored())
             continue;
-        const std::size_t count = textsOf(key, snapshot->config).size();
+        const std::size_t count = valuesOf(key, snapshot->config).size();
         status.emplace(statusKey(key), key.isList() ? PropertyList(count) : PropertyList(count > 0));
     }
     return status;

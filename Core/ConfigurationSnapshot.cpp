@@ -55,7 +55,7 @@ Platform::Data ConfigurationSnapshot::encode() const
     boost::json::monotonic_resource resource(buffer.data(), buffer.size());
     boost::json::object object(&resource);
     for (const ManagedKey& key : managedKeys()) {
-        const auto values = textsOf(key, config);
+        const auto values = valuesOf(key, config);
         if (key.isList())
             object[key.codingKey] = boost::json::array(values.begin(), values.end(), &resource);
         else if (!values.empty())

@@ -72,9 +72,9 @@ constexpr std::array table{
 /// Checks that a row's kind matches its member and that no name is missing.
 constexpr bool isComplete(const ManagedKey& key)
 {
-    return key.isCarried() == (key.kind != KeyKind::revision) &&
-           key.isList() == (key.kind == KeyKind::bundleIds) && key.isCarried() != key.codingKey.empty() &&
-           key.isCarried() != key.noun.empty() && !key.label.empty() && !key.description.empty() &&
+    return key.isStored() == (key.kind != KeyKind::revision) &&
+           key.isList() == (key.kind == KeyKind::bundleIds) && key.isStored() != key.codingKey.empty() &&
+           key.isStored() != key.noun.empty() && !key.label.empty() && !key.description.empty() &&
            !key.example.empty();
 }
 static_assert(std::all_of(table.begin(), table.end(), isComplete));
@@ -109,7 +109,7 @@ std::string_view acceptedForms(ManagedKey::Kind kind)
     return "any value";
 }
 
-std::span<const std::string> textsOf(const ManagedKey& key, const ValidatedConfig& config)
+std::span<const std::string> valuesOf(const ManagedKey& key, const ValidatedConfig& config)
 {
     if (const auto* list = std::get_if<ManagedKey::ListMember>(&key.member))
         return config.**list;

@@ -44,7 +44,7 @@ struct ManagedKey {
     std::string_view example = {};
 
     /// Whether the snapshot stores the value.
-    [[nodiscard]] constexpr bool isCarried() const { return !std::holds_alternative<NoMember>(member); }
+    [[nodiscard]] constexpr bool isStored() const { return !std::holds_alternative<NoMember>(member); }
     [[nodiscard]] constexpr bool isList() const { return std::holds_alternative<ListMember>(member); }
 };
 
@@ -62,7 +62,7 @@ std::string_view acceptedForms(ManagedKey::Kind kind);
 
 /// Returns the value of `key` in `config`: one string, or the entries of a list; empty if absent. Refers to
 /// `config`.
-std::span<const std::string> textsOf(const ManagedKey& key, const ValidatedConfig& config);
+std::span<const std::string> valuesOf(const ManagedKey& key, const ValidatedConfig& config);
 
 /// Calls `set(key, value)` for each stored key. `value` is a reference to the member of `config`: a
 /// `std::optional<std::string>` or a `std::vector<std::string>`.

@@ -112,7 +112,7 @@ TEST_F(ConfigurationManagerTest, AppliesBurstOnceHalfASecondAfterLastChange)
     ASSERT_EQ(announced.size(), 1U);
     const auto value = [&](const char* key) { return std::any_cast<PropertyList>(announced.at(0).at(key)); };
     const auto keys = managedKeys();
-    const auto storedCount = std::count_if(keys.begin(), keys.end(), std::mem_fn(&ManagedKey::isCarried));
+    const auto storedCount = std::count_if(keys.begin(), keys.end(), std::mem_fn(&ManagedKey::isStored));
     EXPECT_EQ(announced.at(0).size(), 4U + static_cast<std::size_t>(storedCount));
     EXPECT_EQ(value("status"), PropertyList("active"));
     EXPECT_EQ(value("config_version"), PropertyList(1));
@@ -132,8 +132,8 @@ TEST_F(ConfigurationManagerTest, ValidatesStoresAndReportsEachKeySeparately)
 
         const auto snapshot = manager->loadConfigurationSnapshot();
         for (const ManagedKey& other : managedKeys()) {
-            const auto values = textsOf(other, snapshot->config);
-            EXPECT_EQ(values.empty(), other.name != key.name || !key.isCarried()) << other.name;
+            const auto values = valuesOf(other, snapshot->config);
+            EXPECT_EQ(values.empty(), other.name != key.name || !key.isStored()) << other.name;
             std::string joined;
             for (const std::string& value : values)
                 joined += (joined.empty() ? "" : ",") + value;
@@ -144,7 +144,7 @@ TEST_F(ConfigurationManagerTest, ValidatesStoresAndReportsEachKeySeparately)
             return entry.first.starts_with("has_") ? *entry.second.boolean()
                                                    : entry.first.ends_with("_count") && entry.second != 0;
         };
-        EXPECT_EQ(std::count_if(status.begin(), status.end(), present), key.isCarried() ? 1 : 0);
+        EXPECT_EQ(std::count_if(status.begin(), status.end(), present), key.isStored() ? 1 : 0);
         deliverAndSettle(PropertyList::Dictionary{});
     }
 }

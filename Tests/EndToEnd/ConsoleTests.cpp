@@ -133,7 +133,7 @@ TEST_F(ProgramTest, EveryManagedKeyGoesAllTheWay)
             EXPECT_THAT(qvctl({"config", "schema", "--format", format}).output,
                         HasSubstr("\"" + std::string(key.name) + "\""));
         EXPECT_THAT(readme, HasSubstr("| `" + std::string(key.name) + "` |"));
-        if (!key.isCarried())
+        if (!key.isStored())
             continue;
         EXPECT_TRUE(isShown(snapshot.at(key.codingKey), key.isSecret));
         EXPECT_TRUE(isShown(revealed.at(key.codingKey), false));

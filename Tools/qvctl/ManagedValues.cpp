@@ -45,7 +45,7 @@ std::vector<ManagedKey> printedKeys()
     std::vector<ManagedKey> keys;
     const auto all = Core::managedKeys();
     std::copy_if(all.begin(), all.end(), std::back_inserter(keys),
-                 [](const ManagedKey& key) { return key.isCarried(); });
+                 [](const ManagedKey& key) { return key.isStored(); });
     std::stable_partition(keys.begin(), keys.end(), [](const ManagedKey& key) { return !key.isList(); });
     return keys;
 }
@@ -75,7 +75,7 @@ Core::ValidatedConfig maskedConfig(Core::ValidatedConfig config, bool isRevealin
 
 std::string joinedTexts(const ManagedKey& key, const Core::ValidatedConfig& config)
 {
-    return fmt::format("{}", fmt::join(Core::textsOf(key, config), ", "));
+    return fmt::format("{}", fmt::join(Core::valuesOf(key, config), ", "));
 }
 
 } // namespace Qvctl

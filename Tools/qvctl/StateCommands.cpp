@@ -110,7 +110,7 @@ void printConfiguration(const DeviceState& state)
     printRow("Configuration", styled("version {}, applied {}", state.snapshot->configVersion,
                                      state.snapshot->lastUpdated.utcText()));
     for (const ManagedKey& key : printedKeys()) {
-        const std::size_t count = Core::textsOf(key, state.snapshot->config).size();
+        const std::size_t count = Core::valuesOf(key, state.snapshot->config).size();
         printRow(labelOf(key), key.isList() ? styled("{}", count)
                                : count > 0  ? toned(Tone::good, "present")
                                             : toned(Tone::warning, "absent"));
@@ -208,7 +208,7 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["lastUpdated"] = snapshot ? json::value(snapshot->lastUpdated.utcText()) : json::value();
     const Core::ValidatedConfig none;
     for (const ManagedKey& key : printedKeys()) {
-        const std::size_t count = Core::textsOf(key, snapshot ? snapshot->config : none).size();
+        const std::size_t count = Core::valuesOf(key, snapshot ? snapshot->config : none).size();
         object[statusMemberOf(key)] = key.isList() ? json::value(count) : json::value(count > 0);
     }
     object["policyFile"] = {{"path", policy.path.string()},
@@ -234,7 +234,7 @@ json::object statusJSON(const DeviceState& state, const Options& options)
 
 void printValue(const ManagedKey& key, const Core::ValidatedConfig& config)
 {
-    const auto texts = Core::textsOf(key, config);
+    const auto texts = Core::valuesOf(key, config);
     if (key.isList()) {
         printRow(labelOf(key), std::to_string(texts.size()));
         for (const std::string& text : texts)

@@ -43,8 +43,8 @@ std::vector<Change> changes(const ConfigurationSnapshot& before, const Configura
     const Core::ValidatedConfig printed = maskedConfig(after.config, isRevealing);
     std::vector<Change> list;
     for (const ManagedKey& key : printedKeys()) {
-        const auto oldTexts = Core::textsOf(key, before.config);
-        const auto newTexts = Core::textsOf(key, after.config);
+        const auto oldTexts = Core::valuesOf(key, before.config);
+        const auto newTexts = Core::valuesOf(key, after.config);
         if (!std::equal(oldTexts.begin(), oldTexts.end(), newTexts.begin(), newTexts.end()))
             list.push_back({key, !newTexts.empty() ? joinedTexts(key, printed)
                                  : key.isList()    ? "none"
@@ -57,7 +57,7 @@ void printVersion(const ConfigurationSnapshot& snapshot)
 {
     std::vector<std::string> present;
     for (const ManagedKey& key : printedKeys()) {
-        const std::size_t count = Core::textsOf(key, snapshot.config).size();
+        const std::size_t count = Core::valuesOf(key, snapshot.config).size();
         if (key.isList())
             present.push_back(fmt::format("{} {}", count, count == 1 ? std::string(key.noun) : labelOf(key)));
         else if (count > 0)
@@ -70,7 +70,7 @@ void printVersion(const ConfigurationSnapshot& snapshot)
 
 json::value valueJSON(const ManagedKey& key, const Core::ValidatedConfig& config)
 {
-    const auto texts = Core::textsOf(key, config);
+    const auto texts = Core::valuesOf(key, config);
     if (key.isList())
         return json::array(texts.begin(), texts.end());
     return texts.empty() ? json::value() : json::value(texts.front());

@@ -240,8 +240,8 @@ std::string differences(const Core::ConfigurationSnapshot& snapshot, const Core:
 {
     std::string keys;
     for (const Core::ManagedKey& key : Core::managedKeys()) {
-        const auto stored = Core::textsOf(key, snapshot.config);
-        const auto configured = Core::textsOf(key, policy);
+        const auto stored = Core::valuesOf(key, snapshot.config);
+        const auto configured = Core::valuesOf(key, policy);
         if (!std::equal(stored.begin(), stored.end(), configured.begin(), configured.end()))
             keys.append(keys.empty() ? "" : ", ").append(key.name);
     }

@@ -40,8 +40,8 @@ DevicePolicy readDevicePolicy(const Options& options)
 std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Core::ValidatedConfig& config,
                                           const PropertyList::Dictionary& managed, bool isRevealing)
 {
-    if (key.isCarried())
-        return Core::textsOf(key, config).empty() ? std::nullopt : std::optional(joinedTexts(key, config));
+    if (key.isStored())
+        return Core::valuesOf(key, config).empty() ? std::nullopt : std::optional(joinedTexts(key, config));
     const auto found = managed.find(key.name);
     if (found == managed.end())
         return std::nullopt;
