@@ -35,8 +35,8 @@ std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& c
     return std::make_unique<Logging::StandardErrorLog>(clock, privateData);
 }
 
-/// Has the running instance come to the front. Returns the exit code of this launch; absent when the other
-/// one ended instead, as an instance without a display does.
+/// Brings the running instance to the front and returns the exit code of this launch. Absent if the other
+/// instance exited instead, as one without a display does.
 std::optional<ExitCode> activateOther(const DevicePaths& paths)
 {
     constexpr std::chrono::milliseconds longestEnd(300);
@@ -47,20 +47,21 @@ std::optional<ExitCode> activateOther(const DevicePaths& paths)
     case InstanceLock::SignalOutcome::delivered:
         std::fprintf(stderr, "quorvane-mdm: already running on %s\n", paths.stateFolder.c_str());
         return success;
-    case InstanceLock::SignalOutcome::elsewhere:
-        std::fprintf(stderr,
-                     "quorvane-mdm: already running on %s in another container or on another machine; end it "
-                     "there first\n",
-                     paths.stateFolder.c_str());
+    case InstanceLock::SignalOutcome::unreachable:
+        std::fprintf(
+            stderr,
+            "quorvane-mdm: already running on %s in another container or on another machine; quit it "
+            "there first\n",
+            paths.stateFolder.c_str());
         return unavailable;
     case InstanceLock::SignalOutcome::foreign:
         break;
     }
-    std::fprintf(stderr, "quorvane-mdm: another program holds %s; end it first\n", file.c_str());
+    std::fprintf(stderr, "quorvane-mdm: another program holds the lock %s; quit that program first\n",
+                 file.c_str());
     return unavailable;
 }
 
-/// For people.
 std::string pushSourceText(PushSource source)
 {
     switch (source) {
@@ -81,7 +82,7 @@ struct Device::Instance {
         : log(makeLog(options, clock)), signals(loop.quit, loop.activate)
     {}
 
-    /// Makes this the only instance, or returns the exit code with which it ends.
+    /// Makes this the only instance, or returns this process's exit code.
     std::optional<ExitCode> claim(const DeviceOptions& options, const DevicePaths& paths)
     {
         if (tryLock(paths))
@@ -96,19 +97,19 @@ struct Device::Instance {
     const SystemClock clock;
     const std::unique_ptr<UnifiedLog> log;
     const AdapterLog adapterLog{*log, std::string(applicationIdentifier)};
-    /// Before the lock: whoever holds that can be sent a signal.
+    /// Declared before the lock because other instances send signals to the lock's holder.
     const ProcessSignals signals;
     std::optional<InstanceLock> lock;
 
 private:
-    /// Returns false when another instance has the lock. Nothing else keeps this one from starting.
+    /// Returns false if another instance holds the lock. Other errors do not prevent this one from starting.
     bool tryLock(const DevicePaths& paths)
     {
         try {
             lock = InstanceLock::acquire(paths.instanceLock());
             return lock.has_value();
         } catch (const std::runtime_error& error) {
-            adapterLog.error(std::string("Cannot tell whether another instance runs: ") + error.what());
+            adapterLog.error(std::string("Cannot check for another running instance: ") + error.what());
             return true;
         }
     }
@@ -203,7 +204,7 @@ std::unique_ptr<PushService> Device::makePushService()
         return std::make_unique<LocalPushService>(
             LocalPushService::Ports{m_systemStore, m_loop.mainQueue, m_log}, m_paths.pushSocket);
     case PushServiceKind::unavailable:
-        return std::make_unique<Push::UnavailablePushService>(m_loop.mainQueue, m_busAccess.absence + ".");
+        return std::make_unique<Push::UnavailablePushService>(m_loop.mainQueue, m_busAccess.error + ".");
     case PushServiceKind::unifiedPush:
         break;
     }
@@ -213,7 +214,7 @@ std::unique_ptr<PushService> Device::makePushService()
                                        m_log},
         Bus::UnifiedPushService::Settings{
             .serviceName = std::string(applicationIdentifier),
-            .description = "Messages of your organisation about this device",
+            .description = "Messages from your organization about this device",
             .chosenDistributor = chosen != nullptr ? chosen : "",
         });
 }
@@ -232,7 +233,7 @@ const Services& Device::connect(const SystemInterface& interface)
     m_application.emplace(Push::DeviceApplication::Ports{*m_pushService, pushServiceKind(),
                                                          *m_userNotificationCenter, m_systemStore, m_clock,
                                                          interface.openSettings});
-    followChanges();
+    watchForChanges();
     return m_services.emplace(Services{
         .userDefaults = m_defaults,
         .notificationCenter = m_notificationCenter,
@@ -249,15 +250,14 @@ const Services& Device::connect(const SystemInterface& interface)
     });
 }
 
-void Device::followChanges()
+void Device::watchForChanges()
 {
     try {
         m_watcher = std::make_unique<Files::FileSystemWatcher>();
         m_defaults.announceChanges(*m_watcher, m_notificationCenter, m_loop.mainQueue);
     } catch (const std::system_error& error) {
-        m_log.error(
-            std::string("Changes of the managed configuration will go unnoticed until the next start: ") +
-            error.what());
+        m_log.error(std::string("Changes to the managed configuration take effect only after a restart: ") +
+                    error.what());
     }
 }
 

@@ -27,15 +27,15 @@
 
 namespace Platform::Linux {
 
-/// Prepares this process: standard descriptors, writes that fail instead of ending the process, no secrets in
-/// core dumps, and signals that wait for the device. Call it first, before there is a second thread.
+/// Opens missing standard descriptors, ignores signals about failed writes, keeps secrets out of core dumps
+/// and blocks the signals that the device handles. Call it first, before any other thread starts.
 void prepareProcess();
 
 /// A Linux phone, tablet or desktop.
 class Device final : public Platform::Device {
 public:
-    /// The device, or the exit code with which this process ends: another instance runs, and has been asked
-    /// to come to the front.
+    /// Returns the device, or this process's exit code if another program holds the instance lock. A running
+    /// instance is brought to the front.
     static std::variant<std::unique_ptr<Platform::Device>, ExitCode>
     make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop);
     ~Device() override;
@@ -49,18 +49,18 @@ public:
     void setActive(bool isActive) override { m_application->setActive(isActive); }
 
 private:
-    /// The session bus; without one, why.
+    /// The session bus, or the error if it cannot be opened.
     struct BusAccess {
         std::unique_ptr<Bus::SessionBus> bus;
-        std::string absence;
+        std::string error;
     };
-    /// What keeps a second instance away. Comes before all other adapters.
+    /// Ensures that only one instance runs. Built before all other adapters.
     struct Instance;
 
     Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
            std::unique_ptr<Instance> instance);
 
-    void followChanges();
+    void watchForChanges();
     static BusAccess openSessionBus(const AdapterLog& log);
     std::unique_ptr<AppearanceSource> makeAppearance() const;
     Push::PushServiceKind pushServiceKind() const;

@@ -10,7 +10,7 @@
 
 namespace Platform::Linux {
 
-/// The application's own database, with the managed dictionary laid over it.
+/// The application's database, with the read-only managed configuration on top.
 class DeviceDefaults::Standard final : public UserDefaults {
 public:
     Standard(Storage::SQLiteUserDefaults& database, Files::ManagedPolicyFile& policyFile)
@@ -60,7 +60,7 @@ UserDefaults* DeviceDefaults::suite(std::string_view name)
 {
     if (name.empty() || name.front() == '.' ||
         name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos)
-        return nullptr; // Not the name of a file in the folder of the suites.
+        return nullptr; // Not a valid file name.
     const std::lock_guard lock(m_mutex);
     auto suite = m_suites.find(name);
     if (suite == m_suites.end())
@@ -77,7 +77,7 @@ void DeviceDefaults::announceChanges(Files::FileSystemWatcher& watcher, Notifica
         });
     };
     m_policyFile.watch(watcher, announce);
-    // The bell is made with the database.
+    // The bell file is created with the database.
     if (m_database.isAvailable()) {
         const int handler = watcher.addHandler([announce](std::uint32_t, std::string_view) { announce(); });
         watcher.setTargets(handler, {{m_database.bellFile().string(), IN_ATTRIB}});

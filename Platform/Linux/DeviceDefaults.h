@@ -22,8 +22,8 @@ class FileSystemWatcher;
 
 namespace Platform::Linux {
 
-/// The defaults domains of this device: a database per domain, and in the standard one the dictionary of the
-/// policy file under `UserDefaults::managedConfigurationKey`.
+/// This device's defaults domains, one database each. The standard domain also has the policy file's
+/// dictionary under `UserDefaults::managedConfigurationKey`.
 class DeviceDefaults final : public UserDefaultsDomains {
 public:
     DeviceDefaults(DevicePaths paths, Storage::SQLiteUserDefaults::Access access, const Clock& clock,
@@ -33,8 +33,8 @@ public:
     UserDefaults& standard() override;
     UserDefaults* suite(std::string_view name) override;
 
-    /// Posts `UserDefaults::didChangeNotification` for changes of the standard domain from now on. Once; this
-    /// object must outlive the watcher.
+    /// Posts `UserDefaults::didChangeNotification` on the main queue whenever the standard domain changes.
+    /// Call at most once; this object must outlive the watcher.
     void announceChanges(Files::FileSystemWatcher& watcher, NotificationCenter& center,
                          DispatchQueue& mainQueue);
 

@@ -9,11 +9,10 @@
 
 namespace Platform::Linux {
 
-/// What the settings say about notifications on this device. Threads: main. Ownership: refers to what it is
-/// built from.
+/// The notification settings of this device. Threads: main. Ownership: holds references to its arguments.
 class DeviceNotificationPreferences final : public NotificationPreferences {
 public:
-    /// `server` may be null. `pushSource` is in words for people.
+    /// `server` may be null. `pushSource` is shown to the user.
     DeviceNotificationPreferences(Push::ShellState& state, const Bus::NotificationServer* server,
                                   std::string pushSource)
         : m_state(state), m_server(server), m_pushSource(std::move(pushSource))

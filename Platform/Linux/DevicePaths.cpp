@@ -12,14 +12,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Absent when unset or empty.
+/// Returns the variable's value; absent if unset or empty.
 std::optional<std::string> environment(const char* name)
 {
     const char* value = std::getenv(name);
     return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
-/// Absent when unset, empty or relative: the XDG base directory rules have a relative path ignored.
+/// Returns the folder in the variable; absent if unset, empty or relative. The XDG Base Directory
+/// Specification requires that relative paths are ignored.
 std::optional<fs::path> folderFromEnvironment(const char* name)
 {
     const auto folder = environment(name);
@@ -34,19 +35,18 @@ fs::path dataHome()
         return *home / ".local" / "share";
     if (const passwd* user = ::getpwuid(::geteuid()); user != nullptr && *user->pw_dir == '/')
         return fs::path(user->pw_dir) / ".local" / "share";
-    throw std::runtime_error(
-        "there is no home folder to keep data in: set HOME or XDG_DATA_HOME to an absolute path");
+    throw std::runtime_error("this user has no home folder; set HOME or XDG_DATA_HOME to an absolute path");
 }
 
-/// Throws `InvalidPolicyPath` for a name that no file can have.
-void demandFileName(const std::string& name)
+/// Throws `InvalidPolicyPath` for an empty name or a folder.
+void requireFileName(const std::string& name)
 {
     std::error_code ignored;
     if (name.empty())
-        throw InvalidPolicyPath("--managed-configuration needs the name of a file, and got an empty one");
+        throw InvalidPolicyPath("--managed-configuration needs a file name, but its value is empty");
     if (name.ends_with('/') || fs::is_directory(name, ignored))
         throw InvalidPolicyPath("--managed-configuration names a folder, " + name +
-                                "; name the policy file in it");
+                                "; give the path of the policy file in it");
 }
 
 } // namespace
@@ -74,7 +74,7 @@ DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& manag
 std::vector<fs::path> DevicePaths::policyCandidates(const std::optional<std::string>& managedConfiguration)
 {
     if (managedConfiguration)
-        demandFileName(*managedConfiguration);
+        requireFileName(*managedConfiguration);
     const auto named =
         managedConfiguration ? managedConfiguration : environment("QUORVANE_MANAGED_CONFIGURATION");
     if (named) {

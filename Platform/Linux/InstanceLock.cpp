@@ -36,7 +36,7 @@ struct flock wholeFile()
     return lock;
 }
 
-/// Name and users of a process. Unlike its executable, any user may read them; see proc(5).
+/// Name and user ids of a process. Any user may read them, unlike its executable; see proc(5).
 struct ProcessIdentity {
     static constexpr std::string_view nameField = "Name:\t";
     std::string name;
@@ -76,7 +76,7 @@ std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::
         ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
     if (!descriptor || ::fcntl(descriptor.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
         return std::nullopt;
-    // 0 for a process outside our PID namespace, negative for a lock of an open file or of another machine.
+    // 0: a process outside our PID namespace. Negative: an open file description lock, or another machine.
     if (lock.l_pid <= 0)
         return Holder{};
     return Holder{lock.l_pid, ProcessIdentity(std::to_string(lock.l_pid)).name};
@@ -88,18 +88,18 @@ bool InstanceLock::Holder::isApplication() const
 }
 
 InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::path& file, int signal,
-                                                       std::chrono::milliseconds time)
+                                                       std::chrono::milliseconds timeout)
 {
     const auto found = holder(file);
     if (!found)
         return SignalOutcome::ended;
     if (!found->process)
-        return SignalOutcome::elsewhere;
+        return SignalOutcome::unreachable;
     const Storage::FileDescriptor process = openProcess(*found->process);
     if (!process)
         return errno == ESRCH ? SignalOutcome::ended : SignalOutcome::foreign;
-    // The number may belong to another process by now. If it still holds the lock, the descriptor is of the
-    // holder, and from here on nothing else can be signaled through it.
+    // The PID may have been reused before it was opened. If that PID still holds the lock, the descriptor
+    // refers to the holder, and to no other process from now on.
     const auto confirmed = holder(file);
     if (!confirmed || confirmed->process != found->process)
         return SignalOutcome::ended;
@@ -108,8 +108,8 @@ InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::pa
     if (!sendSignal(process, signal))
         return errno == ESRCH ? SignalOutcome::ended : SignalOutcome::foreign;
     pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
-    return ::poll(&end, 1, static_cast<int>(time.count())) == 1 ? SignalOutcome::ended
-                                                                : SignalOutcome::delivered;
+    return ::poll(&end, 1, static_cast<int>(timeout.count())) == 1 ? SignalOutcome::ended
+                                                                   : SignalOutcome::delivered;
 }
 
 } // namespace Platform::Linux

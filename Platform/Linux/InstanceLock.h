@@ -10,40 +10,39 @@
 
 namespace Platform::Linux {
 
-/// Held by the one application that works on a state folder; freed by the system when the process ends,
-/// however it ends. Source: fcntl(2), advisory record locks.
+/// The lock that ensures only one application uses a state folder. The kernel releases it when the process
+/// ends. Source: fcntl(2), advisory record locks.
 class InstanceLock {
 public:
-    /// Takes the lock; absent when another process holds it. Throws `std::runtime_error` when the file cannot
-    /// be made, or when it or its folder does not belong to this user alone.
+    /// Acquires the lock; absent if another process holds it. Throws `std::runtime_error` if the file cannot
+    /// be created, or if it or its folder does not belong to this user alone.
     static std::optional<InstanceLock> acquire(const std::filesystem::path& file);
 
     struct Holder {
-        /// Absent when it runs where this process sees no number of it: in another container, or on another
-        /// machine that shares the folder.
+        /// Absent if the process runs in another container, or on another machine that shares the folder.
         std::optional<pid_t> process;
-        /// The name of the process; empty when it is unknown.
+        /// The process name; empty if unknown.
         std::string program = {};
 
-        /// False for a process with another name than the application's.
+        /// Returns false only if the process is known not to be the application.
         [[nodiscard]] bool isApplication() const;
     };
-    /// Returns who holds the lock of this file; absent when it is free. Does not take the lock.
+    /// Returns the process that holds the lock; absent if it is free. Does not acquire the lock.
     static std::optional<Holder> holder(const std::filesystem::path& file);
 
     enum class SignalOutcome {
         delivered,
-        /// The holder ended within the time given, or the lock was free.
+        /// The holder exited in time, or the lock was free.
         ended,
-        /// It cannot be signaled from here; see `Holder`.
-        elsewhere,
-        /// It is not this program, or not this user's.
+        /// The holder cannot be signaled because its process is unknown; see `Holder`.
+        unreachable,
+        /// The holder is another program, or runs as another user.
         foreign,
     };
-    /// Sends the signal to the holder, if that is a process of this program and this user, and waits for its
-    /// end for at most this long.
+    /// Sends `signal` to the holder if it runs the same program as the same user, then waits up to `timeout`
+    /// for it to exit.
     static SignalOutcome signalHolder(const std::filesystem::path& file, int signal,
-                                      std::chrono::milliseconds time);
+                                      std::chrono::milliseconds timeout);
 
 private:
     explicit InstanceLock(Storage::FileDescriptor file) : m_file(std::move(file)) {}

@@ -28,11 +28,11 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::string_view tokenKey = "LocalPush.Token";
-/// How long a peer may take from connecting to the end of its payload.
+/// Timeout from a peer's connection to the end of its payload.
 constexpr std::chrono::seconds peerTime{10};
-/// Between two attempts to accept a peer.
+/// Delay before accepting again after accept4(2) failed.
 constexpr int retryMilliseconds = 50;
-/// How long a peer of ours waits for its answer.
+/// How long `sendToLocalPushService` waits for the reply.
 constexpr std::chrono::seconds answerTime{30};
 
 bool isSameUser(const Storage::FileDescriptor& peer)
@@ -43,7 +43,7 @@ bool isSameUser(const Storage::FileDescriptor& peer)
 void answer(const Storage::FileDescriptor& peer, const std::optional<std::string>& refusal)
 {
     const std::string line = (refusal ? "error: " + *refusal : "ok") + "\n";
-    // Short enough for any socket's buffer; a peer that has gone is its own affair.
+    // Short enough for any socket's buffer, so it never blocks. A peer that disconnected misses the reply.
     [[maybe_unused]] const auto sent =
         ::send(peer.get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
@@ -60,7 +60,7 @@ Data randomToken()
 
 struct LocalPushService::Peer {
     Storage::FileDescriptor socket;
-    /// Connected, or sent something.
+    /// When it connected or last sent data.
     SteadyClock::time_point lastActivity;
     SteadyClock::time_point deadline;
     std::string bytes;
@@ -93,7 +93,7 @@ void LocalPushService::start(PushServiceListener& listener)
     } catch (const std::runtime_error& error) {
         m_startFailure = error.what();
     }
-    m_startFailure.insert(0, "The socket for local pushes cannot be made: ");
+    m_startFailure.insert(0, "The socket for local pushes cannot be created: ");
     m_ports.log.error(m_startFailure);
 }
 
@@ -111,8 +111,8 @@ void LocalPushService::registerDevice()
         else if (m_token.empty())
             m_listener->didFailToRegister(Push::pushRegistrationError(
                 Push::PushRegistrationErrorCode::notStored,
-                "The token for local pushes cannot be stored. Fix what the log says about the store, then "
-                "start this application again."));
+                "The token for local pushes cannot be stored. Fix the storage error in the log, then restart "
+                "this application."));
         else
             m_listener->didRegister(m_token);
     });
@@ -143,7 +143,7 @@ void LocalPushService::serve()
             if (SteadyClock::now() < peer.deadline)
                 return false;
             answer(peer.socket,
-                   "the payload did not come to its end in time; close the writing side after it");
+                   "the payload was not complete in time; close the connection for writing after sending it");
             return true;
         });
         if (waiting[1].revents != 0)
@@ -155,18 +155,18 @@ void LocalPushService::accept(std::vector<Peer>& peers) const
 {
     Storage::FileDescriptor socket(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
-        // Without a free descriptor the peer goes on waiting, and poll() would return at once.
+        // If no descriptor is free, the connection stays pending and poll() would return immediately.
         pollfd ending{m_wakeUp.get(), POLLIN, 0};
         ::poll(&ending, 1, retryMilliseconds);
         return;
     }
     if (!isSameUser(socket)) {
-        answer(socket, "only the user of this application may send to it");
+        answer(socket, "only the user who runs this application may send to it");
         return;
     }
     if (peers.size() == maximumPeerCount) {
         const auto idlest = std::ranges::min_element(peers, {}, &Peer::lastActivity);
-        answer(idlest->socket, "too many others are connected; send the payload as soon as you connect");
+        answer(idlest->socket, "too many connections; send the payload immediately after connecting");
         peers.erase(idlest);
     }
     const auto now = SteadyClock::now();
@@ -185,13 +185,13 @@ bool LocalPushService::read(Peer& peer)
         peer.lastActivity = SteadyClock::now();
         peer.bytes.append(buffer.data(), static_cast<std::size_t>(count));
         if (count == 0 || peer.bytes.size() > Push::maximumPayloadSize) {
-            take(peer);
+            deliver(peer);
             return false;
         }
     }
 }
 
-void LocalPushService::take(Peer& peer)
+void LocalPushService::deliver(Peer& peer)
 {
     auto payload = Push::readPushPayload(peer.bytes);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
@@ -215,7 +215,7 @@ std::string sendToLocalPushService(const std::filesystem::path& socketFile, std:
     while (!payload.empty()) {
         const ssize_t sent = ::send(socket.get(), payload.data(), payload.size(), MSG_NOSIGNAL);
         if (sent < 0)
-            break; // Whoever refuses to read on has answered why.
+            break; // The service has stopped reading and replied with the reason.
         payload.remove_prefix(static_cast<std::size_t>(sent));
     }
     ::shutdown(socket.get(), SHUT_WR);

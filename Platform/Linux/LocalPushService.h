@@ -17,28 +17,27 @@ class UserDefaults;
 
 namespace Platform::Linux {
 
-/// A push distributor of this device's own, for tests and demonstrations: its token is random and kept, and
-/// payloads come in through a socket that only the same user can open.
+/// A built-in push distributor for tests and demonstrations. It stores a random token and receives payloads
+/// through a socket that only the same user can open.
 ///
-/// One connection carries one payload: the peer writes it, closes its writing side, and reads one line, "ok"
-/// once the payload is dealt with and committed, or "error: " and the reason. A peer that takes too long gets
-/// such a line, as does the one that has been idle for the longest when one more than `maximumPeerCount`
-/// connects.
+/// Each connection carries one payload: the peer writes it, closes its writing side, and reads one line: "ok"
+/// once the payload is processed and committed, or "error: " and the reason. A peer that takes too long gets
+/// an error line. When more than `maximumPeerCount` peers are connected, the one idle longest gets one too.
 ///
-/// Threads: main, as a `PushService`; the socket is served on a thread of its own. Errors: a socket that
-/// cannot be made, for one because its folder is open to other users, is one line to the log, and every
-/// registration fails with it; one fails as well when its token cannot be stored.
+/// Threads: main; a separate thread serves the socket. Errors: if the socket cannot be created, for example
+/// because other users have access to its folder, logs one line and fails every registration. A registration
+/// also fails if the token cannot be stored.
 class LocalPushService final : public PushService {
 public:
     struct Ports {
-        /// Keeps the token.
+        /// Stores the token.
         UserDefaults& store;
         DispatchQueue& mainQueue;
         const AdapterLog& log;
     };
 
     static constexpr std::size_t tokenSize = 32;
-    /// Of those that have not sent their whole payload yet.
+    /// Limit of connected peers that have not sent their whole payload yet.
     static constexpr std::size_t maximumPeerCount = 64;
 
     LocalPushService(const Ports& ports, std::filesystem::path socketFile);
@@ -52,27 +51,27 @@ private:
 
     void serve();
     void accept(std::vector<Peer>& peers) const;
-    /// Whether more is to come from the peer.
+    /// Returns whether the peer may send more.
     bool read(Peer& peer);
-    void take(Peer& peer);
+    void deliver(Peer& peer);
 
     const Ports m_ports;
     const std::filesystem::path m_socketFile;
-    /// Takes payloads to the main thread; see `UnifiedPushService`.
+    /// Passes payloads to the main thread; see `UnifiedPushService`.
     Push::YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;
-    /// Empty until the first registration, this time or an earlier one.
+    /// Empty until the first registration on this device.
     Data m_token;
-    /// Why there is no socket; empty when there is.
+    /// Error message if there is no socket, otherwise empty.
     std::string m_startFailure;
     Storage::FileDescriptor m_socket;
     Storage::FileDescriptor m_wakeUp;
     std::thread m_thread;
 };
 
-/// Sends `payload` as a peer and returns the line that comes back, without its line break. Throws
-/// `std::system_error` naming the socket when nobody listens there or the answer does not come, and another
-/// `std::runtime_error` when a process of another user listens: it gets nothing.
+/// Sends `payload` to the service at `socketFile` and returns its reply without the line break. Throws
+/// `std::system_error` naming the socket if no process listens or no reply arrives, and another
+/// `std::runtime_error` if the listening process runs as another user; that process receives nothing.
 std::string sendToLocalPushService(const std::filesystem::path& socketFile, std::string_view payload);
 
 } // namespace Platform::Linux

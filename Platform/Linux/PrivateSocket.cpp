@@ -32,7 +32,7 @@ Storage::FileDescriptor makeSocket(const fs::path& file, int flags)
     return socket;
 }
 
-/// Calls `operation`, bind(2) or connect(2), with the address of `file`. Zero, or the error number.
+/// Calls `operation`, bind(2) or connect(2), with the address of `file`. Returns zero or the error number.
 template <typename Operation>
 int withAddress(Operation operation, const Storage::FileDescriptor& socket, const fs::path& file)
 {
@@ -46,10 +46,10 @@ int withAddress(Operation operation, const Storage::FileDescriptor& socket, cons
                                                                                                      : errno;
 }
 
-bool isListenedOn(const fs::path& file)
+bool hasListener(const fs::path& file)
 {
     const int error = withAddress(::connect, makeSocket(file, SOCK_NONBLOCK), file);
-    return error == 0 || error == EAGAIN; // So many wait already that the next one would have to.
+    return error == 0 || error == EAGAIN; // EAGAIN: the backlog is full.
 }
 
 } // namespace
@@ -57,12 +57,12 @@ bool isListenedOn(const fs::path& file)
 Storage::FileDescriptor listenOnPrivateSocket(const fs::path& file)
 {
     Storage::preparePrivateFolder(file.parent_path(), "XDG_RUNTIME_DIR");
-    if (isListenedOn(file))
+    if (hasListener(file))
         failOn(file, EADDRINUSE);
     Storage::FileDescriptor socket = makeSocket(file, SOCK_NONBLOCK);
     const fs::path newFile = file.string() + ".new";
     ::unlink(newFile.c_str());
-    // The mode set before is the mode that the file is made with.
+    // bind() creates the file with the socket's mode.
     if (::fchmod(socket.get(), S_IRUSR | S_IWUSR) != 0)
         failOn(file, errno);
     if (const int error = withAddress(::bind, socket, newFile); error != 0)
@@ -81,7 +81,7 @@ Storage::FileDescriptor connectToPrivateSocket(const fs::path& file, std::chrono
     if (const int error = withAddress(::connect, socket, file); error != 0)
         failOn(file, error);
     if (const auto user = peerUser(socket); user != ::geteuid())
-        throw std::runtime_error(fmt::format("{} is served by user {}, not by user {}, who runs this",
+        throw std::runtime_error(fmt::format("{} is served by user {}, not by user {}, who runs this program",
                                              file.string(), user ? std::to_string(*user) : "unknown",
                                              ::geteuid()));
     return socket;

@@ -9,20 +9,20 @@
 
 namespace Platform::Linux {
 
-// Stream sockets in the file system, between processes of one user.
+// Unix stream sockets between processes of one user.
 
-/// Listens at `file`, which only this user can open. The folder is made if it is missing, and must belong to
-/// this user alone. A socket on which nobody listens any more is replaced. Never blocks. Throws
+/// Listens at `file`, which only this user can open. Creates the folder if it is missing; it must belong to
+/// this user alone. Replaces a socket on which no process listens any more. Never blocks. Throws
 /// `std::runtime_error` with the reason.
 Storage::FileDescriptor listenOnPrivateSocket(const std::filesystem::path& file);
 
-/// Connects to `file`, where a process of this user must listen. `timeout` bounds this and each later wait
-/// for the other side. Throws `std::system_error` when nobody can be reached there, and another
-/// `std::runtime_error` when a process of another user listens.
+/// Connects to `file`. `timeout` applies to this call and to each later read or write. Throws
+/// `std::system_error` if no process can be reached, and another `std::runtime_error` if the listening
+/// process runs as another user.
 Storage::FileDescriptor connectToPrivateSocket(const std::filesystem::path& file,
                                                std::chrono::seconds timeout);
 
-/// The user on the other side of a connected socket; absent when the system does not know.
+/// Returns the user id of the process at the other end of a connected socket; absent if unknown.
 std::optional<uid_t> peerUser(const Storage::FileDescriptor& socket);
 
 } // namespace Platform::Linux

@@ -12,15 +12,15 @@ namespace Platform::Linux {
 
 namespace {
 
-/// See core(5). PR_SET_DUMPABLE would do, but it gives the files in /proc/PID to root, and those are read by
-/// the second launch, qvctl and session managers.
+/// See core(5). Does not use PR_SET_DUMPABLE, which makes root the owner of the files in /proc/PID; a second
+/// launch, qvctl and session managers read those.
 void preventCoreDumps()
 {
-    // The kernel ignores a limit of 0 when core_pattern names a program, but takes 1 for "no dump" there; for
-    // files, both are too small.
+    // If core_pattern pipes dumps to a program, the kernel ignores a limit of 0, but 1 means "no dump". For
+    // files, both limits are too small.
     constexpr rlimit none{.rlim_cur = 1, .rlim_max = 1};
     ::setrlimit(RLIMIT_CORE, &none);
-    // In case the limit is raised from outside: a dump then holds registers, but no memory.
+    // In case another process raises the limit: the dump then contains no memory, only registers.
     constexpr std::string_view noMappings = "0";
     const Storage::FileDescriptor filter(::open("/proc/self/coredump_filter", O_WRONLY | O_CLOEXEC));
     if (filter)

@@ -4,10 +4,10 @@
 
 namespace Platform::Linux {
 
-/// Keeps the keys in the memory of this process out of files: it leaves no core dump unless `privateData` is
-/// shown, which is the development profile, and its TLS library writes no session keys to `SSLKEYLOGFILE`.
+/// Keeps this process's keys out of files: prevents core dumps, except in the development profile, which
+/// shows private data, and TLS session keys in `SSLKEYLOGFILE`.
 ///
-/// Threads: before the first one is started. Child processes inherit all of it.
+/// Threads: call it before starting any. Child processes inherit the settings.
 void protectProcessSecrets(Logging::PrivateData privateData);
 
 } // namespace Platform::Linux

@@ -7,22 +7,22 @@
 
 namespace Platform::Linux {
 
-/// Takes the signals that end this process or bring it to the front.
+/// Handles the signals that end this process or bring it to the front.
 ///
 /// Threads: main. The handlers run on a thread of this object, one at a time. Source: sigwait(3).
 class ProcessSignals {
 public:
-    /// The signal by which a later launch asks this one to come to the front.
+    /// Sent by a later launch to bring this instance to the front.
     static constexpr int activationSignal = SIGUSR1;
 
-    /// Has the signals wait for a `ProcessSignals`. Every thread has to, so call it before there is another
-    /// one.
+    /// Keeps the signals pending until there is a `ProcessSignals`. Call it before starting another thread,
+    /// so that every thread inherits the signal mask.
     static void block();
 
-    /// Calls `onEnd` for SIGTERM, SIGINT and SIGHUP, and `onActivation` for `activationSignal`, those that
-    /// have waited included.
+    /// Calls `onEnd` for SIGTERM, SIGINT and SIGHUP, and `onActivation` for `activationSignal`, including for
+    /// pending signals.
     ProcessSignals(std::function<void()> onEnd, std::function<void()> onActivation);
-    /// Waits for a handler that is running. From then on the signals do what they do to any process.
+    /// Waits for a running handler, then restores the signals' default behavior.
     ~ProcessSignals();
     ProcessSignals(const ProcessSignals&) = delete;
     ProcessSignals& operator=(const ProcessSignals&) = delete;

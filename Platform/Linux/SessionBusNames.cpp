@@ -14,7 +14,7 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 struct BusDeleter {
-    // Does not wait for what has not been sent.
+    // Closes without flushing, which could block.
     void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 using Bus = std::unique_ptr<sd_bus, BusDeleter>;
@@ -30,13 +30,13 @@ int requireSuccess(int result)
     if (result >= 0)
         return result;
     if (result == -ENOMEDIUM)
-        throw SessionBusError("neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR leads to it");
+        throw SessionBusError("neither DBUS_SESSION_BUS_ADDRESS nor XDG_RUNTIME_DIR gives its address");
     if (result == -ETIMEDOUT)
-        throw SessionBusError("it does not answer");
+        throw SessionBusError("it does not respond");
     throw SessionBusError(Platform::errorText(-result));
 }
 
-/// Zero when the deadline has passed.
+/// Returns zero once the deadline has passed.
 std::uint64_t microsecondsLeft(SteadyClock::time_point deadline)
 {
     using std::chrono::microseconds;
@@ -44,14 +44,15 @@ std::uint64_t microsecondsLeft(SteadyClock::time_point deadline)
     return static_cast<std::uint64_t>(std::max<microseconds::rep>(left, 0));
 }
 
-/// The library itself would wait for long on a bus that accepts the connection and then is silent.
+/// Enforces the deadline when a bus accepts the connection but sends nothing; the library's timeout is
+/// longer.
 void waitUntilReady(sd_bus* bus, SteadyClock::time_point deadline)
 {
     while (requireSuccess(sd_bus_is_ready(bus)) == 0) {
         if (requireSuccess(sd_bus_process(bus, nullptr)) != 0)
             continue;
         if (microsecondsLeft(deadline) == 0)
-            throw SessionBusError("it does not answer");
+            throw SessionBusError("it does not respond");
         requireSuccess(sd_bus_wait(bus, microsecondsLeft(deadline)));
     }
 }
@@ -62,7 +63,7 @@ std::set<std::string, std::less<>> busNames(sd_bus* bus, const char* method, Ste
     requireSuccess(sd_bus_message_new_method_call(bus, &message, "org.freedesktop.DBus",
                                                   "/org/freedesktop/DBus", "org.freedesktop.DBus", method));
     const Message call(message);
-    // Zero would stand for the library's own time limit.
+    // Zero would mean the library's default timeout.
     const std::uint64_t time = std::max<std::uint64_t>(microsecondsLeft(deadline), 1);
     requireSuccess(sd_bus_call(bus, call.get(), time, nullptr, &message));
     const Message reply(message);

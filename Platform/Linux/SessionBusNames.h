@@ -8,14 +8,13 @@
 
 namespace Platform::Linux {
 
-/// Why the session bus does not answer: a clause.
+/// A failure to query the session bus. `what()` is a clause for use after a colon.
 class SessionBusError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The well-known and unique names on the user's session bus, for a process that only looks. Calls the bus
-/// alone, so no service is started.
+/// The well-known and unique names on the user's session bus. Reading them starts no service.
 struct SessionBusNames {
     std::set<std::string, std::less<>> running;
     std::set<std::string, std::less<>> startable;
@@ -25,7 +24,8 @@ struct SessionBusNames {
         return running.count(name) != 0 || startable.count(name) != 0;
     }
 
-    /// Throws `SessionBusError` when there is no bus, or none that answers in time.
+    /// Reads the names from the bus. Throws `SessionBusError` if there is no bus or it does not reply in
+    /// time.
     static SessionBusNames query(std::chrono::milliseconds timeout);
 };
 

@@ -14,7 +14,7 @@ constexpr int utilityNiceness = 10;
 WorkerQueue::WorkerQueue(const std::string& name, Priority priority)
     : m_thread([this, name, priority] {
           ::pthread_setname_np(::pthread_self(), name.c_str());
-          // On Linux the niceness of "process 0" is that of the calling thread alone.
+          // On Linux, this sets the niceness of the calling thread only.
           if (priority == Priority::utility)
               ::setpriority(PRIO_PROCESS, 0, utilityNiceness);
           run(priority);
@@ -27,7 +27,7 @@ WorkerQueue::~WorkerQueue()
         const std::lock_guard lock(m_mutex);
         m_isEnding = true;
     }
-    m_hasNews.notify_one();
+    m_condition.notify_one();
     m_thread.join();
 }
 
@@ -37,14 +37,14 @@ void WorkerQueue::async(Work work)
         const std::lock_guard lock(m_mutex);
         m_waiting.push_back(std::move(work));
     }
-    m_hasNews.notify_one();
+    m_condition.notify_one();
 }
 
 void WorkerQueue::run(Priority priority)
 {
     std::unique_lock lock(m_mutex);
     while (true) {
-        m_hasNews.wait(lock, [this] { return m_isEnding || !m_waiting.empty(); });
+        m_condition.wait(lock, [this] { return m_isEnding || !m_waiting.empty(); });
         if (m_waiting.empty())
             return;
         Work work = std::move(m_waiting.front());

@@ -10,13 +10,13 @@
 
 namespace Platform::Linux {
 
-/// A queue with a thread of its own. The destructor returns once everything scheduled has run, so that a
-/// coroutine which waits for its turn comes to its end.
+/// A queue that runs its work on its own thread. The destructor first runs all scheduled work, so that
+/// waiting coroutines complete.
 class WorkerQueue final : public DispatchQueue {
 public:
     enum class Priority { utility, default_ };
 
-    /// `name` is seen in process listings; at most 15 bytes.
+    /// `name` appears in process listings; at most 15 bytes.
     WorkerQueue(const std::string& name, Priority priority);
     ~WorkerQueue() override;
     WorkerQueue(const WorkerQueue&) = delete;
@@ -28,7 +28,7 @@ private:
     void run(Priority priority);
 
     std::mutex m_mutex;
-    std::condition_variable m_hasNews;
+    std::condition_variable m_condition;
     std::deque<Work> m_waiting;
     bool m_isEnding = false;
     std::thread m_thread;

@@ -189,7 +189,7 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
     device.setEnvironment("QUORVANE_MANAGED_CONFIGURATION", "");
     const Case applicationCases[] = {
         {{"--no-such-option"}, 64, "--no-such-option"},
-        {{"--managed-configuration", ""}, 64, "--managed-configuration needs the name of a file"},
+        {{"--managed-configuration", ""}, 64, "--managed-configuration needs a file name"},
         {{"--managed-configuration="}, 64, "--managed-configuration: 1 required FILE missing"},
         {{"--managed-configuration", device.path("policy")},
          64,

@@ -103,7 +103,7 @@ public:
         });
         step("invalid file -> the last good configuration stays", [&] {
             m_device.replacePolicy("{\"base_domain\": \"acme");
-            expectLine("the last good one stays in force");
+            expectLine("the last valid configuration stays in effect");
         });
         step("a second process reads the same snapshot", [&] {
             expectOutput({"snapshot", "--json"}, R"("configVersion":2,)");

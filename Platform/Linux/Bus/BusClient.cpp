@@ -9,8 +9,8 @@ namespace Platform::Linux::Bus {
 
 namespace {
 
-// Version 2 of the library, which brought this header, has a type for each kind of name, and other ways to
-// call and to export.
+// sdbus-c++ 2, which introduced this header, has a type for each kind of name and a different API for calls
+// and exports.
 #if __has_include(<sdbus-c++/VTableItems.h>)
 using ErrorName = sdbus::Error::Name;
 using sdbus::InterfaceName;
@@ -93,7 +93,7 @@ void BusRequest::answer(const std::function<sdbus::MethodReply(const sdbus::Meth
     try {
         makeReply(*m_state->call).send();
     } catch (const sdbus::Error&) {
-        // The bus has gone, and the caller with it.
+        // The connection is lost, so the caller can no longer receive the reply.
     }
     m_state->call.reset();
 }
@@ -115,7 +115,7 @@ void BusClient::watchNames(
 {
     addMatch(rule({busName, busPath, busName, "NameOwnerChanged"}).append(",").append(match),
              [handler](sdbus::Message& message) -> Work {
-                 // A peer may send its signals straight to this connection, past the rule that names the bus.
+                 // A peer can send signals directly to this connection, bypassing the match rule.
                  auto names = readBusMessage<std::tuple<std::string, std::string, std::string>>(message);
                  if (!names || std::string(message.getSender()) != busName)
                      return {};
@@ -171,8 +171,8 @@ std::string BusClient::rule(const BusSignal& signal)
 
 void BusClient::send(const BusCall& call, const Write& write, const ReadReply& read)
 {
-    // The library may keep its record of a call that is answered before it has been sent entirely, for as
-    // long as the proxy lives. So each call has a proxy, which ends with the answer.
+    // If the reply arrives before the call is fully sent, the library can keep its record of the call until
+    // the proxy is destroyed. So each call gets its own proxy, destroyed with the reply.
     const std::uint64_t number = ++m_lastCall;
     const auto deliver = [this, number, read](sdbus::Message* reply, const std::optional<BusError>& error) {
         post([this, number, work = read(reply, error)] {
@@ -194,7 +194,7 @@ void BusClient::send(const BusCall& call, const Write& write, const ReadReply& r
                 deliver(&reply, std::nullopt);
         };
         callAsync(*proxy, message, callback, timeout);
-    } catch (const sdbus::Error& error) { // The bus has gone, or an argument is not valid UTF-8.
+    } catch (const sdbus::Error& error) { // The connection is lost, or an argument is not valid UTF-8.
         deliver(nullptr, busError(error));
     }
 }

@@ -22,41 +22,40 @@ namespace Platform::Linux::Bus {
 
 class SessionBus;
 
-/// The bus itself, as a service and as its interface.
+/// The bus's own service name, which is also its interface name, and its object path.
 inline constexpr const char* busName = "org.freedesktop.DBus";
 inline constexpr const char* busPath = "/org/freedesktop/DBus";
 
-/// A value of any type.
 using BusValue = sdbus::Variant;
 using BusDictionary = std::map<std::string, BusValue>;
 
-/// A method of a service.
+/// The target of a method call.
 struct BusCall {
     std::string service;
     std::string path;
     std::string interface;
     std::string method;
-    /// The start of the service included. Absent: no limit.
+    /// Includes the time the service takes to start. Absent: no limit.
     std::optional<std::chrono::microseconds> timeout;
 };
 
 struct BusError {
     std::string name;
-    /// May repeat what was in the call.
+    /// May quote the call's arguments.
     std::string message;
 };
 
 template <typename Reply>
 struct BusAnswer {
-    /// Absent for an error, and for a reply of another type.
+    /// Absent after an error, and when the reply has an unexpected type.
     std::optional<Reply> value;
     /// The unique name of the connection that sent the reply.
     std::string sender;
-    /// Absent for a reply, of whichever type.
+    /// Absent when a reply arrived, even one of an unexpected type.
     std::optional<BusError> error;
 };
 
-/// A signal of a service.
+/// The signal to subscribe to.
 struct BusSignal {
     std::string service;
     std::string path;
@@ -64,7 +63,7 @@ struct BusSignal {
     std::string member;
 };
 
-/// Reads the arguments of a message. Absent when they are of other types.
+/// Returns the arguments of a message; absent if their types differ from `Value`.
 template <typename Value>
 std::optional<Value> readBusMessage(sdbus::Message& message)
 {
@@ -74,20 +73,20 @@ std::optional<Value> readBusMessage(sdbus::Message& message)
         if (message)
             return std::optional<Value>(std::move(value));
     } catch (const sdbus::Error&) {
-        // Of another type.
+        // The types differ.
     }
     return std::nullopt;
 }
 
-/// A call from another connection. Copies stand for the same call.
+/// A method call from another connection. Copies refer to the same call.
 ///
-/// Threads: `read` inside the handler of the method only; the others from any. An answer is dropped when it
-/// is not the first one, and after the end of the client.
+/// Threads: `read` only inside the method's handler, everything else from any thread. Only the first answer
+/// is sent; answers after the client is destroyed are dropped.
 class BusRequest {
 public:
-    /// The unique name of the connection that it came from.
+    /// The unique name of the caller's connection.
     [[nodiscard]] const std::string& sender() const { return m_state->sender; }
-    /// Reads the arguments, once. Absent when they are of other types.
+    /// Returns the arguments; absent if their types differ from `Value`. Call at most once.
     template <typename Value>
     [[nodiscard]] std::optional<Value> read() const
     {
@@ -111,7 +110,7 @@ private:
 
         const std::string sender;
         std::mutex mutex;
-        /// Absent after the answer, and after the end of the client: it must not outlive the connection.
+        /// Reset after the answer and when the client is destroyed: it must not outlive the connection.
         std::optional<sdbus::MethodCall> call;
     };
 
@@ -121,25 +120,25 @@ private:
     std::shared_ptr<State> m_state;
 };
 
-/// A method that other connections may call.
+/// A method exported to other connections.
 struct BusMethod {
     std::string interface;
     std::string name;
     std::string inputSignature;
     std::string outputSignature;
-    /// Whether the caller is told to expect a reply.
+    /// False if the method never replies.
     bool hasReply = true;
-    /// Called on the thread of the bus. Returns work for the queue of the client, or nothing.
+    /// Called on the bus thread. Returns work for the client's queue, or nothing.
     std::function<DispatchQueue::Work(const BusRequest&)> handler;
 };
 
-/// One adapter's share of the session bus: its calls, its subscriptions and the methods that it exports.
+/// One adapter's use of the session bus: its calls, subscriptions and exported methods.
 ///
-/// Whatever comes from the bus is delivered on one queue, in the order of its arrival, and never inside the
-/// call that requested it. Nothing is delivered after the end of this object.
+/// Replies, signals and calls are delivered on one queue in order of arrival, never inside the call that
+/// requested them and never after destruction.
 ///
-/// Threads: that of the queue, the destructor included. Ownership: refers to the bus and the queue.
-/// Errors: `call` delivers them; the others throw `std::runtime_error` when the bus has gone.
+/// Threads: the queue's, including for the destructor. Ownership: holds references to the bus and the queue.
+/// Errors: `call` delivers them; other members throw `std::runtime_error` when the connection is lost.
 class BusClient {
 public:
     BusClient(SessionBus& bus, DispatchQueue& queue) : m_bus(bus), m_queue(queue) {}
@@ -147,8 +146,8 @@ public:
     BusClient(const BusClient&) = delete;
     BusClient& operator=(const BusClient&) = delete;
 
-    /// `completion` takes a `const BusAnswer<Reply>&`. `Reply` is a tuple for a reply that is not of one
-    /// value.
+    /// Calls `completion` with a `const BusAnswer<Reply>&`. `Reply` is a tuple unless the reply has exactly
+    /// one value.
     template <typename Reply, typename Completion, typename... Arguments>
     void call(const BusCall& call, Completion completion, const Arguments&... arguments)
     {
@@ -163,9 +162,9 @@ public:
         });
     }
 
-    /// `handler` takes the unique name of the sender, and what the signal carries as `Values`. A signal that
-    /// carries something else is ignored. A peer may send its signals straight to this connection, past the
-    /// rule that names the service: compare the sender with the owner of that name.
+    /// Calls `handler` with the sender's unique name and the signal's arguments; signals with arguments of
+    /// other types are ignored. A peer can send signals directly to this connection, bypassing the match
+    /// rule, so the handler must compare the sender with the owner of the service name.
     template <typename... Values, typename Handler>
     void subscribe(const BusSignal& signal, Handler handler)
     {
@@ -179,14 +178,13 @@ public:
         });
     }
 
-    /// `handler` is called when a name gets or loses its owner. `match` selects the names: "arg0='a.b'" or
-    /// "arg0namespace='a.b'". The owner is the unique name of the connection, empty for none.
+    /// Calls `handler` when a name gains or loses its owner. `match` selects the names: "arg0='a.b'" or
+    /// "arg0namespace='a.b'". `owner` is the unique name of the connection, or empty.
     void watchNames(std::string_view match,
                     const std::function<void(const std::string& name, const std::string& owner)>& handler);
 
-    /// Makes this connection the owner of a well-known name. Returns false when another program owns it. A
-    /// repeated call does nothing once the name is ours. A bus that has gone is no error here: the next call
-    /// reports it.
+    /// Makes this connection the owner of a well-known name; does nothing if it is already. Returns false if
+    /// another program owns the name. Does not report a lost connection: the next call does.
     bool claimName(const std::string& name);
 
     void exportMethod(const std::string& path, const BusMethod& method);
@@ -194,7 +192,7 @@ public:
 private:
     using Work = DispatchQueue::Work;
     using Write = std::function<void(sdbus::Message&)>;
-    /// These run on the thread of the bus and return work for the queue, or nothing.
+    /// These run on the bus thread and return work for the queue, or nothing.
     using ReadReply = std::function<Work(sdbus::Message* reply, const std::optional<BusError>& error)>;
     using ReadSignal = std::function<Work(sdbus::Message&)>;
 
@@ -206,14 +204,14 @@ private:
 
     SessionBus& m_bus;
     DispatchQueue& m_queue;
-    /// Those that are ours.
+    /// The well-known names this connection owns.
     std::set<std::string> m_names;
     std::uint64_t m_lastCall = 0;
-    /// Referred to weakly by work that waits on the queue.
+    /// Queued work holds a weak reference and is skipped once this has expired.
     const std::shared_ptr<bool> m_life = std::make_shared<bool>();
-    /// Used by callbacks of `m_objects`.
+    /// Accessed by callbacks of `m_objects`.
     std::vector<std::weak_ptr<BusRequest::State>> m_requests;
-    // Their destructors wait for a callback that runs.
+    // Their destructors wait for a running callback.
     std::map<std::uint64_t, std::unique_ptr<sdbus::IProxy>> m_calls;
     std::vector<sdbus::Slot> m_matches;
     std::vector<std::unique_ptr<sdbus::IObject>> m_objects;

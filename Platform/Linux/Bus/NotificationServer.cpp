@@ -16,18 +16,18 @@ namespace Platform::Linux::Bus {
 
 namespace {
 
-// Each is the name of the interface as well.
+// Also the interface name.
 constexpr const char* serverName = "org.freedesktop.Notifications";
 constexpr const char* serverPath = "/org/freedesktop/Notifications";
 
-/// A server that does not say in this time what it can do is taken for a plain one.
+/// If the server takes longer, default capabilities are assumed.
 constexpr std::chrono::seconds capabilitiesTime{2};
-/// For so long an answer that comes too late is still recognised, to close what it has shown.
+/// How long to wait for a late reply, in order to close the notification it reports.
 constexpr std::chrono::seconds lateAnswerTime{60};
-/// Of the one line that a server without bodies shows.
+/// Limit for the single line sent to a server that shows no body.
 constexpr std::size_t maximumLineCharacterCount = 100;
 
-struct Texts {
+struct NotificationText {
     std::string summary;
     std::string body;
 };
@@ -45,7 +45,7 @@ std::string escaped(std::string_view text)
     return markup;
 }
 
-/// The beginning of a line of valid UTF-8.
+/// Cuts `line`, valid UTF-8, after `maximumLineCharacterCount` characters and marks the cut with an ellipsis.
 std::string shortened(std::string line)
 {
     std::size_t characterCount = 0;
@@ -58,24 +58,24 @@ std::string shortened(std::string line)
     return line;
 }
 
-Texts textsOf(const UserNotification& notification, const std::string& applicationName,
-              const NotificationServer::Capabilities& capabilities)
+NotificationText textOf(const UserNotification& notification, const std::string& applicationName,
+                        const NotificationServer::Capabilities& capabilities)
 {
-    Texts texts{.summary = plainText(notification.title, LineBreaks::replaced),
-                .body = plainText(notification.body, LineBreaks::kept)};
-    if (texts.summary.find_first_not_of(' ') == std::string::npos)
-        texts.summary = applicationName;
-    if (!capabilities.hasBody && !texts.body.empty())
-        return {.summary = shortened(texts.summary + ": " + plainText(texts.body, LineBreaks::replaced)),
+    NotificationText text{.summary = plainText(notification.title, LineBreaks::replaced),
+                          .body = plainText(notification.body, LineBreaks::kept)};
+    if (text.summary.find_first_not_of(' ') == std::string::npos)
+        text.summary = applicationName;
+    if (!capabilities.hasBody && !text.body.empty())
+        return {.summary = shortened(text.summary + ": " + plainText(text.body, LineBreaks::replaced)),
                 .body = {}};
     if (capabilities.hasBodyMarkup)
-        texts.body = escaped(texts.body);
-    return texts;
+        text.body = escaped(text.body);
+    return text;
 }
 
-/// Servers keep critical notifications on the screen and show them while the user wants no interruption. To
-/// break through takes a permission of its own, which this app does not request: a sender that asks for it
-/// with "critical" or "time-sensitive" gets what any other gets.
+/// Never returns critical urgency: servers keep critical notifications on screen and show them in
+/// do-not-disturb mode, which needs a permission this app does not request. Payloads marked "critical" or
+/// "time-sensitive" are sent like any other.
 std::uint8_t urgencyOf(const UserNotification& notification, unsigned options)
 {
     enum Urgency : std::uint8_t { low, normal };
@@ -84,7 +84,7 @@ std::uint8_t urgencyOf(const UserNotification& notification, unsigned options)
 
 BusDictionary hintsOf(const UserNotification& notification, unsigned options, const std::string& desktopEntry)
 {
-    // No category: those there are mean mails, calls, devices and the like.
+    // No category: the standard ones are for email, calls, devices and so on.
     BusDictionary hints{{"desktop-entry", BusValue(desktopEntry)},
                         {"urgency", BusValue(urgencyOf(notification, options))},
                         {"transient", BusValue((options & PresentationOptions::list) == 0)}};
@@ -148,7 +148,7 @@ void NotificationServer::show(const UserNotification& notification, unsigned opt
                .options = options,
                .completion = std::move(completion),
                .onResponse = std::move(onResponse),
-               .deadline = m_ports.timers.scheduledTimer(answerTime, [this, number] { giveUp(number); })};
+               .deadline = m_ports.timers.scheduledTimer(answerTime, [this, number] { timeOut(number); })};
     if (m_server.capabilities)
         send(number, request, *m_server.capabilities);
     else
@@ -172,7 +172,7 @@ void NotificationServer::adopt(const std::string& owner)
 
 void NotificationServer::requestInformation()
 {
-    // Name, vendor, version and the version of the protocol.
+    // Name, vendor, version, protocol version.
     using Reply = std::tuple<std::string, std::string, std::string, std::string>;
     m_client->call<Reply>(serverCall("GetServerInformation", lateAnswerTime),
                           [this](const BusAnswer<Reply>& answer) {
@@ -188,7 +188,7 @@ void NotificationServer::requestCapabilities()
     if (std::exchange(m_server.isRequestingCapabilities, true))
         return;
     using Reply = std::vector<std::string>;
-    // One that the bus has to start is asked again when it is there.
+    // If the bus still has to start the server, adopt() repeats the request with the shorter timeout.
     const auto time = m_server.owner.empty() ? answerTime : capabilitiesTime;
     m_client->call<Reply>(serverCall("GetCapabilities", time),
                           [this, requestedOwner = m_server.owner](const BusAnswer<Reply>& answer) {
@@ -200,7 +200,7 @@ void NotificationServer::receiveCapabilities(const std::string& requestedOwner,
                                              const BusAnswer<std::vector<std::string>>& answer)
 {
     if (requestedOwner != m_server.owner)
-        return; // Its successor has been asked.
+        return; // That server has exited; adopt() has sent a new request.
     m_server.isRequestingCapabilities = false;
     Capabilities capabilities;
     if (answer.value) {
@@ -220,7 +220,7 @@ void NotificationServer::receiveCapabilities(const std::string& requestedOwner,
 void NotificationServer::send(unsigned number, Request& request, const Capabilities& capabilities)
 {
     request.isSent = true;
-    const Texts texts = textsOf(request.notification, m_application.name, capabilities);
+    const NotificationText text = textOf(request.notification, m_application.name, capabilities);
     std::vector<std::string> actions;
     if (capabilities.hasActions)
         actions = {"default", "Open"};
@@ -228,12 +228,12 @@ void NotificationServer::send(unsigned number, Request& request, const Capabilit
     constexpr std::int32_t expiresByDefault = -1;
     m_client->call<std::uint32_t>(
         serverCall("Notify", lateAnswerTime),
-        [this, number](const BusAnswer<std::uint32_t>& answer) { takeAnswer(number, answer); },
-        m_application.name, replacesNone, std::string(), texts.summary, texts.body, actions,
+        [this, number](const BusAnswer<std::uint32_t>& answer) { receiveId(number, answer); },
+        m_application.name, replacesNone, std::string(), text.summary, text.body, actions,
         hintsOf(request.notification, request.options, m_application.desktopEntry), expiresByDefault);
 }
 
-void NotificationServer::takeAnswer(unsigned number, const BusAnswer<std::uint32_t>& answer)
+void NotificationServer::receiveId(unsigned number, const BusAnswer<std::uint32_t>& answer)
 {
     const Request request = std::move(m_requests.extract(number).mapped());
     const std::uint32_t id = answer.value.value_or(0);
@@ -243,9 +243,9 @@ void NotificationServer::takeAnswer(unsigned number, const BusAnswer<std::uint32
             m_client->call<std::tuple<>>(
                 serverCall("CloseNotification", answerTime), [](const auto&) {}, id);
     } else if (id == 0) {
-        fail(request, answer.value   ? "an id that is none"
+        fail(request, answer.value   ? "it returned the invalid id 0"
                       : answer.error ? answer.error->name
-                                     : "an answer that cannot be read");
+                                     : "it sent a malformed reply");
     } else {
         m_errorLine.reset();
         if (isOfPresentServer)
@@ -254,14 +254,14 @@ void NotificationServer::takeAnswer(unsigned number, const BusAnswer<std::uint32
     }
 }
 
-void NotificationServer::giveUp(unsigned number)
+void NotificationServer::timeOut(unsigned number)
 {
     const auto found = m_requests.find(number);
     const Request request = std::exchange(found->second, {});
     found->second.isSent = request.isSent;
     if (!request.isSent)
         m_requests.erase(found);
-    fail(request, "no answer in time");
+    fail(request, "it did not reply in time");
 }
 
 void NotificationServer::fail(const Request& request, const std::string& reason)
@@ -282,7 +282,7 @@ void NotificationServer::end(const std::string& sender, std::uint32_t id, bool i
 {
     auto& all = m_server.shown;
     const auto found = std::ranges::find(all, id, &Shown::id);
-    // A peer may send its signals straight to this connection, past the rule that names the server.
+    // A peer can send signals directly to this connection, bypassing the match rule.
     if (sender != m_server.owner || found == all.end())
         return;
     const auto onResponse = std::move(found->onResponse);

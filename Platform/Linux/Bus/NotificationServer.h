@@ -26,17 +26,16 @@ class SessionBus;
 template <typename Reply>
 struct BusAnswer;
 
-/// Shows notifications through the server of this desktop, the one that owns the name
-/// org.freedesktop.Notifications; one that the bus can start counts.
+/// Shows notifications through the desktop's notification server, the owner of the bus name
+/// org.freedesktop.Notifications. The bus starts the server if it can.
 ///
-/// A notification counts as shown once the server has given it an id. A server that takes longer than
-/// `answerTime` is taken for none: what it shows after that is closed again, for another presenter has had
-/// its turn. Notifications die with their server: nobody answers them any more. This protocol always pops
-/// them up, so one for the list alone comes with low urgency, and one for neither the list nor the banner is
-/// not shown: there would be nothing to see.
+/// A notification counts as shown once the server has assigned it an id. If the server takes longer than
+/// `answerTime`, the next presenter gets the notification and the late one is closed. When a server exits,
+/// its notifications can no longer be tapped. The protocol always shows a banner, so a notification for the
+/// list only is sent with low urgency, and one for neither list nor banner is not sent.
 ///
-/// Threads: main. Ownership: refers to its ports. Completions that have not been called by the end of this
-/// object never are. Errors: one line to the log until something has been shown again.
+/// Threads: main. Ownership: holds references to its ports. Completions still pending at destruction are
+/// never called. Errors: logs one line, then none until a notification is shown again.
 /// Source: Desktop Notifications 1.2, freedesktop.org.
 class NotificationServer final : public NotificationPresenter {
 public:
@@ -46,11 +45,11 @@ public:
         TimerScheduler& timers;
         const AdapterLog& log;
     };
-    /// Whose notifications they are.
+    /// The application the notifications come from.
     struct Application {
-        /// For people.
+        /// As shown to the user.
         std::string name;
-        /// The name of the desktop entry, without ".desktop".
+        /// The desktop file's name without ".desktop".
         std::string desktopEntry;
     };
     struct Information {
@@ -58,7 +57,7 @@ public:
         std::string version;
     };
 
-    /// What a server can do, as far as it matters here. At first that of one that does not say.
+    /// The relevant server capabilities. The defaults apply to a server that does not report any.
     struct Capabilities {
         bool hasActions = false;
         bool hasBody = true;
@@ -66,27 +65,27 @@ public:
     };
 
     static constexpr std::chrono::seconds answerTime{5};
-    /// So many wait for the user's answer; the oldest is forgotten for the next.
+    /// Limit of notifications whose response is tracked; the oldest is dropped first.
     static constexpr std::size_t maximumShownCount = 100;
 
     NotificationServer(const Ports& ports, Application application);
     ~NotificationServer() override;
 
-    /// Answers at once, and false, when `options` have neither the list nor the banner.
+    /// Calls `completion` immediately with false if `options` contain neither the list nor the banner.
     void show(const UserNotification& notification, unsigned options,
               std::function<void(bool isShown)> completion, std::function<void()> onResponse) override;
-    /// Called for each server that comes.
+    /// `handler` is called each time a server appears.
     void onAvailable(std::function<void()> handler) override { m_availabilityHandler = std::move(handler); }
 
-    /// What the present server says of itself; absent while there is none, or it has not said it yet.
+    /// Name and version of the current server; absent until it has replied.
     [[nodiscard]] std::optional<Information> information() const { return m_server.information; }
 
 private:
-    /// A notification that the server has not answered yet.
+    /// A notification the server has not confirmed yet.
     struct Request {
         UserNotification notification;
         unsigned options = 0;
-        /// Empty when it has been called: the answer comes too late.
+        /// Empty after the deadline, when it has been called with false.
         std::function<void(bool)> completion;
         std::function<void()> onResponse;
         bool isSent = false;
@@ -96,9 +95,9 @@ private:
         std::uint32_t id = 0;
         std::function<void()> onResponse;
     };
-    /// What is known of the server, and ends with it.
+    /// State of the current server, discarded when the server exits.
     struct Server {
-        /// Its connection; empty while there is none.
+        /// Unique name of its connection; empty if no server runs.
         std::string owner;
         bool isRequestingCapabilities = false;
         std::optional<Capabilities> capabilities;
@@ -112,8 +111,8 @@ private:
     void receiveCapabilities(const std::string& requestedOwner,
                              const BusAnswer<std::vector<std::string>>& answer);
     void send(unsigned number, Request& request, const Capabilities& capabilities);
-    void takeAnswer(unsigned number, const BusAnswer<std::uint32_t>& answer);
-    void giveUp(unsigned number);
+    void receiveId(unsigned number, const BusAnswer<std::uint32_t>& answer);
+    void timeOut(unsigned number);
     void fail(const Request& request, const std::string& reason);
     void remember(std::uint32_t id, std::function<void()> onResponse);
     void end(const std::string& sender, std::uint32_t id, bool isResponse);

@@ -14,7 +14,7 @@ constexpr const char* portalName = "org.freedesktop.portal.Desktop";
 constexpr const char* portalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
 
-/// A portal that starts with the desktop may answer minutes later, which is still in time.
+/// A portal that starts with the desktop may take minutes to reply; the reply is still useful then.
 constexpr std::nullopt_t unlimitedTime = std::nullopt;
 
 constexpr std::string_view appearanceSpace = "org.freedesktop.appearance";
@@ -29,7 +29,7 @@ constexpr std::uint32_t prefersReducedMotion = 1;
 constexpr double minimumTextScale = 1;
 constexpr double maximumTextScale = 2;
 
-/// Empty for a type that no setting has here.
+/// Returns an empty value for a type that none of these settings has.
 template <typename Value>
 Value settingValue(const BusValue& value)
 {
@@ -53,7 +53,7 @@ PortalAppearance::PortalAppearance(SessionBus& bus, DispatchQueue& mainQueue)
         {portalName, portalPath, settingsInterface, "SettingChanged"},
         [this](const std::string& sender, const std::string& space, const std::string& key,
                const BusValue& value) {
-            change(sender, {space, key}, settingValue<Value>(value));
+            settingChanged(sender, {space, key}, settingValue<Value>(value));
         });
     requestSettings();
 }
@@ -82,7 +82,7 @@ Appearance PortalAppearance::appearanceOf(const Settings& settings)
         .isDark = settings.at(colorScheme) == Value(prefersDark),
         .isMotionReduced = settings.at(reducedMotion) == Value(prefersReducedMotion) ||
                            settings.at(enableAnimations) == Value(false),
-        // In this order NaN becomes the minimum.
+        // In this order, NaN becomes the minimum.
         .textScale = std::fmin(std::fmax(textScale, minimumTextScale), maximumTextScale),
     };
 }
@@ -106,12 +106,12 @@ void PortalAppearance::requestSettings()
             for (const auto& [space, values] : *answer.value)
                 for (const auto& [key, value] : values)
                     set(settings, {space, key}, settingValue<Value>(value));
-            take(answer.sender, settings);
+            receiveSettings(answer.sender, settings);
         },
         std::vector{std::string(appearanceSpace), std::string(interfaceSpace)});
 }
 
-void PortalAppearance::take(const std::string& sender, const Settings& settings)
+void PortalAppearance::receiveSettings(const std::string& sender, const Settings& settings)
 {
     if (!m_owner)
         m_owner = sender;
@@ -119,9 +119,10 @@ void PortalAppearance::take(const std::string& sender, const Settings& settings)
         use(settings);
 }
 
-void PortalAppearance::change(const std::string& sender, const Name& name, const Value& value)
+void PortalAppearance::settingChanged(const std::string& sender, const Name& name, const Value& value)
 {
-    // Only the owner's signals count. Before the first answer, that answer will hold the change as well.
+    // Accept signals from the portal only. Before the first reply, ignore them: the reply includes the
+    // change.
     if (sender != m_owner || !m_appearance)
         return;
     Settings settings = m_settings;

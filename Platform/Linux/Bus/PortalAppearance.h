@@ -21,14 +21,13 @@ namespace Platform::Linux::Bus {
 class BusClient;
 class SessionBus;
 
-/// The appearance that the user has chosen on this desktop, read from the desktop portal. The bus starts the
-/// portal if it can.
+/// The user's appearance settings, read from the desktop portal. The bus starts the portal if it can.
 ///
-/// Every portal that starts is asked for all settings, and a complete reply replaces the previous ones. They
-/// are kept while no portal runs, so that its restart has no visible effect.
+/// All settings are requested each time a portal starts, and the reply replaces the previous ones. They are
+/// kept while no portal runs, so a restart of the portal has no visible effect.
 ///
-/// Threads: main. Ownership: refers to the bus and the queue. Errors: none; many desktops have no portal, and
-/// values of a wrong type are ignored.
+/// Threads: main. Ownership: holds references to the bus and the queue. Errors: none; many desktops have no
+/// portal, and values of the wrong type are ignored.
 /// Source: XDG Desktop Portal, org.freedesktop.portal.Settings, version 1 and later.
 class PortalAppearance final : public AppearanceSource {
 public:
@@ -41,9 +40,9 @@ public:
 private:
     /// Namespace and key.
     using Name = std::pair<std::string_view, std::string_view>;
-    /// Empty for a type that no setting has here.
+    /// Empty for a type that none of these settings has.
     using Value = std::variant<std::monostate, bool, std::uint32_t, double>;
-    /// Those that matter here, always all of them, each in its type.
+    /// Always holds every setting used here, each with its own type.
     using Settings = std::map<Name, Value>;
 
     static Settings defaults();
@@ -52,14 +51,14 @@ private:
 
     void adopt(const std::string& owner);
     void requestSettings();
-    void take(const std::string& sender, const Settings& settings);
-    void change(const std::string& sender, const Name& name, const Value& value);
+    void receiveSettings(const std::string& sender, const Settings& settings);
+    void settingChanged(const std::string& sender, const Name& name, const Value& value);
     void use(Settings settings);
 
-    /// The unique name of the portal: empty while no portal runs, absent while that is not known.
+    /// The portal's unique name: empty if no portal runs, absent while that is unknown.
     std::optional<std::string> m_owner;
     Settings m_settings = defaults();
-    /// Absent before the first answer.
+    /// Absent before the first reply.
     std::optional<Appearance> m_appearance;
     Observer m_observer;
     const std::unique_ptr<BusClient> m_client;

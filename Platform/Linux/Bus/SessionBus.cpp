@@ -43,8 +43,10 @@ void SessionBus::run()
     try {
         m_connection->enterEventLoop();
     } catch (const sdbus::Error& error) {
-        m_log.error("The session bus went away; notifications and pushes come back with the next start: " +
-                    error.getMessage());
+        m_log.error(
+            "The connection to the session bus is lost; restart this application to receive pushes and "
+            "show notifications again: " +
+            error.getMessage());
     }
 }
 

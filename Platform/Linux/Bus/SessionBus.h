@@ -13,11 +13,11 @@ class AdapterLog;
 
 namespace Platform::Linux::Bus {
 
-/// The connection to the user's session bus, with the thread that serves it. Adapters use it through a
+/// The connection to the user's session bus and the thread that serves it. Adapters use it through a
 /// `BusClient`.
 ///
-/// Threads: `connection()` may be used from any; its callbacks run on the thread of the bus. Errors: a bus
-/// that goes away is one line to the log, and nothing more arrives.
+/// Threads: `connection()` may be used from any thread; its callbacks run on the bus thread. Errors: when the
+/// connection is lost, logs one line and delivers nothing more.
 class SessionBus {
 public:
     /// Throws `std::runtime_error` when there is no bus.
@@ -28,9 +28,9 @@ public:
 
     [[nodiscard]] sdbus::IConnection& connection() { return *m_connection; }
 
-    /// Delivers what arrives from now on.
+    /// Starts the bus thread, which runs the callbacks.
     void start();
-    /// After it no callback runs. The destructor calls it too.
+    /// Stops the bus thread; no callback runs afterwards. The destructor calls it too.
     void stop();
 
 private:

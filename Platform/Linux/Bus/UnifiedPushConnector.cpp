@@ -28,7 +28,7 @@ enum class Version { one, two };
 struct Fields {
     std::string token;
     std::string content;
-    /// The identifier of a message, for its acknowledgment. Absent when the message has none.
+    /// Identifies the message in the acknowledgment. Absent if the message has none.
     std::optional<std::string> messageIdentifier;
 };
 
@@ -56,7 +56,7 @@ std::optional<Fields> readVersion1(Method method, const BusRequest& request)
     return std::nullopt;
 }
 
-/// Throws what the dictionary and its values throw when a field is missing or of another type.
+/// Throws `std::exception` when a field is missing or has the wrong type.
 std::optional<Fields> readVersion2(Method method, const BusRequest& request)
 {
     const auto arguments = request.read<BusDictionary>();
@@ -91,7 +91,7 @@ bool isWellFormed(Method method, const Fields& fields)
     return true;
 }
 
-/// Absent when the call is malformed.
+/// Returns no value for a malformed call.
 std::optional<Fields> read(Version version, Method method, const BusRequest& request)
 {
     try {
@@ -99,7 +99,7 @@ std::optional<Fields> read(Version version, Method method, const BusRequest& req
         if (fields && isWellFormed(method, *fields))
             return fields;
     } catch (const std::exception&) {
-        // A field is missing or of another type.
+        // A field is missing or has the wrong type.
     }
     return std::nullopt;
 }
@@ -143,7 +143,7 @@ void exportUnifiedPushConnector(BusClient& client, const Handler& handler)
         Method method;
         const char* arguments1;
     };
-    // The last one is what older distributors call it.
+    // "Unregister" is the name that older distributors use for "Unregistered".
     constexpr Entry entries[] = {{"Message", Method::message, "says"},
                                  {"NewEndpoint", Method::newEndpoint, "ss"},
                                  {"Unregistered", Method::unregistered, "s"},

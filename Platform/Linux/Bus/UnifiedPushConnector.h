@@ -8,40 +8,40 @@ namespace Platform::Linux::Bus {
 
 class BusClient;
 
-/// A call of a push distributor, in either version of the interface.
+/// A call from a push distributor, through either version of the interface.
 struct UnifiedPushCall {
     enum class Method { message, newEndpoint, unregistered };
 
     enum class Answer {
-        /// An empty reply, with the identifier of a message: the distributor can forget it.
+        /// A reply that acknowledges the message by its identifier; the distributor can delete it.
         done,
         /// An empty reply.
         ignored,
-        /// An error: the distributor should keep the message. The callers of the first version ignore it.
+        /// An error: the distributor should keep the message. Callers of version 1 get no replies.
         failed,
     };
 
-    /// `reason` is the text of a failure.
+    /// `reason` is used for `Answer::failed` only.
     using Responder = std::function<void(Answer answer, const std::string& reason)>;
 
     static constexpr std::size_t maximumEndpointSize = 1000;
     static constexpr std::size_t maximumMessageSize = 4096;
 
     Method method;
-    /// The unique name of the connection that it came from.
+    /// The unique name of the caller's connection.
     std::string sender;
     std::string token;
-    /// The message or the endpoint, within its limits.
+    /// The message or the endpoint, within the size limits above.
     std::string content;
-    /// To be called once, from any thread; a second answer is dropped.
+    /// Call it once, from any thread; further calls are ignored.
     Responder answer;
 };
 
-/// Exports the object through which push distributors call back, in either version of the interface. Each
-/// well-formed call is delivered to `handler` on the queue of `client`; malformed ones are answered on the
-/// thread of the bus and go no further.
+/// Exports the D-Bus object that push distributors call, with both versions of the interface. Well-formed
+/// calls are delivered to `handler` on the client's queue; malformed ones get an empty reply on the bus
+/// thread.
 ///
-/// Errors: throws `std::runtime_error` when the bus has gone. Source: UnifiedPush over D-Bus, 0.3.
+/// Errors: throws `std::runtime_error` when the connection is lost. Source: UnifiedPush over D-Bus, 0.3.
 void exportUnifiedPushConnector(BusClient& client,
                                 const std::function<void(const UnifiedPushCall&)>& handler);
 

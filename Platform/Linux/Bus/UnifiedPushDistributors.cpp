@@ -23,10 +23,10 @@ using Names = std::vector<std::string>;
 
 constexpr const char* distributorInterface1 = "org.unifiedpush.Distributor1";
 constexpr const char* distributorInterface2 = "org.unifiedpush.Distributor2";
-/// In bytes: how much of a received text an error repeats.
+/// How much of a received string an error message quotes, in bytes.
 constexpr std::size_t excerptSize = 120;
 
-/// `text` in quotation marks on one line, cut if need be.
+/// Returns `text` in quotation marks, on one line, cut to `excerptSize`.
 std::string excerpt(std::string text)
 {
     if (text.size() > excerptSize) {
@@ -49,29 +49,27 @@ struct Peer {
     std::string service;
     std::string path;
     std::chrono::milliseconds answerTime;
-    /// The beginning of a sentence.
+    /// Starts an error message: "The push distributor NAME".
     std::string subject;
-    /// A sentence: what to do when there is no answer.
+    /// Ends an error message: how to fix a failed call.
     const char* fix;
 
-    /// Why a call failed.
     [[nodiscard]] Error callError(const BusError& error) const
     {
         constexpr std::array silent{".NoReply", ".Timeout", ".TimedOut"};
         const bool isSilent = std::any_of(silent.begin(), silent.end(),
                                           [&](const char* end) { return error.name.ends_with(end); });
         const std::string what =
-            isSilent ? "does not answer"
-                     : "cannot be asked: " + excerpt(error.message.empty() ? error.name : error.message);
+            isSilent ? "does not respond"
+                     : "cannot be called: " + excerpt(error.message.empty() ? error.name : error.message);
         return Push::pushRegistrationError(Code::distributorFault,
                                            fmt::format("{} {}. {}", subject, what, fix));
     }
 
-    [[nodiscard]] Error nonsense() const
+    [[nodiscard]] Error unexpectedReplyError() const
     {
-        return Push::pushRegistrationError(
-            Code::distributorFault,
-            fmt::format("{} answers with something else than what was asked for. Update it.", subject));
+        return Push::pushRegistrationError(Code::distributorFault,
+                                           fmt::format("{} sent an unexpected reply. Update it.", subject));
     }
 };
 
@@ -82,10 +80,10 @@ Peer distributorPeer(BusClient& client, const std::string& name, std::chrono::mi
             "/org/unifiedpush/Distributor",
             answerTime,
             "The push distributor " + name,
-            "Restart it, or install it anew."};
+            "Restart or reinstall it."};
 }
 
-/// `read` makes the result of a reply and its sender. It throws when the reply makes no sense.
+/// Calls `method`. `read` turns the reply and its sender into the result and throws if the reply is invalid.
 template <typename Reply, typename Value, typename Read, typename... Arguments>
 void call(const Peer& peer, const char* interface, const char* method, Read read,
           UnifiedPushDistributors::Completion<Value> completion, const Arguments&... arguments)
@@ -94,12 +92,12 @@ void call(const Peer& peer, const char* interface, const char* method, Read read
         {peer.service, peer.path, interface, method, peer.answerTime},
         [=](const BusAnswer<Reply>& answer) {
             std::variant<Value, Error> result =
-                answer.error ? peer.callError(*answer.error) : peer.nonsense();
+                answer.error ? peer.callError(*answer.error) : peer.unexpectedReplyError();
             try {
                 if (answer.value)
                     result = read(*answer.value, answer.sender);
             } catch (const std::exception&) {
-                // A field is missing, of another type or of an unknown value.
+                // A field is missing, has the wrong type or an unknown value.
             }
             completion(std::move(result));
         },
@@ -117,7 +115,7 @@ void requestNames(const Peer& bus, const char* method, UnifiedPushDistributors::
     call<Names>(bus, busName, method, read, std::move(completion));
 }
 
-/// Whether an introspection lists `interface`.
+/// Returns whether introspection XML lists `interface`.
 bool isListed(const std::string& introspection, const char* interface)
 {
     pugi::xml_document document;
@@ -125,7 +123,7 @@ bool isListed(const std::string& introspection, const char* interface)
     return !document.child("node").find_child_by_attribute("interface", "name", interface).empty();
 }
 
-/// The meaning of a distributor's reply. Throws when it has none.
+/// Interprets a distributor's reply to a registration. Throws if the result is unknown.
 std::variant<UnifiedPushDistributors::Registered, Error>
 registrationResult(const std::string& subject, const std::string& result, const std::string& reason)
 {
@@ -133,7 +131,7 @@ registrationResult(const std::string& subject, const std::string& result, const 
         return UnifiedPushDistributors::Registered();
     const bool isRefused = result == "REGISTRATION_REFUSED";
     if (!isRefused && result != "REGISTRATION_FAILED")
-        throw std::invalid_argument("no result of a registration");
+        throw std::invalid_argument("unknown registration result");
 
     struct Meaning {
         const char* reason;
@@ -142,17 +140,17 @@ registrationResult(const std::string& subject, const std::string& result, const 
     };
     static constexpr Meaning meanings[] = {
         {"INTERNAL_ERROR", Code::distributorFault,
-         "has met an error of its own. Try again later, or restart it."},
+         "reports an internal error. Try again later, or restart it."},
         {"NETWORK", Code::distributorOffline,
-         "does not reach its server. Connect this device to the network and try again."},
-        {"ACTION_REQUIRED", Code::actionRequired, "waits for its user. Open it and do what it asks for."},
+         "cannot reach its server. Connect this device to the network and try again."},
+        {"ACTION_REQUIRED", Code::actionRequired,
+         "needs the user's attention. Open it and follow its instructions."},
         {"VAPID_REQUIRED", Code::refused,
-         "takes pushes only from senders with a VAPID key, and this application knows of none. Choose "
+         "accepts only pushes signed with a VAPID key, which this application does not support. Choose "
          "another "
          "distributor, or another server for this one."},
         {"UNAUTHORIZED", Code::refused,
-         "does not allow this application in. Allow it in the settings of the "
-         "distributor, or in those of the sandbox."},
+         "does not accept this application. Allow it in the settings of the distributor or of the sandbox."},
     };
     for (const Meaning& meaning : meanings) {
         if (reason == meaning.reason)
@@ -160,9 +158,10 @@ registrationResult(const std::string& subject, const std::string& result, const 
     }
     return Push::pushRegistrationError(
         Code::refused,
-        fmt::format("{} {}: {}. Look into the distributor's settings and log.", subject,
-                    isRefused ? "refuses this application" : "has not registered this application",
-                    reason.empty() ? "it gives no reason" : "it gives the reason " + excerpt(reason)));
+        fmt::format("{} {}, {}. Check the distributor's settings and log.", subject,
+                    isRefused ? "refused to register this application"
+                              : "failed to register this application",
+                    reason.empty() ? "without giving a reason" : "with the reason " + excerpt(reason)));
 }
 
 } // namespace
@@ -198,7 +197,7 @@ void UnifiedPushDistributors::identify(const std::string& name, Completion<Ident
             return Identity{sender, Protocol::version1};
         return Push::pushRegistrationError(
             Code::distributorFault,
-            fmt::format("{} offers no interface that is known here. Update it.", subject));
+            fmt::format("{} offers no supported UnifiedPush interface. Update it.", subject));
     };
     call<std::string>(distributor, "org.freedesktop.DBus.Introspectable", "Introspect", read,
                       std::move(completion));

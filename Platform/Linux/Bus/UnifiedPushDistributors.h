@@ -13,47 +13,49 @@ namespace Platform::Linux::Bus {
 
 class BusClient;
 
-/// The push distributors on the session bus, as clients that want to be registered see them.
+/// Finds push distributors on the session bus and registers with them.
 ///
-/// Threads: those of the client; its queue delivers each completion exactly once. Ownership: refers to the
-/// client. Errors: those of `PushRegistrationErrorCode`. Source: UnifiedPush over D-Bus, 0.3.
+/// Threads: those of the client; its queue delivers each completion exactly once. Ownership: holds a
+/// reference to the client. Errors: those of `PushRegistrationErrorCode`. Source: UnifiedPush over D-Bus,
+/// 0.3.
 class UnifiedPushDistributors {
 public:
-    /// With the dot: what follows it is up to each distributor.
+    /// Ends with the dot; each distributor chooses the rest of its name.
     static constexpr std::string_view namePrefix = "org.unifiedpush.Distributor.";
 
     template <typename Value>
     using Completion = std::function<void(std::variant<Value, Error>)>;
 
-    /// The interfaces that a distributor may offer; the later one is the better one.
+    /// The interfaces a distributor may offer; version 2 is preferred.
     enum class Protocol { version1, version2 };
 
     struct Identity {
-        /// The unique name of its connection.
+        /// The unique name of the distributor's connection.
         std::string owner;
         Protocol protocol;
     };
 
     struct Registration {
-        /// The name under which the distributor calls back.
+        /// The bus name that the distributor calls.
         std::string serviceName;
         std::string token;
-        /// For the distributor's own list of applications.
+        /// Shown in the distributor's list of applications.
         std::string description;
     };
 
     struct Registered {};
 
-    /// A distributor that stays silent for `answerTime` has failed.
+    /// A call fails if the distributor does not reply within `answerTime`.
     UnifiedPushDistributors(BusClient& client, std::chrono::milliseconds answerTime)
         : m_client(client), m_answerTime(answerTime)
     {}
 
-    /// The names of those that run and those that the bus can start, each once, in alphabetical order.
+    /// Delivers the names of distributors that run or that the bus can start, sorted and without duplicates.
     void find(const Completion<std::vector<std::string>>& completion);
-    /// Starts the distributor of that name if it does not run.
+    /// Delivers the distributor's owner and protocol. Starts the distributor if it does not run.
     void identify(const std::string& name, Completion<Identity> completion);
-    /// The endpoint does not come with the answer but as a call, before or after it.
+    /// Registers this application. The distributor sends the endpoint in a separate call, which may arrive
+    /// before or after the reply.
     void registerAt(const std::string& name, Protocol protocol, const Registration& registration,
                     Completion<Registered> completion);
 

@@ -23,7 +23,7 @@ UnifiedPushService::UnifiedPushService(const Ports& ports, Settings settings)
       m_failureLine(ports.log)
 {
     if (m_settings.description.size() > maximumDescriptionSize)
-        fatalError("the description for push distributors is longer than they take");
+        fatalError("the description for push distributors is longer than 100 bytes");
 }
 
 UnifiedPushService::~UnifiedPushService() = default;
@@ -52,8 +52,8 @@ void UnifiedPushService::registerDevice()
         m_inbox.async([this] {
             fail(Push::pushRegistrationError(
                 Push::PushRegistrationErrorCode::notStored,
-                "The keys of the push registration cannot be stored. Fix what the log says about the store, "
-                "then start this application again."));
+                "The keys of the push registration cannot be stored. Fix the storage error in the log, then "
+                "restart this application."));
         });
     else if (m_step == Step::idle)
         begin();
@@ -67,7 +67,7 @@ void UnifiedPushService::listenOnBus()
             "arg0namespace='org.unifiedpush.Distributor'",
             [this](const std::string& name, const std::string& owner) { ownerChanged(name, owner); });
     } catch (const std::runtime_error& error) {
-        m_ports.log.error(std::string("Push distributors cannot reach this application: ") + error.what());
+        m_ports.log.error(std::string("Push distributors cannot call this application: ") + error.what());
     }
 }
 
@@ -83,13 +83,14 @@ void UnifiedPushService::begin()
     m_inbox.async([this, completion = next(&UnifiedPushService::choose)] {
         completion(Push::pushRegistrationError(
             Push::PushRegistrationErrorCode::nameTaken,
-            fmt::format("Another program has the name {} on the session bus, so that no push can reach this "
-                        "one. End it and start this application again.",
+            fmt::format("Another program owns the name {} on the session bus, so no push can reach this "
+                        "application. Quit that program, then restart this application.",
                         m_settings.serviceName)));
     });
 }
 
-/// Continues with `step`, unless another run has begun by then or the outcome is an error.
+/// Returns a completion that calls `step`, or `fail` for an error. It does nothing once another run has
+/// begun.
 template <typename Value>
 UnifiedPushDistributors::Completion<Value>
 UnifiedPushService::next(void (UnifiedPushService::*step)(const Value&))
@@ -106,30 +107,29 @@ UnifiedPushService::next(void (UnifiedPushService::*step)(const Value&))
 
 void UnifiedPushService::choose(const Names& names)
 {
-    const auto isThere = [&](const std::string& name) {
+    const auto isAvailable = [&](const std::string& name) {
         return std::find(names.begin(), names.end(), name) != names.end();
     };
     const std::string chosen = chosenName();
     const std::string& previous = m_registration->distributor();
-    if (!chosen.empty() && !isThere(chosen)) {
+    if (!chosen.empty() && !isAvailable(chosen)) {
         fail(Push::pushRegistrationError(
             Push::PushRegistrationErrorCode::noDistributor,
-            fmt::format("The push distributor {}, which UNIFIEDPUSH_DISTRIBUTOR names, neither runs nor is "
-                        "installed. Start or install it, or name another one.",
+            fmt::format("The push distributor {}, set in UNIFIEDPUSH_DISTRIBUTOR, is neither running nor "
+                        "installed. Start or install it, or set another one.",
                         chosen)));
     } else if (names.empty()) {
         fail(Push::pushRegistrationError(
             Push::PushRegistrationErrorCode::noDistributor,
-            "No push distributor runs or is installed. Install one for UnifiedPush, or "
-            "start it."));
+            "No push distributor is running or installed. Start or install one for UnifiedPush."));
     } else if (!chosen.empty()) {
         query(chosen);
-    } else if (previous.empty() || isThere(previous)) {
+    } else if (previous.empty() || isAvailable(previous)) {
         query(previous.empty() ? names.front() : previous);
     } else {
-        m_ports.log.warning(fmt::format("The push distributor {} has gone. {} takes its place, and the "
-                                        "backend will get another endpoint. To prevent such a change, name "
-                                        "a distributor in UNIFIEDPUSH_DISTRIBUTOR.",
+        m_ports.log.warning(fmt::format("The push distributor {} is no longer available. {} replaces it, and "
+                                        "the backend will get a new endpoint. To prevent such a change, set "
+                                        "UNIFIEDPUSH_DISTRIBUTOR.",
                                         previous, names.front()));
         query(names.front());
     }
@@ -163,15 +163,15 @@ void UnifiedPushService::registered(const Registered&)
     if (m_registration->endpoint().empty())
         waitForEndpoint();
     else if (m_pending != Pending::nothing)
-        announceToken(); // Not every distributor sends an endpoint again that has not changed.
+        announceToken(); // Some distributors do not resend an unchanged endpoint.
 }
 
 void UnifiedPushService::waitForEndpoint()
 {
     m_endpointTimer = m_ports.timers.scheduledTimer(m_settings.endpointTime, [this] {
-        m_ports.log.error(fmt::format("The push distributor {} has registered this device, but given it no "
-                                      "endpoint within {} s, so no push can arrive. Check the settings and "
-                                      "the log of the distributor, then restart it.",
+        m_ports.log.error(fmt::format("The push distributor {} registered this device but sent no endpoint "
+                                      "within {} s, so no push can arrive. Check the distributor's settings "
+                                      "and log, then restart it.",
                                       m_distributor, m_settings.endpointTime.count()));
     });
 }
@@ -194,7 +194,7 @@ void UnifiedPushService::ownerChanged(const std::string& name, const std::string
     if (!m_registration)
         return;
     if (owner.empty()) {
-        // It will not answer any more; perhaps another one does.
+        // It exited before replying; try again, perhaps with another distributor.
         if (isOurs && m_step != Step::idle && std::exchange(m_mayRegisterAgain, false))
             begin();
         return;
@@ -211,7 +211,8 @@ void UnifiedPushService::ownerChanged(const std::string& name, const std::string
 
 void UnifiedPushService::receive(const Call& call)
 {
-    // The token is the proof; who else may know it is not whom we asked.
+    // The token authenticates the call. If the distributor's connection is known, only its calls are
+    // accepted.
     if (!m_registration || call.token != m_registration->token() ||
         (!m_owner.empty() && call.sender != m_owner)) {
         call.answer(Answer::ignored, {});
@@ -235,7 +236,7 @@ void UnifiedPushService::receiveEndpoint(const Call& call)
     m_endpointTimer.reset();
     if (!Push::isUsablePushEndpoint(call.content)) {
         m_ports.log.error(
-            fmt::format("The push distributor {} gave an endpoint that is no https address.", m_distributor));
+            fmt::format("The push distributor {} sent an endpoint that is not an https URL.", m_distributor));
         call.answer(Answer::ignored, {});
         return;
     }
@@ -244,7 +245,7 @@ void UnifiedPushService::receiveEndpoint(const Call& call)
         announceToken();
 }
 
-/// Stores what a call has changed, and answers the call.
+/// Stores the new state and replies to the call.
 void UnifiedPushService::setEndpoint(const Call& call, const std::string& distributor,
                                      const std::string& endpoint)
 {
@@ -263,8 +264,8 @@ void UnifiedPushService::receiveEnd(const Call& call)
     else
         fail(Push::pushRegistrationError(
             Push::PushRegistrationErrorCode::refused,
-            fmt::format("The push distributor {} has ended the registration each time it was renewed. Look "
-                        "into its settings, then restart it.",
+            fmt::format("The push distributor {} ended the registration twice. Check its settings, then "
+                        "restart it.",
                         m_distributor)));
 }
 
@@ -275,7 +276,7 @@ void UnifiedPushService::receiveMessage(const Call& call)
         concludeMessage(call.answer, PushRefusal{*reason});
         return;
     }
-    // The completion may come on any thread, and after this service has gone.
+    // The completion may run on any thread, even after this service is destroyed.
     const auto completion = [this, &queue = m_ports.mainQueue, life = std::weak_ptr(m_life),
                              answer = call.answer](std::optional<PushRefusal> refusal) {
         if (life.expired())
@@ -293,7 +294,7 @@ void UnifiedPushService::concludeMessage(const Call::Responder& answer,
 {
     if (refusal)
         m_ports.log.error("A push message was refused: " + refusal->reason);
-    // What can never be accepted is acknowledged too; otherwise the distributor redelivers it for ever.
+    // Acknowledge messages that can never be accepted too; otherwise the distributor redelivers them forever.
     if (refusal && refusal->isTemporary)
         answer(Answer::failed, refusal->reason);
     else
@@ -310,14 +311,15 @@ void UnifiedPushService::announceToken()
     m_listener->didRegister(Data(bytes.begin(), bytes.end()));
 }
 
-/// The payload, or the refusal: a text that tells nothing of the content, since it goes to the log.
+/// Returns the payload or the reason for refusing it. The reason is logged, so it reveals none of the
+/// content.
 std::variant<PropertyList::Dictionary, std::string>
 UnifiedPushService::readMessage(const std::string& message) const
 {
     try {
         auto payload = Push::readPushPayload(m_registration->keys().decrypt(message));
         if (std::holds_alternative<std::string>(payload))
-            return "what it says is not the JSON object that a payload is";
+            return "its content is not a JSON object";
         return payload;
     } catch (const Push::WebPushError& error) {
         return error.what();

@@ -26,31 +26,30 @@ namespace Platform::Linux::Bus {
 class BusClient;
 class SessionBus;
 
-/// Pushes by way of a UnifiedPush distributor on the session bus: a program of the user's choice that holds
-/// the connection to a push server for all applications. The device token is the UTF-8 text of a Web Push
-/// subscription; messages are encrypted for its keys, and one that does not decrypt is never delivered.
+/// Receives pushes through a UnifiedPush distributor on the session bus: a program chosen by the user that
+/// holds the connection to a push server for all applications. The device token is the UTF-8 text of a Web
+/// Push subscription. Messages are encrypted with its keys; those that do not decrypt are never delivered.
 ///
-/// The distributor is the chosen one and no other. Without a choice it is the one of last time if that is
-/// there, else the first in the alphabet; a change is logged, because the backend gets another endpoint by
-/// it. The distributor is asked at every start, always with the same registration token, and again whenever
-/// one comes that may serve better than what there is; never by a timer. One that goes is not replaced before
-/// another one comes or the application asks, since it mostly goes to be restarted.
+/// The user can set the distributor. Otherwise, it is the previous one if available, else the first in
+/// alphabetical order. A change of distributor is logged because the backend gets a new endpoint. This
+/// service registers at every start, always with the same token, and again when a suitable distributor
+/// appears, never by a timer. A distributor that exits is replaced only when another one appears or the
+/// application registers again, since it is usually just being restarted.
 ///
-/// A distributor has its answer to a message when the listener has completed it: the identifier of the
-/// message when it was accepted or never can be, an error when the distributor should keep it. Messages take
-/// turns with everything else on the main thread, so that in a burst no answer waits for more than one of
-/// them.
+/// A distributor gets the reply to a message once the listener has completed it: an acknowledgment if the
+/// message was accepted or can never be, an error if the distributor should keep it. Messages are delivered
+/// one at a time between other work on the main thread, so a burst delays each reply by at most one message.
 ///
-/// Threads: main, the destructor included. Ownership: refers to its ports. Work that waits on the main queue
-/// at the end of this object is dropped. Errors: those of `PushRegistrationErrorCode` to the listener when
-/// the application waits for an answer, else one line to the log, as for each message that is refused, and
-/// for a distributor that registers this device but gives no endpoint within `Settings::endpointTime`. An
-/// error does not end the wish: what was asked for comes once a distributor makes it possible.
+/// Threads: main, including for the destructor. Ownership: holds references to its ports; work still on the
+/// main queue at destruction is skipped. Errors: reports those of `PushRegistrationErrorCode` to the listener
+/// if the application awaits a registration, and otherwise logs one line. Each refused message, and a
+/// distributor that sends no endpoint within `Settings::endpointTime`, is logged too. After an error, the
+/// registration is still delivered as soon as a distributor accepts it.
 class UnifiedPushService final : public PushService {
 public:
     struct Ports {
         SessionBus& bus;
-        /// Keeps what makes this the same receiver after a restart, the private key included.
+        /// Stores the registration across restarts, including the private key.
         UserDefaults& store;
         DispatchQueue& mainQueue;
         TimerScheduler& timers;
@@ -58,16 +57,16 @@ public:
     };
 
     struct Settings {
-        /// Requested on the bus; distributors call it.
+        /// The bus name this service claims and distributors call.
         std::string serviceName;
         /// What a distributor shows for this application; at most 100 bytes.
         std::string description;
-        /// What follows `UnifiedPushDistributors::namePrefix`, from UNIFIEDPUSH_DISTRIBUTOR; empty: no
-        /// choice.
+        /// The distributor set in UNIFIEDPUSH_DISTRIBUTOR, without `UnifiedPushDistributors::namePrefix`;
+        /// empty if not set.
         std::string chosenDistributor = {};
-        /// How long a distributor may take for one answer, its own start included.
+        /// Timeout for one reply from a distributor, including the time it takes to start.
         std::chrono::milliseconds answerTime = std::chrono::seconds(30);
-        /// How long it may take from a registration to the endpoint.
+        /// Timeout from a successful registration to the endpoint.
         std::chrono::seconds endpointTime{60};
     };
 
@@ -88,15 +87,15 @@ private:
     using Registered = UnifiedPushDistributors::Registered;
     using Names = std::vector<std::string>;
 
-    /// How far the asking of a distributor has come.
+    /// The current step of the registration with a distributor.
     enum class Step { idle, choosing, identifying, registering };
 
-    /// What the listener has yet to get.
+    /// What the listener is still waiting for.
     enum class Pending { nothing, token, tokenOrError };
 
     void listenOnBus();
 
-    // Asking a distributor, step by step. Each `begin` makes what is under way void.
+    // The steps of a registration. `begin` cancels the previous run.
     void begin();
     template <typename Value>
     UnifiedPushDistributors::Completion<Value> next(void (UnifiedPushService::*step)(const Value&));
@@ -106,7 +105,7 @@ private:
     void registered(const Registered&);
     void fail(const Error& error);
 
-    // What comes over the bus.
+    // Signals and calls from the bus.
     void ownerChanged(const std::string& name, const std::string& owner);
     void receive(const Call& call);
     void receiveEndpoint(const Call& call);
@@ -119,34 +118,34 @@ private:
     void announceToken();
     [[nodiscard]] std::variant<PropertyList::Dictionary, std::string>
     readMessage(const std::string& message) const;
-    /// The bus name; empty: no choice.
+    /// The bus name of the distributor set by the user; empty if not set.
     [[nodiscard]] std::string chosenName() const;
 
     const Ports m_ports;
     const Settings m_settings;
-    /// For completions, which may be called after this service has gone.
+    /// Checked by completions, which may be called after this service is destroyed.
     const std::shared_ptr<const bool> m_life = std::make_shared<const bool>(true);
-    /// Takes what arrives on the bus to the main thread, in its order.
+    /// Passes what arrives on the bus to the main thread, in order.
     Push::YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;
-    /// Absent until the application asks for the first time on this device.
+    /// Absent until the application first registers on this device.
     std::optional<Push::UnifiedPushRegistration> m_registration;
     Pending m_pending = Pending::nothing;
-    /// What the application's token was made of; empty: it has none.
+    /// The endpoint in the application's current token; empty if it has no token.
     std::string m_knownEndpoint;
 
     const std::unique_ptr<BusClient> m_client;
     UnifiedPushDistributors m_distributors;
     Step m_step = Step::idle;
     std::uint64_t m_run = 0;
-    /// The one that is, or was last, asked; empty: none.
+    /// The distributor last called; empty if none was.
     std::string m_distributor;
-    /// The unique name of its connection; empty while that is not known.
+    /// The unique name of its connection; empty if unknown.
     std::string m_owner;
-    /// One that ends the registration, or goes while it is asked, is made up for once, but not for ever.
+    /// Allows one retry when a distributor ends the registration or exits during it, to prevent a loop.
     bool m_mayRegisterAgain = true;
     ErrorLine m_failureLine;
-    /// Runs while a distributor that has registered us owes the endpoint.
+    /// Runs from a successful registration until the endpoint arrives.
     std::unique_ptr<Timer> m_endpointTimer;
 };
 

@@ -14,28 +14,28 @@
 
 namespace Platform::Linux::Files {
 
-/// Tells of changes in the file system, from one thread, without ever waking up otherwise.
+/// Reports file-system changes from one thread, which sleeps until there is one.
 ///
 /// Threads: operations from any thread; handlers run on the watcher's thread, one at a time.
-/// Errors: the constructor throws `std::system_error` when the system grants no more watchers to this user.
+/// Errors: the constructor throws `std::system_error` when this user has reached the inotify instance limit.
 /// Source: inotify(7).
 class FileSystemWatcher {
 public:
-    /// `name` is the entry of the watched folder concerned, empty when it is the watched thing itself. `mask`
-    /// is that of inotify(7); after `IN_Q_OVERFLOW`, which every handler is given, anything may have
-    /// happened.
+    /// `mask` holds inotify(7) event bits. `name` is the changed entry of a watched folder, empty if the
+    /// event is about the target itself. Every handler receives `IN_Q_OVERFLOW`, after which anything may
+    /// have changed.
     using Handler = std::function<void(std::uint32_t mask, std::string_view name)>;
 
     struct Target {
         std::string path;
-        /// Of inotify(7).
+        /// The inotify(7) events to report.
         std::uint32_t mask;
     };
 
-    /// A target that exists and cannot be watched.
+    /// A target that exists but cannot be watched.
     struct Failure {
         std::string path;
-        /// EACCES, ENOSPC and so on, of inotify_add_watch(2).
+        /// The errno of inotify_add_watch(2), such as EACCES or ENOSPC.
         int error;
     };
 
@@ -44,13 +44,13 @@ public:
     FileSystemWatcher(const FileSystemWatcher&) = delete;
     FileSystemWatcher& operator=(const FileSystemWatcher&) = delete;
 
-    /// Calls `handler` for what happens to targets named later. For the life of the watcher.
+    /// Adds a handler for the life of the watcher and returns its number for `setTargets`.
     int addHandler(Handler handler);
 
-    /// Replaces the targets of the handler of that number, in their order. Targets that do not exist are left
-    /// out, and those that cannot be watched are returned. A file or folder that several targets name is
-    /// watched for the events of all of them. No two handlers may watch the same file or folder. Events of
-    /// the old targets may be lost: check for changes after the call.
+    /// Replaces the handler's targets, in order. Skips targets that do not exist and returns those that
+    /// cannot be watched. If several targets name the same file or folder, their events are combined. Two
+    /// handlers must not watch the same file or folder. Events of the old targets may be lost: check for
+    /// changes after the call.
     std::vector<Failure> setTargets(int handler, const std::vector<Target>& targets);
 
 private:
@@ -61,7 +61,7 @@ private:
     Storage::FileDescriptor m_ending;
     std::mutex m_mutex;
     std::vector<std::shared_ptr<const Handler>> m_handlers;
-    /// The handler's number, by watch descriptor.
+    /// Handler numbers by watch descriptor.
     std::map<int, int> m_handlerByWatch;
     std::thread m_thread;
 };

@@ -15,7 +15,7 @@ ManagedPolicyFile::ManagedPolicyFile(std::vector<std::filesystem::path> candidat
 std::optional<PropertyList> ManagedPolicyFile::dictionary()
 {
     const std::lock_guard lock(m_mutex);
-    // Taken before reading: what happens meanwhile causes another reading.
+    // Loaded before reading the file, so a change during the read causes another read.
     if (const std::uint64_t generation = m_generation; generation != m_loadedGeneration) {
         load();
         m_loadedGeneration = generation;
@@ -25,9 +25,9 @@ std::optional<PropertyList> ManagedPolicyFile::dictionary()
 
 void ManagedPolicyFile::load()
 {
-    std::vector<PolicyFileReading> passedOver;
-    PolicyFileReading reading = readFirstPolicyFile(m_candidates, PropertyLists::WithPlaces::no, &passedOver);
-    for (const PolicyFileReading& untrusted : passedOver)
+    std::vector<PolicyFileReading> skipped;
+    PolicyFileReading reading = readFirstPolicyFile(m_candidates, PropertyLists::WithPlaces::no, &skipped);
+    for (const PolicyFileReading& untrusted : skipped)
         report(untrusted, "it counts as missing");
     switch (reading.state) {
     case PolicyFileReading::State::good:
@@ -39,18 +39,18 @@ void ManagedPolicyFile::load()
         break;
     case PolicyFileReading::State::unreadable:
     case PolicyFileReading::State::malformed:
-        report(reading,
-               m_dictionary ? "the last good one stays in force" : "there is none before it to keep");
+        report(reading, m_dictionary ? "the last valid configuration stays in effect"
+                                     : "there is no earlier configuration to keep");
         return;
     }
-    if (passedOver.empty())
+    if (skipped.empty())
         m_errorLine.reset();
 }
 
 void ManagedPolicyFile::report(const PolicyFileReading& reading, std::string_view consequence)
 {
     m_errorLine.report(
-        fmt::format("Managed configuration not taken: {}; {}", reading.diagnostic(), consequence),
+        fmt::format("Managed configuration not applied: {}; {}", reading.diagnostic(), consequence),
         reading.revision);
 }
 

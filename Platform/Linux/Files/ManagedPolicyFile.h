@@ -18,23 +18,22 @@ namespace Platform::Linux::Files {
 
 struct PolicyFileReading;
 
-/// The dictionary that device management delivers as a file.
+/// The managed configuration from the policy file.
 ///
-/// The file is read when the dictionary is asked for and something happened to the file since, so a burst of
-/// changes costs one reading. A file that is there and cannot be understood leaves the last good dictionary
-/// in force; a file that is missing, or not to be believed, leaves none.
+/// The file is read when the dictionary is requested after a change, so a burst of changes costs one read. If
+/// the file exists but cannot be read or parsed, the last valid dictionary stays in effect; if the file is
+/// missing or not trusted, there is none.
 ///
-/// Threads: any. Errors: one line to the log for each new reason.
+/// Threads: any. Errors: logs one line for each new reason.
 class ManagedPolicyFile {
 public:
     ManagedPolicyFile(std::vector<std::filesystem::path> candidates, const AdapterLog& log);
 
-    /// Absent when there is no managed configuration. The value is a dictionary.
+    /// Returns the managed configuration, a dictionary, if any.
     std::optional<PropertyList> dictionary();
 
-    /// Calls `onChange`, on the watcher's thread, whenever something happened on the way to a candidate that
-    /// may have changed the dictionary. Once, before the first `dictionary()`; this object must outlive the
-    /// watcher.
+    /// Calls `onChange` on the watcher's thread whenever the dictionary may have changed. Call at most once,
+    /// before the first `dictionary()`; this object must outlive the watcher.
     void watch(FileSystemWatcher& watcher, std::function<void()> onChange);
 
 private:
@@ -43,7 +42,7 @@ private:
 
     const std::vector<std::filesystem::path> m_candidates;
     const AdapterLog& m_log;
-    /// Counts what happened; the dictionary is of `m_loadedGeneration`.
+    /// Counts changes; `m_dictionary` is up to date if this equals `m_loadedGeneration`.
     std::atomic<std::uint64_t> m_generation = 1;
 
     std::mutex m_mutex;

@@ -18,24 +18,23 @@ namespace {
 constexpr std::uint32_t folderMoved = IN_ONLYDIR | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::uint32_t folderItself = folderMoved | IN_ATTRIB;
 constexpr std::uint32_t entryReplaced = IN_ONLYDIR | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
-/// A file being written is told of when its writer closes it, never half-written.
+/// A written file is reported when its writer closes it, never half-written.
 constexpr std::uint32_t entryChanged = entryReplaced | IN_CLOSE_WRITE | IN_ATTRIB;
-/// For a folder that cannot be watched: its parent reports when it is opened to us.
+/// For the parent of a folder that cannot be watched: reports when its mode changes.
 constexpr std::uint32_t entryOpened = IN_ONLYDIR | IN_ATTRIB;
-/// For a file or link in such a folder. Removing or replacing it changes its link count.
+/// For a file or link in such a folder. Removing or replacing it changes its link count (IN_ATTRIB).
 constexpr std::uint32_t entryItself =
     IN_DONT_FOLLOW | IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
 
-/// A folder of everybody's, such as /tmp, stays one. To hear of its rights is to be woken by each file that
-/// anybody touches there, and to have the kernel go through all of them first.
+/// Does not watch the attributes of a shared (sticky) folder such as /tmp: IN_ATTRIB would also report, and
+/// so wake us for, every change to any file in it.
 std::uint32_t eventsOfFolder(const Storage::PathStep& folder)
 {
     return (folder.status.st_mode & S_ISVTX) != 0 ? folderMoved : folderItself;
 }
 
-/// Whether the walk ended because the process or the system ran out of something, which says nothing about
-/// the way to the file.
-bool isCutShort(const std::vector<Storage::PathStep>& steps)
+/// Returns whether the walk failed because the process or the system ran out of descriptors or memory.
+bool isIncomplete(const std::vector<Storage::PathStep>& steps)
 {
     return std::any_of(steps.begin(), steps.end(), [](const Storage::PathStep& step) {
         return step.error == EMFILE || step.error == ENFILE || step.error == ENOMEM;
@@ -48,12 +47,12 @@ PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::pa
                      const AdapterLog& log, std::function<void()> onChange)
     : m_watcher(watcher), m_files(std::move(files)), m_errorLine(log)
 {
-    // The handler learns its own number only after it was added, and may be called only after targets were
-    // set.
+    // addHandler() returns the number that the handler needs; rearm() sets the first targets, so the handler
+    // is not called before.
     const auto number = std::make_shared<int>();
     *number = watcher.addHandler(
         [this, number, onChange = std::move(onChange)](std::uint32_t mask, std::string_view name) {
-            if (!concernsUs(mask, name))
+            if (!isRelevant(mask, name))
                 return;
             rearm(*number);
             onChange();
@@ -61,14 +60,14 @@ PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::pa
     rearm(*number);
 }
 
-bool PathWatch::concernsUs(std::uint32_t mask, std::string_view name)
+bool PathWatch::isRelevant(std::uint32_t mask, std::string_view name)
 {
     const std::lock_guard lock(m_mutex);
     return name.empty() || (mask & IN_Q_OVERFLOW) != 0 || m_watchedNames.find(name) != m_watchedNames.end();
 }
 
-/// Watches every folder and link on the way to every file as they are now. What replaces one of them while
-/// the watches are laid is seen by the comparison at the end.
+/// Watches every folder and link on the current path of every file. Walks the paths again after adding the
+/// watches to detect what was replaced meanwhile.
 void PathWatch::rearm(int handler)
 {
     const auto isSame = [](const Storage::PathStep& left, const Storage::PathStep& right) {
@@ -76,12 +75,11 @@ void PathWatch::rearm(int handler)
                left.status.st_dev == right.status.st_dev && left.status.st_ino == right.status.st_ino;
     };
     const std::lock_guard lock(m_mutex);
-    // Bounded, in case somebody swaps links faster than they can be followed; the next event goes on from
-    // there.
+    // Bounded in case links are swapped faster than this follows them; the next event tries again.
     constexpr int maximumAttempts = 10;
     std::vector<Storage::PathStep> steps = walkAll();
-    if (m_isArmed && isCutShort(steps))
-        return; // The watches in place still report the next change.
+    if (m_isArmed && isIncomplete(steps))
+        return; // The existing watches still report the next change.
     m_isArmed = true;
     std::set<std::filesystem::path> unwatched;
     std::vector<FileSystemWatcher::Failure> failures;
@@ -91,7 +89,7 @@ void PathWatch::rearm(int handler)
         for (const auto& failure : failures)
             failed.insert(failure.path);
         std::vector<Storage::PathStep> now = walkAll();
-        if (isCutShort(now))
+        if (isIncomplete(now))
             break;
         const bool isSettled =
             failed == unwatched && std::equal(steps.begin(), steps.end(), now.begin(), now.end(), isSame);
@@ -113,8 +111,8 @@ std::vector<Storage::PathStep> PathWatch::walkAll() const
     return steps;
 }
 
-/// `unwatched` are the paths that could not be watched. Their parents come first: what happens to them
-/// from then on is reported.
+/// Returns the targets for `steps`. `unwatched` are the paths that could not be watched; their parents come
+/// first, so a change of mode while the other watches are added is reported.
 std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<Storage::PathStep>& steps,
                                                              const std::set<std::filesystem::path>& unwatched)
 {
@@ -148,14 +146,14 @@ void PathWatch::report(const std::vector<FileSystemWatcher::Failure>& failures)
     const auto& [path, error] = failures.front();
     if (error == ENOSPC)
         m_errorLine.report(
-            fmt::format("Changes of {} may go unnoticed: this user has too many watches; raise "
+            fmt::format("Changes to {} may go unnoticed: this user has too many inotify watches; raise "
                         "fs.inotify.max_user_watches",
                         path));
     else
-        m_errorLine.report(
-            fmt::format("Changes in {} may go unnoticed: it cannot be watched: {}; let this user read "
-                        "it (chmod o+rx)",
-                        path, errorText(error)));
+        m_errorLine.report(fmt::format(
+            "Changes in {} may go unnoticed: it cannot be watched: {}; allow this user to read it "
+            "(chmod o+rx)",
+            path, errorText(error)));
 }
 
 } // namespace Platform::Linux::Files

@@ -15,24 +15,24 @@
 
 namespace Platform::Linux::Files {
 
-/// Follows files, whether they exist or not, through every folder and link on the way to them: created,
-/// written, replaced, moved, removed, changed in owner or mode.
+/// Watches files, existing or not, and every folder and symbolic link on their paths: creation, writes,
+/// replacement, moves, removal, and changes of owner or mode.
 ///
-/// A folder that this user may not read cannot be watched. Its parent reports when its mode changes, and a
-/// file in it that may be read is watched itself.
+/// A folder that this user may not read cannot be watched. Instead, its parent reports a change of its mode,
+/// and a readable file in it is watched directly.
 ///
-/// Threads: calls back on the watcher's thread. Ownership: must outlive the watcher. Errors: one line to the
-/// log while something cannot be watched.
+/// Threads: calls back on the watcher's thread. Ownership: must outlive the watcher. Errors: logs one line
+/// while something cannot be watched.
 class PathWatch {
 public:
-    /// Calls `onChange` whenever one of `files`, absolute, or its content may have changed.
+    /// Calls `onChange` whenever one of `files` (absolute paths) may have changed.
     PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files, const AdapterLog& log,
               std::function<void()> onChange);
     PathWatch(const PathWatch&) = delete;
     PathWatch& operator=(const PathWatch&) = delete;
 
 private:
-    bool concernsUs(std::uint32_t mask, std::string_view name);
+    bool isRelevant(std::uint32_t mask, std::string_view name);
     void rearm(int handler);
     [[nodiscard]] std::vector<Storage::PathStep> walkAll() const;
     std::vector<FileSystemWatcher::Target> targetsFor(const std::vector<Storage::PathStep>& steps,
@@ -44,7 +44,7 @@ private:
     std::mutex m_mutex;
     ErrorLine m_errorLine;
     bool m_isArmed = false;
-    /// Names of the entries that matter in the watched folders.
+    /// Relevant entries of the watched folders, by name.
     std::set<std::string, std::less<>> m_watchedNames;
 };
 

@@ -19,7 +19,7 @@ namespace {
 
 using State = PolicyFileReading::State;
 
-/// Reads to the end, or to just past the limit, which the parser then reports.
+/// Reads to the end, or to just past the size limit, which the parser then reports.
 std::string readAll(int descriptor)
 {
     std::string bytes;
@@ -37,16 +37,16 @@ std::string readAll(int descriptor)
 }
 
 struct OpenedFile {
-    /// None when it cannot be opened. `openChecked` opens regular files only.
+    /// Not open if that failed. `openChecked` opens regular files only.
     Storage::FileDescriptor file;
     int error = 0;
-    /// Of the open file; otherwise of what is at the path, as far as that is known.
+    /// The open file's status, otherwise the path's if known.
     struct stat status {};
-    /// Why it is not trusted.
+    /// The reason the file is not trusted.
     std::optional<std::string> distrust = {};
 };
 
-/// Without O_NONBLOCK, a pipe would hang us.
+/// O_NONBLOCK keeps open() from blocking on a pipe.
 constexpr int readingFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 OpenedFile openAny(const std::filesystem::path& path)
@@ -58,8 +58,8 @@ OpenedFile openAny(const std::filesystem::path& path)
     return opened;
 }
 
-/// Opens the file in the folder where the walk ended and checks the status of the open file: the file that is
-/// read is the one that was checked, even if the path leads to another one now.
+/// Opens the file relative to the folder where the walk ended and checks the open file's status. So the file
+/// read is the file checked, even if the path has changed since.
 OpenedFile openChecked(const std::filesystem::path& path)
 {
     OpenedFile opened;
@@ -86,7 +86,7 @@ PolicyFileReading failed(PolicyFileReading reading, State state, std::string rea
     return reading;
 }
 
-/// `reading` with what the open file holds.
+/// Returns `reading` with the file's parsed content or the error.
 PolicyFileReading parsed(PolicyFileReading reading, int descriptor, PropertyLists::WithPlaces withPlaces)
 {
     try {
@@ -95,7 +95,7 @@ PolicyFileReading parsed(PolicyFileReading reading, int descriptor, PropertyList
         if (reading.document.root.dictionary() == nullptr) {
             const char* found = reading.document.root.typeName();
             return failed(std::move(reading), State::malformed,
-                          fmt::format("holds one {} where a dictionary is expected", found));
+                          fmt::format("contains a single {} instead of a dictionary", found));
         }
         reading.state = State::good;
     } catch (const PropertyLists::PropertyListError& error) {
@@ -130,9 +130,9 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
         reading.revision = fmt::format("{}:{}:{}.{:09}", status.st_dev, status.st_ino, status.st_ctim.tv_sec,
                                        status.st_ctim.tv_nsec);
     if (auto& reason = opened.distrust) {
-        // The reason names what is at fault; the diagnostic names this file already.
-        if (const std::string ourselves = path.string() + " "; reason->starts_with(ourselves))
-            reason->erase(0, ourselves.size());
+        // The diagnostic starts with the file's path; do not repeat it in the reason.
+        if (const std::string prefix = path.string() + " "; reason->starts_with(prefix))
+            reason->erase(0, prefix.size());
         return failed(std::move(reading), State::untrusted, std::move(*reason));
     }
     if (opened.error != 0)
@@ -152,14 +152,14 @@ PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& 
 
 PolicyFileReading readFirstPolicyFile(const std::vector<std::filesystem::path>& candidates,
                                       PropertyLists::WithPlaces withPlaces,
-                                      std::vector<PolicyFileReading>* passedOver)
+                                      std::vector<PolicyFileReading>* skipped)
 {
     for (const auto& candidate : candidates) {
         PolicyFileReading reading = readPolicyFile(candidate, TrustCheck::required, withPlaces);
         if (reading.state != State::missing && reading.state != State::untrusted)
             return reading;
-        if (reading.state == State::untrusted && passedOver != nullptr)
-            passedOver->push_back(std::move(reading));
+        if (reading.state == State::untrusted && skipped != nullptr)
+            skipped->push_back(std::move(reading));
     }
     PolicyFileReading missing;
     missing.path = candidates.empty() ? std::filesystem::path() : candidates.front();

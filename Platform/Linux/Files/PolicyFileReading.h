@@ -9,11 +9,11 @@
 
 namespace Platform::Linux::Files {
 
-/// What came of reading one policy file.
+/// The result of reading one policy file.
 struct PolicyFileReading {
     enum class State {
         missing,
-        /// Somebody else could have written it; counts as missing.
+        /// Another user could have written it; counts as missing.
         untrusted,
         unreadable,
         malformed,
@@ -22,35 +22,35 @@ struct PolicyFileReading {
 
     State state = State::missing;
     std::filesystem::path path;
-    /// Why, unless `good` or `missing`: one sentence without the path of the file.
+    /// The error as a clause without the file's path; empty if `good` or `missing`.
     std::string reason;
-    /// Differs between any two files, and between two states of one; empty when missing.
+    /// Differs between any two files, and after each change of a file; empty if missing.
     std::string revision;
-    /// Where a malformed text stops making sense.
+    /// The location of a syntax error, if known.
     std::optional<PropertyLists::TextPosition> position;
-    /// When `good`: what the file holds, and what that says. Its root is a dictionary.
+    /// If `good`: the file's content, raw and parsed. The root is a dictionary.
     std::string bytes;
     PropertyLists::PropertyListDocument document;
 
-    /// "FILE:LINE:COLUMN: reason", as far as they are known.
+    /// Returns "FILE:LINE:COLUMN: reason", or "FILE: reason" if the position is not known.
     [[nodiscard]] std::string diagnostic() const;
 };
 
 enum class TrustCheck { required, skipped };
 
-/// Reads `path`, absolute. Never throws for anything the file is or holds.
+/// Reads the file at `path`, absolute. Reports every failure in the result.
 PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck trustCheck,
                                  PropertyLists::WithPlaces withPlaces = PropertyLists::WithPlaces::no);
 
-/// Reads to its end what is open as `descriptor`, a pipe or a terminal for example, without a check of trust.
-/// `name` is for the diagnostics. Never throws for anything that is read.
+/// Reads `descriptor`, such as a pipe or a terminal, to its end without a trust check. `name` is used in
+/// diagnostics. Reports every failure in the result.
 PolicyFileReading readPolicyStream(int descriptor, const std::filesystem::path& name,
                                    PropertyLists::WithPlaces withPlaces = PropertyLists::WithPlaces::no);
 
-/// The reading that counts among `candidates`, best first: that of the first file that is there and is
-/// believed; else `missing`. `passedOver`, when given, receives the untrusted ones met on the way.
+/// Reads the first of `candidates` that exists and is trusted; otherwise, returns `missing`. Appends
+/// untrusted files found before it to `skipped` if that is not null.
 PolicyFileReading readFirstPolicyFile(const std::vector<std::filesystem::path>& candidates,
                                       PropertyLists::WithPlaces withPlaces,
-                                      std::vector<PolicyFileReading>* passedOver = nullptr);
+                                      std::vector<PolicyFileReading>* skipped = nullptr);
 
 } // namespace Platform::Linux::Files

@@ -16,7 +16,7 @@ namespace Platform::Linux::Logging {
 
 namespace {
 
-/// The journal's number for a severity, as syslog(3) has them.
+/// Returns the syslog(3) priority.
 char priorityDigit(LogType type)
 {
     constexpr std::array digits{'7', '6', '4', '3', '2'};
@@ -56,7 +56,7 @@ void JournalLog::write(const LogHandle& handle, LogType type, LogVisibility visi
             vectors.at(i) = {const_cast<char*>(fields.at(i).data()), fields.at(i).size()};
         ::sd_journal_sendv(vectors.data(), static_cast<int>(vectors.size()));
     } catch (const std::exception&) {
-        // Out of memory: the line is lost, the caller is not.
+        // Out of memory: drop the line rather than fail the caller.
     }
 }
 

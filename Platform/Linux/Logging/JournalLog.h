@@ -8,8 +8,8 @@
 namespace Platform::Linux::Logging {
 
 /// Writes each entry to the systemd journal with native fields: MESSAGE, PRIORITY, SYSLOG_IDENTIFIER,
-/// QV_SUBSYSTEM, QV_CATEGORY, QV_LEVEL and QV_PRIVACY. A text keeps its line breaks; everything else that is
-/// unprintable is escaped, because the readers of the journal print it as it is.
+/// QV_SUBSYSTEM, QV_CATEGORY, QV_LEVEL and QV_PRIVACY. Messages keep their line breaks; other unprintable
+/// characters are escaped, because journal readers print them as they are.
 ///
 /// Source: sd_journal_send(3), systemd.journal-fields(7).
 class JournalLog final : public UnifiedLog {
@@ -18,7 +18,7 @@ public:
     void write(const LogHandle& handle, LogType type, LogVisibility visibility,
                std::string_view line) noexcept override;
 
-    /// Whether there is a journal to write to. Sending to none goes unnoticed otherwise.
+    /// Returns whether the journal's socket exists. Without it, `write` would discard entries silently.
     static bool isAvailable();
 
 private:

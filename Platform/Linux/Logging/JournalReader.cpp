@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The calls of the library answer with a negative error number.
+/// Throws if `result` is a negative error number, as returned by libsystemd.
 int checked(int result)
 {
     if (result < 0)
@@ -38,8 +38,8 @@ std::optional<uid_t> userNumber(const std::string& text)
     return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-/// Whether journal files lie on this device, or might in a folder that may not be looked into.
-bool isThereAJournal()
+/// Returns whether this device has journal files, or a journal folder that this user may not read.
+bool hasJournalFiles()
 {
     for (const char* folder : {"/run/log/journal", "/var/log/journal"}) {
         std::error_code error;
@@ -56,7 +56,7 @@ bool isThereAJournal()
     return false;
 }
 
-/// Process numbers begin anew with each start of the system.
+/// Needed because PIDs are unique only within one boot.
 std::string bootIdentifier()
 {
     sd_id128_t boot{};
@@ -69,7 +69,7 @@ std::string bootIdentifier()
 
 bool JournalEntry::isFrom(std::string_view name) const
 {
-    // Added by the kernel when the file was replaced or removed while the program runs.
+    // Added by the kernel if the executable was replaced or removed while the program ran.
     constexpr std::string_view removedMark = " (deleted)";
     std::string_view path = program;
     if (path.ends_with(removedMark))
@@ -87,15 +87,15 @@ JournalReader::JournalReader(Selection selection) : m_selection(std::move(select
     sd_journal* journal = nullptr;
     const int result = sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY);
     m_journal.reset(result >= 0 ? journal : nullptr);
-    // Files that may not be read are passed over in silence.
+    // sd_journal_open() silently skips files that this user may not read.
     const bool isReadable = m_journal && (sd_journal_has_runtime_files(journal) > 0 ||
                                           sd_journal_has_persistent_files(journal) > 0);
     if (!isReadable)
         throw JournalUnavailable(
-            isThereAJournal()
-                ? "The journal of this device may not be read by this user: ask as root, or join the group "
-                  "systemd-journal (usermod -aG systemd-journal USER)."
-                : "There is no journal on this device; the app logs to standard error then.");
+            hasJournalFiles()
+                ? "This user may not read the journal of this device. Run this command as root, or join the "
+                  "group systemd-journal (usermod -aG systemd-journal USER)."
+                : "There is no journal on this device. Without one, the app logs to standard error.");
 
     match(JournalFields::identifier, m_selection.identifier);
     if (m_selection.user)
@@ -114,7 +114,7 @@ JournalReader::JournalReader(Selection selection) : m_selection(std::move(select
 
 JournalReader::~JournalReader() = default;
 
-/// Matches of one field are alternatives, those of different fields must all hold.
+/// Adds a match. An entry must match one value of each field added.
 void JournalReader::match(std::string_view field, std::string_view value)
 {
     const std::string text = std::string(field).append("=").append(value);
@@ -126,7 +126,7 @@ void JournalReader::goToStart()
     sd_journal* journal = m_journal.get();
     if (const auto limit = m_selection.limit) {
         checked(sd_journal_seek_tail(journal));
-        // Steps back at least once, since the tail moves with new entries.
+        // Step back at least once: the tail moves when entries are added.
         const bool hasStepped = goBack(std::max<std::uint64_t>(*limit, 1));
         m_isAtUnreadEntry = hasStepped && *limit > 0;
         if (hasStepped)
@@ -142,7 +142,7 @@ void JournalReader::goToStart()
     }
 }
 
-/// Goes back by so many selected entries, or to the first one. Returns whether there is any entry.
+/// Steps back by `count` selected entries, or to the first entry. Returns whether there is any entry.
 bool JournalReader::goBack(std::uint64_t count)
 {
     bool hasStepped = false;
@@ -154,7 +154,7 @@ bool JournalReader::goBack(std::uint64_t count)
     return hasStepped;
 }
 
-/// Checks what cannot be matched like the other fields.
+/// Checks the program's name, which cannot be expressed as a journal match.
 bool JournalReader::isSelected(const JournalEntry& entry) const
 {
     return !m_selection.user || entry.isFrom(m_selection.identifier);
@@ -164,7 +164,7 @@ std::optional<JournalEntry> JournalReader::next()
 {
     while (std::exchange(m_isAtUnreadEntry, false) || checked(sd_journal_next(m_journal.get())) > 0) {
         JournalEntry found = entry();
-        // The start was sought by count, or among several files at once.
+        // Seeking by count, or in several files, may stop at an earlier entry.
         const auto since = m_selection.since;
         const bool isEarly = since && found.time.secondsSinceReferenceDate < since->secondsSinceReferenceDate;
         if (!isEarly && isSelected(found))
@@ -188,7 +188,7 @@ JournalEntry JournalReader::entry() const
 JournalReader::Waiting JournalReader::waiting() const
 {
     sd_journal* journal = m_journal.get();
-    std::uint64_t deadline = 0; // On the monotonic clock, in microseconds; the greatest number is none.
+    std::uint64_t deadline = 0; // Monotonic clock, microseconds; the maximum value means no deadline.
     checked(sd_journal_get_timeout(journal, &deadline));
     int timeout = -1;
     if (deadline != std::numeric_limits<std::uint64_t>::max()) {
@@ -207,14 +207,14 @@ void JournalReader::consumeWakeUp()
     checked(sd_journal_process(m_journal.get()));
 }
 
-/// Empty when the entry has no such field.
+/// Returns the field's value; empty if the entry lacks the field.
 std::string JournalReader::field(std::string_view name) const
 {
     const void* bytes = nullptr;
     std::size_t size = 0;
     if (sd_journal_get_data(m_journal.get(), std::string(name).c_str(), &bytes, &size) < 0)
         return {};
-    // The library answers with "NAME=value".
+    // The data has the form "NAME=value".
     return std::string(static_cast<const char*>(bytes), size).substr(name.size() + 1);
 }
 

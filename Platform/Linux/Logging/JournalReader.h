@@ -15,14 +15,14 @@ struct sd_journal;
 
 namespace Platform::Linux::Logging {
 
-/// There is no journal on this device, or this user may not read it. `what()` is a whole sentence.
+/// Thrown if this device has no journal or this user may not read it. `what()` is a complete sentence.
 class JournalUnavailable : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// One entry as `JournalLog` wrote it. Any user can write an entry like that; only its writer is known to the
-/// journal itself.
+/// One entry written by `JournalLog`. Any user can write such entries; only `user` and `program` come from
+/// the journal itself and cannot be forged.
 struct JournalEntry {
     Date time;
     std::string level;
@@ -31,31 +31,30 @@ struct JournalEntry {
     /// "public" or "private".
     std::string privacy;
     std::string text;
-    /// Absent when the journal does not know it.
+    /// Absent if unknown to the journal.
     std::optional<uid_t> user = {};
-    /// The path of the executable; empty when the journal does not know it.
+    /// The path of the executable; empty if unknown to the journal.
     std::string program = {};
 
-    /// Whether a program of this name wrote it, as far as the journal knows.
+    /// Returns whether a program called `name` wrote the entry; true if the program is unknown.
     [[nodiscard]] bool isFrom(std::string_view name) const;
 };
 
-/// Reads back from the systemd journal what `JournalLog` wrote there, oldest first.
+/// Reads entries written by `JournalLog` from the systemd journal, oldest first.
 ///
-/// Threads: one. Errors: the constructor throws `JournalUnavailable`; everything throws `std::system_error`
-/// when the journal cannot be read any further. Source: sd_journal_open(3), sd_journal_get_fd(3).
+/// Threads: one. Errors: the constructor throws `JournalUnavailable`; all members throw `std::system_error`
+/// if reading fails. Source: sd_journal_open(3), sd_journal_get_fd(3).
 class JournalReader {
 public:
     struct Selection {
         std::string identifier;
-        /// Only entries of this user, and only of a program with the name of the identifier, where the
-        /// journal knows the program.
+        /// Selects entries of this user, written by a program named like `identifier` or unknown.
         std::optional<uid_t> user = {};
-        /// Only of that one, as long as it runs.
+        /// Selects entries of this process in the current boot.
         std::optional<pid_t> process = {};
         LogType lowestLevel = LogType::debug;
         std::optional<Date> since = {};
-        /// Of the entries that are there, only so many of the newest.
+        /// Selects this many of the newest existing entries.
         std::optional<std::uint64_t> limit = {};
     };
 
@@ -64,11 +63,10 @@ public:
     JournalReader(const JournalReader&) = delete;
     JournalReader& operator=(const JournalReader&) = delete;
 
-    /// The entry after the one before; absent at the end, which may move.
+    /// Returns the next entry; absent at the end. Call again later for new entries.
     std::optional<JournalEntry> next();
 
-    /// Of poll(2): what to wait for at the end, and for how long at most, before `consumeWakeUp()` and
-    /// another `next()`.
+    /// poll(2) arguments for waiting at the end. Afterwards, call `consumeWakeUp()`, then `next()`.
     struct Waiting {
         int descriptor;
         short events;

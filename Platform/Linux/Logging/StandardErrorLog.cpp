@@ -47,22 +47,22 @@ void StandardErrorLog::write(const LogHandle& handle, LogType type, LogVisibilit
         std::string entry = logLine(m_clock.now(), severityName(type), handle.subsystem, handle.category,
                                     visibleText(line, visibility, m_privateData));
         const std::lock_guard lock(m_mutex);
-        if (m_lostCount > 0) // The first of them may have been cut in the middle.
+        if (m_lostCount > 0) // Starts with a line break because the first lost line may be partly written.
             entry.insert(0, fmt::format("\n({} lines lost)\n", m_lostCount));
         m_lostCount = writeWithoutWaiting(entry) ? 0 : m_lostCount + 1;
     } catch (const std::exception&) {
-        // Out of memory: the line is lost, the caller is not.
+        // Out of memory: drop the line rather than fail the caller.
     }
 }
 
-/// Answers whether all of the text was taken.
+/// Returns whether all of `text` was written.
 bool StandardErrorLog::writeWithoutWaiting(std::string_view text)
 {
     while (!text.empty()) {
         pollfd room{STDERR_FILENO, POLLOUT, 0};
         if (::poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0)
             return false;
-        // A pipe that has room takes this many bytes at once; see pipe(7).
+        // A writable pipe accepts this many bytes without blocking; see pipe(7).
         const std::size_t chunkBytes = std::min<std::size_t>(text.size(), PIPE_BUF);
         const ssize_t written = ::write(STDERR_FILENO, text.data(), chunkBytes);
         if (written < 0)

@@ -14,25 +14,25 @@ class Clock;
 
 namespace Platform::Linux::Logging {
 
-/// Whether private lines show their text.
+/// Whether private lines are logged in full or as "<private>".
 enum class PrivateData { redacted, shown };
 
-/// What QUORVANE_LOG_PRIVATE_DATA asks for: shown only when it is "show".
+/// Returns `shown` if QUORVANE_LOG_PRIVATE_DATA is "show", otherwise `redacted`.
 PrivateData privateDataFromEnvironment();
 
-/// The text of a line as it may be seen.
+/// Returns `line`, or "<private>" if it must be redacted.
 std::string_view visibleText(std::string_view line, LogVisibility visibility, PrivateData privateData);
 
-/// The name of a severity in log output: "debug", "info", "warning", "error" or "critical".
+/// Returns the severity's name in log output: "debug", "info", "warning", "error" or "critical".
 std::string_view severityName(LogType type);
 
-/// One entry as a line of text, with the line break at its end: UTC time, severity, subsystem, category,
-/// text. Whatever is unprintable in any of them is escaped, so that an entry never looks like two.
+/// Formats an entry as one line that ends with a line break: UTC time, severity, subsystem, category, text.
+/// Escapes unprintable characters, so one entry never looks like two.
 std::string logLine(Date time, std::string_view severity, std::string_view subsystem,
                     std::string_view category, std::string_view text);
 
-/// Writes each entry as one line to standard error. When nobody reads what was
-/// written, entries are lost rather than waited with; the next one that is written says how many.
+/// Writes each entry as one line to standard error. Never blocks: if the reader falls behind, entries are
+/// dropped, and the next entry written is preceded by their number.
 class StandardErrorLog final : public UnifiedLog {
 public:
     StandardErrorLog(const Clock& clock, PrivateData privateData) : m_clock(clock), m_privateData(privateData)

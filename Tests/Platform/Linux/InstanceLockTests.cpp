@@ -23,10 +23,10 @@ using SignalOutcome = InstanceLock::SignalOutcome;
 
 namespace {
 
-/// A second process, killed with this object.
+/// A child process, killed by the destructor.
 class Child {
 public:
-    /// Runs `prepare` in the new process and returns when it is done. A false result ends the process.
+    /// Runs `prepare` in the child and returns when it is done. The child exits if `prepare` returns false.
     explicit Child(const std::function<bool()>& prepare)
     {
         std::array<int, 2> ends{};
@@ -70,38 +70,38 @@ protected:
     {
         struct flock whole {};
         whole.l_type = F_WRLCK;
-        // Left open, and so locked, for the life of the process.
+        // Left open, so the lock lasts until the process exits.
         return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
     }
     [[nodiscard]] SignalOutcome
-    signalHolder(std::chrono::milliseconds time = std::chrono::milliseconds(10)) const
+    signalHolder(std::chrono::milliseconds timeout = std::chrono::milliseconds(10)) const
     {
-        return InstanceLock::signalHolder(file, SIGUSR1, time);
+        return InstanceLock::signalHolder(file, SIGUSR1, timeout);
     }
 
     TemporaryFolder folder;
     std::filesystem::path file = folder.path("instance.lock");
 };
 
-TEST_F(InstanceLockTest, SignalsThisProgramAlone)
+TEST_F(InstanceLockTest, SignalsOnlyThisProgramAndUser)
 {
     EXPECT_FALSE(InstanceLock::holder(file));
     EXPECT_EQ(signalHolder(), SignalOutcome::ended);
     {
-        const Child deaf([&] { return std::signal(SIGUSR1, SIG_IGN) != SIG_ERR && lock(); });
-        EXPECT_EQ(InstanceLock::holder(file)->process, deaf.process());
+        const Child ignoring([&] { return std::signal(SIGUSR1, SIG_IGN) != SIG_ERR && lock(); });
+        EXPECT_EQ(InstanceLock::holder(file)->process, ignoring.process());
         EXPECT_FALSE(InstanceLock::acquire(file));
         EXPECT_EQ(signalHolder(), SignalOutcome::delivered);
-        EXPECT_TRUE(deaf.isAlive());
+        EXPECT_TRUE(ignoring.isAlive());
     }
     {
         const Child application([&] { return ::prctl(PR_SET_NAME, "quorvane-mdm") == 0 && lock(); });
         EXPECT_TRUE(InstanceLock::holder(file)->isApplication());
     }
     {
-        const Child leaving([&] { return lock(); });
+        const Child terminated([&] { return lock(); });
         EXPECT_EQ(signalHolder(std::chrono::seconds(10)), SignalOutcome::ended);
-        EXPECT_FALSE(leaving.isAlive());
+        EXPECT_FALSE(terminated.isAlive());
     }
     {
         const Child otherProgram([&] { return ::prctl(PR_SET_NAME, "other") == 0 && lock(); });
@@ -119,14 +119,14 @@ TEST_F(InstanceLockTest, SignalsThisProgramAlone)
     EXPECT_TRUE(InstanceLock::acquire(file));
 }
 
-TEST_F(InstanceLockTest, HolderWithoutANumberIsElsewhere)
+TEST_F(InstanceLockTest, HolderWithoutProcessIdIsUnreachable)
 {
     {
         const Child openFileLock([&] { return lock(F_OFD_SETLK); });
         ASSERT_TRUE(openFileLock.isReady());
         ASSERT_TRUE(InstanceLock::holder(file));
         EXPECT_EQ(InstanceLock::holder(file)->process, std::nullopt);
-        EXPECT_EQ(signalHolder(), SignalOutcome::elsewhere);
+        EXPECT_EQ(signalHolder(), SignalOutcome::unreachable);
         EXPECT_FALSE(InstanceLock::acquire(file));
     }
     ASSERT_TRUE(lock());
@@ -134,15 +134,15 @@ TEST_F(InstanceLockTest, HolderWithoutANumberIsElsewhere)
         return ::unshare(CLONE_NEWPID) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWPID) == 0;
     };
     if (!Child(leaveNamespace).isReady())
-        GTEST_SKIP() << "no PID namespace can be made here";
+        GTEST_SKIP() << "cannot create a PID namespace here";
     const Child container([&] {
         if (!leaveNamespace())
             return false;
         const pid_t first = ::fork();
         if (first == 0) {
-            // This process, the holder, has the number 0 here.
+            // In this namespace, the holder's PID is 0.
             const auto holder = InstanceLock::holder(file);
-            ::_exit(holder && !holder->process && signalHolder() == SignalOutcome::elsewhere ? 0 : 1);
+            ::_exit(holder && !holder->process && signalHolder() == SignalOutcome::unreachable ? 0 : 1);
         }
         int status = -1;
         return ::waitpid(first, &status, 0) == first && status == 0;
@@ -150,7 +150,7 @@ TEST_F(InstanceLockTest, HolderWithoutANumberIsElsewhere)
     EXPECT_TRUE(container.isReady());
 }
 
-TEST_F(InstanceLockTest, OnlyARegularFileIsALock)
+TEST_F(InstanceLockTest, AcceptsOnlyARegularFile)
 {
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     EXPECT_FALSE(InstanceLock::holder(file));

@@ -30,7 +30,7 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr uid_t stranger = 65534;
+constexpr uid_t otherUser = 65534;
 
 class LocalPushServiceTest : public testing::Test, public PushServiceListener {
 protected:
@@ -43,7 +43,7 @@ protected:
     }
 
     LocalPushService makeService() { return {{store, loop, adapterLog}, socketFile}; }
-    /// Sends while the main queue runs.
+    /// Sends a payload while the main queue runs.
     std::string send(std::string payload)
     {
         auto answer = std::async(std::launch::async, [&, payload = std::move(payload)] {
@@ -72,7 +72,7 @@ protected:
     std::vector<std::string> received;
 };
 
-TEST_F(LocalPushServiceTest, KeepsItsTokenAndItsSocketToItself)
+TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
 {
     for (int start = 1; start <= 2; ++start) {
         LocalPushService service = makeService();
@@ -91,22 +91,22 @@ TEST_F(LocalPushServiceTest, KeepsItsTokenAndItsSocketToItself)
         rival.start(*this);
         rival.registerDevice();
         settle();
-        EXPECT_EQ(failures.size(), static_cast<std::size_t>(start)) << "one socket, one application";
-        EXPECT_EQ(send("{}"), "ok") << "undisturbed";
+        EXPECT_EQ(failures.size(), static_cast<std::size_t>(start)) << "only one application can listen";
+        EXPECT_EQ(send("{}"), "ok") << "the first one still listens";
     }
     ASSERT_EQ(tokens.size(), 2U);
     EXPECT_EQ(tokens[0].size(), 32U);
     EXPECT_EQ(tokens[0], tokens[1]);
     EXPECT_FALSE(std::filesystem::exists(socketFile));
     EXPECT_THROW(Linux::sendToLocalPushService(socketFile, "{}"), std::system_error);
-    // What a killed application leaves behind is in nobody's way.
+    // A socket file left by a killed application does not prevent the next start.
     folder.write("run/push.sock", "");
     LocalPushService service = makeService();
     service.start(*this);
     EXPECT_EQ(send("{}"), "ok");
 }
 
-TEST_F(LocalPushServiceTest, TokenThatCannotBeStoredIsNone)
+TEST_F(LocalPushServiceTest, FailsRegistrationWhenTokenCannotBeStored)
 {
     LocalPushService service = makeService();
     service.start(*this);
@@ -119,7 +119,7 @@ TEST_F(LocalPushServiceTest, TokenThatCannotBeStoredIsNone)
     }
 }
 
-TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
+TEST_F(LocalPushServiceTest, RepliesToEachPayload)
 {
     const auto padded = [](std::size_t size) { return R"({"a": ")" + std::string(size - 9, 'x') + "\"}"; };
     const struct {
@@ -132,15 +132,16 @@ TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
         {"4097 bytes", padded(4097), "error: the payload is larger than 4096 bytes"},
         {"refused", R"({"refuse": true})", "error: as asked"},
         {"emoji and escapes", "{\"aps\": {\"alert\": \"\xF0\x9F\x91\x8B \\u0007\"}}", "ok"},
-        {"nothing", "", "error: the payload is not a JSON object"},
+        {"empty", "", "error: the payload is not a JSON object"},
         {"array", "[1]", "error: the payload is not a JSON object"},
-        {"half", R"({"aps": {)", "error: the payload cannot be read: line 1"},
-        {"two", "{} {}", "error: the payload cannot be read: line 1"},
+        {"incomplete object", R"({"aps": {)", "error: the payload cannot be read: line 1"},
+        {"two objects", "{} {}", "error: the payload cannot be read: line 1"},
         {"key twice", R"({"a": 1, "a": 2})",
          "error: the payload cannot be read: line 1, column 10: a key appears twice"},
-        {"deep", R"({"a": )" + std::string(1000, '['), "error: the payload cannot be read: line 1"},
+        {"nested too deeply", R"({"a": )" + std::string(1000, '['),
+         "error: the payload cannot be read: line 1"},
         {"not UTF-8", "{\"a\": \"\xFF\"}", "error: the payload cannot be read: line 1, column 8"},
-        {"another format", "<plist><dict/></plist>", "error: the payload is not a JSON object"},
+        {"property list", "<plist><dict/></plist>", "error: the payload is not a JSON object"},
     };
     LocalPushService service = makeService();
     service.start(*this);
@@ -148,20 +149,20 @@ TEST_F(LocalPushServiceTest, AnswersEachPayloadOnceItIsDealtWith)
     for (const auto& row : cases) {
         received.clear();
         EXPECT_THAT(send(row.payload), StartsWith(row.answer)) << row.name;
-        const bool isHandedOn = row.answer == "ok" || row.answer == "error: as asked";
-        EXPECT_EQ(received.size(), isHandedOn ? 1U : 0U) << row.name;
+        const bool isDelivered = row.answer == "ok" || row.answer == "error: as asked";
+        EXPECT_EQ(received.size(), isDelivered ? 1U : 0U) << row.name;
     }
 }
 
-/// What is answered, without waiting for it.
-std::string answerOn(const Storage::FileDescriptor& socket)
+/// Returns what has arrived, without waiting.
+std::string availableReply(const Storage::FileDescriptor& socket)
 {
     std::array<char, 512> buffer;
     const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     return {buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
 }
 
-TEST_F(LocalPushServiceTest, IdlePeersMakeWayForTheNext)
+TEST_F(LocalPushServiceTest, DisconnectsTheIdlestPeerWhenFull)
 {
     LocalPushService service = makeService();
     service.start(*this);
@@ -170,18 +171,18 @@ TEST_F(LocalPushServiceTest, IdlePeersMakeWayForTheNext)
     for (std::size_t number = 0; number < LocalPushService::maximumPeerCount; ++number)
         idle.push_back(Linux::connectToPrivateSocket(socketFile, 10s));
     EXPECT_EQ(send("{}"), "ok");
-    EXPECT_THAT(answerOn(idle[0]), StartsWith("error: too many others"));
+    EXPECT_THAT(availableReply(idle[0]), StartsWith("error: too many connections"));
 
     ASSERT_EQ(::send(idle[1].get(), "{", 1, 0), 1);
     EXPECT_EQ(send("{}"), "ok") << "there is room again";
     idle.push_back(Linux::connectToPrivateSocket(socketFile, 10s));
     EXPECT_EQ(send("{}"), "ok");
-    EXPECT_EQ(answerOn(idle[1]), "") << "it is not idle";
-    EXPECT_THAT(answerOn(idle[2]), StartsWith("error: too many others"));
-    EXPECT_EQ(answerOn(idle[3]), "");
+    EXPECT_EQ(availableReply(idle[1]), "") << "it has sent data";
+    EXPECT_THAT(availableReply(idle[2]), StartsWith("error: too many connections"));
+    EXPECT_EQ(availableReply(idle[3]), "");
 }
 
-TEST_F(LocalPushServiceTest, ListensOnlyInAFolderOfThisUserAlone)
+TEST_F(LocalPushServiceTest, ListensOnlyInAPrivateFolder)
 {
     const auto run = folder.path("run");
     const auto change = [&](const std::filesystem::path& path, uid_t user, mode_t mode) {
@@ -198,9 +199,9 @@ TEST_F(LocalPushServiceTest, ListensOnlyInAFolderOfThisUserAlone)
         {"in a folder that others can write", [&] { change(folder.path(), ::geteuid(), 0777); },
          "can be written by others (mode 0777); set XDG_RUNTIME_DIR"},
         {"in a sticky folder", [&] { change(folder.path(), ::geteuid(), 01777); }, ""},
-        {"not ours", [&] { change(run, stranger, 0700); }, "belongs to user 65534; set XDG_RUNTIME_DIR",
-         true},
-        {"below one that is not ours", [&] { change(folder.path(), stranger, 0755); },
+        {"folder of another user", [&] { change(run, otherUser, 0700); },
+         "belongs to user 65534; set XDG_RUNTIME_DIR", true},
+        {"in a folder of another user", [&] { change(folder.path(), otherUser, 0755); },
          "belongs to user 65534", true},
         {"a file", [&] { folder.write("run", ""); }, "run: "},
     };
@@ -229,21 +230,21 @@ TEST_F(LocalPushServiceTest, ListensOnlyInAFolderOfThisUserAlone)
     change(folder.path(), ::geteuid(), 0700);
 }
 
-/// A socket on which `user` listens, and accepts nobody.
+/// Returns a socket on which `user` listens but accepts no connections.
 Storage::FileDescriptor listenAs(uid_t user, const std::filesystem::path& file)
 {
     Storage::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{AF_UNIX, {}};
     file.native().copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    const uid_t ourselves = ::geteuid();
+    const uid_t thisUser = ::geteuid();
     EXPECT_EQ(::seteuid(user), 0);
     EXPECT_EQ(::listen(socket.get(), 0), 0);
-    EXPECT_EQ(::seteuid(ourselves), 0);
+    EXPECT_EQ(::seteuid(thisUser), 0);
     return socket;
 }
 
-TEST_F(LocalPushServiceTest, StartDoesNotWaitForABusySocket)
+TEST_F(LocalPushServiceTest, StartDoesNotBlockOnABusySocket)
 {
     std::filesystem::create_directory(folder.path("run"));
     Storage::FileDescriptor busy = listenAs(::geteuid(), socketFile);
@@ -264,12 +265,12 @@ TEST_F(LocalPushServiceTest, StartDoesNotWaitForABusySocket)
     EXPECT_THAT(log.takeLines(), testing::ElementsAre(HasSubstr("Address already in use")));
 }
 
-TEST_F(LocalPushServiceTest, NothingIsSentToAnotherUser)
+TEST_F(LocalPushServiceTest, SendsNothingToAnotherUser)
 {
     if (::geteuid() != 0)
-        GTEST_SKIP() << "needs to become another user";
+        GTEST_SKIP() << "needs root to become another user";
     std::filesystem::create_directory(folder.path("run"));
-    const Storage::FileDescriptor foreign = listenAs(stranger, socketFile);
+    const Storage::FileDescriptor foreign = listenAs(otherUser, socketFile);
     EXPECT_THAT([&] { Linux::sendToLocalPushService(socketFile, "{}"); },
                 testing::ThrowsMessage<std::runtime_error>(HasSubstr("is served by user 65534")));
     const Storage::FileDescriptor accepted(::accept(foreign.get(), nullptr, nullptr));

@@ -10,7 +10,7 @@ using Platform::Linux::ProcessSignals;
 
 namespace {
 
-TEST(ProcessSignalsTest, EachReachesItsHandlerEvenIfItCameBeforeTheStart)
+TEST(ProcessSignalsTest, HandlesEachSignalIncludingPendingOnes)
 {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP, ProcessSignals::activationSignal}) {
         SCOPED_TRACE(signal);

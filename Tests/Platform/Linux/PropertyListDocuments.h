@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// Documents put together by hand, good ones and bad ones.
+// Hand-made property lists, valid and invalid.
 
 inline std::string xml(const std::string& body)
 {
@@ -30,7 +30,7 @@ inline std::string bigEndian(std::uint64_t number, std::size_t bytes)
     return out;
 }
 
-/// A binary document of `objects` with two-byte references; the first object is the root.
+/// Returns a binary document of `objects` with two-byte references; the first object is the root.
 inline std::string binary(const std::vector<std::string>& objects)
 {
     std::string out = "bplist00";
@@ -44,7 +44,8 @@ inline std::string binary(const std::vector<std::string>& objects)
            bigEndian(table, 8);
 }
 
-/// Object `index` of each but the last is an array of `width` references to the next.
+/// Returns a binary document in which each object except the last is an array of `width` references to the
+/// next.
 inline std::string binaryChain(std::size_t levels, std::size_t width)
 {
     std::vector<std::string> objects;

@@ -23,25 +23,24 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// Runs its items on the thread of the test, when the test says so.
+/// A queue whose work the test runs on its own thread.
 class HeldQueue final : public DispatchQueue {
 public:
     void async(Work work) override
     {
         const std::lock_guard lock(m_mutex);
         m_waiting.push_back(std::move(work));
-        m_hasNews.notify_one();
+        m_itemAdded.notify_one();
     }
-    /// Blocks until an item waits.
+    /// Blocks until there is an item; returns false after a timeout.
     bool waitForItem()
     {
         std::unique_lock lock(m_mutex);
-        return m_hasNews.wait_for(lock, 20s, [this] { return !m_waiting.empty(); });
+        return m_itemAdded.wait_for(lock, 20s, [this] { return !m_waiting.empty(); });
     }
-    /// Blocks until there is a next item, and runs it.
     void runNext()
     {
-        ASSERT_TRUE(waitForItem()) << "nothing arrives";
+        ASSERT_TRUE(waitForItem()) << "nothing arrived";
         std::unique_lock lock(m_mutex);
         const Work work = std::move(m_waiting.front());
         m_waiting.pop_front();
@@ -51,7 +50,7 @@ public:
 
 private:
     std::mutex m_mutex;
-    std::condition_variable m_hasNews;
+    std::condition_variable m_itemAdded;
     std::deque<Work> m_waiting;
 };
 
@@ -60,10 +59,10 @@ struct Party {
     Party() { bus.start(); }
 
     [[nodiscard]] std::string uniqueName() { return bus.connection().getUniqueName(); }
-    /// As it looks when the daemon ends.
+    /// Has the same effect as the exit of the bus daemon.
     void loseBus() { ::shutdown(bus.connection().getEventLoopPollData().fd, SHUT_RDWR); }
 
-    /// Waits for a line in the log.
+    /// Waits for a log line.
     Lines logged()
     {
         const auto end = std::chrono::steady_clock::now() + 20s;
@@ -99,7 +98,7 @@ struct BusClientTest : testing::Test {
                       }});
     }
 
-    /// Answered on the thread of the bus.
+    /// Exports a method that is answered on the bus thread.
     void add(const char* name, const char* result, const std::function<void(const BusRequest&)>& answer)
     {
         server.client->exportMethod(
@@ -113,18 +112,18 @@ struct BusClientTest : testing::Test {
     {
         return {"test.Server", "/test", "test.Interface", method, timeout};
     }
-    /// Adds what is answered to the events.
+    /// Calls a method and adds the answer to `events`.
     template <typename... Arguments>
     void call(Party& caller, const BusCall& call, const Arguments&... arguments)
     {
-        const auto take = [this](const BusAnswer<std::uint32_t>& answer) {
+        const auto record = [this](const BusAnswer<std::uint32_t>& answer) {
             events.push_back(answer.value   ? std::to_string(*answer.value)
                              : answer.error ? answer.error->name + ": " + answer.error->message
                                             : "a reply of another type");
         };
-        caller.client->call<std::uint32_t>(call, take, arguments...);
+        caller.client->call<std::uint32_t>(call, record, arguments...);
     }
-    /// Has a call wait at the server for an answer.
+    /// Makes a call that the server leaves unanswered.
     void hold(const std::string& word)
     {
         call(*app, to("Hold"), word);
@@ -138,7 +137,7 @@ struct BusClientTest : testing::Test {
     std::optional<Party> app{std::in_place};
 };
 
-TEST_F(BusClientTest, DeliversWhateverACallComesTo)
+TEST_F(BusClientTest, DeliversRepliesAndErrors)
 {
     const BusCall nowhere{"test.Nowhere", "/test", "test.Interface", "Number", 20s};
     const std::string errors = "org.freedesktop.DBus.Error.";
@@ -163,7 +162,7 @@ TEST_F(BusClientTest, DeliversWhateverACallComesTo)
     EXPECT_THAT(events, ElementsAre(testing::ContainsRegex("(NoReply|Timeout|TimedOut|ETIMEDOUT): ")));
 }
 
-TEST_F(BusClientTest, ReadsRepliesOfSeveralValuesAndOfNone)
+TEST_F(BusClientTest, ReadsRepliesWithSeveralOrNoValues)
 {
     using Two = std::tuple<std::uint32_t, std::string>;
     app->client->call<Two>(to("Two"), [this](const BusAnswer<Two>& answer) {
@@ -180,7 +179,7 @@ TEST_F(BusClientTest, ReadsRepliesOfSeveralValuesAndOfNone)
     EXPECT_THAT(events, ElementsAre("two", "none"));
 }
 
-TEST_F(BusClientTest, LetsACallBeAnsweredOnceLaterAndFromAnyThread)
+TEST_F(BusClientTest, SendsOnlyTheFirstAnswerFromAnyThread)
 {
     hold("first");
     hold("second");
@@ -194,7 +193,7 @@ TEST_F(BusClientTest, LetsACallBeAnsweredOnceLaterAndFromAnyThread)
     EXPECT_THAT(events, ElementsAre("2", "org.freedesktop.DBus.Error.Failed: changed my mind"));
 }
 
-TEST_F(BusClientTest, DropsAnswersToCallsOfAServerThatHasEnded)
+TEST_F(BusClientTest, DropsAnswersAfterTheServerIsDestroyed)
 {
     std::optional<Party> other(std::in_place);
     std::optional<BusRequest> request;
@@ -211,19 +210,19 @@ TEST_F(BusClientTest, DropsAnswersToCallsOfAServerThatHasEnded)
     EXPECT_THAT(events, ElementsAre(StartsWith("org.freedesktop.DBus.Error.NoReply: ")));
 }
 
-TEST_F(BusClientTest, DeliversNothingAfterItsEnd)
+TEST_F(BusClientTest, DeliversNothingAfterDestruction)
 {
     const auto watch = [this] {
         app->client->watchNames("arg0='test.Name'", [this](const std::string& name, const std::string&) {
             events.push_back(name);
         });
     };
-    // While the answer waits in the queue.
+    // While the answer is queued.
     call(*app, to("Number"));
     ASSERT_TRUE(app->queue.waitForItem());
     app->client.emplace(app->bus, app->queue);
     app->queue.runNext();
-    // While a signal waits in the queue.
+    // While a signal is queued.
     watch();
     server.client->claimName("test.Name");
     ASSERT_TRUE(app->queue.waitForItem());
@@ -247,13 +246,13 @@ TEST_F(BusClientTest, DeliversNothingAfterItsEnd)
     EXPECT_THAT(events, ElementsAre("a reply of another type"));
 }
 
-TEST_F(BusClientTest, FollowsTheOwnersOfNamesInTheirOrder)
+TEST_F(BusClientTest, ReportsNameOwnersInOrder)
 {
     const auto add = [this](const std::string& name, const std::string& owner) {
         events.push_back(name + " " + owner);
     };
     app->client->watchNames("arg0namespace='test.Names'", add);
-    // Of other types than the signal has.
+    // The signal's arguments have other types.
     app->client->subscribe<std::uint32_t>(
         {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged"},
         [this](const std::string&, std::uint32_t) { events.emplace_back("a number"); });
@@ -273,19 +272,19 @@ TEST_F(BusClientTest, FollowsTheOwnersOfNamesInTheirOrder)
                                     "test.Names.a ", "test.Names.a " + second.uniqueName()));
 }
 
-TEST_F(BusClientTest, EndsEveryCallWhenTheBusHasGone)
+TEST_F(BusClientTest, FailsCallsWhenTheConnectionIsLost)
 {
     hold("word");
     app->loseBus();
     app->queue.runNext();
-    EXPECT_EQ(events.size(), 1U) << "the call that waits";
+    EXPECT_EQ(events.size(), 1U) << "the pending call";
     call(*app, to("Number"));
     EXPECT_EQ(events.size(), 1U) << "inside the call";
     app->queue.runNext();
     EXPECT_EQ(events.size(), 2U) << "the next call";
     EXPECT_TRUE(app->client->claimName("test.Name"));
     EXPECT_THROW(app->client->watchNames("arg0='a.b'", [](const auto&, const auto&) {}), std::runtime_error);
-    EXPECT_THAT(app->logged(), ElementsAre(testing::HasSubstr("The session bus went away")));
+    EXPECT_THAT(app->logged(), ElementsAre(testing::HasSubstr("The connection to the session bus is lost")));
     server.loseBus();
     server.bus.stop();
     held.back().reply(std::uint32_t{1});

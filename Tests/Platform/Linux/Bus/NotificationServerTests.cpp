@@ -19,47 +19,47 @@ using testing::ElementsAre;
 namespace {
 
 using Text = std::string;
-using Texts = std::vector<Text>;
+using Strings = std::vector<Text>;
 using Values = PropertyList::Dictionary;
-using Tell = std::function<void(const Text& event)>;
+using Record = std::function<void(const Text& event)>;
 using namespace PresentationOptions;
 constexpr const char* serverName = "org.freedesktop.Notifications";
-/// What ends a notification: the action, or a reason of the protocol.
+/// How a notification ends: by its action, or for one of the protocol's reasons.
 enum End : std::uint32_t { tapped, expired, dismissed };
 
-/// A server for as long as it lives, whose ids begin with 1. It tells what it is asked.
+/// Runs a notification server until destroyed and records the calls it receives. Its ids start at 1.
 struct FakeServer {
-    enum class Mood { willing, slow, unwilling };
-    /// Without capabilities the question for them is refused.
-    FakeServer(const Texts& capabilities, const Tell& tell, const char* name = serverName)
+    enum class Behavior { accepting, slow, refusing };
+    /// If `capabilities` is empty, GetCapabilities fails.
+    FakeServer(const Strings& capabilities, const Record& record, const char* name = serverName)
     {
         const auto add = [this](const char* method, auto work) {
             object->registerMethod(method).onInterface(serverName).implementedAs(std::move(work));
         };
         add("GetServerInformation", [] { return std::tuple("Fake"s, "us"s, "7"s, "1.2"s); });
         add("GetCapabilities", [=] {
-            tell("capabilities?");
+            record("capabilities?");
             return capabilities.empty() ? throw sdbus::Error("test.No") : capabilities;
         });
-        add("CloseNotification", [=](std::uint32_t id) { tell("close " + std::to_string(id)); });
+        add("CloseNotification", [=](std::uint32_t id) { record("close " + std::to_string(id)); });
         add("Notify", [=, this](sdbus::Result<std::uint32_t>&& result, const Text&, std::uint32_t,
-                                const Text&, const Text& summary, const Text& body, const Texts& actions,
+                                const Text&, const Text& summary, const Text& body, const Strings& actions,
                                 const std::map<Text, sdbus::Variant>& hints, std::int32_t) {
             held = std::move(result);
-            tell(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
-                 std::to_string(hints.at("urgency").get<std::uint8_t>()) +
-                 (hints.at("transient").get<bool>() ? " transient" : "") +
-                 (hints.contains("sound-name") ? " sound" : ""));
-            if (mood == Mood::willing)
+            record(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
+                   std::to_string(hints.at("urgency").get<std::uint8_t>()) +
+                   (hints.at("transient").get<bool>() ? " transient" : "") +
+                   (hints.contains("sound-name") ? " sound" : ""));
+            if (behavior == Behavior::accepting)
                 held.returnResults(nextId++);
-            else if (mood == Mood::unwilling)
+            else if (behavior == Behavior::refusing)
                 held.returnError(sdbus::Error("test.No", "private"));
         });
         object->finishRegistration();
         bus->requestName(name);
         bus->enterEventLoopAsync();
     }
-    /// Tells everybody, or past all rules one connection.
+    /// Sends the signal to all connections, or only to `receiver`, bypassing its match rules.
     void end(std::initializer_list<std::uint32_t> ids, End by, const Text& receiver = {}) const
     {
         for (const std::uint32_t id : ids) {
@@ -72,7 +72,7 @@ struct FakeServer {
             object->emitSignal(out);
         }
     }
-    std::atomic<Mood> mood = Mood::willing;
+    std::atomic<Behavior> behavior = Behavior::accepting;
     std::atomic<std::uint32_t> nextId = 1;
     std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
     std::unique_ptr<sdbus::IObject> object = sdbus::createObject(*bus, "/org/freedesktop/Notifications");
@@ -83,33 +83,35 @@ class NotificationServerTest : public testing::Test {
 protected:
     NotificationServerTest() { bus.start(); }
     ~NotificationServerTest() override { bus.stop(); }
-    /// Waits until `count` things have happened.
-    Texts happened(std::size_t count)
+    /// Waits for `count` events and returns them.
+    Strings waitForEvents(std::size_t count)
     {
         std::unique_lock lock(mutex);
-        hasNews.wait_for(lock, std::chrono::seconds(20), [&] { return events.size() >= count; });
+        eventAdded.wait_for(lock, std::chrono::seconds(20), [&] { return events.size() >= count; });
         return std::exchange(events, {});
     }
-    void startServer(const Texts& capabilities)
+    void startServer(const Strings& capabilities)
     {
-        fake.emplace(capabilities, tell);
-        EXPECT_THAT(happened(1), ElementsAre("capabilities?"));
+        fake.emplace(capabilities, record);
+        EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
     }
     void show(const Text& title, const Text& body = {}, Values aps = {}, unsigned bits = list | banner)
     {
         aps.emplace("alert", Values{{"title", title}, {"body", body}});
         const auto notification = Push::readPushContents({{"aps", aps}}, {}).notification.value();
-        const auto done = [this](bool isShown) { tell(isShown ? server.information()->name : "not shown"); };
+        const auto done = [this](bool isShown) {
+            record(isShown ? server.information()->name : "not shown");
+        };
         mainQueue.async(
-            [=, this] { server.show(notification, bits, done, [=, this] { tell("tap " + title); }); });
+            [=, this] { server.show(notification, bits, done, [=, this] { record("tap " + title); }); });
     }
     std::mutex mutex;
-    std::condition_variable hasNews;
-    Texts events;
-    const Tell tell = [this](const Text& event) {
+    std::condition_variable eventAdded;
+    Strings events;
+    const Record record = [this](const Text& event) {
         const std::lock_guard lock(mutex);
         events.push_back(event);
-        hasNews.notify_one();
+        eventAdded.notify_one();
     };
     ManualScheduler timers;
     RecordingUnifiedLog log;
@@ -120,13 +122,13 @@ protected:
     std::optional<FakeServer> fake;
 };
 
-TEST_F(NotificationServerTest, SaysWhatEachServerUnderstands)
+TEST_F(NotificationServerTest, AdaptsToServerCapabilities)
 {
-    const auto shows = [this](const Texts& capabilities, const Text& title, const Text& body,
+    const auto shows = [this](const Strings& capabilities, const Text& title, const Text& body,
                               const Values& aps, unsigned options, const Text& call) {
         startServer(capabilities);
         show(title, body, aps, options);
-        EXPECT_THAT(happened(2), ElementsAre(call, "Fake"));
+        EXPECT_THAT(waitForEvents(2), ElementsAre(call, "Fake"));
     };
     shows({"actions", "body", "body-markup"}, "<", "&<>", {{"sound", "x"}}, banner | sound,
           "<|&amp;&lt;&gt;|Open|1 transient sound");
@@ -141,41 +143,41 @@ TEST_F(NotificationServerTest, SaysWhatEachServerUnderstands)
           "App|\ufffd\ufffd(\ufffd\ufffd||0");
 }
 
-TEST_F(NotificationServerTest, AnswersForThePresentServerAlone)
+TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
 {
     std::atomic<int> availabilityCount = 0;
     mainQueue.async([&] { server.onAvailable([&] { ++availabilityCount; }); });
     show("too early");
-    EXPECT_THAT(happened(1), ElementsAre("not shown"));
+    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
     startServer({"body"});
     show("of the first");
-    happened(2);
+    waitForEvents(2);
     startServer({"body"});
     fake->end({1}, dismissed);
     for (std::size_t id = 1; id <= Linux::Bus::NotificationServer::maximumShownCount + 1; ++id)
         show(std::to_string(id));
-    happened(2 * Linux::Bus::NotificationServer::maximumShownCount + 2);
-    FakeServer liar({}, tell, "test.Liar");
+    waitForEvents(2 * Linux::Bus::NotificationServer::maximumShownCount + 2);
+    FakeServer liar({}, record, "test.Liar");
     liar.end({2, 3, 4, 5}, tapped, bus.connection().getUniqueName());
     liar.bus->requestName("test.Flush");
     fake->object->emitSignal("ActionInvoked").onInterface(serverName).withArguments("no number"s);
     fake->end({3}, expired);
     fake->end({1, 999, 2, 3}, tapped);
     fake->end({2, 4, 5}, dismissed);
-    EXPECT_THAT(happened(3), ElementsAre("tap 2", "tap 4", "tap 5"));
+    EXPECT_THAT(waitForEvents(3), ElementsAre("tap 2", "tap 4", "tap 5"));
     EXPECT_EQ(availabilityCount, 2);
     log.takeLines();
-    fake->mood = FakeServer::Mood::unwilling;
+    fake->behavior = FakeServer::Behavior::refusing;
     show("refused");
-    EXPECT_THAT(happened(2), ElementsAre("refused|||1", "not shown"));
+    EXPECT_THAT(waitForEvents(2), ElementsAre("refused|||1", "not shown"));
     EXPECT_THAT(log.takeLines(), ElementsAre(testing::EndsWith("does not show notifications: test.No")));
-    fake->mood = FakeServer::Mood::slow;
+    fake->behavior = FakeServer::Behavior::slow;
     show("late");
-    EXPECT_THAT(happened(1), ElementsAre("late|||1"));
+    EXPECT_THAT(waitForEvents(1), ElementsAre("late|||1"));
     mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
-    EXPECT_THAT(happened(1), ElementsAre("not shown"));
+    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
     fake->held.returnResults(777);
-    EXPECT_THAT(happened(1), ElementsAre("close 777"));
+    EXPECT_THAT(waitForEvents(1), ElementsAre("close 777"));
 }
 
 } // namespace

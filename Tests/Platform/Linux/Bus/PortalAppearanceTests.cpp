@@ -18,7 +18,7 @@ constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
 constexpr const char* look = "org.freedesktop.appearance";
 constexpr const char* desk = "org.gnome.desktop.interface";
 
-/// A portal for as long as it lives.
+/// Runs a portal until destroyed.
 struct FakePortal {
     explicit FakePortal(const Settings& settings)
     {
@@ -39,7 +39,7 @@ struct FakePortal {
     std::unique_ptr<sdbus::IObject> object = createObject(*peer, "/org/freedesktop/portal/desktop");
 };
 
-/// The connections are served on the thread of the test, so that everything comes in one order.
+/// The test's thread serves both connections, so events have a fixed order.
 struct PortalAppearanceTest : testing::Test {
     PortalAppearanceTest() { observe(appearance); }
 
@@ -47,13 +47,13 @@ struct PortalAppearanceTest : testing::Test {
     {
         source.observe([this](const Appearance& each) { seen.push_back(each); });
     }
-    /// Starts a portal, which replaces the previous one, and waits for its settings.
+    /// Replaces the portal with a new one and waits for its settings.
     void startPortal(const Settings& settings, const Appearance& expected)
     {
         portal.emplace(settings);
         EXPECT_THAT(observed(1), ElementsAre(expected));
     }
-    /// Waits until `count` appearances have been observed.
+    /// Waits for `count` changes and returns them.
     std::vector<Appearance> observed(std::size_t count)
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -72,7 +72,7 @@ struct PortalAppearanceTest : testing::Test {
     std::optional<FakePortal> portal;
 };
 
-TEST_F(PortalAppearanceTest, ReadsTheSettingsOfAPortal)
+TEST_F(PortalAppearanceTest, ReadsPortalSettings)
 {
     struct Case {
         const char* name;
@@ -82,7 +82,7 @@ TEST_F(PortalAppearanceTest, ReadsTheSettingsOfAPortal)
     const Case cases[] = {
         {"dark", {{look, {{"color-scheme", 1U}}}}, {true, false, 1}},
         {"no settings", {}, {false, false, 1}},
-        {"less motion", {{look, {{"reduced-motion", 1U}}}}, {false, true, 1}},
+        {"reduced motion", {{look, {{"reduced-motion", 1U}}}}, {false, true, 1}},
         {"light", {{look, {{"color-scheme", 2U}}}}, {false, false, 1}},
         {"no animations", {{desk, {{"enable-animations", false}}}}, {false, true, 1}},
         {"large text", {{desk, {{"text-scaling-factor", 1.25}}}}, {false, false, 1.25}},
@@ -90,11 +90,11 @@ TEST_F(PortalAppearanceTest, ReadsTheSettingsOfAPortal)
         {"dark, small text",
          {{look, {{"color-scheme", 1U}}}, {desk, {{"text-scaling-factor", 0.5}}}},
          {true, false, 1}},
-        {"keys of the other space",
+        {"keys in the wrong namespace",
          {{look, {{"text-scaling-factor", 2.0}}}, {desk, {{"color-scheme", 1U}}}},
          {false, false, 1}},
         {"dark again", {{look, {{"color-scheme", 1U}}}}, {true, false, 1}},
-        {"values of other types",
+        {"values of the wrong type",
          {{look, {{"color-scheme", "dark"}, {"reduced-motion", true}}}, {desk, {{"enable-animations", 0U}}}},
          {false, false, 1}},
     };
@@ -104,12 +104,12 @@ TEST_F(PortalAppearanceTest, ReadsTheSettingsOfAPortal)
     }
 }
 
-TEST_F(PortalAppearanceTest, FollowsTheChangesOfAPortal)
+TEST_F(PortalAppearanceTest, AppliesSettingChanges)
 {
     startPortal({}, {});
     portal->change(look, "color-scheme", sdbus::Variant(1U));
-    portal->change(look, "color-scheme", sdbus::Variant("light")); // Of another type.
-    portal->change(desk, "color-scheme", sdbus::Variant(2U));      // Of the other space.
+    portal->change(look, "color-scheme", sdbus::Variant("light")); // Wrong type.
+    portal->change(desk, "color-scheme", sdbus::Variant(2U));      // Wrong namespace.
     portal->change(desk, "text-scaling-factor", sdbus::Variant(1.5));
     portal->change(look, "color-scheme", sdbus::Variant(2U));
     portal->change(desk, "enable-animations", sdbus::Variant(false));
@@ -117,7 +117,7 @@ TEST_F(PortalAppearanceTest, FollowsTheChangesOfAPortal)
                                          Appearance{false, false, 1.5}, Appearance{false, true, 1.5}));
 }
 
-TEST_F(PortalAppearanceTest, KeepsTheLastSettingsUntilAnotherPortalHasItsOwn)
+TEST_F(PortalAppearanceTest, KeepsSettingsUntilAnotherPortalStarts)
 {
     startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
     portal.reset();
@@ -125,22 +125,22 @@ TEST_F(PortalAppearanceTest, KeepsTheLastSettingsUntilAnotherPortalHasItsOwn)
     startPortal({{desk, {{"text-scaling-factor", 2.0}}}}, {false, false, 2});
 }
 
-TEST_F(PortalAppearanceTest, IgnoresWhatOtherConnectionsSend)
+TEST_F(PortalAppearanceTest, IgnoresSignalsFromOtherConnections)
 {
     startPortal({}, {});
-    // Straight to this connection, past the rule that names the portal.
-    const auto liar = sdbus::createSessionBusConnection();
-    auto lie = createObject(*liar, portal->object->getObjectPath())
-                   ->createSignal(settingsInterface, "SettingChanged");
-    lie << desk << "text-scaling-factor" << sdbus::Variant(1.5);
-    lie.setDestination(bus.connection().getUniqueName());
-    lie.send();
-    liar->requestName("test.Flush"); // Returns once the bus has forwarded the signal.
+    // Sent directly to this connection, bypassing the match rule.
+    const auto impostor = sdbus::createSessionBusConnection();
+    auto forgedSignal = createObject(*impostor, portal->object->getObjectPath())
+                            ->createSignal(settingsInterface, "SettingChanged");
+    forgedSignal << desk << "text-scaling-factor" << sdbus::Variant(1.5);
+    forgedSignal.setDestination(bus.connection().getUniqueName());
+    forgedSignal.send();
+    impostor->requestName("test.Flush"); // Returns after the bus has forwarded the signal.
     portal->change(look, "color-scheme", sdbus::Variant(1U));
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
 }
 
-TEST_F(PortalAppearanceTest, FindsAPortalThatIsAlreadyThere)
+TEST_F(PortalAppearanceTest, FindsRunningPortal)
 {
     startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
     Platform::Linux::Bus::PortalAppearance late(bus, work);

@@ -26,19 +26,19 @@ using Dictionary = std::map<std::string, sdbus::Variant>;
 constexpr const char* application = "com.quorvane.test";
 constexpr const char* endpoint = "https://push.example/1";
 
-/// What happens, line by line, whoever tells it.
+/// Events recorded by any thread, one per line.
 struct Transcript {
     void add(const std::string& line)
     {
         const std::lock_guard lock(mutex);
         lines.push_back(line);
-        hasNews.notify_one();
+        lineAdded.notify_one();
     }
-    /// The rest of the next line that begins so.
+    /// Waits for a line that starts with `beginning` and returns the rest of it.
     std::string after(const std::string& beginning)
     {
         std::unique_lock lock(mutex);
-        while (hasNews.wait_for(lock, std::chrono::seconds(20), [this] { return !lines.empty(); })) {
+        while (lineAdded.wait_for(lock, std::chrono::seconds(20), [this] { return !lines.empty(); })) {
             const std::string line = lines.front();
             lines.erase(lines.begin());
             if (line.starts_with(beginning))
@@ -48,30 +48,29 @@ struct Transcript {
     }
 
     std::mutex mutex;
-    std::condition_variable hasNews;
+    std::condition_variable lineAdded;
     std::vector<std::string> lines;
 };
 
-/// How a distributor answers a registration, if at all, and what it calls then.
+/// How a distributor replies to a registration, and the call it makes afterwards.
 struct Script {
     Dictionary answer = {{"success", "REGISTRATION_SUCCEEDED"}};
     std::string followUp = "NewEndpoint";
     std::string version = "2";
 };
 
-/// A distributor for as long as it lives. It tells which tokens are registered, and how its calls are
-/// answered.
+/// Runs a distributor until destroyed. Records the tokens registered and the replies to its calls.
 struct FakeDistributor {
     FakeDistributor(Transcript& transcript, const std::string& name, const Script& script = {})
-        : tell([name, &transcript](const std::string& event) { transcript.add(name + event); })
+        : record([name, &transcript](const std::string& event) { transcript.add(name + event); })
     {
         const auto one = [=, this](const std::string&, const std::string& token, const std::string&) {
-            tell(" registers " + token);
+            record(" registers " + token);
             call(script.followUp, token, std::string(endpoint));
             return std::tuple(script.answer.at("success").get<std::string>(), std::string());
         };
         const auto two = [=, this](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
-            tell(" registers " + arguments.at("token").get<std::string>());
+            record(" registers " + arguments.at("token").get<std::string>());
             if (script.answer.empty())
                 return;
             result.returnResults(script.answer);
@@ -88,7 +87,7 @@ struct FakeDistributor {
     }
     ~FakeDistributor() { bus->leaveEventLoop(); }
 
-    /// With one argument by the second version of the interface, else by the first.
+    /// Uses version 2 of the interface for one argument, otherwise version 1.
     template <typename... Arguments>
     void call(const std::string& method, const Arguments&... arguments)
     {
@@ -100,13 +99,13 @@ struct FakeDistributor {
             Dictionary answer;
             if (!isOld && error == nullptr)
                 reply >> answer;
-            tell(" answered " + (error != nullptr        ? "error: " + error->getMessage()
-                                 : answer.contains("id") ? answer.at("id").get<std::string>()
-                                                         : method));
+            record(" answered " + (error != nullptr        ? "error: " + error->getMessage()
+                                   : answer.contains("id") ? answer.at("id").get<std::string>()
+                                                           : method));
         });
     }
 
-    const std::function<void(const std::string&)> tell;
+    const std::function<void(const std::string&)> record;
     std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
     std::unique_ptr<sdbus::IProxy> connector =
         sdbus::createProxy(*bus, application, "/org/unifiedpush/Connector");
@@ -124,7 +123,7 @@ struct Application final : PushServiceListener {
     }
     ~Application() override { bus.stop(); }
 
-    /// Runs `work` on the main thread, and returns after it.
+    /// Runs `work` on the main thread and waits for it.
     void onMain(const std::function<void()>& work)
     {
         std::promise<void> done;
@@ -134,10 +133,10 @@ struct Application final : PushServiceListener {
         });
         done.get_future().wait();
     }
-    /// Lets time pass once everything that has arrived is dealt with.
+    /// Advances the time after everything that has arrived is processed.
     void advance(std::chrono::seconds time)
     {
-        constexpr int turns = 10; // Each takes one of what has arrived.
+        constexpr int turns = 10; // Each turn processes one item.
         for (int turn = 0; turn < turns; ++turn)
             onMain([] {});
         onMain([&] { timers.advance(time); });
@@ -165,7 +164,7 @@ struct Application final : PushServiceListener {
     Transcript& transcript;
     Completion completion;
     std::function<void()> onPayload = [] {};
-    /// Of the main thread.
+    /// Used on the main thread.
     ManualScheduler timers;
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
@@ -180,7 +179,7 @@ Bytes encrypted(const std::string& subscription, const std::string& payload)
     return {message.begin(), message.end()};
 }
 
-TEST(UnifiedPushServiceTest, IsTheSameReceiverWhoeverComesAndGoes)
+TEST(UnifiedPushServiceTest, KeepsTokenAcrossRestartsAndDistributors)
 {
     Transcript transcript;
     FakeUserDefaults store;
@@ -212,7 +211,7 @@ TEST(UnifiedPushServiceTest, IsTheSameReceiverWhoeverComesAndGoes)
     EXPECT_EQ(transcript.after("a registers "), token);
 }
 
-TEST(UnifiedPushServiceTest, KeepsToTheChosenDistributorAndLogsAChangeThatNobodyChose)
+TEST(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
 {
     Transcript transcript;
     FakeUserDefaults store;
@@ -220,7 +219,7 @@ TEST(UnifiedPushServiceTest, KeepsToTheChosenDistributorAndLogsAChangeThatNobody
         Application app(transcript, store, "a");
         const FakeDistributor other(transcript, "A");
         app.registerDevice();
-        EXPECT_THAT(transcript.after("error 1"), HasSubstr("org.unifiedpush.Distributor.a, which"));
+        EXPECT_THAT(transcript.after("error 1"), HasSubstr("org.unifiedpush.Distributor.a, set in"));
         const FakeDistributor another(transcript, "b");
         const FakeDistributor chosen(transcript, "a");
         EXPECT_THAT(transcript.after(""), testing::StartsWith("a registers "));
@@ -232,9 +231,9 @@ TEST(UnifiedPushServiceTest, KeepsToTheChosenDistributorAndLogsAChangeThatNobody
     Application app(transcript, store);
     app.registerDevice();
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-    EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(testing::AllOf(
-                                         HasSubstr("Distributor.a has gone"),
-                                         HasSubstr("org.unifiedpush.Distributor.b takes its place"))));
+    EXPECT_THAT(app.log.takeLines(),
+                testing::ElementsAre(testing::AllOf(HasSubstr("Distributor.a is no longer available"),
+                                                    HasSubstr("org.unifiedpush.Distributor.b replaces it"))));
     app.onMain([&] {
         const auto stored = UnifiedPushRegistration::stored(store);
         EXPECT_EQ(stored->distributor(), "org.unifiedpush.Distributor.b");
@@ -242,7 +241,7 @@ TEST(UnifiedPushServiceTest, KeepsToTheChosenDistributorAndLogsAChangeThatNobody
     });
 }
 
-TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotForIt)
+TEST(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForeign)
 {
     Transcript transcript;
     FakeUserDefaults store;
@@ -253,9 +252,9 @@ TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotF
     const std::string token = transcript.after("a registers ");
     const std::string subscription = transcript.after("token ");
     const Bytes good = encrypted(subscription, R"({"n":1})");
-    const auto send = [&](FakeDistributor& sender, const auto& whose, const char* field,
+    const auto send = [&](FakeDistributor& sender, const auto& callToken, const char* field,
                           const auto& content) {
-        const Dictionary arguments{{"token", whose}, {field, content}, {"id", "7"}};
+        const Dictionary arguments{{"token", callToken}, {field, content}, {"id", "7"}};
         sender.call(std::string(field) == "endpoint" ? "NewEndpoint" : "Message", arguments);
     };
     send(stranger, token, "message", good);
@@ -274,8 +273,8 @@ TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotF
         {token, "endpoint", "http://localhost:1@b.example/", "a answered NewEndpoint"},
         {token, "endpoint", "https://a/" + std::string(991, 'a'), "a answered NewEndpoint"},
     };
-    for (const auto& [whose, field, content, expected] : cases) {
-        send(known, whose, field, content);
+    for (const auto& [callToken, field, content, expected] : cases) {
+        send(known, callToken, field, content);
         EXPECT_EQ(transcript.after(""), expected);
     }
     EXPECT_THAT(app.log.takeLines(), testing::SizeIs(4));
@@ -288,7 +287,7 @@ TEST(UnifiedPushServiceTest, AnswersWhatIsCommittedOrUselessAndIgnoresWhatIsNotF
     EXPECT_EQ(transcript.after(""), "a answered error: no room");
 }
 
-TEST(UnifiedPushServiceTest, AnswersEachMessageBeforeItTakesTheNext)
+TEST(UnifiedPushServiceTest, RepliesToEachMessageBeforeDeliveringTheNext)
 {
     Transcript transcript;
     FakeUserDefaults store;
@@ -313,7 +312,7 @@ TEST(UnifiedPushServiceTest, AnswersEachMessageBeforeItTakesTheNext)
         distributor.call("Message", Dictionary{{"token", token},
                                                {"message", encrypted(subscription, R"({"n":1})")},
                                                {"id", std::to_string(number)}});
-    // A call that is answered on the thread of the bus comes after all of them.
+    // This call is answered on the bus thread, after all messages have arrived.
     distributor.call("Message", Dictionary{{"token", token}});
     EXPECT_EQ(transcript.after("a answered Message"), "");
     allAreSent.set_value();
@@ -321,7 +320,7 @@ TEST(UnifiedPushServiceTest, AnswersEachMessageBeforeItTakesTheNext)
     EXPECT_EQ(transcript.after("a answered " + std::to_string(messageCount)), "");
 }
 
-TEST(UnifiedPushServiceTest, RefusesAnEndpointOrARegistrationThatIsNotStored)
+TEST(UnifiedPushServiceTest, FailsWhenTheRegistrationCannotBeStored)
 {
     Transcript transcript;
     FakeUserDefaults store;
@@ -342,42 +341,43 @@ TEST(UnifiedPushServiceTest, RefusesAnEndpointOrARegistrationThatIsNotStored)
     app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "https://push.example/2"); });
 }
 
-TEST(UnifiedPushEndpointTest, IsSecureOrOfThisDevice)
+TEST(UnifiedPushEndpointTest, AcceptsOnlyHttpsAndLoopbackURLs)
 {
-    for (const char* usable : {"https://a/", "HTTPS://A/", "https://a:1?b", "http://localhost/",
-                               "hTTp://LocalHost:1/", "http://127.1.2.3/", "http://[::1]:8/"})
-        EXPECT_TRUE(isUsablePushEndpoint(usable)) << usable;
-    for (const char* useless : {"http://a/", "HTTP://a/", "http://localhost.example/", "https://", "https:/a",
-                                "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", ""})
-        EXPECT_FALSE(isUsablePushEndpoint(useless)) << useless;
+    for (const char* accepted : {"https://a/", "HTTPS://A/", "https://a:1?b", "http://localhost/",
+                                 "hTTp://LocalHost:1/", "http://127.1.2.3/", "http://[::1]:8/"})
+        EXPECT_TRUE(isUsablePushEndpoint(accepted)) << accepted;
+    for (const char* rejected :
+         {"http://a/", "HTTP://a/", "http://localhost.example/", "https://", "https:/a", "https", "ftp://a/",
+          "xhttps://a/", "https://u@a/", "https://a /", ""})
+        EXPECT_FALSE(isUsablePushEndpoint(rejected)) << rejected;
 }
 
-TEST(UnifiedPushServiceTest, LogsOnceThatADistributorGivesNoEndpoint)
+TEST(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
 {
     using namespace std::chrono_literals;
     Transcript transcript;
     FakeUserDefaults store;
     FakeDistributor distributor(transcript, "a", Script{.followUp = "Nothing"});
     Application app(transcript, store);
-    const auto registerAnew = [&] {
+    const auto registerAgain = [&] {
         app.registerDevice();
         const std::string token = transcript.after("a registers ");
-        // What is answered now comes after the answer to the registration.
+        // The reply to this call arrives after the reply to the registration.
         distributor.call("Message", Dictionary{{"token", token}});
         EXPECT_EQ(transcript.after("a answered Message"), "");
         return token;
     };
-    registerAnew();
+    registerAgain();
     app.advance(59s);
     EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
     app.advance(1s);
     EXPECT_THAT(app.log.takeLines(),
-                testing::ElementsAre(HasSubstr("org.unifiedpush.Distributor.a has registered this device")));
+                testing::ElementsAre(HasSubstr("org.unifiedpush.Distributor.a registered this device")));
     app.advance(1000s);
     EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "once";
-    registerAnew();
+    registerAgain();
     app.advance(59s);
-    const std::string token = registerAnew();
+    const std::string token = registerAgain();
     app.advance(59s);
     EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "registered again";
     distributor.call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", endpoint}});
@@ -386,23 +386,23 @@ TEST(UnifiedPushServiceTest, LogsOnceThatADistributorGivesNoEndpoint)
     EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
 }
 
-TEST(UnifiedPushServiceTest, SaysWhyThereIsNoTokenAndBringsItLater)
+TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
 {
     const auto failure = [](const char* reason) -> Script {
         return {{{"success", "REGISTRATION_FAILED"}, {"reason", reason}}, "Nothing"};
     };
     const std::pair<Script, const char*> cases[] = {
-        {failure("INTERNAL_ERROR"), "^3 .*error of its own"},
+        {failure("INTERNAL_ERROR"), "^3 .*internal error"},
         {failure("NETWORK"), "^4 .*network"},
         {failure("ACTION_REQUIRED"), "^5 .*Open it"},
         {failure("VAPID_REQUIRED"), "^6 .*VAPID"},
         {failure("UNAUTHORIZED"), "^6 .*sandbox"},
         {failure("a\nb"), "^6 .*the reason \"a b\""},
-        {{{{"success", "REGISTRATION_REFUSED"}}, "Nothing", "1"}, "^6 .*refuses"},
-        {{{{"success", 1}}, "Nothing"}, "^3 .*something else"},
+        {{{{"success", "REGISTRATION_REFUSED"}}, "Nothing", "1"}, "^6 .*refused"},
+        {{{{"success", 1}}, "Nothing"}, "^3 .*unexpected reply"},
         {{.followUp = "Unregistered"}, "^6 .*ended"},
-        {{.version = "3"}, "^3 .*no interface"},
-        {{.answer = {}}, "^3 .*does not answer"},
+        {{.version = "3"}, "^3 .*no supported"},
+        {{.answer = {}}, "^3 .*does not respond"},
     };
     for (const auto& [script, words] : cases) {
         Transcript transcript;

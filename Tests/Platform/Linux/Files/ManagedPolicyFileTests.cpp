@@ -31,16 +31,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// A policy file that is followed in a folder of its own.
+/// A watched policy file in a temporary folder.
 class ManagedPolicyFileTest : public testing::Test {
 protected:
-    /// Waits until `isTrue`, asking again after each change that is noticed.
+    /// Waits until `isTrue` returns true, checking after each reported change.
     bool eventually(const std::function<bool()>& isTrue)
     {
         std::unique_lock lock(m_mutex);
-        return m_hasNews.wait_for(lock, std::chrono::seconds(10), isTrue);
+        return m_changed.wait_for(lock, std::chrono::seconds(10), isTrue);
     }
-    /// Does `change` and waits for the expected dictionary: a change that goes unnoticed never gets there.
+    /// Makes `change` and waits for the expected dictionary, which never arrives if the change is missed.
     testing::AssertionResult follows(const std::function<void()>& change,
                                      const std::optional<PropertyList>& expected)
     {
@@ -54,7 +54,7 @@ protected:
     {
         policy.watch(watcher, [this] {
             const std::lock_guard lock(m_mutex);
-            m_hasNews.notify_all();
+            m_changed.notify_all();
         });
     }
     static std::optional<PropertyList> dictionary(std::int64_t value)
@@ -69,11 +69,11 @@ protected:
     ManagedPolicyFile policy{
         {folder.path("etc/quorvane/managed.plist"), folder.path("etc/quorvane/managed.json")}, adapterLog};
     std::mutex m_mutex;
-    std::condition_variable m_hasNews;
+    std::condition_variable m_changed;
     FileSystemWatcher watcher;
 };
 
-TEST_F(ManagedPolicyFileTest, FollowsEveryWayInWhichAFileMayChange)
+TEST_F(ManagedPolicyFileTest, DetectsEveryKindOfChange)
 {
     watch();
     const fs::path file = folder.path("etc/quorvane/managed.json");
@@ -91,7 +91,7 @@ TEST_F(ManagedPolicyFileTest, FollowsEveryWayInWhichAFileMayChange)
             fs::create_symlink(folder.path("other/first.json"), file);
         },
         dictionary(4)))
-        << "link made";
+        << "link created";
     EXPECT_TRUE(follows([&] { folder.write("other/first.json", json(5)); }, dictionary(5)))
         << "behind the link";
     EXPECT_TRUE(follows(
@@ -103,12 +103,12 @@ TEST_F(ManagedPolicyFileTest, FollowsEveryWayInWhichAFileMayChange)
         dictionary(6)))
         << "link swapped";
     EXPECT_TRUE(follows([&] { ::chmod(folder.path("other/second.json").c_str(), 0666); }, std::nullopt))
-        << "no longer to be believed";
+        << "no longer trusted";
     EXPECT_TRUE(follows([&] { ::chmod(folder.path("other/second.json").c_str(), 0600); }, dictionary(6)));
     EXPECT_TRUE(follows([&] { fs::rename(folder.path("etc"), folder.path("gone")); }, std::nullopt))
         << "folder moved away";
     EXPECT_TRUE(follows([&] { folder.write("etc/quorvane/managed.json", json(7)); }, dictionary(7)))
-        << "folder made again";
+        << "folder created again";
     EXPECT_TRUE(follows(
         [&] {
             folder.write("new/quorvane/managed.json", json(8));
@@ -123,12 +123,11 @@ TEST_F(ManagedPolicyFileTest, FollowsEveryWayInWhichAFileMayChange)
                          "<plist><dict><key>a</key><integer>9</integer></dict></plist>");
         },
         dictionary(9)))
-        << "the property list wins";
+        << "the property list takes precedence";
     EXPECT_TRUE(follows([&] { fs::remove(folder.path("etc/quorvane/managed.plist")); }, dictionary(8)));
 }
 
-/// The test and the watcher use files as a user without privileges. Commands run as
-/// root.
+/// Makes the test and the watcher access files as an unprivileged user. Commands run as root.
 struct UnprivilegedThread {
     static constexpr uid_t user = 12345;
     UnprivilegedThread() { ::setfsuid(user); }
@@ -140,11 +139,11 @@ protected:
     void SetUp() override
     {
         if (::geteuid() != 0)
-            GTEST_SKIP() << "needs root, to close a folder to another user";
+            GTEST_SKIP() << "needs root to make a folder unreadable";
         asRoot("chown root $D; chmod 755 $D; mkdir -p $D/etc/quorvane");
     }
     void TearDown() override { ::setfsuid(::geteuid()); }
-    /// Runs a command with $D for the folder of the test and $F for the policy file.
+    /// Runs a shell command with $D set to the test's folder and $F to the policy file.
     void asRoot(const std::string& command) const
     {
         const std::string d = folder.path("").string();
@@ -161,11 +160,11 @@ protected:
     }
 };
 
-TEST_F(ClosedPolicyFolderTest, IsFollowedOnceItOpensAndLoggedUntilThen)
+TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
 {
     struct Case {
         const char* close;
-        /// Whether a file in it can still be read, and so be watched.
+        /// Whether the policy file is still readable, so it can be watched itself.
         bool isFileOpen;
         const char* open;
     };
@@ -190,10 +189,10 @@ TEST_F(ClosedPolicyFolderTest, IsFollowedOnceItOpensAndLoggedUntilThen)
             asRoot(row.close);
             ManagedPolicyFile fresh({folder.path("etc/quorvane/managed.json")}, adapterLog);
             FileSystemWatcher ownWatcher;
-            // The rest waits for changes of this one.
+            // The test waits for changes of `fresh`, not of `policy`.
             fresh.watch(ownWatcher, [this] {
                 const std::lock_guard lock(m_mutex);
-                m_hasNews.notify_all();
+                m_changed.notify_all();
             });
             const auto follows = [&](const std::optional<PropertyList>& expected) {
                 return eventually([&] { return fresh.dictionary() == expected; });
@@ -218,7 +217,7 @@ TEST_F(ClosedPolicyFolderTest, IsFollowedOnceItOpensAndLoggedUntilThen)
     }
 }
 
-TEST_F(ManagedPolicyFileTest, BadFileLeavesTheLastGoodOneInForceAndSaysWhyOnce)
+TEST_F(ManagedPolicyFileTest, InvalidFileKeepsTheLastConfigurationAndLogsOnce)
 {
     watch();
     folder.write("etc/quorvane/managed.json", json(1));
@@ -236,7 +235,7 @@ TEST_F(ManagedPolicyFileTest, BadFileLeavesTheLastGoodOneInForceAndSaysWhyOnce)
         {"empty", "", "empty"},
         {"key twice", "{\"a\":1,\n\"a\":2}", "managed.json:2:1:"},
         {"plist that is an array", "<plist><array/></plist>",
-         "holds one array where a dictionary is expected"},
+         "contains a single array instead of a dictionary"},
     };
     log.takeLines();
     for (const Case& row : cases) {
@@ -247,8 +246,8 @@ TEST_F(ManagedPolicyFileTest, BadFileLeavesTheLastGoodOneInForceAndSaysWhyOnce)
             lines = log.takeLines();
             return !lines.empty();
         })) << row.name;
-        EXPECT_THAT(lines,
-                    ElementsAre(AllOf(HasSubstr(row.reason), HasSubstr("the last good one stays in force"))))
+        EXPECT_THAT(lines, ElementsAre(AllOf(HasSubstr(row.reason),
+                                             HasSubstr("the last valid configuration stays in effect"))))
             << row.name;
         static_cast<void>(policy.dictionary());
         EXPECT_TRUE(log.takeLines().empty()) << row.name;
@@ -256,32 +255,32 @@ TEST_F(ManagedPolicyFileTest, BadFileLeavesTheLastGoodOneInForceAndSaysWhyOnce)
     EXPECT_TRUE(follows([&] { folder.replace("etc/quorvane/managed.json", json(2)); }, dictionary(2)));
 }
 
-TEST_F(ManagedPolicyFileTest, FileThatOthersCouldHaveWrittenCountsAsMissing)
+TEST_F(ManagedPolicyFileTest, FileWritableByOthersCountsAsMissing)
 {
     struct Case {
         const char* name;
         const char* path;
-        mode_t bad;
-        mode_t good;
-        bool isBelieved;
+        mode_t mode;
+        mode_t restoredMode;
+        bool isTrusted;
     };
     const Case cases[] = {
-        {"file for all", "etc/quorvane/managed.json", 0602, 0600, false},
-        {"file for the group", "etc/quorvane/managed.json", 0620, 0600, false},
-        {"readable is fine", "etc/quorvane/managed.json", 0644, 0600, true},
-        {"its folder", "etc/quorvane", 0777, 0755, false},
-        {"a folder above", "etc", 0757, 0755, false},
+        {"file writable by all", "etc/quorvane/managed.json", 0602, 0600, false},
+        {"file writable by the group", "etc/quorvane/managed.json", 0620, 0600, false},
+        {"file readable by all", "etc/quorvane/managed.json", 0644, 0600, true},
+        {"writable folder", "etc/quorvane", 0777, 0755, false},
+        {"writable parent of the folder", "etc", 0757, 0755, false},
         {"sticky folder", "etc", 01777, 0755, true},
     };
     folder.write("etc/quorvane/managed.json", json(1));
     for (const Case& row : cases) {
-        ::chmod(folder.path(row.path).c_str(), row.bad);
+        ::chmod(folder.path(row.path).c_str(), row.mode);
         RecordingUnifiedLog ownLog;
         AdapterLog own{ownLog, "test"};
         ManagedPolicyFile fresh({folder.path("etc/quorvane/managed.json")}, own);
-        EXPECT_EQ(fresh.dictionary().has_value(), row.isBelieved) << row.name;
-        EXPECT_EQ(ownLog.takeLines().size(), row.isBelieved ? 0U : 1U) << row.name;
-        ::chmod(folder.path(row.path).c_str(), row.good);
+        EXPECT_EQ(fresh.dictionary().has_value(), row.isTrusted) << row.name;
+        EXPECT_EQ(ownLog.takeLines().size(), row.isTrusted ? 0U : 1U) << row.name;
+        ::chmod(folder.path(row.path).c_str(), row.restoredMode);
     }
     if (::geteuid() == 0) {
         ASSERT_EQ(::chown(folder.path("etc").c_str(), 12345, 0), 0);
@@ -290,7 +289,7 @@ TEST_F(ManagedPolicyFileTest, FileThatOthersCouldHaveWrittenCountsAsMissing)
     }
 }
 
-TEST_F(ManagedPolicyFileTest, UntrustedFileThatComesAndGoesIsNeverRead)
+TEST_F(ManagedPolicyFileTest, NeverReadsAnUntrustedFileThatComesAndGoes)
 {
     folder.write("etc/mine", json(1));
     ::chmod(folder.path("etc/mine").c_str(), 0666);
@@ -304,9 +303,9 @@ TEST_F(ManagedPolicyFileTest, UntrustedFileThatComesAndGoesIsNeverRead)
             ::unlink(file.c_str());
         }
     });
-    constexpr int wantedCount = 500;
+    constexpr int neededCount = 500;
     int goodCount = 0;
-    for (int found = 0; found < wantedCount;) {
+    for (int found = 0; found < neededCount;) {
         const auto state = readPolicyFile(file, TrustCheck::required).state;
         found += state == PolicyFileReading::State::missing ? 0 : 1;
         goodCount += state == PolicyFileReading::State::good ? 1 : 0;
@@ -316,7 +315,7 @@ TEST_F(ManagedPolicyFileTest, UntrustedFileThatComesAndGoesIsNeverRead)
     EXPECT_EQ(goodCount, 0);
 }
 
-TEST_F(ManagedPolicyFileTest, WayToAFileIsThatOfTheKernel)
+TEST_F(ManagedPolicyFileTest, WalksPathsLikeTheKernel)
 {
     folder.write("a/b/file", "");
     fs::create_directory_symlink("../a/./b/", folder.path("a/link"));
@@ -354,7 +353,7 @@ TEST_F(ManagedPolicyFileTest, WayToAFileIsThatOfTheKernel)
     }
 }
 
-TEST_F(ManagedPolicyFileTest, ThingsThatAreNoFileAreRefused)
+TEST_F(ManagedPolicyFileTest, RejectsWhatIsNotARegularFile)
 {
     fs::create_directories(folder.path("etc/quorvane/managed.json"));
     EXPECT_EQ(policy.dictionary(), std::nullopt);

@@ -23,10 +23,11 @@ namespace {
 
 constexpr int cannotIsolate = 77;
 
-/// Answers at /run/systemd/journal/socket in a /run of our own. Ends the process where that is not allowed.
+/// Listens at /run/systemd/journal/socket in a private /run. Exits with `cannotIsolate` if that is not
+/// allowed.
 int bindJournalSocket()
 {
-    // A user without privileges may have a mount namespace inside a user namespace of its own.
+    // An unprivileged user may create a mount namespace inside a new user namespace.
     const bool isIsolated = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
     if (!isIsolated || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
@@ -72,7 +73,7 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
     int status = 0;
     ::waitpid(child, &status, 0);
     if (WEXITSTATUS(status) == cannotIsolate)
-        GTEST_SKIP() << "no mount namespace to be had";
+        GTEST_SKIP() << "cannot create a mount namespace here";
     ASSERT_EQ(status, 0);
 
     const auto secondEntry = received.find("----\n");
@@ -84,7 +85,7 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
                               "QV_SUBSYSTEM=com.quorvane.mdm\n", "QV_CATEGORY=network\n", "QV_LEVEL=info\n",
                               "QV_PRIVACY=private\n"})
         EXPECT_THAT(entries[0], HasSubstr(field));
-    // A value with a line break has its length in front, see systemd's journal export format.
+    // A value with a line break is preceded by its length; see systemd's journal export format.
     EXPECT_THAT(entries[1], HasSubstr(std::string("MESSAGE\n\x07\0\0\0\0\0\0\0a\nb\\x1b\n", 24)));
     EXPECT_THAT(entries[1], HasSubstr("PRIORITY=4\n"));
     EXPECT_THAT(entries[1], HasSubstr("QV_LEVEL=warning\n"));

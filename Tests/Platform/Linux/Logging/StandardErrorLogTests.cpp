@@ -50,14 +50,14 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
     }
 }
 
-TEST(AdapterLogTest, EscapesWhatFileNamesAndMessagesOfLibrariesMayHold)
+TEST(AdapterLogTest, EscapesUnprintableCharacters)
 {
     RecordingUnifiedLog log;
     AdapterLog(log, "test").error("/a\nb: malformed (\x1b]0;x\x07)\u202e");
     EXPECT_THAT(log.takeLines(), testing::ElementsAre("/a\\nb: malformed (\\x1b]0;x\\x07)\\u202e"));
 }
 
-TEST(StandardErrorLogTest, LosesLinesRatherThanWaitForAReader)
+TEST(StandardErrorLogTest, DropsLinesInsteadOfBlocking)
 {
     std::array<int, 2> pipe{};
     ASSERT_EQ(::pipe(pipe.data()), 0);
