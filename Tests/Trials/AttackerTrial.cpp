@@ -25,7 +25,7 @@ using Platform::Storage::FileDescriptor;
 constexpr uid_t victim = 12345;
 constexpr uid_t attacker = 12346;
 
-/// A process of another user, killed with this object.
+/// A child process that runs as another user, killed by the destructor.
 class UserProcess {
 public:
     UserProcess(uid_t user, const std::function<void()>& work) : m_process(::fork())
@@ -52,12 +52,12 @@ private:
 
 struct Figures {
     std::uint64_t readCount = 0;
-    /// Readings that found something at the path.
+    /// Reads that found a file.
     std::uint64_t foundCount = 0;
-    std::uint64_t believedCount = 0;
+    std::uint64_t acceptedCount = 0;
 };
 
-/// Reads the policy again and again, as the application does.
+/// Reads the policy repeatedly, like the application.
 Figures readFor(const fs::path& file, std::chrono::duration<double> time)
 {
     Figures figures;
@@ -66,7 +66,7 @@ Figures readFor(const fs::path& file, std::chrono::duration<double> time)
         const auto state = readPolicyFile(file, Platform::Linux::Files::TrustCheck::required).state;
         ++figures.readCount;
         figures.foundCount += state == PolicyFileReading::State::missing ? 0U : 1U;
-        figures.believedCount += state == PolicyFileReading::State::good ? 1U : 0U;
+        figures.acceptedCount += state == PolicyFileReading::State::good ? 1U : 0U;
     }
     return figures;
 }
@@ -78,28 +78,27 @@ void writePolicy(const fs::path& file)
     static_cast<void>(::write(descriptor.get(), policy.data(), policy.size()) < 0);
 }
 
-/// What the attacker does in a folder where everybody may make files, such as /tmp.
+/// An attack in a folder where all users can create files, such as /tmp.
 struct Attack {
     const char* name;
-    /// The policy path, below the shared folder.
+    /// The policy path, relative to the shared folder.
     const char* policy;
     void (*prepare)(const fs::path& shared);
     void (*repeat)(const fs::path& shared);
 };
 
 const Attack attacks[] = {
-    {"a file that comes and goes", "managed.json",
-     [](const fs::path& shared) { writePolicy(shared / "mine"); },
+    {"file linked and unlinked", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
      [](const fs::path& shared) {
          ::link((shared / "mine").c_str(), (shared / "managed.json").c_str());
          ::unlink((shared / "managed.json").c_str());
      }},
-    {"a file that is renamed", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
+    {"file renamed", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
      [](const fs::path& shared) {
          ::rename((shared / "mine").c_str(), (shared / "managed.json").c_str());
          ::rename((shared / "managed.json").c_str(), (shared / "mine").c_str());
      }},
-    {"a folder that comes and goes", "policy/managed.json",
+    {"folder renamed", "policy/managed.json",
      [](const fs::path& shared) {
          ::mkdir((shared / "mine").c_str(), 0755);
          writePolicy(shared / "mine/managed.json");
@@ -108,7 +107,7 @@ const Attack attacks[] = {
          ::rename((shared / "mine").c_str(), (shared / "policy").c_str());
          ::rename((shared / "policy").c_str(), (shared / "mine").c_str());
      }},
-    {"a link that comes and goes", "managed.json",
+    {"link to a file created and removed", "managed.json",
      [](const fs::path& shared) {
          ::mkdir((shared / "mine").c_str(), 0755);
          writePolicy(shared / "mine/managed.json");
@@ -117,7 +116,7 @@ const Attack attacks[] = {
          ::symlink("mine/managed.json", (shared / "managed.json").c_str());
          ::unlink((shared / "managed.json").c_str());
      }},
-    {"a link to a folder that comes and goes", "policy/managed.json",
+    {"link to a folder created and removed", "policy/managed.json",
      [](const fs::path& shared) {
          ::mkdir((shared / "mine").c_str(), 0755);
          writePolicy(shared / "mine/managed.json");
@@ -128,7 +127,7 @@ const Attack attacks[] = {
      }},
 };
 
-Figures play(const Attack& attack, std::chrono::duration<double> time)
+Figures run(const Attack& attack, std::chrono::duration<double> time)
 {
     const TemporaryFolder folder;
     fs::permissions(folder.path(), fs::perms(0755));
@@ -151,7 +150,7 @@ Figures play(const Attack& attack, std::chrono::duration<double> time)
     });
     writing = FileDescriptor();
     Figures figures;
-    demand(::read(reading.get(), &figures, sizeof figures) == sizeof figures, "the victim ended early");
+    require(::read(reading.get(), &figures, sizeof figures) == sizeof figures, "the victim exited early");
     return figures;
 }
 
@@ -160,16 +159,16 @@ Figures play(const Attack& attack, std::chrono::duration<double> time)
 void attackerTrial(double seconds)
 {
     if (::geteuid() != 0) {
-        fmt::print("Skipped: acting for two users needs root.\n");
+        fmt::print("Skipped: needs root to run as two users.\n");
         return;
     }
-    std::uint64_t believedCount = 0;
+    std::uint64_t acceptedCount = 0;
     for (const Attack& attack : attacks) {
-        const Figures figures = play(attack, std::chrono::duration<double>(seconds) / std::size(attacks));
-        fmt::print("{:<45} {:>8} reads, {:>7} found it, {:>6} believed it\n", attack.name, figures.readCount,
-                   figures.foundCount, figures.believedCount);
-        demand(figures.foundCount > 0, "the attacker was never there");
-        believedCount += figures.believedCount;
+        const Figures figures = run(attack, std::chrono::duration<double>(seconds) / std::size(attacks));
+        fmt::print("{:<45} {:>8} reads, {:>7} found it, {:>6} accepted it\n", attack.name, figures.readCount,
+                   figures.foundCount, figures.acceptedCount);
+        require(figures.foundCount > 0, "the attacker's file was never found");
+        acceptedCount += figures.acceptedCount;
     }
-    demand(believedCount == 0, "an attacker's policy was believed");
+    require(acceptedCount == 0, "an attacker's policy was accepted");
 }

@@ -21,7 +21,7 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// How long a distributor waits for the answer to a message.
+/// How long the distributor waits for the reply to a message.
 constexpr auto answerTime = 10s;
 
 constexpr std::string_view titlePrefix = "push ";
@@ -36,16 +36,16 @@ std::size_t numberIn(std::string_view title)
     return std::stoul(std::string(title.substr(titlePrefix.size())));
 }
 
-/// One application with a distributor and a backend, registered, and the messages to deliver to it.
+/// A registered application with a distributor and a backend, and the messages to deliver.
 class Burst {
 public:
     Burst(const TrialPrograms& programs, std::size_t messageCount) : m_device(programs.folder, m_backend)
     {
         m_device.replacePolicy(m_device.policy({"app"}));
         m_application = m_device.start("auto");
-        demand(m_distributor.waitForRegistration(), "it did not register");
+        require(m_distributor.waitForRegistration(), "the application did not register");
         m_distributor.sendEndpoint("https://push.example.org/1");
-        demand(m_application->waitForLine("Device token uploaded"), "the token was not uploaded");
+        require(m_application->waitForLine("Device token uploaded"), "the token was not uploaded");
         const std::string token = uploadedToken(m_backend.takeRequests().back()).value();
         const auto subscription = WebPushSubscription::parse(subscriptionText(token));
         for (std::size_t number = 0; number < messageCount; ++number)
@@ -53,8 +53,8 @@ public:
                 subscription, fmt::format(R"({{"aps": {{"alert": "{}"}}}})", titleOf(number))));
     }
 
-    /// Sends all messages at once; returns when `isDone`, or when the distributor has given up. The time that
-    /// passed.
+    /// Sends all messages at once and waits until `isDone`, or until `answerTime` has passed. Returns the
+    /// elapsed time.
     milliseconds send(const std::function<bool()>& isDone)
     {
         const auto begin = steady_clock::now();
@@ -71,26 +71,26 @@ public:
         return duration_cast<milliseconds>(steady_clock::now() - begin);
     }
 
-    /// SIGTERM; the time until it has ended.
+    /// Sends SIGTERM and returns the time until the application exits.
     milliseconds end()
     {
         const auto begin = steady_clock::now();
         m_application->signal(SIGTERM);
-        demand(m_application->waitForExit() == 0, "told to end, it did not end well");
+        require(m_application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
         return duration_cast<milliseconds>(steady_clock::now() - begin);
     }
 
-    /// How many pushes are processed, to judge by the newest record: they are processed in order.
+    /// Returns the number of pushes processed. They are processed in order, so the newest record tells.
     [[nodiscard]] std::size_t processedCount() const
     {
         const auto history = m_device.inspect().history;
         return history.empty() ? 0 : numberIn(history.front().title.value_or("")) + 1;
     }
-    /// Demands that no push was acknowledged before it was stored.
-    void demandAcknowledgedIsStored() const
+    /// Requires that every acknowledged push is stored.
+    void requireAcknowledgedIsStored() const
     {
-        demand(m_acknowledgedCount == 0 || processedCount() > m_lastAcknowledged,
-               "push {} was acknowledged and is not in the history", m_lastAcknowledged.load());
+        require(m_acknowledgedCount == 0 || processedCount() > m_lastAcknowledged,
+                "push {} was acknowledged but is not in the history", m_lastAcknowledged.load());
     }
     [[nodiscard]] std::size_t messageCount() const { return m_messages.size(); }
     [[nodiscard]] std::size_t acknowledgedCount() const { return m_acknowledgedCount; }
@@ -99,36 +99,37 @@ private:
     const TemporaryFolder m_folder;
     TestBackend m_backend{{.folder = m_folder.path()}};
     TrialDevice m_device;
-    Distributor m_distributor{m_device, Distributor::Manner::prompt};
+    Distributor m_distributor{m_device, Distributor::Behavior::responsive};
     std::unique_ptr<ChildProcess> m_application;
     std::vector<std::string> m_messages;
     std::atomic<std::size_t> m_acknowledgedCount = 0;
     std::atomic<std::size_t> m_lastAcknowledged = 0;
 };
 
-/// Pushes must be acknowledged as they are stored, not when all of them are.
-void deliverToTheEnd(const TrialPrograms& programs, std::size_t messageCount)
+/// Each push must be acknowledged as soon as it is stored, not after all of them.
+void deliverAll(const TrialPrograms& programs, std::size_t messageCount)
 {
     Burst burst(programs, messageCount);
     const auto time = burst.send([&] { return burst.acknowledgedCount() == messageCount; });
     const std::size_t acknowledged = burst.acknowledgedCount();
     const std::size_t processed = burst.processedCount();
-    fmt::print("{} pushes: {} acknowledged within {} ms, {} processed; ended {} ms after SIGTERM\n",
+    fmt::print("{} pushes: {} acknowledged within {} ms, {} processed; exited {} ms after SIGTERM\n",
                messageCount, acknowledged, time.count(), processed, burst.end().count());
-    burst.demandAcknowledgedIsStored();
-    demand(acknowledged >= processed / 2, "acknowledgments wait for the pushes that come after them");
+    burst.requireAcknowledgedIsStored();
+    require(acknowledged >= processed / 2, "acknowledgments wait for later pushes");
 }
 
-/// The rest of a burst must not keep the application from ending.
-void endInTheMiddle(const TrialPrograms& programs, std::size_t messageCount)
+/// The application must exit without processing the rest of a burst.
+void terminateDuringDelivery(const TrialPrograms& programs, std::size_t messageCount)
 {
     Burst burst(programs, messageCount);
     burst.send([&] { return burst.acknowledgedCount() > 0; });
     const auto time = burst.end();
-    fmt::print("{} pushes: ended {} ms after SIGTERM, {} acknowledged, {} processed\n", messageCount,
+    fmt::print("{} pushes: exited {} ms after SIGTERM, {} acknowledged, {} processed\n", messageCount,
                time.count(), burst.acknowledgedCount(), burst.processedCount());
-    burst.demandAcknowledgedIsStored();
-    demand(burst.processedCount() < messageCount, "it ended when the whole burst was processed");
+    burst.requireAcknowledgedIsStored();
+    require(burst.processedCount() < messageCount,
+            "the application exited only after processing the whole burst");
 }
 
 } // namespace
@@ -136,6 +137,6 @@ void endInTheMiddle(const TrialPrograms& programs, std::size_t messageCount)
 void burstTrial(const TrialPrograms& programs, int messages)
 {
     const auto messageCount = static_cast<std::size_t>(messages);
-    deliverToTheEnd(programs, messageCount);
-    endInTheMiddle(programs, messageCount);
+    deliverAll(programs, messageCount);
+    terminateDuringDelivery(programs, messageCount);
 }

@@ -23,8 +23,8 @@ int between(Random& random, int least, int most)
     return std::uniform_int_distribution(least, most)(random);
 }
 
-/// Sends numbered pushes one after the other until it goes, whether anybody takes them or not. All of them
-/// come to the history, whether the application is in front or not.
+/// Sends numbered pushes one after the other until destroyed, even while no application runs. Accepted pushes
+/// are recorded in the history, whether the application is in the foreground or not.
 class PushSeries {
 public:
     PushSeries(std::filesystem::path socket, int& number)
@@ -37,14 +37,14 @@ public:
                       if (Platform::Linux::sendToLocalPushService(socket, payload) == "ok")
                           m_acknowledged.push_back(std::to_string(number));
                   } catch (const std::system_error&) {
-                      std::this_thread::sleep_for(1ms); // Not there yet, or not any more.
+                      std::this_thread::sleep_for(1ms); // Not started yet, or killed.
                   }
               }
           })
     {}
     ~PushSeries() { end(); }
 
-    /// The titles that were answered with "ok".
+    /// Stops sending and returns the titles of the acknowledged pushes.
     const std::vector<std::string>& end()
     {
         m_isEnding = true;
@@ -59,7 +59,7 @@ private:
     std::thread m_thread;
 };
 
-/// What may be found after a kill, kept up from round to round.
+/// Checks the stored state after each kill against that of earlier rounds.
 class Ledger {
 public:
     void expectPolicy(const std::string& app) { m_apps.push_back("com.example." + app); }
@@ -67,13 +67,13 @@ public:
     void check(const StoredState& state, const std::vector<std::string>& acknowledged,
                const std::vector<TestBackend::Request>& requests)
     {
-        // At most one update at the start and one for each change while running.
-        demand(state.configVersion >= m_version && state.configVersion <= m_version + 2,
-               "version {} after version {}", state.configVersion, m_version);
+        // At most one update at the start and one for the change while running.
+        require(state.configVersion >= m_version && state.configVersion <= m_version + 2,
+                "version {} after version {}", state.configVersion, m_version);
         if (state.snapshot) {
             const auto& apps = state.snapshot->config.allowedAppBundleIds;
-            demand(apps.size() == 1 && std::find(m_apps.begin(), m_apps.end(), apps[0]) != m_apps.end(),
-                   "a snapshot that no policy of late could make");
+            require(apps.size() == 1 && std::find(m_apps.begin(), m_apps.end(), apps[0]) != m_apps.end(),
+                    "the snapshot matches none of the recent policies");
         }
         m_version = state.configVersion;
         m_apps.erase(m_apps.begin(), m_apps.end() - 1);
@@ -83,22 +83,22 @@ public:
         std::vector<std::string> titles;
         for (const auto& entry : state.history)
             titles.push_back(entry.title.value_or(""));
-        // Each is stored once or twice; of 100 records, those of the newest must be left.
+        // Each push is stored once or twice, so the 100 records contain at least the newest 45 pushes.
         const std::size_t newest = std::min<std::size_t>(acknowledged.size(), 45);
         for (auto title = acknowledged.end() - static_cast<std::ptrdiff_t>(newest);
              title != acknowledged.end(); ++title)
-            demand(std::find(titles.begin(), titles.end(), *title) != titles.end(),
-                   "push {} was answered with ok and is not in the history", *title);
+            require(std::find(titles.begin(), titles.end(), *title) != titles.end(),
+                    "push {} was acknowledged but is not in the history", *title);
         m_acknowledgedCount += acknowledged.size();
 
-        demand(requests.size() <= 1, "{} uploads in one life", requests.size());
+        require(requests.size() <= 1, "{} uploads in one run", requests.size());
         for (const TestBackend::Request& request : requests) {
             const auto token = uploadedToken(request);
-            demand(token.has_value(), "half a token upload: {}", request.body);
-            demand(*token == state.deviceToken, "another token was uploaded than is kept");
+            require(token.has_value(), "incomplete token upload: {}", request.body);
+            require(*token == state.deviceToken, "the uploaded token differs from the stored one");
         }
         m_uploadCount += requests.size();
-        demand(m_token.empty() || m_token == state.deviceToken, "the device token has changed");
+        require(m_token.empty() || m_token == state.deviceToken, "the device token has changed");
         m_token = state.deviceToken;
     }
 
@@ -120,7 +120,7 @@ std::string contentOf(const std::filesystem::path& file)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Kills `qvctl config set` at an operation; the policy must be the old one or the new one.
+/// Kills `qvctl config set` at a file operation; the policy file must be the old or the new one.
 void killConsole(TrialDevice& device, Faults& faults, Random& random, const std::string& policy)
 {
     const std::string before = contentOf(device.policyFile());
@@ -130,7 +130,7 @@ void killConsole(TrialDevice& device, Faults& faults, Random& random, const std:
     device.startConsole({"config", "set", device.path("set.json")})->waitForExit();
     faults.disarm();
     const std::string after = contentOf(device.policyFile());
-    demand(after == before || after == policy, "a policy file that is neither the old nor the new one");
+    require(after == before || after == policy, "the policy file is neither the old nor the new one");
     device.replacePolicy(policy);
 }
 
@@ -155,7 +155,7 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
         backend.setReply("*", {.delay = std::chrono::milliseconds(between(random, 0, 30))});
 
         const bool isAtOperation = round % 2 == 0;
-        // The first life makes the stores and takes more operations than the next.
+        // The first run creates the stores, so it makes more operations than later ones.
         if (isAtOperation)
             faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
                        between(random, 1, 300));
@@ -172,11 +172,11 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
         }
         auto exitCode = application->waitForExit(isAtOperation ? 2s : 20s);
         atOperationCount += isAtOperation && exitCode == -SIGKILL ? 1 : 0;
-        application->signal(SIGKILL); // It did not come as far as the operation.
+        application->signal(SIGKILL); // In case it did not reach the operation.
         exitCode = application->waitForExit();
         const auto& acknowledged = pushes.end();
         faults.disarm();
-        demand(exitCode == -SIGKILL, "it ended by itself with {}", exitCode.value_or(-1));
+        require(exitCode == -SIGKILL, "the application exited by itself with {}", exitCode.value_or(-1));
         ++killCount;
         try {
             ledger.check(device.inspect(), acknowledged, backend.takeRequests());
@@ -186,8 +186,8 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
             throw Violation(fmt::format("round {}: {}", round, error.what()));
         }
     }
-    fmt::print(
-        "{} kills, {} of them at an operation on a file; version {}, {} pushes answered with ok, {} uploads; "
-        "every store whole\n",
-        killCount, atOperationCount, ledger.version(), ledger.acknowledgedCount(), ledger.uploadCount());
+    fmt::print("{} kills, {} of them at a file operation; version {}, {} pushes acknowledged, {} uploads; "
+               "all stores intact\n",
+               killCount, atOperationCount, ledger.version(), ledger.acknowledgedCount(),
+               ledger.uploadCount());
 }

@@ -37,13 +37,13 @@ std::string subscriptionText(std::string_view token)
     return text;
 }
 
-Distributor::Distributor(const ThrowawayDevice& device, Manner manner)
+Distributor::Distributor(const ThrowawayDevice& device, Behavior behavior)
     : m_daemon({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
                 "--address=" + addressOn(device)},
                {})
 {
     if (!m_daemon.waitForLine("unix:"))
-        throw std::runtime_error("there is no session bus to be had");
+        throw std::runtime_error("cannot start a session bus");
     ::setenv("DBUS_SESSION_BUS_ADDRESS", addressOn(device).c_str(), 1);
     m_bus = sdbus::createSessionBusConnection("org.unifiedpush.Distributor.Trial");
     m_connector = sdbus::createProxy(*m_bus, std::string(Platform::Linux::applicationIdentifier),
@@ -51,8 +51,8 @@ Distributor::Distributor(const ThrowawayDevice& device, Manner manner)
     m_object = sdbus::createObject(*m_bus, "/org/unifiedpush/Distributor");
     m_object->registerMethod("Register")
         .onInterface("org.unifiedpush.Distributor2")
-        .implementedAs([this, manner](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
-            if (manner == Manner::prompt)
+        .implementedAs([this, behavior](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
+            if (behavior == Behavior::responsive)
                 result.returnResults({{"success", sdbus::Variant(std::string("REGISTRATION_SUCCEEDED"))}});
             else
                 m_answer = std::move(result);
@@ -110,7 +110,7 @@ void Distributor::send(const std::string& message, std::chrono::milliseconds ans
 
 void Distributor::killBus()
 {
-    m_bus->leaveEventLoop(); // It throws when the bus goes.
+    m_bus->leaveEventLoop(); // Otherwise the event loop throws when the bus exits.
     m_daemon.signal(SIGKILL);
     m_daemon.waitForExit();
 }

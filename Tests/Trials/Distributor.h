@@ -14,38 +14,35 @@
 #include <string>
 #include <string_view>
 
-/// The Web Push subscription that a hexadecimal device token holds.
+/// Returns the Web Push subscription encoded in a hexadecimal device token.
 std::string subscriptionText(std::string_view token);
 
-/// The session bus of a device, with a push distributor on it.
+/// A device's session bus with a push distributor on it.
 ///
-/// Threads: calls from one; the application is answered on a thread of the bus.
+/// Threads: call from one thread; the bus thread replies to the application.
 class Distributor {
 public:
-    /// Whether an application that registers is told its endpoint, or nothing at all.
-    enum class Manner { prompt, silent };
+    /// Whether the distributor replies to registrations.
+    enum class Behavior { responsive, silent };
 
-    Distributor(const ThrowawayDevice& device, Manner manner);
+    Distributor(const ThrowawayDevice& device, Behavior behavior);
     ~Distributor();
     Distributor(const Distributor&) = delete;
     Distributor& operator=(const Distributor&) = delete;
 
-    /// Waits until an application has asked to be registered, once more than waited for before; false when
-    /// none does in time.
+    /// Waits for the next registration; returns false after a timeout.
     bool waitForRegistration();
-    /// Gives the application an endpoint, from the second one on in the place of the one before. Waits for
-    /// the answer; throws `sdbus::Error`.
+    /// Sends the application a new endpoint and waits for the reply. Throws `sdbus::Error`.
     void sendEndpoint(const std::string& endpoint);
-    /// What became of a message. A reply without its identifier may pass for an acknowledgment.
+    /// The reply to a message. Only a reply with the message's identifier acknowledges it.
     enum class Answer { acknowledged, withoutIdentifier, error };
 
-    /// Hands over what was sent to the endpoint, and waits for the answer.
+    /// Delivers a message and waits for the reply.
     Answer deliver(const std::string& message);
-    /// The same without waiting. `answered` is called on the thread of the bus; one that takes longer than
-    /// `answerTime` is an error.
+    /// Delivers a message without waiting. Calls `answered` on the bus thread, with `error` if there is no
+    /// reply within `answerTime`.
     void send(const std::string& message, std::chrono::milliseconds answerTime,
               std::function<void(Answer)> answered);
-    /// Ends the bus without a word.
     void killBus();
 
 private:
@@ -59,9 +56,9 @@ private:
     std::unique_ptr<sdbus::IObject> m_object;
     std::unique_ptr<sdbus::IProxy> m_connector;
     std::counting_semaphore<> m_registrations{0};
-    /// The application's name for its registration, the same every time.
+    /// The token of the application's registration, which never changes.
     std::string m_token;
-    /// Kept so that it is never given.
+    /// Stored so that no reply is sent.
     std::optional<sdbus::Result<Dictionary>> m_answer;
     int m_messageCount = 0;
 };

@@ -1,5 +1,5 @@
 #include "Tests/Trials/Distributor.h"
-#include "Tests/Trials/Patient.h"
+#include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/WebPushEncryption.h"
@@ -23,80 +23,80 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void clockJumps(Patient& patient)
+void clockJumps(TestBed& testBed)
 {
     constexpr std::int64_t year = 31'557'600;
-    StoredState state = patient.demandHealth({});
+    StoredState state = testBed.requireHealthy({});
     for (const std::int64_t offset :
          {20 * year, -40 * year, std::int64_t(-3600), 200 * year, -60 * year, std::int64_t(0)}) {
-        patient.faults()->clockOffsetSeconds = offset;
-        const StoredState after = patient.demandHealth(state);
-        demand(after.configVersion == state.configVersion + 1, "version {} after {}", after.configVersion,
-               state.configVersion);
+        testBed.faults()->clockOffsetSeconds = offset;
+        const StoredState after = testBed.requireHealthy(state);
+        require(after.configVersion == state.configVersion + 1, "version {} after {}", after.configVersion,
+                state.configVersion);
         const double moved = after.snapshot->lastUpdated.secondsSinceReferenceDate -
                              state.snapshot->lastUpdated.secondsSinceReferenceDate;
-        demand(std::abs(moved) > 3000, "the clock did not jump for the application");
+        require(std::abs(moved) > 3000, "the application did not see the clock jump");
         state = after;
     }
 }
 
-/// As when the machine sleeps: nothing runs, and the time of day goes on.
-void stalls(Patient& patient)
+/// Simulates suspend: the application stops while the time of day advances.
+void stalls(TestBed& testBed)
 {
-    StoredState state = patient.demandHealth({});
+    StoredState state = testBed.requireHealthy({});
     for (int round = 1; round <= 3; ++round) {
-        patient.application().signal(SIGSTOP);
-        patient.change();
-        auto push = std::async(std::launch::async, [&] { return patient.push(); });
+        testBed.application().signal(SIGSTOP);
+        testBed.change();
+        auto push = std::async(std::launch::async, [&] { return testBed.push(); });
         std::this_thread::sleep_for(1s);
-        patient.faults()->clockOffsetSeconds += 8 * 3600;
-        const auto console = patient.device().startConsole({"snapshot", "--json"});
-        demand(console->waitForExit() == 0, "the snapshot cannot be read meanwhile");
-        patient.application().signal(SIGCONT);
-        patient.expectLine("Configuration updated");
+        testBed.faults()->clockOffsetSeconds += 8 * 3600;
+        const auto console = testBed.device().startConsole({"snapshot", "--json"});
+        require(console->waitForExit() == 0, "the snapshot cannot be read during suspend");
+        testBed.application().signal(SIGCONT);
+        testBed.expectLine("Configuration updated");
         const auto pushed = push.get();
-        demand(pushed.isAcknowledged(), "the push that waited was refused: {}", pushed.answer);
-        state = patient.demandHealth(patient.demandNothingLost(state, pushed));
+        require(pushed.isAcknowledged(), "the pending push was refused: {}", pushed.answer);
+        state = testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
     }
 }
 
-/// Another process keeps the suite locked for longer than a writer waits.
-void lockedStore(Patient& patient)
+/// Another process locks the suite for longer than a writer's timeout.
+void lockedStore(TestBed& testBed)
 {
-    const StoredState state = patient.demandHealth({});
+    const StoredState state = testBed.requireHealthy({});
     {
-        SQLite::Database database(patient.device().suiteFile(), SQLite::OPEN_READWRITE);
+        SQLite::Database database(testBed.device().suiteFile(), SQLite::OPEN_READWRITE);
         const SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-        patient.change();
-        patient.expectLine("database is locked");
+        testBed.change();
+        testBed.expectLine("database is locked");
     }
-    patient.expectLine("Configuration updated");
-    patient.demandHealth(patient.demandNothingLost(state));
+    testBed.expectLine("Configuration updated");
+    testBed.requireHealthy(testBed.requireNothingLost(state));
 }
 
-/// The folder of the state goes while the application runs.
-void lostStores(Patient& patient)
+/// The state folder is removed while the application runs.
+void lostStores(TestBed& testBed)
 {
-    patient.demandHealth({});
-    std::filesystem::remove_all(patient.device().path("data"));
-    const auto console = patient.device().startConsole({"privacy", "grant", "notifications"});
-    demand(console->waitForExit() == 0, "the user cannot allow notifications again");
-    patient.demandHealth({});
+    testBed.requireHealthy({});
+    std::filesystem::remove_all(testBed.device().path("data"));
+    const auto console = testBed.device().startConsole({"privacy", "grant", "notifications"});
+    require(console->waitForExit() == 0, "notifications cannot be allowed again");
+    testBed.requireHealthy({});
 }
 
-/// A backup of every store is copied over the open one, and the logs are removed.
-void restoredBackup(Patient& patient)
+/// A backup is copied over every open store, and the write-ahead logs are removed.
+void restoredBackup(TestBed& testBed)
 {
     namespace fs = std::filesystem;
-    const StoredState state = patient.demandHealth({});
-    const fs::path folder = patient.device().path("data/quorvane-mdm");
+    const StoredState state = testBed.requireHealthy({});
+    const fs::path folder = testBed.device().path("data/quorvane-mdm");
     std::vector<fs::path> stores;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
         if (entry.path().extension() == ".sqlite")
             stores.push_back(entry.path());
     }
     const auto backupOf = [&](const fs::path& store) {
-        return patient.device().path(store.filename().string());
+        return testBed.device().path(store.filename().string());
     };
     for (const fs::path& store : stores) {
         SQLite::Database backup(backupOf(store).string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
@@ -104,73 +104,73 @@ void restoredBackup(Patient& patient)
         SQLite::Database original(store.string(), SQLite::OPEN_READONLY);
         SQLite::Backup(backup, original).executeStep(-1);
     }
-    patient.demandHealth(state);
+    testBed.requireHealthy(state);
     for (const fs::path& store : stores) {
         const std::string name = store.string();
         fs::copy_file(backupOf(store), store, fs::copy_options::overwrite_existing);
         fs::remove(name + "-wal");
         fs::remove(name + "-shm");
     }
-    const StoredState after = patient.demandHealth(state);
-    demand(after.configVersion == state.configVersion + 1, "version {} after a backup of version {}",
-           after.configVersion, state.configVersion);
+    const StoredState after = testBed.requireHealthy(state);
+    require(after.configVersion == state.configVersion + 1, "version {} after a backup of version {}",
+            after.configVersion, state.configVersion);
 }
 
-void fewDescriptors(Patient& patient)
+void fewDescriptors(TestBed& testBed)
 {
-    const StoredState state = patient.demandHealth({});
-    const pid_t process = patient.application().processId();
+    const StoredState state = testBed.requireHealthy({});
+    const pid_t process = testBed.application().processId();
     rlimit before{};
     const rlimit none{4, 1'000'000};
     ::prlimit(process, RLIMIT_NOFILE, nullptr, &before);
     const rlimit few{none.rlim_cur, before.rlim_max};
     ::prlimit(process, RLIMIT_NOFILE, &few, nullptr);
-    patient.change();
-    patient.application().waitForLine("Configuration updated", 1s);
+    testBed.change();
+    testBed.application().waitForLine("Configuration updated", 1s);
     ::prlimit(process, RLIMIT_NOFILE, &before, nullptr);
-    patient.demandHealth(patient.demandNothingLost(state));
+    testBed.requireHealthy(testBed.requireNothingLost(state));
 }
 
-/// Files may not grow: the system would end the process by a signal.
-void limitedFileSize(Patient& patient)
+/// Files may not grow; by default, the kernel kills a process that exceeds the limit.
+void limitedFileSize(TestBed& testBed)
 {
-    const StoredState state = patient.demandHealth({});
-    const pid_t process = patient.application().processId();
+    const StoredState state = testBed.requireHealthy({});
+    const pid_t process = testBed.application().processId();
     rlimit before{};
     ::prlimit(process, RLIMIT_FSIZE, nullptr, &before);
     const rlimit small{1, before.rlim_max};
     ::prlimit(process, RLIMIT_FSIZE, &small, nullptr);
-    patient.change();
-    const auto pushed = patient.push();
-    patient.application().waitForLine("Configuration updated", 1s);
+    testBed.change();
+    const auto pushed = testBed.push();
+    testBed.application().waitForLine("Configuration updated", 1s);
     ::prlimit(process, RLIMIT_FSIZE, &before, nullptr);
-    patient.demandHealth(patient.demandNothingLost(state, pushed));
+    testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
 }
 
-/// Uploads are under way when the backend goes, and when the application is told to end.
-void backendDies(Patient& patient)
+/// An upload is pending when the backend dies, and when the application receives SIGTERM.
+void backendDies(TestBed& testBed)
 {
-    const StoredState state = patient.demandHealth({});
+    const StoredState state = testBed.requireHealthy({});
     for (const bool isBackendFirst : {false, true}) {
-        patient.end();
-        patient.backend().setReply("*", {.delay = 60s});
-        patient.backend().takeRequests();
-        patient.start();
-        patient.expectLine("Remote notifications registered");
-        while (patient.backend().takeRequests().empty())
+        testBed.end();
+        testBed.backend().setReply("*", {.delay = 60s});
+        testBed.backend().takeRequests();
+        testBed.start();
+        testBed.expectLine("Remote notifications registered");
+        while (testBed.backend().takeRequests().empty())
             std::this_thread::sleep_for(1ms);
         if (isBackendFirst) {
-            patient.endBackend();
-            patient.expectLine("Device token upload failed");
-            patient.demandHealth(state);
+            testBed.endBackend();
+            testBed.expectLine("Device token upload failed");
+            testBed.requireHealthy(state);
         }
     }
 }
 
-/// A notification server that shows everything, and remembers the first.
-class NotificationServerDouble {
+/// A notification server that accepts all notifications and records the first.
+class FakeNotificationServer {
 public:
-    NotificationServerDouble()
+    FakeNotificationServer()
     {
         const auto add = [this](const char* method, auto work) {
             m_object->registerMethod(method).onInterface(name).implementedAs(std::move(work));
@@ -186,9 +186,9 @@ public:
         m_bus->requestName(name);
         m_bus->enterEventLoopAsync();
     }
-    ~NotificationServerDouble() { m_bus->leaveEventLoop(); }
+    ~FakeNotificationServer() { m_bus->leaveEventLoop(); }
 
-    /// Its summary; empty when none comes.
+    /// Returns the first notification's summary; empty after a timeout.
     std::string waitForNotification()
     {
         auto shown = m_shown.get_future();
@@ -210,22 +210,22 @@ private:
     std::unique_ptr<sdbus::IObject> m_object = sdbus::createObject(*m_bus, "/org/freedesktop/Notifications");
 };
 
-/// A push over the session bus, and what must become of it.
+/// An encrypted push to be delivered over the session bus.
 struct EncryptedPush {
-    /// Has the application register with `distributor`.
-    EncryptedPush(Distributor& theDistributor, Patient& patient, const std::string& title)
+    /// Restarts the application, which registers with `distributor`.
+    EncryptedPush(Distributor& theDistributor, TestBed& testBed, const std::string& title)
         : distributor(theDistributor), push{title, "ok"}
     {
-        patient.end();
-        patient.backend().takeRequests();
-        patient.start("auto");
-        patient.demandHere(distributor.waitForRegistration(), "the distributor was not asked");
+        testBed.end();
+        testBed.backend().takeRequests();
+        testBed.start("auto");
+        testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register");
         distributor.sendEndpoint("https://push.example.org/1");
-        patient.expectLine("Device token uploaded");
-        const auto token = uploadedToken(patient.backend().takeRequests().back());
+        testBed.expectLine("Device token uploaded");
+        const auto token = uploadedToken(testBed.backend().takeRequests().back());
         message = encryptWebPush(WebPushSubscription::parse(subscriptionText(token.value())),
                                  fmt::format(R"({{"aps": {{"alert": "{}"}}}})", title));
-        before = patient.device().inspect();
+        before = testBed.device().inspect();
     }
     [[nodiscard]] bool isAnswered(Distributor::Answer answer) const
     {
@@ -233,99 +233,104 @@ struct EncryptedPush {
     }
 
     Distributor& distributor;
-    Patient::Push push;
+    TestBed::Push push;
     std::string message;
     StoredState before;
 };
 
-/// A message arrives while another process keeps the history locked.
-void lockedHistory(Patient& patient)
+/// A message arrives while another process locks the history.
+void lockedHistory(TestBed& testBed)
 {
     using enum Distributor::Answer;
-    Distributor distributor(patient.device(), Distributor::Manner::prompt);
-    const EncryptedPush sent(distributor, patient, "while locked");
+    Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
+    const EncryptedPush sent(distributor, testBed, "while locked");
     {
-        SQLite::Database database(patient.device().path("data/quorvane-mdm/com.quorvane.mdm.sqlite"),
+        SQLite::Database database(testBed.device().path("data/quorvane-mdm/com.quorvane.mdm.sqlite"),
                                   SQLite::OPEN_READWRITE);
         const SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-        patient.demandHere(sent.isAnswered(error), "what could not be stored was not answered with an error");
+        testBed.requireWithLog(sent.isAnswered(error),
+                               "a push that could not be stored was not answered with an error");
     }
-    patient.demandHere(sent.isAnswered(acknowledged), "it is not acknowledged once it can be stored");
-    patient.demandNothingLost(sent.before, sent.push);
+    testBed.requireWithLog(sent.isAnswered(acknowledged),
+                           "the push is not acknowledged once it can be stored");
+    testBed.requireNothingLost(sent.before, sent.push);
 }
 
-/// An alert arrives without a window or a notification server, and the application is killed.
-void nothingShowsNotifications(Patient& patient)
+/// An alert arrives while there is neither a window nor a notification server; then the application is
+/// killed.
+void noPresenter(TestBed& testBed)
 {
-    Distributor distributor(patient.device(), Distributor::Manner::prompt);
-    const EncryptedPush sent(distributor, patient, "kept");
-    patient.end();
-    patient.startWithoutWindow();
-    patient.demandHere(distributor.waitForRegistration(), "it did not register without a window");
-    patient.demandHere(sent.isAnswered(Distributor::Answer::acknowledged),
-                       "an alert that is kept is not acknowledged");
-    patient.application().signal(SIGKILL);
-    patient.application().waitForExit();
-    patient.startWithoutWindow();
-    patient.demandHere(distributor.waitForRegistration(), "it did not register without a window");
-    NotificationServerDouble server;
-    patient.demandHere(server.waitForNotification() == sent.push.title, "it was not shown later");
+    Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
+    const EncryptedPush sent(distributor, testBed, "kept");
+    testBed.end();
+    testBed.startWithoutWindow();
+    testBed.requireWithLog(distributor.waitForRegistration(),
+                           "the application did not register without a window");
+    testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
+                           "a stored alert is not acknowledged");
+    testBed.application().signal(SIGKILL);
+    testBed.application().waitForExit();
+    testBed.startWithoutWindow();
+    testBed.requireWithLog(distributor.waitForRegistration(),
+                           "the application did not register without a window");
+    FakeNotificationServer server;
+    testBed.requireWithLog(server.waitForNotification() == sent.push.title, "the alert was not shown later");
     server.tap();
-    patient.expectLine("Processed notification from center");
-    patient.demandNothingLost(sent.before, sent.push);
+    testBed.expectLine("Processed notification from center");
+    testBed.requireNothingLost(sent.before, sent.push);
 }
 
-/// The session bus goes while a registration waits for its answer.
-void busDies(Patient& patient)
+/// The session bus dies while a registration is pending.
+void busDies(TestBed& testBed)
 {
-    patient.end();
-    Distributor distributor(patient.device(), Distributor::Manner::silent);
-    patient.start("auto");
-    const bool isAsked = distributor.waitForRegistration();
-    patient.demandHere(isAsked, "the distributor was not asked");
-    const StoredState state = patient.device().inspect();
+    testBed.end();
+    Distributor distributor(testBed.device(), Distributor::Behavior::silent);
+    testBed.start("auto");
+    const bool isRegistering = distributor.waitForRegistration();
+    testBed.requireWithLog(isRegistering, "the application did not register");
+    const StoredState state = testBed.device().inspect();
     distributor.killBus();
-    patient.change();
-    patient.expectLine("Configuration updated");
-    patient.demandNothingLost(state);
+    testBed.change();
+    testBed.expectLine("Configuration updated");
+    testBed.requireNothingLost(state);
 }
 
-/// Notification server and portal are there, and never say a word.
-void busIsMute(Patient& patient)
+/// The notification server and the portal run but never reply.
+void busIsSilent(TestBed& testBed)
 {
-    patient.end();
-    Distributor distributor(patient.device(), Distributor::Manner::silent);
-    const auto mute = sdbus::createSessionBusConnection();
+    testBed.end();
+    Distributor distributor(testBed.device(), Distributor::Behavior::silent);
+    const auto silent = sdbus::createSessionBusConnection();
     for (const char* name : {"org.freedesktop.Notifications", "org.freedesktop.portal.Desktop"})
-        mute->requestName(name);
-    constexpr auto before = 15s; // The bus would give up on an answer after 25.
-    patient.start("auto");
-    patient.expectLine("Configuration manager initialized", before);
-    demand(distributor.waitForRegistration(), "the dashboard did not come up");
-    const StoredState state = patient.device().inspect();
-    patient.change();
-    patient.expectLine("Configuration updated", before);
-    patient.demandNothingLost(state);
+        silent->requestName(name);
+    constexpr auto timeout = 15s; // Less than the default D-Bus timeout of 25 s.
+    testBed.start("auto");
+    testBed.expectLine("Configuration manager initialized", timeout);
+    require(distributor.waitForRegistration(), "the dashboard did not appear");
+    const StoredState state = testBed.device().inspect();
+    testBed.change();
+    testBed.expectLine("Configuration updated", timeout);
+    testBed.requireNothingLost(state);
 }
 
 struct Disturbance {
     const char* name;
-    void (*play)(Patient&);
+    void (*run)(TestBed&);
 };
 
 constexpr Disturbance disturbances[] = {
     {"the clock jumps by up to 260 years", clockJumps},
     {"the machine sleeps", stalls},
-    {"another process keeps the suite locked", lockedStore},
-    {"another process keeps the history locked", lockedHistory},
-    {"nothing shows notifications", nothingShowsNotifications},
-    {"the state is removed", lostStores},
+    {"another process locks the suite", lockedStore},
+    {"another process locks the history", lockedHistory},
+    {"notifications cannot be shown", noPresenter},
+    {"the state folder is removed", lostStores},
     {"a backup replaces the stores", restoredBackup},
-    {"no descriptor is left", fewDescriptors},
+    {"no descriptors are left", fewDescriptors},
     {"files may not grow", limitedFileSize},
-    {"the backend dies in the middle of an upload", backendDies},
-    {"the session bus dies in the middle of a call", busDies},
-    {"nobody on the session bus answers", busIsMute},
+    {"the backend dies during an upload", backendDies},
+    {"the session bus dies during a call", busDies},
+    {"no service on the session bus replies", busIsSilent},
 };
 
 } // namespace
@@ -333,13 +338,13 @@ constexpr Disturbance disturbances[] = {
 void disturbanceTrial(const TrialPrograms& programs)
 {
     for (const Disturbance& disturbance : disturbances) {
-        Patient patient(programs);
+        TestBed testBed(programs);
         try {
-            disturbance.play(patient);
-            patient.end();
+            disturbance.run(testBed);
+            testBed.end();
         } catch (const Violation& violation) {
             throw Violation(fmt::format("{}: {}", disturbance.name, violation.what()));
         }
-        fmt::print("{:<50} survived\n", disturbance.name);
+        fmt::print("{:<50} passed\n", disturbance.name);
     }
 }

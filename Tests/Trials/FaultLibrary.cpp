@@ -1,5 +1,5 @@
-// Loaded before the C library's own functions: makes file operations fail and the time of day jump as the
-// fault plan says. Whatever the plan does not name goes straight through.
+// Preloaded before the C library. Makes file operations fail and the time of day jump according to the fault
+// plan; everything else passes through unchanged.
 
 #include "Tests/Trials/FaultPlan.h"
 
@@ -36,7 +36,7 @@ FaultPlan* mapPlan()
     return plan != MAP_FAILED ? static_cast<FaultPlan*>(plan) : nullptr;
 }
 
-/// Null while it is being found out, since that opens a file itself.
+/// Returns null during the lookup, which itself opens a file.
 FaultPlan* plan()
 {
     static thread_local bool isLooking = false;
@@ -48,36 +48,36 @@ FaultPlan* plan()
     return found;
 }
 
-bool isMeant(const char* path)
+bool isAffected(const char* path)
 {
     static const char* const folder = std::getenv(FaultPlan::folderVariable);
     return folder != nullptr && std::strncmp(path, folder, std::strlen(folder)) == 0;
 }
 
-bool isMeant(int descriptor)
+bool isAffected(int descriptor)
 {
     std::array<char, 32> link{};
     ::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
     std::array<char, 4096> path{};
-    return ::readlink(link.data(), path.data(), path.size() - 1) > 0 && isMeant(path.data());
+    return ::readlink(link.data(), path.data(), path.size() - 1) > 0 && isAffected(path.data());
 }
 
-/// What is to become of an operation on `file`, a path or a descriptor.
-enum class Fate { passes, fails, isHalved };
+/// The outcome of an operation on `file`, a path or a descriptor.
+enum class Outcome { passes, fails, halved };
 
 template <typename File>
-Fate fateOf(FaultPlan::Operation operation, File file)
+Outcome outcomeOf(FaultPlan::Operation operation, File file)
 {
     FaultPlan* faults = plan();
-    if (faults == nullptr || (faults->operations & operation) == 0 || !isMeant(file))
-        return Fate::passes;
+    if (faults == nullptr || (faults->operations & operation) == 0 || !isAffected(file))
+        return Outcome::passes;
     ++faults->seenCount;
     if (faults->countdown <= 0)
-        return Fate::passes;
+        return Outcome::passes;
     const Kind kind = faults->kind;
     const auto left = faults->countdown.fetch_sub(1) - 1;
     if (left > 0)
-        return Fate::passes;
+        return Outcome::passes;
     if (kind == Kind::kill)
         ::kill(::getpid(), SIGKILL);
     const bool isFirst = left == 0 && faults->failedCount.fetch_add(1) == 0;
@@ -85,22 +85,22 @@ Fate fateOf(FaultPlan::Operation operation, File file)
         faults->countdown = 1;
     const bool isHalving = kind == Kind::half || kind == Kind::killHalfway;
     if (isHalving && isFirst && operation == FaultPlan::writing)
-        return Fate::isHalved;
+        return Outcome::halved;
     if (kind == Kind::killHalfway)
         ::kill(::getpid(), SIGKILL);
     errno = faults->error;
-    return Fate::fails;
+    return Outcome::fails;
 }
 
 template <typename Write>
 ssize_t writing(int descriptor, std::size_t count, Write write)
 {
-    switch (fateOf(FaultPlan::writing, descriptor)) {
-    case Fate::passes:
+    switch (outcomeOf(FaultPlan::writing, descriptor)) {
+    case Outcome::passes:
         return write(count);
-    case Fate::fails:
+    case Outcome::fails:
         return -1;
-    case Fate::isHalved:
+    case Outcome::halved:
         break;
     }
     const ssize_t written = write(count / 2);
@@ -112,15 +112,16 @@ ssize_t writing(int descriptor, std::size_t count, Write write)
 template <typename Function, typename... Arguments>
 int unlessFailing(FaultPlan::Operation operation, const char* name, int descriptor, Arguments... arguments)
 {
-    return fateOf(operation, descriptor) == Fate::passes ? next<Function>(name)(descriptor, arguments...)
-                                                         : -1;
+    return outcomeOf(operation, descriptor) == Outcome::passes
+               ? next<Function>(name)(descriptor, arguments...)
+               : -1;
 }
 
 int opening(const char* name, const char* path, int flags, va_list arguments)
 {
     const bool isMaking = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
     const auto mode = isMaking ? va_arg(arguments, mode_t) : mode_t(0);
-    if (fateOf(FaultPlan::opening, path) != Fate::passes)
+    if (outcomeOf(FaultPlan::opening, path) != Outcome::passes)
         return -1;
     return next<int(const char*, int, ...)>(name)(path, flags, mode);
 }
@@ -151,14 +152,14 @@ ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t o
 
 ssize_t read(int descriptor, void* bytes, std::size_t count)
 {
-    return fateOf(FaultPlan::reading, descriptor) == Fate::passes
+    return outcomeOf(FaultPlan::reading, descriptor) == Outcome::passes
                ? next<decltype(::read)>("read")(descriptor, bytes, count)
                : -1;
 }
 
 ssize_t pread64(int descriptor, void* bytes, std::size_t count, off64_t offset)
 {
-    return fateOf(FaultPlan::reading, descriptor) == Fate::passes
+    return outcomeOf(FaultPlan::reading, descriptor) == Outcome::passes
                ? next<decltype(::pread64)>("pread64")(descriptor, bytes, count, offset)
                : -1;
 }

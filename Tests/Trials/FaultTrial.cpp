@@ -1,4 +1,4 @@
-#include "Tests/Trials/Patient.h"
+#include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
 
 #include <cerrno>
@@ -17,50 +17,50 @@ struct FileFault {
 };
 
 constexpr FileFault fileFaults[] = {
-    {"a write ends with EIO", FaultPlan::writing, Kind::once, EIO},
-    {"all writes end with EIO", FaultPlan::writing, Kind::fromThenOn, EIO},
+    {"one write fails with EIO", FaultPlan::writing, Kind::once, EIO},
+    {"all writes fail with EIO", FaultPlan::writing, Kind::fromThenOn, EIO},
     {"the disk is full", FaultPlan::changing, Kind::fromThenOn, ENOSPC},
     {"half a write, then the disk is full", FaultPlan::writing, Kind::half, ENOSPC},
-    {"a synchronisation ends with EIO", FaultPlan::synchronizing, Kind::once, EIO},
-    {"all synchronisations end with EIO", FaultPlan::synchronizing, Kind::fromThenOn, EIO},
-    {"a truncation ends with EIO", FaultPlan::truncating, Kind::once, EIO},
-    {"a read ends with EIO", FaultPlan::reading, Kind::once, EIO},
-    {"all reads end with EIO", FaultPlan::reading, Kind::fromThenOn, EIO},
+    {"one sync fails with EIO", FaultPlan::synchronizing, Kind::once, EIO},
+    {"all syncs fail with EIO", FaultPlan::synchronizing, Kind::fromThenOn, EIO},
+    {"one truncation fails with EIO", FaultPlan::truncating, Kind::once, EIO},
+    {"one read fails with EIO", FaultPlan::reading, Kind::once, EIO},
+    {"all reads fail with EIO", FaultPlan::reading, Kind::fromThenOn, EIO},
     {"no file can be opened", FaultPlan::opening, Kind::fromThenOn, EMFILE},
     {"the file system is read-only", FaultPlan::changing, Kind::fromThenOn, EROFS},
 };
 
-/// Lets the first, the second and so on of the operations of a push and a change fail.
-void failWhileRunning(Patient& patient, const FileFault& fault, int depth)
+/// Makes each of the first `depth` operations of a push and a change fail, one after the other.
+void failWhileRunning(TestBed& testBed, const FileFault& fault, int depth)
 {
-    StoredState state = patient.demandHealth({});
+    StoredState state = testBed.requireHealthy({});
     int tried = 0;
     int refused = 0;
     for (bool isReached = true; isReached && tried < depth; ++tried) {
-        patient.faults().arm(fault.operations, fault.kind, fault.error, tried + 1);
-        patient.change();
-        const Patient::Push pushed = patient.push();
+        testBed.faults().arm(fault.operations, fault.kind, fault.error, tried + 1);
+        testBed.change();
+        const TestBed::Push pushed = testBed.push();
         refused += pushed.isAcknowledged() ? 0 : 1;
-        // The rest of the operations are the update's, which does not come when the policy cannot be read.
-        patient.application().waitForLine("Configuration updated", 800ms);
-        isReached = patient.faults()->failedCount > 0;
-        patient.faults().disarm();
-        state = patient.demandHealth(patient.demandNothingLost(state, pushed));
+        // Waits for the update's operations; if the policy cannot be read, there is no update.
+        testBed.application().waitForLine("Configuration updated", 800ms);
+        isReached = testBed.faults()->failedCount > 0;
+        testBed.faults().disarm();
+        state = testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
     }
     fmt::print("{:<40} {:>3} operations, {:>3} pushes refused\n", fault.name, tried, refused);
 }
 
-/// Starts with the fault, which then goes.
-void failAtStart(Patient& patient, const FileFault& fault)
+/// Starts the application with the fault, then removes the fault.
+void failAtStart(TestBed& testBed, const FileFault& fault)
 {
-    const StoredState before = patient.demandHealth({});
-    patient.end();
-    patient.faults().arm(fault.operations, fault.kind, fault.error, 1);
-    patient.start();
-    patient.expectLine("Configuration manager initialized");
-    patient.faults().disarm();
-    patient.demandHealth(patient.demandNothingLost(before));
-    fmt::print("{:<40} at the start: survived\n", fault.name);
+    const StoredState before = testBed.requireHealthy({});
+    testBed.end();
+    testBed.faults().arm(fault.operations, fault.kind, fault.error, 1);
+    testBed.start();
+    testBed.expectLine("Configuration manager initialized");
+    testBed.faults().disarm();
+    testBed.requireHealthy(testBed.requireNothingLost(before));
+    fmt::print("{:<40} at the start: passed\n", fault.name);
 }
 
 } // namespace
@@ -68,12 +68,12 @@ void failAtStart(Patient& patient, const FileFault& fault)
 void faultTrial(const TrialPrograms& programs, int depth)
 {
     for (const FileFault& fault : fileFaults) {
-        Patient patient(programs);
+        TestBed testBed(programs);
         try {
-            failWhileRunning(patient, fault, depth);
+            failWhileRunning(testBed, fault, depth);
             if (fault.kind == Kind::fromThenOn)
-                failAtStart(patient, fault);
-            patient.end();
+                failAtStart(testBed, fault);
+            testBed.end();
         } catch (const Violation& violation) {
             throw Violation(fmt::format("{}: {}", fault.name, violation.what()));
         }

@@ -24,7 +24,7 @@ struct Member {
 
     void expectLine(std::string_view text) const
     {
-        demand(application->waitForLine(text, 120s), "{} did not write: {}", id, text);
+        require(application->waitForLine(text, 120s), "{} did not log: {}", id, text);
     }
 };
 
@@ -33,7 +33,7 @@ double millisecondsSince(steady_clock::time_point begin)
     return std::chrono::duration<double, std::milli>(steady_clock::now() - begin).count();
 }
 
-/// Prints the figures of all devices as one row.
+/// Prints minimum, median and maximum of all devices.
 void printRow(std::string_view name, std::vector<double> values, std::string_view unit)
 {
     std::sort(values.begin(), values.end());
@@ -50,25 +50,25 @@ std::vector<double> figures(const std::vector<Member>& fleet, Figure figureOf)
     return values;
 }
 
-/// Demands one upload for each device, of the token that the device keeps.
-void demandTokens(TestBackend& backend, const std::vector<Member>& fleet)
+/// Requires one upload per device, with the token that the device has stored.
+void requireTokens(TestBackend& backend, const std::vector<Member>& fleet)
 {
     std::map<std::string, std::vector<std::string>> tokens;
     for (const TestBackend::Request& request : backend.takeRequests()) {
         const auto token = uploadedToken(request);
         const auto identifier = request.headerFields.find("X-Device-Id");
-        demand(token && identifier != request.headerFields.end(), "a request that uploads no token: {}",
-               request.target);
-        demand(request.target.find("/" + identifier->second + "/token") != std::string::npos,
-               "{} uploads for another device: {}", identifier->second, request.target);
+        require(token && identifier != request.headerFields.end(), "the request uploads no token: {}",
+                request.target);
+        require(request.target.find("/" + identifier->second + "/token") != std::string::npos,
+                "{} uploads for another device: {}", identifier->second, request.target);
         tokens[identifier->second].push_back(*token);
     }
-    demand(tokens.size() == fleet.size(), "{} devices uploaded, of {}", tokens.size(), fleet.size());
+    require(tokens.size() == fleet.size(), "{} of {} devices uploaded a token", tokens.size(), fleet.size());
     for (const Member& member : fleet) {
         const auto& uploaded = tokens[member.id];
-        demand(uploaded.size() == 1, "{} uploaded {} times", member.id, uploaded.size());
-        demand(uploaded[0] == member.device->inspect().deviceToken, "{} uploaded another token than it keeps",
-               member.id);
+        require(uploaded.size() == 1, "{} uploaded {} times", member.id, uploaded.size());
+        require(uploaded[0] == member.device->inspect().deviceToken,
+                "{} uploaded a token other than the stored one", member.id);
     }
 }
 
@@ -84,13 +84,13 @@ void fleetTrial(const TrialPrograms& programs, int devices)
         fleet.push_back({id, std::make_unique<TrialDevice>(programs.folder, backend, id)});
         fleet.back().device->replacePolicy(fleet.back().device->policy({"mail"}));
     }
-    fmt::print("{:<46} {:>9} {:>9} {:>9}\n", fmt::format("{} devices", devices), "least", "median", "most");
+    fmt::print("{:<46} {:>9} {:>9} {:>9}\n", fmt::format("{} devices", devices), "min", "median", "max");
 
     for (Member& member : fleet)
         member.application = member.device->start();
     for (const Member& member : fleet)
         member.expectLine("Device token uploaded to backend");
-    demandTokens(backend, fleet);
+    requireTokens(backend, fleet);
 
     const Platform::SystemClock clock;
     std::vector<double> times;
@@ -117,17 +117,17 @@ void fleetTrial(const TrialPrograms& programs, int devices)
     for (std::thread& sender : senders)
         sender.join();
     for (std::size_t i = 0; i < fleet.size(); ++i)
-        demand(answers[i] == "ok", "{} refused the push: {}", fleet[i].id, answers[i]);
+        require(answers[i] == "ok", "{} refused the push: {}", fleet[i].id, answers[i]);
     printRow("push sent -> stored and answered", times, "ms");
 
-    std::this_thread::sleep_for(35s); // Banners and idle threads have gone by then.
+    std::this_thread::sleep_for(35s); // Until banners and idle threads are gone.
     constexpr double mebibyte = 1024.0 * 1024.0;
     printRow(
         "memory, resident",
         figures(fleet, [](pid_t process) { return static_cast<double>(residentBytes(process)) / mebibyte; }),
         "MiB");
     printRow(
-        "memory, its own",
+        "memory, private",
         figures(fleet, [](pid_t process) { return static_cast<double>(privateBytes(process)) / mebibyte; }),
         "MiB");
     auto sleeps = figures(fleet, sleepCount);
@@ -137,15 +137,15 @@ void fleetTrial(const TrialPrograms& programs, int devices)
         sleeps[i] = later[i] - sleeps[i];
     printRow("wake-ups in 10 s", sleeps, "");
     printRow("descriptors", figures(fleet, descriptorCount), "");
-    demand(backend.takeRequests().empty(), "requests that nobody asked for");
+    require(backend.takeRequests().empty(), "the backend received unexpected requests");
 
     for (const Member& member : fleet)
         member.application->signal(SIGTERM);
     for (const Member& member : fleet) {
-        demand(member.application->waitForExit(60s) == 0, "{} did not end well", member.id);
+        require(member.application->waitForExit(60s) == 0, "{} did not exit with 0", member.id);
         const StoredState state = member.device->inspect();
-        demand(state.configVersion == 2, "{} is at version {}", member.id, state.configVersion);
-        demand(state.history.size() == 1, "{} has a history of {}", member.id, state.history.size());
+        require(state.configVersion == 2, "{} is at version {}", member.id, state.configVersion);
+        require(state.history.size() == 1, "{} has {} history records", member.id, state.history.size());
     }
     fmt::print("one request for each device, with its token; every change applied, every push stored\n");
 }

@@ -18,7 +18,7 @@ fs::path folderOf(pid_t process)
     return fs::path("/proc") / std::to_string(process);
 }
 
-/// The sum of the numbers in lines "name: number" whose name begins like this.
+/// Returns the sum of the numbers in lines "NAME: NUMBER" whose name starts with `name`.
 std::int64_t sumIn(const fs::path& file, std::string_view name)
 {
     std::ifstream stream(file);

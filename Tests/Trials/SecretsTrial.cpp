@@ -34,10 +34,10 @@ constexpr const char* payload =
     R"({"aps": {"alert": {"title": "canary-title-51ce", "body": "canary-body-e0a4"}, "content-available": 1},
         "canary-member": "canary-value-3b88"})";
 
-/// A journal in a /run of this process's own, which keeps what it is sent.
+/// A journal in a private /run that stores all entries.
 class Journal {
 public:
-    /// Null where this process may not have a /run of its own. To be called before there is a second thread.
+    /// Returns null if this process may not create a private /run. Call it before starting another thread.
     static std::unique_ptr<Journal> make()
     {
         const bool isIsolated = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
@@ -55,14 +55,14 @@ public:
     explicit Journal(FileDescriptor socket)
         : m_socket(std::move(socket)), m_thread([this] {
               std::array<char, 65536> entry;
-              // Ends when the socket is shut down. Who sends waits while nobody receives.
+              // Ends when the socket is shut down. Senders block while the queue is full, so nothing is lost.
               for (ssize_t size = 0; (size = ::recv(m_socket.get(), entry.data(), entry.size(), 0)) > 0;)
                   m_entries.append(entry.data(), static_cast<std::size_t>(size)) += '\n';
           })
     {}
     ~Journal() { end(); }
 
-    /// Everything it was sent.
+    /// Stops receiving and returns all entries.
     const std::string& end()
     {
         ::shutdown(m_socket.get(), SHUT_RDWR);
@@ -77,22 +77,22 @@ private:
     std::thread m_thread;
 };
 
-/// Everything that must not be seen, and what was looked through.
+/// The secrets to search for, and counters of what was searched.
 class Canaries {
 public:
-    void add(std::string text) { m_texts.insert(std::move(text)); }
+    void add(std::string secret) { m_secrets.insert(std::move(secret)); }
 
-    void demandNone(std::string_view place, std::string_view text)
+    void requireNone(std::string_view place, std::string_view text)
     {
         ++m_placeCount;
         m_byteCount += text.size();
-        demand(text.find("canary") == text.npos, "a secret stands in {}: {}", place, text);
-        for (const std::string& secret : m_texts)
-            demand(text.find(secret) == text.npos, "\"{}\" stands in {}: {}", secret, place, text);
+        require(text.find("canary") == text.npos, "secret found in {}: {}", place, text);
+        for (const std::string& secret : m_secrets)
+            require(text.find(secret) == text.npos, "\"{}\" found in {}: {}", secret, place, text);
     }
-    void demandNone(std::string_view place, const std::vector<std::string>& lines)
+    void requireNone(std::string_view place, const std::vector<std::string>& lines)
     {
-        demandNone(place, fmt::format("{}", fmt::join(lines, "\n")));
+        requireNone(place, fmt::format("{}", fmt::join(lines, "\n")));
     }
     [[nodiscard]] std::string summary() const
     {
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    std::set<std::string> m_texts;
+    std::set<std::string> m_secrets;
     std::size_t m_placeCount = 0;
     std::size_t m_byteCount = 0;
 };
@@ -113,10 +113,10 @@ std::string policy(std::string_view baseURL, std::string_view key, std::string_v
                        baseURL, key, device);
 }
 
-/// Plays what brings secrets near a log line: pushes of all kinds, a backend that answers well and badly,
-/// policies that make no sense.
-void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
-          const std::vector<std::string>& arguments)
+/// Runs everything that might log a secret: pushes of all kinds, valid and invalid replies of the backend,
+/// and malformed policies.
+void runApplication(TrialDevice& device, TestBackend& backend, Canaries& canaries,
+                    const std::vector<std::string>& arguments)
 {
     using Ending = TestBackend::Ending;
     const TestBackend::Reply replies[] = {
@@ -135,7 +135,7 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
         fmt::format("<plist><dict><key>api_key</key><integer>{}</integer></dict></plist>", wrongKey),
         fmt::format("<plist><dict><key>api_key</key><{}/></dict></plist>", wrongKey),
         fmt::format("<plist><dict><key>api_key</key><string>&{};</string></dict></plist>", wrongKey)};
-    // The last one stays.
+    // Each is tried in turn; the remaining steps use the last one.
     const std::string policies[] = {policy(backend.baseURL(), std::string(apiKey) + "\\n"),
                                     policy("https://canary@host.invalid/canary", apiKey),
                                     policy("canary host", apiKey, "canary/../device"),
@@ -145,7 +145,7 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
         backend.setReply("*", replies[i < std::size(policies) ? 0 : i - std::size(policies)]);
         device.replacePolicy(policies[i < std::size(policies) ? i : std::size(policies) - 1]);
         const auto application = device.startApplication(arguments);
-        // Whatever comes of the upload, it was tried when a push is taken after it.
+        // Once a push is accepted, the upload has been attempted.
         std::string answer;
         for (int attempt = 0; attempt < 1000 && answer != "ok"; ++attempt) {
             try {
@@ -155,55 +155,56 @@ void play(TrialDevice& device, TestBackend& backend, Canaries& canaries,
             }
         }
         if (answer != "ok")
-            application->waitForExit(10ms); // Reads what there is to read.
-        demand(answer == "ok", "step {}: the push was not taken: {}; it wrote:\n{}", i, answer,
-               fmt::join(application->lines(), "\n"));
-        for (const char* bad : {R"({"aps": "canary)", R"(["canary"])", R"({"aps": {"alert": ["canary"]}})"})
-            canaries.demandNone("the answer to a push",
-                                Platform::Linux::sendToLocalPushService(device.pushSocket(), bad));
+            application->waitForExit(10ms); // Reads the remaining output.
+        require(answer == "ok", "step {}: the push was not accepted: {}; log:\n{}", i, answer,
+                fmt::join(application->lines(), "\n"));
+        for (const char* invalid :
+             {R"({"aps": "canary)", R"(["canary"])", R"({"aps": {"alert": ["canary"]}})"})
+            canaries.requireNone("the answer to a push",
+                                 Platform::Linux::sendToLocalPushService(device.pushSocket(), invalid));
         const std::string token = device.inspect().deviceToken;
-        demand(!token.empty(), "there is no device token");
+        require(!token.empty(), "there is no device token");
         canaries.add(token);
         device.replacePolicy(malformed[i % std::size(malformed)]);
-        application->waitForLine("the last good one stays in force", 1500ms);
+        application->waitForLine("the last valid configuration stays in effect", 1500ms);
         application->signal(SIGTERM);
-        demand(application->waitForExit() == 0, "told to end, it did not end well");
-        canaries.demandNone("standard error", application->lines());
+        require(application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
+        canaries.requireNone("standard error", application->lines());
     }
 }
 
-/// In the development profile, a backend that echoes a request puts the key into one line of the log and
-/// nowhere else.
-void playEcho(TrialDevice& device, TestBackend& backend)
+/// In the development profile, if a backend echoes the request, the key must appear in exactly one log line
+/// and nowhere else.
+void runWithEcho(TrialDevice& device, TestBackend& backend)
 {
     const std::string echo = fmt::format("Authorization: Bearer {}", apiKey);
     backend.setReply("*", {.status = 401, .body = echo});
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "show");
     device.replacePolicy(policy(backend.baseURL(), apiKey));
     const auto application = device.startApplication({"--log-stderr", "--push", "local"});
-    demand(application->waitForLine("Device token upload failed"), "the upload did not fail; it wrote:\n{}",
-           fmt::join(application->lines(), "\n"));
+    require(application->waitForLine("Device token upload failed"), "the upload did not fail; log:\n{}",
+            fmt::join(application->lines(), "\n"));
     application->signal(SIGTERM);
-    demand(application->waitForExit() == 0, "told to end, it did not end well");
+    require(application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
     int echoCount = 0;
     for (const std::string& line : application->lines()) {
-        const bool isPrescribed = line.find("API HTTP error | context={responseBody=" + echo) != line.npos;
-        demand(isPrescribed || line.find(apiKey) == line.npos, "the key stands in the line {}", line);
-        echoCount += isPrescribed ? 1 : 0;
+        const bool isExpected = line.find("API HTTP error | context={responseBody=" + echo) != line.npos;
+        require(isExpected || line.find(apiKey) == line.npos, "the key is in the line {}", line);
+        echoCount += isExpected ? 1 : 0;
     }
-    demand(echoCount == 1, "{} lines show the response, instead of one", echoCount);
+    require(echoCount == 1, "{} lines show the response, instead of one", echoCount);
     for (const auto& entry : fs::recursive_directory_iterator(device.path("data"))) {
         if (!entry.is_regular_file())
             continue;
         std::ifstream stream(entry.path(), std::ios::binary);
         const std::string content{std::istreambuf_iterator<char>(stream), {}};
-        demand(content.find(echo) == content.npos, "the response is kept in {}", entry.path().string());
+        require(content.find(echo) == content.npos, "the response is stored in {}", entry.path().string());
     }
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
 }
 
-/// Runs every verb of the console that tells something, and those that change something.
-void ask(const TrialDevice& device, Canaries& canaries)
+/// Runs the commands of qvctl and searches their output.
+void runCommands(const TrialDevice& device, Canaries& canaries)
 {
     device.write(device.path("good.json"), policy("https://mdm.example.org", apiKey));
     device.write(device.path("bad.json"),
@@ -211,7 +212,7 @@ void ask(const TrialDevice& device, Canaries& canaries)
     device.write(device.path("odd.json"),
                  fmt::format(R"({{"api_key": ["{}"], "ApiKey": "{}", "device_id": 5}})", apiKey, wrongKey));
     device.write(device.path("payload.json"), payload);
-    const std::vector<std::string> verbs[] = {
+    const std::vector<std::string> commands[] = {
         {"status"},
         {"snapshot"},
         {"notifications"},
@@ -231,22 +232,22 @@ void ask(const TrialDevice& device, Canaries& canaries)
         {"privacy", "grant", "notifications"},
     };
     for (const bool isJSON : {false, true}) {
-        for (std::vector<std::string> verb : verbs) {
+        for (std::vector<std::string> command : commands) {
             if (isJSON)
-                verb.emplace_back("--json");
-            const auto console = device.startConsole(verb);
+                command.emplace_back("--json");
+            const auto console = device.startConsole(command);
             console->waitForExit();
-            canaries.demandNone(fmt::format("qvctl {}", fmt::join(verb, " ")), console->lines());
+            canaries.requireNone(fmt::format("qvctl {}", fmt::join(command, " ")), console->lines());
         }
     }
     const auto revealing = device.startConsole({"config", "show", "--reveal"});
     revealing->waitForExit();
-    demand(fmt::format("{}", fmt::join(revealing->lines(), "")).find(apiKey) != std::string::npos,
-           "the key is nowhere to be found, so that nothing was tried");
+    require(fmt::format("{}", fmt::join(revealing->lines(), "")).find(apiKey) != std::string::npos,
+            "the key is not in the revealed configuration, so the search proves nothing");
 }
 
-/// Looks at what the application records for other processes.
-void demandNoneInRecords(const TrialDevice& device, Canaries& canaries, const TestBackend& backend)
+/// Searches the application's records of requests and of the push service.
+void requireNoneInRecords(const TrialDevice& device, Canaries& canaries, const TestBackend& backend)
 {
     RecordingUnifiedLog log;
     const Platform::AdapterLog adapterLog(log, "trial");
@@ -256,31 +257,31 @@ void demandNoneInRecords(const TrialDevice& device, Canaries& canaries, const Te
                                    SQLiteUserDefaults::Access::inspect, clock, adapterLog);
     const auto requests = store.object("URLSession.LastExchanges");
     const auto service = store.object("PushService.State");
-    demand(requests && service, "the application has recorded nothing");
+    require(requests && service, "the application has recorded nothing");
     const std::string text = requests->description() + service->description();
     const std::string server = fmt::format("localhost:{}", backend.port());
     for (const std::string_view expected : {std::string_view(server), std::string_view("host.invalid:443")})
-        demand(text.find(expected) != text.npos, "no request to {} is recorded", expected);
-    canaries.demandNone("the records of the application", text);
+        require(text.find(expected) != text.npos, "no request to {} is recorded", expected);
+    canaries.requireNone("the records of the application", text);
 }
 
-/// Looks at the names of all files, and at the modes of those with a secret in them.
-void demandPrivateFiles(const TrialDevice& device, Canaries& canaries)
+/// Searches the names of all files and checks the modes of the application's files.
+void requirePrivateFiles(const TrialDevice& device, Canaries& canaries)
 {
     int secretFileCount = 0;
     for (const auto& entry : fs::recursive_directory_iterator(device.path(""))) {
-        canaries.demandNone("the name of a file", entry.path().string());
+        canaries.requireNone("the name of a file", entry.path().string());
         constexpr auto others = fs::perms::group_all | fs::perms::others_all;
-        // What device management and this trial put there is theirs.
+        // Skips the files of device management and of this trial.
         const bool isOurs = entry.path().string().starts_with(device.path("data").string()) ||
                             entry.path().string().starts_with(device.path("run").string());
         if (!isOurs || !entry.is_regular_file())
             continue;
         ++secretFileCount;
-        demand((entry.status().permissions() & others) == fs::perms::none, "others may read {}",
-               entry.path().string());
+        require((entry.status().permissions() & others) == fs::perms::none, "other users can access {}",
+                entry.path().string());
     }
-    demand(secretFileCount > 0, "there are no files");
+    require(secretFileCount > 0, "there are no files");
 }
 
 } // namespace
@@ -294,18 +295,18 @@ void secretsTrial(const TrialPrograms& programs)
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
     device.setEnvironment("QUORVANE_LOG_DEBUG", "1");
     Canaries canaries;
-    play(device, backend, canaries, {"--log-stderr", "--push", "local"});
+    runApplication(device, backend, canaries, {"--log-stderr", "--push", "local"});
     if (journal) {
-        play(device, backend, canaries, {"--push", "local"});
+        runApplication(device, backend, canaries, {"--push", "local"});
         const std::string& entries = journal->end();
-        demand(entries.find("MESSAGE=<private>") != entries.npos, "the journal got nothing");
-        canaries.demandNone("the journal", entries);
+        require(entries.find("MESSAGE=<private>") != entries.npos, "the journal received no private entry");
+        canaries.requireNone("the journal", entries);
     } else {
-        fmt::print("the journal was not looked at: this user may not have a /run of its own\n");
+        fmt::print("journal not checked: this user may not create a private /run\n");
     }
-    playEcho(device, backend);
-    ask(device, canaries);
-    demandNoneInRecords(device, canaries, backend);
-    demandPrivateFiles(device, canaries);
+    runWithEcho(device, backend);
+    runCommands(device, canaries);
+    requireNoneInRecords(device, canaries, backend);
+    requirePrivateFiles(device, canaries);
     fmt::print("no secret in {}\n", canaries.summary());
 }

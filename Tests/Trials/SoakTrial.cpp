@@ -17,12 +17,12 @@ using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
-/// What must not grow, at one moment.
+/// The figures that must not grow, measured at one moment.
 struct Sample {
     std::int64_t memoryBytes;
     std::int64_t descriptors;
     std::int64_t storeBytes;
-    /// Of the largest write-ahead log. It is folded into the store after a thousand pages.
+    /// Size of the largest write-ahead log, which SQLite checkpoints after 1000 pages.
     std::int64_t logBytes;
 };
 
@@ -41,9 +41,9 @@ Sample sampleOf(const ThrowawayDevice& device, pid_t process)
     return sample;
 }
 
-/// Demands that the median of the last third is not above that of the middle one by more than `slack`.
-void demandNoGrowth(const std::vector<Sample>& samples, std::int64_t Sample::*figure, std::string_view name,
-                    std::int64_t slack)
+/// Requires that the median of the last third exceeds that of the middle third by at most `slack`.
+void requireNoGrowth(const std::vector<Sample>& samples, std::int64_t Sample::*figure, std::string_view name,
+                     std::int64_t slack)
 {
     const auto median = [&](std::size_t begin, std::size_t end) {
         std::vector<std::int64_t> values;
@@ -57,21 +57,21 @@ void demandNoGrowth(const std::vector<Sample>& samples, std::int64_t Sample::*fi
     const auto after = median(2 * third, samples.size());
     fmt::print("{:<12} {:>12} at first, {:>12} in the middle, {:>12} at the end\n", name,
                samples.front().*figure, before, after);
-    demand(after - before <= slack, "{} grow", name);
+    require(after - before <= slack, "{} are growing", name);
 }
 
-/// One application with distributor and backend, kept busy.
+/// An application with a distributor and a backend, under constant load.
 class Soak {
 public:
     explicit Soak(const TrialPrograms& programs) : m_device(programs.folder, m_backend)
     {
         m_device.replacePolicy(m_device.policy({"app0"}));
         m_application = m_device.start("auto");
-        demand(m_distributor.waitForRegistration(), "it did not register");
-        demand(m_application->waitForLine("Configuration updated"), "the first policy was not applied");
+        require(m_distributor.waitForRegistration(), "the application did not register");
+        require(m_application->waitForLine("Configuration updated"), "the first policy was not applied");
     }
 
-    /// A token is uploaded: a new endpoint makes a new one.
+    /// Sends a new endpoint and waits for the upload of the new token.
     void upload()
     {
         m_distributor.sendEndpoint(fmt::format("https://push.example.org/{}", ++m_uploadCount));
@@ -88,12 +88,12 @@ public:
         const std::string payload = fmt::format(
             R"({{"aps": {{"alert": {{"title": "Message {}", "body": "{:*<500}"}}}}}})", ++m_pushCount, "");
         const auto subscription = WebPushSubscription::parse(subscriptionText(m_token));
-        demand(m_distributor.deliver(encryptWebPush(subscription, payload)) ==
-                   Distributor::Answer::acknowledged,
-               "push {} was not acknowledged", m_pushCount);
+        require(m_distributor.deliver(encryptWebPush(subscription, payload)) ==
+                    Distributor::Answer::acknowledged,
+                "push {} was not acknowledged", m_pushCount);
     }
-    /// Changes the policy and waits until it is applied. Nothing else may be stored meanwhile: that would put
-    /// the update off.
+    /// Changes the policy and waits until it is applied. Do not store anything else meanwhile: that would
+    /// delay the update.
     void change()
     {
         ++m_changeCount;
@@ -101,15 +101,15 @@ public:
         for (int i = 0; i < 100; ++i)
             apps.push_back(fmt::format("app{}-{}", m_changeCount, i));
         m_device.replacePolicy(m_device.policy(apps));
-        demand(m_application->waitForLine("Configuration updated"), "change {} was not applied",
-               m_changeCount);
+        require(m_application->waitForLine("Configuration updated"), "change {} was not applied",
+                m_changeCount);
     }
 
     [[nodiscard]] Sample sample() const { return sampleOf(m_device, m_application->processId()); }
     void end()
     {
         m_application->signal(SIGTERM);
-        demand(m_application->waitForExit() == 0, "told to end, it did not end well");
+        require(m_application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
         const StoredState state = m_device.inspect();
         fmt::print("{} uploads, {} pushes, {} changes, version {}, history of {}\n", m_uploadCount,
                    m_pushCount, m_changeCount, state.configVersion, state.history.size());
@@ -119,7 +119,7 @@ private:
     const TemporaryFolder m_folder;
     TestBackend m_backend{{.folder = m_folder.path()}};
     TrialDevice m_device;
-    Distributor m_distributor{m_device, Distributor::Manner::prompt};
+    Distributor m_distributor{m_device, Distributor::Behavior::responsive};
     std::unique_ptr<ChildProcess> m_application;
     std::string m_token;
     int m_uploadCount = 0;
@@ -148,12 +148,12 @@ void soakTrial(const TrialPrograms& programs, double minutes)
             samples.push_back(soak.sample());
     }
     soak.end();
-    demand(samples.size() >= 9, "too short to tell");
+    require(samples.size() >= 9, "the run is too short for a result");
     constexpr std::int64_t pages = 256 * 1024;
-    demandNoGrowth(samples, &Sample::memoryBytes, "bytes", samples.front().memoryBytes / 100 + pages);
-    demandNoGrowth(samples, &Sample::descriptors, "descriptors", 1);
-    demandNoGrowth(samples, &Sample::storeBytes, "store bytes", pages);
-    constexpr std::int64_t fullLog = 1000 * 4120 + 1024 * 1024; // And the commit that fills it.
+    requireNoGrowth(samples, &Sample::memoryBytes, "bytes", samples.front().memoryBytes / 100 + pages);
+    requireNoGrowth(samples, &Sample::descriptors, "descriptors", 1);
+    requireNoGrowth(samples, &Sample::storeBytes, "store bytes", pages);
+    constexpr std::int64_t fullLog = 1000 * 4120 + 1024 * 1024; // 1000 pages plus the last commit.
     for (const Sample& sample : samples)
-        demand(sample.logBytes <= fullLog, "a write-ahead log of {} bytes", sample.logBytes);
+        require(sample.logBytes <= fullLog, "a write-ahead log has {} bytes", sample.logBytes);
 }

@@ -24,7 +24,7 @@ using Platform::Storage::SQLiteUserDefaults;
 
 namespace {
 
-/// A store as another process opens it.
+/// A store, opened as another process would open it.
 class Store {
 public:
     Store(const fs::path& file, SQLiteUserDefaults::Access access)
@@ -45,27 +45,28 @@ Platform::Linux::DevicePaths pathsOf(const ThrowawayDevice& device)
     return {device.path("data/quorvane-mdm"), {device.policyFile()}};
 }
 
-void demandWholeDatabase(const fs::path& file)
+void requireIntactDatabase(const fs::path& file)
 {
     SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, 5000);
     const std::string verdict = database.execAndGet("PRAGMA integrity_check").getString();
-    demand(verdict == "ok", "{} is not whole: {}", file.string(), verdict);
+    require(verdict == "ok", "{} is damaged: {}", file.string(), verdict);
 }
 
-void demandPrivateFiles(const fs::path& folder)
+void requirePrivateFiles(const fs::path& folder)
 {
     constexpr auto others = fs::perms::group_all | fs::perms::others_all;
     std::vector<fs::path> databases;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
         const std::string path = entry.path().string();
-        demand(path.find(".corrupt-") == std::string::npos, "{} was moved aside", path);
-        demand((entry.status().permissions() & others) == fs::perms::none, "others may open {}", path);
+        require(path.find(".corrupt-") == std::string::npos, "{} was moved aside", path);
+        require((entry.status().permissions() & others) == fs::perms::none, "other users can access {}",
+                path);
         if (path.ends_with(".sqlite"))
             databases.push_back(entry.path());
     }
-    // Opening one may remove the files beside it.
+    // Opened last because that may remove the -wal and -shm files.
     for (const fs::path& database : databases)
-        demandWholeDatabase(database);
+        requireIntactDatabase(database);
 }
 
 } // namespace
@@ -92,7 +93,7 @@ std::string TrialDevice::policy(const std::vector<std::string>& apps) const
 StoredState TrialDevice::inspect() const
 {
     const auto paths = pathsOf(*this);
-    demandPrivateFiles(paths.stateFolder);
+    requirePrivateFiles(paths.stateFolder);
 
     StoredState state;
     Store suite(paths.suite(Core::Constants::appGroupSuiteName), SQLiteUserDefaults::Access::inspect);
@@ -101,26 +102,27 @@ StoredState TrialDevice::inspect() const
         state.snapshot = Core::ConfigurationSnapshot::decode(*stored);
         const auto lastUpdated = suite->object(Keys::lastUpdated);
         const auto* date = lastUpdated ? lastUpdated->date() : nullptr;
-        demand(state.snapshot->configVersion == state.configVersion,
-               "snapshot of version {} under version {}", state.snapshot->configVersion, state.configVersion);
-        constexpr double leastSeconds = 1e-5; // What is left of a number far from 2001.
-        demand(date != nullptr &&
-                   std::abs(date->secondsSinceReferenceDate -
-                            state.snapshot->lastUpdated.secondsSinceReferenceDate) < leastSeconds,
-               "another time than the snapshot's");
-        demand(suite->integer(Keys::schemaVersion) == state.snapshot->schemaVersion,
-               "another schema version");
+        require(state.snapshot->configVersion == state.configVersion,
+                "snapshot of version {} under version {}", state.snapshot->configVersion,
+                state.configVersion);
+        constexpr double leastSeconds = 1e-5; // Rounding error of a date far from 2001.
+        require(date != nullptr &&
+                    std::abs(date->secondsSinceReferenceDate -
+                             state.snapshot->lastUpdated.secondsSinceReferenceDate) < leastSeconds,
+                "the stored time differs from the snapshot's");
+        require(suite->integer(Keys::schemaVersion) == state.snapshot->schemaVersion,
+                "the stored schema version differs from the snapshot's");
     } else {
-        demand(state.configVersion == 0, "version {} without a snapshot", state.configVersion);
+        require(state.configVersion == 0, "version {} without a snapshot", state.configVersion);
     }
 
     Store standard(paths.standardDefaults(), SQLiteUserDefaults::Access::inspect);
     namespace StorageKeys = Core::Constants::StorageKeys;
     constexpr std::int64_t all = 1000;
     state.history = PushNotifications::NotificationPayloadProcessor::payloadSummaries(*standard, all);
-    demand(state.history.size() <= 100, "a history of {}", state.history.size());
-    demand(!state.history.empty() || !standard->data(StorageKeys::processedNotificationPayloads),
-           "a history that cannot be read");
+    require(state.history.size() <= 100, "the history has {} records", state.history.size());
+    require(!state.history.empty() || !standard->data(StorageKeys::processedNotificationPayloads),
+            "the history cannot be read");
     state.deviceToken = standard->text(StorageKeys::remoteNotificationDeviceToken).value_or("");
     return state;
 }

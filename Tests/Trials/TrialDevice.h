@@ -14,19 +14,18 @@
 #include <string>
 #include <vector>
 
-/// Something that must hold does not.
+/// A requirement of a trial is not met.
 class Violation : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
 template <typename... Arguments>
-void demand(bool isSo, fmt::format_string<Arguments...> what, Arguments&&... arguments)
+void require(bool isTrue, fmt::format_string<Arguments...> what, Arguments&&... arguments)
 {
-    if (!isSo)
+    if (!isTrue)
         throw Violation(fmt::format(what, std::forward<Arguments>(arguments)...));
 }
 
-/// What a device has stored.
 struct StoredState {
     std::optional<Core::ConfigurationSnapshot> snapshot;
     /// 0 before the first update.
@@ -37,24 +36,25 @@ struct StoredState {
     std::string deviceToken;
 };
 
-/// A device whose user has been through the welcome screen and allows notifications, so that the application
-/// registers as soon as it starts; and what must hold of its stores, whatever happened to the application.
+/// A device whose user has completed the welcome screen and allowed notifications, so the application
+/// registers as soon as it starts.
 class TrialDevice : public ThrowawayDevice {
 public:
     TrialDevice(const std::filesystem::path& programs, const TestBackend& backend,
                 std::string deviceId = "DEV-1");
 
-    /// A policy with one allowed app for each text; `api_key` is "trial-key".
+    /// Returns a policy that allows `apps`; its `api_key` is "trial-key".
     [[nodiscard]] std::string policy(const std::vector<std::string>& apps) const;
 
-    /// Starts the application, its log readable; it goes to the dashboard, and registers there.
+    /// Starts the application with a readable log. It shows the dashboard and registers.
     [[nodiscard]] std::unique_ptr<ChildProcess> start(const std::string& push = "local") const
     {
         return startApplication({"--log-stderr", "--push", push});
     }
 
-    /// The stores as a second process finds them. Throws `Violation` unless every database is whole, the four
-    /// keys of the suite belong together, nothing was moved aside, and all files are the user's alone.
+    /// Reads the stores as a second process. Throws `Violation` unless every database is intact, the four
+    /// keys of the suite are from one commit, no store was moved aside, and only the user can access the
+    /// files.
     [[nodiscard]] StoredState inspect() const;
 
 private:
@@ -62,7 +62,7 @@ private:
     const std::string m_deviceId;
 };
 
-/// A fault plan that programs started on `device` from now on obey.
+/// Injects faults into programs started on `device` after construction.
 class Faults {
 public:
     Faults(ThrowawayDevice& device, const std::filesystem::path& library);
@@ -72,7 +72,7 @@ public:
 
     FaultPlan* operator->() { return m_plan; }
 
-    /// The operation `number` of those named, counted from now and from 1, is the first to fail.
+    /// Makes the `number`th of the selected operations, counted from now, the first to fail.
     void arm(std::uint32_t operations, FaultPlan::Kind kind, int error, std::int64_t number);
     void disarm() { m_plan->countdown = 0; }
 

@@ -2,32 +2,31 @@
 
 #include <filesystem>
 
-/// Where what is tried lies.
 struct TrialPrograms {
-    /// The folder of the build.
+    /// The build folder.
     std::filesystem::path folder;
-    /// What is loaded into a program to make it fail.
+    /// The library that injects faults into a program.
     std::filesystem::path faultLibrary;
 };
 
-// Each plays until it is through, prints what it saw, and throws `Violation` when something that must hold
-// did not.
+// Each trial prints its results and throws `Violation` when a requirement is not met.
 
-/// Kills the application and the console, `rounds` times, at operations on files and at moments chosen at
-/// random while a configuration is applied, pushes arrive and the token is uploaded.
+/// Kills the application and qvctl `rounds` times, at file operations and at random moments, during
+/// configuration updates, pushes and uploads.
 void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed);
-/// Lets operations on files fail, each of the first `depth` of a push and a change.
+/// Makes each of the first `depth` file operations of a push and a change fail, one after the other.
 void faultTrial(const TrialPrograms& programs, int depth);
-/// Lets clock, machine, other processes, limits, backend and session bus get in the way.
+/// Disturbs the application: clock jumps, locked stores, resource limits, a dead backend or session bus, and
+/// so on.
 void disturbanceTrial(const TrialPrograms& programs);
-/// `messages` encrypted pushes at once, first answered to the end, then cut off by SIGTERM.
+/// Sends `messages` encrypted pushes at once, then again with SIGTERM in the middle.
 void burstTrial(const TrialPrograms& programs, int messages);
-/// Changes, pushes and uploads at full speed for so long, watched for growth.
+/// Runs changes, pushes and uploads at full speed and checks for growth.
 void soakTrial(const TrialPrograms& programs, double minutes);
-/// So many devices with one backend, reconfigured and pushed to all at once.
+/// Reconfigures many devices of one backend at once and sends each a push.
 void fleetTrial(const TrialPrograms& programs, int devices);
-/// Looks for what must stay secret in everything that anybody gets to see.
+/// Searches logs, output, records and file names for secrets.
 void secretsTrial(const TrialPrograms& programs);
-/// Has another user race for this long to get a policy believed. Prints that it is skipped unless run by
+/// Has another user plant policy files, in a race with the reader. Skipped, with a message, unless run as
 /// root.
 void attackerTrial(double seconds);

@@ -9,49 +9,48 @@
 #include <string>
 #include <string_view>
 
-/// The application on a device, asked to take changes and pushes while something is wrong and after it. What
-/// it owes throws `Violation`, with what it wrote.
-class Patient {
+/// The application on a device with a backend and injected faults. Failed checks throw `Violation` with the
+/// application's log.
+class TestBed {
 public:
-    /// What became of a push.
     struct Push {
         std::string title;
-        /// "ok", or why it was refused.
+        /// "ok" or the error.
         std::string answer;
         [[nodiscard]] bool isAcknowledged() const { return answer == "ok"; }
     };
 
-    /// Starts it with a policy of one app, and waits until its token has reached the backend.
-    explicit Patient(const TrialPrograms& programs);
+    /// Starts the application with a policy for one app and waits until its token is uploaded.
+    explicit TestBed(const TrialPrograms& programs);
 
     TrialDevice& device() { return m_device; }
     Faults& faults() { return m_faults; }
     TestBackend& backend() { return *m_backend; }
     ChildProcess& application() { return *m_application; }
 
-    /// Starts it anew; the one before must have ended.
+    /// Restarts the application, which must have exited.
     void start(const std::string& push = "local") { m_application = m_device.start(push); }
-    /// As the session bus starts it for a push: without a window.
+    /// Starts the application without a window, as the session bus does for a push.
     void startWithoutWindow()
     {
         m_application = m_device.startApplication({"--log-stderr", "--push", "auto", "--dbus-activated"});
     }
-    /// SIGTERM; demands that it ends with 0.
+    /// Sends SIGTERM and requires exit code 0.
     void end();
     void endBackend() { m_backend.reset(); }
 
     void expectLine(std::string_view text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
-    /// Changes the policy, and does not wait.
+    /// Changes the policy without waiting for the update.
     void change();
     Push push();
 
-    /// Demands that what is stored is whole, no older than `before`, and holds `pushed` if it was
-    /// acknowledged. Answers what is stored.
-    StoredState demandNothingLost(const StoredState& before, const Push& pushed = {});
-    /// Demands that changes and pushes are taken as ever.
-    StoredState demandHealth(const StoredState& before);
+    /// Requires that the stored state is intact, no older than `before`, and contains `pushed` if that was
+    /// acknowledged. Returns the stored state.
+    StoredState requireNothingLost(const StoredState& before, const Push& pushed = {});
+    /// Requires that changes and pushes are processed normally. Returns the stored state.
+    StoredState requireHealthy(const StoredState& before);
 
-    void demandHere(bool isSo, const std::string& what) const;
+    void requireWithLog(bool isTrue, const std::string& what) const;
 
 private:
     const TemporaryFolder m_folder;
