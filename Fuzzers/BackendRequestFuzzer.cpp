@@ -1,6 +1,6 @@
-// The request to the backend, composed of what device management configured, and the redirects that come
-// back. An input is up to four texts with 0xFF between them, a byte that no configured text holds: the base
-// domain, the device identifier, the API key, and the place to which a server redirects.
+// Fuzzes the upload request built from the managed configuration, and redirects. An input has up to four
+// fields, separated by 0xFF, which UTF-8 never contains: base domain, device identifier, API key, and
+// redirect location.
 
 #include "Core/APIClientConfigProvider.h"
 #include "Core/Constants.h"
@@ -28,27 +28,27 @@ namespace Constants = Core::Constants;
 
 namespace {
 
-using Texts = std::array<std::string, 4>;
+using Fields = std::array<std::string, 4>;
 
-Texts split(std::string_view input)
+Fields split(std::string_view input)
 {
-    Texts texts;
-    for (std::string& text : texts) {
+    Fields fields;
+    for (std::string& text : fields) {
         const std::string_view piece = input.substr(0, input.find('\xFF'));
         text = piece;
         input.remove_prefix(std::min(piece.size() + 1, input.size()));
     }
-    return texts;
+    return fields;
 }
 
-/// Configured as it is delivered: after validation.
+/// A configuration that has passed validation.
 class Configuration final : public Core::APIClientConfigProvider {
 public:
-    explicit Configuration(const Texts& texts)
+    explicit Configuration(const Fields& fields)
         : m_config(Core::validateManagedConfiguration(
-              {{std::string(Constants::ManagedConfigKeys::BASE_DOMAIN), texts[0]},
-               {std::string(Constants::ManagedConfigKeys::DEVICE_ID), texts[1]},
-               {std::string(Constants::ManagedConfigKeys::API_KEY), texts[2]}}))
+              {{std::string(Constants::ManagedConfigKeys::BASE_DOMAIN), fields[0]},
+               {std::string(Constants::ManagedConfigKeys::DEVICE_ID), fields[1]},
+               {std::string(Constants::ManagedConfigKeys::API_KEY), fields[2]}}))
     {}
     [[nodiscard]] std::optional<std::string> baseDomain() const override { return m_config.baseDomain; }
     [[nodiscard]] std::optional<std::string> apiKey() const override { return m_config.apiKey; }
@@ -58,7 +58,7 @@ private:
     const Core::ValidatedConfig m_config;
 };
 
-/// The request by which a device token is uploaded; absent when there is none.
+/// Returns the request that uploads a device token; absent if the configuration does not allow one.
 std::optional<URLRequest> uploadRequest(const Configuration& configuration)
 {
     ManualScheduler scheduler;
@@ -72,16 +72,15 @@ std::optional<URLRequest> uploadRequest(const Configuration& configuration)
     handler.uploadTokenToBackend("0a1b2c");
     scheduler.runUntilIdle();
     const auto lines = log.takeLines();
-    require(lines.size() == 1 && session.requests.size() <= 1,
-            "an upload ends, and with one line of the log");
+    require(lines.size() == 1 && session.requests.size() <= 1, "an upload completes with one log line");
     if (session.requests.empty())
         return std::nullopt;
     require(configuration.baseDomain() && configuration.deviceId(),
-            "no request goes out unless it is configured");
+            "a request is sent only if it is configured");
     return session.requests.front();
 }
 
-/// What stands between "https://" and the path, query or fragment.
+/// Returns the part between "https://" and the path, query or fragment.
 std::string_view authorityOf(std::string_view url)
 {
     url.remove_prefix(std::string_view("https://").size());
@@ -93,7 +92,7 @@ std::optional<SecureURL> secureURL(const std::string& url)
     try {
         return parseSecureURL(url);
     } catch (const URLError& error) {
-        require(*error.what() != '\0', "an address that is refused has a reason");
+        require(*error.what() != '\0', "a rejected URL has a reason");
         return std::nullopt;
     }
 }
@@ -103,13 +102,13 @@ void requireAddress(std::string_view url, std::string_view baseDomain)
     require(url.find_first_not_of(
                 "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~:/?#[]@!$&'()*+,;"
                 "=%") == std::string_view::npos,
-            "an address is made of the characters of addresses");
-    require(authorityOf(url) == authorityOf(baseDomain), "a request goes to the host that is configured");
+            "a URL contains only URL characters");
+    require(authorityOf(url) == authorityOf(baseDomain), "a request goes to the configured host");
     const auto parsed = Core::parseURL(url);
-    require(parsed && parsed->buffer() == url, "an address is read as it was composed");
+    require(parsed && parsed->buffer() == url, "a composed URL parses to itself");
 }
 
-/// What stands between the authority and the query or fragment.
+/// Returns the part between the authority and the query or fragment.
 std::string_view pathOf(std::string_view url)
 {
     url.remove_prefix(std::string_view("https://").size() + authorityOf(url).size());
@@ -127,8 +126,8 @@ std::vector<std::string_view> segmentsOf(std::string_view path)
     return segments;
 }
 
-/// Whether removing dot segments, and what precedes them, is all that makes `kept` of `written`.
-bool differsInDotSegmentsOnly(std::string_view kept, std::string_view written)
+/// Returns whether `kept` is `written` after removing dot segments and the segments they cancel.
+bool differsOnlyInDotSegments(std::string_view kept, std::string_view written)
 {
     const auto all = segmentsOf(written);
     const auto isDots = [](std::string_view segment) { return segment == "." || segment == ".."; };
@@ -154,10 +153,10 @@ void examinePath(const std::string& url, std::string baseDomain, const std::stri
     const auto pathEnd = std::min(reference.find_first_of("?#"), reference.size());
     const std::string written =
         std::string(base.empty() ? "/" : base.substr(0, base.rfind('/') + 1)) + reference.substr(0, pathEnd);
-    require(differsInDotSegmentsOnly(pathOf(url), written), "the path arrives byte for byte");
-    require(url.ends_with(reference.substr(pathEnd)), "the query arrives byte for byte");
+    require(differsOnlyInDotSegments(pathOf(url), written), "the path is unchanged");
+    require(url.ends_with(reference.substr(pathEnd)), "the query is unchanged");
     if (const auto secure = secureURL(url))
-        require(pathOf(secure->url) == pathOf(url), "the path is sent as it was composed");
+        require(pathOf(secure->url) == pathOf(url), "the path is sent as composed");
 }
 
 void examineAddress(const std::string& url, const std::string& baseDomain)
@@ -166,7 +165,7 @@ void examineAddress(const std::string& url, const std::string& baseDomain)
     const auto secure = secureURL(url);
     const auto base = secureURL(std::string("https://").append(authorityOf(baseDomain)));
     require(!secure || (base && secure->endpoint() == base->endpoint()),
-            "both readers of addresses see one host");
+            "both URL parsers see the same host");
 }
 
 void examineQuery(const std::string& url, const std::string& name, const std::string& value)
@@ -176,11 +175,11 @@ void examineQuery(const std::string& url, const std::string& name, const std::st
     const std::string text(composed.buffer());
     requireAddress(text, url);
     Core::setQueryItems(composed, {{name, value}, {value, std::nullopt}});
-    require(composed.buffer() == text, "a query that is set again stays the same");
+    require(composed.buffer() == text, "setting the same query again changes nothing");
     const auto items = composed.encoded_params();
     require(items.size() == 2 && (*items.begin()).key.decode() == name &&
                 (*items.begin()).value.decode() == value,
-            "a query says what it was made of");
+            "a query decodes to its items");
 }
 
 bool carriesCredentials(const URLRequest& request)
@@ -190,7 +189,7 @@ bool carriesCredentials(const URLRequest& request)
            request.headerFields.contains("Cookie");
 }
 
-/// Absent when the request must not go out.
+/// Returns the cleaned request; absent if it must not be sent.
 std::optional<URLRequest> cleaned(URLRequest request)
 {
     try {
@@ -200,7 +199,7 @@ std::optional<URLRequest> cleaned(URLRequest request)
     }
     for (const auto& [name, value] : request.headerFields)
         require((name + value).find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos,
-                "no line break or NUL gets into a header");
+                "a header contains no line break or NUL");
     return request;
 }
 
@@ -209,12 +208,12 @@ std::optional<SecureURL> redirectURL(const SecureURL& from, const std::string& l
     try {
         return parseRedirectURL(from, location);
     } catch (const URLError& error) {
-        require(*error.what() != '\0', "an address that is refused has a reason");
+        require(*error.what() != '\0', "a rejected URL has a reason");
         return std::nullopt;
     }
 }
 
-/// Every segment of the path comes from one of the two, unchanged.
+/// Requires that every path segment of `to` comes unchanged from `from` or `location`.
 void examineRedirectPath(const SecureURL& from, std::string location, const SecureURL& to)
 {
     const bool isEscaped = std::all_of(location.begin(), location.end(),
@@ -229,29 +228,29 @@ void examineRedirectPath(const SecureURL& from, std::string location, const Secu
         written.push_back(segment);
     for (const std::string_view segment : segmentsOf(pathOf(to.url)))
         require(segment.empty() || std::find(written.begin(), written.end(), segment) != written.end(),
-                "the path of a redirect arrives byte for byte");
+                "the path of a redirect is unchanged");
 }
 
-void examineRedirects(const URLRequest& request, const std::string& place)
+void examineRedirects(const URLRequest& request, const std::string& location)
 {
     const auto from = secureURL(request.url);
-    const auto to = from ? redirectURL(*from, place) : std::nullopt;
+    const auto to = from ? redirectURL(*from, location) : std::nullopt;
     if (!to)
         return;
-    examineRedirectPath(*from, place, *to);
+    examineRedirectPath(*from, location, *to);
     require(to->url.starts_with("https://") && authorityOf(to->url).find('@') == std::string_view::npos &&
                 to->url.find_first_of("# \r\n\t") == std::string::npos && !to->host.empty(),
-            "a redirect leads to an https address without user and fragment");
+            "a redirect goes to an https URL without user and fragment");
     const auto again = secureURL(to->url);
     require(again && again->url == to->url && again->endpoint() == to->endpoint(),
-            "a secure address is read as it was written");
+            "a secure URL parses to itself");
     for (const std::int64_t status : {301, 302, 303, 307, 308}) {
         URLRequest next = request;
         redirectRequest(next, status, *from, *to);
-        require(next.url == to->url, "a redirect is followed to its place");
+        require(next.url == to->url, "a redirect is followed to its location");
         require(from->endpoint() == to->endpoint() || !carriesCredentials(next),
-                "no credentials go to another host");
-        require(next.httpBody.has_value() == (next.httpMethod == "POST"), "the body goes with its method");
+                "no credentials are sent to another host");
+        require(next.httpBody.has_value() == (next.httpMethod == "POST"), "only a POST request has a body");
     }
 }
 
@@ -259,22 +258,22 @@ void examineRedirects(const URLRequest& request, const std::string& place)
 
 void Fuzzers::examine(std::string_view input)
 {
-    const Texts texts = split(input);
-    const Configuration configuration(texts);
+    const Fields fields = split(input);
+    const Configuration configuration(fields);
     const auto request = uploadRequest(configuration);
     if (!request)
         return;
     examineAddress(request->url, *configuration.baseDomain());
     examinePath(request->url, *configuration.baseDomain(), *configuration.deviceId());
-    examineQuery(request->url, texts[1], texts[2]);
+    examineQuery(request->url, fields[1], fields[2]);
     const auto field = [&](std::string_view name) {
         const auto found = request->headerFields.find(name);
         return found != request->headerFields.end() ? std::optional(found->second) : std::nullopt;
     };
     require(field(Constants::deviceIdHeader) == configuration.deviceId(),
-            "the device is named as configured");
+            "the device identifier is sent as configured");
     require(field(Constants::authorizationHeader).has_value() == configuration.apiKey().has_value(),
-            "the key is sent when there is one");
+            "the key is sent if there is one");
     if (const auto clean = cleaned(*request))
-        examineRedirects(*clean, texts[3]);
+        examineRedirects(*clean, fields[3]);
 }

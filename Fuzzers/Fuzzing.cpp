@@ -15,7 +15,7 @@ using Platform::PropertyList;
 
 namespace {
 
-/// No part of it is in any message.
+/// Shares no substring of three bytes with any error message.
 constexpr std::string_view canary = "Zq7Jw94Xk";
 
 double valueOf(const PropertyList& number)
@@ -29,11 +29,12 @@ double valueOf(const PropertyList& number)
 
 } // namespace
 
-void require(bool isKept, std::string_view promise)
+void require(bool isMet, std::string_view requirement)
 {
-    if (isKept)
+    if (isMet)
         return;
-    std::fprintf(stderr, "\nBroken promise: %.*s.\n", static_cast<int>(promise.size()), promise.data());
+    std::fprintf(stderr, "\nRequirement not met: %.*s.\n", static_cast<int>(requirement.size()),
+                 requirement.data());
     std::abort();
 }
 
@@ -63,7 +64,7 @@ bool holdsControlCharacter(std::string_view text)
 {
     while (!text.empty()) {
         const auto character = Platform::decodeUTF8(text);
-        require(character.has_value(), "a text is valid UTF-8");
+        require(character.has_value(), "text is valid UTF-8");
         const char32_t codePoint = character->codePoint;
         if (codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0))
             return true;
@@ -83,7 +84,7 @@ void requireNoCanary(std::string_view line)
     constexpr std::size_t partBytes = 3;
     for (std::size_t start = 0; start + partBytes <= canary.size(); ++start)
         require(line.find(canary.substr(start, partBytes)) == std::string_view::npos,
-                "no content is in a line that the public may read");
+                "a public line contains no private content");
 }
 
 Platform::Data dataOf(std::string_view text)

@@ -5,34 +5,33 @@
 #include <string>
 #include <string_view>
 
-/// What the fuzzers share. Each is one source that defines `examine` and hands an input to the product; it
-/// ends the process when the product breaks a promise, as the sanitizers do when it breaks a rule of the
-/// language. Nothing outlives an input.
+/// Shared code of the fuzzers. Each fuzzer is one source file that defines `examine`, which passes an input
+/// to the code under test and aborts if a requirement is not met. No state is shared between inputs.
 namespace Fuzzers {
 
-/// Tries one input. Throws nothing: an exception that leaves it is a finding.
+/// Tests one input. Must not throw: an exception counts as a failure.
 void examine(std::string_view input);
 
-/// Ends the process, naming the promise, unless it was kept.
-void require(bool isKept, std::string_view promise);
+/// Prints `requirement` and aborts unless `isMet`.
+void require(bool isMet, std::string_view requirement);
 
 enum class Numbers {
-    /// Bit by bit, with their types.
+    /// Compares types and bits.
     exactly,
-    /// A whole real is the same as an integer, as in JSON.
+    /// Compares values: a whole real equals the same integer, as in JSON.
     byValue
 };
 
-/// Unlike `==` it takes a real that is no number for equal to itself.
+/// Returns whether the values are equal. Unlike `==`, treats NaN as equal to itself.
 bool isSame(const Platform::PropertyList& left, const Platform::PropertyList& right, Numbers numbers);
 
-/// Whether `text`, valid UTF-8, holds a character that ends a line or steers a terminal.
+/// Returns whether `text`, valid UTF-8, contains a control character, such as a line break or an escape.
 bool holdsControlCharacter(std::string_view text);
 
-/// `input` with a canary in it, at an offset that depends on the input.
+/// Returns `input` with a canary inserted at an offset derived from the input.
 std::string withCanary(std::string_view input);
 
-/// Ends the process when `line`, which the public may read, holds a part of the canary.
+/// Aborts if `line`, the text of a public log line, contains a part of the canary.
 void requireNoCanary(std::string_view line);
 
 Platform::Data dataOf(std::string_view text);

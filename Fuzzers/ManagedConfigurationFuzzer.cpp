@@ -1,4 +1,4 @@
-// The way of a managed configuration: policy file, validation, snapshot, stored JSON, and back.
+// Fuzzes the processing of a managed configuration: policy file, validation, snapshot, stored JSON, and back.
 
 #include "Core/ConfigurationSnapshot.h"
 #include "Core/ManagedConfigurationValidation.h"
@@ -25,13 +25,13 @@ void examineBundleIds(const std::vector<std::string>& kept, const PropertyList& 
     for (const std::string& identifier : kept)
         require(identifier.find('.') != std::string::npos &&
                     identifier.find_first_not_of(allowed) == std::string::npos,
-                "a bundle identifier that is kept satisfies the rule");
+                "an accepted bundle identifier is valid");
     std::size_t entryCount = 0;
     if (const auto* text = configured.text())
         entryCount = static_cast<std::size_t>(std::count(text->begin(), text->end(), ',')) + 1;
     else if (const auto* array = configured.array())
         entryCount = array->size();
-    require(kept.size() <= entryCount, "no bundle identifier is made up");
+    require(kept.size() <= entryCount, "every bundle identifier comes from the configuration");
 }
 
 void examineScalar(const std::optional<std::string>& kept, const PropertyList& configured)
@@ -39,27 +39,27 @@ void examineScalar(const std::optional<std::string>& kept, const PropertyList& c
     if (!kept)
         require(!configured.isNumber() &&
                     (configured.text() == nullptr || trimmed(*configured.text()).empty()),
-                "no text and no number is dropped");
+                "strings that are not blank and numbers are kept");
     else if (const auto* text = configured.text())
-        require(!kept->empty() && *kept == trimmed(*text), "a text is kept trimmed");
+        require(!kept->empty() && *kept == trimmed(*text), "a string is stored trimmed");
     else
-        require(configured.isNumber() && *kept == configured.numberText(), "a number is kept as its text");
+        require(configured.isNumber() && *kept == configured.numberText(), "a number is stored as its text");
 }
 
 void examineFindings(const std::vector<ValidationFinding>& findings, const PropertyList::Dictionary& managed)
 {
     for (const ValidationFinding& finding : findings) {
         const PropertyList& value = Platform::member(managed, finding.key);
-        require(managed.contains(finding.key), "a finding is about a key of the file");
+        require(managed.contains(finding.key), "a finding names a key of the file");
         if (finding.index && value.array() != nullptr)
-            require(*finding.index < value.array()->size(), "a finding is about an entry of the array");
+            require(*finding.index < value.array()->size(), "a finding's index is in the array");
     }
 }
 
 void examineAddress(const std::optional<std::string>& kept)
 {
     require(!kept || (hasPrefixIgnoringCase(*kept, "https://") && trimmed(*kept) == *kept),
-            "an address begins with https:// and is trimmed");
+            "a URL starts with https:// and is trimmed");
 }
 
 /// Checks each value in `config` and returns a dictionary of the same values.
@@ -103,9 +103,9 @@ void Fuzzers::examine(std::string_view input)
             "collecting findings does not change the result");
     examineFindings(findings, managed);
     require(validateManagedConfiguration(examineValues(config, managed)) == config,
-            "what was validated is valid as it stands");
+            "validating accepted values again changes nothing");
 
     const auto snapshot =
         ConfigurationSnapshot::make(config, static_cast<std::int64_t>(input.size()), {986'802'277.2158307});
-    require(ConfigurationSnapshot::decode(snapshot.encode()) == snapshot, "a snapshot reads back equal");
+    require(ConfigurationSnapshot::decode(snapshot.encode()) == snapshot, "a snapshot survives encoding");
 }

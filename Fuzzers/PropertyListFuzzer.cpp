@@ -1,4 +1,4 @@
-// Policy files: XML and binary property lists, and JSON objects.
+// Fuzzes the parsers of policy files: XML and binary property lists, and JSON.
 
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
@@ -15,7 +15,7 @@ using Fuzzers::isSame, Fuzzers::Numbers, Fuzzers::require;
 
 namespace {
 
-/// The number of characters of each line of a text.
+/// Returns the number of characters in each line of `text`.
 std::vector<std::size_t> lineLengths(std::string_view text)
 {
     if (text.starts_with("\xEF\xBB\xBF"))
@@ -34,12 +34,12 @@ class Document {
 public:
     explicit Document(std::string_view text) : m_lineLengths(lineLengths(text)) {}
 
-    /// The end of a line is a place, too.
+    /// A position may be at the end of a line.
     void requireWithin(TextPosition position) const
     {
         require(position.line >= 1 && position.line <= m_lineLengths.size() && position.column >= 1 &&
                     position.column <= m_lineLengths[position.line - 1] + 1,
-                "a position lies inside the document");
+                "a position is inside the document");
     }
 
 private:
@@ -71,29 +71,29 @@ void examinePlaces(const PropertyListDocument& read, const Document& document)
         if (!place.key)
             continue;
         document.requireWithin(*place.key);
-        require(dictionary != nullptr && dictionary->contains(path), "a place belongs to a key");
+        require(dictionary != nullptr && dictionary->contains(path), "a position belongs to a key");
     }
     if (dictionary == nullptr || read.format == PropertyListFormat::binary)
         return;
     for (const auto& entry : *dictionary)
-        require(read.places.byPath.contains(entry.first), "a key has its place");
+        require(read.places.byPath.contains(entry.first), "every key has a position");
 }
 
 void examineWriters(const PropertyListDocument& read)
 {
     const Platform::Data written = writeBinaryPropertyList(read.root);
     require(isSame(readPropertyList(Fuzzers::textOf(written)).root, read.root, Numbers::exactly),
-            "what is written in binary reads back equal");
+            "a value survives writing as a binary property list");
     require(!Fuzzers::holdsControlCharacter(Qvctl::displayText(read.root)),
-            "a value that is shown does not steer the terminal");
+            "displayed text contains no control characters");
     if (read.format != PropertyListFormat::json)
         return;
     const std::string json = Qvctl::prettyJSON(Qvctl::jsonValue(read.root));
     require(isSame(readPropertyList(json).root, read.root, Numbers::byValue),
-            "what is written as JSON reads back equal");
+            "a value survives writing as JSON");
 }
 
-void examineSecrecy(std::string_view input)
+void examineErrorMessage(std::string_view input)
 {
     const Reading reading = read(Fuzzers::withCanary(input), WithPlaces::yes);
     if (const auto* refusal = std::get_if<Refusal>(&reading))
@@ -104,25 +104,25 @@ void examineSecrecy(std::string_view input)
 
 void Fuzzers::examine(std::string_view input)
 {
-    examineSecrecy(input);
+    examineErrorMessage(input);
     const Document document(input);
     const Reading plain = read(input, WithPlaces::no);
     const Reading placed = read(input, WithPlaces::yes);
     if (const auto* refusal = std::get_if<Refusal>(&plain)) {
         require(!refusal->reason.empty() && !holdsControlCharacter(refusal->reason),
-                "a refusal has a reason of one line");
+                "an error has a reason of one line");
         if (refusal->position)
             document.requireWithin(*refusal->position);
         require(std::holds_alternative<Refusal>(placed) && std::get<Refusal>(placed) == *refusal,
-                "reading twice ends alike");
+                "both reads fail alike");
         return;
     }
     const auto& first = std::get<PropertyListDocument>(plain);
     const auto* second = std::get_if<PropertyListDocument>(&placed);
     require(second != nullptr && second->format == first.format &&
                 isSame(first.root, second->root, Numbers::exactly),
-            "reading twice ends alike");
-    require(first.places.byPath.empty(), "places are noted only when asked for");
+            "both reads return the same value");
+    require(first.places.byPath.empty(), "positions are collected only on request");
     examinePlaces(*second, document);
     examineWriters(first);
 }

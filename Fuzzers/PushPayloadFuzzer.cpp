@@ -1,4 +1,4 @@
-// Payloads of pushes: refused, or processed, stored, announced and logged.
+// Fuzzes push payloads: each is rejected, or processed, stored, announced and logged.
 
 #include "Core/Logger.h"
 #include "Fuzzers/Fuzzing.h"
@@ -37,7 +37,7 @@ public:
                                      const auto announced = std::any_cast<ProcessedNotificationPayload>(
                                          notification.userInfo.at("payload"));
                                      require(isSame(announced.userInfo, payload, Numbers::exactly),
-                                             "a payload is announced as it came");
+                                             "a payload is announced unchanged");
                                      ++m_announcementCount;
                                  });
         int completionCount = 0;
@@ -57,15 +57,15 @@ public:
         const auto summaries = m_processor.recentPayloadSummaries(3);
         require(completionCount == 1 && m_announcementCount == 2 && summaries.size() == 2,
                 "a notification is completed, announced and stored once");
-        require(summaries.back() == expected, "the stored entry is what the payload says");
+        require(summaries.back() == expected, "the stored record matches the payload");
         for (const auto& entry : m_log.takeEntries()) {
             std::string line = Platform::Linux::Logging::logLine(expected.date, "info", entry.subsystem,
                                                                  entry.category, entry.line);
-            require(!line.empty() && line.back() == '\n', "an entry of the log ends its line");
+            require(!line.empty() && line.back() == '\n', "a log entry ends with a line break");
             line.pop_back();
-            // Tabs are kept, and do no harm.
+            // Tabs are allowed.
             std::replace(line.begin(), line.end(), '\t', ' ');
-            require(!Fuzzers::holdsControlCharacter(line), "an entry of the log is one line");
+            require(!Fuzzers::holdsControlCharacter(line), "a log entry is one line");
         }
     }
 
@@ -89,9 +89,11 @@ void Fuzzers::examine(std::string_view input)
         requireNoCanary(*refusal);
     const auto payload = Platform::Push::readPushPayload(input);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
-        require(!refusal->empty() && !holdsControlCharacter(*refusal), "a refusal has a reason of one line");
+        require(!refusal->empty() && !holdsControlCharacter(*refusal),
+                "a rejection has a reason of one line");
         return;
     }
-    require(input.size() <= Platform::Push::maximumPayloadSize, "no payload is larger than the largest");
+    require(input.size() <= Platform::Push::maximumPayloadSize,
+            "an accepted payload is within the size limit");
     Device().examine(std::get<PropertyList::Dictionary>(payload));
 }

@@ -1,4 +1,4 @@
-// Stored records that anybody could have changed: the snapshot and the history of notifications.
+// Fuzzes the readers of stored records, which another program may have changed: the snapshot and the history.
 
 #include "Core/ConfigurationSnapshot.h"
 #include "Core/Constants.h"
@@ -27,9 +27,9 @@ void examineSnapshot(const Platform::Data& stored)
     try {
         const ConfigurationSnapshot snapshot = ConfigurationSnapshot::decode(stored);
         static_cast<void>(snapshot.lastUpdated.utcText());
-        require(ConfigurationSnapshot::decode(snapshot.encode()) == snapshot, "a snapshot reads back equal");
+        require(ConfigurationSnapshot::decode(snapshot.encode()) == snapshot, "a snapshot survives encoding");
     } catch (const DecodingError& error) {
-        require(*error.what() != '\0', "a snapshot that is refused has a reason");
+        require(*error.what() != '\0', "a rejected snapshot has a reason");
     }
 }
 
@@ -48,14 +48,14 @@ void examineHistory(const Platform::Data& stored)
     for (const auto& summary : before)
         static_cast<void>(summary.date.utcText());
     require(processor.recentPayloadSummaries(1).size() == std::min<std::size_t>(before.size(), 1),
-            "no more records come than were asked for");
+            "the number of records respects the limit");
 
     processor.processRemoteNotification({{"aps", Platform::PropertyList::Dictionary{{"alert", "newest"}}}},
                                         [](Platform::BackgroundFetchResult, bool) {});
     const Summaries after = processor.recentPayloadSummaries(all + 1);
     require(after.size() == std::min(before.size() + 1, historyLimit) && after.front().title == "newest",
-            "the newest notification joins the history, which keeps its limit");
-    require(std::equal(after.begin() + 1, after.end(), before.begin()), "older records stay as they were");
+            "the newest notification is added and the history stays within its limit");
+    require(std::equal(after.begin() + 1, after.end(), before.begin()), "older records are unchanged");
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// Encrypted pushes. An input is tried as it stands, and as the plan of a message: how it is padded, what is
-// altered in it on the way, and its text.
+// Fuzzes the decryption of pushes. An input is used both as a message and as a plan for one: its padding, an
+// alteration, and its text.
 
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/Encoding.h"
@@ -30,7 +30,7 @@ std::optional<std::string> decrypted(std::string_view message)
     try {
         return deviceKeys().decrypt(message);
     } catch (const WebPushError& error) {
-        require(*error.what() != '\0', "a message that is refused has a reason");
+        require(*error.what() != '\0', "a rejected message has a reason");
         return std::nullopt;
     }
 }
@@ -81,8 +81,9 @@ std::string altered(std::string message, const Plan& plan)
     return message;
 }
 
-/// Nothing but the record size, which may be any that is large enough, can be altered unnoticed.
-bool isRecordSizeAlone(const std::string& message, const std::string& alteredMessage)
+/// Returns whether only the record size differs. That change may go undetected: any size that is large enough
+/// is valid.
+bool differsOnlyInRecordSize(const std::string& message, const std::string& alteredMessage)
 {
     return message.size() == alteredMessage.size() && message.substr(0, 16) == alteredMessage.substr(0, 16) &&
            message.substr(20) == alteredMessage.substr(20);
@@ -103,12 +104,12 @@ void examinePlan(const Plan& plan)
          .senderPrivateKey = std::string(32, '\3'),
          .recordSize = static_cast<std::uint32_t>(plan.hasTightRecord ? leastRecordSize : 4096),
          .padding = padding});
-    require(decrypted(message) == plan.text, "a message is decrypted to its text");
+    require(decrypted(message) == plan.text, "a message decrypts to its text");
 
-    const std::string onTheWay = altered(message, plan);
-    const auto text = decrypted(onTheWay);
-    require(!text || (isRecordSizeAlone(message, onTheWay) && *text == plan.text),
-            "an altered message is refused");
+    const std::string alteredMessage = altered(message, plan);
+    const auto text = decrypted(alteredMessage);
+    require(!text || (differsOnlyInRecordSize(message, alteredMessage) && *text == plan.text),
+            "an altered message is rejected");
 }
 
 void examineSubscription(std::string_view endpoint)
@@ -119,14 +120,14 @@ void examineSubscription(std::string_view endpoint)
         WebPushSubscription::parse(Platform::Push::webPushSubscription(endpoint, deviceKeys()));
     require(parsed.endpoint == endpoint && parsed.publicKey == Fuzzers::textOf(deviceKeys().publicKey()) &&
                 parsed.authSecret == Fuzzers::textOf(deviceKeys().authSecret()),
-            "a subscription says what it was made of");
+            "a subscription survives encoding");
 }
 
 void examineBase64(std::string_view text)
 {
     if (const auto bytes = Platform::decodeBase64URL(text))
         require(Platform::base64Text(*bytes, Platform::Base64Form::url) == text,
-                "base64 stands for bytes in one way alone");
+                "bytes have only one base64 encoding");
 }
 
 } // namespace
@@ -134,7 +135,8 @@ void examineBase64(std::string_view text)
 void Fuzzers::examine(std::string_view input)
 {
     if (const auto text = decrypted(input))
-        require(text->size() + headerSize + tagSize < input.size(), "a text is shorter than its message");
+        require(text->size() + headerSize + tagSize < input.size(),
+                "decrypted text is shorter than its message");
     examineSubscription(input);
     examineBase64(input);
     if (input.size() >= Plan::headBytes)
