@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-// Letters and digits of ASCII. Unlike the functions of <cctype>, these do not depend on the locale of the
-// process: in a Turkish one, std::tolower('I') is not 'i'.
+// ASCII letters and digits. Unlike the functions of <cctype>, these do not depend on the locale: in a Turkish
+// locale, std::tolower('I') is not 'i'.
 
 namespace Platform {
 
@@ -36,7 +36,7 @@ constexpr char upperCaseASCII(char character)
     return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
 }
 
-/// Whether both texts are the same but for the case of ASCII letters.
+/// Returns whether both strings are equal when the case of ASCII letters is ignored.
 constexpr bool equalsIgnoringASCIICase(std::string_view left, std::string_view right)
 {
     if (left.size() != right.size())

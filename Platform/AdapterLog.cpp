@@ -16,18 +16,18 @@ void AdapterLog::write(LogType type, std::string_view line) const noexcept
     try {
         m_log.write(m_handle, type, LogVisibility::public_, printable(line));
     } catch (const std::exception&) {
-        // Out of memory: the line is lost, the caller is not.
+        // Out of memory: lose the line rather than fail the caller.
     }
 }
 
 void ErrorLine::report(const std::string& line, std::string_view occasion)
 {
-    std::string said = line;
-    said.append("\n").append(occasion);
-    if (said == m_last)
+    std::string entry = line;
+    entry.append("\n").append(occasion);
+    if (entry == m_last)
         return;
     m_log.error(line);
-    m_last = std::move(said);
+    m_last = std::move(entry);
 }
 
 } // namespace Platform

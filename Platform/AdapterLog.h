@@ -7,16 +7,16 @@
 
 namespace Platform {
 
-/// Logs the adapters' own lines about the device, such as a policy file that cannot be read. They carry
-/// paths and reasons, never a configured value, and are therefore public. File names and the messages of
-/// libraries may hold anything: what is unprintable in a line is escaped here.
+/// Writes the adapters' log lines about the device, such as a policy file that cannot be read. The lines are
+/// public: they contain paths and reasons, never a configured value. Unprintable characters are escaped,
+/// because file names and library messages can contain anything.
 ///
 /// Threads: any.
 class AdapterLog {
 public:
     AdapterLog(UnifiedLog& log, std::string subsystem);
     void error(std::string_view line) const noexcept { write(LogType::error, line); }
-    /// For what works, and should be known to whoever reads the log.
+    /// For problems that do not stop the adapter from working.
     void warning(std::string_view line) const noexcept { write(LogType::default_, line); }
 
 private:
@@ -26,10 +26,9 @@ private:
     LogHandle m_handle;
 };
 
-/// Says the same thing once: a line equal to the one before, said for the same occasion, is dropped until
-/// `reset()`.
+/// Logs an error once: drops a line that repeats the previous line and occasion, until `reset()`.
 ///
-/// Threads: guarded by its owner.
+/// Threads: not synchronized; the owner serializes calls.
 class ErrorLine {
 public:
     explicit ErrorLine(const AdapterLog& log) : m_log(log) {}

@@ -7,41 +7,40 @@
 
 namespace Platform {
 
-/// How the user wants applications to look.
+/// The user's preferences for how applications look.
 struct Appearance {
     bool isDark = false;
     bool isMotionReduced = false;
-    /// What the sizes of texts are multiplied by, 1 to 2.
+    /// The factor for font sizes, from 1 to 2.
     double textScale = 1;
 
     bool operator==(const Appearance&) const = default;
 };
 
-/// The appearance that the system asks for.
+/// Reports the appearance that is set on the system.
 ///
-/// Threads: main. Implementers owe: the observer is called on the main thread, never inside `observe()`.
+/// Threads: main. Implementations must call the observer on the main thread, and never inside `observe()`.
 class AppearanceSource {
 public:
     using Observer = std::function<void(const Appearance& appearance)>;
 
     virtual ~AppearanceSource() = default;
 
-    /// The defaults until the system has answered.
+    /// Returns the current appearance, or the default values until the system has reported one.
     [[nodiscard]] virtual Appearance current() const = 0;
-    /// `observer` is called when the first answer comes, even one that equals the defaults, and on every
-    /// change; not for an answer that is there already. It takes the place of the one before; an empty one
-    /// ends the observation.
+    /// Replaces the observer; an empty one ends the observation. The observer is called for the system's
+    /// first report, even if it equals the defaults, and on every change after that. It is not called for a
+    /// report that arrived earlier.
     virtual void observe(Observer observer) = 0;
 };
 
-/// One appearance from the start to the end: for development, for pictures, and where no system can be
-/// setting.
+/// An appearance that never changes: for development, for screenshots, and where the system reports none.
 class FixedAppearance final : public AppearanceSource {
 public:
     explicit FixedAppearance(const Appearance& appearance = {}) : m_appearance(appearance) {}
 
-    /// The one that QUORVANE_APPEARANCE asks for in place of the system's, "dark" or "light"; null for
-    /// anything else.
+    /// Returns the appearance named by the environment variable QUORVANE_APPEARANCE, "dark" or "light"; null
+    /// for any other value.
     static std::unique_ptr<FixedAppearance> fromEnvironment()
     {
         const char* value = std::getenv("QUORVANE_APPEARANCE");

@@ -4,7 +4,9 @@
 
 namespace Platform {
 
-/// The wall clock. The only source of the present time; may be read from any thread.
+/// The wall clock, and the only source of the current time.
+///
+/// Threads: any.
 class Clock {
 public:
     virtual ~Clock() = default;

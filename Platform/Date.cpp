@@ -10,7 +10,7 @@ namespace Platform {
 
 namespace {
 
-/// Appends a number that is not negative in at least `width` digits, and `delimiter`.
+/// Appends a non-negative number, zero-padded to `width` digits, and `delimiter`.
 void appendNumber(std::string& out, std::int64_t number, std::size_t width, char delimiter)
 {
     const std::string digits = std::to_string(number);

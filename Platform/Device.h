@@ -17,54 +17,56 @@ class UserDefaults;
 /// Where pushes come from.
 enum class PushSource { automatic, local, off };
 
-/// What the command line may change about a device.
+/// The device settings of the command line.
 struct DeviceOptions {
     std::optional<std::string> managedConfiguration = {};
     PushSource push = PushSource::automatic;
     bool isLoggingToStandardError = false;
-    /// For a push that waits: no window opens before the user asks for one.
+    /// The session bus started the program to receive a push, so it opens no window until the user activates
+    /// it.
     bool isStartedByBus = false;
 };
 
-/// The main thread, as the device sees it.
+/// The event loop of the main thread, as the device uses it.
 struct EventLoop {
     DispatchQueue& mainQueue;
     TimerScheduler& timers;
-    /// Ends the program. Any thread.
+    /// Ends the program. May be called on any thread.
     std::function<void()> quit;
-    /// Brings the program to the front. Any thread.
+    /// Brings the program to the front. May be called on any thread.
     std::function<void()> activate;
 };
 
-/// What is drawn in the application's window in the system's name.
+/// The parts of the system's user interface that are drawn in the application's window.
 struct SystemInterface {
     PermissionPrompt& prompt;
     NotificationPresenter& banner;
-    /// Shows the page of this application in the settings.
+    /// Shows this application's page in the system settings.
     std::function<void()> openSettings;
 };
 
-/// The device that the application runs on. Builds and owns the adapters of one system, in the order in which
-/// they need each other.
+/// The device that the application runs on: builds and owns all adapters of one operating system. A port to
+/// another system implements this class.
 ///
-/// Threads: main. Ownership: the event loop outlives the device.
+/// Threads: main. Ownership: the event loop must outlive the device.
 class Device {
 public:
     virtual ~Device() = default;
 
     virtual AppearanceSource& appearance() = 0;
     virtual NotificationPreferences& notificationPreferences() = 0;
-    /// What the system remembers about the application, such as the place of its window.
+    /// The system's own state for the application, such as its window's position.
     virtual UserDefaults& systemStore() = 0;
 
-    /// Builds what needs `interface`, which must outlive the last call of the event loop, and returns all
-    /// services of the application. Once.
+    /// Builds the adapters that need `interface`, and returns the services of the application. Called once.
+    /// `interface` must outlive the event loop's last item.
     virtual const Services& connect(const SystemInterface& interface) = 0;
-    /// Lets changes of the configuration and pushes come in. Once, with the delegate of the application set.
+    /// Starts delivering configuration changes and pushes. Called once, after the application delegate is
+    /// set.
     virtual void start() = 0;
-    /// Nothing comes in any more.
+    /// Stops delivering them.
     virtual void stop() = 0;
-    /// Whether the user has the application in front.
+    /// Sets whether the application is in the foreground.
     virtual void setActive(bool isActive) = 0;
 };
 

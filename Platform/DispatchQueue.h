@@ -4,11 +4,12 @@
 
 namespace Platform {
 
-/// A queue of work items, run one after the other in the order of their scheduling.
+/// A first-in, first-out queue of work items.
 ///
-/// Threads: `async` may be called from any thread. All items of one queue run on one thread.
-/// Implementers owe: first in, first out; an item never runs inside the call that scheduled it; an item that
-/// throws ends the process. Each says what becomes of items that still wait when the queue is destroyed.
+/// Threads: `async` may be called on any thread. All items of one queue run on one thread.
+///
+/// Implementations must never run an item inside the `async` call, must end the process if an item throws,
+/// and must document what happens to items that are pending when the queue is destroyed.
 class DispatchQueue {
 public:
     using Work = std::function<void()>;

@@ -14,19 +14,19 @@ constexpr std::string_view base64Alphabet(Base64Form form)
                                         : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 }
 
-/// The code points that never stand for a character, although they can be written in UTF-8.
+/// Returns whether Unicode reserves the code point as a noncharacter.
 bool isNoncharacter(char32_t codePoint)
 {
     return (codePoint >= 0xFDD0 && codePoint <= 0xFDEF) || (codePoint & 0xFFFEU) == 0xFFFE;
 }
 
-/// The line and the paragraph separator, which some readers take for a line break.
+/// Returns whether this is the line or paragraph separator, which some programs treat as a line break.
 bool isSeparator(char32_t codePoint)
 {
     return codePoint == 0x2028 || codePoint == 0x2029;
 }
 
-/// Appends the escape of a code point of at most 16 bits.
+/// Appends the escape sequence of a code point of at most 16 bits.
 void appendEscape(std::string& out, char32_t codePoint)
 {
     constexpr std::string_view digits = "0123456789abcdef";
@@ -219,7 +219,7 @@ std::optional<Data> decodeBase64URL(std::string_view text)
             bits &= (1U << bitCount) - 1;
         }
     }
-    // Six bits left over are a digit that begins no byte; those of fewer only fill up the last digit.
+    // Six bits left over are an incomplete byte; fewer are padding of the last digit and must be 0.
     if (bitCount == 6 || bits != 0)
         return std::nullopt;
     return bytes;

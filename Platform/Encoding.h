@@ -16,58 +16,58 @@ struct DecodedCharacter {
     std::size_t length = 0;
 };
 
-/// The first character of `text`, which is not empty; absent where it is not valid UTF-8. Source: RFC 3629.
+/// Decodes the first character of `text`, which must not be empty. Absent if it is not valid UTF-8. Source:
+/// RFC 3629.
 std::optional<DecodedCharacter> decodeUTF8(std::string_view text);
 
-/// The same, with a byte that is not valid UTF-8 for a character of its own number.
+/// Decodes the first character like `decodeUTF8`, but returns an invalid byte as a character of that value.
 DecodedCharacter characterOrByte(std::string_view text);
 
 void appendUTF8(std::string& out, char32_t codePoint);
 
-/// Whether the character is for devices rather than readers (Unicode category Cc): it may end a line or steer
-/// a terminal.
+/// Returns whether the character is a control character (Unicode category Cc), which can end a line or
+/// control a terminal.
 bool isControlCharacter(char32_t codePoint);
 
-/// Whether the character can reorder the text around it: the explicit bidirectional controls and the marks.
-/// Source: Unicode Standard Annex #9, section 2.
+/// Returns whether the character can reorder the text around it. Source: Unicode Standard Annex #9,
+/// section 2.
 bool isBidirectionalControl(char32_t codePoint);
 
-/// Whether the character must not reach a terminal, a log line or a notification as it is: a control
+/// Returns whether the character must not reach a terminal, a log line or a notification unescaped: a control
 /// character, a line or paragraph separator, or a bidirectional control.
 bool isUnprintable(char32_t codePoint);
 
 enum class LineBreaks { kept, replaced };
 
-/// `text` with everything unprintable escaped: "\n", "\r", "\t", "\x1b" or "\u202e"; a byte that is not
-/// valid UTF-8 becomes "\xff". The result is valid UTF-8 and, unless line breaks are kept, one line.
+/// Returns `text` with unprintable characters escaped as "\n", "\r", "\t", "\x1b" or "\u202e", and invalid
+/// UTF-8 bytes as "\xff". The result is valid UTF-8 and, unless line breaks are kept, a single line.
 std::string printable(std::string_view text, LineBreaks lineBreaks = LineBreaks::replaced);
 
-/// `text` as a notification may show it, where escapes would only puzzle the reader: everything unprintable
-/// is left out, tabs and replaced line breaks become blanks, and U+FFFD stands for what is not valid UTF-8 or
-/// never a character.
+/// Returns `text` for display in a notification, without escapes: unprintable characters are removed, tabs
+/// and replaced line breaks become spaces, and invalid UTF-8 and noncharacters become U+FFFD.
 std::string plainText(std::string_view text, LineBreaks lineBreaks);
 
-/// Whether the byte goes on with a character that another one began.
+/// Returns whether the byte is a continuation byte of a UTF-8 sequence.
 bool isContinuationByte(char byte);
 
-/// Whether all of `bytes` is valid UTF-8.
+/// Returns whether `bytes` is valid UTF-8.
 bool isUTF8(std::string_view bytes);
 
-/// Two lower-case digits per byte, in order, without separators.
+/// Returns two lowercase hexadecimal digits per byte, without separators.
 std::string hexadecimalText(const Data& bytes);
 
-/// The forms of RFC 4648: of section 4, with padding, and of section 5, for URLs, without.
+/// The forms of RFC 4648: `standard` is section 4, with padding; `url` is section 5, without padding.
 enum class Base64Form { standard, url };
 
-/// Without line breaks.
+/// Encodes `bytes` as Base64, without line breaks.
 std::string base64Text(std::span<const std::byte> bytes, Base64Form form);
 inline std::string base64Text(std::string_view bytes)
 {
     return base64Text(std::as_bytes(std::span(bytes)), Base64Form::standard);
 }
 
-/// The bytes that base64 in its form for URLs stands for. Absent unless `text` is what `base64Text` writes
-/// for them: no padding, no other characters, no bits that are left over and set.
+/// Decodes Base64 of the form `url`. Absent unless `text` is exactly what `base64Text` would write: no
+/// padding, no other characters, and no unused bits that are set.
 std::optional<Data> decodeBase64URL(std::string_view text);
 
 } // namespace Platform

@@ -6,7 +6,7 @@ namespace Platform {
 
 std::string errorText(int errorNumber)
 {
-    // Unlike strerror(3), in English whatever the locale.
+    // Unlike strerror(3), this is always English.
     const char* text = ::strerrordesc_np(errorNumber);
     return text != nullptr ? text : "error " + std::to_string(errorNumber);
 }

@@ -2,8 +2,8 @@
 
 namespace Platform {
 
-/// What a program ends with, after sysexits(3). `checkFailed` is the answer of an examination rather than an
-/// error.
+/// The exit codes of the programs, following sysexits(3). `checkFailed` is the result of a check that found
+/// problems, not an error of the program.
 enum ExitCode {
     success = 0,
     checkFailed = 1,

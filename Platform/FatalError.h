@@ -4,8 +4,8 @@
 
 namespace Platform {
 
-/// Ends the process after writing `sentence` to standard error: for misuse of our own interfaces and for
-/// states from which going on would damage data. Never for bad input.
+/// Writes `sentence` to standard error and aborts. For misuse of our interfaces, or if continuing could
+/// damage data; never for bad input.
 [[noreturn]] void fatalError(std::string_view sentence) noexcept;
 
 } // namespace Platform

@@ -12,28 +12,28 @@ namespace Platform {
 
 class DispatchQueue;
 
-/// Values by name that a notification carries; who posts it documents their types.
+/// The values of a notification, by name. The poster documents their types.
 using UserInfo = std::map<std::string, std::any, std::less<>>;
 
 struct Notification {
     std::string name;
-    /// Who posted it; null when nobody in particular. An identity, never dereferenced here.
+    /// The object that posted it, or null. Used only for comparison, never dereferenced.
     const void* sender = nullptr;
     UserInfo userInfo;
 };
 
-/// In-process notifications: posted by name and sender, delivered to every observer of both.
+/// Delivers notifications within the process to the observers of their name and sender.
 ///
-/// Threads: every operation from any thread, concurrently.
-/// Ownership: a registration lives until its token is destroyed, or for as long as the centre when its token
-/// is released. A block in delivery when its token goes still runs to its end.
+/// Threads: any, concurrently.
+/// Ownership: a registration lasts until its token is destroyed; if the token was released, it lasts as long
+/// as the center. A delivery that has begun, or is already on its queue, still completes after that.
 class NotificationCenter {
     struct State;
 
 public:
     using Block = std::function<void(const Notification&)>;
 
-    /// Ends its registration when destroyed.
+    /// Removes its registration when destroyed.
     class [[nodiscard]] Token {
     public:
         Token() = default;
@@ -41,7 +41,7 @@ public:
         Token& operator=(Token&& other) noexcept;
         ~Token();
 
-        /// Gives the registration up to the centre: it can no longer be ended.
+        /// Makes the registration permanent.
         void release();
 
     private:
@@ -55,8 +55,8 @@ public:
 
     NotificationCenter();
 
-    /// Observes the notifications called `name` of `sender`, or of every sender when that is null. Each is
-    /// delivered on `queue`, in the order of posting; without a queue inside the posting call.
+    /// Observes the notifications named `name` from `sender`, or from all senders if it is null. They are
+    /// delivered on `queue`, in the order of posting, or inside the `post` call if `queue` is null.
     Token addObserver(std::string_view name, const void* sender, DispatchQueue* queue, Block block);
 
     void post(Notification notification);

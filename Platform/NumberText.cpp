@@ -23,7 +23,7 @@ std::string shortestRealText(double value)
 
 std::optional<double> parseDecimal(std::string_view digits)
 {
-    // The conversion below also takes "inf" and "nan", which are spelled differently in each format.
+    // std::from_chars also accepts "inf" and "nan", which each format spells differently.
     const std::size_t start = digits.starts_with('-') ? 1 : 0;
     if (digits.find_first_of("0123456789.", start) != start)
         return std::nullopt;

@@ -90,7 +90,7 @@ std::string PropertyList::numberText() const
         return *value ? "1" : "0";
     if (const auto* value = real())
         return realText(*value);
-    fatalError("PropertyList::numberText() was asked of a value that is no number");
+    fatalError("PropertyList::numberText() was called on a value that is not a number");
 }
 
 std::string PropertyList::description() const

@@ -16,11 +16,12 @@
 
 namespace Platform {
 
-/// One loosely typed value as device management and the defaults stores know it: text, integer, real,
-/// boolean, date, data, array or dictionary; and null, which JSON alone can say.
+/// A dynamically typed value of a policy file, a push or a defaults store: text, integer, real, boolean,
+/// date, data, array, dictionary, or null, which only JSON can express.
 ///
-/// Immutable. Copies share their arrays and dictionaries, so a copy costs a reference count whatever its
-/// size, and may be read from any thread.
+/// Immutable. Copies share arrays and dictionaries, so copying a container is cheap regardless of its size.
+///
+/// Threads: any, concurrently.
 class PropertyList {
 public:
     struct Null {
@@ -39,7 +40,7 @@ public:
     PropertyList(Array value) : m_value(std::make_shared<const Array>(std::move(value))) {}
     PropertyList(Dictionary value) : m_value(std::make_shared<const Dictionary>(std::move(value))) {}
 
-    /// Integers reach from the least signed to the greatest unsigned 64-bit value.
+    /// Accepts the ranges of signed and unsigned 64-bit integers.
     template <std::integral Integer>
     PropertyList(Integer value)
     {
@@ -49,7 +50,8 @@ public:
             m_value = static_cast<std::uint64_t>(value);
     }
 
-    // Each answers the value when it has that type, null otherwise. The pointer lives as long as this value.
+    // Each returns the value if it has that type, null otherwise. The pointer is valid as long as this
+    // object.
     [[nodiscard]] const std::string* text() const { return std::get_if<std::string>(&m_value); }
     [[nodiscard]] const std::int64_t* integer() const { return std::get_if<std::int64_t>(&m_value); }
     [[nodiscard]] const double* real() const { return std::get_if<double>(&m_value); }
@@ -61,7 +63,7 @@ public:
     /// An integer above the signed range.
     [[nodiscard]] const std::uint64_t* largeInteger() const { return std::get_if<std::uint64_t>(&m_value); }
 
-    // The same for one that is no longer needed, without a copy; absent when it has another type.
+    // Each moves the value out if it has that type; absent otherwise.
     [[nodiscard]] std::optional<std::string> takeText() && { return take<std::string>(); }
     [[nodiscard]] std::optional<Data> takeData() && { return take<Data>(); }
 
@@ -69,17 +71,17 @@ public:
     [[nodiscard]] bool isNumber() const;
     [[nodiscard]] bool isNull() const { return std::holds_alternative<Null>(m_value); }
 
-    /// The type in words for people: "text", "integer", "dictionary", …
+    /// Returns the human-readable name of the type: "text", "integer", "dictionary", …
     [[nodiscard]] const char* typeName() const;
 
-    /// A number's decimal text: integers in full, reals to 16 significant digits ("3.5", "1e+20"), booleans
-    /// "1" and "0". Only for numbers.
+    /// Returns a number as decimal text: reals with up to 16 significant digits ("3.5", "1e+20"), booleans as
+    /// "1" and "0". The value must be a number.
     [[nodiscard]] std::string numberText() const;
 
-    /// The default textual rendering: text as itself, a number as its decimal text, a boolean as "true" or
-    /// "false", containers in brackets with their texts quoted and their keys sorted. Equal values give equal
-    /// renderings. Different ones give different renderings, except for numbers with the same decimal text
-    /// and for a text on its own, which may look like any other value.
+    /// Returns the default text form: text as it is, numbers as decimal text, booleans as "true" or "false",
+    /// containers in brackets with quoted strings and sorted keys. Equal values have equal descriptions.
+    /// Different values have different ones, except for numbers with the same decimal text, and for text
+    /// outside a container, which can look like any other value.
     [[nodiscard]] std::string description() const;
 
     friend bool operator==(const PropertyList& left, const PropertyList& right);
@@ -103,8 +105,8 @@ private:
         m_value;
 };
 
-/// The value under `key`; a null one when there is none, or when `value` is no dictionary. Lives as long as
-/// what it is taken from.
+/// Returns the value for `key`, or a null value if it is missing or `value` is not a dictionary. The
+/// reference is valid as long as the first argument.
 const PropertyList& member(const PropertyList::Dictionary& dictionary, std::string_view key);
 const PropertyList& member(const PropertyList& value, std::string_view key);
 

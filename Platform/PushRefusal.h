@@ -4,14 +4,14 @@
 
 namespace Platform {
 
-/// Why a payload was not accepted.
+/// The reason why a payload was refused.
 struct PushRefusal {
-    /// A sentence without a full stop.
+    /// A human-readable clause, without a period.
     std::string reason;
-    /// The same payload may be accepted later, so the sender should keep it.
+    /// The same payload may be accepted later, so the sender should retry.
     bool isTemporary = false;
 
-    /// The store failed; its adapter has logged why.
+    /// The refusal for a store error, which the store has logged.
     static PushRefusal notStored() { return {"it could not be stored; see the log", true}; }
 
     friend bool operator==(const PushRefusal&, const PushRefusal&) = default;

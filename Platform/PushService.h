@@ -9,32 +9,34 @@
 
 namespace Platform {
 
-/// Told of what a push service has for this device. Threads: main.
+/// Receives the events of a push service.
+///
+/// Threads: main.
 class PushServiceListener {
 public:
-    /// Absent when everything the payload brought is committed or shown.
+    /// `refusal` is absent once the payload's content is committed or shown.
     using Completion = std::function<void(std::optional<PushRefusal> refusal)>;
 
     virtual ~PushServiceListener() = default;
 
     virtual void didRegister(const Data& deviceToken) = 0;
     virtual void didFailToRegister(const Error& error) = 0;
-    /// `completion` is to be called exactly once, on any thread.
+    /// The listener must call `completion` exactly once, on any thread.
     virtual void didReceive(const PropertyList::Dictionary& payload, Completion completion) = 0;
 };
 
-/// Brings the payloads that a backend sends to this device.
+/// Receives the pushes that a backend sends to this device.
 ///
-/// Threads: main. Implementers owe: the listener is called on the main thread, never inside one of these
-/// operations; a payload counts as delivered only after its completion.
+/// Threads: main. Implementations must call the listener on the main thread, never inside one of these
+/// operations, and must not acknowledge a payload before its completion is called.
 class PushService {
 public:
     virtual ~PushService() = default;
 
-    /// Payloads go to `listener` from now on; it must outlive the service. Once.
+    /// Starts delivering events to `listener`, which must outlive the service. Called once.
     virtual void start(PushServiceListener& listener) = 0;
-    /// Asks for the token of this device; the listener gets it, or the error. The same one every time unless
-    /// the service has lost it.
+    /// Requests the device token; the listener receives the token or an error. The token stays the same
+    /// unless the service has lost it.
     virtual void registerDevice() = 0;
 };
 

@@ -15,16 +15,16 @@ class UnifiedLog;
 class UserDefaultsDomains;
 class UserNotificationCenter;
 
-/// The adapters that this process runs on, as its entry point chose them. Services take their ports from here
-/// only where they build their process-wide `shared()` instance.
+/// The adapters of this process, chosen by its entry point. Only `shared()` functions take ports from here;
+/// all other code receives them through constructors.
 struct Services {
     UserDefaultsDomains& userDefaults;
     NotificationCenter& notificationCenter;
     /// The queue of the main thread.
     DispatchQueue& mainQueue;
-    /// A worker of lowered priority.
+    /// A worker thread with lowered priority.
     DispatchQueue& utilityQueue;
-    /// A worker for tasks that nobody waits for.
+    /// A worker thread for background tasks.
     DispatchQueue& defaultQueue;
     TimerScheduler& timers;
     const Clock& clock;
@@ -32,15 +32,15 @@ struct Services {
     URLSession& urlSession;
     UserNotificationCenter& userNotificationCenter;
     Application& application;
-    /// The application's identifier; absent when it has none.
+    /// The application's identifier; absent if it has none.
     std::optional<std::string> bundleIdentifier;
 };
 
-/// Makes `services` the process-wide ones. Once, on the main thread, before any `shared()` is called; the
-/// object must outlive every use.
+/// Sets the process-wide services. Must be called once, before any `shared()` function; `services` must
+/// outlive every use.
 void installServices(const Services& services);
 
-/// The installed services; without any the process ends.
+/// Returns the installed services. Ends the process if none have been installed.
 const Services& services();
 
 } // namespace Platform

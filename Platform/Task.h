@@ -19,7 +19,7 @@ class Task;
 
 namespace Detail {
 
-/// What the promises of all tasks share: who waits, and how control goes back to it.
+/// The common part of all task promises: resumes the awaiting coroutine when the task finishes.
 struct TaskPromiseBase {
     struct FinalAwaiter {
         [[nodiscard]] bool await_ready() const noexcept { return false; }
@@ -73,18 +73,18 @@ struct TaskPromise<void> : TaskPromiseBase {
 
 } // namespace Detail
 
-/// An asynchronous computation of a `T`, as a coroutine. It starts when it is awaited or spawned, runs on
-/// whichever thread resumes it, and hands its value or its exception to the one who awaits it.
+/// A coroutine that computes a `T`. It starts when it is awaited or spawned, runs on the thread that resumes
+/// it, and passes its value or exception to the awaiting coroutine.
 ///
-/// Ownership: the task owns its frame. Destroying a task that has not finished ends it at the point where it
-/// is suspended; whoever was to resume it must have been told.
+/// Ownership: the task owns its frame. Destroying an unfinished task destroys the frame at its suspension
+/// point, so nothing may resume it afterwards.
 ///
-/// g++ 12 destroys temporaries of a `co_await` expression too early or twice: name the operands first.
+/// g++ 12 destroys temporaries of a `co_await` expression too early or twice. Name the operands first:
 ///
-///     Task<int> answer(Port& port) {
-///         auto request = port.ask();
-///         const int half = co_await std::move(request);
-///         co_return 2 * half;
+///     Task<int> twice(Port& port) {
+///         auto request = port.number();
+///         const int number = co_await std::move(request);
+///         co_return 2 * number;
 ///     }
 template <typename T>
 class [[nodiscard]] Task {
@@ -137,7 +137,7 @@ inline Task<void> Detail::TaskPromise<void>::get_return_object()
     return Task<void>(std::coroutine_handle<TaskPromise<void>>::from_promise(*this));
 }
 
-/// Awaited, it goes on as an item of `queue`.
+/// Returns an awaitable that resumes the awaiting coroutine on `queue`.
 inline auto resumeOn(DispatchQueue& queue)
 {
     struct Awaiter {
@@ -154,7 +154,7 @@ inline auto resumeOn(DispatchQueue& queue)
 
 namespace Detail {
 
-/// A coroutine nobody awaits; its frame frees itself.
+/// A coroutine that is not awaited; its frame frees itself.
 struct Detached {
     struct promise_type {
         [[nodiscard]] Detached get_return_object() const noexcept { return {}; }
@@ -174,14 +174,16 @@ inline Detached runDetached(DispatchQueue& queue, Task<void> task)
 
 } // namespace Detail
 
-/// Starts `task` on `queue` and lets it run by itself. It must catch what it throws.
+/// Starts `task` on `queue` and returns immediately. An exception that leaves the task ends the process.
 inline void spawn(DispatchQueue& queue, Task<void> task)
 {
     Detail::runDetached(queue, std::move(task));
 }
 
-/// The far end of a `Suspension`: resumes the suspended coroutine, exactly once, from any thread. Copies are
-/// one.
+/// Resumes the coroutine of a `Suspension` with a value or an exception. Call `resume`
+/// exactly once, on any copy; a second call ends the process.
+///
+/// Threads: any.
 template <typename T>
 class Continuation {
 public:
@@ -213,8 +215,8 @@ private:
     std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
-/// Turns a platform callback into something to await: `start` gets the continuation, passes it on, and the
-/// coroutine sleeps until it is resumed. A resumption inside `start` is allowed.
+/// Turns a callback into an awaitable: `start` starts the operation, and the coroutine stays suspended until
+/// the continuation is resumed, which may happen inside `start`.
 ///
 ///     Suspension<Settings> settings([&](auto continuation) {
 ///         center.getSettings([=](Settings value) { continuation.resume(value); });
@@ -230,7 +232,7 @@ public:
     [[nodiscard]] bool await_ready() const noexcept { return false; }
     bool await_suspend(std::coroutine_handle<> awaiting)
     {
-        // The coroutine may be resumed, and this object with it destroyed, before `start` returns.
+        // The coroutine may resume, and destroy this object, before `start` returns.
         const auto state = m_continuation.m_state;
         state->awaiting = awaiting;
         const Start start = std::move(m_start);

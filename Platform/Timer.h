@@ -6,21 +6,21 @@
 
 namespace Platform {
 
-/// One scheduled timer. Destroying it cancels it; so does `invalidate()`, which may be called again, and also
-/// after it fired.
+/// A scheduled timer. Its destruction cancels it, and so does `invalidate()`, which may be called repeatedly
+/// and after the timer has fired.
 ///
-/// Threads: main only, the destructor included.
+/// Threads: main, the destructor included.
 class Timer {
 public:
     virtual ~Timer() = default;
     virtual void invalidate() = 0;
 };
 
-/// Makes one-shot timers of the main thread.
+/// Creates one-shot timers.
 ///
-/// Implementers owe: the block runs on the main thread, once, not before `interval` has passed and never
-/// inside the scheduling call; the block may destroy or replace its own timer; a pending timer keeps no other
-/// wake-ups than its own.
+/// Threads: main. Implementations must run the block once, on the main thread, after at least `interval` and
+/// never inside `scheduledTimer()`; must let the block destroy its own timer; and must wake up only when a
+/// timer is due.
 class TimerScheduler {
 public:
     using Block = std::function<void()>;

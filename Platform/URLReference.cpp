@@ -4,7 +4,7 @@ namespace Platform {
 
 namespace {
 
-/// Removes and returns what precedes the first of `delimiters`.
+/// Removes and returns the part before the first of `delimiters`.
 std::string_view takeUntil(std::string_view& text, std::string_view delimiters)
 {
     const std::string_view taken = text.substr(0, text.find_first_of(delimiters));

@@ -6,8 +6,8 @@
 
 namespace Platform {
 
-/// The components of a URL or a relative reference without their delimiters. An absent one differs from an
-/// empty one.
+/// The components of a URL or a relative reference, without their delimiters. An absent component differs
+/// from an empty one.
 struct URLParts {
     std::optional<std::string> scheme;
     std::optional<std::string> authority;
@@ -18,14 +18,15 @@ struct URLParts {
     friend bool operator==(const URLParts&, const URLParts&) = default;
 };
 
-/// Splits `text` by RFC 3986, appendix B. Does not check the form of any component.
+/// Splits a URL or relative reference into components, without validating them. Source: RFC 3986, appendix B.
 URLParts splitURL(std::string_view text);
 
-/// Resolves `reference` against `base` by RFC 3986, section 5.2. Removes dot segments and changes nothing
-/// else: escaped characters stay escaped, in their own letter case, and empty segments stay.
+/// Resolves `reference` against `base`, without validating either. The only normalization is the removal of
+/// dot segments: percent-encoded characters and empty segments stay as they are. The base may lack a scheme;
+/// the result then lacks one too.
 ///
-/// A base without a scheme gives a result without one. Absent when the result would read as another URL, such
-/// as a path that begins with "//" where no host precedes it. Neither argument is checked for its form.
+/// Absent if the result would parse as a different URL, for example a path that starts with "//" without a
+/// host before it. Source: RFC 3986, section 5.2.
 std::optional<std::string> resolveURLReference(std::string_view base, std::string_view reference);
 
 } // namespace Platform

@@ -15,7 +15,7 @@
 
 namespace Platform {
 
-/// Header fields by name, whose case does not count.
+/// Compares header field names, ignoring case.
 struct HeaderNameLess {
     using is_transparent = void;
     bool operator()(std::string_view left, std::string_view right) const;
@@ -23,16 +23,15 @@ struct HeaderNameLess {
 using HeaderFields = std::map<std::string, std::string, HeaderNameLess>;
 
 struct URLRequest {
-    /// Absolute, in the form of RFC 3986.
+    /// An absolute URL (RFC 3986).
     std::string url;
     std::string httpMethod = "GET";
     HeaderFields headerFields = {};
-    /// Absent: no body.
     std::optional<Data> httpBody = {};
-    /// How long nothing may arrive before the request fails.
+    /// The idle timeout: how long the request may go without receiving data.
     std::chrono::seconds timeoutInterval{60};
 
-    /// Replaces the field, whatever the case of its name.
+    /// Sets or replaces a header field; its name is not case-sensitive.
     void setValue(std::string value, std::string_view headerField);
 };
 
@@ -43,14 +42,14 @@ struct HTTPURLResponse {
 
 struct URLResponse {
     Data body;
-    /// Absent when the answer did not come over HTTP.
+    /// Absent if the response did not come over HTTP.
     std::optional<HTTPURLResponse> http;
 };
 
-/// Why a transfer failed.
+/// The error of a failed request.
 class URLError : public ErrorException {
 public:
-    /// The customary numbers of the domain "NSURLErrorDomain".
+    /// The codes of the domain "NSURLErrorDomain".
     enum class Code : std::int64_t {
         unknown = -1,
         cancelled = -999,
@@ -71,7 +70,7 @@ public:
         clientCertificateRequired = -1206,
     };
 
-    /// `description` is a sentence for people.
+    /// `description` is a human-readable sentence.
     URLError(Code code, std::string description) : ErrorException(std::move(description)), m_code(code) {}
 
     [[nodiscard]] Code code() const { return m_code; }
@@ -82,15 +81,19 @@ private:
     Code m_code;
 };
 
-/// Performs requests over the network.
+/// Performs HTTPS requests.
 ///
-/// Threads: any, concurrently; any number of requests may be under way.
-/// Implementers owe: one outcome per request, delivered on the thread that the implementation documents and
-/// never inside `start`; https alone, TLS 1.2 at least, certificates verified against the system's trust
-/// store; redirects followed to https addresses alone, without the request's credentials (`Authorization`,
-/// `Cookie`, `X-Device-Id`) once the host or port changes; connections reused; a body of at most
-/// `maximumBodyBytes` after decompression; a line break or NUL in a header field or the method fails the
-/// request and reaches no wire; requests under way when the session goes end as cancelled.
+/// Threads: any, concurrently. The number of concurrent requests is not limited.
+///
+/// Implementations must
+/// - complete each request exactly once, on a thread that they document and never inside `start()`;
+/// - allow only https, with TLS 1.2 or later and certificates that the system trusts;
+/// - follow redirects to https URLs only, and drop the credentials (`Authorization`, `Cookie`, `X-Device-Id`)
+///   when the host or port changes;
+/// - reuse connections;
+/// - fail a request whose response body exceeds `maximumBodyBytes` after decompression;
+/// - fail, without sending it, a request with a line break or NUL in its method or a header field;
+/// - complete pending requests as cancelled when the session is destroyed.
 class URLSession {
 public:
     using Outcome = std::variant<URLResponse, URLError>;
@@ -101,7 +104,8 @@ public:
     virtual ~URLSession() = default;
     virtual void start(URLRequest request, Completion completion) = 0;
 
-    /// Awaits the response; throws `URLError`. Goes on where the outcome is delivered.
+    /// Performs a request and returns its response. Throws `URLError`. The awaiting coroutine resumes on the
+    /// thread that completes the request.
     Task<URLResponse> data(URLRequest request);
 };
 

@@ -5,23 +5,24 @@
 
 namespace Platform {
 
-/// Where a line belongs: the program or component, and an area of it.
+/// The origin of a log line: a program or component, and an area within it.
 struct LogHandle {
     std::string subsystem;
     std::string category;
 };
 
-/// The system log's own severities, in rising order.
+/// The severities of the system log, in ascending order.
 enum class LogType { debug, info, default_, error, fault };
 
-/// Whether the text of a line may be stored readably.
+/// Whether a line's text may be stored in plain form.
 enum class LogVisibility { public_, private_ };
 
-/// The system's log.
+/// The system log.
 ///
 /// Threads: any, concurrently.
-/// Implementers owe: one entry per call, in the order of the calls of one thread; no exception leaves
-/// `write`; the text of a private line is replaced by "<private>" unless the machine's owner asked to see it.
+///
+/// Implementations must write one entry per call, keep the order of each thread's calls, and replace the text
+/// of a private line with "<private>" unless the owner of the device has turned that off.
 class UnifiedLog {
 public:
     virtual ~UnifiedLog() = default;

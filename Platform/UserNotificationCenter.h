@@ -10,7 +10,7 @@
 
 namespace Platform {
 
-/// What the user has decided about notifications. The numbers are the system's own.
+/// The user's decision about notifications. The values match the platform's.
 enum class AuthorizationStatus {
     notDetermined = 0,
     denied = 1,
@@ -19,14 +19,14 @@ enum class AuthorizationStatus {
     ephemeral = 4
 };
 
-/// Bits of what may be asked of the user.
+/// The bits of the permissions that can be requested.
 namespace AuthorizationOptions {
 inline constexpr unsigned badge = 1;
 inline constexpr unsigned sound = 2;
 inline constexpr unsigned alert = 4;
 } // namespace AuthorizationOptions
 
-/// Bits of how a notification is shown that arrives while the application is in front.
+/// The bits of how to show a notification that arrives while the application is in the foreground.
 namespace PresentationOptions {
 inline constexpr unsigned badge = 1;
 inline constexpr unsigned sound = 2;
@@ -38,55 +38,60 @@ struct NotificationSettings {
     AuthorizationStatus authorizationStatus = AuthorizationStatus::notDetermined;
 };
 
-/// A notification as the system shows it.
+/// A notification for the user.
 struct UserNotification {
-    /// Empty when it has none.
+    /// Empty if it has none.
     std::string title;
-    /// Empty when it has none.
+    /// Empty if it has none.
     std::string body;
-    /// The payload that it came from.
+    /// The payload of the push.
     PropertyList::Dictionary userInfo;
-    /// When it was delivered.
+    /// The time of delivery.
     Date date;
-    /// Whether the sender wants a sound with it.
+    /// Whether the sender requested a sound.
     bool hasSound = false;
-    /// Whether the sender wants it to wait for the user rather than to interrupt.
+    /// Whether the sender requested that it does not interrupt the user.
     bool isPassive = false;
 };
 
-/// What the user did with a notification: tapped it, chose an action, dismissed it.
+/// The user's response to a notification: a tap, an action or its dismissal.
 struct UserNotificationResponse {
     UserNotification notification;
 };
 
-/// Told of notifications while the application runs. Threads: main.
+/// Receives the notifications that arrive while the application runs, and the user's responses.
+///
+/// Threads: main.
 class UserNotificationCenterDelegate {
 public:
-    /// `options` are `PresentationOptions`; `isStored`: whether the record of the notification is committed.
+    /// `options` are `PresentationOptions` bits. `isStored` is whether the notification is committed to the
+    /// history.
     using PresentationCompletion = std::function<void(unsigned options, bool isStored)>;
 
     virtual ~UserNotificationCenterDelegate() = default;
 
-    /// A notification arrives while the application is in front.
+    /// Called when a notification arrives while the application is in the foreground.
     virtual void willPresent(const UserNotification& notification,
                              const PresentationCompletion& completion) = 0;
+    /// Called when the user responds to a notification.
     virtual void didReceive(const UserNotificationResponse& response,
                             const std::function<void()>& completion) = 0;
 };
 
-/// The system's centre of notifications.
+/// The system's notification center.
 ///
-/// Threads: operations from any. Implementers owe: every completion is called exactly once, on a thread of
-/// their own choice; the delegate is called on the main thread, and held weakly.
+/// Threads: any. Implementations must call each completion exactly once, on any thread; must call the
+/// delegate on the main thread; and must hold it weakly.
 class UserNotificationCenter {
 public:
-    /// Granted or not, or the error for which the user could not be asked.
+    /// `error` is set if the user could not be asked.
     using AuthorizationCompletion = std::function<void(bool isGranted, std::optional<Error> error)>;
 
     virtual ~UserNotificationCenter() = default;
 
     virtual void getNotificationSettings(std::function<void(NotificationSettings)> completion) = 0;
-    /// Asks the user, unless there is a decision already. `options` are `AuthorizationOptions`.
+    /// Asks the user for permission, unless the user has already decided. `options` are
+    /// `AuthorizationOptions` bits.
     virtual void requestAuthorization(unsigned options, AuthorizationCompletion completion) = 0;
     virtual void setDelegate(std::weak_ptr<UserNotificationCenterDelegate> delegate) = 0;
 };

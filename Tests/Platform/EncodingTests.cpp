@@ -7,12 +7,12 @@ using namespace std::string_view_literals;
 
 namespace {
 
-TEST(EncodingTest, TextIsMadeFitForTerminalsLogsAndNotifications)
+TEST(EncodingTest, EscapesForTerminalsAndLogsAndCleansForNotifications)
 {
     struct Case {
         std::string_view text;
         const char* printable;
-        /// As a notification shows it.
+        /// The result of `plainText`.
         const char* plain;
     };
     const Case cases[] = {
@@ -27,7 +27,7 @@ TEST(EncodingTest, TextIsMadeFitForTerminalsLogsAndNotifications)
         {"\u2028\u2029", "\\u2028\\u2029", "  "},
         {"\u200d\u2065\u202f\u206a\u2070", "\u200d\u2065\u202f\u206a\u2070",
          "\u200d\u2065\u202f\u206a\u2070"},
-        // An overlong escape character, a lone continuation byte, half a character, a surrogate.
+        // An overlong escape character, a lone continuation byte, an incomplete character, a surrogate.
         {"\xc0\x9b-\x9b-\xe2\x82(", "\\xc0\\x9b-\\x9b-\\xe2\\x82(", "\ufffd-\ufffd-\ufffd("},
         {"\xed\xa0\x80\uffff", "\\xed\\xa0\\x80\uffff", "\ufffd\ufffd"},
     };

@@ -13,7 +13,7 @@ using Platform::NotificationCenter;
 
 namespace {
 
-TEST(NotificationCenterTest, DeliversByNameAndSenderOnTheQueueOfEachObserver)
+TEST(NotificationCenterTest, DeliversByNameAndSenderOnEachObserversQueue)
 {
     ManualScheduler scheduler;
     NotificationCenter center;
@@ -66,7 +66,7 @@ TEST(NotificationCenterTest, ObserverMayUnregisterAndRegisterDuringDelivery)
     EXPECT_EQ(count, 11);
 }
 
-TEST(NotificationCenterTest, IsSafeAcrossThreadsAndTokensMayOutliveIt)
+TEST(NotificationCenterTest, IsThreadSafeAndTokensMayOutliveIt)
 {
     std::atomic<int> count = 0;
     NotificationCenter::Token survivor;

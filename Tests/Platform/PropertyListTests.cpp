@@ -17,7 +17,7 @@ using Platform::PropertyList;
 
 namespace {
 
-TEST(PropertyListTest, DescriptionIsDeterministicAndTellsContainersApart)
+TEST(PropertyListTest, DescriptionIsDeterministicAndDistinguishesContainers)
 {
     struct Case {
         PropertyList value;
@@ -39,8 +39,8 @@ TEST(PropertyListTest, DescriptionIsDeterministicAndTellsContainersApart)
         EXPECT_EQ(value.description(), expected);
 }
 
-// What printf's "%.16g" writes in the C locale.
-TEST(PropertyListTest, NumbersHaveOneTextInEveryLocale)
+// The expected text is that of printf's "%.16g" in the C locale.
+TEST(PropertyListTest, NumberTextDoesNotDependOnTheLocale)
 {
     struct Case {
         PropertyList value;
@@ -93,7 +93,7 @@ TEST(PropertyListTest, NumbersHaveOneTextInEveryLocale)
     EXPECT_TRUE(Platform::equalsIgnoringASCIICase("Ident\xC4", "iDENT\xC4"));
 }
 
-TEST(PropertyListTest, EqualityIsByTypeAndContent)
+TEST(PropertyListTest, ComparesTypeAndContent)
 {
     const PropertyList array{PropertyList::Array{1, "a"}};
     EXPECT_EQ(array, PropertyList(PropertyList::Array{1, "a"}));
@@ -104,7 +104,7 @@ TEST(PropertyListTest, EqualityIsByTypeAndContent)
     EXPECT_NE(PropertyList(PropertyList::Dictionary{}), PropertyList(PropertyList::Array{}));
 }
 
-TEST(DateTest, WritesUtcAndSurvivesAnyNumber)
+TEST(DateTest, WritesUTCForEveryNumber)
 {
     struct Case {
         double seconds;

@@ -16,8 +16,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// One way to run a queue and timers; `settle` lets everything scheduled, timers within a second included,
-/// happen.
+/// An implementation of a queue and timers. `settle` runs all pending items and the timers due within a
+/// second.
 struct SchedulingHarness {
     const char* name;
     std::function<void(
@@ -67,7 +67,7 @@ TEST_P(SchedulingContractTest, QueueRunsItemsInOrderAndNeverInsideTheSchedulingC
         std::vector<int> ran;
         bool isInsideCall = true;
         queue.async([&] {
-            // On a thread of its own the item must wait until the scheduling call has returned.
+            // A worker's item could run before the scheduling call returns, so it waits here.
             if (GetParam().name == std::string("Worker"))
                 scheduled.wait();
             EXPECT_FALSE(isInsideCall);
@@ -115,10 +115,10 @@ TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
 
 const auto byName = [](const auto& row) { return std::string(row.param.name); };
 INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulingContractTest, testing::ValuesIn(harnesses), byName);
-// Workers have no timers.
+// The other queues have no timers.
 INSTANTIATE_TEST_SUITE_P(Schedulers, TimerContractTest, testing::Values(harnesses[0], harnesses[1]), byName);
 
-TEST(YieldingQueueTest, OthersWaitForOneItemAtMostAndItsEndDropsTheRest)
+TEST(YieldingQueueTest, DelaysOthersByOneItemAndDropsPendingItemsWhenDestroyed)
 {
     ManualScheduler scheduler;
     std::vector<int> ran;
@@ -135,7 +135,7 @@ TEST(YieldingQueueTest, OthersWaitForOneItemAtMostAndItsEndDropsTheRest)
     EXPECT_EQ(ran, (std::vector{1, -1, 2, -2, 3, -3}));
 }
 
-TEST(WorkerQueueTest, EndComesAfterEverythingScheduled)
+TEST(WorkerQueueTest, DestructorRunsAllPendingItems)
 {
     std::promise<void> mayGoOn;
     std::vector<int> ran;

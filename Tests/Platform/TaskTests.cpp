@@ -24,7 +24,7 @@ Task<int> failing()
     co_return 0;
 }
 
-/// Many awaits in a row: a stack overflow if a finished task were resumed from inside the next one.
+/// Awaits many tasks in a row, which overflows the stack unless control is transferred symmetrically.
 Task<int> sumTo(int count)
 {
     int sum = 0;
@@ -35,7 +35,7 @@ Task<int> sumTo(int count)
     co_return sum;
 }
 
-TEST(TaskTest, RunsWhenSpawnedPassesValuesAndExceptionsOn)
+TEST(TaskTest, RunsWhenSpawnedAndForwardsValuesAndExceptions)
 {
     ManualScheduler scheduler;
     std::vector<std::string> events;
@@ -61,7 +61,7 @@ TEST(TaskTest, RunsWhenSpawnedPassesValuesAndExceptionsOn)
     EXPECT_EQ(events.back(), "on utility");
 }
 
-TEST(TaskTest, SuspensionWaitsForItsContinuationFromAnywhere)
+TEST(TaskTest, SuspensionResumesFromAnyThread)
 {
     ManualScheduler scheduler;
     std::vector<int> values;
@@ -93,7 +93,7 @@ TEST(TaskTest, SuspensionWaitsForItsContinuationFromAnywhere)
     EXPECT_DEATH(kept->resume(2), "resumed twice");
 }
 
-TEST(TaskTest, DestroyedTaskReleasesWhatItHolds)
+TEST(TaskTest, DestroyedTaskDestroysItsFrame)
 {
     const auto held = std::make_shared<int>(1);
     {

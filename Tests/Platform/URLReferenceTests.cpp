@@ -8,7 +8,7 @@ namespace {
 
 struct Case {
     const char* reference;
-    /// Null: there is no result.
+    /// Null if there is no result.
     const char* resolved;
 };
 
@@ -21,7 +21,7 @@ void expectResolutions(const char* base, const std::vector<Case>& cases)
 }
 
 // RFC 3986, sections 5.4.1 and 5.4.2.
-TEST(URLReferenceTest, ResolvesTheExamplesOfTheStandard)
+TEST(URLReferenceTest, ResolvesTheExamplesOfRFC3986)
 {
     expectResolutions("http://a/b/c/d;p?q", {{"g:h", "g:h"},
                                              {"g", "http://a/b/c/g"},
@@ -67,7 +67,7 @@ TEST(URLReferenceTest, ResolvesTheExamplesOfTheStandard)
                                              {"http:g", "http:g"}});
 }
 
-TEST(URLReferenceTest, LeavesEverythingButDotSegmentsAsItIs)
+TEST(URLReferenceTest, RemovesOnlyDotSegments)
 {
     expectResolutions("https://A.b:8443/%41%2F/%2e/%2E%2e/x?%2F#f",
                       {{"a%2Fb", "https://A.b:8443/%41%2F/%2e/%2E%2e/a%2Fb"},
@@ -82,7 +82,7 @@ TEST(URLReferenceTest, LeavesEverythingButDotSegmentsAsItIs)
                        {"//user%40:@h:/", "https://user%40:@h:/"}});
     expectResolutions("https://a", {{"b", "https://a/b"}, {"?q", "https://a?q"}, {"..//b", "https://a//b"}});
     expectResolutions("a.b/c/", {{"d:e", "d:e"}, {"./d:e", "a.b/c/d:e"}, {"/..", "/"}, {"//h", "//h"}});
-    // What would read as a host or a scheme.
+    // The result would parse as a host or a scheme.
     expectResolutions("a/", {{"..//b", nullptr}});
     expectResolutions("x:/", {{"..//b", nullptr}});
     expectResolutions("a", {{"./b:c", nullptr}});

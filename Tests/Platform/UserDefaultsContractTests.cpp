@@ -18,13 +18,13 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// One implementation of the defaults, alive.
+/// An implementation of the defaults under test.
 class DefaultsHarness {
 public:
     virtual ~DefaultsHarness() = default;
     virtual UserDefaultsDomains& domains() = 0;
     virtual NotificationCenter& center() = 0;
-    /// Lets pending change notifications arrive; returns once `isDone` or after a while.
+    /// Delivers pending change notifications until `isDone` returns true, for a limited time.
     virtual void settle(const std::function<bool()>& isDone) = 0;
     virtual void makeSuitesUnavailable() = 0;
 };
@@ -96,7 +96,7 @@ const Platform::Data allBytes = [] {
     return data;
 }();
 
-TEST_P(UserDefaultsContractTest, EveryTypeComesBackAsItWent)
+TEST_P(UserDefaultsContractTest, ReadsEveryTypeAsWritten)
 {
     const PropertyList values[] = {
         "text with \u00e4, \U0001F600 and a \"quote\"",
@@ -125,7 +125,7 @@ TEST_P(UserDefaultsContractTest, EveryTypeComesBackAsItWent)
     EXPECT_EQ(suite.object("key"), std::nullopt);
 }
 
-TEST_P(UserDefaultsContractTest, TypedGettersFallBackToTheirEmptyValue)
+TEST_P(UserDefaultsContractTest, TypedGettersReturnAnEmptyValueForOtherTypes)
 {
     struct Case {
         PropertyList value;
@@ -168,7 +168,7 @@ TEST_P(UserDefaultsContractTest, SuiteThatCannotBeOpenedIsAbsent)
     EXPECT_EQ(domains.suite("group.example"), nullptr);
 }
 
-TEST_P(UserDefaultsContractTest, StandardDomainAnnouncesItsChanges)
+TEST_P(UserDefaultsContractTest, StandardDomainPostsItsChanges)
 {
     int count = 0;
     const auto token = harness->center().addObserver(UserDefaults::didChangeNotification, &domains.standard(),
