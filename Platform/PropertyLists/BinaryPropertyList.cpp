@@ -12,11 +12,11 @@ namespace {
 
 constexpr std::size_t headerBytes = 8;
 constexpr std::size_t trailerBytes = 32;
-/// Texts and data of one document with every reference followed: a small document must not unfold into a huge
-/// one.
+/// The limit for all strings and data, counted once per reference. Without it a small document could expand
+/// to a huge one.
 constexpr std::size_t maximumExpandedBytes = std::size_t{64} * 1024 * 1024;
 
-/// `bytes`, eight at most, as one big-endian number.
+/// Decodes up to eight bytes as a big-endian number.
 std::uint64_t bigEndian(std::string_view bytes)
 {
     std::uint64_t value = 0;
@@ -37,12 +37,15 @@ public:
     PropertyList root() { return value(m_top); }
 
 private:
-    /// What the marker of an object says, and where the object goes on behind it.
+    /// An object's decoded marker.
     struct Object {
+        /// The high four bits of the marker.
         unsigned type = 0;
+        /// The low four bits of the marker.
         unsigned low = 0;
-        /// Of bytes, code units or elements, for the types that have a count.
+        /// The number of bytes, code units or elements, for the types that have a count.
         std::uint64_t count = 0;
+        /// Where the content starts, after marker and count.
         std::size_t offset = 0;
     };
 
@@ -69,7 +72,7 @@ private:
     std::size_t m_referenceBytes = 0;
     std::uint64_t m_objectCount = 0;
     std::uint64_t m_top = 0;
-    /// The containers being read, outermost first.
+    /// The indexes of the containers being read, outermost first.
     std::vector<std::uint64_t> m_path;
     std::uint64_t m_valueCount = 1;
     std::size_t m_expandedBytes = 0;
@@ -87,14 +90,14 @@ BinaryReader::BinaryReader(std::string_view bytes)
     const std::uint64_t tableOffset = bigEndian(trailer.substr(24, 8));
 
     if (m_offsetBytes < 1 || m_offsetBytes > 8 || m_referenceBytes < 1 || m_referenceBytes > 8)
-        fail("the trailer names an impossible size of offsets or references");
-    // Bounding the numbers by the size first keeps the sum below far from overflow.
+        fail("the trailer contains an invalid size of offsets or references");
+    // The first checks bound the numbers, so that the sum cannot overflow.
     const std::size_t tableEnd = bytes.size() - trailerBytes;
     if (tableOffset < headerBytes || tableOffset > tableEnd || m_objectCount > tableEnd ||
         tableOffset + m_objectCount * m_offsetBytes != tableEnd)
         fail("is cut short or damaged: the offset table does not fill the space before the trailer");
     if (m_top >= m_objectCount)
-        fail("the trailer names a root that does not exist");
+        fail("the trailer refers to a root object that does not exist");
     m_objects = bytes.substr(0, tableOffset);
     m_offsets = bytes.substr(tableOffset, tableEnd - tableOffset);
 }
@@ -105,14 +108,14 @@ BinaryReader::Object BinaryReader::objectAt(std::uint64_t index) const
         fail("refers to an object that does not exist");
     const std::uint64_t start = bigEndian(m_offsets.substr(index * m_offsetBytes, m_offsetBytes));
     if (start < headerBytes || start >= m_objects.size())
-        fail("an object lies outside the space for objects");
+        fail("an object starts outside the object area");
     const unsigned marker = static_cast<unsigned char>(m_objects[start]);
     Object object{marker >> 4U, marker & 0xFU, marker & 0xFU, start + 1};
     const bool isCounted = object.type >= 0x4 && object.type != 0x8;
     if (isCounted && object.low == 0xF) {
         const unsigned countMarker = static_cast<unsigned char>(slice(object.offset, 1).front());
         if (countMarker < 0x10 || countMarker > 0x13)
-            fail("the count of an object is damaged");
+            fail("an object has an invalid count");
         const std::size_t countBytes = std::size_t{1} << (countMarker & 0xFU);
         object.count = bigEndian(slice(object.offset + 1, countBytes));
         object.offset += 1 + countBytes;
@@ -120,11 +123,11 @@ BinaryReader::Object BinaryReader::objectAt(std::uint64_t index) const
     return object;
 }
 
-/// `count` units from `offset` on, none of them outside the space for objects.
+/// Returns `count` units starting at `offset`. Throws if they extend past the object area.
 std::string_view BinaryReader::slice(std::size_t offset, std::uint64_t count, std::size_t unitBytes) const
 {
     if (offset > m_objects.size() || count > (m_objects.size() - offset) / unitBytes)
-        fail("an object reaches beyond the space for objects");
+        fail("an object extends past the object area");
     return m_objects.substr(offset, count * unitBytes);
 }
 
@@ -150,7 +153,7 @@ PropertyList BinaryReader::value(std::uint64_t index)
     case 0x6:
         return text(object);
     case 0x8:
-        fail("holds a UID, which only archives of objects may hold");
+        fail("contains a UID, which is not a property list value");
     case 0xA:
     case 0xD: {
         enter(index);
@@ -160,7 +163,7 @@ PropertyList BinaryReader::value(std::uint64_t index)
     }
     case 0xB:
     case 0xC:
-        fail("holds a set, which is no property list value");
+        fail("contains a set, which is not a property list value");
     default:
         break;
     }
@@ -172,7 +175,7 @@ PropertyList BinaryReader::integer(const Object& object) const
     if (object.low > 4)
         fail("an integer is longer than 16 bytes");
     const std::string_view bytes = slice(object.offset, std::uint64_t{1} << object.low);
-    // Only integers of eight bytes and more have a sign.
+    // Integers of fewer than eight bytes are unsigned.
     const std::uint64_t low = bigEndian(bytes.substr(bytes.size() - std::min<std::size_t>(bytes.size(), 8)));
     if (bytes.size() < 8)
         return low;
@@ -219,7 +222,7 @@ std::string BinaryReader::text(const Object& object)
         return utf16Text(slice(object.offset, object.count, 2));
     const std::string_view bytes = slice(object.offset, object.count);
     if (std::ranges::any_of(bytes, [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; }))
-        fail("an ASCII text holds a byte that is not ASCII");
+        fail("an ASCII string contains a byte that is not ASCII");
     countExpanded(bytes.size());
     return std::string(bytes);
 }
@@ -235,7 +238,7 @@ std::string BinaryReader::utf16Text(std::string_view units)
         if (codePoint >= 0xD800 && codePoint < 0xE000) {
             const char32_t second = offset + 2 < units.size() ? unitAt(offset + 2) : 0;
             if (codePoint >= 0xDC00 || second < 0xDC00 || second >= 0xE000)
-                fail("a UTF-16 text holds one half of a surrogate pair without the other");
+                fail("a UTF-16 string contains half of a surrogate pair");
             codePoint = 0x10000 + ((codePoint - 0xD800) << 10U) + (second - 0xDC00);
             offset += 2;
         }
@@ -265,7 +268,7 @@ PropertyList BinaryReader::dictionary(const Object& object)
     for (std::uint64_t position = 0; position < object.count; ++position) {
         const Object key = objectAt(reference(references, position));
         if (key.type != 0x5 && key.type != 0x6)
-            fail("a key is not a text");
+            fail("a key is not a string");
         const auto [entry, isNew] = entries.try_emplace(text(key));
         if (!isNew)
             fail("a key appears twice in one dictionary");
@@ -274,7 +277,7 @@ PropertyList BinaryReader::dictionary(const Object& object)
     return entries;
 }
 
-/// Takes the container `index` onto the path, which bounds the depth of recursion.
+/// Pushes a container onto the path. Throws if it contains itself or the nesting is too deep.
 void BinaryReader::enter(std::uint64_t index)
 {
     if (std::ranges::find(m_path, index) != m_path.end())
@@ -295,7 +298,7 @@ void BinaryReader::countExpanded(std::size_t bytes)
 {
     m_expandedBytes += bytes;
     if (m_expandedBytes > maximumExpandedBytes)
-        fail(fmt::format("unfolds into more than {} MiB", maximumExpandedBytes >> 20U));
+        fail(fmt::format("expands to more than {} MiB", maximumExpandedBytes >> 20U));
 }
 
 std::uint64_t BinaryReader::reference(std::string_view references, std::uint64_t position) const

@@ -7,7 +7,7 @@ namespace Platform::PropertyLists {
 
 namespace {
 
-/// The least size of 1, 2, 4 or 8 bytes that holds `number`.
+/// Returns the smallest size of 1, 2, 4 or 8 bytes that can hold `number`.
 std::size_t bytesFor(std::uint64_t number)
 {
     std::size_t bytes = 1;
@@ -16,7 +16,8 @@ std::size_t bytesFor(std::uint64_t number)
     return bytes;
 }
 
-/// Bytes that are no valid UTF-8, which no reader here lets in, each become a replacement character.
+/// Converts UTF-8 to UTF-16. Each invalid byte, which no reader lets through, becomes a replacement
+/// character.
 std::u16string utf16(std::string_view text)
 {
     std::u16string units;
@@ -34,7 +35,7 @@ std::u16string utf16(std::string_view text)
     return units;
 }
 
-/// Lists the objects first, level by level instead of by recursion, then writes them one after the other.
+/// Collects all objects breadth-first, without recursion, then writes them in that order.
 class BinaryWriter {
 public:
     explicit BinaryWriter(const PropertyList& root);
@@ -42,7 +43,7 @@ public:
     Data write();
 
 private:
-    /// Either a text, which may be a key, or any other value.
+    /// Either a string, such as a key, or any other value.
     struct Object {
         const PropertyList* value = nullptr;
         const std::string* text = nullptr;
@@ -62,9 +63,10 @@ private:
     void writeNumber(std::uint64_t number, std::size_t bytes);
 
     std::vector<Object> m_objects;
-    /// Equal texts are one object, since dictionaries in a list repeat their keys.
+    /// The index of each string. Equal strings share one object, since dictionaries in an array repeat their
+    /// keys.
     std::map<std::string_view, std::size_t> m_texts;
-    /// The members of all containers in the order of `m_objects`.
+    /// The members of all containers, in the order of `m_objects`.
     std::vector<std::size_t> m_references;
     std::size_t m_writtenReferenceCount = 0;
     std::size_t m_referenceBytes = 1;
@@ -74,7 +76,7 @@ private:
 BinaryWriter::BinaryWriter(const PropertyList& root)
 {
     add(root);
-    // The list grows on the way.
+    // The loop appends to the list.
     std::size_t visitedCount = 0;
     while (visitedCount < m_objects.size())
         if (const PropertyList* value = m_objects[visitedCount++].value)
@@ -197,7 +199,7 @@ void BinaryWriter::writeReferences(std::size_t count)
         writeNumber(m_references[m_writtenReferenceCount], m_referenceBytes);
 }
 
-// Readers take integers of fewer than eight bytes as unsigned, so a negative one always has eight.
+// Integers of fewer than eight bytes are unsigned, so a negative one always takes eight.
 void BinaryWriter::writeInteger(std::int64_t value)
 {
     const auto bits = static_cast<std::uint64_t>(value);

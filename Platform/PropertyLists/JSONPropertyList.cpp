@@ -14,7 +14,7 @@ namespace {
 
 namespace json = boost::json;
 
-/// Builds the values from the parser's events. Its errors are thrown through the parser.
+/// Builds the values from the parser's events. Its exceptions pass through the parser.
 class JSONHandler {
 public:
     static constexpr std::size_t max_array_size = std::numeric_limits<std::size_t>::max();
@@ -24,11 +24,11 @@ public:
 
     explicit JSONHandler(TextDocument& document) : m_document(document) {}
 
-    /// Where the token stands that the next events are about.
+    /// Sets the offset of the token that causes the next events.
     void setTokenOffset(std::size_t offset) { m_token = offset; }
     PropertyList takeRoot() { return std::move(m_root); }
 
-    // The parser's side; it prescribes names and signatures. Every event succeeds or throws.
+    // The parser's handler interface. Every event returns true or throws.
     bool on_document_begin(json::error_code&) { return true; }
     bool on_document_end(json::error_code&) { return true; }
     bool on_array_begin(json::error_code&) { return begin(false); }
@@ -53,7 +53,7 @@ private:
         bool isDictionary = false;
         PropertyList::Array array;
         TextDictionary dictionary;
-        // The member under way.
+        // The member being read.
         std::string key;
         std::size_t keyOffset = 0;
         PropertyList* slot = nullptr;
@@ -99,7 +99,7 @@ bool JSONHandler::key(std::string name)
     return true;
 }
 
-// The parser's own conversion is off by a unit in the last place now and then.
+// The parser's own conversion is sometimes off by one unit in the last place.
 bool JSONHandler::real(const std::string& digits)
 {
     const auto value = parseDecimal(digits);
@@ -158,8 +158,8 @@ void JSONHandler::place(PropertyList value)
         m_frames.back().array.push_back(std::move(value));
 }
 
-/// The offset behind the token at `start` and everything up to the next one. A token is a text, an opening
-/// bracket or a word; a wrong one ends somewhere all the same.
+/// Returns the offset of the token after the one at `start`. A token is a string, an opening bracket or a
+/// word; malformed tokens also have an end.
 std::size_t nextToken(std::string_view text, std::size_t start)
 {
     constexpr std::string_view betweenTokens = " \t\r\n,:]}";
@@ -181,7 +181,7 @@ JSONSyntaxError explain(json::error_code failure, std::string_view text, std::si
         return {"a \\u escape without four hexadecimal digits", offset};
     if (failure == json::error::illegal_leading_surrogate ||
         failure == json::error::illegal_trailing_surrogate || failure == json::error::expected_utf16_escape)
-        return {"a \\u escape is one half of a surrogate pair without the other half", offset};
+        return {"a \\u escape is half of a surrogate pair; write both halves", offset};
     if (failure == json::error::exponent_overflow)
         return {"a number is out of range", offset};
     return explainJSONSyntax(text, failure == json::error::incomplete ? text.size() : offset);
@@ -193,11 +193,11 @@ PropertyListDocument readJSONPropertyList(std::string_view text, WithPlaces with
 {
     TextDocument document(text, withPlaces);
     json::parse_options options;
-    // The handler keeps the limit and has the better words for it.
+    // The handler enforces the limit with a better message.
     options.max_depth = maximumPropertyListDepth + 1;
     json::basic_parser<JSONHandler> parser(options, document);
 
-    // Fed token by token, the parser reports every event while its token is in hand.
+    // Passing one token at a time makes the parser report each event while the token's offset is known.
     std::size_t offset = text.find_first_not_of(textBlanks);
     json::error_code failure;
     while (offset < text.size() && !parser.done() && !failure) {
@@ -212,7 +212,7 @@ PropertyListDocument readJSONPropertyList(std::string_view text, WithPlaces with
         document.fail(error.reason, error.offset);
     }
     if (const std::size_t rest = text.find_first_not_of(textBlanks, offset); rest != std::string_view::npos)
-        document.fail("goes on after the end of the object", rest);
+        document.fail("has unexpected text after the end of the object; remove it", rest);
     return {parser.handler().takeRoot(), PropertyListFormat::json, document.takePlaces()};
 }
 

@@ -10,7 +10,7 @@ namespace Platform::PropertyLists {
 
 namespace {
 
-/// What precedes the place of an error.
+/// The state of the document at the position of an error.
 struct Context {
     enum class Last { openingBracket, key, colon, comma, value };
 
@@ -20,7 +20,7 @@ struct Context {
     std::size_t lastOffset = 0;
     /// The last string, without its closing quotation mark.
     std::string_view lastString;
-    // Whether the place lies inside a string, or in or right after an invalid word.
+    // Whether the position is inside a string, or inside or right after an invalid word.
     bool isInString = false;
     bool isInWord = false;
 
@@ -31,7 +31,7 @@ struct Context {
     }
 };
 
-/// The offset of the quotation mark that closes the string at `start`, or the end of the text.
+/// Returns the offset of the quotation mark that closes the string at `start`, or the end of the text.
 std::size_t closingMark(std::string_view text, std::size_t start)
 {
     std::size_t offset = start + 1;
@@ -40,7 +40,7 @@ std::size_t closingMark(std::string_view text, std::size_t start)
     return std::min(offset, text.size());
 }
 
-/// Takes in the token at `offset` and returns where it ends.
+/// Updates the context for the token at `offset` and returns the end of the token.
 std::size_t scanToken(Context& context, std::string_view text, std::size_t offset)
 {
     using Last = Context::Last;
@@ -76,7 +76,7 @@ std::size_t scanToken(Context& context, std::string_view text, std::size_t offse
     }
 }
 
-/// Whether a word that was valid up to its end lacks nothing.
+/// Returns whether `word`, the valid start of a word, is complete.
 bool isComplete(std::string_view word)
 {
     return word == "true" || word == "false" || word == "null" || isASCIIDigit(word.back());
@@ -123,16 +123,16 @@ bool holdsTypographicMark(std::string_view text)
     return false;
 }
 
-/// `reason`, with a hint when the string before it was perhaps meant to end at a typographic quotation mark.
+/// Adds a hint to `reason` if the previous string may have been meant to end at a typographic quotation mark.
 std::string withHint(std::string reason, const Context& context)
 {
     if (holdsTypographicMark(context.lastString))
         reason +=
-            R"(; the string before it has a typographic quotation mark where a straight one (") may belong)";
+            R"(; the string before it contains a typographic quotation mark, which may have to be a straight one ("))";
     return reason;
 }
 
-/// Whether an escaped high surrogate ends at `offset`, or one byte before it.
+/// Returns whether an escaped high surrogate ends at `offset` or one byte before it.
 bool followsHighSurrogate(std::string_view text, std::size_t offset)
 {
     constexpr std::size_t escapeBytes = 6;
@@ -155,7 +155,7 @@ std::string reasonInString(std::string_view text, std::size_t offset, const Cont
                         "line break as \\n",
                         context);
     if (followsHighSurrogate(text, offset))
-        return "a \\u escape is one half of a surrogate pair without the other half";
+        return "a \\u escape is half of a surrogate pair; write both halves";
     if (byte < ' ')
         return "a control character in a string is not escaped; write it as \\u and four digits";
     return R"(an unknown escape in a string; write a backslash as "\\")";
@@ -164,10 +164,10 @@ std::string reasonInString(std::string_view text, std::size_t offset, const Cont
 std::string reasonOfWord(char first)
 {
     const bool isNumeric = std::string_view("0123456789+-.").find(first) != std::string_view::npos;
-    return isNumeric
-               ? "a malformed number; write a string in quotation marks, a number without leading zeros or "
-                 "plus sign"
-               : "an unknown word; write a string in quotation marks, otherwise true, false or null";
+    return isNumeric ? "a malformed number; write a string in quotation marks, or a number without leading "
+                       "zeros or "
+                       "plus sign"
+                     : "an unknown word; write a string in quotation marks, or true, false or null";
 }
 
 std::string reasonBetweenTokens(std::string_view rest, const Context& context)
@@ -178,7 +178,7 @@ std::string reasonBetweenTokens(std::string_view rest, const Context& context)
     if (rest.front() == '\'')
         return R"(a single quotation mark; write a double one ("))";
     if (rest.starts_with("//") || rest.starts_with("/*") || rest.front() == '#')
-        return "a comment; JSON has none, remove it";
+        return "a comment, which JSON does not allow; remove it";
     if (context.isKeyNext())
         return "expected a key in quotation marks";
     if (context.last == Last::key)

@@ -10,32 +10,34 @@
 #include <utility>
 #include <vector>
 
-// What the readers of the three formats share. For PropertyListReader.cpp and the readers only.
+// The common parts of the three format readers. For PropertyListReader.cpp and the readers only.
 
 namespace Platform::PropertyLists {
 
-/// White space to XML and JSON alike.
+/// White space in both XML and JSON.
 inline constexpr std::string_view textBlanks = " \t\r\n";
 
 std::string tooDeepReason();
 std::string tooManyValuesReason();
 
-/// A text under reading: turns offsets into positions, counts values and collects the places asked for.
+/// The state of reading one XML or JSON document: converts offsets to positions, counts values, and records
+/// the positions of values if requested.
 class TextDocument {
 public:
     TextDocument(std::string_view text, WithPlaces withPlaces) : m_text(text), m_withPlaces(withPlaces) {}
 
     [[nodiscard]] std::string_view text() const { return m_text; }
 
-    /// Costs only the distance from the last question as long as offsets rise.
+    /// Continues from the previous call's offset, so ascending offsets are cheap.
     TextPosition positionOf(std::size_t offset);
 
-    /// Throws `PropertyListError` for the place at `offset`.
+    /// Throws `PropertyListError` with the position of `offset`.
     [[noreturn]] void fail(std::string reason, std::size_t offset);
 
-    /// Throws unless one more value fits the limit.
+    /// Counts one value; throws if the document exceeds the limit.
     void countValue(std::size_t offset);
 
+    /// Records the position of a value. `path` is as in `PropertyListPlaces`.
     void notePlace(std::string_view path, std::optional<std::size_t> keyOffset, std::size_t valueOffset);
 
     PropertyListPlaces takePlaces() { return std::move(m_places); }
@@ -49,11 +51,11 @@ private:
     TextPosition m_measured;
 };
 
-/// The dictionary of a text under construction. Refuses a key that it has already.
+/// A dictionary while it is read from an XML or JSON document. Rejects duplicate keys.
 class TextDictionary {
 public:
-    /// The null value of a new key, to be filled in; it stays where it is while further keys come. Throws for
-    /// a key that appears twice.
+    /// Inserts `key` with a null value and returns a reference to that value, which later insertions do not
+    /// invalidate. Throws if the dictionary already contains the key.
     PropertyList& insert(std::string key, std::size_t offset, TextDocument& document);
 
     PropertyList::Dictionary take() { return std::move(m_values); }
@@ -63,8 +65,8 @@ private:
     std::vector<std::pair<const std::string*, std::size_t>> m_keyOffsets;
 };
 
-// One reader per format. The texts are valid UTF-8 without byte order mark, and every size is within the
-// limit.
+// The readers of the three formats. Text must be valid UTF-8 without a byte order mark; the size has been
+// checked.
 PropertyListDocument readXMLPropertyList(std::string_view text, WithPlaces withPlaces);
 PropertyListDocument readJSONPropertyList(std::string_view text, WithPlaces withPlaces);
 PropertyListDocument readBinaryPropertyList(std::string_view bytes);

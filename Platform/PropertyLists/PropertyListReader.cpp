@@ -54,7 +54,7 @@ PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPla
     if (bytes.starts_with("bplist00"))
         return readBinaryPropertyList(bytes);
     if (bytes.starts_with("bplist"))
-        throw PropertyListError("is a binary property list of another version than 00");
+        throw PropertyListError("is a binary property list of an unsupported version; only 00 is supported");
     if (startsWithWideByteOrderMark(bytes))
         throw PropertyListError("is encoded in UTF-16 or UTF-32; save it as UTF-8");
 
@@ -74,12 +74,13 @@ PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPla
 
 std::string tooDeepReason()
 {
-    return fmt::format("arrays and dictionaries are nested more than {} deep", maximumPropertyListDepth);
+    return fmt::format("arrays and dictionaries are nested more than {} levels deep",
+                       maximumPropertyListDepth);
 }
 
 std::string tooManyValuesReason()
 {
-    return fmt::format("holds more than {} values", maximumPropertyListValueCount);
+    return fmt::format("contains more than {} values", maximumPropertyListValueCount);
 }
 
 TextPosition TextDocument::positionOf(std::size_t offset)

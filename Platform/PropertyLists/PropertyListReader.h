@@ -12,7 +12,8 @@
 
 namespace Platform::PropertyLists {
 
-/// A place in a text document, both counted from 1; columns count characters, not bytes.
+/// A position in an XML or JSON document. Lines and columns count from 1; columns count characters, not
+/// bytes.
 struct TextPosition {
     std::size_t line = 1;
     std::size_t column = 1;
@@ -22,27 +23,27 @@ struct TextPosition {
 
 enum class PropertyListFormat { xml, binary, json };
 
-/// "XML property list", "binary property list", "JSON".
+/// Returns "XML property list", "binary property list" or "JSON".
 std::string_view formatName(PropertyListFormat format);
 
-/// Why bytes are not a property list. The description is a sentence fragment without the position, such as "a
-/// key appears twice in one dictionary (first on line 3)". It never quotes the document, which may hold
-/// secrets: descriptions are logged publicly.
+/// The error of a document that cannot be read. The description is a sentence fragment without the position,
+/// such as "a key appears twice in one dictionary (first on line 3)". It is logged publicly, so it never
+/// quotes the document, which may contain secrets.
 class PropertyListError : public ErrorException {
 public:
     PropertyListError(std::string reason, std::optional<TextPosition> position = std::nullopt);
-    /// Absent where the format has no lines.
+    /// Absent for binary documents, and for errors that concern the whole document.
     [[nodiscard]] std::optional<TextPosition> position() const { return m_position; }
 
 private:
     std::optional<TextPosition> m_position;
 };
 
-/// Where the parts of a text document stand, by path: "base_domain" for the value of a top-level key,
-/// "AllowedAppsBundleIdsForSSOExtension/2" for the third element of its array. Deeper values have no entry.
+/// The positions of the values in an XML or JSON document, by path: "base_domain" is the value of a top-level
+/// key, "AllowedAppsBundleIdsForSSOExtension/2" the third element of its array. Deeper values have no entry.
 struct PropertyListPlaces {
     struct Place {
-        /// Where the key is written; absent for array elements.
+        /// The position of the key; absent for array elements.
         std::optional<TextPosition> key;
         TextPosition value;
     };
@@ -52,26 +53,27 @@ struct PropertyListPlaces {
 struct PropertyListDocument {
     PropertyList root;
     PropertyListFormat format = PropertyListFormat::json;
-    /// Empty unless asked for, and for binary documents.
+    /// Empty unless requested. Always empty for binary documents.
     PropertyListPlaces places;
 };
 
 enum class WithPlaces { no, yes };
 
-/// Largest document read, in bytes.
+/// The maximum size of a document.
 inline constexpr std::size_t maximumPropertyListBytes = std::size_t{16} * 1024 * 1024;
-/// Deepest nesting of arrays and dictionaries; the root container counts as 1.
+/// The maximum nesting of arrays and dictionaries; the root container is level 1.
 inline constexpr std::size_t maximumPropertyListDepth = 64;
-/// Most values in one document; in a binary one an object counts each time it is referred to.
+/// The maximum number of values in a document. In a binary document, each reference to an object counts.
 inline constexpr std::size_t maximumPropertyListValueCount = 1'000'000;
 
-/// Reads an XML property list, a binary property list or a JSON object; the content decides which.
+/// Reads an XML property list, a binary property list or a JSON object, which it distinguishes by content.
 ///
-/// Threads: any. Errors: throws `PropertyListError`, and nothing else, for bytes that are none of the three,
-/// break a limit, are not valid UTF-8, or name a key of one dictionary twice.
+/// Threads: any.
+/// Errors: throws `PropertyListError` if the document has none of these formats, is malformed, exceeds a
+/// limit, is not valid UTF-8, or contains a key twice in one dictionary.
 PropertyListDocument readPropertyList(std::string_view bytes, WithPlaces withPlaces = WithPlaces::no);
 
-/// `value` as a binary property list (version 00), the form in which containers are stored.
+/// Returns `value` as a binary property list (version 00), the storage format of containers.
 Data writeBinaryPropertyList(const PropertyList& value);
 
 } // namespace Platform::PropertyLists

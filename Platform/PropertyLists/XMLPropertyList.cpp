@@ -31,7 +31,7 @@ std::string reasonOf(pugi::xml_parse_status status)
 {
     switch (status) {
     case pugi::status_unrecognized_tag:
-        return R"("<" starts no tag here; a plain one is written "&lt;")";
+        return R"("<" does not start a tag here; write a literal one as "&lt;")";
     case pugi::status_bad_pi:
         return "a processing instruction or XML declaration is malformed or misplaced";
     case pugi::status_bad_comment:
@@ -52,7 +52,7 @@ std::string reasonOf(pugi::xml_parse_status status)
     }
 }
 
-/// "<dict>", or "an unknown element": only names of our own format are repeated.
+/// Returns a name such as "<dict>", or "an unknown element": messages must not quote the document.
 std::string described(pugi::xml_node element)
 {
     constexpr std::array<std::string_view, 11> known{"plist", "dict", "array", "key",  "string", "integer",
@@ -68,9 +68,9 @@ public:
     PropertyListDocument read();
 
 private:
-    /// How deep a value stands, and the path under which its elements have places; none when they have not.
     struct Nesting {
         std::size_t depth = 1;
+        /// The path prefix for recording the positions of array elements; null if they are not recorded.
         const std::string* path = nullptr;
     };
 
@@ -110,10 +110,10 @@ PropertyListDocument XMLReader::read()
     const pugi::xml_node root = rootElement();
     const pugi::xml_node only = nextElement(root.first_child());
     if (!only)
-        fail("<plist> holds no value", root);
+        fail("<plist> contains no value", root);
     PropertyList rootValue = value(only, {});
     if (const pugi::xml_node second = nextElement(only.next_sibling()))
-        fail("<plist> holds more than one value", second);
+        fail("<plist> contains more than one value", second);
     return {std::move(rootValue), PropertyListFormat::xml, m_document.takePlaces()};
 }
 
@@ -128,8 +128,8 @@ void XMLReader::checkCharacters()
     }
 }
 
-// White space is kept because a text may consist of it, line ends are left alone so that offsets stay true,
-// and text outside the root element is kept so that it can be refused.
+// White space is kept because a string may consist of it. Line ends are not converted, so that offsets stay
+// correct. Text outside the root element is kept so that it can be rejected.
 void XMLReader::parse()
 {
     constexpr unsigned options = pugi::parse_cdata | pugi::parse_ws_pcdata | pugi::parse_fragment |
@@ -143,7 +143,7 @@ void XMLReader::parse()
         return;
     const auto offset = static_cast<std::size_t>(result.offset);
     if (offset + 1 >= text.size() || text.find('>', offset) == std::string_view::npos)
-        m_document.fail("ends before everything opened is closed", text.size());
+        m_document.fail("ends before all elements are closed", text.size());
     m_document.fail(reasonOf(result.status), offset);
 }
 
@@ -190,10 +190,11 @@ void XMLReader::checkDoctype(pugi::xml_node doctype)
     const std::string_view declaration = doctype.value();
     const std::size_t entity = declaration.find("<!ENTITY");
     if (entity != std::string_view::npos)
-        m_document.fail("declares entities of its own", offsetOf(doctype) + entity);
+        m_document.fail("declares entities, which are not supported", offsetOf(doctype) + entity);
 }
 
-/// The first element among `node` and the siblings after it. Throws for any text but white space before it.
+/// Returns the first element among `node` and its later siblings. Throws if text other than white space
+/// precedes it.
 pugi::xml_node XMLReader::nextElement(pugi::xml_node node)
 {
     for (; isText(node); node = node.next_sibling()) {
@@ -279,17 +280,17 @@ PropertyList XMLReader::scalar(pugi::xml_node element, ScalarParser parser, std:
     const std::string text = content(element);
     std::optional<PropertyList> parsed = parser(trimmed(text));
     if (!parsed)
-        fail(fmt::format("<{}> does not hold {}", element.name(), description), element);
+        fail(fmt::format("<{}> does not contain {}", element.name(), description), element);
     return *std::move(parsed);
 }
 
-/// The text between an element's tags, decoded.
+/// Returns the decoded text of an element.
 std::string XMLReader::content(pugi::xml_node element)
 {
     std::string out;
     for (const pugi::xml_node node : element.children()) {
         if (!isText(node))
-            fail(fmt::format("<{}> holds {}; only text is allowed there", element.name(), described(node)),
+            fail(fmt::format("<{}> contains {}; only text is allowed there", element.name(), described(node)),
                  node);
         appendDecoded(out, node);
     }
@@ -308,7 +309,7 @@ void XMLReader::appendDecoded(std::string& out, pugi::xml_node textNode)
             const std::size_t offset = offsetOf(textNode) + index;
             const std::size_t end = text.find(';', index);
             if (end == std::string_view::npos)
-                m_document.fail(R"("&" starts no complete reference; a plain one is written "&amp;")",
+                m_document.fail(R"("&" does not start a complete reference; write a literal one as "&amp;")",
                                 offset);
             appendUTF8(out, decodeReference(text.substr(index + 1, end - index - 1), offset));
             index = end;
@@ -325,7 +326,7 @@ char32_t XMLReader::decodeReference(std::string_view name, std::size_t offset)
     if (!name.starts_with('#')) {
         const auto entity = std::ranges::find(entities, name, &std::pair<std::string_view, char32_t>::first);
         if (entity == entities.end())
-            m_document.fail("an unknown entity; a plain \"&\" is written \"&amp;\"", offset);
+            m_document.fail(R"(an unknown entity; write a literal "&" as "&amp;")", offset);
         return entity->second;
     }
     const bool hexadecimal = name.starts_with("#x");
@@ -334,11 +335,11 @@ char32_t XMLReader::decodeReference(std::string_view name, std::size_t offset)
     std::uint32_t codePoint = 0;
     const auto [parsedTo, failure] = std::from_chars(digits.data(), end, codePoint, hexadecimal ? 16 : 10);
     if (failure != std::errc{} || parsedTo != end || !isXMLCharacter(codePoint))
-        m_document.fail("a reference to no character that XML allows", offset);
+        m_document.fail("a reference to a character that XML does not allow", offset);
     return codePoint;
 }
 
-/// Where `node` begins, tags with their opening characters.
+/// Returns the offset of `node`, including the opening characters of a tag.
 std::size_t XMLReader::offsetOf(pugi::xml_node node)
 {
     const auto offset = static_cast<std::size_t>(node.offset_debug());

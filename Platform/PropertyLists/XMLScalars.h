@@ -5,25 +5,26 @@
 #include <optional>
 #include <string_view>
 
-// The contents of the XML elements that hold one value, without the white space around them. Each parser
-// answers nothing for a text that its element may not hold.
+// Parsers for the content of the XML elements with a single value, without the surrounding white space. The
+// result is absent if the content is invalid.
 
 namespace Platform::PropertyLists {
 
-/// `text` without the white space at both ends.
+/// Returns `text` without leading and trailing white space.
 std::string_view trimmed(std::string_view text);
 
-/// Decimal, or hexadecimal after "0x", with an optional sign; from the least signed to the greatest unsigned
-/// 64-bit value.
+/// Parses a decimal integer, or a hexadecimal one after "0x", with an optional sign. Accepts the
+/// ranges of signed and unsigned 64-bit integers.
 std::optional<PropertyList> parseInteger(std::string_view text);
 
-/// Decimal with optional sign, fraction and exponent, or a spelling of infinity or of no number at all.
+/// Parses a decimal number with optional sign, fraction and exponent, or "inf", "infinity" or "nan" in any
+/// case.
 std::optional<PropertyList> parseReal(std::string_view text);
 
-/// "2001-12-31T23:59:59Z", a day and a time that exist.
+/// Parses an existing date and time of the form "2001-12-31T23:59:59Z".
 std::optional<PropertyList> parseDate(std::string_view text);
 
-/// Base64 with padding and any white space.
+/// Parses Base64 with padding; white space is ignored.
 std::optional<PropertyList> parseData(std::string_view text);
 
 } // namespace Platform::PropertyLists

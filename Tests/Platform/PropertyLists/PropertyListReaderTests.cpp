@@ -139,12 +139,12 @@ struct BadCase {
 
 class PropertyListReaderBad : public testing::TestWithParam<BadCase> {};
 
-TEST_P(PropertyListReaderBad, IsRefusedWithReasonAndPosition)
+TEST_P(PropertyListReaderBad, IsRejectedWithReasonAndPosition)
 {
     for (const WithPlaces withPlaces : {WithPlaces::no, WithPlaces::yes}) {
         try {
             const PropertyListDocument document = readPropertyList(GetParam().document, withPlaces);
-            FAIL() << "read as " << document.root.description();
+            FAIL() << "accepted as " << document.root.description();
         } catch (const PropertyListError& error) {
             EXPECT_NE(std::string(error.what()).find(GetParam().reason), std::string::npos) << error.what();
             const TextPosition none{0, 0};
@@ -164,17 +164,17 @@ INSTANTIATE_TEST_SUITE_P(
                     BadCase{"TooLarge", std::string(maximumPropertyListBytes + 1, ' '), "larger than 16 MiB"},
                     BadCase{"UTF16", "\xFF\xFE<\0"s, "save it as UTF-8"},
                     BadCase{"UTF32", "\0\0\xFE\xFF\0\0\0<"s, "save it as UTF-8"},
-                    BadCase{"OtherBinaryVersion", "bplist15", "another version"}),
+                    BadCase{"OtherBinaryVersion", "bplist15", "unsupported version"}),
     caseName<BadCase>);
 
-// The body of an xml() document begins in line 3, column 8.
+// The body of an xml() document starts at line 3, column 8.
 INSTANTIATE_TEST_SUITE_P(
     XML, PropertyListReaderBad,
     testing::Values(
         BadCase{"HalfWritten", "<plist>\n<dict><key>a</ke", "ends before", At{2, 17}},
         BadCase{"HalfWrittenBetweenElements", "<plist>\n<dict>\n", "ends before", At{3, 1}},
         BadCase{"TenThousandLevels", xml(repeated(10'000, "<array>") + repeated(10'000, "</array>")),
-                "more than 64 deep", At{3, 8 + 64 * 7}},
+                "more than 64 levels deep", At{3, 8 + 64 * 7}},
         BadCase{"TooManyValues", xml("<array>" + repeated(1'000'000, "<true/>") + "</array>"),
                 "more than 1000000 values", At{3, 15 + 999'999 * 7}},
         BadCase{"InvalidUTF8", "<plist>\n<string>é\xC3(</string></plist>", "not valid UTF-8", At{2, 10}},
@@ -192,13 +192,14 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"StrayText", xml("<array>\n é<true/></array>"), "unexpected text between elements", At{4, 2}},
         BadCase{"BlankCDATA", xml("<array><![CDATA[ ]]></array>"), "unexpected text", At{3, 24}},
         BadCase{"TextInBoolean", xml("<true>x</true>"), "unexpected text", At{3, 14}},
-        BadCase{"ElementInText", xml("<string>a<b/></string>"), "<string> holds an unknown element",
+        BadCase{"ElementInText", xml("<string>a<b/></string>"), "<string> contains an unknown element",
                 At{3, 17}},
         BadCase{"UnknownElement", xml("<array><set/></array>"), "an unknown element where a value",
                 At{3, 15}},
         BadCase{"UnknownEntity", xml("<string>a\n&nbsp;</string>"), "an unknown entity", At{4, 1}},
         BadCase{"BareAmpersand", xml("<string>a & b</string>"), "&amp;", At{3, 18}},
-        BadCase{"ForbiddenReference", xml("<string>&#xD800;</string>"), "no character", At{3, 16}},
+        BadCase{"ForbiddenReference", xml("<string>&#xD800;</string>"), "a character that XML does not allow",
+                At{3, 16}},
         BadCase{"OwnEntities", "<!DOCTYPE plist [\n<!ENTITY a 'b'>]><plist/>", "declares entities", At{2, 1}},
         BadCase{"OtherEncoding", "<?xml version='1.0' encoding='latin1'?><plist/>",
                 "encoding other than UTF-8", At{1, 1}},
@@ -211,20 +212,21 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"NoRoot", "<!-- c -->", "no root", At{1, 11}},
         BadCase{"TrailingText", "<plist><true/></plist>\n x", "unexpected text", At{2, 2}},
         BadCase{"TwoValues", xml("<true/><true/>"), "more than one value", At{3, 15}},
-        BadCase{"NoValueAtAll", xml(" "), "holds no value", At{3, 1}},
+        BadCase{"NoValueAtAll", xml(" "), "contains no value", At{3, 1}},
         BadCase{"MismatchedTag", xml("<dict></array>"), "does not match", At{3, 16}},
-        BadCase{"BadInteger", xml("<integer>12a</integer>"), "<integer> does not hold an integer", At{3, 8}},
+        BadCase{"BadInteger", xml("<integer>12a</integer>"), "<integer> does not contain an integer",
+                At{3, 8}},
         BadCase{"LargeInteger", xml("<integer>18446744073709551616</integer>"), "64 bits", At{3, 8}},
         BadCase{"SmallInteger", xml("<integer>-9223372036854775809</integer>"), "64 bits", At{3, 8}},
-        BadCase{"BadReal", xml("<real>1.5x</real>"), "<real> does not hold a real", At{3, 8}},
-        BadCase{"SignTwice", xml("<real>+-1</real>"), "not hold a real", At{3, 8}},
+        BadCase{"BadReal", xml("<real>1.5x</real>"), "<real> does not contain a real", At{3, 8}},
+        BadCase{"SignTwice", xml("<real>+-1</real>"), "not contain a real", At{3, 8}},
         BadCase{"HugeReal", xml("<real>1e400</real>"), "in range", At{3, 8}},
-        BadCase{"BadDay", xml("<date>2023-02-29T00:00:00Z</date>"), "not hold a date", At{3, 8}},
-        BadCase{"BadHour", xml("<date>2023-02-28T24:00:00Z</date>"), "not hold a date", At{3, 8}},
-        BadCase{"LeapSecond", xml("<date>2016-12-31T23:59:60Z</date>"), "not hold a date", At{3, 8}},
-        BadCase{"BadBase64", xml("<data>A=BC</data>"), "not hold Base64", At{3, 8}},
-        BadCase{"PaddingOnly", xml("<data>A===</data>"), "not hold Base64", At{3, 8}},
-        BadCase{"ShortBase64", xml("<data>AQI</data>"), "not hold Base64", At{3, 8}}),
+        BadCase{"BadDay", xml("<date>2023-02-29T00:00:00Z</date>"), "not contain a date", At{3, 8}},
+        BadCase{"BadHour", xml("<date>2023-02-28T24:00:00Z</date>"), "not contain a date", At{3, 8}},
+        BadCase{"LeapSecond", xml("<date>2016-12-31T23:59:60Z</date>"), "not contain a date", At{3, 8}},
+        BadCase{"BadBase64", xml("<data>A=BC</data>"), "not contain Base64", At{3, 8}},
+        BadCase{"PaddingOnly", xml("<data>A===</data>"), "not contain Base64", At{3, 8}},
+        BadCase{"ShortBase64", xml("<data>AQI</data>"), "not contain Base64", At{3, 8}}),
     caseName<BadCase>);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -233,13 +235,13 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"HalfWritten", R"({"a": {"b": 1)", "ends before", At{1, 14}},
         BadCase{"HalfWrittenString", R"({"a": {"b": "c)", "ends inside a string", At{1, 15}},
         BadCase{"TenThousandLevels", "{\"a\":" + repeated(10'000, "[") + repeated(10'000, "]") + "}",
-                "more than 64 deep", At{1, 6 + 63}},
+                "more than 64 levels deep", At{1, 6 + 63}},
         BadCase{"TooManyValues", "{\"a\":[" + repeated(1'000'000, "1,") + "1]}", "more than 1000000 values",
                 At{1, 7 + 999'998 * 2}},
         BadCase{"InvalidUTF8", "{\"é\":\n \"é\x80\"}", "not valid UTF-8", At{2, 4}},
         BadCase{"KeyTwice", "{\"x\":{\"a\":1,\n\"b\":{\"a\":2},\n \"\\u0061\":3}}",
                 "a key appears twice in one dictionary (first on line 1)", At{3, 2}},
-        BadCase{"TrailingGarbage", "{}\n }", "goes on after the end", At{2, 2}},
+        BadCase{"TrailingGarbage", "{}\n }", "unexpected text after the end", At{2, 2}},
         BadCase{"NullByte", "{\"a\":\0}"s, "an unknown word", At{1, 6}},
         BadCase{"LineBreakInText", "{\"a\":\"é\n\"}", "does not end on its line", At{1, 8}},
         BadCase{"ControlCharacterInText", "{\"a\":\"\x1f\"}", "a control character", At{1, 7}},
@@ -262,10 +264,11 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"NoFraction", "{\"a\": 1.}", "a malformed number", At{1, 7}},
         BadCase{"TypographicKey", "{“a”: 1}", "a typographic quotation mark; write a straight", At{1, 2}},
         BadCase{"TypographicValue", "{\"a\": „b“}", "a typographic quotation mark", At{1, 7}},
-        BadCase{"TypographicEnd", "{\"a\": \"b”,\n\"c\": 1}", "has a typographic quotation mark", At{1, 11}},
-        BadCase{"TypographicEndOnOneLine", "{\"a\": \"b”, \"c\": 1}", "has a typographic", At{1, 13}},
+        BadCase{"TypographicEnd", "{\"a\": \"b”,\n\"c\": 1}", "contains a typographic quotation mark",
+                At{1, 11}},
+        BadCase{"TypographicEndOnOneLine", "{\"a\": \"b”, \"c\": 1}", "contains a typographic", At{1, 13}},
         BadCase{"SingleMarks", "{'a': 1}", "a single quotation mark; write a double", At{1, 2}},
-        BadCase{"Comment", "{\"a\": 1, // b\n}", "a comment; JSON has none", At{1, 10}},
+        BadCase{"Comment", "{\"a\": 1, // b\n}", "a comment, which JSON does not allow", At{1, 10}},
         BadCase{"HalfASurrogatePair", R"({"a":"\uD800\u0041"})", "half of a surrogate pair", At{1, 15}},
         BadCase{"LoneSurrogate", R"({"a":"\ud800"})", "half of a surrogate pair", At{1, 13}},
         BadCase{"SurrogateBeforeEscape", R"({"a":"\uDBFF\n"})", "half of a surrogate pair", At{1, 14}},
@@ -289,18 +292,18 @@ INSTANTIATE_TEST_SUITE_P(
                     BadCase{"NoRoot",
                             "bplist00\x09" + std::string(6, '\0') + "\1\1" + bigEndian(0, 8) +
                                 bigEndian(0, 8) + bigEndian(9, 8),
-                            "root that does not exist"},
+                            "root object that does not exist"},
                     BadCase{"ForeignReference", binary({"\xA1\0\7"s}), "an object that does not exist"},
                     BadCase{"Loop", binary({"\xA1\0\1"s, "\xD1\0\2\0\0"s, "\x51k"}), "contains itself"},
-                    BadCase{"TenThousandLevels", binaryChain(10'000, 1), "more than 64 deep"},
+                    BadCase{"TenThousandLevels", binaryChain(10'000, 1), "more than 64 levels deep"},
                     BadCase{"Laughs", binaryChain(30, 14), "more than 1000000 values"},
                     BadCase{"LongLaughs",
                             binary({"\xAE" + repeated(14, "\0\1"s), "\xAE" + repeated(14, "\0\2"s),
                                     "\x4F\x12\0\x10\0\0"s + std::string(1 << 20, 'x')}),
                             "more than 64 MiB"},
-                    BadCase{"HugeCount", binary({"\xAF\x13\x7F" + std::string(7, '\xFF')}), "reaches beyond"},
-                    BadCase{"HugeDataCount", binary({"\x4F\x13" + std::string(8, '\xFF')}), "reaches beyond"},
-                    BadCase{"OneByteTooLong", binary({"\x52x"}), "reaches beyond"},
+                    BadCase{"HugeCount", binary({"\xAF\x13\x7F" + std::string(7, '\xFF')}), "extends past"},
+                    BadCase{"HugeDataCount", binary({"\x4F\x13" + std::string(8, '\xFF')}), "extends past"},
+                    BadCase{"OneByteTooLong", binary({"\x52x"}), "extends past"},
                     BadCase{"WideInteger", binary({"\x14" + bigEndian(1, 8) + bigEndian(0, 8)}), "64 bits"},
                     BadCase{"WideNegativeInteger",
                             binary({"\x14" + std::string(8, '\xFF') + bigEndian(5, 8)}), "64 bits"},
@@ -309,13 +312,13 @@ INSTANTIATE_TEST_SUITE_P(
                     BadCase{"LowSurrogates", binary({"\x62\xDE\0\xDE\0"s}), "surrogate"},
                     BadCase{"KeyTwice", binary({"\xD2\0\1\0\2\0\3\0\3"s, "\x51k", "\x61\0k"s, "\x09"}),
                             "a key appears twice"},
-                    BadCase{"NumberAsKey", binary({"\xD1\0\1\0\1"s, "\x10\1"}), "key is not a text"},
+                    BadCase{"NumberAsKey", binary({"\xD1\0\1\0\1"s, "\x10\1"}), "key is not a string"},
                     BadCase{"Set", binary({"\xC0"}), "set"}, BadCase{"UID", binary({"\x80\1"}), "UID"},
                     BadCase{"NotADate", binary({"\x33\x7F\xF8\0\0\0\0\0\0"s}), "date"},
                     BadCase{"Fill", binary({"\x0F"}), "unknown type"}),
     caseName<BadCase>);
 
-TEST(PropertyListReaderTest, RefusalsRepeatNothingOfTheDocument)
+TEST(PropertyListReaderTest, ErrorsDoNotQuoteTheDocument)
 {
     struct Case {
         std::string document;
@@ -370,7 +373,7 @@ TEST(PropertyListReaderTest, RefusalsRepeatNothingOfTheDocument)
     for (const Case& row : cases) {
         try {
             readPropertyList(row.document, WithPlaces::yes);
-            ADD_FAILURE() << "was read: " << row.document;
+            ADD_FAILURE() << "accepted: " << row.document;
         } catch (const PropertyListError& error) {
             EXPECT_EQ(error.description().find(row.canary), std::string::npos) << error.description() << "\n"
                                                                                << row.document;
@@ -396,7 +399,7 @@ void expectPlaces(const std::string& document, const std::vector<Spot>& expected
     }
 }
 
-TEST(PropertyListReaderTest, KnowsThePlacesOfTopLevelKeysAndTheirElements)
+TEST(PropertyListReaderTest, RecordsPositionsOfTopLevelKeysAndTheirElements)
 {
     const std::vector<Spot> inJSON{{"é", At{1, 2}, At{1, 7}},           {"list", At{2, 2}, At{3, 1}},
                                    {"list/0", std::nullopt, At{3, 2}},  {"list/1", std::nullopt, At{3, 10}},
@@ -430,7 +433,7 @@ TEST(PropertyListReaderTest, ReadsWhatItWrites)
 {
     const std::string written = asText(writeBinaryPropertyList(sample()));
     EXPECT_EQ(readPropertyList(written).root, sample());
-    EXPECT_LT(written.size(), 90'000U) << "repeated texts are stored once";
+    EXPECT_LT(written.size(), 90'000U) << "repeated strings must be stored once";
     EXPECT_EQ(readPropertyList(asText(writeBinaryPropertyList("x"))).root, PropertyList("x"));
 }
 
@@ -460,7 +463,7 @@ std::string mutated(std::string document, std::mt19937& random)
     return document;
 }
 
-TEST(PropertyListReaderTest, MutantsAreReadOrRefused)
+TEST(PropertyListReaderTest, ReadsOrRejectsMutants)
 {
     const std::vector<std::string> documents{
         xml("<dict><key>a&amp;</key><array><integer>-12</integer><real>1.5</real><string>é<![CDATA[<]]></"
@@ -479,7 +482,7 @@ TEST(PropertyListReaderTest, MutantsAreReadOrRefused)
             SCOPED_TRACE(testing::PrintToString(mutant));
             try {
                 const PropertyList value = readPropertyList(mutant, WithPlaces::yes).root;
-                // Compared as text, since a mutant may hold a real that is no number.
+                // Compare descriptions, since a mutant may contain a NaN.
                 const PropertyList again = readPropertyList(asText(writeBinaryPropertyList(value))).root;
                 EXPECT_EQ(again.description(), value.description());
                 ++readCount;
