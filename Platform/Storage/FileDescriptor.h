@@ -7,7 +7,7 @@
 
 namespace Platform::Storage {
 
-/// Owns a file descriptor; -1 is none.
+/// Owns a file descriptor; -1 means none.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -27,11 +27,11 @@ private:
     int m_descriptor = -1;
 };
 
-/// Creates the folder and those above it, readable by the user alone. Throws `std::system_error` naming the
-/// folder that could not be made.
+/// Creates the folder and its missing parents, accessible only to the user. Throws `std::system_error` with
+/// the path of the folder that could not be created.
 void createPrivateFolders(const std::filesystem::path& folder);
 
-/// Writes all of `bytes`, however many calls it takes. Throws `std::system_error`.
+/// Writes all of `bytes`. Blocks while a non-blocking descriptor is not ready. Throws `std::system_error`.
 void writeAll(int descriptor, std::string_view bytes);
 
 } // namespace Platform::Storage

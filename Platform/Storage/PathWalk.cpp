@@ -16,14 +16,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// As many as the kernel follows; see path_resolution(7).
+/// The kernel's limit; see path_resolution(7).
 constexpr int maximumLinkCount = 40;
 
-/// Opens an entry of a folder without following it, and without access to its content.
+/// Opens an entry of a folder as O_PATH, without following a symbolic link.
 FileDescriptor openEntry(const FileDescriptor& folder, const fs::path& name)
 {
     constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-    // Asking for a folder first has an automounter mount it.
+    // Opening it as a folder first triggers an automount.
     FileDescriptor entry(::openat(folder.get(), name.c_str(), flags | O_DIRECTORY));
     if (!entry && errno == ENOTDIR)
         entry = FileDescriptor(::openat(folder.get(), name.c_str(), flags));
@@ -112,12 +112,12 @@ std::optional<Exposure> exposureOf(const PathStep& step)
         return std::nullopt;
     if (step.status.st_uid != 0 && step.status.st_uid != ::geteuid())
         return Exposure{fmt::format("belongs to user {}", step.status.st_uid),
-                        "make it belong to root (chown root)"};
+                        "change its owner to root (chown root)"};
     const bool isSticky = step.kind == PathStep::Kind::folder && (step.status.st_mode & S_ISVTX) != 0;
     const bool isWritableByOthers = (step.status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     if (isWritableByOthers && !isSticky && step.kind != PathStep::Kind::link)
         return Exposure{fmt::format("can be written by others (mode {:04o})", step.status.st_mode & 07777),
-                        "take that away (chmod go-w)"};
+                        "remove that permission (chmod go-w)"};
     return std::nullopt;
 }
 

@@ -10,38 +10,38 @@
 
 namespace Platform::Storage {
 
-/// One folder, link or file on the way to a file.
+/// One folder, symbolic link or file on a path.
 struct PathStep {
     enum class Kind { folder, link, other, missing };
 
     std::filesystem::path path;
     Kind kind = Kind::missing;
     struct stat status {};
-    /// Why it counts as missing: ENOENT, EACCES, ELOOP and so on.
+    /// The errno value if it counts as missing: ENOENT, EACCES, ELOOP and so on.
     int error = 0;
 };
 
-/// Follows `path`, absolute, component by component and through every link, as the kernel does, and returns
-/// the steps in order: the folders, the links, and last the file, or the first component that is missing. A
-/// loop of links and a folder that may not be searched end the walk as missing.
+/// Resolves the absolute `path` component by component, following symbolic links as the kernel does. Returns
+/// all steps in order; the last one is the file, or the first component that is missing. A component also
+/// counts as missing if it cannot be accessed or is part of a loop of links.
 ///
-/// Each folder is held open while its entry is looked up, so the steps are one way through the file system,
-/// whatever is renamed meanwhile. `folder`, if given, receives the last one, open for openat(2): it holds the
-/// last step unless that is a folder.
+/// Each folder is open while its entry is looked up, so concurrent renames cannot mix two paths. `folder`, if
+/// not null, receives the last folder, for use with openat(2). That folder contains the last step, or is the
+/// last step itself.
 std::vector<PathStep> walkPath(const std::filesystem::path& path, FileDescriptor* folder = nullptr);
 
 struct Exposure {
-    /// Follows the name of the step: "belongs to user 1000".
+    /// A predicate for the path: "belongs to user 1000".
     std::string reason;
     const char* fix;
 };
 
-/// Returns how a user other than root and ourselves could replace what the step stands for. Absent when none
-/// could, and for a missing step. Sticky folders such as /tmp pass.
+/// Returns how a user other than root and the current user could replace the file or folder. Absent if none
+/// could, and for a missing step. Sticky folders such as /tmp are safe.
 std::optional<Exposure> exposureOf(const PathStep& step);
 
-/// Returns why a file reached by these steps is not trusted: a user other than root and ourselves could have
-/// replaced it. Absent when it is trusted. Sticky folders such as /tmp pass.
+/// Returns why the file at the end of these steps is not trusted: another user could have replaced it. Absent
+/// if it is trusted. Sticky folders such as /tmp are safe.
 std::optional<std::string> distrustReason(const std::vector<PathStep>& steps);
 
 } // namespace Platform::Storage

@@ -45,7 +45,7 @@ bool isBelow(const fs::path& path, const fs::path& folder)
     return path.native().starts_with(folder.native() + '/');
 }
 
-/// Examines all steps but the last, which the caller knows more about.
+/// Checks all steps but the last, which the caller checks.
 void requirePrivateSteps(const std::vector<PathStep>& steps, const char* variable)
 {
     fs::path closedFolder;
@@ -76,14 +76,14 @@ void requireOwner(const fs::path& file, const struct stat& status, uid_t owner)
                                              file.string(), status.st_uid, owner));
 }
 
-/// The user whose rights count for this thread's access to files.
-uid_t userInUse()
+/// Returns the user whose rights this thread uses for file access.
+uid_t fileAccessUser()
 {
     constexpr auto unchanged = static_cast<uid_t>(-1);
     return static_cast<uid_t>(::setfsuid(unchanged));
 }
 
-/// Absent when there is no such file.
+/// Absent if the file does not exist.
 std::optional<struct stat> statusOf(const fs::path& file)
 {
     struct stat status {};
@@ -103,7 +103,7 @@ void requirePrivateWay(const fs::path& folder, const char* variable)
 
 void preparePrivateFolder(const fs::path& folder, const char* variable)
 {
-    requirePrivateWay(folder, variable); // Before anything is made there.
+    requirePrivateWay(folder, variable); // Before creating anything there.
     createPrivateFolders(folder);
     FileDescriptor holder;
     const auto steps = walkPath(folder, &holder);
@@ -143,7 +143,7 @@ void preparePrivateFile(const fs::path& file)
         return;
     requirePlainFile(file, *status);
     requireOwner(file, *status, ::geteuid());
-    // Only this user can exchange it now. Where its mode cannot be changed, the folder keeps others out.
+    // Only this user can replace the file now. If its mode cannot be changed, the folder still protects it.
     if ((status->st_mode & modeOfOthers) != 0)
         ::chmod(file.c_str(), status->st_mode & (S_IRUSR | S_IWUSR));
 }
@@ -155,7 +155,7 @@ void requireReadableFile(const fs::path& file)
         return;
     requirePlainFile(file, *status);
     if (status->st_uid != 0)
-        requireOwner(file, *status, userInUse());
+        requireOwner(file, *status, fileAccessUser());
 }
 
 OwnersRights::OwnersRights(const fs::path& file)

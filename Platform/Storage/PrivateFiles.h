@@ -6,37 +6,39 @@
 
 namespace Platform::Storage {
 
-// What the app keeps, and the folders it keeps it in, must belong to this user and be closed to others:
-// another user who prepared them could read keys there, or replace the configuration.
+// The app's files and folders must belong to the current user and be inaccessible to others. Otherwise
+// another user could read keys or replace the configuration.
 //
 // Errors: `std::runtime_error` with the path, the reason and a fix. Paths are absolute.
 
-/// Requires that only root and this user decide where `folder` is. Folders below one that is closed to other
-/// users are not examined. `variable` is the environment variable that moves the folder, for the message.
+/// Throws unless only root and the current user control the path to `folder`. Below a folder that other users
+/// cannot access, nothing is checked. `variable` is the environment variable that sets the folder, for the
+/// error message.
 void requirePrivateWay(const std::filesystem::path& folder, const char* variable);
 
-/// Makes `folder`, and those above it where they are missing, for this user alone, and closes it to others
-/// where it is open to them. Makes nothing when the way to it is not private. Throws when the folder belongs
+/// Creates `folder` and its missing parents, accessible only to the current user, and removes other users'
+/// access to an existing `folder`. Creates nothing unless the path is private. Throws if the folder belongs
 /// to another user.
 void preparePrivateFolder(const std::filesystem::path& folder, const char* variable);
 
-/// Opens a file of a private folder with the flags of open(2), without following a link and without waiting
-/// for a writer of a pipe. Requires a regular file of this user with one name, and closes it to others.
+/// Opens a file in a private folder with the flags of open(2), without following symbolic links or blocking
+/// on a pipe, and removes other users' access to it. Throws unless it is a regular file of the current user
+/// with one hard link.
 FileDescriptor openPrivateFile(const std::filesystem::path& file, int flags);
 
-/// Requires the same of a file, if it is there, and closes it to others. Opens no descriptor: closing that
-/// would drop the locks that this process holds on the file.
+/// Checks an existing file like `openPrivateFile` and removes other users' access to it. Opens no descriptor,
+/// because closing one would release this process's locks on the file.
 void preparePrivateFile(const std::filesystem::path& file);
 
-/// Requires that `file`, if it is there, is a regular file with one name, of root or of this user, or of the
-/// user whose rights are in use.
+/// Throws if `file` exists but is not a regular file with one hard link that belongs to root, or to the user
+/// whose rights this thread uses.
 void requireReadableFile(const std::filesystem::path& file);
 
-/// Root reads the files of another user with the rights of that user, who could exchange them for links at
-/// any moment. Opened by root, SQLite would also give a log away to the owner of its database.
+/// Makes root access files with the rights of their owner, who could replace them with links at any moment.
+/// SQLite run by root would also change the ownership of log files.
 ///
-/// For this thread, while this object exists. Does nothing for other users than root, for a file of root's,
-/// and for one that is missing.
+/// Applies to the current thread during the lifetime of this object. Has no effect for users other than root,
+/// for root's own files, and if `file` is missing.
 class OwnersRights {
 public:
     explicit OwnersRights(const std::filesystem::path& file);

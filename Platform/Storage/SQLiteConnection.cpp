@@ -17,22 +17,22 @@ namespace {
 
 using Mode = SQLiteConnection::Mode;
 
-/// How long a writer of another process may keep us waiting.
+/// How long to wait for a writer in another process.
 constexpr int busyTimeoutMilliseconds = 5000;
 
 /// SQLite's default.
 constexpr int pagesPerCheckpoint = 1000;
 
-/// Far above what the app stores: a policy file has at most 16 MiB.
+/// Far more than the app stores: the largest policy file has 16 MiB.
 constexpr int maximumValueBytes = 64 << 20;
 
-/// The app's own statements and its table take less than 200.
+/// The app's own statements have fewer than 200 bytes.
 constexpr int maximumSQLBytes = 10'000;
 
-/// What may stay in memory of a database. Usual stores have fewer than ten pages of 4 KiB.
+/// How much of a database may stay in memory. Typical stores have fewer than ten pages of 4 KiB.
 constexpr int keptCacheBytes = 128 << 10;
 
-/// What SQLite opens; see https://sqlite.org/uri.html.
+/// Returns the file name or URI for SQLite; see https://sqlite.org/uri.html.
 std::string databaseName(const std::string& file, Mode mode)
 {
     if (mode == Mode::writing || mode == Mode::reading)
@@ -63,8 +63,8 @@ int openFlags(Mode mode)
 
 SQLite::Database openDatabase(const std::string& file, Mode mode)
 {
-    // Otherwise SQLite sets memory for 20 pages aside for each database and for the temporary one next to it:
-    // half a MiB in the app. Has an effect only before SQLite is first used.
+    // Otherwise SQLite preallocates 20 pages for each database and its temporary database, half a MiB in the
+    // app. This only has an effect before SQLite is first used.
     static const int result = ::sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
     static_cast<void>(result);
     return {databaseName(file, mode), openFlags(mode), busyTimeoutMilliseconds};
@@ -72,7 +72,7 @@ SQLite::Database openDatabase(const std::string& file, Mode mode)
 
 } // namespace
 
-// The descriptor gives no access to the file: closing any other would drop the locks that SQLite holds on it.
+// O_PATH, because closing an ordinary descriptor would release SQLite's locks on the file.
 SQLiteConnection::OpenedFile::OpenedFile(std::string path)
     : m_path(std::move(path)), m_descriptor(::open(m_path.c_str(), O_PATH | O_CLOEXEC))
 {
@@ -92,7 +92,7 @@ bool SQLiteConnection::OpenedFile::mayHaveChanged()
 {
     const bool isSuspect = hasChanged() || m_isTickUnfinished;
     if (isSuspect) {
-        // Of the clock that stamps files.
+        // The clock of file time stamps.
         timespec tick{};
         ::clock_gettime(CLOCK_REALTIME_COARSE, &tick);
         m_isTickUnfinished =
@@ -119,7 +119,7 @@ SQLiteConnection::SQLiteConnection(const std::filesystem::path& file, Mode mode)
     : m_path(file.string()), m_mode(mode), m_database(openDatabase(m_path, mode))
 {
     sqlite3* handle = m_database.getHandle();
-    // As https://sqlite.org/security.html advises for untrusted files.
+    // Recommended for untrusted files; see https://sqlite.org/security.html.
     ::sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     for (const int feature :
          {SQLITE_DBCONFIG_TRUSTED_SCHEMA, SQLITE_DBCONFIG_ENABLE_VIEW, SQLITE_DBCONFIG_ENABLE_TRIGGER})
@@ -148,7 +148,7 @@ bool SQLiteConnection::hasTable()
     if (!kind.executeStep())
         return false;
     if (kind.getColumn(0).getInt() == 0)
-        throw SQLite::Exception("it is not a store of this app: defaults is not an ordinary table",
+        throw SQLite::Exception("it is not a store of this app: 'defaults' is not an ordinary table",
                                 SQLITE_CORRUPT);
     return true;
 }
@@ -176,14 +176,14 @@ void SQLiteConnection::prepare()
 SQLite::Statement& SQLiteConnection::upsert()
 {
     if (!m_upsert)
-        throw SQLite::Exception("the database can only be read", SQLITE_READONLY);
+        throw SQLite::Exception("the database is read-only", SQLITE_READONLY);
     return *m_upsert;
 }
 
 bool SQLiteConnection::isCurrent()
 {
-    // Renaming, removing or replacing a file changes the status of its folder. Looking up the paths costs
-    // more.
+    // Renaming, removing or replacing a file changes the status of its folder, which is cheaper to check than
+    // the paths.
     if (m_folder.mayHaveChanged())
         m_isInPlace = areFilesInPlace();
     if (isShared())
@@ -231,7 +231,7 @@ bool SQLiteConnection::areFilesInPlace()
 
 void SQLiteConnection::noticeForeignWrites()
 {
-    // Only checkpoints write to a shared database, and ours are accounted for.
+    // Only checkpoints write to a shared database, and `checkpointIfDue()` accounts for ours.
     const bool isDatabaseChanged = m_databaseFile.hasChanged();
     const bool isLogChanged = m_log.hasChanged();
     m_isWrittenByOthers = m_isWrittenByOthers || isDatabaseChanged || (isLogChanged && !isShared());
@@ -243,13 +243,13 @@ bool SQLiteConnection::isSafeToCheckpoint()
         return false;
     if (isCommitVisible())
         return true;
-    // If only the log was removed, a checkpoint saves it, since SQLite still has it open. If the database was
-    // written meanwhile, it may be a backup that the checkpoint would damage; if there is a new log, it
-    // belongs to a newer state than ours.
+    // If only the log was removed, a checkpoint rescues its content, since SQLite still has it open. But a
+    // database that someone else has written may be a backup, which the checkpoint would damage; and a new
+    // log belongs to a newer state than ours.
     return isDatabaseInPlace() && !m_isWrittenByOthers && m_log.isPathFree();
 }
 
-/// Another database is at the path now, and SQLite would apply our log to it.
+/// For a database that was replaced: SQLite would apply our log to the new one.
 void SQLiteConnection::emptyLog() noexcept
 {
     ::sqlite3_busy_timeout(m_database.getHandle(), 0);

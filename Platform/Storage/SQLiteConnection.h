@@ -13,12 +13,12 @@ namespace Platform::Storage {
 
 /// An open database with its prepared statements.
 ///
-/// While a database is open, a backup may be copied over it, and its write-ahead log and index may be
-/// removed. SQLite does not notice: it goes on with the files it has open, which no other process sees. This
-/// class compares them with the files at their paths.
+/// A backup may be copied over an open database, and its write-ahead log and index may be removed. SQLite
+/// does not notice this: it continues to use its open files, which no other process sees. This class
+/// therefore compares them with the files at their paths.
 ///
-/// The content is untrusted, since root inspects databases of other users: views, triggers and unsafe
-/// functions of the schema are off, and values and statements are limited in size.
+/// Since root inspects other users' databases, the content is untrusted: views, triggers and unsafe schema
+/// functions are disabled, and the sizes of values and statements are limited.
 ///
 /// Threads: one at a time. Errors: `SQLite::Exception`.
 class SQLiteConnection {
@@ -28,13 +28,13 @@ public:
         reading,
         /// The caller expects no changes, and SQLite ignores a write-ahead log.
         unchanging,
-        /// Reads a log that was left without an index, as in a backup, and creates no index. The caller
-        /// expects no changes: nothing is locked.
+        /// Reads a log without an index, as found in a backup, and creates no index. The caller expects no
+        /// changes, and nothing is locked.
         readingLeftLog,
     };
 
     SQLiteConnection(const std::filesystem::path& file, Mode mode);
-    /// Saves what only the log holds into the database, unless that could damage a file that replaced ours.
+    /// Runs a checkpoint, unless it could damage a file that has replaced ours.
     ~SQLiteConnection();
     SQLiteConnection(const SQLiteConnection&) = delete;
     SQLiteConnection& operator=(const SQLiteConnection&) = delete;
@@ -42,25 +42,26 @@ public:
     [[nodiscard]] Mode mode() const { return m_mode; }
     SQLite::Database& database() { return m_database; }
 
-    /// Returns whether there is a table `defaults`. Throws `SQLITE_CORRUPT` when that is a view or a virtual
-    /// table, which can compute any amount of data.
+    /// Returns whether the table `defaults` exists. Throws `SQLITE_CORRUPT` if it is a view or a virtual
+    /// table, which could produce unlimited data.
     bool hasTable();
-    /// Prepares the statements and remembers which files are open. Call it once, when the table exists.
+    /// Prepares the statements and records which files are open. Call it once, when the table exists.
     void prepare();
     SQLite::Statement& select() { return *m_select; }
-    /// Takes key, type name and value as its parameters. Throws unless the mode is `writing`.
+    /// The statement's parameters are key, type name and value. Throws unless the mode is `writing`.
     SQLite::Statement& upsert();
 
-    /// Returns false once another process that opens the database would not see what this connection sees.
-    /// Call it before each use.
+    /// Returns whether other processes that open the database see the same content as this connection. Call
+    /// it before each use.
     bool isCurrent();
-    /// Call it right after each commit. False means that the commit may be lost and must be repeated on a new
-    /// connection. Notices more than `isCurrent`: that a folder above was moved.
+    /// Returns whether other processes see the last commit. Call it right after each commit; false means that
+    /// the commit may be lost and must be repeated on a new connection. Unlike `isCurrent()`, it also notices
+    /// that a parent folder was moved.
     bool isCommitVisible();
-    /// Runs a checkpoint when the log has grown. Call it after a commit that turned out to be visible:
-    /// SQLite's own checkpoints do not wait for that.
+    /// Runs a checkpoint if the log has grown. Call it after `isCommitVisible()` has confirmed a commit;
+    /// SQLite's own automatic checkpoints would not wait for that.
     void checkpointIfDue();
-    /// Gives up the pages in memory where they are many. Call it after a commit.
+    /// Frees the cached pages if there are many. Call it after a commit.
     void releaseLargeCache();
 
 private:
@@ -70,12 +71,13 @@ private:
         OpenedFile() = default;
         explicit OpenedFile(std::string path);
 
-        /// Returns whether the status of the file changed since the last call.
+        /// Returns whether the file's status (ctime) has changed since the last call.
         bool hasChanged();
-        /// The same, but true as well while another change would carry the time of the last one.
+        /// Like `hasChanged()`, but also true while a further change could have the same time stamp as the
+        /// last.
         bool mayHaveChanged();
         [[nodiscard]] bool exists() const { return static_cast<bool>(m_descriptor); }
-        /// Returns whether the path still names this file. A file that never existed is in place.
+        /// Returns whether the path still refers to this file. True for a file that never existed.
         [[nodiscard]] bool isInPlace() const;
         [[nodiscard]] bool isPathFree() const;
 

@@ -25,7 +25,7 @@ namespace Platform::Storage {
 
 namespace {
 
-/// Raised when a file can no longer be read as before. Files from before there was a number carry 0.
+/// Increase it when older versions cannot read the file any longer. The oldest files have version 0.
 constexpr int formatVersion = 1;
 constexpr const char* initialisation = "BEGIN IMMEDIATE;"
                                        "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
@@ -38,16 +38,16 @@ bool isCorruption(const SQLite::Exception& error)
     return error.getErrorCode() == SQLITE_CORRUPT || error.getErrorCode() == SQLITE_NOTADB;
 }
 
-/// Whether the table that the statements need is missing or has other columns.
+/// Returns whether the table is missing or has other columns.
 bool isTableLost(const SQLite::Exception& error)
 {
     return error.getErrorCode() == SQLITE_ERROR;
 }
 
-/// What follows the name of a database in the names of its damaged copies.
+/// The suffix of a damaged copy, followed by the time.
 constexpr const char* corruptMark = ".corrupt-";
 
-/// Keeps other processes of ours from opening or replacing the same database at the same moment.
+/// Prevents our processes from opening or replacing the same database at the same time.
 class OpeningLock {
 public:
     explicit OpeningLock(const std::filesystem::path& bellFile)
@@ -66,8 +66,8 @@ bool isThere(const std::filesystem::path& file, const char* ending)
     return ::access((file.string() + ending).c_str(), F_OK) == 0;
 }
 
-/// A database is open for writing only while it has a log and an index. Otherwise SQLite would create them to
-/// read it, which an inspector must not do and a read-only medium does not allow.
+/// A database with a log and an index may be in use by a writer. SQLite would create both to read a database
+/// without them, which an inspector must not do and a read-only medium does not permit.
 SQLiteConnection::Mode readingMode(const std::filesystem::path& file, SQLiteStore::Access access)
 {
     if (isThere(file, "-wal"))
@@ -97,7 +97,7 @@ bool SQLiteStore::perform(Purpose purpose, const std::function<void(SQLiteConnec
     std::optional<OwnersRights> rights;
     if (m_access == Access::inspect)
         rights.emplace(m_file);
-    std::string reason = "its files are replaced again and again";
+    std::string reason = "its files keep being replaced";
     constexpr int maximumAttempts = 3;
     for (int attempt = 1; attempt <= maximumAttempts; ++attempt) {
         try {
@@ -187,16 +187,16 @@ void SQLiteStore::openAsIs()
     if (!isThere(m_file, ""))
         return;
     auto connection = std::make_unique<SQLiteConnection>(m_file, readingMode(m_file, m_access));
-    // A writer killed in its first step leaves a database without a table.
+    // A writer that was killed while creating the database leaves it without a table.
     if (!connection->hasTable())
         return;
     connection->prepare();
     m_connection = std::move(connection);
 }
 
-/// SQLite shares the index with processes that still have the database open, and would look in the new log
-/// for what stood in the removed one. A process that is closing the database removes both files under a lock
-/// that our opening waits for.
+/// Removes an index whose log was removed. SQLite shares the index with processes that still have the
+/// database open, and would look up pages of the removed log in the new one. A process that closes the
+/// database removes both files under a lock that opening waits for.
 void SQLiteStore::removeIndexWithoutLog() const
 {
     if (!isThere(m_file, "-wal"))
@@ -205,9 +205,8 @@ void SQLiteStore::removeIndexWithoutLog() const
 
 void SQLiteStore::openOrReplace()
 {
-    // Made beforehand, so that the database and its companions are the user's alone from their first moment;
-    // and closed again before SQLite opens it, since closing any descriptor of a file drops the locks this
-    // process has on it.
+    // Create the file first, so that the database, its log and its index are private from the start. Close it
+    // before SQLite opens it, since closing any descriptor of a file releases this process's locks on it.
     static_cast<void>(
         FileDescriptor(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)));
     removeIndexWithoutLog();
@@ -216,8 +215,8 @@ void SQLiteStore::openOrReplace()
     const int version = database.execAndGet("PRAGMA user_version").getInt();
     const bool isEmpty = database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt() == 0;
     if (version > formatVersion && !isEmpty)
-        throw SQLite::Exception(fmt::format("it has format {} and this version knows {}; install the version "
-                                            "that wrote it, or a later one",
+        throw SQLite::Exception(fmt::format("it has format {}, but this version of the app only supports {}; "
+                                            "install the version that wrote it, or a later one",
                                             version, formatVersion),
                                 SQLITE_READONLY);
     database.exec("PRAGMA journal_mode = WAL");
@@ -252,14 +251,14 @@ void SQLiteStore::moveAside() const
             throw std::system_error(error, damaged.string());
     }
     removeDamagedCopies(aside);
-    m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when it is no longer needed, "
-                            "it may hold keys",
+    m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when you no longer need it, "
+                            "because it may contain keys",
                             m_file.string(), aside));
 }
 
 void SQLiteStore::ringBell() const
 {
-    // Opening the database created the file. If it was removed since, the next opening creates it again.
+    // Opening the database has created the file. If it was removed since then, the next opening recreates it.
     ::utimensat(AT_FDCWD, m_bell.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
 }
 

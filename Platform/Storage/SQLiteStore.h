@@ -15,14 +15,14 @@ namespace Platform::Storage {
 
 class SQLiteConnection;
 
-/// A database with a table `defaults(key, type, value)` and its bell file: opened at the first use, and again
-/// after any of its files was removed or replaced; created, moved aside or left alone as `SQLiteUserDefaults`
-/// promises.
+/// A database with the table `defaults(key, type, value)` and its bell file. Opens it on first use, and again
+/// after one of its files was removed or replaced; creates it or moves it aside as described in
+/// `SQLiteUserDefaults`.
 ///
-/// Threads: one at a time. Errors: one line to the log for each new reason.
+/// Threads: one at a time. Errors: logged, once per reason.
 class SQLiteStore {
 public:
-    /// `inspect` neither makes nor moves any file, for a second process that only looks.
+    /// `inspect` creates and moves no files; other processes use it to read the store.
     enum class Access { readWrite, inspect };
     enum class Purpose { read, write };
 
@@ -31,23 +31,23 @@ public:
     SQLiteStore(const SQLiteStore&) = delete;
     SQLiteStore& operator=(const SQLiteStore&) = delete;
 
-    /// Whether the database is open. Whether it is still good is found out by its next use.
+    /// Returns whether a connection is open. Its next use checks whether it is still current.
     [[nodiscard]] bool isOpen() const { return m_connection != nullptr; }
     [[nodiscard]] const std::filesystem::path& bellFile() const { return m_bell; }
 
-    /// Runs `operation` on the open connection and returns whether it succeeded; all errors end here. It runs
-    /// again on a new connection after a damaged file was moved aside, a read met an error of the disk, the
-    /// table was lost, or the files were replaced during a write.
+    /// Runs `operation` on an open connection and returns whether it succeeded. Catches all errors. May run
+    /// `operation` several times, each on a new connection: after a damaged file was moved aside, a read
+    /// failed with a disk error, the table was missing, or the files were replaced during a write.
     bool perform(Purpose purpose, const std::function<void(SQLiteConnection&)>& operation);
-    /// Tells other processes about a commit.
+    /// Notifies other processes of a commit.
     void ringBell() const;
-    /// Removes the damaged copies, except for the one whose path begins with `kept`.
+    /// Removes the damaged copies, except those whose paths start with `kept`.
     void removeDamagedCopies(std::string_view kept = {}) const;
 
 private:
-    /// Leaves no connection when there is nothing to inspect.
+    /// Opens no connection if there is no database to inspect.
     void ensureOpen(Purpose purpose);
-    /// Throws when another user could have prepared what is about to be opened.
+    /// Throws if another user could have created the files.
     void requireTrustedFiles() const;
     void openForWriting();
     void openAsIs();

@@ -23,7 +23,7 @@ void bindBytes(SQLite::Statement& statement, int index, const void* bytes, std::
     statement.bindNoCopy(index, count > 0 ? bytes : "", static_cast<int>(count));
 }
 
-/// Binds the type name and the value as parameters 2 and 3. `storage` must live until the statement was run.
+/// Binds the type name and the value as parameters 2 and 3. `storage` must outlive the statement's execution.
 void bindValue(SQLite::Statement& statement, const PropertyList& value, Data& storage)
 {
     const auto* real = value.real();
@@ -49,7 +49,7 @@ void bindValue(SQLite::Statement& statement, const PropertyList& value, Data& st
     statement.bindNoCopy(2, type);
 }
 
-/// The stored value; absent when the row was not written by the rules above.
+/// Returns the stored value; absent if type and column do not match.
 std::optional<PropertyList> readValue(std::string_view type, const SQLite::Column& column)
 {
     const auto bytes = [&] {
@@ -111,8 +111,7 @@ std::optional<PropertyList> SQLiteUserDefaults::object(std::string_view key) con
         select.bindNoCopy(1, name);
         if (select.executeStep())
             value = readValue(select.getColumn(0).getText(), select.getColumn(1));
-        // A statement left in the middle would keep its view of the database, and the log from being folded
-        // in.
+        // An unfinished statement would hold a read transaction and block checkpoints.
         select.reset();
         if (!m_unreadKeys.empty())
             m_unreadKeys.erase(std::string(key));
@@ -128,7 +127,7 @@ bool SQLiteUserDefaults::write(std::span<const Entry> entries)
         for (const Entry& entry : entries) {
             if (m_unreadKeys.erase(std::string(entry.key)) > 0)
                 throw SQLite::Exception(
-                    fmt::format("{} could not be read before, and what it holds would be lost", entry.key),
+                    fmt::format("{} could not be read before, so writing it could lose its value", entry.key),
                     SQLITE_ABORT);
         }
         SQLite::Transaction transaction(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
@@ -136,7 +135,7 @@ bool SQLiteUserDefaults::write(std::span<const Entry> entries)
             const std::string key(entry.key);
             Data storage;
             SQLite::Statement& upsert = connection.upsert();
-            upsert.tryReset(); // It may still hold the error that ended its last use.
+            upsert.tryReset(); // Its last use may have ended with an error.
             upsert.bindNoCopy(1, key);
             bindValue(upsert, entry.value, storage);
             upsert.exec();
@@ -166,7 +165,7 @@ bool SQLiteUserDefaults::erase(std::span<const std::string_view> keys)
             statement.exec();
         }
         transaction.commit();
-        // What was deleted stays in free pages and in the log until both are rewritten.
+        // Deleted values stay in free pages and in the log until both are rewritten.
         database.exec("VACUUM");
         if (database.execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() != 0)
             throw SQLite::Exception("another process is reading; try again", SQLITE_BUSY);
@@ -179,10 +178,10 @@ bool SQLiteUserDefaults::erase(std::span<const std::string_view> keys)
 bool SQLiteUserDefaults::change(const std::function<void(SQLiteConnection&)>& operation)
 {
     const std::lock_guard lock(m_mutex);
-    const bool isMade = m_store->perform(Purpose::write, operation);
-    if (isMade)
+    const bool isCommitted = m_store->perform(Purpose::write, operation);
+    if (isCommitted)
         m_store->ringBell();
-    return isMade;
+    return isCommitted;
 }
 
 } // namespace Platform::Storage

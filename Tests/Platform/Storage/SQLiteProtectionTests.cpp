@@ -1,4 +1,4 @@
-// What other users may do to a store, and a store to its reader.
+// Protects a store from other users, and its reader from a hostile store.
 
 #include "Tests/Platform/Storage/SQLiteUserDefaultsTest.h"
 
@@ -21,7 +21,7 @@ namespace {
 
 constexpr uid_t user = 12345;
 
-/// Runs the expectations of `work` in a process of another user. Needs root.
+/// Runs `work`, including its expectations, in a process of another user. Requires root.
 void runAs(uid_t uid, const std::function<void()>& work)
 {
     std::fflush(stdout);
@@ -38,8 +38,8 @@ void runAs(uid_t uid, const std::function<void()>& work)
     EXPECT_EQ(status, 0);
 }
 
-/// The store is in deep/state, in a folder that other users may enter. $S is its folder, $F the store, and
-/// $THEIRS a folder of the user 65534 with a copy of it, both with the value 1.
+/// Commands use $F for the store, $S for its folder deep/state, and $THEIRS for a folder of user 65534 with
+/// another store. Both stores contain the value 1. Other users can enter the parent folder.
 class SQLiteProtectionTest : public SQLiteUserDefaultsTest {
 protected:
     void begin() const
@@ -59,7 +59,7 @@ protected:
                      "--clear-groups -- \"$@\"; }; " +
                      command);
     }
-    /// Everything that can be seen of the files, apart from the times of reading.
+    /// Returns all properties and contents of the files, except their access times.
     [[nodiscard]] std::string everything() const
     {
         return run("cd $S/..; find . -printf '%p %U %m %s %T@ %l\\n' | sort; "
@@ -67,12 +67,12 @@ protected:
     }
 };
 
-TEST_F(SQLiteProtectionTest, AppUsesOnlyAStoreOfItsUserAlone)
+TEST_F(SQLiteProtectionTest, AppUsesOnlyAPrivateStore)
 {
     struct Case {
         const char* name;
         const char* command;
-        /// Empty when the store is used, and private afterwards.
+        /// Empty if the store is used, and private afterwards.
         const char* reason;
         bool needsRoot = false;
     };
@@ -80,19 +80,19 @@ TEST_F(SQLiteProtectionTest, AppUsesOnlyAStoreOfItsUserAlone)
         {"open folder", "chmod 777 $S", ""},
         {"open files", "chmod 666 $F $S/domain.bell; : > $F-wal; chmod 666 $F-wal", ""},
         {"in a sticky folder", "chmod 1777 $S/..", ""},
-        {"a link of ours to a folder of ours", "mv $S $S.real; ln -s state.real $S", ""},
-        {"below an open folder in one that is closed", "chmod 700 $S/../..; chmod 777 $S/..", ""},
+        {"our link to our folder", "mv $S $S.real; ln -s state.real $S", ""},
+        {"below an open folder in a private one", "chmod 700 $S/../..; chmod 777 $S/..", ""},
         {"below an open folder", "chmod 777 $S/..",
          "/deep can be written by others (mode 0777); set XDG_DATA_HOME"},
-        {"made beforehand in a sticky folder",
+        {"created by another user in a sticky folder",
          "chmod 1777 $S/..; rm -r $S; as_stranger cp -r $THEIRS $S; chmod 777 $S; chmod 666 $S/*",
          "/state belongs to user 65534; set XDG_DATA_HOME to a folder that belongs to this user alone", true},
-        {"made beforehand, empty", "chmod 1777 $S/..; rm -r $S; as_stranger mkdir -m 777 $S",
+        {"created empty by another user", "chmod 1777 $S/..; rm -r $S; as_stranger mkdir -m 777 $S",
          "/state belongs to user 65534", true},
         {"below a folder of another user", "chown 65534 $S/..", "/deep belongs to user 65534", true},
-        {"a link of ours to a folder of another user", "rm -r $S; ln -s theirs $S",
-         "/theirs belongs to user 65534", true},
-        {"a link of another user", "chmod 1777 $S/..; mv $S $S.real; as_stranger ln -s state.real $S",
+        {"our link to another user's folder", "rm -r $S; ln -s theirs $S", "/theirs belongs to user 65534",
+         true},
+        {"another user's link", "chmod 1777 $S/..; mv $S $S.real; as_stranger ln -s state.real $S",
          "/state belongs to user 65534", true},
         {"store of another user", "chown 65534 $F; chmod 666 $F", "domain.sqlite belongs to user 65534",
          true},
@@ -121,7 +121,7 @@ TEST_F(SQLiteProtectionTest, AppUsesOnlyAStoreOfItsUserAlone)
         EXPECT_EQ(defaults->set("new", "canary"), !isRefused);
         const auto lines = log.takeLines();
         if (isRefused) {
-            EXPECT_EQ(lines.size(), 2U) << "one for reading, one for writing";
+            EXPECT_EQ(lines.size(), 2U) << "expected one for reading and one for writing";
             EXPECT_THAT(lines, testing::Each(HasSubstr(row.reason)));
             EXPECT_EQ(everything(), before);
         } else {
@@ -131,7 +131,7 @@ TEST_F(SQLiteProtectionTest, AppUsesOnlyAStoreOfItsUserAlone)
     }
 }
 
-TEST_F(SQLiteProtectionTest, BellThatIsALinkRingsNowhere)
+TEST_F(SQLiteProtectionTest, IgnoresABellThatIsALink)
 {
     for (const bool isOpenBefore : {false, true}) {
         begin();
@@ -147,12 +147,12 @@ TEST_F(SQLiteProtectionTest, BellThatIsALinkRingsNowhere)
         EXPECT_EQ(run("cd $S; stat -c '%Y %a' file; cat file"), "1 644\nprecious\n");
         if (!isOpenBefore) {
             EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("domain.bell is a link; remove it"),
-                                                     HasSubstr("the database can only be read")));
+                                                     HasSubstr("the database is read-only")));
         }
     }
 }
 
-TEST_F(SQLiteProtectionTest, StoreInAReadOnlyHomeIsRead)
+TEST_F(SQLiteProtectionTest, ReadsAStoreInAReadOnlyHome)
 {
     const auto check = [&] {
         EXPECT_EQ(open()->integer("k"), 1);
@@ -176,11 +176,11 @@ TEST_F(SQLiteProtectionTest, StoreInAReadOnlyHomeIsRead)
 TEST_F(SQLiteProtectionTest, InspectingReadsOnlyWhatRootOrTheUserOwns)
 {
     if (::geteuid() != 0)
-        GTEST_SKIP() << "needs to become another user";
+        GTEST_SKIP() << "requires root";
     struct Case {
         const char* name;
         const char* command;
-        /// Empty when the store can be read.
+        /// Empty if the store can be read.
         const char* reasonForUser;
         const char* reasonForRoot = "";
     };
@@ -224,7 +224,7 @@ TEST_F(SQLiteProtectionTest, InspectingReadsOnlyWhatRootOrTheUserOwns)
     }
 }
 
-TEST_F(SQLiteProtectionTest, InspectingAStoreThatWasLeftWithItsLogCreatesNothing)
+TEST_F(SQLiteProtectionTest, InspectingAStoreWithALogButNoIndexCreatesNothing)
 {
     struct Case {
         const char* name;
@@ -255,7 +255,7 @@ TEST_F(SQLiteProtectionTest, InspectingAStoreThatWasLeftWithItsLogCreatesNothing
         EXPECT_EQ(looking.text("k"), row.expected);
         EXPECT_EQ(run(copy + "cd $C; ls; md5sum *e *l"), before);
         EXPECT_THAT(log.takeLines(), IsEmpty());
-        // The next process to write is noticed.
+        // The reader notices the next writer.
         if (row.expected == "third") {
             SQLiteUserDefaults next(folder.path("deep/copy/domain.sqlite"), Access::readWrite, clock,
                                     adapterLog);
@@ -266,7 +266,7 @@ TEST_F(SQLiteProtectionTest, InspectingAStoreThatWasLeftWithItsLogCreatesNothing
     }
 }
 
-/// What the process takes at most while `work` runs, beyond what it has.
+/// Returns the growth of the process's peak memory while `work` runs.
 std::size_t peakKibibytes(const std::function<void()>& work)
 {
     const auto figure = [](const char* name) {
@@ -285,7 +285,7 @@ std::size_t peakKibibytes(const std::function<void()>& work)
     return peak > before ? peak - before : 0;
 }
 
-TEST_F(SQLiteProtectionTest, HostileStoreCostsTheInspectorLittle)
+TEST_F(SQLiteProtectionTest, HostileStoreCannotExhaustTheInspector)
 {
     struct Case {
         const char* command;
@@ -294,15 +294,15 @@ TEST_F(SQLiteProtectionTest, HostileStoreCostsTheInspectorLittle)
     const Case cases[] = {
         {"sqlite3 $F \"CREATE VIEW defaults AS SELECT 'k' AS key, 'data' AS type, zeroblob(900000000) AS "
          "value\"",
-         "it is not a store of this app: defaults is not an ordinary table"},
+         "it is not a store of this app: 'defaults' is not an ordinary table"},
         {"sqlite3 $F \"CREATE VIEW DEFAULTS AS SELECT 'k' AS key, 'data' AS type, zeroblob(900000000) AS "
          "value\"",
-         "it is not a store of this app: defaults is not an ordinary table"},
+         "it is not a store of this app: 'defaults' is not an ordinary table"},
         {"sqlite3 $F \"CREATE TABLE defaults(key TEXT PRIMARY KEY, type TEXT, value AS "
          "(zeroblob(900000000))); INSERT INTO defaults VALUES('k', 'data')\"",
          "too big"},
         {"sqlite3 $F 'CREATE VIRTUAL TABLE defaults USING fts5(key, type, value)'",
-         "it is not a store of this app: defaults is not an ordinary table"},
+         "it is not a store of this app: 'defaults' is not an ordinary table"},
         {"sqlite3 $F \"CREATE TABLE defaults(key, type, value /* $(head -c 100000 /dev/zero | tr '\\0' x) "
          "*/)\"",
          "malformed database schema"},
@@ -321,7 +321,7 @@ TEST_F(SQLiteProtectionTest, HostileStoreCostsTheInspectorLittle)
         else
             EXPECT_THAT(lines, ElementsAre(HasSubstr(row.reason)));
     }
-    // What the app itself may have to store is far from the limits.
+    // The app's own data is far below the limits.
     PropertyList::Array identifiers;
     for (int number = 0; number < 100'000; ++number)
         identifiers.emplace_back("com.example.application.number" + std::to_string(number));

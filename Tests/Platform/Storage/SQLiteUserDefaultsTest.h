@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-/// A store in a folder of the test's own.
+/// A store in a temporary folder.
 class SQLiteUserDefaultsTest : public testing::Test {
 protected:
     using SQLiteUserDefaults = Platform::Storage::SQLiteUserDefaults;
@@ -36,8 +36,7 @@ protected:
         return names;
     }
 
-    /// Runs the command in a second process, with $F for the store and $B for a backup, and returns what it
-    /// printed.
+    /// Runs a shell command and returns its output. $F is the store, $B the name of a backup.
     [[nodiscard]] std::string shell(const std::string& command) const
     {
         const std::string script = "exec 2>&1; F='" + file.string() + "'; B='" +

@@ -15,7 +15,7 @@ using testing::StartsWith;
 
 namespace {
 
-TEST_F(SQLiteUserDefaultsTest, FilesAreTheUsersAloneAndReadableWithPlainSQL)
+TEST_F(SQLiteUserDefaultsTest, FilesArePrivateAndReadableWithSQL)
 {
     const mode_t umaskBefore = ::umask(0);
     const auto defaults = open();
@@ -32,7 +32,7 @@ TEST_F(SQLiteUserDefaultsTest, FilesAreTheUsersAloneAndReadableWithPlainSQL)
     EXPECT_EQ(all.getColumn(0).getString(), "a text text,b boolean 1,c date 1.5");
 }
 
-TEST_F(SQLiteUserDefaultsTest, RowsNotWrittenByTheRulesCountAsMissing)
+TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissing)
 {
     const auto defaults = open();
     defaults->set("k", 1);
@@ -45,7 +45,7 @@ TEST_F(SQLiteUserDefaultsTest, RowsNotWrittenByTheRulesCountAsMissing)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
+TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndLogged)
 {
     open()->set("k", std::string(20'000, 'x'));
     const std::string good = folder.read("deep/state/domain.sqlite");
@@ -62,7 +62,7 @@ TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
         EXPECT_EQ(defaults->object("k"), std::nullopt);
         defaults->set("k", 1);
         EXPECT_EQ(defaults->integer("k"), 1);
-        // The newest copy is kept, for the user alone.
+        // Only the newest copy remains, and it is private.
         const auto copies = filesNamedCorrupt();
         ASSERT_FALSE(copies.empty());
         EXPECT_TRUE(folder.read(copies[0]) == content) << copies[0];
@@ -74,7 +74,7 @@ TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndNamed)
     }
 }
 
-TEST_F(SQLiteUserDefaultsTest, EarlierFormatsAreTakenOverAndLaterOnesOnlyRead)
+TEST_F(SQLiteUserDefaultsTest, EarlierFormatsAreUpgradedAndLaterOnesAreReadOnly)
 {
     open()->set("k", 1);
     const auto setFormat = [&](int number) {
@@ -99,7 +99,7 @@ TEST_F(SQLiteUserDefaultsTest, EarlierFormatsAreTakenOverAndLaterOnesOnlyRead)
     EXPECT_EQ(folder.read("deep/state/domain.sqlite"), before);
 }
 
-TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsOpenedAnew)
+TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsReopened)
 {
     const auto defaults = open();
     defaults->set("k", 1);
@@ -110,7 +110,7 @@ TEST_F(SQLiteUserDefaultsTest, FileReplacedWhileOpenIsOpenedAnew)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnotherOneIsMovedAside)
+TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnUnsuitableOneIsMovedAside)
 {
     struct Case {
         const char* sql;
@@ -140,7 +140,7 @@ TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnotherOneIsMovedAside)
     }
 }
 
-TEST_F(SQLiteUserDefaultsTest, LogIsFoldedInAsItGrows)
+TEST_F(SQLiteUserDefaultsTest, CheckpointsLimitTheSizeOfTheLog)
 {
     const auto defaults = open();
     for (int i = 0; i < 200; ++i)
@@ -152,7 +152,7 @@ TEST_F(SQLiteUserDefaultsTest, StoreReplacedByAnotherProcessIsReopened)
 {
     struct Case {
         const char* command;
-        /// Of the key "version", which is 1 in the backup $B and 3 in the open store $F.
+        /// The value of the key "version", which is 1 in the backup $B and 3 in the open store $F.
         int expectedVersion;
     };
     const Case cases[] = {
@@ -195,7 +195,7 @@ TEST_F(SQLiteUserDefaultsTest, StoreReplacedByAnotherProcessIsReopened)
             EXPECT_THAT(filesNamedCorrupt(), ElementsAre());
         }
     }
-    // A folder that moves takes its files along, which only a write notices.
+    // When the whole folder moves, only a write notices.
     const auto defaults = open();
     defaults->set("version", 5);
     std::filesystem::rename(folder.path("deep"), folder.path("moved"));
@@ -207,7 +207,7 @@ TEST_F(SQLiteUserDefaultsTest, RemovedLogIsNotDamageWhileAnotherProcessReads)
 {
     const auto defaults = open();
     defaults->set("version", 1);
-    // The database is checkpointed by another process, so the removed log cannot be told from a foreign one.
+    // Another process runs a checkpoint, so the store cannot know whether the removed log belonged to it.
     ASSERT_EQ(shell("mkfifo $B.opened $B.end; sqlite3 $F 'PRAGMA wal_checkpoint(TRUNCATE)'"), "0|0|0\n");
     std::thread reading([&] {
         EXPECT_EQ(shell("sqlite3 $F 'SELECT count(*) FROM defaults' '.shell echo > \"'$B.opened'\"' "
@@ -232,7 +232,7 @@ TEST_F(SQLiteUserDefaultsTest, CommitToReplacedFilesIsRepeated)
     defaults->set("version", 1);
     ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\"; mkfifo $B.locked"), "");
     defaults->set("version", 3);
-    // The files are replaced while the write below waits for the other process's transaction.
+    // Replaces the files while the write below waits for the other process's transaction.
     std::thread replacing([&] {
         EXPECT_EQ(shell("sqlite3 $F 'BEGIN IMMEDIATE' '.shell echo > \"'$B.locked'\"' '.shell sleep 0.3; cp "
                         "'$B' '$F'; "
@@ -245,12 +245,12 @@ TEST_F(SQLiteUserDefaultsTest, CommitToReplacedFilesIsRepeated)
     EXPECT_EQ(shell("sqlite3 $F \"select key || '=' || value from defaults\""), "next=4\nversion=1\n");
 }
 
-TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItWas)
+TEST_F(SQLiteUserDefaultsTest, FailedWriteIsLoggedAndLeavesTheStoreUnchanged)
 {
     const auto defaults = open();
     defaults->set("k", 1);
     {
-        // The second of two rows is refused in the middle of the commit.
+        // The second of two rows fails.
         SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
         second.exec("CREATE UNIQUE INDEX everyValueOnce ON defaults(value)");
     }
@@ -260,7 +260,7 @@ TEST_F(SQLiteUserDefaultsTest, WriterThatCannotWriteSaysSoAndLeavesTheStoreAsItW
     EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Cannot write " + file.string() + ": ")));
 }
 
-TEST_F(SQLiteUserDefaultsTest, StoreThatCannotBeOpenedForWritingIsStillRead)
+TEST_F(SQLiteUserDefaultsTest, ReadOnlyStoreIsRead)
 {
     open()->set("k", 1);
     std::filesystem::remove(folder.path("deep/state/domain.bell"));
@@ -278,12 +278,12 @@ TEST_F(SQLiteUserDefaultsTest, StoreThatCannotBeOpenedForWritingIsStillRead)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
+TEST_F(SQLiteUserDefaultsTest, InspectingDoesNotCreateMoveOrRepairFiles)
 {
     EXPECT_FALSE(open(Access::inspect)->isAvailable());
     EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
     folder.write("deep/state/domain.sqlite",
-                 ""); // As a writer leaves it that is killed at its very first step.
+                 ""); // The state after a writer was killed in its first step.
     EXPECT_FALSE(open(Access::inspect)->isAvailable());
     EXPECT_TRUE(log.takeLines().empty());
 
@@ -292,7 +292,7 @@ TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
     EXPECT_EQ(looking->integer("k"), 1);
     EXPECT_FALSE(std::filesystem::exists(file.string() + "-wal"));
     EXPECT_FALSE(std::filesystem::exists(file.string() + "-shm"));
-    open()->set("k", 2); // Gone again before the next look.
+    open()->set("k", 2); // Removed again before the next inspection.
     EXPECT_EQ(looking->integer("k"), 2);
     const auto writing = open();
     writing->set("k", 3);
@@ -305,7 +305,7 @@ TEST_F(SQLiteUserDefaultsTest, InspectingMakesMovesAndMendsNothing)
     EXPECT_TRUE(filesNamedCorrupt().empty());
 }
 
-TEST_F(SQLiteUserDefaultsTest, WhatCouldNotBeReadIsNotOverwritten)
+TEST_F(SQLiteUserDefaultsTest, UnreadValueIsNotOverwritten)
 {
     const auto defaults = open();
     std::filesystem::create_directories(file.parent_path());
@@ -327,7 +327,7 @@ TEST_F(SQLiteUserDefaultsTest, WhatCouldNotBeReadIsNotOverwritten)
     EXPECT_EQ(defaults->text("a"), "made on purpose");
 }
 
-TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
+TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesCompleteCommits)
 {
     const auto reader = open();
     constexpr std::array<const char*, 8> keys{"a", "b", "c", "d", "e", "f", "g", "h"};
@@ -335,7 +335,7 @@ TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
     constexpr int maximumRounds = 500;
     int hits = 0;
     for (int round = 0; round < maximumRounds && hits < neededHits; ++round) {
-        // The writer reports when it begins and ends a write: the last byte tells where it was killed.
+        // The writer reports the start and end of each write, so the last byte shows where it was killed.
         std::array<int, 2> pipe{};
         ASSERT_EQ(::pipe(pipe.data()), 0);
         const auto [readEnd, writeEnd] = pipe;
@@ -357,9 +357,8 @@ TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
         ::close(writeEnd);
         char last = 0;
         for (int byte = 0; byte <= 2 * (round % 5); ++byte)
-            ASSERT_EQ(::read(readEnd, &last, 1), 1) << "the writer ended by itself";
-        // Every other one is killed as soon as the first key is seen, the rest at different times before
-        // that.
+            ASSERT_EQ(::read(readEnd, &last, 1), 1) << "the writer exited on its own";
+        // Kill every other writer as soon as its first key is visible, the rest at varying times before that.
         const auto before = reader->text("a");
         const int reads = round % 2 == 0 ? 100'000 : round * 37 % 400;
         for (int count = 0; count < reads && reader->text("a") == before; ++count) {
@@ -376,7 +375,7 @@ TEST_F(SQLiteUserDefaultsTest, KilledWriterLeavesAWholeCommit)
         reader->set("after", round);
         EXPECT_EQ(open()->integer("after"), round);
     }
-    EXPECT_EQ(hits, neededHits) << "kills inside a write";
+    EXPECT_EQ(hits, neededHits) << "not enough kills during a write";
     EXPECT_THAT(log.takeLines(), ElementsAre());
 }
 
