@@ -20,13 +20,14 @@ using Code = URLError::Code;
 URLError certificateError(long result, std::string_view detail, const std::string& endpoint)
 {
     switch (result) {
-    // Curl looks at the names before it takes over the verdict of OpenSSL, which is "unspecified" until then.
+    // libcurl checks the host name before it copies OpenSSL's result, which is "unspecified" until then.
     case X509_V_OK:
     case X509_V_ERR_UNSPECIFIED:
-        return {Code::serverCertificateUntrusted,
-                fmt::format("The certificate of {} is for another host; check the host name of the address "
-                            "and the names in the certificate.",
-                            endpoint)};
+        return {
+            Code::serverCertificateUntrusted,
+            fmt::format("The certificate of {} is for another host; check the host name in the URL and the "
+                        "names in the certificate.",
+                        endpoint)};
     case X509_V_ERR_CERT_NOT_YET_VALID:
         return {
             Code::serverCertificateHasBadDate,
@@ -39,7 +40,7 @@ URLError certificateError(long result, std::string_view detail, const std::strin
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
         return {Code::serverCertificateUntrusted,
                 fmt::format("The certificate of {} is self-signed and not trusted by this device; add it to "
-                            "the trusted ones or have it issued by an authority.",
+                            "the device's trusted certificates, or use one from a certificate authority.",
                             endpoint)};
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
@@ -47,59 +48,59 @@ URLError certificateError(long result, std::string_view detail, const std::strin
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
         return {Code::serverCertificateUntrusted,
                 fmt::format("The certificate of {} comes from an issuer that this device does not trust; "
-                            "check the chain the server sends and the trusted certificates of this device.",
+                            "check the certificate chain that the server sends and the device's trusted "
+                            "certificates.",
                             endpoint)};
     default:
         return {Code::serverCertificateUntrusted,
-                fmt::format("The certificate of {} is not acceptable: {}.", endpoint, detail)};
+                fmt::format("The certificate of {} was rejected: {}.", endpoint, detail)};
     }
 }
 
-struct Meaning {
+struct ErrorMapping {
     CURLcode curlCode;
     Code code;
-    /// Takes host and port.
+    /// The format string; its argument is host and port.
     const char* sentence;
 };
 
-// A header line longer than libcurl reads. Version 7 reports a lack of memory; later ones have a code of
-// their own, which the headers of version 7 do not define.
+// A header line that is too long for libcurl. Version 7 reports it as CURLE_OUT_OF_MEMORY; later versions
+// have a separate code, which the headers of version 7 do not define.
 constexpr auto tooLarge = static_cast<CURLcode>(100);
 constexpr const char* longHeaderSentence =
-    "The header of the response from {} has lines that are too long; check the server.";
+    "The response from {} has a header line that is too long; check the server.";
 
-constexpr Meaning meanings[] = {
+constexpr ErrorMapping errorMappings[] = {
     {CURLE_COULDNT_RESOLVE_HOST, Code::cannotFindHost,
-     "The host of {} cannot be found; check its name, the network and the name servers."},
+     "The host of {} cannot be found; check the host name, the network and the name servers."},
     {CURLE_SSL_CACERT_BADFILE, Code::secureConnectionFailed,
-     "The certificates to trust for {} cannot be read; check SSL_CERT_FILE and SSL_CERT_DIR."},
+     "The trusted certificates for {} cannot be read; check SSL_CERT_FILE and SSL_CERT_DIR."},
     {CURLE_OUT_OF_MEMORY, Code::dataLengthExceedsMaximum, longHeaderSentence},
     {tooLarge, Code::dataLengthExceedsMaximum, longHeaderSentence},
     {CURLE_GOT_NOTHING, Code::networkConnectionLost,
-     "{} closed the connection without an answer; check the log of the server."},
+     "{} closed the connection without a response; check the server's log."},
     {CURLE_PARTIAL_FILE, Code::networkConnectionLost,
-     "{} closed the connection in the middle of its answer; check the network and the log of the server."},
+     "{} closed the connection in the middle of its response; check the network and the server's log."},
     {CURLE_RECV_ERROR, Code::networkConnectionLost,
-     "The connection to {} broke off before the end of the answer; check the network."},
+     "The connection to {} was lost before the end of the response; check the network."},
     {CURLE_SEND_ERROR, Code::networkConnectionLost,
-     "The connection to {} broke off while the request was sent; check the network."},
+     "The connection to {} was lost while sending the request; check the network."},
     {CURLE_SEND_FAIL_REWIND, Code::networkConnectionLost,
-     "The connection to {} broke off while the request was sent; check the network."},
-    {CURLE_HTTP2, Code::networkConnectionLost,
-     "The HTTP/2 connection to {} broke down; check the log of the server."},
+     "The connection to {} was lost while sending the request; check the network."},
+    {CURLE_HTTP2, Code::networkConnectionLost, "The HTTP/2 connection to {} failed; check the server's log."},
     {CURLE_HTTP2_STREAM, Code::networkConnectionLost,
-     "{} broke off its answer over HTTP/2; check the log of the server."},
+     "{} aborted its HTTP/2 response; check the server's log."},
     {CURLE_BAD_CONTENT_ENCODING, Code::cannotDecodeContentData,
-     "The body from {} cannot be decompressed; check the Content-Encoding that the server sends."},
+     "The response body from {} cannot be decompressed; check the Content-Encoding that the server sends."},
     {CURLE_WEIRD_SERVER_REPLY, Code::badServerResponse,
-     "{} did not answer in HTTP; check that the address is that of the right server."},
-    // The scheme was checked before: what is left is an answer in no known version of HTTP.
+     "The response from {} is not HTTP; check that the URL names the right server."},
+    // The scheme was checked before, so this is an unknown HTTP version.
     {CURLE_UNSUPPORTED_PROTOCOL, Code::badServerResponse,
-     "{} did not answer in HTTP; check that the address is that of the right server."},
-    {CURLE_URL_MALFORMAT, Code::badURL, "The address of a request to {} is malformed; check it."},
+     "The response from {} is not HTTP; check that the URL names the right server."},
+    {CURLE_URL_MALFORMAT, Code::badURL, "The URL of a request to {} is malformed; check it."},
 };
 
-/// Whether the proxy, rather than the server behind it, is the end that failed.
+/// Returns whether the proxy failed, rather than the server behind it.
 bool isFailureOfProxy(const CurlFailure& failure, const ProxyEnvironment& proxy)
 {
     switch (failure.code) {
@@ -108,7 +109,7 @@ bool isFailureOfProxy(const CurlFailure& failure, const ProxyEnvironment& proxy)
     case CURLE_PROXY:
         return true;
     default:
-        // Others report with a status that the tunnel is open; SOCKS has none.
+        // An HTTP proxy reports an open tunnel with a 2xx status; a SOCKS proxy reports no status.
         return proxy.scheme.starts_with("http") && failure.proxyStatus / 100 != 2;
     }
 }
@@ -118,40 +119,41 @@ URLError proxyError(const CurlFailure& failure, const ProxyEnvironment& environm
 {
     if (!environment.problem.empty())
         return {Code::cannotConnectToHost,
-                fmt::format("No connection to {}: {}; correct or unset it.", endpoint, environment.problem)};
+                fmt::format("Cannot connect to {}: {}; correct or unset it.", endpoint, environment.problem)};
     const std::string proxy = printable(environment.description());
     if (failure.proxyStatus != 0)
         return {
             Code::cannotConnectToHost,
-            fmt::format("The proxy {} answered {} to the request for a tunnel to {}; check the address of "
-                        "the proxy and the rights this device has there.",
+            fmt::format("The proxy {} responded with status {} to the request for a tunnel to {}; check the "
+                        "proxy's address and whether it permits this device.",
                         proxy, failure.proxyStatus, endpoint)};
     switch (failure.code) {
     case CURLE_COULDNT_RESOLVE_PROXY:
         return {Code::cannotFindHost,
-                fmt::format("The host of the proxy {} cannot be found; check its name, the network and the "
-                            "name servers.",
+                fmt::format("The host of the proxy {} cannot be found; check the host name, the network and "
+                            "the name servers.",
                             proxy)};
     case CURLE_COULDNT_CONNECT:
         return {
             Code::cannotConnectToHost,
-            fmt::format("No connection to the proxy {}: {}; check that the proxy runs and can be reached.",
+            fmt::format("Cannot connect to the proxy {}: {}; check that the proxy is running and reachable.",
                         proxy, errorText(static_cast<int>(failure.errorNumber)))};
     case CURLE_PEER_FAILED_VERIFICATION:
         return certificateError(failure.proxyCertificateResult, failure.detail, "the proxy " + proxy);
     case CURLE_SSL_CONNECT_ERROR:
         return {
             Code::secureConnectionFailed,
-            fmt::format("No secure connection to the proxy {}: {}; check that it speaks TLS 1.2 or later.",
+            fmt::format("Cannot make a secure connection to the proxy {}: {}; check that it supports TLS 1.2 "
+                        "or later.",
                         proxy, failure.detail)};
     default:
         return {
             Code::cannotConnectToHost,
-            fmt::format("The proxy {} opened no tunnel to {}; check the log of the proxy.", proxy, endpoint)};
+            fmt::format("The proxy {} did not open a tunnel to {}; check the proxy's log.", proxy, endpoint)};
     }
 }
 
-/// Whether the connection ended before any answer.
+/// Returns whether the connection ended before any response.
 bool isBrokenConnection(int code)
 {
     constexpr CURLcode codes[] = {CURLE_SSL_CONNECT_ERROR, CURLE_RECV_ERROR,  CURLE_SEND_ERROR,
@@ -178,21 +180,23 @@ URLError urlError(const CurlFailure& failure, const CurlRoute& route)
     if (failure.isCertificateRequested && isBrokenConnection(failure.code))
         return {Code::clientCertificateRequired,
                 fmt::format("{} requested a client certificate, which this app does not have, and closed the "
-                            "connection; turn client certificates off on the server, or check its log.",
+                            "connection; disable client certificates on the server, or check its log.",
                             endpoint)};
     if (failure.code == CURLE_PEER_FAILED_VERIFICATION)
         return certificateError(failure.certificateResult, failure.detail, endpoint);
     if (failure.code == CURLE_COULDNT_CONNECT)
         return {Code::cannotConnectToHost,
-                fmt::format("No connection to {}: {}; check that the server runs and can be reached.",
+                fmt::format("Cannot connect to {}: {}; check that the server is running and reachable.",
                             endpoint, errorText(static_cast<int>(failure.errorNumber)))};
     if (failure.code == CURLE_SSL_CONNECT_ERROR || failure.code == CURLE_SSL_CIPHER)
-        return {Code::secureConnectionFailed,
-                fmt::format("No secure connection to {}: {}; check that the server speaks TLS 1.2 or later.",
-                            endpoint, failure.detail)};
-    for (const Meaning& meaning : meanings) {
-        if (meaning.curlCode == failure.code)
-            return {meaning.code, fmt::format(fmt::runtime(meaning.sentence), endpoint)};
+        return {
+            Code::secureConnectionFailed,
+            fmt::format("Cannot make a secure connection to {}: {}; check that the server supports TLS 1.2 "
+                        "or later.",
+                        endpoint, failure.detail)};
+    for (const ErrorMapping& mapping : errorMappings) {
+        if (mapping.curlCode == failure.code)
+            return {mapping.code, fmt::format(fmt::runtime(mapping.sentence), endpoint)};
     }
     return {Code::unknown, fmt::format("The request to {} failed: {}.", endpoint,
                                        curl_easy_strerror(static_cast<CURLcode>(failure.code)))};
@@ -202,17 +206,17 @@ URLError timeoutError(const CurlRoute& route, std::chrono::seconds timeout)
 {
     const std::string endpoint = route.target.endpoint();
     if (route.isConnected)
-        return {Code::timedOut, fmt::format("Nothing came from {} for {} s; check the load of the server and "
-                                            "the network.",
+        return {Code::timedOut, fmt::format("{} sent nothing for {} s; check the load of the server and the "
+                                            "network.",
                                             endpoint, timeout.count())};
     if (const auto proxy = route.pendingProxy())
         return {Code::timedOut,
-                fmt::format("No connection to {} through the proxy {} within {} s; check that the "
-                            "proxy runs, and the server behind it.",
+                fmt::format("Cannot connect to {} through the proxy {} within {} s; check that the proxy and "
+                            "the server are running.",
                             endpoint, printable(proxy->description()), timeout.count())};
     return {Code::timedOut,
-            fmt::format("No connection to {} within {} s; check that the server runs and that no firewall is "
-                        "in the way.",
+            fmt::format("Cannot connect to {} within {} s; check that the server is running and that no "
+                        "firewall blocks the connection.",
                         endpoint, timeout.count())};
 }
 

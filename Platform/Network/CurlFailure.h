@@ -10,37 +10,37 @@
 
 namespace Platform::Network {
 
-/// What curl knows of a transfer that failed.
+/// libcurl's description of a failed transfer.
 struct CurlFailure {
     /// A CURLcode.
     int code;
-    /// X509_V_ERR_ numbers.
+    /// OpenSSL verification results (X509_V_ERR_…).
     long certificateResult = 0;
     long proxyCertificateResult = 0;
-    /// errno of the connection.
+    /// The errno value of the connection.
     long errorNumber = 0;
-    /// The proxy's answer when asked for a tunnel, or 0.
+    /// The HTTP status of the proxy's response to CONNECT, or 0.
     long proxyStatus = 0;
-    /// The server requested a client certificate and has not answered the request.
+    /// Whether the server requested a client certificate and has not responded to the request.
     bool isCertificateRequested = false;
-    /// Curl's own words; told only where they cannot quote the request or the answer.
+    /// libcurl's error message. Used only for errors whose message cannot quote the request or the response.
     std::string_view detail = {};
 };
 
-/// How far a transfer had come when it failed.
+/// The target of a failed transfer, and whether it was reached.
 struct CurlRoute {
     SecureURL target;
-    /// The connection to the target was established, through a proxy or directly.
+    /// Whether the connection to the target was established, directly or through a proxy.
     bool isConnected = false;
 
-    /// The proxy that had to connect to the target; absent once it has, and without a proxy.
+    /// Returns the proxy, if there is one and it has not yet connected to the target.
     [[nodiscard]] std::optional<ProxyEnvironment> pendingProxy() const;
 };
 
-/// The failure in the terms of the port.
+/// Returns the error that the port reports for a failed transfer.
 URLError urlError(const CurlFailure& failure, const CurlRoute& route);
 
-/// The error of a transfer for which nothing arrived for `timeout`.
+/// Returns the error of a transfer that received nothing for `timeout`.
 URLError timeoutError(const CurlRoute& route, std::chrono::seconds timeout);
 
 } // namespace Platform::Network

@@ -67,7 +67,7 @@ void CurlTransfer::prepareExchange()
     set(CURLOPT_URL, m_target.url.c_str());
     set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_NOSIGNAL, 1L);
-    // Without it, the end of a request waits for a name server that does not answer.
+    // Otherwise, removing the request would block until a hanging name server times out.
     set(CURLOPT_QUICK_EXIT, 1L);
     static_assert(sizeof m_detail == CURL_ERROR_SIZE);
     set(CURLOPT_ERRORBUFFER, m_detail.data());
@@ -86,14 +86,14 @@ void CurlTransfer::setSecurity()
 {
     set(CURLOPT_PROTOCOLS_STR, "https");
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    set(CURLOPT_SHARE, m_surroundings.share);
+    set(CURLOPT_SHARE, m_session.share);
     for (const auto option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO}) {
-        if (!m_surroundings.certificateFile.empty())
-            set(option, m_surroundings.certificateFile.c_str());
+        if (!m_session.certificateFile.empty())
+            set(option, m_session.certificateFile.c_str());
     }
     for (const auto option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH}) {
-        if (!m_surroundings.certificateFolder.empty())
-            set(option, m_surroundings.certificateFolder.c_str());
+        if (!m_session.certificateFolder.empty())
+            set(option, m_session.certificateFolder.c_str());
     }
     set(CURLOPT_SSL_CTX_DATA, this);
     set(
@@ -103,12 +103,12 @@ void CurlTransfer::setSecurity()
         });
 }
 
-/// Notes whether the server requests a client certificate: it may then close the connection in any way, among
-/// them one that discards its alert.
+/// Records whether the server requests a client certificate. When it then closes the connection, its TLS
+/// alert may get lost, so the failure does not show the reason.
 void CurlTransfer::watchHandshake(void* context)
 {
-    // The context stays with the connection, which may outlive this transfer.
-    bool& isRequested = m_surroundings.certificateRequests[m_target.endpoint()];
+    // The context belongs to the connection, which may outlive this transfer.
+    bool& isRequested = m_session.certificateRequests[m_target.endpoint()];
     isRequested = false;
     SSL_CTX_set_cert_cb(
         static_cast<SSL_CTX*>(context),
@@ -121,8 +121,8 @@ void CurlTransfer::watchHandshake(void* context)
 
 bool CurlTransfer::isCertificateRequested() const
 {
-    const auto found = m_surroundings.certificateRequests.find(m_target.endpoint());
-    return found != m_surroundings.certificateRequests.end() && found->second;
+    const auto found = m_session.certificateRequests.find(m_target.endpoint());
+    return found != m_session.certificateRequests.end() && found->second;
 }
 
 void CurlTransfer::setMethod()
@@ -138,7 +138,7 @@ void CurlTransfer::setMethod()
     if (method == "POST" || m_request.httpBody) {
         set(CURLOPT_POST, 1L);
         set(CURLOPT_POSTFIELDSIZE_LARGE, bodyBytes);
-        // Null would make curl ask for the body.
+        // With a null pointer, libcurl would read the body from the read callback.
         set(CURLOPT_POSTFIELDS, hasBody ? static_cast<const void*>(m_request.httpBody->data()) : "");
     }
     if (method == "HEAD" && !m_request.httpBody)
@@ -153,16 +153,16 @@ void CurlTransfer::setHeaderFields()
     const auto append = [&](const std::string& line) {
         curl_slist* list = curl_slist_append(m_headerList.get(), line.c_str());
         if (list == nullptr)
-            fatalError("there is no memory left for a header field");
+            fatalError("out of memory for a header field");
         static_cast<void>(m_headerList.release());
         m_headerList.reset(list);
     };
     for (const auto& [name, value] : m_request.headerFields) {
-        // Curl takes "name:" for the wish to leave the field out, and "name;" for an empty one.
+        // For libcurl, "name:" removes a field and "name;" sends an empty one.
         const bool isBlank = value.find_first_not_of(" \t") == std::string::npos;
         append(isBlank ? fmt::format("{};", name) : fmt::format("{}: {}", name, value));
     }
-    // Curl would wait for leave to send larger bodies, and would call every body a form.
+    // By default, libcurl waits for "100 Continue" before a large body, and declares every body to be a form.
     for (const char* unwanted : {"Expect", "Content-Type"}) {
         if (!m_request.headerFields.contains(unwanted))
             append(std::string(unwanted) + ":");
@@ -182,7 +182,7 @@ void CurlTransfer::setBodyCallbacks()
         CURLOPT_READFUNCTION, +[](char* room, std::size_t, std::size_t count, void* self) noexcept {
             return static_cast<CurlTransfer*>(self)->send(room, count);
         });
-    // Curl sends a request again when the connection it reused turns out to be closed.
+    // libcurl rewinds the body when it repeats a request because a reused connection was closed.
     set(CURLOPT_SEEKDATA, this);
     set(
         CURLOPT_SEEKFUNCTION, +[](void* self, curl_off_t offset, int origin) noexcept {
@@ -199,17 +199,17 @@ void CurlTransfer::setActivityCallbacks()
     set(
         CURLOPT_PREREQFUNCTION, +[](void* self, char*, char*, int, int) noexcept {
             static_cast<CurlTransfer*>(self)->m_isConnected = true;
-            static_cast<CurlTransfer*>(self)->noteActivity();
+            static_cast<CurlTransfer*>(self)->recordActivity();
             return CURL_PREREQFUNC_OK;
         });
     set(CURLOPT_HEADERDATA, this);
     set(
         CURLOPT_HEADERFUNCTION, +[](char* line, std::size_t, std::size_t count, void* self) noexcept {
             auto& transfer = *static_cast<CurlTransfer*>(self);
-            transfer.noteActivity();
+            transfer.recordActivity();
             return transfer.m_header.addLine({line, count}) ? count : std::size_t{0};
         });
-    // Tells of bytes on the wire, among them those from which no body byte follows yet.
+    // The progress callback also reports bytes that do not yet produce body data.
     set(CURLOPT_NOPROGRESS, 0L);
     set(CURLOPT_XFERINFODATA, this);
     set(
@@ -217,15 +217,15 @@ void CurlTransfer::setActivityCallbacks()
         +[](void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) noexcept {
             auto& transfer = *static_cast<CurlTransfer*>(self);
             if (std::exchange(transfer.m_wireBytes, received + sent) != received + sent)
-                transfer.noteActivity();
+                transfer.recordActivity();
             return 0;
         });
 }
 
-void CurlTransfer::noteActivity()
+void CurlTransfer::recordActivity()
 {
     m_lastActivity = Clock::now();
-    m_surroundings.lastArrival = m_lastActivity;
+    m_session.lastArrival = m_lastActivity;
 }
 
 std::string CurlTransfer::redirectLocation() const
@@ -238,7 +238,7 @@ std::string CurlTransfer::redirectLocation() const
 
 bool CurlTransfer::receive(const char* bytes, std::size_t count)
 {
-    noteActivity();
+    recordActivity();
     m_isTooLong = count > URLSession::maximumBodyBytes - m_body.size();
     if (m_isTooLong)
         return false;
@@ -276,19 +276,20 @@ void CurlTransfer::follow(const std::string& location)
 {
     const std::string endpoint = m_target.endpoint();
     if (++m_redirectCount > maximumRedirectCount)
-        throw URLError(Code::httpTooManyRedirects,
-                       fmt::format("The request was redirected more than {} times, last by {}; check the "
-                                   "redirects of the server.",
-                                   maximumRedirectCount, endpoint));
+        throw URLError(
+            Code::httpTooManyRedirects,
+            fmt::format("The request was redirected more than {} times, most recently by {}; check "
+                        "the server's redirects.",
+                        maximumRedirectCount, endpoint));
     SecureURL next;
     try {
         next = parseRedirectURL(m_target, location);
     } catch (const URLError& error) {
         const bool isInsecure = error.code() != Code::badURL;
         throw URLError(isInsecure ? Code::appTransportSecurityRequiresSecureConnection : error.code(),
-                       fmt::format("{} redirected the request to an address {}; check the redirects of the "
-                                   "server.",
-                                   endpoint, isInsecure ? "that is not https" : "that is malformed"));
+                       fmt::format("{} redirected the request to a URL that is {}; check the server's "
+                                   "redirects.",
+                                   endpoint, isInsecure ? "not https" : "malformed"));
     }
     redirectRequest(m_request, info<long>(CURLINFO_RESPONSE_CODE), m_target, next);
     m_target = std::move(next);
@@ -300,16 +301,15 @@ URLError CurlTransfer::failure(int code) const
 {
     if (m_isTooLong)
         return {Code::dataLengthExceedsMaximum,
-                fmt::format("The body from {} is longer than {} MiB, the most that is taken in.",
+                fmt::format("The response body from {} is larger than the limit of {} MiB.",
                             m_target.endpoint(), URLSession::maximumBodyBytes / 1024 / 1024)};
     if (m_header.isTooLong())
         return {
             Code::dataLengthExceedsMaximum,
-            fmt::format("The header of the response from {}{} is longer than {} KiB, the limit; check its "
-                        "log.",
-                        m_isConnected ? "" : "the proxy on the way to ", m_target.endpoint(),
+            fmt::format("The response header from {}{} is larger than the limit of {} KiB; check its log.",
+                        m_isConnected ? "" : "the proxy for ", m_target.endpoint(),
                         ResponseHeader::maximumBytes / 1024)};
-    // No other time limit is set with curl than that of the connection.
+    // The connection timeout is the only timeout that libcurl enforces here.
     if (code == CURLE_OPERATION_TIMEDOUT)
         return timeoutError();
     const bool isAnswered = info<long>(CURLINFO_RESPONSE_CODE) != 0;
@@ -334,8 +334,8 @@ URLResponse CurlTransfer::takeResponse()
 
 CurlTransfer::Clock::time_point CurlTransfer::deadline() const
 {
-    // While the others keep all connections busy, those that wait for one are not idle.
-    const auto start = m_isConnected ? m_lastActivity : std::max(m_lastActivity, m_surroundings.lastArrival);
+    // A transfer that waits for a free connection is not idle while other transfers receive data.
+    const auto start = m_isConnected ? m_lastActivity : std::max(m_lastActivity, m_session.lastArrival);
     return start + m_timeout;
 }
 

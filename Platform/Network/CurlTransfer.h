@@ -25,44 +25,44 @@ struct CurlHandleDeleter {
 };
 using CurlHandle = std::unique_ptr<void, CurlHandleDeleter>;
 
-/// One request on its way, with as many exchanges as its redirects take.
+/// A request in progress, including the exchanges that its redirects require.
 ///
 /// Threads: that of its session.
 class CurlTransfer {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// What the transfers of one session have in common.
-    struct Surroundings {
-        /// Empty: the system's.
+    /// The common state of the transfers of one session.
+    struct SessionState {
+        // Empty for the system's certificates.
         std::string certificateFile;
         std::string certificateFolder;
-        /// Of curl's "share" interface.
+        /// A handle of libcurl's "share" interface.
         void* share = nullptr;
-        /// When anything last arrived for any of them.
+        /// When data last arrived for any transfer.
         Clock::time_point lastArrival = {};
         /// By endpoint: whether the server requested a client certificate in its last handshake.
         std::map<std::string, bool> certificateRequests = {};
     };
 
-    /// `surroundings` must outlive the transfer. `handle` must be new or reset.
-    CurlTransfer(URLRequest request, URLSession::Completion completion, Surroundings& surroundings,
+    /// `session` must outlive the transfer. `handle` must be new or reset.
+    CurlTransfer(URLRequest request, URLSession::Completion completion, SessionState& session,
                  CurlHandle handle)
         : m_request(std::move(request)),
           m_completion(std::move(completion)),
-          m_surroundings(surroundings),
+          m_session(session),
           m_handle(std::move(handle))
     {}
 
-    /// Makes the handle ready. To be called once. Throws `URLError`.
+    /// Sets up the handle for the request. Call it once. Throws `URLError`.
     void prepare();
-    /// What came of the exchange that ended with this CURLcode. None: the answer was a redirect, and the
-    /// handle is ready for the next exchange.
+    /// Returns the outcome of the exchange that ended with this CURLcode. Absent after a redirect: the handle
+    /// is then set up for the next exchange.
     std::optional<URLSession::Outcome> conclude(int code);
 
-    /// When it will have been idle for too long, unless something arrives.
+    /// Returns when the transfer times out, unless data arrives before then.
     [[nodiscard]] Clock::time_point deadline() const;
-    /// The outcome at the deadline.
+    /// Returns the error for a transfer that has reached its deadline.
     [[nodiscard]] URLError timeoutError() const;
 
     [[nodiscard]] void* handle() const { return m_handle.get(); }
@@ -74,10 +74,10 @@ private:
         void operator()(curl_slist* list) const;
     };
 
-    /// Of a CURLoption.
+    /// Sets a CURLoption.
     template <typename Value>
     void set(int option, Value value);
-    /// Of a CURLINFO.
+    /// Returns the value of a CURLINFO.
     template <typename Value>
     [[nodiscard]] Value info(int which) const;
 
@@ -89,9 +89,9 @@ private:
     void setHeaderFields();
     void setBodyCallbacks();
     void setActivityCallbacks();
-    void noteActivity();
+    void recordActivity();
 
-    /// Where the answer redirects to, as its header says; empty when it is no redirect to follow.
+    /// Returns the target of a redirect as sent by the server; empty if the response is not a redirect.
     [[nodiscard]] std::string redirectLocation() const;
     void follow(const std::string& location);
     [[nodiscard]] URLError failure(int code) const;
@@ -101,12 +101,12 @@ private:
 
     URLRequest m_request;
     URLSession::Completion m_completion;
-    Surroundings& m_surroundings;
+    SessionState& m_session;
     SecureURL m_target;
     std::chrono::seconds m_timeout{0};
     int m_redirectCount = 0;
 
-    // Of the exchange.
+    // The current exchange.
     ResponseHeader m_header;
     Data m_body;
     std::size_t m_sentBytes = 0;
@@ -114,7 +114,7 @@ private:
     bool m_isTooLong = false;
     bool m_isConnected = false;
     Clock::time_point m_lastActivity;
-    /// Where curl writes what went wrong; it asks for this many.
+    /// libcurl's error buffer, which must have this size.
     std::array<char, 256> m_detail{};
     std::unique_ptr<curl_slist, ListDeleter> m_headerList;
     CurlHandle m_handle;

@@ -29,9 +29,9 @@ namespace Platform::Network {
 
 namespace {
 
-/// As browsers do.
+/// The usual limit of browsers.
 constexpr long maximumConnectionsPerHostCount = 6;
-/// Handles kept for later requests: a few KiB each.
+/// The number of handles to reuse; each takes a few KiB.
 constexpr std::size_t pooledHandleCount = 32;
 
 struct MultiDeleter {
@@ -52,7 +52,7 @@ std::string environment(const char* name)
 class CurlURLSession::Worker {
 public:
     Worker()
-        : m_surroundings{.certificateFile = environment("SSL_CERT_FILE"),
+        : m_sessionState{.certificateFile = environment("SSL_CERT_FILE"),
                          .certificateFolder = environment("SSL_CERT_DIR")}
     {}
     ~Worker();
@@ -83,11 +83,11 @@ private:
     std::mutex m_mutex;
     std::vector<Waiting> m_waiting;
     bool m_isEnding = false;
-    /// While the thread can be woken; guarded.
+    /// The multi handle while the thread can be woken, otherwise null.
     CURLM* m_wakeable = nullptr;
 
-    // Of the thread.
-    CurlTransfer::Surroundings m_surroundings;
+    // Used only on the thread.
+    CurlTransfer::SessionState m_sessionState;
     std::unique_ptr<CURLSH, ShareDeleter> m_share;
     std::unique_ptr<CURLM, MultiDeleter> m_multi;
     std::vector<CurlHandle> m_pool;
@@ -116,11 +116,12 @@ void CurlURLSession::Worker::start(URLRequest request, Completion completion)
         m_waiting.push_back({std::move(request), std::move(completion)});
         if (!m_thread.joinable())
             m_thread = std::thread([this] { run(); });
-        // The thread itself, going on with the outcome of another request, is awake.
+        // When a completion starts another request, the thread is already awake.
         if (m_waiting.size() == 1 && m_thread.get_id() != std::this_thread::get_id())
             toBeWoken = m_wakeable;
     }
-    // Outside the lock, which the thread takes first thing; it does not end before its last caller.
+    // Not under the lock, because the woken thread takes it at once. The destructor, which ends the thread,
+    // cannot run during this call.
     if (toBeWoken != nullptr)
         curl_multi_wakeup(toBeWoken);
 }
@@ -133,13 +134,12 @@ void CurlURLSession::Worker::run()
         CURLMcode code = curl_multi_perform(m_multi.get(), &running);
         concludeEnded();
         endIdle();
-        // An outcome may have led to another request.
+        // A completion may have started another request.
         if (code == CURLM_OK && !isAnyWaiting())
             code = curl_multi_poll(m_multi.get(), nullptr, 0, pollTime(), nullptr);
         if (code != CURLM_OK)
-            endAll({URLError::Code::unknown, fmt::format("The system does not let this program wait for the "
-                                                         "network: {}.",
-                                                         curl_multi_strerror(code))});
+            endAll({URLError::Code::unknown,
+                    fmt::format("This program cannot wait for the network: {}.", curl_multi_strerror(code))});
     }
     tearDown();
 }
@@ -147,7 +147,7 @@ void CurlURLSession::Worker::run()
 void CurlURLSession::Worker::setUp()
 {
     ::pthread_setname_np(::pthread_self(), "url-session");
-    // Signals are for the threads of the program; a connection closed by the other end raises one as well.
+    // Other threads handle the program's signals; and a closed connection must not raise SIGPIPE here.
     sigset_t all;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
@@ -158,11 +158,11 @@ void CurlURLSession::Worker::setUp()
         m_share.reset(curl_share_init());
     }
     if (!m_multi || !m_share)
-        fatalError("the network library cannot be initialised");
+        fatalError("the network library cannot be initialized");
     curl_multi_setopt(m_multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, maximumConnectionsPerHostCount);
     curl_multi_setopt(m_multi.get(), CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
     curl_share_setopt(m_share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    m_surroundings.share = m_share.get();
+    m_sessionState.share = m_share.get();
 
     const std::lock_guard lock(m_mutex);
     m_wakeable = m_multi.get();
@@ -179,7 +179,8 @@ void CurlURLSession::Worker::tearDown()
     m_share.reset();
 }
 
-/// False when the session has ended, and with it every request, those included that the end of another began.
+/// Starts the waiting requests. Returns false once the session is ending and all requests are completed,
+/// including those started by completions.
 bool CurlURLSession::Worker::beginWaiting()
 {
     while (true) {
@@ -196,7 +197,7 @@ bool CurlURLSession::Worker::beginWaiting()
             return true;
         if (waiting.empty() && m_transfers.empty())
             return false;
-        endAll({URLError::Code::cancelled, "The request was cancelled, for its session ended."});
+        endAll({URLError::Code::cancelled, "The request was canceled because its session ended."});
     }
 }
 
@@ -206,13 +207,13 @@ void CurlURLSession::Worker::begin(Waiting waiting)
     if (m_pool.empty()) {
         handle.reset(curl_easy_init());
         if (!handle)
-            fatalError("there is no memory left for a request");
+            fatalError("out of memory for a request");
     } else {
         handle = std::move(m_pool.back());
         m_pool.pop_back();
     }
     auto transfer = std::make_unique<CurlTransfer>(std::move(waiting.request), std::move(waiting.completion),
-                                                   m_surroundings, std::move(handle));
+                                                   m_sessionState, std::move(handle));
     try {
         transfer->prepare();
     } catch (const URLError& error) {
@@ -228,7 +229,7 @@ void CurlURLSession::Worker::add(std::unique_ptr<CurlTransfer> transfer)
     if (code == CURLM_OK)
         m_transfers.emplace(transfer->handle(), std::move(transfer));
     else
-        deliver(*transfer, URLError(URLError::Code::unknown, fmt::format("The request cannot be begun: {}.",
+        deliver(*transfer, URLError(URLError::Code::unknown, fmt::format("The request cannot be started: {}.",
                                                                          curl_multi_strerror(code))));
 }
 
@@ -273,7 +274,7 @@ void CurlURLSession::Worker::end(CURL* handle, Outcome outcome)
     deliver(*transfer, std::move(outcome));
 }
 
-/// The last that is done with a transfer.
+/// Completes a transfer, which must not be used afterwards.
 void CurlURLSession::Worker::deliver(CurlTransfer& transfer, Outcome outcome)
 {
     const Completion completion = transfer.takeCompletion();
@@ -295,7 +296,7 @@ bool CurlURLSession::Worker::isAnyWaiting()
     return !m_waiting.empty();
 }
 
-/// In milliseconds.
+/// Returns the time until the next deadline, in milliseconds.
 int CurlURLSession::Worker::pollTime() const
 {
     auto first = CurlTransfer::Clock::time_point::max();

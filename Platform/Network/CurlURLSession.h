@@ -6,19 +6,18 @@
 
 namespace Platform::Network {
 
-/// Requests over HTTP/1.1 and HTTP/2, at most six connections per host; more requests wait for their turn.
-/// Certificates are checked against the system's, or those that `SSL_CERT_FILE` and `SSL_CERT_DIR` name when
-/// the session is made; proxies come from the environment.
+/// Performs requests over HTTP/1.1 and HTTP/2 with libcurl, using at most six connections per host.
 ///
-/// `Connection`, `Content-Length`, `Host` and `Transfer-Encoding` of a request are ignored: the transfer sets
-/// them. User names and passwords inside an address are never sent. 301 and 302 turn POST into GET, 303 all
-/// but HEAD; 300, 304 and redirects without a target are answers like any other. The first 1000 header fields
-/// of a response are kept; a header of more than 256 KiB fails the request.
+/// Trusts the system's certificates, or those named by `SSL_CERT_FILE` and `SSL_CERT_DIR` when the session is
+/// created. Proxies come from the environment. A request's `Connection`, `Content-Length`, `Host` and
+/// `Transfer-Encoding` fields are ignored. A user name and password in the URL are never sent. Status 301 and
+/// 302 change POST to GET; 303 changes every method except HEAD to GET. 300, 304 and redirects without a
+/// target are ordinary responses. Only the first 1000 header fields of a response are kept; a header of more
+/// than 256 KiB fails the request.
 ///
-/// Threads: `start` from any. One thread of its own, which begins with the first request and sleeps while
-/// none is under way. Outcomes are delivered on it, so that whoever only goes on with the next request waits
-/// for nobody; whoever has more to do goes to a queue of its own. The destructor cancels what is under way,
-/// delivers that, and does not wait for the network.
+/// Threads: `start` may be called on any. The session has one thread, which starts with the first request and
+/// sleeps between requests. Completions run on it, so they must be short. The destructor completes the
+/// pending requests as cancelled and does not wait for the network.
 class CurlURLSession final : public URLSession {
 public:
     CurlURLSession();

@@ -13,19 +13,20 @@ class UserDefaults;
 
 namespace Platform::Network {
 
-/// How a request to a server ended, for diagnosis from another process. Holds no value of the request.
+/// The result of the last request to a server, for diagnosis by another process. Contains no configured
+/// values.
 struct ExchangeRecord {
-    /// When it ended.
+    /// When the request ended.
     Date time;
     std::string method;
-    /// All that is kept of the path, since any part of it may come from the configuration.
+    /// Stored instead of the path, which may come from the managed configuration.
     std::int64_t pathSegmentCount = 0;
-    /// 0: there was no HTTP response.
+    /// 0 if there was no HTTP response.
     std::int64_t statusCode = 0;
-    /// A `URLError::Code`; 0: none.
+    /// A `URLError::Code`, or 0.
     std::int64_t errorCode = 0;
 
-    /// Whether the response has a status from 200 to 299.
+    /// Returns whether the status is from 200 to 299.
     [[nodiscard]] bool isSuccess() const { return statusCode >= 200 && statusCode < 300; }
 
     friend bool operator==(const ExchangeRecord&, const ExchangeRecord&) = default;
@@ -34,12 +35,12 @@ struct ExchangeRecord {
 /// By server, as "host:port".
 using ExchangeRecords = std::map<std::string, ExchangeRecord, std::less<>>;
 
-/// Leaves out what does not have the form of a record.
+/// Returns the stored records. Skips invalid ones.
 ExchangeRecords storedExchanges(const UserDefaults& store);
-/// Replaces all stored records. Returns whether they are stored.
+/// Replaces all stored records. Returns whether it succeeded.
 bool storeExchanges(UserDefaults& store, const ExchangeRecords& records);
 
-/// The number of "/" in the path of a URL.
+/// Returns the number of "/" in the path of a URL.
 std::int64_t pathSegmentCount(std::string_view url);
 
 } // namespace Platform::Network

@@ -21,7 +21,7 @@ struct Variable {
     std::string value;
 };
 
-/// The first that is set and not empty.
+/// Returns the first variable that is set and not empty.
 std::optional<Variable> firstSet(std::initializer_list<const char*> names)
 {
     for (const char* name : names) {
@@ -33,7 +33,7 @@ std::optional<Variable> firstSet(std::initializer_list<const char*> names)
 
 using AddressBytes = std::array<unsigned char, sizeof(in6_addr)>;
 
-/// 4 or 16 when `text` is an address, else 0.
+/// Returns 4 or 16 if `text` is an IP address, otherwise 0.
 std::size_t addressSize(const std::string& text, AddressBytes& bytes)
 {
     if (::inet_pton(AF_INET, text.c_str(), bytes.data()) == 1)
@@ -41,7 +41,7 @@ std::size_t addressSize(const std::string& text, AddressBytes& bytes)
     return ::inet_pton(AF_INET6, text.c_str(), bytes.data()) == 1 ? sizeof(in6_addr) : 0;
 }
 
-/// Whether the address is in the network, as in "10.0.0.0/8".
+/// Returns whether the address is in a network such as "10.0.0.0/8".
 bool isInNetwork(const std::string& host, const std::string& network)
 {
     const auto slash = network.find('/');
@@ -100,8 +100,8 @@ std::uint16_t defaultPort(std::string_view scheme)
     return scheme == "https" ? securePort : usualPort;
 }
 
-/// Takes "host:port" apart into `proxy`, whose scheme is set.
-void readEndpoint(std::string_view endpoint, ProxyEnvironment& proxy)
+/// Parses "host:port" into `proxy`, whose scheme is already set.
+void parseEndpoint(std::string_view endpoint, ProxyEnvironment& proxy)
 {
     proxy.port = defaultPort(proxy.scheme);
     const auto bracket = endpoint.starts_with('[') ? endpoint.find(']') : 0;
@@ -110,13 +110,13 @@ void readEndpoint(std::string_view endpoint, ProxyEnvironment& proxy)
         const char* end = endpoint.data() + endpoint.size();
         const auto [stop, error] = std::from_chars(endpoint.data() + colon + 1, end, proxy.port);
         if (stop != end || error != std::errc() || proxy.port == 0)
-            proxy.problem = proxy.variable + " names no port of a proxy";
+            proxy.problem = proxy.variable + " has an invalid port";
     }
     proxy.host = endpoint.substr(0, colon);
     if (proxy.host.starts_with('['))
         proxy.host = proxy.host.substr(1, proxy.host.size() - 2);
     if (proxy.host.empty())
-        proxy.problem = proxy.variable + " names no host of a proxy";
+        proxy.problem = proxy.variable + " has no host";
 }
 
 } // namespace
@@ -137,7 +137,7 @@ std::optional<ProxyEnvironment> ProxyEnvironment::forHost(const std::string& hos
         exceptions && isExempt(wanted, exceptions->value))
         return std::nullopt;
 
-    // Not every usual value is a URL: names and passwords are often written as they are.
+    // The value may not be a valid URL: user names and passwords are often not percent-encoded.
     std::string_view rest = variable->value;
     ProxyEnvironment proxy{
         .variable = variable->name, .scheme = "http", .host = {}, .user = {}, .problem = {}};
@@ -151,7 +151,7 @@ std::optional<ProxyEnvironment> ProxyEnvironment::forHost(const std::string& hos
         proxy.user = rest.substr(0, user);
         rest.remove_prefix(user + 1);
     }
-    readEndpoint(rest.substr(0, rest.find_first_of("/?#")), proxy);
+    parseEndpoint(rest.substr(0, rest.find_first_of("/?#")), proxy);
     return proxy;
 }
 

@@ -6,31 +6,32 @@
 
 namespace Platform::Network {
 
-/// The proxy that the environment sets for https requests, by libcurl's rules: `https_proxy` or `all_proxy`,
-/// unless `no_proxy` exempts the host; each name also in capitals.
+/// The proxy for https requests that is set in the environment. Follows libcurl's rules: `https_proxy` or
+/// `all_proxy`, in lower or upper case, unless `no_proxy` exempts the host.
 ///
-/// Threads: any, as long as none changes the environment.
+/// Threads: any, as long as no thread changes the environment.
 struct ProxyEnvironment {
-    /// The variable that names the proxy.
+    /// The name of the variable that sets the proxy.
     std::string variable;
     /// "http", "https", "socks5", … in lower case.
     std::string scheme;
     /// Without the brackets of an IPv6 address.
     std::string host;
     std::uint16_t port = 0;
-    /// "name:password", percent-encoded; empty when the variable holds none. Secret.
+    /// "name:password", percent-encoded, or empty. Secret.
     std::string user;
 
-    /// Why the value is no address of a proxy that libcurl can use: a clause that begins with the variable
-    /// and does not quote the value. Empty when it is one.
+    /// Why libcurl cannot use the variable's value: a clause that starts with the variable's name and does
+    /// not quote the value. Empty if the value is valid.
     std::string problem;
 
-    /// "host:port", with brackets around an IPv6 address.
+    /// Returns "host:port", with brackets around an IPv6 address.
     [[nodiscard]] std::string endpoint() const;
-    /// "host:port (variable)", without the credentials.
+    /// Returns "host:port (variable)".
     [[nodiscard]] std::string description() const { return endpoint() + " (" + variable + ")"; }
 
-    /// Absent when requests to `host`, without brackets, go there directly.
+    /// Returns the proxy for requests to `host` (an IPv6 address has no brackets). Absent if they go directly
+    /// to the host.
     static std::optional<ProxyEnvironment> forHost(const std::string& host);
 };
 

@@ -11,7 +11,7 @@ namespace Platform::Network {
 
 namespace {
 
-/// "host:port"; absent when the address has none that a request could be sent to.
+/// Returns "host:port"; absent if the URL is invalid.
 std::optional<std::string> serverOf(const std::string& url)
 {
     try {
@@ -29,7 +29,7 @@ void setOutcome(ExchangeRecord& record, const URLSession::Outcome& outcome)
         record.statusCode = http->statusCode;
 }
 
-/// Whether writing `next` can wait.
+/// Returns whether `next` need not be written.
 bool isCoveredBy(const ExchangeRecord& previous, const ExchangeRecord& next)
 {
     const double age = next.time.secondsSinceReferenceDate - previous.time.secondsSinceReferenceDate;

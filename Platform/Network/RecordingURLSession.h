@@ -17,14 +17,13 @@ class UserDefaults;
 
 namespace Platform::Network {
 
-/// Performs requests through another session, and keeps in a store how the last request to each server ended,
-/// for the newest `maximumServerCount` servers. The server is that of the request, whatever it redirects to.
+/// Performs requests through another session and stores the result of the last request to each server, for up
+/// to `maximumServerCount` servers. Redirects count for the server of the original request.
 ///
-/// Each write is a commit, so an exchange that ends like the one before it within `refreshInterval` is not
-/// written.
+/// To save commits, a result that equals the previous one is not written again within `refreshInterval`.
 ///
-/// Threads: as the other session; the store is written before the outcome is delivered, on the same thread.
-/// Errors: those of the store, which affect no request.
+/// Threads: like the other session. The record is written before the completion runs, on the same thread.
+/// Errors: store errors do not affect requests.
 class RecordingURLSession final : public URLSession {
 public:
     static constexpr std::size_t maximumServerCount = 8;
@@ -33,7 +32,7 @@ public:
     /// `store` and `clock` must outlive this object.
     RecordingURLSession(std::unique_ptr<URLSession> session, UserDefaults& store, const Clock& clock);
 
-    /// A request whose address names no server is performed but not recorded.
+    /// Does not record a request whose URL has no valid host and port.
     void start(URLRequest request, Completion completion) override;
 
 private:
@@ -44,7 +43,7 @@ private:
     std::mutex m_mutex;
     /// Absent until the first request ends.
     std::optional<ExchangeRecords> m_records;
-    /// Last, because its destructor completes the requests that are under way.
+    /// Declared last, because its destructor completes the pending requests.
     const std::unique_ptr<URLSession> m_session;
 };
 

@@ -26,7 +26,7 @@ bool ResponseHeader::addLine(std::string_view line)
     m_byteCount += line.size();
     if (isTooLong())
         return false;
-    // A status line begins each response; the final one replaces those of a proxy and interim ones.
+    // Each response starts with a status line. The final response replaces proxy and interim responses.
     if (line.starts_with("HTTP/")) {
         m_fields.clear();
         m_fieldCount = 0;
@@ -48,7 +48,7 @@ void ResponseHeader::addField(std::string_view line)
     if (colon == std::string_view::npos)
         return;
     const std::string_view name = trimmed(line.substr(0, colon));
-    // A redirect needs its target, and only one: it counts neither for the limit nor as a list.
+    // A redirect needs exactly one target, so `Location` is exempt from the limit and never joined to a list.
     const bool isLocation = isSameName(name, "Location");
     if (!isLocation && ++m_fieldCount > maximumFieldCount)
         return;
@@ -63,7 +63,7 @@ void ResponseHeader::addField(std::string_view line)
 
 void ResponseHeader::continueField(std::string_view line)
 {
-    // RFC 9112, section 5.2: a folded line continues the value after a single blank.
+    // RFC 9112, section 5.2: a folded line continues the value after a single space.
     if (m_lastValue != nullptr)
         m_lastValue->append(" ").append(line);
 }

@@ -9,23 +9,24 @@
 
 namespace Platform::Network {
 
-/// The header fields of a response, collected line by line as they arrive.
+/// Collects the header fields of a response line by line.
 ///
-/// libcurl keeps the fields too, but walks its whole list for each one that is read from it. This takes time
-/// in proportion to the bytes that arrive, and memory within the two limits below.
+/// Takes linear time, unlike libcurl's own header interface, which searches its whole list for each field.
+/// Memory use is bounded by the two limits below.
 class ResponseHeader {
 public:
-    /// Limit for all header lines of one exchange: those of a proxy, interim responses and trailers included.
+    /// The limit for all header lines of an exchange, including proxy responses, interim responses and
+    /// trailers.
     static constexpr std::size_t maximumBytes = std::size_t{256} * 1024;
-    /// Later fields are ignored, except for `Location`.
+    /// Further fields are ignored, except for `Location`.
     static constexpr std::size_t maximumFieldCount = 1000;
 
-    /// Takes the next line with its line end. Returns false once the limit is exceeded.
+    /// Parses the next line, including its line ending. Returns false if the header exceeds `maximumBytes`.
     bool addLine(std::string_view line);
     [[nodiscard]] bool isTooLong() const { return m_byteCount > maximumBytes; }
 
-    /// The fields of the last response. Values of a repeated field are joined with ", ", except for
-    /// `Location`, which keeps the first one; trailers are left out.
+    /// Returns the fields of the final response, without trailers. Values of a repeated field are joined with
+    /// ", ", except that only the first `Location` counts.
     [[nodiscard]] const HeaderFields& fields() const { return m_fields; }
     HeaderFields takeFields() { return std::move(m_fields); }
 
@@ -35,10 +36,10 @@ private:
 
     std::size_t m_byteCount = 0;
     std::size_t m_fieldCount = 0;
-    /// Set by the empty line at the end: what follows are trailers.
+    /// Whether the final empty line has arrived; trailers follow it.
     bool m_isComplete = false;
     HeaderFields m_fields;
-    /// The value that a continuation line belongs to; null when its field was ignored.
+    /// The value that a continuation line extends; null if its field is ignored.
     std::string* m_lastValue = nullptr;
 };
 

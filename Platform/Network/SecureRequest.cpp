@@ -26,7 +26,7 @@ bool isToken(std::string_view text)
     });
 }
 
-/// Whether `text` has neither blanks nor control characters.
+/// Returns whether `text` contains neither spaces nor control characters.
 bool isPlain(std::string_view text)
 {
     return std::all_of(text.begin(), text.end(), [](char character) {
@@ -42,8 +42,8 @@ void removeFields(HeaderFields& fields, std::initializer_list<std::string_view> 
     }
 }
 
-/// Whether this may stand where a host does: a name, an IPv4 address, or an IPv6 address in brackets, with
-/// its zone if it has one.
+/// Returns whether `host` contains only characters of a host name, an IPv4 address, or an IPv6 address in
+/// brackets with an optional zone.
 bool isHost(std::string_view host)
 {
     const bool isBracketed = host.starts_with('[') && host.ends_with(']');
@@ -56,7 +56,7 @@ bool isHost(std::string_view host)
     });
 }
 
-/// The port after the last colon of `authority`, which loses both; 443 when there is none.
+/// Removes the port and its colon from `authority` and returns the port, or "443" if it has none.
 std::string takePort(std::string_view& authority)
 {
     const std::size_t colon = authority.find_last_of(":]");
@@ -69,7 +69,7 @@ std::string takePort(std::string_view& authority)
     std::uint16_t port = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
     if (error != std::errc() || end != digits.data() + digits.size() || port == 0)
-        throw URLError(Code::badURL, "The port of the address is not a number from 1 to 65535.");
+        throw URLError(Code::badURL, "The port of the URL is not a number from 1 to 65535.");
     return std::to_string(port);
 }
 
@@ -78,10 +78,10 @@ std::string takePort(std::string_view& authority)
 SecureURL parseSecureURL(const std::string& url)
 {
     if (!isPlain(url))
-        throw URLError(Code::badURL, "The address of the request has a blank or control character in it.");
+        throw URLError(Code::badURL, "The URL of the request contains a space or control character.");
     const URLParts parts = splitURL(url);
     if (!parts.scheme)
-        throw URLError(Code::badURL, "The address of the request is not an absolute URL.");
+        throw URLError(Code::badURL, "The URL of the request is not absolute.");
     const std::string wholeAuthority = parts.authority.value_or("");
     std::string_view authority = wholeAuthority;
     authority.remove_prefix(authority.rfind('@') + 1); // The user's name and password; npos + 1 is 0.
@@ -90,15 +90,15 @@ SecureURL parseSecureURL(const std::string& url)
     const std::string scheme = lowerCasedASCII(*parts.scheme);
     if (scheme == "http")
         throw URLError(Code::appTransportSecurityRequiresSecureConnection,
-                       fmt::format("The address at {} is not secure; only https is allowed.", host));
+                       fmt::format("The URL at {} is not secure; only https is allowed.", host));
     if (scheme != "https")
-        throw URLError(Code::unsupportedURL, fmt::format("Addresses of the scheme \"{}\" are not supported; "
-                                                         "only https is.",
-                                                         scheme));
+        throw URLError(
+            Code::unsupportedURL,
+            fmt::format("URLs with the scheme \"{}\" are not supported; only https is allowed.", scheme));
     if (host.empty())
-        throw URLError(Code::badURL, "The address of the request names no host.");
+        throw URLError(Code::badURL, "The URL of the request names no host.");
     if (!isHost(host))
-        throw URLError(Code::badURL, "The host of the request has a character in it that no host may have.");
+        throw URLError(Code::badURL, "The host of the request contains an invalid character.");
     return {.url = fmt::format("https://{}{}{}{}{}{}", host, port == "443" ? "" : ":" + port,
                                parts.path.empty() ? "/" : "", parts.path, parts.query ? "?" : "",
                                parts.query.value_or("")),
@@ -117,19 +117,18 @@ SecureURL parseRedirectURL(const SecureURL& from, std::string_view location)
     }
     const auto url = resolveURLReference(from.url, escaped);
     if (!url)
-        throw URLError(Code::badURL, "The address of a redirect is malformed.");
+        throw URLError(Code::badURL, "The URL of a redirect is malformed.");
     return parseSecureURL(*url);
 }
 
 void cleanRequest(URLRequest& request)
 {
     if (!isToken(request.httpMethod))
-        throw URLError(Code::unknown, "The method of the request has a character that no method may have.");
+        throw URLError(Code::unknown, "The method of the request contains an invalid character.");
     for (const auto& [name, value] : request.headerFields) {
         if (!isToken(name))
             throw URLError(Code::unknown,
-                           fmt::format("The name of the header field \"{}\" has a character that no name may "
-                                       "have.",
+                           fmt::format("The name of the header field \"{}\" contains an invalid character.",
                                        printable(name)));
         if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
             throw URLError(

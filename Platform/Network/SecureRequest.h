@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-// What a request must be before it is sent, and what becomes of it at a redirect.
+// Validates requests before they are sent and adapts them to redirects.
 
 namespace Platform::Network {
 
-/// An https address taken apart.
+/// A parsed https URL.
 struct SecureURL {
     /// Without user name, password and fragment.
     std::string url;
@@ -20,22 +20,22 @@ struct SecureURL {
     [[nodiscard]] std::string endpoint() const { return host + ":" + port; }
 };
 
-/// Throws `URLError` for what is no address, or none of https.
+/// Parses an https URL. Throws `URLError` if it is malformed or not https.
 SecureURL parseSecureURL(const std::string& url);
 
-/// Resolves the `location` of a redirect against the address that answered with it. Percent-encodes the
-/// characters that no URL may hold, which some servers send unescaped. Throws as `parseSecureURL` does.
+/// Resolves the `location` of a redirect against the URL of the request. Percent-encodes invalid characters,
+/// which some servers send unescaped. Throws like `parseSecureURL`.
 SecureURL parseRedirectURL(const SecureURL& from, std::string_view location);
 
-/// Throws `URLError` for a method or header field that would break out of its line. Removes the header fields
-/// that the transfer sets itself.
+/// Removes the header fields that the transfer sets itself. Throws `URLError` for a method or header field
+/// with characters that could inject header lines.
 void cleanRequest(URLRequest& request);
 
-/// Whether an answer of this status asks for the same elsewhere, given that it names a place.
+/// Returns whether a response with this status and a `Location` field is a redirect.
 bool isRedirect(std::int64_t statusCode);
 
-/// Turns a request answered with `statusCode` into the one for the place it was sent on to: method and body
-/// as the status asks, and no credentials for a place other than `from`.
+/// Changes a request after a redirect with `statusCode`: sets the URL to `to`, adapts method and body to the
+/// status, and removes the credentials if host or port differ from `from`.
 void redirectRequest(URLRequest& request, std::int64_t statusCode, const SecureURL& from,
                      const SecureURL& to);
 

@@ -37,7 +37,7 @@ protected:
     RecordingURLSession session{std::unique_ptr<URLSession>(network), store, scheduler};
 };
 
-TEST_F(RecordingURLSessionTest, WritesWhatIsNewAndNoValue)
+TEST_F(RecordingURLSessionTest, WritesOnlyNewResultsWithoutConfiguredValues)
 {
     struct Case {
         const char* name;
@@ -45,7 +45,7 @@ TEST_F(RecordingURLSessionTest, WritesWhatIsNewAndNoValue)
         const char* url;
         URLSession::Outcome outcome;
         const char* method;
-        /// How many servers are known then; 0: nothing is written.
+        /// The number of recorded servers afterwards; 0 if nothing is written.
         std::size_t serverCount;
         std::string server = {};
         ExchangeRecord record = {};
@@ -104,7 +104,7 @@ TEST_F(RecordingURLSessionTest, WritesWhatIsNewAndNoValue)
     }
 }
 
-TEST_F(RecordingURLSessionTest, KeepsTheNewestServersOverRestarts)
+TEST_F(RecordingURLSessionTest, KeepsTheNewestServersAcrossRestarts)
 {
     constexpr std::size_t limit = RecordingURLSession::maximumServerCount;
     for (std::size_t i = 0; i <= limit; ++i) {
@@ -121,7 +121,7 @@ TEST_F(RecordingURLSessionTest, KeepsTheNewestServersOverRestarts)
     EXPECT_TRUE(records.contains("next.example:443"));
 }
 
-TEST_F(RecordingURLSessionTest, DoesNotFailRequestsWithTheStore)
+TEST_F(RecordingURLSessionTest, PerformsRequestsWhenTheStoreFails)
 {
     store.isWritable = false;
     EXPECT_TRUE(perform("https://host.example/", status(200)));
