@@ -11,7 +11,7 @@ namespace Platform::Push {
 
 namespace {
 
-/// The refusal of a payload that was delivered in two ways.
+/// Returns the refusal of a payload that was delivered in two ways.
 std::optional<PushRefusal> combined(const std::optional<PushRefusal>& first,
                                     const std::optional<PushRefusal>& second)
 {
@@ -88,7 +88,7 @@ void DeviceApplication::deliverInBackground(const PropertyList::Dictionary& payl
 {
     const auto delegate = m_delegate.lock();
     if (!delegate) {
-        completion(PushRefusal{"the application is ending", true});
+        completion(PushRefusal{"the application is quitting", true});
         return;
     }
     delegate->didReceiveRemoteNotification(

@@ -16,24 +16,23 @@ class UserNotificationDelivery;
 
 namespace Platform::Push {
 
-/// The runtime of the application on a desktop: tells the delegate what happens, and sends each push where it
-/// belongs.
+/// The runtime of the application: calls the delegate and routes each push.
 ///
-/// A payload with an `aps.alert`, a text or a dictionary, goes to the notification centre; one with
-/// `content-available: 1`, and one without an alert, to the delegate's background callback. One that takes
-/// both ways is accepted when either takes it, unless something it brought could not be stored.
+/// A payload whose `aps.alert` is a string or a dictionary goes to the notification center. A payload with
+/// `content-available: 1`, or without an alert, goes to the delegate's background callback. A payload that
+/// goes both ways is accepted if one of them accepts it, unless part of it could not be stored.
 ///
-/// Threads: main. Ownership: refers to its ports; holds the delegate weakly.
+/// Threads: main. Ownership: references its ports; holds the delegate weakly.
 class DeviceApplication final : public Application, public PushServiceListener {
 public:
     struct Ports {
         PushService& pushService;
         PushServiceKind pushServiceKind;
         UserNotificationDelivery& notifications;
-        /// Takes the `PushServiceState`.
+        /// Stores the `PushServiceState`.
         UserDefaults& systemStore;
         const Clock& clock;
-        /// Shows the page of this application in the settings.
+        /// Shows this application's page in the system settings.
         std::function<void()> openSettings;
     };
 
@@ -44,9 +43,10 @@ public:
     /// Handles only the settings URL.
     void open(std::string_view url) override;
 
-    /// Tells the delegate that launching has finished, and lets pushes come in. Once, with the delegate set.
+    /// Reports to the delegate that launching has finished and starts the push service. Called once, after
+    /// the delegate is set.
     void finishLaunching();
-    /// Whether the user has the application in front.
+    /// Sets whether the application is in the foreground.
     void setActive(bool isActive) { m_isActive = isActive; }
 
     void didRegister(const Data& deviceToken) override;

@@ -26,18 +26,18 @@ Error noPromptError()
     return {.typeName = domain,
             .domain = domain,
             .code = 1,
-            .localizedDescription = "There is no screen on which the user could be asked.",
+            .localizedDescription = "There is no screen on which to ask the user.",
             .localizedFailureReason = {}};
 }
 
 } // namespace
 
 DeviceNotificationCenter::DeviceNotificationCenter(Ports ports)
-    : m_ports(std::move(ports)), m_kept(m_ports.state.store())
+    : m_ports(std::move(ports)), m_pending(m_ports.state.store())
 {
     for (NotificationPresenter* presenter : m_ports.presenters)
         presenter->onAvailable([this] { scheduleShowing(); });
-    scheduleShowing(); // What an earlier run has kept.
+    scheduleShowing(); // For notifications stored by an earlier run.
 }
 
 void DeviceNotificationCenter::getNotificationSettings(std::function<void(NotificationSettings)> completion)
@@ -106,7 +106,7 @@ void DeviceNotificationCenter::deliver(const UserNotification& notification, boo
         return;
     }
     present(notification, everyPresentation, 0, [this, notification, completion](bool isShown) {
-        completion(isShown ? std::nullopt : keep(notification));
+        completion(isShown ? std::nullopt : store(notification));
         if (isShown)
             scheduleShowing();
     });
@@ -115,20 +115,20 @@ void DeviceNotificationCenter::deliver(const UserNotification& notification, boo
 void DeviceNotificationCenter::wait(Waiting waiting)
 {
     if ((waiting.options & PresentationOptions::banner) == 0)
-        return; // There would be nothing to see.
+        return; // It would not be visible anyway.
     m_waiting.push_back(std::move(waiting));
     if (m_waiting.size() > maximumWaitingCount)
         m_waiting.pop_front();
 }
 
-std::optional<PushRefusal> DeviceNotificationCenter::keep(const UserNotification& notification)
+std::optional<PushRefusal> DeviceNotificationCenter::store(const UserNotification& notification)
 {
-    switch (m_kept.add(notification)) {
-    case KeptNotifications::Addition::kept:
+    switch (m_pending.add(notification)) {
+    case PendingNotifications::Addition::added:
         return std::nullopt;
-    case KeptNotifications::Addition::full:
+    case PendingNotifications::Addition::full:
         return PushRefusal{"too many notifications are already waiting to be shown", true};
-    case KeptNotifications::Addition::notStored:
+    case PendingNotifications::Addition::notStored:
         break;
     }
     return PushRefusal::notStored();
@@ -144,7 +144,7 @@ void DeviceNotificationCenter::showWaiting()
     if (m_isShowingWaiting)
         return;
     if (m_waiting.empty()) {
-        showKept();
+        showPending();
         return;
     }
     m_isShowingWaiting = true;
@@ -159,16 +159,16 @@ void DeviceNotificationCenter::showWaiting()
     });
 }
 
-void DeviceNotificationCenter::showKept()
+void DeviceNotificationCenter::showPending()
 {
-    const auto next = m_kept.oldest();
+    const auto next = m_pending.oldest();
     if (!next || !mayNotify(m_ports.state.authorizationStatus()))
         return;
     m_isShowingWaiting = true;
     present(*next, everyPresentation, 0, [this](bool isShown) {
         m_isShowingWaiting = false;
-        // One that cannot be removed would be shown for ever.
-        if (isShown && m_kept.removeOldest())
+        // A notification that cannot be removed would be shown again and again.
+        if (isShown && m_pending.removeOldest())
             scheduleShowing();
     });
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Push/KeptNotifications.h"
+#include "Platform/Push/PendingNotifications.h"
 #include "Platform/Shell.h"
 #include "Platform/UserNotificationCenter.h"
 
@@ -16,70 +16,71 @@ namespace Platform::Push {
 
 class ShellState;
 
-/// The notification centre of this device: reads the user's decision from the shell's own store and hands
+/// The notification center of this device: reads the user's decision from the shell's store and passes
 /// notifications to the delegate and the presenters.
 ///
-/// What no presenter can show waits until one can. With the application in front, the delegate has stored the
-/// notification, so it waits in memory. Otherwise it is kept in the store and survives a restart; it goes to
-/// the delegate only when the user answers it. When the store holds as many as it may, a notification that
-/// nothing can show is refused.
+/// A notification that no presenter can show waits until one can. If the application was in the foreground,
+/// the delegate has stored the notification, so it waits in memory. Otherwise it waits in the store, across
+/// restarts, and reaches the delegate only when the user responds to it. When the store is full, further
+/// notifications are refused.
 ///
-/// Threads: the centre's operations from any; completions and the delegate are called on the main thread, to
-/// which everything else belongs. Ownership: refers to its ports; blocks that wait on the main queue, and the
-/// presenters, refer to it.
+/// Threads: the operations of `UserNotificationCenter` may be called on any; everything else belongs to the
+/// main thread, including completions and the delegate. Ownership: references its ports. Items on the main
+/// queue and the presenters reference this object.
 class DeviceNotificationCenter final : public UserNotificationCenter, public UserNotificationDelivery {
 public:
     struct Ports {
         ShellState& state;
         DispatchQueue& mainQueue;
-        /// Null: nobody can be asked.
+        /// Null if there is no screen.
         PermissionPrompt* prompt;
-        /// Best first; the first that can shows a notification.
+        /// In order of preference.
         std::vector<NotificationPresenter*> presenters;
     };
 
-    /// As many wait in memory; the oldest makes way for the next.
+    /// The number of notifications that wait in memory; beyond it the oldest is dropped.
     static constexpr std::size_t maximumWaitingCount = 20;
 
     explicit DeviceNotificationCenter(Ports ports);
 
     void getNotificationSettings(std::function<void(NotificationSettings)> completion) override;
-    /// Requests that come while the user is being asked wait for the same answer.
+    /// Requests that arrive while the prompt is open share its result.
     void requestAuthorization(unsigned options, AuthorizationCompletion completion) override;
     void setDelegate(std::weak_ptr<UserNotificationCenterDelegate> delegate) override;
 
-    /// With the application in front, `completion` is called when the delegate has completed; otherwise when
-    /// the notification is shown or kept.
+    /// If the application is active, `completion` is called when the delegate has completed; otherwise when
+    /// the notification is shown or stored.
     void deliver(const UserNotification& notification, bool isApplicationActive,
                  Completion completion) override;
 
 private:
-    /// A notification that the delegate has stored, and nobody has shown yet.
+    /// A notification that the delegate has stored and no presenter has shown yet.
     struct Waiting {
         UserNotification notification;
         unsigned options = 0;
     };
 
     void decide(AuthorizationCompletion completion);
-    /// Tries the presenters from the given one on; `completion` gets whether one showed it.
+    /// Tries the presenters, starting with `presenterIndex`. `completion` receives whether one of them showed
+    /// the notification.
     void present(const UserNotification& notification, unsigned options, std::size_t presenterIndex,
                  const std::function<void(bool)>& completion);
     void wait(Waiting waiting);
-    [[nodiscard]] std::optional<PushRefusal> keep(const UserNotification& notification);
-    /// Shows what waits, one after the other, as long as a presenter can.
+    [[nodiscard]] std::optional<PushRefusal> store(const UserNotification& notification);
+    /// Shows the waiting notifications one by one until a presenter fails.
     void showWaiting();
-    void showKept();
+    void showPending();
     void scheduleShowing();
     void respond(const UserNotification& notification) const;
 
     const Ports m_ports;
-    KeptNotifications m_kept;
+    PendingNotifications m_pending;
     std::weak_ptr<UserNotificationCenterDelegate> m_delegate;
-    /// Requests that wait for the user's decision.
+    /// The requests that wait for the user's decision.
     std::vector<AuthorizationCompletion> m_requests;
     /// Oldest first.
     std::deque<Waiting> m_waiting;
-    /// From the moment a presenter is given one that waits until it has completed.
+    /// Whether a presenter is showing a waiting notification and has not completed.
     bool m_isShowingWaiting = false;
 };
 

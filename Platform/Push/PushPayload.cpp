@@ -20,7 +20,7 @@ std::variant<PropertyList::Dictionary, std::string> readPushPayload(std::string_
 {
     if (bytes.size() > maximumPayloadSize)
         return fmt::format("the payload is larger than {} bytes", maximumPayloadSize);
-    // Other formats that the reader knows are none of a payload's.
+    // The reader also accepts formats that are not valid for a payload.
     const auto start = bytes.find_first_not_of(" \t\r\n");
     if (start == std::string_view::npos || bytes[start] != '{')
         return "the payload is not a JSON object";

@@ -14,19 +14,19 @@ namespace Platform::Push {
 /// In bytes.
 inline constexpr std::size_t maximumPayloadSize = 4096;
 
-/// The payload that `bytes` hold: a JSON object. Else the reason for which it is refused, with the place.
+/// Parses a payload, which must be a JSON object. Returns the payload, or the reason for refusing it, with
+/// line and column.
 std::variant<PropertyList::Dictionary, std::string> readPushPayload(std::string_view bytes);
 
-/// What a payload asks of the system.
+/// The instructions of a payload to the system.
 struct PushContents {
-    /// Absent for a payload without an alert, a text or a dictionary.
+    /// Absent unless the payload has an alert that is a string or a dictionary.
     std::optional<UserNotification> notification;
-    /// Whether the application is to be called in the background as well.
+    /// Whether the delegate's background callback must be called as well.
     bool isContentAvailable = false;
 };
 
-/// Reads the member "aps" of a payload that was delivered at `date`. What has the wrong type counts as
-/// absent.
+/// Reads the `aps` member of a payload delivered at `date`. Members of the wrong type count as absent.
 PushContents readPushContents(const PropertyList::Dictionary& payload, Date date);
 
 } // namespace Platform::Push

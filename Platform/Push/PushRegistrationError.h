@@ -7,24 +7,24 @@
 
 namespace Platform::Push {
 
-/// What keeps this device from being registered for remote notifications.
+/// The reason why this device cannot register for remote notifications.
 enum class PushRegistrationErrorCode {
-    /// Nothing on this device brings pushes.
+    /// There is no push service on this device.
     noDistributor = 1,
-    /// Another program holds our name on the bus.
+    /// Another program owns our name on the bus.
     nameTaken = 2,
-    /// The distributor does not answer, or not as it should.
+    /// The distributor does not reply, or its reply is invalid.
     distributorFault = 3,
     distributorOffline = 4,
-    /// The user has to do something in the distributor.
+    /// The user must complete a step in the distributor.
     actionRequired = 5,
-    /// The distributor will not serve this application.
+    /// The distributor refuses to serve this application.
     refused = 6,
-    /// What makes this device the same receiver after a restart cannot be stored.
+    /// The registration cannot be stored.
     notStored = 7,
 };
 
-/// `description` is a whole sentence: what is the matter, and what mends it.
+/// Returns a registration error. `description` is a full sentence with the problem and its fix.
 inline Error pushRegistrationError(PushRegistrationErrorCode code, std::string description)
 {
     constexpr const char* domain = "Platform.Linux.PushRegistrationError";

@@ -12,7 +12,7 @@ class UserDefaults;
 
 namespace Platform::Push {
 
-/// What brings pushes to this device.
+/// The push service in use.
 enum class PushServiceKind {
     unifiedPush,
     local,
@@ -21,10 +21,10 @@ enum class PushServiceKind {
     unavailable,
 };
 
-/// "UnifiedPush", "local", "off" or "unavailable".
+/// Returns "UnifiedPush", "local", "off" or "unavailable".
 std::string_view pushServiceName(PushServiceKind kind);
 
-/// The push service since the last start of the application, for diagnosis from another process.
+/// The push service and its last failure since the application started, for diagnosis by another process.
 struct PushServiceState {
     struct Failure {
         /// A `PushRegistrationErrorCode`.
@@ -35,12 +35,12 @@ struct PushServiceState {
     };
 
     PushServiceKind kind = PushServiceKind::unifiedPush;
-    /// Why the last registration failed; absent when it succeeded, and before the first.
+    /// The error of the last registration; absent if it succeeded or there was none.
     std::optional<Failure> failure = {};
 
-    /// Absent when nothing is stored, or something that makes no sense.
+    /// Returns the stored state; absent if it is missing or invalid.
     static std::optional<PushServiceState> stored(const UserDefaults& store);
-    /// Writes only what differs from the stored state. Returns whether this is the stored state.
+    /// Writes the state unless it is already stored. Returns whether it is stored.
     bool write(UserDefaults& store) const;
 
     friend bool operator==(const PushServiceState&, const PushServiceState&) = default;

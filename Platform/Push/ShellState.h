@@ -7,17 +7,18 @@
 
 namespace Platform::Push {
 
-/// What the system's side of the device remembers of the application, in a store of its own: the user's
-/// decision about notifications, and whatever the push services need to be the same ones after a restart.
+/// The system's own state for the application, in a separate store: the user's decision about notifications
+/// and the push registration.
 ///
 /// Threads: any. Errors: those of the store.
 class ShellState {
 public:
     explicit ShellState(UserDefaults& store) : m_store(store) {}
 
-    /// Read anew each time: other processes decide as well. Undetermined when nothing sensible is stored.
+    /// Returns the stored decision, or `notDetermined` if it is missing or invalid. Reads the store on every
+    /// call, because other processes change it as well.
     [[nodiscard]] AuthorizationStatus authorizationStatus() const;
-    /// Returns whether it is stored.
+    /// Returns whether the decision is stored.
     bool setAuthorizationStatus(AuthorizationStatus status);
 
     [[nodiscard]] UserDefaults& store() const { return m_store; }

@@ -9,7 +9,8 @@
 
 namespace Platform::Push {
 
-/// Stands in where no pushes can come: every registration fails with the reason, a whole sentence.
+/// The push service of a device that cannot receive pushes. Every registration fails with `reason`, a full
+/// sentence.
 class UnavailablePushService final : public PushService {
 public:
     UnavailablePushService(DispatchQueue& mainQueue, std::string reason)

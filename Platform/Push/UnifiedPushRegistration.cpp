@@ -20,12 +20,12 @@ constexpr std::string_view privateKeyKey = "UnifiedPush.PrivateKey";
 constexpr std::string_view authSecretKey = "UnifiedPush.AuthSecret";
 constexpr std::string_view endpointKey = "UnifiedPush.Endpoint";
 
-/// A random UUID (RFC 9562, version 4).
+/// Returns a random UUID (RFC 9562, version 4).
 std::string randomUUID()
 {
     Data bytes(16);
     if (::RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1)
-        throw WebPushError("The system has no random bytes for a registration.");
+        throw WebPushError("The system cannot provide random bytes for a registration.");
     bytes[6] = (bytes[6] & std::byte{0x0f}) | std::byte{0x40};
     bytes[8] = (bytes[8] & std::byte{0x3f}) | std::byte{0x80};
     std::string text = hexadecimalText(bytes);

@@ -13,35 +13,36 @@ class UserDefaults;
 
 namespace Platform::Push {
 
-/// What distributors know this application by, and what came of it: kept in a store, so that this device is
-/// the same receiver after a restart.
+/// The registration of this application with a UnifiedPush distributor. It is stored, so that the device
+/// keeps its token and endpoint across restarts.
 ///
 /// Threads: one at a time.
 class UnifiedPushRegistration {
 public:
     /// In bytes.
     static constexpr std::size_t maximumTokenSize = 100;
-    // Where `distributor()` and `replacedDistributor()` are stored, as text.
+    // The keys under which `distributor()` and `replacedDistributor()` are stored.
     static constexpr std::string_view distributorKey = "UnifiedPush.Distributor";
     static constexpr std::string_view replacedDistributorKey = "UnifiedPush.ReplacedDistributor";
 
-    /// Absent when nothing is stored there, or nothing that makes sense.
+    /// Returns the stored registration; absent if it is missing or invalid.
     static std::optional<UnifiedPushRegistration> stored(const UserDefaults& store);
-    /// A new one, which takes the place of what is stored; absent when it cannot be stored. Throws
-    /// `WebPushError` when the system has no random bytes.
+    /// Creates a registration and stores it in place of the previous one. Absent if it cannot be stored.
+    /// Throws `WebPushError` if the system cannot provide random bytes.
     static std::optional<UnifiedPushRegistration> make(UserDefaults& store);
 
-    /// A random UUID: whoever knows it may call us as the distributor.
+    /// A random UUID. It authenticates the distributor's calls, so treat it as a secret.
     [[nodiscard]] const std::string& token() const { return m_token; }
     [[nodiscard]] const WebPushKeys& keys() const { return m_keys; }
-    /// The bus name of the one that registered us; empty: none yet.
+    /// The bus name of the distributor that registered this application; empty if none has.
     [[nodiscard]] const std::string& distributor() const { return m_distributor; }
-    /// The one that registered us before that; empty: none.
+    /// The previous distributor; empty if there was none.
     [[nodiscard]] const std::string& replacedDistributor() const { return m_replacedDistributor; }
-    /// Where pushes are to be sent; empty: nowhere yet.
+    /// The URL for sending pushes; empty until the first registration.
     [[nodiscard]] const std::string& endpoint() const { return m_endpoint; }
 
-    /// Returns whether it is stored. If it is not, it holds for this object all the same.
+    /// Sets distributor and endpoint, and stores them. Returns whether they are stored; this object has the
+    /// new values in any case.
     bool setEndpoint(UserDefaults& store, const std::string& distributor, const std::string& endpoint);
 
 private:
@@ -55,7 +56,7 @@ private:
     bool m_isEndpointStored = true;
 };
 
-/// Whether a backend may be told to send there: over https, or within this device.
+/// Returns whether the URL is a valid endpoint: https, or http to this device.
 bool isUsablePushEndpoint(std::string_view endpoint);
 
 } // namespace Platform::Push

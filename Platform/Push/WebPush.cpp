@@ -28,7 +28,7 @@ constexpr std::size_t tagBytes = 16;
 /// Salt, record size and the length of the key identifier.
 constexpr std::size_t fixedHeaderBytes = saltBytes + 4 + 1;
 constexpr std::size_t headerBytes = fixedHeaderBytes + WebPushKeys::publicKeyBytes;
-/// The padding delimiter and one more byte, without which no number of records could hold anything.
+/// The tag, the padding delimiter and one byte of content: the minimum of RFC 8188, section 2.
 constexpr std::uint32_t smallestRecordSize = tagBytes + 2;
 constexpr unsigned char uncompressedPoint = 4;
 constexpr char lastRecordDelimiter = 2;
@@ -45,7 +45,7 @@ using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Releaser<EVP_PKEY_CTX_free>>;
 using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Releaser<EVP_CIPHER_CTX_free>>;
 
-/// Bytes that leave nothing behind.
+/// Bytes that are cleared on destruction.
 template <std::size_t count>
 struct Secret {
     Secret() = default;
@@ -76,24 +76,24 @@ std::string_view view(const Data& bytes)
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-void require(bool isDone, const char* otherwise)
+void require(bool isDone, const char* message)
 {
     if (isDone)
         return;
-    // Whoever uses the library next on this thread is not to find our failure in its queue.
+    // Keep our error out of the thread's error queue, where other users of the library would find it.
     ERR_clear_error();
-    throw WebPushError(otherwise);
+    throw WebPushError(message);
 }
 
-/// A number as the key that it is; null for one that is none.
-Key keyFromNumber(std::string_view number)
+/// Returns the key for a private-key scalar; null if it is invalid.
+Key keyFromScalar(std::string_view scalar)
 {
-    // The structure of RFC 5915 without its optional public key, which the library computes.
+    // The structure of RFC 5915 without the optional public key, which the library computes.
     constexpr std::string_view head("\x30\x31\x02\x01\x01\x04\x20", 7);
     constexpr std::string_view curve("\xa0\x0a\x06\x08\x2a\x86\x48\xce\x3d\x03\x01\x07", 12);
     Secret<head.size() + WebPushKeys::privateKeyBytes + curve.size()> document;
     auto end = std::copy(head.begin(), head.end(), document.bytes.begin());
-    end = std::copy(number.begin(), number.end(), end);
+    end = std::copy(scalar.begin(), scalar.end(), end);
     std::copy(curve.begin(), curve.end(), end);
 
     const unsigned char* bytes = document.bytes.data();
@@ -116,26 +116,27 @@ Data encodedPoint(const Key& key)
     return point;
 }
 
-/// The sender's, on the curve of `own`.
+/// Returns the sender's key for an encoded point on the curve of `own`.
 Key keyFromPoint(std::string_view point, const Key& own)
 {
     Key key(EVP_PKEY_new());
     require(key && EVP_PKEY_copy_parameters(key.get(), own.get()) == 1,
-            "There is no memory left for the sender's key.");
+            "Out of memory for the sender's key.");
     require(EVP_PKEY_set1_encoded_public_key(key.get(), octets(point), point.size()) == 1,
-            "The sender's key is no point on the curve.");
+            "The sender's key is not a point on the curve.");
     return key;
 }
 
+/// Computes the ECDH shared secret.
 template <std::size_t count>
-void agree(const Key& own, const Key& peer, Secret<count>& secret)
+void deriveSharedSecret(const Key& own, const Key& peer, Secret<count>& secret)
 {
     const KeyContext context(EVP_PKEY_CTX_new_from_pkey(nullptr, own.get(), nullptr));
     std::size_t size = count;
     require(context && EVP_PKEY_derive_init(context.get()) == 1 &&
                 EVP_PKEY_derive_set_peer(context.get(), peer.get()) == 1 &&
                 EVP_PKEY_derive(context.get(), secret.bytes.data(), &size) == 1 && size == count,
-            "No secret can be agreed on with the sender's key.");
+            "The shared secret cannot be derived from the sender's key.");
 }
 
 /// HKDF with SHA-256 (RFC 5869), both steps.
@@ -152,7 +153,7 @@ void derive(std::string_view salt, std::string_view material, std::string_view i
                 1 &&
             EVP_PKEY_CTX_add1_hkdf_info(context.get(), octets(info), static_cast<int>(info.size())) == 1 &&
             EVP_PKEY_derive(context.get(), out.bytes.data(), &size) == 1 && size == count,
-        "The keys of the message cannot be derived.");
+        "The message keys cannot be derived.");
 }
 
 struct Message {
@@ -180,10 +181,10 @@ Message parse(std::string_view message)
     const std::uint32_t recordSize = readRecordSize(message);
     if (recordSize < smallestRecordSize)
         throw WebPushError(
-            fmt::format("The record size is {}; the smallest is {}.", recordSize, smallestRecordSize));
+            fmt::format("The record size is {}; the minimum is {}.", recordSize, smallestRecordSize));
     const auto keySize = static_cast<unsigned char>(message[fixedHeaderBytes - 1]);
     if (keySize != WebPushKeys::publicKeyBytes)
-        throw WebPushError(fmt::format("The key identifier has {} bytes; the sender's key has {}.", keySize,
+        throw WebPushError(fmt::format("The key identifier has {} bytes; a sender's key has {}.", keySize,
                                        WebPushKeys::publicKeyBytes));
     if (message.size() <= headerBytes + tagBytes)
         throw WebPushError("The message is shorter than its header and an empty record.");
@@ -192,7 +193,7 @@ Message parse(std::string_view message)
         throw WebPushError("The message has more than one record.");
     const std::string_view senderKey = message.substr(fixedHeaderBytes, keySize);
     if (*octets(senderKey) != uncompressedPoint)
-        throw WebPushError("The sender's key is no uncompressed point.");
+        throw WebPushError("The sender's key is not an uncompressed point.");
     return {.salt = message.substr(0, saltBytes),
             .senderKey = senderKey,
             .ciphertext = record.substr(0, record.size() - tagBytes),
@@ -220,14 +221,14 @@ std::string open(const Message& message, const Secret<16>& key, const Secret<12>
     return plaintext;
 }
 
-/// Takes off the delimiter and the zeros behind it.
+/// Removes the padding delimiter and the zeros after it.
 void removePadding(std::string& record)
 {
     const auto delimiter = record.find_last_not_of('\0');
     if (delimiter == std::string::npos)
         throw WebPushError("The record has no padding delimiter.");
     if (record[delimiter] != lastRecordDelimiter)
-        throw WebPushError("The padding delimiter is not that of a last record.");
+        throw WebPushError("The padding delimiter does not mark the last record.");
     record.resize(delimiter);
 }
 
@@ -241,7 +242,7 @@ WebPushKeys::WebPushKeys(Data privateKey, Data publicKey, Data authSecret)
 
 WebPushKeys WebPushKeys::generate()
 {
-    constexpr const char* failure = "The system has no random bytes for new keys.";
+    constexpr const char* failure = "The system cannot provide random bytes for new keys.";
     Data authSecret(authSecretBytes);
     require(RAND_priv_bytes(octets(authSecret), static_cast<int>(authSecret.size())) == 1, failure);
     const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
@@ -259,7 +260,7 @@ std::optional<WebPushKeys> WebPushKeys::fromStored(const Data& privateKey, const
 {
     if (privateKey.size() != privateKeyBytes || authSecret.size() != authSecretBytes)
         return std::nullopt;
-    const Key key = keyFromNumber(view(privateKey));
+    const Key key = keyFromScalar(view(privateKey));
     if (!key)
         return std::nullopt;
     return WebPushKeys(privateKey, encodedPoint(key), authSecret);
@@ -268,16 +269,16 @@ std::optional<WebPushKeys> WebPushKeys::fromStored(const Data& privateKey, const
 std::string WebPushKeys::decrypt(std::string_view message) const
 {
     const Message parts = parse(message);
-    const Key own = keyFromNumber(view(m_privateKey));
-    require(own != nullptr, "There is no memory left for the device's key.");
-    Secret<32> agreed;
-    agree(own, keyFromPoint(parts.senderKey, own), agreed);
+    const Key own = keyFromScalar(view(m_privateKey));
+    require(own != nullptr, "Out of memory for the device's key.");
+    Secret<32> sharedSecret;
+    deriveSharedSecret(own, keyFromPoint(parts.senderKey, own), sharedSecret);
 
     using namespace std::string_view_literals;
     const std::string bothKeys =
         fmt::format("{}{}{}", "WebPush: info\0"sv, view(m_publicKey), parts.senderKey);
     Secret<32> material;
-    derive(view(m_authSecret), agreed.view(), bothKeys, material);
+    derive(view(m_authSecret), sharedSecret.view(), bothKeys, material);
     Secret<16> key;
     derive(parts.salt, material.view(), "Content-Encoding: aes128gcm\0"sv, key);
     Secret<12> nonce;

@@ -11,37 +11,38 @@
 
 namespace Platform::Push {
 
-/// Why a message cannot be decrypted. The description is a sentence without any of the content.
+/// The error of a message that cannot be decrypted. The description is a sentence that never quotes the
+/// content.
 class WebPushError : public ErrorException {
 public:
     using ErrorException::ErrorException;
 };
 
-/// What a device receives encrypted pushes with: a key pair on the curve P-256 and a secret shared with those
-/// who may send. Keep both `privateKey()` and `authSecret()` to receive on the same subscription later.
+/// The keys for receiving encrypted pushes: a P-256 key pair and the authentication secret, which is shared
+/// with senders. Store `privateKey()` and `authSecret()` to keep a subscription.
 ///
-/// Threads: any, concurrently. Source: RFC 8291, and RFC 8188 for the form of a message.
+/// Threads: any, concurrently. Source: RFC 8291, and RFC 8188 for the message format.
 class WebPushKeys {
 public:
     static constexpr std::size_t privateKeyBytes = 32;
     static constexpr std::size_t publicKeyBytes = 65;
     static constexpr std::size_t authSecretBytes = 16;
-    /// The largest message that every push service takes, and the largest that is decrypted here.
+    /// The maximum message size. All push services support it (RFC 8030, section 7.2).
     static constexpr std::size_t maximumMessageBytes = 4096;
 
-    /// Fresh ones. Throws `WebPushError` when the system has no random bytes.
+    /// Generates keys. Throws `WebPushError` if the system cannot provide random bytes.
     static WebPushKeys generate();
-    /// Absent when the sizes are wrong or `privateKey` is no number from 1 to the order of the curve less 1.
+    /// Returns the keys for stored values. Absent if a size is wrong or `privateKey` is not a valid scalar.
     static std::optional<WebPushKeys> fromStored(const Data& privateKey, const Data& authSecret);
 
-    /// The number alone, most significant byte first.
+    /// The private scalar, big-endian.
     [[nodiscard]] const Data& privateKey() const { return m_privateKey; }
     [[nodiscard]] const Data& authSecret() const { return m_authSecret; }
-    /// The point, uncompressed.
+    /// The public point, uncompressed.
     [[nodiscard]] const Data& publicKey() const { return m_publicKey; }
 
-    /// What the sender encrypted: `message`, the body of a push with the content coding aes128gcm, without
-    /// its padding. Throws `WebPushError`; the whole message is authentic or nothing of it is answered.
+    /// Decrypts `message`, the body of a push with content coding aes128gcm, and returns the content without
+    /// padding. Throws `WebPushError` if any part of the message is malformed or not authentic.
     [[nodiscard]] std::string decrypt(std::string_view message) const;
 
 private:
@@ -52,8 +53,8 @@ private:
     Data m_authSecret;
 };
 
-/// The subscription to hand to senders, in the JSON form that browsers give it: `endpoint`, and under `keys`
-/// the public key as `p256dh` and the secret as `auth`. `endpoint` is valid UTF-8.
+/// Returns the subscription for senders, in the JSON format of the W3C Push API: `endpoint`, and `keys` with
+/// the public key as `p256dh` and the authentication secret as `auth`. `endpoint` must be valid UTF-8.
 std::string webPushSubscription(std::string_view endpoint, const WebPushKeys& keys);
 
 } // namespace Platform::Push

@@ -38,7 +38,7 @@ struct YieldingQueue::Backlog {
     DispatchQueue& queue;
     std::mutex mutex;
     std::deque<Work> waiting;
-    /// Or taken at this moment.
+    /// Whether a turn is scheduled or running.
     bool isTurnScheduled = false;
 };
 

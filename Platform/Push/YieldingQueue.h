@@ -6,12 +6,11 @@
 
 namespace Platform::Push {
 
-/// A queue whose items run on another queue, one at a time: the next one is scheduled there after the one
-/// before it has run. However many items wait here, whatever is scheduled on the other queue waits for one of
-/// them at most.
+/// A queue that schedules its items on another queue one at a time, so that other items of that queue wait
+/// for at most one of them.
 ///
-/// Threads: items run on the thread of the other queue, where this object must also be destroyed. Items that
-/// still wait then are dropped. Ownership: refers to the other queue.
+/// Threads: items run on the other queue's thread, on which this object must be destroyed. Pending items are
+/// then dropped. Ownership: references the other queue.
 class YieldingQueue final : public DispatchQueue {
 public:
     explicit YieldingQueue(DispatchQueue& queue);
@@ -24,7 +23,7 @@ public:
 private:
     struct Backlog;
 
-    /// Shared with the turn that is scheduled, which finds nothing once this object has gone.
+    /// The scheduled item holds it weakly, and does nothing once this object is destroyed.
     std::shared_ptr<Backlog> m_backlog;
 };
 

@@ -1,6 +1,6 @@
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Push/DeviceNotificationCenter.h"
-#include "Platform/Push/KeptNotifications.h"
+#include "Platform/Push/PendingNotifications.h"
 #include "Platform/Push/ShellState.h"
 #include "Tests/Fakes/FakeShell.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -19,7 +19,7 @@ using namespace Platform;
 
 namespace {
 
-/// The centre of the device on fakes, and what it told its delegate.
+/// The device's notification center on fakes, and a delegate that records its calls.
 struct Device : UserNotificationCenterDelegate {
     void willPresent(const UserNotification& notification, const PresentationCompletion& completion) override
     {
@@ -44,17 +44,17 @@ struct Device : UserNotificationCenterDelegate {
     std::vector<std::string> answered;
 };
 
-/// The contract on the centre of the device and on the fake that stands in for it.
+/// The contract for the device's notification center and for its fake.
 void checkAuthorization(UserNotificationCenter& center, ManualScheduler& scheduler,
                         const std::function<void(bool)>& userAnswers, bool isGranted)
 {
     const auto status = [&] {
         std::optional<AuthorizationStatus> answer;
         center.getNotificationSettings([&](NotificationSettings settings) {
-            EXPECT_FALSE(answer) << "once";
+            EXPECT_FALSE(answer) << "completed twice";
             answer = settings.authorizationStatus;
         });
-        EXPECT_FALSE(answer) << "not inside the call";
+        EXPECT_FALSE(answer) << "completed inside the call";
         scheduler.runUntilIdle();
         return answer;
     };
@@ -69,7 +69,7 @@ void checkAuthorization(UserNotificationCenter& center, ManualScheduler& schedul
     };
     request();
     request();
-    EXPECT_TRUE(answers.empty()) << "not inside the call";
+    EXPECT_TRUE(answers.empty()) << "completed inside the call";
     scheduler.runUntilIdle();
     userAnswers(isGranted);
     EXPECT_EQ(answers, (std::vector{isGranted, isGranted}));
@@ -80,7 +80,7 @@ void checkAuthorization(UserNotificationCenter& center, ManualScheduler& schedul
     EXPECT_EQ(answers.back(), isGranted);
 }
 
-TEST(UserNotificationCenterContractTest, TheUserDecidesOnceAndEverybodyLearnsIt)
+TEST(UserNotificationCenterContractTest, AllRequestsReceiveTheUsersOneDecision)
 {
     for (const bool isGranted : {true, false}) {
         Device device;
@@ -99,7 +99,7 @@ TEST(UserNotificationCenterContractTest, TheUserDecidesOnceAndEverybodyLearnsIt)
     }
 }
 
-TEST(DeviceNotificationCenterTest, WithoutAScreenARequestFails)
+TEST(DeviceNotificationCenterTest, RequestFailsWithoutAScreen)
 {
     Device device;
     Push::DeviceNotificationCenter center({device.state, device.scheduler.mainQueue, nullptr, {}});
@@ -111,7 +111,7 @@ TEST(DeviceNotificationCenterTest, WithoutAScreenARequestFails)
     EXPECT_EQ(device.state.authorizationStatus(), AuthorizationStatus::notDetermined);
 }
 
-TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
+TEST(DeviceNotificationCenterTest, DeliversByPermissionAndForegroundState)
 {
     struct Case {
         const char* name;
@@ -135,7 +135,7 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
          false,
          {},
          PushRefusal{"the user has not allowed notifications yet"}},
-        {"decision not readable",
+        {"decision cannot be read",
          notDetermined,
          true,
          1,
@@ -145,13 +145,13 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
          true,
          false},
         {"denied", denied, true, 1, false, {}, PushRefusal{"the user does not allow notifications"}},
-        {"in front", authorized, true, 1, true, chosen, {}},
-        {"in front, not stored", authorized, true, 1, true, chosen, PushRefusal::notStored(), false},
-        {"in front, nothing to show it", authorized, true, 0, true, {}, {}},
+        {"foreground", authorized, true, 1, true, chosen, {}},
+        {"foreground, not stored", authorized, true, 1, true, chosen, PushRefusal::notStored(), false},
+        {"foreground, no presenter works", authorized, true, 0, true, {}, {}},
         {"provisional", provisional, true, 1, true, chosen, {}},
-        {"behind", ephemeral, false, 1, false, all, {}},
-        {"behind, second presenter", authorized, false, 2, false, all, {}},
-        {"behind, nothing to show it", authorized, false, 0, false, {}, {}},
+        {"background", ephemeral, false, 1, false, all, {}},
+        {"background, second presenter", authorized, false, 2, false, all, {}},
+        {"background, no presenter works", authorized, false, 0, false, {}, {}},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
@@ -178,7 +178,7 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndByWhatTheUserLooksAt)
     }
 }
 
-/// A dictionary of as many levels as a payload may have.
+/// A payload of the maximum depth.
 PropertyList::Dictionary deepPayload()
 {
     PropertyList payload = PropertyList::Dictionary{{"null", PropertyList()}, {"real", 1.5}, {"flag", true}};
@@ -187,9 +187,9 @@ PropertyList::Dictionary deepPayload()
     return *payload.dictionary();
 }
 
-TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrder)
+TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder)
 {
-    constexpr std::size_t limit = Push::KeptNotifications::maximumCount;
+    constexpr std::size_t limit = Push::PendingNotifications::maximumCount;
     const auto device = std::make_shared<Device>();
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
     device->first.isWorking = device->second.isWorking = false;
@@ -210,7 +210,7 @@ TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrd
     ASSERT_TRUE(refusals.back());
     EXPECT_TRUE(refusals.back()->isTemporary) << refusals.back()->reason;
 
-    // After a restart, with something that shows them.
+    // After a restart, with a presenter that works.
     FakeNotificationPresenter server;
     server.isWorking = false;
     Push::DeviceNotificationCenter center({device->state, device->scheduler.mainQueue, nullptr, {&server}});
@@ -220,7 +220,7 @@ TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrd
     device->state.setAuthorizationStatus(AuthorizationStatus::denied);
     server.becomeAvailable();
     device->scheduler.runUntilIdle();
-    EXPECT_TRUE(server.shown.empty()) << "not against the user's will";
+    EXPECT_TRUE(server.shown.empty()) << "the user has denied permission";
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
     server.becomeAvailable();
     server.becomeAvailable();
@@ -238,10 +238,10 @@ TEST(DeviceNotificationCenterTest, WhatNothingCanShowIsKeptAndShownLaterInItsOrd
     EXPECT_EQ(device->answered, std::vector{last.title});
     server.becomeAvailable();
     device->scheduler.runUntilIdle();
-    EXPECT_EQ(server.shown.size(), limit) << "once";
+    EXPECT_EQ(server.shown.size(), limit) << "shown twice";
 }
 
-TEST(DeviceNotificationCenterTest, WhatIsKeptIsShownOnceAndNotForEverWhenTheStoreFails)
+TEST(DeviceNotificationCenterTest, StoredNotificationIsNotShownRepeatedlyWhenTheStoreFails)
 {
     const auto device = std::make_shared<Device>();
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
@@ -253,7 +253,7 @@ TEST(DeviceNotificationCenterTest, WhatIsKeptIsShownOnceAndNotForEverWhenTheStor
     device->first.becomeAvailable();
     device->scheduler.runUntilIdle();
     EXPECT_EQ(device->first.shown.size(), 1U);
-    // The next one that is shown proves that a presenter works, without a word from it.
+    // Showing the next notification proves that a presenter works, although none reported it.
     device->store.isWritable = true;
     device->center.deliver({"next", "", {}, {}}, false, [](auto) {});
     device->scheduler.runUntilIdle();
@@ -261,7 +261,7 @@ TEST(DeviceNotificationCenterTest, WhatIsKeptIsShownOnceAndNotForEverWhenTheStor
     EXPECT_FALSE(device->store.object("KeptNotifications"));
 }
 
-TEST(DeviceNotificationCenterTest, InFrontTheNewestFewWaitForAPresenter)
+TEST(DeviceNotificationCenterTest, ForegroundNotificationsWaitInMemoryUpToALimit)
 {
     constexpr std::size_t limit = Push::DeviceNotificationCenter::maximumWaitingCount;
     const auto device = std::make_shared<Device>();

@@ -12,8 +12,8 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-/// Everything around the application, remembering what reaches it.
-struct Surroundings : ApplicationDelegate, UserNotificationDelivery, PushService {
+/// The application's environment, which records the calls it receives.
+struct RecordingEnvironment : ApplicationDelegate, UserNotificationDelivery, PushService {
     bool didFinishLaunching() override
     {
         events.emplace_back("launched");
@@ -62,13 +62,13 @@ const std::string notStored = described(PushRefusal::notStored());
 class DeviceApplicationTest : public testing::Test {
 protected:
     ManualScheduler clock;
-    std::shared_ptr<Surroundings> world = std::make_shared<Surroundings>();
+    std::shared_ptr<RecordingEnvironment> world = std::make_shared<RecordingEnvironment>();
     FakeUserDefaults store;
     Push::DeviceApplication application{{*world, Push::PushServiceKind::local, *world, store, clock,
                                          [this] { world->events.emplace_back("settings"); }}};
 };
 
-TEST_F(DeviceApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
+TEST_F(DeviceApplicationTest, CallsTheDelegateAndHoldsItWeakly)
 {
     application.setDelegate(world);
     application.finishLaunching();
@@ -84,7 +84,7 @@ TEST_F(DeviceApplicationTest, TellsTheDelegateWhatHappensAndHoldsItWeakly)
     EXPECT_EQ(world.use_count(), 1);
 }
 
-TEST_F(DeviceApplicationTest, RecordsHowTheLastRegistrationEnded)
+TEST_F(DeviceApplicationTest, RecordsTheResultOfTheLastRegistration)
 {
     using Push::PushServiceState;
     const auto recorded = [&] { return PushServiceState::stored(store); };
@@ -102,12 +102,12 @@ TEST_F(DeviceApplicationTest, RecordsHowTheLastRegistrationEnded)
     EXPECT_EQ(recorded(), good);
     const int commitCount = store.commitCount;
     world->listener->didRegister(Data(5));
-    EXPECT_EQ(store.commitCount, commitCount) << "nothing new";
+    EXPECT_EQ(store.commitCount, commitCount) << "unchanged state was written again";
     store.values["PushService.State"] = PropertyList::Dictionary{{"kind", "carrier pigeon"}};
     EXPECT_EQ(recorded(), std::nullopt);
 }
 
-TEST_F(DeviceApplicationTest, PayloadsGoWhereTheyBelong)
+TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
 {
     struct Case {
         const char* payload;

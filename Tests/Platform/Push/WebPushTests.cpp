@@ -38,7 +38,7 @@ protected:
         "EqKK6PBru3jl7A_yl95bQpu6cVPTpK4Mqgkf1CXztLVBSt2Ks3oZwbuwXPXLWyouBWLVWGNWQexSgSxsj_Qulcy4a-fN");
 };
 
-TEST_F(WebPushTest, AgreesWithTheExampleOfItsStandard)
+TEST_F(WebPushTest, MatchesTheExampleOfRFC8291)
 {
     EXPECT_EQ(webPushSubscription("https://e/\"", keys),
               R"({"endpoint":"https://e/\"","keys":{"p256dh":"BCVxsr7N_eNgVRqvHtD0zTZsEc6-VV-JvLexhqUzORcxa)"
@@ -47,18 +47,18 @@ TEST_F(WebPushTest, AgreesWithTheExampleOfItsStandard)
     EXPECT_EQ(encryptWebPush(subscription, keys.decrypt(message), form), message);
 }
 
-TEST_F(WebPushTest, BringsTextsOfAnySizeThroughStoredKeys)
+TEST_F(WebPushTest, DecryptsMessagesOfAnySizeWithStoredKeys)
 {
     const WebPushKeys made = WebPushKeys::generate();
     const WebPushKeys stored = WebPushKeys::fromStored(made.privateKey(), made.authSecret()).value();
     for (const std::string& each : {""s, "\2"s, "a\2\0\0"s, std::string(largestWebPushText, 'x')})
         EXPECT_EQ(stored.decrypt(encryptWebPush(subscriptionOf(made), each)), each);
     EXPECT_EQ(keys.decrypt(encryptWebPush(subscription, "a", {.recordSize = 20, .padding = "\2\0\0"s})), "a");
-    for (const std::byte each : {std::byte{0}, std::byte{255}}) // Below the least and above the greatest.
+    for (const std::byte each : {std::byte{0}, std::byte{255}}) // Below and above the valid range.
         EXPECT_FALSE(WebPushKeys::fromStored(Data(32, each), Data(16)));
 }
 
-TEST_F(WebPushTest, RefusesWhatIsNotOneAuthenticRecord)
+TEST_F(WebPushTest, RejectsAllButOneAuthenticRecord)
 {
     const auto with = [this](const WebPushForm& f) { return encryptWebPush(subscription, "\0"s, f); };
     const auto flipped = [this](std::size_t position) {
@@ -79,7 +79,7 @@ TEST_F(WebPushTest, RefusesWhatIsNotOneAuthenticRecord)
         {"tag does not match", flipped(143)},
         {"tag does not match", encryptWebPush(subscriptionOf(WebPushKeys::generate()), "a")},
         {"no padding delimiter", with({.padding = ""})},
-        {"not that of a last record", with({.padding = "\2\0\1"s})}};
+        {"does not mark the last record", with({.padding = "\2\0\1"s})}};
     for (const auto& row : refused)
         EXPECT_THAT([&] { return keys.decrypt(row.second); },
                     ThrowsMessage<WebPushError>(HasSubstr(row.first)));

@@ -12,23 +12,22 @@ class UserDefaults;
 
 namespace Platform::Push {
 
-/// Notifications that nothing can show yet, kept in a store until something can, in the order in which they
-/// came.
+/// A stored, first-in, first-out list of the notifications that cannot be shown yet.
 ///
-/// Threads: one at a time. Ownership: refers to the store. Errors: what cannot be read counts as missing, and
-/// is dropped by the next change.
-class KeptNotifications {
+/// Threads: one at a time. Ownership: references the store. Errors: invalid entries count as missing, and the
+/// next change drops them.
+class PendingNotifications {
 public:
     static constexpr std::size_t maximumCount = 100;
 
-    enum class Addition { kept, full, notStored };
+    enum class Addition { added, full, notStored };
 
-    explicit KeptNotifications(UserDefaults& store) : m_store(store) {}
+    explicit PendingNotifications(UserDefaults& store) : m_store(store) {}
 
     Addition add(const UserNotification& notification);
-    /// Absent when there is none.
+    /// Absent if the list is empty.
     [[nodiscard]] std::optional<UserNotification> oldest() const;
-    /// Returns whether it is no longer stored.
+    /// Returns whether the change is stored.
     bool removeOldest();
 
 private:

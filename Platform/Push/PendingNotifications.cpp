@@ -1,4 +1,4 @@
-#include "Platform/Push/KeptNotifications.h"
+#include "Platform/Push/PendingNotifications.h"
 
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Push/PushPayload.h"
@@ -18,7 +18,7 @@ constexpr std::string_view storeKey = "KeptNotifications";
 constexpr std::string_view titleKey = "title";
 constexpr std::string_view bodyKey = "body";
 constexpr std::string_view dateKey = "date";
-/// Encoded on its own: a payload may be as deep as the reader goes.
+/// Encoded separately, because a payload may use the full nesting depth of the reader.
 constexpr std::string_view userInfoKey = "userInfo";
 
 PropertyList encoded(const UserNotification& notification)
@@ -30,7 +30,7 @@ PropertyList encoded(const UserNotification& notification)
         {std::string(userInfoKey), PropertyLists::writeBinaryPropertyList(notification.userInfo)}};
 }
 
-/// Absent when `value` is not an encoded notification.
+/// Absent if `value` is not an encoded notification.
 std::optional<UserNotification> decoded(const PropertyList& value)
 {
     const auto* title = member(value, titleKey).text();
@@ -51,29 +51,29 @@ std::optional<UserNotification> decoded(const PropertyList& value)
             return notification;
         }
     } catch (const PropertyLists::PropertyListError&) {
-        // Not written by us.
+        // Not written by this class.
     }
     return std::nullopt;
 }
 
 } // namespace
 
-KeptNotifications::Addition KeptNotifications::add(const UserNotification& notification)
+PendingNotifications::Addition PendingNotifications::add(const UserNotification& notification)
 {
     std::vector<UserNotification> all = load();
     if (all.size() >= maximumCount)
         return Addition::full;
     all.push_back(notification);
-    return save(all) ? Addition::kept : Addition::notStored;
+    return save(all) ? Addition::added : Addition::notStored;
 }
 
-std::optional<UserNotification> KeptNotifications::oldest() const
+std::optional<UserNotification> PendingNotifications::oldest() const
 {
     std::vector<UserNotification> all = load();
     return all.empty() ? std::nullopt : std::optional(std::move(all.front()));
 }
 
-bool KeptNotifications::removeOldest()
+bool PendingNotifications::removeOldest()
 {
     std::vector<UserNotification> all = load();
     if (!all.empty())
@@ -81,7 +81,7 @@ bool KeptNotifications::removeOldest()
     return save(all);
 }
 
-std::vector<UserNotification> KeptNotifications::load() const
+std::vector<UserNotification> PendingNotifications::load() const
 {
     const auto value = m_store.object(storeKey);
     const auto* list = value ? value->array() : nullptr;
@@ -94,7 +94,7 @@ std::vector<UserNotification> KeptNotifications::load() const
     return all;
 }
 
-bool KeptNotifications::save(const std::vector<UserNotification>& all)
+bool PendingNotifications::save(const std::vector<UserNotification>& all)
 {
     if (all.empty())
         return m_store.removeObject(storeKey);
