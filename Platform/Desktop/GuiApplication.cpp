@@ -9,8 +9,8 @@ namespace Platform::Desktop {
 
 namespace {
 
-/// The toolkit ends the process by a signal when it cannot connect: end it in a way that people can read.
-void endReadably(QtMsgType type, const QMessageLogContext& context, const QString& message)
+/// Qt aborts if it cannot connect to the display. Exits with a helpful message and an exit code instead.
+void handleStartupMessage(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     if (type != QtFatalMsg) {
         std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
@@ -33,7 +33,7 @@ std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv, Disp
                             "QT_QPA_PLATFORM=offscreen to run without one");
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
-    const auto previousHandler = qInstallMessageHandler(endReadably);
+    const auto previousHandler = qInstallMessageHandler(handleStartupMessage);
     auto application = std::make_unique<QGuiApplication>(argc, argv);
     qInstallMessageHandler(previousHandler);
     return application;

@@ -11,15 +11,15 @@ class NoDisplay : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// What is to become of an application for which no display is named.
+/// The behavior if the environment names no display.
 enum class Display {
-    /// `NoDisplay` is thrown, with the mend.
+    /// Throw `NoDisplay`, whose message names a fix.
     needed,
-    /// Its windows are drawn, but nobody sees them.
+    /// Render off screen.
     optional,
 };
 
-/// Connects to the display of this session; ends the process with 69 when the one that is named cannot be
+/// Connects to the display of this session. Ends the process with exit code 69 if the display cannot be
 /// opened. `argc` and `argv` must outlive the application.
 std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv, Display display);
 

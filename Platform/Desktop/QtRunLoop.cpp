@@ -14,9 +14,9 @@ public:
     QtTimer(std::chrono::milliseconds interval, TimerScheduler::Block block)
     {
         m_timer.setSingleShot(true);
-        // The default rounds by up to 5 %.
+        // The default type is only accurate to 5 %.
         m_timer.setTimerType(Qt::PreciseTimer);
-        // The block is copied out first: it may destroy this timer.
+        // Copy the block before running it, because it may destroy this timer.
         QObject::connect(&m_timer, &QTimer::timeout, [block = std::move(block)] {
             const TimerScheduler::Block running = block;
             running();
@@ -82,7 +82,7 @@ std::unique_ptr<Timer> QtRunLoop::scheduledTimer(std::chrono::milliseconds inter
 
 void QtRunLoop::run()
 {
-    wakeUp(); // For what a `quit()` has left in the queue.
+    wakeUp(); // For the items that the last `quit()` left in the queue.
     QCoreApplication::exec();
     m_isQuitRequested = false;
 }

@@ -13,10 +13,9 @@
 
 namespace Platform::Desktop {
 
-/// The main thread as Qt runs it: the main queue and the timers on its event loop. One per process.
-/// Items that still wait when it is destroyed are dropped.
+/// The main queue and the timers on Qt's event loop. One per process. Its destruction drops pending items.
 ///
-/// Threads: made, run and destroyed on the main thread; `async` and `quit` from any.
+/// Threads: main, the destructor included; `async` and `quit` may be called on any.
 class QtRunLoop final : public DispatchQueue, public TimerScheduler {
 public:
     explicit QtRunLoop(std::unique_ptr<QCoreApplication> application);
@@ -24,9 +23,9 @@ public:
     void async(Work work) override;
     std::unique_ptr<Timer> scheduledTimer(std::chrono::milliseconds interval, Block block) override;
 
-    /// Runs until `quit()`, which may have been called before.
+    /// Blocks until `quit()`, and returns at once if that was called before.
     void run();
-    /// `run()` returns as soon as the item under way has run; the others wait for the next `run()`.
+    /// Makes `run()` return after the current item. Pending items stay queued for the next `run()`.
     void quit();
 
 private:

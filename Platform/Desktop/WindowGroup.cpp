@@ -29,7 +29,7 @@ bool isOnAScreen(const QRect& frame)
     });
 }
 
-/// The numbers of the stored frame; none when it is not one.
+/// Returns the stored frame; invalid if it is missing or malformed.
 QRect storedFrame(const UserDefaults& store)
 {
     const auto stored = store.object(frameKey);
@@ -53,8 +53,8 @@ WindowContent::WindowContent(const QString& module, const QString& type)
       m_fonts(std::async(std::launch::async, [] { std::ignore = QFontDatabase::families(); }))
 {
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
-    // The thread that reads needs this one for each module. It gets that here, or it would stand still for as
-    // long as the program is busy.
+    // The engine's thread needs the main thread to load a module. Loading it here keeps the thread from
+    // waiting while the program is busy.
     QQmlComponent(&m_engine).setData(QStringLiteral("import %1\nQtObject {}").arg(module).toUtf8(), QUrl());
     m_component.loadUrl(m_document, QQmlComponent::Asynchronous);
 }
@@ -71,16 +71,16 @@ WindowGroup::~WindowGroup()
 {
     if (m_window.rootObject() != nullptr)
         saveFrame();
-    // The content refers to what lives longer than it does.
+    // Destroy the content before the objects it references.
     m_window.setSource({});
-    // The pictures of the content, too, which the toolkit would keep for the next window.
+    // Qt would keep the content's images for the next window.
     m_window.releaseResources();
 }
 
 void WindowGroup::show(const QVariantMap& properties)
 {
     restoreFrame();
-    // With its size from the start the content is laid out once.
+    // With its final size from the start, the content is laid out only once.
     QVariantMap initialProperties = properties;
     initialProperties.insert("width", m_window.width());
     initialProperties.insert("height", m_window.height());

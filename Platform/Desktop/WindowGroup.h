@@ -16,14 +16,14 @@ class UserDefaults;
 
 namespace Platform::Desktop {
 
-/// The document of a window's content, which a thread of the toolkit reads while the program prepares what it
-/// is to show. Another thread lists the system's fonts meanwhile. The items are made when the window is
-/// shown.
+/// The QML document of a window's content. To shorten the start, a thread of the QML engine loads the
+/// document, and another one lists the system's fonts, while the program prepares its state. The items are
+/// created when the window is shown.
 ///
 /// Threads: main.
 class WindowContent {
 public:
-    /// Waits for the types of the module, not for the document.
+    /// Blocks until the types of the module are loaded, but not the document.
     WindowContent(const QString& module, const QString& type);
 
     [[nodiscard]] const QUrl& document() const { return m_document; }
@@ -31,20 +31,19 @@ public:
 
 private:
     const QUrl m_document;
-    /// Made before the list of fonts is begun, which would delay the start of the engine's thread.
+    /// Created before the font thread, which would delay the start of the engine's thread.
     QQmlEngine m_engine;
     QQmlComponent m_component{&m_engine};
-    /// The first text needs the list, which takes about as long as the documents.
+    /// The first text item needs the list of fonts, which takes about as long as loading the documents.
     std::future<void> m_fonts;
 };
 
-/// The window of the application, with its content filling it. Its place and size are remembered from one
-/// launch to the next.
+/// The application window, filled by its content. Its position and size are restored at the next launch.
 ///
 /// Threads: main.
 class WindowGroup {
 public:
-    /// `store` keeps the place; both must outlive this object.
+    /// `store` holds position and size. `content` and `store` must outlive this object.
     WindowGroup(WindowContent& content, UserDefaults& store, const QString& title);
     ~WindowGroup();
     WindowGroup(const WindowGroup&) = delete;
@@ -52,10 +51,10 @@ public:
 
     [[nodiscard]] QQuickView& window() { return m_window; }
 
-    /// Makes the content with these initial properties and shows the window. Ends the process when the
-    /// document makes no item: it is part of the program.
+    /// Creates the content with these initial properties and shows the window. Ends the process if the
+    /// document, which is part of the program, is invalid.
     void show(const QVariantMap& properties);
-    /// Brings the window before the others, as far as the desktop lets it.
+    /// Brings the window to the front, if the desktop permits it.
     void raise();
 
 private:

@@ -1,7 +1,7 @@
 import QtQuick
 import Quorvane.Shell
 
-/// Stands for the application.
+/// The application's icon in the shell.
 Rectangle {
     id: root
 

@@ -1,11 +1,11 @@
 import QtQuick
 import Quorvane.Shell
 
-/// Shows around its parent that the keyboard acts on it.
+/// A ring around its parent that marks the keyboard focus.
 Rectangle {
-    /// Of the parent.
+    /// The parent's corner radius.
     property real cornerRadius: 0
-    /// Between the parent and the ring; below 0 the ring lies inside.
+    /// The distance between parent and ring; negative draws the ring inside the parent.
     property real gap: 2
 
     anchors.fill: parent

@@ -1,45 +1,45 @@
 import QtQuick
 import Quorvane.Shell
 
-/// Lies over the whole window while it is open: keeps every input from what is below and the focus inside, and gives
-/// the focus back to the item that had it. Its content follows `progress` as it comes and goes.
+/// An overlay that covers the whole window while it is open. It blocks all input to the items below, keeps the focus
+/// inside, and returns the focus when it closes. Its content animates with `progress`.
 FocusScope {
     id: root
 
     required property bool isOpen
-    /// Where the keyboard is whenever it opens; `focus` is true at first.
+    /// The item that has the focus whenever the overlay opens. Its `focus` must initially be true.
     required property Item initialFocus
-    /// Something else lies over it.
+    /// Whether another overlay covers this one.
     property bool isCovered: false
     property int duration: ShellStyle.fade
-    /// From 0, out of sight, to 1, in place.
+    /// From 0 (invisible) to 1 (in place).
     property real progress: isComplete && isOpen ? 1 : 0
     property bool isComplete: false
     readonly property bool isGone: !isOpen && progress === 0
-    readonly property bool isFocusAstray: isOpen && !isCovered && Window.active && !activeFocus
-    property Item itemInFocusBefore: null
+    readonly property bool isFocusOutside: isOpen && !isCovered && Window.active && !activeFocus
+    property Item previousFocusItem: null
 
-    /// A tap beside its content.
+    /// Emitted for a tap outside the content.
     signal outsideTapped
-    /// Nothing is seen of it any more.
+    /// Emitted when the overlay has disappeared.
     signal gone
 
     function takeFocus() {
-        itemInFocusBefore = Window.activeFocusItem;
+        previousFocusItem = Window.activeFocusItem;
         forceActiveFocus(Qt.PopupFocusReason);
     }
 
-    function giveFocusBack() {
-        if (itemInFocusBefore && itemInFocusBefore.visible && itemInFocusBefore.enabled)
-            itemInFocusBefore.forceActiveFocus(Qt.PopupFocusReason);
-        itemInFocusBefore = null;
+    function restoreFocus() {
+        if (previousFocusItem && previousFocusItem.visible && previousFocusItem.enabled)
+            previousFocusItem.forceActiveFocus(Qt.PopupFocusReason);
+        previousFocusItem = null;
         initialFocus.focus = true;
     }
 
     anchors.fill: parent
     visible: !isGone
     enabled: isOpen
-    // Before a shortcut of the application takes it.
+    // Prevents the application's shortcuts.
     Keys.onShortcutOverride: event => event.accepted = true
     Keys.onPressed: event => event.accepted = true
     onIsGoneChanged: {
@@ -48,7 +48,7 @@ FocusScope {
     }
     onIsOpenChanged: {
         if (!isOpen)
-            giveFocusBack();
+            restoreFocus();
     }
     Component.onCompleted: isComplete = true
 
@@ -59,10 +59,10 @@ FocusScope {
         }
     }
 
-    // Not at once: whatever moved the focus is still at it.
+    // Delayed, because another item is still changing the focus.
     Timer {
         interval: 0
-        running: root.isFocusAstray
+        running: root.isFocusOutside
         onTriggered: root.takeFocus()
     }
 

@@ -13,7 +13,7 @@
 
 namespace Platform::Desktop {
 
-/// Shows one notification at a time at the top of the window, for a few seconds.
+/// A banner at the top of the window that shows one notification at a time for a few seconds.
 ///
 /// Threads: main.
 class NotificationBanner final : public QObject {
@@ -21,7 +21,7 @@ class NotificationBanner final : public QObject {
     QML_NAMED_ELEMENT(NotificationBannerModel)
     QML_UNCREATABLE("made by the shell")
     Q_PROPERTY(bool isShown READ isShown NOTIFY isShownChanged FINAL)
-    /// Those of the notification on view, and of the one that is leaving it; empty when it has none.
+    /// The text of the visible or disappearing notification; empty if it has none.
     Q_PROPERTY(QString title READ title NOTIFY notificationChanged FINAL)
     Q_PROPERTY(QString body READ body NOTIFY notificationChanged FINAL)
 
@@ -30,29 +30,28 @@ public:
 
     explicit NotificationBanner(TimerScheduler& timers) : m_timers(timers) {}
 
-    /// Returns whether it is on view now: false while another one is. `onResponse` as for a
+    /// Returns whether the notification is shown: false while another one is visible. `onResponse` is as for
     /// `NotificationPresenter`.
     bool show(const UserNotification& notification, std::function<void()> onResponse);
-    /// There is no window any more.
+    /// Resets the banner after the window was closed.
     void clear();
 
     [[nodiscard]] bool isShown() const { return m_isShown; }
     [[nodiscard]] QString title() const { return m_current.title; }
     [[nodiscard]] QString body() const { return m_current.body; }
 
-    /// The user tapped it, or put it away.
+    /// Called when the user taps or dismisses the banner.
     Q_INVOKABLE void respond();
-    /// While it is held, by a finger or the keyboard's focus, it does not leave by itself; afterwards its
-    /// time starts again.
+    /// Stops the timer while a finger or the keyboard focus is on the banner, and restarts it afterwards.
     Q_INVOKABLE void hold(bool isHeld);
-    /// Nothing is seen of it any more. The next one can come after whatever runs now: without motion, that is
-    /// the very change which made it go.
+    /// Called when the banner has disappeared. Frees the banner asynchronously: without animation, this call
+    /// is part of the very change that hides it.
     Q_INVOKABLE void leave();
 
 Q_SIGNALS:
     void isShownChanged();
     void notificationChanged();
-    /// The next one can be shown.
+    /// The next notification can be shown.
     void becameFree();
 
 private:
@@ -68,7 +67,7 @@ private:
     TimerScheduler& m_timers;
     Banner m_current;
     bool m_isShown = false;
-    /// From the moment a banner comes on view until it has left it.
+    /// Whether any part of a banner is visible, animations included.
     bool m_isOnView = false;
     std::unique_ptr<Timer> m_timer;
 };

@@ -1,7 +1,8 @@
 import QtQuick
 import Quorvane.Shell
 
-/// A notification at the top of the window. It goes by itself; a tap, a swipe upwards and Escape are answers to it.
+/// A notification at the top of the window. It disappears after a while; a tap, an upward swipe and Escape count as
+/// responses.
 PressableItem {
     id: root
 
@@ -10,17 +11,17 @@ PressableItem {
     readonly property string title: banner.title || applicationName
     readonly property bool isHeld: isPressed || activeFocus
     readonly property bool isGone: !banner.isShown && progress === 0
-    readonly property Item itemInFocus: Window.activeFocusItem
-    property Item itemInFocusBefore: null
-    /// How far a finger has moved it, upwards below 0.
+    readonly property Item focusItem: Window.activeFocusItem
+    property Item previousFocusItem: null
+    /// How far a finger has moved the banner; negative means upward.
     property real offset: 0
-    /// From 0, out of sight, to 1, in place.
+    /// From 0 (invisible) to 1 (in place).
     property real progress: isComplete && banner.isShown ? 1 : 0
     property bool isComplete: false
 
     function respond() {
-        if (activeFocus && itemInFocusBefore)
-            itemInFocusBefore.forceActiveFocus(Qt.PopupFocusReason);
+        if (activeFocus && previousFocusItem)
+            previousFocusItem.forceActiveFocus(Qt.PopupFocusReason);
         banner.respond();
     }
 
@@ -28,24 +29,24 @@ PressableItem {
     anchors.horizontalCenter: parent.horizontalCenter
     y: Math.round((height + 2 * ShellStyle.spacing) * (progress - 1) + ShellStyle.spacing + offset)
     width: Math.min(Math.round(ShellStyle.bannerWidth * ShellStyle.textScale), parent.width - 2 * ShellStyle.spacing)
-    height: Math.max(mark.height, texts.height) + 2 * 12
+    height: Math.max(mark.height, labels.height) + 2 * 12
     visible: !isGone
     enabled: banner.isShown
     cornerRadius: ShellStyle.panelRadius
     accessibleName: title + "\n" + banner.body
     Accessible.role: Accessible.Notification
-    // Before a shortcut of the application takes it.
+    // Prevents the application's shortcuts for this key.
     Keys.onShortcutOverride: event => event.accepted = event.key === Qt.Key_Escape
     Keys.onEscapePressed: respond()
     blocksWheel: true
-    // It follows a finger upwards, which so stays within it: a swipe ends like a tap.
+    // The banner follows a finger upward. The finger therefore stays inside, and the swipe ends as a tap.
     onTravelChanged: offset = Math.min(0, travel)
     onCancelled: offset = 0
     onTriggered: respond()
     onIsHeldChanged: banner.hold(isHeld)
-    onItemInFocusChanged: {
-        if (itemInFocus && itemInFocus !== root)
-            itemInFocusBefore = itemInFocus;
+    onFocusItemChanged: {
+        if (focusItem && focusItem !== root)
+            previousFocusItem = focusItem;
     }
     onIsGoneChanged: {
         offset = 0;
@@ -82,7 +83,7 @@ PressableItem {
     }
 
     Column {
-        id: texts
+        id: labels
 
         anchors.left: mark.right
         anchors.right: parent.right

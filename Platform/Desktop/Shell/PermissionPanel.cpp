@@ -6,7 +6,7 @@ namespace Platform::Desktop {
 
 void PermissionPanel::requestPermission(std::function<void(bool isGranted)> completion)
 {
-    m_questions.push_back(std::move(completion));
+    m_requests.push_back(std::move(completion));
     showNextRequest();
 }
 
@@ -22,8 +22,8 @@ void PermissionPanel::answer(bool isGranted)
 {
     if (!m_isActive)
         return;
-    const auto completion = std::move(m_questions.front());
-    m_questions.pop_front();
+    const auto completion = std::move(m_requests.front());
+    m_requests.pop_front();
     setActive(false);
     completion(isGranted);
 }
@@ -41,7 +41,7 @@ void PermissionPanel::leave()
 
 void PermissionPanel::showNextRequest()
 {
-    if (!m_isOnScreen || m_isOnView || m_questions.empty())
+    if (!m_isOnScreen || m_isOnView || m_requests.empty())
         return;
     m_isOnView = true;
     setActive(true);

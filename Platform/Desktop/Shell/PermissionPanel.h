@@ -8,8 +8,8 @@
 
 namespace Platform::Desktop {
 
-/// Asks the user for permission, one question after the other. The next one waits until the panel has left
-/// the view, so that the user sees that it is another one.
+/// Asks the user for permission, one request at a time. The panel disappears between two requests, so that
+/// the user notices the second.
 ///
 /// Threads: main.
 class PermissionPanel : public QObject {
@@ -19,16 +19,16 @@ class PermissionPanel : public QObject {
     Q_PROPERTY(bool isActive READ isActive NOTIFY isActiveChanged FINAL)
 
 public:
-    /// As for a `PermissionPrompt`.
+    /// Works like `PermissionPrompt::requestPermission`.
     void requestPermission(std::function<void(bool isGranted)> completion);
 
     [[nodiscard]] bool isActive() const { return m_isActive; }
-    /// Whether there is a window to ask in. Questions without an answer wait for the next one.
+    /// Sets whether there is a window. Unanswered requests wait for the next window.
     void setOnScreen(bool isOnScreen);
 
     Q_INVOKABLE void answer(bool isGranted);
-    /// Nothing is seen of the panel any more. What follows comes after whatever runs now: without motion,
-    /// that is the very change which made it go.
+    /// Called when the panel has disappeared. Shows the next request asynchronously: without animation, this
+    /// call is part of the very change that hides the panel.
     Q_INVOKABLE void leave();
 
 Q_SIGNALS:
@@ -38,11 +38,11 @@ private:
     void showNextRequest();
     void setActive(bool isActive);
 
-    /// The first is the one that is asked.
-    std::deque<std::function<void(bool)>> m_questions;
+    /// The first request is the one on screen.
+    std::deque<std::function<void(bool)>> m_requests;
     bool m_isOnScreen = false;
     bool m_isActive = false;
-    /// From the moment a question comes on view until the panel has left it.
+    /// Whether any part of the panel is visible, animations included.
     bool m_isOnView = false;
 };
 

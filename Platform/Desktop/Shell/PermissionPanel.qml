@@ -1,14 +1,14 @@
 import QtQuick
 import Quorvane.Shell
 
-/// The question whether the application may show notifications. It goes when it is answered, and in no other way.
+/// The prompt for permission to show notifications. It stays open until the user answers.
 Modal {
     id: root
 
     required property PermissionPanelModel panel
     required property string applicationName
 
-    /// As long as it is not in place, nobody has seen it.
+    /// Ignores answers until the panel is in place, since the user has not seen it before then.
     function answer(isGranted: bool) {
         if (progress === 1)
             panel.answer(isGranted);
@@ -17,8 +17,8 @@ Modal {
     isOpen: panel.isActive
     initialFocus: consent
     onGone: panel.leave()
-    Keys.onUpPressed: texts.scroll(-ShellStyle.minimumTarget)
-    Keys.onDownPressed: texts.scroll(ShellStyle.minimumTarget)
+    Keys.onUpPressed: body.scroll(-ShellStyle.minimumTarget)
+    Keys.onDownPressed: body.scroll(ShellStyle.minimumTarget)
 
     Rectangle {
         id: card
@@ -27,7 +27,7 @@ Modal {
 
         anchors.centerIn: parent
         width: Math.min(Math.round(ShellStyle.panelWidth * ShellStyle.textScale), root.width - 2 * padding)
-        height: Math.min(padding + texts.contentHeight + padding + buttons.height + padding, root.height - 2 * padding)
+        height: Math.min(padding + body.contentHeight + padding + buttons.height + padding, root.height - 2 * padding)
         radius: ShellStyle.panelRadius
         color: ShellStyle.panel
         opacity: root.progress
@@ -42,7 +42,7 @@ Modal {
         }
 
         ScrollArea {
-            id: texts
+            id: body
 
             anchors.top: parent.top
             anchors.bottom: buttons.top

@@ -14,7 +14,7 @@ PressArea::PressArea(QQuickItem* parent) : QQuickItem(parent)
     setCursor(Qt::ArrowCursor);
 }
 
-// Whatever is not ignored counts as accepted.
+// Events are accepted unless a handler ignores them.
 
 void PressArea::mousePressEvent(QMouseEvent* event)
 {

@@ -5,18 +5,18 @@
 
 namespace Platform::Desktop {
 
-/// Where fingers and pointers press. Nothing of what they do within it reaches what is below it, not even
-/// pointer handlers there: those are only kept out by an item that holds on to what it was given until the
-/// event is over.
+/// An item that accepts touch and mouse presses. It blocks them from the items below, pointer handlers
+/// included, by keeping its grab until the event has been delivered completely.
 ///
 /// Threads: main.
 class PressArea : public QQuickItem {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(bool isPressed READ isPressed NOTIFY isPressedChanged FINAL)
-    /// How far down the finger has moved since it was put down; below 0: up. Stays until the next one.
+    /// The vertical distance in points since the press; negative means upward. Keeps its value until the next
+    /// press.
     Q_PROPERTY(qreal travel READ travel NOTIFY travelChanged FINAL)
-    /// Whether wheels stop here as well. A list that scrolls needs them to pass.
+    /// Whether wheel events are blocked as well. Must be false inside a scrolling list.
     Q_PROPERTY(bool blocksWheel MEMBER m_blocksWheel NOTIFY blocksWheelChanged FINAL)
 
 public:
@@ -29,9 +29,9 @@ Q_SIGNALS:
     void isPressedChanged();
     void travelChanged();
     void blocksWheelChanged();
-    /// Pressed, and released within it. Called after the event.
+    /// Emitted after the event when a press was released inside the item.
     void tapped();
-    /// Pressed, and then neither released within it nor left to it. Called after the event.
+    /// Emitted after the event when a press was released outside the item or taken over by another item.
     void cancelled();
 
 protected:
@@ -53,7 +53,7 @@ private:
 
     bool m_blocksWheel = false;
     bool m_isPressed = false;
-    /// The one of the fingers that counts.
+    /// The touch point that counts; others are ignored.
     int m_pointId = 0;
     qreal m_start = 0;
     qreal m_travel = 0;

@@ -1,13 +1,13 @@
 import QtQuick
 import Quorvane.Shell
 
-/// Something to press: by finger, pointer, keyboard or screen reader. What it looks like is up to its content.
+/// An item to press by touch, mouse, keyboard or screen reader. Its content determines its appearance.
 PressArea {
     id: root
 
     required property string accessibleName
     property real cornerRadius: 0
-    /// Of the ring that shows the focus.
+    /// The gap of the focus ring.
     property real focusGap: 2
 
     signal triggered

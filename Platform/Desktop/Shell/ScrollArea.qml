@@ -1,6 +1,6 @@
 import QtQuick
 
-/// As high as its content, or lower: then it scrolls, by finger, wheel and `scroll()`.
+/// Scrolls content that is higher than the area, by finger, wheel and `scroll()`.
 Flickable {
     id: root
 

@@ -1,7 +1,7 @@
 import QtQuick
 import Quorvane.Shell
 
-/// A name and what it stands for: beside it, or below it where both do not fit.
+/// A name and a value, on one line or, if they do not fit, on two.
 Item {
     id: root
 
@@ -11,12 +11,12 @@ Item {
     readonly property real naturalWidth: nameLabel.naturalWidth + ShellStyle.padding + valueLabel.naturalWidth
     readonly property bool isOnOneLine: naturalWidth <= innerWidth
 
-    implicitHeight: Math.max(ShellStyle.rowHeight, texts.height + 2 * 12)
+    implicitHeight: Math.max(ShellStyle.rowHeight, labels.height + 2 * 12)
     Accessible.role: Accessible.StaticText
     Accessible.name: name + ": " + value
 
     Grid {
-        id: texts
+        id: labels
 
         anchors.left: parent.left
         anchors.leftMargin: ShellStyle.padding

@@ -8,25 +8,24 @@
 
 namespace Platform::Desktop {
 
-/// The page of this application in the system's settings.
+/// This application's page in the system settings.
 ///
-/// Threads: main. Ownership: refers to its port.
+/// Threads: main. Ownership: references its port.
 class SettingsSheet final : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(SettingsSheetModel)
     QML_UNCREATABLE("made by the shell")
     Q_PROPERTY(bool isOpen READ isOpen NOTIFY isOpenChanged FINAL)
     Q_PROPERTY(bool isAllowed READ isAllowed NOTIFY preferencesChanged FINAL)
-    /// Empty while there is none.
+    /// Empty without a notification server.
     Q_PROPERTY(QString notificationServer READ notificationServer NOTIFY preferencesChanged FINAL)
     Q_PROPERTY(QString pushSource READ pushSource NOTIFY preferencesChanged FINAL)
 
 public:
     explicit SettingsSheet(NotificationPreferences& preferences) : m_preferences(preferences) {}
 
-    /// With what is true now.
     void open();
-    /// Shows what is true now, if the sheet is open.
+    /// Reads the preferences again if the sheet is open.
     void refresh();
     Q_INVOKABLE void close();
 

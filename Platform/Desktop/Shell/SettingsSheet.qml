@@ -3,7 +3,7 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import Quorvane.Shell
 
-/// The page of the application in the settings: from the bottom of narrow windows, in the middle of wide ones.
+/// This application's settings page: at the bottom of narrow windows, in the center of wide ones.
 Modal {
     id: root
 
@@ -38,7 +38,7 @@ Modal {
 
         Rectangle {
             width: parent.width
-            // The lower corners of a narrow window's sheet are out of sight.
+            // In a narrow window, the sheet's lower corners are outside the window.
             height: parent.height + (root.isRegular ? 0 : radius)
             radius: ShellStyle.panelRadius
             color: ShellStyle.sheet

@@ -3,11 +3,12 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import Quorvane.Shell
 
-/// A soft shadow around its parent and a little below it: faint shapes upon each other, the same on every renderer.
+/// A soft shadow around its parent and slightly below it. Drawn as stacked translucent shapes, which look the same on
+/// every renderer.
 Item {
     id: root
 
-    /// Of the parent.
+    /// The parent's corner radius.
     required property real cornerRadius
     readonly property int reach: 20
 

@@ -31,7 +31,7 @@ void Shell::attach(QQmlEngine& engine, QQuickWindow& window)
     m_engine = &engine;
     m_window = &window;
     window.installEventFilter(this);
-    connect(&window, &QObject::destroyed, this, &Shell::windowHasGone);
+    connect(&window, &QObject::destroyed, this, &Shell::resetAfterWindow);
     connect(&window, &QWindow::visibilityChanged, this, [this] {
         if (isWindowSeen())
             m_availabilityHandler();
@@ -47,10 +47,10 @@ void Shell::detach()
     m_window->disconnect(this);
     delete m_screen;
     m_window.clear();
-    windowHasGone();
+    resetAfterWindow();
 }
 
-void Shell::windowHasGone()
+void Shell::resetAfterWindow()
 {
     m_permission.setOnScreen(false);
     m_settings.close();
@@ -111,7 +111,7 @@ void Shell::load()
         m_engine->addImportPath("qrc:/qt/qml");
     QQmlComponent component(m_engine, QUrl("qrc:/qt/qml/Quorvane/Shell/Shell.qml"));
     if (component.isError())
-        fatalError("the system's screens do not load: " + component.errorString().toStdString());
+        fatalError("the shell's QML cannot be loaded: " + component.errorString().toStdString());
     m_screen = qobject_cast<QQuickItem*>(component.createWithInitialProperties(
         {{"shell", QVariant::fromValue(this)}, {"parent", QVariant::fromValue(m_window->contentItem())}}));
     m_screen->QObject::setParent(m_window->contentItem());

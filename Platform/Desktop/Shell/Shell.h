@@ -19,13 +19,13 @@
 
 namespace Platform::Desktop {
 
-/// What the system draws in the application's window, above everything of its own: the question for
-/// permission, the page of the application in the settings, and banners where nobody else shows them.
+/// The system's user interface, drawn on top of the application's content: the permission prompt, this
+/// application's settings page, and banners if there is no notification server.
 ///
-/// Nothing of it is loaded before there is something to show.
+/// The QML is not loaded until there is something to show.
 ///
-/// Threads: main. Ownership: refers to its ports, and neither owns the window nor the engine: once the window
-/// has gone it is as before the first one came. The engine outlives the shell or the window.
+/// Threads: main. Ownership: references its ports, the window and the engine. When the window is destroyed,
+/// the shell returns to its initial state. The engine must outlive the shell or the window.
 class Shell final : public QObject, public PermissionPrompt, public NotificationPresenter {
     Q_OBJECT
     QML_NAMED_ELEMENT(ShellModel)
@@ -45,32 +45,33 @@ public:
         TimerScheduler& timers;
     };
 
-    /// `applicationName` is the one for people.
+    /// `applicationName` is the name that users see.
     Shell(const Ports& ports, const std::string& applicationName);
     ~Shell() override;
 
-    /// From now on draws into `window`, and into no other. `engine` is the one of the window's content.
+    /// Draws into `window` from now on, in place of the previous window. `engine` is that of the window's
+    /// content.
     void attach(QQmlEngine& engine, QQuickWindow& window);
     void setAppearance(const Appearance& appearance);
-    /// Nothing happens without a window.
+    /// Does nothing without a window.
     void openSettings();
-    /// The preferences are not what they were; an open page shows it.
+    /// Updates an open settings page.
     void preferencesChanged() { m_settings.refresh(); }
 
-    /// The question waits until there is a window, and longer if others were asked before.
+    /// The request waits until there is a window and earlier requests are answered.
     void requestPermission(std::function<void(bool isGranted)> completion) override;
-    /// Completes at once: false without the banner among `options`, without a window that can be seen, and
-    /// while another banner is on view.
+    /// Completes inside the call, with false if `options` do not include a banner, the window is not visible,
+    /// or another banner is.
     void show(const UserNotification& notification, unsigned options,
               std::function<void(bool isShown)> completion, std::function<void()> onResponse) override;
-    /// Called when the window comes on view, and when a banner has left it.
+    /// The handler is called when the window becomes visible and when a banner has disappeared.
     void onAvailable(std::function<void()> handler) override { m_availabilityHandler = std::move(handler); }
 
     [[nodiscard]] QString applicationName() const { return m_applicationName; }
     [[nodiscard]] bool isDark() const { return m_appearance.isDark; }
     [[nodiscard]] bool isMotionReduced() const { return m_appearance.isMotionReduced; }
     [[nodiscard]] qreal textScale() const { return m_appearance.textScale; }
-    /// The user's last input came from there: the item with the focus shows it.
+    /// Whether the user's last input came from the keyboard, so that the item with the focus shows a ring.
     [[nodiscard]] bool isKeyboardInUse() const { return m_isKeyboardInUse; }
     [[nodiscard]] PermissionPanel* permission() { return &m_permission; }
     [[nodiscard]] SettingsSheet* settings() { return &m_settings; }
@@ -84,7 +85,7 @@ Q_SIGNALS:
 
 private:
     void detach();
-    void windowHasGone();
+    void resetAfterWindow();
     void load();
     [[nodiscard]] bool isWindowSeen() const;
     void setKeyboardInUse(bool isInUse);
@@ -98,7 +99,7 @@ private:
     std::function<void()> m_availabilityHandler = [] {};
     QPointer<QQmlEngine> m_engine;
     QPointer<QQuickWindow> m_window;
-    /// Absent until there is something to show.
+    /// Null until there is something to show.
     QPointer<QQuickItem> m_screen;
 };
 

@@ -1,14 +1,14 @@
 import QtQuick
 import Quorvane.Shell
 
-/// Everything that the system draws, over everything that the application does.
+/// The system's user interface, on top of the application's.
 Item {
     id: root
 
     required property ShellModel shell
 
     anchors.fill: parent
-    // Popups of the toolkit lie in a layer at 1000001.
+    // Above Qt's layer for popups, at 1000001.
     z: 1000002
     LayoutMirroring.enabled: Application.layoutDirection === Qt.RightToLeft
     LayoutMirroring.childrenInherit: true

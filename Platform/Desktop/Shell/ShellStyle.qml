@@ -3,22 +3,22 @@ pragma Singleton
 import QtQuick
 import Quorvane.Shell
 
-/// What the system's own screens look like: colours, type, measures and durations by their roles. Lengths are in
-/// points, durations in milliseconds.
+/// The style of the system's user interface: colors, fonts, lengths (in points) and durations (in milliseconds) by
+/// role.
 QtObject {
     id: root
 
-    /// Says what the user wants; null at first.
+    /// Provides the user's appearance settings; initially null.
     property ShellModel shell: null
     readonly property bool isDark: shell?.isDark ?? false
     readonly property bool isMotionReduced: shell?.isMotionReduced ?? false
     readonly property real textScale: shell?.textScale ?? 1
-    /// Whether the item with the focus shows it.
+    /// Whether the item with the focus shows a ring.
     readonly property bool isFocusShown: shell?.isKeyboardInUse ?? false
 
     readonly property color label: isDark ? "#f5f5f7" : "#1c1c1e"
     readonly property color labelSecondary: isDark ? "#a9a9b0" : "#62626a"
-    /// The words of buttons.
+    /// Button text.
     readonly property color tint: isDark ? "#6cb4ff" : "#0060cc"
     readonly property color panel: isDark ? "#2a2a2c" : "#fafafc"
     readonly property color sheet: isDark ? "#1e1e20" : "#f2f2f6"
@@ -28,7 +28,7 @@ QtObject {
     readonly property color separator: isDark ? "#414145" : "#e0e0e5"
     readonly property color outline: isDark ? "#28ffffff" : "#14000000"
     readonly property color shadow: isDark ? "#80000000" : "#26000000"
-    /// Over what is out of reach.
+    /// Covers the content below a modal overlay.
     readonly property color scrim: isDark ? "#99000000" : "#59000000"
     readonly property color switchOn: isDark ? "#30a652" : "#2a9d4a"
     readonly property color switchOff: isDark ? "#7c7c82" : "#8e8e94"
@@ -46,14 +46,14 @@ QtObject {
 
     readonly property real spacing: 8
     readonly property real padding: 16
-    /// No target of a finger or a pointer is smaller.
+    /// The minimum size of touch and mouse targets.
     readonly property real minimumTarget: 44
     readonly property real rowHeight: 52
     readonly property real buttonRadius: 12
     readonly property real rowRadius: 14
     readonly property real panelRadius: 20
     readonly property real focusRingWidth: 3
-    /// Windows from this width on show sheets in their middle.
+    /// From this window width on, sheets are centered.
     readonly property real regularWidth: 700
     readonly property real panelWidth: 300
     readonly property real sheetWidth: 540

@@ -1,8 +1,8 @@
 import QtQuick
 import Quorvane.Shell
 
-/// A name and a switch, beside it or below it; all of the row turns it. Whoever listens to `triggered` sees to it that
-/// `isOn` changes.
+/// A name and a switch, on one line or on two. A press anywhere on the row emits `triggered`, whose handler must change
+/// `isOn`.
 PressableItem {
     id: root
 

@@ -1,7 +1,7 @@
 import QtQuick
 import Quorvane.Shell
 
-/// A button of words.
+/// A button with a label.
 PressableItem {
     id: root
 

@@ -1,11 +1,11 @@
 import QtQuick
 import Quorvane.Shell
 
-/// Text as it is, on as many lines as it needs.
+/// Plain text on as many lines as it needs.
 Text {
     id: root
 
-    /// What it needs to stay on one line, the rounding of the layout included.
+    /// The width of the text on one line, rounded up for the layout.
     readonly property real naturalWidth: Math.ceil(metrics.advanceWidth) + 1
 
     color: ShellStyle.label

@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-TEST(QtRunLoopTest, EndsOnRequestFromAnyThread)
+TEST(QtRunLoopTest, QuitsFromAnyThread)
 {
     int argc = 0;
     Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
@@ -20,7 +20,7 @@ TEST(QtRunLoopTest, EndsOnRequestFromAnyThread)
     loop.run();
 }
 
-TEST(QtRunLoopTest, EndsBetweenTwoItemsAndKeepsTheOthers)
+TEST(QtRunLoopTest, QuitsBetweenTwoItemsAndKeepsTheRest)
 {
     int argc = 0;
     Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));

@@ -8,7 +8,7 @@
 
 using namespace Platform;
 
-/// Content that has the focus and counts what reaches it, under a shell: a small window, large letters.
+/// A shell in a small window with large text, above content that has the focus and counts its input events.
 class ShellTest : public testing::Test, protected NotificationPreferences {
 protected:
     static void SetUpTestSuite()
@@ -50,7 +50,7 @@ protected:
     Desktop::Shell shell{{*this, clock}, "Quorvane MDM"};
 };
 
-TEST_F(ShellTest, PanelsKeepEveryInputUntilTheyGo)
+TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
 {
     for (int question = 0; question < 2; ++question)
         shell.requestPermission([&](bool isGranted) { events += isGranted ? "allowed " : "refused "; });
@@ -71,7 +71,7 @@ TEST_F(ShellTest, PanelsKeepEveryInputUntilTheyGo)
     EXPECT_EQ(item("content")->property("count"), 0);
 }
 
-TEST_F(ShellTest, BannersComeOneByOneAndEveryWayToEndThemButTimeIsAResponse)
+TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
 {
     shell.attach(engine, *window);
     int availabilityCount = 0;
@@ -89,7 +89,7 @@ TEST_F(ShellTest, BannersComeOneByOneAndEveryWayToEndThemButTimeIsAResponse)
                                           [&] { QTest::keySequence(window, {"Tab, Esc"}); }};
     for (int number = 0; number < 3; ++number) {
         EXPECT_TRUE(show(number));
-        EXPECT_FALSE(show(99)) << "another one is on view";
+        EXPECT_FALSE(show(99)) << "another banner is visible";
         EXPECT_EQ(shell.banner()->title(), QString::number(number));
         ways[number]();
         ASSERT_TRUE(QTest::qWaitFor([&] { return availabilityCount == number + 1; })) << number;
@@ -97,7 +97,7 @@ TEST_F(ShellTest, BannersComeOneByOneAndEveryWayToEndThemButTimeIsAResponse)
     EXPECT_TRUE(hasFocus("content") && events == "0 2 ") << events;
 
     window->showMinimized();
-    EXPECT_FALSE(show(99)) << "nobody would see it";
+    EXPECT_FALSE(show(99)) << "the window is minimized";
     window->showNormal();
     EXPECT_TRUE(QTest::qWaitFor([&] { return availabilityCount == 4; }));
     EXPECT_TRUE(show(4));
