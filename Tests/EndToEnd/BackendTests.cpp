@@ -35,7 +35,7 @@ using testing::StartsWith;
 
 namespace {
 
-/// A device configured for a real backend, with the client that the application builds.
+/// A device configured for a real backend, with the same client as the app.
 class BackendTest : public testing::Test {
 protected:
     BackendTest()
@@ -53,7 +53,7 @@ protected:
 
     [[nodiscard]] APIClient client() { return {*manager, *session, JSONDecoder(), JSONEncoder(), logger}; }
 
-    /// Sends `count` requests at once, each as its own task; answers what became of each.
+    /// Sends `count` requests at once, each in its own task. Returns each status code or error.
     std::vector<std::string> post(const APIClient& client, const std::string& path, int count = 1)
     {
         std::vector<std::future<std::string>> outcomes;
@@ -118,7 +118,7 @@ TEST_F(BackendTest, RequestsCarryTheStoredAddressAndCredentials)
     EXPECT_THAT(log.takeLines(), IsEmpty());
 }
 
-TEST_F(BackendTest, EveryHostileAnswerIsOneErrorAndOneLine)
+TEST_F(BackendTest, EachHostileResponseIsOneErrorAndOneLogLine)
 {
     using Ending = TestBackend::Ending;
     struct Case {
@@ -147,10 +147,10 @@ TEST_F(BackendTest, EveryHostileAnswerIsOneErrorAndOneLine)
         EXPECT_THAT(log.takeLines(), ElementsAre(AllOf(HasSubstr(row.line), Not(HasSubstr("canary")))))
             << row.line;
     }
-    EXPECT_THAT(post(client(), "b"), ElementsAre("200")) << "nothing has changed";
+    EXPECT_THAT(post(client(), "b"), ElementsAre("200")) << "the client must still work";
 }
 
-TEST_F(BackendTest, CredentialsStayWithTheHostTheyAreFor)
+TEST_F(BackendTest, RedirectToAnotherHostDropsCredentials)
 {
     backend.setReply(
         "/mdm/a",
@@ -164,7 +164,7 @@ TEST_F(BackendTest, CredentialsStayWithTheHostTheyAreFor)
                                                 Not(Contains(Pair("X-Device-Id", testing::_)))));
 }
 
-TEST_F(BackendTest, OneClientServesManyTasks)
+TEST_F(BackendTest, ClientServesConcurrentTasks)
 {
     constexpr int taskCount = 64;
     const APIClient shared = client();
@@ -173,8 +173,8 @@ TEST_F(BackendTest, OneClientServesManyTasks)
     EXPECT_EQ(backend.takeRequests().size(), static_cast<std::size_t>(taskCount));
 }
 
-/// Nobody listens anywhere: the error names the place that the push was sent to.
-TEST(PushSenderTest, TheTokenDecidesWhereAPushGoes)
+/// No server is listening, so the error names the address to which the push was sent.
+TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
 {
     const std::string subscription =
         Push::webPushSubscription("https://127.0.0.1:1/x", Push::WebPushKeys::generate());

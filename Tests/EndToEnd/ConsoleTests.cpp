@@ -19,7 +19,7 @@ using testing::Not;
 
 namespace {
 
-/// What Docs/JSON.md says of one verb.
+/// The section of Docs/JSON.md about one command.
 struct DocumentedCommand {
     json::value example;
     std::set<std::string> members;
@@ -27,36 +27,36 @@ struct DocumentedCommand {
 
 std::map<std::string, DocumentedCommand> documentedCommands()
 {
-    std::map<std::string, DocumentedCommand> verbs;
-    DocumentedCommand* verb = nullptr;
+    std::map<std::string, DocumentedCommand> commands;
+    DocumentedCommand* command = nullptr;
     std::ifstream document(QV_SOURCES "/Docs/JSON.md");
     for (std::string line; std::getline(document, line);) {
         if (line.starts_with("## qvctl "))
-            verb = &verbs[line.substr(9)];
-        else if (verb != nullptr && line.starts_with("{"))
-            verb->example = json::parse(line);
-        else if (verb != nullptr && line.starts_with("| `"))
-            verb->members.insert(line.substr(3, line.find('`', 3) - 3));
+            command = &commands[line.substr(9)];
+        else if (command != nullptr && line.starts_with("{"))
+            command->example = json::parse(line);
+        else if (command != nullptr && line.starts_with("| `"))
+            command->members.insert(line.substr(3, line.find('`', 3) - 3));
     }
-    return verbs;
+    return commands;
 }
 
-/// Adds the paths of the members of `value`, in the way of the document, as deep as it goes into them.
+/// Adds the paths of the members of `value` in the notation of the document, down to the documented level.
 void collectMembers(const json::value& value, const std::string& path,
                     const std::set<std::string>& documented, std::set<std::string>& found)
 {
-    const auto isGoneInto = [&](const std::string& prefix) {
+    const auto hasMembersBelow = [&](const std::string& prefix) {
         return std::any_of(documented.begin(), documented.end(),
                            [&](const std::string& member) { return member.starts_with(prefix); });
     };
     if (const auto* object = value.if_object();
-        object != nullptr && (path.empty() || isGoneInto(path + "."))) {
-        const bool isAnyName = isGoneInto(path + ".*");
+        object != nullptr && (path.empty() || hasMembersBelow(path + "."))) {
+        const bool isAnyName = hasMembersBelow(path + ".*");
         for (const auto& [key, member] : *object)
             collectMembers(
                 member, path.empty() ? std::string(key) : path + "." + (isAnyName ? "*" : std::string(key)),
                 documented, found);
-    } else if (const auto* array = value.if_array(); array != nullptr && isGoneInto(path + "[]")) {
+    } else if (const auto* array = value.if_array(); array != nullptr && hasMembersBelow(path + "[]")) {
         for (const auto& element : *array)
             collectMembers(element, path + "[]", documented, found);
     } else {
@@ -79,7 +79,7 @@ std::string textOfFile(const std::string& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// A value of its own for each key.
+/// Returns a different value for each key.
 std::string valueOf(const Core::ManagedKey& key, std::string_view ending)
 {
     using Kind = Core::ManagedKey::Kind;
@@ -97,7 +97,7 @@ std::string policyWithEveryKey(std::string_view ending)
     return json::serialize(policy);
 }
 
-TEST_F(ProgramTest, EveryManagedKeyGoesAllTheWay)
+TEST_F(ProgramTest, EveryManagedKeyAppearsInEveryCommand)
 {
     device.replacePolicy(policyWithEveryKey(""));
     const auto application = device.startApplication();
@@ -145,7 +145,7 @@ TEST_F(ProgramTest, EveryManagedKeyGoesAllTheWay)
     EXPECT_EQ(reportedCount, carriedCount) << "by status --json";
 }
 
-TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
+TEST_F(ProgramTest, JSONMembersAreDocumented)
 {
     device.replacePolicy(policyWithEveryKey(""));
     device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
@@ -157,8 +157,8 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
 
     const std::string policy = device.policyFile();
     std::map<std::string, json::value> printed;
-    const auto run = [&](const std::string& verb, std::vector<std::string> arguments) {
-        printed[verb] = qvctlJSON(std::move(arguments));
+    const auto run = [&](const std::string& command, std::vector<std::string> arguments) {
+        printed[command] = qvctlJSON(std::move(arguments));
     };
     run("push", {"push", device.path("payload.json")});
     run("notifications", {"notifications"});
@@ -171,7 +171,7 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
     std::filesystem::copy_file(policy, device.path("again.json"));
     const auto set = device.startConsole({"config", "set", device.path("again.json"), "--json"});
     ASSERT_EQ(set->waitForExit(), 0);
-    for (const std::string& line : set->lines()) { // The findings for people are among them.
+    for (const std::string& line : set->lines()) { // Standard error is included.
         if (line.starts_with("{"))
             printed["config set"] = json::parse(line);
     }
@@ -185,21 +185,21 @@ TEST_F(ProgramTest, WhatJSONHoldsIsDocumented)
     run("config forget", {"config", "forget"});
     run("privacy", {"privacy", "reset", "notifications"});
 
-    for (const auto& [verb, documented] : documentedCommands()) {
+    for (const auto& [command, documented] : documentedCommands()) {
         std::set<std::string> example = membersOf(documented.example, documented.members);
-        if (verb == "status")
-            example.insert("deviceToken"); // The example is one without --reveal.
-        EXPECT_EQ(example, documented.members) << "the example of " << verb;
-        if (verb == "log")
-            continue; // Where there is a journal: below.
-        ASSERT_TRUE(printed.contains(verb)) << verb;
-        EXPECT_EQ(membersOf(printed[verb], documented.members), documented.members) << verb;
-        printed.erase(verb);
+        if (command == "status")
+            example.insert("deviceToken"); // The example is without --reveal.
+        EXPECT_EQ(example, documented.members) << "the example of " << command;
+        if (command == "log")
+            continue; // Checked by LogReadsTheJournal, which has a journal.
+        ASSERT_TRUE(printed.contains(command)) << command;
+        EXPECT_EQ(membersOf(printed[command], documented.members), documented.members) << command;
+        printed.erase(command);
     }
     EXPECT_THAT(printed, IsEmpty()) << "not documented";
 }
 
-TEST_F(ProgramTest, ExitCodesSurviveAReaderThatHasGone)
+TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
 {
     std::string policy = R"({"AllowedAppsBundleIdsForSSOExtension": [)";
     for (int i = 0; i < 2000; ++i)
@@ -210,7 +210,7 @@ TEST_F(ProgramTest, ExitCodesSurviveAReaderThatHasGone)
         int exitCode;
     };
     const Case cases[] = {
-        {"config lint $DEVICE/bad.json | head -n 1", 78}, // More than a pipe holds.
+        {"config lint $DEVICE/bad.json | head -n 1", 78}, // More output than fits in a pipe.
         {"config lint --json $DEVICE/bad.json | head -c 1", 78},
         {"config lint $DEVICE/bad.json 2>&1 | true", 78},
         {"doctor --offline | head -n 1", 1},
@@ -218,7 +218,7 @@ TEST_F(ProgramTest, ExitCodesSurviveAReaderThatHasGone)
         {"config show 2>&1 | true", 66},
         {"stauts 2>&1 | true", 64},
         {"config schema | head -n 1", 0},
-        // A full disk is an error of its own, except on standard error.
+        // A full disk is an error, except on standard error.
         {"config schema > /dev/full", 69},
         {"doctor --offline > /dev/full", 69},
         {"config show --json > /dev/full", 69},
@@ -233,26 +233,26 @@ TEST_F(ProgramTest, ExitCodesSurviveAReaderThatHasGone)
     }
 }
 
-TEST_F(ProgramTest, TheFileThatIsIgnoredAndBothPlacesAreNamed)
+TEST_F(ProgramTest, CommandsNameTheIgnoredFileAndBothCandidates)
 {
     const auto outcome = shellWithOwnPolicyFolder(R"(
         folder=/etc/quorvane-mdm
-        look() { # WHAT EXPECTED
-            for verb in status 'config show' 'config explain' 'doctor --offline'; do
+        look() { # NAME EXPECTED
+            for command in status 'config show' 'config explain' 'doctor --offline'; do
                 for format in '' --json; do
-                    $QVCTL $verb $format 2>&1 | grep -q "$2" || echo "$1: $verb $format lacks $2"
+                    $QVCTL $command $format 2>&1 | grep -q "$2" || echo "$1: $command $format lacks $2"
                 done
             done
         }
-        look none "either $folder/managed.plist nor $folder/managed.json is there\|managed.plist\",\"$folder/managed.json"
+        look none "either $folder/managed.plist nor $folder/managed.json exists\|managed.plist\",\"$folder/managed.json"
         echo '{}' > $folder/managed.json
         echo '<plist><dict/></plist>' > $folder/managed.plist
-        ignored="$folder/managed.json is ignored, because $folder/managed.plist is there too"
+        ignored="$folder/managed.json is ignored because $folder/managed.plist exists"
         look both "$ignored\|\"ignored\":\[\"$folder/managed.json"
         echo '<plist>' > $folder/managed.plist
         $QVCTL status | grep -q "$ignored" || echo malformed
         chmod 666 $folder/managed.plist
-        $QVCTL status | grep ignored # It is not believed, so it hides nothing.
+        $QVCTL status | grep ignored # An untrusted file hides nothing.
         $QVCTL status | grep -q 'managed.json (good)' || echo untrusted
     )");
     if (!outcome)
@@ -260,7 +260,7 @@ TEST_F(ProgramTest, TheFileThatIsIgnoredAndBothPlacesAreNamed)
     EXPECT_EQ(outcome->output, "");
 }
 
-TEST_F(ProgramTest, StatusShowsEverythingElseWhenTheSnapshotCannotBeRead)
+TEST_F(ProgramTest, StatusShowsTheRestIfTheSnapshotCannotBeRead)
 {
     device.replacePolicy(R"({"device_id": "DEV-1"})");
     const auto application = device.startApplication();
@@ -296,7 +296,7 @@ TEST_F(ProgramTest, StatusShowsEverythingElseWhenTheSnapshotCannotBeRead)
     }
 }
 
-TEST_F(ProgramTest, ColorsShowOnATerminalThatKnowsThem)
+TEST_F(ProgramTest, OutputIsColoredOnlyOnColorTerminals)
 {
     struct Case {
         const char* environment;
@@ -312,29 +312,29 @@ TEST_F(ProgramTest, ColorsShowOnATerminalThatKnowsThem)
     }
 }
 
-TEST_F(ProgramTest, WatchTellsOfEachVersionUntilItIsInterrupted)
+TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
 {
-    const auto people = device.startConsole({"watch"});
-    const auto programs = device.startConsole({"watch", "--json"});
-    ASSERT_TRUE(people->waitForLine("waiting for a first configuration"));
-    ASSERT_TRUE(programs->waitForLine("waiting for a first configuration"));
+    const auto plain = device.startConsole({"watch"});
+    const auto structured = device.startConsole({"watch", "--json"});
+    ASSERT_TRUE(plain->waitForLine("waiting for the first configuration"));
+    ASSERT_TRUE(structured->waitForLine("waiting for the first configuration"));
     device.replacePolicy(R"({"api_key": "canary", "base_domain": "a.corp"})");
     const auto application = device.startApplication();
-    EXPECT_TRUE(people->waitForLine("version 1: base domain, api key, 0 allowed apps"));
+    EXPECT_TRUE(plain->waitForLine("version 1: base domain, api key, 0 allowed apps"));
     device.replacePolicy(R"({"api_key": "other canary", "AllowedAppsBundleIdsForSSOExtension": "a.b"})");
-    EXPECT_TRUE(people->waitForLine("version 2: api key, 1 allowed app"));
-    EXPECT_TRUE(people->waitForLine("    base domain: absent"));
-    EXPECT_TRUE(people->waitForLine("    api key: ********"));
-    EXPECT_TRUE(people->waitForLine("    allowed apps: a.b"));
-    EXPECT_TRUE(programs->waitForLine(R"("changed":["baseDomain","apiKey","allowedAppBundleIds"])"));
-    EXPECT_THAT(programs->lines(), Not(Contains(HasSubstr("canary"))));
-    people->signal(SIGINT);
-    programs->signal(SIGTERM);
-    EXPECT_EQ(people->waitForExit(), 0);
-    EXPECT_EQ(programs->waitForExit(), 0);
+    EXPECT_TRUE(plain->waitForLine("version 2: api key, 1 allowed app"));
+    EXPECT_TRUE(plain->waitForLine("    base domain: absent"));
+    EXPECT_TRUE(plain->waitForLine("    api key: ********"));
+    EXPECT_TRUE(plain->waitForLine("    allowed apps: a.b"));
+    EXPECT_TRUE(structured->waitForLine(R"("changed":["baseDomain","apiKey","allowedAppBundleIds"])"));
+    EXPECT_THAT(structured->lines(), Not(Contains(HasSubstr("canary"))));
+    plain->signal(SIGINT);
+    structured->signal(SIGTERM);
+    EXPECT_EQ(plain->waitForExit(), 0);
+    EXPECT_EQ(structured->waitForExit(), 0);
 }
 
-/// The output of a script; absent if it exits with 77, "not here", or there is no such shell.
+/// The output of a script; absent if it exits with 77, "unsupported", or if the shell is not installed.
 std::optional<std::vector<std::string>> linesOf(std::vector<std::string> shell, const std::string& script,
                                                 const ChildProcess::Environment& environment = {
                                                     {"MANUALS", QV_PROGRAMS "/manuals"},
@@ -353,7 +353,7 @@ std::optional<std::vector<std::string>> linesOf(std::vector<std::string> shell, 
     }
 }
 
-/// A journal of our own below a /run of our own, with two lines of the app and one of somebody else.
+/// Mounts a private /run with an empty journal and defines a function that adds a line to it.
 constexpr const char* journalSetUp = R"(
 remote=/lib/systemd/systemd-journal-remote
 [ -x $remote ] && [ -s /etc/machine-id ] && mount -t tmpfs tmpfs /run 2>/dev/null || exit 77
@@ -370,7 +370,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
     const auto lines = linesOf({"unshare", "-rm", "bash", "-ec"}, std::string(journalSetUp) + R"(
         $QVCTL log 2>&1 || echo $?
         append 1700000000 quorvane-mdm debug one
-        append 1700000001 somebody-else error alien
+        append 1700000001 other-program error other
         append 1700000002 quorvane-mdm error two
         append 1700000002 quorvane-mdm error forged 65534
         append 1700000002 quorvane-mdm error forged 0 /usr/bin/logger
@@ -388,7 +388,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
         }
     )");
     if (!lines)
-        GTEST_SKIP() << "needs systemd-journal-remote, unshare and leave to mount";
+        GTEST_SKIP() << "needs systemd-journal-remote, unshare and permission to mount";
     const std::string one = "2023-11-14T22:13:20.000Z debug com.quorvane.mdm general one";
     const std::string two = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general two";
     const std::string forged = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general forged";
@@ -448,7 +448,7 @@ protected:
         if (!lines)
             return lines;
         std::erase(*lines, "");
-        // Without the description, and without the option of "--option=word".
+        // Drops the description, and the option of "--option=word".
         for (std::string& word : *lines) {
             word = word.substr(0, word.find('\t'));
             word = word.substr(word.find('=') + 1);
@@ -485,7 +485,7 @@ protected:
 TEST_F(CompletionTest, BashCompletesCommandsValuesAndFiles)
 {
     for (const Completion& row : completions()) {
-        // As readline splits the line: at blanks, and around "=".
+        // Splits the line as readline does: at spaces, and around "=".
         const auto words = complete({"bash", "-c"}, row.line, R"(
             for script in $COMPLETIONS/*.bash; do . $script; done
             read -ra COMP_WORDS <<< "${LINE//=/ = }"
@@ -516,7 +516,7 @@ TEST_F(CompletionTest, ZshCompletesCommandsValuesAndFiles)
 {
     for (const Completion& row : completions()) {
         // The shell's own functions, which only work at its prompt, are replaced: they print the candidates.
-        // What `_arguments` does with the values of options is not tried.
+        // The completion of option values by `_arguments` is not tested.
         if (row.line.starts_with("quorvane-mdm --"))
             continue;
         const auto words = complete({"zsh", "-fc"}, row.line, R"(
@@ -534,11 +534,11 @@ TEST_F(CompletionTest, ZshCompletesCommandsValuesAndFiles)
     }
 }
 
-TEST_F(ProgramTest, VerbOnAStoreThatCannotBeUsedFailsWithTheReason)
+TEST_F(ProgramTest, CommandFailsWithTheReasonIfAStoreIsUnusable)
 {
     struct Case {
         const char* store;
-        const char* verb;
+        const char* command;
     };
     const Case cases[] = {
         {"com.quorvane.mdm.sqlite", "notifications"},
@@ -548,9 +548,9 @@ TEST_F(ProgramTest, VerbOnAStoreThatCannotBeUsedFailsWithTheReason)
         {"groups/group.com.quorvane.mdm.sqlite", "config forget"},
     };
     for (const Case& row : cases) {
-        SCOPED_TRACE(row.verb);
+        SCOPED_TRACE(row.command);
         const auto outcome = shell(std::string("umask 077; store=$XDG_DATA_HOME/quorvane-mdm/") + row.store +
-                                   "; mkdir -p $store; $QVCTL " + row.verb +
+                                   "; mkdir -p $store; $QVCTL " + row.command +
                                    " --json 2> /dev/null; code=$?; rm -r $XDG_DATA_HOME/*; exit $code");
         EXPECT_EQ(outcome.exitCode, 69);
         const auto printed = boost::json::parse(outcome.output).as_object();

@@ -34,7 +34,7 @@ using Permissions = fs::perms;
 
 using Platform::Storage::FileDescriptor;
 
-/// Returns no descriptor if the address is not available.
+/// Returns an empty descriptor if the address is not available.
 FileDescriptor listenAt(const std::string& address, std::uint16_t port)
 {
     addrinfo hints{};
@@ -69,8 +69,8 @@ std::string lastLoopback()
     return last;
 }
 
-/// A server on loopback that answers the first bytes of each connection with always the same ones and closes
-/// it, or that never answers.
+/// A server on loopback that sends a fixed reply to the first bytes of each connection and closes it. With an
+/// empty reply it never answers.
 class PlainServer {
 public:
     explicit PlainServer(std::string answer, std::uint16_t port = 0, const std::string& address = "127.0.0.1")
@@ -114,15 +114,15 @@ private:
     std::thread m_thread;
 };
 
-/// A device on which all is well, to be broken in one place at a time. The application is halted once it has
-/// done its part, so that it mends nothing meanwhile.
+/// A device without problems, for tests to break in one place at a time. The app is stopped once it has
+/// uploaded its token, so that it repairs nothing meanwhile.
 class DoctorTest : public testing::Test {
 protected:
     struct Diagnosis {
         std::optional<int> exitCode;
-        /// Identifiers, blanks between them, in the order of the chain.
+        /// Identifiers in order, separated by spaces.
         std::string failed;
-        /// Those that were skipped because of what failed.
+        /// The identifiers of checks that were skipped because of a failed one.
         std::string prevented;
         /// "VERDICT: FOUND", by identifier.
         std::map<std::string, std::string> checks;
@@ -142,7 +142,7 @@ protected:
                      "[D-BUS Service]\nName=org.freedesktop.Notifications\nExec=/bin/false\n");
         bus = startBus("bus", "services");
         bareBus = startBus("bare-bus", "none");
-        // The log is of no help to the doctor.
+        // doctor must not depend on private data in the log.
         device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
         application = device.startApplication({"--log-stderr", "--push", "local"});
         DrivenWindow window = device.window();
@@ -151,7 +151,7 @@ protected:
         stopAfterUpload(200);
     }
 
-    /// Halts the application once it has recorded an upload that ended with this status.
+    /// Stops the app once it has recorded an upload with this status code.
     void stopAfterUpload(int status)
     {
         bool isUploaded = false;
@@ -181,7 +181,7 @@ protected:
             TestBackend::Options{.port = port, .certificate = certificate, .folder = device.path("")});
         port = backend->port();
     }
-    /// Answers at the address of the backend.
+    /// Replaces the backend with a `PlainServer` at its port.
     void replaceBackend(std::string answer, const std::string& address = "127.0.0.1")
     {
         backend.reset();
@@ -249,7 +249,7 @@ protected:
     std::unique_ptr<ChildProcess> application;
 };
 
-TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
+TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
 {
     const auto setter = [this](const char* name, const std::string& value) {
         return [=, this] { device.setEnvironment(name, value); };
@@ -279,7 +279,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         std::function<void()> repair;
         const char* failed;
         const char* prevented;
-        /// A part of what is found.
+        /// Part of the output.
         std::string found = {};
     };
     constexpr const char* afterProxy = "backend.host backend.connect backend.tls backend.certificate "
@@ -296,19 +296,19 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         {"nothing", nothing, nothing, "", ""},
         {"no policy", [&] { fs::remove(device.policyFile()); }, restored, "policy.file",
          "policy.permissions policy.syntax policy.values suite.current"},
-        {"policy of anybody", policyMode(Permissions::all), policyMode(Permissions::owner_all),
+        {"a policy file that others can write", policyMode(Permissions::all), policyMode(Permissions::owner_all),
          "policy.permissions", "policy.syntax policy.values suite.current"},
-        {"half a policy", content("{\"api_key\": \"canary"), restored, "policy.syntax",
+        {"a truncated policy file", content("{\"api_key\": \"canary"), restored, "policy.syntax",
          "policy.values suite.current"},
-        {"a value of a wrong type, not applied", content(policy("[\"canary\"]")), restored,
+        {"a value of the wrong type, not applied", content(policy("[\"canary\"]")), restored,
          "policy.values suite.current", ""},
-        {"a port beyond all ports", content(R"({"base_domain": "https://localhost:105751"})"), restored,
+        {"an invalid port", content(R"({"base_domain": "https://localhost:105751"})"), restored,
          "policy.values suite.current backend.address", behindAddress},
         {"another scheme", content(R"({"base_domain": "ftp://localhost"})"), restored,
          "policy.values suite.current backend.address", behindAddress},
-        {"blanks in the address", content(R"({"base_domain": "mdm acme com"})"), restored,
+        {"spaces in the address", content(R"({"base_domain": "mdm acme com"})"), restored,
          "policy.values suite.current backend.address", behindAddress},
-        {"no place for the state", setter("XDG_DATA_HOME", device.policyFile()),
+        {"no state folder", setter("XDG_DATA_HOME", device.policyFile()),
          setter("XDG_DATA_HOME", device.path("data")), "state.folder",
          "app.running suite.readable suite.current notifications.permission push.distributor "
          "push.registration upload.last"},
@@ -334,7 +334,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
          "suite.readable", "suite.current upload.last"},
         {"no bus", setter(socket.c_str(), address("no-bus")), setter(socket.c_str(), address("bus")),
          "bus.session", "notifications.server"},
-        {"nobody shows notifications", setter(socket.c_str(), address("bare-bus")),
+        {"no notification server", setter(socket.c_str(), address("bare-bus")),
          setter(socket.c_str(), address("bus")), "notifications.server", ""},
         {"notifications denied",
          [&] {
@@ -347,12 +347,12 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         {"no authorities", setter("SSL_CERT_FILE", device.path("none")),
          setter("SSL_CERT_FILE", device.path("authority.pem")), "backend.trust", "backend.certificate"},
         {"a proxy that is not there", proxy("localhost:1"), noProxy, "backend.proxy", afterProxy,
-         "localhost:1 of https_proxy takes no connection"},
+         "localhost:1 (from https_proxy) accepts no connections"},
         {"a proxy that refuses", proxy(fmt::format("127.0.0.1:{}", refusingProxy.port())), noProxy,
          "backend.connect", afterConnect, "CONNECT tunnel failed, response 407"},
         {"a proxy to a server that closes the connection",
          proxy(fmt::format("127.0.0.1:{}", openProxy.port())), noProxy, "backend.tls", afterTLS,
-         "The proxy makes a way to localhost:"},
+         "The proxy connects to localhost:"},
         {"a proxy with the certificate of an unknown authority",
          [&] {
              restartBackend(Certificate::untrusted);
@@ -378,17 +378,17 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
              noProxy();
              device.setEnvironment("no_proxy", "");
          },
-         "", "", "The way to the backend is direct"},
-        // Too long for a name server to be asked.
+         "", "", "No proxy is used"},
+        // Longer than a DNS label may be, so no name server is queried.
         {"a host that no name server knows",
          content(policy("\"canary\"", fmt::format("https://{}.example", std::string(64, 'a')))), restored,
-         "suite.current backend.host", afterHost, "has no address: no name server"},
+         "suite.current backend.host", afterHost, "cannot be resolved: no name server"},
         {"a server for plain HTTP", [&] { replaceBackend("HTTP/1.1 400 Bad Request\r\n\r\n"); },
          certificate(Certificate::good), "backend.tls", afterTLS, "something other than TLS"},
         {"a server at only one address of its host",
          [&] { replaceBackend("HTTP/1.1 400 Bad Request\r\n\r\n", otherLoopback); },
          certificate(Certificate::good), "backend.tls", afterTLS,
-         fmt::format("takes connections at {}", otherLoopback)},
+         fmt::format("accepts connections at {}", otherLoopback)},
         {"a backend that hangs",
          [&] {
              replaceBackend("");
@@ -416,7 +416,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
         {"another program with the lock of the application",
          [&] { lock = Platform::Linux::InstanceLock::acquire(device.path("data/quorvane-mdm/instance.lock")); },
          [&] { lock.reset(); }, "app.running push.distributor backend.connect", afterConnect,
-         "another program, EndToEndTests, process "},
+         "another program, EndToEndTests (process "},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
@@ -431,7 +431,7 @@ TEST_F(DoctorTest, NamesTheOneCauseAndSkipsWhatFollowsFromIt)
     }
 }
 
-TEST_F(DoctorTest, ReportsWhatTheApplicationRecorded)
+TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
 {
     using namespace Platform::Push;
     using namespace Platform::Network;
@@ -472,13 +472,19 @@ TEST_F(DoctorTest, ReportsWhatTheApplicationRecorded)
          "",
          {},
          "push.distributor",
-         "skipped: There is no push distributor on the session bus. This version"},
-        {"an older application", "bare-bus", {}, "", {}, "upload.last", "skipped: This version"},
+         "skipped: There is no push distributor on the session bus. The app has not recorded"},
+        {"an older application",
+         "bare-bus",
+         {},
+         "",
+         {},
+         "upload.last",
+         "skipped: The app has not recorded any requests"},
         {"no request", "bus", {{Kind::local}}, "", {}, "upload.last", "warning: The app has not sent"},
-        {"uploaded", "bus", {{Kind::local}}, "", uploaded, "upload.last", "ok: The backend took"},
-        {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", "failed: The upload of "},
+        {"uploaded", "bus", {{Kind::local}}, "", uploaded, "upload.last", "ok: The backend accepted"},
+        {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", "failed: The upload on "},
         {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", " failed with status 503."},
-        {"no connection", "bus", {{Kind::local}}, "", unconnected, "upload.last", "there was no connection."},
+        {"no connection", "bus", {{Kind::local}}, "", unconnected, "upload.last", "the connection failed."},
         {"another request", "bus", {{Kind::local}}, "", other, "upload.last", "skipped: The last request"},
         {"no socket",
          "bus",
@@ -486,7 +492,7 @@ TEST_F(DoctorTest, ReportsWhatTheApplicationRecorded)
          "",
          uploaded,
          "push.distributor",
-         "failed: The app takes no pushes at"},
+         "failed: The app does not accept pushes at"},
         {"no session bus",
          "distributor-bus",
          {{Kind::unavailable}},
@@ -500,21 +506,21 @@ TEST_F(DoctorTest, ReportsWhatTheApplicationRecorded)
          "other",
          uploaded,
          "push.registration",
-         "bytes, by org.unifiedpush.Distributor.other."},
-        {"a distributor that has gone",
+         "bytes, from org.unifiedpush.Distributor.other."},
+        {"a distributor that is gone",
          "distributor-bus",
          {{Kind::unifiedPush}},
          "gone",
          uploaded,
          "push.registration",
-         ", by org.unifiedpush.Distributor.gone, which is no longer on the session bus."},
+         ", from org.unifiedpush.Distributor.gone, which is no longer on the session bus."},
         {"a distributor that refuses",
          "distributor-bus",
          {{Kind::unifiedPush, Failure{6, {}}}},
          "other",
          uploaded,
          "push.registration",
-         "the registration of 2001-01-01 00:00 UTC failed: the distributor refused it."},
+         "the registration on 2001-01-01 00:00 UTC failed: the distributor refused it."},
         {"an unknown failure",
          "distributor-bus",
          {{Kind::unifiedPush, Failure{-1, {}}}},
@@ -546,7 +552,7 @@ TEST_F(DoctorTest, ReportsWhatTheApplicationRecorded)
     }
 }
 
-TEST_F(DoctorTest, SeesThatAnUploadFailsAndThatTheNextOneSucceeds)
+TEST_F(DoctorTest, ReportsAFailedUploadUntilOneSucceeds)
 {
     EXPECT_THAT(examine().checks.at("upload.last"), testing::StartsWith("ok: "));
     for (const int status : {503, 200}) {
@@ -558,7 +564,7 @@ TEST_F(DoctorTest, SeesThatAnUploadFailsAndThatTheNextOneSucceeds)
     }
 }
 
-TEST(DoctorHelperTest, NamesTheHelperThatHasNoResult)
+TEST(DoctorHelperTest, NamesAHelperWithoutResult)
 {
     const ThrowawayDevice programs(QV_PROGRAMS);
     const fs::path helper = programs.path("Tools/libexec/quorvane-mdm/backend-probe");
@@ -577,7 +583,7 @@ TEST(DoctorHelperTest, NamesTheHelperThatHasNoResult)
         {"kill -KILL $$", ": it was killed"},
         {"exec sleep 60", ": no result within 2.1 s"},
         {"echo {}", ": {}"},
-        // The environment too: neither may hold the key.
+        // Neither the arguments nor the environment may contain the key.
         {"echo \"arguments: $*\"; env", ": arguments: https://localhost:1/ 100 "},
     };
     for (const Case& row : cases) {

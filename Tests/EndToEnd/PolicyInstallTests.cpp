@@ -1,4 +1,4 @@
-// The verbs that check and install a policy file, and what they do for root in folders of other users.
+// The commands that check and install a policy file, also as root in folders of other users.
 
 #include "Tests/EndToEnd/ProgramTest.h"
 
@@ -8,7 +8,7 @@ using testing::HasSubstr;
 
 namespace {
 
-/// Any account but root.
+/// Defines functions that run commands as root and as user 65534.
 constexpr const char* twoUsers = R"(
     [ $(id -u) = 0 ] && setpriv --reuid 65534 --clear-groups true || exit 77
     as_user() { setpriv --reuid 65534 --clear-groups -- "$@"; }
@@ -20,9 +20,9 @@ constexpr const char* twoUsers = R"(
     set_policy() { $QVCTL config set $DEVICE/policy.json --managed-configuration "$1" 2>&1; echo "exit $?"; }
     clear_policy() { $QVCTL config clear --managed-configuration "$1" 2>&1; echo "exit $?"; }
 )";
-constexpr int notHere = 77;
+constexpr int unsupported = 77;
 
-TEST_F(ProgramTest, LintTakesSeveralFilesAndStreams)
+TEST_F(ProgramTest, LintReadsFilesAndStreams)
 {
     device.write(device.path("good.json"), R"({"base_domain": "https://a.b"})");
     device.write(device.path("bad.json"), R"({"api_key": ["canary"]})");
@@ -33,9 +33,9 @@ TEST_F(ProgramTest, LintTakesSeveralFilesAndStreams)
     };
     const Case cases[] = {
         {"config lint good.json bad.json good.json", 78,
-         "good.json: no problems found\nbad.json:1:13: error: api_key holds ********"},
-        {"config lint none.json good.json", 66, "none.json: there is no such file\ngood.json: no problems"},
-        {"config lint bad.json none.json", 78, "none.json: there is no such file"},
+         "good.json: no problems found\nbad.json:1:13: error: api_key has the wrong type: ********"},
+        {"config lint none.json good.json", 66, "none.json: no such file\ngood.json: no problems"},
+        {"config lint bad.json none.json", 78, "none.json: no such file"},
         {"config lint --json bad.json good.json | grep -c '^{\"version\":1,\"path\"'", 78, "2\n"},
         {"config lint --json none.json", 66, R"({"version":1,"path":"none.json","error":")"},
         {"config lint - < bad.json", 78, "-:1:13: error: api_key"},
@@ -45,11 +45,11 @@ TEST_F(ProgramTest, LintTakesSeveralFilesAndStreams)
         {"config lint /dev/zero", 78, "/dev/zero: error"},
         {"config lint .", 66, "is not a regular file"},
         {"config explain - < good.json", 0, "https://a.b"},
-        {"config lint ''", 64, "FILE: the name of a file is needed"},
-        {"config lint good.json ''", 64, "FILE: the name of a file is needed"},
-        {"config explain ''", 64, "FILE: the name of a file is needed"},
-        {"config set ''", 64, "FILE: the name of a file is needed"},
-        {"push ''", 64, "FILE: the name of a file is needed"},
+        {"config lint ''", 64, "FILE: the file name is empty"},
+        {"config lint good.json ''", 64, "FILE: the file name is empty"},
+        {"config explain ''", 64, "FILE: the file name is empty"},
+        {"config set ''", 64, "FILE: the file name is empty"},
+        {"push ''", 64, "FILE: the file name is empty"},
         {"config show --managed-configuration '' --json", 64, R"({"version":1,"error":"--managed-conf)"},
     };
     for (const Case& row : cases) {
@@ -59,7 +59,7 @@ TEST_F(ProgramTest, LintTakesSeveralFilesAndStreams)
     }
 }
 
-TEST_F(ProgramTest, SetRefusesWhatLintRejectsAndLeavesAloneWhatIsInstalled)
+TEST_F(ProgramTest, SetRefusesFilesWithLintErrors)
 {
     device.write(device.path("bad.json"), R"({"api_key": ["canary"], "device_id": " D "})");
     device.write(device.path("good.json"), R"({"api_key": "canary", "device_id": " D "})");
@@ -72,14 +72,14 @@ TEST_F(ProgramTest, SetRefusesWhatLintRejectsAndLeavesAloneWhatIsInstalled)
         const char* file;
     };
     const Case cases[] = {
-        {"good.json", 0, "good.json:1:36: note: device_id has white space at an end", "good.json"},
-        {"bad.json", 78, "bad.json:1:13: error: api_key holds ********", "good.json"},
-        {"bad.json", 78,
-         "bad.json was not installed: correct its errors, or install it as it is with --force", "good.json"},
+        {"good.json", 0, "good.json:1:36: note: device_id has leading or trailing white space", "good.json"},
+        {"bad.json", 78, "bad.json:1:13: error: api_key has the wrong type: ********", "good.json"},
+        {"bad.json", 78, "bad.json was not installed: fix its errors, or install it anyway with --force",
+         "good.json"},
         {"bad.json --json", 78, R"("outcome":"refused","findings":[{"severity":"error")", "good.json"},
-        {"half.json", 78, "half.json:1:13: error: the file is not taken", "good.json"},
+        {"half.json", 78, "half.json:1:13: error: the file is invalid", "good.json"},
         {"half.json --force", 78, "half.json was not installed: it cannot be parsed", "good.json"},
-        {"good.json", 0, "managed.json is unchanged", "good.json"},
+        {"good.json", 0, "managed.json is already up to date", "good.json"},
         {"good.json --json", 0, R"("outcome":"unchanged")", "good.json"},
         {"bad.json --force", 0, "Installed ", "bad.json"},
         {"- < good.json", 0, "Installed ", "good.json"},
@@ -94,16 +94,16 @@ TEST_F(ProgramTest, SetRefusesWhatLintRejectsAndLeavesAloneWhatIsInstalled)
         EXPECT_EQ(shell(std::string("cmp $QUORVANE_MANAGED_CONFIGURATION $DEVICE/") + row.file).exitCode, 0)
             << row.arguments;
     }
-    EXPECT_EQ(shell("ls -A $DEVICE/policy").output, "managed.json\n") << "something was left behind";
+    EXPECT_EQ(shell("ls -A $DEVICE/policy").output, "managed.json\n") << "a temporary file was left behind";
 }
 
-TEST_F(ProgramTest, SetByRootCanBeReadByEveryUserWhateverTheUmask)
+TEST_F(ProgramTest, PolicyInstalledByRootIsReadableWithAnyUmask)
 {
     const auto outcome = shellWithOwnPolicyFolder(R"(
         folder=/etc/quorvane-mdm
         echo '{"device_id": "DEV-1"}' > $DEVICE/policy.json
         echo '<plist><dict><key>device_id</key><string>DEV-2</string></dict></plist>' > $DEVICE/policy.plist
-        try() { # WHAT SOURCE
+        try() { # NAME SOURCE
             $QVCTL config set $DEVICE/$2 | sed "s/^/$1: /"
             stat -c '%a' $folder $folder/* | paste -s -d ' '
         }
@@ -131,16 +131,16 @@ link: Installed /etc/quorvane-mdm/managed.plist
 755 644
 pipe: Installed /etc/quorvane-mdm/managed.plist
 755 644
-no change: /etc/quorvane-mdm/managed.plist is unchanged: it has this content already
+no change: /etc/quorvane-mdm/managed.plist is already up to date
 755 644
-qvctl: nothing was changed, since /etc/quorvane-mdm/managed.json is a folder: move it away
+qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it away
 755 750
-qvctl: nothing was changed, since /etc/quorvane-mdm/managed.json is a folder: move it away
+qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it away
 /etc/quorvane-mdm/managed.json
 )");
 }
 
-TEST_F(ProgramTest, RootChangesNothingInFoldersThatAUserControls)
+TEST_F(ProgramTest, RootChangesNothingInFoldersOfOtherUsers)
 {
     const Outcome outcome = shell(std::string(twoUsers) + R"sh(
         chown 65534 $folder
@@ -158,7 +158,7 @@ TEST_F(ProgramTest, RootChangesNothingInFoldersThatAUserControls)
         grep -rl canary $folder $DEVICE/roots
         set_policy $folder/theirs.json
     )sh");
-    if (outcome.exitCode == notHere)
+    if (outcome.exitCode == unsupported)
         GTEST_SKIP() << "needs root";
     EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(managed.json: exit 78 exit 78
 new/managed.json: exit 78 exit 78
@@ -170,12 +170,12 @@ root
 empty
 link
 theirs.json
-qvctl: nothing was changed, since the app would not trust a policy in [^ ]*/shared: [^ ]*/shared belongs to user 65534: .*
+qvctl: nothing was changed: the app would not trust a policy file in [^ ]*/shared: [^ ]*/shared belongs to user 65534: .*
 exit 78
 )"));
 }
 
-TEST_F(ProgramTest, APolicyOfOnesOwnIsForOnesselfAlone)
+TEST_F(ProgramTest, PolicyInstalledByAUserIsPrivate)
 {
     const Outcome outcome = shell(std::string(twoUsers) + R"(
         chmod 1777 $folder # As /tmp.
@@ -194,7 +194,7 @@ TEST_F(ProgramTest, APolicyOfOnesOwnIsForOnesselfAlone)
         as_user chmod 775 $folder/writable
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/writable/own.json
     )");
-    if (outcome.exitCode == notHere)
+    if (outcome.exitCode == unsupported)
         GTEST_SKIP() << "needs root";
     EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(Installed [^ ]*/own.json
 65534 700
@@ -203,10 +203,10 @@ TEST_F(ProgramTest, APolicyOfOnesOwnIsForOnesselfAlone)
 Installed [^ ]*/theirs.json
 exit 0
 0 644
-qvctl: other users cannot enter [^ ]*/closed, so an app that one of them runs does not find the policy .*
+qvctl: other users cannot enter [^ ]*/closed, so their apps do not find the policy file; run: chmod .*
 Installed [^ ]*/closed/managed.json
 exit 0
-qvctl: nothing was changed, .*/writable can be written by others \(mode 0775\).*
+qvctl: nothing was changed: .*/writable can be written by others \(mode 0775\).*
 )"));
 }
 

@@ -26,7 +26,7 @@ std::string contentOf(const fs::path& file)
 
 struct Program {
     const char* command;
-    /// What each of the lines contains that it prints until the key is in its memory.
+    /// Once the program has printed `count` lines that contain this, the key is in its memory.
     const char* line;
     int count;
 };
@@ -38,8 +38,8 @@ constexpr Program programs[] = {
 
 class ProcessSecretsTest : public ProgramTest {
 protected:
-    /// Starts the program where it may dump core, and lets it crash once it has printed its lines. Returns
-    /// the limits that it had.
+    /// Starts the program in a folder where it may dump core, and aborts it once the key is in its memory.
+    /// Returns the content of its /proc/PID/limits.
     [[nodiscard]] std::string crash(const Program& program, const char* profile)
     {
         device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", profile);
@@ -65,7 +65,7 @@ protected:
     }
 };
 
-TEST_F(ProcessSecretsTest, CoreDumpsAreForDevelopment)
+TEST_F(ProcessSecretsTest, CoreDumpsNeedTheDevelopmentProfile)
 {
     device.replacePolicy(fmt::format(R"({{"api_key": "{}", "device_id": "DEV-1"}})", apiKey));
     for (const Program& program : programs) {
@@ -80,7 +80,7 @@ TEST_F(ProcessSecretsTest, CoreDumpsAreForDevelopment)
     }
 }
 
-TEST_F(ProcessSecretsTest, SessionKeysOfTLSAreNotWritten)
+TEST_F(ProcessSecretsTest, TLSSessionKeysAreNotWritten)
 {
     TestBackend backend({.folder = device.path("run")});
     device.replacePolicy(fmt::format(R"({{"base_domain": "{}", "device_id": "DEV-1"}})", backend.baseURL()));

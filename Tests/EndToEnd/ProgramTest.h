@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// The real programs on a device of the test's own.
+/// Runs the real programs on a throw-away device.
 class ProgramTest : public testing::Test {
 protected:
     struct Outcome {
@@ -20,7 +20,7 @@ protected:
     {
         return outcomeOf(*device.startConsole(arguments));
     }
-    /// Runs a script of bash; see `ThrowawayDevice::startShell`.
+    /// Runs a bash script; see `ThrowawayDevice::startShell`.
     [[nodiscard]] Outcome shell(const std::string& script) const
     {
         return outcomeOf(*device.startShell(script));
@@ -33,8 +33,8 @@ protected:
         EXPECT_EQ(outcome.output.substr(0, 1), "{") << outcome.output;
         return boost::json::parse(outcome.output).as_object();
     }
-    /// Runs a script of bash in which /etc holds nothing but the empty folder of the policy. Absent where
-    /// this process may not have an /etc of its own.
+    /// Runs a bash script with a private /etc that contains only the empty folder quorvane-mdm. Absent if
+    /// this process may not mount one.
     [[nodiscard]] std::optional<Outcome> shellWithOwnPolicyFolder(const std::string& script) const
     {
         Outcome outcome = shell("unset QUORVANE_MANAGED_CONFIGURATION\n"
@@ -44,8 +44,8 @@ protected:
                                 "[ $(id -u) = 0 ] && unshare -m true || exit 77\n"
                                 "exec unshare -m bash -c 'mount -t tmpfs -o mode=755 tmpfs /etc && "
                                 "mkdir -m 755 /etc/quorvane-mdm && eval \"$SCRIPT\"'");
-        constexpr int notHere = 77;
-        return outcome.exitCode == notHere ? std::nullopt : std::optional(std::move(outcome));
+        constexpr int unsupported = 77;
+        return outcome.exitCode == unsupported ? std::nullopt : std::optional(std::move(outcome));
     }
 
     ThrowawayDevice device{QV_PROGRAMS};

@@ -19,7 +19,7 @@ using testing::Not;
 
 namespace {
 
-/// The lines without their time.
+/// Returns the lines without their timestamps.
 std::vector<std::string> withoutTimes(const std::vector<std::string>& lines)
 {
     static const std::regex time("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ");
@@ -29,7 +29,7 @@ std::vector<std::string> withoutTimes(const std::vector<std::string>& lines)
     return result;
 }
 
-TEST_F(ProgramTest, StartUpWritesItsLinesInOrderAndEndsCleanly)
+TEST_F(ProgramTest, StartUpLogsInOrderAndExitsOnSIGTERM)
 {
     device.replacePolicy(R"({"device_id": "DEV-1"})");
     const auto application = device.startApplication();
@@ -42,13 +42,13 @@ TEST_F(ProgramTest, StartUpWritesItsLinesInOrderAndEndsCleanly)
                             "info com.quorvane.mdm general Configuration manager initialized"));
 }
 
-TEST_F(ProgramTest, KilledAtAnyMomentTheNextLaunchGoesOnFromTheLastCommit)
+TEST_F(ProgramTest, KillLosesNoCommittedVersion)
 {
     std::int64_t lastVersion = 0;
     for (int round = 1; round <= 12; ++round) {
         device.replacePolicy(R"({"device_id": )" + std::to_string(round) + "}");
         const auto application = device.startApplication();
-        // From before the first line to after the update, a little later every round.
+        // Killed at once, after the first line, or after the update.
         if (round % 3 != 0)
             application->waitForLine(round % 3 == 1 ? "starting up" : "Configuration updated", 5s);
         application->signal(SIGKILL);
@@ -62,7 +62,7 @@ TEST_F(ProgramTest, KilledAtAnyMomentTheNextLaunchGoesOnFromTheLastCommit)
     EXPECT_TRUE(application->waitForLine("Configuration updated - v" + std::to_string(lastVersion + 1)));
 }
 
-TEST_F(ProgramTest, SecondLaunchLeavesTheFirstAlone)
+TEST_F(ProgramTest, SecondLaunchExitsAndFirstKeepsRunning)
 {
     device.replacePolicy(R"({"device_id": "DEV-1"})");
     const auto first = device.startApplication();
@@ -75,7 +75,7 @@ TEST_F(ProgramTest, SecondLaunchLeavesTheFirstAlone)
     EXPECT_EQ(status.at("processId").as_int64(), first->processId());
 }
 
-TEST_F(ProgramTest, HolderThatIsNotThisAppIsLeftAlone)
+TEST_F(ProgramTest, LaunchFailsWhileAnotherProgramHoldsTheLock)
 {
     const auto file = device.path("data/quorvane-mdm/instance.lock");
     std::filesystem::create_directories(file.parent_path());
@@ -83,7 +83,7 @@ TEST_F(ProgramTest, HolderThatIsNotThisAppIsLeftAlone)
         int command;
         const char* line;
     };
-    // This process holds the lock, and a signal would end it.
+    // This process holds the lock; a signal from the launched app would end the test.
     const Case cases[] = {
         {F_OFD_SETLK, "in another container or on another machine"},
         {F_SETLK, "another program holds "},
@@ -103,22 +103,22 @@ TEST_F(ProgramTest, HolderThatIsNotThisAppIsLeftAlone)
     EXPECT_FALSE(qvctlJSON({"status"}).at("isRunning").as_bool());
 }
 
-TEST_F(ProgramTest, StartForAPushShowsNothingAndMakesWayForTheUser)
+TEST_F(ProgramTest, BusActivatedAppHasNoWindowAndYieldsToUserLaunch)
 {
-    const auto unseen = device.startApplication({"--log-stderr", "--dbus-activated"});
-    ASSERT_TRUE(unseen->waitForLine("Configuration manager initialized"));
+    const auto hidden = device.startApplication({"--log-stderr", "--dbus-activated"});
+    ASSERT_TRUE(hidden->waitForLine("Configuration manager initialized"));
     const auto again = device.startApplication({"--log-stderr", "--dbus-activated"});
     EXPECT_EQ(again->waitForExit(), 0);
     EXPECT_THAT(again->lines(), IsEmpty());
-    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), unseen->processId());
+    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), hidden->processId());
 
-    const auto seen = device.startApplication();
-    EXPECT_EQ(unseen->waitForExit(), 0);
-    ASSERT_TRUE(seen->waitForLine("Configuration manager initialized"));
-    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), seen->processId());
+    const auto visible = device.startApplication();
+    EXPECT_EQ(hidden->waitForExit(), 0);
+    ASSERT_TRUE(visible->waitForLine("Configuration manager initialized"));
+    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), visible->processId());
 }
 
-TEST_F(ProgramTest, StateThatCannotBeKeptIsSaidAndSurvived)
+TEST_F(ProgramTest, AppRunsWithoutAUsableStateFolder)
 {
     device.write(device.path("data"), "a file where a folder should be");
     device.replacePolicy(R"({"device_id": "DEV-1"})");
@@ -128,7 +128,7 @@ TEST_F(ProgramTest, StateThatCannotBeKeptIsSaidAndSurvived)
     EXPECT_TRUE(application->waitForLine("Configuration manager initialized"));
 }
 
-TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
+TEST_F(ProgramTest, CommandLinesReportErrorsAndExitCodes)
 {
     device.write(device.path("good.json"), R"({"api_key": "canary", "base_domain": "acme.corp"})");
     device.write(device.path("bad.json"), "{\n  \"api_key\": \"canary\n}");
@@ -141,26 +141,28 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
     const Case cases[] = {
         {{"--version"}, 0, "qvctl "},
         {{"--help"}, 0, "snapshot"},
-        {{}, 64, "Try qvctl --help"},
-        {{"stauts"}, 64, "there is no verb 'stauts'. Did you mean 'qvctl status'?\nTry qvctl --help"},
-        {{"config"}, 64, "Try qvctl --help"},
-        {{"config", "sohw"}, 64, "there is no verb 'sohw'. Did you mean 'qvctl config show'?"},
+        {{}, 64, "a command is required\nTry qvctl --help"},
+        {{"stauts"}, 64, "unknown command 'stauts'. Did you mean 'qvctl status'?\nTry qvctl --help"},
+        {{"config"}, 64, "a command is required\nTry qvctl --help"},
+        {{"config", "sohw"}, 64, "unknown command 'sohw'. Did you mean 'qvctl config show'?"},
         {{"Lint"}, 64, "Did you mean 'qvctl config lint'?"},
         {{"config", "status"}, 64, "Did you mean 'qvctl status'?"},
-        {{"help"}, 64, "there is no verb 'help'\nTry"},
-        {{"config", "--al"}, 64, "there is no option '--al'"},
-        {{"stauts", "--json"}, 64, R"({"version":1,"error":"there is no verb 'stauts'. Did)"},
-        {{"snapshot", "--json"}, 66, R"({"version":1,"error":"no snapshot is stored)"},
+        {{"help"}, 64, "unknown command 'help'\nTry"},
+        {{"config", "--al"}, 64, "unknown option '--al'"},
+        {{"--foo", "status"}, 64, "unknown option '--foo'"},
+        {{"status", "extra"}, 64, "unexpected argument 'extra'"},
+        {{"stauts", "--json"}, 64, R"({"version":1,"error":"unknown command 'stauts'. Did)"},
+        {{"snapshot", "--json"}, 66, R"({"version":1,"error":"no snapshot stored)"},
         {{"config", "show", "--json"}, 66, R"("error":")"},
         {{"config", "explain", "--json", device.path("bad.json")}, 78, R"("error":")"},
         {{"push", "--json", device.path("missing.json")}, 66, R"("error":")"},
         {{"config", "lint"}, 64, "FILE"},
-        {{"status"}, 0, "none was ever applied"},
-        {{"snapshot"}, 66, "no snapshot is stored"},
-        {{"config", "show"}, 66, "there is no such file"},
-        {{"config", "lint", device.path("missing.json")}, 66, "there is no such file"},
+        {{"status"}, 0, "none applied yet"},
+        {{"snapshot"}, 66, "no snapshot stored in "},
+        {{"config", "show"}, 66, "no policy file: "},
+        {{"config", "lint", device.path("missing.json")}, 66, "missing.json: no such file"},
         {{"push", device.path("missing.json")}, 66, "No such file"},
-        {{"push", device.path("good.json")}, 69, "the app does not run"},
+        {{"push", device.path("good.json")}, 69, "the app is not running"},
         {{"privacy", "grant", "camera"}, 64, "camera"},
         {{"notifications", "--limit", "-1"}, 64, "--limit"},
         {{"log", "--since", "yesterday"}, 64, "neither an age"},
@@ -171,7 +173,7 @@ TEST_F(ProgramTest, CommandLinesAnswerWithTheirExitCodes)
         {{"config", "lint", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "explain", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "set", device.path("bad.json")}, 78, "bad.json:2:"},
-        {{"config", "clear"}, 0, "no managed configuration to remove"},
+        {{"config", "clear"}, 0, "No policy file to remove"},
         {{"config", "set", device.path("good.json")}, 0, "Installed"},
         {{"config", "show"}, 0, "\"acme.corp\""},
         {{"config", "show", "--json"}, 0, R"("api_key":"********")"},
@@ -238,7 +240,7 @@ TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)
     }
 }
 
-TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
+TEST_F(ProgramTest, LintReportsLocationEffectAndFix)
 {
     device.write(device.path("file.json"), R"({
   "organizationId": 5,
@@ -256,27 +258,26 @@ TEST_F(ProgramTest, LintNamesPlaceEffectAndMendOfEveryFinding)
     const Outcome json = qvctl({"config", "lint", device.path("file.json")});
     EXPECT_EQ(json.exitCode, 78);
     for (const char* expected : {
-             "file.json:2:3: error: organizationId is not a key of this app; it is ignored; did you mean "
+             "file.json:2:3: error: organizationId is not a managed key; it is ignored; did you mean "
              "\"OrganizationId\"?",
-             "file.json:3:18: warning: base_domain asks for plain http; https is used instead; write "
-             "https://",
-             "file.json:3:18: warning: base_domain carries a path",
-             "file.json:4:14: error: api_key holds ********; it counts as missing; write a string or a "
-             "number",
-             "file.json:5:16: note: device_id has white space at an end",
-             "file.json:5:46: warning: OrganizationId is true or false; 1 or 0 is used as its text; write a "
-             "string",
+             "file.json:3:18: warning: base_domain uses http; the app uses https instead; write https://",
+             "file.json:3:18: warning: base_domain contains a path",
+             "file.json:4:14: error: api_key has the wrong type: ********; the app ignores it; use a string "
+             "or a number",
+             "file.json:5:16: note: device_id has leading or trailing white space",
+             "file.json:5:46: warning: OrganizationId is true or false; it is converted to \"1\" or \"0\"; "
+             "use a string or a number",
              "file.json:8:5: error: AllowedAppsBundleIdsForSSOExtension[1] \"nodot\" has no \".\"; it is "
-             "dropped",
-             "file.json:9:3: warning: colour is not a key of this app; it is ignored; remove it",
+             "ignored",
+             "file.json:9:3: warning: colour is not a managed key; it is ignored; remove it",
          })
         EXPECT_THAT(json.output, HasSubstr(expected));
     const Outcome plist = qvctl({"config", "lint", device.path("file.plist"), "--reveal"});
-    EXPECT_THAT(plist.output, HasSubstr("file.plist:3:2: error: api_key holds array []"));
+    EXPECT_THAT(plist.output, HasSubstr("file.plist:3:2: error: api_key has the wrong type: array []"));
     EXPECT_THAT(
         plist.output,
         HasSubstr(
-            "file.plist:4:47: error: AllowedAppsBundleIdsForSSOExtension[1] \"c_d.e\" has a character"));
+            "file.plist:4:47: error: AllowedAppsBundleIdsForSSOExtension[1] \"c_d.e\" contains a character"));
 }
 
 TEST_F(ProgramTest, ValuesOfSecretAndUnknownKeysAreMasked)
@@ -284,26 +285,26 @@ TEST_F(ProgramTest, ValuesOfSecretAndUnknownKeysAreMasked)
     device.replacePolicy(R"({"api_key": "canary", "password": "canary", "base_domain": {"a": "canary"},
         "SchemaVersion": [{"a": "canary"}], "AllowedAppsBundleIdsForSSOExtension": [{"a": "canary"}]})");
     device.write(device.path("bad.json"), R"({"api_key": canary})");
-    const std::vector<std::string> verbs[] = {{"show"},
-                                              {"explain"},
-                                              {"lint", device.policyFile()},
-                                              {"lint", device.path("bad.json")},
-                                              {"explain", device.path("bad.json")},
-                                              {"set", device.path("bad.json")}};
-    for (std::vector<std::string> arguments : verbs) {
+    const std::vector<std::string> commands[] = {{"show"},
+                                                 {"explain"},
+                                                 {"lint", device.policyFile()},
+                                                 {"lint", device.path("bad.json")},
+                                                 {"explain", device.path("bad.json")},
+                                                 {"set", device.path("bad.json")}};
+    for (std::vector<std::string> arguments : commands) {
         arguments.insert(arguments.begin(), "config");
         EXPECT_THAT(qvctl(arguments).output, AllOf(Not(IsEmpty()), Not(HasSubstr("canary")))) << arguments[1];
         arguments.emplace_back("--json");
         EXPECT_THAT(qvctl(arguments).output, Not(HasSubstr("canary"))) << arguments[1];
     }
     EXPECT_THAT(qvctl({"config", "lint", device.path("bad.json")}).output,
-                HasSubstr("bad.json:1:13: error: the file is not taken: an unknown word; write a string"));
+                HasSubstr("bad.json:1:13: error: the file is invalid: "));
     const auto shown = qvctlJSON({"config", "show"}).at("configuration").as_object();
     EXPECT_EQ(shown.at("password"), "********");
     EXPECT_EQ(qvctlJSON({"config", "show", "--reveal"}).at("configuration").at("password"), "canary");
 }
 
-TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
+TEST_F(ProgramTest, ExplainAndSnapshotShowTheEffectiveValues)
 {
     device.replacePolicy(R"({"OrganizationId": true, "base_domain": "ACME.corp", "api_key": "canary",
         "AllowedAppsBundleIdsForSSOExtension": "com.a.b,nodot", "SchemaVersion": 2})");
@@ -327,7 +328,7 @@ TEST_F(ProgramTest, ExplainAndSnapshotTellWhatTheApplicationUses)
     EXPECT_THAT(human.output, AllOf(HasSubstr("com.a.b"), HasSubstr("********"), Not(HasSubstr("canary"))));
 }
 
-TEST_F(ProgramTest, ForgetLeavesNoTraceOfAKey)
+TEST_F(ProgramTest, ForgetLeavesNoTraceOfTheAPIKey)
 {
     device.replacePolicy(R"({"api_key": "canary-1"})");
     const auto application = device.startApplication();
@@ -343,15 +344,15 @@ TEST_F(ProgramTest, ForgetLeavesNoTraceOfAKey)
 
     const Outcome early = qvctl({"config", "forget"});
     EXPECT_THAT(early.output,
-                HasSubstr("managed.json is still there: the app stores it again when the file changes"));
+                HasSubstr("managed.json still exists: the app stores a new snapshot when this file changes"));
     EXPECT_EQ(qvctl({"config", "clear"}).exitCode, 0);
     const Outcome outcome = qvctl({"config", "forget"});
     EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_THAT(outcome.output, AllOf(HasSubstr("Deleted the snapshot in"), Not(HasSubstr("still there"))));
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("Deleted the snapshot in"), Not(HasSubstr("still exists"))));
     EXPECT_EQ(shell(countTraces).output, "0\n");
     EXPECT_EQ(qvctl({"snapshot"}).exitCode, 66);
 
-    // The running app goes on, and counts from the start.
+    // The running app continues, and counts versions from 1.
     device.replacePolicy(R"({"api_key": "another"})");
     EXPECT_TRUE(application->waitForLine("Configuration updated - v1"));
     EXPECT_EQ(qvctlJSON({"snapshot", "--reveal"}).at("apiKey"), "another");
@@ -370,7 +371,7 @@ TEST_F(ProgramTest, NumbersAreTheSameInEveryLocale)
     EXPECT_EQ(snapshot.at("organizationId"), "1234567.25");
 }
 
-TEST_F(ProgramTest, WhatWasAnsweredWithOkOutlivesAKill)
+TEST_F(ProgramTest, AcknowledgedPushesSurviveAKill)
 {
     const auto start = [&](bool isFirstLaunch) {
         auto application = device.startApplication({"--log-stderr", "--push", "local"});

@@ -1,4 +1,4 @@
-// What root does, and does not do, with the data of another user.
+// How the programs treat the state of another user, especially as root.
 
 #include "Tests/EndToEnd/ProgramTest.h"
 
@@ -8,21 +8,21 @@
 
 namespace {
 
-/// A folder of the other user, and how to run the console there.
+/// Creates a data folder for root and one for user 65534, and defines functions that run qvctl with them.
 constexpr const char* twoDataFolders = R"(
     [ $(id -u) = 0 ] && setpriv --reuid 65534 --clear-groups true || exit 77
     as_user() { setpriv --reuid 65534 --clear-groups -- "$@"; }
     chmod 755 $DEVICE
     mkdir $DEVICE/theirs $DEVICE/roots
     chown 65534 $DEVICE/theirs
-    in_data() { # FOLDER VERB...
+    in_data() { # FOLDER COMMAND...
         folder=$1; shift
         XDG_DATA_HOME=$folder $QVCTL "$@" 2>&1 | sed "s|$DEVICE||g"
     }
 )";
-constexpr int withoutRoot = 77;
+constexpr int notRoot = 77;
 
-TEST_F(ProgramTest, RootDecidesForItselfAlone)
+TEST_F(ProgramTest, RootChangesOnlyItsOwnState)
 {
     const Outcome outcome = shell(std::string(twoDataFolders) + R"sh(
         state=$DEVICE/theirs/quorvane-mdm
@@ -45,32 +45,32 @@ TEST_F(ProgramTest, RootDecidesForItselfAlone)
         rm $DEVICE/roots/quorvane-mdm/shell.*; ln -s $DEVICE/roots/file $DEVICE/roots/quorvane-mdm/shell.bell
         in_data $DEVICE/roots privacy grant notifications; cat $DEVICE/roots/file
     )sh");
-    if (outcome.exitCode == withoutRoot)
+    if (outcome.exitCode == notRoot)
         GTEST_SKIP() << "needs root";
     EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(missing
-qvctl: nothing was changed: the state of root would be kept in /theirs/quorvane-mdm, and /theirs belongs to user 65534: .*
+qvctl: nothing was changed: root's state would be stored in /theirs/quorvane-mdm, but /theirs belongs to user 65534: .*
 empty
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to the user nobody; run this as that user
+qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
 forget
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to the user nobody; run this as that user
+qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
 links
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to the user nobody; run this as that user
+qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
 secret
 theirs
-Notifications of nobody: denied
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to the user nobody; run this as that user
+Notifications for nobody: denied
+qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
 Notifications   denied
 another way
-qvctl: nothing was changed: the state of root would be kept in /theirs/roots/quorvane-mdm, and /theirs belongs to user 65534: .*
+qvctl: nothing was changed: root's state would be stored in /theirs/roots/quorvane-mdm, but /theirs belongs to user 65534: .*
 /[^ ]*/theirs/roots
 own
-Notifications of root: allowed
-qvctl: nothing was changed: /roots/quorvane-mdm/shell.bell is a link; remove it
+Notifications for root: allowed
+qvctl: nothing was changed: /roots/quorvane-mdm/shell.bell is a symbolic link; remove it
 secret
 )"));
 }
 
-TEST_F(ProgramTest, AppKeepsNothingInAFolderOfAnotherUser)
+TEST_F(ProgramTest, AppStoresNothingInAFolderOfAnotherUser)
 {
     const Outcome prepared = shell(std::string(twoDataFolders) + R"sh(
         mkdir -m 1777 $DEVICE/shared
@@ -80,7 +80,7 @@ TEST_F(ProgramTest, AppKeepsNothingInAFolderOfAnotherUser)
         as_user chmod 666 $state/shell.sqlite
         find $state -type f -exec md5sum {} +
     )sh");
-    if (prepared.exitCode == withoutRoot)
+    if (prepared.exitCode == notRoot)
         GTEST_SKIP() << "needs root";
     device.setEnvironment("XDG_DATA_HOME", device.path("shared"));
     device.replacePolicy(R"({"api_key": "canary", "device_id": "DEV-1"})");
@@ -88,9 +88,9 @@ TEST_F(ProgramTest, AppKeepsNothingInAFolderOfAnotherUser)
     EXPECT_TRUE(application->waitForLine("/shared/quorvane-mdm belongs to user 65534; set XDG_DATA_HOME"));
     ASSERT_TRUE(application->waitForLine("Configuration manager initialized"));
     application->signal(SIGTERM);
-    EXPECT_EQ(application->waitForExit(), 0) << "it goes on without stores";
+    EXPECT_EQ(application->waitForExit(), 0) << "it must run without stores";
     const Outcome after = shell(R"(
-        echo "Notifications of nobody: allowed"
+        echo "Notifications for nobody: allowed"
         find $DEVICE/shared/quorvane-mdm -type f -exec md5sum {} +
         grep -rl canary $DEVICE/shared
         setpriv --reuid 12345 --clear-groups $QVCTL status 2>&1 | grep -o 'belongs to user 65534, not to user 12345'

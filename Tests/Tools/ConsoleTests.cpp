@@ -20,7 +20,7 @@ using testing::IsEmpty;
 
 namespace {
 
-TEST(TimeTextTest, TakesAgesAndTimes)
+TEST(TimeTextTest, ParsesAgesAndTimes)
 {
     const Platform::Date now{1'000'000};
     struct Case {
@@ -58,7 +58,7 @@ TEST(TimeTextTest, TakesAgesAndTimes)
     }
 }
 
-TEST(FindingTextTest, SuggestsKeysInEveryLocale)
+TEST(LintTest, SuggestsKeysInEveryLocale)
 {
     const ForeignLocale locale;
     EXPECT_EQ(suggestedKey("DEVICE IDS"), "device_id");
@@ -73,7 +73,7 @@ bool isError(const LintFinding& finding)
     return finding.severity == Severity::error;
 }
 
-/// Whether the policy has an error, apart from values that are taken and cannot be used in a request.
+/// Whether lint reports an error other than a valid value that cannot be used in a request.
 bool lintHasErrors(const std::string& policy)
 {
     const auto findings = findProblems(readPropertyList(policy), false);
@@ -82,7 +82,7 @@ bool lintHasErrors(const std::string& policy)
     });
 }
 
-/// As much of a validator as our schema needs.
+/// Implements the part of JSON Schema that `jsonSchema()` uses.
 bool isValid(const json::value& value, const json::object& schema)
 {
     if (const auto* excluded = schema.if_contains("not"))
@@ -97,19 +97,20 @@ bool isValid(const json::value& value, const json::object& schema)
         return std::any_of(choices->as_array().begin(), choices->as_array().end(),
                            [&](const json::value& choice) { return isValid(value, choice.as_object()); });
     if (const auto* type = schema.if_contains("type")) {
-        const auto isOf = [&](std::string_view name) {
+        const auto isOfType = [&](std::string_view name) {
             return name == "string"   ? value.is_string()
                    : name == "array"  ? value.is_array()
                    : name == "number" ? value.is_number()
                                       : value.is_bool();
         };
-        const bool isOne = type->is_string() ? isOf(type->as_string())
-                                             : isOf(type->at(0).as_string()) || isOf(type->at(1).as_string());
-        if (!isOne)
+        const bool isMatch = type->is_string()
+                                 ? isOfType(type->as_string())
+                                 : isOfType(type->at(0).as_string()) || isOfType(type->at(1).as_string());
+        if (!isMatch)
             return false;
     }
     if (const auto* pattern = schema.if_contains("pattern")) {
-        // The standard library compares bytes: ASCII has to do here.
+        // std::regex matches bytes, so other white space than ASCII is left out of the pattern.
         static const std::regex beyondASCII(R"((\\u[0-9a-f]{4}-?)+)");
         const std::regex expression(std::regex_replace(std::string(pattern->as_string()), beyondASCII, ""));
         return std::regex_search(std::string(value.as_string()), expression);
@@ -120,13 +121,13 @@ bool isValid(const json::value& value, const json::object& schema)
                        [&](const json::value& item) { return isValid(item, items->as_object()); });
 }
 
-TEST(ManagedKeyFormsTest, SchemaAcceptsTheKeysThatLintHasNoErrorsAbout)
+TEST(ManagedKeyFormsTest, SchemaAcceptsKeysWithoutLintErrors)
 {
     const json::object schema = jsonSchema();
     struct Case {
         const char* key;
         bool isAccepted;
-        /// What the fix ends with or begins with.
+        /// How the fix begins.
         const char* fix;
     };
     const Case cases[] = {
@@ -156,7 +157,7 @@ TEST(ManagedKeyFormsTest, SchemaAcceptsTheKeysThatLintHasNoErrorsAbout)
     }
 }
 
-TEST(LintTest, NamesWhatKeepsRequestsFromBeingSentAndWhatIsNoPolicy)
+TEST(LintTest, ReportsValuesUnusableInRequestsAndWrongDocuments)
 {
     struct Case {
         const char* policy;
@@ -172,36 +173,36 @@ TEST(LintTest, NamesWhatKeepsRequestsFromBeingSentAndWhatIsNoPolicy)
          "not a number from 1 to 65535"},
         {R"({"base_domain": "acme.corp:0"})", "error", "base_domain", "not a number from 1 to 65535"},
         {R"({"base_domain": "acme.corp:https"})", "error", "base_domain", "check the port"},
-        {R"({"base_domain": "mdm acme com"})", "error", "base_domain", "a blank"},
+        {R"({"base_domain": "mdm acme com"})", "error", "base_domain", "a space"},
         {R"({"base_domain": "acme.corp/a\nb"})", "error", "base_domain", "a line break"},
-        {R"({"base_domain": "ftp://acme.corp"})", "error", "base_domain", "another scheme than https"},
+        {R"({"base_domain": "ftp://acme.corp"})", "error", "base_domain", "a scheme other than https"},
         {R"({"base_domain": "https://https://acme.corp"})", "error", "base_domain",
-         "another scheme than https"},
-        {R"({"base_domain": "https:/acme.corp"})", "error", "base_domain", "another scheme than https"},
+         "a scheme other than https"},
+        {R"({"base_domain": "https:/acme.corp"})", "error", "base_domain", "a scheme other than https"},
         {"{\"base_domain\": \"\u201chttps://acme.corp\u201d\"}", "error", "base_domain",
-         "a quotation mark in it: \u201c"},
-        {R"({"base_domain": "\"acme.corp\""})", "error", "base_domain", "a quotation mark in it: \""},
+         "a quotation mark: \u201c"},
+        {R"({"base_domain": "\"acme.corp\""})", "error", "base_domain", "a quotation mark: \""},
         {"{\"base_domain\": \"m\u00fcnchen.example\"}", "error", "base_domain", "not ASCII: \u00fc"},
-        {R"({"base_domain": "acme.corp\\mdm"})", "error", "base_domain", "no URL may have: \\"},
+        {R"({"base_domain": "acme.corp\\mdm"})", "error", "base_domain", "not allowed in a URL: \\"},
         {R"({"base_domain": "acme.corp/%zz"})", "error", "base_domain", "each \"%\""},
         {R"({"api_key": "canary\nX-Evil: 1"})", "error", "api_key",
          "\"Authorization\" has a line break or NUL in it"},
         {R"({"api_key": "can\u0000ary"})", "error", "api_key",
          "\"Authorization\" has a line break or NUL in it"},
         {R"({"device_id": "D\r1"})", "error", "device_id", "a line break"},
-        {R"({"device_id": "DEV 1"})", "error", "device_id", "a blank"},
+        {R"({"device_id": "DEV 1"})", "error", "device_id", "a space"},
         {"{\"api_key\": \"\u201ccanary\u201d\"}", "warning", "api_key", "quotation marks"},
         {R"({"OrganizationId": "'4711'"})", "warning", "OrganizationId", "quotation marks"},
         {"{}", "warning", "the file", "is empty"},
         {"<plist><dict/></plist>", "warning", "the file", "is empty"},
         {R"({"PayloadType": "Configuration", "PayloadContent": []})", "error", "the file",
-         "a whole configuration profile"},
+         "a complete configuration profile"},
         {R"({"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "canary"}}], "PayloadUUID": "1"})",
-         "error", "the file", "a whole configuration profile"},
+         "error", "the file", "a complete configuration profile"},
         {R"({"com.quorvane.mdm": {"api_key": "canary"}})", "error", "the file", "inside com.quorvane.mdm"},
-        // Nothing of the kind.
+        // No error.
         {R"({"base_domain": "https://[::1]:8443/mdm%2Fx", "api_key": "a b", "device_id": "a%2Fb"})",
-         "warning", "base_domain", "carries a path"},
+         "warning", "base_domain", "contains a path"},
     };
     for (const Case& row : cases) {
         const auto findings = findProblems(readPropertyList(row.policy), false);
@@ -219,10 +220,10 @@ TEST(LintTest, NamesWhatKeepsRequestsFromBeingSentAndWhatIsNoPolicy)
                      false)
             .front()
             .fix,
-        "deploy only the dictionary that is PayloadContent[1].Settings");
+        "deploy only the dictionary at PayloadContent[1].Settings");
 }
 
-TEST(ManagedKeyFormsTest, SchemaAcceptsTheValuesThatValidationDoesNotDrop)
+TEST(ManagedKeyFormsTest, SchemaAcceptsValuesThatValidationAccepts)
 {
     const json::object schema = jsonSchema();
     for (const char* text : {R"("a")",
@@ -258,31 +259,31 @@ TEST(ManagedKeyFormsTest, SchemaAcceptsTheValuesThatValidationDoesNotDrop)
     }
 }
 
-TEST(ManagedKeyFormsTest, SampleHasEveryKeyAndNothingToRemark)
+TEST(ManagedKeyFormsTest, SampleHasEveryKeyAndNoProblems)
 {
     const json::object sample = samplePolicy();
     EXPECT_EQ(sample.size(), Core::managedKeys().size());
     EXPECT_THAT(findProblems(readPropertyList(prettyJSON(sample)), false), IsEmpty());
 }
 
-TEST(ManagedKeyFormsTest, FormAsksForEachKeyThatItDeclaresOnce)
+TEST(ManagedKeyFormsTest, FormHasOneFieldForEachManagedKey)
 {
     pugi::xml_document document;
     ASSERT_TRUE(document.load_string(appConfigForm().c_str()));
     const auto root = document.child("managedAppConfiguration");
     EXPECT_STREQ(root.child("bundleId").text().get(), "com.quorvane.mdm");
     std::multiset<std::string> declared;
-    std::multiset<std::string> asked;
+    std::multiset<std::string> presented;
     for (const auto& value : root.child("dict"))
         declared.insert(value.attribute("keyName").value());
     for (const auto& field : root.child("presentation")) {
-        asked.insert(field.attribute("keyName").value());
+        presented.insert(field.attribute("keyName").value());
         const std::string_view label = field.child("label").child("language").text().get();
         const auto* key = Core::findManagedKey(field.attribute("keyName").value());
         ASSERT_NE(key, nullptr);
         EXPECT_EQ(label.find("secret") != std::string_view::npos, key->isSecret) << label;
     }
-    EXPECT_EQ(declared, asked);
+    EXPECT_EQ(declared, presented);
     EXPECT_EQ(declared.size(), Core::managedKeys().size());
 }
 

@@ -24,9 +24,9 @@ namespace {
 
 using Platform::LogType;
 
-/// Takes one of `choices` by its name.
+/// Adds an option that accepts the names of `choices` and stores the chosen value.
 template <typename Value>
-CLI::Option* addChoice(CLI::App& verb, const std::string& name, Value& value,
+CLI::Option* addChoice(CLI::App& command, const std::string& name, Value& value,
                        const std::vector<std::pair<std::string, Value>>& choices,
                        const std::string& description)
 {
@@ -34,43 +34,39 @@ CLI::Option* addChoice(CLI::App& verb, const std::string& name, Value& value,
     names.reserve(choices.size());
     for (const auto& choice : choices)
         names.push_back(choice.first);
-    const auto take = [&value, choices](const std::string& chosen) {
+    const auto store = [&value, choices](const std::string& chosen) {
         for (const auto& choice : choices) {
             if (choice.first == chosen)
                 value = choice.second;
         }
     };
-    return verb.add_option_function<std::string>(name, take, description)->check(CLI::IsMember(names));
+    return command.add_option_function<std::string>(name, store, description)->check(CLI::IsMember(names));
 }
 
-CLI::Validator nameOfFile()
+CLI::Validator nonEmptyFileName()
 {
-    return {[](const std::string& name) {
-                return name.empty() ? std::string("the name of a file is needed, and this one is empty")
-                                    : std::string();
-            },
+    return {[](const std::string& name) { return std::string(name.empty() ? "the file name is empty" : ""); },
             ""};
 }
 
-void addLimit(CLI::App& verb, std::optional<std::int64_t>& limit)
+void addLimit(CLI::App& command, std::optional<std::int64_t>& limit)
 {
-    verb.add_option("--limit", limit, "Show at most so many, the newest")
+    command.add_option("--limit", limit, "Show only the newest N")
         ->type_name("N")
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
 }
 
-/// Of the verbs in `group` and in the groups in there, the one that `word` was probably meant to be, with the
-/// groups it belongs to; empty when there is none.
+/// The command in `group` or its subgroups most similar to `word`: "config show". Empty if none are similar.
 std::string closestCommand(std::string_view word, const CLI::App& group)
 {
     std::vector<std::string> names;
     std::vector<std::string> paths;
     const std::function<void(const CLI::App&, const std::string&)> collect = [&](const CLI::App& from,
                                                                                  const std::string& prefix) {
-        for (const CLI::App* verb : commandsOf(from)) {
-            names.push_back(verb->get_name());
-            paths.push_back(prefix + verb->get_name());
-            collect(*verb, paths.back() + " ");
+        for (const CLI::App* command : commandsOf(from)) {
+            names.push_back(command->get_name());
+            paths.push_back(prefix + command->get_name());
+            collect(*command, paths.back() + " ");
         }
     };
     collect(group, group.get_parent() != nullptr ? group.get_name() + " " : "");
@@ -78,55 +74,106 @@ std::string closestCommand(std::string_view word, const CLI::App& group)
     return closest ? paths[*closest] : std::string();
 }
 
+/// Wraps --help at 80 columns. Shows no lists of choices; the descriptions mention them.
+class HelpFormatter final : public CLI::Formatter {
+public:
+    HelpFormatter()
+    {
+        column_width(helpIndentation);
+        label("Positionals", "Arguments");
+        label("SUBCOMMAND", "COMMAND");
+    }
+
+    std::string make_option(const CLI::Option* option, bool isArgument) const override
+    {
+        const std::string type = option->get_type_name();
+        const std::string value =
+            isArgument || option->get_items_expected_max() == 0 ? "" : " " + type.substr(0, type.find(':'));
+        return entry(make_option_name(option, isArgument) + value, option->get_description());
+    }
+    std::string make_subcommand(const CLI::App* command) const override
+    {
+        return entry(command->get_name(), command->get_description());
+    }
+
+private:
+    static constexpr std::size_t helpIndentation = 28;
+    static constexpr std::size_t helpWidth = 80;
+
+    /// The name, and next to it the wrapped description.
+    static std::string entry(const std::string& name, const std::string& description)
+    {
+        const std::string lineStart = "\n" + std::string(helpIndentation, ' ');
+        std::string text = "  " + name;
+        text += text.size() < helpIndentation ? std::string(helpIndentation - text.size(), ' ') : lineStart;
+        std::size_t column = helpIndentation;
+        std::istringstream words(description);
+        for (std::string word; words >> word; column += word.size()) {
+            const bool isFirst = column == helpIndentation;
+            if (!isFirst && column + 1 + word.size() > helpWidth) {
+                text += lineStart;
+                column = helpIndentation;
+            } else if (!isFirst) {
+                text += ' ';
+                ++column;
+            }
+            text += word;
+        }
+        return text + "\n";
+    }
+};
+
 } // namespace
 
 CommandLine::CommandLine()
-    : m_parser(std::make_unique<CLI::App>(
-          "Looks into and after the managed configuration and the notifications of this device.", "qvctl"))
+    : m_parser(std::make_unique<CLI::App>("Inspect and manage this device's configuration and notifications.",
+                                          "qvctl"))
 {
+    m_parser->formatter(std::make_shared<HelpFormatter>());
+    m_parser->group("Commands"); // The heading of their list in --help; commands inherit it.
     m_parser->set_version_flag("--version", "qvctl " QV_VERSION, "Print the version");
-    m_parser->get_help_ptr()->description("Print what there is to say, here or after a verb");
+    m_parser->get_help_ptr()->description("Print this help");
     m_parser->require_subcommand(1);
     m_parser->fallthrough();
     m_parser
         ->add_option("--managed-configuration", m_options.managedConfiguration,
-                     "Policy file to work on instead of /etc/quorvane-mdm/managed.plist or managed.json "
+                     "Use this policy file instead of /etc/quorvane-mdm/managed.plist or managed.json "
                      "(environment: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
-    m_parser->add_flag("--json", m_options.isJSON, "Print JSON for programs: one object, or one per line");
+    m_parser->add_flag("--json", m_options.isJSON, "Print JSON, one object per line");
     m_parser->add_flag("--reveal", m_options.isRevealing,
-                       "Show secrets and texts of notifications instead of masking them");
+                       "Show secrets and the content of notifications instead of masking them");
 
     addStateCommands();
     addDoctor();
     addConfigCommands();
     addNotificationCommands();
+    m_parser->footer("Run 'qvctl COMMAND --help' for help on a command.");
 }
 
 CommandLine::~CommandLine() = default;
 
 void CommandLine::addStateCommands()
 {
-    addCommand(*m_parser, "status", "Show the configuration version, what it holds and whether the app runs",
+    addCommand(*m_parser, "status", "Show the applied configuration and the app's state",
                [this] { return status(m_options); });
     addCommand(*m_parser, "snapshot", "Show what the single-sign-on extension reads",
                [this] { return snapshot(m_options); });
-    addCommand(*m_parser, "watch", "Show each configuration version as it is applied, until interrupted",
+    addCommand(*m_parser, "watch", "Show each configuration version as it is applied",
                [this] { return watch(m_options); });
 
-    CLI::App& logCommand =
-        addCommand(*m_parser, "log", "Show the app's lines in the journal, oldest first", [this] {
-            m_log.limit = m_limit;
-            return log(m_options, m_log);
-        });
+    CLI::App& logCommand = addCommand(*m_parser, "log", "Show the app's log from the journal", [this] {
+        m_log.limit = m_limit;
+        return log(m_options, m_log);
+    });
     logCommand
         .add_option_function<std::string>(
             "--since",
             [this](const std::string& text) {
                 m_log.since = timeFromText(text, Platform::SystemClock().now());
             },
-            "Only lines from then on: an age such as 90s, 10m, 2h or 3d, or a time such as 2026-11-21, "
-            "2026-11-21T15:04 or 2026-11-21T15:04:05Z, local without the Z")
+            "Show only lines since TIME: an age such as 90s, 10m, 2h or 3d, or a date such as 2026-11-21, "
+            "2026-11-21T15:04 or 2026-11-21T15:04:05Z (local time without Z)")
         ->type_name("TIME")
         ->check(CLI::Validator(
             [](const std::string& text) {
@@ -140,28 +187,31 @@ void CommandLine::addStateCommands()
     for (const auto level :
          {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault})
         levels.emplace_back(Platform::Linux::Logging::severityName(level), level);
-    addChoice(logCommand, "--level", m_log.lowestLevel, levels, "Only lines of that severity or a higher one")
+    addChoice(logCommand, "--level", m_log.lowestLevel, levels,
+              "Show only lines of this severity or higher: debug, info, warning, error, critical")
         ->type_name("LEVEL");
     logCommand.add_flag(
-        "--all", m_log.isOfAll,
-        "Also lines of other users and programs, each marked with its writer; anyone can write them");
-    logCommand.add_flag("-f,--follow", m_log.isFollowing, "Go on with new lines, until interrupted");
+        "--all", m_log.isIncludingOthers,
+        "Include lines of other users and programs, each marked with its source; any program can write such "
+        "lines");
+    logCommand.add_flag("-f,--follow", m_log.isFollowing, "Keep printing new lines until interrupted");
     addLimit(logCommand, m_limit);
 }
 
 void CommandLine::addDoctor()
 {
-    CLI::App& examination =
-        addCommand(*m_parser, "doctor", "Examine the whole chain, check by check; exit 1 if a check fails",
+    CLI::App& doctorCommand =
+        addCommand(*m_parser, "doctor",
+                   "Diagnose problems, from the policy file to the backend; exit with 1 if a check fails",
                    [this] { return doctor(m_options, m_doctor); });
-    examination.add_flag("--offline", m_doctor.isOffline, "Leave the network alone");
-    examination
+    doctorCommand.add_flag("--offline", m_doctor.isOffline, "Skip the checks that use the network");
+    doctorCommand
         .add_option_function<double>(
             "--timeout",
             [this](double seconds) {
                 m_doctor.timeout = std::chrono::milliseconds(std::lround(seconds * 1000));
             },
-            "Time limit of each step that waits; connecting to the backend is one step (default: 5)")
+            "Time limit for each step that waits, such as connecting to the backend (default: 5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 600.0));
 }
@@ -169,55 +219,56 @@ void CommandLine::addDoctor()
 void CommandLine::addConfigCommands()
 {
     CLI::App& config = addGroup("config", "Show, check and change the managed configuration");
-    addCommand(config, "show", "Show the managed dictionary", [this] { return configShow(m_options); });
+    addCommand(config, "show", "Show the content of the policy file",
+               [this] { return configShow(m_options); });
     addCommand(config, "lint", "Check policy files: list every problem with its location, effect and fix",
                [this] { return configLint(m_options, m_files); })
-        .add_option("FILE", m_files, "The files to check; - reads standard input")
+        .add_option("FILE", m_files, "Policy files to check; - reads standard input")
         ->required()
-        ->check(nameOfFile());
-    addCommand(config, "explain", "Show the effective value of every key, and why",
+        ->check(nonEmptyFileName());
+    addCommand(config, "explain", "Show the effective value of each key, and why",
                [this] { return configExplain(m_options, m_file); })
-        .add_option(
-            "FILE", m_file,
-            "A file to explain instead of the managed configuration of this device; - reads standard input")
-        ->check(nameOfFile());
-    CLI::App& set = addCommand(config, "set", "Check a policy file and install it in one step",
+        .add_option("FILE", m_file, "Policy file to explain (default: this device's); - reads standard input")
+        ->check(nonEmptyFileName());
+    CLI::App& set = addCommand(config, "set", "Check a policy file and install it atomically",
                                [this] { return configSet(m_options, *m_file, m_isForced); });
-    set.add_option("FILE", m_file, "The file to install; - reads standard input")
+    set.add_option("FILE", m_file, "Policy file to install; - reads standard input")
         ->required()
-        ->check(nameOfFile());
-    set.add_flag("--force", m_isForced, "Install it even if it has errors that lint reports");
-    addCommand(config, "clear", "Remove the managed configuration",
-               [this] { return configClear(m_options); });
-    addCommand(config, "forget", "Delete this user's stored snapshot, the API key included",
+        ->check(nonEmptyFileName());
+    set.add_flag("--force", m_isForced, "Install the file even if lint reports errors in it");
+    addCommand(config, "clear", "Remove the policy file", [this] { return configClear(m_options); });
+    addCommand(config, "forget", "Delete this user's snapshot, including the API key",
                [this] { return configForget(m_options); });
-    addChoice<SchemaFormat>(
-        addCommand(config, "schema", "Describe the keys for editors and management consoles",
-                   [this] { return configSchema(m_options, m_schemaFormat); }),
-        "--format", m_schemaFormat,
-        {{"json-schema", SchemaFormat::jsonSchema},
-         {"appconfig", SchemaFormat::appConfig},
-         {"sample", SchemaFormat::sample}},
-        "json-schema (draft 2020-12, the default), appconfig (the XML of which management consoles make a "
-        "form) or sample (a policy to start from)")
+    addChoice<SchemaFormat>(addCommand(config, "schema", "Describe the managed keys for other programs",
+                                       [this] { return configSchema(m_options, m_schemaFormat); }),
+                            "--format", m_schemaFormat,
+                            {{"json-schema", SchemaFormat::jsonSchema},
+                             {"appconfig", SchemaFormat::appConfig},
+                             {"sample", SchemaFormat::sample}},
+                            "json-schema (draft 2020-12, the default), appconfig (XML from which management "
+                            "consoles build a form) "
+                            "or sample (a policy file to start from)")
         ->type_name("FORMAT");
 }
 
 void CommandLine::addNotificationCommands()
 {
-    addLimit(addCommand(*m_parser, "notifications", "Show the history of notifications, newest first",
+    addLimit(addCommand(*m_parser, "notifications", "Show the notification history, newest first",
                         [this] { return notifications(m_options, m_limit.value_or(INT32_MAX)); }),
              m_limit);
-    addCommand(*m_parser, "push", "Deliver a payload to the app, which must run with --push local",
+    addCommand(*m_parser, "push", "Deliver a push to an app that runs with --push local",
                [this] { return push(m_options, *m_file); })
-        .add_option("FILE", m_file, "A JSON object of at most 4096 bytes; - reads standard input")
+        .add_option("FILE", m_file, "Payload, a JSON object of at most 4096 bytes; - reads standard input")
         ->required()
-        ->check(nameOfFile());
-    CLI::App& privacy = addGroup("privacy", "Decide in the user's place");
+        ->check(nonEmptyFileName());
+    CLI::App& privacy = addGroup("privacy", "Change permissions on the user's behalf");
     using Platform::AuthorizationStatus;
-    addPrivacyCommand(privacy, "grant", "Allow in the user's place", AuthorizationStatus::authorized);
-    addPrivacyCommand(privacy, "revoke", "Refuse in the user's place", AuthorizationStatus::denied);
-    addPrivacyCommand(privacy, "reset", "Have the user asked again", AuthorizationStatus::notDetermined);
+    addPrivacyCommand(privacy, "grant", "Grant a permission on the user's behalf",
+                      AuthorizationStatus::authorized);
+    addPrivacyCommand(privacy, "revoke", "Revoke a permission on the user's behalf",
+                      AuthorizationStatus::denied);
+    addPrivacyCommand(privacy, "reset", "Reset a permission so that the user is asked again",
+                      AuthorizationStatus::notDetermined);
 }
 
 int CommandLine::run(int argc, const char* const* argv)
@@ -236,14 +287,14 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
 {
     try {
         m_parser->parse(argc, argv);
-        return m_verb();
+        return m_action();
     } catch (const CLI::Success& helpOrVersion) {
         std::ostringstream text;
         const int code = m_parser->exit(helpOrVersion, text, text);
         writeOutput(text.str());
         return code;
     } catch (const CLI::ParseError& error) {
-        // Parsing may have ended before this option.
+        // The parser may have stopped before it reached this option.
         m_options.isJSON |= std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
         return failUsage(usageError(error));
     } catch (const Platform::Linux::InvalidPolicyPath& error) {
@@ -266,7 +317,7 @@ int CommandLine::failUsage(const std::string& reason) const
     return code;
 }
 
-/// What is wrong with the command line. For a mistyped verb the library only knows that a verb is missing.
+/// Describes the error. For a mistyped command the library only reports that a command is missing.
 std::string CommandLine::usageError(const CLI::ParseError& error) const
 {
     const CLI::App* last = m_parser.get();
@@ -275,32 +326,38 @@ std::string CommandLine::usageError(const CLI::ParseError& error) const
     const bool isCommandMissing =
         dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !commandsOf(*last).empty();
     const auto unknown = m_parser->remaining(true);
-    if (!isCommandMissing || unknown.empty())
+    const bool isUnexpected = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    if (isCommandMissing && unknown.empty())
+        return "a command is required";
+    if (unknown.empty() || !(isCommandMissing || isUnexpected))
         return error.what();
     const std::string& word = unknown.front();
     if (word.starts_with('-'))
-        return fmt::format("there is no option '{}'", word);
+        return fmt::format("unknown option '{}'", word);
+    if (!isCommandMissing)
+        return fmt::format("unexpected argument '{}'", word);
     auto suggestion = closestCommand(word, *last);
     if (suggestion.empty())
         suggestion = closestCommand(word, *m_parser);
-    return fmt::format("there is no verb '{}'{}", word,
+    return fmt::format("unknown command '{}'{}", word,
                        suggestion.empty() ? "" : fmt::format(". Did you mean 'qvctl {}'?", suggestion));
 }
 
 CLI::App& CommandLine::addCommand(CLI::App& parent, const std::string& name, const std::string& description,
-                                  std::function<ExitCode()> verb)
+                                  std::function<ExitCode()> action)
 {
     CLI::App& subcommand = *parent.add_subcommand(name, description);
     subcommand.fallthrough();
-    subcommand.callback([this, verb = std::move(verb)] { m_verb = verb; });
+    subcommand.callback([this, action = std::move(action)] { m_action = action; });
     return subcommand;
 }
 
-/// A word that is followed by one of its verbs.
+/// Adds a command that only holds other commands, such as "config".
 CLI::App& CommandLine::addGroup(const std::string& name, const std::string& description)
 {
     CLI::App& group = *m_parser->add_subcommand(name, description);
     group.require_subcommand(1);
+    group.footer(fmt::format("Run 'qvctl {} COMMAND --help' for help on a command.", name));
     return group;
 }
 
@@ -308,7 +365,7 @@ void CommandLine::addPrivacyCommand(CLI::App& parent, const std::string& name, c
                                     Platform::AuthorizationStatus status)
 {
     addCommand(parent, name, description, [=, this] { return setNotificationPermission(m_options, status); })
-        .add_option("SERVICE", m_service, "What is decided about: notifications")
+        .add_option("SERVICE", m_service, "Permission to change: notifications")
         ->required()
         ->check(CLI::IsMember({"notifications"}));
 }

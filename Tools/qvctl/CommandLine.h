@@ -17,7 +17,7 @@ class ParseError;
 
 namespace Qvctl {
 
-/// The command line and, once parsed, the verb that it names.
+/// Parses the command line and runs the command that it names.
 class CommandLine {
 public:
     CommandLine();
@@ -25,10 +25,10 @@ public:
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
 
-    /// Parses and runs the verb; returns its exit code when all it printed has arrived. Throws `OutputError`.
+    /// Returns the command's exit code once its output is flushed. Throws `OutputError`.
     int run(int argc, const char* const* argv);
 
-    /// Every verb and option, for those who describe them.
+    /// All commands and options, for manual pages and completions.
     [[nodiscard]] const CLI::App& parser() const { return *m_parser; }
 
 private:
@@ -40,7 +40,7 @@ private:
     void addConfigCommands();
     void addNotificationCommands();
     CLI::App& addCommand(CLI::App& parent, const std::string& name, const std::string& description,
-                         std::function<ExitCode()> verb);
+                         std::function<ExitCode()> action);
     CLI::App& addGroup(const std::string& name, const std::string& description);
     void addPrivacyCommand(CLI::App& parent, const std::string& name, const std::string& description,
                            Platform::AuthorizationStatus status);
@@ -55,7 +55,8 @@ private:
     std::optional<std::int64_t> m_limit;
     LogOptions m_log;
     DoctorOptions m_doctor;
-    std::function<ExitCode()> m_verb;
+    /// Runs the command; set by the parser.
+    std::function<ExitCode()> m_action;
 };
 
 } // namespace Qvctl

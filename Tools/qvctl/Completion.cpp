@@ -13,7 +13,7 @@ std::string candidate(const std::string& word, const std::string& description = 
     return word + (description.empty() ? "" : "\t" + description) + "\n";
 }
 
-/// The option of the command, or of a command above it, that takes a value; null if there is no such option.
+/// The option of the command or its parents with that name and a value; null if no such option exists.
 const CLI::Option* optionWithValue(const CLI::App* command, const std::string& name)
 {
     for (; command != nullptr; command = command->get_parent()) {
@@ -34,7 +34,7 @@ std::string valueCandidates(const CLI::Option& option, const std::string& prefix
     return candidates;
 }
 
-/// Those of the command and of the commands above it.
+/// The options of the command and its parents.
 std::string optionCandidates(const CLI::App* command)
 {
     std::string candidates;
@@ -61,7 +61,7 @@ std::string wordCandidates(const CLI::App& command)
     return candidates.empty() ? optionCandidates(&command) : candidates;
 }
 
-/// The command below `group` with that name, else the group itself.
+/// The subcommand with that name; if there is no such subcommand, the group itself.
 const CLI::App* subcommandOrGroup(const CLI::App& group, const std::string& name)
 {
     for (const CLI::App* command : commandsOf(group)) {
@@ -88,7 +88,7 @@ std::vector<std::string> namesOf(const CLI::Option& option)
     return names;
 }
 
-/// The library appends the choices to the type's name: "FORMAT:{json-schema,sample}".
+/// CLI11 appends the choices to the name of the type: "FORMAT:{json-schema,sample}".
 std::vector<std::string> choicesOf(const CLI::Option& option)
 {
     const std::string typeName = option.get_type_name();

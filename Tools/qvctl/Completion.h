@@ -10,17 +10,18 @@ class Option;
 
 namespace Qvctl {
 
-/// The candidates for the last of `words`, the words after the program's name up to the cursor; the last one
-/// is empty where a new word begins. A "=" between an option and its value may be a word of its own. Returns
-/// one line per candidate: the word and, after a tab, its description if it has one; or the line ":files"
-/// where a file belongs. The shell filters the candidates.
+/// Returns the candidates for the last of `words`, one per line: the word and, after a tab, its description
+/// if it has one. The line ":files" means that a file name is expected. The shell filters the candidates.
+///
+/// `words` are those between the program's name and the cursor; the last is empty if a new word begins. A "="
+/// between an option and its value may be a separate word.
 std::string completions(const CLI::App& program, std::vector<std::string> words);
 
-/// The commands directly below `group`.
+/// The direct subcommands of `group`.
 std::vector<const CLI::App*> commandsOf(const CLI::App& group);
 /// The option's names with their dashes, short names first.
 std::vector<std::string> namesOf(const CLI::Option& option);
-/// The values that the option or argument accepts; empty if it accepts more than a list of words.
+/// The words that the option or argument accepts; empty if it accepts other values.
 std::vector<std::string> choicesOf(const CLI::Option& option);
 
 } // namespace Qvctl

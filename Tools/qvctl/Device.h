@@ -16,28 +16,28 @@
 
 namespace Qvctl {
 
-/// The stores of the device, as another process than the application sees them.
+/// The device's stores, opened by a process other than the app.
 class Device {
 public:
     using Access = Platform::Storage::SQLiteUserDefaults::Access;
 
-    /// With `Access::inspect` no file is created, moved or repaired.
+    /// `Access::inspect` creates, moves and repairs no file.
     Device(const Options& options, Access access);
 
-    /// Opens the store each time. Absent when none is stored. Throws `CommandError` when it is damaged or its
-    /// store cannot be read.
+    /// Opens the suite at each call. Absent if no snapshot is stored. Throws `CommandError` if the snapshot
+    /// is damaged or the suite cannot be read.
     [[nodiscard]] std::optional<Core::ConfigurationSnapshot> storedSnapshot() const;
 
-    /// The first problem that the other stores reported; empty while there is none.
+    /// The first problem that the other stores reported; empty if they reported nothing.
     [[nodiscard]] const std::string& firstProblem() const { return m_log.firstProblem; }
 
-    /// Prints to standard error.
+    /// Writes to standard error.
     [[nodiscard]] const Platform::AdapterLog& log() const { return m_adapterLog; }
 
     const Platform::Linux::DevicePaths paths;
 
 private:
-    /// Prints the adapters' lines on standard error.
+    /// Writes the adapters' log lines to standard error.
     class ConsoleLog final : public Platform::UnifiedLog {
     public:
         void write(const Platform::LogHandle& handle, Platform::LogType type,

@@ -15,15 +15,15 @@ DevicePolicy DevicePolicy::read(const std::optional<std::string>& managedConfigu
                                 Platform::PropertyLists::WithPlaces withPlaces)
 {
     DevicePolicy policy;
-    policy.places = Platform::Linux::DevicePaths::policyCandidates(managedConfiguration);
-    policy.reading = readFirstPolicyFile(policy.places, withPlaces, &policy.untrusted);
+    policy.candidates = Platform::Linux::DevicePaths::policyCandidates(managedConfiguration);
+    policy.reading = readFirstPolicyFile(policy.candidates, withPlaces, &policy.untrusted);
     if (policy.reading.state == PolicyFileReading::State::missing)
         return policy;
-    const auto counting = std::find(policy.places.begin(), policy.places.end(), policy.reading.path);
-    for (auto place = counting; place != policy.places.end(); ++place) {
+    const auto used = std::find(policy.candidates.begin(), policy.candidates.end(), policy.reading.path);
+    for (auto candidate = used; candidate != policy.candidates.end(); ++candidate) {
         std::error_code error;
-        if (place != counting && fs::symlink_status(*place, error).type() != fs::file_type::not_found)
-            policy.ignored.push_back(*place);
+        if (candidate != used && fs::symlink_status(*candidate, error).type() != fs::file_type::not_found)
+            policy.ignored.push_back(*candidate);
     }
     return policy;
 }
@@ -36,12 +36,12 @@ const PolicyFileReading& DevicePolicy::bestReading() const
 
 std::string DevicePolicy::absence() const
 {
-    if (places.size() == 1)
-        return fmt::format("{} is not there", places.front().string());
+    if (candidates.size() == 1)
+        return fmt::format("{} does not exist", candidates.front().string());
     std::string names;
-    for (const fs::path& place : places)
-        names += (names.empty() ? "" : " nor ") + place.string();
-    return fmt::format("neither {} is there", names);
+    for (const fs::path& candidate : candidates)
+        names += (names.empty() ? "" : " nor ") + candidate.string();
+    return fmt::format("neither {} exists", names);
 }
 
 std::string DevicePolicy::ignoredText() const
@@ -49,9 +49,8 @@ std::string DevicePolicy::ignoredText() const
     std::string names;
     for (const fs::path& file : ignored)
         names += (names.empty() ? "" : ", ") + file.string();
-    return names.empty()
-               ? names
-               : fmt::format("{} is ignored, because {} is there too", names, reading.path.string());
+    return names.empty() ? names
+                         : fmt::format("{} is ignored because {} exists", names, reading.path.string());
 }
 
 } // namespace Qvctl

@@ -9,26 +9,26 @@
 
 namespace Qvctl {
 
-/// The managed configuration of this device as the application finds it.
+/// This device's policy file, chosen and read as the app does it.
 struct DevicePolicy {
-    /// Where the file may be, best first.
-    std::vector<std::filesystem::path> places;
-    /// Of the file that counts; `missing` when none does.
+    /// Where the file may be, in order of precedence.
+    std::vector<std::filesystem::path> candidates;
+    /// The first trusted file; `missing` if no file is trusted.
     Platform::Linux::Files::PolicyFileReading reading;
-    /// Files that are there and not believed, in the order of the places.
+    /// Existing files that are not trusted, in order of precedence.
     std::vector<Platform::Linux::Files::PolicyFileReading> untrusted;
-    /// Files that are there and not looked at, because the one that counts comes before them.
+    /// Existing files that are not read because `reading` takes precedence.
     std::vector<std::filesystem::path> ignored;
 
-    /// `managedConfiguration` as for `DevicePaths`.
+    /// `managedConfiguration` overrides the candidates, see `DevicePaths`.
     static DevicePolicy read(const std::optional<std::string>& managedConfiguration,
                              Platform::PropertyLists::WithPlaces withPlaces);
 
-    /// The reading to report: that of the file that counts, else of the first one that is not believed.
+    /// The reading to report: `reading`, or the first untrusted one if that is missing.
     [[nodiscard]] const Platform::Linux::Files::PolicyFileReading& bestReading() const;
-    /// "A is not there", "neither A nor B is there".
+    /// "A does not exist" or "neither A nor B exists".
     [[nodiscard]] std::string absence() const;
-    /// "B is ignored, because A is there too"; empty when no file is ignored.
+    /// "B is ignored because A exists"; empty if no file is ignored.
     [[nodiscard]] std::string ignoredText() const;
 };
 

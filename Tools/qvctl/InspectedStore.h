@@ -12,14 +12,14 @@
 
 namespace Qvctl {
 
-/// A store of the device that is only inspected, and the first problem that its adapter reports.
+/// A store opened for inspection only, and the first problem that its adapter reported.
 class InspectedStore {
 public:
     explicit InspectedStore(const std::filesystem::path& file)
         : values(file, Platform::Storage::SQLiteUserDefaults::Access::inspect, m_clock, m_adapterLog)
     {}
 
-    /// Why it cannot be read; empty while there is no problem, and when there is no such store.
+    /// Why the store cannot be read; empty if it can, or if it does not exist.
     [[nodiscard]] const std::string& problem() const { return m_log.text; }
 
 private:

@@ -12,26 +12,26 @@ namespace Qvctl {
 
 LiveSession::LiveSession()
 {
-    sigset_t ending;
-    ::sigemptyset(&ending);
-    ::sigaddset(&ending, SIGINT);
-    ::sigaddset(&ending, SIGTERM);
-    ::pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    m_signals = Platform::Storage::FileDescriptor(::signalfd(-1, &ending, SFD_CLOEXEC));
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGINT);
+    ::sigaddset(&signals, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    m_signals = Platform::Storage::FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC));
     if (!m_signals)
-        throw std::system_error(errno, std::generic_category(), "signals");
+        throw std::system_error(errno, std::generic_category(), "signalfd");
 }
 
 bool LiveSession::waitFor(int descriptor, short events, int timeoutMilliseconds)
 {
-    // Asked for no events, standard output still tells when its other end has gone.
-    std::array<pollfd, 3> waiting{
+    // poll reports a closed pipe on standard output without being asked for any event.
+    std::array<pollfd, 3> polled{
         {{descriptor, events, 0}, {m_signals.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
-    while (::poll(waiting.data(), waiting.size(), timeoutMilliseconds) < 0) {
+    while (::poll(polled.data(), polled.size(), timeoutMilliseconds) < 0) {
         if (errno != EINTR)
-            throw std::system_error(errno, std::generic_category(), "waiting");
+            throw std::system_error(errno, std::generic_category(), "poll");
     }
-    return waiting[1].revents == 0 && waiting[2].revents == 0;
+    return polled[1].revents == 0 && polled[2].revents == 0;
 }
 
 } // namespace Qvctl

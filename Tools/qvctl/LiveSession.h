@@ -6,16 +6,15 @@
 
 namespace Qvctl {
 
-/// What a verb needs that goes on until it is interrupted: it waits for news and learns when to end, which is
-/// at SIGINT and SIGTERM and when nobody reads standard output any more.
+/// Waits for events in a command that runs until SIGINT or SIGTERM, or until standard output has no reader.
 ///
-/// Threads: made on the main thread before there is any other, so that the signals come here.
+/// Threads: construct on the main thread before starting any other thread, so that all of them block the
+/// signals. Errors: throws `std::system_error`.
 class LiveSession {
 public:
     LiveSession();
 
-    /// Waits for `events`, of poll(2), on the descriptor, or until the time is over, -1 for never; false when
-    /// the verb is to end.
+    /// Waits for `events` as poll(2) does; a negative timeout never expires. False if the command must end.
     bool waitFor(int descriptor, short events = POLLIN, int timeoutMilliseconds = -1);
 
 private:

@@ -19,8 +19,8 @@ namespace json = boost::json;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Logging;
 
-/// Names who wrote a line; empty for a line of this user's app.
-Styled foreignMark(const JournalEntry& entry)
+/// The source of a line from another user or program; empty for a line of this user's app.
+Styled sourceMark(const JournalEntry& entry)
 {
     if (entry.user == ::geteuid() && entry.isFrom(journalIdentifier))
         return {};
@@ -31,8 +31,7 @@ Styled foreignMark(const JournalEntry& entry)
 void printEntry(const Options& options, const JournalEntry& entry)
 {
     if (!options.isJSON) {
-        // Unlike a line of ours, which begins with its time.
-        writeOutput(foreignMark(entry).text +
+        writeOutput(sourceMark(entry).text +
                     logLine(entry.time, entry.level, entry.subsystem, entry.category, entry.text));
         return;
     }
@@ -46,16 +45,16 @@ void printEntry(const Options& options, const JournalEntry& entry)
                {"program", entry.program.empty() ? json::value() : json::value(entry.program)}});
 }
 
-/// Answers whether there were any.
+/// Returns whether there were any.
 bool printEntries(const Options& options, JournalReader& reader)
 {
-    bool isAny = false;
-    for (auto entry = reader.next(); entry && isOutputRead(); entry = reader.next()) {
+    bool hasEntries = false;
+    for (auto entry = reader.next(); entry && isOutputOpen(); entry = reader.next()) {
         printEntry(options, *entry);
-        isAny = true;
+        hasEntries = true;
     }
     flushOutput();
-    return isAny;
+    return hasEntries;
 }
 
 } // namespace
@@ -67,18 +66,20 @@ ExitCode log(const Options& options, const LogOptions& selection)
         session.emplace();
     std::optional<JournalReader> reader;
     try {
-        reader.emplace(
-            JournalReader::Selection{.identifier = std::string(journalIdentifier),
-                                     .user = selection.isOfAll ? std::nullopt : std::optional(::geteuid()),
-                                     .lowestLevel = selection.lowestLevel,
-                                     .since = selection.since,
-                                     .limit = selection.limit});
+        reader.emplace(JournalReader::Selection{
+            .identifier = std::string(journalIdentifier),
+            .user = selection.isIncludingOthers ? std::nullopt : std::optional(::geteuid()),
+            .lowestLevel = selection.lowestLevel,
+            .since = selection.since,
+            .limit = selection.limit});
     } catch (const JournalUnavailable& error) {
         return fail(options, unavailable, error.what());
     }
     if (!printEntries(options, *reader) && !options.isJSON)
-        printError("the journal holds no such line{}",
-                   selection.isOfAll ? "" : " of this user's app; --all shows those of other users too");
+        printError("no matching lines in the journal{}",
+                   selection.isIncludingOthers
+                       ? ""
+                       : " from this user's app; --all includes other users and programs");
     if (!session)
         return success;
     for (auto waiting = reader->waiting();

@@ -14,19 +14,19 @@ using Core::ManagedKey;
 
 namespace {
 
-void maskTexts(std::optional<std::string>& text)
+void maskValue(std::optional<std::string>& text)
 {
     if (text)
         text = mask;
 }
 
-void maskTexts(std::vector<std::string>& list)
+void maskValue(std::vector<std::string>& list)
 {
     std::fill(list.begin(), list.end(), mask);
 }
 
 /// "ApiKey" for "api key".
-std::string inCamelCase(std::string_view words)
+std::string camelCase(std::string_view words)
 {
     std::string joined;
     bool isStart = true;
@@ -57,7 +57,7 @@ std::string labelOf(const ManagedKey& key)
 
 std::string statusMemberOf(const ManagedKey& key)
 {
-    std::string name = inCamelCase(key.noun);
+    std::string name = camelCase(key.noun);
     if (!key.isList())
         return "has" + name;
     name.front() = Platform::lowerCaseASCII(name.front());
@@ -68,12 +68,12 @@ Core::ValidatedConfig maskedConfig(Core::ValidatedConfig config, bool isRevealin
 {
     Core::forEachValue(config, [&](const ManagedKey& key, auto& value) {
         if (key.isSecret && !isRevealing)
-            maskTexts(value);
+            maskValue(value);
     });
     return config;
 }
 
-std::string joinedTexts(const ManagedKey& key, const Core::ValidatedConfig& config)
+std::string joinedValues(const ManagedKey& key, const Core::ValidatedConfig& config)
 {
     return fmt::format("{}", fmt::join(Core::valuesOf(key, config), ", "));
 }

@@ -28,7 +28,7 @@ using namespace Platform::Storage;
 using namespace Platform::Linux;
 using PushNotifications::NotificationPayloadProcessor;
 
-/// The payload of the file; of one that is too large as much as shows it. Throws `std::system_error`.
+/// Reads the file up to one byte more than a payload may have. Throws `std::system_error`.
 std::string readPayload(const std::string& file)
 {
     const FileDescriptor opened(file == "-" ? ::dup(STDIN_FILENO)
@@ -51,17 +51,17 @@ std::string readPayload(const std::string& file)
     return bytes;
 }
 
-/// Why nobody takes payloads on this device.
-std::string nobodyListens(const DevicePaths& paths, const std::system_error& error)
+/// Why the app does not accept payloads.
+std::string unavailableReason(const DevicePaths& paths, const std::system_error& error)
 {
     const auto holder = InstanceLock::holder(paths.instanceLock());
     if (!holder || !holder->isApplication())
-        return "the app does not run on this device; start it with --push local";
-    return fmt::format("the app does not take payloads here; start it with --push local ({})", error.what());
+        return "the app is not running; start it with --push local";
+    return fmt::format("the app does not accept local pushes; start it with --push local ({})", error.what());
 }
 
-/// What stands in a notification is the user's, and shown to those who ask for it.
-std::optional<std::string> shownText(const Options& options, const std::optional<std::string>& text)
+/// Masks the content of a notification unless --reveal is given.
+std::optional<std::string> maskedText(const Options& options, const std::optional<std::string>& text)
 {
     return text && !options.isRevealing ? std::optional<std::string>(mask) : text;
 }
@@ -77,14 +77,14 @@ ExitCode notifications(const Options& options, std::int64_t limit)
 {
     Device device(options, Device::Access::inspect);
     const auto summaries = NotificationPayloadProcessor::payloadSummaries(device.defaults.standard(), limit);
-    const std::string& problem = device.firstProblem(); // It is on standard error already.
+    const std::string& problem = device.firstProblem(); // Already printed.
     const ExitCode exitCode = problem.empty() ? success : unavailable;
     if (options.isJSON) {
         json::array list;
         for (const auto& summary : summaries)
             list.push_back({{"date", summary.date.utcText()},
-                            {"title", jsonText(shownText(options, summary.title))},
-                            {"body", jsonText(shownText(options, summary.body))}});
+                            {"title", jsonText(maskedText(options, summary.title))},
+                            {"body", jsonText(maskedText(options, summary.body))}});
         json::object object{{"notifications", std::move(list)}};
         if (!problem.empty())
             object["error"] = problem;
@@ -92,10 +92,10 @@ ExitCode notifications(const Options& options, std::int64_t limit)
         return exitCode;
     }
     if (summaries.empty() && problem.empty())
-        print("There are no notifications.\n");
+        print("No notifications\n");
     for (const auto& summary : summaries) {
-        const auto title = shownText(options, summary.title);
-        const auto body = shownText(options, summary.body);
+        const auto title = maskedText(options, summary.title);
+        const auto body = maskedText(options, summary.body);
         print("{}  {}{}\n", summary.date.utcText(),
               title ? styled("{}", *title) : toned(Tone::faint, "(no title)"),
               body ? styled("  {}", toned(Tone::faint, *body)) : Styled());
@@ -116,25 +116,25 @@ ExitCode push(const Options& options, const std::string& file)
     try {
         answer = sendToLocalPushService(paths.pushSocket, payload);
     } catch (const std::system_error& error) {
-        answer = "error: " + nobodyListens(paths, error);
+        answer = "error: " + unavailableReason(paths, error);
     } catch (const std::runtime_error& error) {
         answer = std::string("error: ") + error.what();
     }
-    const bool isTaken = answer == "ok";
+    const bool isDelivered = answer == "ok";
     if (options.isJSON)
-        printJSON({{"isDelivered", isTaken}, {"answer", answer}});
-    else if (isTaken)
-        print("Delivered.\n");
-    if (!isTaken)
+        printJSON({{"isDelivered", isDelivered}, {"answer", answer}});
+    else if (isDelivered)
+        print("Delivered\n");
+    if (!isDelivered)
         printError("not delivered: {}", answer.starts_with("error: ") ? answer.substr(7) : answer);
-    return isTaken ? success : unavailable;
+    return isDelivered ? success : unavailable;
 }
 
 ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status)
 {
     const std::string user = requireOwnState(DevicePaths::fromEnvironment(options.managedConfiguration));
     Device device(options, Device::Access::readWrite);
-    // The store logs why it could not be written.
+    // The store prints why it cannot be written.
     const bool isSet = device.shellState.setAuthorizationStatus(status);
     const auto name = permissionName(device.shellState.authorizationStatus());
     if (options.isJSON) {
@@ -143,7 +143,7 @@ ExitCode setNotificationPermission(const Options& options, Platform::Authorizati
             object["error"] = device.firstProblem();
         printJSON(std::move(object));
     } else if (isSet) {
-        print("Notifications of {}: {}\n", user, name);
+        print("Notifications for {}: {}\n", user, name);
     }
     return isSet ? success : unavailable;
 }

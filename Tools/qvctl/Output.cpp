@@ -44,19 +44,19 @@ const char* colorCode(Tone tone)
     return "";
 }
 
-/// Set once a write found that nobody reads standard output any more.
-bool isReaderGone = false;
+/// Set once a write found the pipe closed.
+bool isPipeClosed = false;
 
-/// Sorts out why standard output did not take a text.
+/// Remembers a closed pipe; throws for any other error.
 void handleOutputError(int error)
 {
     if (error != EPIPE)
         throw OutputError(error, std::generic_category(), "standard output");
-    isReaderGone = true;
+    isPipeClosed = true;
 }
 
-/// `json` with what is unprintable as "\u202e", and U+FFFD for each byte that is not UTF-8: names of files
-/// may hold any.
+/// Escapes unprintable characters of `json` as "\u202e" and replaces each byte that is not UTF-8, which file
+/// names may contain, with U+FFFD.
 std::string printableJSON(std::string_view json)
 {
     constexpr char32_t replacement = 0xfffd;
@@ -125,7 +125,7 @@ void printJSON(json::object object)
 
 ExitCode fail(const Options& options, ExitCode code, std::string_view reason, json::object object)
 {
-    flushOutput(); // What was printed before comes before it.
+    flushOutput(); // Keeps the order of standard output and standard error.
     printError("{}", reason);
     if (options.isJSON) {
         object["error"] = reason;
@@ -194,19 +194,19 @@ Styled toned(Tone tone, std::string_view text)
 
 void writeOutput(std::string_view text)
 {
-    if (!isReaderGone && std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
+    if (!isPipeClosed && std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
         handleOutputError(errno);
 }
 
 void flushOutput()
 {
-    if (!isReaderGone && std::fflush(stdout) != 0)
+    if (!isPipeClosed && std::fflush(stdout) != 0)
         handleOutputError(errno);
 }
 
-bool isOutputRead()
+bool isOutputOpen()
 {
-    return !isReaderGone;
+    return !isPipeClosed;
 }
 
 void writeDiagnostics(std::string_view text) noexcept

@@ -17,29 +17,29 @@
 
 namespace Qvctl {
 
-// Everything the console prints goes through here. Strings and paths are escaped on the way, since what comes
-// from a file, a store or the journal must not steer the terminal.
+// All output of qvctl. Strings and paths are escaped, so that text from a file, a store or the journal cannot
+// send control sequences to the terminal.
 
-/// Standard output cannot take what is printed, for another reason than that its reader has gone.
+/// Writing to standard output failed for a reason other than a closed pipe.
 class OutputError : public std::system_error {
 public:
     using std::system_error::system_error;
 };
 
-/// Text that is printed as it is: its parts have been escaped.
+/// Escaped text, printed as is.
 struct Styled {
     std::string text;
 };
 
 enum class Tone { plain, good, bad, warning, faint };
 
-/// `text`, escaped, in the color of its tone. Plain unless standard output is a terminal that knows colors
-/// and NO_COLOR is not set.
+/// Returns `text`, escaped, in the color of its tone. Without color unless standard output is a terminal with
+/// color support and NO_COLOR is not set.
 Styled toned(Tone tone, std::string_view text);
 
 namespace Detail {
 
-/// What stands in the output for an argument.
+/// Converts a format argument to what is printed for it.
 template <typename Value>
 auto printed(const Value& value)
 {
@@ -58,24 +58,24 @@ using Printed = decltype(printed(std::declval<const Value&>()));
 
 } // namespace Detail
 
-/// `format` with each string and path among `arguments` escaped.
+/// Formats `arguments`; strings and paths are escaped.
 template <typename... Arguments>
 Styled styled(fmt::format_string<Detail::Printed<Arguments>...> format, const Arguments&... arguments)
 {
     return {fmt::format(format, Detail::printed(arguments)...)};
 }
 
-/// Appends to standard output. Does nothing once the reader has gone: a verb then runs to its end, so that
-/// its exit code is the same. Throws `OutputError`.
+/// Appends to standard output. Does nothing once the pipe is closed, so that the command finishes with its
+/// usual exit code. Throws `OutputError`.
 void writeOutput(std::string_view text);
 
-/// Hands what was printed to the reader. Throws `OutputError`.
+/// Flushes standard output. Throws `OutputError`.
 void flushOutput();
 
-/// Whether standard output still has a reader.
-bool isOutputRead();
+/// False once a write found the pipe closed.
+bool isOutputOpen();
 
-/// Appends to standard error, as far as that is possible.
+/// Appends to standard error; ignores failures.
 void writeDiagnostics(std::string_view text) noexcept;
 
 template <typename... Arguments>
@@ -84,44 +84,43 @@ void print(fmt::format_string<Detail::Printed<Arguments>...> format, const Argum
     writeOutput(styled(format, arguments...).text);
 }
 
-/// Prints "qvctl: " and a line on standard error.
+/// Prints "qvctl: " and a message on standard error.
 template <typename... Arguments>
 void printError(fmt::format_string<Detail::Printed<Arguments>...> format, const Arguments&... arguments)
 {
     writeDiagnostics("qvctl: " + styled(format, arguments...).text + "\n");
 }
 
-/// Prints one line of a two-column answer.
+/// Prints one line of a two-column table.
 void printRow(std::string_view label, const Styled& value);
 inline void printRow(std::string_view label, std::string_view value)
 {
     printRow(label, styled("{}", value));
 }
 
-/// The layout of what `--json` prints; raised when a member changes its meaning.
+/// Version of the --json layout; increased when a member changes its meaning or is removed.
 inline constexpr int jsonFormatVersion = 1;
 
-/// What stands in for a secret that was not asked for.
+/// Replaces secrets unless --reveal is given.
 inline constexpr std::string_view mask = "********";
 
-/// Prints `object` as one line on standard output, with the format version as its first member "version".
+/// Prints `object` on one line, with the format version as its first member, "version".
 void printJSON(boost::json::object object);
 
-/// Reports why a verb failed: `reason` on standard error and, with `--json`, `object` with the member
+/// Reports why a command failed: prints `reason` on standard error and, with --json, `object` plus the member
 /// "error". Returns `code`.
 ExitCode fail(const Options& options, ExitCode code, std::string_view reason,
               boost::json::object object = {});
 
 boost::json::array pathsJSON(const std::vector<std::filesystem::path>& paths);
 
-/// `value` on indented lines, for people to read and edit; a container of at most one line's length stays on
-/// it.
+/// Returns `value` as indented lines; a container that fits on one line stays on it.
 std::string prettyJSON(const boost::json::value& value);
 
-/// `value` as JSON: dates as ISO 8601 texts, data as hexadecimal texts.
+/// Converts `value` to JSON: dates become ISO 8601 strings, data becomes hexadecimal strings.
 boost::json::value jsonValue(const Platform::PropertyList& value);
 
-/// How a person reads `value`: texts in quotes, the rest in its textual rendering. Escaped.
+/// Returns `value` as human-readable text: strings in quotes, other types by their description. Escaped.
 std::string displayText(const Platform::PropertyList& value);
 
 } // namespace Qvctl

@@ -32,11 +32,11 @@ std::string userName(uid_t user)
 void requireOwner(const fs::path& path, uid_t owner)
 {
     if (owner != ::geteuid())
-        refuse(
-            fmt::format("{} belongs to the user {}; run this as that user", path.string(), userName(owner)));
+        refuse(fmt::format("{} belongs to user {}; run this command as that user", path.string(),
+                           userName(owner)));
 }
 
-/// The files that a store consists of must be ours, and no links.
+/// The files of a store must belong to this user and must not be symbolic links.
 void requireOwnFiles(const fs::path& store)
 {
     for (const char* ending : {"", "-wal", "-shm"}) {
@@ -45,7 +45,7 @@ void requireOwnFiles(const fs::path& store)
         if (::lstat(file.c_str(), &status) != 0)
             continue;
         if (S_ISLNK(status.st_mode))
-            refuse(fmt::format("{} is a link; remove it", file.string()));
+            refuse(fmt::format("{} is a symbolic link; remove it", file.string()));
         requireOwner(file, status.st_uid);
     }
 }
@@ -58,10 +58,10 @@ std::string requireOwnState(const Platform::Linux::DevicePaths& paths)
     const PathStep& last = steps.back();
     if (last.kind != PathStep::Kind::missing)
         requireOwner(paths.stateFolder, last.status.st_uid);
-    // A folder that is missing would be made below the one before it. For root, nobody else may redirect it.
+    // Missing folders are created on first write, so for root the existing part of the path must be trusted.
     if (::geteuid() == 0) {
         if (const auto reason = Platform::Storage::distrustReason(steps))
-            refuse(fmt::format("the state of root would be kept in {}, and {}", paths.stateFolder.string(),
+            refuse(fmt::format("root's state would be stored in {}, but {}", paths.stateFolder.string(),
                                *reason));
     }
     const fs::path suite = paths.suite(Core::Constants::appGroupSuiteName);

@@ -6,9 +6,8 @@
 
 namespace Qvctl {
 
-/// Makes sure that a verb changes the state of the user who runs it and of nobody else: root, too, has a
-/// state of its own and must not write into that of another user, who decides where its links lead. Returns
-/// the name of the user. Throws `CommandError`.
+/// Throws `CommandError` unless this user owns the state folder; returns the user's name. Even root must not
+/// write into another user's folder, whose symbolic links could redirect the write.
 std::string requireOwnState(const Platform::Linux::DevicePaths& paths);
 
 } // namespace Qvctl

@@ -11,7 +11,7 @@ namespace Qvctl {
 
 namespace {
 
-/// The letters of `word` in lower case and its digits, without anything else.
+/// Returns only the letters, in lower case, and the digits of `word`.
 std::string skeleton(std::string_view word)
 {
     std::string letters;
@@ -22,7 +22,7 @@ std::string skeleton(std::string_view word)
     return letters;
 }
 
-/// How many letters must be changed, added or taken away to make one of the other.
+/// Returns the Levenshtein distance.
 std::size_t editDistance(std::string_view left, std::string_view right)
 {
     std::vector<std::size_t> row(right.size() + 1);
@@ -41,11 +41,11 @@ std::size_t editDistance(std::string_view left, std::string_view right)
 
 std::optional<std::size_t> closestWord(std::string_view word, const std::vector<std::string_view>& candidates)
 {
-    // Longer words than any sensible slip are not worth comparing.
+    // Limits the cost; no real name is that long.
     constexpr std::size_t longestComparedBytes = 100;
-    constexpr std::size_t maximumSlipCount = 2;
+    constexpr std::size_t maximumTypoCount = 2;
     const std::string wanted = skeleton(word.substr(0, longestComparedBytes));
-    std::size_t bestDistance = std::min(maximumSlipCount, wanted.size() / 2) + 1;
+    std::size_t bestDistance = std::min(maximumTypoCount, wanted.size() / 2) + 1;
     std::optional<std::size_t> best;
     for (std::size_t index = 0; index < candidates.size(); ++index) {
         const std::size_t distance = editDistance(wanted, skeleton(candidates[index]));

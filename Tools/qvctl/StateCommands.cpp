@@ -40,7 +40,7 @@ std::string_view stateName(PolicyFileReading::State state)
     return names.at(static_cast<std::size_t>(state));
 }
 
-/// Everything that `status` reports.
+/// What `status` reports.
 struct DeviceState {
     std::optional<ConfigurationSnapshot> snapshot;
     DevicePolicy policy;
@@ -48,14 +48,13 @@ struct DeviceState {
     std::optional<std::string> token;
     std::size_t historyCount;
     std::optional<PushServiceState> pushService;
-    /// The newest of all servers.
+    /// To any server.
     std::optional<ExchangeRecord> lastRequest;
-    /// Of the instance lock.
-    std::optional<InstanceLock::Holder> holder;
-    /// What could not be read, and the exit code for it; empty when all could.
+    std::optional<InstanceLock::Holder> lockHolder;
+    /// The first thing that could not be read; empty if everything could.
     std::string problem;
     ExitCode exitCode = success;
-    /// Whether the problem is that of the snapshot.
+    /// Whether `problem` is about the snapshot.
     bool isSnapshotDamaged = false;
 };
 
@@ -83,7 +82,7 @@ DeviceState readState(const Options& options)
         .historyCount = NotificationPayloadProcessor::payloadSummaries(standard, all).size(),
         .pushService = PushServiceState::stored(device.shellState.store()),
         .lastRequest = newestExchange(device.shellState.store()),
-        .holder = InstanceLock::holder(device.paths.instanceLock()),
+        .lockHolder = InstanceLock::holder(device.paths.instanceLock()),
         .problem = device.firstProblem(),
         .exitCode = device.firstProblem().empty() ? success : unavailable,
     };
@@ -104,7 +103,7 @@ void printConfiguration(const DeviceState& state)
         return;
     }
     if (!state.snapshot) {
-        printRow("Configuration", toned(Tone::warning, "none was ever applied"));
+        printRow("Configuration", toned(Tone::warning, "none applied yet"));
         return;
     }
     printRow("Configuration", styled("version {}, applied {}", state.snapshot->configVersion,
@@ -153,10 +152,10 @@ Styled applicationText(const std::optional<InstanceLock::Holder>& holder)
     if (!holder)
         return toned(Tone::warning, "not running");
     if (!holder->isApplication())
-        return styled("{}; another program holds its lock: {}, process {}",
+        return styled("{}; another program holds its lock: {} (process {})",
                       toned(Tone::warning, "not running"), holder->program, *holder->process);
     if (!holder->process)
-        return styled("{}, in another container or on another machine", toned(Tone::good, "running"));
+        return styled("{} in another container or on another machine", toned(Tone::good, "running"));
     return styled("{}, process {}", toned(Tone::good, "running"), *holder->process);
 }
 
@@ -173,10 +172,10 @@ void printStatus(const DeviceState& state, const Options& options)
     printRow("push service", pushServiceText(state.pushService));
     printRow("last request", requestText(state.lastRequest));
     printRow("history", std::to_string(state.historyCount));
-    printRow("Application", applicationText(state.holder));
+    printRow("Application", applicationText(state.lockHolder));
 }
 
-/// Null for 0, which stands for none.
+/// Returns null for 0, which means "none".
 json::value codeJSON(std::int64_t code)
 {
     return code != 0 ? json::value(code) : json::value();
@@ -214,7 +213,7 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["policyFile"] = {{"path", policy.path.string()},
                             {"state", stateName(policy.state)},
                             {"reason", policy.reason.empty() ? json::value() : json::value(policy.reason)},
-                            {"places", pathsJSON(state.policy.places)},
+                            {"places", pathsJSON(state.policy.candidates)},
                             {"ignored", pathsJSON(state.policy.ignored)}};
     object["notificationPermission"] = permissionName(state.permission);
     object["hasDeviceToken"] = state.token.has_value();
@@ -223,10 +222,10 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["pushService"] = pushServiceJSON(state.pushService);
     object["lastRequest"] = requestJSON(state.lastRequest);
     object["historyCount"] = state.historyCount;
-    const bool isRunning = state.holder && state.holder->isApplication();
+    const bool isRunning = state.lockHolder && state.lockHolder->isApplication();
     object["isRunning"] = isRunning;
     object["processId"] =
-        isRunning && state.holder->process ? json::value(*state.holder->process) : json::value();
+        isRunning && state.lockHolder->process ? json::value(*state.lockHolder->process) : json::value();
     if (!state.problem.empty())
         object["error"] = state.problem;
     return object;
@@ -234,13 +233,14 @@ json::object statusJSON(const DeviceState& state, const Options& options)
 
 void printValue(const ManagedKey& key, const Core::ValidatedConfig& config)
 {
-    const auto texts = Core::valuesOf(key, config);
+    const auto values = Core::valuesOf(key, config);
     if (key.isList()) {
-        printRow(labelOf(key), std::to_string(texts.size()));
-        for (const std::string& text : texts)
-            printRow("", text);
+        printRow(labelOf(key), std::to_string(values.size()));
+        for (const std::string& value : values)
+            printRow("", value);
     } else {
-        printRow(labelOf(key), texts.empty() ? toned(Tone::warning, "absent") : styled("{}", texts.front()));
+        printRow(labelOf(key),
+                 values.empty() ? toned(Tone::warning, "absent") : styled("{}", values.front()));
     }
 }
 
@@ -262,7 +262,7 @@ ExitCode snapshot(const Options& options)
     auto snapshot = device.storedSnapshot();
     if (!snapshot) {
         return fail(options, noInput,
-                    fmt::format("no snapshot is stored in {}",
+                    fmt::format("no snapshot stored in {}",
                                 device.paths.suite(Core::Constants::appGroupSuiteName).string()));
     }
     snapshot->config = maskedConfig(std::move(snapshot->config), options.isRevealing);
@@ -290,17 +290,17 @@ ExitCode configForget(const Options& options)
         if (!store.erase(Core::Constants::SnapshotKeys::all)) {
             if (options.isJSON)
                 printJSON({{"suite", suite.string()}, {"error", device.firstProblem()}});
-            return unavailable; // The store has printed why.
+            return unavailable; // The store printed why.
         }
     }
     const DevicePolicy policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::no);
-    const bool isPolicyInForce = policy.reading.state == PolicyFileReading::State::good;
+    const bool isPolicyGood = policy.reading.state == PolicyFileReading::State::good;
     if (options.isJSON)
-        printJSON({{"suite", suite.string()}, {"removed", isStored}, {"policyInForce", isPolicyInForce}});
+        printJSON({{"suite", suite.string()}, {"removed", isStored}, {"policyInForce", isPolicyGood}});
     else
-        print("{} {}\n", isStored ? "Deleted the snapshot in" : "No snapshot is stored in", suite);
-    if (isPolicyInForce && !options.isJSON)
-        print("{} is still there: the app stores it again when the file changes or the app restarts\n",
+        print("{} {}\n", isStored ? "Deleted the snapshot in" : "No snapshot stored in", suite);
+    if (isPolicyGood && !options.isJSON)
+        print("{} still exists: the app stores a new snapshot when this file changes or the app restarts\n",
               policy.reading.path);
     return success;
 }

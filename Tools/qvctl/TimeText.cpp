@@ -53,7 +53,7 @@ std::optional<Date> timeFromText(const std::string& text, Date now)
     fields.tm_hour = number(4);
     fields.tm_min = number(5);
     fields.tm_sec = number(6);
-    fields.tm_isdst = -1; // Whatever holds then.
+    fields.tm_isdst = -1; // Determined by the date.
     const std::time_t seconds = parts[8].matched ? ::timegm(&fields) : std::mktime(&fields);
     const double fraction = parts[7].matched ? Platform::parseDecimal("0" + parts[7].str()).value() : 0;
     const Date whole = Date::fromSystemTime(std::chrono::system_clock::from_time_t(seconds));

@@ -31,10 +31,10 @@ using namespace Platform::Storage;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Files;
 
-/// A value that differs from that of the version before.
+/// A value that changed since the previous version.
 struct Change {
     ManagedKey key;
-    std::string shown;
+    std::string text;
 };
 
 std::vector<Change> changes(const ConfigurationSnapshot& before, const ConfigurationSnapshot& after,
@@ -46,7 +46,7 @@ std::vector<Change> changes(const ConfigurationSnapshot& before, const Configura
         const auto oldTexts = Core::valuesOf(key, before.config);
         const auto newTexts = Core::valuesOf(key, after.config);
         if (!std::equal(oldTexts.begin(), oldTexts.end(), newTexts.begin(), newTexts.end()))
-            list.push_back({key, !newTexts.empty() ? joinedTexts(key, printed)
+            list.push_back({key, !newTexts.empty() ? joinedValues(key, printed)
                                  : key.isList()    ? "none"
                                                    : "absent"});
     }
@@ -94,7 +94,7 @@ json::object versionJSON(const std::optional<ConfigurationSnapshot>& stored,
     return object;
 }
 
-/// Follows the snapshot in the shared suite and tells of each that differs from the one before.
+/// Prints the snapshot in the shared suite each time it changes.
 class Watch {
 public:
     explicit Watch(const Options& options) : m_options(options), m_device(options, Device::Access::inspect) {}
@@ -110,7 +110,7 @@ public:
     {
         check();
         if (!m_last)
-            printError("waiting for a first configuration in {}", suiteFile());
+            printError("waiting for the first configuration in {}", suiteFile());
     }
 
     void check()
@@ -141,9 +141,9 @@ private:
         } else if (now) {
             printVersion(*now);
             for (const Change& change : changed.value_or(std::vector<Change>{}))
-                print("    {}: {}\n", labelOf(change.key), change.shown);
+                print("    {}: {}\n", labelOf(change.key), change.text);
         } else {
-            print("{}\n", toned(Tone::warning, "The configuration was removed from the suite."));
+            print("{}\n", toned(Tone::warning, "snapshot deleted"));
         }
         flushOutput();
     }
@@ -160,18 +160,18 @@ ExitCode watch(const Options& options)
 {
     LiveSession session;
     Watch watch(options);
-    const FileDescriptor news(::eventfd(0, EFD_CLOEXEC));
-    if (!news)
+    const FileDescriptor wakeUp(::eventfd(0, EFD_CLOEXEC));
+    if (!wakeUp)
         throw std::system_error(errno, std::generic_category(), "eventfd");
-    // A writer touches the bell after its commit.
+    // Writers touch this file after each commit.
     const auto bell = std::filesystem::path(watch.suiteFile()).replace_extension(".bell");
     std::optional<PathWatch> bellWatch;
-    FileSystemWatcher watcher; // Ends before what it calls.
-    bellWatch.emplace(watcher, std::vector{bell}, watch.log(), [&] { ::eventfd_write(news.get(), 1); });
+    FileSystemWatcher watcher; // Destroyed before the objects that it calls.
+    bellWatch.emplace(watcher, std::vector{bell}, watch.log(), [&] { ::eventfd_write(wakeUp.get(), 1); });
     watch.begin();
-    while (session.waitFor(news.get())) {
+    while (session.waitFor(wakeUp.get())) {
         eventfd_t count = 0;
-        ::eventfd_read(news.get(), &count);
+        ::eventfd_read(wakeUp.get(), &count);
         watch.check();
     }
     return success;

@@ -1,5 +1,5 @@
-// From the address of the backend to the end of the handshake. No request is made: it would need the
-// credentials, and leave its trace there. A helper connects (Tools/BackendProbe).
+// Checks of the backend's address, connection and certificate. They send no request, which would need the
+// credentials and leave a trace on the backend. A helper process connects (Tools/BackendProbe).
 
 #include "Core/UnicodeText.h"
 #include "Platform/Encoding.h"
@@ -30,16 +30,16 @@ using Platform::printable;
 using Platform::Network::ProxyEnvironment;
 using Platform::Network::SecureURL;
 
-/// A certificate with less than this left is worth a warning.
-constexpr std::chrono::days renewalTime{14};
+/// Certificates that expire sooner cause a warning.
+constexpr std::chrono::days renewalPeriod{14};
 
-/// How the helper connected to the backend.
-struct Way {
+/// A connection attempt and its result.
+struct Attempt {
     SecureURL server;
     std::optional<ProxyEnvironment> proxy = {};
-    ProbeResult found = {};
+    ProbeResult result = {};
 
-    [[nodiscard]] bool isFailed(std::string_view step) const { return found.failedStep == step; }
+    [[nodiscard]] bool isFailed(std::string_view step) const { return result.failedStep == step; }
     /// Without the brackets of an IPv6 address.
     [[nodiscard]] std::string host() const
     {
@@ -47,158 +47,165 @@ struct Way {
         return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
     }
     [[nodiscard]] std::string endpoint() const { return printable(server.endpoint()); }
-    /// A clause.
+    /// A predicate whose subject is the server or proxy.
     [[nodiscard]] std::string connectFailure() const
     {
-        return fmt::format("takes no connection ({}: {})", fmt::join(found.addresses, ", "), found.reason);
+        return fmt::format("accepts no connections ({}: {})", fmt::join(result.addresses, ", "),
+                           result.reason);
     }
     [[nodiscard]] std::string certificate() const
     {
-        return fmt::format("The certificate of {}, issued by {},", found.subject, found.issuer);
+        return fmt::format("The certificate of {}, issued by {},", result.subject, result.issuer);
     }
 };
 
-void checkProxy(CheckReport& report, const Way& way)
+void checkProxy(CheckReport& report, const Attempt& attempt)
 {
-    if (!way.proxy) {
-        report.ok("backend.proxy", "The way to the backend is direct.");
+    if (!attempt.proxy) {
+        report.ok("backend.proxy", "No proxy is used.");
         return;
     }
-    const std::string& variable = way.proxy->variable;
-    const std::string subject = fmt::format("The proxy {} of {}", printable(way.proxy->endpoint()), variable);
-    const std::string fix = fmt::format("Check {}, or name the backend in no_proxy.", variable);
-    if (!way.proxy->problem.empty())
-        report.failed("backend.proxy", way.proxy->problem + ".",
-                      "Write it as http://HOST:PORT, or unset it.");
-    else if (way.isFailed("lookUp"))
-        report.failed("backend.proxy", fmt::format("{} has no address: {}.", subject, way.found.reason), fix);
-    else if (way.isFailed("connect"))
-        report.failed("backend.proxy", fmt::format("{} {}.", subject, way.connectFailure()), fix);
+    const std::string& variable = attempt.proxy->variable;
+    const std::string subject =
+        fmt::format("The proxy {} (from {})", printable(attempt.proxy->endpoint()), variable);
+    const std::string fix = fmt::format("Check {}, or add the backend to no_proxy.", variable);
+    if (!attempt.proxy->problem.empty())
+        report.failed("backend.proxy", attempt.proxy->problem + ".",
+                      "Set it to http://HOST:PORT, or unset it.");
+    else if (attempt.isFailed("lookUp"))
+        report.failed("backend.proxy",
+                      fmt::format("{} cannot be resolved: {}.", subject, attempt.result.reason), fix);
+    else if (attempt.isFailed("connect"))
+        report.failed("backend.proxy", fmt::format("{} {}.", subject, attempt.connectFailure()), fix);
     else
-        report.ok("backend.proxy", subject + " takes connections.");
+        report.ok("backend.proxy", subject + " accepts connections.");
 }
 
-void checkHost(CheckReport& report, const Way& way)
+void checkHost(CheckReport& report, const Attempt& attempt)
 {
-    if (way.proxy)
-        report.skipped("backend.host", "The proxy looks the host up.");
-    else if (way.isFailed("lookUp"))
-        report.failed("backend.host",
-                      fmt::format("The host {} has no address: {}.", way.host(), way.found.reason),
-                      "Check the name in base_domain, the network and the name servers.");
+    if (attempt.proxy)
+        report.skipped("backend.host", "The proxy resolves the host name.");
+    else if (attempt.isFailed("lookUp"))
+        report.failed(
+            "backend.host",
+            fmt::format("The host {} cannot be resolved: {}.", attempt.host(), attempt.result.reason),
+            "Check the host name in base_domain, the network and the name servers.");
     else
-        report.ok("backend.host",
-                  fmt::format("{} has the address {}.", way.host(), fmt::join(way.found.addresses, ", ")));
+        report.ok("backend.host", fmt::format("{} resolves to {}.", attempt.host(),
+                                              fmt::join(attempt.result.addresses, ", ")));
 }
 
-void checkTunnel(CheckReport& report, const Way& way)
+void checkTunnel(CheckReport& report, const Attempt& attempt)
 {
-    if (way.isFailed("tunnel"))
-        report.failed("backend.connect", fmt::format("The proxy {}.", way.found.reason),
-                      fmt::format("Check the log of the proxy, {} and the rights of this device there.",
-                                  way.proxy->variable));
+    if (attempt.isFailed("tunnel"))
+        report.failed("backend.connect", fmt::format("The proxy {}.", attempt.result.reason),
+                      fmt::format("Check {}, the proxy's log and whether the proxy allows this device.",
+                                  attempt.proxy->variable));
     else
-        report.ok("backend.connect", fmt::format("The proxy makes a way to {}.", way.endpoint()));
+        report.ok("backend.connect", fmt::format("The proxy connects to {}.", attempt.endpoint()));
 }
 
-void checkConnection(CheckReport& report, const Way& way)
+void checkConnection(CheckReport& report, const Attempt& attempt)
 {
     constexpr const char* fix =
-        "Check the port, that the backend runs there, and that no firewall is in the way.";
-    std::vector<std::string> others = way.found.addresses;
-    std::erase(others, way.found.address);
-    const auto error = static_cast<int>(way.found.lastError);
-    // This device may have no route to addresses of one kind, which is not the backend's fault.
+        "Check the port, that the backend is running, and that no firewall blocks it.";
+    std::vector<std::string> others = attempt.result.addresses;
+    std::erase(others, attempt.result.address);
+    const auto error = static_cast<int>(attempt.result.lastError);
+    // A device without IPv4 or IPv6 cannot reach the addresses of that kind; the backend is not at fault.
     const bool isWithoutRoute = error == ENETUNREACH || error == EADDRNOTAVAIL || error == EAFNOSUPPORT;
-    const std::string found = fmt::format("{} takes connections at {}", way.endpoint(), way.found.address);
-    if (way.proxy)
-        checkTunnel(report, way);
-    else if (way.isFailed("connect"))
-        report.failed("backend.connect", fmt::format("{} {}.", way.endpoint(), way.connectFailure()), fix);
+    const std::string found =
+        fmt::format("{} accepts connections at {}", attempt.endpoint(), attempt.result.address);
+    if (attempt.proxy)
+        checkTunnel(report, attempt);
+    else if (attempt.isFailed("connect"))
+        report.failed("backend.connect", fmt::format("{} {}.", attempt.endpoint(), attempt.connectFailure()),
+                      fix);
     else if (!others.empty() && !isWithoutRoute)
         report.warning("backend.connect",
-                       fmt::format("{}, but not everywhere ({}: {}).", found, fmt::join(others, ", "),
-                                   error != 0 ? Platform::errorText(error) : "no quick answer"),
+                       fmt::format("{}, but not at {} ({}).", found, fmt::join(others, ", "),
+                                   error != 0 ? Platform::errorText(error) : "no reply in time"),
                        fix);
     else
         report.ok("backend.connect", found + ".");
 }
 
-void checkHandshake(CheckReport& report, const Way& way)
+void checkHandshake(CheckReport& report, const Attempt& attempt)
 {
-    if (way.isFailed("handshake"))
-        report.failed("backend.tls", fmt::format("{} {}.", way.endpoint(), way.found.reason),
-                      "Check that this is the port of the backend for https, and that it speaks TLS 1.2 "
-                      "or later.");
+    if (attempt.isFailed("handshake"))
+        report.failed("backend.tls", fmt::format("{} {}.", attempt.endpoint(), attempt.result.reason),
+                      "Check that this is the backend's HTTPS port and that the backend supports TLS 1.2 or "
+                      "later.");
     else
-        report.ok("backend.tls", fmt::format("{} speaks {}.", way.endpoint(), way.found.protocol));
+        report.ok("backend.tls", fmt::format("{} uses {}.", attempt.endpoint(), attempt.result.protocol));
 }
 
-void checkChain(CheckReport& report, const Way& way)
+void checkChain(CheckReport& report, const Attempt& attempt)
 {
-    if (!way.found.chainProblem.empty())
-        report.failed("backend.certificate", fmt::format("{} {}.", way.certificate(), way.found.chainProblem),
-                      "Have the server send its whole chain from an authority that devices trust, or add "
-                      "the authority to this device (update-ca-certificates).");
+    if (!attempt.result.chainProblem.empty())
+        report.failed(
+            "backend.certificate", fmt::format("{} {}.", attempt.certificate(), attempt.result.chainProblem),
+            "Have the backend send its full certificate chain, from an authority that devices trust, "
+            "or add the authority to this device (update-ca-certificates).");
     else
-        report.ok("backend.certificate", way.certificate() + " is trusted.");
+        report.ok("backend.certificate", attempt.certificate() + " is trusted.");
 }
 
-void checkName(CheckReport& report, const Way& way)
+void checkName(CheckReport& report, const Attempt& attempt)
 {
-    const std::string names =
-        way.found.names.empty() ? way.found.subject : fmt::format("{}", fmt::join(way.found.names, ", "));
-    if (way.found.isForOtherHost)
+    const std::string names = attempt.result.names.empty()
+                                  ? attempt.result.subject
+                                  : fmt::format("{}", fmt::join(attempt.result.names, ", "));
+    if (attempt.result.isForOtherHost)
         report.failed("backend.name",
-                      fmt::format("{} is for {}, not for {}.", way.certificate(), names, way.host()),
-                      "Check the host in base_domain, or have the certificate issued for it.");
+                      fmt::format("{} is for {}, not for {}.", attempt.certificate(), names, attempt.host()),
+                      "Check the host in base_domain, or have a certificate issued for it.");
     else
         report.ok("backend.name", fmt::format("The certificate is for {}.", names));
 }
 
-void checkDates(CheckReport& report, const Way& way)
+void checkDates(CheckReport& report, const Attempt& attempt)
 {
     using Platform::Date;
     const auto date = [](std::int64_t secondsSince1970) {
         return Date::fromSystemTime(std::chrono::system_clock::from_time_t(secondsSince1970));
     };
     const Date now = Platform::SystemClock().now();
-    const Date begin = date(way.found.notBefore);
-    const Date end = date(way.found.chainEnd);
+    const Date begin = date(attempt.result.notBefore);
+    const Date end = date(attempt.result.chainEnd);
     const auto daysTo = [&](Date other) {
         return (other.secondsSinceReferenceDate - now.secondsSinceReferenceDate) /
                std::chrono::seconds(std::chrono::days(1)).count();
     };
     std::string problem;
-    if (!way.found.outdatedAuthority.empty())
-        problem = fmt::format("The certificate of the authority {} is out of its time",
-                              way.found.outdatedAuthority);
+    if (!attempt.result.outdatedAuthority.empty())
+        problem = fmt::format("The certificate of the authority {} has expired or is not valid yet",
+                              attempt.result.outdatedAuthority);
     else if (daysTo(begin) > 0)
-        problem = fmt::format("{} is not valid before {}", way.certificate(), timeText(begin));
-    else if (daysTo(date(way.found.notAfter)) < 0)
-        problem = fmt::format("{} expired on {}", way.certificate(), timeText(date(way.found.notAfter)));
+        problem = fmt::format("{} is not valid before {}", attempt.certificate(), timeText(begin));
+    else if (daysTo(date(attempt.result.notAfter)) < 0)
+        problem =
+            fmt::format("{} expired on {}", attempt.certificate(), timeText(date(attempt.result.notAfter)));
     if (!problem.empty())
-        report.failed("backend.dates", fmt::format("{}; it is {} now.", problem, timeText(now)),
-                      "Renew it on the backend, or put the clock of this device right.");
-    else if (daysTo(end) < renewalTime.count())
+        report.failed("backend.dates", fmt::format("{}; the current time is {}.", problem, timeText(now)),
+                      "Renew the certificate on the backend, or correct this device's clock.");
+    else if (daysTo(end) < renewalPeriod.count())
         report.warning("backend.dates",
-                       fmt::format("The certificate, or one that it depends on, expires in {:.0f} days, "
-                                   "on {}.",
+                       fmt::format("The certificate, or one in its chain, expires in {:.0f} days, on {}.",
                                    daysTo(end), timeText(end)),
-                       "Renew it on the backend.");
+                       "Renew the certificate on the backend.");
     else
         report.ok("backend.dates",
                   fmt::format("The certificate is valid from {} to {}.", timeText(begin), timeText(end)));
 }
 
-/// A check that needs the network, and those that it waits for.
+/// A check of the connection, and the checks that it depends on.
 struct NetworkCheck {
     std::string_view identifier;
     std::array<std::string_view, 2> needed;
-    void (*make)(CheckReport& report, const Way& way);
+    void (*run)(CheckReport& report, const Attempt& attempt);
 };
 
-/// In the order of the chain.
 constexpr NetworkCheck networkChecks[] = {
     {"backend.proxy", {}, &checkProxy},
     {"backend.host", {"backend.proxy"}, &checkHost},
@@ -209,7 +216,7 @@ constexpr NetworkCheck networkChecks[] = {
     {"backend.dates", {"backend.tls"}, &checkDates},
 };
 
-/// The address that the application has, or is about to have; absent when it is known to have none.
+/// The address from the policy file or, without a valid one, from the stored snapshot; absent if not set.
 std::optional<std::string> baseDomain(const Examination& examination)
 {
     if (examination.policy)
@@ -224,13 +231,13 @@ std::optional<SecureURL> checkAddress(Examination& examination)
     const auto domain = baseDomain(examination);
     if (!examination.policy && !examination.snapshot) {
         if (!report.isPrevented("backend.address", {"policy.file", "policy.permissions", "policy.syntax"}))
-            report.skipped("backend.address", "No configuration names a backend.");
+            report.skipped("backend.address", "No backend is configured.");
         return std::nullopt;
     }
-    const char* source = examination.policy ? "The policy" : "The stored snapshot";
+    const char* source = examination.policy ? "The policy file" : "The stored snapshot";
     if (!domain) {
-        if (!report.isPrevented("backend.address", {"policy.values"}, "No backend is named"))
-            report.warning("backend.address", fmt::format("{} names no backend.", source), fix);
+        if (!report.isPrevented("backend.address", {"policy.values"}, "No backend is configured"))
+            report.warning("backend.address", fmt::format("{} does not set base_domain.", source), fix);
         return std::nullopt;
     }
     const CheckedAddress address = checkBackendAddress(*domain);
@@ -240,33 +247,36 @@ std::optional<SecureURL> checkAddress(Examination& examination)
             fmt::format("{} has a base_domain that the app cannot use: {}.", source, address.refusal), fix);
         return std::nullopt;
     }
-    report.ok("backend.address", fmt::format("{} names {}.", source, printable(address.target->endpoint())));
+    report.ok("backend.address",
+              fmt::format("{} names the backend {}.", source, printable(address.target->endpoint())));
     return address.target;
 }
 
 void checkTrust(CheckReport& report, const ProbeResult& found)
 {
     if (found.trustProblem.empty())
-        report.ok("backend.trust", fmt::format("The authorities to trust are in {}.", found.trustedFile));
+        report.ok("backend.trust",
+                  fmt::format("The trusted certificate authorities are in {}.", found.trustedFile));
     else
         report.failed("backend.trust",
-                      fmt::format("The authorities to trust cannot be read from {}: {}.", found.trustedFile,
-                                  found.trustProblem),
+                      fmt::format("The trusted certificate authorities cannot be read from {}: {}.",
+                                  found.trustedFile, found.trustProblem),
                       std::getenv("SSL_CERT_FILE") != nullptr ? "Check SSL_CERT_FILE, or unset it."
                                                               : "Install the package ca-certificates.");
 }
 
-/// Runs the helper, which connects if there are arguments. Throws `std::runtime_error`, which names the
-/// helper, when it has no result.
+/// Runs the helper, which connects only if given arguments. Throws `std::runtime_error`, which names the
+/// helper, if it returns no result.
 ProbeResult runHelper(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout)
 {
     const auto folder = std::filesystem::read_symlink(thisProgram).parent_path();
     const std::string program = (folder / QV_BACKEND_PROBE).lexically_normal();
-    // The helper keeps to the time limit itself. This limit ends a helper that hangs.
-    const auto patience = timeout + std::chrono::seconds(2);
-    const ProcessOutcome outcome = runSecondProcess(program, arguments, patience);
+    // The helper obeys the time limit itself; this later one ends a helper that hangs.
+    const auto helperTimeout = timeout + std::chrono::seconds(2);
+    const ProcessOutcome outcome = runSecondProcess(program, arguments, helperTimeout);
     if (!outcome.hasEnded)
-        throw std::runtime_error(fmt::format("{}: no result within {}", program, durationText(patience)));
+        throw std::runtime_error(
+            fmt::format("{}: no result within {}", program, durationText(helperTimeout)));
     try {
         return boost::json::value_to<ProbeResult>(
             boost::json::parse(outcome.output, {}, {.allow_invalid_utf8 = true}));
@@ -284,35 +294,35 @@ void examineBackend(Examination& examination)
     CheckReport& report = examination.report;
     const auto timeout = examination.limits.timeout;
     const auto server = checkAddress(examination);
-    std::optional<Way> way;
+    std::optional<Attempt> attempt;
     std::vector<std::string> arguments;
     if (server && !examination.limits.isOffline) {
-        way = Way{.server = *server};
-        way->proxy = ProxyEnvironment::forHost(way->host());
+        attempt = Attempt{.server = *server};
+        attempt->proxy = ProxyEnvironment::forHost(attempt->host());
         arguments = {fmt::format("https://{}/", server->endpoint()), std::to_string(timeout.count()),
-                     way->proxy ? way->proxy->scheme : ""};
+                     attempt->proxy ? attempt->proxy->scheme : ""};
     }
     std::string_view missing;
     try {
         const ProbeResult found = runHelper(arguments, timeout);
         checkTrust(report, found);
-        if (way)
-            way->found = found;
+        if (attempt)
+            attempt->result = found;
     } catch (const std::exception& error) {
-        report.failed("backend.trust", fmt::format("The backend cannot be examined: {}.", error.what()),
-                      "Install the package qvctl again.");
-        if (way)
+        report.failed("backend.trust", fmt::format("The backend cannot be checked: {}.", error.what()),
+                      "Reinstall the package qvctl.");
+        if (attempt)
             missing = "backend.trust";
     }
     for (const NetworkCheck& check : networkChecks) {
         if (report.isPrevented(check.identifier,
                                {"backend.address", missing, check.needed[0], check.needed[1]}))
             continue;
-        if (way)
-            check.make(report, *way);
+        if (attempt)
+            check.run(report, *attempt);
         else
             report.skipped(check.identifier,
-                           server ? "The network is left alone (--offline)." : "No backend is named.");
+                           server ? "Not checked because of --offline." : "No backend is configured.");
     }
 }
 

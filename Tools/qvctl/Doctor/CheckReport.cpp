@@ -41,10 +41,9 @@ bool CheckReport::isPrevented(std::string_view identifier, std::initializer_list
         if (check == nullptr || (check->verdict != Verdict::failed && check->cause.empty()))
             continue;
         std::string cause = check->verdict == Verdict::failed ? check->identifier : check->cause;
-        std::string sentence = found.empty() ? fmt::format("Waits for {}.", cause)
-                                             : fmt::format("{}; waits for {}.", found, cause);
-        add({std::string(identifier), Verdict::skipped, std::move(sentence), fmt::format("See {}.", cause),
-             cause});
+        std::string sentence = fmt::format("{}; fix {} first.", found.empty() ? "Not checked" : found, cause);
+        add({std::string(identifier), Verdict::skipped, std::move(sentence),
+             fmt::format("Fix {} first.", cause), cause});
         return true;
     }
     return false;

@@ -13,44 +13,44 @@ enum class Verdict { ok, warning, failed, skipped };
 /// "ok", "warning", "failed" or "skipped".
 std::string_view verdictName(Verdict verdict);
 
-/// What came of one check.
+/// The result of one check.
 struct CheckResult {
-    /// Stable, for programs: "policy.file".
+    /// Never changes, so that programs can rely on it: "policy.file".
     std::string identifier;
     Verdict verdict;
-    /// One sentence.
+    /// What was found, in one sentence.
     std::string found;
-    /// What to do about it; empty when there is nothing to do here.
+    /// What to do about it; empty if nothing.
     std::string fix;
-    /// The failed check that keeps this one from being made; empty when there is none.
+    /// The failed check that prevented this one; empty for other checks.
     std::string cause;
 };
 
-/// Takes what the checks find, in the order of the chain. A check that could only repeat an earlier failure
-/// is skipped, so that what failed is what must be mended.
+/// Collects the results of the checks in order. A check that could only repeat an earlier failure is skipped,
+/// so that only root causes are reported as failed:
 ///
 ///     if (report.isPrevented("suite.current", {"suite.readable"}))
 ///         return;
 class CheckReport {
 public:
-    /// Calls `observer` for each check as it comes.
+    /// Calls `observer` with each result as it is added.
     explicit CheckReport(std::function<void(const CheckResult&)> observer) : m_observer(std::move(observer))
     {}
 
     void ok(std::string_view identifier, std::string found);
     void warning(std::string_view identifier, std::string found, std::string fix);
     void failed(std::string_view identifier, std::string found, std::string fix);
-    /// For want of what would be checked.
+    /// For a check that does not apply.
     void skipped(std::string_view identifier, std::string found, std::string fix = {});
 
-    /// When one of the checks in `needed` failed, or was kept from being made by one that failed: records
-    /// `identifier` as skipped because of that failure and answers true. `found` is told in front of it.
+    /// Returns true and adds `identifier` as skipped if one of the checks in `needed` failed or was itself
+    /// skipped because of a failure. The result's sentence begins with `found`.
     bool isPrevented(std::string_view identifier, std::initializer_list<std::string_view> needed,
                      std::string_view found = {});
 
     [[nodiscard]] const std::vector<CheckResult>& checks() const { return m_checks; }
     [[nodiscard]] std::size_t count(Verdict verdict) const;
-    /// Null when none failed.
+    /// Null if none failed.
     [[nodiscard]] const CheckResult* firstFailure() const;
 
 private:

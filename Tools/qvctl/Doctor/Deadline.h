@@ -8,12 +8,12 @@
 
 namespace Qvctl::Doctor {
 
-/// The moment at which a step gives up.
+/// The time at which a step gives up.
 class Deadline {
 public:
     explicit Deadline(std::chrono::milliseconds timeout) : m_end(std::chrono::steady_clock::now() + timeout)
     {}
-    /// Zero when it has passed.
+    /// Zero once the deadline has passed.
     [[nodiscard]] std::chrono::milliseconds remaining() const
     {
         using std::chrono::milliseconds;

@@ -25,7 +25,7 @@ Tone toneOf(Verdict verdict)
     return Tone::faint;
 }
 
-/// At once: a check of the network may take its time.
+/// Flushes the output, because the next check may take several seconds.
 void printCheck(const CheckResult& check)
 {
     const bool isFaint = check.verdict == Verdict::skipped;
@@ -33,7 +33,7 @@ void printCheck(const CheckResult& check)
     const auto identifier = fmt::format("{:<26}", check.identifier);
     print("{}{}{}\n", toned(toneOf(check.verdict), verdict), identifier,
           toned(isFaint ? Tone::faint : Tone::plain, check.found));
-    // That of one with a cause stands at the cause.
+    // The fix of a check that was skipped because of another one is printed there.
     if (!check.fix.empty() && check.cause.empty())
         print("{:<35}-> {}\n", "", check.fix);
     flushOutput();
@@ -41,10 +41,12 @@ void printCheck(const CheckResult& check)
 
 void printSummary(const CheckReport& report)
 {
-    print("\n{} ok, {} with a warning, {} failed, {} skipped.\n", report.count(Verdict::ok),
-          report.count(Verdict::warning), report.count(Verdict::failed), report.count(Verdict::skipped));
+    const std::size_t warningCount = report.count(Verdict::warning);
+    print("\n{} ok, {} {}, {} failed, {} skipped.\n", report.count(Verdict::ok), warningCount,
+          warningCount == 1 ? "warning" : "warnings", report.count(Verdict::failed),
+          report.count(Verdict::skipped));
     if (const CheckResult* first = report.firstFailure())
-        print("Begin with {}.\n", toned(Tone::bad, first->identifier));
+        print("Start with {}.\n", toned(Tone::bad, first->identifier));
 }
 
 json::value optionalText(const std::string& text)
@@ -71,7 +73,7 @@ json::object asJSON(const CheckReport& report)
 
 std::string timeText(Platform::Date date)
 {
-    // Of "2026-11-21T15:04:05.678Z".
+    // The parts of "2026-11-21T15:04:05.678Z".
     constexpr std::size_t dateSize = 10;
     constexpr std::size_t timeSize = 5;
     std::string text = date.utcText();

@@ -16,25 +16,25 @@
 
 namespace Qvctl::Doctor {
 
-/// What the checks of one examination share, and what the earlier ones found for the later ones.
+/// The input of one run of `doctor`, and the results of earlier checks that later ones use.
 struct Examination {
     const Options& options;
     const DoctorOptions& limits;
     CheckReport report;
-    /// Absent without a home folder.
+    /// Absent if the user has no home folder.
     std::optional<Platform::Linux::DevicePaths> paths = {};
-    /// What the policy file says, validated; absent unless it is good.
+    /// The validated content of the policy file; absent if the file cannot be used.
     std::optional<Core::ValidatedConfig> policy = {};
-    /// What the application has stored of it.
+    /// The snapshot that the app has stored.
     std::optional<Core::ConfigurationSnapshot> snapshot = {};
-    /// The running application.
+    /// The process of the app; absent if the app is not running.
     std::optional<Platform::Linux::InstanceLock::Holder> application = {};
-    /// What the application has recorded about its push service; an older one has not.
+    /// What the app has recorded about its push service; absent if an older version of the app was used.
     std::optional<Platform::Push::PushServiceState> pushService = {};
 };
 
-// The chain, link by link. Each function makes the checks of one link in their order; what a check is called
-// never changes. Nothing on the device is made, changed or started.
+// Each function runs a group of checks and adds their results in a fixed order. They create, change and start
+// nothing on the device.
 void examinePolicy(Examination& examination);
 void examineState(Examination& examination);
 void examineSuite(Examination& examination);

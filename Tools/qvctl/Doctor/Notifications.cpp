@@ -1,4 +1,4 @@
-// From the user's permission to the token that the backend sends to.
+// Checks of the session bus, the permission, the notification server and the push registration.
 
 #include "Core/Constants.h"
 #include "Platform/Linux/Bus/UnifiedPushDistributors.h"
@@ -32,17 +32,17 @@ void checkPermission(Examination& examination, InspectedStore& shell)
     const AuthorizationStatus status = ShellState(shell.values).authorizationStatus();
     if (!shell.problem().empty())
         report.failed("notifications.permission", shell.problem() + ".",
-                      "Restart the app: it moves a damaged store aside, and the user decides again.");
+                      "Restart the app: it moves a damaged store aside and asks the user again.");
     else if (status == AuthorizationStatus::denied)
         report.failed("notifications.permission", "The user does not allow notifications.",
-                      "The user can allow them in the settings that the app opens; for tests: qvctl privacy "
-                      "grant notifications");
+                      "Ask the user to allow them in the app's settings; for tests, run: qvctl privacy grant "
+                      "notifications");
     else if (status != AuthorizationStatus::notDetermined)
         report.ok("notifications.permission", "The user allows notifications.");
     else if (!report.isPrevented("notifications.permission", {"app.running"},
                                  "The user has not been asked yet"))
         report.failed("notifications.permission", "The user has not been asked yet.",
-                      "Open the window of the app, get started and answer the question.");
+                      "Open the app, tap Get Started and answer the permission prompt.");
 }
 
 void checkServer(CheckReport& report, const std::optional<SessionBusNames>& names)
@@ -50,52 +50,54 @@ void checkServer(CheckReport& report, const std::optional<SessionBusNames>& name
     if (report.isPrevented("notifications.server", {"bus.session"}))
         return;
     if (names->running.count(serverName) != 0)
-        report.ok("notifications.server", "A notification server runs.");
+        report.ok("notifications.server", "A notification server is running.");
     else if (names->startable.count(serverName) != 0)
         report.ok("notifications.server", "The session bus can start a notification server.");
     else
         report.failed("notifications.server",
-                      fmt::format("Nobody shows notifications on this desktop: {} has no owner.", serverName),
-                      "Install and start a notification server; the app alone can show banners only in its "
-                      "own window.");
+                      fmt::format("There is no notification server: no program owns {}.", serverName),
+                      "Install and start a notification server; without one, the app can show banners only "
+                      "in its own window.");
 }
 
-/// Why the last registration failed, as the end of a sentence; empty when it did not.
+/// Why the last registration failed, as a clause; empty if it did not fail.
 std::string failureText(const Examination& examination)
 {
     const auto& service = examination.pushService;
     if (!service || !service->failure)
         return {};
-    // By `PushRegistrationErrorCode`.
-    constexpr std::array<std::string_view, 7> reasons{"nothing brings pushes to this device",
-                                                      "another program has the app's name on the session bus",
-                                                      "the distributor did not answer correctly",
-                                                      "the distributor was offline",
-                                                      "the distributor requires an action of the user",
-                                                      "the distributor refused it",
-                                                      "it could not be stored"};
+    // In the order of `PushRegistrationErrorCode`.
+    constexpr std::array<std::string_view, 7> reasons{
+        "no push distributor was found",
+        "another program owns the app's name on the session bus",
+        "the distributor sent an invalid reply",
+        "the distributor was offline",
+        "the distributor requires user action",
+        "the distributor refused it",
+        "it could not be stored"};
     const auto index = static_cast<std::size_t>(service->failure->code) - 1;
-    return fmt::format("the registration of {} failed: {}", timeText(service->failure->time),
+    return fmt::format("the registration on {} failed: {}", timeText(service->failure->time),
                        index < reasons.size() ? reasons.at(index) : "unknown error");
 }
 
-/// Whether the application runs with this push service.
-bool runsWith(const Examination& examination, PushServiceKind kind)
+/// Whether the app is running and uses this push service.
+bool isUsing(const Examination& examination, PushServiceKind kind)
 {
     return examination.application && examination.pushService && examination.pushService->kind == kind;
 }
 
-/// A service of the device itself, which needs a socket and no distributor.
+/// --push local needs a socket instead of a distributor.
 void checkLocalService(Examination& examination)
 {
     const std::string socket = examination.paths->pushSocket.string();
     const auto& failure = examination.pushService->failure;
     if (failure && failure->code == static_cast<std::int64_t>(PushRegistrationErrorCode::noDistributor))
-        examination.report.failed("push.distributor", fmt::format("The app takes no pushes at {}.", socket),
-                                  "Fix what the log says about the socket, then restart the app: qvctl log");
+        examination.report.failed(
+            "push.distributor", fmt::format("The app does not accept pushes at {}.", socket),
+            "Look for the socket's error in the log (qvctl log), fix it and restart the app.");
     else
         examination.report.ok("push.distributor",
-                              fmt::format("None is needed: the app takes pushes at {}.", socket));
+                              fmt::format("No distributor is needed: the app accepts pushes at {}.", socket));
 }
 
 std::vector<std::string> distributorsAmong(const SessionBusNames& names)
@@ -110,8 +112,8 @@ std::vector<std::string> distributorsAmong(const SessionBusNames& names)
     return {found.begin(), found.end()};
 }
 
-/// The bus name that the environment chooses; empty: none.
-std::string chosenDistributor()
+/// The bus name that UNIFIEDPUSH_DISTRIBUTOR selects; empty if it is not set.
+std::string selectedDistributor()
 {
     const char* suffix = std::getenv("UNIFIEDPUSH_DISTRIBUTOR");
     return suffix != nullptr && *suffix != '\0'
@@ -126,46 +128,48 @@ void reportNoDistributor(Examination& examination)
     if (report.isPrevented("push.distributor", {"state.folder"}, found))
         return;
     if (examination.application && !examination.pushService)
-        report.skipped("push.distributor",
-                       fmt::format("{}. This version of the app has not recorded whether it needs one; "
-                                   "restart it if it is old.",
-                                   found));
+        report.skipped(
+            "push.distributor",
+            fmt::format("{}. The app has not recorded whether it needs one; if an older version is "
+                        "running, restart it.",
+                        found));
     else
-        report.failed("push.distributor", fmt::format("{}.", found),
-                      "Install a UnifiedPush distributor and start it, or run the app with --push local "
-                      "for tests.");
+        report.failed(
+            "push.distributor", fmt::format("{}.", found),
+            "Install and start a UnifiedPush distributor; for tests, run the app with --push local.");
 }
 
 void checkDistributor(Examination& examination, const std::optional<SessionBusNames>& names)
 {
     CheckReport& report = examination.report;
-    if (runsWith(examination, PushServiceKind::local)) {
+    if (isUsing(examination, PushServiceKind::local)) {
         checkLocalService(examination);
         return;
     }
     if (report.isPrevented("push.distributor", {"bus.session"}))
         return;
-    if (runsWith(examination, PushServiceKind::unavailable)) {
+    if (isUsing(examination, PushServiceKind::unavailable)) {
         report.failed("push.distributor", "The app has no access to the session bus.",
-                      "Restart the app in the desktop session of its user.");
+                      "Restart the app in its user's desktop session.");
         return;
     }
     const auto distributors = distributorsAmong(*names);
-    const std::string chosen = chosenDistributor();
+    const std::string selected = selectedDistributor();
     if (distributors.empty())
         reportNoDistributor(examination);
-    else if (!chosen.empty() && !names->isThere(chosen))
+    else if (!selected.empty() && !names->isThere(selected))
         report.failed("push.distributor",
-                      fmt::format("{}, which UNIFIEDPUSH_DISTRIBUTOR names, is not on the session bus, and "
-                                  "the app takes no other; there is {}.",
-                                  chosen, fmt::join(distributors, ", ")),
-                      "Start it, or name another one.");
+                      fmt::format("{}, selected by UNIFIEDPUSH_DISTRIBUTOR, is not on the session bus, and "
+                                  "the app uses no other; available: {}.",
+                                  selected, fmt::join(distributors, ", ")),
+                      "Start it, or select another one.");
     else
-        report.ok("push.distributor", fmt::format("There is {}.", fmt::join(distributors, ", ")));
+        report.ok("push.distributor", fmt::format("Found {}.", fmt::join(distributors, ", ")));
 }
 
-/// What is wrong with a registration that brought a token, as the end of a sentence, and the fix.
+/// What is wrong although there is a token.
 struct RegistrationProblem {
+    /// The end of a sentence: ", but …".
     std::string found;
     const char* fix;
 };
@@ -178,25 +182,25 @@ std::optional<RegistrationProblem> registrationProblem(const Examination& examin
     if (names && !distributor.empty() && !names->isThere(distributor))
         return {{", which is no longer on the session bus",
                  "Start that distributor, or restart the app to register with another one."}};
-    if (runsWith(examination, PushServiceKind::off))
+    if (isUsing(examination, PushServiceKind::off))
         return {{", but the app runs with --push off", "Restart the app without --push off."}};
     if (const std::string failure = failureText(examination); !failure.empty())
         return {{", but " + failure, "Restart the app; its log has the details: qvctl log"}};
-    if (!replaced.empty() && chosenDistributor() != distributor)
-        return {{fmt::format(", which took the place of {}", replaced),
-                 "If this is not intended, name the right one in UNIFIEDPUSH_DISTRIBUTOR and restart "
-                 "the app."}};
+    if (!replaced.empty() && selectedDistributor() != distributor)
+        return {{fmt::format(", which replaced {}", replaced),
+                 "If this is not intended, select a distributor with UNIFIEDPUSH_DISTRIBUTOR and restart the "
+                 "app."}};
     return std::nullopt;
 }
 
 void reportNoToken(Examination& examination)
 {
     const std::string failure = failureText(examination);
-    const std::string found = "There is no device token" + (failure.empty() ? "" : ": " + failure);
+    const std::string found = "There is no device token" + (failure.empty() ? "" : ", and " + failure);
     if (!examination.report.isPrevented(
             "push.registration", {"notifications.permission", "app.running", "push.distributor"}, found))
         examination.report.failed("push.registration", found + ".",
-                                  "Restart the app, not with --push off; its log has the details: qvctl log");
+                                  "Restart the app without --push off; its log has the details: qvctl log");
 }
 
 void checkRegistration(Examination& examination, const InspectedStore& shell,
@@ -225,7 +229,7 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
         found += " for --push local";
     }
     if (!distributor.empty())
-        found += ", by " + distributor;
+        found += ", from " + distributor;
     const auto problem = registrationProblem(examination, names, distributor, replaced);
     if (!problem)
         report.ok("push.registration", found + ".");
@@ -237,11 +241,11 @@ std::optional<SessionBusNames> queryBus(CheckReport& report, std::chrono::millis
 {
     try {
         auto names = SessionBusNames::query(timeout);
-        report.ok("bus.session", "The session bus answers.");
+        report.ok("bus.session", "The session bus is available.");
         return names;
     } catch (const SessionBusError& error) {
-        report.failed("bus.session", fmt::format("The session bus cannot be asked: {}.", error.what()),
-                      "Run this in the desktop session of the app's user.");
+        report.failed("bus.session", fmt::format("The session bus is not available: {}.", error.what()),
+                      "Run this command in the desktop session of the app's user.");
         return std::nullopt;
     }
 }

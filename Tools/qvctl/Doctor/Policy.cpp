@@ -1,4 +1,4 @@
-// From the policy file to the snapshot that other processes read.
+// Checks of the policy file, the state folder, the app and the stored snapshot.
 
 #include "Core/Constants.h"
 #include "Core/ManagedKeys.h"
@@ -33,7 +33,7 @@ using namespace Platform::Storage;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Files;
 
-/// A clause as a sentence.
+/// Turns a clause into a sentence.
 std::string sentence(std::string clause)
 {
     if (!clause.empty())
@@ -41,36 +41,36 @@ std::string sentence(std::string clause)
     return clause.ends_with('.') ? clause : clause + ".";
 }
 
-/// Why the file is not taken, as a sentence.
-std::string refusalOf(const PolicyFileReading& reading)
+/// Why the file cannot be used, as a sentence.
+std::string problemOf(const PolicyFileReading& reading)
 {
     return reading.position ? reading.diagnostic() + "."
                             : fmt::format("{} {}.", reading.path.string(), reading.reason);
 }
 
 void checkPermissions(CheckReport& report, const PolicyFileReading& reading,
-                      const std::vector<PolicyFileReading>& passedOver)
+                      const std::vector<PolicyFileReading>& untrustedFiles)
 {
-    if (passedOver.empty()) {
+    if (untrustedFiles.empty()) {
         report.ok("policy.permissions",
                   fmt::format("Only root and this user can change {}.", reading.path.string()));
         return;
     }
-    // The reason is about the file unless it names a folder, and ends with the mend.
-    const PolicyFileReading& untrusted = passedOver.front();
+    // The reason is "PREDICATE: FIX" for the file itself, or "FOLDER PREDICATE: FIX".
+    const PolicyFileReading& untrusted = untrustedFiles.front();
     const std::string file = untrusted.path.string();
     const auto colon = std::min(untrusted.reason.find(": "), untrusted.reason.size());
     const std::string reason = untrusted.reason.substr(0, colon);
     const std::string found = reason.starts_with('/')
-                                  ? fmt::format("{}, so the app does not believe {}.", reason, file)
-                                  : fmt::format("{} {}, so the app does not believe it.", file, reason);
+                                  ? fmt::format("{}, so the app does not trust {}.", reason, file)
+                                  : fmt::format("{} {}, so the app does not trust it.", file, reason);
     const std::string fix =
         colon < untrusted.reason.size() ? sentence(untrusted.reason.substr(colon + 2)) : "";
     if (reading.state == PolicyFileReading::State::missing)
         report.failed("policy.permissions", found, fix);
     else
         report.warning("policy.permissions",
-                       fmt::format("{} It takes {} instead.", found, reading.path.string()), fix);
+                       fmt::format("{} It uses {} instead.", found, reading.path.string()), fix);
 }
 
 void checkValues(CheckReport& report, const PolicyFileReading& reading)
@@ -81,15 +81,16 @@ void checkValues(CheckReport& report, const PolicyFileReading& reading)
             return left.severity < right.severity;
         });
     if (worst == all.end()) {
-        report.ok("policy.values", "Every value is taken as it is written.");
+        report.ok("policy.values", "Every value is used as written.");
         return;
     }
-    const std::string place = worst->position ? fmt::format("Line {}: ", worst->position->line) : "";
+    const std::string line = worst->position ? fmt::format("Line {}: ", worst->position->line) : "";
     const std::string index = worst->index ? fmt::format("[{}]", *worst->index) : "";
     const std::string others = all.size() > 1 ? fmt::format(" (and {} more)", all.size() - 1) : "";
+    const std::string subject = worst->key == wholeFile ? reading.path.string() : worst->key;
     const std::string found =
-        fmt::format("{}{}{} {}; {}{}.", place, worst->key, index, worst->problem, worst->effect, others);
-    const std::string lint = fmt::format("See qvctl config lint {}", reading.path.string());
+        fmt::format("{}{}{} {}; {}{}.", line, subject, index, worst->problem, worst->effect, others);
+    const std::string lint = fmt::format("For details, run: qvctl config lint {}", reading.path.string());
     const std::string fix = worst->fix.empty() ? lint : sentence(worst->fix) + " " + lint;
     if (worst->severity == Severity::error)
         report.failed("policy.values", found, fix);
@@ -99,7 +100,7 @@ void checkValues(CheckReport& report, const PolicyFileReading& reading)
         report.ok("policy.values", found);
 }
 
-/// What the folder of the state is, in a sentence, if it is none that the application can work in.
+/// Why the app cannot use the state folder.
 struct FolderProblem {
     std::string found;
     std::string fix;
@@ -109,7 +110,7 @@ std::optional<FolderProblem> folderProblem(const std::filesystem::path& folder, 
 {
     const std::string path = folder.string();
     if (!S_ISDIR(status.st_mode))
-        return FolderProblem{path + " is not a folder.", "Move it away; the app makes the folder."};
+        return FolderProblem{path + " is not a folder.", "Move it away; the app creates the folder."};
     if (status.st_uid != ::geteuid() && ::geteuid() != 0)
         return FolderProblem{
             fmt::format("{} belongs to user {}, so the app does not use it.", path, status.st_uid),
@@ -119,19 +120,19 @@ std::optional<FolderProblem> folderProblem(const std::filesystem::path& folder, 
             Platform::Storage::requirePrivateWay(folder, "XDG_DATA_HOME");
     } catch (const std::runtime_error& error) {
         return FolderProblem{fmt::format("The app does not use {}: {}.", path, error.what()),
-                             "Take the permission to write from others (chmod go-w)."};
+                             "Remove write access for others (chmod go-w)."};
     }
     if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0)
         return FolderProblem{
-            fmt::format("{} cannot be used: {}; it belongs to user {} (mode {:04o}), and this is user {}.",
-                        path, Platform::errorText(errno), status.st_uid, status.st_mode & 07777U,
-                        ::geteuid()),
-            "Run this as the user of the app, or give the folder back to its user (chown, chmod 700)."};
+            fmt::format(
+                "{} cannot be used: {}; it belongs to user {} (mode {:04o}), this command runs as user {}.",
+                path, Platform::errorText(errno), status.st_uid, status.st_mode & 07777U, ::geteuid()),
+            "Run this command as the app's user, or restore the folder's owner and mode (chown, chmod 700)."};
     return std::nullopt;
 }
 
-/// Where its own path breaks off: the thing that is there and is no folder, or may not be looked into.
-std::filesystem::path obstacle(std::filesystem::path path)
+/// The longest part of `path` that exists: a file, or a folder that cannot be entered.
+std::filesystem::path existingPart(std::filesystem::path path)
 {
     struct stat status {};
     while (path.has_relative_path() && ::stat(path.c_str(), &status) != 0)
@@ -139,14 +140,14 @@ std::filesystem::path obstacle(std::filesystem::path path)
     return path;
 }
 
-/// Whether there is a folder to look into.
+/// Returns whether the folder exists and can be used.
 bool checkStateFolder(Examination& examination)
 {
     CheckReport& report = examination.report;
     try {
         examination.paths = DevicePaths::fromEnvironment(examination.options.managedConfiguration);
     } catch (const std::runtime_error&) {
-        report.failed("state.folder", "This user has no home folder, so the app has no place for its state.",
+        report.failed("state.folder", "This user has no home folder, so the app cannot store its state.",
                       "Set HOME or XDG_DATA_HOME to an absolute path.");
         return false;
     }
@@ -157,12 +158,12 @@ bool checkStateFolder(Examination& examination)
         if (error == ENOENT)
             report.skipped(
                 "state.folder",
-                fmt::format("{} is not there; the first start of the app makes it.", folder.string()));
+                fmt::format("{} does not exist yet; the app creates it on first launch.", folder.string()));
         else
             report.failed("state.folder",
-                          fmt::format("{} cannot be reached beyond {}: {}.", folder.string(),
-                                      obstacle(folder).string(), Platform::errorText(error)),
-                          "Run this as the user of the app, or put the folders above it right.");
+                          fmt::format("{} cannot be reached past {}: {}.", folder.string(),
+                                      existingPart(folder).string(), Platform::errorText(error)),
+                          "Run this command as the app's user, or fix the folders above it.");
         return false;
     }
     if (const auto problem = folderProblem(folder, status)) {
@@ -172,15 +173,15 @@ bool checkStateFolder(Examination& examination)
     if (const unsigned mode = status.st_mode & 07777U; (mode & (S_IRWXG | S_IRWXO)) != 0)
         report.warning("state.folder",
                        fmt::format("{} is open to other users (mode {:04o}).", folder.string(), mode),
-                       fmt::format("Close it: chmod 700 {}", folder.string()));
+                       fmt::format("Run: chmod 700 {}", folder.string()));
     else
-        report.ok("state.folder", fmt::format("{} is there and this user's alone.", folder.string()));
+        report.ok("state.folder", fmt::format("Only this user can access {}.", folder.string()));
     return true;
 }
 
-/// A process of its own, as the single-sign-on extension is one: it starts with nothing open, no lock that it
-/// meets can hold us up, and a store that breaks its reader does not break us.
-ProcessOutcome readSuiteElsewhere(const Examination& examination)
+/// Reads the suite in a separate process, as the single-sign-on extension does. A lock or a damaged store
+/// cannot block or crash this one.
+ProcessOutcome readSuiteInChild(const Examination& examination)
 {
     return runSecondProcess(thisProgram, {"snapshot"}, examination.limits.timeout);
 }
@@ -201,28 +202,28 @@ void reportMissingSnapshot(CheckReport& report, bool isRunning)
                            "No snapshot is stored yet"))
         return;
     report.failed("suite.readable",
-                  isRunning ? "The app runs and has stored no snapshot." : "No snapshot is stored.",
-                  "Restart the app; its log says what keeps it from storing one.");
+                  isRunning ? "The app is running but has not stored a snapshot." : "No snapshot is stored.",
+                  "Restart the app; its log shows why it stored none: qvctl log");
 }
 
 void checkSuite(Examination& examination)
 {
-    constexpr const char* fix = "Restart the app: it moves a damaged store aside and begins a new one.";
+    constexpr const char* fix = "Restart the app: it moves a damaged store aside and creates a new one.";
     CheckReport& report = examination.report;
     const auto file = examination.paths->suite(Core::Constants::appGroupSuiteName);
-    const ProcessOutcome outcome = readSuiteElsewhere(examination);
+    const ProcessOutcome outcome = readSuiteInChild(examination);
     if (!outcome.hasEnded) {
         report.failed("suite.readable",
-                      fmt::format("Another process has not read {} within {}.", file.string(),
+                      fmt::format("Another process could not read {} within {}.", file.string(),
                                   durationText(examination.limits.timeout)),
-                      "See which process holds it: fuser -v " + file.string());
+                      "Find the process that locks it: fuser -v " + file.string());
         return;
     }
     InspectedStore suite(file);
     const auto bytes = suite.values.data(Core::Constants::SnapshotKeys::configSnapshot);
     if (outcome.exitCode == success && bytes) {
         const auto& snapshot = examination.snapshot.emplace(Core::ConfigurationSnapshot::decode(*bytes));
-        report.ok("suite.readable", fmt::format("Another process reads version {}, applied {}.",
+        report.ok("suite.readable", fmt::format("Another process can read version {}, applied {}.",
                                                 snapshot.configVersion, timeText(snapshot.lastUpdated)));
     } else if (!suite.problem().empty()) {
         report.failed("suite.readable", suite.problem() + ".", fix);
@@ -230,13 +231,13 @@ void checkSuite(Examination& examination)
         reportMissingSnapshot(report, examination.application.has_value());
     } else {
         report.failed("suite.readable",
-                      fmt::format("Another process cannot read it: {}", lastLine(outcome.output) + "."),
+                      fmt::format("Another process cannot read it: {}.", lastLine(outcome.output)),
                       "Restart the app: it stores a new snapshot.");
     }
 }
 
-/// The keys whose stored value is not that of the policy.
-std::string differences(const Core::ConfigurationSnapshot& snapshot, const Core::ValidatedConfig& policy)
+/// Lists the keys whose stored value differs from the policy file.
+std::string differingKeys(const Core::ConfigurationSnapshot& snapshot, const Core::ValidatedConfig& policy)
 {
     std::string keys;
     for (const Core::ManagedKey& key : Core::managedKeys()) {
@@ -254,17 +255,18 @@ void checkCurrency(Examination& examination)
     const bool isPolicyKnown = examination.policy.has_value();
     if (report.isPrevented("suite.current",
                            {"suite.readable", "policy.file", "policy.permissions", "policy.syntax"},
-                           isPolicyKnown ? "" : "There is no good policy to compare with"))
+                           isPolicyKnown ? "" : "There is no valid policy file to compare with"))
         return;
-    const std::string keys = differences(*examination.snapshot, *examination.policy);
+    const std::string keys = differingKeys(*examination.snapshot, *examination.policy);
     if (keys.empty()) {
-        report.ok("suite.current", "The stored snapshot is that of the policy in force.");
+        report.ok("suite.current", "The stored snapshot matches the policy file.");
         return;
     }
-    const std::string found = fmt::format("The policy has another {} than the stored snapshot", keys);
+    const std::string found = fmt::format("The stored snapshot differs from the policy file in {}", keys);
     if (!report.isPrevented("suite.current", {"app.running"}, found))
         report.failed("suite.current", found + ".",
-                      "Look again in a second; if it stays, restart the app and read its log.");
+                      "Run this command again in a second; if they still differ, restart the app and check "
+                      "its log: qvctl log");
 }
 
 } // namespace
@@ -274,31 +276,30 @@ void examinePolicy(Examination& examination)
     CheckReport& report = examination.report;
     const auto policy = DevicePolicy::read(examination.options.managedConfiguration, WithPlaces::yes);
     const PolicyFileReading& reading = policy.reading;
-    const auto& passedOver = policy.untrusted;
-    if (reading.state == PolicyFileReading::State::missing && passedOver.empty())
+    const auto& untrusted = policy.untrusted;
+    if (reading.state == PolicyFileReading::State::missing && untrusted.empty())
         report.failed("policy.file", sentence(policy.absence()),
-                      "Have device management deliver it, or install one: qvctl config set FILE");
+                      "Deliver it with device management, or install it: qvctl config set FILE");
     else if (reading.state == PolicyFileReading::State::unreadable)
         report.failed(
-            "policy.file", refusalOf(reading),
-            "Let it be a plain file that the user of the app may read (chmod a+r), in folders that this "
-            "user may search (chmod a+x).");
+            "policy.file", problemOf(reading),
+            "Make it a regular file that the app's user can read (chmod a+r), in folders that this user can "
+            "enter (chmod a+x).");
     else if (!policy.ignored.empty())
         report.warning("policy.file", sentence(policy.ignoredText()),
-                       "Remove one of them: qvctl config set FILE leaves only the file that it installs.");
+                       "Remove one of them; qvctl config set FILE keeps only the file that it installs.");
     else
-        report.ok("policy.file", fmt::format("{} is there.", policy.bestReading().path.string()));
+        report.ok("policy.file", fmt::format("{} exists.", policy.bestReading().path.string()));
 
     if (!report.isPrevented("policy.permissions", {"policy.file"}))
-        checkPermissions(report, reading, passedOver);
+        checkPermissions(report, reading, untrusted);
 
     if (!report.isPrevented("policy.syntax", {"policy.file", "policy.permissions"})) {
         if (reading.state == PolicyFileReading::State::good)
-            report.ok("policy.syntax",
-                      fmt::format("Its form is good: {}.", formatName(reading.document.format)));
+            report.ok("policy.syntax", fmt::format("Valid {}.", formatName(reading.document.format)));
         else
-            report.failed("policy.syntax", refusalOf(reading),
-                          "Write it anew; the app keeps the last good configuration until then.");
+            report.failed("policy.syntax", problemOf(reading),
+                          "Correct the file; until then the app keeps the last valid configuration.");
     }
     if (report.isPrevented("policy.values", {"policy.syntax"}))
         return;
@@ -309,28 +310,29 @@ void examinePolicy(Examination& examination)
 void examineState(Examination& examination)
 {
     CheckReport& report = examination.report;
-    const bool isFolderThere = checkStateFolder(examination);
+    const bool isFolderUsable = checkStateFolder(examination);
     if (report.isPrevented("app.running", {"state.folder"}))
         return;
     const auto lock = examination.paths->instanceLock();
-    const auto holder = isFolderThere ? InstanceLock::holder(lock) : std::nullopt;
+    const auto holder = isFolderUsable ? InstanceLock::holder(lock) : std::nullopt;
     if (holder && !holder->isApplication()) {
         report.failed("app.running",
-                      fmt::format("The app does not run: another program, {}, process {}, holds {}.",
+                      fmt::format("The app is not running: another program, {} (process {}), holds {}.",
                                   holder->program, *holder->process, lock.string()),
-                      "End that program, then start the app as its user: quorvane-mdm");
+                      "Stop that program, then start the app as its user: quorvane-mdm");
         return;
     }
     examination.application = holder;
     if (examination.application && examination.application->process)
         report.ok("app.running",
-                  fmt::format("The app runs as process {}.", *examination.application->process));
+                  fmt::format("The app is running as process {}.", *examination.application->process));
     else if (examination.application)
-        report.ok("app.running", "The app runs in another container or on another machine.");
+        report.ok("app.running", "The app is running in another container or on another machine.");
     else
         report.failed("app.running",
-                      isFolderThere ? "The app does not run: no change of the policy and no push comes in."
-                                    : "The app has never run for this user.",
+                      isFolderUsable
+                          ? "The app is not running, so it receives no policy changes and no pushes."
+                          : "The app has never run for this user.",
                       "Start it as its user: quorvane-mdm");
 }
 

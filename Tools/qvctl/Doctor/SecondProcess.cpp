@@ -21,24 +21,25 @@ using Platform::Storage::FileDescriptor;
 
 pid_t start(const std::string& program, const std::vector<std::string>& arguments, int output)
 {
-    std::vector<char*> words{const_cast<char*>(program.c_str())};
+    std::vector<char*> argumentPointers{const_cast<char*>(program.c_str())};
     for (const std::string& argument : arguments)
-        words.push_back(const_cast<char*>(argument.c_str()));
-    words.push_back(nullptr);
+        argumentPointers.push_back(const_cast<char*>(argument.c_str()));
+    argumentPointers.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
     pid_t process = 0;
-    const int error = ::posix_spawn(&process, program.c_str(), &actions, nullptr, words.data(), ::environ);
+    const int error =
+        ::posix_spawn(&process, program.c_str(), &actions, nullptr, argumentPointers.data(), ::environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0)
         throw std::system_error(error, std::generic_category(), program);
     return process;
 }
 
-/// Whether it came to its end.
+/// Returns false if the deadline passed before the end of file.
 bool readToEnd(int descriptor, std::string& text, const Deadline& deadline)
 {
     std::array<char, 4096> chunk{};

@@ -6,19 +6,21 @@
 
 namespace Qvctl::Doctor {
 
-/// What a process said of itself.
+/// The outcome of a child process.
 struct ProcessOutcome {
-    /// False: it did not come to its end in time and was killed.
+    /// False if the process was killed because it exceeded the time limit.
     bool hasEnded = false;
+    /// -1 if it was killed by a signal.
     int exitCode = -1;
-    /// Of standard output and standard error together.
+    /// Standard output and standard error.
     std::string output;
 };
 
-/// The program that this process runs.
+/// The executable of this process.
 inline constexpr const char* thisProgram = "/proc/self/exe";
 
-/// Runs a program in the same environment. Throws `std::system_error` when it cannot be started.
+/// Runs a program in this process's environment until it exits. Throws `std::system_error` if it
+/// cannot be started.
 ProcessOutcome runSecondProcess(const std::string& program, const std::vector<std::string>& arguments,
                                 std::chrono::milliseconds timeout);
 

@@ -1,4 +1,4 @@
-// How the last upload of the device token ended, by the application's own record of its requests.
+// Checks the last upload of the device token in the app's record of its requests.
 
 #include "Core/Constants.h"
 #include "Platform/Network/ExchangeRecord.h"
@@ -23,20 +23,20 @@ std::string errorClause(std::int64_t code)
     using Code = Platform::URLError::Code;
     switch (static_cast<Code>(code)) {
     case Code::cancelled:
-        return "the app ended before the response";
+        return "the app exited before the response arrived";
     case Code::timedOut:
         return "it timed out";
     case Code::cannotFindHost:
         return "the host was not found";
     case Code::cannotConnectToHost:
-        return "there was no connection";
+        return "the connection failed";
     case Code::networkConnectionLost:
         return "the connection was lost";
     case Code::secureConnectionFailed:
-        return "there was no secure connection";
+        return "no secure connection could be established";
     case Code::serverCertificateHasBadDate:
     case Code::serverCertificateUntrusted:
-        return "the certificate was not accepted";
+        return "the certificate was rejected";
     default:
         return fmt::format("error {}", code);
     }
@@ -46,8 +46,8 @@ void reportFailure(CheckReport& report, const ExchangeRecord& upload)
 {
     const std::string found =
         upload.statusCode != 0
-            ? fmt::format("The upload of {} failed with status {}", timeText(upload.time), upload.statusCode)
-            : fmt::format("The upload of {} failed: {}", timeText(upload.time),
+            ? fmt::format("The upload on {} failed with status {}", timeText(upload.time), upload.statusCode)
+            : fmt::format("The upload on {} failed: {}", timeText(upload.time),
                           errorClause(upload.errorCode));
     if (!report.isPrevented(uploadCheck,
                             {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
@@ -62,10 +62,11 @@ void reportNoRequest(Examination& examination, const std::string& server)
     if (examination.pushService)
         examination.report.warning(uploadCheck,
                                    fmt::format("The app has not sent the device token to {} yet.", server),
-                                   "Restart the app; it uploads the token at each start.");
+                                   "Restart the app; it uploads the token on each launch.");
     else
         examination.report.skipped(
-            uploadCheck, "This version of the app has not recorded any requests; restart it if it is old.");
+            uploadCheck,
+            "The app has not recorded any requests; if an older version is running, restart it.");
 }
 
 void checkExchange(Examination& examination, const SecureURL& target)
@@ -85,7 +86,8 @@ void checkExchange(Examination& examination, const SecureURL& target)
                        fmt::format("The last request to {}, on {}, was not an upload of the device token.",
                                    target.endpoint(), timeText(last.time)));
     } else if (last.isSuccess()) {
-        report.ok(uploadCheck, fmt::format("The backend took the device token on {}.", timeText(last.time)));
+        report.ok(uploadCheck,
+                  fmt::format("The backend accepted the device token on {}.", timeText(last.time)));
     } else {
         reportFailure(report, last);
     }
@@ -99,18 +101,19 @@ void examineUpload(Examination& examination)
     if (report.isPrevented(uploadCheck, {"state.folder", "push.registration", "suite.readable"}))
         return;
     if (!examination.snapshot || !examination.snapshot->config.baseDomain) {
-        report.skipped(uploadCheck, "No token is uploaded: no backend is configured.");
+        report.skipped(uploadCheck, "No token is uploaded because no backend is configured.");
         return;
     }
     const auto& config = examination.snapshot->config;
     if (!config.deviceId) {
-        if (!report.isPrevented(uploadCheck, {"policy.values"}, "No token is uploaded without a device_id"))
-            report.warning(uploadCheck, "No token is uploaded: the configuration has no device_id.",
-                           "Set device_id.");
+        if (!report.isPrevented(uploadCheck, {"policy.values"},
+                                "No token is uploaded because device_id is not set"))
+            report.warning(uploadCheck, "No token is uploaded because device_id is not set.",
+                           "Set device_id in the policy file.");
     } else if (const auto target = uploadAddress(config)) {
         checkExchange(examination, *target);
     } else {
-        report.skipped(uploadCheck, "No upload can be sent with the stored configuration.");
+        report.skipped(uploadCheck, "The stored configuration does not allow an upload.");
     }
 }
 

@@ -23,25 +23,23 @@ using namespace Platform::Linux::Files;
 using namespace Policy;
 using Platform::PropertyList;
 
-/// The policy of this device, with a warning about a file that it hides. Throws `CommandError` when there is
-/// none.
+/// Reads this device's policy file and warns about ignored ones. Throws `CommandError` if none exists.
 DevicePolicy readDevicePolicy(const Options& options)
 {
     auto policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::yes);
     if (policy.bestReading().state == PolicyFileReading::State::missing)
-        throw CommandError(noInput, "there is no such file: " + policy.absence());
+        throw CommandError(noInput, "no policy file: " + policy.absence());
     if (!policy.ignored.empty())
         printError("{}", policy.ignoredText());
     return policy;
 }
 
-/// The value that the application uses for `key`, given the validated and masked configuration; absent when
-/// it has none.
+/// The value that the app uses for `key`; absent if it uses none. `config` is validated and masked.
 std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Core::ValidatedConfig& config,
                                           const PropertyList::Dictionary& managed, bool isRevealing)
 {
     if (key.isStored())
-        return Core::valuesOf(key, config).empty() ? std::nullopt : std::optional(joinedTexts(key, config));
+        return Core::valuesOf(key, config).empty() ? std::nullopt : std::optional(joinedValues(key, config));
     const auto found = managed.find(key.name);
     if (found == managed.end())
         return std::nullopt;
@@ -49,20 +47,21 @@ std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Cor
                                                              : found->second.description();
 }
 
-/// Why a key has the effective value it has.
+/// Why a key has its effective value.
 std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList::Dictionary& managed,
                                  const std::vector<LintFinding>& findings)
 {
     if (managed.find(key.name) == managed.end())
-        return {"the key is missing"};
-    std::vector<std::string> texts;
+        return {"the policy file does not set this key"};
+    std::vector<std::string> sentences;
     for (const LintFinding& finding : findings) {
         if (finding.key == key.name)
-            texts.push_back(fmt::format("{} {}; {}", subjectOf(finding), finding.problem, finding.effect));
+            sentences.push_back(
+                fmt::format("{} {}; {}", subjectOf(finding), finding.problem, finding.effect));
     }
-    if (texts.empty())
-        texts.emplace_back("taken as written");
-    return texts;
+    if (sentences.empty())
+        sentences.emplace_back("used as written");
+    return sentences;
 }
 
 } // namespace
@@ -112,7 +111,7 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
                               {"reasons", json::array(why.begin(), why.end())}};
             continue;
         }
-        print("{:<40}{}\n", key.name, value ? styled("{}", *value) : toned(Tone::warning, "no value"));
+        print("{:<40}{}\n", key.name, value ? styled("{}", *value) : toned(Tone::warning, "(none)"));
         for (const std::string& reason : why)
             print("    {}\n", reason);
         print("    {}\n", toned(Tone::faint, key.description));

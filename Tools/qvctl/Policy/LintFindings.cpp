@@ -20,64 +20,63 @@ using Platform::PropertyLists::PropertyListDocument;
 using FindingKind = ValidationFinding::Kind;
 using Core::ManagedKey;
 
-/// The words for one kind of finding; "{value}" stands for the value concerned, "{forms}" and "{example}" for
+/// The text for one kind of finding. Placeholders: {value} is the value concerned; {forms} and {example} are
 /// what the key accepts.
-struct Wording {
+struct FindingText {
     Severity severity;
     const char* problem;
     const char* effect;
     const char* fix;
 };
 
-Wording wordingOf(FindingKind kind)
+FindingText textOf(FindingKind kind)
 {
     switch (kind) {
     case FindingKind::wrongType:
-        return {Severity::error, "holds {value}", "it counts as missing", "write {forms}"};
+        return {Severity::error, "has the wrong type: {value}", "the app ignores it", "use {forms}"};
     case FindingKind::blank:
-        return {Severity::error, "is blank", "it counts as missing", "write the value, or leave the key out"};
+        return {Severity::error, "is blank", "the app ignores it", "enter a value or remove the key"};
     case FindingKind::elementNotText:
-        return {Severity::error, "is {value}, not a text",
-                "the whole list is dropped: no app may use single sign-on", "write every element as a text"};
+        return {Severity::error, "is {value}, not a string",
+                "the app ignores the whole list, so no app may use single sign-on",
+                "make every element a string"};
     case FindingKind::entryEmpty:
-        return {Severity::warning, "is an empty entry", "it is dropped",
-                "remove the surplus comma or element"};
+        return {Severity::warning, "is empty", "it is ignored", "remove the extra comma or element"};
     case FindingKind::entryHasForbiddenCharacter:
-        return {Severity::error, "{value} has a character other than a-z, A-Z, 0-9, \".\" and \"-\"",
-                "it is dropped", "write the app's bundle identifier, such as {example}"};
+        return {Severity::error, "{value} contains a character other than a-z, A-Z, 0-9, \".\" and \"-\"",
+                "it is ignored", "use the app's bundle identifier, such as {example}"};
     case FindingKind::entryHasNoDot:
-        return {Severity::error, "{value} has no \".\"", "it is dropped",
-                "write the app's whole bundle identifier, such as {example}"};
+        return {Severity::error, "{value} has no \".\"", "it is ignored",
+                "use the app's full bundle identifier, such as {example}"};
     case FindingKind::whiteSpaceTrimmed:
-        return {Severity::note, "has white space at an end", "the white space is taken away", ""};
+        return {Severity::note, "has leading or trailing white space", "it is removed", ""};
     case FindingKind::numberTakenAsText:
-        return {Severity::note, "is a number", "its decimal text is used", ""};
+        return {Severity::note, "is a number", "it is converted to a string", ""};
     case FindingKind::booleanTakenAsText:
-        return {Severity::warning, "is true or false", "1 or 0 is used as its text", "write {forms}"};
+        return {Severity::warning, "is true or false", "it is converted to \"1\" or \"0\"", "use {forms}"};
     case FindingKind::schemeAdded:
-        return {Severity::note, "names no scheme", "https:// is put in front", ""};
+        return {Severity::note, "has no scheme", "https:// is added", ""};
     case FindingKind::schemeUpgraded:
-        return {Severity::warning, "asks for plain http", "https is used instead", "write https://"};
+        return {Severity::warning, "uses http", "the app uses https instead", "write https://"};
     case FindingKind::entryRepeated:
-        return {Severity::warning, "{value} stands in the list before", "it is kept twice",
-                "remove one of them"};
+        return {Severity::warning, "{value} is a duplicate", "it stays in the list twice", "remove it"};
     case FindingKind::quotationMarks:
-        return {Severity::warning, "has quotation marks in it", "they are taken as part of the value",
+        return {Severity::warning, "contains quotation marks", "they become part of the value",
                 "remove them"};
     case FindingKind::schemeUnsupported:
-        return {Severity::error, "names another scheme than https",
-                "its name becomes the host, and the backend cannot be reached",
+        return {Severity::error, "has a scheme other than https",
+                "the app takes the scheme for the host and cannot reach the backend",
                 "write https:// once, followed by the host, such as {example}"};
     case FindingKind::carriesPath:
-        return {Severity::warning, "carries a path", "the path is put before that of every request",
-                "leave the path out unless the backend really lives below it"};
+        return {Severity::warning, "contains a path", "the path is prepended to every request path",
+                "remove the path unless the backend requires it"};
     }
     return {};
 }
 
-/// The value that a finding is about: the one under its key, or one element or piece of it.
-std::string concernedValue(const ValidationFinding& finding, const PropertyList::Dictionary& managed,
-                           bool isRevealing)
+/// The value that a finding is about: the value of its key, or one element of that list.
+std::string valueOf(const ValidationFinding& finding, const PropertyList::Dictionary& managed,
+                    bool isRevealing)
 {
     const PropertyList& value = managed.find(finding.key)->second;
     if (!isRevealing && isMasked(finding.key, value))
@@ -90,11 +89,11 @@ std::string concernedValue(const ValidationFinding& finding, const PropertyList:
 }
 
 std::optional<Platform::PropertyLists::TextPosition>
-placeOf(const PropertyListDocument& document, std::string_view key, std::optional<std::size_t> index)
+positionOf(const PropertyListDocument& document, std::string_view key, std::optional<std::size_t> index)
 {
     const auto& places = document.places.byPath;
     auto found = index ? places.find(fmt::format("{}/{}", key, *index)) : places.end();
-    if (found == places.end()) // A piece of a comma-separated text has the place of its text.
+    if (found == places.end()) // The elements of a comma-separated string have the position of the string.
         found = places.find(key);
     return found != places.end() ? std::optional(found->second.value) : std::nullopt;
 }
@@ -105,8 +104,8 @@ bool hasManagedKeys(const PropertyList::Dictionary& dictionary)
                        [](const auto& entry) { return Core::findManagedKey(entry.first) != nullptr; });
 }
 
-/// The path of the first dictionary inside `value` that has managed keys: "PayloadContent[0].Settings". Empty
-/// when there is none.
+/// The path of the first dictionary inside `value` that contains managed keys: "PayloadContent[0].Settings".
+/// Empty if no dictionary does.
 std::string pathOfManagedKeys(const PropertyList& value, const std::string& path)
 {
     const auto search = [&](const PropertyList& inner, const std::string& innerPath) {
@@ -129,17 +128,17 @@ std::string pathOfManagedKeys(const PropertyList& value, const std::string& path
     return {};
 }
 
-/// What is wrong with a document that has none of the managed keys where the application looks for them, and
-/// is no configuration with other keys.
-std::optional<LintFinding> wrongDocument(const PropertyList::Dictionary& managed)
+/// Returns the problem of a document that is empty, or that contains the managed keys only in a nested
+/// dictionary; absent for other documents.
+std::optional<LintFinding> misplacedKeys(const PropertyList::Dictionary& managed)
 {
     LintFinding finding{.severity = Severity::error,
-                        .key = "the file",
+                        .key = wholeFile,
                         .index = {},
                         .position = {},
                         .problem = "is empty",
-                        .effect = "it configures nothing",
-                        .fix = "qvctl config schema --format sample prints a policy to start from"};
+                        .effect = "nothing is configured",
+                        .fix = "start from the output of qvctl config schema --format sample"};
     if (managed.empty()) {
         finding.severity = Severity::warning;
         return finding;
@@ -150,33 +149,33 @@ std::optional<LintFinding> wrongDocument(const PropertyList::Dictionary& managed
     const std::string path = pathOfManagedKeys(PropertyList(managed), "");
     if (!isProfile && path.empty())
         return std::nullopt;
-    finding.problem = isProfile ? "is a whole configuration profile"
-                                : fmt::format("has the keys of this app inside {}", path);
-    finding.effect = "the app finds none of its keys and configures nothing";
-    finding.fix = path.empty() ? "deploy only the dictionary that holds the keys of this app"
-                               : fmt::format("deploy only the dictionary that is {}", path);
+    finding.problem = isProfile ? "is a complete configuration profile"
+                                : fmt::format("has the managed keys inside {}", path);
+    finding.effect = "the app finds no managed keys and configures nothing";
+    finding.fix = path.empty() ? "deploy only the dictionary with the managed keys"
+                               : fmt::format("deploy only the dictionary at {}", path);
     return finding;
 }
 
-/// Keys that the application never looks at.
+/// Keys that the app does not know.
 std::vector<LintFinding> unknownKeys(const PropertyListDocument& document)
 {
     std::vector<LintFinding> findings;
     for (const auto& [key, value] : *document.root.dictionary()) {
         if (Core::findManagedKey(key) != nullptr)
             continue;
-        const auto place = document.places.byPath.find(key);
+        const auto found = document.places.byPath.find(key);
         const auto suggestion = suggestedKey(key);
         const bool isError = suggestion && isSpelledAlike(key, *suggestion);
         findings.push_back({
             .severity = isError ? Severity::error : Severity::warning,
             .key = key,
             .index = {},
-            .position = place != document.places.byPath.end() ? place->second.key : std::nullopt,
-            .problem = "is not a key of this app",
+            .position = found != document.places.byPath.end() ? found->second.key : std::nullopt,
+            .problem = "is not a managed key",
             .effect = "it is ignored",
             .fix = suggestion ? fmt::format("did you mean \"{}\"? Keys are case-sensitive", *suggestion)
-                              : "remove it unless it is there for another reader",
+                              : "remove it unless another program uses it",
         });
     }
     return findings;
@@ -185,16 +184,16 @@ std::vector<LintFinding> unknownKeys(const PropertyListDocument& document)
 LintFinding describe(const ValidationFinding& finding, const PropertyListDocument& document, bool isRevealing)
 {
     const ManagedKey& key = *Core::findManagedKey(finding.key);
-    const Wording words = wordingOf(finding.kind);
-    const std::string value = concernedValue(finding, *document.root.dictionary(), isRevealing);
+    const FindingText text = textOf(finding.kind);
+    const std::string value = valueOf(finding, *document.root.dictionary(), isRevealing);
     return {
-        .severity = words.severity,
+        .severity = text.severity,
         .key = std::string(finding.key),
         .index = finding.index,
-        .position = placeOf(document, finding.key, finding.index),
-        .problem = fmt::format(fmt::runtime(words.problem), fmt::arg("value", value)),
-        .effect = words.effect,
-        .fix = fmt::format(fmt::runtime(words.fix), fmt::arg("forms", Core::acceptedForms(key.kind)),
+        .position = positionOf(document, finding.key, finding.index),
+        .problem = fmt::format(fmt::runtime(text.problem), fmt::arg("value", value)),
+        .effect = text.effect,
+        .fix = fmt::format(fmt::runtime(text.fix), fmt::arg("forms", Core::acceptedForms(key.kind)),
                            fmt::arg("example", Core::splitAtCommas(key.example).front())),
     };
 }
@@ -207,11 +206,11 @@ LintFinding describe(const UnusableValue& value, const PropertyListDocument& doc
         .severity = Severity::error,
         .key = std::string(value.key),
         .index = {},
-        .position = placeOf(document, value.key, {}),
+        .position = positionOf(document, value.key, {}),
         .problem = fmt::format("cannot be used: {}", value.reason),
         .effect = isAddress ? "the backend cannot be reached" : "no request can be sent to the backend",
         .fix = isAddress ? fmt::format("write https:// and the host, such as {}", key.example)
-                         : "write the value as the backend knows it",
+                         : "use the value that the backend expects",
     };
 }
 
@@ -250,7 +249,7 @@ bool isMasked(std::string_view key, const PropertyList& value)
 std::vector<LintFinding> findProblems(const PropertyListDocument& document, bool isRevealing)
 {
     const PropertyList::Dictionary& managed = *document.root.dictionary();
-    if (const auto problem = wrongDocument(managed))
+    if (const auto problem = misplacedKeys(managed))
         return {*problem};
     std::vector<LintFinding> findings = unknownKeys(document);
     std::vector<ValidationFinding> validation;

@@ -15,34 +15,38 @@ enum class Severity { error, warning, note };
 
 std::string_view severityName(Severity severity);
 
-/// One finding about a configuration, in words.
+/// `LintFinding::key` for a problem that concerns no single key.
+inline constexpr const char* wholeFile = "the file";
+
+/// One problem of a policy file, described for the user.
 struct LintFinding {
     Severity severity;
     std::string key;
     std::optional<std::size_t> index;
-    /// Absent where the format has no lines.
+    /// Absent if the format has no lines.
     std::optional<Platform::PropertyLists::TextPosition> position;
-    /// What is the matter.
+    /// A predicate whose subject is the key: "is blank".
     std::string problem;
-    /// What the application makes of it.
+    /// What the app does about it, as a clause.
     std::string effect;
-    /// What to write instead; may be empty.
+    /// How to correct it; may be empty.
     std::string fix;
 };
 
-/// Every problem of a managed dictionary: what validation drops or alters, what the client cannot use, and
-/// keys that the application never looks at.
+/// Lists every problem of a managed configuration: values that validation drops or changes, values that the
+/// API client cannot use, and unknown keys.
 std::vector<LintFinding> findProblems(const Platform::PropertyLists::PropertyListDocument& document,
                                       bool isRevealing);
 
-/// The known key that `key` was probably meant to be.
+/// The managed key that `key` is probably a misspelling of.
 std::optional<std::string_view> suggestedKey(std::string_view key);
 
-/// Whether the value of `key` is a secret. That of an unknown key may be one: a password, or a misspelt key.
+/// Whether the value of `key` is a secret. Unknown keys count as secret: they may be passwords or misspelled
+/// secret keys.
 bool isSecret(std::string_view key);
 
-/// Whether `value` under `key` is hidden without --reveal: because of its key, or because it holds a
-/// dictionary, whose keys are all unknown.
+/// Whether `value` of `key` is masked without --reveal: because the key is secret, or because the value
+/// contains a dictionary, whose keys are unknown.
 bool isMasked(std::string_view key, const Platform::PropertyList& value);
 
 } // namespace Qvctl::Policy

@@ -12,7 +12,7 @@ namespace {
 
 namespace json = boost::json;
 
-std::string placeOf(const std::filesystem::path& file, const LintFinding& finding)
+std::string locationOf(const std::filesystem::path& file, const LintFinding& finding)
 {
     const auto& position = finding.position;
     return position ? fmt::format("{}:{}:{}", file.string(), position->line, position->column)
@@ -26,10 +26,10 @@ Tone toneOf(Severity severity)
                                            : Tone::faint;
 }
 
-/// `severity` is the name of that of the finding, in color or not.
+/// `severity` is the name of the finding's severity, possibly in color.
 std::string lineOf(const std::filesystem::path& file, const LintFinding& finding, const Styled& severity)
 {
-    return styled("{}: {}: {} {}; {}{}{}\n", placeOf(file, finding), severity, subjectOf(finding),
+    return styled("{}: {}: {} {}; {}{}{}\n", locationOf(file, finding), severity, subjectOf(finding),
                   finding.problem, finding.effect, finding.fix.empty() ? "" : "; ", finding.fix)
         .text;
 }

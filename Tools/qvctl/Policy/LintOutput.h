@@ -10,13 +10,13 @@
 
 namespace Qvctl::Policy {
 
-/// "key", or "key[2]" for a finding about one element.
+/// Returns "key", or "key[2]" for a finding about one element.
 std::string subjectOf(const LintFinding& finding);
 
-/// Each finding on a line, in color where standard output has it: "FILE:2:5: error: key problem; effect;
-/// fix".
+/// Prints one line per finding, in color if standard output supports it: "FILE:2:5: error: key problem;
+/// effect; fix".
 void printFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings);
-/// The same lines on standard error.
+/// Prints the same lines to standard error, without color.
 void reportFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings);
 
 boost::json::array findingsJSON(const std::vector<LintFinding>& findings);

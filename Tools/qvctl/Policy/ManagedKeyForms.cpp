@@ -21,7 +21,7 @@ using KeyKind = ManagedKey::Kind;
 
 constexpr const char* formLanguage = "en-US";
 
-/// Inside brackets: the characters that validation takes away at the ends of a text.
+/// The white space that validation trims, as the content of a regular expression's brackets.
 constexpr std::string_view whiteSpace =
     R"(\t-\r \u0085\u00a0\u1680\u2000-\u200a\u2028\u2029\u202f\u205f\u3000)";
 
@@ -30,13 +30,13 @@ std::string notBlankPattern()
     return fmt::format("[^{}]", whiteSpace);
 }
 
-/// One bundle identifier, or nothing, within white space.
+/// Matches one bundle identifier or nothing, surrounded by white space.
 std::string bundleIdPattern()
 {
     return fmt::format(R"([{0}]*([A-Za-z0-9-]*\.[A-Za-z0-9.-]*)?[{0}]*)", whiteSpace);
 }
 
-/// The example as the value that one would write.
+/// The key's example as the value to write in a policy file.
 json::value exampleValue(const ManagedKey& key)
 {
     switch (key.kind) {
@@ -51,9 +51,8 @@ json::value exampleValue(const ManagedKey& key)
     return json::string(key.example);
 }
 
-/// A name that has the letters and digits of `key` and is not meant to be any other: case and punctuation do
-/// not count.
-std::string likeness(std::string_view key)
+/// Matches every spelling of `key` that differs only in case or punctuation.
+std::string similarNamePattern(std::string_view key)
 {
     std::string pattern = "[^A-Za-z0-9]*";
     for (const char character : key) {
@@ -66,23 +65,23 @@ std::string likeness(std::string_view key)
     return pattern;
 }
 
-/// Names of keys: any but those that differ from one of the application's only in case or punctuation.
+/// Accepts any key name except those that differ from a managed key only in case or punctuation.
 json::object keyNames()
 {
     json::array names;
-    std::vector<std::string> likenesses;
+    std::vector<std::string> patterns;
     for (const ManagedKey& key : Core::managedKeys()) {
         names.emplace_back(key.name);
-        likenesses.push_back(likeness(key.name));
+        patterns.push_back(similarNamePattern(key.name));
     }
-    return {
-        {"$comment", "Other keys are ignored. One that only differs in case or punctuation is a mistake."},
-        {"anyOf",
-         {{{"enum", std::move(names)}},
-          {{"not", {{"pattern", fmt::format("^({})$", fmt::join(likenesses, "|"))}}}}}}};
+    return {{"$comment", "Unknown keys are ignored. A key that differs from a managed key only in case or "
+                         "punctuation is an error."},
+            {"anyOf",
+             {{{"enum", std::move(names)}},
+              {{"not", {{"pattern", fmt::format("^({})$", fmt::join(patterns, "|"))}}}}}}};
 }
 
-/// What values must look like, by the name under which keys refer to it.
+/// The schemas of the values, by the name that the keys refer to.
 json::object definitions()
 {
     const std::string one = bundleIdPattern();
@@ -90,17 +89,17 @@ json::object definitions()
         {"textOrNumber",
          {{"anyOf",
            {{{"type", "string"}, {"pattern", notBlankPattern()}},
-            {{"type", {"number", "boolean"}}, {"$comment", "Its decimal text is used."}}}}}},
+            {{"type", {"number", "boolean"}}, {"$comment", "Converted to a string."}}}}}},
         {"bundleIds",
          {{"anyOf",
            {{{"type", "array"}, {"items", {{"type", "string"}, {"pattern", "^" + one + "$"}}}},
             {{"type", "string"},
              {"pattern", fmt::format("^{0}(,{0})*$", one)},
-             {"$comment", "The same with commas between them."}}}}}},
+             {"$comment", "Bundle identifiers separated by commas."}}}}}},
     };
 }
 
-/// The name among the definitions; null where anything will do.
+/// The name of the value's schema in `definitions`; null if any value is accepted.
 const char* definitionOf(KeyKind kind)
 {
     switch (kind) {
@@ -115,7 +114,7 @@ const char* definitionOf(KeyKind kind)
     return nullptr;
 }
 
-/// The element that declares a value of the kind in a form.
+/// The XML element that declares a value of this kind.
 const char* formType(KeyKind kind)
 {
     switch (kind) {
@@ -155,7 +154,7 @@ json::object jsonSchema()
     }
     return {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
             {"title", "Managed configuration of Quorvane MDM"},
-            {"description", "Keys are case-sensitive and may all be left out. Other keys are ignored."},
+            {"description", "All keys are optional and case-sensitive. Unknown keys are ignored."},
             {"type", "object"},
             {"properties", std::move(properties)},
             {"propertyNames", keyNames()},

@@ -6,18 +6,18 @@
 
 namespace Qvctl::Policy {
 
-// The managed keys in the forms in which other programs take them.
+// Descriptions of the managed keys for other programs.
 
-/// A schema of the policy file as JSON. It accepts every key that `lint` has no error about, and every value
-/// that validation does not drop; whether a value can be used in a request only `lint` knows. Source: JSON
+/// A JSON Schema of the policy file. It accepts all keys without `lint` errors and all values that
+/// validation does not drop; it cannot check whether a value can be used in a request. Source: JSON
 /// Schema, draft 2020-12.
 boost::json::object jsonSchema();
 
-/// The form by which a management console asks for the values. Source: the managedAppConfiguration schema of
-/// the AppConfig Community, appconfig.xsd.
+/// The XML from which a management console builds a form. Source: the managedAppConfiguration schema of the
+/// AppConfig Community, appconfig.xsd.
 std::string appConfigForm();
 
-/// A policy with every key, to be changed and put in force.
+/// A policy file with an example value for every managed key.
 boost::json::object samplePolicy();
 
 } // namespace Qvctl::Policy

@@ -1,4 +1,4 @@
-// The verbs that work on a policy file: check it, install it, remove the one in force.
+// The commands that check, install and remove a policy file.
 
 #include "Platform/Linux/DevicePaths.h"
 #include "Tools/qvctl/Commands.h"
@@ -26,17 +26,19 @@ bool isAbsent(const PolicyFileReading& reading)
            reading.state == PolicyFileReading::State::unreadable;
 }
 
-/// A file that does not parse has one finding: where and why.
+/// A file that cannot be parsed has a single finding.
 std::vector<LintFinding> findingsOf(const PolicyFileReading& reading, bool isRevealing)
 {
     if (reading.state == PolicyFileReading::State::good)
         return findProblems(reading.document, isRevealing);
+    // Most reasons are predicates ("is empty"), some are clauses ("a key appears twice in one dictionary").
+    const bool isPredicate = reading.reason.starts_with("is ") || reading.reason.starts_with("holds ");
     return {{.severity = Severity::error,
-             .key = "the file",
+             .key = wholeFile,
              .index = {},
              .position = reading.position,
-             .problem = fmt::format("is not taken: {}", reading.reason),
-             .effect = "the last good configuration stays in force",
+             .problem = (isPredicate ? "" : "is invalid: ") + reading.reason,
+             .effect = "the app keeps the last valid configuration",
              .fix = ""}};
 }
 
@@ -77,16 +79,16 @@ ExitCode configSet(const Options& options, const std::string& file, bool isForce
     if (hasErrors(findings) && !(isParsed && isForced))
         return fail(options, configuration,
                     fmt::format("{} was not installed: {}", file,
-                                isParsed ? "correct its errors, or install it as it is with --force"
+                                isParsed ? "fix its errors, or install it anyway with --force"
                                          : "it cannot be parsed"),
                     {{"path", file}, {"outcome", "refused"}, {"findings", findingsJSON(findings)}});
 
-    const auto places = DevicePaths::policyCandidates(options.managedConfiguration);
-    const Installation result = installPolicy(places, reading.bytes, reading.document.format);
+    const auto candidates = DevicePaths::policyCandidates(options.managedConfiguration);
+    const Installation result = installPolicy(candidates, reading.bytes, reading.document.format);
     if (!result.closedFolder.empty())
-        printError("other users cannot enter {}, so an app that one of them runs does not find the policy "
-                   "(chmod go+x)",
-                   result.closedFolder);
+        printError(
+            "other users cannot enter {}, so their apps do not find the policy file; run: chmod go+x {}",
+            result.closedFolder, result.closedFolder);
     if (options.isJSON)
         printJSON({{"path", result.file.string()},
                    {"outcome", result.isChanged ? "installed" : "unchanged"},
@@ -94,18 +96,18 @@ ExitCode configSet(const Options& options, const std::string& file, bool isForce
     else if (result.isChanged)
         print("Installed {}\n", result.file);
     else
-        print("{} is unchanged: it has this content already\n", result.file);
+        print("{} is already up to date\n", result.file);
     return success;
 }
 
 ExitCode configClear(const Options& options)
 {
-    const auto paths = DevicePaths::policyCandidates(options.managedConfiguration);
-    const auto removed = removePolicy(paths);
+    const auto candidates = DevicePaths::policyCandidates(options.managedConfiguration);
+    const auto removed = removePolicy(candidates);
     if (options.isJSON) {
         printJSON({{"removed", pathsJSON(removed)}});
     } else if (removed.empty()) {
-        print("There was no managed configuration to remove\n");
+        print("No policy file to remove\n");
     }
     for (const auto& path : removed) {
         if (!options.isJSON)

@@ -21,7 +21,7 @@ PolicyFileReading readNamedPolicy(const std::string& name)
     struct stat status {};
     const bool isStream =
         ::stat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-    // Waits for the writer of a pipe, which the application never does.
+    // Unlike the app, this waits for the writer of a pipe.
     const FileDescriptor stream(isStream ? ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY) : -1);
     return stream ? readPolicyStream(stream.get(), name, WithPlaces::yes)
                   : readPolicyFile(name, TrustCheck::skipped, WithPlaces::yes);
@@ -30,7 +30,7 @@ PolicyFileReading readNamedPolicy(const std::string& name)
 ExitCode failUnusable(const Options& options, const PolicyFileReading& reading)
 {
     const std::string reason = reading.state == PolicyFileReading::State::missing
-                                   ? reading.path.string() + ": there is no such file"
+                                   ? reading.path.string() + ": no such file"
                                    : reading.diagnostic();
     const bool isAbsent = reading.state == PolicyFileReading::State::missing ||
                           reading.state == PolicyFileReading::State::unreadable;

@@ -7,10 +7,10 @@
 
 namespace Qvctl::Policy {
 
-/// Reads a policy that the command line names, trusted or not: a file, a pipe, or standard input for "-".
+/// Reads a file, a pipe, or standard input for "-", without the trust check.
 Platform::Linux::Files::PolicyFileReading readNamedPolicy(const std::string& name);
 
-/// Reports why a policy is not good; returns the exit code for it.
+/// Reports why a policy file cannot be used; returns the exit code.
 ExitCode failUnusable(const Options& options, const Platform::Linux::Files::PolicyFileReading& reading);
 
 } // namespace Qvctl::Policy

@@ -35,15 +35,15 @@ const fs::path& candidateFor(PropertyListFormat format, const std::vector<fs::pa
     return candidates.front();
 }
 
-/// The candidates that are there, each of which is no folder.
-std::vector<fs::path> presentFiles(const TrustedFolder& folder, const std::vector<fs::path>& candidates)
+/// The candidates that exist. Throws `CommandError` if one of them is a folder.
+std::vector<fs::path> existingFiles(const TrustedFolder& folder, const std::vector<fs::path>& candidates)
 {
     std::vector<fs::path> files;
     for (const fs::path& candidate : candidates) {
         const auto status = folder.status(candidate.filename());
         if (status && S_ISDIR(status->st_mode))
-            throw CommandError(configuration, "nothing was changed, since " + candidate.string() +
-                                                  " is a folder: move it away");
+            throw CommandError(configuration,
+                               "nothing was changed: " + candidate.string() + " is a folder; move it away");
         if (status)
             files.push_back(candidate);
     }
@@ -75,7 +75,7 @@ Installation installPolicy(const std::vector<fs::path>& candidates, std::string_
     const mode_t fileMode = isRoot() ? rootFileMode : userFileMode;
     const auto folder =
         TrustedFolder::openOrCreate(target.parent_path(), isRoot() ? rootFolderMode : userFolderMode);
-    const auto present = presentFiles(folder, candidates);
+    const auto present = existingFiles(folder, candidates);
     Installation result;
     result.file = target;
     if (isRoot() && folder.path() == Platform::Linux::policyFolder && folder.mode() != rootFolderMode)
@@ -100,7 +100,7 @@ std::vector<fs::path> removePolicy(const std::vector<fs::path>& candidates)
     const auto folder = TrustedFolder::open(candidates.front().parent_path());
     if (!folder)
         return {};
-    auto present = presentFiles(*folder, candidates);
+    auto present = existingFiles(*folder, candidates);
     for (const fs::path& file : present)
         folder->remove(file.filename());
     if (!present.empty())

@@ -8,29 +8,28 @@
 
 namespace Qvctl::Policy {
 
-/// What came of installing a policy.
+/// The result of installing a policy file.
 struct Installation {
     std::filesystem::path file;
-    /// False: the file held exactly these bytes already and nothing was written.
+    /// False if the file already had exactly these bytes and nothing was written.
     bool isChanged = true;
-    /// The first folder on the way to the file that other users cannot enter, so that their applications do
-    /// not find it; empty when there is none. Only for root.
+    /// The first folder above the file that other users cannot enter, so that their apps do not find the
+    /// file. Empty if they can enter all folders, or if this user is not root.
     std::filesystem::path closedFolder;
 };
 
-// Both functions first check that nobody but root and this user can change the folder of the policy or
-// anything on the way to it, by the rules of the application. They throw `CommandError` when that does not
-// hold or a folder stands in the place of a policy file, and `std::system_error` naming the file or folder
-// when the system refuses something; nothing has been changed then. All candidates are in one folder.
+// Both functions first check, by the app's rules, that only root and this user can change the policy file's
+// folder and those above it. Errors: `CommandError` if others can, or if a candidate is a folder;
+// `std::system_error`, which names the file or folder, if an operation fails. In both cases nothing was
+// changed. All candidates must be in one folder.
 
-/// Makes `bytes` the managed configuration: replaces the candidate of that format in one step, then removes
-/// the other ones, which would hide it or be hidden. The file belongs to this user and has mode 0644 for root
-/// and 0600 for others; missing folders are made with 0755 or 0700, and the folder of the system's policy
-/// gets 0755 again. The umask does not matter.
+/// Makes `bytes` the managed configuration: atomically replaces the candidate of that format, then removes
+/// the other candidates. The file belongs to this user; its mode is 0644 for root and 0600 for others.
+/// Missing folders get mode 0755 or 0700, and /etc/quorvane-mdm is reset to 0755. Ignores the umask.
 Installation installPolicy(const std::vector<std::filesystem::path>& candidates, std::string_view bytes,
                            Platform::PropertyLists::PropertyListFormat format);
 
-/// Removes every candidate that is there and returns which. Removes no folder.
+/// Removes the candidates that exist and returns them. Removes no folder.
 std::vector<std::filesystem::path> removePolicy(const std::vector<std::filesystem::path>& candidates);
 
 } // namespace Qvctl::Policy

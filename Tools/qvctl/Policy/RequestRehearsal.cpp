@@ -23,7 +23,7 @@ namespace {
 using Core::APIError;
 using Core::ValidatedConfig;
 
-/// Stand in for the values that are not being tried.
+// Used for the values that are not being tried.
 constexpr const char* someDomain = "https://localhost";
 constexpr const char* someDeviceId = "DEVICE";
 
@@ -38,13 +38,13 @@ private:
     const ValidatedConfig& m_config;
 };
 
-/// The client logs what it cannot send; here that is the result.
+/// Drops the client's log lines; the caller reports failures itself.
 class NoLog final : public Core::LogSink {
 public:
     void write(std::string_view, Core::LogLevel, Core::LogPrivacy, const Platform::LogHandle&) override {}
 };
 
-/// Runs its items on the thread that calls `run()`.
+/// Runs its work on the thread that calls `run()`.
 class Queue final : public Platform::DispatchQueue {
 public:
     void async(Work work) override { m_items.push_back(std::move(work)); }
@@ -58,7 +58,7 @@ private:
     std::deque<Work> m_items;
 };
 
-/// Checks a request as the transport does before it sends one, and answers it with an empty response.
+/// Checks requests as the transport does before sending, and completes them with an empty response.
 class CheckingSession final : public Platform::URLSession {
 public:
     explicit CheckingSession(Queue& queue) : m_queue(queue) {}
@@ -69,7 +69,7 @@ public:
         m_queue.async(
             [outcome = std::move(outcome), completion = std::move(completion)] { completion(outcome); });
     }
-    /// Of the last request; absent when it was refused.
+    /// The URL of the last request; absent if the check failed.
     [[nodiscard]] const std::optional<Platform::Network::SecureURL>& target() const { return m_target; }
 
 private:
@@ -95,28 +95,28 @@ bool isURLCharacter(char character)
            std::string_view("-._~:/?#[]@!$&'()*+,;=%").find(character) != std::string_view::npos;
 }
 
-/// What keeps `text` from being part of a URL, for the values that the client refused.
-std::string flawOf(std::string_view text)
+/// Why the client could not use `text` in a URL.
+std::string invalidURLReason(std::string_view text)
 {
     while (!text.empty()) {
         const auto [character, length] = Platform::characterOrByte(text);
         const std::string_view bytes = text.substr(0, length);
         if (Core::isQuotationMark(character))
-            return "it has a quotation mark in it: " + std::string(bytes);
+            return "it contains a quotation mark: " + std::string(bytes);
         if (character == ' ')
-            return "it has a blank in it";
+            return "it contains a space";
         if (Platform::isUnprintable(character))
-            return "it has a line break or another unprintable character in it";
+            return "it contains a line break or another unprintable character";
         if (character >= 0x80)
-            return fmt::format("it has a character in it that is not ASCII: {}", bytes);
+            return fmt::format("it contains a character that is not ASCII: {}", bytes);
         if (!isURLCharacter(text.front()))
-            return fmt::format("it has a character in it that no URL may have: {}", bytes);
+            return fmt::format("it contains a character that is not allowed in a URL: {}", bytes);
         text.remove_prefix(length);
     }
-    return "it is not of the form of a URL; check the port and each \"%\"";
+    return "it is not a valid URL; check the port and each \"%\"";
 }
 
-/// A sentence about something else as the end of another one.
+/// Turns a sentence into a clause: lower-case, without a full stop.
 std::string clause(std::string sentence)
 {
     if (!sentence.empty())
@@ -126,10 +126,10 @@ std::string clause(std::string sentence)
     return sentence;
 }
 
-/// What became of a request that was composed and checked, and not sent.
+/// The result of building and checking a request.
 struct UploadAttempt {
     std::optional<Platform::Network::SecureURL> target;
-    /// The transport's, as a clause; empty when the client could not compose the address.
+    /// The transport's reason, as a clause; empty if the client could not build the URL.
     std::string refusal;
 };
 
@@ -144,7 +144,7 @@ Platform::Task<void> upload(const Core::APIClient& client, std::string path, Upl
     }
 }
 
-/// Has the client compose the upload of a device token and the transport check it.
+/// Builds and checks the upload of a device token.
 UploadAttempt attemptUpload(const ValidatedConfig& config)
 {
     Queue queue;
@@ -167,13 +167,14 @@ CheckedAddress checkBackendAddress(const std::string& baseDomain)
 {
     if (const auto scheme = Core::unsupportedScheme(baseDomain))
         return {.target = {},
-                .refusal = fmt::format("it names the scheme \"{}\" where the host belongs", *scheme)};
+                .refusal = fmt::format("it has the scheme \"{}\" where the host belongs", *scheme)};
     ValidatedConfig config;
     config.baseDomain = baseDomain;
     const UploadAttempt attempt = attemptUpload(config);
     if (attempt.target)
         return {.target = attempt.target, .refusal = {}};
-    return {.target = {}, .refusal = attempt.refusal.empty() ? flawOf(baseDomain) : attempt.refusal};
+    return {.target = {},
+            .refusal = attempt.refusal.empty() ? invalidURLReason(baseDomain) : attempt.refusal};
 }
 
 std::optional<Platform::Network::SecureURL> uploadAddress(const ValidatedConfig& config)
@@ -193,7 +194,7 @@ std::vector<UnusableValue> unusableValues(const ValidatedConfig& config)
         tried.** member = config.**member;
         if (const UploadAttempt attempt = attemptUpload(tried); !attempt.target)
             values.push_back(
-                {key.name, attempt.refusal.empty() ? flawOf(*(config.**member)) : attempt.refusal});
+                {key.name, attempt.refusal.empty() ? invalidURLReason(*(config.**member)) : attempt.refusal});
     }
     return values;
 }

@@ -10,29 +10,30 @@
 
 namespace Qvctl::Policy {
 
-// What the application could do with a configuration: its own client composes the upload of a device token,
-// its own transport checks the request, and nothing is sent. The reasons are clauses that quote no value.
+// Checks whether requests can be sent with a configuration: the app's API client builds the upload of a
+// device token and the app's transport checks the request, but nothing is sent. The reasons are clauses and
+// quote no value.
 
 struct CheckedAddress {
-    /// Where requests would go; absent when none can be sent.
+    /// The server and path of the upload; absent if no request can be sent.
     std::optional<Platform::Network::SecureURL> target;
-    /// Why none can be sent.
+    /// Why no request can be sent.
     std::string refusal;
 };
 
 CheckedAddress checkBackendAddress(const std::string& baseDomain);
 
-/// Where the device token is uploaded with this configuration, which has a device identifier; absent when no
-/// such request can be sent.
+/// The URL to which the device token is uploaded; absent if the request cannot be sent. `config` must have a
+/// device identifier.
 std::optional<Platform::Network::SecureURL> uploadAddress(const Core::ValidatedConfig& config);
 
-/// A value with which no request can be sent.
+/// A value that makes every request fail.
 struct UnusableValue {
     std::string_view key;
     std::string reason;
 };
 
-/// The values of `config` that keep requests from being sent, each tried on its own.
+/// Lists the values of `config` that make every request fail; tries each separately.
 std::vector<UnusableValue> unusableValues(const Core::ValidatedConfig& config);
 
 } // namespace Qvctl::Policy

@@ -24,7 +24,7 @@ using Platform::Storage::PathStep;
     throw std::system_error(errno, std::generic_category(), path.string());
 }
 
-/// A name that is free, with overwhelming probability.
+/// Returns a random hidden name, unused with overwhelming probability.
 std::string temporaryName(const std::string& name)
 {
     std::random_device random;
@@ -38,10 +38,9 @@ std::optional<TrustedFolder> TrustedFolder::open(const fs::path& path)
     FileDescriptor walked;
     const auto steps = Platform::Storage::walkPath(path, &walked);
     if (const auto reason = Platform::Storage::distrustReason(steps))
-        throw CommandError(
-            configuration,
-            fmt::format("nothing was changed, since the app would not trust a policy in {}: {}",
-                        path.string(), *reason));
+        throw CommandError(configuration,
+                           fmt::format("nothing was changed: the app would not trust a policy file in {}: {}",
+                                       path.string(), *reason));
     const PathStep& last = steps.back();
     if (last.kind == PathStep::Kind::missing && last.error == ENOENT)
         return std::nullopt;

@@ -10,31 +10,31 @@
 
 namespace Qvctl::Policy {
 
-/// A folder that nobody but root and this user can change, nor anything on the way to it. It is held open, so
-/// that what was checked is what is used, whatever becomes of its path.
+/// An open folder that, like every folder above it, only root and this user can change. All operations use
+/// the open descriptor, so they act on the checked folder even if its path changes.
 ///
-/// Errors: `CommandError` when the folder cannot be trusted, `std::system_error` naming the file or folder.
+/// Errors: `CommandError` if the folder cannot be trusted; `std::system_error`, naming the file or folder.
 class TrustedFolder {
 public:
-    /// Absent when there is no such folder.
+    /// Absent if the folder does not exist.
     static std::optional<TrustedFolder> open(const std::filesystem::path& path);
-    /// Makes the folder and those above it, where they are missing, with exactly this mode.
+    /// Creates missing folders, including those above, with exactly this mode.
     static TrustedFolder openOrCreate(const std::filesystem::path& path, mode_t mode);
 
     [[nodiscard]] const std::filesystem::path& path() const { return m_path; }
     [[nodiscard]] mode_t mode() const;
     void setMode(mode_t mode) const;
 
-    /// Of the entry itself, where it is a link; absent when there is no such entry.
+    /// Does not follow symbolic links. Absent if there is no such entry.
     [[nodiscard]] std::optional<struct stat> status(const std::string& name) const;
-    /// The content of a regular file of up to `maximumBytes`; absent when there is no such file.
+    /// Returns up to `maximumBytes` of a regular file; absent if there is no such file.
     [[nodiscard]] std::optional<std::string> read(const std::string& name, std::size_t maximumBytes) const;
-    /// Replaces the entry, which is no folder, in one step by a file of this user with exactly this mode. It
-    /// has reached the disk then.
+    /// Atomically replaces the entry, which must not be a folder, with a file that belongs to this user and
+    /// has exactly this mode. The content is on disk when this returns.
     void replace(const std::string& name, std::string_view bytes, mode_t mode) const;
-    /// Removes the entry, which is no folder.
+    /// Removes the entry, which must not be a folder.
     void remove(const std::string& name) const;
-    /// Brings changes of entries to the disk.
+    /// Flushes renamed and removed entries to disk.
     void synchronize() const;
 
 private:
