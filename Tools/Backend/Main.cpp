@@ -230,9 +230,9 @@ json::object push(const std::string& token, const std::string& payload, const Pu
     return line;
 }
 
-class CommandLine {
+class Arguments {
 public:
-    CommandLine()
+    Arguments()
     {
         m_parser.footer(footer);
         m_parser.add_option("--port", m_port, "Port on 127.0.0.1 (default: any free port)")->type_name("N");
@@ -370,7 +370,7 @@ int main(int argc, char** argv)
         sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     try {
-        return CommandLine().run(argc, argv, signals);
+        return Arguments().run(argc, argv, signals);
     } catch (const UsageError& error) {
         fmt::print(stderr, "quorvane-backend: {}\nTry quorvane-backend --help.\n", error.what());
         return usage;

@@ -61,15 +61,15 @@ std::string closestCommand(std::string_view word, const CLI::App& group)
 {
     std::vector<std::string> names;
     std::vector<std::string> paths;
-    const std::function<void(const CLI::App&, const std::string&)> collect = [&](const CLI::App& from,
-                                                                                 const std::string& prefix) {
-        for (const CLI::App* command : commandsOf(from)) {
-            names.push_back(command->get_name());
-            paths.push_back(prefix + command->get_name());
-            collect(*command, paths.back() + " ");
-        }
-    };
-    collect(group, group.get_parent() != nullptr ? group.get_name() + " " : "");
+    const std::function<void(const CLI::App&, const std::string&)> addCommands =
+        [&](const CLI::App& from, const std::string& prefix) {
+            for (const CLI::App* command : commandsOf(from)) {
+                names.push_back(command->get_name());
+                paths.push_back(prefix + command->get_name());
+                addCommands(*command, paths.back() + " ");
+            }
+        };
+    addCommands(group, group.get_parent() != nullptr ? group.get_name() + " " : "");
     const auto closest = closestWord(word, {names.begin(), names.end()});
     return closest ? paths[*closest] : std::string();
 }
