@@ -157,7 +157,7 @@ KeyedDecoder::KeyedDecoder(const json::value& value)
                    : throw DecodingError(DecodingError::Kind::typeMismatch, "The data is not a JSON object."))
 {}
 
-const json::value& KeyedDecoder::required(std::string_view key) const
+const json::value& KeyedDecoder::member(std::string_view key) const
 {
     const auto* value = m_object.if_contains(key);
     if (value == nullptr)
@@ -167,7 +167,7 @@ const json::value& KeyedDecoder::required(std::string_view key) const
 
 std::int64_t KeyedDecoder::integer(std::string_view key) const
 {
-    const json::value& value = required(key);
+    const json::value& value = member(key);
     json::error_code error;
     // Also converts a real number without a fraction.
     const auto integer = value.is_number() ? value.to_number<std::int64_t>(error) : 0;
@@ -178,7 +178,7 @@ std::int64_t KeyedDecoder::integer(std::string_view key) const
 
 double KeyedDecoder::number(std::string_view key) const
 {
-    const json::value& value = required(key);
+    const json::value& value = member(key);
     const double number = value.is_number() ? value.to_number<double>() : 0;
     if (!value.is_number() || !std::isfinite(number))
         throwMismatch(key, "a number in range", value);
@@ -187,7 +187,7 @@ double KeyedDecoder::number(std::string_view key) const
 
 std::vector<std::string> KeyedDecoder::strings(std::string_view key) const
 {
-    const json::value& value = required(key);
+    const json::value& value = member(key);
     const auto* array = value.if_array();
     if (array == nullptr)
         throwMismatch(key, "an array of strings", value);

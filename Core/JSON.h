@@ -61,7 +61,7 @@ public:
     [[nodiscard]] std::optional<std::string> optionalString(std::string_view key) const;
 
 private:
-    [[nodiscard]] const boost::json::value& required(std::string_view key) const;
+    [[nodiscard]] const boost::json::value& member(std::string_view key) const;
 
     const boost::json::object& m_object;
 };
