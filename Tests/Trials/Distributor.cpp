@@ -16,7 +16,7 @@ std::string addressOn(const ThrowawayDevice& device)
 
 sdbus::Variant bytesOf(const std::string& message)
 {
-    return std::vector<std::uint8_t>(message.begin(), message.end());
+    return sdbus::Variant(std::vector<std::uint8_t>(message.begin(), message.end()));
 }
 
 Distributor::Answer answerIn(const std::map<std::string, sdbus::Variant>& reply,
@@ -45,13 +45,13 @@ Distributor::Distributor(const ThrowawayDevice& device, Behavior behavior)
     if (!m_daemon.waitForLine("unix:"))
         throw std::runtime_error("cannot start a session bus");
     ::setenv("DBUS_SESSION_BUS_ADDRESS", addressOn(device).c_str(), 1);
-    m_bus = sdbus::createSessionBusConnection("org.unifiedpush.Distributor.Trial");
-    m_connector = sdbus::createProxy(*m_bus, std::string(Platform::Linux::applicationIdentifier),
-                                     "/org/unifiedpush/Connector");
-    m_object = sdbus::createObject(*m_bus, "/org/unifiedpush/Distributor");
-    m_object->registerMethod("Register")
-        .onInterface("org.unifiedpush.Distributor2")
-        .implementedAs([this, behavior](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
+    m_bus = sdbus::createSessionBusConnection(BusName("org.unifiedpush.Distributor.Trial"));
+    m_connector = sdbus::createProxy(*m_bus, ServiceName(std::string(Platform::Linux::applicationIdentifier)),
+                                     ObjectPath("/org/unifiedpush/Connector"));
+    m_object = sdbus::createObject(*m_bus, ObjectPath("/org/unifiedpush/Distributor"));
+    addMethod(
+        *m_object, "org.unifiedpush.Distributor2", "Register",
+        [this, behavior](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
             if (behavior == Behavior::responsive)
                 result.returnResults({{"success", sdbus::Variant(std::string("REGISTRATION_SUCCEEDED"))}});
             else
@@ -60,7 +60,7 @@ Distributor::Distributor(const ThrowawayDevice& device, Behavior behavior)
                 m_token = arguments.at("token").get<std::string>();
             m_registrations.release();
         });
-    m_object->finishRegistration();
+    publishMethods(*m_object);
     m_bus->enterEventLoopAsync();
 }
 
@@ -94,7 +94,8 @@ void Distributor::send(const std::string& message, std::chrono::milliseconds ans
                        std::function<void(Answer)> answered)
 {
     const std::string identifier = std::to_string(++m_messageCount);
-    m_connector->callMethod(
+    callAsync(
+        *m_connector,
         makeCall("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}),
         [identifier, answered = std::move(answered)](sdbus::MethodReply& reply, const sdbus::Error* error) {
             if (error != nullptr) {
@@ -105,7 +106,7 @@ void Distributor::send(const std::string& message, std::chrono::milliseconds ans
             reply >> answer;
             answered(answerIn(answer, identifier));
         },
-        answerTime);
+        static_cast<std::uint64_t>(std::chrono::microseconds(answerTime).count()));
 }
 
 void Distributor::killBus()
@@ -118,7 +119,8 @@ void Distributor::killBus()
 sdbus::MethodCall Distributor::makeCall(const std::string& method, Dictionary arguments) const
 {
     arguments.emplace("token", sdbus::Variant(m_token));
-    auto message = m_connector->createMethodCall("org.unifiedpush.Connector2", method);
+    auto message =
+        m_connector->createMethodCall(InterfaceName("org.unifiedpush.Connector2"), MethodName(method));
     message << arguments;
     return message;
 }

@@ -1,8 +1,7 @@
 #pragma once
 
+#include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 #include "Tools/Tour/ThrowawayDevice.h"
-
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
 #include <chrono>

@@ -173,7 +173,7 @@ public:
     FakeNotificationServer()
     {
         const auto add = [this](const char* method, auto work) {
-            m_object->registerMethod(method).onInterface(name).implementedAs(std::move(work));
+            addMethod(*m_object, name, method, std::move(work));
         };
         add("GetCapabilities", [] { return std::vector<std::string>{"actions", "body"}; });
         add("Notify", [this](const std::string&, std::uint32_t, const std::string&,
@@ -182,8 +182,8 @@ public:
             m_shown.set_value(summary);
             return notificationId;
         });
-        m_object->finishRegistration();
-        m_bus->requestName(name);
+        publishMethods(*m_object);
+        m_bus->requestName(ServiceName(name));
         m_bus->enterEventLoopAsync();
     }
     ~FakeNotificationServer() { m_bus->leaveEventLoop(); }
@@ -207,7 +207,8 @@ private:
 
     std::promise<std::string> m_shown;
     std::unique_ptr<sdbus::IConnection> m_bus = sdbus::createSessionBusConnection();
-    std::unique_ptr<sdbus::IObject> m_object = sdbus::createObject(*m_bus, "/org/freedesktop/Notifications");
+    std::unique_ptr<sdbus::IObject> m_object =
+        sdbus::createObject(*m_bus, ObjectPath("/org/freedesktop/Notifications"));
 };
 
 /// An encrypted push to be delivered over the session bus.
@@ -302,7 +303,7 @@ void busIsSilent(TestBed& testBed)
     Distributor distributor(testBed.device(), Distributor::Behavior::silent);
     const auto silent = sdbus::createSessionBusConnection();
     for (const char* name : {"org.freedesktop.Notifications", "org.freedesktop.portal.Desktop"})
-        silent->requestName(name);
+        silent->requestName(ServiceName(name));
     constexpr auto timeout = 15s; // Less than the default D-Bus timeout of 25 s.
     testBed.start("auto");
     testBed.expectLine("Configuration manager initialized", timeout);

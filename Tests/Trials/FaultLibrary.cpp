@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
@@ -57,7 +58,7 @@ bool isAffected(const char* path)
 bool isAffected(int descriptor)
 {
     std::array<char, 32> link{};
-    ::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
     std::array<char, 4096> path{};
     return ::readlink(link.data(), path.data(), path.size() - 1) > 0 && isAffected(path.data());
 }

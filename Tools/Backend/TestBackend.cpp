@@ -36,11 +36,15 @@ constexpr const char* anyPath = R"([\s\S]*)";
 /// Threads: the thread that accepts connections.
 class ThreadPerConnection final : public httplib::TaskQueue {
 public:
-    void enqueue(std::function<void()> work) override
+    /// Void in version 0.11 of the library; later versions return whether the work is taken.
+    using Enqueued = decltype(std::declval<httplib::TaskQueue&>().enqueue({}));
+
+    Enqueued enqueue(std::function<void()> work) override
     {
         std::erase_if(m_connections,
                       [](const auto& each) { return each.wait_for(0s) == std::future_status::ready; });
         m_connections.push_back(std::async(std::launch::async, std::move(work)));
+        return Enqueued(true);
     }
 
     /// Blocks until all connections have ended.

@@ -5,9 +5,9 @@
 #include "Platform/Push/PushPayload.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 
 #include <gmock/gmock.h>
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -34,12 +34,12 @@ struct FakeServer {
     FakeServer(const Strings& capabilities, const Record& record, const char* name = serverName)
     {
         const auto add = [this](const char* method, auto work) {
-            object->registerMethod(method).onInterface(serverName).implementedAs(std::move(work));
+            addMethod(*object, serverName, method, std::move(work));
         };
         add("GetServerInformation", [] { return std::tuple("Fake"s, "us"s, "7"s, "1.2"s); });
         add("GetCapabilities", [=] {
             record("capabilities?");
-            return capabilities.empty() ? throw sdbus::Error("test.No") : capabilities;
+            return capabilities.empty() ? throw sdbus::Error(ErrorName("test.No"), "") : capabilities;
         });
         add("CloseNotification", [=](std::uint32_t id) { record("close " + std::to_string(id)); });
         add("Notify", [=, this](sdbus::Result<std::uint32_t>&& result, const Text&, std::uint32_t,
@@ -53,18 +53,18 @@ struct FakeServer {
             if (behavior == Behavior::accepting)
                 held.returnResults(nextId++);
             else if (behavior == Behavior::refusing)
-                held.returnError(sdbus::Error("test.No", "private"));
+                held.returnError(sdbus::Error(ErrorName("test.No"), "private"));
         });
-        object->finishRegistration();
-        bus->requestName(name);
+        publishMethods(*object);
+        bus->requestName(ServiceName(name));
         bus->enterEventLoopAsync();
     }
     /// Sends the signal to all connections, or only to `receiver`, bypassing its match rules.
     void end(std::initializer_list<std::uint32_t> ids, End by, const Text& receiver = {}) const
     {
         for (const std::uint32_t id : ids) {
-            auto out =
-                object->createSignal(serverName, by == tapped ? "ActionInvoked" : "NotificationClosed");
+            auto out = object->createSignal(
+                InterfaceName(serverName), SignalName(by == tapped ? "ActionInvoked" : "NotificationClosed"));
             out << id;
             by == tapped ? out << "default" : out << std::uint32_t{by};
             if (!receiver.empty())
@@ -75,7 +75,8 @@ struct FakeServer {
     std::atomic<Behavior> behavior = Behavior::accepting;
     std::atomic<std::uint32_t> nextId = 1;
     std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
-    std::unique_ptr<sdbus::IObject> object = sdbus::createObject(*bus, "/org/freedesktop/Notifications");
+    std::unique_ptr<sdbus::IObject> object =
+        sdbus::createObject(*bus, ObjectPath("/org/freedesktop/Notifications"));
     sdbus::Result<std::uint32_t> held;
 };
 
@@ -159,7 +160,7 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
     waitForEvents(2 * Linux::Bus::NotificationServer::maximumShownCount + 2);
     FakeServer liar({}, record, "test.Liar");
     liar.end({2, 3, 4, 5}, tapped, bus.connection().getUniqueName());
-    liar.bus->requestName("test.Flush");
+    liar.bus->requestName(ServiceName("test.Flush"));
     fake->object->emitSignal("ActionInvoked").onInterface(serverName).withArguments("no number"s);
     fake->end({3}, expired);
     fake->end({1, 999, 2, 3}, tapped);

@@ -4,16 +4,17 @@
 #include "Platform/Linux/Bus/SessionBus.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 
 #include <gmock/gmock.h>
-#include <sdbus-c++/sdbus-c++.h>
 
 using Platform::Appearance;
 using testing::ElementsAre;
 
 namespace {
 
-using Settings = std::map<std::string, std::map<std::string, sdbus::Variant>>;
+using Value = sdbus::Variant;
+using Settings = std::map<std::string, std::map<std::string, Value>>;
 constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
 constexpr const char* look = "org.freedesktop.appearance";
 constexpr const char* desk = "org.gnome.desktop.interface";
@@ -22,21 +23,20 @@ constexpr const char* desk = "org.gnome.desktop.interface";
 struct FakePortal {
     explicit FakePortal(const Settings& settings)
     {
-        object->registerMethod("ReadAll")
-            .onInterface(settingsInterface)
-            .implementedAs([=](const std::vector<std::string>& spaces) {
-                return spaces == std::vector<std::string>{look, desk} ? settings : Settings();
-            });
-        object->finishRegistration();
-        peer->requestName("org.freedesktop.portal.Desktop");
+        addMethod(*object, settingsInterface, "ReadAll", [=](const std::vector<std::string>& spaces) {
+            return spaces == std::vector<std::string>{look, desk} ? settings : Settings();
+        });
+        publishMethods(*object);
+        peer->requestName(ServiceName("org.freedesktop.portal.Desktop"));
     }
-    void change(const char* space, const char* key, const sdbus::Variant& value) const
+    void change(const char* space, const char* key, const Value& value) const
     {
         object->emitSignal("SettingChanged").onInterface(settingsInterface).withArguments(space, key, value);
     }
 
     std::unique_ptr<sdbus::IConnection> peer = sdbus::createSessionBusConnection();
-    std::unique_ptr<sdbus::IObject> object = createObject(*peer, "/org/freedesktop/portal/desktop");
+    std::unique_ptr<sdbus::IObject> object =
+        createObject(*peer, ObjectPath("/org/freedesktop/portal/desktop"));
 };
 
 /// The test's thread serves both connections, so events have a fixed order.
@@ -58,8 +58,7 @@ struct PortalAppearanceTest : testing::Test {
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         for (; seen.size() < count && std::chrono::steady_clock::now() < end; work.runNext())
-            static_cast<void>(portal->peer->processPendingRequest() ||
-                              bus.connection().processPendingRequest());
+            static_cast<void>(processPending(*portal->peer) || processPending(bus.connection()));
         return std::exchange(seen, {});
     }
 
@@ -80,22 +79,23 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
         Appearance expected;
     };
     const Case cases[] = {
-        {"dark", {{look, {{"color-scheme", 1U}}}}, {true, false, 1}},
+        {"dark", {{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1}},
         {"no settings", {}, {false, false, 1}},
-        {"reduced motion", {{look, {{"reduced-motion", 1U}}}}, {false, true, 1}},
-        {"light", {{look, {{"color-scheme", 2U}}}}, {false, false, 1}},
-        {"no animations", {{desk, {{"enable-animations", false}}}}, {false, true, 1}},
-        {"large text", {{desk, {{"text-scaling-factor", 1.25}}}}, {false, false, 1.25}},
-        {"huge text", {{desk, {{"text-scaling-factor", 9.0}}}}, {false, false, 2}},
+        {"reduced motion", {{look, {{"reduced-motion", Value(1U)}}}}, {false, true, 1}},
+        {"light", {{look, {{"color-scheme", Value(2U)}}}}, {false, false, 1}},
+        {"no animations", {{desk, {{"enable-animations", Value(false)}}}}, {false, true, 1}},
+        {"large text", {{desk, {{"text-scaling-factor", Value(1.25)}}}}, {false, false, 1.25}},
+        {"huge text", {{desk, {{"text-scaling-factor", Value(9.0)}}}}, {false, false, 2}},
         {"dark, small text",
-         {{look, {{"color-scheme", 1U}}}, {desk, {{"text-scaling-factor", 0.5}}}},
+         {{look, {{"color-scheme", Value(1U)}}}, {desk, {{"text-scaling-factor", Value(0.5)}}}},
          {true, false, 1}},
         {"keys in the wrong namespace",
-         {{look, {{"text-scaling-factor", 2.0}}}, {desk, {{"color-scheme", 1U}}}},
+         {{look, {{"text-scaling-factor", Value(2.0)}}}, {desk, {{"color-scheme", Value(1U)}}}},
          {false, false, 1}},
-        {"dark again", {{look, {{"color-scheme", 1U}}}}, {true, false, 1}},
+        {"dark again", {{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1}},
         {"values of the wrong type",
-         {{look, {{"color-scheme", "dark"}, {"reduced-motion", true}}}, {desk, {{"enable-animations", 0U}}}},
+         {{look, {{"color-scheme", Value("dark")}, {"reduced-motion", Value(true)}}},
+          {desk, {{"enable-animations", Value(0U)}}}},
          {false, false, 1}},
     };
     for (const auto& [name, settings, expected] : cases) {
@@ -107,22 +107,22 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
 TEST_F(PortalAppearanceTest, AppliesSettingChanges)
 {
     startPortal({}, {});
-    portal->change(look, "color-scheme", sdbus::Variant(1U));
-    portal->change(look, "color-scheme", sdbus::Variant("light")); // Wrong type.
-    portal->change(desk, "color-scheme", sdbus::Variant(2U));      // Wrong namespace.
-    portal->change(desk, "text-scaling-factor", sdbus::Variant(1.5));
-    portal->change(look, "color-scheme", sdbus::Variant(2U));
-    portal->change(desk, "enable-animations", sdbus::Variant(false));
+    portal->change(look, "color-scheme", Value(1U));
+    portal->change(look, "color-scheme", Value("light")); // Wrong type.
+    portal->change(desk, "color-scheme", Value(2U));      // Wrong namespace.
+    portal->change(desk, "text-scaling-factor", Value(1.5));
+    portal->change(look, "color-scheme", Value(2U));
+    portal->change(desk, "enable-animations", Value(false));
     EXPECT_THAT(observed(4), ElementsAre(Appearance{true, false, 1}, Appearance{true, false, 1.5},
                                          Appearance{false, false, 1.5}, Appearance{false, true, 1.5}));
 }
 
 TEST_F(PortalAppearanceTest, KeepsSettingsUntilAnotherPortalStarts)
 {
-    startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
+    startPortal({{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1});
     portal.reset();
     EXPECT_EQ(appearance.current(), (Appearance{true, false, 1}));
-    startPortal({{desk, {{"text-scaling-factor", 2.0}}}}, {false, false, 2});
+    startPortal({{desk, {{"text-scaling-factor", Value(2.0)}}}}, {false, false, 2});
 }
 
 TEST_F(PortalAppearanceTest, IgnoresSignalsFromOtherConnections)
@@ -131,18 +131,18 @@ TEST_F(PortalAppearanceTest, IgnoresSignalsFromOtherConnections)
     // Sent directly to this connection, bypassing the match rule.
     const auto impostor = sdbus::createSessionBusConnection();
     auto forgedSignal = createObject(*impostor, portal->object->getObjectPath())
-                            ->createSignal(settingsInterface, "SettingChanged");
-    forgedSignal << desk << "text-scaling-factor" << sdbus::Variant(1.5);
+                            ->createSignal(InterfaceName(settingsInterface), SignalName("SettingChanged"));
+    forgedSignal << desk << "text-scaling-factor" << Value(1.5);
     forgedSignal.setDestination(bus.connection().getUniqueName());
     forgedSignal.send();
-    impostor->requestName("test.Flush"); // Returns after the bus has forwarded the signal.
-    portal->change(look, "color-scheme", sdbus::Variant(1U));
+    impostor->requestName(ServiceName("test.Flush")); // Returns after the bus has forwarded the signal.
+    portal->change(look, "color-scheme", Value(1U));
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
 }
 
 TEST_F(PortalAppearanceTest, FindsRunningPortal)
 {
-    startPortal({{look, {{"color-scheme", 1U}}}}, {true, false, 1});
+    startPortal({{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1});
     Platform::Linux::Bus::PortalAppearance late(bus, work);
     observe(late);
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));

@@ -5,10 +5,10 @@
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <gmock/gmock.h>
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <condition_variable>
 #include <future>
@@ -22,7 +22,8 @@ using testing::HasSubstr;
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using Dictionary = std::map<std::string, sdbus::Variant>;
+using Value = sdbus::Variant;
+using Dictionary = std::map<std::string, Value>;
 constexpr const char* application = "com.quorvane.test";
 constexpr const char* endpoint = "https://push.example/1";
 
@@ -54,7 +55,7 @@ struct Transcript {
 
 /// How a distributor replies to a registration, and the call it makes afterwards.
 struct Script {
-    Dictionary answer = {{"success", "REGISTRATION_SUCCEEDED"}};
+    Dictionary answer = {{"success", Value("REGISTRATION_SUCCEEDED")}};
     std::string followUp = "NewEndpoint";
     std::string version = "2";
 };
@@ -74,15 +75,16 @@ struct FakeDistributor {
             if (script.answer.empty())
                 return;
             result.returnResults(script.answer);
-            call(script.followUp, Dictionary{{"token", arguments.at("token")}, {"endpoint", endpoint}});
+            call(script.followUp,
+                 Dictionary{{"token", arguments.at("token")}, {"endpoint", Value(endpoint)}});
         };
         const std::string interface = "org.unifiedpush.Distributor" + script.version;
         if (script.version == "1")
-            object->registerMethod("Register").onInterface(interface).implementedAs(one);
+            addMethod(*object, interface, "Register", one);
         else
-            object->registerMethod("Register").onInterface(interface).implementedAs(two);
-        object->finishRegistration();
-        bus->requestName("org.unifiedpush.Distributor." + name);
+            addMethod(*object, interface, "Register", two);
+        publishMethods(*object);
+        bus->requestName(ServiceName("org.unifiedpush.Distributor." + name));
         bus->enterEventLoopAsync();
     }
     ~FakeDistributor() { bus->leaveEventLoop(); }
@@ -93,9 +95,10 @@ struct FakeDistributor {
     {
         constexpr bool isOld = sizeof...(arguments) > 1;
         auto call = connector->createMethodCall(
-            isOld ? "org.unifiedpush.Connector1" : "org.unifiedpush.Connector2", method);
+            InterfaceName(isOld ? "org.unifiedpush.Connector1" : "org.unifiedpush.Connector2"),
+            MethodName(method));
         static_cast<void>((call << ... << arguments));
-        connector->callMethod(call, [=, this](sdbus::MethodReply& reply, const sdbus::Error* error) {
+        callAsync(*connector, call, [=, this](sdbus::MethodReply& reply, const sdbus::Error* error) {
             Dictionary answer;
             if (!isOld && error == nullptr)
                 reply >> answer;
@@ -108,8 +111,9 @@ struct FakeDistributor {
     const std::function<void(const std::string&)> record;
     std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();
     std::unique_ptr<sdbus::IProxy> connector =
-        sdbus::createProxy(*bus, application, "/org/unifiedpush/Connector");
-    std::unique_ptr<sdbus::IObject> object = sdbus::createObject(*bus, "/org/unifiedpush/Distributor");
+        sdbus::createProxy(*bus, ServiceName(application), ObjectPath("/org/unifiedpush/Connector"));
+    std::unique_ptr<sdbus::IObject> object =
+        sdbus::createObject(*bus, ObjectPath("/org/unifiedpush/Distributor"));
 };
 
 struct Application final : PushServiceListener {
@@ -186,7 +190,7 @@ TEST(UnifiedPushServiceTest, KeepsTokenAcrossRestartsAndDistributors)
     std::optional<Application> app(std::in_place, transcript, store);
     app->registerDevice();
     std::optional<FakeDistributor> b(std::in_place, transcript, "b",
-                                     Script{{{"success", "NEW_ENDPOINT"}}, "NewEndpoint", "1"});
+                                     Script{{{"success", Value("NEW_ENDPOINT")}}, "NewEndpoint", "1"});
     const std::string token = transcript.after("b registers ");
     const std::string subscription = transcript.after("token ");
     b->call("Message", token, encrypted(subscription, R"({"n":1})"), std::string("id"));
@@ -254,24 +258,24 @@ TEST(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForeign
     const Bytes good = encrypted(subscription, R"({"n":1})");
     const auto send = [&](FakeDistributor& sender, const auto& callToken, const char* field,
                           const auto& content) {
-        const Dictionary arguments{{"token", callToken}, {field, content}, {"id", "7"}};
+        const Dictionary arguments{{"token", Value(callToken)}, {field, Value(content)}, {"id", Value("7")}};
         sender.call(std::string(field) == "endpoint" ? "NewEndpoint" : "Message", arguments);
     };
     send(stranger, token, "message", good);
     EXPECT_EQ(transcript.after("b answered "), "Message");
     send(known, "other", "message", good);
     EXPECT_EQ(transcript.after("a answered Message"), "");
-    const std::tuple<sdbus::Variant, const char*, sdbus::Variant, const char*> cases[] = {
-        {token, "message", good, "payload 1"},
-        {token, "message", Bytes(4096), "a answered 7"},
-        {token, "message", encrypted(subscription, "[]"), "a answered 7"},
-        {token, "message", Bytes(4097), "a answered Message"},
-        {token, "message", "text", "a answered Message"},
-        {token, "nothing", "text", "a answered Message"},
-        {1, "message", good, "a answered Message"},
-        {token, "endpoint", "http://127.0.0.1.example/", "a answered NewEndpoint"},
-        {token, "endpoint", "http://localhost:1@b.example/", "a answered NewEndpoint"},
-        {token, "endpoint", "https://a/" + std::string(991, 'a'), "a answered NewEndpoint"},
+    const std::tuple<Value, const char*, Value, const char*> cases[] = {
+        {Value(token), "message", Value(good), "payload 1"},
+        {Value(token), "message", Value(Bytes(4096)), "a answered 7"},
+        {Value(token), "message", Value(encrypted(subscription, "[]")), "a answered 7"},
+        {Value(token), "message", Value(Bytes(4097)), "a answered Message"},
+        {Value(token), "message", Value("text"), "a answered Message"},
+        {Value(token), "nothing", Value("text"), "a answered Message"},
+        {Value(1), "message", Value(good), "a answered Message"},
+        {Value(token), "endpoint", Value("http://127.0.0.1.example/"), "a answered NewEndpoint"},
+        {Value(token), "endpoint", Value("http://localhost:1@b.example/"), "a answered NewEndpoint"},
+        {Value(token), "endpoint", Value("https://a/" + std::string(991, 'a')), "a answered NewEndpoint"},
     };
     for (const auto& [callToken, field, content, expected] : cases) {
         send(known, callToken, field, content);
@@ -309,11 +313,11 @@ TEST(UnifiedPushServiceTest, RepliesToEachMessageBeforeDeliveringTheNext)
             allAreTaken.set_value();
     };
     for (int number = 1; number <= messageCount; ++number)
-        distributor.call("Message", Dictionary{{"token", token},
-                                               {"message", encrypted(subscription, R"({"n":1})")},
-                                               {"id", std::to_string(number)}});
+        distributor.call("Message", Dictionary{{"token", Value(token)},
+                                               {"message", Value(encrypted(subscription, R"({"n":1})"))},
+                                               {"id", Value(std::to_string(number))}});
     // This call is answered on the bus thread, after all messages have arrived.
-    distributor.call("Message", Dictionary{{"token", token}});
+    distributor.call("Message", Dictionary{{"token", Value(token)}});
     EXPECT_EQ(transcript.after("a answered Message"), "");
     allAreSent.set_value();
     allAreTaken.get_future().wait();
@@ -335,7 +339,8 @@ TEST(UnifiedPushServiceTest, FailsWhenTheRegistrationCannotBeStored)
     transcript.after("a answered NewEndpoint");
     for (const bool isWritable : {false, true}) {
         app.onMain([&] { store.isWritable = isWritable; });
-        distributor.call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", "https://push.example/2"}});
+        distributor.call("NewEndpoint",
+                         Dictionary{{"token", Value(token)}, {"endpoint", Value("https://push.example/2")}});
         EXPECT_THAT(transcript.after("a answered "), HasSubstr(isWritable ? "NewEndpoint" : "stored"));
     }
     app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "https://push.example/2"); });
@@ -363,7 +368,7 @@ TEST(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
         app.registerDevice();
         const std::string token = transcript.after("a registers ");
         // The reply to this call arrives after the reply to the registration.
-        distributor.call("Message", Dictionary{{"token", token}});
+        distributor.call("Message", Dictionary{{"token", Value(token)}});
         EXPECT_EQ(transcript.after("a answered Message"), "");
         return token;
     };
@@ -380,7 +385,7 @@ TEST(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
     const std::string token = registerAgain();
     app.advance(59s);
     EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "registered again";
-    distributor.call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", endpoint}});
+    distributor.call("NewEndpoint", Dictionary{{"token", Value(token)}, {"endpoint", Value(endpoint)}});
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
     app.advance(60s);
     EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
@@ -389,7 +394,7 @@ TEST(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
 TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
 {
     const auto failure = [](const char* reason) -> Script {
-        return {{{"success", "REGISTRATION_FAILED"}, {"reason", reason}}, "Nothing"};
+        return {{{"success", Value("REGISTRATION_FAILED")}, {"reason", Value(reason)}}, "Nothing"};
     };
     const std::pair<Script, const char*> cases[] = {
         {failure("INTERNAL_ERROR"), "^3 .*internal error"},
@@ -398,8 +403,8 @@ TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
         {failure("VAPID_REQUIRED"), "^6 .*VAPID"},
         {failure("UNAUTHORIZED"), "^6 .*sandbox"},
         {failure("a\nb"), "^6 .*the reason \"a b\""},
-        {{{{"success", "REGISTRATION_REFUSED"}}, "Nothing", "1"}, "^6 .*refused"},
-        {{{{"success", 1}}, "Nothing"}, "^3 .*unexpected reply"},
+        {{{{"success", Value("REGISTRATION_REFUSED")}}, "Nothing", "1"}, "^6 .*refused"},
+        {{{{"success", Value(1)}}, "Nothing"}, "^3 .*unexpected reply"},
         {{.followUp = "Unregistered"}, "^6 .*ended"},
         {{.version = "3"}, "^3 .*no supported"},
         {{.answer = {}}, "^3 .*does not respond"},
