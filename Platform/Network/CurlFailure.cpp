@@ -64,19 +64,19 @@ struct ErrorMapping {
     const char* sentence;
 };
 
-// A header line that is too long for libcurl. Version 7 reports it as CURLE_OUT_OF_MEMORY; later versions
-// have a separate code, which the headers of version 7 do not define.
+// A header line that is too long for libcurl, or too many lines, which version 8 limits. Version 7 reports it
+// as CURLE_OUT_OF_MEMORY; later versions have a separate code, which the headers of version 7 do not define.
 constexpr auto tooLarge = static_cast<CURLcode>(100);
-constexpr const char* longHeaderSentence =
-    "The response from {} has a header line that is too long; check the server.";
+constexpr const char* largeHeaderSentence =
+    "The response from {} has a header line that is too long, or too many of them; check the server.";
 
 constexpr ErrorMapping errorMappings[] = {
     {CURLE_COULDNT_RESOLVE_HOST, Code::cannotFindHost,
      "The host of {} cannot be found; check the host name, the network and the name servers."},
     {CURLE_SSL_CACERT_BADFILE, Code::secureConnectionFailed,
      "The trusted certificates for {} cannot be read; check SSL_CERT_FILE and SSL_CERT_DIR."},
-    {CURLE_OUT_OF_MEMORY, Code::dataLengthExceedsMaximum, longHeaderSentence},
-    {tooLarge, Code::dataLengthExceedsMaximum, longHeaderSentence},
+    {CURLE_OUT_OF_MEMORY, Code::dataLengthExceedsMaximum, largeHeaderSentence},
+    {tooLarge, Code::dataLengthExceedsMaximum, largeHeaderSentence},
     {CURLE_GOT_NOTHING, Code::networkConnectionLost,
      "{} closed the connection without a response; check the server's log."},
     {CURLE_PARTIAL_FILE, Code::networkConnectionLost,

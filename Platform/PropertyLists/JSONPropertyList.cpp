@@ -183,7 +183,7 @@ JSONSyntaxError explain(json::error_code failure, std::string_view text, std::si
         failure == json::error::illegal_trailing_surrogate || failure == json::error::expected_utf16_escape)
         return {"a \\u escape is half of a surrogate pair; write both halves", offset};
     if (failure == json::error::exponent_overflow)
-        return {"a number is out of range", offset};
+        return {"a number is out of range", text.find_last_not_of("+-.0123456789Ee", offset) + 1};
     return explainJSONSyntax(text, failure == json::error::incomplete ? text.size() : offset);
 }
 

@@ -28,6 +28,7 @@
 using namespace Platform;
 using namespace std::chrono_literals;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Key;
@@ -498,8 +499,10 @@ TEST_P(CurlMethodTest, ArrivesAsRequested)
     const Outcome outcome = line.start(request).get();
     ASSERT_EQ(result(outcome), 200) << description(outcome);
     const HeaderFields& answered = std::get<URLResponse>(outcome).http->headerFields;
-    EXPECT_THAT(answered, AllOf(Contains(Pair("X-Twice", "a, b")), Contains(Pair("X-Void", "")),
-                                Contains(Pair("X-Folded", "a b"))));
+    EXPECT_THAT(
+        answered,
+        AllOf(Contains(Pair("X-Twice", AnyOf("a, b", "b, a"))), // Version 0.18 of the server keeps no order.
+              Contains(Pair("X-Void", "")), Contains(Pair("X-Folded", "a b"))));
 
     const auto requests = line.backend.takeRequests();
     ASSERT_THAT(requests, SizeIs(1));
@@ -548,7 +551,7 @@ TEST(CurlURLSessionTest, CompletesManyConcurrentRequestsOnItsThread)
 TEST(CurlURLSessionTest, LimitsHeaderFieldsButStillFollowsRedirects)
 {
     Line line;
-    TestBackend::Reply reply{.headerFields = manyFields(20'000)};
+    TestBackend::Reply reply{.headerFields = manyFields(4'000)}; // libcurl 8 takes 5000.
     line.backend.setReply("/many", reply);
     reply.status = 302;
     reply.headerFields.emplace("Location", "/to");
