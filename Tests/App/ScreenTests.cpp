@@ -1,5 +1,7 @@
 #include "Tests/App/ScreenTest.h"
 
+#include <cmath>
+
 enum Scene { welcome, darkWelcome, dashboard, darkDashboard, activeCard, disabledCard, detail };
 /// A length in points, in windows of 390 by 844 and 1024 by 768; not checked if both are 0.
 using Lengths = std::array<double, 2>;
@@ -96,7 +98,8 @@ TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
                                                    {place.width(), width},
                                                    {place.height(), height},
                                                    {gap, distance}})
-                EXPECT_TRUE(expected == Lengths() || actual == expected[size]) << actual;
+                // Qt 6.8 aligns what it centers to whole points.
+                EXPECT_TRUE(expected == Lengths() || std::abs(actual - expected[size]) <= 0.25) << actual;
             last = place;
         }
     }

@@ -367,7 +367,9 @@ append() { # TIME IDENTIFIER LEVEL MESSAGE [UID EXE]
 
 TEST_F(ProgramTest, LogReadsTheJournal)
 {
-    const auto lines = linesOf({"unshare", "-rm", "bash", "-ec"}, std::string(journalSetUp) + R"(
+    // Not in a changed root, where the kernel allows no user namespace.
+    const char* isolated = "unshare -rm true 2>/dev/null || exit 77; exec unshare -rm bash -ec \"$0\"";
+    const auto lines = linesOf({"bash", "-c", isolated}, std::string(journalSetUp) + R"(
         $QVCTL log 2>&1 || echo $?
         append 1700000000 quorvane-mdm debug one
         append 1700000001 other-program error other
@@ -504,7 +506,8 @@ TEST_F(CompletionTest, FishCompletesCommandsValuesAndFiles)
     for (const Completion& row : completions()) {
         const auto words = complete({"fish", "--no-config", "-c"}, row.line, R"(
             for script in $COMPLETIONS/*.fish; source $script; end
-            complete -C "$LINE"
+            # Without matches inside a word, which version 4 adds.
+            complete -C "$LINE" | string match -- (string split -r -m1 ' ' $LINE)[-1]'*'
             true)");
         if (!words)
             GTEST_SKIP() << "needs fish";
