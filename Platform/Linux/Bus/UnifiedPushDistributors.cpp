@@ -37,7 +37,7 @@ std::string excerpt(std::string text)
         text += "…";
     }
     const auto isControl = [](char character) {
-        return (character >= 0 && character < ' ') || character == '\x7f';
+        return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
     };
     std::replace_if(text.begin(), text.end(), isControl, ' ');
     return "\"" + text + "\"";
