@@ -90,7 +90,8 @@ struct Attack {
 const Attack attacks[] = {
     {"file linked and unlinked", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
      [](const fs::path& shared) {
-         ::link((shared / "mine").c_str(), (shared / "managed.json").c_str());
+         [[maybe_unused]] const int made =
+             ::link((shared / "mine").c_str(), (shared / "managed.json").c_str());
          ::unlink((shared / "managed.json").c_str());
      }},
     {"file renamed", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
@@ -113,7 +114,7 @@ const Attack attacks[] = {
          writePolicy(shared / "mine/managed.json");
      },
      [](const fs::path& shared) {
-         ::symlink("mine/managed.json", (shared / "managed.json").c_str());
+         [[maybe_unused]] const int made = ::symlink("mine/managed.json", (shared / "managed.json").c_str());
          ::unlink((shared / "managed.json").c_str());
      }},
     {"link to a folder created and removed", "policy/managed.json",
@@ -122,7 +123,7 @@ const Attack attacks[] = {
          writePolicy(shared / "mine/managed.json");
      },
      [](const fs::path& shared) {
-         ::symlink("mine", (shared / "policy").c_str());
+         [[maybe_unused]] const int made = ::symlink("mine", (shared / "policy").c_str());
          ::unlink((shared / "policy").c_str());
      }},
 };
