@@ -21,13 +21,13 @@ using namespace Platform;
 
 constexpr const char* applicationName = "Quorvane MDM";
 
-/// The main window, created when it is first shown.
+/// The only window. Exists only while it is open.
 class MainWindow {
 public:
     struct Ports {
-        UserDefaults& store;
+        Device& device;
+        DispatchQueue& mainQueue;
         Desktop::Shell& shell;
-        AppearanceSource& appearance;
         AppMain& app;
     };
 
@@ -39,8 +39,8 @@ public:
             m_appearance.set(value);
             m_ports.shell.setAppearance(value);
         };
-        apply(ports.appearance.current());
-        ports.appearance.observe(apply);
+        apply(ports.device.appearance().current());
+        ports.device.appearance().observe(apply);
     }
 
     static void load(std::optional<Desktop::WindowContent>& content)
@@ -57,13 +57,28 @@ public:
         }
         if (!m_content)
             load(m_content);
-        m_group.emplace(*m_content, m_ports.store, QString::fromUtf8(applicationName));
+        m_group.emplace(*m_content, m_ports.device.systemStore(), QString::fromUtf8(applicationName));
         m_ports.shell.attach(m_content->engine(), m_group->window());
         m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
                        {"appearance", QVariant::fromValue(&m_appearance)}});
     }
+    /// From now on, closing the window does not end the program but frees the window's memory.
+    void keepRunningWhenClosed()
+    {
+        QGuiApplication::setQuitOnLastWindowClosed(false);
+        QObject::connect(qGuiApp, &QGuiApplication::lastWindowClosed, &m_ports.shell,
+                         [this] { m_ports.mainQueue.async([this] { releaseIfClosed(); }); });
+    }
 
 private:
+    void releaseIfClosed()
+    {
+        if (!m_group || m_group->window().isVisible())
+            return;
+        m_group.reset();
+        m_content.reset();
+    }
+
     const Ports m_ports;
     std::optional<Desktop::WindowContent>& m_content;
     AppearanceModel m_appearance;
@@ -75,7 +90,7 @@ private:
 ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const MakeDevice& makeDevice)
 {
     Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
-        argc, argv, options.isStartedByBus ? Desktop::Display::optional : Desktop::Display::needed));
+        argc, argv, options.isInBackground ? Desktop::Display::optional : Desktop::Display::needed));
     std::function<void()> show = [] {};
     auto made = makeDevice({.mainQueue = runLoop,
                             .timers = runLoop,
@@ -86,7 +101,7 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
     const std::unique_ptr<Device> device = std::get<std::unique_ptr<Device>>(std::move(made));
 
     std::optional<Desktop::WindowContent> windowContent;
-    if (!options.isStartedByBus)
+    if (!options.isInBackground)
         MainWindow::load(windowContent);
     Desktop::Shell shell({device->notificationPreferences(), runLoop}, applicationName);
     const Services& services = device->connect({shell, shell, [&] { shell.openSettings(); }});
@@ -99,16 +114,18 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
         Core::LoggingConfig::setVerboseLoggingEnabled(true);
     app.installDelegate(services.application);
 
-    MainWindow window({device->systemStore(), shell, device->appearance(), app}, windowContent);
-    const bool isHeadless = options.isStartedByBus && QGuiApplication::platformName() == u"offscreen";
-    show = [&] { isHeadless ? runLoop.quit() : window.show(); };
+    MainWindow window({*device, runLoop, shell, app}, windowContent);
+    // An instance without a display makes room for the one that the user has launched.
+    show = [&] { Desktop::hasDisplay() ? window.show() : runLoop.quit(); };
+    if (device->staysInBackground())
+        window.keepRunningWhenClosed();
     device->setActive(QGuiApplication::applicationState() == Qt::ApplicationActive);
     QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &shell,
                      [&](Qt::ApplicationState state) {
                          device->setActive(state == Qt::ApplicationActive);
                          shell.preferencesChanged();
                      });
-    if (!options.isStartedByBus)
+    if (!options.isInBackground)
         window.show();
     device->start();
     runLoop.run();

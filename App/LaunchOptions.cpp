@@ -35,9 +35,9 @@ std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options)
         ->check(CLI::IsMember(std::vector<std::string>{"auto", "local", "off"}));
     commandLine->add_flag("--log-stderr", options.isLoggingToStandardError,
                           "Log to standard error instead of the journal");
-    commandLine->add_flag("--dbus-activated", options.isStartedByBus,
-                          "Start without a window to receive a push; needs no display (used by D-Bus "
-                          "activation)");
+    commandLine->add_flag("--background,--dbus-activated", options.isInBackground,
+                          "Start without a window, as at login or for a push; needs no display. The next "
+                          "launch opens the window");
     return commandLine;
 }
 

@@ -51,7 +51,7 @@ public:
         // Each start applies the policy again.
         std::filesystem::remove_all(m_device.path("data"));
         m_device.replacePolicy(m_policy);
-        return m_device.startApplication({"--log-stderr", "--dbus-activated"});
+        return m_device.startApplication({"--log-stderr", "--background"});
     }
     void replacePolicy(std::size_t appCount) const { m_device.replacePolicy(policy(appCount)); }
 

@@ -22,9 +22,8 @@ struct DeviceOptions {
     std::optional<std::string> managedConfiguration = {};
     PushSource push = PushSource::automatic;
     bool isLoggingToStandardError = false;
-    /// The session bus started the program to receive a push, so it opens no window until the user activates
-    /// it.
-    bool isStartedByBus = false;
+    /// Start without a window, at login or for a push. It opens when the user launches the app.
+    bool isInBackground = false;
 };
 
 /// The event loop of the main thread, as the device uses it.
@@ -68,6 +67,9 @@ public:
     virtual void stop() = 0;
     /// Sets whether the application is in the foreground.
     virtual void setActive(bool isActive) = 0;
+    /// Whether the program keeps running when its window is closed: it was started in the background, or
+    /// took the place of an instance that was.
+    [[nodiscard]] virtual bool staysInBackground() const = 0;
 };
 
 } // namespace Platform

@@ -10,7 +10,7 @@ _quorvane_mdm() {
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return ;;
         --push) words='auto local off' ;;
-        *) words='-h --help --version --managed-configuration --push --log-stderr --dbus-activated' ;;
+        *) words='-h --help --version --managed-configuration --push --log-stderr --background --dbus-activated' ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
 }

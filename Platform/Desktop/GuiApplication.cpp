@@ -9,6 +9,8 @@ namespace Platform::Desktop {
 
 namespace {
 
+constexpr const char* platformVariable = "QT_QPA_PLATFORM";
+
 /// Qt aborts if it cannot connect to the display. Exits with a helpful message and an exit code instead.
 void handleStartupMessage(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
@@ -26,17 +28,26 @@ void handleStartupMessage(QtMsgType type, const QMessageLogContext& context, con
 
 std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv, Display display)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
-        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+    const bool isDisplayNamed = !qEnvironmentVariableIsEmpty(platformVariable) ||
+                                !qEnvironmentVariableIsEmpty("DISPLAY") ||
+                                !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (!isDisplayNamed) {
         if (display == Display::needed)
             throw NoDisplay("there is no display: set DISPLAY or WAYLAND_DISPLAY, or "
                             "QT_QPA_PLATFORM=offscreen to run without one");
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+        qputenv(platformVariable, "offscreen");
     }
     const auto previousHandler = qInstallMessageHandler(handleStartupMessage);
     auto application = std::make_unique<QGuiApplication>(argc, argv);
     qInstallMessageHandler(previousHandler);
+    if (!isDisplayNamed)
+        qunsetenv(platformVariable);
     return application;
+}
+
+bool hasDisplay()
+{
+    return QGuiApplication::platformName() != u"offscreen" || !qEnvironmentVariableIsEmpty(platformVariable);
 }
 
 } // namespace Platform::Desktop

@@ -95,6 +95,8 @@ void WindowGroup::raise()
 {
     if (m_window.visibility() == QWindow::Minimized)
         m_window.showNormal();
+    else if (!m_window.isVisible())
+        m_window.show();
     m_window.raise();
     m_window.requestActivate();
 }

@@ -54,7 +54,7 @@ public:
     /// Creates the content with these initial properties and shows the window. Ends the process if the
     /// document, which is part of the program, is invalid.
     void show(const QVariantMap& properties);
-    /// Brings the window to the front, if the desktop permits it.
+    /// Brings the window to the front, if the desktop permits it. Shows it again if it was closed.
     void raise();
 
 private:

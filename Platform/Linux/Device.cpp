@@ -87,10 +87,11 @@ struct Device::Instance {
     {
         if (tryLock(paths))
             return std::nullopt;
-        if (options.isStartedByBus)
+        if (options.isInBackground)
             return success;
         if (const auto exitCode = activateOther(paths))
             return exitCode;
+        hasReplacedOther = true;
         return tryLock(paths) ? std::nullopt : std::optional(ExitCode::success);
     }
 
@@ -100,6 +101,8 @@ struct Device::Instance {
     /// Declared before the lock because other instances send signals to the lock's holder.
     const ProcessSignals signals;
     std::optional<InstanceLock> lock;
+    /// The other instance had no display, so it ended for this one.
+    bool hasReplacedOther = false;
 
 private:
     /// Returns false if another instance holds the lock. Other errors do not prevent this one from starting.
@@ -248,6 +251,11 @@ const Services& Device::connect(const SystemInterface& interface)
         .application = *m_application,
         .bundleIdentifier = std::string(applicationIdentifier),
     });
+}
+
+bool Device::staysInBackground() const
+{
+    return m_options.isInBackground || m_instance->hasReplacedOther;
 }
 
 void Device::watchForChanges()

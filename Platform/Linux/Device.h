@@ -47,6 +47,7 @@ public:
     void start() override;
     void stop() override;
     void setActive(bool isActive) override { m_application->setActive(isActive); }
+    [[nodiscard]] bool staysInBackground() const override;
 
 private:
     /// The session bus, or the error if it cannot be opened.

@@ -37,6 +37,7 @@ public:
     }
     void stop() override { isStarted = false; }
     void setActive(bool) override {}
+    [[nodiscard]] bool staysInBackground() const override { return false; }
 
     // Platform::NotificationPreferences
     [[nodiscard]] Platform::AuthorizationStatus authorizationStatus() const override

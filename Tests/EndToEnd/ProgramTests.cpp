@@ -103,21 +103,6 @@ TEST_F(ProgramTest, LaunchFailsWhileAnotherProgramHoldsTheLock)
     EXPECT_FALSE(qvctlJSON({"status"}).at("isRunning").as_bool());
 }
 
-TEST_F(ProgramTest, BusActivatedAppHasNoWindowAndYieldsToUserLaunch)
-{
-    const auto hidden = device.startApplication({"--log-stderr", "--dbus-activated"});
-    ASSERT_TRUE(hidden->waitForLine("Configuration manager initialized"));
-    const auto again = device.startApplication({"--log-stderr", "--dbus-activated"});
-    EXPECT_EQ(again->waitForExit(), 0);
-    EXPECT_THAT(again->lines(), IsEmpty());
-    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), hidden->processId());
-
-    const auto visible = device.startApplication();
-    EXPECT_EQ(hidden->waitForExit(), 0);
-    ASSERT_TRUE(visible->waitForLine("Configuration manager initialized"));
-    EXPECT_EQ(qvctlJSON({"status"}).at("processId").as_int64(), visible->processId());
-}
-
 TEST_F(ProgramTest, AppRunsWithoutAUsableStateFolder)
 {
     device.write(device.path("data"), "a file where a folder should be");

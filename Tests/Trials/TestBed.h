@@ -33,7 +33,7 @@ public:
     /// Starts the application without a window, as the session bus does for a push.
     void startWithoutWindow()
     {
-        m_application = m_device.startApplication({"--log-stderr", "--push", "auto", "--dbus-activated"});
+        m_application = m_device.startApplication({"--log-stderr", "--push", "auto", "--background"});
     }
     /// Sends SIGTERM and requires exit code 0.
     void end();

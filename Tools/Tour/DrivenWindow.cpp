@@ -52,6 +52,11 @@ void DrivenWindow::resize(int width, int height) const
     perform({{"action", "resize"}, {"width", width}, {"height", height}});
 }
 
+void DrivenWindow::close() const
+{
+    perform({{"action", "close"}});
+}
+
 void DrivenWindow::grab(const fs::path& file) const
 {
     perform({{"action", "grab"}, {"file", fs::absolute(file).native()}});

@@ -27,6 +27,8 @@ public:
 
     /// In points. The content follows with the next frame.
     void resize(int width, int height) const;
+    /// As the user closes it.
+    void close() const;
     /// Saves a picture of the window as PNG, in device pixels.
     void grab(const std::filesystem::path& file) const;
 

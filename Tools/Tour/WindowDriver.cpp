@@ -114,6 +114,12 @@ void resize(QSize size)
     visibleWindow()->resize(size);
 }
 
+void close()
+{
+    waitUntil([] { return visibleWindow() != nullptr; }, "no window is visible");
+    visibleWindow()->close();
+}
+
 void grab(const QString& file)
 {
     const auto picture = [] {
@@ -136,6 +142,8 @@ void perform(const QJsonObject& command)
         tap(item);
     else if (action == "resize")
         resize({command["width"].toInt(), command["height"].toInt()});
+    else if (action == "close")
+        close();
     else if (action == "grab")
         grab(command["file"].toString());
     else
