@@ -55,6 +55,7 @@ public:
             m_group->raise();
             return;
         }
+        m_ports.device.setHasWindow(true);
         if (!m_content)
             load(m_content);
         m_group.emplace(*m_content, m_ports.device.systemStore(), QString::fromUtf8(applicationName));
@@ -77,6 +78,7 @@ private:
             return;
         m_group.reset();
         m_content.reset();
+        m_ports.device.setHasWindow(false);
     }
 
     const Ports m_ports;

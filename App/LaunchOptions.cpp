@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <vector>
@@ -54,6 +55,15 @@ std::variant<Platform::DeviceOptions, Platform::ExitCode> parseCommandLine(int a
         std::fprintf(stderr, "quorvane-mdm: %s\nTry quorvane-mdm --help.\n", error.what());
         return usage;
     }
+}
+
+std::vector<std::string> backgroundArguments(int argc, const char* const* argv,
+                                             const Platform::DeviceOptions& options)
+{
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    if (!options.isInBackground)
+        arguments.emplace_back("--background");
+    return arguments;
 }
 
 } // namespace App

@@ -4,7 +4,9 @@
 #include "Platform/ExitCode.h"
 
 #include <memory>
+#include <string>
 #include <variant>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -17,5 +19,9 @@ std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options);
 
 /// Parses the command line. Returns an exit code after printing help, the version or an error.
 std::variant<Platform::DeviceOptions, Platform::ExitCode> parseCommandLine(int argc, char** argv);
+
+/// Returns the arguments with which a process like this one starts without a window.
+std::vector<std::string> backgroundArguments(int argc, const char* const* argv,
+                                             const Platform::DeviceOptions& options);
 
 } // namespace App

@@ -3,6 +3,7 @@
 #include "Platform/Desktop/GuiApplication.h"
 #include "Platform/ExitCode.h"
 #include "Platform/Linux/Device.h"
+#include "Platform/Linux/ProgramRestart.h"
 
 #include <cstdio>
 #include <exception>
@@ -28,13 +29,16 @@ int main(int argc, char** argv)
     if (const auto* exitCode = std::get_if<Platform::ExitCode>(&parsed))
         return *exitCode;
     const auto& options = std::get<Platform::DeviceOptions>(parsed);
+    System::ProgramRestart restart(App::backgroundArguments(argc, argv, options));
     Platform::ExitCode failure = Platform::configuration;
     try {
         const auto paths = System::DevicePaths::fromEnvironment(options.managedConfiguration);
         failure = Platform::internal;
-        return App::launch(argc, argv, options, [&](const Platform::EventLoop& loop) {
-            return System::Device::make(options, paths, loop);
+        const auto exitCode = App::launch(argc, argv, options, [&](const Platform::EventLoop& loop) {
+            return System::Device::make(options, paths, loop, restart);
         });
+        restart.performIfRequested();
+        return exitCode;
     } catch (const System::InvalidPolicyPath& error) {
         fail(Platform::usage, error);
         std::fputs("Try quorvane-mdm --help.\n", stderr);

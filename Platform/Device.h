@@ -70,6 +70,8 @@ public:
     /// Whether the program keeps running when its window is closed: it was started in the background, or
     /// took the place of an instance that was.
     [[nodiscard]] virtual bool staysInBackground() const = 0;
+    /// Whether the application has a window, seen or not. Without one the device may restart the program.
+    virtual void setHasWindow(bool hasWindow) = 0;
 };
 
 } // namespace Platform

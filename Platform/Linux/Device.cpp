@@ -8,6 +8,7 @@
 #include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/Linux/ProcessSecrets.h"
 #include "Platform/Linux/ProcessSignals.h"
+#include "Platform/Linux/ProgramRestart.h"
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Platform/Network/CurlURLSession.h"
 #include "Platform/Push/UnavailablePushService.h"
@@ -75,11 +76,33 @@ std::string pushSourceText(PushSource source)
     return "UnifiedPush";
 }
 
+/// Counts each request as activity until its outcome is delivered.
+class CountingURLSession final : public URLSession {
+public:
+    explicit CountingURLSession(const Activity& activity) : m_activity(activity) {}
+
+    void start(URLRequest request, Completion completion) override
+    {
+        m_session.start(std::move(request), [completion = std::move(completion), work = m_activity.begin()](
+                                                Outcome outcome) { completion(std::move(outcome)); });
+    }
+
+private:
+    const Activity& m_activity;
+    Network::CurlURLSession m_session;
+};
+
 } // namespace
 
 struct Device::Instance {
-    Instance(const DeviceOptions& options, const EventLoop& loop)
-        : log(makeLog(options, clock)), signals(loop.quit, loop.activate)
+    Instance(const DeviceOptions& options, const EventLoop& loop, ProgramRestart& restart)
+        : log(makeLog(options, clock)),
+          signals(
+              [&restart, quit = loop.quit] {
+                  restart.cancel();
+                  quit();
+              },
+              loop.activate)
     {}
 
     /// Makes this the only instance, or returns this process's exit code.
@@ -128,25 +151,32 @@ void prepareProcess()
     ProcessSignals::block();
 }
 
-std::variant<std::unique_ptr<Platform::Device>, ExitCode>
-Device::make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop)
+std::variant<std::unique_ptr<Platform::Device>, ExitCode> Device::make(const DeviceOptions& options,
+                                                                       const DevicePaths& paths,
+                                                                       const EventLoop& loop,
+                                                                       ProgramRestart& restart)
 {
-    auto instance = std::make_unique<Instance>(options, loop);
+    auto instance = std::make_unique<Instance>(options, loop, restart);
     if (const auto exitCode = instance->claim(options, paths))
         return *exitCode;
-    return std::unique_ptr<Platform::Device>(new Device(options, paths, loop, std::move(instance)));
+    return std::unique_ptr<Platform::Device>(new Device(options, paths, loop, std::move(instance), restart));
 }
 
 Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
-               std::unique_ptr<Instance> instance)
+               std::unique_ptr<Instance> instance, ProgramRestart& restart)
     : m_options(options),
       m_paths(paths),
       m_loop(std::move(loop)),
       m_instance(std::move(instance)),
       m_log(m_instance->adapterLog),
+      m_upgrade({.mainQueue = m_loop.mainQueue,
+                 .timers = m_loop.timers,
+                 .log = m_log,
+                 .restart = restart,
+                 .quit = m_loop.quit}),
       m_defaults(paths, Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
       m_systemStore(paths.shellState(), Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
-      m_urlSession(std::make_unique<Network::CurlURLSession>(), m_systemStore, m_clock),
+      m_urlSession(std::make_unique<CountingURLSession>(m_upgrade.activity()), m_systemStore, m_clock),
       m_busAccess(openSessionBus(m_log)),
       m_notificationServer(makeNotificationServer()),
       m_preferences(m_shellState, m_notificationServer.get(), pushSourceText(options.push)),
@@ -235,7 +265,7 @@ const Services& Device::connect(const SystemInterface& interface)
     m_pushService = makePushService();
     m_application.emplace(Push::DeviceApplication::Ports{*m_pushService, pushServiceKind(),
                                                          *m_userNotificationCenter, m_systemStore, m_clock,
-                                                         interface.openSettings});
+                                                         interface.openSettings, m_upgrade.activity()});
     watchForChanges();
     return m_services.emplace(Services{
         .userDefaults = m_defaults,
@@ -263,6 +293,7 @@ void Device::watchForChanges()
     try {
         m_watcher = std::make_unique<Files::FileSystemWatcher>();
         m_defaults.announceChanges(*m_watcher, m_notificationCenter, m_loop.mainQueue);
+        m_upgrade.watch(*m_watcher);
     } catch (const std::system_error& error) {
         m_log.error(std::string("Changes to the managed configuration take effect only after a restart: ") +
                     error.what());

@@ -9,6 +9,7 @@
 #include "Platform/Linux/DeviceNotificationPreferences.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
+#include "Platform/Linux/ProgramUpgrade.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Network/RecordingURLSession.h"
 #include "Platform/NotificationCenter.h"
@@ -27,6 +28,8 @@
 
 namespace Platform::Linux {
 
+class ProgramRestart;
+
 /// Opens missing standard descriptors, ignores signals about failed writes, keeps secrets out of core dumps
 /// and blocks the signals that the device handles. Call it first, before any other thread starts.
 void prepareProcess();
@@ -35,9 +38,12 @@ void prepareProcess();
 class Device final : public Platform::Device {
 public:
     /// Returns the device, or this process's exit code if another program holds the instance lock. A running
-    /// instance is brought to the front.
-    static std::variant<std::unique_ptr<Platform::Device>, ExitCode>
-    make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop);
+    /// instance is brought to the front. `restart`, which must outlive the device, is requested when the
+    /// program ends to make room for another version of it.
+    static std::variant<std::unique_ptr<Platform::Device>, ExitCode> make(const DeviceOptions& options,
+                                                                          const DevicePaths& paths,
+                                                                          const EventLoop& loop,
+                                                                          ProgramRestart& restart);
     ~Device() override;
 
     AppearanceSource& appearance() override { return *m_appearance; }
@@ -48,6 +54,7 @@ public:
     void stop() override;
     void setActive(bool isActive) override { m_application->setActive(isActive); }
     [[nodiscard]] bool staysInBackground() const override;
+    void setHasWindow(bool hasWindow) override { m_upgrade.setHasWindow(hasWindow); }
 
 private:
     /// The session bus, or the error if it cannot be opened.
@@ -59,7 +66,7 @@ private:
     struct Instance;
 
     Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
-           std::unique_ptr<Instance> instance);
+           std::unique_ptr<Instance> instance, ProgramRestart& restart);
 
     void watchForChanges();
     static BusAccess openSessionBus(const AdapterLog& log);
@@ -74,6 +81,7 @@ private:
     const SystemClock m_clock;
     const std::unique_ptr<Instance> m_instance;
     const AdapterLog& m_log;
+    ProgramUpgrade m_upgrade;
     NotificationCenter m_notificationCenter;
     DeviceDefaults m_defaults;
     Storage::SQLiteUserDefaults m_systemStore;

@@ -1,6 +1,7 @@
 #include "Platform/Linux/InstanceLock.h"
 
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/ProgramFile.h"
 #include "Platform/Storage/PrivateFiles.h"
 
 #include <cerrno>
@@ -85,6 +86,12 @@ std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::
 bool InstanceLock::Holder::isApplication() const
 {
     return program.empty() || program == programName;
+}
+
+std::optional<bool> InstanceLock::Holder::isOutdated() const
+{
+    const auto file = process ? ProgramFile::of(std::to_string(*process)) : std::nullopt;
+    return file ? std::optional(file->isReplaced) : std::nullopt;
 }
 
 InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::path& file, int signal,

@@ -26,6 +26,8 @@ public:
 
         /// Returns false only if the process is known not to be the application.
         [[nodiscard]] bool isApplication() const;
+        /// Whether the file of its program was replaced or removed since it started. Absent when unknown.
+        [[nodiscard]] std::optional<bool> isOutdated() const;
     };
     /// Returns the process that holds the lock; absent if it is free. Does not acquire the lock.
     static std::optional<Holder> holder(const std::filesystem::path& file);

@@ -50,6 +50,8 @@ void DeviceApplication::finishLaunching()
 
 void DeviceApplication::didRegister(const Data& deviceToken)
 {
+    // The upload follows in a moment.
+    const Activity::Token work = m_ports.activity.begin();
     recordRegistration({});
     if (const auto delegate = m_delegate.lock())
         delegate->didRegisterForRemoteNotifications(deviceToken);
@@ -69,6 +71,8 @@ void DeviceApplication::recordRegistration(std::optional<PushServiceState::Failu
 
 void DeviceApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)
 {
+    completion = [inner = std::move(completion), work = m_ports.activity.begin()](
+                     const std::optional<PushRefusal>& refusal) { inner(refusal); };
     PushContents contents = readPushContents(payload, m_ports.clock.now());
     if (!contents.notification) {
         deliverInBackground(payload, std::move(completion));

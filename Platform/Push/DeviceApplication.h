@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Activity.h"
 #include "Platform/Application.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Platform/PushService.h"
@@ -34,6 +35,8 @@ public:
         const Clock& clock;
         /// Shows this application's page in the system settings.
         std::function<void()> openSettings;
+        /// Counts each push until it is completed.
+        const Activity& activity;
     };
 
     explicit DeviceApplication(Ports ports) : m_ports(std::move(ports)) {}

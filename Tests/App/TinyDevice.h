@@ -38,6 +38,7 @@ public:
     void stop() override { isStarted = false; }
     void setActive(bool) override {}
     [[nodiscard]] bool staysInBackground() const override { return false; }
+    void setHasWindow(bool) override {}
 
     // Platform::NotificationPreferences
     [[nodiscard]] Platform::AuthorizationStatus authorizationStatus() const override

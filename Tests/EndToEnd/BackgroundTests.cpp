@@ -1,6 +1,8 @@
 #include "Platform/Linux/LocalPushService.h"
 #include "Tests/EndToEnd/ProgramTest.h"
+#include "Tools/Backend/TestBackend.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -14,7 +16,10 @@ using testing::IsEmpty;
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr const char* ready = "Configuration manager initialized";
+constexpr const char* outdated = "was replaced by another version or removed";
 
 class BackgroundTest : public ProgramTest {
 protected:
@@ -121,6 +126,114 @@ TEST_F(BackgroundTest, StartsInTheBackgroundMakeOneProcess)
         EXPECT_EQ((*start)->waitForExit(), 0);
         EXPECT_THAT((*start)->lines(), IsEmpty());
     }
+}
+
+/// The app installed in a folder of its own, where it can be replaced.
+class UpgradeTest : public testing::Test {
+protected:
+    UpgradeTest()
+    {
+        fs::create_directory(programs.path("App"));
+        install();
+        fs::create_directory_symlink(fs::path(QV_PROGRAMS) / "Tools", programs.path("Tools"));
+        device.emplace(programs.path(""));
+        device->setEnvironment("SSL_CERT_FILE", device->path("authority.pem"));
+        backend.emplace(TestBackend::Options{.folder = device->path("")});
+        device->replacePolicy(policy("DEV-1"));
+    }
+    [[nodiscard]] std::string policy(std::string_view identifier) const
+    {
+        return fmt::format(R"({{"base_domain": "{}", "device_id": "{}", "api_key": "k"}})",
+                           backend->baseURL(), identifier);
+    }
+    /// As a package manager does: renames a complete file into place.
+    void install() const
+    {
+        fs::copy_file(fs::path(QV_PROGRAMS) / "App/quorvane-mdm", programs.path("App/next"));
+        fs::rename(programs.path("App/next"), program());
+    }
+    /// Installs something that does not start, such as a program whose libraries are missing.
+    void installBroken() const
+    {
+        programs.write(programs.path("App/next"), "no program");
+        fs::permissions(programs.path("App/next"), fs::perms::owner_all);
+        fs::rename(programs.path("App/next"), program());
+    }
+    [[nodiscard]] fs::path program() const { return programs.path("App/quorvane-mdm"); }
+    [[nodiscard]] boost::json::value isOutdated() const
+    {
+        const auto process = device->startConsole({"status", "--json"});
+        process->waitForExit();
+        return boost::json::parse(process->lines().back()).at("isOutdated");
+    }
+    [[nodiscard]] std::string runningProgram() const
+    {
+        return fs::read_symlink(fmt::format("/proc/{}/exe", application->processId()));
+    }
+    [[nodiscard]] std::string push() const
+    {
+        return Platform::Linux::sendToLocalPushService(device->pushSocket(),
+                                                       R"({"aps": {"alert": "Hello"}})");
+    }
+    [[nodiscard]] std::size_t countOf(std::string_view text) const
+    {
+        const auto& lines = application->lines();
+        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [=](const auto& line) {
+            return line.find(text) != std::string::npos;
+        }));
+    }
+
+    ThrowawayDevice programs{QV_PROGRAMS};
+    std::optional<ThrowawayDevice> device;
+    std::optional<TestBackend> backend;
+    std::unique_ptr<ChildProcess> application;
+};
+
+TEST_F(UpgradeTest, RestartsWithoutAWindowOnceTheNewProgramStarts)
+{
+    application = device->startApplication({"--log-stderr", "--push", "local", "--background"});
+    ASSERT_TRUE(application->waitForLine(ready));
+    EXPECT_EQ(isOutdated(), false);
+    installBroken();
+    ASSERT_TRUE(application->waitForLine(outdated));
+    EXPECT_EQ(isOutdated(), true);
+    EXPECT_FALSE(application->waitForLine("starting up", 4s)) << "the new program does not start";
+    EXPECT_FALSE(push().empty()) << "the old version still answers";
+    install();
+    ASSERT_TRUE(application->waitForLine("starting up"));
+    ASSERT_TRUE(application->waitForLine(ready));
+    EXPECT_EQ(runningProgram(), program());
+    EXPECT_EQ(isOutdated(), false);
+    EXPECT_EQ(countOf(outdated), 1U);
+    device->replacePolicy(policy("DEV-2"));
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v3")) << "each start applies the policy";
+    EXPECT_EQ(application->waitForExit(0s), std::nullopt) << "the same process";
+    application->signal(SIGTERM);
+    EXPECT_EQ(application->waitForExit(), 0);
+}
+
+TEST_F(UpgradeTest, WaitsForTheWindowAndForAnUpload)
+{
+    application = device->startApplication({"--log-stderr", "--push", "local", "--background"});
+    ASSERT_TRUE(application->waitForLine(ready));
+    EXPECT_EQ(device->startApplication()->waitForExit(), 0);
+    const DrivenWindow window = device->window();
+    backend->setReply("*", {.delay = 6s});
+    window.tap("welcome.getStarted");
+    window.tap("shell.allow");
+    ASSERT_TRUE(application->waitForLine("Remote notifications registered"));
+    install();
+    ASSERT_TRUE(application->waitForLine(outdated));
+    const auto doctor = device->startConsole({"doctor", "--offline"});
+    EXPECT_TRUE(doctor->waitForLine("warning  app.running"));
+    window.close();
+    EXPECT_FALSE(application->waitForLine("starting up", 3s)) << "in the middle of an upload";
+    ASSERT_TRUE(application->waitForLine("Device token uploaded"));
+    ASSERT_TRUE(application->waitForLine("starting up"));
+    ASSERT_TRUE(application->waitForLine(ready));
+    window.waitUntilGone("dashboard.content");
+    EXPECT_EQ(push(), "ok");
+    EXPECT_EQ(runningProgram(), program());
 }
 
 } // namespace

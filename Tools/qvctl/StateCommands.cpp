@@ -156,6 +156,9 @@ Styled applicationText(const std::optional<InstanceLock::Holder>& holder)
                       toned(Tone::warning, "not running"), holder->program, *holder->process);
     if (!holder->process)
         return styled("{} in another container or on another machine", toned(Tone::good, "running"));
+    if (holder->isOutdated() == true)
+        return styled("{}, process {}, {}", toned(Tone::good, "running"), *holder->process,
+                      toned(Tone::warning, "an older version; restart it"));
     return styled("{}, process {}", toned(Tone::good, "running"), *holder->process);
 }
 
@@ -226,6 +229,8 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["isRunning"] = isRunning;
     object["processId"] =
         isRunning && state.lockHolder->process ? json::value(*state.lockHolder->process) : json::value();
+    const auto isOutdated = isRunning ? state.lockHolder->isOutdated() : std::nullopt;
+    object["isOutdated"] = isOutdated ? json::value(*isOutdated) : json::value();
     if (!state.problem.empty())
         object["error"] = state.problem;
     return object;

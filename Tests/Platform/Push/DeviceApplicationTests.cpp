@@ -64,8 +64,9 @@ protected:
     ManualScheduler clock;
     std::shared_ptr<RecordingEnvironment> world = std::make_shared<RecordingEnvironment>();
     FakeUserDefaults store;
+    Activity activity{[] {}};
     Push::DeviceApplication application{{*world, Push::PushServiceKind::local, *world, store, clock,
-                                         [this] { world->events.emplace_back("settings"); }}};
+                                         [this] { world->events.emplace_back("settings"); }, activity}};
 };
 
 TEST_F(DeviceApplicationTest, CallsTheDelegateAndHoldsItWeakly)
@@ -144,9 +145,12 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
         world->centerRefusal = row.centerRefusal;
         world->isStoring = row.isStoring;
         const auto payload = Push::readPushPayload(row.payload);
-        application.didReceive(std::get<PropertyList::Dictionary>(payload),
-                               [&](const auto& refusal) { world->events.push_back(described(refusal)); });
+        application.didReceive(std::get<PropertyList::Dictionary>(payload), [&](const auto& refusal) {
+            EXPECT_FALSE(activity.isIdle());
+            world->events.push_back(described(refusal));
+        });
         EXPECT_EQ(world->events, row.expected) << row.payload;
+        EXPECT_TRUE(activity.isIdle()) << row.payload;
     }
 }
 

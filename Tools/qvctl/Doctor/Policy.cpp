@@ -323,7 +323,14 @@ void examineState(Examination& examination)
         return;
     }
     examination.application = holder;
-    if (examination.application && examination.application->process)
+    if (examination.application && examination.application->isOutdated() == true)
+        report.warning("app.running",
+                       fmt::format("The app runs as process {}, but an older version: its program was "
+                                   "replaced or removed since.",
+                                   *examination.application->process),
+                       "Close its window; without one, it restarts itself within seconds. If it does not, "
+                       "end that process and start the app again.");
+    else if (examination.application && examination.application->process)
         report.ok("app.running",
                   fmt::format("The app is running as process {}.", *examination.application->process));
     else if (examination.application)

@@ -1,0 +1,91 @@
+#include "Platform/Linux/ProgramRestart.h"
+
+#include "Platform/Error.h"
+#include "Platform/Linux/ProgramFile.h"
+#include "Platform/Storage/FileDescriptor.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform::Linux {
+
+namespace {
+
+constexpr int trialMilliseconds = 10'000;
+
+/// Ends with a null pointer, as exec(3) requires.
+std::vector<char*> argumentPointers(std::vector<std::string>& command)
+{
+    std::vector<char*> pointers;
+    for (std::string& argument : command)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// Returns 0 if the process could not be started.
+pid_t spawnSilently(std::vector<std::string> command)
+{
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+    pid_t process = 0;
+    const int error = ::posix_spawn(&process, command.front().c_str(), &actions, nullptr,
+                                    argumentPointers(command).data(), ::environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    return error == 0 ? process : 0;
+}
+
+/// Kills the process if it takes longer than `trialMilliseconds`.
+bool waitForSuccess(pid_t process)
+{
+    const Storage::FileDescriptor descriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
+    pollfd end{.fd = descriptor.get(), .events = POLLIN, .revents = 0};
+    if (::poll(&end, 1, trialMilliseconds) != 1 || end.revents != POLLIN)
+        ::kill(process, SIGKILL);
+    int status = -1;
+    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+} // namespace
+
+ProgramRestart::ProgramRestart(std::vector<std::string> arguments) : m_arguments(std::move(arguments)) {}
+
+std::vector<std::string> ProgramRestart::command() const
+{
+    const auto program = ProgramFile::of("self");
+    std::vector<std::string> command{program ? program->path.string() : std::string()};
+    command.insert(command.end(), m_arguments.begin(), m_arguments.end());
+    return command;
+}
+
+bool ProgramRestart::isPossible() const
+{
+    std::vector<std::string> trial = command();
+    trial.emplace_back("--version");
+    const pid_t process = spawnSilently(std::move(trial));
+    return process != 0 && waitForSuccess(process);
+}
+
+void ProgramRestart::performIfRequested() const
+{
+    if (!m_isRequested || m_isCanceled)
+        return;
+    std::vector<std::string> words = command();
+    ::execv(words.front().c_str(), argumentPointers(words).data());
+    std::fprintf(stderr, "quorvane-mdm: cannot start %s: %s\n", words.front().c_str(),
+                 errorText(errno).c_str());
+}
+
+} // namespace Platform::Linux
