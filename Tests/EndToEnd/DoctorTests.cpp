@@ -140,6 +140,8 @@ protected:
         fs::create_directories(device.path("services/dbus-1/services"));
         device.write(device.path("services/dbus-1/services/notifications.service"),
                      "[D-BUS Service]\nName=org.freedesktop.Notifications\nExec=/bin/false\n");
+        device.write(device.path("services/dbus-1/services/app.service"),
+                     "[D-BUS Service]\nName=com.quorvane.mdm\nExec=/bin/false\n");
         bus = startBus("bus", "services");
         bareBus = startBus("bare-bus", "none");
         // doctor must not depend on private data in the log.
@@ -528,6 +530,21 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
          uploaded,
          "push.registration",
          "failed: unknown error."},
+        {"an app that the bus can start",
+         "bus",
+         {{Kind::unifiedPush}},
+         "",
+         uploaded,
+         "push.activation",
+         "ok: The session bus can start the app"},
+        {"an app that the bus cannot start",
+         "distributor-bus",
+         {{Kind::unifiedPush}},
+         "other",
+         uploaded,
+         "push.activation",
+         "failed: The session bus cannot start the app for a push: it has no service file"},
+        {"no pushes", "distributor-bus", {{Kind::off}}, "other", uploaded, "push.activation", "skipped: "},
         {"no pushes",
          "distributor-bus",
          {{Kind::off}},

@@ -2,16 +2,39 @@
 
 #include "Platform/Linux/DevicePaths.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace {
 
 std::string addressOn(const ThrowawayDevice& device)
 {
     return "unix:path=" + device.path("run/bus").string();
+}
+
+/// Programs that the bus starts have this environment, too.
+ChildProcess::Environment environmentOf(const ThrowawayDevice& device)
+{
+    ChildProcess::Environment environment = device.environment();
+    environment["LD_PRELOAD"] = "";
+    return environment;
+}
+
+bool isApplicationActivatable()
+{
+    const auto connection = sdbus::createSessionBusConnection();
+    const auto bus = sdbus::createProxy(*connection, ServiceName("org.freedesktop.DBus"),
+                                        ObjectPath("/org/freedesktop/DBus"));
+    std::vector<std::string> names;
+    bus->callMethod("ListActivatableNames").onInterface("org.freedesktop.DBus").storeResultsTo(names);
+    return std::find(names.begin(), names.end(), Platform::Linux::applicationIdentifier) != names.end();
 }
 
 sdbus::Variant bytesOf(const std::string& message)
@@ -38,21 +61,28 @@ std::string subscriptionText(std::string_view token)
 }
 
 Distributor::Distributor(const ThrowawayDevice& device, Behavior behavior)
-    : m_daemon({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
+    : m_device(device),
+      m_behavior(behavior),
+      m_daemon({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
                 "--address=" + addressOn(device)},
-               {})
+               environmentOf(device))
 {
     if (!m_daemon.waitForLine("unix:"))
         throw std::runtime_error("cannot start a session bus");
     ::setenv("DBUS_SESSION_BUS_ADDRESS", addressOn(device).c_str(), 1);
+    connect();
+}
+
+void Distributor::connect()
+{
     m_bus = sdbus::createSessionBusConnection(BusName("org.unifiedpush.Distributor.Trial"));
     m_connector = sdbus::createProxy(*m_bus, ServiceName(std::string(Platform::Linux::applicationIdentifier)),
                                      ObjectPath("/org/unifiedpush/Connector"));
     m_object = sdbus::createObject(*m_bus, ObjectPath("/org/unifiedpush/Distributor"));
     addMethod(
         *m_object, "org.unifiedpush.Distributor2", "Register",
-        [this, behavior](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
-            if (behavior == Behavior::responsive)
+        [this](sdbus::Result<Dictionary>&& result, const Dictionary& arguments) {
+            if (m_behavior == Behavior::responsive)
                 result.returnResults({{"success", sdbus::Variant(std::string("REGISTRATION_SUCCEEDED"))}});
             else
                 m_answer = std::move(result);
@@ -77,6 +107,65 @@ bool Distributor::waitForRegistration()
 void Distributor::sendEndpoint(const std::string& endpoint)
 {
     call("NewEndpoint", {{"endpoint", sdbus::Variant(endpoint)}});
+}
+
+void Distributor::installService(const std::filesystem::path& programs)
+{
+    std::filesystem::create_directories(serviceFile().parent_path());
+    m_device.write(serviceFile(), fmt::format("[D-BUS Service]\nName={}\nExec={} --background --log-stderr\n",
+                                              Platform::Linux::applicationIdentifier,
+                                              (programs / "App/quorvane-mdm").string()));
+    reloadServices();
+}
+
+std::filesystem::path Distributor::serviceFile() const
+{
+    return m_device.path("run/dbus-1/services") /
+           std::string(Platform::Linux::applicationIdentifier).append(".service");
+}
+
+void Distributor::removeService()
+{
+    std::filesystem::remove(serviceFile());
+    reloadServices();
+}
+
+void Distributor::reloadServices()
+{
+    const auto bus =
+        sdbus::createProxy(*m_bus, ServiceName("org.freedesktop.DBus"), ObjectPath("/org/freedesktop/DBus"));
+    bus->callMethod("ReloadConfig").onInterface("org.freedesktop.DBus");
+}
+
+bool Distributor::endActivated()
+{
+    const auto bus =
+        sdbus::createProxy(*m_bus, ServiceName("org.freedesktop.DBus"), ObjectPath("/org/freedesktop/DBus"));
+    std::uint32_t process = 0;
+    bus->callMethod("GetConnectionUnixProcessID")
+        .onInterface("org.freedesktop.DBus")
+        .withArguments(std::string(Platform::Linux::applicationIdentifier))
+        .storeResultsTo(process);
+    const pid_t application = static_cast<pid_t>(process);
+    ::kill(application, SIGTERM);
+    for (int attempt = 0; attempt < 2000 && ::kill(application, 0) == 0; ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return ::kill(application, 0) != 0;
+}
+
+bool Distributor::restart(const std::string& endpoint)
+{
+    m_bus->leaveEventLoop();
+    m_object.reset();
+    m_connector.reset();
+    m_bus.reset();
+    const bool isKnown = isApplicationActivatable();
+    if (!isKnown)
+        m_token.clear();
+    connect();
+    if (isKnown)
+        sendEndpoint(endpoint);
+    return isKnown;
 }
 
 Distributor::Answer Distributor::deliver(const std::string& message)

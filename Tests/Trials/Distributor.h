@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -16,7 +17,10 @@
 /// Returns the Web Push subscription encoded in a hexadecimal device token.
 std::string subscriptionText(std::string_view token);
 
-/// A device's session bus with a push distributor on it.
+/// A device's session bus with a push distributor on it that behaves like KDE's: when it starts, it drops the
+/// registration of an application that the bus cannot start, and announces the endpoint of any other again.
+/// It keeps a message that is answered with an error or not within 25 s, and forgets it after any other
+/// reply.
 ///
 /// Threads: call from one thread; the bus thread replies to the application.
 class Distributor {
@@ -33,8 +37,20 @@ public:
     bool waitForRegistration();
     /// Sends the application a new endpoint and waits for the reply. Throws `sdbus::Error`.
     void sendEndpoint(const std::string& endpoint);
-    /// The reply to a message. Only a reply with the message's identifier acknowledges it.
+    /// The reply to a message. The real distributor takes a reply without the message's identifier for an
+    /// acknowledgment, too.
     enum class Answer { acknowledged, withoutIdentifier, error };
+
+    /// Lets the bus start the application for a call, without a window.
+    void installService(const std::filesystem::path& programs);
+    void removeService();
+    /// Waits for a line of the log of an application that the bus started.
+    bool waitForActivatedLine(std::string_view text) { return m_daemon.waitForLine(text); }
+    /// Ends the application that the bus started; returns false if it does not end.
+    bool endActivated();
+    /// Restarts the distributor, which then has a new endpoint for the application. Returns whether it still
+    /// knows the application.
+    bool restart(const std::string& endpoint);
 
     /// Delivers a message and waits for the reply.
     Answer deliver(const std::string& message);
@@ -47,9 +63,14 @@ public:
 private:
     using Dictionary = std::map<std::string, sdbus::Variant>;
 
+    void connect();
+    [[nodiscard]] std::filesystem::path serviceFile() const;
+    void reloadServices();
     [[nodiscard]] sdbus::MethodCall makeCall(const std::string& method, Dictionary arguments) const;
     Dictionary call(const std::string& method, Dictionary arguments);
 
+    const ThrowawayDevice& m_device;
+    const Behavior m_behavior;
     ChildProcess m_daemon;
     std::unique_ptr<sdbus::IConnection> m_bus;
     std::unique_ptr<sdbus::IObject> m_object;

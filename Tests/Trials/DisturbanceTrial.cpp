@@ -281,6 +281,57 @@ void noPresenter(TestBed& testBed)
     testBed.requireNothingLost(sent.before, sent.push);
 }
 
+/// Requires that the latest upload contains this endpoint.
+void requireUploadedEndpoint(TestBed& testBed, const std::string& endpoint)
+{
+    const auto requests = testBed.backend().takeRequests();
+    testBed.requireWithLog(!requests.empty(), "no token was uploaded for " + endpoint);
+    const std::string token = uploadedToken(requests.back()).value_or("");
+    testBed.requireWithLog(subscriptionText(token).find(endpoint) != std::string::npos,
+                           "the uploaded token is not for " + endpoint);
+}
+
+/// The distributor restarts, with the same endpoint and with others, while the app runs and while it does
+/// not.
+void distributorRestarts(TestBed& testBed)
+{
+    Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
+    distributor.installService(testBed.programs());
+    const EncryptedPush sent(distributor, testBed, "after restarts");
+    const std::string first = "https://push.example.org/1";
+    const std::string second = "https://push.example.org/2";
+    const std::string third = "https://push.example.org/3";
+    testBed.requireWithLog(distributor.restart(first), "the app cannot be started by the bus");
+    testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
+    testBed.requireWithLog(distributor.restart(second), "the app cannot be started by the bus");
+    testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
+    testBed.expectLine("Device token uploaded");
+    requireUploadedEndpoint(testBed, second);
+
+    testBed.end();
+    testBed.requireWithLog(distributor.restart(third), "the app cannot be started by the bus");
+    testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
+                           "started by the bus, the application did not upload the new endpoint");
+    requireUploadedEndpoint(testBed, third);
+    testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
+                           "started by the bus, the application did not acknowledge a push");
+    testBed.requireWithLog(distributor.waitForRegistration(),
+                           "started by the bus, the application did not register");
+
+    distributor.removeService();
+    testBed.requireWithLog(!distributor.restart(first),
+                           "the stand-in knows an app that the bus cannot start");
+    testBed.requireWithLog(distributor.waitForRegistration(),
+                           "the application did not register again after it was dropped");
+    distributor.sendEndpoint(first);
+    testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
+                           "the application did not upload the endpoint of its new registration");
+    requireUploadedEndpoint(testBed, first);
+    testBed.requireWithLog(distributor.endActivated(), "the application did not end");
+    testBed.start();
+    testBed.expectLine("Configuration manager initialized");
+}
+
 /// The session bus dies while a registration is pending.
 void busDies(TestBed& testBed)
 {
@@ -330,6 +381,7 @@ constexpr Disturbance disturbances[] = {
     {"no descriptors are left", fewDescriptors},
     {"files may not grow", limitedFileSize},
     {"the backend dies during an upload", backendDies},
+    {"the distributor restarts", distributorRestarts},
     {"the session bus dies during a call", busDies},
     {"no service on the session bus replies", busIsSilent},
 };

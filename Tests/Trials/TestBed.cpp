@@ -8,7 +8,8 @@
 using namespace std::chrono_literals;
 
 TestBed::TestBed(const TrialPrograms& programs)
-    : m_backend(std::make_unique<TestBackend>(TestBackend::Options{.folder = m_folder.path()})),
+    : m_programs(programs.folder),
+      m_backend(std::make_unique<TestBackend>(TestBackend::Options{.folder = m_folder.path()})),
       m_device(programs.folder, *m_backend),
       m_faults(m_device, programs.faultLibrary)
 {

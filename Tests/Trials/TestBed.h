@@ -5,6 +5,7 @@
 #include "Tests/Trials/Trials.h"
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@ public:
     explicit TestBed(const TrialPrograms& programs);
 
     TrialDevice& device() { return m_device; }
+    [[nodiscard]] const std::filesystem::path& programs() const { return m_programs; }
     Faults& faults() { return m_faults; }
     TestBackend& backend() { return *m_backend; }
     ChildProcess& application() { return *m_application; }
@@ -53,6 +55,7 @@ public:
     void requireWithLog(bool isTrue, const std::string& what) const;
 
 private:
+    const std::filesystem::path m_programs;
     const TemporaryFolder m_folder;
     std::unique_ptr<TestBackend> m_backend;
     TrialDevice m_device;

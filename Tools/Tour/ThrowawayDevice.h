@@ -31,6 +31,8 @@ public:
     /// The window of the app. Blocks until the app has started.
     [[nodiscard]] DrivenWindow window() const { return DrivenWindow(windowSocket()); }
 
+    /// The variables of programs that are started later, in addition to our own.
+    [[nodiscard]] const ChildProcess::Environment& environment() const { return m_environment; }
     /// Sets a variable for programs that are started later.
     void setEnvironment(const std::string& name, std::string value)
     {

@@ -167,6 +167,26 @@ void checkDistributor(Examination& examination, const std::optional<SessionBusNa
         report.ok("push.distributor", fmt::format("Found {}.", fmt::join(distributors, ", ")));
 }
 
+/// Distributors drop the registration of an app that the bus cannot start.
+void checkActivation(Examination& examination, const std::optional<SessionBusNames>& names)
+{
+    CheckReport& report = examination.report;
+    if (isUsing(examination, PushServiceKind::local) || isUsing(examination, PushServiceKind::off))
+        report.skipped("push.activation", "Not needed: the app does not use a push distributor.");
+    else if (report.isPrevented("push.activation", {"bus.session"}))
+        return;
+    else if (names->startable.count(applicationIdentifier) != 0)
+        report.ok("push.activation", "The session bus can start the app for a push.");
+    else
+        report.failed("push.activation",
+                      fmt::format("The session bus cannot start the app for a push: it has no service file "
+                                  "for {}. Distributors drop the registration of such an app.",
+                                  applicationIdentifier),
+                      fmt::format("Install the package of the app; it contains "
+                                  "/usr/share/dbus-1/services/{}.service. Then restart the distributor.",
+                                  applicationIdentifier));
+}
+
 /// What is wrong although there is a token.
 struct RegistrationProblem {
     /// The end of a sentence: ", but …".
@@ -263,6 +283,7 @@ void examineNotifications(Examination& examination)
     }
     checkServer(report, names);
     checkDistributor(examination, names);
+    checkActivation(examination, names);
     if (!report.isPrevented("push.registration", {"state.folder"}))
         checkRegistration(examination, *shell, names);
 }

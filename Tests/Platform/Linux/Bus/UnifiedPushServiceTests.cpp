@@ -215,6 +215,28 @@ TEST(UnifiedPushServiceTest, KeepsTokenAcrossRestartsAndDistributors)
     EXPECT_EQ(transcript.after("a registers "), token);
 }
 
+TEST(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounces)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    Application app(transcript, store);
+    std::optional<FakeDistributor> distributor(std::in_place, transcript, "a");
+    app.registerDevice();
+    const std::string token = transcript.after("a registers ");
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    const auto restartAndAnnounce = [&](const char* announced) {
+        distributor.reset();
+        distributor.emplace(transcript, "a", Script{.followUp = "Nothing"});
+        EXPECT_EQ(transcript.after("a registers "), token);
+        transcript.after("a answered error"); // To the call of "Nothing".
+        distributor->call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", announced}});
+    };
+    restartAndAnnounce(endpoint);
+    EXPECT_EQ(transcript.after(""), "a answered NewEndpoint") << "nothing to upload";
+    restartAndAnnounce("https://push.example/2");
+    EXPECT_THAT(transcript.after("token "), HasSubstr("https://push.example/2"));
+}
+
 TEST(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
 {
     Transcript transcript;
