@@ -2,11 +2,15 @@
 
 #include "App/AppMain.h"
 #include "App/AppearanceModel.h"
+#include "App/Translation.h"
 #include "Core/Logger.h"
 #include "Platform/Desktop/GuiApplication.h"
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Platform/Desktop/WindowGroup.h"
+
+#include <QCoreApplication>
+#include <QLocale>
 
 #include <cstdlib>
 #include <optional>
@@ -87,17 +91,30 @@ private:
     std::optional<Desktop::WindowGroup> m_group;
 };
 
+/// The device's strings in the user's language.
+DeviceStrings deviceStrings()
+{
+    const auto string = [](const QString& translated) { return translated.toStdString(); };
+    return {.openAction = string(QCoreApplication::translate("Device", "Open")),
+            .pushDescription = string(
+                QCoreApplication::translate("Device", "Messages from your organization about this device")),
+            .pushTurnedOff = string(QCoreApplication::translate("Device", "Turned off")),
+            .pushFromThisDevice = string(QCoreApplication::translate("Device", "This device itself"))};
+}
+
 } // namespace
 
 ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const MakeDevice& makeDevice)
 {
     Desktop::QtRunLoop runLoop(Desktop::makeGuiApplication(
         argc, argv, options.isInBackground ? Desktop::Display::optional : Desktop::Display::needed));
+    installTranslation(*qGuiApp, QLocale::system().uiLanguages());
     std::function<void()> show = [] {};
     auto made = makeDevice({.mainQueue = runLoop,
                             .timers = runLoop,
                             .quit = [&] { runLoop.quit(); },
-                            .activate = [&] { runLoop.async([&] { show(); }); }});
+                            .activate = [&] { runLoop.async([&] { show(); }); }},
+                           deviceStrings());
     if (const auto* exitCode = std::get_if<ExitCode>(&made))
         return *exitCode;
     const std::unique_ptr<Device> device = std::get<std::unique_ptr<Device>>(std::move(made));

@@ -9,9 +9,10 @@
 
 namespace App {
 
-/// Creates the device for an event loop, or returns the exit code if the process must exit immediately.
+/// Creates the device for an event loop and with its strings, or returns the exit code if the process must
+/// exit immediately.
 using MakeDevice = std::function<std::variant<std::unique_ptr<Platform::Device>, Platform::ExitCode>(
-    const Platform::EventLoop&)>;
+    const Platform::EventLoop&, const Platform::DeviceStrings&)>;
 
 /// Runs the application until it quits and returns the exit code.
 ///

@@ -34,9 +34,10 @@ int main(int argc, char** argv)
     try {
         const auto paths = System::DevicePaths::fromEnvironment(options.managedConfiguration);
         failure = Platform::internal;
-        const auto exitCode = App::launch(argc, argv, options, [&](const Platform::EventLoop& loop) {
-            return System::Device::make(options, paths, loop, restart);
-        });
+        const auto makeDevice = [&](const Platform::EventLoop& loop, const Platform::DeviceStrings& strings) {
+            return System::Device::make(options, paths, loop, strings, restart);
+        };
+        const auto exitCode = App::launch(argc, argv, options, makeDevice);
         restart.performIfRequested();
         return exitCode;
     } catch (const System::InvalidPolicyPath& error) {

@@ -26,6 +26,17 @@ struct DeviceOptions {
     bool isInBackground = false;
 };
 
+/// The strings that the device, not a screen, shows to the user, in the user's language. UTF-8.
+struct DeviceStrings {
+    /// The label of the action that opens a notification.
+    std::string openAction;
+    /// What the system shows as the purpose of this application's pushes; at most 100 bytes.
+    std::string pushDescription;
+    /// The push source in the settings, for `PushSource::off` and `PushSource::local`.
+    std::string pushTurnedOff;
+    std::string pushFromThisDevice;
+};
+
 /// The event loop of the main thread, as the device uses it.
 struct EventLoop {
     DispatchQueue& mainQueue;

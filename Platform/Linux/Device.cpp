@@ -63,13 +63,13 @@ std::optional<ExitCode> activateOther(const DevicePaths& paths)
     return unavailable;
 }
 
-std::string pushSourceText(PushSource source)
+std::string pushSourceText(PushSource source, const DeviceStrings& strings)
 {
     switch (source) {
     case PushSource::off:
-        return "Turned off";
+        return strings.pushTurnedOff;
     case PushSource::local:
-        return "This device itself";
+        return strings.pushFromThisDevice;
     case PushSource::automatic:
         break;
     }
@@ -154,19 +154,22 @@ void prepareProcess()
 std::variant<std::unique_ptr<Platform::Device>, ExitCode> Device::make(const DeviceOptions& options,
                                                                        const DevicePaths& paths,
                                                                        const EventLoop& loop,
+                                                                       const DeviceStrings& strings,
                                                                        ProgramRestart& restart)
 {
     auto instance = std::make_unique<Instance>(options, loop, restart);
     if (const auto exitCode = instance->claim(options, paths))
         return *exitCode;
-    return std::unique_ptr<Platform::Device>(new Device(options, paths, loop, std::move(instance), restart));
+    return std::unique_ptr<Platform::Device>(
+        new Device(options, paths, loop, strings, std::move(instance), restart));
 }
 
-Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
+Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop, DeviceStrings strings,
                std::unique_ptr<Instance> instance, ProgramRestart& restart)
     : m_options(options),
       m_paths(paths),
       m_loop(std::move(loop)),
+      m_strings(std::move(strings)),
       m_instance(std::move(instance)),
       m_log(m_instance->adapterLog),
       m_upgrade({.mainQueue = m_loop.mainQueue,
@@ -179,7 +182,7 @@ Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop
       m_urlSession(std::make_unique<CountingURLSession>(m_upgrade.activity()), m_systemStore, m_clock),
       m_busAccess(openSessionBus(m_log)),
       m_notificationServer(makeNotificationServer()),
-      m_preferences(m_shellState, m_notificationServer.get(), pushSourceText(options.push)),
+      m_preferences(m_shellState, m_notificationServer.get(), pushSourceText(options.push, m_strings)),
       m_appearance(makeAppearance())
 {}
 
@@ -200,7 +203,8 @@ std::unique_ptr<Bus::NotificationServer> Device::makeNotificationServer() const
         return nullptr;
     return std::make_unique<Bus::NotificationServer>(
         Bus::NotificationServer::Ports{*m_busAccess.bus, m_loop.mainQueue, m_loop.timers, m_log},
-        Bus::NotificationServer::Application{applicationName, std::string(applicationIdentifier)});
+        Bus::NotificationServer::Application{applicationName, std::string(applicationIdentifier),
+                                             m_strings.openAction});
 }
 
 std::unique_ptr<AppearanceSource> Device::makeAppearance() const
@@ -247,7 +251,7 @@ std::unique_ptr<PushService> Device::makePushService()
                                        m_log},
         Bus::UnifiedPushService::Settings{
             .serviceName = std::string(applicationIdentifier),
-            .description = "Messages from your organization about this device",
+            .description = m_strings.pushDescription,
             .chosenDistributor = chosen != nullptr ? chosen : "",
         });
 }

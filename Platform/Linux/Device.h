@@ -43,6 +43,7 @@ public:
     static std::variant<std::unique_ptr<Platform::Device>, ExitCode> make(const DeviceOptions& options,
                                                                           const DevicePaths& paths,
                                                                           const EventLoop& loop,
+                                                                          const DeviceStrings& strings,
                                                                           ProgramRestart& restart);
     ~Device() override;
 
@@ -65,7 +66,7 @@ private:
     /// Ensures that only one instance runs. Built before all other adapters.
     struct Instance;
 
-    Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop,
+    Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop loop, DeviceStrings strings,
            std::unique_ptr<Instance> instance, ProgramRestart& restart);
 
     void watchForChanges();
@@ -78,6 +79,7 @@ private:
     const DeviceOptions m_options;
     const DevicePaths m_paths;
     const EventLoop m_loop;
+    const DeviceStrings m_strings;
     const SystemClock m_clock;
     const std::unique_ptr<Instance> m_instance;
     const AdapterLog& m_log;

@@ -49,16 +49,17 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
         });
     };
 
-    const int exitCode = App::launch(argumentCount, arguments, DeviceOptions(), [&](const EventLoop& loop) {
-        auto made = std::make_unique<TinyDevice>(loop);
-        device = made.get();
-        device->defaults.deliver(
-            PropertyList::Dictionary{{"device_id", "DEV-1"}, {"base_domain", "https://mdm.example.com"}});
-        loop.mainQueue.async([&] { device->registerForRemoteNotifications(); });
-        constexpr int tries = 1000;
-        waitForRequest(loop, tries);
-        return std::unique_ptr<Device>(std::move(made));
-    });
+    const int exitCode = App::launch(
+        argumentCount, arguments, DeviceOptions(), [&](const EventLoop& loop, const DeviceStrings&) {
+            auto made = std::make_unique<TinyDevice>(loop);
+            device = made.get();
+            device->defaults.deliver(
+                PropertyList::Dictionary{{"device_id", "DEV-1"}, {"base_domain", "https://mdm.example.com"}});
+            loop.mainQueue.async([&] { device->registerForRemoteNotifications(); });
+            constexpr int tries = 1000;
+            waitForRequest(loop, tries);
+            return std::unique_ptr<Device>(std::move(made));
+        });
 
     EXPECT_EQ(exitCode, 0);
     EXPECT_TRUE(isStarted);
@@ -74,9 +75,9 @@ TEST(LaunchTest, ReturnsExitCodeFromMakeDevice)
     char name[] = "launch-tests";
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;
-    EXPECT_EQ(
-        App::launch(argumentCount, arguments, DeviceOptions(), [](const EventLoop&) { return unavailable; }),
-        unavailable);
+    EXPECT_EQ(App::launch(argumentCount, arguments, DeviceOptions(),
+                          [](const EventLoop&, const DeviceStrings&) { return unavailable; }),
+              unavailable);
 }
 
 } // namespace

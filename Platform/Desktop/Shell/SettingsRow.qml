@@ -13,7 +13,7 @@ Item {
 
     implicitHeight: Math.max(ShellStyle.rowHeight, labels.height + 2 * 12)
     Accessible.role: Accessible.StaticText
-    Accessible.name: name + ": " + value
+    Accessible.name: qsTr("%1: %2").arg(name).arg(value)
 
     Grid {
         id: labels

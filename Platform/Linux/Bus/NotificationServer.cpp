@@ -223,7 +223,7 @@ void NotificationServer::send(unsigned number, Request& request, const Capabilit
     const NotificationText text = textOf(request.notification, m_application.name, capabilities);
     std::vector<std::string> actions;
     if (capabilities.hasActions)
-        actions = {"default", "Open"};
+        actions = {"default", m_application.openAction};
     constexpr std::uint32_t replacesNone = 0;
     constexpr std::int32_t expiresByDefault = -1;
     m_client->call<std::uint32_t>(

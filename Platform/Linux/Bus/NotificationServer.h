@@ -51,6 +51,8 @@ public:
         std::string name;
         /// The desktop file's name without ".desktop".
         std::string desktopEntry;
+        /// The label of the action that opens a notification.
+        std::string openAction;
     };
     struct Information {
         std::string name;

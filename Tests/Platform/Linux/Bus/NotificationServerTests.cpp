@@ -118,7 +118,7 @@ protected:
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
     Linux::Bus::SessionBus bus{adapterLog};
-    Linux::Bus::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id"}};
+    Linux::Bus::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id", "Öffnen"}};
     Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};
     std::optional<FakeServer> fake;
 };
@@ -132,7 +132,7 @@ TEST_F(NotificationServerTest, AdaptsToServerCapabilities)
         EXPECT_THAT(waitForEvents(2), ElementsAre(call, "Fake"));
     };
     shows({"actions", "body", "body-markup"}, "<", "&<>", {{"sound", "x"}}, banner | sound,
-          "<|&amp;&lt;&gt;|Open|1 transient sound");
+          "<|&amp;&lt;&gt;|Öffnen|1 transient sound");
     const Values criticalSound{{"critical", 1}, {"name", "x"}};
     shows({"body"}, "T", "&<>\n", {{"interruption-level", "critical"}, {"sound", criticalSound}},
           banner | list, "T|&<>\n||1");
