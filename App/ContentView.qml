@@ -13,6 +13,8 @@ FocusScope {
     readonly property bool isRegular: width >= Theme.regularWidth
 
     focus: true
+    LayoutMirroring.enabled: Application.layoutDirection === Qt.RightToLeft
+    LayoutMirroring.childrenInherit: true
 
     Binding {
         target: Theme

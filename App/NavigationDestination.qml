@@ -4,7 +4,8 @@ import QtQuick
 import Quorvane.App
 import Quorvane.Design
 
-/// A screen below a navigation bar with a back button; slides in from the right over its parent, and out again.
+/// A screen below a navigation bar with a back button; slides in over its parent and out again, on the right or, in a
+/// right-to-left layout, on the left.
 FocusScope {
     id: root
 
@@ -14,6 +15,8 @@ FocusScope {
     property bool isShown: false
     /// Horizontal offset as a fraction of the width: 0 is fully shown, 1 fully hidden.
     property real offset: 1
+    /// The horizontal direction in which it slides out: 1 is right, -1 left.
+    readonly property int outward: LayoutMirroring.enabled ? -1 : 1
 
     signal backRequested
 
@@ -36,7 +39,7 @@ FocusScope {
     }
 
     objectName: "navigation.destination"
-    x: Math.round(offset * width)
+    x: Math.round(outward * offset * width)
     width: parent.width
     height: parent.height
     visible: offset < 1
@@ -80,6 +83,7 @@ FocusScope {
 
         PressableItem {
             objectName: "navigation.back"
+            anchors.left: parent.left
             width: backRow.width + 2 * Theme.spacing
             height: parent.height
             cornerRadius: Theme.radius.strip
@@ -111,6 +115,7 @@ FocusScope {
     }
 
     Item {
+        anchors.left: parent.left
         width: 20
         height: parent.height
 
@@ -123,12 +128,12 @@ FocusScope {
             // At 1 the screen would be unloaded during the swipe.
             onActiveTranslationChanged: {
                 if (active)
-                    root.offset = Math.min(0.99, Math.max(0, activeTranslation.x / root.width));
+                    root.offset = Math.min(0.99, Math.max(0, root.outward * activeTranslation.x / root.width));
             }
             onActiveChanged: {
                 if (active)
                     return;
-                const isLeaving = root.offset > 0.35 || centroid.velocity.x > 300;
+                const isLeaving = root.offset > 0.35 || root.outward * centroid.velocity.x > 300;
                 if (isLeaving)
                     root.backRequested();
                 else

@@ -3,8 +3,8 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import Quorvane.App
 
-/// A base screen and, while `destination` is set, a screen that slides over it from the right. The back button, Escape,
-/// the back key and a swipe from the left edge request to go back.
+/// A base screen and, while `destination` is set, a screen that slides over it. The back button, Escape, the back key and
+/// a swipe from the opposite edge request to go back.
 FocusScope {
     id: root
 

@@ -17,7 +17,8 @@ Panel {
     Symbol {
         id: symbol
 
-        x: Theme.padding
+        anchors.left: parent.left
+        anchors.leftMargin: Theme.padding
         anchors.verticalCenter: parent.verticalCenter
         name: "bell.slash"
         color: Theme.color.textSecondary

@@ -10,7 +10,7 @@ SymbolPicture {
     property real pointSize: Theme.type.body.pixelSize
 
     color: Theme.color.label
-    isMirrored: name.endsWith(".backward") && Application.layoutDirection === Qt.RightToLeft
+    isRightToLeft: Application.layoutDirection === Qt.RightToLeft
     // Rounded, so that a centered symbol starts on a whole pixel.
     implicitWidth: Math.round(pointSize * Theme.symbolSidePerPoint)
     implicitHeight: implicitWidth

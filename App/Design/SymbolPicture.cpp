@@ -50,7 +50,7 @@ PatchedItem::Patches SymbolPicture::makePatches() const
     patches.picture = picture(m_name, patches.columns.pictureLength, m_color);
     if (patches.picture.isNull() && !m_name.isEmpty())
         qmlWarning(this) << "unknown symbol " << m_name;
-    if (m_isMirrored)
+    if (m_isRightToLeft && (m_name.startsWith(u"arrow.") || m_name.startsWith(u"chevron.")))
         patches.picture = patches.picture.mirrored(true, false);
     return patches;
 }

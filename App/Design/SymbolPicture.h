@@ -15,8 +15,8 @@ class SymbolPicture : public App::Design::PatchedItem {
     QML_ELEMENT
     Q_PROPERTY(QString name MEMBER m_name NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(QColor color MEMBER m_color NOTIFY appearanceChanged FINAL)
-    /// Whether left and right are swapped.
-    Q_PROPERTY(bool isMirrored MEMBER m_isMirrored NOTIFY appearanceChanged FINAL)
+    /// Whether arrows and chevrons are mirrored.
+    Q_PROPERTY(bool isRightToLeft MEMBER m_isRightToLeft NOTIFY appearanceChanged FINAL)
 
 protected:
     [[nodiscard]] Patches makePatches() const override;
@@ -24,7 +24,7 @@ protected:
 private:
     QString m_name;
     QColor m_color;
-    bool m_isMirrored = false;
+    bool m_isRightToLeft = false;
 };
 
 } // namespace App::Design

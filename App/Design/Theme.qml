@@ -91,9 +91,10 @@ QtObject {
         readonly property font caption2: face(11, Font.Normal)
 
         /// Returns a font with tighter letter spacing at larger sizes, as Inter's designer recommends. Without
-        /// Inter, the system picks a font.
+        /// Inter, the system picks a font. Arabic has no letter spacing, because its letters are joined.
         function face(points: real, weight: int): font {
-            const tracking = 0.185 * Math.exp(-0.1745 * points) - 0.0223;
+            const isJoined = Application.layoutDirection === Qt.RightToLeft;
+            const tracking = isJoined ? 0 : 0.185 * Math.exp(-0.1745 * points) - 0.0223;
             return Qt.font({
                 family: "Inter",
                 pixelSize: Math.round(points * scale),

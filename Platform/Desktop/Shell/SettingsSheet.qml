@@ -61,7 +61,7 @@ Modal {
                 anchors.left: parent.left
                 anchors.leftMargin: ShellStyle.padding
                 anchors.verticalCenter: parent.verticalCenter
-                visible: ShellStyle.padding + size + 12 + title.naturalWidth <= done.x
+                visible: ShellStyle.padding + size + 12 + title.naturalWidth <= header.width - done.width
                 size: 28
             }
 
@@ -74,6 +74,8 @@ Modal {
                 anchors.verticalCenter: parent.verticalCenter
                 text: root.applicationName
                 font: ShellStyle.title
+                // Next to the mark in right-to-left layouts too, although the name has Latin letters.
+                horizontalAlignment: Text.AlignLeft
                 Accessible.role: Accessible.Heading
             }
 
@@ -132,8 +134,8 @@ Modal {
                     }
 
                     Rectangle {
-                        x: ShellStyle.padding
-                        width: parent.width - x
+                        anchors.right: parent.right
+                        width: parent.width - ShellStyle.padding
                         height: 1
                         color: ShellStyle.separator
                     }

@@ -67,7 +67,8 @@ QtObject {
             family: "Inter",
             pixelSize: Math.round(points * textScale),
             weight: weight,
-            letterSpacing: -0.01 * points * textScale
+            // Spacing would separate or overlap the joined letters of Arabic.
+            letterSpacing: Application.layoutDirection === Qt.RightToLeft ? 0 : -0.01 * points * textScale
         });
     }
 }

@@ -30,6 +30,11 @@ static const Case drawings[] = {
      {{{29, 48}, "#8c8c8c"}, {{60, 60}, "red"}, {{60, 8}, "#737373"}}},
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // Bell, gap, badge.
      {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
+    {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red'; isRightToLeft: true }",
+     {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
+    {"Symbol { name: 'chevron.right'; pointSize: 20; color: 'red' }", {{{30, 23}, "red"}, {{16, 23}, "white"}}},
+    {"Symbol { name: 'chevron.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
+     {{{16, 23}, "red"}, {{30, 23}, "white"}}},
     {"Symbol { name: 'no.such' }", {{{18, 18}, "white"}}, ".*no\\.such.*"},
     {"Rectangle { width: Theme.type.body.pixelSize; height: 9 + Theme.motion.push; color: Theme.color.orange;"
      "Component.onCompleted: { Theme.isDark = true; Theme.isMotionReduced = true; Theme.textScale = 5 } }",
