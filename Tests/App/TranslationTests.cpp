@@ -1,0 +1,274 @@
+#include "App/Translation.h"
+#include "Platform/Desktop/Shell/Shell.h"
+#include "Tests/App/ScreenTest.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTranslator>
+#include <QXmlStreamReader>
+
+namespace {
+
+const QStringList translatedLanguages{"ar", "de", "es", "fr", "ja"};
+
+QByteArray sourceFile(const QString& path)
+{
+    QFile file(QStringLiteral(QV_SOURCES "/") + path);
+    EXPECT_TRUE(file.open(QFile::ReadOnly)) << qPrintable(path);
+    return file.readAll();
+}
+
+/// Removes the translators of a test.
+struct UntranslatedApplication {
+    ~UntranslatedApplication()
+    {
+        qDeleteAll(qApp->findChildren<QTranslator*>());
+        QGuiApplication::setLayoutDirection(Qt::LeftToRight);
+    }
+};
+
+TEST(TranslationTest, FirstPreferredLanguageWithTranslationIsChosen)
+{
+    const struct {
+        QStringList languages;
+        QString chosen, back;
+        Qt::LayoutDirection direction = Qt::LeftToRight;
+    } cases[] = {
+        {{"C"}, "", "Back"},
+        {{}, "", "Back"},
+        {{"en-GB", "en", "de"}, "", "Back"},
+        {{"pt-BR", "pt"}, "", "Back"},
+        {{"he-IL", "he"}, "", "Back"},
+        {{"pt-BR", "en", "es"}, "", "Back"},
+        {{"pt-BR", "pt", "es"}, "es", "Atrás"},
+        {{"de-CH", "de"}, "de", "Zurück"},
+        {{"fr-CA"}, "fr", "Retour"},
+        {{"ja-JP"}, "ja", "戻る"},
+        {{"ar-Arab-EG", "ar"}, "ar", "رجوع", Qt::RightToLeft},
+    };
+    for (const auto& [languages, chosen, back, direction] : cases) {
+        SCOPED_TRACE(languages.join(':').toStdString());
+        const UntranslatedApplication cleanUp;
+        EXPECT_EQ(installTranslation(*qGuiApp, languages), chosen);
+        EXPECT_EQ(QCoreApplication::translate("NavigationDestination", "Back"), back);
+        EXPECT_EQ(QGuiApplication::layoutDirection(), direction);
+        EXPECT_EQ(qApp->findChildren<QTranslator*>().isEmpty(), chosen.isEmpty()) << "the cost for English";
+    }
+}
+
+/// Tools/check-translations checks that each string has a translation; this checks what translators get
+/// wrong.
+TEST(TranslationTest, TranslationsKeepPlaceholdersAndProductNames)
+{
+    EXPECT_EQ(QDir(QV_SOURCES "/App/Translations").entryList({"*.ts"}, QDir::Files, QDir::Name),
+              translatedLanguages.toList().replaceInStrings(QRegularExpression("$"), ".ts"));
+    for (const QString& language : translatedLanguages) {
+        QXmlStreamReader xml(sourceFile("App/Translations/" + language + ".ts"));
+        QString source;
+        int count = 0;
+        while (!xml.atEnd()) {
+            xml.readNext();
+            if (xml.isStartElement() && xml.name() == u"source")
+                source = xml.readElementText();
+            if (!xml.isStartElement() || xml.name() != u"translation")
+                continue;
+            const QString translation = xml.readElementText();
+            SCOPED_TRACE(qPrintable(language + ": " + source + " -> " + translation));
+            ++count;
+            EXPECT_EQ(translation.trimmed(), translation);
+            EXPECT_NE(translation, "");
+            EXPECT_EQ(translation.contains('\n'), source.contains('\n'));
+            for (const char* part : {"%1", "%2", "Quorvane UEM", "Quorvane SSO"})
+                EXPECT_EQ(translation.count(part), source.count(part)) << part;
+            EXPECT_TRUE(!source.startsWith("Messages from") || translation.toUtf8().size() <= 100)
+                << "UnifiedPush allows at most 100 bytes";
+        }
+        EXPECT_FALSE(xml.hasError());
+        EXPECT_GT(count, 30);
+    }
+}
+
+TEST(TranslationTest, DesktopEntryAndMetainfoAreTranslated)
+{
+    const QByteArray entry = sourceFile("Packaging/com.quorvane.mdm.desktop");
+    const QByteArray metainfo = sourceFile("Packaging/com.quorvane.mdm.metainfo.xml.in");
+    for (const QString& language : translatedLanguages) {
+        for (const char* key : {"GenericName", "Comment", "Keywords"})
+            EXPECT_EQ(entry.count(QStringLiteral("\n%1[%2]=").arg(key, language).toUtf8()), 1)
+                << key << qPrintable(language);
+        for (const char* element : {"summary", "p"})
+            EXPECT_EQ(metainfo.count(QStringLiteral("<%1 xml:lang=\"%2\">").arg(element, language).toUtf8()),
+                      metainfo.count(QStringLiteral("<%1>").arg(element).toUtf8()))
+                << element << qPrintable(language);
+    }
+}
+
+/// A language with accents and strings that are at least 40 % longer, also in each word.
+class PseudoLanguage final : public QTranslator {
+public:
+    static constexpr char16_t accents[] = u"áéíóú";
+
+    PseudoLanguage() { QCoreApplication::installTranslator(this); }
+    [[nodiscard]] bool isEmpty() const override { return false; }
+    QString translate(const char*, const char* source, const char*, int) const override
+    {
+        const QString plain = QString::fromUtf8(source);
+        QString result;
+        for (const QChar letter : plain) {
+            const auto vowel = QStringLiteral("aeiou").indexOf(letter.toLower());
+            if (vowel >= 0)
+                result += accents[vowel];
+            result += letter;
+        }
+        while (5 * result.size() < 7 * plain.size())
+            result += accents[0];
+        return result;
+    }
+    static bool isTranslated(const QString& text)
+    {
+        return std::ranges::any_of(text, [](QChar letter) { return QStringView(accents).contains(letter); });
+    }
+};
+
+/// Opens every screen, the system's included.
+class TranslatedScreenTest : public ScreenTest, protected NotificationPreferences {
+protected:
+    void visitScreens(QSize size, const std::function<void(const std::string& screen)>& visit)
+    {
+        for (int screen = 0; screen < 5; ++screen) {
+            open(screen > 0, size);
+            if (screen > 1)
+                content->dashboard()->tapCard(Card(screen - 1));
+            settle();
+            visit("screen " + std::to_string(screen));
+        }
+        content->dashboard()->goBack();
+        Desktop::Shell shell({*this, scheduler}, "Quorvane MDM");
+        shell.setAppearance({.isMotionReduced = true, .textScale = appearance.textScale()});
+        shell.attach(*window.engine(), window);
+        shell.requestPermission([](bool) {});
+        settle();
+        visit("prompt");
+        shell.permission()->answer(true);
+        shell.openSettings();
+        settle();
+        visit("settings");
+    }
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override { return {}; }
+    void setAllowed(bool) override {}
+    [[nodiscard]] std::string notificationServer() const override { return {}; }
+    [[nodiscard]] std::string pushSource() const override { return "UnifiedPush"; }
+
+    const UntranslatedApplication cleanUp;
+};
+
+TEST_F(TranslatedScreenTest, PseudoLanguageFindsNoUnmarkedString)
+{
+    const PseudoLanguage language;
+    const QStringList untranslated{"Quorvane MDM", "UnifiedPush", "Q"};
+    int textCount = 0;
+    visitScreens({390, 844}, [&](const std::string& screen) {
+        for (QQuickItem* each : itemsBelow(window.contentItem())) {
+            const auto* accessible = QAccessible::queryAccessibleInterface(each);
+            if (!each->isVisible() || accessible == nullptr)
+                continue;
+            for (const QString& text :
+                 {each->property("text").toString(), accessible->text(QAccessible::Name),
+                  accessible->text(QAccessible::Description)}) {
+                textCount += text.isEmpty() ? 0 : 1;
+                EXPECT_TRUE(text.isEmpty() || untranslated.contains(text) ||
+                            PseudoLanguage::isTranslated(text))
+                    << screen << ": " << qPrintable(text);
+            }
+        }
+    });
+    EXPECT_GT(textCount, 100);
+}
+
+TEST_F(TranslatedScreenTest, NoLanguageIsCut)
+{
+    const auto isInCard = [](const QQuickItem* each) {
+        while (each != nullptr && !each->objectName().startsWith("dashboard.card."))
+            each = each->parentItem();
+        return each != nullptr;
+    };
+    const auto expectWhole = [&](QSize size) {
+        visitScreens(size, [&](const std::string& screen) {
+            for (const QQuickItem* each : itemsBelow(window.contentItem())) {
+                // A card has a fixed height, so its text may be shortened.
+                if (!each->inherits("QQuickText") || !each->isVisible() || isInCard(each))
+                    continue;
+                EXPECT_FALSE(each->property("truncated").toBool() ||
+                             each->property("contentWidth").toReal() > each->width() + 0.5)
+                    << screen << ": " << qPrintable(each->property("text").toString());
+            }
+        });
+    };
+    {
+        SCOPED_TRACE("pseudo");
+        const PseudoLanguage language;
+        expectWhole({390, 844});
+    }
+    for (const QString& language : translatedLanguages) {
+        SCOPED_TRACE(language.toStdString());
+        const UntranslatedApplication translated;
+        installTranslation(*qGuiApp, {language});
+        expectWhole({390, 844});
+    }
+}
+
+TEST_F(TranslatedScreenTest, RightToLeftLayoutMirrorsEveryItem)
+{
+    for (const QSize size : {QSize(390, 844), QSize(1024, 768)}) {
+        std::map<std::string, std::vector<QRectF>> expected;
+        const auto visit = [&](const std::string& screen) {
+            const bool isMirrored = QGuiApplication::isRightToLeft();
+            std::vector<QRectF>& rects = expected[screen];
+            std::size_t index = 0;
+            for (QQuickItem* each : itemsBelow(window.contentItem())) {
+                QRectF rect = each->mapRectToScene(each->boundingRect());
+                // Letter spacing differs between the directions.
+                if (!each->isVisible() || rect.isEmpty() || each->inherits("QQuickText"))
+                    continue;
+                if (!isMirrored) {
+                    rects.push_back(rect);
+                    continue;
+                }
+                rect.moveLeft(size.width() - rect.right());
+                ASSERT_LT(index, rects.size());
+                EXPECT_NEAR(rect.left(), rects[index].left(), 4)
+                    << screen << each->metaObject()->className() << " " << qPrintable(each->objectName())
+                    << rect.top() << " " << rect.width();
+                ++index;
+            }
+        };
+        visitScreens(size, visit);
+        QGuiApplication::setLayoutDirection(Qt::RightToLeft);
+        visitScreens(size, visit);
+        QGuiApplication::setLayoutDirection(Qt::LeftToRight);
+    }
+}
+
+TEST_F(TranslatedScreenTest, RightToLeftLayoutMirrorsTransitionAndBackGesture)
+{
+    for (const bool isMirrored : {false, true}) {
+        QGuiApplication::setLayoutDirection(isMirrored ? Qt::RightToLeft : Qt::LeftToRight);
+        open(true);
+        content->dashboard()->tapCard(Card::Sso);
+        animations.pass(0);
+        animations.pass(175);
+        EXPECT_EQ(item("navigation.destination")->x(), isMirrored ? -195 : 195);
+        settle();
+        for (const bool startsAtRight : {!isMirrored, isMirrored}) {
+            const auto x = [&](int distance) { return startsAtRight ? 390 - distance : distance; };
+            QTest::mousePress(&window, Qt::LeftButton, {}, {x(5), 400});
+            for (const int distance : {60, 150, 240})
+                QTest::mouseMove(&window, {x(distance), 400});
+            QTest::mouseRelease(&window, Qt::LeftButton, {}, {x(240), 400});
+            settle();
+            EXPECT_EQ(item("navigation.destination") == nullptr, startsAtRight == isMirrored);
+        }
+    }
+}
+
+} // namespace
