@@ -1,9 +1,7 @@
 #pragma once
 
-#include <cstdlib>
 #include <functional>
 #include <memory>
-#include <string_view>
 
 namespace Platform {
 
@@ -39,16 +37,10 @@ class FixedAppearance final : public AppearanceSource {
 public:
     explicit FixedAppearance(const Appearance& appearance = {}) : m_appearance(appearance) {}
 
-    /// Returns the appearance named by the environment variable QUORVANE_APPEARANCE, "dark" or "light"; null
-    /// for any other value.
-    static std::unique_ptr<FixedAppearance> fromEnvironment()
-    {
-        const char* value = std::getenv("QUORVANE_APPEARANCE");
-        const std::string_view setting = value != nullptr ? value : "";
-        if (setting != "dark" && setting != "light")
-            return nullptr;
-        return std::make_unique<FixedAppearance>(Appearance{.isDark = setting == "dark"});
-    }
+    /// Returns the appearance named by the environment variable QUORVANE_APPEARANCE: a comma-separated list
+    /// of "dark" or "light", "reduced-motion", and "text=" with a text scale of 1 to 2. Null if the variable
+    /// is not set or has any other word.
+    static std::unique_ptr<FixedAppearance> fromEnvironment();
 
     [[nodiscard]] Appearance current() const override { return m_appearance; }
     void observe(Observer) override {}
