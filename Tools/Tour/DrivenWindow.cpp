@@ -47,6 +47,11 @@ void DrivenWindow::tap(std::string_view item) const
     perform({{"action", "tap"}, {"item", item}});
 }
 
+std::string DrivenWindow::text(std::string_view item) const
+{
+    return json::value_to<std::string>(perform({{"action", "text"}, {"item", item}}).at("text"));
+}
+
 void DrivenWindow::resize(int width, int height) const
 {
     perform({{"action", "resize"}, {"width", width}, {"height", height}});
@@ -62,7 +67,7 @@ void DrivenWindow::grab(const fs::path& file) const
     perform({{"action", "grab"}, {"file", fs::absolute(file).native()}});
 }
 
-void DrivenWindow::perform(const json::object& command) const
+json::object DrivenWindow::perform(const json::object& command) const
 {
     stream_protocol::iostream stream;
     stream.expires_after(replyTime);
@@ -71,7 +76,8 @@ void DrivenWindow::perform(const json::object& command) const
     std::string line;
     if (!std::getline(stream, line))
         throw std::runtime_error(json::serialize(command) + ": no reply: " + stream.error().message());
-    const json::value reply = json::parse(line);
-    if (const json::value* error = reply.as_object().if_contains("error"))
+    json::object reply = json::parse(line).as_object();
+    if (const json::value* error = reply.if_contains("error"))
         throw std::runtime_error(json::serialize(command) + ": " + std::string(error->as_string()));
+    return reply;
 }

@@ -3,6 +3,7 @@
 #include <boost/json/fwd.hpp>
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 /// Operates the window of a program like a user. The program has loaded the plugin in WindowDriver.cpp, which
@@ -25,6 +26,9 @@ public:
     /// Waits for the item and clicks its visible part. Two taps are not a double click.
     void tap(std::string_view item) const;
 
+    /// Waits for the item and returns the value of its property `text`.
+    [[nodiscard]] std::string text(std::string_view item) const;
+
     /// In points. The content follows with the next frame.
     void resize(int width, int height) const;
     /// As the user closes it.
@@ -33,7 +37,8 @@ public:
     void grab(const std::filesystem::path& file) const;
 
 private:
-    void perform(const boost::json::object& command) const;
+    /// Returns the reply.
+    boost::json::object perform(const boost::json::object& command) const;
 
     std::filesystem::path m_socketFile;
 };

@@ -25,6 +25,8 @@ ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(progr
                      {"QT_QPA_PLATFORM", "offscreen"},
                      {"QT_QUICK_BACKEND", "software"},
                      {"NO_COLOR", "1"},
+                     {"LC_ALL", "C.UTF-8"},
+                     {"LANGUAGE", "en"},
                      {"QT_QPA_GENERIC_PLUGINS", "QuorvaneWindowDriver"},
                      {"QT_PLUGIN_PATH", fs::absolute(m_programs / "Tools/Tour/plugins").string() + ":" +
                                             (otherPlugins != nullptr ? otherPlugins : "")},

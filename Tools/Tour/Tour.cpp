@@ -4,19 +4,32 @@
 #include "Platform/Linux/StandardDescriptors.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
+#include "Tools/Tour/ContactSheet.h"
+#include "Tools/Tour/Gallery.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <future>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
 using namespace std::chrono;
 namespace fs = std::filesystem;
+
+void printTime(duration<double, std::milli> taken)
+{
+    fmt::print("{:>8.1f} ms  ok\n", taken.count());
+}
 
 /// One device and the steps on it. A failing step throws `std::runtime_error`.
 class Tour {
@@ -209,8 +222,7 @@ private:
             fmt::print("            FAILED\n");
             throw;
         }
-        const duration<double, std::milli> taken = steady_clock::now() - begin;
-        fmt::print("{:>8.1f} ms  ok\n", taken.count());
+        printTime(steady_clock::now() - begin);
     }
 
     static void expect(bool isSo, std::string_view what)
@@ -274,11 +286,66 @@ private:
     std::optional<DrivenWindow> m_window;
 };
 
+/// Takes the pictures of all screens in all looks, as many looks at a time as there are processors, and draws
+/// the contact sheet. Returns false if a look fails, after printing the reason.
+bool takeAllPictures(const fs::path& programs, const fs::path& pictures)
+{
+    const std::string english = "Device Management Dashboard";
+    const std::string german = "Übersicht der Geräteverwaltung";
+    const Look looks[] = {
+        {"light", "light", "en", english},
+        {"dark", "dark", "en", english},
+        {"200%", "light,text=2", "en", english},
+        {"German", "light", "de", german},
+        {"German-200%", "light,text=2", "de", german},
+        {"Arabic-dark", "dark", "ar", "لوحة معلومات إدارة الأجهزة"},
+    };
+    std::vector<ScreenPicture> taken[std::size(looks)];
+    std::atomic<std::size_t> nextLook = 0;
+    std::atomic<bool> isComplete = true;
+    std::mutex output;
+    const auto takeNext = [&] {
+        for (std::size_t index = nextLook++; index < std::size(looks); index = nextLook++) {
+            const auto begin = steady_clock::now();
+            std::string failure;
+            try {
+                Look look = looks[index];
+                look.appearance += ",reduced-motion";
+                taken[index] = takePictures(look, programs, pictures / "screens");
+            } catch (const std::runtime_error& error) {
+                failure = error.what();
+                isComplete = false;
+            }
+            const std::lock_guard lock(output);
+            fmt::print("{:<62}", "all screens in all sizes: " + looks[index].name);
+            if (failure.empty())
+                printTime(steady_clock::now() - begin);
+            else
+                fmt::print("            FAILED\n{}\n", failure);
+            std::fflush(stdout);
+        }
+    };
+    std::vector<std::future<void>> workers;
+    for (unsigned count = std::clamp(std::thread::hardware_concurrency(), 1U, 4U); count > 0; --count)
+        workers.push_back(std::async(std::launch::async, takeNext));
+    for (const auto& worker : workers)
+        worker.wait();
+    if (!isComplete)
+        return false;
+    ContactSheet sheet;
+    for (std::size_t index = 0; index < std::size(looks); ++index)
+        for (const ScreenPicture& picture : taken[index])
+            sheet.add(picture.screen, looks[index].name, picture.file);
+    sheet.save(pictures / "contact-sheet.png");
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     Platform::Linux::openMissingStandardDescriptors();
+    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
     if (argc != 3) {
         fmt::print(stderr, "usage: {} BUILD-FOLDER PICTURES-FOLDER\n", argv[0]);
         return 64;
@@ -286,16 +353,18 @@ int main(int argc, char** argv)
     try {
         const fs::path programs = argv[1];
         const fs::path pictures = fs::absolute(argv[2]);
-        fs::create_directories(pictures);
+        fs::create_directories(pictures / "screens");
         fmt::print("{:<62}{:>11}  {}\n", "step", "time", "result");
         // One user allows notifications; another refuses them first and allows them in the settings.
         Tour allowing(programs, pictures, "light");
         Tour refusing(programs, pictures, "dark");
         if (!allowing.play({&Tour::allowNotifications, &Tour::receivePushes, &Tour::changePolicy,
                             &Tour::visitDetails, &Tour::launchAgain}) ||
-            !refusing.play({&Tour::refuseNotifications, &Tour::visitDetails, &Tour::launchAgainAllowed}))
+            !refusing.play({&Tour::refuseNotifications, &Tour::visitDetails, &Tour::launchAgainAllowed}) ||
+            !takeAllPictures(programs, pictures))
             return 1;
-        fmt::print("\nPictures: {}\n", pictures.native());
+        fmt::print("\nPictures: {}\nAll at a glance: {}\n", pictures.native(),
+                   (pictures / "contact-sheet.png").native());
         return 0;
     } catch (const std::exception& error) {
         fmt::print(stderr, "{}: {}\n", argv[0], error.what());

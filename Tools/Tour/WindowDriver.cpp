@@ -130,7 +130,8 @@ void grab(const QString& file)
         throw std::runtime_error("the file cannot be written");
 }
 
-void perform(const QJsonObject& command)
+/// Returns the reply.
+QJsonObject perform(const QJsonObject& command)
 {
     const QString action = command["action"].toString();
     const QString item = command["item"].toString();
@@ -140,6 +141,8 @@ void perform(const QJsonObject& command)
         waitUntil([&item] { return !visibleItems().contains(item); }, "it stays visible");
     else if (action == "tap")
         tap(item);
+    else if (action == "text")
+        return {{"text", waitFor(item).item->property("text").toString()}};
     else if (action == "resize")
         resize({command["width"].toInt(), command["height"].toInt()});
     else if (action == "close")
@@ -148,6 +151,7 @@ void perform(const QJsonObject& command)
         grab(command["file"].toString());
     else
         throw std::runtime_error("unknown action");
+    return {};
 }
 
 void serve(QLocalSocket& socket)
@@ -156,7 +160,7 @@ void serve(QLocalSocket& socket)
         return;
     QJsonObject reply;
     try {
-        perform(QJsonDocument::fromJson(socket.readLine()).object());
+        reply = perform(QJsonDocument::fromJson(socket.readLine()).object());
     } catch (const std::exception& error) {
         reply["error"] = error.what();
     }
