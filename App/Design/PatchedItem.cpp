@@ -11,8 +11,9 @@ namespace App::Design {
 
 namespace {
 
-/// Owns the texture that its patches show.
-class PatchesNode final : public QSGNode {
+/// Owns the texture that its patches show. A transform node, because the software renderer loses the position
+/// of patches that are added later to a node without a state of its own.
+class PatchesNode final : public QSGTransformNode {
 public:
     void clear() { m_patches.clear(); }
 
