@@ -34,10 +34,6 @@ FocusScope {
         value: root.appearance.textScale
     }
 
-    PointHandler {
-        onActiveChanged: FocusVisibility.isShown = false
-    }
-
     Rectangle {
         anchors.fill: parent
         color: Theme.color.systemBackground

@@ -14,10 +14,13 @@ Item {
     /// Passed to the detail screen; unused by this layout.
     property PresentationMode presentationMode: null
 
+    Keys.forwardTo: [scroll]
     Accessible.role: Accessible.Pane
     Accessible.name: title
 
     ScrollArea {
+        id: scroll
+
         anchors.fill: parent
         contentHeight: Math.max(height, stack.height)
         clip: true
@@ -53,26 +56,20 @@ Item {
                     width: parent.width
                     spacing: 12
 
-                    TextLabel {
+                    CenteredText {
                         objectName: "detail.title"
                         width: parent.width
-                        leftPadding: Theme.padding
-                        rightPadding: Theme.padding
                         text: root.title
-                        font: Theme.type.title2Bold
-                        horizontalAlignment: Text.AlignHCenter
+                        face: Theme.type.title2Bold
                         Accessible.role: Accessible.Heading
                     }
 
-                    TextLabel {
+                    CenteredText {
                         objectName: "detail.description"
                         width: parent.width
-                        leftPadding: Theme.padding
-                        rightPadding: Theme.padding
                         text: root.description
-                        font: Theme.type.subheadline
+                        face: Theme.type.subheadline
                         color: Theme.color.textSecondary
-                        horizontalAlignment: Text.AlignHCenter
                     }
                 }
             }

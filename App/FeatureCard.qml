@@ -13,11 +13,14 @@ PressableItem {
     required property string icon
     /// Whether this card's detail screen is shown.
     property bool isActive: false
-    readonly property bool isEnabled: enabled
+    property bool isEnabled: true
 
+    readonly property real padding: 20
     readonly property color accent: isEnabled ? Theme.color.orange : Theme.color.gray
 
-    implicitHeight: 170
+    // Grows only with large text.
+    implicitHeight: Theme.isTextLarge ? content.height + 2 * padding : 170
+    enabled: isEnabled
     cornerRadius: Theme.radius.card
     accessibleName: title
     accessibleDescription: description
@@ -40,16 +43,18 @@ PressableItem {
             shadow: root.isEnabled ? Theme.shadow.card : Theme.shadow.none
         }
 
-        Item {
-            anchors.fill: parent
-            anchors.margins: 20
+        Column {
+            id: content
+
+            y: Math.round((parent.height - height) / 2)
+            anchors.horizontalCenter: parent.horizontalCenter
+            width: parent.width - 2 * root.padding
+            spacing: Theme.spacing
 
             Panel {
-                id: badge
-
                 objectName: "badge"
                 anchors.horizontalCenter: parent.horizontalCenter
-                width: 60
+                width: Math.round(60 * Theme.type.scale)
                 height: width
                 radius: width / 2
                 color: !root.isEnabled ? Theme.color.grayTint : root.isActive ? Theme.color.orange : Theme.color.orangeTint
@@ -66,45 +71,43 @@ PressableItem {
                 id: labels
 
                 objectName: "labels"
-                anchors.verticalCenter: parent.verticalCenter
-                anchors.verticalCenterOffset: (badge.height - footer.height) / 2
                 width: parent.width
-                height: 50
-                clip: true
+                height: Theme.isTextLarge ? texts.height : 50
 
-                TextLabel {
-                    id: titleLabel
+                Column {
+                    id: texts
 
-                    objectName: "title"
+                    y: Math.round((parent.height - height) / 2)
                     width: parent.width
-                    text: root.title
-                    font: Theme.type.headline
-                    color: root.isEnabled ? Theme.color.label : Theme.color.gray
-                    horizontalAlignment: Text.AlignHCenter
-                    wrapMode: Text.NoWrap
-                    Accessible.ignored: true
-                }
 
-                TextLabel {
-                    objectName: "description"
-                    anchors.top: titleLabel.bottom
-                    width: parent.width
-                    // As many lines as fit; none with a large text size.
-                    maximumLineCount: Math.floor((parent.height - titleLabel.height + 1) / Math.ceil(font.pixelSize * 1.2))
-                    visible: maximumLineCount > 0
-                    text: root.description
-                    font: Theme.type.caption
-                    color: root.isEnabled ? Theme.color.textSecondary : Theme.color.gray
-                    horizontalAlignment: Text.AlignHCenter
-                    Accessible.ignored: true
+                    CenteredText {
+                        id: titleLabel
+
+                        objectName: "title"
+                        width: parent.width
+                        sidePadding: 0
+                        text: root.title
+                        font: TextFit.oneLine(text, Theme.type.headline, width, Theme.minimumNameScale)
+                        Accessible.ignored: true
+                        color: root.isEnabled ? Theme.color.label : Theme.color.gray
+                    }
+
+                    CardText {
+                        readonly property real lineHeight: Math.ceil(font.pixelSize * 1.2)
+
+                        objectName: "description"
+                        // With the normal text size, as many lines as fit.
+                        maximumLineCount: Theme.isTextLarge ? 100 : (labels.height - titleLabel.height + 1) / lineHeight
+                        visible: maximumLineCount > 0
+                        text: root.description
+                        face: Theme.type.caption
+                        color: root.isEnabled ? Theme.color.textSecondary : Theme.color.gray
+                    }
                 }
             }
 
             Row {
-                id: footer
-
                 anchors.horizontalCenter: parent.horizontalCenter
-                anchors.bottom: parent.bottom
                 spacing: Theme.spacing / 2
 
                 Symbol {
@@ -115,23 +118,23 @@ PressableItem {
                     color: root.accent
                 }
 
-                TextLabel {
+                CardText {
                     anchors.verticalCenter: parent.verticalCenter
-                    width: Math.min(implicitWidth, labels.width - 16 - parent.spacing)
+                    width: Math.min(implicitWidth, labels.width - chevron.width - parent.spacing)
                     text: root.isEnabled ? qsTr("Tap to view details") : qsTr("Coming Soon")
                     font: Theme.type.caption2
                     color: root.accent
-                    wrapMode: Text.NoWrap
-                    Accessible.ignored: true
                 }
 
                 Item {
+                    id: chevron
+
                     anchors.verticalCenter: parent.verticalCenter
                     width: 16
-                    height: chevron.height
+                    height: chevronSymbol.height
 
                     Symbol {
-                        id: chevron
+                        id: chevronSymbol
 
                         anchors.centerIn: parent
                         name: "chevron.right"
@@ -141,5 +144,12 @@ PressableItem {
                 }
             }
         }
+    }
+
+    component CardText: TextLabel {
+        width: parent.width
+        horizontalAlignment: Text.AlignHCenter
+        // The card has a name and a description itself.
+        Accessible.ignored: true
     }
 }

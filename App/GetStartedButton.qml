@@ -8,7 +8,9 @@ import Quorvane.Design
 PressableItem {
     id: root
 
-    implicitHeight: 56
+    readonly property real labelRoom: width - arrow.width - Theme.spacing - 2 * Theme.padding
+
+    implicitHeight: Math.max(56, label.height + 2 * Theme.spacing)
     cornerRadius: Theme.radius.card
     accessibleName: qsTr("Get Started")
 
@@ -27,12 +29,14 @@ PressableItem {
         spacing: Theme.spacing
 
         TextLabel {
+            id: label
+
             anchors.verticalCenter: parent.verticalCenter
-            width: Math.min(implicitWidth, root.width - arrow.width - parent.spacing - 2 * Theme.padding)
+            width: Math.min(implicitWidth, root.labelRoom)
             text: root.accessibleName
-            font: Theme.type.headline
+            font: TextFit.oneLine(text, Theme.type.headline, root.labelRoom, Theme.minimumNameScale)
             color: Theme.color.textOnOrange
-            wrapMode: Text.NoWrap
+            horizontalAlignment: Text.AlignHCenter
             Accessible.ignored: true
         }
 

@@ -31,6 +31,7 @@ NavigationStack {
 
         anchors.fill: parent
         contentHeight: column.height
+        blankHeight: closingSpace.height
 
         Column {
             id: column
@@ -53,14 +54,14 @@ NavigationStack {
 
                 HeaderText {
                     text: qsTr("Quorvane UEM")
-                    font: Theme.type.title2Bold
+                    face: Theme.type.title2Bold
                     Accessible.role: Accessible.Heading
                 }
 
                 HeaderText {
                     objectName: "dashboard.subtitle"
                     text: qsTr("Device Management Dashboard")
-                    font: Theme.type.subheadline
+                    face: Theme.type.subheadline
                     color: Theme.color.textSecondary
                 }
             }
@@ -80,44 +81,73 @@ NavigationStack {
             Grid {
                 id: grid
 
-                readonly property real columnWidth: (width - columnSpacing) / columns
+                /// Of the card with the focus.
+                property int focusedIndex: 0
+                readonly property real columnWidth: (width - (columns - 1) * columnSpacing) / columns
+
+                /// Moves the focus to the card in the direction of an arrow key. Returns false if there is none.
+                function focusNeighbor(key: int): bool {
+                    const forward = Application.layoutDirection === Qt.RightToLeft ? Qt.Key_Left : Qt.Key_Right;
+                    const backward = forward === Qt.Key_Left ? Qt.Key_Right : Qt.Key_Left;
+                    const column = focusedIndex % columns;
+                    let next = -1;
+                    if (key === Qt.Key_Up)
+                        next = focusedIndex - columns;
+                    else if (key === Qt.Key_Down)
+                        next = focusedIndex + columns;
+                    else if (key === forward && column < columns - 1)
+                        next = focusedIndex + 1;
+                    else if (key === backward && column > 0)
+                        next = focusedIndex - 1;
+                    if (next < 0 || next >= cards.count)
+                        return false;
+                    cards.itemAt(next).forceActiveFocus(Qt.OtherFocusReason);
+                    return true;
+                }
 
                 x: root.sidePadding
                 width: parent.width - 2 * root.sidePadding
-                columns: 2
+                columns: Theme.isTextLarge ? 1 : 2
                 columnSpacing: Theme.spacing
                 rowSpacing: root.rowSpacing
+                Keys.onPressed: event => event.accepted = focusNeighbor(event.key)
 
                 Repeater {
+                    id: cards
+
                     model: root.view.cards
 
                     FeatureCard {
                         required property featureCard modelData
+                        required property int index
 
                         objectName: "dashboard.card." + modelData.icon
                         width: grid.columnWidth
                         title: modelData.title
                         description: modelData.description
                         icon: modelData.icon
-                        enabled: modelData.isEnabled
+                        isEnabled: modelData.isEnabled
                         isActive: root.view.selectedCard === modelData.type
                         focus: modelData.type === MainDashboardViewModel.Sso
                         onClicked: root.view.tapCard(modelData.type)
+                        onActiveFocusChanged: {
+                            if (activeFocus)
+                                grid.focusedIndex = index;
+                        }
                     }
                 }
             }
 
             Item {
+                id: closingSpace
+
                 width: parent.width
                 height: 100
             }
         }
     }
 
-    component HeaderText: TextLabel {
+    component HeaderText: CenteredText {
         width: parent.width
-        leftPadding: Theme.padding
-        rightPadding: Theme.padding
-        horizontalAlignment: Text.AlignHCenter
     }
 }

@@ -44,6 +44,7 @@ FocusScope {
     height: parent.height
     visible: offset < 1
     enabled: isShown
+    Keys.forwardTo: [screen.item]
     Keys.onEscapePressed: backRequested()
     Keys.onBackPressed: backRequested()
     onVisibleChanged: {
@@ -107,6 +108,7 @@ FocusScope {
                 TextLabel {
                     anchors.verticalCenter: parent.verticalCenter
                     text: qsTr("Back")
+                    font: Theme.type.body
                     color: Theme.color.tint
                     Accessible.ignored: true
                 }

@@ -26,7 +26,6 @@ FocusScope {
             clicked();
     }
     Keys.onPressed: event => {
-        FocusVisibility.isShown = true;
         if (event.isAutoRepeat || ![Qt.Key_Space, Qt.Key_Return, Qt.Key_Enter].includes(event.key))
             return;
         isKeyPressed = true;

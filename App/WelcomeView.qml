@@ -15,6 +15,12 @@ FocusScope {
     readonly property real textPadding: isRegular ? 80 : 30
     readonly property real buttonPadding: isRegular ? 100 : 40
     readonly property real maximumContentWidth: isRegular ? 800 : Infinity
+    readonly property real spacing: 30
+    readonly property real topMargin: Math.round((height - column.height - spacing - button.height - 50) / 2)
+    /// Whether the button stays visible while the content above it scrolls, because both do not fit.
+    readonly property bool isFooterFixed: topMargin < 0
+
+    Keys.forwardTo: [scroll]
 
     Panel {
         objectName: "welcome.background"
@@ -30,24 +36,28 @@ FocusScope {
         gradientDirection: Panel.Vertical
     }
 
-    Flickable {
+    ScrollArea {
         id: scroll
 
-        anchors.fill: parent
-        contentHeight: Math.max(height, column.implicitHeight)
-        interactive: contentHeight > height
-        boundsBehavior: Flickable.StopAtBounds
+        readonly property real margin: root.isFooterFixed ? Theme.padding : 0
+
+        anchors.left: parent.left
+        anchors.right: parent.right
+        y: root.isFooterFixed ? 0 : root.topMargin
+        height: root.isFooterFixed ? root.height - footer.height : column.height
+        contentHeight: column.height + 2 * margin
+        clip: root.isFooterFixed
 
         Column {
             id: column
 
             objectName: "welcome.content"
-            anchors.centerIn: parent
+            anchors.horizontalCenter: parent.horizontalCenter
+            y: scroll.margin
             width: Math.min(scroll.width, root.maximumContentWidth)
-            spacing: 30
+            spacing: root.spacing
 
             Column {
-                anchors.horizontalCenter: parent.horizontalCenter
                 width: parent.width
                 spacing: 20
 
@@ -64,13 +74,14 @@ FocusScope {
 
                     WelcomeText {
                         text: qsTr("Welcome to")
-                        font: Theme.type.title2
+                        face: Theme.type.title2
                     }
 
                     WelcomeText {
                         text: qsTr("Quorvane UEM")
-                        font: Theme.type.largeTitleBold
+                        face: Theme.type.largeTitleBold
                         color: Theme.lightColor.label
+                        Accessible.role: Accessible.Heading
                     }
                 }
             }
@@ -81,43 +92,54 @@ FocusScope {
 
                 WelcomeText {
                     objectName: "welcome.headline"
-                    padding: root.textPadding
+                    sidePadding: root.textPadding
                     text: qsTr("Your comprehensive Unified Endpoint Management solution")
-                    font: Theme.type.title3
+                    face: Theme.type.title3
                 }
 
                 WelcomeText {
                     objectName: "welcome.text"
-                    padding: root.textPadding
+                    sidePadding: root.textPadding
                     text: qsTr("Secure, manage, and stay in control of your work device with built-in enterprise protection.")
-                }
-            }
-
-            Item {
-                width: parent.width
-                // Includes the bottom padding.
-                height: button.height + 50
-
-                GetStartedButton {
-                    id: button
-
-                    objectName: "welcome.getStarted"
-                    x: root.buttonPadding
-                    width: parent.width - 2 * root.buttonPadding
-                    focus: true
-                    onClicked: root.view.getStarted()
                 }
             }
         }
     }
 
-    component WelcomeText: TextLabel {
-        property real padding: Theme.padding
+    // Ends the stack, or stays at the bottom of the window if the stack is taller.
+    Item {
+        id: footer
 
-        leftPadding: padding
-        rightPadding: padding
+        readonly property real bottomPadding: root.isFooterFixed ? Theme.padding : 50
+
+        anchors.horizontalCenter: parent.horizontalCenter
+        y: root.isFooterFixed ? root.height - height : scroll.y + scroll.height + root.spacing
+        width: column.width
+        height: (root.isFooterFixed ? Theme.padding : 0) + button.height + bottomPadding
+
+        Rectangle {
+            anchors.horizontalCenter: parent.horizontalCenter
+            width: root.width
+            height: Theme.line.thin
+            visible: root.isFooterFixed && !scroll.atYEnd
+            color: Theme.lightColor.separator
+        }
+
+        GetStartedButton {
+            id: button
+
+            objectName: "welcome.getStarted"
+            anchors.horizontalCenter: parent.horizontalCenter
+            anchors.bottom: parent.bottom
+            anchors.bottomMargin: footer.bottomPadding
+            width: parent.width - 2 * root.buttonPadding
+            focus: true
+            onClicked: root.view.getStarted()
+        }
+    }
+
+    component WelcomeText: CenteredText {
         width: parent.width
-        horizontalAlignment: Text.AlignHCenter
         color: Theme.lightColor.textSecondary
     }
 }

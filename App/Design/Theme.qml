@@ -14,6 +14,8 @@ QtObject {
     property bool isMotionReduced: false
     /// The user's text size: 1 is normal; values above 2 count as 2.
     property real textScale: 1
+    /// Whether content may grow beyond its normal size, so that larger text fits.
+    readonly property bool isTextLarge: type.scale > 1
 
     readonly property Colors color: Colors {
         isDark: root.isDark
@@ -44,6 +46,8 @@ QtObject {
     readonly property real regularWidth: 700
     /// Opacity of pressed text buttons.
     readonly property real pressedOpacity: 0.4
+    /// How much smaller the text of a card's name or a button may become before it wraps.
+    readonly property real minimumNameScale: 0.8
     /// Side length of a symbol per point of the adjacent text.
     readonly property real symbolSidePerPoint: 1.2
 
@@ -71,6 +75,7 @@ QtObject {
 
         /// Text and symbols that act as a button.
         readonly property color tint: isDark ? "#0a84ff" : "#007aff"
+        readonly property color separator: Qt.alpha(label, 0.15)
         readonly property color scrollIndicator: Qt.alpha(label, 0.35)
         readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
 
@@ -111,6 +116,8 @@ QtObject {
         readonly property int press: isReduced ? 0 : 100
         readonly property int push: isReduced ? 0 : 350
         readonly property int rootChange: isReduced ? 0 : 500
+        /// How long a scroll indicator stays after scrolling, also with reduced motion.
+        readonly property int indicatorPause: 1000
     }
 
     component Shadows: QtObject {

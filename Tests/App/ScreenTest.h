@@ -127,9 +127,8 @@ protected:
     /// Returns the item's rectangle in the window, without horizontal padding.
     [[nodiscard]] static QRectF area(const QQuickItem* found)
     {
-        const qreal left = found->property("leftPadding").toReal();
-        const qreal right = found->property("rightPadding").toReal();
-        return found->mapRectToScene({left, 0, found->width() - left - right, found->height()});
+        const qreal padding = found->property("sidePadding").toReal();
+        return found->mapRectToScene({padding, 0, found->width() - 2 * padding, found->height()});
     }
     void tap(const QString& name)
     {

@@ -1,0 +1,171 @@
+#include "Tests/App/ScreenTest.h"
+
+#include <QFontMetricsF>
+
+static constexpr QSize sizes[] = {{320, 480}, {320, 568}, {390, 844}, {768, 1024}, {1024, 768}, {1366, 1024}};
+static constexpr double textScales[] = {1, 1.25, 2};
+
+/// Where an item is and what is visible of it, in points of the window.
+struct Visibility {
+    explicit Visibility(const QQuickItem* item)
+        : whole(item->mapRectToScene(item->boundingRect())),
+          visible(whole & QRectF(QPointF(), item->window()->size())),
+          reachableBottom(item->window()->height())
+    {
+        for (const QQuickItem* above = item; above != nullptr; above = above->parentItem()) {
+            if (above->inherits("QQuickFlickable"))
+                reachableBottom = above->mapToScene({0, above->property("contentHeight").toReal()}).y();
+            if (above->clip())
+                visible &= above->mapRectToScene(above->clipRect());
+        }
+    }
+
+    QRectF whole;
+    QRectF visible;
+    /// The bottom of everything that can be scrolled to.
+    qreal reachableBottom;
+};
+
+/// Checks that a text can be read whole. With the normal text size, cards have room for only a part of their
+/// description.
+static void expectWhole(const QQuickItem* text, double textScale)
+{
+    const auto words = text->property("text").toString().split(u' ');
+    const QFontMetricsF metrics(text->property("font").value<QFont>());
+    const qreal room = text->width() - text->property("leftPadding").toReal() * 2;
+    for (const QString& word : words)
+        EXPECT_LE(metrics.horizontalAdvance(word), room + 0.5) << qPrintable(word);
+    EXPECT_TRUE(!text->property("truncated").toBool() ||
+                (textScale == 1 && text->objectName() == "description"));
+    EXPECT_LE(text->property("contentWidth").toReal(), text->width() + 0.5);
+}
+
+TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
+{
+    for (int number = 0; number < 54; ++number) {
+        const QSize size = sizes[number % 6];
+        const double textScale = textScales[number / 6 % 3];
+        const int screen = number / 18;
+        SCOPED_TRACE("screen " + std::to_string(screen) + " at " + std::to_string(size.width()) + " x " +
+                     std::to_string(size.height()) + " with text of " + std::to_string(textScale));
+        appearance.set({.textScale = textScale});
+        open(screen > 0, size);
+        if (screen == 2)
+            content->dashboard()->tapCard(Card::Sso);
+        settle();
+        std::vector<QRectF> texts;
+        for (const QQuickItem* each : itemsBelow(window.contentItem())) {
+            const Visibility visibility(each);
+            if (auto* accessible = QAccessible::queryAccessibleInterface(const_cast<QQuickItem*>(each));
+                accessible != nullptr && accessible->role() == QAccessible::Button) {
+                EXPECT_NE(accessible->text(QAccessible::Name), "");
+                EXPECT_GE(std::min(each->width(), each->height()), 44) << qPrintable(each->objectName());
+            }
+            if (each->objectName() == "welcome.getStarted") {
+                EXPECT_EQ(visibility.visible, visibility.whole);
+            }
+            if (!each->inherits("QQuickText") || !each->isVisible())
+                continue;
+            SCOPED_TRACE(each->property("text").toString().toStdString());
+            expectWhole(each, textScale);
+            EXPECT_TRUE(visibility.whole.left() >= 0 && visibility.whole.right() <= size.width());
+            EXPECT_LE(visibility.whole.bottom(), visibility.reachableBottom);
+            for (const QRectF& other : texts)
+                EXPECT_FALSE(other.intersects(visibility.visible));
+            texts.push_back(visibility.visible);
+        }
+    }
+}
+
+TEST_F(ScreenTest, LargeTextMakesCardsGrowInOneColumn)
+{
+    appearance.set({.textScale = 2});
+    open(true);
+    const QQuickItem* first = item("dashboard.card.person.badge.key");
+    EXPECT_EQ(first->width(), 350);
+    EXPECT_EQ(area(item("dashboard.card.tv.and.mediabox")).left(), area(first).left());
+    EXPECT_GT(first->height(), 170);
+    EXPECT_EQ(item("badge", first)->width(), 120);
+    EXPECT_GT(area(item("dashboard.openSettings")).top(), area(item("Notifications are off")).bottom());
+}
+
+/// Lines of a paragraph have about the same length: no word is alone on the last one.
+TEST_F(ScreenTest, ParagraphsAreBalanced)
+{
+    open(false, {1024, 768});
+    const QQuickItem* text = item("welcome.text");
+    EXPECT_EQ(text->property("lineCount"), 2);
+    EXPECT_LT(text->property("contentWidth").toReal(), 400);
+}
+
+TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
+{
+    appearance.set({.textScale = 2});
+    for (int screen = 0; screen < 3; ++screen) {
+        SCOPED_TRACE(screen);
+        open(screen > 0, {320, 568});
+        if (screen == 2)
+            content->dashboard()->tapCard(Card::Sso);
+        settle();
+        const auto items = itemsBelow(window.contentItem());
+        const auto scroll = std::ranges::find_if(items, [](const QQuickItem* each) {
+            return each->isVisible() && each->inherits("QQuickFlickable");
+        });
+        ASSERT_NE(scroll, items.end());
+        const qreal viewHeight = (*scroll)->height();
+        const qreal end = (*scroll)->property("contentHeight").toReal() - viewHeight;
+        const auto bounded = [&](qreal position) { return std::clamp(position, 0.0, end); };
+        const std::pair<Qt::Key, qreal> keys[] = {{Qt::Key_End, end},
+                                                  {Qt::Key_PageUp, bounded(end - viewHeight + 44)},
+                                                  {Qt::Key_Home, 0},
+                                                  {Qt::Key_PageDown, bounded(viewHeight - 44)},
+                                                  {Qt::Key_Home, 0}};
+        for (const auto& [key, position] : keys) {
+            QTest::keyClick(&window, key);
+            EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
+            animations.pass(250);
+            EXPECT_NEAR((*scroll)->property("contentY").toReal(), position, 1) << key;
+        }
+    }
+    // The pause before the fading runs in real time.
+    EXPECT_TRUE(QTest::qWaitFor([&] {
+        animations.pass(250);
+        return item("scroll.indicator")->opacity() == 0;
+    }));
+}
+
+TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
+{
+    const char* const cards[] = {"dashboard.card.person.badge.key", "dashboard.card.tv.and.mediabox",
+                                 "dashboard.card.bell.badge"};
+    const struct {
+        double textScale;
+        Qt::Key key;
+        int from, to;
+    } cases[] = {{1, Qt::Key_Right, 0, 1}, {1, Qt::Key_Left, 1, 0}, {1, Qt::Key_Down, 0, 2},
+                 {1, Qt::Key_Up, 2, 0},    {1, Qt::Key_Left, 2, 2}, {2, Qt::Key_Down, 0, 1},
+                 {2, Qt::Key_Down, 1, 2},  {2, Qt::Key_Up, 2, 1},   {2, Qt::Key_Right, 0, 0}};
+    for (const auto& [textScale, key, from, to] : cases) {
+        SCOPED_TRACE(std::string(cards[from]) + " key " + std::to_string(key));
+        appearance.set({.textScale = textScale});
+        open(true, {320, 568});
+        QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2}); // Hides the focus ring.
+        item(cards[from])->forceActiveFocus();
+        QTest::keyClick(&window, key);
+        settle();
+        EXPECT_TRUE(item(cards[to])->hasActiveFocus());
+        const Visibility card(item(cards[to]));
+        EXPECT_GE(card.visible.height(), std::min(card.whole.height(), 300.0));
+    }
+}
+
+/// The content of the dashboard ends with empty space. An indicator for that space alone would be as long as
+/// the window.
+TEST_F(ScreenTest, EmptySpaceNeedsNoScrollIndicator)
+{
+    open(true, {1024, 768});
+    EXPECT_GT(area(item("dashboard.content")).bottom(), 768);
+    EXPECT_EQ(item("scroll.indicator"), nullptr);
+    open(true, {1024, 600});
+    EXPECT_NE(item("scroll.indicator"), nullptr);
+}
