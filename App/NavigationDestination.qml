@@ -69,13 +69,6 @@ FocusScope {
         color: Theme.color.systemBackground
     }
 
-    Loader {
-        id: screen
-
-        anchors.fill: parent
-        anchors.topMargin: bar.height
-    }
-
     Item {
         id: bar
 
@@ -114,6 +107,13 @@ FocusScope {
                 }
             }
         }
+    }
+
+    Loader {
+        id: screen
+
+        anchors.fill: parent
+        anchors.topMargin: bar.height
     }
 
     Item {

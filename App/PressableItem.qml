@@ -16,15 +16,20 @@ FocusScope {
 
     signal clicked
 
+    /// Takes the focus in its scope as well, so that it returns here from what the click opens.
+    function press() {
+        if (!enabled)
+            return;
+        focus = true;
+        clicked();
+    }
+
     activeFocusOnTab: enabled
     Accessible.role: Accessible.Button
     Accessible.name: accessibleName
     Accessible.description: accessibleDescription
     Accessible.focusable: true
-    Accessible.onPressAction: {
-        if (enabled)
-            clicked();
-    }
+    Accessible.onPressAction: press()
     Keys.onPressed: event => {
         if (event.isAutoRepeat || ![Qt.Key_Space, Qt.Key_Return, Qt.Key_Enter].includes(event.key))
             return;
@@ -43,7 +48,7 @@ FocusScope {
     TapHandler {
         id: tap
 
-        onTapped: root.clicked()
+        onTapped: root.press()
     }
 
     HoverHandler {

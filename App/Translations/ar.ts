@@ -126,7 +126,7 @@
 <context>
     <name>PermissionPanel</name>
     <message>
-        <source>&quot;%1&quot; Would Like to Send You Notifications</source>
+        <source>“%1” Would Like to Send You Notifications</source>
         <translation>يرغب «%1» في إرسال إشعارات إليك</translation>
     </message>
     <message>
@@ -134,7 +134,7 @@
         <translation>قد تتضمن الإشعارات تنبيهات وأصواتًا وشارات على الأيقونات.</translation>
     </message>
     <message>
-        <source>Don&apos;t Allow</source>
+        <source>Don’t Allow</source>
         <translation>عدم السماح</translation>
     </message>
     <message>

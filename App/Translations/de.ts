@@ -126,7 +126,7 @@
 <context>
     <name>PermissionPanel</name>
     <message>
-        <source>&quot;%1&quot; Would Like to Send You Notifications</source>
+        <source>“%1” Would Like to Send You Notifications</source>
         <translation>„%1“ möchte Ihnen Mitteilungen senden</translation>
     </message>
     <message>
@@ -134,7 +134,7 @@
         <translation>Mitteilungen können Hinweise, Töne und Kennzeichen am App-Symbol umfassen.</translation>
     </message>
     <message>
-        <source>Don&apos;t Allow</source>
+        <source>Don’t Allow</source>
         <translation>Nicht erlauben</translation>
     </message>
     <message>

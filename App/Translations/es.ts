@@ -126,7 +126,7 @@
 <context>
     <name>PermissionPanel</name>
     <message>
-        <source>&quot;%1&quot; Would Like to Send You Notifications</source>
+        <source>“%1” Would Like to Send You Notifications</source>
         <translation>«%1» quiere enviarle notificaciones</translation>
     </message>
     <message>
@@ -134,7 +134,7 @@
         <translation>Las notificaciones pueden incluir alertas, sonidos y globos en los iconos.</translation>
     </message>
     <message>
-        <source>Don&apos;t Allow</source>
+        <source>Don’t Allow</source>
         <translation>No permitir</translation>
     </message>
     <message>

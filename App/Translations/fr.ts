@@ -126,7 +126,7 @@
 <context>
     <name>PermissionPanel</name>
     <message>
-        <source>&quot;%1&quot; Would Like to Send You Notifications</source>
+        <source>“%1” Would Like to Send You Notifications</source>
         <translation>« %1 » souhaite vous envoyer des notifications</translation>
     </message>
     <message>
@@ -134,7 +134,7 @@
         <translation>Les notifications peuvent inclure des alertes, des sons et des pastilles d’icône.</translation>
     </message>
     <message>
-        <source>Don&apos;t Allow</source>
+        <source>Don’t Allow</source>
         <translation>Ne pas autoriser</translation>
     </message>
     <message>

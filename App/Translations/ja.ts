@@ -126,7 +126,7 @@
 <context>
     <name>PermissionPanel</name>
     <message>
-        <source>&quot;%1&quot; Would Like to Send You Notifications</source>
+        <source>“%1” Would Like to Send You Notifications</source>
         <translation>「%1」が通知の送信を求めています</translation>
     </message>
     <message>
@@ -134,7 +134,7 @@
         <translation>通知には、アラート、サウンド、アイコンのバッジが含まれることがあります。</translation>
     </message>
     <message>
-        <source>Don&apos;t Allow</source>
+        <source>Don’t Allow</source>
         <translation>許可しない</translation>
     </message>
     <message>

@@ -253,10 +253,12 @@ TEST_F(ScreenTest, CardsOpenTheirScreenAndEveryBackActionClosesIt)
             EXPECT_EQ(content->dashboard()->selectedCard(), Card::None);
             settle();
             EXPECT_FALSE(tapped->property("isActive").toBool());
+            EXPECT_TRUE(tapped->hasActiveFocus());
             EXPECT_TRUE(item("detail.title") == nullptr && log.takeEntries().empty());
         }
     }
     tap("dashboard.openSettings");
+    EXPECT_TRUE(item("dashboard.openSettings")->hasActiveFocus());
     EXPECT_THAT(application.openedURLs, ElementsAre("app-settings:"));
 }
 

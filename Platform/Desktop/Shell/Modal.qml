@@ -1,8 +1,8 @@
 import QtQuick
 import Quorvane.Shell
 
-/// An overlay that covers the whole window while it is open. It blocks all input to the items below, keeps the focus
-/// inside, and returns the focus when it closes. Its content animates with `progress`.
+/// An overlay that covers the whole window while it is open. It blocks all input to the items below and keeps the focus
+/// inside. Its content animates with `progress`.
 FocusScope {
     id: root
 
@@ -17,24 +17,11 @@ FocusScope {
     property bool isComplete: false
     readonly property bool isGone: !isOpen && progress === 0
     readonly property bool isFocusOutside: isOpen && !isCovered && Window.active && !activeFocus
-    property Item previousFocusItem: null
 
     /// Emitted for a tap outside the content.
     signal outsideTapped
     /// Emitted when the overlay has disappeared.
     signal gone
-
-    function takeFocus() {
-        previousFocusItem = Window.activeFocusItem;
-        forceActiveFocus(Qt.PopupFocusReason);
-    }
-
-    function restoreFocus() {
-        if (previousFocusItem && previousFocusItem.visible && previousFocusItem.enabled)
-            previousFocusItem.forceActiveFocus(Qt.PopupFocusReason);
-        previousFocusItem = null;
-        initialFocus.focus = true;
-    }
 
     anchors.fill: parent
     visible: !isGone
@@ -48,7 +35,7 @@ FocusScope {
     }
     onIsOpenChanged: {
         if (!isOpen)
-            restoreFocus();
+            initialFocus.focus = true;
     }
     Component.onCompleted: isComplete = true
 
@@ -63,7 +50,7 @@ FocusScope {
     Timer {
         interval: 0
         running: root.isFocusOutside
-        onTriggered: root.takeFocus()
+        onTriggered: root.forceActiveFocus(Qt.PopupFocusReason)
     }
 
     PressArea {

@@ -20,7 +20,7 @@ Modal {
     Keys.onUpPressed: body.scroll(-ShellStyle.minimumTarget)
     Keys.onDownPressed: body.scroll(ShellStyle.minimumTarget)
 
-    Rectangle {
+    DialogFrame {
         id: card
 
         readonly property real padding: ShellStyle.padding
@@ -28,13 +28,17 @@ Modal {
         anchors.centerIn: parent
         width: Math.min(Math.round(ShellStyle.panelWidth * ShellStyle.textScale), root.width - 2 * padding)
         height: Math.min(padding + body.contentHeight + padding + buttons.height + padding, root.height - 2 * padding)
-        radius: ShellStyle.panelRadius
-        color: ShellStyle.panel
         opacity: root.progress
         scale: 0.95 + 0.05 * root.progress
         Accessible.role: Accessible.Dialog
-        Accessible.name: title.text
-        Accessible.description: note.text
+        title: heading.text
+        note: explanation.text
+
+        Rectangle {
+            anchors.fill: parent
+            radius: ShellStyle.panelRadius
+            color: ShellStyle.panel
+        }
 
         PressArea {
             anchors.fill: parent
@@ -59,17 +63,17 @@ Modal {
                 topPadding: 6
 
                 TextLabel {
-                    id: title
+                    id: heading
 
                     width: parent.width
-                    text: qsTr("\"%1\" Would Like to Send You Notifications").arg(root.applicationName)
+                    text: qsTr("\u201c%1\u201d Would Like to Send You Notifications").arg(root.applicationName)
                     font: ShellStyle.title
                     horizontalAlignment: Text.AlignHCenter
                     Accessible.role: Accessible.Heading
                 }
 
                 TextLabel {
-                    id: note
+                    id: explanation
 
                     width: parent.width
                     text: qsTr("Notifications may include alerts, sounds, and icon badges.")
@@ -99,7 +103,7 @@ Modal {
 
                 objectName: "shell.dontAllow"
                 width: buttons.buttonWidth
-                text: qsTr("Don't Allow")
+                text: qsTr("Don\u2019t Allow")
                 KeyNavigation.tab: consent
                 KeyNavigation.backtab: consent
                 KeyNavigation.right: consent

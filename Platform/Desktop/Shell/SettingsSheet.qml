@@ -20,7 +20,7 @@ Modal {
     Keys.onDownPressed: rows.scroll(ShellStyle.minimumTarget)
     onOutsideTapped: sheet.close()
 
-    Item {
+    DialogFrame {
         id: page
 
         readonly property real naturalHeight: header.height + rows.contentHeight
@@ -34,7 +34,7 @@ Modal {
         opacity: root.isRegular ? root.progress : 1
         scale: root.isRegular ? 0.95 + 0.05 * root.progress : 1
         Accessible.role: Accessible.Dialog
-        Accessible.name: title.text
+        title: root.applicationName
 
         Rectangle {
             width: parent.width

@@ -1,5 +1,6 @@
 #include "Platform/Desktop/Shell/Shell.h"
 
+#include "Platform/Desktop/Shell/ShellAccessibility.h"
 #include "Platform/FatalError.h"
 
 #include <QQmlComponent>
@@ -14,8 +15,8 @@ Shell::Shell(const Ports& ports, const std::string& applicationName)
       m_settings(ports.preferences),
       m_banner(ports.timers)
 {
-    connect(&m_permission, &PermissionPanel::isActiveChanged, this, &Shell::load);
-    connect(&m_settings, &SettingsSheet::isOpenChanged, this, &Shell::load);
+    connect(&m_permission, &PermissionPanel::isActiveChanged, this, &Shell::updateDialogs);
+    connect(&m_settings, &SettingsSheet::isOpenChanged, this, &Shell::updateDialogs);
     connect(&m_banner, &NotificationBanner::isShownChanged, this, &Shell::load);
     connect(&m_banner, &NotificationBanner::becameFree, this, [this] { m_availabilityHandler(); });
 }
@@ -30,6 +31,7 @@ void Shell::attach(QQmlEngine& engine, QQuickWindow& window)
     detach();
     m_engine = &engine;
     m_window = &window;
+    limitAccessibility(window);
     window.installEventFilter(this);
     connect(&window, &QObject::destroyed, this, &Shell::resetAfterWindow);
     connect(&window, &QWindow::visibilityChanged, this, [this] {
@@ -55,6 +57,34 @@ void Shell::resetAfterWindow()
     m_permission.setOnScreen(false);
     m_settings.close();
     m_banner.clear();
+}
+
+void Shell::updateDialogs()
+{
+    load();
+    const bool isModal = m_permission.isActive() || m_settings.isOpen();
+    if (std::exchange(m_isModal, isModal) != isModal && m_window)
+        setContentEnabled(!isModal);
+}
+
+void Shell::setContentEnabled(bool isEnabled)
+{
+    if (!isEnabled)
+        m_focusBefore = m_window->activeFocusItem();
+    QQuickItem* content = nullptr;
+    for (QQuickItem* item : m_window->contentItem()->childItems()) {
+        if (item == m_screen)
+            continue;
+        item->setEnabled(isEnabled);
+        if (content == nullptr && item->isFocusScope())
+            content = item;
+    }
+    if (!isEnabled)
+        return;
+    const bool isStillThere = m_focusBefore && m_focusBefore->isVisible() && m_focusBefore->isEnabled();
+    if (QQuickItem* target = isStillThere ? m_focusBefore.data() : content)
+        target->forceActiveFocus(Qt::PopupFocusReason);
+    m_focusBefore.clear();
 }
 
 void Shell::setAppearance(const Appearance& appearance)

@@ -87,6 +87,10 @@ private:
     void detach();
     void resetAfterWindow();
     void load();
+    void updateDialogs();
+    /// Disables the application's content while a dialog is open. Enabling it returns the focus to the item
+    /// that had it.
+    void setContentEnabled(bool isEnabled);
     [[nodiscard]] bool isWindowSeen() const;
     void setKeyboardInUse(bool isInUse);
 
@@ -99,6 +103,8 @@ private:
     std::function<void()> m_availabilityHandler = [] {};
     QPointer<QQmlEngine> m_engine;
     QPointer<QQuickWindow> m_window;
+    bool m_isModal = false;
+    QPointer<QQuickItem> m_focusBefore;
     /// Null until there is something to show.
     QPointer<QQuickItem> m_screen;
 };

@@ -1,10 +1,13 @@
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
+#include <QAccessible>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QTest>
 #include <gtest/gtest.h>
+
+#include <optional>
 
 using namespace Platform;
 
@@ -16,11 +19,14 @@ protected:
         qputenv("QT_QPA_PLATFORM", "offscreen");
         qInstallMessageHandler(
             [](auto, auto&, auto& it) { EXPECT_FALSE(it.contains(".qml")) << qPrintable(it); });
+        application.emplace(argc, nullptr);
     }
+    static void TearDownTestSuite() { application.reset(); }
     ShellTest()
     {
         engine.loadData("import QtQuick; Window { width: 320; height: 568; visible: true; Item {"
                         "objectName: 'content'; anchors.fill: parent; focus: true; property int count: 0;"
+                        "Accessible.role: Accessible.Button; Accessible.name: 'content';"
                         "TapHandler { onTapped: ++count } Keys.onPressed: ++count } }");
         window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
         EXPECT_TRUE(QTest::qWaitForWindowActive(window));
@@ -41,8 +47,25 @@ protected:
         EXPECT_TRUE(QRect(0, 0, 320, 568).contains(area) && area.height() >= 44) << name;
         QTest::mouseClick(window, Qt::LeftButton, {}, area.center());
     }
-    int argc = 0;
-    const QGuiApplication application{argc, nullptr};
+    /// Returns the accessible names below `parent`, by default the window.
+    QStringList accessibleNames(QAccessibleInterface* parent = nullptr)
+    {
+        if (parent == nullptr)
+            parent = window->accessibleRoot();
+        QStringList names;
+        for (int index = 0; index < parent->childCount(); ++index) {
+            QAccessibleInterface* const child = parent->child(index);
+            EXPECT_EQ(child->parent(), parent);
+            EXPECT_EQ(parent->indexOfChild(child), index);
+            EXPECT_EQ(child->state().modal, child->role() == QAccessible::Dialog);
+            names += child->text(QAccessible::Name);
+            names += accessibleNames(child);
+        }
+        return names;
+    }
+    static inline int argc = 0;
+    // One for all tests: its end removes the accessibility of Qt Quick.
+    static inline std::optional<QGuiApplication> application;
     std::string events;
     ManualScheduler clock;
     QQmlApplicationEngine engine;
@@ -69,6 +92,40 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
     QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
     EXPECT_TRUE(hasFocus("content") && events == "refused allowed switched ") << events;
     EXPECT_EQ(item("content")->property("count"), 0);
+}
+
+TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
+{
+    const QStringList content{"content"};
+    const QString question = "\u201cQuorvane MDM\u201d Would Like to Send You Notifications";
+    const QStringList panel{question, question, "Notifications may include alerts, sounds, and icon badges.",
+                            "Don\u2019t Allow", "Allow"};
+    const QStringList sheet{"Quorvane MDM",
+                            "Quorvane MDM",
+                            "Done",
+                            "Allow Notifications",
+                            "Shown by: In this window",
+                            "Delivered by: UnifiedPush (org.example.Push)"};
+    shell.attach(engine, *window);
+    EXPECT_EQ(accessibleNames(), content);
+    shell.openSettings();
+    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    EXPECT_EQ(accessibleNames(), sheet);
+    shell.requestPermission([](bool) {});
+    ASSERT_TRUE(hasFocus("shell.allow"));
+    EXPECT_EQ(accessibleNames(), panel);
+    EXPECT_FALSE(item("content")->isEnabled());
+    const QAccessibleInterface* const root = window->accessibleRoot();
+    EXPECT_EQ(root->focusChild()->text(QAccessible::Name), "Allow");
+    const QPoint middle = root->rect().center();
+    EXPECT_EQ(root->childAt(middle.x(), 2), nullptr) << "outside the dialog";
+    EXPECT_NE(root->childAt(middle.x(), middle.y()), nullptr);
+    QTest::keyClick(window, Qt::Key_Space);
+    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    EXPECT_EQ(accessibleNames(), sheet);
+    QTest::keyClick(window, Qt::Key_Escape);
+    EXPECT_TRUE(hasFocus("content"));
+    EXPECT_EQ(accessibleNames(), content);
 }
 
 TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
