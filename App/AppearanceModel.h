@@ -14,6 +14,7 @@ class AppearanceModel : public QObject {
     QML_UNCREATABLE("created by the application")
     Q_PROPERTY(bool isDark READ isDark NOTIFY changed FINAL)
     Q_PROPERTY(bool isMotionReduced READ isMotionReduced NOTIFY changed FINAL)
+    Q_PROPERTY(bool isContrastHigh READ isContrastHigh NOTIFY changed FINAL)
     Q_PROPERTY(qreal textScale READ textScale NOTIFY changed FINAL)
 
 public:
@@ -25,6 +26,7 @@ public:
 
     [[nodiscard]] bool isDark() const { return m_appearance.isDark; }
     [[nodiscard]] bool isMotionReduced() const { return m_appearance.isMotionReduced; }
+    [[nodiscard]] bool isContrastHigh() const { return m_appearance.isContrastHigh; }
     [[nodiscard]] qreal textScale() const { return m_appearance.textScale; }
 
 Q_SIGNALS:

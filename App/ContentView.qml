@@ -30,6 +30,12 @@ FocusScope {
 
     Binding {
         target: Theme
+        property: "isContrastHigh"
+        value: root.appearance.isContrastHigh
+    }
+
+    Binding {
+        target: Theme
         property: "textScale"
         value: root.appearance.textScale
     }

@@ -11,6 +11,7 @@ PressableItem {
     readonly property real labelRoom: width - arrow.width - Theme.spacing - 2 * Theme.padding
 
     implicitHeight: Math.max(56, label.height + 2 * Theme.spacing)
+    isOnLightBackground: true
     cornerRadius: Theme.radius.card
     accessibleName: qsTr("Get Started")
 

@@ -81,6 +81,8 @@ FocusScope {
             width: backRow.width + 2 * Theme.spacing
             height: parent.height
             cornerRadius: Theme.radius.strip
+            // The button touches the window's edge.
+            isFocusRingInside: true
             focus: true
             accessibleName: qsTr("Back")
             onClicked: root.backRequested()

@@ -11,6 +11,8 @@ FocusScope {
     required property string accessibleName
     property string accessibleDescription: ""
     property real cornerRadius: 0
+    property bool isFocusRingInside: false
+    property bool isOnLightBackground: false
     readonly property bool isPressed: tap.pressed || isKeyPressed
     property bool isKeyPressed: false
 
@@ -55,8 +57,15 @@ FocusScope {
         cursorShape: Qt.PointingHandCursor
     }
 
-    FocusRing {
-        visible: root.activeFocus && FocusVisibility.isShown
-        cornerRadius: root.cornerRadius
+    // At most one item.
+    Repeater {
+        model: root.activeFocus && FocusVisibility.isShown ? 1 : 0
+
+        FocusRing {
+            objectName: "focusRing"
+            cornerRadius: root.cornerRadius
+            isInside: root.isFocusRingInside
+            isOnLightBackground: root.isOnLightBackground
+        }
     }
 }

@@ -11,6 +11,7 @@ struct Appearance {
     bool isMotionReduced = false;
     /// The factor for font sizes, from 1 to 2.
     double textScale = 1;
+    bool isContrastHigh = false;
 
     bool operator==(const Appearance&) const = default;
 };

@@ -6,12 +6,13 @@ import QtQuick
 /// Colors, fonts, shadows, lengths and durations of the screens, named by role. Lengths are in points
 /// (device-independent pixels), durations in milliseconds.
 ///
-/// The app sets the first three properties when the system's appearance changes; the others depend on them.
+/// The app sets the first four properties when the system's appearance changes; the others depend on them.
 QtObject {
     id: root
 
     property bool isDark: false
     property bool isMotionReduced: false
+    property bool isContrastHigh: false
     /// The user's text size: 1 is normal; values above 2 count as 2.
     property real textScale: 1
     /// Whether content may grow beyond its normal size, so that larger text fits.
@@ -19,10 +20,12 @@ QtObject {
 
     readonly property Colors color: Colors {
         isDark: root.isDark
+        isContrastHigh: root.isContrastHigh
     }
     /// Colors for items on a background that is light in dark appearance, too.
     readonly property Colors lightColor: Colors {
         isDark: false
+        isContrastHigh: root.isContrastHigh
     }
     readonly property TypeScale type: TypeScale {
         scale: Math.min(root.textScale, 2)
@@ -31,7 +34,7 @@ QtObject {
         isReduced: root.isMotionReduced
     }
     readonly property Shadows shadow: Shadows {
-        brand: root.color.orangeLine
+        brand: root.color.orangeShadow
     }
     readonly property Radii radius: Radii {}
     readonly property Lines line: Lines {}
@@ -53,31 +56,34 @@ QtObject {
 
     component Colors: QtObject {
         required property bool isDark
+        required property bool isContrastHigh
 
         /// Text and symbols.
         readonly property color label: isDark ? "#ffffff" : "#000000"
-        readonly property color textSecondary: Qt.alpha(label, 0.6)
+        readonly property color textSecondary: Qt.alpha(label, isContrastHigh ? 0.85 : 0.6)
         readonly property color textOnOrange: "#ffffff"
 
-        readonly property color orange: isDark ? "#ff9f0a" : "#ff9500"
+        readonly property color orange: isContrastHigh ? (isDark ? "#ffb340" : "#a34700") : isDark ? "#ff9f0a" : "#ff9500"
         /// The light end of a gradient.
-        readonly property color orangeSoft: Qt.alpha(orange, 0.8)
-        /// Borders and shadows.
-        readonly property color orangeLine: Qt.alpha(orange, 0.3)
+        readonly property color orangeSoft: Qt.alpha(orange, isContrastHigh ? 1 : 0.8)
+        /// Borders.
+        readonly property color orangeLine: Qt.alpha(orange, isContrastHigh ? 1 : 0.3)
+        readonly property color orangeShadow: Qt.alpha(orange, 0.3)
         /// Backgrounds of orange symbols and of the warning strip.
         readonly property color orangeTint: Qt.alpha(orange, 0.1)
         /// Screen backgrounds.
         readonly property color orangeMist: Qt.alpha(orange, 0.05)
 
-        readonly property color gray: "#8e8e93"
+        readonly property color gray: !isContrastHigh ? "#8e8e93" : isDark ? "#b4b4b9" : "#5a5a5f"
         readonly property color grayTint: Qt.alpha(gray, 0.1)
         readonly property color grayMist: Qt.alpha(gray, 0.05)
 
         /// Text and symbols that act as a button.
-        readonly property color tint: isDark ? "#0a84ff" : "#007aff"
-        readonly property color separator: Qt.alpha(label, 0.15)
-        readonly property color scrollIndicator: Qt.alpha(label, 0.35)
-        readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
+        readonly property color tint: isContrastHigh ? (isDark ? "#7cc0ff" : "#0040a0") : isDark ? "#0a84ff" : "#0060cc"
+        readonly property color separator: Qt.alpha(label, isContrastHigh ? 0.5 : 0.15)
+        readonly property color scrollIndicator: Qt.alpha(label, isContrastHigh ? 0.7 : 0.35)
+        readonly property color focusRing: isDark ? "#66b2ff" : "#004a9f"
+        readonly property color focusRingInner: isDark ? "#000000" : "#ffffff"
 
         readonly property color systemBackground: isDark ? "#000000" : "#ffffff"
     }
@@ -158,7 +164,7 @@ QtObject {
         readonly property real thin: 1
         readonly property real border: 1.5
         readonly property real focusRing: 3
-        /// Between an item and the focus ring around it.
-        readonly property real focusGap: 2
+        /// The ring's inner color.
+        readonly property real focusRingInner: 2
     }
 }

@@ -36,7 +36,7 @@ static const struct {
     {dashboard, "dashboard.card.tv.and.mediabox", "", {199, 516}, {171, 386}, {170, 170}, {-356, -364}},
     {dashboard, "bell.slash", "#99000000", {}, {20, 20}},
     {dashboard, "Notifications are off", "size 15, weight 400, #99000000"},
-    {dashboard, "Open Settings", "size 15, weight 400, #007aff"},
+    {dashboard, "Open Settings", "size 15, weight 400, #0060cc"},
     {dashboard, "panel", "#ffffff, radius 16, border 1.5, #4dff9500, shadow #26000000, blur 12, down 6"},
     {dashboard, "badge", "#1aff9500, round", {76, 285}, {60, 60}, {60, 60}},
     {dashboard, "labels", "", {40, 142}, {131, 346}, {50, 50}, {8, 8}},

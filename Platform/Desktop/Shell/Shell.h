@@ -33,6 +33,7 @@ class Shell final : public QObject, public PermissionPrompt, public Notification
     Q_PROPERTY(QString applicationName READ applicationName CONSTANT FINAL)
     Q_PROPERTY(bool isDark READ isDark NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(bool isMotionReduced READ isMotionReduced NOTIFY appearanceChanged FINAL)
+    Q_PROPERTY(bool isContrastHigh READ isContrastHigh NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(qreal textScale READ textScale NOTIFY appearanceChanged FINAL)
     Q_PROPERTY(bool isKeyboardInUse READ isKeyboardInUse NOTIFY isKeyboardInUseChanged FINAL)
     Q_PROPERTY(Platform::Desktop::PermissionPanel* permission READ permission CONSTANT FINAL)
@@ -70,6 +71,7 @@ public:
     [[nodiscard]] QString applicationName() const { return m_applicationName; }
     [[nodiscard]] bool isDark() const { return m_appearance.isDark; }
     [[nodiscard]] bool isMotionReduced() const { return m_appearance.isMotionReduced; }
+    [[nodiscard]] bool isContrastHigh() const { return m_appearance.isContrastHigh; }
     [[nodiscard]] qreal textScale() const { return m_appearance.textScale; }
     /// Whether the user's last input came from the keyboard, so that the item with the focus shows a ring.
     [[nodiscard]] bool isKeyboardInUse() const { return m_isKeyboardInUse; }

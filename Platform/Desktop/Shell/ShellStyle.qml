@@ -12,26 +12,27 @@ QtObject {
     property ShellModel shell: null
     readonly property bool isDark: shell?.isDark ?? false
     readonly property bool isMotionReduced: shell?.isMotionReduced ?? false
+    readonly property bool isContrastHigh: shell?.isContrastHigh ?? false
     readonly property real textScale: shell?.textScale ?? 1
     /// Whether the item with the focus shows a ring.
     readonly property bool isFocusShown: shell?.isKeyboardInUse ?? false
 
     readonly property color label: isDark ? "#f5f5f7" : "#1c1c1e"
-    readonly property color labelSecondary: isDark ? "#a9a9b0" : "#62626a"
+    readonly property color labelSecondary: isContrastHigh ? (isDark ? "#d4d4da" : "#3c3c43") : isDark ? "#a9a9b0" : "#62626a"
     /// Button text.
-    readonly property color tint: isDark ? "#6cb4ff" : "#0060cc"
+    readonly property color tint: isContrastHigh ? (isDark ? "#a6d2ff" : "#003a85") : isDark ? "#6cb4ff" : "#0060cc"
     readonly property color panel: isDark ? "#2a2a2c" : "#fafafc"
     readonly property color sheet: isDark ? "#1e1e20" : "#f2f2f6"
     readonly property color row: isDark ? "#2c2c2e" : "#ffffff"
     readonly property color button: isDark ? "#3d3d41" : "#e9e9ef"
     readonly property color buttonPressed: isDark ? "#48484d" : "#dcdce4"
-    readonly property color separator: isDark ? "#414145" : "#e0e0e5"
-    readonly property color outline: isDark ? "#28ffffff" : "#14000000"
+    readonly property color separator: isContrastHigh ? outline : isDark ? "#414145" : "#e0e0e5"
+    readonly property color outline: isContrastHigh ? (isDark ? "#99ffffff" : "#80000000") : isDark ? "#28ffffff" : "#14000000"
     readonly property color shadow: isDark ? "#80000000" : "#26000000"
     /// Covers the content below a modal overlay.
     readonly property color scrim: isDark ? "#99000000" : "#59000000"
-    readonly property color switchOn: isDark ? "#30a652" : "#2a9d4a"
-    readonly property color switchOff: isDark ? "#7c7c82" : "#8e8e94"
+    readonly property color switchOn: isContrastHigh && !isDark ? "#1b7334" : isDark ? "#30a652" : "#2a9d4a"
+    readonly property color switchOff: isContrastHigh ? "#66666c" : isDark ? "#7c7c82" : "#8e8e94"
     readonly property color knob: "#ffffff"
     readonly property color mark: isDark ? "#ff9f0a" : "#ff9500"
     readonly property color markLetter: "#ffffff"

@@ -20,12 +20,14 @@ constexpr std::nullopt_t unlimitedTime = std::nullopt;
 constexpr std::string_view appearanceSpace = "org.freedesktop.appearance";
 constexpr std::string_view interfaceSpace = "org.gnome.desktop.interface";
 constexpr std::pair colorScheme{appearanceSpace, std::string_view("color-scheme")};
+constexpr std::pair contrast{appearanceSpace, std::string_view("contrast")};
 constexpr std::pair reducedMotion{appearanceSpace, std::string_view("reduced-motion")};
 constexpr std::pair enableAnimations{interfaceSpace, std::string_view("enable-animations")};
 constexpr std::pair textScalingFactor{interfaceSpace, std::string_view("text-scaling-factor")};
 
 constexpr std::uint32_t prefersDark = 1;
 constexpr std::uint32_t prefersReducedMotion = 1;
+constexpr std::uint32_t prefersHighContrast = 1;
 constexpr double minimumTextScale = 1;
 constexpr double maximumTextScale = 2;
 
@@ -63,6 +65,7 @@ PortalAppearance::~PortalAppearance() = default;
 PortalAppearance::Settings PortalAppearance::defaults()
 {
     return {{colorScheme, std::uint32_t{0}},
+            {contrast, std::uint32_t{0}},
             {reducedMotion, std::uint32_t{0}},
             {enableAnimations, true},
             {textScalingFactor, 1.0}};
@@ -84,6 +87,7 @@ Appearance PortalAppearance::appearanceOf(const Settings& settings)
                            settings.at(enableAnimations) == Value(false),
         // In this order, NaN becomes the minimum.
         .textScale = std::fmin(std::fmax(textScale, minimumTextScale), maximumTextScale),
+        .isContrastHigh = settings.at(contrast) == Value(prefersHighContrast),
     };
 }
 

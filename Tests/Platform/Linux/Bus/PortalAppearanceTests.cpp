@@ -82,6 +82,7 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
         {"dark", {{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1}},
         {"no settings", {}, {false, false, 1}},
         {"reduced motion", {{look, {{"reduced-motion", Value(1U)}}}}, {false, true, 1}},
+        {"high contrast", {{look, {{"contrast", Value(1U)}}}}, {false, false, 1, true}},
         {"light", {{look, {{"color-scheme", Value(2U)}}}}, {false, false, 1}},
         {"no animations", {{desk, {{"enable-animations", Value(false)}}}}, {false, true, 1}},
         {"large text", {{desk, {{"text-scaling-factor", Value(1.25)}}}}, {false, false, 1.25}},
@@ -94,7 +95,8 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
          {false, false, 1}},
         {"dark again", {{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1}},
         {"values of the wrong type",
-         {{look, {{"color-scheme", Value("dark")}, {"reduced-motion", Value(true)}}},
+         {{look,
+           {{"color-scheme", Value("dark")}, {"contrast", Value(true)}, {"reduced-motion", Value(true)}}},
           {desk, {{"enable-animations", Value(0U)}}}},
          {false, false, 1}},
     };
@@ -108,12 +110,15 @@ TEST_F(PortalAppearanceTest, AppliesSettingChanges)
 {
     startPortal({}, {});
     portal->change(look, "color-scheme", Value(1U));
+    portal->change(look, "contrast", Value(1U));
+    portal->change(look, "contrast", Value(0U));
     portal->change(look, "color-scheme", Value("light")); // Wrong type.
     portal->change(desk, "color-scheme", Value(2U));      // Wrong namespace.
     portal->change(desk, "text-scaling-factor", Value(1.5));
     portal->change(look, "color-scheme", Value(2U));
     portal->change(desk, "enable-animations", Value(false));
-    EXPECT_THAT(observed(4), ElementsAre(Appearance{true, false, 1}, Appearance{true, false, 1.5},
+    EXPECT_THAT(observed(6), ElementsAre(Appearance{true, false, 1}, Appearance{true, false, 1, true},
+                                         Appearance{true, false, 1}, Appearance{true, false, 1.5},
                                          Appearance{false, false, 1.5}, Appearance{false, true, 1.5}));
 }
 
