@@ -2,15 +2,19 @@
 
 #include "App/AppMain.h"
 #include "App/AppearanceModel.h"
+#include "App/Design/Artwork.h"
 #include "App/Translation.h"
 #include "Core/Logger.h"
 #include "Platform/Desktop/GuiApplication.h"
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Platform/Desktop/WindowGroup.h"
+#include "Platform/RememberedAppearance.h"
 
 #include <QCoreApplication>
+#include <QIcon>
 #include <QLocale>
+#include <QPixmap>
 
 #include <cstdlib>
 #include <optional>
@@ -25,6 +29,15 @@ using namespace Platform;
 
 constexpr const char* applicationName = "Quorvane MDM";
 
+/// Shows the app's logo as the icon of the windows and in the shell.
+void showIcon()
+{
+    QIcon icon;
+    for (const int pixels : {32, 64, 128})
+        icon.addPixmap(QPixmap::fromImage(Design::drawing(QStringLiteral("QvLogo"), pixels)));
+    QGuiApplication::setWindowIcon(icon);
+}
+
 /// The only window. Exists only while it is open.
 class MainWindow {
 public:
@@ -37,14 +50,16 @@ public:
 
     /// `content` may be empty; `show()` then fills it. It must outlive this object.
     MainWindow(const Ports& ports, std::optional<Desktop::WindowContent>& content)
-        : m_ports(ports), m_content(content)
+        : m_ports(ports),
+          m_rememberedAppearance(ports.device.appearance(), ports.device.systemStore()),
+          m_content(content)
     {
         const auto apply = [this](const Appearance& value) {
             m_appearance.set(value);
             m_ports.shell.setAppearance(value);
         };
-        apply(ports.device.appearance().current());
-        ports.device.appearance().observe(apply);
+        apply(m_rememberedAppearance.current().value_or(Appearance()));
+        m_rememberedAppearance.observe(apply);
     }
 
     static void load(std::optional<Desktop::WindowContent>& content)
@@ -64,6 +79,9 @@ public:
             load(m_content);
         m_group.emplace(*m_content, m_ports.device.systemStore(), QString::fromUtf8(applicationName));
         m_ports.shell.attach(m_content->engine(), m_group->window());
+        // After the first frame, so as not to delay it.
+        QObject::connect(&m_group->window(), &QQuickWindow::frameSwapped, &m_group->window(), &showIcon,
+                         static_cast<Qt::ConnectionType>(Qt::AutoConnection | Qt::SingleShotConnection));
         m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
                        {"appearance", QVariant::fromValue(&m_appearance)}});
     }
@@ -86,6 +104,7 @@ private:
     }
 
     const Ports m_ports;
+    RememberedAppearance m_rememberedAppearance;
     std::optional<Desktop::WindowContent>& m_content;
     AppearanceModel m_appearance;
     std::optional<Desktop::WindowGroup> m_group;

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace Platform {
 
@@ -25,8 +26,8 @@ public:
 
     virtual ~AppearanceSource() = default;
 
-    /// Returns the current appearance, or the default values until the system has reported one.
-    [[nodiscard]] virtual Appearance current() const = 0;
+    /// Returns the current appearance; absent until the system has reported one.
+    [[nodiscard]] virtual std::optional<Appearance> current() const = 0;
     /// Replaces the observer; an empty one ends the observation. The observer is called for the system's
     /// first report, even if it equals the defaults, and on every change after that. It is not called for a
     /// report that arrived earlier.
@@ -43,7 +44,7 @@ public:
     /// is not set or has any other word.
     static std::unique_ptr<FixedAppearance> fromEnvironment();
 
-    [[nodiscard]] Appearance current() const override { return m_appearance; }
+    [[nodiscard]] std::optional<Appearance> current() const override { return m_appearance; }
     void observe(Observer) override {}
 
 private:

@@ -4,6 +4,8 @@
 #include "Platform/Timer.h"
 #include "Tests/App/TinyDevice.h"
 
+#include <QGuiApplication>
+#include <QIcon>
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -33,8 +35,10 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
     std::vector<URLRequest> requests;
     bool isStored = false;
     bool isStarted = false;
+    bool hasIcon = false;
     const auto observe = [&] {
         isStarted = device->isStarted;
+        hasIcon = !QGuiApplication::windowIcon().isNull();
         lines = device->log.takeLines();
         requests = device->network.requests;
         isStored = device->defaults.fakeSuite(Core::Constants::appGroupSuiteName)
@@ -63,6 +67,7 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
 
     EXPECT_EQ(exitCode, 0);
     EXPECT_TRUE(isStarted);
+    EXPECT_TRUE(hasIcon);
     EXPECT_THAT(lines, Contains("Configuration manager initialized"));
     EXPECT_TRUE(isStored);
     ASSERT_EQ(requests.size(), 1U);

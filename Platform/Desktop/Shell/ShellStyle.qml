@@ -34,8 +34,6 @@ QtObject {
     readonly property color switchOn: isContrastHigh && !isDark ? "#1b7334" : isDark ? "#30a652" : "#2a9d4a"
     readonly property color switchOff: isContrastHigh ? "#66666c" : isDark ? "#7c7c82" : "#8e8e94"
     readonly property color knob: "#ffffff"
-    readonly property color mark: isDark ? "#ff9f0a" : "#ff9500"
-    readonly property color markLetter: "#ffffff"
     readonly property color focusRing: isDark ? "#66b2ff" : "#0064d2"
 
     readonly property font title: face(17, Font.DemiBold)

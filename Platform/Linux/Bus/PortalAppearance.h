@@ -34,7 +34,7 @@ public:
     PortalAppearance(SessionBus& bus, DispatchQueue& mainQueue);
     ~PortalAppearance() override;
 
-    [[nodiscard]] Appearance current() const override { return m_appearance.value_or(Appearance{}); }
+    [[nodiscard]] std::optional<Appearance> current() const override { return m_appearance; }
     void observe(Observer observer) override { m_observer = std::move(observer); }
 
 private:

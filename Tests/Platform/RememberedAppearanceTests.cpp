@@ -1,0 +1,59 @@
+#include "Platform/RememberedAppearance.h"
+
+#include "Tests/Fakes/FakeUserDefaults.h"
+
+#include <gtest/gtest.h>
+
+using namespace Platform;
+
+namespace {
+
+/// Answers when the test says so.
+struct LateAppearance final : AppearanceSource {
+    [[nodiscard]] std::optional<Appearance> current() const override { return answer; }
+    void observe(Observer newObserver) override { observer = std::move(newObserver); }
+    void answerWith(const Appearance& appearance)
+    {
+        answer = appearance;
+        observer(appearance);
+    }
+
+    std::optional<Appearance> answer;
+    Observer observer;
+};
+
+TEST(RememberedAppearanceTest, NextLaunchStartsWithTheLastAppearance)
+{
+    const Appearance appearances[] = {
+        {.isDark = true}, {.isMotionReduced = true}, {.textScale = 1.25}, {.isContrastHigh = true}, {}};
+    FakeUserDefaults store;
+    std::optional<Appearance> last;
+    for (const Appearance& appearance : appearances) {
+        LateAppearance system;
+        RememberedAppearance launch(system, store);
+        EXPECT_EQ(launch.current(), last);
+        std::optional<Appearance> seen;
+        launch.observe([&](const Appearance& value) { seen = value; });
+        const int commitCount = store.commitCount;
+        for (int count = 0; count < 2; ++count)
+            system.answerWith(appearance);
+        EXPECT_EQ(seen, appearance);
+        EXPECT_EQ(launch.current(), appearance);
+        EXPECT_EQ(store.commitCount, commitCount + 1) << "written only if changed";
+        last = appearance;
+    }
+}
+
+TEST(RememberedAppearanceTest, InvalidValuesCountAsTheDefaults)
+{
+    const PropertyList values[] = {"dark", PropertyList::Dictionary{{"isDark", 1}, {"textPercent", 9000.5}},
+                                   PropertyList::Dictionary{{"textPercent", 50}}};
+    for (const PropertyList& value : values) {
+        LateAppearance system;
+        FakeUserDefaults store;
+        store.values.emplace("Appearance", value);
+        EXPECT_EQ(RememberedAppearance(system, store).current().value_or(Appearance()), Appearance());
+    }
+}
+
+} // namespace
