@@ -129,19 +129,32 @@ FocusScope {
             target: null
             yAxis.enabled: false
             cursorShape: Qt.ArrowCursor
+            /// In points per second, outward.
+            property real velocity: 0
+            /// A swipe at least this fast counts, however short.
+            readonly property real flingVelocity: 400
+
+            function finish() {
+                const isFling = Math.abs(velocity) > flingVelocity;
+                if (isFling ? velocity > 0 : root.offset > 0.4)
+                    root.backRequested();
+                else
+                    root.settle();
+            }
+
+            onCentroidChanged: {
+                if (active)
+                    velocity = root.outward * centroid.velocity.x;
+            }
             // At 1 the screen would be unloaded during the swipe.
             onActiveTranslationChanged: {
                 if (active)
                     root.offset = Math.min(0.99, Math.max(0, root.outward * activeTranslation.x / root.width));
             }
             onActiveChanged: {
-                if (active)
-                    return;
-                const isLeaving = root.offset > 0.35 || root.outward * centroid.velocity.x > 300;
-                if (isLeaving)
-                    root.backRequested();
-                else
-                    root.settle();
+                // Later, because a touch that the system cancels moves the screen back after this.
+                if (!active)
+                    Qt.callLater(finish); // qmllint disable
             }
         }
     }

@@ -219,6 +219,7 @@ TEST_F(ScreenTest, CardsOpenTheirScreenAndEveryBackActionClosesIt)
             for (const int x : {60, 150, 240})
                 QTest::mouseMove(&window, {x, 400});
             QTest::mouseRelease(&window, Qt::LeftButton, {}, {240, 400});
+            QCoreApplication::processEvents();
         },
     };
     const struct {

@@ -1,0 +1,61 @@
+#include "Tests/App/ScreenTest.h"
+
+#include <QPointingDevice>
+
+/// A finger moves from `start` through `moves`; before each, it rests for `rest` milliseconds.
+struct Swipe {
+    const char* name;
+    QPoint start;
+    std::vector<QPoint> moves;
+    int rest;
+    bool isCanceled;
+    bool goesBack;
+};
+
+static const Swipe swipes[] = {
+    {"slow and short", {5, 400}, {{40, 400}, {90, 400}, {91, 400}}, 200, false, false},
+    {"slow and long", {5, 400}, {{80, 400}, {160, 400}, {260, 400}, {261, 400}}, 300, false, true},
+    {"fling", {5, 400}, {{30, 400}, {60, 400}, {90, 400}}, 5, false, true},
+    {"far, then a fling back",
+     {5, 400},
+     {{100, 400}, {200, 400}, {300, 400}, {260, 400}, {220, 400}},
+     5,
+     false,
+     false},
+    {"canceled by the system", {5, 400}, {{80, 400}, {160, 400}, {260, 400}}, 5, true, false},
+    {"away from the edge", {60, 400}, {{120, 400}, {200, 400}, {300, 400}}, 5, false, false},
+    {"vertical, at the edge", {5, 400}, {{5, 360}, {5, 300}, {5, 250}}, 20, false, false},
+};
+
+TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
+{
+    const std::unique_ptr<QPointingDevice> finger(QTest::createTouchDevice());
+    appearance.set({.textScale = 2}); // So that the content is taller than the window.
+    for (const auto& [name, start, moves, rest, isCanceled, goesBack] : swipes) {
+        SCOPED_TRACE(name);
+        open(true, {320, 568});
+        content->dashboard()->tapCard(Card::Sso);
+        settle();
+        QQuickItem* const destination = item("navigation.destination");
+        const auto items = itemsBelow(destination);
+        const auto scroll =
+            std::ranges::find_if(items, [](const auto* each) { return each->inherits("QQuickFlickable"); });
+        QTest::touchEvent(&window, finger.get()).press(0, start);
+        for (const QPoint& point : moves) {
+            QTest::qWait(rest);
+            QTest::touchEvent(&window, finger.get()).move(0, point);
+        }
+        if (isCanceled)
+            QCoreApplication::sendEvent(
+                &window, std::make_unique<QTouchEvent>(QEvent::TouchCancel, finger.get()).get());
+        else
+            QTest::touchEvent(&window, finger.get()).release(0, moves.back());
+        settle();
+        EXPECT_EQ(content->dashboard()->selectedCard(), goesBack ? Card::None : Card::Sso);
+        EXPECT_EQ(destination->x(), goesBack ? 320 : 0);
+        const bool isVertical = moves.back().x() == start.x();
+        if (!goesBack) {
+            EXPECT_EQ((*scroll)->property("contentY").toReal() > 0, isVertical);
+        }
+    }
+}
