@@ -22,6 +22,10 @@ bool apply(std::string_view word, Appearance& appearance)
         appearance.isMotionReduced = true;
         return true;
     }
+    if (word == "high-contrast") {
+        appearance.isContrastHigh = true;
+        return true;
+    }
     if (!word.starts_with(textPrefix))
         return false;
     word.remove_prefix(textPrefix.size());

@@ -40,8 +40,8 @@ public:
     explicit FixedAppearance(const Appearance& appearance = {}) : m_appearance(appearance) {}
 
     /// Returns the appearance named by the environment variable QUORVANE_APPEARANCE: a comma-separated list
-    /// of "dark" or "light", "reduced-motion", and "text=" with a text scale of 1 to 2. Null if the variable
-    /// is not set or has any other word.
+    /// of "dark" or "light", "reduced-motion", "high-contrast", and "text=" with a text scale of 1 to 2. Null
+    /// if the variable is not set or has any other word.
     static std::unique_ptr<FixedAppearance> fromEnvironment();
 
     [[nodiscard]] std::optional<Appearance> current() const override { return m_appearance; }

@@ -24,6 +24,7 @@ TEST(AppearanceTest, EnvironmentOverridesSystem)
         {"light", Appearance{}},
         {"dark", Appearance{.isDark = true}},
         {"light,text=1.5", Appearance{.textScale = 1.5}},
+        {"high-contrast", Appearance{.isContrastHigh = true}},
         {"dark,reduced-motion,text=2", Appearance{.isDark = true, .isMotionReduced = true, .textScale = 2}},
     };
     for (const auto& [value, expected] : cases) {
