@@ -151,11 +151,9 @@ void prepareProcess()
     ProcessSignals::block();
 }
 
-std::variant<std::unique_ptr<Platform::Device>, ExitCode> Device::make(const DeviceOptions& options,
-                                                                       const DevicePaths& paths,
-                                                                       const EventLoop& loop,
-                                                                       const DeviceStrings& strings,
-                                                                       ProgramRestart& restart)
+std::variant<std::unique_ptr<Platform::Device>, ExitCode>
+Device::make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop,
+             const DeviceStrings& strings, ProgramRestart& restart)
 {
     auto instance = std::make_unique<Instance>(options, loop, restart);
     if (const auto exitCode = instance->claim(options, paths))

@@ -40,11 +40,9 @@ public:
     /// Returns the device, or this process's exit code if another program holds the instance lock. A running
     /// instance is brought to the front. `restart`, which must outlive the device, is requested when the
     /// program ends to make room for another version of it.
-    static std::variant<std::unique_ptr<Platform::Device>, ExitCode> make(const DeviceOptions& options,
-                                                                          const DevicePaths& paths,
-                                                                          const EventLoop& loop,
-                                                                          const DeviceStrings& strings,
-                                                                          ProgramRestart& restart);
+    static std::variant<std::unique_ptr<Platform::Device>, ExitCode>
+    make(const DeviceOptions& options, const DevicePaths& paths, const EventLoop& loop,
+         const DeviceStrings& strings, ProgramRestart& restart);
     ~Device() override;
 
     AppearanceSource& appearance() override { return *m_appearance; }
