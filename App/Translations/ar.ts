@@ -17,7 +17,7 @@
     </message>
     <message>
         <source>Cast content to external displays</source>
-        <translation>بث المحتوى على الشاشات الخارجية</translation>
+        <translation>البث على شاشات خارجية</translation>
     </message>
     <message>
         <source>Notifications</source>
@@ -25,7 +25,7 @@
     </message>
     <message>
         <source>View and manage notifications from your organization</source>
-        <translation>عرض إشعارات مؤسستك وإدارتها</translation>
+        <translation>إشعارات من مؤسستك</translation>
     </message>
 </context>
 <context>

@@ -13,11 +13,11 @@
     </message>
     <message>
         <source>Remote Casting</source>
-        <translation>Transmisión remota</translation>
+        <translation>Emisión remota</translation>
     </message>
     <message>
         <source>Cast content to external displays</source>
-        <translation>Transmita contenido a pantallas externas</translation>
+        <translation>Emita contenido en pantallas externas</translation>
     </message>
     <message>
         <source>Notifications</source>
@@ -43,11 +43,11 @@
     <name>App::RemoteCastingView</name>
     <message>
         <source>Remote Casting</source>
-        <translation>Transmisión remota</translation>
+        <translation>Emisión remota</translation>
     </message>
     <message>
         <source>Cast content to external displays. Coming soon.</source>
-        <translation>Transmita contenido a pantallas externas. Próximamente.</translation>
+        <translation>Emita contenido en pantallas externas. Próximamente.</translation>
     </message>
 </context>
 <context>

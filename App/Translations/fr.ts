@@ -13,11 +13,11 @@
     </message>
     <message>
         <source>Remote Casting</source>
-        <translation>Diffusion à distance</translation>
+        <translation>Diffusion d’écran</translation>
     </message>
     <message>
         <source>Cast content to external displays</source>
-        <translation>Diffuser du contenu sur écrans externes</translation>
+        <translation>Diffuser sur des écrans externes</translation>
     </message>
     <message>
         <source>Notifications</source>
@@ -43,7 +43,7 @@
     <name>App::RemoteCastingView</name>
     <message>
         <source>Remote Casting</source>
-        <translation>Diffusion à distance</translation>
+        <translation>Diffusion d’écran</translation>
     </message>
     <message>
         <source>Cast content to external displays. Coming soon.</source>

@@ -17,7 +17,7 @@
     </message>
     <message>
         <source>Cast content to external displays</source>
-        <translation>外部ディスプレイにコンテンツをキャスト</translation>
+        <translation>外部画面にキャスト</translation>
     </message>
     <message>
         <source>Notifications</source>
@@ -25,7 +25,7 @@
     </message>
     <message>
         <source>View and manage notifications from your organization</source>
-        <translation>組織からの通知を表示および管理</translation>
+        <translation>組織からの通知</translation>
     </message>
 </context>
 <context>
@@ -47,7 +47,7 @@
     </message>
     <message>
         <source>Cast content to external displays. Coming soon.</source>
-        <translation>外部ディスプレイにコンテンツをキャスト。近日公開。</translation>
+        <translation>外部画面にコンテンツをキャスト。近日公開。</translation>
     </message>
 </context>
 <context>

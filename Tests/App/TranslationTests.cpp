@@ -40,6 +40,8 @@ TEST(TranslationTest, FirstPreferredLanguageWithTranslationIsChosen)
         {{"pt-BR", "pt"}, "", "Back"},
         {{"he-IL", "he"}, "", "Back"},
         {{"pt-BR", "en", "es"}, "", "Back"},
+        {{"C", "es"}, "", "Back"},
+        {{"xx", "C", "es"}, "es", "Atrás"},
         {{"pt-BR", "pt", "es"}, "es", "Atrás"},
         {{"de-CH", "de"}, "de", "Zurück"},
         {{"fr-CA"}, "fr", "Retour"},

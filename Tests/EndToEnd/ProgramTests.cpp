@@ -356,6 +356,33 @@ TEST_F(ProgramTest, NumbersAreTheSameInEveryLocale)
     EXPECT_EQ(snapshot.at("organizationId"), "1234567.25");
 }
 
+TEST_F(ProgramTest, EnvironmentAndFontsDecideTheLanguage)
+{
+    const char* english = "Your comprehensive Unified Endpoint Management solution";
+    const char* german = "Ihre umfassende Lösung für Unified Endpoint Management";
+    const auto noFonts = device.path("fonts.conf");
+    device.write(noFonts, R"(<?xml version="1.0"?><fontconfig><dir>/nonexistent</dir></fontconfig>)");
+    const struct {
+        const char *language, *locale;
+        bool hasFonts;
+        const char* headline;
+    } cases[] = {
+        {"", "C.UTF-8", true, english},        {"", "en_US.UTF-8", true, english},
+        {"", "de_AT.UTF-8", true, german},     {"xx:de", "fr_FR.UTF-8", true, german},
+        {"ja", "ja_JP.UTF-8", false, english},
+    };
+    for (const auto& [language, locale, hasFonts, headline] : cases) {
+        device.setEnvironment("LANGUAGE", language);
+        device.setEnvironment("LC_ALL", locale);
+        if (!hasFonts)
+            device.setEnvironment("FONTCONFIG_FILE", noFonts);
+        const auto application = device.startApplication();
+        EXPECT_EQ(device.window().text("welcome.headline"), headline) << language << locale;
+        application->signal(SIGTERM);
+        EXPECT_EQ(application->waitForExit(), 0);
+    }
+}
+
 TEST_F(ProgramTest, AcknowledgedPushesSurviveAKill)
 {
     const auto start = [&](bool isFirstLaunch) {
