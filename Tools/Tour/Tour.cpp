@@ -295,9 +295,9 @@ bool takeAllPictures(const fs::path& programs, const fs::path& pictures)
     const Look looks[] = {
         {"light", "light", "en", english},
         {"dark", "dark", "en", english},
-        {"200%", "light,text=2", "en", english},
+        {"large-text", "light,text=2", "en", english},
         {"German", "light", "de", german},
-        {"German-200%", "light,text=2", "de", german},
+        {"German-large-text", "light,text=2", "de", german},
         {"Arabic-dark", "dark", "ar", "لوحة معلومات إدارة الأجهزة"},
     };
     std::vector<ScreenPicture> taken[std::size(looks)];
