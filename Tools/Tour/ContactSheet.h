@@ -10,8 +10,7 @@
 /// Threads: one. Creates a `QGuiApplication`, so the process must not have one.
 class ContactSheet {
 public:
-    /// Adds a picture to the right of the others in its cell. Rows and columns have the order in which they
-    /// are first named.
+    /// Adds a picture to a cell. Rows, columns and the pictures of a cell keep the order of the calls.
     void add(const std::string& row, const std::string& column, std::filesystem::path picture);
     /// Writes a PNG. Throws `std::runtime_error` if a picture cannot be read or the file cannot be written.
     void save(const std::filesystem::path& file) const;
