@@ -2,7 +2,8 @@
 
 #include <QPointingDevice>
 
-/// A finger moves from `start` through `moves`; before each, it rests for `rest` milliseconds.
+/// A finger moves from `start` through `moves`; before each, it rests for `rest` milliseconds. In a
+/// right-to-left layout, it does so in a mirror.
 struct Swipe {
     const char* name;
     QPoint start;
@@ -31,8 +32,14 @@ TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
 {
     const std::unique_ptr<QPointingDevice> finger(QTest::createTouchDevice());
     appearance.set({.textScale = 2}); // So that the content is taller than the window.
-    for (const auto& [name, start, moves, rest, isCanceled, goesBack] : swipes) {
-        SCOPED_TRACE(name);
+    for (std::size_t number = 0; number < 2 * std::size(swipes); ++number) {
+        const auto& [name, start, moves, rest, isCanceled, goesBack] = swipes[number / 2];
+        const bool isMirrored = number % 2 == 1;
+        const auto seen = [&](QPoint point) {
+            return isMirrored ? QPoint(320 - point.x(), point.y()) : point;
+        };
+        SCOPED_TRACE(std::string(name) + (isMirrored ? ", mirrored" : ""));
+        QGuiApplication::setLayoutDirection(isMirrored ? Qt::RightToLeft : Qt::LeftToRight);
         open(true, {320, 568});
         content->dashboard()->tapCard(Card::Sso);
         settle();
@@ -40,22 +47,23 @@ TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
         const auto items = itemsBelow(destination);
         const auto scroll =
             std::ranges::find_if(items, [](const auto* each) { return each->inherits("QQuickFlickable"); });
-        QTest::touchEvent(&window, finger.get()).press(0, start);
+        QTest::touchEvent(&window, finger.get()).press(0, seen(start));
         for (const QPoint& point : moves) {
             QTest::qWait(rest);
-            QTest::touchEvent(&window, finger.get()).move(0, point);
+            QTest::touchEvent(&window, finger.get()).move(0, seen(point));
         }
         if (isCanceled)
             QCoreApplication::sendEvent(
                 &window, std::make_unique<QTouchEvent>(QEvent::TouchCancel, finger.get()).get());
         else
-            QTest::touchEvent(&window, finger.get()).release(0, moves.back());
+            QTest::touchEvent(&window, finger.get()).release(0, seen(moves.back()));
         settle();
         EXPECT_EQ(content->dashboard()->selectedCard(), goesBack ? Card::None : Card::Sso);
-        EXPECT_EQ(destination->x(), goesBack ? 320 : 0);
+        EXPECT_EQ(destination->x(), !goesBack ? 0 : isMirrored ? -320 : 320);
         const bool isVertical = moves.back().x() == start.x();
         if (!goesBack) {
             EXPECT_EQ((*scroll)->property("contentY").toReal() > 0, isVertical);
         }
     }
+    QGuiApplication::setLayoutDirection(Qt::LeftToRight);
 }
