@@ -2,7 +2,8 @@
 
 #include <QFontMetricsF>
 
-static constexpr QSize sizes[] = {{320, 480}, {320, 568}, {390, 844}, {768, 1024}, {1024, 768}, {1366, 1024}};
+static constexpr QSize windowSizes[] = {{320, 480},  {320, 568},  {390, 844},
+                                        {768, 1024}, {1024, 768}, {1366, 1024}};
 static constexpr double textScales[] = {1, 1.25, 2};
 
 /// Where an item is and what is visible of it, in points of the window.
@@ -43,7 +44,7 @@ static void expectWhole(const QQuickItem* text, double textScale)
 TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
 {
     for (int number = 0; number < 54; ++number) {
-        const QSize size = sizes[number % 6];
+        const QSize size = windowSizes[number % 6];
         const double textScale = textScales[number / 6 % 3];
         const int screen = number / 18;
         SCOPED_TRACE("screen " + std::to_string(screen) + " at " + std::to_string(size.width()) + " x " +
