@@ -33,7 +33,7 @@ QString installTranslation(QGuiApplication& application, const QStringList& lang
         // A language after English is not preferred to it. Qt also lists "C" after an unknown language.
         if (language == QLocale::English || languages.front() == u"C")
             break;
-        const QString code = QLocale::languageToCode(language);
+        QString code = QLocale::languageToCode(language);
         auto translator = std::make_unique<QTranslator>(&application);
         if (!translator->load(QStringLiteral(":/Quorvane/Translations/%1.qm").arg(code)) ||
             !hasFont(language))

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace Platform::Desktop {
 
@@ -38,13 +39,14 @@ void collect(const QQuickItem& parent, QList<QAccessibleInterface*>& found)
 /// Returns the topmost dialog below `parent`; null if none is open.
 const DialogFrame* openDialog(const QQuickItem& parent)
 {
-    const auto children = parent.childItems();
-    for (auto child = children.rbegin(); child != children.rend(); ++child) {
-        if (!(*child)->isVisible() || !(*child)->isEnabled())
+    auto children = parent.childItems();
+    std::reverse(children.begin(), children.end());
+    for (const QQuickItem* child : std::as_const(children)) {
+        if (!child->isVisible() || !child->isEnabled())
             continue;
-        const auto* dialog = qobject_cast<const DialogFrame*>(*child);
+        const auto* dialog = qobject_cast<const DialogFrame*>(child);
         if (dialog == nullptr)
-            dialog = openDialog(**child);
+            dialog = openDialog(*child);
         if (dialog != nullptr)
             return dialog;
     }
