@@ -229,7 +229,8 @@ TEST(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounces)
         distributor.emplace(transcript, "a", Script{.followUp = "Nothing"});
         EXPECT_EQ(transcript.after("a registers "), token);
         transcript.after("a answered error"); // To the call of "Nothing".
-        distributor->call("NewEndpoint", Dictionary{{"token", token}, {"endpoint", announced}});
+        distributor->call("NewEndpoint",
+                          Dictionary{{"token", Value(token)}, {"endpoint", Value(std::string(announced))}});
     };
     restartAndAnnounce(endpoint);
     EXPECT_EQ(transcript.after(""), "a answered NewEndpoint") << "nothing to upload";
