@@ -19,8 +19,8 @@ std::optional<std::string> environment(const char* name)
     return value != nullptr && *value != '\0' ? std::optional<std::string>(value) : std::nullopt;
 }
 
-/// Returns the folder in the variable; absent if unset, empty or relative. The XDG Base Directory
-/// Specification requires that relative paths are ignored.
+/// Returns the folder in the variable; absent if unset, empty or relative. XDG's rules for base directories
+/// require that relative paths are ignored.
 std::optional<fs::path> folderFromEnvironment(const char* name)
 {
     const auto folder = environment(name);
