@@ -153,7 +153,7 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
     app.installDelegate(services.application);
 
     MainWindow window({*device, runLoop, shell, app}, windowContent);
-    // An instance without a display makes room for the one that the user has launched.
+    // An instance without a display ends so that the instance launched by the user can run.
     show = [&] { Desktop::hasDisplay() ? window.show() : runLoop.quit(); };
     if (device->staysInBackground())
         window.keepRunningWhenClosed();

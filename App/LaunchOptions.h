@@ -20,7 +20,7 @@ std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options);
 /// Parses the command line. Returns an exit code after printing help, the version or an error.
 std::variant<Platform::DeviceOptions, Platform::ExitCode> parseCommandLine(int argc, char** argv);
 
-/// Returns the arguments with which a process like this one starts without a window.
+/// Returns the arguments that start a process like this one without a window.
 std::vector<std::string> backgroundArguments(int argc, const char* const* argv,
                                              const Platform::DeviceOptions& options);
 

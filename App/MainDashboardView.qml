@@ -85,7 +85,7 @@ NavigationStack {
                 property int focusedIndex: 0
                 readonly property real columnWidth: (width - (columns - 1) * columnSpacing) / columns
 
-                /// Moves the focus to the card in the direction of an arrow key. Returns false if there is none.
+                /// Moves the focus to the card in the direction of an arrow key. Returns false if no card is there.
                 function focusNeighbor(key: int): bool {
                     const forward = Application.layoutDirection === Qt.RightToLeft ? Qt.Key_Left : Qt.Key_Right;
                     const backward = forward === Qt.Key_Left ? Qt.Key_Right : Qt.Key_Left;

@@ -15,7 +15,7 @@ FocusScope {
     property bool isShown: false
     /// Horizontal offset as a fraction of the width: 0 is fully shown, 1 fully hidden.
     property real offset: 1
-    /// The horizontal direction in which it slides out: 1 is right, -1 left.
+    /// The direction of the slide-out: 1 is right, -1 left.
     readonly property int outward: LayoutMirroring.enabled ? -1 : 1
 
     signal backRequested

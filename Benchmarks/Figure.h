@@ -25,9 +25,9 @@ struct Figure {
     enum class Quantity { duration, bytes, count };
 
     struct Budget {
-        /// The maximum of ours divided by the peer's.
+        /// The maximum ratio of our value to the peer's.
         std::optional<double> ratio = {};
-        /// The maximum of ours minus the peer's. Replaces `ratio`.
+        /// The maximum difference between our value and the peer's. Replaces `ratio`.
         std::optional<double> excess = {};
         /// A ratio to aim for, below the budget.
         std::optional<double> targetRatio = {};

@@ -52,7 +52,7 @@ QFont TextFit::wholeWords(const QString& text, const QFont& font, qreal width)
     qsizetype longest = 0;
     for (const QString& word : all)
         longest = std::max(longest, word.size());
-    // Few characters are wider than the font's size: most texts need no measurement.
+    // Few characters are wider than the font's size: most strings need no measurement.
     if (width <= 0 || font.pixelSize() <= 0 || static_cast<qreal>(longest * font.pixelSize()) <= width)
         return font;
     const QFontMetricsF metrics(font);
