@@ -133,13 +133,12 @@ FocusScope {
             property real velocity: 0
             /// A swipe at least this fast counts, however short.
             readonly property real flingVelocity: 400
+            property bool isHeld: false
 
-            function finish() {
+            /// Whether the swipe went far or fast enough to go back.
+            function goesBack(): bool {
                 const isFling = Math.abs(velocity) > flingVelocity;
-                if (isFling ? velocity > 0 : root.offset > 0.4)
-                    root.backRequested();
-                else
-                    root.settle();
+                return isFling ? velocity > 0 : root.offset > 0.4;
             }
 
             onCentroidChanged: {
@@ -151,10 +150,18 @@ FocusScope {
                 if (active)
                     root.offset = Math.min(0.99, Math.max(0, root.outward * activeTranslation.x / root.width));
             }
-            onActiveChanged: {
-                // Later, because a touch that the system cancels moves the screen back after this.
-                if (!active)
-                    Qt.callLater(finish); // qmllint disable
+            // A released touch is ungrabbed first and then canceled too; a touch that the system takes away is only
+            // canceled first.
+            onGrabChanged: transition => {
+                if (transition === PointerDevice.GrabExclusive) {
+                    isHeld = true;
+                } else if (isHeld && (transition === PointerDevice.UngrabExclusive || transition === PointerDevice.CancelGrabExclusive)) {
+                    isHeld = false;
+                    if (transition === PointerDevice.UngrabExclusive && goesBack())
+                        root.backRequested();
+                    else
+                        root.settle();
+                }
             }
         }
     }
