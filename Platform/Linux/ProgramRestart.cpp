@@ -2,15 +2,12 @@
 
 #include "Platform/Error.h"
 #include "Platform/Linux/ProgramFile.h"
-#include "Platform/Storage/FileDescriptor.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -18,8 +15,6 @@
 namespace Platform::Linux {
 
 namespace {
-
-constexpr int trialMilliseconds = 10'000;
 
 /// Ends with a null pointer, as exec(3) requires.
 std::vector<char*> argumentPointers(std::vector<std::string>& command)
@@ -45,20 +40,31 @@ pid_t spawnSilently(std::vector<std::string> command)
     return error == 0 ? process : 0;
 }
 
-/// Kills the process if it takes longer than `trialMilliseconds`.
-bool waitForSuccess(pid_t process)
+} // namespace
+
+ProgramTrial::ProgramTrial(std::vector<std::string> command) : m_process(spawnSilently(std::move(command))) {}
+
+ProgramTrial::~ProgramTrial()
 {
-    const Storage::FileDescriptor descriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
-    pollfd end{.fd = descriptor.get(), .events = POLLIN, .revents = 0};
-    if (::poll(&end, 1, trialMilliseconds) != 1 || end.revents != POLLIN)
-        ::kill(process, SIGKILL);
-    int status = -1;
-    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    if (m_process == 0)
+        return;
+    ::kill(m_process, SIGKILL);
+    while (::waitpid(m_process, nullptr, 0) < 0 && errno == EINTR) {
     }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-} // namespace
+std::optional<bool> ProgramTrial::outcome()
+{
+    int status = 0;
+    if (m_process != 0) {
+        const pid_t ended = ::waitpid(m_process, &status, WNOHANG);
+        if (ended == 0)
+            return std::nullopt;
+        m_hasSucceeded = ended == m_process && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        m_process = 0;
+    }
+    return m_hasSucceeded;
+}
 
 ProgramRestart::ProgramRestart(std::vector<std::string> arguments) : m_arguments(std::move(arguments)) {}
 
@@ -70,12 +76,11 @@ std::vector<std::string> ProgramRestart::command() const
     return command;
 }
 
-bool ProgramRestart::isPossible() const
+std::vector<std::string> ProgramRestart::trialCommand() const
 {
-    std::vector<std::string> trial = command();
-    trial.emplace_back("--version");
-    const pid_t process = spawnSilently(std::move(trial));
-    return process != 0 && waitForSuccess(process);
+    std::vector<std::string> words = command();
+    words.emplace_back("--version");
+    return words;
 }
 
 void ProgramRestart::performIfRequested() const

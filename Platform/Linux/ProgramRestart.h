@@ -1,10 +1,32 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace Platform::Linux {
+
+/// A run of a program that shows whether it starts. Its destruction kills a run that has not ended.
+///
+/// Threads: main.
+class ProgramTrial {
+public:
+    /// `command` is the program and its arguments.
+    explicit ProgramTrial(std::vector<std::string> command);
+    ~ProgramTrial();
+    ProgramTrial(const ProgramTrial&) = delete;
+    ProgramTrial& operator=(const ProgramTrial&) = delete;
+
+    /// Whether the run succeeded; absent while it runs. Does not block.
+    [[nodiscard]] std::optional<bool> outcome();
+
+private:
+    /// 0 if it did not start or has ended.
+    pid_t m_process = 0;
+    bool m_hasSucceeded = false;
+};
 
 /// Replaces this process with a fresh one of the program that is now installed at its path. The process ID
 /// stays the same.
@@ -15,9 +37,9 @@ public:
     /// `arguments` are those of the new process, without the name of the program.
     explicit ProgramRestart(std::vector<std::string> arguments);
 
-    /// Whether the installed program starts and knows the arguments: runs it with `--version`. In the middle
-    /// of an upgrade it may not, because a library is missing. Blocks for at most 10 s.
-    [[nodiscard]] bool isPossible() const;
+    /// A command that shows whether the installed program starts and knows the arguments. In the middle of an
+    /// upgrade it may fail, because a library is missing.
+    [[nodiscard]] std::vector<std::string> trialCommand() const;
     /// Lets `performIfRequested()` restart, unless the restart is canceled before or after this.
     void request() { m_isRequested = true; }
     /// Any thread.

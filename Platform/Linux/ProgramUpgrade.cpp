@@ -4,7 +4,6 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/Linux/ProgramFile.h"
-#include "Platform/Linux/ProgramRestart.h"
 
 #include <fmt/format.h>
 
@@ -13,6 +12,8 @@
 #include <string_view>
 #include <sys/inotify.h>
 #include <utility>
+
+using namespace std::chrono_literals;
 
 namespace Platform::Linux {
 
@@ -57,19 +58,40 @@ void ProgramUpgrade::setHasWindow(bool hasWindow)
 void ProgramUpgrade::schedule()
 {
     m_timer.reset();
+    m_trial.reset();
     if (m_isOutdated && !m_hasWindow)
-        m_timer = m_ports.timers.scheduledTimer(m_pause, [this] { attempt(); });
+        m_timer = m_ports.timers.scheduledTimer(m_pause, [this] { startTrial(); });
 }
 
-void ProgramUpgrade::attempt()
+void ProgramUpgrade::startTrial()
 {
     if (!m_activity.isIdle())
-        return; // Its end schedules the next attempt.
-    if (m_ports.restart.isPossible()) {
-        m_ports.restart.request();
-        m_ports.quit();
+        return; // Its end schedules the next trial.
+    m_trial.emplace(m_ports.restart.trialCommand());
+    awaitTrial(longestTrial);
+}
+
+void ProgramUpgrade::awaitTrial(std::chrono::milliseconds remaining)
+{
+    const std::optional<bool> outcome = m_trial->outcome();
+    if (outcome == true)
+        restart();
+    else if (outcome == false || remaining <= 0ms)
+        postpone();
+    else
+        m_timer = m_ports.timers.scheduledTimer(100ms, [this, remaining] { awaitTrial(remaining - 100ms); });
+}
+
+void ProgramUpgrade::restart()
+{
+    if (!m_activity.isIdle())
         return;
-    }
+    m_ports.restart.request();
+    m_ports.quit();
+}
+
+void ProgramUpgrade::postpone()
+{
     m_pause = std::min<std::chrono::milliseconds>(2 * m_pause, longestPause);
     schedule();
 }

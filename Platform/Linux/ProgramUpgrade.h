@@ -1,12 +1,14 @@
 #pragma once
 
 #include "Platform/Activity.h"
+#include "Platform/Linux/ProgramRestart.h"
 #include "Platform/Timer.h"
 
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace Platform {
 class AdapterLog;
@@ -19,13 +21,12 @@ class FileSystemWatcher;
 
 namespace Platform::Linux {
 
-class ProgramRestart;
-
 /// Notices that an upgrade has replaced the file of this program, logs it once, and restarts with the new one
 /// when nothing is lost by it: without a window, and `quietTime` after the last change of the file, push or
 /// request. No timer runs before the file is replaced.
 ///
-/// If the new program does not start, the next trials follow after pauses that double, up to `longestPause`.
+/// A short run shows first that the new program starts. If it does not, the next trials follow after pauses
+/// that double, up to `longestPause`.
 ///
 /// Threads: main.
 class ProgramUpgrade {
@@ -41,6 +42,8 @@ public:
 
     static constexpr std::chrono::seconds quietTime{2};
     static constexpr std::chrono::hours longestPause{1};
+    /// A trial that takes longer has failed.
+    static constexpr std::chrono::seconds longestTrial{10};
 
     explicit ProgramUpgrade(Ports ports);
 
@@ -53,7 +56,10 @@ public:
 private:
     void check();
     void schedule();
-    void attempt();
+    void startTrial();
+    void awaitTrial(std::chrono::milliseconds remaining);
+    void restart();
+    void postpone();
 
     const Ports m_ports;
     /// Read on any thread.
@@ -62,6 +68,7 @@ private:
     bool m_hasWindow = false;
     std::chrono::milliseconds m_pause = quietTime;
     std::unique_ptr<Timer> m_timer;
+    std::optional<ProgramTrial> m_trial;
 };
 
 } // namespace Platform::Linux

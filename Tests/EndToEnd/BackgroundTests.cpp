@@ -153,9 +153,9 @@ protected:
         fs::rename(programs.path("App/next"), program());
     }
     /// Installs something that does not start, such as a program whose libraries are missing.
-    void installBroken() const
+    void installBroken(const std::string& content) const
     {
-        programs.write(programs.path("App/next"), "no program");
+        programs.write(programs.path("App/next"), content);
         fs::permissions(programs.path("App/next"), fs::perms::owner_all);
         fs::rename(programs.path("App/next"), program());
     }
@@ -194,19 +194,23 @@ TEST_F(UpgradeTest, RestartsWithoutAWindowOnceTheNewProgramStarts)
     application = device->startApplication({"--log-stderr", "--push", "local", "--background"});
     ASSERT_TRUE(application->waitForLine(ready));
     EXPECT_EQ(isOutdated(), false);
-    installBroken();
+    installBroken("#!/bin/sh\nexec sleep 60\n");
     ASSERT_TRUE(application->waitForLine(outdated));
     EXPECT_EQ(isOutdated(), true);
+    EXPECT_FALSE(application->waitForLine("starting up", 4s)) << "the new program hangs";
+    device->replacePolicy(policy("DEV-2"));
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v2", 5s)) << "the old version still works";
+    installBroken("no program");
     EXPECT_FALSE(application->waitForLine("starting up", 4s)) << "the new program does not start";
-    EXPECT_FALSE(push().empty()) << "the old version still answers";
+    EXPECT_FALSE(push().empty()) << "the old version still works";
     install();
     ASSERT_TRUE(application->waitForLine("starting up"));
     ASSERT_TRUE(application->waitForLine(ready));
     EXPECT_EQ(runningProgram(), program());
     EXPECT_EQ(isOutdated(), false);
     EXPECT_EQ(countOf(outdated), 1U);
-    device->replacePolicy(policy("DEV-2"));
-    EXPECT_TRUE(application->waitForLine("Configuration updated - v3")) << "each start applies the policy";
+    device->replacePolicy(policy("DEV-3"));
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v4")) << "each start applies the policy";
     EXPECT_EQ(application->waitForExit(0s), std::nullopt) << "the same process";
     application->signal(SIGTERM);
     EXPECT_EQ(application->waitForExit(), 0);
