@@ -28,19 +28,23 @@ void handleStartupMessage(QtMsgType type, const QMessageLogContext& context, con
 
 std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv, Display display)
 {
-    const bool isDisplayNamed = !qEnvironmentVariableIsEmpty(platformVariable) ||
-                                !qEnvironmentVariableIsEmpty("DISPLAY") ||
-                                !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-    if (!isDisplayNamed) {
-        if (display == Display::needed)
-            throw NoDisplay("there is no display: set DISPLAY or WAYLAND_DISPLAY, or "
-                            "QT_QPA_PLATFORM=offscreen to run without one");
-        qputenv(platformVariable, "offscreen");
-    }
+    const bool isPlatformChosen = !qEnvironmentVariableIsEmpty(platformVariable);
+    QByteArray platforms;
+    if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        platforms += "wayland;";
+    if (!qEnvironmentVariableIsEmpty("DISPLAY"))
+        platforms += "xcb;";
+    if (display == Display::needed && !isPlatformChosen && platforms.isEmpty())
+        throw NoDisplay("there is no display: set DISPLAY or WAYLAND_DISPLAY, or "
+                        "QT_QPA_PLATFORM=offscreen to run without one");
+    const bool mayFallBack = display == Display::optional && !isPlatformChosen;
+    // Qt takes the first platform whose display can be opened.
+    if (mayFallBack)
+        qputenv(platformVariable, platforms + "offscreen");
     const auto previousHandler = qInstallMessageHandler(handleStartupMessage);
     auto application = std::make_unique<QGuiApplication>(argc, argv);
     qInstallMessageHandler(previousHandler);
-    if (!isDisplayNamed)
+    if (mayFallBack)
         qunsetenv(platformVariable);
     return application;
 }

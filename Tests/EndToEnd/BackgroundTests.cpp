@@ -92,22 +92,32 @@ TEST_F(BackgroundTest, LaunchedAppEndsWithItsWindow)
 
 TEST_F(BackgroundTest, InstanceWithoutDisplayMakesRoomForALaunchThatStays)
 {
-    removeDisplay();
-    device.setEnvironment("QT_QPA_GENERIC_PLUGINS", ""); // One process has the socket of the window driver.
-    device.replacePolicy(R"({"device_id": "DEV-1"})");
-    const auto unseen = startInBackground();
-    device.setEnvironment("QT_QPA_GENERIC_PLUGINS", "QuorvaneWindowDriver");
-    device.setEnvironment("QT_QPA_PLATFORM", "offscreen");
-    const auto seen = device.startApplication();
-    EXPECT_EQ(unseen->waitForExit(), 0);
-    ASSERT_TRUE(seen->waitForLine(ready));
-    EXPECT_EQ(runningProcess(), seen->processId());
-    const DrivenWindow window = device.window();
-    window.waitFor("welcome.getStarted");
-    window.close();
-    window.waitUntilGone("welcome.getStarted");
-    device.replacePolicy(R"({"device_id": "DEV-2"})");
-    EXPECT_TRUE(seen->waitForLine("Configuration updated - v3")); // The second start was v2.
+    // The last one is the display of a session that has ended.
+    for (const char* display : {"", ":987"}) {
+        SCOPED_TRACE(display);
+        removeDisplay();
+        device.setEnvironment("DISPLAY", display);
+        device.setEnvironment("QT_QPA_GENERIC_PLUGINS",
+                              ""); // One process has the socket of the window driver.
+        device.replacePolicy(R"({"device_id": "DEV-1"})");
+        const auto unseen = startInBackground();
+        device.setEnvironment("QT_QPA_GENERIC_PLUGINS", "QuorvaneWindowDriver");
+        device.setEnvironment("QT_QPA_PLATFORM", "offscreen");
+        const auto seen = device.startApplication();
+        EXPECT_EQ(unseen->waitForExit(), 0);
+        ASSERT_TRUE(seen->waitForLine(ready));
+        EXPECT_EQ(runningProcess(), seen->processId());
+        const DrivenWindow window = device.window();
+        window.waitFor("welcome.getStarted");
+        window.close();
+        window.waitUntilGone("welcome.getStarted");
+        device.replacePolicy(R"({"device_id": "DEV-2"})");
+        // Each start made a version.
+        EXPECT_TRUE(
+            seen->waitForLine(*display == 0 ? "Configuration updated - v3" : "Configuration updated - v6"));
+        seen->signal(SIGTERM);
+        EXPECT_EQ(seen->waitForExit(), 0);
+    }
 }
 
 /// Session bus, autostart and systemd may all start it at login.
