@@ -35,13 +35,14 @@ constexpr double maximumTextScale = 2;
 template <typename Value>
 Value settingValue(const BusValue& value)
 {
+    Value setting;
     if (value.containsValueOfType<bool>())
-        return value.get<bool>();
-    if (value.containsValueOfType<std::uint32_t>())
-        return value.get<std::uint32_t>();
-    if (value.containsValueOfType<double>())
-        return value.get<double>();
-    return {};
+        setting = value.get<bool>();
+    else if (value.containsValueOfType<std::uint32_t>())
+        setting = value.get<std::uint32_t>();
+    else if (value.containsValueOfType<double>())
+        setting = value.get<double>();
+    return setting;
 }
 
 } // namespace
