@@ -27,14 +27,16 @@ std::optional<fs::path> folderFromEnvironment(const char* name)
     return folder && fs::path(*folder).is_absolute() ? std::optional<fs::path>(*folder) : std::nullopt;
 }
 
-fs::path dataHome()
+constexpr const char* stateFolderName = "quorvane-mdm";
+
+fs::path userStateFolder()
 {
     if (const auto folder = folderFromEnvironment("XDG_DATA_HOME"))
-        return *folder;
+        return *folder / stateFolderName;
     if (const auto home = folderFromEnvironment("HOME"))
-        return *home / ".local" / "share";
+        return DevicePaths::defaultStateFolder(*home);
     if (const passwd* user = ::getpwuid(::geteuid()); user != nullptr && *user->pw_dir == '/')
-        return fs::path(user->pw_dir) / ".local" / "share";
+        return DevicePaths::defaultStateFolder(user->pw_dir);
     throw std::runtime_error("this user has no home folder; set HOME or XDG_DATA_HOME to an absolute path");
 }
 
@@ -61,10 +63,15 @@ fs::path DevicePaths::suite(std::string_view name) const
     return stateFolder / "groups" / std::string(name).append(".sqlite");
 }
 
+fs::path DevicePaths::defaultStateFolder(const fs::path& home)
+{
+    return home / ".local" / "share" / stateFolderName;
+}
+
 DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& managedConfiguration)
 {
     DevicePaths paths;
-    paths.stateFolder = dataHome() / "quorvane-mdm";
+    paths.stateFolder = userStateFolder();
     const auto runtimeFolder = folderFromEnvironment("XDG_RUNTIME_DIR");
     paths.pushSocket = (runtimeFolder ? *runtimeFolder / "quorvane-mdm" : paths.stateFolder) / "push.sock";
     paths.managedConfigurationCandidates = policyCandidates(managedConfiguration);

@@ -42,6 +42,9 @@ struct DevicePaths {
     [[nodiscard]] std::filesystem::path suite(std::string_view name) const;
     [[nodiscard]] std::filesystem::path instanceLock() const { return stateFolder / "instance.lock"; }
 
+    /// Returns the state folder of a user who has this home folder and does not set XDG_DATA_HOME.
+    static std::filesystem::path defaultStateFolder(const std::filesystem::path& home);
+
     /// Returns the paths for this environment. The state folder is in XDG_DATA_HOME, by default
     /// ~/.local/share. The socket is in XDG_RUNTIME_DIR, by default in the state folder. The policy file is
     /// `managedConfiguration`, the value of the command-line option, else QUORVANE_MANAGED_CONFIGURATION,

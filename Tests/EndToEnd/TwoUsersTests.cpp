@@ -98,4 +98,71 @@ TEST_F(ProgramTest, AppStoresNothingInAFolderOfAnotherUser)
     EXPECT_EQ(after.output, prepared.output + "belongs to user 65534, not to user 12345\n");
 }
 
+/// Adds users with homes in $DEVICE/home: "bob" and "alice" have a state, "carol" has none, the state folders of the
+/// others are attacks.
+constexpr const char* usersWithHomes = R"sh(
+    umask 022
+    chmod 755 $DEVICE
+    unset XDG_DATA_HOME XDG_RUNTIME_DIR
+    echo 'root:x:0:0::/root:/bin/sh' > /etc/passwd
+    number=65000
+    add_user() { # NAME
+        mkdir -p $DEVICE/home/$1/.local/share
+        chown -R $number $DEVICE/home/$1
+        echo "$1:x:$number:$number::$DEVICE/home/$1:/bin/sh" >> /etc/passwd
+        number=$((number + 1))
+    }
+    as() { # NAME COMMAND...
+        name=$1; shift
+        HOME=$DEVICE/home/$name setpriv --reuid $(id -u $name) --regid $(id -g $name) --clear-groups -- "$@"
+    }
+    for name in bob alice carol linker piper borrower; do add_user $name; done
+    as alice $QVCTL privacy grant notifications
+    as bob $QVCTL privacy revoke notifications
+    mkdir -m 755 $DEVICE/roots
+    (umask 077; cp $DEVICE/home/alice/.local/share/quorvane-mdm/shell.sqlite $DEVICE/roots)
+    as linker ln -s $DEVICE/roots $DEVICE/home/linker/.local/share/quorvane-mdm
+    state=$DEVICE/home/piper/.local/share/quorvane-mdm
+    as piper mkdir -m 700 $state
+    as piper mkfifo $state/shell.sqlite $state/com.quorvane.mdm.sqlite
+    as borrower ln -s $DEVICE/home/alice/.local/share/quorvane-mdm $DEVICE/home/borrower/.local/share/quorvane-mdm
+    files() { find $DEVICE/home $DEVICE/roots -printf '%p %u %m %s %T@ %C@\n' | sort; }
+    files > /etc/before
+)sh";
+
+TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
+{
+    const auto outcome = shellWithOwnPolicyFolder(std::string(usersWithHomes) + R"sh(
+        row() { grep -o "^[a-z]* (.*\|^Notifications.*\|^qvctl: .*" | sed "s|$DEVICE||g"; }
+        export HOME=$DEVICE/roots/home
+        echo no option; $QVCTL status 2>&1 | row
+        echo all; $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
+        echo JSON; $QVCTL notifications --all-users --json 2> /dev/null | cut -c -47
+        for name in alice carol piper alcie 'bob --all-users'; do
+            echo $name; $QVCTL status --user $name 2>&1 | row; echo ${PIPESTATUS[0]}
+        done
+        echo doctor
+        $QVCTL doctor --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
+        $QVCTL doctor --user alice --offline --json | grep -o '"user":"alice"\|no folder /run/user/65001'
+        echo not root
+        as bob $QVCTL status --user bob | row
+        as bob $QVCTL status --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
+        as bob $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
+        files | diff /etc/before -
+        sed -i /home/d /etc/passwd; $QVCTL snapshot --all-users 2>&1; echo $?
+    )sh");
+    if (!outcome)
+        GTEST_SKIP() << "needs root and a mount namespace";
+    EXPECT_EQ(outcome->output, R"(no option
+Notifications   not asked yet
+qvctl: root has no state of its own. To see that of other users, add --user NAME or --all-users; users with a state: bob, alice, linker, piper, borrower
+all
+bob (user 65000)
+Notifications   denied
+alice (user 65001)
+Notifications   allowed
+linker (user 65003)
+)");
+}
+
 } // namespace

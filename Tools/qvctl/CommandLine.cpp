@@ -43,6 +43,10 @@ CLI::Option* addChoice(CLI::App& command, const std::string& name, Value& value,
     return command.add_option_function<std::string>(name, store, description)->check(CLI::IsMember(names));
 }
 
+/// For the process of each user, without the steps of doctor that have their own limit. Each locked store
+/// takes 5 s.
+constexpr std::chrono::seconds readingTimeLimit{20};
+
 CLI::Validator nonEmptyFileName()
 {
     return {[](const std::string& name) { return std::string(name.empty() ? "the file name is empty" : ""); },
@@ -155,10 +159,8 @@ CommandLine::~CommandLine() = default;
 
 void CommandLine::addStateCommands()
 {
-    addCommand(*m_parser, "status", "Show the applied configuration and the app's state",
-               [this] { return status(m_options); });
-    addCommand(*m_parser, "snapshot", "Show what the single-sign-on extension reads",
-               [this] { return snapshot(m_options); });
+    addInspection("status", "Show the applied configuration and the app's state", status);
+    addInspection("snapshot", "Show what the single-sign-on extension reads", snapshot);
     addCommand(*m_parser, "watch", "Show each configuration version as it is applied",
                [this] { return watch(m_options); });
 
@@ -200,11 +202,14 @@ void CommandLine::addStateCommands()
 
 void CommandLine::addDoctor()
 {
-    CLI::App& doctorCommand =
-        addCommand(*m_parser, "doctor",
-                   "Diagnose problems, from the policy file to the backend; exit with 1 if a check fails",
-                   [this] { return doctor(m_options, m_doctor); });
-    doctorCommand.add_flag("--offline", m_doctor.isOffline, "Skip the checks that use the network");
+    CLI::App& doctorCommand = addInspection(
+        "doctor", "Diagnose problems, from the policy file to the backend; exit with 1 if a check fails",
+        [this](const Options& options) { return doctor(options, m_doctor); });
+    CLI::Option* offline =
+        doctorCommand.add_flag("--offline", m_doctor.isOffline, "Skip the checks that use the network");
+    // The proxy and the certificates that the user's session sets are not known.
+    for (const char* option : {"--user", "--all-users"})
+        doctorCommand.get_option(option)->needs(offline);
     doctorCommand
         .add_option_function<double>(
             "--timeout",
@@ -253,8 +258,10 @@ void CommandLine::addConfigCommands()
 
 void CommandLine::addNotificationCommands()
 {
-    addLimit(addCommand(*m_parser, "notifications", "Show the notification history, newest first",
-                        [this] { return notifications(m_options, m_limit.value_or(INT32_MAX)); }),
+    addLimit(addInspection("notifications", "Show the notification history, newest first",
+                           [this](const Options& options) {
+                               return notifications(options, m_limit.value_or(INT32_MAX));
+                           }),
              m_limit);
     addCommand(*m_parser, "push", "Deliver a push to an app that runs with --push local",
                [this] { return push(m_options, *m_file); })
@@ -287,7 +294,6 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
 {
     try {
         m_parser->parse(argc, argv);
-        return m_action();
     } catch (const CLI::Success& helpOrVersion) {
         std::ostringstream text;
         const int code = m_parser->exit(helpOrVersion, text, text);
@@ -297,6 +303,14 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
         // The parser may have stopped before it reached this option.
         m_options.isJSON |= std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
         return failUsage(usageError(error));
+    }
+    return runReportingErrors(m_action);
+}
+
+int CommandLine::runReportingErrors(const std::function<int()>& action) const
+{
+    try {
+        return action();
     } catch (const Platform::Linux::InvalidPolicyPath& error) {
         return failUsage(error.what());
     } catch (const OutputError&) {
@@ -350,6 +364,28 @@ CLI::App& CommandLine::addCommand(CLI::App& parent, const std::string& name, con
     subcommand.fallthrough();
     subcommand.callback([this, action = std::move(action)] { m_action = action; });
     return subcommand;
+}
+
+CLI::App& CommandLine::addInspection(const std::string& name, const std::string& description,
+                                     std::function<ExitCode(const Options&)> action)
+{
+    CLI::App& command = addCommand(*m_parser, name, description, [this, action = std::move(action)] {
+        constexpr int waitingStepCount = 4; // Of doctor without network.
+        const auto timeLimit = readingTimeLimit + waitingStepCount * m_doctor.timeout;
+        return runForSelection(m_options, m_users, timeLimit, [&](const Options& options) {
+            return static_cast<ExitCode>(runReportingErrors([&] { return action(options); }));
+        });
+    });
+    CLI::Option* all = command.add_flag("--all-users", m_users.isAllUsers,
+                                        "As root, show the state of each user who has one, in turn");
+    command
+        .add_option(
+            "--user", m_users.name,
+            "As root, show the state of this user instead, without changing it; read from its default "
+            "place in the user's home")
+        ->type_name("USER")
+        ->excludes(all);
+    return command;
 }
 
 /// Adds a command that only holds other commands, such as "config".

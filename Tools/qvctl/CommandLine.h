@@ -2,6 +2,7 @@
 
 #include "Platform/UserNotificationCenter.h"
 #include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/UserSelection.h"
 
 #include <cstdint>
 #include <functional>
@@ -33,6 +34,7 @@ public:
 
 private:
     [[nodiscard]] int parseAndRun(int argc, const char* const* argv);
+    [[nodiscard]] int runReportingErrors(const std::function<int()>& action) const;
     [[nodiscard]] int failUsage(const std::string& reason) const;
     [[nodiscard]] std::string usageError(const CLI::ParseError& error) const;
     void addStateCommands();
@@ -41,12 +43,16 @@ private:
     void addNotificationCommands();
     CLI::App& addCommand(CLI::App& parent, const std::string& name, const std::string& description,
                          std::function<ExitCode()> action);
+    /// Adds a command that can show the state of other users, too.
+    CLI::App& addInspection(const std::string& name, const std::string& description,
+                            std::function<ExitCode(const Options&)> action);
     CLI::App& addGroup(const std::string& name, const std::string& description);
     void addPrivacyCommand(CLI::App& parent, const std::string& name, const std::string& description,
                            Platform::AuthorizationStatus status);
 
     std::unique_ptr<CLI::App> m_parser;
     Options m_options;
+    UserSelection m_users;
     std::optional<std::string> m_file;
     std::vector<std::string> m_files;
     bool m_isForced = false;

@@ -34,6 +34,8 @@ struct Options {
     std::optional<std::string> managedConfiguration;
     bool isJSON = false;
     bool isRevealing = false;
+    /// The command runs for another user, whose session's environment is not known.
+    bool isOtherUser = false;
 };
 
 /// Which journal lines to show.

@@ -1,5 +1,7 @@
 #include "Tools/qvctl/Completion.h"
 
+#include "Tools/qvctl/UserAccounts.h"
+
 #include <CLI/CLI.hpp>
 
 #include <utility>
@@ -29,6 +31,10 @@ std::string valueCandidates(const CLI::Option& option, const std::string& prefix
     if (option.get_type_name() == "FILE" || option.get_name(true) == "FILE")
         return ":files\n";
     std::string candidates;
+    if (option.get_type_name() == "USER") {
+        for (const UserAccount& account : accountsWithState(listAccounts()))
+            candidates += candidate(prefix + account.name);
+    }
     for (const std::string& choice : choicesOf(option))
         candidates += candidate(prefix + choice);
     return candidates;

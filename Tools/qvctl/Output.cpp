@@ -27,6 +27,12 @@ bool isColorEnabled()
            variable("NO_COLOR").empty();
 }
 
+bool isColored()
+{
+    static const bool isEnabled = isColorEnabled();
+    return isEnabled;
+}
+
 const char* colorCode(Tone tone)
 {
     switch (tone) {
@@ -43,6 +49,9 @@ const char* colorCode(Tone tone)
     }
     return "";
 }
+
+/// The user whom the output is about; empty for none.
+std::string subject;
 
 /// Set once a write found the pipe closed.
 bool isPipeClosed = false;
@@ -118,6 +127,8 @@ std::string prettyJSON(const json::value& value)
 void printJSON(json::object object)
 {
     json::object versioned{{"version", jsonFormatVersion}};
+    if (!subject.empty())
+        versioned["user"] = subject;
     for (auto& member : object)
         versioned.emplace(member.key(), std::move(member.value()));
     writeOutput(compactJSON(versioned) + "\n");
@@ -184,10 +195,24 @@ std::string displayText(const Platform::PropertyList& value)
     return Platform::printable(value.description());
 }
 
+void prepareColor()
+{
+    static_cast<void>(isColored());
+}
+
+void setSubject(std::string user)
+{
+    subject = std::move(user);
+}
+
+std::string diagnosticPrefix()
+{
+    return subject.empty() ? "qvctl: " : fmt::format("qvctl: {}: ", Platform::printable(subject));
+}
+
 Styled toned(Tone tone, std::string_view text)
 {
-    static const bool isColored = isColorEnabled();
-    if (!isColored || tone == Tone::plain)
+    if (!isColored() || tone == Tone::plain)
         return styled("{}", text);
     return {fmt::format("{}{}\x1b[0m", colorCode(tone), Platform::printable(text))};
 }

@@ -37,6 +37,14 @@ enum class Tone { plain, good, bad, warning, faint };
 /// color support and NO_COLOR is not set.
 Styled toned(Tone tone, std::string_view text);
 
+/// Decides whether output has colors, for this process and those that it forks. Otherwise the first use of
+/// `toned` decides.
+void prepareColor();
+
+/// Sets the user whom the output is about: messages on standard error begin with the name, and JSON objects
+/// have a member "user". Empty for none.
+void setSubject(std::string user);
+
 namespace Detail {
 
 /// Converts a format argument to what is printed for it.
@@ -84,11 +92,14 @@ void print(fmt::format_string<Detail::Printed<Arguments>...> format, const Argum
     writeOutput(styled(format, arguments...).text);
 }
 
-/// Prints "qvctl: " and a message on standard error.
+/// Returns "qvctl: ", or "qvctl: USER: ".
+std::string diagnosticPrefix();
+
+/// Prints the prefix and a message on standard error.
 template <typename... Arguments>
 void printError(fmt::format_string<Detail::Printed<Arguments>...> format, const Arguments&... arguments)
 {
-    writeDiagnostics("qvctl: " + styled(format, arguments...).text + "\n");
+    writeDiagnostics(diagnosticPrefix() + styled(format, arguments...).text + "\n");
 }
 
 /// Prints one line of a two-column table.
@@ -104,7 +115,8 @@ inline constexpr int jsonFormatVersion = 1;
 /// Replaces secrets unless --reveal is given.
 inline constexpr std::string_view mask = "********";
 
-/// Prints `object` on one line, with the format version as its first member, "version".
+/// Prints `object` on one line, with the format version as its first member, "version", and the user, if set,
+/// as the second.
 void printJSON(boost::json::object object);
 
 /// Reports why a command failed: prints `reason` on standard error and, with --json, `object` plus the member

@@ -15,6 +15,7 @@
 #include <array>
 #include <cstdlib>
 #include <string_view>
+#include <unistd.h>
 
 namespace Qvctl::Doctor {
 
@@ -257,15 +258,23 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
         report.warning("push.registration", found + problem->found + ".", problem->fix);
 }
 
-std::optional<SessionBusNames> queryBus(CheckReport& report, std::chrono::milliseconds timeout)
+std::optional<SessionBusNames> queryBus(Examination& examination)
 {
+    CheckReport& report = examination.report;
     try {
-        auto names = SessionBusNames::query(timeout);
+        auto names = SessionBusNames::query(examination.limits.timeout);
         report.ok("bus.session", "The session bus is available.");
         return names;
     } catch (const SessionBusError& error) {
-        report.failed("bus.session", fmt::format("The session bus is not available: {}.", error.what()),
-                      "Run this command in the desktop session of the app's user.");
+        if (examination.options.isOtherUser && std::getenv("XDG_RUNTIME_DIR") == nullptr)
+            report.failed("bus.session",
+                          fmt::format("The user is not logged in, or has a session bus that is unknown here: "
+                                      "there is no folder /run/user/{}.",
+                                      ::geteuid()),
+                          "If the user is logged in, run this command in that session.");
+        else
+            report.failed("bus.session", fmt::format("The session bus is not available: {}.", error.what()),
+                          "Run this command in the desktop session of the app's user.");
         return std::nullopt;
     }
 }
@@ -275,7 +284,7 @@ std::optional<SessionBusNames> queryBus(CheckReport& report, std::chrono::millis
 void examineNotifications(Examination& examination)
 {
     CheckReport& report = examination.report;
-    const auto names = queryBus(report, examination.limits.timeout);
+    const auto names = queryBus(examination);
     std::optional<InspectedStore> shell;
     if (!report.isPrevented("notifications.permission", {"state.folder"})) {
         checkPermission(examination, shell.emplace(examination.paths->shellState()));
