@@ -5,6 +5,7 @@
 #include "Core/Constants.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -111,10 +112,12 @@ private:
     Domains m_domains{m_defaults};
     ManualScheduler m_scheduler;
     Platform::NotificationCenter m_center;
+    Platform::OutcomeRecorder m_outcomes{
+        {m_defaults.standard(), m_clock, m_scheduler.mainQueue, m_scheduler}};
     Core::Logger m_logger{std::make_unique<NullSink>(), "com.quorvane.mdm"};
     std::shared_ptr<Core::ConfigurationManager> m_manager = std::make_shared<Core::ConfigurationManager>(
         Core::ConfigurationManager::Ports{m_logger, m_domains, m_center, m_scheduler.mainQueue,
-                                          m_scheduler.utilityQueue, m_scheduler, m_clock});
+                                          m_scheduler.utilityQueue, m_scheduler, m_clock, m_outcomes});
     const std::array<Platform::PropertyList, 2> m_configurations;
     std::int64_t m_savedCount = 0;
 };

@@ -10,6 +10,7 @@
 #include "Platform/Encoding.h"
 #include "Platform/FatalError.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/Services.h"
 #include "Platform/Timer.h"
 #include "Platform/UserDefaults.h"
@@ -48,7 +49,7 @@ ConfigurationManager& ConfigurationManager::shared()
         const Platform::Services& services = Platform::services();
         return std::make_shared<ConfigurationManager>(
             Ports{Logger::shared(), services.userDefaults, services.notificationCenter, services.mainQueue,
-                  services.utilityQueue, services.timers, services.clock});
+                  services.utilityQueue, services.timers, services.clock, services.outcomes});
     }());
     return *manager;
 }
@@ -166,10 +167,18 @@ std::int64_t ConfigurationManager::nextConfigVersion() const
 
 void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot)
 {
+    using Platform::Outcome;
+    if (!store(snapshot))
+        m_ports.outcomes.record(Outcome::Subject::configurationError, Outcome::Result::failed,
+                                Outcome::Kind::notStored);
+}
+
+bool ConfigurationManager::store(const ConfigurationSnapshot& snapshot)
+{
     UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName);
     if (suite == nullptr) {
         m_ports.logger.error("Cannot access App Group defaults", "saveConfigurationSnapshot(_:)");
-        return;
+        return false;
     }
     try {
         namespace Keys = Constants::SnapshotKeys;
@@ -179,12 +188,14 @@ void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot
             {Keys::lastUpdated, snapshot.lastUpdated},
             {Keys::schemaVersion, snapshot.schemaVersion},
         }};
-        suite->write(entries);
+        const bool isWritten = suite->write(entries);
         suite->synchronize();
+        return isWritten;
     } catch (const std::exception& error) {
         m_ports.logger.error(
             [&] { return "Error saving configuration: " + bridge(error).localizedDescription; },
             "saveConfigurationSnapshot(_:)", {.error = error});
+        return false;
     }
 }
 

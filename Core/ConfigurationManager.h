@@ -17,6 +17,7 @@ namespace Platform {
 class Clock;
 class DispatchQueue;
 class NotificationCenter;
+class OutcomeRecorder;
 class Timer;
 class TimerScheduler;
 class UserDefaultsDomains;
@@ -53,6 +54,7 @@ public:
         Platform::DispatchQueue& utilityQueue;
         Platform::TimerScheduler& timers;
         const Platform::Clock& clock;
+        Platform::OutcomeRecorder& outcomes;
     };
 
     /// Does not read or observe the configuration yet.
@@ -109,6 +111,8 @@ private:
     template <typename Value>
     [[nodiscard]] Value storedValue(Value ValidatedConfig::*member) const;
     void saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot);
+    /// Logs errors. Returns whether the snapshot is stored.
+    bool store(const ConfigurationSnapshot& snapshot);
 
     const Ports m_ports;
     std::atomic<bool> m_isUpdatingConfiguration = false;

@@ -20,14 +20,15 @@ void AdapterLog::write(LogType type, std::string_view line) const noexcept
     }
 }
 
-void ErrorLine::report(const std::string& line, std::string_view occasion)
+bool ErrorLine::report(const std::string& line, std::string_view occasion)
 {
     std::string entry = line;
     entry.append("\n").append(occasion);
     if (entry == m_last)
-        return;
+        return false;
     m_log.error(line);
     m_last = std::move(entry);
+    return true;
 }
 
 } // namespace Platform

@@ -32,7 +32,8 @@ private:
 class ErrorLine {
 public:
     explicit ErrorLine(const AdapterLog& log) : m_log(log) {}
-    void report(const std::string& line, std::string_view occasion = {});
+    /// Returns whether the line was logged.
+    bool report(const std::string& line, std::string_view occasion = {});
     void reset() { m_last.clear(); }
 
 private:

@@ -23,6 +23,8 @@ public:
     virtual void didFailToRegister(const Error& error) = 0;
     /// The listener must call `completion` exactly once, on any thread.
     virtual void didReceive(const PropertyList::Dictionary& payload, Completion completion) = 0;
+    /// The service refused a push because its content cannot be read.
+    virtual void didReceiveUnreadablePush() = 0;
 };
 
 /// Receives the pushes that a backend sends to this device.

@@ -9,6 +9,7 @@ class Application;
 class Clock;
 class DispatchQueue;
 class NotificationCenter;
+class OutcomeRecorder;
 class TimerScheduler;
 class URLSession;
 class UnifiedLog;
@@ -31,6 +32,7 @@ struct Services {
     UnifiedLog& log;
     URLSession& urlSession;
     UserNotificationCenter& userNotificationCenter;
+    OutcomeRecorder& outcomes;
     Application& application;
     /// The application's identifier; absent if it has none.
     std::optional<std::string> bundleIdentifier;

@@ -1,19 +1,46 @@
 #include "PushNotifications/RemoteNotificationHandler.h"
 
 #include "Core/APIClient.h"
+#include "Core/APIError.h"
 #include "Core/ConfigurationManager.h"
 #include "Core/Constants.h"
 #include "Core/Logger.h"
 #include "Platform/Encoding.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/Services.h"
 #include "Platform/UserDefaults.h"
 
 #include <exception>
 #include <utility>
+#include <variant>
 
 namespace PushNotifications {
 
 using Core::LogCategory;
+using Platform::Outcome;
+
+namespace {
+
+void recordFailure(Platform::OutcomeRecorder& outcomes, const std::exception& error)
+{
+    using Core::APIError;
+    const auto record = [&](Outcome::Kind kind, std::int64_t code = 0) {
+        outcomes.record(Outcome::Subject::upload, Outcome::Result::failed, kind, code);
+    };
+    const auto* apiError = dynamic_cast<const APIError*>(&error);
+    if (apiError == nullptr)
+        record(Outcome::Kind::none);
+    else if (const auto* status = std::get_if<APIError::HTTPStatus>(&apiError->theCase()))
+        record(Outcome::Kind::status, status->statusCode);
+    else if (const auto* network = std::get_if<APIError::NetworkFailure>(&apiError->theCase()))
+        record(Outcome::Kind::network, network->underlying.code);
+    else if (std::holds_alternative<APIError::InvalidBaseURL>(apiError->theCase()))
+        record(Outcome::Kind::address);
+    else
+        record(Outcome::Kind::response);
+}
+
+} // namespace
 
 std::string PushNotificationRoutes::deviceToken(std::string_view deviceId)
 {
@@ -26,9 +53,9 @@ std::string PushNotificationRoutes::deviceToken(std::string_view deviceId)
 RemoteNotificationHandler& RemoteNotificationHandler::shared()
 {
     const Platform::Services& services = Platform::services();
-    static auto& instance = *new RemoteNotificationHandler({Core::Logger::shared(), services.userDefaults,
-                                                            Core::ConfigurationManager::shared(),
-                                                            services.urlSession, services.defaultQueue});
+    static auto& instance = *new RemoteNotificationHandler(
+        {Core::Logger::shared(), services.userDefaults, Core::ConfigurationManager::shared(),
+         services.urlSession, services.defaultQueue, services.outcomes});
     return instance;
 }
 
@@ -70,10 +97,13 @@ Platform::Task<void> RemoteNotificationHandler::upload(Ports ports, std::string 
                                  Core::JSONEncoder(), ports.logger);
     try {
         auto request = client.post(path, std::optional(DeviceTokenPayload{std::move(tokenString)}));
-        static_cast<void>(co_await std::move(request));
+        const auto [body, response] = co_await std::move(request);
+        ports.outcomes.record(Outcome::Subject::upload, Outcome::Result::succeeded, Outcome::Kind::none,
+                              response.statusCode);
         ports.logger.info("Device token uploaded to backend", "uploadTokenToBackend(tokenString:)",
                           {.category = LogCategory::notifications});
     } catch (const std::exception& error) {
+        recordFailure(ports.outcomes, error);
         ports.logger.error("Device token upload failed", "uploadTokenToBackend(tokenString:)",
                            {.category = LogCategory::notifications, .error = error});
     }

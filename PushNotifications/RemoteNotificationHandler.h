@@ -16,6 +16,7 @@ class Logger;
 } // namespace Core
 namespace Platform {
 class DispatchQueue;
+class OutcomeRecorder;
 class URLSession;
 class UserDefaultsDomains;
 } // namespace Platform
@@ -38,7 +39,8 @@ std::string deviceToken(std::string_view deviceId);
 /// Handles the result of the push registration: stores the device token, logs it and uploads it.
 ///
 /// Threads: main; uploads start on `taskQueue` and may run concurrently. Ownership: the ports must outlive
-/// the uploads. Errors: a failed upload is logged as one line and not retried.
+/// the uploads. Errors: a failed upload is logged as one line and not retried. The outcome of
+/// each upload is recorded.
 class RemoteNotificationHandler {
 public:
     struct Ports {
@@ -48,6 +50,7 @@ public:
         Platform::URLSession& session;
         /// The queue on which uploads start.
         Platform::DispatchQueue& taskQueue;
+        Platform::OutcomeRecorder& outcomes;
     };
 
     explicit RemoteNotificationHandler(const Ports& ports) : m_ports(ports) {}

@@ -177,6 +177,7 @@ Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop
                  .quit = m_loop.quit}),
       m_defaults(paths, Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
       m_systemStore(paths.shellState(), Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_log),
+      m_outcomes({m_systemStore, m_clock, m_loop.mainQueue, m_loop.timers}),
       m_urlSession(std::make_unique<CountingURLSession>(m_upgrade.activity()), m_systemStore, m_clock),
       m_busAccess(openSessionBus(m_log)),
       m_notificationServer(makeNotificationServer()),
@@ -265,9 +266,10 @@ const Services& Device::connect(const SystemInterface& interface)
                                               .prompt = &interface.prompt,
                                               .presenters = std::move(presenters)});
     m_pushService = makePushService();
-    m_application.emplace(Push::DeviceApplication::Ports{*m_pushService, pushServiceKind(),
-                                                         *m_userNotificationCenter, m_systemStore, m_clock,
-                                                         interface.openSettings, m_upgrade.activity()});
+    m_application.emplace(Push::DeviceApplication::Ports{
+        *m_pushService, pushServiceKind(), *m_userNotificationCenter, m_systemStore, m_clock,
+        interface.openSettings, m_upgrade.activity(), m_outcomes});
+    m_defaults.recordErrors(m_outcomes);
     watchForChanges();
     return m_services.emplace(Services{
         .userDefaults = m_defaults,
@@ -280,6 +282,7 @@ const Services& Device::connect(const SystemInterface& interface)
         .log = *m_instance->log,
         .urlSession = m_urlSession,
         .userNotificationCenter = *m_userNotificationCenter,
+        .outcomes = m_outcomes,
         .application = *m_application,
         .bundleIdentifier = std::string(applicationIdentifier),
     });

@@ -13,6 +13,7 @@
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Network/RecordingURLSession.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/Push/DeviceApplication.h"
 #include "Platform/Push/DeviceNotificationCenter.h"
 #include "Platform/Push/PushServiceState.h"
@@ -85,6 +86,7 @@ private:
     NotificationCenter m_notificationCenter;
     DeviceDefaults m_defaults;
     Storage::SQLiteUserDefaults m_systemStore;
+    OutcomeRecorder m_outcomes;
     Network::RecordingURLSession m_urlSession;
     WorkerQueue m_utilityQueue{"utility queue", WorkerQueue::Priority::utility};
     WorkerQueue m_defaultQueue{"default queue", WorkerQueue::Priority::default_};

@@ -2,13 +2,36 @@
 
 #include "Platform/DispatchQueue.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
+#include "Platform/Linux/Files/PolicyFileReading.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 
 #include <sys/inotify.h>
 #include <utility>
 #include <vector>
 
 namespace Platform::Linux {
+
+namespace {
+
+Outcome::Kind kindOf(Files::PolicyFileReading::State state)
+{
+    using State = Files::PolicyFileReading::State;
+    switch (state) {
+    case State::untrusted:
+        return Outcome::Kind::untrusted;
+    case State::unreadable:
+        return Outcome::Kind::unreadable;
+    case State::malformed:
+        return Outcome::Kind::malformed;
+    case State::missing:
+    case State::good:
+        break;
+    }
+    return Outcome::Kind::none;
+}
+
+} // namespace
 
 /// The application's database, with the read-only managed configuration on top.
 class DeviceDefaults::Standard final : public UserDefaults {
@@ -82,6 +105,13 @@ void DeviceDefaults::announceChanges(Files::FileSystemWatcher& watcher, Notifica
         const int handler = watcher.addHandler([announce](std::uint32_t, std::string_view) { announce(); });
         watcher.setTargets(handler, {{m_database.bellFile().string(), IN_ATTRIB}});
     }
+}
+
+void DeviceDefaults::recordErrors(OutcomeRecorder& outcomes)
+{
+    m_policyFile.onError([&outcomes](Files::PolicyFileReading::State state) {
+        outcomes.record(Outcome::Subject::configurationError, Outcome::Result::failed, kindOf(state));
+    });
 }
 
 } // namespace Platform::Linux

@@ -14,6 +14,7 @@
 namespace Platform {
 class DispatchQueue;
 class NotificationCenter;
+class OutcomeRecorder;
 } // namespace Platform
 
 namespace Platform::Linux::Files {
@@ -37,6 +38,10 @@ public:
     /// Call at most once; this object must outlive the watcher.
     void announceChanges(Files::FileSystemWatcher& watcher, NotificationCenter& center,
                          DispatchQueue& mainQueue);
+
+    /// Records each new error of the policy file. Call at most once, before the first use of the standard
+    /// domain.
+    void recordErrors(OutcomeRecorder& outcomes);
 
 private:
     class Standard;

@@ -196,6 +196,7 @@ void LocalPushService::deliver(Peer& peer)
     auto payload = Push::readPushPayload(peer.bytes);
     if (const auto* refusal = std::get_if<std::string>(&payload)) {
         answer(peer.socket, *refusal);
+        m_inbox.async([this] { m_listener->didReceiveUnreadablePush(); });
         return;
     }
     auto socket = std::make_shared<Storage::FileDescriptor>(std::move(peer.socket));

@@ -2,6 +2,7 @@
 
 #include "Platform/ASCII.h"
 #include "Platform/Clock.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/Push/PushPayload.h"
 #include "Platform/Shell.h"
 
@@ -20,6 +21,13 @@ std::optional<PushRefusal> combined(const std::optional<PushRefusal>& first,
     if (second && second->isTemporary)
         return second;
     return first ? second : std::nullopt;
+}
+
+Outcome::Result resultOf(const std::optional<PushRefusal>& refusal)
+{
+    if (!refusal)
+        return Outcome::Result::succeeded;
+    return refusal->isTemporary ? Outcome::Result::deferred : Outcome::Result::failed;
 }
 
 } // namespace
@@ -71,9 +79,13 @@ void DeviceApplication::recordRegistration(std::optional<PushServiceState::Failu
 
 void DeviceApplication::didReceive(const PropertyList::Dictionary& payload, Completion completion)
 {
-    completion = [inner = std::move(completion), work = m_ports.activity.begin()](
-                     const std::optional<PushRefusal>& refusal) { inner(refusal); };
     PushContents contents = readPushContents(payload, m_ports.clock.now());
+    const auto kind = contents.notification ? Outcome::Kind::alert : Outcome::Kind::silent;
+    completion = [kind, &outcomes = m_ports.outcomes, inner = std::move(completion),
+                  work = m_ports.activity.begin()](const std::optional<PushRefusal>& refusal) {
+        outcomes.record(Outcome::Subject::push, resultOf(refusal), kind);
+        inner(refusal);
+    };
     if (!contents.notification) {
         deliverInBackground(payload, std::move(completion));
         return;
@@ -86,6 +98,11 @@ void DeviceApplication::didReceive(const PropertyList::Dictionary& payload, Comp
             });
         };
     m_ports.notifications.deliver(*contents.notification, m_isActive, std::move(afterAlert));
+}
+
+void DeviceApplication::didReceiveUnreadablePush()
+{
+    m_ports.outcomes.record(Outcome::Subject::push, Outcome::Result::failed);
 }
 
 void DeviceApplication::deliverInBackground(const PropertyList::Dictionary& payload, Completion completion)

@@ -11,6 +11,7 @@
 
 namespace Platform {
 class Clock;
+class OutcomeRecorder;
 class UserDefaults;
 class UserNotificationDelivery;
 } // namespace Platform
@@ -22,6 +23,8 @@ namespace Platform::Push {
 /// A payload whose `aps.alert` is a string or a dictionary goes to the notification center. A payload with
 /// `content-available: 1`, or without an alert, goes to the delegate's background callback. A payload that
 /// goes both ways is accepted if one of them accepts it, unless part of it could not be stored.
+///
+/// The outcome of each push is recorded.
 ///
 /// Threads: main. Ownership: references its ports; holds the delegate weakly.
 class DeviceApplication final : public Application, public PushServiceListener {
@@ -37,6 +40,7 @@ public:
         std::function<void()> openSettings;
         /// Counts each push until it is completed.
         const Activity& activity;
+        OutcomeRecorder& outcomes;
     };
 
     explicit DeviceApplication(Ports ports) : m_ports(std::move(ports)) {}
@@ -55,6 +59,7 @@ public:
     void didRegister(const Data& deviceToken) override;
     void didFailToRegister(const Error& error) override;
     void didReceive(const PropertyList::Dictionary& payload, Completion completion) override;
+    void didReceiveUnreadablePush() override;
 
 private:
     void recordRegistration(std::optional<PushServiceState::Failure> failure);

@@ -3,6 +3,7 @@
 #include "Platform/Application.h"
 #include "Platform/Device.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -69,6 +70,7 @@ private:
     Platform::NotificationCenter m_center;
     Platform::SystemClock m_clock;
     FakeUserDefaults m_systemStore;
+    Platform::OutcomeRecorder m_outcomes{{m_systemStore, m_clock, m_loop.mainQueue, m_loop.timers}};
     FakeUserNotificationCenter m_notifications{m_loop.mainQueue};
     std::function<void()> m_openSettings = [] {};
     std::weak_ptr<Platform::ApplicationDelegate> m_delegate;
@@ -90,6 +92,7 @@ private:
                                         .log = log,
                                         .urlSession = network,
                                         .userNotificationCenter = m_notifications,
+                                        .outcomes = m_outcomes,
                                         .application = *this,
                                         .bundleIdentifier = "com.example.tiny"};
 };

@@ -4,6 +4,7 @@
 #include "Core/Logger.h"
 #include "Core/ManagedKeys.h"
 #include "Platform/Encoding.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -37,6 +38,18 @@ protected:
         defaults.deliver(std::move(dictionary));
         scheduler.advance(600ms);
     }
+    /// Returns the number of recorded configuration errors, 0 or 1, and checks the kind.
+    std::size_t recordedErrors()
+    {
+        scheduler.runUntilIdle();
+        const auto recorded = Platform::storedOutcomes(systemStore);
+        for (const auto& [subject, outcome] : recorded) {
+            EXPECT_EQ(subject, Platform::Outcome::Subject::configurationError);
+            EXPECT_EQ(outcome.result, Platform::Outcome::Result::failed);
+            EXPECT_EQ(outcome.kind, Platform::Outcome::Kind::notStored);
+        }
+        return recorded.size();
+    }
     FakeUserDefaults& suite() { return defaults.fakeSuite(Constants::appGroupSuiteName); }
 
     ManualScheduler scheduler;
@@ -44,9 +57,11 @@ protected:
     Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
     Platform::NotificationCenter center;
     FakeUserDefaultsDomains defaults{center, scheduler.mainQueue};
-    std::shared_ptr<ConfigurationManager> manager =
-        std::make_shared<ConfigurationManager>(ConfigurationManager::Ports{
-            logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue, scheduler, scheduler});
+    FakeUserDefaults systemStore;
+    Platform::OutcomeRecorder outcomes{{systemStore, scheduler, scheduler.mainQueue, scheduler}};
+    std::shared_ptr<ConfigurationManager> manager = std::make_shared<ConfigurationManager>(
+        ConfigurationManager::Ports{logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue,
+                                    scheduler, scheduler, outcomes});
 
     std::vector<Platform::UserInfo> announced;
     Platform::NotificationCenter::Token observation = center.addObserver(
@@ -245,6 +260,7 @@ TEST_F(ConfigurationManagerTest, UnavailableSuiteIsLoggedAndConfigurationIsNotRe
     startUp();
     EXPECT_EQ(log.takeLines(),
               (Lines{"Cannot access App Group defaults", "Configuration updated - v1, apps: 2"}));
+    EXPECT_EQ(recordedErrors(), 1U);
     EXPECT_EQ(manager->loadConfigurationSnapshot(), std::nullopt);
     EXPECT_EQ(manager->getAllowedAppBundleIds(), Lines());
     EXPECT_FALSE(manager->isAppAllowedForSSO("com.acme.one"));
@@ -255,6 +271,16 @@ TEST_F(ConfigurationManagerTest, UnavailableSuiteIsLoggedAndConfigurationIsNotRe
     log.takeLines();
     manager->updateConfigurationFromMDM();
     EXPECT_EQ(log.takeLines(), Lines{"Managed configuration unchanged, skipping update"});
+}
+
+TEST_F(ConfigurationManagerTest, SnapshotThatCannotBeWrittenIsRecordedAsAnError)
+{
+    defaults.deliver(managed);
+    startUp();
+    EXPECT_EQ(recordedErrors(), 0U);
+    suite().isWritable = false;
+    deliverAndSettle(PropertyList::Dictionary{{"device_id", "DEV-2"}});
+    EXPECT_EQ(recordedErrors(), 1U);
 }
 
 TEST_F(ConfigurationManagerTest, DamagedSnapshotLoadsAsDefaultAndIsNotOverwritten)

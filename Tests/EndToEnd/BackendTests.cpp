@@ -7,6 +7,7 @@
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Network/CurlURLSession.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/Push/WebPush.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -80,9 +81,10 @@ protected:
                                    Storage::SQLiteUserDefaults::Access::readWrite,
                                    clock,
                                    adapterLog};
-    std::shared_ptr<ConfigurationManager> manager =
-        std::make_shared<ConfigurationManager>(ConfigurationManager::Ports{
-            logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue, scheduler, clock});
+    OutcomeRecorder outcomes{{defaults.standard(), clock, scheduler.mainQueue, scheduler}};
+    std::shared_ptr<ConfigurationManager> manager = std::make_shared<ConfigurationManager>(
+        ConfigurationManager::Ports{logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue,
+                                    scheduler, clock, outcomes});
     Linux::WorkerQueue queue{"tasks", Linux::WorkerQueue::Priority::default_};
     std::unique_ptr<Network::CurlURLSession> session;
 

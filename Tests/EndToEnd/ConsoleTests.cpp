@@ -296,6 +296,52 @@ TEST_F(ProgramTest, StatusShowsTheRestIfTheSnapshotCannotBeRead)
     }
 }
 
+TEST_F(ProgramTest, StatusShowsTheLastOutcomesWithoutValues)
+{
+    device.replacePolicy(
+        R"({"base_domain": "canary.localhost:1", "api_key": "canary", "device_id": "canary"})");
+    device.write(device.path("alert.json"), R"({"aps": {"alert": "canary"}})");
+    device.write(device.path("silent.json"), R"({"aps": {"content-available": 1}, "canary": "canary"})");
+    device.write(device.path("unreadable.json"), "canary");
+    const json::object none = qvctlJSON({"status"});
+    EXPECT_EQ(none.at("lastPush"), json::value({{"time", nullptr}, {"kind", nullptr}, {"result", nullptr}}));
+    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
+    DrivenWindow window = device.window();
+    window.tap("welcome.getStarted");
+    window.tap("shell.allow");
+    ASSERT_TRUE(application->waitForLine("Device token upload failed"));
+    /// The value at `pointer` once it is `expected`, or after 5 s.
+    const auto settled = [&](const char* pointer, const json::value& expected) {
+        json::value found;
+        for (int attempt = 0; attempt < 500 && found != expected; ++attempt)
+            found = json::value(qvctlJSON({"status"})).at_pointer(pointer);
+        return found;
+    };
+    EXPECT_EQ(settled("/lastUpload/result", "failed"), "failed");
+    EXPECT_EQ(settled("/lastUpload/cause", "network"), "network");
+    struct Case {
+        const char* payload;
+        json::value kind;
+        const char* result;
+    };
+    for (const Case& row :
+         {Case{"alert.json", "alert", "succeeded"}, Case{"unreadable.json", nullptr, "failed"},
+          Case{"silent.json", "silent", "succeeded"}}) {
+        static_cast<void>(qvctl({"push", device.path(row.payload)}));
+        EXPECT_EQ(settled("/lastPush/result", row.result), row.result);
+        EXPECT_EQ(settled("/lastPush/kind", row.kind), row.kind) << row.payload;
+    }
+    device.replacePolicy("{\"canary\"");
+    EXPECT_EQ(settled("/lastConfigurationError/kind", "malformed"), "malformed");
+
+    const std::string output = qvctl({"status"}).output;
+    for (const char* row : {"last upload     failed: ", "last push       silent, accepted, 20",
+                            "last error      the policy file could not be parsed, 20"})
+        EXPECT_THAT(output, HasSubstr(row));
+    EXPECT_THAT(output + qvctl({"doctor", "--offline"}).output + json::serialize(qvctlJSON({"status"})),
+                Not(HasSubstr("canary")));
+}
+
 TEST_F(ProgramTest, OutputIsColoredOnlyOnColorTerminals)
 {
     struct Case {

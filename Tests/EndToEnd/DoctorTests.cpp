@@ -1,6 +1,7 @@
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Network/ExchangeRecord.h"
+#include "Platform/Outcome.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Platform/Push/UnifiedPushRegistration.h"
 #include "Platform/Storage/FileDescriptor.h"
@@ -313,7 +314,7 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         {"no state folder", setter("XDG_DATA_HOME", device.policyFile()),
          setter("XDG_DATA_HOME", device.path("data")), "state.folder",
          "app.running suite.readable suite.current notifications.permission push.distributor "
-         "push.registration upload.last"},
+         "push.registration upload.last push.last policy.lastError"},
         {"state in a folder that others can write",
          [&] {
              fs::permissions(device.path(""), Permissions::others_read | Permissions::others_exec,
@@ -322,7 +323,7 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
          },
          [&] { fs::permissions(device.path("data"), Permissions::owner_all); }, "state.folder",
          "app.running suite.readable suite.current notifications.permission push.distributor "
-         "push.registration upload.last"},
+         "push.registration upload.last push.last policy.lastError"},
         {"no database",
          [&] {
              fs::rename(suites, device.path("kept"));
@@ -469,8 +470,41 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
     };
     const Case cases[] = {
         {"an older application",
+        Platform::Outcomes outcomes = {};
          "bare-bus",
+    using Platform::Outcome;
+    using Subject = Outcome::Subject;
+    constexpr Platform::Date longAgo{60};
+    const Platform::Date now = clock.now();
+    const auto push = [](Outcome::Result result, Outcome::Kind kind) {
+        return Platform::Outcomes{{Subject::push, {result, kind, 0, longAgo}}};
+    };
+    const auto error = [](Outcome::Kind kind, Platform::Date time) {
+        return Platform::Outcomes{{Subject::configurationError, {Outcome::Result::failed, kind, 0, time}}};
+    };
+    const std::optional<PushServiceState> local{{Kind::local}};
          {},
+        {"no push", "bus", local, "", uploaded, "push.last", "skipped: The app has not recorded"},
+        {"an accepted alert", "bus", local, "", uploaded, "push.last",
+         "ok: The last push, an alert on 2001-01-01 00:01 UTC, was accepted.",
+         push(Outcome::Result::succeeded, Outcome::Kind::alert)},
+        {"a refused push", "bus", local, "", uploaded, "push.last", "warning: The last push, a silent one on",
+         push(Outcome::Result::failed, Outcome::Kind::silent)},
+        {"a deferred push", "bus", local, "", uploaded, "push.last", "could not be accepted; the sender",
+         push(Outcome::Result::deferred, Outcome::Kind::silent)},
+        {"an unreadable push", "bus", local, "", uploaded, "push.last",
+         "warning: The last push, on 2001-01-01 00:01 UTC, was refused because its content could not be read",
+         push(Outcome::Result::failed, Outcome::Kind::none)},
+        {"no error", "bus", local, "", uploaded, "policy.lastError",
+         "ok: The app has not recorded any error"},
+        {"an error of the policy file", "bus", local, "", uploaded, "policy.lastError",
+         "ok: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file was not "
+         "trusted.",
+         error(Outcome::Kind::untrusted, longAgo)},
+        {"an error before the snapshot was stored", "bus", local, "", uploaded, "policy.lastError",
+         "ok: The last error", error(Outcome::Kind::notStored, longAgo)},
+        {"an error since the snapshot was stored", "bus", local, "", uploaded, "policy.lastError",
+         "the configuration could not be stored.", error(Outcome::Kind::notStored, now)},
          "",
          {},
          "push.distributor",
@@ -561,6 +595,7 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
         if (row.service)
             row.service->write(store);
         if (row.exchange)
+        storeOutcomes(store, row.outcomes);
             storeExchanges(store, {{server, *row.exchange}});
         store.set(UnifiedPushRegistration::distributorKey,
                   row.distributor.empty() ? "" : "org.unifiedpush.Distributor." + row.distributor);

@@ -1,6 +1,7 @@
 #include "Core/APIClientConfigProvider.h"
 #include "Core/Constants.h"
 #include "Core/Logger.h"
+#include "Platform/OutcomeRecorder.h"
 #include "PushNotifications/NotificationDelegateAdapter.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "PushNotifications/NotificationPermissionManager.h"
@@ -232,53 +233,78 @@ TEST_F(PushTest, ReadsPermissionStatusAndRequestsAuthorization)
 TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
 {
     FakeURLSession session(scheduler.utilityQueue);
-    RemoteNotificationHandler handler({logger, domains, *this, session, scheduler.utilityQueue});
+    FakeUserDefaults store;
+    OutcomeRecorder outcomes({store, scheduler, scheduler.mainQueue, scheduler});
+    RemoteNotificationHandler handler({logger, domains, *this, session, scheduler.utilityQueue, outcomes});
     const Data token{std::byte{0x00}, std::byte{0xab}, std::byte{0x10}};
     const Lines registered{"Remote notifications registered | context={tokenLength=3}"};
     const std::string failed =
         "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=1, "
         "description=HTTP error: 500}";
+    using Kind = Outcome::Kind;
+    constexpr auto succeeded = Outcome::Result::succeeded;
+    constexpr auto failure = Outcome::Result::failed;
     struct Case {
         std::optional<std::string> deviceId;
-        std::int64_t status;
+        std::variant<std::int64_t, URLError> response;
         Lines laterLines;
         const char* url;
+        /// Without its time.
+        std::optional<Outcome> recorded;
     };
     const Case cases[] = {
         {"DEV-123",
          204,
          {"Device token uploaded to backend"},
-         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token",
+         Outcome{succeeded, Kind::none, 204}},
         {"a/../b",
          200,
          {"Device token uploaded to backend"},
-         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/b/token"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/b/token",
+         Outcome{succeeded, Kind::none, 200}},
         {"a%2Fb%2e%2E/%2e%2e/%41",
          200,
          {"Device token uploaded to backend"},
          "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/a%2Fb%2e%2E/%2e%2e/%41/"
-         "token"},
+         "token",
+         Outcome{succeeded, Kind::none, 200}},
         {"DEV-123",
          500,
          {"API HTTP error | context={responseBody=, statusCode=500}", failed},
-         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token",
+         Outcome{failure, Kind::status, 500}},
+        {"DEV-123",
+         URLError(URLError::Code::timedOut, "canary"),
+         {"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, code=-1001, "
+          "description=canary}",
+          "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=2, "
+          "description=Network error: canary}"},
+         "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-123/token",
+         Outcome{failure, Kind::network, -1001}},
         {"DEV 1",
          200,
          {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
           "description=Invalid "
           "base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/DEV 1/token}"},
-         nullptr},
+         nullptr,
+         Outcome{failure, Kind::address}},
         {"a\0b"s,
          200,
          {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
           "description=Invalid base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/a\0b/token}"s},
-         nullptr},
-        {"", 200, {"Skipping token upload: no device ID in managed config"}, nullptr},
-        {std::nullopt, 200, {"Skipping token upload: no device ID in managed config"}, nullptr},
+         nullptr,
+         Outcome{failure, Kind::address}},
+        {"", 200, {"Skipping token upload: no device ID in managed config"}, nullptr, {}},
+        {std::nullopt, 200, {"Skipping token upload: no device ID in managed config"}, nullptr, {}},
     };
     for (const Case& row : cases) {
         session.requests.clear();
-        session.outcome = URLResponse{{}, HTTPURLResponse{row.status, {}}};
+        store.values.clear();
+        if (const auto* error = std::get_if<URLError>(&row.response))
+            session.outcome = *error;
+        else
+            session.outcome = URLResponse{{}, HTTPURLResponse{std::get<std::int64_t>(row.response), {}}};
         configuredDeviceId = row.deviceId;
         handler.didRegisterForRemoteNotifications(token);
         EXPECT_EQ(handler.storedDeviceToken(), "00ab10");
@@ -286,6 +312,13 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
         Lines expected = registered;
         expected.insert(expected.end(), row.laterLines.begin(), row.laterLines.end());
         EXPECT_EQ(log.takeLines(), expected);
+        scheduler.advance(OutcomeRecorder::interval);
+        ASSERT_EQ(storedOutcomes(store).size(), row.recorded ? 1U : 0U);
+        if (row.recorded) {
+            Outcome recorded = storedOutcomes(store).at(Outcome::Subject::upload);
+            recorded.time = {};
+            EXPECT_EQ(recorded, *row.recorded) << PropertyList(row.laterLines.back()).description();
+        }
         ASSERT_EQ(session.requests.size(), row.url != nullptr ? 1U : 0U);
         if (row.url != nullptr) {
             EXPECT_EQ(session.requests[0].url, row.url);

@@ -8,6 +8,7 @@
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/DevicePolicy.h"
+#include "Tools/qvctl/LastOutcomes.h"
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/OwnState.h"
@@ -50,6 +51,7 @@ struct DeviceState {
     std::optional<PushServiceState> pushService;
     /// To any server.
     std::optional<ExchangeRecord> lastRequest;
+    Platform::Outcomes outcomes;
     std::optional<InstanceLock::Holder> lockHolder;
     /// The first thing that could not be read; empty if everything could.
     std::string problem;
@@ -82,6 +84,7 @@ DeviceState readState(const Options& options)
         .historyCount = NotificationPayloadProcessor::payloadSummaries(standard, all).size(),
         .pushService = PushServiceState::stored(device.shellState.store()),
         .lastRequest = newestExchange(device.shellState.store()),
+        .outcomes = Platform::storedOutcomes(device.shellState.store()),
         .lockHolder = InstanceLock::holder(device.paths.instanceLock()),
         .problem = device.firstProblem(),
         .exitCode = device.firstProblem().empty() ? success : unavailable,
@@ -137,16 +140,6 @@ Styled pushServiceText(const std::optional<PushServiceState>& service)
                             : styled("{}", name);
 }
 
-Styled requestText(const std::optional<ExchangeRecord>& request)
-{
-    if (!request)
-        return toned(Tone::warning, "none");
-    const auto outcome = request->statusCode != 0 ? fmt::format("status {}", request->statusCode)
-                                                  : fmt::format("error {}", request->errorCode);
-    return styled("{}, {}", toned(request->isSuccess() ? Tone::good : Tone::bad, outcome),
-                  request->time.utcText());
-}
-
 Styled applicationText(const std::optional<InstanceLock::Holder>& holder)
 {
     if (!holder)
@@ -173,7 +166,7 @@ void printStatus(const DeviceState& state, const Options& options)
                                                    : styled("{}, {} bytes", toned(Tone::good, "present"),
                                                             state.token->size() / 2));
     printRow("push service", pushServiceText(state.pushService));
-    printRow("last request", requestText(state.lastRequest));
+    printOutcomes(state.outcomes);
     printRow("history", std::to_string(state.historyCount));
     printRow("Application", applicationText(state.lockHolder));
 }
@@ -224,6 +217,7 @@ json::object statusJSON(const DeviceState& state, const Options& options)
         object["deviceToken"] = *state.token;
     object["pushService"] = pushServiceJSON(state.pushService);
     object["lastRequest"] = requestJSON(state.lastRequest);
+    addOutcomes(object, state.outcomes);
     object["historyCount"] = state.historyCount;
     const bool isRunning = state.lockHolder && state.lockHolder->isApplication();
     object["isRunning"] = isRunning;

@@ -273,6 +273,7 @@ void UnifiedPushService::receiveMessage(const Call& call)
 {
     const auto payload = readMessage(call.content);
     if (const auto* reason = std::get_if<std::string>(&payload)) {
+        m_listener->didReceiveUnreadablePush();
         concludeMessage(call.answer, PushRefusal{*reason});
         return;
     }

@@ -49,9 +49,11 @@ void ManagedPolicyFile::load()
 
 void ManagedPolicyFile::report(const PolicyFileReading& reading, std::string_view consequence)
 {
-    m_errorLine.report(
+    const bool isNew = m_errorLine.report(
         fmt::format("Managed configuration not applied: {}; {}", reading.diagnostic(), consequence),
         reading.revision);
+    if (isNew && m_onError)
+        m_onError(reading.state);
 }
 
 void ManagedPolicyFile::watch(FileSystemWatcher& watcher, std::function<void()> onChange)

@@ -2,6 +2,7 @@
 
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/Files/PathWatch.h"
+#include "Platform/Linux/Files/PolicyFileReading.h"
 #include "Platform/PropertyList.h"
 
 #include <atomic>
@@ -12,11 +13,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Platform::Linux::Files {
-
-struct PolicyFileReading;
 
 /// The managed configuration from the policy file.
 ///
@@ -36,6 +36,10 @@ public:
     /// before the first `dictionary()`; this object must outlive the watcher.
     void watch(FileSystemWatcher& watcher, std::function<void()> onChange);
 
+    /// Calls `onError` for each logged error, on the thread that logs it. Call at most once, before the first
+    /// `dictionary()`.
+    void onError(std::function<void(PolicyFileReading::State)> onError) { m_onError = std::move(onError); }
+
 private:
     void load();
     void report(const PolicyFileReading& reading, std::string_view consequence);
@@ -50,6 +54,7 @@ private:
     std::optional<PropertyList> m_dictionary;
     ErrorLine m_errorLine;
 
+    std::function<void(PolicyFileReading::State)> m_onError;
     std::optional<PathWatch> m_watch;
 };
 

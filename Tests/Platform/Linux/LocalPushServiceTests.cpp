@@ -41,6 +41,7 @@ protected:
         received.push_back(PropertyList(payload).description());
         completion(payload.contains("refuse") ? std::optional(PushRefusal{"as asked"}) : std::nullopt);
     }
+    void didReceiveUnreadablePush() override { ++unreadableCount; }
 
     LocalPushService makeService() { return {{store, loop, adapterLog}, socketFile}; }
     /// Sends a payload while the main queue runs.
@@ -70,6 +71,7 @@ protected:
     std::vector<Data> tokens;
     std::vector<std::string> failures;
     std::vector<std::string> received;
+    int unreadableCount = 0;
 };
 
 TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
@@ -151,6 +153,8 @@ TEST_F(LocalPushServiceTest, RepliesToEachPayload)
         EXPECT_THAT(send(row.payload), StartsWith(row.answer)) << row.name;
         const bool isDelivered = row.answer == "ok" || row.answer == "error: as asked";
         EXPECT_EQ(received.size(), isDelivered ? 1U : 0U) << row.name;
+        settle();
+        EXPECT_EQ(std::exchange(unreadableCount, 0), isDelivered ? 0 : 1) << row.name;
     }
 }
 

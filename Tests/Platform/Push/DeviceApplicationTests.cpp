@@ -1,4 +1,6 @@
 #include "Platform/Push/DeviceApplication.h"
+
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/Push/PushPayload.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Platform/Shell.h"
@@ -61,12 +63,25 @@ const std::string notStored = described(PushRefusal::notStored());
 
 class DeviceApplicationTest : public testing::Test {
 protected:
+    /// The outcome that was recorded just now.
+    Outcome recordedPush()
+    {
+        outcomeStore.values.clear();
+        clock.runUntilIdle();
+        const Outcomes stored = storedOutcomes(outcomeStore);
+        clock.advance(OutcomeRecorder::interval);
+        return stored.contains(Outcome::Subject::push) ? stored.at(Outcome::Subject::push) : Outcome{};
+    }
+
     ManualScheduler clock;
     std::shared_ptr<RecordingEnvironment> world = std::make_shared<RecordingEnvironment>();
     FakeUserDefaults store;
     Activity activity{[] {}};
+    FakeUserDefaults outcomeStore;
+    OutcomeRecorder outcomes{{outcomeStore, clock, clock.mainQueue, clock}};
     Push::DeviceApplication application{{*world, Push::PushServiceKind::local, *world, store, clock,
-                                         [this] { world->events.emplace_back("settings"); }, activity}};
+                                         [this] { world->events.emplace_back("settings"); }, activity,
+                                         outcomes}};
 };
 
 TEST_F(DeviceApplicationTest, CallsTheDelegateAndHoldsItWeakly)
@@ -151,7 +166,17 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
         });
         EXPECT_EQ(world->events, row.expected) << row.payload;
         EXPECT_TRUE(activity.isIdle()) << row.payload;
+        const bool isAlert = world->events.front() != "background";
+        const std::string& end = world->events.back();
+        EXPECT_EQ(recordedPush(),
+                  (Outcome{end == "ok"                    ? Outcome::Result::succeeded
+                           : end.starts_with("refused: ") ? Outcome::Result::failed
+                                                          : Outcome::Result::deferred,
+                           isAlert ? Outcome::Kind::alert : Outcome::Kind::silent, 0, clock.now()}))
+            << row.payload;
     }
+    application.didReceiveUnreadablePush();
+    EXPECT_EQ(recordedPush(), (Outcome{Outcome::Result::failed, Outcome::Kind::none, 0, clock.now()}));
 }
 
 } // namespace

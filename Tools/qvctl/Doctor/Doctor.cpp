@@ -93,8 +93,8 @@ ExitCode doctor(const Options& options, const DoctorOptions& limits)
                                 if (!options.isJSON)
                                     printCheck(check);
                             })};
-    for (const auto examine :
-         {examinePolicy, examineState, examineSuite, examineNotifications, examineBackend, examineUpload})
+    for (const auto examine : {examinePolicy, examineState, examineSuite, examineNotifications,
+                               examineBackend, examineUpload, examineOutcomes})
         examine(examination);
     if (options.isJSON)
         printJSON(asJSON(examination.report));

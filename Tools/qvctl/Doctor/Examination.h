@@ -41,6 +41,7 @@ void examineSuite(Examination& examination);
 void examineNotifications(Examination& examination);
 void examineBackend(Examination& examination);
 void examineUpload(Examination& examination);
+void examineOutcomes(Examination& examination);
 
 /// "2026-11-21 15:04 UTC".
 std::string timeText(Platform::Date date);

@@ -2,8 +2,8 @@
 
 #include "Core/Constants.h"
 #include "Platform/Network/ExchangeRecord.h"
-#include "Platform/URLSession.h"
 #include "Tools/qvctl/Doctor/Examination.h"
+#include "Tools/qvctl/LastOutcomes.h"
 #include "Tools/qvctl/Policy/RequestRehearsal.h"
 
 #include <fmt/format.h>
@@ -17,38 +17,13 @@ using namespace Platform::Network;
 
 constexpr const char* uploadCheck = "upload.last";
 
-/// Why there was no response, as a clause.
-std::string errorClause(std::int64_t code)
-{
-    using Code = Platform::URLError::Code;
-    switch (static_cast<Code>(code)) {
-    case Code::cancelled:
-        return "the app exited before the response arrived";
-    case Code::timedOut:
-        return "it timed out";
-    case Code::cannotFindHost:
-        return "the host was not found";
-    case Code::cannotConnectToHost:
-        return "the connection failed";
-    case Code::networkConnectionLost:
-        return "the connection was lost";
-    case Code::secureConnectionFailed:
-        return "no secure connection could be established";
-    case Code::serverCertificateHasBadDate:
-    case Code::serverCertificateUntrusted:
-        return "the certificate was rejected";
-    default:
-        return fmt::format("error {}", code);
-    }
-}
-
 void reportFailure(CheckReport& report, const ExchangeRecord& upload)
 {
     const std::string found =
         upload.statusCode != 0
             ? fmt::format("The upload on {} failed with status {}", timeText(upload.time), upload.statusCode)
             : fmt::format("The upload on {} failed: {}", timeText(upload.time),
-                          errorClause(upload.errorCode));
+                          networkErrorClause(upload.errorCode));
     if (!report.isPrevented(uploadCheck,
                             {"backend.address", "backend.connect", "backend.tls", "backend.certificate",
                              "backend.name", "backend.dates"},

@@ -219,6 +219,9 @@ TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
 
 TEST_F(ManagedPolicyFileTest, InvalidFileKeepsTheLastConfigurationAndLogsOnce)
 {
+    using State = PolicyFileReading::State;
+    std::vector<State> errors;
+    policy.onError([&](State state) { errors.push_back(state); });
     watch();
     folder.write("etc/quorvane/managed.json", json(1));
     ASSERT_EQ(policy.dictionary(), dictionary(1));
@@ -251,8 +254,10 @@ TEST_F(ManagedPolicyFileTest, InvalidFileKeepsTheLastConfigurationAndLogsOnce)
             << row.name;
         static_cast<void>(policy.dictionary());
         EXPECT_TRUE(log.takeLines().empty()) << row.name;
+        EXPECT_EQ(std::exchange(errors, {}), std::vector{State::malformed}) << row.name;
     }
     EXPECT_TRUE(follows([&] { folder.replace("etc/quorvane/managed.json", json(2)); }, dictionary(2)));
+    EXPECT_TRUE(errors.empty());
 }
 
 TEST_F(ManagedPolicyFileTest, FileWritableByOthersCountsAsMissing)

@@ -1,0 +1,98 @@
+#include "Platform/OutcomeRecorder.h"
+
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+using namespace Platform;
+using namespace std::chrono_literals;
+using Kind = Outcome::Kind;
+using Result = Outcome::Result;
+using Subject = Outcome::Subject;
+
+namespace {
+
+class OutcomeRecorderTest : public testing::Test {
+protected:
+    void recordPush(std::int64_t code) { recorder->record(Subject::push, Result::failed, Kind::alert, code); }
+    /// The number of the last push that is stored; -1 if none is.
+    [[nodiscard]] std::int64_t storedPush() const
+    {
+        const Outcomes stored = storedOutcomes(store);
+        return stored.contains(Subject::push) ? stored.at(Subject::push).code : -1;
+    }
+
+    ManualScheduler scheduler;
+    FakeUserDefaults store;
+    std::optional<OutcomeRecorder> recorder{
+        std::in_place, OutcomeRecorder::Ports{store, scheduler, scheduler.mainQueue, scheduler}};
+};
+
+TEST_F(OutcomeRecorderTest, WritesOneCommitPerSecondHoweverManyOutcomes)
+{
+    struct Case {
+        const char* name;
+        std::chrono::milliseconds delay;
+        int count;
+        /// Afterwards.
+        int commitCount;
+        std::int64_t stored;
+    };
+    const Case cases[] = {
+        {"the first is written at once", 0ms, 1, 1, 1},
+        {"later ones wait", 500ms, 500, 1, 1},
+        {"until a second has passed", 500ms, 0, 2, 501},
+        {"also after the second commit", 100ms, 3, 2, 501},
+        {"the last one counts", 900ms, 0, 3, 504},
+        {"nothing is written while nothing happens", 1h, 0, 3, 504},
+        {"after which the next is written at once", 0ms, 2, 4, 506},
+    };
+    std::int64_t number = 0;
+    for (const Case& row : cases) {
+        scheduler.advance(row.delay);
+        for (int i = 0; i < row.count; ++i)
+            recordPush(++number);
+        scheduler.runUntilIdle();
+        EXPECT_EQ(store.commitCount, row.commitCount) << row.name;
+        EXPECT_EQ(storedPush(), row.stored) << row.name;
+    }
+}
+
+TEST_F(OutcomeRecorderTest, KeepsTheOutcomesOfOtherAreasAndRuns)
+{
+    recorder->record(Subject::upload, Result::succeeded, Kind::none, 204);
+    scheduler.advance(1s);
+    const Date uploadTime = storedOutcomes(store).at(Subject::upload).time;
+    recorder.emplace(OutcomeRecorder::Ports{store, scheduler, scheduler.mainQueue, scheduler});
+    recordPush(7);
+    recorder.reset(); // Before the main queue has written it.
+    scheduler.advance(1s);
+    EXPECT_EQ(storedPush(), 7);
+    EXPECT_EQ(storedOutcomes(store).at(Subject::upload),
+              (Outcome{Result::succeeded, Kind::none, 204, uploadTime}));
+}
+
+TEST_F(OutcomeRecorderTest, SkipsWhatItCannotReadOrWrite)
+{
+    store.isWritable = false;
+    recordPush(1);
+    scheduler.advance(1s);
+    EXPECT_EQ(storedPush(), -1);
+    store.isWritable = true;
+    recordPush(2);
+    scheduler.advance(1s);
+    auto stored = *store.object("Outcomes")->dictionary();
+    auto push = *stored.at("push").dictionary();
+    push["kind"] = "of a later version";
+    stored["upload"] = push;
+    store.set("Outcomes", stored);
+    EXPECT_EQ(storedPush(), 2);
+    EXPECT_EQ(storedOutcomes(store).size(), 1U);
+    store.set("Outcomes", "canary");
+    EXPECT_TRUE(storedOutcomes(store).empty());
+}
+
+} // namespace
