@@ -23,6 +23,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <optional>
+#include <regex>
 #include <sys/socket.h>
 #include <thread>
 #include <vector>
@@ -216,9 +217,11 @@ protected:
         return "unix:path=" + device.path("run/" + socket).string();
     }
 
-    [[nodiscard]] Diagnosis examine() const
+    [[nodiscard]] Diagnosis examine(const std::vector<std::string>& options = {}) const
     {
-        const auto process = device.startConsole({"doctor", "--json", "--timeout", timeout});
+        std::vector<std::string> arguments{"doctor", "--json", "--timeout", timeout};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const auto process = device.startConsole(arguments);
         Diagnosis diagnosis{
             .exitCode = process->waitForExit(), .failed = {}, .prevented = {}, .checks = {}, .text = {}};
         for (const std::string& line : process->lines())
@@ -467,11 +470,8 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
         std::optional<ExchangeRecord> exchange;
         const char* check;
         const char* finding;
-    };
-    const Case cases[] = {
-        {"an older application",
         Platform::Outcomes outcomes = {};
-         "bare-bus",
+    };
     using Platform::Outcome;
     using Subject = Outcome::Subject;
     constexpr Platform::Date longAgo{60};
@@ -483,7 +483,7 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
         return Platform::Outcomes{{Subject::configurationError, {Outcome::Result::failed, kind, 0, time}}};
     };
     const std::optional<PushServiceState> local{{Kind::local}};
-         {},
+    const Case cases[] = {
         {"no push", "bus", local, "", uploaded, "push.last", "skipped: The app has not recorded"},
         {"an accepted alert", "bus", local, "", uploaded, "push.last",
          "ok: The last push, an alert on 2001-01-01 00:01 UTC, was accepted.",
@@ -505,6 +505,9 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
          "ok: The last error", error(Outcome::Kind::notStored, longAgo)},
         {"an error since the snapshot was stored", "bus", local, "", uploaded, "policy.lastError",
          "the configuration could not be stored.", error(Outcome::Kind::notStored, now)},
+        {"an older application",
+         "bare-bus",
+         {},
          "",
          {},
          "push.distributor",
@@ -592,10 +595,10 @@ TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
         device.setEnvironment("DBUS_SESSION_BUS_ADDRESS", address(row.bus));
         store.removeObject("PushService.State");
         store.removeObject("URLSession.LastExchanges");
+        storeOutcomes(store, row.outcomes);
         if (row.service)
             row.service->write(store);
         if (row.exchange)
-        storeOutcomes(store, row.outcomes);
             storeExchanges(store, {{server, *row.exchange}});
         store.set(UnifiedPushRegistration::distributorKey,
                   row.distributor.empty() ? "" : "org.unifiedpush.Distributor." + row.distributor);
@@ -614,6 +617,54 @@ TEST_F(DoctorTest, ReportsAFailedUploadUntilOneSucceeds)
         EXPECT_EQ(diagnosis.failed, status == 200 ? "" : "upload.last") << diagnosis.text;
         EXPECT_EQ(diagnosis.exitCode, status == 200 ? 0 : 1);
     }
+}
+
+TEST_F(DoctorTest, ProbeSendsOneRequestWithoutCredentials)
+{
+    std::string domain = backend->baseURL() + "/mdm/";
+    device.replacePolicy(policy("\"canary\"", domain.replace(8, 0, "user:canary@")));
+    struct Case {
+        Certificate certificate;
+        TestBackend::Reply reply;
+        const char* finding;
+        std::size_t requestCount = 1;
+    };
+    const Case cases[] = {
+        {Certificate::good, {}, "ok: localhost:PORT answers HEAD with status 200 after "},
+        {Certificate::good, {.status = 401}, "ok: localhost:PORT answers HEAD with status 401 after "},
+        {Certificate::good,
+         {.status = 302, .headerFields = {{"Location", "/other"}}},
+         "ok: localhost:PORT answers HEAD with status 302 after "},
+        {Certificate::good, {.status = 503}, "warning: localhost:PORT answers HEAD with status 503 after "},
+        {Certificate::good,
+         {.ending = TestBackend::Ending::closedBefore},
+         "failed: localhost:PORT sends no response: "},
+        {Certificate::good,
+         {.delay = std::chrono::seconds(2)},
+         "failed: localhost:PORT sends no response within 1 s."},
+        {Certificate::expired, {}, "skipped: Not checked; fix backend.dates first.", 0},
+    };
+    timeout = "1";
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.finding);
+        restartBackend(row.certificate);
+        backend->setReply("*", row.reply);
+        EXPECT_FALSE(examine().checks.contains("backend.response"));
+        EXPECT_TRUE(backend->takeRequests().empty());
+        const Diagnosis diagnosis = examine({"--probe"});
+        const std::string expected =
+            std::regex_replace(row.finding, std::regex("PORT"), std::to_string(port));
+        EXPECT_THAT(diagnosis.checks.at("backend.response"), testing::StartsWith(expected));
+        EXPECT_THAT(diagnosis.text, testing::Not(testing::HasSubstr("canary")));
+        const auto requests = backend->takeRequests();
+        ASSERT_EQ(requests.size(), row.requestCount);
+        for (const TestBackend::Request& request : requests) {
+            EXPECT_EQ(request.method + " " + request.target, "HEAD /mdm/");
+            for (const char* field : {"Authorization", "X-Device-Id", "Cookie"})
+                EXPECT_FALSE(request.headerFields.contains(field)) << field;
+        }
+    }
+    EXPECT_EQ(device.startConsole({"doctor", "--probe", "--offline"})->waitForExit(), 64);
 }
 
 TEST(DoctorHelperTest, NamesAHelperWithoutResult)

@@ -240,18 +240,20 @@ void noteFailure(Probe& probe, CURLcode code, const std::string& timeout)
                          probe.detail.data()));
 }
 
-void connect(Probe& probe, const char* url, std::chrono::milliseconds timeout)
+std::string secondsText(std::chrono::milliseconds duration)
+{
+    return fmt::format("{:g} s", std::chrono::duration<double>(duration).count());
+}
+
+/// Sets what every connection needs: address, certificates to trust and version of TLS.
+void prepare(Probe& probe, const char* url)
 {
     probe.set(CURLOPT_URL, url);
     probe.set(CURLOPT_PROTOCOLS_STR, "https");
-    probe.set(CURLOPT_CONNECT_ONLY, 1L);
-    probe.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout.count()));
     probe.set(CURLOPT_NOSIGNAL, 1L);
     // Do not wait for a name server that does not answer.
     probe.set(CURLOPT_QUICK_EXIT, 1L);
     probe.set(CURLOPT_ERRORBUFFER, probe.detail.data());
-    probe.set(CURLOPT_OPENSOCKETDATA, &probe);
-    probe.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
     for (const auto option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO})
         probe.set(option, probe.result.trustedFile.c_str());
     const char* folder = std::getenv("SSL_CERT_DIR");
@@ -260,6 +262,15 @@ void connect(Probe& probe, const char* url, std::chrono::milliseconds timeout)
             probe.set(option, folder);
     }
     probe.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+}
+
+void connect(Probe& probe, const char* url, std::chrono::milliseconds timeout)
+{
+    prepare(probe, url);
+    probe.set(CURLOPT_CONNECT_ONLY, 1L);
+    probe.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout.count()));
+    probe.set(CURLOPT_OPENSOCKETDATA, &probe);
+    probe.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
     probe.set(CURLOPT_SSL_ENABLE_ALPN, 0L);
     // Without certificates to trust, libcurl connects only if it need not verify any.
     probe.set(CURLOPT_SSL_VERIFYPEER, probe.result.trustProblem.empty() ? 1L : 0L);
@@ -270,7 +281,29 @@ void connect(Probe& probe, const char* url, std::chrono::milliseconds timeout)
     // libcurl compares the names. `noteCertificate` has accepted all other problems.
     probe.result.isForOtherHost = code == CURLE_PEER_FAILED_VERIFICATION && probe.hasBegunHandshake;
     if (code != CURLE_OK && !probe.result.isForOtherHost)
-        noteFailure(probe, code, fmt::format("{:g} s", std::chrono::duration<double>(timeout).count()));
+        noteFailure(probe, code, secondsText(timeout));
+}
+
+/// Sends HEAD on a connection of its own, without credentials, and follows no redirect.
+void request(ProbeResult& result, const char* url, std::chrono::milliseconds timeout)
+{
+    Probe probe;
+    probe.result.trustedFile = result.trustedFile;
+    const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(), &curl_easy_cleanup);
+    probe.handle = handle.get();
+    prepare(probe, url);
+    probe.set(CURLOPT_NOBODY, 1L);
+    probe.set(CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    const CURLcode code = curl_easy_perform(probe.handle);
+    curl_off_t duration = 0;
+    curl_easy_getinfo(probe.handle, CURLINFO_TOTAL_TIME_T, &duration);
+    result.responseMilliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::microseconds(duration)).count();
+    result.status = code == CURLE_OK ? probe.number(CURLINFO_RESPONSE_CODE) : 0;
+    if (code == CURLE_OPERATION_TIMEDOUT)
+        result.responseProblem = "sends no response within " + secondsText(timeout);
+    else if (code != CURLE_OK)
+        result.responseProblem = fmt::format("sends no response: {}", curl_easy_strerror(code));
 }
 
 void readTrustedFile(Probe& probe)
@@ -290,15 +323,18 @@ void readTrustedFile(Probe& probe)
 } // namespace
 
 // Arguments: none, to read the trusted certificates only; or the address, the time limit in milliseconds and
-// the scheme of the proxy, which is empty without one.
+// the scheme of the proxy, which is empty without one; and, to send a request too, its address.
 int main(int argc, char** argv)
 {
-    Probe probe{.proxyScheme = argc == 4 ? argv[3] : ""};
+    Probe probe{.proxyScheme = argc >= 4 ? argv[3] : ""};
     // Closes the connection before `probe` ends, which the callbacks need.
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(), &curl_easy_cleanup);
     probe.handle = handle.get();
     readTrustedFile(probe);
-    if (argc == 4)
-        connect(probe, argv[1], std::chrono::milliseconds(std::stol(argv[2])));
+    const std::chrono::milliseconds timeout(argc >= 4 ? std::stol(argv[2]) : 0);
+    if (argc >= 4)
+        connect(probe, argv[1], timeout);
+    if (argc == 5 && probe.result.failedStep.empty())
+        request(probe.result, argv[4], timeout);
     fmt::print("{}\n", boost::json::serialize(boost::json::value_from(probe.result)));
 }

@@ -42,11 +42,19 @@ struct ProbeResult {
     /// An authority whose certificate has expired or is not valid yet.
     std::string outdatedAuthority;
     bool isForOtherHost = false;
+
+    // From the request, if one was sent.
+    /// 0 if there was no response.
+    long status = 0;
+    /// From the start of the connection to the end of the response.
+    std::int64_t responseMilliseconds = 0;
+    /// Why there was no response, as a predicate with the server as its subject.
+    std::string responseProblem;
 };
 
 BOOST_DESCRIBE_STRUCT(ProbeResult, (),
                       (trustedFile, trustProblem, addresses, address, lastError, failedStep, reason, protocol,
                        subject, issuer, names, notBefore, notAfter, chainEnd, chainProblem, outdatedAuthority,
-                       isForOtherHost))
+                       isForOtherHost, status, responseMilliseconds, responseProblem))
 
 } // namespace BackendProbe

@@ -211,6 +211,10 @@ void CommandLine::addDoctor()
     for (const char* option : {"--user", "--all-users"})
         doctorCommand.get_option(option)->needs(offline);
     doctorCommand
+        .add_flag("--probe", m_doctor.isProbing,
+                  "Also send a HEAD request to base_domain, without credentials, and report the status")
+        ->excludes(offline);
+    doctorCommand
         .add_option_function<double>(
             "--timeout",
             [this](double seconds) {

@@ -54,6 +54,8 @@ enum class SchemaFormat { jsonSchema, appConfig, sample };
 struct DoctorOptions {
     /// Skips the checks that use the network.
     bool isOffline = false;
+    /// Sends a request without credentials to the backend.
+    bool isProbing = false;
     /// For each step that waits; connecting to the backend is one step.
     std::chrono::milliseconds timeout = std::chrono::seconds(5);
 };

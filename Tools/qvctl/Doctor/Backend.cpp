@@ -1,5 +1,6 @@
-// Checks of the backend's address, connection and certificate. They send no request, which would need the
-// credentials and leave a trace on the backend. A helper process connects (Tools/BackendProbe).
+// Checks of the backend's address, connection and certificate. Only with --probe they send a request, which
+// leaves a trace on the backend; it never carries credentials. A helper process connects
+// (Tools/BackendProbe).
 
 #include "Core/UnicodeText.h"
 #include "Platform/Encoding.h"
@@ -199,10 +200,25 @@ void checkDates(CheckReport& report, const Attempt& attempt)
                   fmt::format("The certificate is valid from {} to {}.", timeText(begin), timeText(end)));
 }
 
+void checkResponse(CheckReport& report, const Attempt& attempt)
+{
+    constexpr std::int64_t firstServerError = 500;
+    const ProbeResult& result = attempt.result;
+    const std::string found = fmt::format("{} answers HEAD with status {} after {} ms.", attempt.endpoint(),
+                                          result.status, result.responseMilliseconds);
+    if (result.status == 0)
+        report.failed("backend.response", fmt::format("{} {}.", attempt.endpoint(), result.responseProblem),
+                      "Check that the backend behind the certificate is running, and its log.");
+    else if (result.status >= firstServerError)
+        report.warning("backend.response", found, "Check the backend and its log.");
+    else
+        report.ok("backend.response", found);
+}
+
 /// A check of the connection, and the checks that it depends on.
 struct NetworkCheck {
     std::string_view identifier;
-    std::array<std::string_view, 2> needed;
+    std::array<std::string_view, 3> needed;
     void (*run)(CheckReport& report, const Attempt& attempt);
 };
 
@@ -215,6 +231,9 @@ constexpr NetworkCheck networkChecks[] = {
     {"backend.name", {"backend.tls"}, &checkName},
     {"backend.dates", {"backend.tls"}, &checkDates},
 };
+
+constexpr NetworkCheck responseCheck{
+    "backend.response", {"backend.certificate", "backend.name", "backend.dates"}, &checkResponse};
 
 /// The address from the policy file or, without a valid one, from the stored snapshot; absent if not set.
 std::optional<std::string> baseDomain(const Examination& examination)
@@ -272,7 +291,8 @@ ProbeResult runHelper(const std::vector<std::string>& arguments, std::chrono::mi
     const auto folder = std::filesystem::read_symlink(thisProgram).parent_path();
     const std::string program = (folder / QV_BACKEND_PROBE).lexically_normal();
     // The helper obeys the time limit itself; this later one ends a helper that hangs.
-    const auto helperTimeout = timeout + std::chrono::seconds(2);
+    const bool isRequesting = arguments.size() > 3;
+    const auto helperTimeout = (isRequesting ? 2 : 1) * timeout + std::chrono::seconds(2);
     const ProcessOutcome outcome = runSecondProcess(program, arguments, helperTimeout);
     if (!outcome.hasEnded)
         throw std::runtime_error(
@@ -301,6 +321,8 @@ void examineBackend(Examination& examination)
         attempt->proxy = ProxyEnvironment::forHost(attempt->host());
         arguments = {fmt::format("https://{}/", server->endpoint()), std::to_string(timeout.count()),
                      attempt->proxy ? attempt->proxy->scheme : ""};
+        if (examination.limits.isProbing)
+            arguments.push_back(Platform::Network::parseSecureURL(*baseDomain(examination)).url);
     }
     std::string_view missing;
     try {
@@ -314,16 +336,20 @@ void examineBackend(Examination& examination)
         if (attempt)
             missing = "backend.trust";
     }
-    for (const NetworkCheck& check : networkChecks) {
-        if (report.isPrevented(check.identifier,
-                               {"backend.address", missing, check.needed[0], check.needed[1]}))
-            continue;
+    const auto run = [&](const NetworkCheck& check) {
+        if (report.isPrevented(check.identifier, {"backend.address", missing, check.needed[0],
+                                                  check.needed[1], check.needed[2]}))
+            return;
         if (attempt)
             check.run(report, *attempt);
         else
             report.skipped(check.identifier,
                            server ? "Not checked because of --offline." : "No backend is configured.");
-    }
+    };
+    for (const NetworkCheck& check : networkChecks)
+        run(check);
+    if (examination.limits.isProbing)
+        run(responseCheck);
 }
 
 } // namespace Qvctl::Doctor
