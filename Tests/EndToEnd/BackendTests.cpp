@@ -81,10 +81,10 @@ protected:
                                    Storage::SQLiteUserDefaults::Access::readWrite,
                                    clock,
                                    adapterLog};
-    OutcomeRecorder outcomes{{defaults.standard(), clock, scheduler.mainQueue, scheduler}};
+    OutcomeRecorder recorder{{defaults.standard(), clock, scheduler.mainQueue, scheduler}};
     std::shared_ptr<ConfigurationManager> manager = std::make_shared<ConfigurationManager>(
         ConfigurationManager::Ports{logger, defaults, center, scheduler.mainQueue, scheduler.utilityQueue,
-                                    scheduler, clock, outcomes});
+                                    scheduler, clock, recorder});
     Linux::WorkerQueue queue{"tasks", Linux::WorkerQueue::Priority::default_};
     std::unique_ptr<Network::CurlURLSession> session;
 

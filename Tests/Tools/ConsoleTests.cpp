@@ -396,8 +396,9 @@ TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
             EXPECT_THAT(outcome.failure, testing::StartsWith(row.failure)) << row.user;
             EXPECT_EQ(outcome.failure.empty(), std::string_view(row.failure).empty()) << row.user;
             EXPECT_EQ(outcome.diagnostics, row.diagnostics) << row.user;
-            if (row.command == printSurroundings)
+            if (row.command == printSurroundings) {
                 EXPECT_EQ(outcome.output, folder.path().string() + " / true -1 false false true -1 0");
+            }
         });
     ::close(100);
     EXPECT_EQ(count, std::size(cases));
