@@ -95,7 +95,7 @@ PressableItem {
         TextLabel {
             width: parent.width
             text: root.title
-            font: ShellStyle.bannerTitle
+            face: ShellStyle.bannerTitle
             maximumLineCount: 2
             Accessible.ignored: true
         }
@@ -104,7 +104,7 @@ PressableItem {
             width: parent.width
             visible: text !== ""
             text: root.banner.body
-            font: ShellStyle.bannerBody
+            face: ShellStyle.bannerBody
             maximumLineCount: 2
             Accessible.ignored: true
         }

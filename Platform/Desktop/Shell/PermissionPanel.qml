@@ -67,7 +67,7 @@ Modal {
 
                     width: parent.width
                     text: qsTr("\u201c%1\u201d Would Like to Send You Notifications").arg(root.applicationName)
-                    font: ShellStyle.title
+                    face: ShellStyle.title
                     horizontalAlignment: Text.AlignHCenter
                     Accessible.role: Accessible.Heading
                 }
@@ -77,7 +77,7 @@ Modal {
 
                     width: parent.width
                     text: qsTr("Notifications may include alerts, sounds, and icon badges.")
-                    font: ShellStyle.note
+                    face: ShellStyle.note
                     color: ShellStyle.labelSecondary
                     horizontalAlignment: Text.AlignHCenter
                 }

@@ -73,9 +73,7 @@ Modal {
                 anchors.leftMargin: mark.visible ? 12 : ShellStyle.padding
                 anchors.verticalCenter: parent.verticalCenter
                 text: root.applicationName
-                font: ShellStyle.title
-                // Next to the mark in right-to-left layouts too, although the name has Latin letters.
-                horizontalAlignment: Text.AlignLeft
+                face: ShellStyle.title
                 Accessible.role: Accessible.Heading
             }
 

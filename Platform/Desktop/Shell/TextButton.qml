@@ -26,7 +26,7 @@ PressableItem {
         anchors.centerIn: parent
         width: Math.min(naturalWidth, parent.width - ShellStyle.spacing)
         text: root.text
-        font: root.font
+        face: root.font
         color: ShellStyle.tint
         wrapMode: Text.NoWrap
         Accessible.ignored: true
