@@ -93,14 +93,15 @@ PressableItem {
                     }
 
                     CardText {
-                        readonly property real lineHeight: Math.ceil(font.pixelSize * 1.2)
+                        // With the normal text size, the name and the description may fill most of the space above and
+                        // below their box.
+                        readonly property real room: labels.height + 1.5 * Theme.spacing - titleLabel.height
 
                         objectName: "description"
-                        // With the normal text size, as many lines as fit.
-                        maximumLineCount: Theme.isTextLarge ? 100 : (labels.height - titleLabel.height + 1) / lineHeight
-                        visible: maximumLineCount > 0
+                        // As many lines as fit.
+                        maximumLineCount: Theme.isTextLarge ? 100 : Math.max(1, room / (1.2 * font.pixelSize))
                         text: root.description
-                        face: Theme.type.caption
+                        font: Theme.isTextLarge ? TextFit.wholeWords(text, Theme.type.caption, width) : TextFit.inBox(text, Theme.type.caption, Qt.size(width, room), Theme.minimumCaptionScale)
                         color: root.isEnabled ? Theme.color.textSecondary : Theme.color.gray
                     }
                 }
@@ -130,7 +131,7 @@ PressableItem {
                     id: chevron
 
                     anchors.verticalCenter: parent.verticalCenter
-                    width: 16
+                    width: Math.round(16 * Theme.type.scale)
                     height: chevronSymbol.height
 
                     Symbol {

@@ -54,7 +54,7 @@ Panel {
             id: button
 
             objectName: "dashboard.openSettings"
-            width: Math.min(label.implicitWidth, root.isStacked ? grid.room : root.width / 2)
+            width: Math.min(label.implicitWidth, root.isStacked ? grid.room : TextFit.balancedWidth(accessibleName, label.font, Math.floor(root.width / 2)))
             // Extends into the padding to reach the minimum target size.
             height: Math.max(label.height, Theme.minimumTarget)
             cornerRadius: Theme.radius.strip

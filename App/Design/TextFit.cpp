@@ -2,7 +2,8 @@
 
 #include <QFontMetricsF>
 #include <QList>
-#include <QStringList>
+#include <QTextBoundaryFinder>
+#include <QTextLayout>
 
 #include <algorithm>
 #include <cmath>
@@ -14,9 +15,33 @@ namespace {
 /// For the rounding of the text layout.
 constexpr qreal slack = 1;
 
-QStringList words(const QString& text)
+/// Text that stays on one line: a word, a part of a hyphenated word, or a character of Japanese.
+struct Piece {
+    /// Without the spaces at its end.
+    qreal width;
+    qreal spaceWidth;
+};
+
+QList<Piece> pieces(const QString& text, const QFont& font)
 {
-    return text.split(u' ', Qt::SkipEmptyParts);
+    const QFontMetricsF metrics(font);
+    QList<Piece> found;
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Line, text);
+    for (qsizetype start = 0, end = 0; (end = finder.toNextBoundary()) > start; start = end) {
+        const QString piece = text.sliced(start, end - start);
+        const QString word = piece.trimmed();
+        found.append({.width = metrics.horizontalAdvance(word),
+                      .spaceWidth = word.size() < piece.size() ? metrics.horizontalAdvance(u' ') : 0});
+    }
+    return found;
+}
+
+qreal widest(const QList<Piece>& all)
+{
+    qreal width = 0;
+    for (const Piece& piece : all)
+        width = std::max(width, piece.width);
+    return width;
 }
 
 QFont scaled(const QFont& font, qreal scale)
@@ -28,38 +53,53 @@ QFont scaled(const QFont& font, qreal scale)
     return smaller;
 }
 
-/// Returns how many lines wrapped words need. A space is as wide as `space`.
-int lineCount(const QList<qreal>& wordWidths, qreal space, qreal width)
+/// Returns how many lines the wrapped pieces need.
+int lineCount(const QList<Piece>& all, qreal width)
 {
     int count = 1;
     qreal end = 0;
-    for (const qreal word : wordWidths) {
-        if (end > 0 && end + space + word > width) {
+    qreal space = 0;
+    for (const Piece& piece : all) {
+        if (end > 0 && end + space + piece.width > width) {
             ++count;
-            end = word;
-        } else {
-            end += (end > 0 ? space : 0) + word;
+            end = 0;
+            space = 0;
         }
+        end += space + piece.width;
+        space = piece.spaceWidth;
     }
     return count;
+}
+
+qreal wrappedHeight(const QString& text, const QFont& font, qreal width)
+{
+    QTextLayout layout(text, font);
+    layout.setTextOption(QTextOption(Qt::AlignLeft));
+    qreal height = 0;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        height += line.height();
+    }
+    layout.endLayout();
+    return height;
 }
 
 } // namespace
 
 QFont TextFit::wholeWords(const QString& text, const QFont& font, qreal width)
 {
-    const QStringList all = words(text);
+    qsizetype length = 0;
     qsizetype longest = 0;
-    for (const QString& word : all)
-        longest = std::max(longest, word.size());
+    for (const QChar character : text) {
+        length = character == u' ' ? 0 : length + 1;
+        longest = std::max(longest, length);
+    }
     // Few characters are wider than the font's size: most strings need no measurement.
     if (width <= 0 || font.pixelSize() <= 0 || static_cast<qreal>(longest * font.pixelSize()) <= width)
         return font;
-    const QFontMetricsF metrics(font);
-    qreal widest = 0;
-    for (const QString& word : all)
-        widest = std::max(widest, metrics.horizontalAdvance(word));
-    return widest + slack <= width ? font : scaled(font, (width - slack) / widest);
+    const qreal needed = widest(pieces(text, font)) + slack;
+    return needed <= width ? font : scaled(font, (width - slack) / (needed - slack));
 }
 
 QFont TextFit::oneLine(const QString& text, const QFont& font, qreal width, qreal minimumScale)
@@ -76,24 +116,33 @@ QFont TextFit::oneLine(const QString& text, const QFont& font, qreal width, qrea
     return wholeWords(text, smaller, width);
 }
 
+QFont TextFit::inBox(const QString& text, const QFont& font, const QSizeF& size, qreal minimumScale)
+{
+    if (size.width() <= 0 || font.pixelSize() <= 0)
+        return font;
+    const auto isTooHigh = [&](const QFont& tried) {
+        return wrappedHeight(text, tried, size.width()) > size.height();
+    };
+    const int minimumSize = static_cast<int>(std::ceil(font.pixelSize() * minimumScale));
+    QFont smaller = wholeWords(text, font, size.width());
+    while (smaller.pixelSize() > minimumSize && isTooHigh(smaller))
+        smaller = scaled(font, (smaller.pixelSize() - 0.5) / font.pixelSize());
+    return smaller;
+}
+
 qreal TextFit::balancedWidth(const QString& text, const QFont& font, qreal width)
 {
     if (width <= 0)
         return width;
-    const QFontMetricsF metrics(font);
-    const qreal space = metrics.horizontalAdvance(u' ');
-    QList<qreal> wordWidths;
-    for (const QString& word : words(text))
-        wordWidths += metrics.horizontalAdvance(word);
-    const int count = lineCount(wordWidths, space, width - slack);
+    const QList<Piece> all = pieces(text, font);
+    const int count = lineCount(all, width - slack);
     if (count == 1)
         return width;
     qreal tooNarrow = 0;
     qreal enough = width - slack;
     while (enough - tooNarrow > 1) {
         const qreal middle = (tooNarrow + enough) / 2;
-        const bool isEnough = middle >= *std::max_element(wordWidths.cbegin(), wordWidths.cend()) &&
-                              lineCount(wordWidths, space, middle) <= count;
+        const bool isEnough = middle >= widest(all) && lineCount(all, middle) <= count;
         (isEnough ? enough : tooNarrow) = middle;
     }
     return std::min(width, std::ceil(enough + slack));

@@ -51,6 +51,8 @@ QtObject {
     readonly property real pressedOpacity: 0.4
     /// How much smaller the text of a card's name or a button may become before it wraps.
     readonly property real minimumNameScale: 0.8
+    /// How much smaller the text of a card's description may become before it is cut.
+    readonly property real minimumCaptionScale: 0.75
     /// Side length of a symbol per point of the adjacent text.
     readonly property real symbolSidePerPoint: 1.2
 

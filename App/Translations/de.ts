@@ -9,7 +9,7 @@
     </message>
     <message>
         <source>Secure authentication for enterprise apps</source>
-        <translation>Sichere Anmeldung bei Unternehmens-Apps</translation>
+        <translation>Sichere Anmeldung für Firmen-Apps</translation>
     </message>
     <message>
         <source>Remote Casting</source>
@@ -58,7 +58,7 @@
     </message>
     <message>
         <source>Secure authentication for enterprise apps. Sign-in is handled by the Quorvane SSO extension when managed apps request authentication.</source>
-        <translation>Sichere Anmeldung bei Unternehmens-Apps. Die Quorvane SSO-Erweiterung übernimmt die Anmeldung, wenn verwaltete Apps eine Authentifizierung anfordern.</translation>
+        <translation>Sichere Anmeldung für Firmen-Apps. Die Quorvane SSO-Erweiterung übernimmt die Anmeldung, wenn verwaltete Apps eine Authentifizierung anfordern.</translation>
     </message>
 </context>
 <context>
