@@ -19,8 +19,8 @@ PressableItem {
         objectName: "welcome.button"
         anchors.fill: parent
         radius: root.cornerRadius
-        color: Theme.lightColor.orange
-        endColor: Theme.lightColor.orangeSoft
+        color: root.LayoutMirroring.enabled ? Theme.lightColor.orangeSoft : Theme.lightColor.orange
+        endColor: root.LayoutMirroring.enabled ? Theme.lightColor.orange : Theme.lightColor.orangeSoft
         gradientDirection: Panel.Horizontal
         shadow: Theme.shadow.button
     }

@@ -34,7 +34,7 @@ QtObject {
         isReduced: root.isMotionReduced
     }
     readonly property Shadows shadow: Shadows {
-        brand: root.color.orangeShadow
+        brand: root.lightColor.orangeShadow
     }
     readonly property Radii radius: Radii {}
     readonly property Lines line: Lines {}
@@ -131,6 +131,7 @@ QtObject {
     component Shadows: QtObject {
         id: shadows
 
+        /// For items on a background that is always light.
         required property color brand
 
         readonly property ShadowStyle none: ShadowStyle {}

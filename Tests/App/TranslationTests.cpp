@@ -248,6 +248,9 @@ TEST_F(TranslatedScreenTest, RightToLeftLayoutMirrorsEveryItem)
             const bool isMirrored = QGuiApplication::isRightToLeft();
             std::vector<QRectF>& rects = expected[screen];
             std::size_t index = 0;
+            if (const QQuickItem* button = item("welcome.button"); button != nullptr) {
+                EXPECT_EQ(button->property(isMirrored ? "endColor" : "color"), QColor("#ff9500"));
+            }
             for (QQuickItem* each : itemsBelow(window.contentItem())) {
                 QRectF rect = each->mapRectToScene(each->boundingRect());
                 // Letter spacing differs between the directions.
