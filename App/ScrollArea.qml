@@ -87,7 +87,8 @@ Flickable {
 
             objectName: "scroll.indicator"
             parent: root
-            anchors.right: parent.right
+            // The parent is null during destruction.
+            anchors.right: parent?.right
             anchors.rightMargin: 3
             y: inset + Math.max(0, root.visibleArea.yPosition) * trackLength
             width: 3

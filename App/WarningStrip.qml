@@ -16,6 +16,9 @@ Panel {
     implicitHeight: contentHeight + 2 * Theme.padding
     radius: Theme.radius.strip
     color: Theme.color.orangeTint
+    // Screen readers announce it when it appears.
+    Accessible.role: Accessible.Notification
+    Accessible.name: text.text
 
     Symbol {
         id: symbol
@@ -48,6 +51,7 @@ Panel {
             text: qsTr("Notifications are off")
             face: Theme.type.subheadline
             color: Theme.color.textSecondary
+            Accessible.ignored: true
         }
 
         PressableItem {

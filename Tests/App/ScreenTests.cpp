@@ -1,6 +1,7 @@
 #include "Tests/App/ScreenTest.h"
 
 #include <cmath>
+#include <map>
 
 enum Scene { welcome, darkWelcome, dashboard, darkDashboard, activeCard, disabledCard, detail };
 /// A length in points, in windows of 390 by 844 and 1024 by 768; not checked if both are 0.
@@ -168,6 +169,44 @@ TEST_F(ScreenTest, WelcomeScreenIsShownUntilGetStarted)
         animations.pass(125);
     }
     EXPECT_EQ(item("welcome.content"), nullptr);
+}
+
+/// Lists the role and name of the accessible items below `parent` in their order, without those that are
+/// hidden.
+static std::string spoken(const QAccessibleInterface* parent)
+{
+    static const std::map<QAccessible::Role, std::string> roles = {
+        {QAccessible::Heading, "heading"}, {QAccessible::StaticText, "text"},
+        {QAccessible::Button, "button"},   {QAccessible::Notification, "notification"},
+        {QAccessible::Pane, "pane"},       {QAccessible::Graphic, "graphic"}};
+    std::string list;
+    for (int index = 0; index < parent->childCount(); ++index) {
+        const QAccessibleInterface* const child = parent->child(index);
+        if (child->state().invisible)
+            continue;
+        const auto role = roles.find(child->role());
+        list += (role != roles.end() ? role->second : "?") + " " +
+                child->text(QAccessible::Name).left(20).toStdString() + "\n" + spoken(child);
+    }
+    return list;
+}
+
+TEST_F(ScreenTest, ScreenReadersFindRolesNamesAndOrder)
+{
+    const char* const expected[] = {
+        "graphic Quorvane UEM\ntext Welcome to\nheading Quorvane UEM\ntext Your comprehensive U\n"
+        "text Secure, manage, and \nbutton Get Started\n",
+        "graphic Quorvane UEM\nheading Quorvane UEM\ntext Device Management Da\n"
+        "notification Notifications are of\nbutton Open Settings\nbutton Single Sign-On\n"
+        "button Remote Casting\nbutton Notifications\n",
+        "button Back\npane Single Sign-On\nheading Single Sign-On\ntext Secure authenticatio\n"};
+    for (int screen = 0; screen < 3; ++screen) {
+        open(screen > 0);
+        if (screen == 2)
+            content->dashboard()->tapCard(Card::Sso);
+        settle();
+        EXPECT_EQ(spoken(QAccessible::queryAccessibleInterface(&window)), expected[screen]);
+    }
 }
 
 TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessViewIsDestroyed)
