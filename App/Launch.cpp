@@ -10,13 +10,16 @@
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Platform/Desktop/WindowGroup.h"
 #include "Platform/RememberedAppearance.h"
+#include "Platform/Timer.h"
 
 #include <QCoreApplication>
 #include <QIcon>
 #include <QLocale>
 #include <QPixmap>
 
+#include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -26,8 +29,12 @@ namespace App {
 namespace {
 
 using namespace Platform;
+using namespace std::chrono_literals;
 
 constexpr const char* applicationName = "Quorvane MDM";
+/// How long the first window waits for the appearance. A running portal has usually answered by the time the
+/// content is loaded; a longer wait would be noticed where there is none.
+constexpr auto appearanceTime = 20ms;
 
 /// Shows the app's logo as the icon of the windows and in the shell.
 void showIcon()
@@ -44,6 +51,7 @@ public:
     struct Ports {
         Device& device;
         DispatchQueue& mainQueue;
+        TimerScheduler& timers;
         Desktop::Shell& shell;
         AppMain& app;
     };
@@ -59,7 +67,11 @@ public:
             m_ports.shell.setAppearance(value);
         };
         apply(m_rememberedAppearance.current().value_or(Appearance()));
-        m_rememberedAppearance.observe(apply);
+        m_rememberedAppearance.observe([this, apply](const Appearance& value) {
+            apply(value);
+            if (m_appearanceTimeout)
+                reveal();
+        });
     }
 
     static void load(std::optional<Desktop::WindowContent>& content)
@@ -67,9 +79,12 @@ public:
         content.emplace(QStringLiteral("Quorvane.App"), QStringLiteral("ContentView"));
     }
 
-    /// Shows the window or brings it to the front.
+    /// Shows the window or brings it to the front. If no appearance is remembered, as at the first launch,
+    /// the window waits a moment for the system's, so that the first frame has its colors and text size.
     void show()
     {
+        if (m_appearanceTimeout)
+            return;
         if (m_group) {
             m_group->raise();
             return;
@@ -82,8 +97,16 @@ public:
         // After the first frame, so as not to delay it.
         QObject::connect(&m_group->window(), &QQuickWindow::frameSwapped, &m_group->window(), &showIcon,
                          static_cast<Qt::ConnectionType>(Qt::AutoConnection | Qt::SingleShotConnection));
-        m_group->show({{"view", QVariant::fromValue(&m_ports.app.body())},
+        m_group->load({{"view", QVariant::fromValue(&m_ports.app.body())},
                        {"appearance", QVariant::fromValue(&m_appearance)}});
+        if (m_rememberedAppearance.current())
+            m_group->show();
+        else
+            m_appearanceTimeout = m_ports.timers.scheduledTimer(appearanceTime, [this] {
+                // Without a portal, the next launches need not wait.
+                m_rememberedAppearance.remember(Appearance());
+                reveal();
+            });
     }
     /// From now on, closing the window does not end the program but frees the window's memory.
     void keepRunningWhenClosed()
@@ -94,9 +117,14 @@ public:
     }
 
 private:
+    void reveal()
+    {
+        m_appearanceTimeout.reset();
+        m_group->show();
+    }
     void releaseIfClosed()
     {
-        if (!m_group || m_group->window().isVisible())
+        if (!m_group || m_appearanceTimeout || m_group->window().isVisible())
             return;
         m_group.reset();
         m_content.reset();
@@ -108,6 +136,8 @@ private:
     std::optional<Desktop::WindowContent>& m_content;
     AppearanceModel m_appearance;
     std::optional<Desktop::WindowGroup> m_group;
+    /// Set while the window is hidden because the appearance is unknown.
+    std::unique_ptr<Timer> m_appearanceTimeout;
 };
 
 /// The device's strings in the user's language.
@@ -152,7 +182,7 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
         Core::LoggingConfig::setVerboseLoggingEnabled(true);
     app.installDelegate(services.application);
 
-    MainWindow window({*device, runLoop, shell, app}, windowContent);
+    MainWindow window({*device, runLoop, runLoop, shell, app}, windowContent);
     // An instance without a display ends so that the instance launched by the user can run.
     show = [&] { Desktop::hasDisplay() ? window.show() : runLoop.quit(); };
     if (device->staysInBackground())

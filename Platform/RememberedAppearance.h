@@ -17,10 +17,11 @@ public:
     /// The source's appearance or, until that has answered, the remembered one.
     [[nodiscard]] std::optional<Appearance> current() const override;
     void observe(Observer observer) override;
+    /// Writes only if the appearance differs from the remembered one.
+    void remember(const Appearance& appearance);
 
 private:
     [[nodiscard]] std::optional<Appearance> remembered() const;
-    void remember(const Appearance& appearance);
 
     AppearanceSource& m_source;
     UserDefaults& m_store;

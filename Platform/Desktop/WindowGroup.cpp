@@ -77,7 +77,7 @@ WindowGroup::~WindowGroup()
     m_window.releaseResources();
 }
 
-void WindowGroup::show(const QVariantMap& properties)
+void WindowGroup::load(const QVariantMap& properties)
 {
     restoreFrame();
     // With its final size from the start, the content is laid out only once.
@@ -88,7 +88,6 @@ void WindowGroup::show(const QVariantMap& properties)
     m_window.setSource(m_content.document());
     if (m_window.rootObject() == nullptr)
         fatalError("the content of the window cannot be loaded");
-    m_window.show();
 }
 
 void WindowGroup::raise()

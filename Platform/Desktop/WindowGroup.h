@@ -18,7 +18,7 @@ namespace Platform::Desktop {
 
 /// The QML document of a window's content. To shorten the start, a thread of the QML engine loads the
 /// document, and another one lists the system's fonts, while the program prepares its state. The items are
-/// created when the window is shown.
+/// created when the window group is loaded.
 ///
 /// Threads: main.
 class WindowContent {
@@ -51,9 +51,10 @@ public:
 
     [[nodiscard]] QQuickView& window() { return m_window; }
 
-    /// Creates the content with these initial properties and shows the window. Ends the process if the
+    /// Creates the content with these initial properties; the window stays hidden. Ends the process if the
     /// document, which is part of the program, is invalid.
-    void show(const QVariantMap& properties);
+    void load(const QVariantMap& properties);
+    void show() { m_window.show(); }
     /// Brings the window to the front, if the desktop permits it. Shows it again if it was closed.
     void raise();
 

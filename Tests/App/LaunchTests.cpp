@@ -6,6 +6,7 @@
 
 #include <QGuiApplication>
 #include <QIcon>
+#include <QWindow>
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -36,6 +37,12 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
     bool isStored = false;
     bool isStarted = false;
     bool hasIcon = false;
+    bool wasVisibleBefore = true;
+    bool isVisibleAfter = false;
+    const auto isWindowVisible = [] {
+        return !QGuiApplication::topLevelWindows().isEmpty() &&
+               QGuiApplication::topLevelWindows().front()->isVisible();
+    };
     const auto observe = [&] {
         isStarted = device->isStarted;
         hasIcon = !QGuiApplication::windowIcon().isNull();
@@ -59,13 +66,20 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
             device = made.get();
             device->defaults.deliver(
                 PropertyList::Dictionary{{"device_id", "DEV-1"}, {"base_domain", "https://mdm.example.com"}});
-            loop.mainQueue.async([&] { device->registerForRemoteNotifications(); });
+            loop.mainQueue.async([&] {
+                wasVisibleBefore = isWindowVisible();
+                device->reportedAppearance.answerWith({.isDark = true});
+                isVisibleAfter = isWindowVisible();
+                device->registerForRemoteNotifications();
+            });
             constexpr int tries = 1000;
             waitForRequest(loop, tries);
             return std::unique_ptr<Device>(std::move(made));
         });
 
     EXPECT_EQ(exitCode, 0);
+    EXPECT_FALSE(wasVisibleBefore) << "before the appearance is known";
+    EXPECT_TRUE(isVisibleAfter);
     EXPECT_TRUE(isStarted);
     EXPECT_TRUE(hasIcon);
     EXPECT_THAT(lines, Contains("Configuration manager initialized"));

@@ -5,6 +5,7 @@
 #include "Platform/NotificationCenter.h"
 #include "Platform/OutcomeRecorder.h"
 #include "Platform/SystemClock.h"
+#include "Tests/Fakes/FakeAppearance.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/FakeUserNotificationCenter.h"
@@ -22,7 +23,7 @@ public:
     explicit TinyDevice(const Platform::EventLoop& loop) : m_loop(loop) {}
 
     // Platform::Device
-    Platform::AppearanceSource& appearance() override { return m_appearance; }
+    Platform::AppearanceSource& appearance() override { return reportedAppearance; }
     Platform::NotificationPreferences& notificationPreferences() override { return *this; }
     Platform::UserDefaults& systemStore() override { return m_systemStore; }
     const Platform::Services& connect(const Platform::SystemInterface& interface) override
@@ -66,7 +67,6 @@ public:
 
 private:
     const Platform::EventLoop m_loop;
-    Platform::FixedAppearance m_appearance;
     Platform::NotificationCenter m_center;
     Platform::SystemClock m_clock;
     FakeUserDefaults m_systemStore;
@@ -77,6 +77,7 @@ private:
 
 public:
     bool isStarted = false;
+    FakeAppearance reportedAppearance;
     RecordingUnifiedLog log;
     FakeURLSession network{m_loop.mainQueue};
     FakeUserDefaultsDomains defaults{m_center, m_loop.mainQueue};

@@ -1,5 +1,6 @@
 #include "Platform/RememberedAppearance.h"
 
+#include "Tests/Fakes/FakeAppearance.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 
 #include <gtest/gtest.h>
@@ -8,20 +9,6 @@ using namespace Platform;
 
 namespace {
 
-/// Answers when the test says so.
-struct LateAppearance final : AppearanceSource {
-    [[nodiscard]] std::optional<Appearance> current() const override { return answer; }
-    void observe(Observer newObserver) override { observer = std::move(newObserver); }
-    void answerWith(const Appearance& appearance)
-    {
-        answer = appearance;
-        observer(appearance);
-    }
-
-    std::optional<Appearance> answer;
-    Observer observer;
-};
-
 TEST(RememberedAppearanceTest, NextLaunchStartsWithTheLastAppearance)
 {
     const Appearance appearances[] = {
@@ -29,7 +16,7 @@ TEST(RememberedAppearanceTest, NextLaunchStartsWithTheLastAppearance)
     FakeUserDefaults store;
     std::optional<Appearance> last;
     for (const Appearance& appearance : appearances) {
-        LateAppearance system;
+        FakeAppearance system;
         RememberedAppearance launch(system, store);
         EXPECT_EQ(launch.current(), last);
         std::optional<Appearance> seen;
@@ -49,7 +36,7 @@ TEST(RememberedAppearanceTest, InvalidValuesCountAsTheDefaults)
     const PropertyList values[] = {"dark", PropertyList::Dictionary{{"isDark", 1}, {"textPercent", 9000.5}},
                                    PropertyList::Dictionary{{"textPercent", 50}}};
     for (const PropertyList& value : values) {
-        LateAppearance system;
+        FakeAppearance system;
         FakeUserDefaults store;
         store.values.emplace("Appearance", value);
         EXPECT_EQ(RememberedAppearance(system, store).current().value_or(Appearance()), Appearance());
