@@ -33,7 +33,7 @@ using namespace std::chrono_literals;
 
 constexpr const char* applicationName = "Quorvane MDM";
 /// How long the first window waits for the appearance. A running portal has usually answered by the time the
-/// content is loaded; a longer wait would be noticed where there is none.
+/// content is loaded; where no portal runs, a longer wait would be noticed.
 constexpr auto appearanceTime = 20ms;
 
 /// Shows the app's logo as the icon of the windows and in the shell.

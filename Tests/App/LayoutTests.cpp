@@ -27,7 +27,7 @@ struct Visibility {
     qreal reachableBottom;
 };
 
-/// Checks that a text can be read whole.
+/// Checks that text is shown whole.
 static void expectWhole(const QQuickItem* text)
 {
     const auto words = text->property("text").toString().split(u' ');
