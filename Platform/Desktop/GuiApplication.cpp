@@ -41,6 +41,9 @@ std::unique_ptr<QGuiApplication> makeGuiApplication(int& argc, char** argv, Disp
     // Qt takes the first platform whose display can be opened.
     if (mayFallBack)
         qputenv(platformVariable, platforms + "offscreen");
+    // No window takes text. Besides, the input context of Qt 6.4 crashes at a change of focus where a Wayland
+    // compositor has no input device.
+    qputenv("QT_IM_MODULE", "none");
     const auto previousHandler = qInstallMessageHandler(handleStartupMessage);
     auto application = std::make_unique<QGuiApplication>(argc, argv);
     qInstallMessageHandler(previousHandler);

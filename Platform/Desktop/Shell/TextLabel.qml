@@ -20,8 +20,7 @@ Text {
     textFormat: Text.PlainText
     wrapMode: Text.Wrap
     elide: Text.ElideRight
-    // On the right in right-to-left layouts, also for Latin letters. Without a value, Qt 6.4 crashes on an empty string
-    // under Wayland if there is no input device.
+    // On the right in right-to-left layouts, also for Latin letters.
     horizontalAlignment: Text.AlignLeft
     Accessible.role: Accessible.StaticText
     Accessible.name: text
