@@ -13,7 +13,7 @@ class UserDefaults;
 /// How an upload, a push or a configuration change ended, for diagnosis by another process. Holds only a
 /// time, names from this file and a number, never a configured value, a token or the text of a notification.
 struct Outcome {
-    /// The areas of which the last outcome is stored.
+    /// What an outcome is about. The store keeps the last one of each.
     enum class Subject { upload, push, configurationError };
     enum class Result {
         succeeded,

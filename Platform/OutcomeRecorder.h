@@ -24,7 +24,7 @@ class TimerScheduler;
 class OutcomeRecorder {
 public:
     struct Ports {
-        /// The system's own store, not one that other programs use.
+        /// The system's own store.
         UserDefaults& store;
         const Clock& clock;
         DispatchQueue& mainQueue;
@@ -34,7 +34,7 @@ public:
     static constexpr std::chrono::milliseconds interval = std::chrono::seconds(1);
 
     explicit OutcomeRecorder(const Ports& ports);
-    /// Writes what is not written yet.
+    /// Writes pending outcomes.
     ~OutcomeRecorder();
     OutcomeRecorder(const OutcomeRecorder&) = delete;
     OutcomeRecorder& operator=(const OutcomeRecorder&) = delete;

@@ -18,7 +18,7 @@ namespace {
 class OutcomeRecorderTest : public testing::Test {
 protected:
     void recordPush(std::int64_t code) { recorder->record(Subject::push, Result::failed, Kind::alert, code); }
-    /// The number of the last push that is stored; -1 if none is.
+    /// The code of the stored push, or -1 without one.
     [[nodiscard]] std::int64_t storedPush() const
     {
         const Outcomes stored = storedOutcomes(store);
