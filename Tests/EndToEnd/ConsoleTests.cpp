@@ -299,7 +299,7 @@ TEST_F(ProgramTest, StatusShowsTheRestIfTheSnapshotCannotBeRead)
 TEST_F(ProgramTest, StatusShowsTheLastOutcomesWithoutValues)
 {
     device.replacePolicy(
-        R"({"base_domain": "canary.localhost:1", "api_key": "canary", "device_id": "canary"})");
+        R"({"base_domain": "localhost:1/canary", "api_key": "canary", "device_id": "canary"})");
     device.write(device.path("alert.json"), R"({"aps": {"alert": "canary"}})");
     device.write(device.path("silent.json"), R"({"aps": {"content-available": 1}, "canary": "canary"})");
     device.write(device.path("unreadable.json"), "canary");
