@@ -79,12 +79,12 @@ TEST_F(ProgramTest, SetRefusesFilesWithLintErrors)
         {"bad.json --json", 78, R"("outcome":"refused","findings":[{"severity":"error")", "good.json"},
         {"half.json", 78, "half.json:1:13: error: the file is invalid", "good.json"},
         {"half.json --force", 78, "half.json was not installed: it cannot be parsed", "good.json"},
-        {"good.json", 0, "managed.json is already up to date", "good.json"},
+        {"good.json", 0, "managed.json: unchanged", "good.json"},
         {"good.json --json", 0, R"("outcome":"unchanged")", "good.json"},
-        {"bad.json --force", 0, "Installed ", "bad.json"},
-        {"- < good.json", 0, "Installed ", "good.json"},
-        {"good.json; chmod 640 $QUORVANE_MANAGED_CONFIGURATION; $QVCTL config set good.json", 0, "Installed ",
-         "good.json"},
+        {"bad.json --force", 0, "managed.json: changed", "bad.json"},
+        {"- < good.json", 0, "managed.json: changed", "good.json"},
+        {"good.json; chmod 640 $QUORVANE_MANAGED_CONFIGURATION; $QVCTL config set good.json", 0,
+         "managed.json: changed", "good.json"},
     };
     for (const Case& row : cases) {
         const Outcome outcome = shell(std::string("cd $DEVICE; $QVCTL config set ") + row.arguments);
@@ -114,24 +114,27 @@ TEST_F(ProgramTest, PolicyInstalledByRootIsReadableWithAnyUmask)
         ln -sf $DEVICE/policy.plist $folder/managed.plist; try link policy.plist
         mkfifo $folder/managed.json; try pipe policy.plist
         try 'no change' policy.plist
+        chmod 700 $folder; try 'closed again' policy.plist
         rm $folder/*; mkdir $folder/managed.json; try folder policy.plist 2>&1
         $QVCTL config clear 2>&1; ls -d $folder/managed.json
     )");
     if (!outcome)
         GTEST_SKIP() << "needs root and a mount namespace";
-    EXPECT_EQ(outcome->output, R"(missing: Installed /etc/quorvane-mdm/managed.json
+    EXPECT_EQ(outcome->output, R"(missing: /etc/quorvane-mdm/managed.json: changed
 755 644
-closed: Installed /etc/quorvane-mdm/managed.json
+closed: /etc/quorvane-mdm/managed.json: changed
 755 644
-set user: Installed /etc/quorvane-mdm/managed.json
+set user: /etc/quorvane-mdm/managed.json: changed
 755 644
-other format: Installed /etc/quorvane-mdm/managed.plist
+other format: /etc/quorvane-mdm/managed.plist: changed
 755 644
-link: Installed /etc/quorvane-mdm/managed.plist
+link: /etc/quorvane-mdm/managed.plist: changed
 755 644
-pipe: Installed /etc/quorvane-mdm/managed.plist
+pipe: /etc/quorvane-mdm/managed.plist: changed
 755 644
-no change: /etc/quorvane-mdm/managed.plist is already up to date
+no change: /etc/quorvane-mdm/managed.plist: unchanged
+755 644
+closed again: /etc/quorvane-mdm/managed.plist: changed
 755 644
 qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it away
 755 750
@@ -196,15 +199,15 @@ TEST_F(ProgramTest, PolicyInstalledByAUserIsPrivate)
     )");
     if (outcome.exitCode == unsupported)
         GTEST_SKIP() << "needs root";
-    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(Installed [^ ]*/own.json
+    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"([^ ]*/own.json: changed
 65534 700
 65534 700
 65534 600
-Installed [^ ]*/theirs.json
+[^ ]*/theirs.json: changed
 exit 0
 0 644
 qvctl: other users cannot enter [^ ]*/closed, so their apps do not find the policy file; run: chmod .*
-Installed [^ ]*/closed/managed.json
+[^ ]*/closed/managed.json: changed
 exit 0
 qvctl: nothing was changed: .*/writable can be written by others \(mode 0775\).*
 )"));

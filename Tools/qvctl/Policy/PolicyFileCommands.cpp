@@ -92,11 +92,10 @@ ExitCode configSet(const Options& options, const std::string& file, bool isForce
     if (options.isJSON)
         printJSON({{"path", result.file.string()},
                    {"outcome", result.isChanged ? "installed" : "unchanged"},
+                   {"isChanged", result.isChanged},
                    {"findings", findingsJSON(findings)}});
-    else if (result.isChanged)
-        print("Installed {}\n", result.file);
     else
-        print("{} is already up to date\n", result.file);
+        print("{}: {}\n", result.file, result.isChanged ? "changed" : "unchanged");
     return success;
 }
 

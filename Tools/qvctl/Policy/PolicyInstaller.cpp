@@ -78,10 +78,12 @@ Installation installPolicy(const std::vector<fs::path>& candidates, std::string_
     const auto present = existingFiles(folder, candidates);
     Installation result;
     result.file = target;
-    if (isRoot() && folder.path() == Platform::Linux::policyFolder && folder.mode() != rootFolderMode)
+    const bool isFolderWrong =
+        isRoot() && folder.path() == Platform::Linux::policyFolder && folder.mode() != rootFolderMode;
+    if (isFolderWrong)
         folder.setMode(rootFolderMode);
     if (isInstalled(folder, target, bytes, fileMode) && present.size() == 1) {
-        result.isChanged = false;
+        result.isChanged = isFolderWrong;
     } else {
         folder.replace(target.filename(), bytes, fileMode);
         for (const fs::path& file : present) {

@@ -11,7 +11,7 @@ namespace Qvctl::Policy {
 /// The result of installing a policy file.
 struct Installation {
     std::filesystem::path file;
-    /// False if the file already had exactly these bytes and nothing was written.
+    /// False if the file already had exactly these bytes, owner and mode, and nothing was written.
     bool isChanged = true;
     /// The first folder above the file that other users cannot enter, so that their apps do not find the
     /// file. Empty if they can enter all folders, or if this user is not root.
