@@ -3,7 +3,7 @@
 namespace Platform {
 
 /// The exit codes of the programs, following sysexits(3). `checkFailed` is the result of a check that found
-/// problems, not an error of the program.
+/// problems, not an error of the program. `timedOut` is what sysexits(3) calls a temporary failure.
 enum ExitCode {
     success = 0,
     checkFailed = 1,
@@ -11,6 +11,7 @@ enum ExitCode {
     noInput = 66,
     unavailable = 69,
     internal = 70,
+    timedOut = 75,
     configuration = 78
 };
 

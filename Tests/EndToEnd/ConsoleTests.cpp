@@ -162,14 +162,15 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
     };
     run("push", {"push", device.path("payload.json")});
     run("notifications", {"notifications"});
-    run("status", {"status", "--reveal"});
+    run("status", {"status", "--reveal", "--check", "running"});
+    run("wait", {"wait"});
     run("snapshot", {"snapshot"});
     run("config show", {"config", "show"});
     run("config lint", {"config", "lint", policy});
     run("config explain", {"config", "explain"});
     run("config schema", {"config", "schema"});
     std::filesystem::copy_file(policy, device.path("again.json"));
-    const auto set = device.startConsole({"config", "set", device.path("again.json"), "--json"});
+    const auto set = device.startConsole({"config", "set", device.path("again.json"), "--wait", "--json"});
     ASSERT_EQ(set->waitForExit(), 0);
     for (const std::string& line : set->lines()) { // Standard error is included.
         if (line.starts_with("{"))
@@ -188,7 +189,8 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
     for (const auto& [command, documented] : documentedCommands()) {
         std::set<std::string> example = membersOf(documented.example, documented.members);
         if (command == "status")
-            example.insert("deviceToken"); // The example is without --reveal.
+            example.merge(std::set<std::string>{"deviceToken", "conditions[].name", "conditions[].isMet",
+                                                "conditions[].reason"}); // The example is without options.
         EXPECT_EQ(example, documented.members) << "the example of " << command;
         if (command == "log")
             continue; // Checked by LogReadsTheJournal, which has a journal.
@@ -521,6 +523,8 @@ protected:
                 {"qvctl config schema --format=s", {"sample"}},
                 {"qvctl config schema --format=sample --j", {"--json"}},
                 {"qvctl log --level e", {"error"}},
+                {"qvctl status --check=r", {"running"}},
+                {"qvctl wait --u", {"--uploaded"}},
                 {"qvctl log --f", {"--follow"}},
                 {"qvctl log --limit ", {}},
                 {"qvctl privacy grant ", {"notifications"}},

@@ -48,6 +48,12 @@ int main(int argc, char** argv)
         ->check(CLI::Range(1, most))
         ->capture_default_str();
     auto* secrets = line.add_subcommand("secrets", "Search logs, output and files for secrets");
+    int races = 1000;
+    auto* wait = line.add_subcommand("wait", "Change the configuration while qvctl wait starts");
+    wait->add_option("--races", races, "Number of changes")
+        ->check(CLI::Range(1, most))
+        ->capture_default_str();
+    wait->add_option("--seed", seed, "Seed of an earlier run to repeat");
     double seconds = 60;
     auto* attacker = line.add_subcommand("attacker", "Have another user try to plant a policy file");
     attacker->add_option("--seconds", seconds, "Duration")->check(CLI::PositiveNumber)->capture_default_str();
@@ -67,6 +73,8 @@ int main(int argc, char** argv)
             fleetTrial(programs, devices);
         else if (*secrets)
             secretsTrial(programs);
+        else if (*wait)
+            waitTrial(programs, races, seed);
         else if (*attacker)
             attackerTrial(seconds);
         return 0;

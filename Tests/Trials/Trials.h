@@ -27,6 +27,8 @@ void soakTrial(const TrialPrograms& programs, double minutes);
 void fleetTrial(const TrialPrograms& programs, int devices);
 /// Searches logs, output, records and file names for secrets.
 void secretsTrial(const TrialPrograms& programs);
+/// Changes the stored configuration `races` times while `qvctl wait` starts.
+void waitTrial(const TrialPrograms& programs, int races, unsigned seed);
 /// Has another user plant policy files, in a race with the reader. Skipped, with a message, unless run as
 /// root.
 void attackerTrial(double seconds);

@@ -7,6 +7,7 @@
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Spelling.h"
 #include "Tools/qvctl/TimeText.h"
+#include "Tools/qvctl/WaitOptions.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -159,10 +160,15 @@ CommandLine::~CommandLine() = default;
 
 void CommandLine::addStateCommands()
 {
-    addInspection("status", "Show the applied configuration and the app's state", status);
+    addConditions(addInspection("status", "Show the applied configuration and the app's state",
+                                [this](const Options& options) { return status(options, m_conditions); }),
+                  m_conditions);
     addInspection("snapshot", "Show what the single-sign-on extension reads", snapshot);
     addCommand(*m_parser, "watch", "Show each configuration version as it is applied",
                [this] { return watch(m_options); });
+    addGoals(addCommand(*m_parser, "wait", "Wait until the policy file is applied or the token uploaded",
+                        [this] { return wait(m_options, m_wait); }),
+             m_wait);
 
     CLI::App& logCommand = addCommand(*m_parser, "log", "Show the app's log from the journal", [this] {
         m_log.limit = m_limit;
@@ -240,11 +246,14 @@ void CommandLine::addConfigCommands()
         .add_option("FILE", m_file, "Policy file to explain (default: this device's); - reads standard input")
         ->check(nonEmptyFileName());
     CLI::App& set = addCommand(config, "set", "Check a policy file and install it atomically",
-                               [this] { return configSet(m_options, *m_file, m_isForced); });
+                               [this] { return configSet(m_options, *m_file, m_install); });
     set.add_option("FILE", m_file, "Policy file to install; - reads standard input")
         ->required()
         ->check(nonEmptyFileName());
-    set.add_flag("--force", m_isForced, "Install the file even if lint reports errors in it");
+    set.add_flag("--force", m_install.isForced, "Install the file even if lint reports errors in it");
+    CLI::Option* waiting =
+        set.add_flag("--wait", m_install.isWaiting, "Wait until the app has applied the file's values");
+    addTimeout(set, m_install.timeout)->needs(waiting);
     addCommand(config, "clear", "Remove the policy file", [this] { return configClear(m_options); });
     addCommand(config, "forget", "Delete this user's snapshot, including the API key",
                [this] { return configForget(m_options); });

@@ -55,7 +55,9 @@ private:
     UserSelection m_users;
     std::optional<std::string> m_file;
     std::vector<std::string> m_files;
-    bool m_isForced = false;
+    std::vector<std::string> m_conditions;
+    WaitOptions m_wait;
+    InstallOptions m_install;
     std::string m_service;
     SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
     std::optional<std::int64_t> m_limit;

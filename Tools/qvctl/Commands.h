@@ -29,6 +29,26 @@ private:
     ExitCode m_exitCode;
 };
 
+/// Absent for no limit.
+using WaitLimit = std::optional<std::chrono::milliseconds>;
+
+/// What `wait` waits for: `version` if present, otherwise `isUploaded`, otherwise the policy file's values.
+struct WaitOptions {
+    /// The stored snapshot has this version or a later one.
+    std::optional<std::int64_t> version;
+    bool isUploaded = false;
+    WaitLimit timeout;
+};
+
+/// The options of `config set`.
+struct InstallOptions {
+    /// Installs a file with errors, too.
+    bool isForced = false;
+    /// Waits until the app has applied the file.
+    bool isWaiting = false;
+    WaitLimit timeout;
+};
+
 /// The options of every command.
 struct Options {
     std::optional<std::string> managedConfiguration;
@@ -62,18 +82,21 @@ struct DoctorOptions {
 
 // One function per command; each prints its output and returns the exit code. Errors: `CommandError`, and
 // other exceptions of the functions they call.
-ExitCode status(const Options& options);
+/// `conditions` are names from Conditions.h; the exit code is `checkFailed` unless all are met.
+ExitCode status(const Options& options, const std::vector<std::string>& conditions);
 ExitCode snapshot(const Options& options);
 /// Runs until SIGINT or SIGTERM, or until standard output has no reader.
 ExitCode watch(const Options& options);
+/// Waits until a condition is met. Ends the process if a signal interrupts it.
+ExitCode wait(const Options& options, const WaitOptions& goal);
 ExitCode log(const Options& options, const LogOptions& selection);
 ExitCode configShow(const Options& options);
 /// In this and the following commands, the file "-" is standard input.
 ExitCode configLint(const Options& options, const std::vector<std::string>& files);
 /// Explains this device's policy file if `file` is absent.
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file);
-/// Refuses a file with errors unless `isForced`.
-ExitCode configSet(const Options& options, const std::string& file, bool isForced);
+/// Refuses a file with errors unless forced.
+ExitCode configSet(const Options& options, const std::string& file, const InstallOptions& how);
 ExitCode configClear(const Options& options);
 /// Deletes this user's stored snapshot, which includes the API key.
 ExitCode configForget(const Options& options);

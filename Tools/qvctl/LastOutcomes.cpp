@@ -1,5 +1,6 @@
 #include "Tools/qvctl/LastOutcomes.h"
 
+#include "Core/Constants.h"
 #include "Platform/URLSession.h"
 #include "Tools/qvctl/Output.h"
 
@@ -70,6 +71,12 @@ std::optional<Outcome> outcomeOf(const Platform::Outcomes& outcomes, Outcome::Su
 {
     const auto found = outcomes.find(subject);
     return found != outcomes.end() ? std::optional(found->second) : std::nullopt;
+}
+
+bool isUpload(const Platform::Network::ExchangeRecord& record, std::string_view url)
+{
+    return record.method == Core::Constants::HTTPRequestMethods::post &&
+           record.pathSegmentCount == Platform::Network::pathSegmentCount(url);
 }
 
 std::string networkErrorClause(std::int64_t code)

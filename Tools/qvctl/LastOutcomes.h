@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Network/ExchangeRecord.h"
 #include "Platform/Outcome.h"
 
 #include <boost/json.hpp>
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace Qvctl {
 
@@ -14,6 +16,9 @@ namespace Qvctl {
 
 std::optional<Platform::Outcome> outcomeOf(const Platform::Outcomes& outcomes,
                                            Platform::Outcome::Subject subject);
+
+/// Whether `record` is of an upload of the device token to `url`.
+bool isUpload(const Platform::Network::ExchangeRecord& record, std::string_view url);
 
 /// Why a request got no response, as a clause. `code` is a `URLError::Code`.
 std::string networkErrorClause(std::int64_t code);

@@ -24,4 +24,7 @@ Core::ValidatedConfig maskedConfig(Core::ValidatedConfig config, bool isRevealin
 /// The value of `key` on one line; empty if it has none.
 std::string joinedValues(const Core::ManagedKey& key, const Core::ValidatedConfig& config);
 
+/// The names of the keys whose values differ, separated by commas; empty if none do.
+std::string differingKeys(const Core::ValidatedConfig& left, const Core::ValidatedConfig& right);
+
 } // namespace Qvctl

@@ -6,6 +6,7 @@
 #include "Platform/Push/PushServiceState.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/Conditions.h"
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/DevicePolicy.h"
 #include "Tools/qvctl/LastOutcomes.h"
@@ -15,6 +16,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <limits>
@@ -245,14 +247,22 @@ void printValue(const ManagedKey& key, const Core::ValidatedConfig& config)
 
 } // namespace
 
-ExitCode status(const Options& options)
+ExitCode status(const Options& options, const std::vector<std::string>& conditions)
 {
     const DeviceState state = readState(options);
-    if (options.isJSON)
-        printJSON(statusJSON(state, options));
-    else
+    const Verifications verified = verify(options, conditions);
+    if (options.isJSON) {
+        auto object = statusJSON(state, options);
+        if (!conditions.empty())
+            object["conditions"] = conditionsJSON(verified);
+        printJSON(std::move(object));
+    } else {
         printStatus(state, options);
-    return state.exitCode;
+        printConditions(verified);
+    }
+    const bool isEachMet = std::all_of(verified.begin(), verified.end(),
+                                       [](const auto& condition) { return condition.second.isMet; });
+    return state.exitCode == success && !isEachMet ? checkFailed : state.exitCode;
 }
 
 ExitCode snapshot(const Options& options)

@@ -10,6 +10,7 @@
 #include "Tools/qvctl/Doctor/Deadline.h"
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/Doctor/SecondProcess.h"
+#include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Policy/LintFindings.h"
 
@@ -236,19 +237,6 @@ void checkSuite(Examination& examination)
     }
 }
 
-/// Lists the keys whose stored value differs from the policy file.
-std::string differingKeys(const Core::ConfigurationSnapshot& snapshot, const Core::ValidatedConfig& policy)
-{
-    std::string keys;
-    for (const Core::ManagedKey& key : Core::managedKeys()) {
-        const auto stored = Core::valuesOf(key, snapshot.config);
-        const auto configured = Core::valuesOf(key, policy);
-        if (!std::equal(stored.begin(), stored.end(), configured.begin(), configured.end()))
-            keys.append(keys.empty() ? "" : ", ").append(key.name);
-    }
-    return keys;
-}
-
 void checkCurrency(Examination& examination)
 {
     CheckReport& report = examination.report;
@@ -257,7 +245,7 @@ void checkCurrency(Examination& examination)
                            {"suite.readable", "policy.file", "policy.permissions", "policy.syntax"},
                            isPolicyKnown ? "" : "There is no valid policy file to compare with"))
         return;
-    const std::string keys = differingKeys(*examination.snapshot, *examination.policy);
+    const std::string keys = differingKeys(examination.snapshot->config, *examination.policy);
     if (keys.empty()) {
         report.ok("suite.current", "The stored snapshot matches the policy file.");
         return;

@@ -1,6 +1,5 @@
 // Checks the last upload of the device token in the app's record of its requests.
 
-#include "Core/Constants.h"
 #include "Platform/Network/ExchangeRecord.h"
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/LastOutcomes.h"
@@ -54,9 +53,7 @@ void checkExchange(Examination& examination, const SecureURL& target)
         report.skipped(uploadCheck, shell.problem() + ".");
     } else if (found == exchanges.end()) {
         reportNoRequest(examination, target.endpoint());
-    } else if (const ExchangeRecord& last = found->second;
-               last.method != Core::Constants::HTTPRequestMethods::post ||
-               last.pathSegmentCount != pathSegmentCount(target.url)) {
+    } else if (const ExchangeRecord& last = found->second; !isUpload(last, target.url)) {
         report.skipped(uploadCheck,
                        fmt::format("The last request to {}, on {}, was not an upload of the device token.",
                                    target.endpoint(), timeText(last.time)));

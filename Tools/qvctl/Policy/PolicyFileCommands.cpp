@@ -6,10 +6,12 @@
 #include "Tools/qvctl/Policy/LintOutput.h"
 #include "Tools/qvctl/Policy/PolicyFiles.h"
 #include "Tools/qvctl/Policy/PolicyInstaller.h"
+#include "Tools/qvctl/WaitCommand.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Qvctl {
 
@@ -57,6 +59,22 @@ ExitCode lintFile(const Options& options, const std::string& file)
     return hasErrors(findings) ? configuration : success;
 }
 
+/// Waits until the app has applied the installed file, and prints the end of the output.
+ExitCode finishWaiting(const Options& options, const PolicyFileReading& installed, const InstallOptions& how,
+                       json::object object)
+{
+    flushOutput();
+    const WaitEnd end = waitUntilApplied(options, installed.bytes, how.timeout);
+    object["isApplied"] = end.exitCode == success;
+    if (end.exitCode != success)
+        return fail(options, end.exitCode, "the file was installed, but " + end.reason, std::move(object));
+    if (options.isJSON)
+        printJSON(std::move(object));
+    else
+        print("The app has applied it.\n");
+    return success;
+}
+
 } // namespace
 
 ExitCode configLint(const Options& options, const std::vector<std::string>& files)
@@ -67,7 +85,7 @@ ExitCode configLint(const Options& options, const std::vector<std::string>& file
     return worst;
 }
 
-ExitCode configSet(const Options& options, const std::string& file, bool isForced)
+ExitCode configSet(const Options& options, const std::string& file, const InstallOptions& how)
 {
     const PolicyFileReading reading = readNamedPolicy(file);
     if (isAbsent(reading))
@@ -76,7 +94,7 @@ ExitCode configSet(const Options& options, const std::string& file, bool isForce
     if (!options.isJSON)
         reportFindings(file, findings);
     const bool isParsed = reading.state == PolicyFileReading::State::good;
-    if (hasErrors(findings) && !(isParsed && isForced))
+    if (hasErrors(findings) && !(isParsed && how.isForced))
         return fail(options, configuration,
                     fmt::format("{} was not installed: {}", file,
                                 isParsed ? "fix its errors, or install it anyway with --force"
@@ -89,13 +107,16 @@ ExitCode configSet(const Options& options, const std::string& file, bool isForce
         printError(
             "other users cannot enter {}, so their apps do not find the policy file; run: chmod go+x {}",
             result.closedFolder, result.closedFolder);
-    if (options.isJSON)
-        printJSON({{"path", result.file.string()},
-                   {"outcome", result.isChanged ? "installed" : "unchanged"},
-                   {"isChanged", result.isChanged},
-                   {"findings", findingsJSON(findings)}});
-    else
+    if (!options.isJSON)
         print("{}: {}\n", result.file, result.isChanged ? "changed" : "unchanged");
+    json::object object{{"path", result.file.string()},
+                        {"outcome", result.isChanged ? "installed" : "unchanged"},
+                        {"isChanged", result.isChanged},
+                        {"findings", findingsJSON(findings)}};
+    if (how.isWaiting)
+        return finishWaiting(options, reading, how, std::move(object));
+    if (options.isJSON)
+        printJSON(std::move(object));
     return success;
 }
 
