@@ -155,7 +155,8 @@ protected:
         stopAfterUpload(200);
     }
 
-    /// Stops the app once it has recorded an upload with this status code.
+    /// Stops the app once it has recorded an upload with this status code, which is its last write: a process
+    /// that is stopped while it writes locks the store.
     void stopAfterUpload(int status)
     {
         bool isUploaded = false;
@@ -163,7 +164,7 @@ protected:
             const auto process = device.startConsole({"status", "--json"});
             process->waitForExit();
             isUploaded =
-                boost::json::parse(process->lines().back()).at_pointer("/lastRequest/statusCode") == status;
+                boost::json::parse(process->lines().back()).at_pointer("/lastUpload/statusCode") == status;
         }
         EXPECT_TRUE(isUploaded);
         application->signal(SIGSTOP);
