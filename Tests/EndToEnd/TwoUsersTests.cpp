@@ -98,8 +98,8 @@ TEST_F(ProgramTest, AppStoresNothingInAFolderOfAnotherUser)
     EXPECT_EQ(after.output, prepared.output + "belongs to user 65534, not to user 12345\n");
 }
 
-/// Adds users with homes in $DEVICE/home: "bob" and "alice" have a state, "carol" has none, the state folders of the
-/// others are attacks.
+/// Adds users with homes in $DEVICE/home: "bob" and "alice" have a state, "carol" has none, the state folders
+/// of the others are attacks.
 constexpr const char* usersWithHomes = R"sh(
     umask 022
     chmod 755 $DEVICE
@@ -117,11 +117,12 @@ constexpr const char* usersWithHomes = R"sh(
         HOME=$DEVICE/home/$name setpriv --reuid $(id -u $name) --regid $(id -g $name) --clear-groups -- "$@"
     }
     for name in bob alice carol linker piper borrower; do add_user $name; done
-    as alice $QVCTL privacy grant notifications
-    as bob $QVCTL privacy revoke notifications
+    as alice $QVCTL privacy grant notifications > /dev/null
+    as bob $QVCTL privacy revoke notifications > /dev/null
     mkdir -m 755 $DEVICE/roots
     (umask 077; cp $DEVICE/home/alice/.local/share/quorvane-mdm/shell.sqlite $DEVICE/roots)
     as linker ln -s $DEVICE/roots $DEVICE/home/linker/.local/share/quorvane-mdm
+    chmod 700 $DEVICE/home/alice # As useradd does.
     state=$DEVICE/home/piper/.local/share/quorvane-mdm
     as piper mkdir -m 700 $state
     as piper mkfifo $state/shell.sqlite $state/com.quorvane.mdm.sqlite
@@ -137,8 +138,8 @@ TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         export HOME=$DEVICE/roots/home
         echo no option; $QVCTL status 2>&1 | row
         echo all; $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
-        echo JSON; $QVCTL notifications --all-users --json 2> /dev/null | cut -c -47
-        for name in alice carol piper alcie 'bob --all-users'; do
+        echo JSON; $QVCTL notifications --all-users --json 2> /dev/null | cut -c -46
+        for name in alice carol alcie 'bob --all-users'; do
             echo $name; $QVCTL status --user $name 2>&1 | row; echo ${PIPESTATUS[0]}
         done
         echo doctor
@@ -148,6 +149,7 @@ TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         as bob $QVCTL status --user bob | row
         as bob $QVCTL status --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
         as bob $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
+        echo completion; $QVCTL --complete status --user ''
         files | diff /etc/before -
         sed -i /home/d /etc/passwd; $QVCTL snapshot --all-users 2>&1; echo $?
     )sh");
@@ -162,6 +164,52 @@ Notifications   denied
 alice (user 65001)
 Notifications   allowed
 linker (user 65003)
+Notifications   not asked yet
+qvctl: linker: Cannot read /home/linker/.local/share/quorvane-mdm/shell.sqlite: unable to open database file
+piper (user 65004)
+Notifications   not asked yet
+qvctl: piper: Cannot read /home/piper/.local/share/quorvane-mdm/shell.sqlite: /home/piper/.local/share/quorvane-mdm/shell.sqlite is not a regular file; remove it
+qvctl: piper: Cannot read /home/piper/.local/share/quorvane-mdm/com.quorvane.mdm.sqlite: /home/piper/.local/share/quorvane-mdm/com.quorvane.mdm.sqlite is not a regular file; remove it
+borrower (user 65005)
+qvctl: borrower: cannot access /home/borrower/.local/share/quorvane-mdm: Permission denied
+69
+JSON
+{"version":1,"user":"bob","notifications":[]}
+{"version":1,"user":"alice","notifications":[]
+{"version":1,"user":"linker","notifications":[
+{"version":1,"user":"piper","notifications":[]
+{"version":1,"user":"borrower","error":"cannot
+alice
+Notifications   allowed
+0
+carol
+Notifications   not asked yet
+0
+alcie
+qvctl: there is no user 'alcie'. Did you mean 'alice'?
+64
+bob --all-users
+qvctl: --all-users excludes --user
+64
+doctor
+qvctl: --user requires --offline
+64
+"user":"alice"
+no folder /run/user/65001
+not root
+Notifications   denied
+qvctl: only root can read the state of alice; run this command with sudo
+69
+qvctl: only root can read the state of all users; run this command with sudo
+69
+completion
+bob
+alice
+linker
+piper
+borrower
+qvctl: no user has a state folder: the app has not run on this device yet
+66
 )");
 }
 

@@ -302,6 +302,7 @@ ExitCode printSurroundings(const UserAccount& account)
     const auto isOpen = [](const char* file, int flags) {
         return static_cast<bool>(Platform::Storage::FileDescriptor(::open(file, flags, 0600)));
     };
+    std::signal(SIGXFSZ, SIG_IGN);
     const std::string file = account.home / "written";
     const bool isCreated = isOpen(file.c_str(), O_WRONLY | O_CREAT);
     const int descriptor = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);

@@ -84,7 +84,8 @@ public:
         m_worst =
             std::max(m_worst, outcome.exitCode ? static_cast<ExitCode>(*outcome.exitCode) : unavailable);
         if (m_isTitled && !m_options.isJSON)
-            print("{}{} (user {})\n", m_count == 0 ? "" : "\n", account.name, account.user);
+            writeOutput((m_count == 0 ? "" : "\n") +
+                        styled("{} (user {})\n", account.name, account.user).text);
         ++m_count;
         // An unfinished process may have left half a line.
         if (!outcome.exitCode) {
