@@ -8,6 +8,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 #include <system_error>
 
 namespace json = boost::json;
@@ -350,13 +351,50 @@ TEST_F(ProgramTest, OutputIsColoredOnlyOnColorTerminals)
         const char* environment;
         bool isColored;
     };
-    for (const Case& row : {Case{"TERM=xterm NO_COLOR=", true}, Case{"TERM=xterm NO_COLOR=1", false},
-                            Case{"TERM=dumb NO_COLOR=", false}, Case{"TERM= NO_COLOR=", false},
-                            Case{"-uTERM NO_COLOR=", false}}) {
-        const Outcome outcome =
-            shell(std::string("env ") + row.environment + " script -qec \"$QVCTL status\" /dev/null");
+    for (const Case& row :
+         {Case{"TERM=xterm NO_COLOR=", true}, Case{"TERM=xterm NO_COLOR=1", false},
+          Case{"TERM=xterm OPTION=--no-color NO_COLOR=", false}, Case{"TERM=dumb NO_COLOR=", false},
+          Case{"TERM= NO_COLOR=", false}, Case{"-uTERM NO_COLOR=", false}}) {
+        const Outcome outcome = shell(std::string("env ") + row.environment +
+                                      " script -qec \"$QVCTL status \\$OPTION\" /dev/null");
         EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
         EXPECT_EQ(outcome.output.find('\x1b') != std::string::npos, row.isColored) << row.environment;
+    }
+}
+
+TEST_F(ProgramTest, HelpFitsTheScreenAndDescribesEachCommand)
+{
+    struct Case {
+        const char* command;
+        int exitCode;
+        const char* part;
+        std::size_t width = 80;
+        std::size_t lineCount = 60;
+    };
+    const Case cases[] = {
+        {"$QVCTL --help", 0, "Usage: qvctl COMMAND", 80, 24},
+        {"$QVCTL help", 0, "Usage: qvctl COMMAND", 80, 24},
+        {"$QVCTL help config set", 0, "--force"},
+        {"$QVCTL help config", 0, "lint"},
+        {"$QVCTL config set --help", 0, "--force"},
+        {"COLUMNS=50 $QVCTL help log", 0, "--since", 50},
+        {"COLUMNS=1 $QVCTL help log", 0, "--since", 60},
+        {"COLUMNS=x $QVCTL help log", 0, "--since"},
+        {"script -qec 'stty cols 60; $QVCTL help log' /dev/null", 0, "--since", 60},
+        {"$QVCTL help config sett 2>&1", 64, "Did you mean 'qvctl config set'?"},
+        {"$QVCTL help stauts 2>&1", 64, "Did you mean 'qvctl status'?"},
+    };
+    for (const Case& row : cases) {
+        const Outcome outcome =
+            shell(std::string("set -o pipefail; unset COLUMNS; ") + row.command + " | tr -d '\\r'");
+        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.command;
+        EXPECT_THAT(outcome.output, HasSubstr(row.part)) << row.command;
+        EXPECT_THAT(outcome.output, Not(HasSubstr("SUBCOMMAND"))) << row.command;
+        std::istringstream lines(outcome.output);
+        std::size_t lineCount = 0;
+        for (std::string line; std::getline(lines, line); ++lineCount)
+            EXPECT_LE(line.size(), row.width) << row.command << ": " << line;
+        EXPECT_LE(lineCount, row.lineCount) << row.command << outcome.output;
     }
 }
 
@@ -527,6 +565,8 @@ protected:
                 {"qvctl wait --u", {"--uploaded"}},
                 {"qvctl log --f", {"--follow"}},
                 {"qvctl log --limit ", {}},
+                {"qvctl help con", {"config"}},
+                {"qvctl help config s", {"show", "set", "schema"}},
                 {"qvctl privacy grant ", {"notifications"}},
                 {"quorvane-mdm --managed-configuration b", {"b.json"}},
                 {"quorvane-mdm --push ", sources.value()},

@@ -132,7 +132,7 @@ TEST_F(ProgramTest, CommandLinesReportErrorsAndExitCodes)
         {{"config", "sohw"}, 64, "unknown command 'sohw'. Did you mean 'qvctl config show'?"},
         {{"Lint"}, 64, "Did you mean 'qvctl config lint'?"},
         {{"config", "status"}, 64, "Did you mean 'qvctl status'?"},
-        {{"help"}, 64, "unknown command 'help'\nTry"},
+        {{"frobnicate"}, 64, "unknown command 'frobnicate'\nTry"},
         {{"config", "--al"}, 64, "unknown option '--al'"},
         {{"--foo", "status"}, 64, "unknown option '--foo'"},
         {{"status", "extra"}, 64, "unexpected argument 'extra'"},

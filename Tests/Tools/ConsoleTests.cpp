@@ -67,6 +67,20 @@ TEST(TimeTextTest, ParsesAgesAndTimes)
     }
 }
 
+TEST(TimeTextTest, NamesTheAgeInOneUnit)
+{
+    const Platform::Date now{1'000'000'000};
+    struct Case {
+        double age;
+        const char* expected;
+    };
+    for (const Case& row :
+         {Case{0, "just now"}, Case{-0.9, "just now"}, Case{1, "1 s ago"}, Case{59.9, "59 s ago"},
+          Case{60, "1 min ago"}, Case{3599, "59 min ago"}, Case{3600, "1 h ago"}, Case{86'399, "23 h ago"},
+          Case{86'400, "1 d ago"}, Case{4e8, "4629 d ago"}, Case{-200, "in 3 min"}})
+        EXPECT_EQ(relativeTime({now.secondsSinceReferenceDate - row.age}, now), row.expected);
+}
+
 TEST(LintTest, SuggestsKeysInEveryLocale)
 {
     const ForeignLocale locale;

@@ -4,6 +4,7 @@
 #include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/SystemClock.h"
 #include "Tools/qvctl/Completion.h"
+#include "Tools/qvctl/HelpFormatter.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Spelling.h"
 #include "Tools/qvctl/TimeText.h"
@@ -44,6 +45,9 @@ CLI::Option* addChoice(CLI::App& command, const std::string& name, Value& value,
     return command.add_option_function<std::string>(name, store, description)->check(CLI::IsMember(names));
 }
 
+/// The heading in --help.
+constexpr const char* changingCommands = "To change something";
+
 /// For the process of each user, without the steps of doctor that have their own limit. Each locked store
 /// takes 5 s.
 constexpr std::chrono::seconds readingTimeLimit{20};
@@ -79,55 +83,6 @@ std::string closestCommand(std::string_view word, const CLI::App& group)
     return closest ? paths[*closest] : std::string();
 }
 
-/// Wraps --help at 80 columns. Shows no lists of choices; the descriptions mention them.
-class HelpFormatter final : public CLI::Formatter {
-public:
-    HelpFormatter()
-    {
-        column_width(helpIndentation);
-        label("Positionals", "Arguments");
-        label("SUBCOMMAND", "COMMAND");
-    }
-
-    std::string make_option(const CLI::Option* option, bool isArgument) const override
-    {
-        const std::string type = option->get_type_name();
-        const std::string value =
-            isArgument || option->get_items_expected_max() == 0 ? "" : " " + type.substr(0, type.find(':'));
-        return entry(make_option_name(option, isArgument) + value, option->get_description());
-    }
-    std::string make_subcommand(const CLI::App* command) const override
-    {
-        return entry(command->get_name(), command->get_description());
-    }
-
-private:
-    static constexpr std::size_t helpIndentation = 28;
-    static constexpr std::size_t helpWidth = 80;
-
-    /// The name, and next to it the wrapped description.
-    static std::string entry(const std::string& name, const std::string& description)
-    {
-        const std::string lineStart = "\n" + std::string(helpIndentation, ' ');
-        std::string text = "  " + name;
-        text += text.size() < helpIndentation ? std::string(helpIndentation - text.size(), ' ') : lineStart;
-        std::size_t column = helpIndentation;
-        std::istringstream words(description);
-        for (std::string word; words >> word; column += word.size()) {
-            const bool isFirst = column == helpIndentation;
-            if (!isFirst && column + 1 + word.size() > helpWidth) {
-                text += lineStart;
-                column = helpIndentation;
-            } else if (!isFirst) {
-                text += ' ';
-                ++column;
-            }
-            text += word;
-        }
-        return text + "\n";
-    }
-};
-
 } // namespace
 
 CommandLine::CommandLine()
@@ -135,25 +90,31 @@ CommandLine::CommandLine()
                                           "qvctl"))
 {
     m_parser->formatter(std::make_shared<HelpFormatter>());
-    m_parser->group("Commands"); // The heading of their list in --help; commands inherit it.
+    m_parser->group("To see what happens"); // The heading in --help; commands inherit it.
     m_parser->set_version_flag("--version", "qvctl " QV_VERSION, "Print the version");
     m_parser->get_help_ptr()->description("Print this help");
     m_parser->require_subcommand(1);
     m_parser->fallthrough();
     m_parser
         ->add_option("--managed-configuration", m_options.managedConfiguration,
-                     "Use this policy file instead of /etc/quorvane-mdm/managed.plist or managed.json "
-                     "(environment: QUORVANE_MANAGED_CONFIGURATION)")
+                     "Use this policy file instead of the device's (default: "
+                     "/etc/quorvane-mdm/managed.plist or managed.json; environment: "
+                     "QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
     m_parser->add_flag("--json", m_options.isJSON, "Print JSON, one object per line");
     m_parser->add_flag("--reveal", m_options.isRevealing,
-                       "Show secrets and the content of notifications instead of masking them");
+                       "Show secrets and notifications (otherwise masked)");
+    m_parser->add_flag_callback("--no-color", disableColor,
+                                "Print no colors (default: colors only on terminals; environment: NO_COLOR)");
 
     addStateCommands();
     addDoctor();
     addConfigCommands();
     addNotificationCommands();
-    m_parser->footer("Run 'qvctl COMMAND --help' for help on a command.");
+    addHelp();
+    m_parser->footer("Examples:\n"
+                     "  qvctl config lint policy.json && sudo qvctl config set policy.json\n"
+                     "  sudo qvctl doctor --offline --all-users");
 }
 
 CommandLine::~CommandLine() = default;
@@ -276,8 +237,11 @@ void CommandLine::addNotificationCommands()
                                return notifications(options, m_limit.value_or(INT32_MAX));
                            }),
              m_limit);
-    addCommand(*m_parser, "push", "Deliver a push to an app that runs with --push local",
-               [this] { return push(m_options, *m_file); })
+    CLI::App& pushCommand =
+        addCommand(*m_parser, "push", "Deliver a push to an app that runs with --push local",
+                   [this] { return push(m_options, *m_file); });
+    pushCommand.group(changingCommands);
+    pushCommand
         .add_option("FILE", m_file, "Payload, a JSON object of at most 4096 bytes; - reads standard input")
         ->required()
         ->check(nonEmptyFileName());
@@ -289,6 +253,32 @@ void CommandLine::addNotificationCommands()
                       AuthorizationStatus::denied);
     addPrivacyCommand(privacy, "reset", "Reset a permission so that the user is asked again",
                       AuthorizationStatus::notDetermined);
+}
+
+void CommandLine::addHelp()
+{
+    CLI::App& help =
+        addCommand(*m_parser, "help", "Describe a command and its options", [this] { return printHelp(); });
+    help.group(""); // --help mentions it elsewhere.
+    help.add_option("COMMAND", m_words, "Command, such as status or config set");
+}
+
+ExitCode CommandLine::printHelp() const
+{
+    const CLI::App* command = m_parser.get();
+    std::string path = command->get_name();
+    for (const std::string& word : m_words) {
+        const auto commands = commandsOf(*command);
+        const auto found = std::find_if(commands.begin(), commands.end(), [&](const CLI::App* candidate) {
+            return candidate->get_name() == word;
+        });
+        if (found == commands.end())
+            throw CommandError(usage, unknownCommand(word, *command));
+        command = *found;
+        path += " " + word;
+    }
+    writeOutput(m_parser->get_formatter()->make_help(command, path, CLI::AppFormatMode::Normal));
+    return success;
 }
 
 int CommandLine::run(int argc, const char* const* argv)
@@ -363,7 +353,13 @@ std::string CommandLine::usageError(const CLI::ParseError& error) const
         return fmt::format("unknown option '{}'", word);
     if (!isCommandMissing)
         return fmt::format("unexpected argument '{}'", word);
-    auto suggestion = closestCommand(word, *last);
+    return unknownCommand(word, *last);
+}
+
+/// Describes the error, with a similar command in `group` or elsewhere if there is one.
+std::string CommandLine::unknownCommand(const std::string& word, const CLI::App& group) const
+{
+    auto suggestion = closestCommand(word, group);
     if (suggestion.empty())
         suggestion = closestCommand(word, *m_parser);
     return fmt::format("unknown command '{}'{}", word,
@@ -405,8 +401,9 @@ CLI::App& CommandLine::addInspection(const std::string& name, const std::string&
 CLI::App& CommandLine::addGroup(const std::string& name, const std::string& description)
 {
     CLI::App& group = *m_parser->add_subcommand(name, description);
+    group.group(changingCommands);
     group.require_subcommand(1);
-    group.footer(fmt::format("Run 'qvctl {} COMMAND --help' for help on a command.", name));
+    group.footer(fmt::format("For the options of a command: qvctl help {} COMMAND", name));
     return group;
 }
 

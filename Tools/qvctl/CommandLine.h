@@ -37,6 +37,9 @@ private:
     [[nodiscard]] int runReportingErrors(const std::function<int()>& action) const;
     [[nodiscard]] int failUsage(const std::string& reason) const;
     [[nodiscard]] std::string usageError(const CLI::ParseError& error) const;
+    [[nodiscard]] std::string unknownCommand(const std::string& word, const CLI::App& group) const;
+    [[nodiscard]] ExitCode printHelp() const;
+    void addHelp();
     void addStateCommands();
     void addDoctor();
     void addConfigCommands();
@@ -58,6 +61,8 @@ private:
     std::vector<std::string> m_conditions;
     WaitOptions m_wait;
     InstallOptions m_install;
+    /// The command to describe.
+    std::vector<std::string> m_words;
     std::string m_service;
     SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
     std::optional<std::int64_t> m_limit;

@@ -55,11 +55,17 @@ std::string optionCandidates(const CLI::App* command)
     return candidates;
 }
 
-std::string wordCandidates(const CLI::App& command)
+std::string commandCandidates(const CLI::App& group)
 {
     std::string candidates;
-    for (const CLI::App* subcommand : commandsOf(command))
-        candidates += candidate(subcommand->get_name(), subcommand->get_description());
+    for (const CLI::App* command : commandsOf(group))
+        candidates += candidate(command->get_name(), command->get_description());
+    return candidates;
+}
+
+std::string wordCandidates(const CLI::App& command)
+{
+    std::string candidates = commandCandidates(command);
     for (const CLI::Option* option : command.get_options()) {
         if (option->get_positional())
             candidates += valueCandidates(*option);
@@ -67,8 +73,8 @@ std::string wordCandidates(const CLI::App& command)
     return candidates.empty() ? optionCandidates(&command) : candidates;
 }
 
-/// The subcommand with that name; if there is no such subcommand, the group itself.
-const CLI::App* subcommandOrGroup(const CLI::App& group, const std::string& name)
+/// The command with that name; if there is no such command, the group itself.
+const CLI::App* commandOrGroup(const CLI::App& group, const std::string& name)
 {
     for (const CLI::App* command : commandsOf(group)) {
         if (command->get_name() == name)
@@ -110,6 +116,9 @@ std::string completions(const CLI::App& program, std::vector<std::string> words)
     const std::string last = words.empty() || words.back() == "=" ? "" : words.back();
     if (!words.empty())
         words.pop_back();
+    const bool isHelp = !words.empty() && words.front() == "help"; // Followed by a command.
+    if (isHelp)
+        words.erase(words.begin());
     const CLI::App* command = &program;
     const CLI::Option* optionBefore = nullptr;
     for (const std::string& word : words) {
@@ -121,10 +130,12 @@ std::string completions(const CLI::App& program, std::vector<std::string> words)
         if (word.starts_with('-'))
             optionBefore = optionWithValue(command, word);
         else
-            command = subcommandOrGroup(*command, word);
+            command = commandOrGroup(*command, word);
     }
     if (optionBefore != nullptr)
         return valueCandidates(*optionBefore);
+    if (isHelp)
+        return commandCandidates(*command);
     if (!last.starts_with('-'))
         return wordCandidates(*command);
     const auto valueBegin = last.find('=') + 1;

@@ -17,7 +17,7 @@ namespace Qvctl {
 /// between an option and its value may be a separate word.
 std::string completions(const CLI::App& program, std::vector<std::string> words);
 
-/// The direct subcommands of `group`.
+/// The commands directly in `group`.
 std::vector<const CLI::App*> commandsOf(const CLI::App& group);
 /// The option's names with their dashes, short names first.
 std::vector<std::string> namesOf(const CLI::Option& option);

@@ -3,6 +3,7 @@
 #include "Core/Constants.h"
 #include "Platform/URLSession.h"
 #include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/TimeText.h"
 
 #include <fmt/format.h>
 
@@ -46,8 +47,8 @@ Styled pushText(const Outcome& push)
 template <typename Text>
 void printOutcome(std::string_view label, const std::optional<Outcome>& outcome, const Text& text)
 {
-    printRow(label,
-             outcome ? styled("{}, {}", text(*outcome), outcome->time.utcText()) : styled("none recorded"));
+    printRow(label, outcome ? styled("{}, {}", text(*outcome), timeWithAge(outcome->time))
+                            : styled("none recorded"));
 }
 
 json::value timeJSON(const std::optional<Outcome>& outcome)

@@ -7,6 +7,7 @@
 #include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/OwnState.h"
+#include "Tools/qvctl/TimeText.h"
 
 #include <fmt/format.h>
 
@@ -96,7 +97,7 @@ ExitCode notifications(const Options& options, std::int64_t limit)
     for (const auto& summary : summaries) {
         const auto title = maskedText(options, summary.title);
         const auto body = maskedText(options, summary.body);
-        print("{}  {}{}\n", summary.date.utcText(),
+        print("{:<10}  {}{}\n", relativeTime(summary.date, Platform::SystemClock().now()),
               title ? styled("{}", *title) : toned(Tone::faint, "(no title)"),
               body ? styled("  {}", toned(Tone::faint, *body)) : Styled());
     }

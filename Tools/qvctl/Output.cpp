@@ -27,10 +27,12 @@ bool isColorEnabled()
            variable("NO_COLOR").empty();
 }
 
+bool isColorDisabled = false;
+
 bool isColored()
 {
     static const bool isEnabled = isColorEnabled();
-    return isEnabled;
+    return isEnabled && !isColorDisabled;
 }
 
 const char* colorCode(Tone tone)
@@ -193,6 +195,11 @@ std::string displayText(const Platform::PropertyList& value)
     if (const auto* date = value.date())
         return date->utcText();
     return Platform::printable(value.description());
+}
+
+void disableColor()
+{
+    isColorDisabled = true;
 }
 
 void prepareColor()

@@ -37,6 +37,9 @@ enum class Tone { plain, good, bad, warning, faint };
 /// color support and NO_COLOR is not set.
 Styled toned(Tone tone, std::string_view text);
 
+/// Prints no colors from now on.
+void disableColor();
+
 /// Decides whether output has colors, for this process and those that it forks. Otherwise the first use of
 /// `toned` decides.
 void prepareColor();

@@ -13,6 +13,7 @@
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/OwnState.h"
+#include "Tools/qvctl/TimeText.h"
 
 #include <fmt/format.h>
 
@@ -112,7 +113,7 @@ void printConfiguration(const DeviceState& state)
         return;
     }
     printRow("Configuration", styled("version {}, applied {}", state.snapshot->configVersion,
-                                     state.snapshot->lastUpdated.utcText()));
+                                     timeWithAge(state.snapshot->lastUpdated)));
     for (const ManagedKey& key : printedKeys()) {
         const std::size_t count = Core::valuesOf(key, state.snapshot->config).size();
         printRow(labelOf(key), key.isList() ? styled("{}", count)
@@ -280,7 +281,7 @@ ExitCode snapshot(const Options& options)
         return success;
     }
     printRow("version", fmt::format("{} (schema {})", snapshot->configVersion, snapshot->schemaVersion));
-    printRow("last updated", snapshot->lastUpdated.utcText());
+    printRow("last updated", timeWithAge(snapshot->lastUpdated));
     for (const ManagedKey& key : printedKeys())
         printValue(key, snapshot->config);
     return success;

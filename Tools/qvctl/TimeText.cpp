@@ -1,10 +1,15 @@
 #include "Tools/qvctl/TimeText.h"
 
 #include "Platform/NumberText.h"
+#include "Platform/SystemClock.h"
+
+#include <fmt/format.h>
 
 #include <chrono>
+#include <cmath>
 #include <ctime>
 #include <regex>
+#include <utility>
 
 namespace Qvctl {
 
@@ -58,6 +63,25 @@ std::optional<Date> timeFromText(const std::string& text, Date now)
     const double fraction = parts[7].matched ? Platform::parseDecimal("0" + parts[7].str()).value() : 0;
     const Date whole = Date::fromSystemTime(std::chrono::system_clock::from_time_t(seconds));
     return Date{whole.secondsSinceReferenceDate + fraction};
+}
+
+std::string relativeTime(Date date, Date now)
+{
+    const double seconds = now.secondsSinceReferenceDate - date.secondsSinceReferenceDate;
+    const double duration = std::abs(seconds);
+    if (duration < 1)
+        return "just now";
+    const auto [unit, name] = duration < secondsOf('m')   ? std::pair(secondsOf('s'), "s")
+                              : duration < secondsOf('h') ? std::pair(secondsOf('m'), "min")
+                              : duration < secondsOf('d') ? std::pair(secondsOf('h'), "h")
+                                                          : std::pair(secondsOf('d'), "d");
+    const std::string text = fmt::format("{:.0f} {}", std::floor(duration / unit), name);
+    return seconds > 0 ? text + " ago" : "in " + text;
+}
+
+std::string timeWithAge(Date date)
+{
+    return fmt::format("{} ({})", relativeTime(date, Platform::SystemClock().now()), date.utcText());
 }
 
 } // namespace Qvctl

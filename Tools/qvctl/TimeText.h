@@ -11,4 +11,10 @@ namespace Qvctl {
 /// "2026-11-21T15:04", "2026-11-21 15:04:05.678"), local unless it ends with "Z". Absent for other text.
 std::optional<Platform::Date> timeFromText(const std::string& text, Platform::Date now);
 
+/// Returns how long ago `date` was: "3 min ago"; "in 3 min" if the clock was set back.
+std::string relativeTime(Platform::Date date, Platform::Date now);
+
+/// Returns the relative time and the date: "3 min ago (2026-11-21T15:04:05.678Z)".
+std::string timeWithAge(Platform::Date date);
+
 } // namespace Qvctl
