@@ -170,6 +170,7 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
     run("config lint", {"config", "lint", policy});
     run("config explain", {"config", "explain"});
     run("config schema", {"config", "schema"});
+    run("bundle", {"bundle", device.path("bundle.tar.gz")});
     std::filesystem::copy_file(policy, device.path("again.json"));
     const auto set = device.startConsole({"config", "set", device.path("again.json"), "--wait", "--json"});
     ASSERT_EQ(set->waitForExit(), 0);
@@ -398,6 +399,34 @@ TEST_F(ProgramTest, HelpFitsTheScreenAndDescribesEachCommand)
     }
 }
 
+TEST_F(ProgramTest, BundleIsANewPrivateFile)
+{
+    struct Case {
+        const char* command;
+        int exitCode;
+        const char* part;
+    };
+    const Case cases[] = {
+        {"bundle && stat -c %a qvctl-bundle-*.tar.gz", 0, "600"},
+        {"bundle a.tar.gz", 0, "  stores.json "},
+        {"bundle a.tar.gz", 69, "a.tar.gz exists and is not replaced"},
+        {"bundle link.tar.gz", 69, "link.tar.gz exists and is not replaced"},
+        {"bundle missing/a.tar.gz", 69, "No such file"},
+        {"bundle a.zip", 64, "must end with .tar.gz"},
+        {"bundle - | tar -tz", 0, "configuration.json"},
+        {"bundle - --json", 64, "name a file"},
+        {"bundle - > /dev/full", 69, "No space left"},
+    };
+    ASSERT_EQ(shell("mkdir $DEVICE/bundles; ln -s none.tar.gz $DEVICE/bundles/link.tar.gz").exitCode, 0);
+    for (const Case& row : cases) {
+        const Outcome outcome =
+            shell(std::string("set -o pipefail; umask 0; cd $DEVICE/bundles; $QVCTL ") + row.command);
+        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.command;
+        EXPECT_THAT(outcome.output, HasSubstr(row.part)) << row.command;
+    }
+    EXPECT_EQ(shell("ls $DEVICE/bundles | sed s/-2.*//").output, "a.tar.gz\nlink.tar.gz\nqvctl-bundle\n");
+}
+
 TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
 {
     const auto plain = device.startConsole({"watch"});
@@ -445,9 +474,9 @@ remote=/lib/systemd/systemd-journal-remote
 [ -x $remote ] && [ -s /etc/machine-id ] && mount -t tmpfs tmpfs /run 2>/dev/null || exit 77
 folder=/run/log/journal/$(cat /etc/machine-id)
 mkdir -p $folder
-append() { # TIME IDENTIFIER LEVEL MESSAGE [UID EXE]
-    printf '__REALTIME_TIMESTAMP=%s\n__MONOTONIC_TIMESTAMP=%s\n_BOOT_ID=%032d\nSYSLOG_IDENTIFIER=%s\nQV_LEVEL=%s\nQV_SUBSYSTEM=com.quorvane.mdm\nQV_CATEGORY=general\nQV_PRIVACY=public\nMESSAGE=%s\n_UID=%s\n_EXE=%s\n\n' \
-        "${1}000000" "$1" 1 "$2" "$3" "$4" "${5:-0}" "${6:-/usr/bin/quorvane-mdm (deleted)}" | $remote -o $folder/system.journal - 2>/dev/null
+append() { # TIME IDENTIFIER LEVEL MESSAGE [UID EXE PRIVACY]
+    printf '__REALTIME_TIMESTAMP=%s\n__MONOTONIC_TIMESTAMP=%s\n_BOOT_ID=%032d\nSYSLOG_IDENTIFIER=%s\nQV_LEVEL=%s\nQV_SUBSYSTEM=com.quorvane.mdm\nQV_CATEGORY=general\nQV_PRIVACY=%s\nMESSAGE=%s\n_UID=%s\n_EXE=%s\n\n' \
+        "${1}000000" "$1" 1 "$2" "$3" "${7:-public}" "$4" "${5:-0}" "${6:-/usr/bin/quorvane-mdm (deleted)}" | $remote -o $folder/system.journal - 2>/dev/null
 }
 )";
 
@@ -474,6 +503,8 @@ TEST_F(ProgramTest, LogReadsTheJournal)
             read -r second
             echo "$first, then $second"
         }
+        append 1700000004 quorvane-mdm info secret 0 /usr/bin/quorvane-mdm private
+        $QVCTL bundle - 2> /dev/null | tar -xzO log.txt
     )");
     if (!lines)
         GTEST_SKIP() << "needs systemd-journal-remote, unshare and permission to mount";
@@ -481,13 +512,15 @@ TEST_F(ProgramTest, LogReadsTheJournal)
     const std::string two = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general two";
     const std::string forged = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general forged";
     const std::string three = "2023-11-14T22:13:23.000Z info com.quorvane.mdm general three";
-    ASSERT_EQ(lines->size(), 17U) << testing::PrintToString(*lines);
+    ASSERT_EQ(lines->size(), 21U) << testing::PrintToString(*lines);
     const std::string object = lines->at(13);
-    EXPECT_THAT(*lines, ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1",
-                                    two, "log --limit 0", "log --level info", two,
-                                    "log --since 2023-11-14T22:13:21Z", two, "log --since 1d", object,
-                                    "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
-                                    "[user 0, /usr/bin/logger] " + forged, two + ", then " + three));
+    EXPECT_THAT(*lines,
+                ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1", two,
+                            "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
+                            "log --since 1d", object,
+                            "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
+                            "[user 0, /usr/bin/logger] " + forged, two + ", then " + three, one, two, three,
+                            "2023-11-14T22:13:24.000Z info com.quorvane.mdm general <private>"));
     const auto documented = documentedCommands().at("log").members;
     EXPECT_EQ(membersOf(json::parse(object), documented), documented);
 }

@@ -3,6 +3,7 @@
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/ForeignLocale.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tools/qvctl/Bundle/Redaction.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Policy/LintFindings.h"
 #include "Tools/qvctl/Policy/ManagedKeyForms.h"
@@ -417,6 +418,58 @@ TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
         });
     ::close(100);
     EXPECT_EQ(count, std::size(cases));
+}
+
+TEST(RedactionTest, HashesLikeTheReference)
+{
+    // Appendix A of the paper, and the authors' vectors for no and for eight bytes.
+    Bundle::HashKey key;
+    std::string text;
+    for (unsigned char byte = 0; byte < key.size(); ++byte)
+        key.at(byte) = std::byte{byte};
+    EXPECT_EQ(Bundle::sipHash(key, text), 0x726fdb47dd0e0e31U);
+    for (char byte = 0; byte < 15; ++byte) {
+        text += byte;
+        if (byte == 7) {
+            EXPECT_EQ(Bundle::sipHash(key, text), 0x93f5f5799a932462U);
+        }
+    }
+    EXPECT_EQ(Bundle::sipHash(key, text), 0xa129ca6149be45e5U);
+}
+
+TEST(RedactionTest, ReplacesValuesByLengthAndHash)
+{
+    Bundle::Redaction redaction;
+    redaction.hideHome("/home/somebody");
+    redaction.hideText("somebody");
+    redaction.hide(
+        readPropertyList(
+            R"({"base_domain": "https://MDM.acme.corp:8443/mdm", "device_id": 4711, "shoe size": [43.5]})")
+            .root);
+    struct Case {
+        const char* text;
+        const char* redacted;
+    };
+    const Case cases[] = {
+        {"The backend mdm.acme.corp:8443.", "The backend [13 bytes, hash H]:[4 bytes, hash H]."},
+        {"~/a of Somebody", "~/a of [8 bytes, hash H]"},
+        {"/home/somebody/a, /home/somebody2", "~/a, ~2"},
+        {"inside [0].shoe, a.size.b", "inside [0].[4 bytes, hash H], a.[4 bytes, hash H].b"},
+        {"key shoe has no value", "key [4 bytes, hash H] has no value"},
+        {"device_id 4711, 43.5 and 12", "device_id [4 bytes, hash H], [4 bytes, hash H] and 12"},
+        {R"("x y" has no "."; did you mean "api_key"?)",
+         R"([3 bytes, hash H] has no "."; did you mean "api_key"?)"},
+        {R"(one " quotation mark)", R"(one " quotation mark)"},
+    };
+    static const std::regex hash("[0-9a-f]{16}");
+    for (const Case& row : cases)
+        EXPECT_EQ(std::regex_replace(redaction.redact(row.text), hash, "H"), row.redacted);
+    EXPECT_EQ(redaction.token("a"), redaction.token("a"));
+    EXPECT_NE(redaction.token("a"), Bundle::Redaction().token("a")) << "bundles must not be comparable";
+    const auto checked = redaction.redactJSON(
+        json::parse(R"({"verdict": "somebody", "found": ["somebody"], "effective": "b"})"));
+    EXPECT_EQ(std::regex_replace(json::serialize(checked), hash, "H"),
+              R"({"verdict":"somebody","found":["[8 bytes, hash H]"],"effective":"[1 bytes, hash H]"})");
 }
 
 TEST(UserAccountsTest, SelectsAccountsWithAStateFolder)

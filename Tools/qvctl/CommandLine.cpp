@@ -109,6 +109,7 @@ CommandLine::CommandLine()
 
     addStateCommands();
     addDoctor();
+    addBundle();
     addConfigCommands();
     addNotificationCommands();
     addHelp();
@@ -190,6 +191,20 @@ void CommandLine::addDoctor()
             "Time limit for each step that waits, such as connecting to the backend (default: 5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 600.0));
+}
+
+void CommandLine::addBundle()
+{
+    addCommand(
+        *m_parser, "bundle",
+        "Collect what support needs, without secrets, in an archive; configured values are replaced by "
+        "their length and a hash",
+        [this] { return bundle(m_options, m_file); })
+        .add_option(
+            "FILE", m_file,
+            "New file, with a name that ends with .tar.gz (default: qvctl-bundle-TIME.tar.gz); - writes "
+            "to standard output")
+        ->check(nonEmptyFileName());
 }
 
 void CommandLine::addConfigCommands()

@@ -42,6 +42,7 @@ private:
     void addHelp();
     void addStateCommands();
     void addDoctor();
+    void addBundle();
     void addConfigCommands();
     void addNotificationCommands();
     CLI::App& addCommand(CLI::App& parent, const std::string& name, const std::string& description,

@@ -105,6 +105,8 @@ ExitCode notifications(const Options& options, std::int64_t limit);
 ExitCode push(const Options& options, const std::string& file);
 /// Checks everything from the policy file to the backend.
 ExitCode doctor(const Options& options, const DoctorOptions& limits);
+/// Writes a support bundle to a new file, by default in the current folder; "-" is standard output.
+ExitCode bundle(const Options& options, const std::optional<std::string>& file);
 ExitCode setNotificationPermission(const Options& options, Platform::AuthorizationStatus status);
 
 } // namespace Qvctl

@@ -4,8 +4,8 @@
 
 namespace Qvctl {
 
-void InspectedStore::FirstLine::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
-                                      std::string_view line) noexcept
+void FirstLogLine::write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
+                         std::string_view line) noexcept
 {
     try {
         if (text.empty())

@@ -12,6 +12,14 @@
 
 namespace Qvctl {
 
+/// Keeps the first line that an adapter logs.
+class FirstLogLine final : public Platform::UnifiedLog {
+public:
+    void write(const Platform::LogHandle& handle, Platform::LogType type, Platform::LogVisibility visibility,
+               std::string_view line) noexcept override;
+    std::string text;
+};
+
 /// A store opened for inspection only, and the first problem that its adapter reported.
 class InspectedStore {
 public:
@@ -23,14 +31,7 @@ public:
     [[nodiscard]] const std::string& problem() const { return m_log.text; }
 
 private:
-    class FirstLine final : public Platform::UnifiedLog {
-    public:
-        void write(const Platform::LogHandle& handle, Platform::LogType type,
-                   Platform::LogVisibility visibility, std::string_view line) noexcept override;
-        std::string text;
-    };
-
-    FirstLine m_log;
+    FirstLogLine m_log;
     Platform::SystemClock m_clock;
     Platform::AdapterLog m_adapterLog{m_log, std::string(Platform::Linux::applicationIdentifier)};
 
