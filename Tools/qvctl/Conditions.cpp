@@ -9,7 +9,7 @@
 #include "Tools/qvctl/LastOutcomes.h"
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
-#include "Tools/qvctl/Policy/RequestRehearsal.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 
 #include <fmt/format.h>
 
@@ -116,7 +116,7 @@ Verification Conditions::uploaded() const
     if (!snapshot->config.baseDomain || !snapshot->config.deviceId)
         return {.reason = fmt::format("no device token is uploaded because {} is not set",
                                       snapshot->config.baseDomain ? "device_id" : "base_domain")};
-    const auto target = Policy::uploadAddress(snapshot->config);
+    const auto target = uploadAddress(snapshot->config);
     if (!target)
         return {.reason = "the applied configuration allows no upload"};
     const InspectedStore shell(m_device.paths.shellState());

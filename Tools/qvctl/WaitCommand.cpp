@@ -3,7 +3,7 @@
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/Linux/Files/PathWatch.h"
 #include "Tools/qvctl/Conditions.h"
-#include "Tools/qvctl/Doctor/Deadline.h"
+#include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/LiveSession.h"
 #include "Tools/qvctl/Output.h"
 
@@ -20,7 +20,6 @@ namespace Qvctl {
 
 namespace {
 
-using Doctor::Deadline;
 using Platform::Linux::Files::FileSystemWatcher;
 using Platform::Linux::Files::PathWatch;
 using Platform::Storage::FileDescriptor;

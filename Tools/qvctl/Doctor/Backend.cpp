@@ -8,10 +8,10 @@
 #include "Platform/Network/ProxyEnvironment.h"
 #include "Platform/SystemClock.h"
 #include "Tools/BackendProbe/ProbeResult.h"
-#include "Tools/qvctl/Doctor/Deadline.h"
+#include "Tools/qvctl/Deadline.h"
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/Doctor/SecondProcess.h"
-#include "Tools/qvctl/Policy/RequestRehearsal.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 
 #include <boost/json.hpp>
 #include <fmt/format.h>
@@ -25,7 +25,6 @@ namespace Qvctl::Doctor {
 
 namespace {
 
-using namespace Qvctl::Policy;
 using BackendProbe::ProbeResult;
 using Platform::printable;
 using Platform::Network::ProxyEnvironment;

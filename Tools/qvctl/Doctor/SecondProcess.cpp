@@ -1,7 +1,7 @@
 #include "Tools/qvctl/Doctor/SecondProcess.h"
 
 #include "Platform/Storage/FileDescriptor.h"
-#include "Tools/qvctl/Doctor/Deadline.h"
+#include "Tools/qvctl/Deadline.h"
 
 #include <array>
 #include <cerrno>

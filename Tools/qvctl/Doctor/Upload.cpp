@@ -3,7 +3,7 @@
 #include "Platform/Network/ExchangeRecord.h"
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/LastOutcomes.h"
-#include "Tools/qvctl/Policy/RequestRehearsal.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 
 #include <fmt/format.h>
 
@@ -11,7 +11,6 @@ namespace Qvctl::Doctor {
 
 namespace {
 
-using namespace Qvctl::Policy;
 using namespace Platform::Network;
 
 constexpr const char* uploadCheck = "upload.last";

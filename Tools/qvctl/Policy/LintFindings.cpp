@@ -3,7 +3,7 @@
 #include "Core/ManagedKeys.h"
 #include "Platform/Encoding.h"
 #include "Tools/qvctl/Output.h"
-#include "Tools/qvctl/Policy/RequestRehearsal.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 #include "Tools/qvctl/Spelling.h"
 
 #include <fmt/format.h>

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-namespace Qvctl::Doctor {
+namespace Qvctl {
 
 /// The time at which a step gives up.
 class Deadline {
@@ -31,4 +31,4 @@ inline std::string durationText(std::chrono::milliseconds duration)
     return fmt::format("{:g} s", std::chrono::duration<double>(duration).count());
 }
 
-} // namespace Qvctl::Doctor
+} // namespace Qvctl

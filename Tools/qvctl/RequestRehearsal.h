@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Qvctl::Policy {
+namespace Qvctl {
 
 // Checks whether requests can be sent with a configuration: the app's API client builds the upload of a
 // device token and the app's transport checks the request, but nothing is sent. The reasons are clauses and
@@ -36,4 +36,4 @@ struct UnusableValue {
 /// Lists the values of `config` that make every request fail; tries each separately.
 std::vector<UnusableValue> unusableValues(const Core::ValidatedConfig& config);
 
-} // namespace Qvctl::Policy
+} // namespace Qvctl

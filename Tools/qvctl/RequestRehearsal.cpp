@@ -1,4 +1,4 @@
-#include "Tools/qvctl/Policy/RequestRehearsal.h"
+#include "Tools/qvctl/RequestRehearsal.h"
 
 #include "Core/APIClient.h"
 #include "Core/APIError.h"
@@ -16,7 +16,7 @@
 #include <memory>
 #include <utility>
 
-namespace Qvctl::Policy {
+namespace Qvctl {
 
 namespace {
 
@@ -199,4 +199,4 @@ std::vector<UnusableValue> unusableValues(const ValidatedConfig& config)
     return values;
 }
 
-} // namespace Qvctl::Policy
+} // namespace Qvctl
