@@ -3,15 +3,15 @@
 #include "Platform/Date.h"
 #include "Platform/Error.h"
 #include "Platform/SystemClock.h"
+#include "Tools/qvctl/Doctor/SecondProcess.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <system_error>
@@ -24,27 +24,23 @@ namespace {
 namespace json = boost::json;
 namespace fs = std::filesystem;
 
-/// Our packages and what they depend on; a name is also the beginning of others.
-constexpr std::array<std::string_view, 12> packageNames{
-    "quorvane-mdm", "qvctl",       "kunifiedpush", "libqt6core6", "libsqlite3-0",      "libcurl4",
-    "libssl3",      "libsystemd0", "libsdbus-c++", "libc6",       "dbus-user-session", "apparmor"};
-
-/// The installed versions according to dpkg.
+/// The installed versions of our packages and those they depend on.
 json::object installedPackages()
 {
-    constexpr std::string_view packageField = "Package: ";
-    constexpr std::string_view versionField = "Version: ";
+    constexpr std::chrono::seconds timeLimit{10};
+    const auto outcome = Doctor::runSecondProcess(
+        "/usr/bin/dpkg-query",
+        {"--show", "--showformat=${db:Status-Abbrev}${Package} ${Version}\\n", "quorvane-mdm", "qvctl",
+         "kunifiedpush", "libqt6core6*", "libsqlite3-0", "libcurl4*", "libssl3*", "libsystemd0",
+         "libsdbus-c++*", "libc6", "dbus-user-session", "apparmor"},
+        timeLimit);
+    constexpr std::string_view installed = "ii ";
     json::object versions;
-    std::ifstream status("/var/lib/dpkg/status");
-    std::string package;
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(packageField))
-            package = line.substr(packageField.size());
-        else if (line.starts_with(versionField) &&
-                 std::any_of(packageNames.begin(), packageNames.end(), [&](std::string_view name) {
-                     return package == name || (name.starts_with("lib") && package.starts_with(name));
-                 }))
-            versions[package] = line.substr(versionField.size());
+    std::istringstream lines(outcome.output); // Includes messages about packages that are not installed.
+    for (std::string line; std::getline(lines, line);) {
+        const auto space = line.find(' ', installed.size());
+        if (line.starts_with(installed) && space != std::string::npos)
+            versions[line.substr(installed.size(), space - installed.size())] = line.substr(space + 1);
     }
     return versions;
 }
