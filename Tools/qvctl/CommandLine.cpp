@@ -274,7 +274,7 @@ void CommandLine::addHelp()
 {
     CLI::App& help =
         addCommand(*m_parser, "help", "Describe a command and its options", [this] { return printHelp(); });
-    help.group(""); // --help mentions it elsewhere.
+    help.group(""); // The second line of --help mentions it.
     help.add_option("COMMAND", m_words, "Command, such as status or config set");
 }
 
@@ -371,7 +371,7 @@ std::string CommandLine::usageError(const CLI::ParseError& error) const
     return unknownCommand(word, *last);
 }
 
-/// Describes the error, with a similar command in `group` or elsewhere if there is one.
+/// Describes the error, with a similar command in `group`, or in another group, if there is one.
 std::string CommandLine::unknownCommand(const std::string& word, const CLI::App& group) const
 {
     auto suggestion = closestCommand(word, group);

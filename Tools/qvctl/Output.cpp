@@ -52,8 +52,8 @@ const char* colorCode(Tone tone)
     return "";
 }
 
-/// The user whom the output is about; empty for none.
-std::string subject;
+/// The subject of the output, a user; empty for none.
+std::string outputSubject;
 
 /// Set once a write found the pipe closed.
 bool isPipeClosed = false;
@@ -129,8 +129,8 @@ std::string prettyJSON(const json::value& value)
 void printJSON(json::object object)
 {
     json::object versioned{{"version", jsonFormatVersion}};
-    if (!subject.empty())
-        versioned["user"] = subject;
+    if (!outputSubject.empty())
+        versioned["user"] = outputSubject;
     for (auto& member : object)
         versioned.emplace(member.key(), std::move(member.value()));
     writeOutput(compactJSON(versioned) + "\n");
@@ -209,12 +209,12 @@ void prepareColor()
 
 void setSubject(std::string user)
 {
-    subject = std::move(user);
+    outputSubject = std::move(user);
 }
 
 std::string diagnosticPrefix()
 {
-    return subject.empty() ? "qvctl: " : fmt::format("qvctl: {}: ", Platform::printable(subject));
+    return outputSubject.empty() ? "qvctl: " : fmt::format("qvctl: {}: ", Platform::printable(outputSubject));
 }
 
 Styled toned(Tone tone, std::string_view text)

@@ -44,8 +44,8 @@ void disableColor();
 /// `toned` decides.
 void prepareColor();
 
-/// Sets the user whom the output is about: messages on standard error begin with the name, and JSON objects
-/// have a member "user". Empty for none.
+/// Makes the output name this user: messages on standard error begin with the name, and JSON objects
+/// have a member "user". An empty name ends this.
 void setSubject(std::string user);
 
 namespace Detail {

@@ -15,8 +15,8 @@ namespace Qvctl::Bundle {
 
 using HashKey = std::array<std::byte, 16>;
 
-/// Returns SipHash-2-4, a keyed hash: without the key it reveals nothing about the text, not even to somebody
-/// who tries all texts. Source: Aumasson and Bernstein, "SipHash: a fast short-input PRF", 2012.
+/// Returns SipHash-2-4, a keyed hash: without the key, not even trying all texts reveals which one was
+/// hashed. Source: Aumasson and Bernstein, "SipHash: a fast short-input PRF", 2012.
 std::uint64_t sipHash(const HashKey& key, std::string_view text);
 
 /// Replaces values of this device by their length and a hash. Equal values have equal hashes within one
