@@ -339,8 +339,8 @@ TEST_F(ProgramTest, StatusShowsTheLastOutcomesWithoutValues)
     EXPECT_EQ(settled("/lastConfigurationError/kind", "malformed"), "malformed");
 
     const std::string output = qvctl({"status"}).output;
-    for (const char* row : {"last upload     failed: ", "last push       silent, accepted, 20",
-                            "last error      the policy file could not be parsed, 20"})
+    for (const char* row : {"last upload     failed: ", "last push       silent, accepted, ",
+                            "last error      the policy file could not be parsed, "})
         EXPECT_THAT(output, HasSubstr(row));
     EXPECT_THAT(output + qvctl({"doctor", "--offline"}).output + json::serialize(qvctlJSON({"status"})),
                 Not(HasSubstr("canary")));

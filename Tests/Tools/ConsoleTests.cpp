@@ -399,7 +399,7 @@ TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
     ASSERT_EQ(::dup2(STDERR_FILENO, 100), 100);
     std::size_t count = 0;
     runForUsers(
-        accounts, std::chrono::seconds(1),
+        accounts, std::chrono::seconds(4),
         [&](const UserAccount& account) {
             return std::find_if(std::begin(cases), std::end(cases),
                                 [&](const Case& row) { return account.name == row.user; })

@@ -103,8 +103,7 @@ std::string HelpFormatter::overview(const CLI::App& program) const
     constexpr std::size_t commandIndentation = 17;
     constexpr std::size_t optionIndentation = 32;
     std::string text =
-        fmt::format("Usage: {0} COMMAND [OPTION...]\nFor the options of a command: {0} help COMMAND\n",
-                    program.get_name());
+        fmt::format("Usage: {0} COMMAND [OPTION...] (details: {0} help COMMAND)\n", program.get_name());
     std::vector<std::string> groups;
     for (const CLI::App* command : commandsOf(program)) {
         if (std::find(groups.begin(), groups.end(), command->get_group()) == groups.end())
