@@ -1,6 +1,7 @@
 #include "Platform/Storage/FileDescriptor.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -21,6 +22,14 @@ void createPrivateFolders(const std::filesystem::path& folder)
     createPrivateFolders(folder.parent_path());
     if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST)
         throw std::system_error(errno, std::generic_category(), folder.string());
+    synchronizeFolder(folder.parent_path());
+}
+
+void synchronizeFolder(const std::filesystem::path& folder)
+{
+    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened)
+        ::fsync(opened.get());
 }
 
 void writeAll(int descriptor, std::string_view bytes)

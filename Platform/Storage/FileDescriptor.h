@@ -27,9 +27,13 @@ private:
     int m_descriptor = -1;
 };
 
-/// Creates the folder and its missing parents, accessible only to the user. Throws `std::system_error` with
-/// the path of the folder that could not be created.
+/// Creates the folder and its missing parents, accessible only to the user; they survive a power cut. Throws
+/// `std::system_error` with the path of the folder that could not be created.
 void createPrivateFolders(const std::filesystem::path& folder);
+
+/// Blocks until the disk holds the names in `folder`. Ignores errors, as SQLite does, because some file
+/// systems do not support this.
+void synchronizeFolder(const std::filesystem::path& folder);
 
 /// Writes all of `bytes`. Blocks while a non-blocking descriptor is not ready. Throws `std::system_error`.
 void writeAll(int descriptor, std::string_view bytes);
