@@ -250,6 +250,8 @@ void SQLiteStore::moveAside() const
         if (*companion == '\0' && error)
             throw std::system_error(error, damaged.string());
     }
+    // After a power cut, the disk might otherwise hold the new database but not the new name of this one.
+    synchronizeFolder(m_file.parent_path());
     removeDamagedCopies(aside);
     m_log.error(fmt::format("{} is damaged: moved aside to {}; delete this copy when you no longer need it, "
                             "because it may contain keys",
