@@ -84,14 +84,16 @@ Installation installPolicy(const std::vector<fs::path>& candidates, std::string_
         folder.setMode(rootFolderMode);
     if (isInstalled(folder, target, bytes, fileMode) && present.size() == 1) {
         result.isChanged = isFolderWrong;
+        // Another program may have written the file, or an earlier attempt may have failed in the end.
+        folder.synchronize(target.filename());
     } else {
         folder.replace(target.filename(), bytes, fileMode);
         for (const fs::path& file : present) {
             if (file != target)
                 folder.remove(file.filename());
         }
-        folder.synchronize();
     }
+    folder.synchronize();
     if (isRoot())
         result.closedFolder = closedFolder(target);
     return result;

@@ -139,6 +139,14 @@ void TrustedFolder::remove(const std::string& name) const
         throwError(name);
 }
 
+void TrustedFolder::synchronize(const std::string& name) const
+{
+    const FileDescriptor file(
+        ::openat(m_descriptor.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file || ::fsync(file.get()) != 0)
+        throwError(name);
+}
+
 void TrustedFolder::synchronize() const
 {
     if (::fsync(m_descriptor.get()) != 0)

@@ -34,6 +34,8 @@ public:
     void replace(const std::string& name, std::string_view bytes, mode_t mode) const;
     /// Removes the entry, which must not be a folder.
     void remove(const std::string& name) const;
+    /// Flushes the content of a file to disk.
+    void synchronize(const std::string& name) const;
     /// Flushes renamed and removed entries to disk.
     void synchronize() const;
 
