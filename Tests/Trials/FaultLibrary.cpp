@@ -1,15 +1,13 @@
 // Preloaded before the C library. Makes file operations fail and the time of day jump according to the fault
-// plan; everything else passes through unchanged.
+// plan; everything else passes through unchanged. Records changes of files on request.
 
 #include "Tests/Trials/FaultPlan.h"
+#include "Tests/Trials/FileRecorder.h"
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -51,16 +49,12 @@ FaultPlan* plan()
 
 bool isAffected(const char* path)
 {
-    static const char* const folder = std::getenv(FaultPlan::folderVariable);
-    return folder != nullptr && std::strncmp(path, folder, std::strlen(folder)) == 0;
+    return isDeviceFile(path);
 }
 
 bool isAffected(int descriptor)
 {
-    std::array<char, 32> link{};
-    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
-    std::array<char, 4096> path{};
-    return ::readlink(link.data(), path.data(), path.size() - 1) > 0 && isAffected(path.data());
+    return isDeviceFile(pathOf(descriptor).c_str());
 }
 
 /// The outcome of an operation on `file`, a path or a descriptor.
@@ -124,7 +118,20 @@ int opening(const char* name, const char* path, int flags, va_list arguments)
     const auto mode = isMaking ? va_arg(arguments, mode_t) : mode_t(0);
     if (outcomeOf(FaultPlan::opening, path) != Outcome::passes)
         return -1;
-    return next<int(const char*, int, ...)>(name)(path, flags, mode);
+    const bool isCreated = willCreate(AT_FDCWD, path, flags);
+    const int descriptor = next<int(const char*, int, ...)>(name)(path, flags, mode);
+    recordOpening(descriptor, flags, isCreated);
+    return descriptor;
+}
+
+template <typename Function>
+int synchronizing(const char* name, int descriptor)
+{
+    const auto begin = recordedLength();
+    const int result = unlessFailing<Function>(FaultPlan::synchronizing, name, descriptor);
+    if (result == 0)
+        recordSynchronization(descriptor, begin);
+    return result;
 }
 
 std::int64_t clockOffset()
@@ -140,14 +147,18 @@ extern "C" {
 ssize_t write(int descriptor, const void* bytes, std::size_t count)
 {
     return writing(descriptor, count, [=](std::size_t part) {
-        return next<decltype(::write)>("write")(descriptor, bytes, part);
+        const ssize_t written = next<decltype(::write)>("write")(descriptor, bytes, part);
+        recordWrite(descriptor, bytes, written, -1);
+        return written;
     });
 }
 
 ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t offset)
 {
     return writing(descriptor, count, [=](std::size_t part) {
-        return next<decltype(::pwrite64)>("pwrite64")(descriptor, bytes, part, offset);
+        const ssize_t written = next<decltype(::pwrite64)>("pwrite64")(descriptor, bytes, part, offset);
+        recordWrite(descriptor, bytes, written, offset);
+        return written;
     });
 }
 
@@ -167,17 +178,21 @@ ssize_t pread64(int descriptor, void* bytes, std::size_t count, off64_t offset)
 
 int fsync(int descriptor)
 {
-    return unlessFailing<decltype(::fsync)>(FaultPlan::synchronizing, "fsync", descriptor);
+    return synchronizing<decltype(::fsync)>("fsync", descriptor);
 }
 
 int fdatasync(int descriptor)
 {
-    return unlessFailing<decltype(::fdatasync)>(FaultPlan::synchronizing, "fdatasync", descriptor);
+    return synchronizing<decltype(::fdatasync)>("fdatasync", descriptor);
 }
 
 int ftruncate64(int descriptor, off64_t length) noexcept
 {
-    return unlessFailing<decltype(::ftruncate64)>(FaultPlan::truncating, "ftruncate64", descriptor, length);
+    const int result =
+        unlessFailing<decltype(::ftruncate64)>(FaultPlan::truncating, "ftruncate64", descriptor, length);
+    if (result == 0)
+        recordTruncation(descriptor, length);
+    return result;
 }
 
 int open(const char* path, int flags, ...)

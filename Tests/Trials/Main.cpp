@@ -27,6 +27,11 @@ int main(int argc, char** argv)
         ->check(CLI::Range(1, most))
         ->capture_default_str();
     crash->add_option("--seed", seed, "Seed of an earlier run to repeat");
+    int cuts = 300;
+    auto* powerCut =
+        line.add_subcommand("powercut", "Cut the power during updates, pushes and a first start");
+    powerCut->add_option("--cuts", cuts, "Number of cuts")->check(CLI::Range(1, most))->capture_default_str();
+    powerCut->add_option("--seed", seed, "Seed of an earlier run to repeat");
     int depth = 12;
     auto* faults = line.add_subcommand("faults", "Make file operations fail");
     faults->add_option("--depth", depth, "Number of operations of each kind to fail, one at a time")
@@ -61,6 +66,8 @@ int main(int argc, char** argv)
     try {
         if (*crash)
             crashTrial(programs, rounds, seed);
+        else if (*powerCut)
+            powerCutTrial(programs, cuts, seed);
         else if (*faults)
             faultTrial(programs, depth);
         else if (*disturbances)

@@ -124,6 +124,9 @@ StoredState TrialDevice::inspect() const
     require(!state.history.empty() || !standard->data(StorageKeys::processedNotificationPayloads),
             "the history cannot be read");
     state.deviceToken = standard->text(StorageKeys::remoteNotificationDeviceToken).value_or("");
+    Store shell(paths.shellState(), SQLiteUserDefaults::Access::inspect);
+    state.isAuthorized =
+        Platform::Push::ShellState(*shell).authorizationStatus() == Platform::AuthorizationStatus::authorized;
     return state;
 }
 

@@ -34,6 +34,7 @@ struct StoredState {
     std::vector<PushNotifications::NotificationPayloadProcessor::Summary> history;
     /// Hexadecimal; empty before the first registration.
     std::string deviceToken;
+    bool isAuthorized = false;
 };
 
 /// A device whose user has completed the welcome screen and allowed notifications, so the application

@@ -14,6 +14,9 @@ struct TrialPrograms {
 /// Kills the application and qvctl `rounds` times, at file operations and at random moments, during
 /// configuration updates, pushes and uploads.
 void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed);
+/// Cuts the power `cuts` times during a first start, updates, pushes and the replacement of a damaged store.
+/// Also requires that it notices each kind of missing synchronization.
+void powerCutTrial(const TrialPrograms& programs, int cuts, unsigned seed);
 /// Makes each of the first `depth` file operations of a push and a change fail, one after the other.
 void faultTrial(const TrialPrograms& programs, int depth);
 /// Disturbs the application: clock jumps, locked stores, resource limits, a dead backend or session bus, and
