@@ -1,3 +1,6 @@
+#include "Core/ConfigurationSnapshot.h"
+#include "Core/JSON.h"
+#include "Core/ManagedConfigurationValidation.h"
 #include "Core/ManagedKeys.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Storage/FileDescriptor.h"
@@ -106,7 +109,7 @@ bool lintHasErrors(const std::string& policy)
     });
 }
 
-/// Implements the part of JSON Schema that `jsonSchema()` uses.
+/// Implements the part of JSON Schema that `jsonSchema()` and `snapshotSchema()` use.
 bool isValid(const json::value& value, const json::object& schema)
 {
     if (const auto* excluded = schema.if_contains("not"))
@@ -122,10 +125,12 @@ bool isValid(const json::value& value, const json::object& schema)
                            [&](const json::value& choice) { return isValid(value, choice.as_object()); });
     if (const auto* type = schema.if_contains("type")) {
         const auto isOfType = [&](std::string_view name) {
-            return name == "string"   ? value.is_string()
-                   : name == "array"  ? value.is_array()
-                   : name == "number" ? value.is_number()
-                                      : value.is_bool();
+            return name == "string"    ? value.is_string()
+                   : name == "array"   ? value.is_array()
+                   : name == "object"  ? value.is_object()
+                   : name == "integer" ? value.is_int64()
+                   : name == "number"  ? value.is_number()
+                                       : value.is_bool();
         };
         const bool isMatch = type->is_string()
                                  ? isOfType(type->as_string())
@@ -138,6 +143,19 @@ bool isValid(const json::value& value, const json::object& schema)
         static const std::regex beyondASCII(R"((\\u[0-9a-f]{4}-?)+)");
         const std::regex expression(std::regex_replace(std::string(pattern->as_string()), beyondASCII, ""));
         return std::regex_search(std::string(value.as_string()), expression);
+    }
+    if (const auto* constant = schema.if_contains("const"))
+        return value == *constant;
+    if (const auto* minimum = schema.if_contains("minimum"))
+        return value.as_int64() >= minimum->as_int64();
+    if (const auto* required = schema.if_contains("required")) {
+        const json::object& object = value.as_object();
+        return std::all_of(required->as_array().begin(), required->as_array().end(),
+                           [&](const json::value& name) { return object.contains(name.as_string()); }) &&
+               std::all_of(object.begin(), object.end(), [&](const auto& member) {
+                   const auto* property = schema.at("properties").as_object().if_contains(member.key());
+                   return property == nullptr || isValid(member.value(), property->as_object());
+               });
     }
     const auto* items = schema.if_contains("items");
     return items == nullptr ||
@@ -280,6 +298,60 @@ TEST(ManagedKeyFormsTest, SchemaAcceptsValuesThatValidationAccepts)
                       !lintHasErrors(json::serialize(policy)))
                 << key.name << " " << text;
         }
+    }
+}
+
+TEST(ManagedKeyFormsTest, SnapshotSchemaAcceptsExactlyStoredSnapshots)
+{
+    const json::object schema = snapshotSchema();
+    const auto stored = [](const char* policy) {
+        const auto config = Core::validateManagedConfiguration(*readPropertyList(policy).root.dictionary());
+        const auto bytes = Core::ConfigurationSnapshot::make(config, 1, {816968255.018}).encode();
+        return Core::JSONDecoder().decode(bytes).get_object();
+    };
+    for (const char* policy :
+         {"{}", R"({"base_domain": "HTTP://a", "OrganizationId": 4711, "api_key": 1.5, "device_id": true})",
+          R"({"base_domain": "HTTPS://a", "api_key": " \u00e9\n ", "device_id": " "})",
+          R"({"AllowedAppsBundleIdsForSSOExtension": " -., a.b,c, .d.", "base_domain": "a b"})",
+          R"({"AllowedAppsBundleIdsForSSOExtension": ["a.b", "", "c"], "base_domain": []})"})
+        EXPECT_TRUE(isValid(stored(policy), schema)) << policy;
+
+    const json::object full = stored(prettyJSON(samplePolicy()).c_str());
+    EXPECT_EQ(full.size(), schema.at("properties").as_object().size());
+    for (const auto& member : full) {
+        json::object changed = full;
+        EXPECT_TRUE(schema.at("properties").as_object().contains(member.key())) << member.key();
+        changed[member.key()] = nullptr;
+        EXPECT_FALSE(isValid(changed, schema)) << member.key();
+        // Decoding fails if, and only if, a required member is missing.
+        changed.erase(member.key());
+        const std::string text = json::serialize(changed);
+        const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
+        const auto decode = [&] {
+            static_cast<void>(Core::ConfigurationSnapshot::decode({bytes, bytes + text.size()}));
+        };
+        if (isValid(changed, schema)) {
+            EXPECT_NO_THROW(decode()) << member.key();
+        } else {
+            EXPECT_THROW(decode(), Core::DecodingError) << member.key();
+        }
+    }
+    struct Case {
+        const char* member;
+        const char* value;
+        bool isAccepted;
+    };
+    for (const Case& row : std::initializer_list<Case>{{"schemaVersion", "2", false},
+                                                       {"configVersion", "0", false},
+                                                       {"configVersion", "1.5", false},
+                                                       {"lastUpdated", "-0.5", true},
+                                                       {"baseDomain", R"("http://a")", false},
+                                                       {"deviceId", R"("")", false},
+                                                       {"allowedAppBundleIds", R"(["nodot"])", false},
+                                                       {"addedLater", "{}", true}}) {
+        json::object changed = full;
+        changed[row.member] = json::parse(row.value);
+        EXPECT_EQ(isValid(changed, schema), row.isAccepted) << row.member << " " << row.value;
     }
 }
 

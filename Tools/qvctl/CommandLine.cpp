@@ -125,7 +125,7 @@ void CommandLine::addStateCommands()
     addConditions(addInspection("status", "Show the applied configuration and the app's state",
                                 [this](const Options& options) { return status(options, m_conditions); }),
                   m_conditions);
-    addInspection("snapshot", "Show what the single-sign-on extension reads", snapshot);
+    addSnapshot();
     addCommand(*m_parser, "watch", "Show each configuration version as it is applied",
                [this] { return watch(m_options); });
     addGoals(addCommand(*m_parser, "wait", "Wait until the policy file is applied or the token uploaded",
@@ -166,6 +166,18 @@ void CommandLine::addStateCommands()
         "lines");
     logCommand.add_flag("-f,--follow", m_log.isFollowing, "Keep printing new lines until interrupted");
     addLimit(logCommand, m_limit);
+}
+
+void CommandLine::addSnapshot()
+{
+    CLI::App& command = addInspection(
+        "snapshot", "Show what the single-sign-on extension reads", [this](const Options& options) {
+            return m_isSchemaWanted ? snapshotSchema(options) : snapshot(options);
+        });
+    CLI::Option* schema =
+        command.add_flag("--schema", m_isSchemaWanted, "Print a JSON Schema of the stored record instead");
+    for (const char* option : {"--user", "--all-users"})
+        schema->excludes(command.get_option(option));
 }
 
 void CommandLine::addDoctor()

@@ -41,6 +41,7 @@ private:
     [[nodiscard]] ExitCode printHelp() const;
     void addHelp();
     void addStateCommands();
+    void addSnapshot();
     void addDoctor();
     void addBundle();
     void addConfigCommands();
@@ -65,6 +66,7 @@ private:
     /// The command to describe.
     std::vector<std::string> m_words;
     std::string m_service;
+    bool m_isSchemaWanted = false;
     SchemaFormat m_schemaFormat = SchemaFormat::jsonSchema;
     std::optional<std::int64_t> m_limit;
     LogOptions m_log;

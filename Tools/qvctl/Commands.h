@@ -85,6 +85,7 @@ struct DoctorOptions {
 /// `conditions` are names from Conditions.h; the exit code is `checkFailed` unless all are met.
 ExitCode status(const Options& options, const std::vector<std::string>& conditions);
 ExitCode snapshot(const Options& options);
+ExitCode snapshotSchema(const Options& options);
 /// Runs until SIGINT or SIGTERM, or until standard output has no reader.
 ExitCode watch(const Options& options);
 /// Waits until a condition is met. Ends the process if a signal interrupts it.

@@ -64,6 +64,18 @@ std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList
     return sentences;
 }
 
+/// `content` is an object, or XML as a string.
+ExitCode printSchema(const Options& options, const json::value& content)
+{
+    if (options.isJSON)
+        printJSON({{"content", content}});
+    else if (const auto* text = content.if_string())
+        writeOutput(*text);
+    else
+        writeOutput(prettyJSON(content) + "\n");
+    return success;
+}
+
 } // namespace
 
 ExitCode configShow(const Options& options)
@@ -126,16 +138,14 @@ ExitCode configExplain(const Options& options, const std::optional<std::string>&
 
 ExitCode configSchema(const Options& options, SchemaFormat format)
 {
-    const json::value content = format == SchemaFormat::jsonSchema  ? json::value(jsonSchema())
+    return printSchema(options, format == SchemaFormat::jsonSchema  ? json::value(jsonSchema())
                                 : format == SchemaFormat::appConfig ? json::value(appConfigForm())
-                                                                    : json::value(samplePolicy());
-    if (options.isJSON)
-        printJSON({{"content", content}});
-    else if (const auto* text = content.if_string())
-        writeOutput(*text);
-    else
-        writeOutput(prettyJSON(content) + "\n");
-    return success;
+                                                                    : json::value(samplePolicy()));
+}
+
+ExitCode snapshotSchema(const Options& options)
+{
+    return printSchema(options, Policy::snapshotSchema());
 }
 
 } // namespace Qvctl

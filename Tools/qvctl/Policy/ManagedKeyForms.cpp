@@ -1,5 +1,6 @@
 #include "Tools/qvctl/Policy/ManagedKeyForms.h"
 
+#include "Core/ConfigurationSnapshot.h"
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/ManagedKeys.h"
 #include "Platform/ASCII.h"
@@ -20,6 +21,7 @@ using Core::ManagedKey;
 using KeyKind = ManagedKey::Kind;
 
 constexpr const char* formLanguage = "en-US";
+constexpr const char* schemaDialect = "https://json-schema.org/draft/2020-12/schema";
 
 /// The white space that validation trims, as the content of a regular expression's brackets.
 constexpr std::string_view whiteSpace =
@@ -114,6 +116,24 @@ const char* definitionOf(KeyKind kind)
     return nullptr;
 }
 
+/// Accepts the values of this kind that validation produces.
+json::object storedValue(KeyKind kind)
+{
+    switch (kind) {
+    case KeyKind::bundleIds:
+        return {
+            {"type", "array"},
+            {"items", {{"type", "string"}, {"pattern", R"(^[A-Za-z0-9-]*\.[A-Za-z0-9.-]*$)"}}},
+        };
+    case KeyKind::address:
+        return {{"type", "string"}, {"pattern", "^[Hh][Tt][Tt][Pp][Ss]://"}};
+    case KeyKind::text:
+    case KeyKind::revision:
+        break;
+    }
+    return {{"type", "string"}, {"pattern", notBlankPattern()}};
+}
+
 /// The XML element that declares a value of this kind.
 const char* formType(KeyKind kind)
 {
@@ -152,7 +172,7 @@ json::object jsonSchema()
         schema["examples"] = json::array{exampleValue(key)};
         properties[key.name] = std::move(schema);
     }
-    return {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
+    return {{"$schema", schemaDialect},
             {"title", "Managed configuration of Quorvane MDM"},
             {"description", "All keys are optional and case-sensitive. Unknown keys are ignored."},
             {"type", "object"},
@@ -188,6 +208,39 @@ std::string appConfigForm()
     std::ostringstream text;
     document.save(text, "  ");
     return text.str();
+}
+
+json::object snapshotSchema()
+{
+    json::object properties;
+    json::array required;
+    for (const ManagedKey& key : Core::managedKeys()) {
+        if (!key.isStored())
+            continue;
+        json::object schema = storedValue(key.kind);
+        schema["title"] = key.label;
+        schema["description"] = key.description;
+        properties[key.codingKey] = std::move(schema);
+        if (key.isList())
+            required.emplace_back(key.codingKey);
+    }
+    properties["schemaVersion"] = {{"const", Core::ConfigurationSnapshot::currentSchemaVersion},
+                                   {"description", "Version of this layout."}};
+    properties["configVersion"] = {{"type", "integer"},
+                                   {"minimum", 1},
+                                   {"description", "Number of updates applied so far. It starts again from 1 "
+                                                   "after the snapshot was deleted."}};
+    properties["lastUpdated"] = {
+        {"type", "number"},
+        {"description", "When this version was applied, in seconds since 2001-01-01T00:00:00Z."}};
+    for (const char* name : {"schemaVersion", "configVersion", "lastUpdated"})
+        required.emplace_back(name);
+    return {{"$schema", schemaDialect},
+            {"title", "Snapshot of the managed configuration of Quorvane MDM"},
+            {"description", "A member that has no value is absent, never null. Ignore unknown members."},
+            {"type", "object"},
+            {"properties", std::move(properties)},
+            {"required", std::move(required)}};
 }
 
 json::object samplePolicy()

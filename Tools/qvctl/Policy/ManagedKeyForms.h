@@ -17,6 +17,10 @@ boost::json::object jsonSchema();
 /// AppConfig Community, appconfig.xsd.
 std::string appConfigForm();
 
+/// A JSON Schema of the stored snapshot, for its readers. Members that it does not name are allowed, because
+/// later versions of the app may add some.
+boost::json::object snapshotSchema();
+
 /// A policy file with an example value for every managed key.
 boost::json::object samplePolicy();
 
