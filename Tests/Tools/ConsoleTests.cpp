@@ -22,6 +22,8 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <regex>
 #include <set>
 #include <unistd.h>
@@ -318,9 +320,12 @@ TEST(ManagedKeyFormsTest, SnapshotSchemaAcceptsExactlyStoredSnapshots)
 
     const json::object full = stored(prettyJSON(samplePolicy()).c_str());
     EXPECT_EQ(full.size(), schema.at("properties").as_object().size());
+    std::ifstream file(QV_SOURCES "/Docs/Snapshot.md");
+    const std::string document{std::istreambuf_iterator<char>(file), {}};
     for (const auto& member : full) {
         json::object changed = full;
         EXPECT_TRUE(schema.at("properties").as_object().contains(member.key())) << member.key();
+        EXPECT_THAT(document, testing::HasSubstr("`" + std::string(member.key()) + "`"));
         changed[member.key()] = nullptr;
         EXPECT_FALSE(isValid(changed, schema)) << member.key();
         // Decoding fails if, and only if, a required member is missing.
