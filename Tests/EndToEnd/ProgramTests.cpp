@@ -159,7 +159,7 @@ TEST_F(ProgramTest, CommandLinesReportErrorsAndExitCodes)
         {{"config", "explain", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "set", device.path("bad.json")}, 78, "bad.json:2:"},
         {{"config", "clear"}, 0, "No policy file to remove"},
-        {{"config", "set", device.path("good.json")}, 0, "Installed"},
+        {{"config", "set", device.path("good.json")}, 0, ": changed"},
         {{"config", "show"}, 0, "\"acme.corp\""},
         {{"config", "show", "--json"}, 0, R"("api_key":"********")"},
         {{"config", "show", "--reveal"}, 0, "canary"},
