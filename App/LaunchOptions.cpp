@@ -22,7 +22,7 @@ std::unique_ptr<CLI::App> makeCommandLine(Platform::DeviceOptions& options)
     commandLine->get_help_ptr()->description("Print this help and exit");
     commandLine
         ->add_option("--managed-configuration", options.managedConfiguration,
-                     "Policy file to use instead of managed.plist or managed.json in /etc/quorvane-mdm "
+                     "Policy file, or folder of fragments, to use instead of those in /etc/quorvane-mdm "
                      "(environment variable: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
     static const std::map<std::string, PushSource> sources{

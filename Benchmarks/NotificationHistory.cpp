@@ -90,7 +90,8 @@ private:
 
     const std::size_t m_count;
     TemporaryFolder m_folder;
-    Platform::Linux::DevicePaths m_paths{m_folder.path("state"), {m_folder.path("policy/managed.json")}};
+    Platform::Linux::DevicePaths m_paths{m_folder.path("state"),
+                                         {.files = {m_folder.path("policy/managed.json")}}};
     Platform::SystemClock m_clock;
     RecordingUnifiedLog m_log;
     Platform::AdapterLog m_adapterLog{m_log, "com.quorvane.mdm"};

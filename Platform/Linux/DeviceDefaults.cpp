@@ -67,7 +67,7 @@ DeviceDefaults::DeviceDefaults(DevicePaths paths, Storage::SQLiteUserDefaults::A
       m_access(access),
       m_clock(clock),
       m_log(log),
-      m_policyFile(m_paths.managedConfigurationCandidates, log),
+      m_policyFile(m_paths.policy, log),
       m_database(m_paths.standardDefaults(), access, clock, log),
       m_standard(std::make_unique<Standard>(m_database, m_policyFile))
 {}

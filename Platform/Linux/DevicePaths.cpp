@@ -40,15 +40,19 @@ fs::path userStateFolder()
     throw std::runtime_error("this user has no home folder; set HOME or XDG_DATA_HOME to an absolute path");
 }
 
-/// Throws `InvalidPolicyPath` for an empty name or a folder.
-void requireFileName(const std::string& name)
+/// Returns the places of the file or folder with this name.
+Files::PolicyPlaces namedPlaces(const std::string& name)
 {
-    std::error_code ignored;
-    if (name.empty())
-        throw InvalidPolicyPath("--managed-configuration needs a file name, but its value is empty");
-    if (name.ends_with('/') || fs::is_directory(name, ignored))
-        throw InvalidPolicyPath("--managed-configuration names a folder, " + name +
-                                "; give the path of the policy file in it");
+    std::error_code error;
+    const fs::path path = fs::absolute(name, error);
+    if (error)
+        throw InvalidPolicyPath(name + " is relative to a folder that no longer exists (" + error.message() +
+                                "); use an absolute path");
+    if (!path.has_filename())
+        return {.files = {}, .fragments = path.has_relative_path() ? path.parent_path() : path};
+    if (fs::is_directory(path, error))
+        return {.files = {}, .fragments = path};
+    return {.files = {path}};
 }
 
 } // namespace
@@ -74,26 +78,21 @@ DevicePaths DevicePaths::fromEnvironment(const std::optional<std::string>& manag
     paths.stateFolder = userStateFolder();
     const auto runtimeFolder = folderFromEnvironment("XDG_RUNTIME_DIR");
     paths.pushSocket = (runtimeFolder ? *runtimeFolder / "quorvane-mdm" : paths.stateFolder) / "push.sock";
-    paths.managedConfigurationCandidates = policyCandidates(managedConfiguration);
+    paths.policy = policyPlaces(managedConfiguration);
     return paths;
 }
 
-std::vector<fs::path> DevicePaths::policyCandidates(const std::optional<std::string>& managedConfiguration)
+Files::PolicyPlaces DevicePaths::policyPlaces(const std::optional<std::string>& managedConfiguration)
 {
-    if (managedConfiguration)
-        requireFileName(*managedConfiguration);
+    if (managedConfiguration && managedConfiguration->empty())
+        throw InvalidPolicyPath("--managed-configuration needs a file name, but its value is empty");
     const auto named =
         managedConfiguration ? managedConfiguration : environment("QUORVANE_MANAGED_CONFIGURATION");
-    if (named) {
-        std::error_code error;
-        fs::path file = fs::absolute(*named, error);
-        if (error)
-            throw InvalidPolicyPath(*named + " is relative to a folder that no longer exists (" +
-                                    error.message() + "); use an absolute path");
-        return {std::move(file)};
-    }
+    if (named)
+        return namedPlaces(*named);
     const fs::path folder = policyFolder;
-    return {folder / "managed.plist", folder / "managed.json"};
+    return {.files = {folder / "managed.plist", folder / "managed.json"},
+            .fragments = folder / fragmentFolderName};
 }
 
 } // namespace Platform::Linux

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "Platform/Linux/Files/PolicyFragments.h"
+
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace Platform::Linux {
 
@@ -21,7 +22,10 @@ inline constexpr std::string_view journalIdentifier = "quorvane-mdm";
 /// The default folder of the policy file.
 inline constexpr std::string_view policyFolder = "/etc/quorvane-mdm";
 
-/// The policy file path given by the user is not valid.
+/// The name of the folder of fragments in `policyFolder`.
+inline constexpr std::string_view fragmentFolderName = "managed.d";
+
+/// The path of a policy file or folder of fragments given by the user is not valid.
 class InvalidPolicyPath : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -30,8 +34,7 @@ class InvalidPolicyPath : public std::runtime_error {
 struct DevicePaths {
     /// The folder of all stores; created on first use.
     std::filesystem::path stateFolder;
-    /// Absolute paths where the policy file may be, in order of precedence.
-    std::vector<std::filesystem::path> managedConfigurationCandidates;
+    Files::PolicyPlaces policy;
 
     /// The socket of the local push service, in the user's runtime folder.
     std::filesystem::path pushSocket = {};
@@ -46,14 +49,14 @@ struct DevicePaths {
     static std::filesystem::path defaultStateFolder(const std::filesystem::path& home);
 
     /// Returns the paths for this environment. The state folder is in XDG_DATA_HOME, by default
-    /// ~/.local/share. The socket is in XDG_RUNTIME_DIR, by default in the state folder. The policy file is
+    /// ~/.local/share. The socket is in XDG_RUNTIME_DIR, by default in the state folder. The policy is
     /// `managedConfiguration`, the value of the command-line option, else QUORVANE_MANAGED_CONFIGURATION,
-    /// else in `policyFolder`. An empty variable counts as unset. Throws `InvalidPolicyPath`, and
+    /// else in `policyFolder`. A named file has no fragments; a named folder, or a name that ends with "/",
+    /// has only fragments. An empty variable counts as unset. Throws `InvalidPolicyPath`, and
     /// `std::runtime_error` if the user has no home folder.
     static DevicePaths fromEnvironment(const std::optional<std::string>& managedConfiguration);
-    /// Returns only `managedConfigurationCandidates`; needs no home folder. Throws `InvalidPolicyPath`.
-    static std::vector<std::filesystem::path>
-    policyCandidates(const std::optional<std::string>& managedConfiguration);
+    /// Returns only `policy`; needs no home folder. Throws `InvalidPolicyPath`.
+    static Files::PolicyPlaces policyPlaces(const std::optional<std::string>& managedConfiguration);
 };
 
 } // namespace Platform::Linux

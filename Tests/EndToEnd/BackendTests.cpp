@@ -77,7 +77,7 @@ protected:
     NotificationCenter center;
     SystemClock clock;
     AdapterLog adapterLog{log, "test"};
-    Linux::DeviceDefaults defaults{{folder.path("state"), {folder.path("managed.json")}},
+    Linux::DeviceDefaults defaults{{folder.path("state"), {.files = {folder.path("managed.json")}}},
                                    Storage::SQLiteUserDefaults::Access::readWrite,
                                    clock,
                                    adapterLog};

@@ -71,7 +71,7 @@ private:
     RecordingUnifiedLog m_log;
     SystemClock m_clock;
     AdapterLog m_adapterLog{m_log, "test"};
-    Linux::DeviceDefaults m_domains{{m_folder.path("state"), {m_folder.path("managed.json")}},
+    Linux::DeviceDefaults m_domains{{m_folder.path("state"), {.files = {m_folder.path("managed.json")}}},
                                     Storage::SQLiteUserDefaults::Access::readWrite,
                                     m_clock,
                                     m_adapterLog};

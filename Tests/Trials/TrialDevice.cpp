@@ -42,7 +42,7 @@ private:
 
 Platform::Linux::DevicePaths pathsOf(const ThrowawayDevice& device)
 {
-    return {device.path("data/quorvane-mdm"), {device.policyFile()}};
+    return {device.path("data/quorvane-mdm"), {.files = {device.policyFile()}}};
 }
 
 void requireIntactDatabase(const fs::path& file)

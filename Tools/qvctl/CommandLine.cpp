@@ -97,9 +97,8 @@ CommandLine::CommandLine()
     m_parser->fallthrough();
     m_parser
         ->add_option("--managed-configuration", m_options.managedConfiguration,
-                     "Use this policy file instead of the device's (default: "
-                     "/etc/quorvane-mdm/managed.plist or managed.json; environment: "
-                     "QUORVANE_MANAGED_CONFIGURATION)")
+                     "Use this policy file, or the fragments in this folder, instead of those in "
+                     "/etc/quorvane-mdm (environment: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
     m_parser->add_flag("--json", m_options.isJSON, "Print JSON, one object per line");
     m_parser->add_flag("--reveal", m_options.isRevealing,
@@ -226,8 +225,9 @@ void CommandLine::addConfigCommands()
                [this] { return configShow(m_options); });
     addCommand(config, "lint", "Check policy files: list every problem with its location, effect and fix",
                [this] { return configLint(m_options, m_files); })
-        .add_option("FILE", m_files, "Policy files to check; - reads standard input")
-        ->required()
+        .add_option("FILE", m_files,
+                    "Policy files to check, each alone (default: this device's, with all fragments); - reads "
+                    "standard input")
         ->check(nonEmptyFileName());
     addCommand(config, "explain", "Show the effective value of each key, and why",
                [this] { return configExplain(m_options, m_file); })

@@ -92,7 +92,8 @@ ExitCode watch(const Options& options);
 ExitCode wait(const Options& options, const WaitOptions& goal);
 ExitCode log(const Options& options, const LogOptions& selection);
 ExitCode configShow(const Options& options);
-/// In this and the following commands, the file "-" is standard input.
+/// Checks this device's configuration if `files` is empty. In this and the following commands, the file "-"
+/// is standard input.
 ExitCode configLint(const Options& options, const std::vector<std::string>& files);
 /// Explains this device's policy file if `file` is absent.
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file);

@@ -144,14 +144,14 @@ std::int64_t Conditions::version() const
     }
 }
 
-std::vector<std::filesystem::path> Conditions::watchedFiles() const
+Platform::Linux::Files::PolicyPlaces Conditions::watchedFiles() const
 {
-    auto files = Platform::Linux::DevicePaths::policyCandidates(m_options.managedConfiguration);
+    auto places = Platform::Linux::DevicePaths::policyPlaces(m_options.managedConfiguration);
     // Writers of a store touch its bell file after each commit.
     for (std::filesystem::path store :
          {m_device.paths.suite(Core::Constants::appGroupSuiteName), m_device.paths.shellState()})
-        files.push_back(store.replace_extension(".bell"));
-    return files;
+        places.files.push_back(store.replace_extension(".bell"));
+    return places;
 }
 
 Verifications verify(const Options& options, const std::vector<std::string>& names)

@@ -44,7 +44,7 @@ public:
     /// The version of the stored snapshot; 0 if there is none or it cannot be read.
     [[nodiscard]] std::int64_t version() const;
     /// The files that change when one of the conditions does. `running` changes none.
-    [[nodiscard]] std::vector<std::filesystem::path> watchedFiles() const;
+    [[nodiscard]] Platform::Linux::Files::PolicyPlaces watchedFiles() const;
 
 private:
     const Device& m_device;

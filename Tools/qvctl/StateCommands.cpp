@@ -132,6 +132,8 @@ void printPolicy(const DevicePolicy& policy)
                                 : toned(Tone::bad, reading.diagnostic()));
     if (!policy.ignored.empty())
         printRow("", toned(Tone::warning, policy.ignoredText()));
+    for (const auto& fragment : policy.fragmentPaths())
+        printRow("fragment", styled("{}", fragment));
 }
 
 Styled pushServiceText(const std::optional<PushServiceState>& service)
@@ -212,8 +214,9 @@ json::object statusJSON(const DeviceState& state, const Options& options)
     object["policyFile"] = {{"path", policy.path.string()},
                             {"state", stateName(policy.state)},
                             {"reason", policy.reason.empty() ? json::value() : json::value(policy.reason)},
-                            {"places", pathsJSON(state.policy.candidates)},
-                            {"ignored", pathsJSON(state.policy.ignored)}};
+                            {"places", pathsJSON(state.policy.places.files)},
+                            {"ignored", pathsJSON(state.policy.ignored)},
+                            {"fragments", pathsJSON(state.policy.fragmentPaths())}};
     object["notificationPermission"] = permissionName(state.permission);
     object["hasDeviceToken"] = state.token.has_value();
     if (options.isRevealing && state.token)

@@ -48,7 +48,7 @@ Options optionsForUsers(Options options)
     if (!options.managedConfiguration && variable != nullptr && *variable != '\0')
         options.managedConfiguration = variable;
     // Reports an invalid path once instead of once for each user.
-    Platform::Linux::DevicePaths::policyCandidates(options.managedConfiguration);
+    Platform::Linux::DevicePaths::policyPlaces(options.managedConfiguration);
     if (options.managedConfiguration)
         options.managedConfiguration = std::filesystem::absolute(*options.managedConfiguration).string();
     return options;

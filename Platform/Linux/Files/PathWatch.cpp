@@ -45,7 +45,12 @@ bool isIncomplete(const std::vector<Storage::PathStep>& steps)
 
 PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files,
                      const AdapterLog& log, std::function<void()> onChange)
-    : m_watcher(watcher), m_files(std::move(files)), m_errorLine(log)
+    : PathWatch(watcher, PolicyPlaces{.files = std::move(files)}, log, std::move(onChange))
+{}
+
+PathWatch::PathWatch(FileSystemWatcher& watcher, PolicyPlaces places, const AdapterLog& log,
+                     std::function<void()> onChange)
+    : m_watcher(watcher), m_places(std::move(places)), m_errorLine(log)
 {
     // addHandler() returns the number that the handler needs; rearm() sets the first targets, so the handler
     // is not called before.
@@ -63,10 +68,11 @@ PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::pa
 bool PathWatch::isRelevant(std::uint32_t mask, std::string_view name)
 {
     const std::lock_guard lock(m_mutex);
-    return name.empty() || (mask & IN_Q_OVERFLOW) != 0 || m_watchedNames.find(name) != m_watchedNames.end();
+    return name.empty() || (mask & IN_Q_OVERFLOW) != 0 || m_watchedNames.find(name) != m_watchedNames.end() ||
+           (!m_places.fragments.empty() && isFragmentName(name));
 }
 
-/// Watches every folder and link on the current path of every file. Walks the paths again after adding the
+/// Watches every folder and link on the current paths. Walks the paths again after adding the
 /// watches to detect what was replaced meanwhile.
 void PathWatch::rearm(int handler)
 {
@@ -77,23 +83,23 @@ void PathWatch::rearm(int handler)
     const std::lock_guard lock(m_mutex);
     // Bounded in case links are swapped faster than this follows them; the next event tries again.
     constexpr int maximumAttempts = 10;
-    std::vector<Storage::PathStep> steps = walkAll();
-    if (m_isArmed && isIncomplete(steps))
+    Walk walk = walkAll();
+    if (m_isArmed && isIncomplete(walk.steps))
         return; // The existing watches still report the next change.
     m_isArmed = true;
     std::set<std::filesystem::path> unwatched;
     std::vector<FileSystemWatcher::Failure> failures;
     for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
-        failures = m_watcher.setTargets(handler, targetsFor(steps, unwatched));
+        failures = m_watcher.setTargets(handler, targetsFor(walk, unwatched));
         std::set<std::filesystem::path> failed;
         for (const auto& failure : failures)
             failed.insert(failure.path);
-        std::vector<Storage::PathStep> now = walkAll();
-        if (isIncomplete(now))
+        Walk now = walkAll();
+        if (isIncomplete(now.steps))
             break;
-        const bool isSettled =
-            failed == unwatched && std::equal(steps.begin(), steps.end(), now.begin(), now.end(), isSame);
-        steps = std::move(now);
+        const bool isSettled = failed == unwatched && std::equal(walk.steps.begin(), walk.steps.end(),
+                                                                 now.steps.begin(), now.steps.end(), isSame);
+        walk = std::move(now);
         unwatched = std::move(failed);
         if (isSettled)
             break;
@@ -101,19 +107,31 @@ void PathWatch::rearm(int handler)
     report(failures);
 }
 
-std::vector<Storage::PathStep> PathWatch::walkAll() const
+PathWatch::Walk PathWatch::walkAll() const
 {
-    std::vector<Storage::PathStep> steps;
-    for (const auto& file : m_files) {
-        const auto walked = Storage::walkPath(file);
-        steps.insert(steps.end(), walked.begin(), walked.end());
+    Walk walk;
+    const auto add = [&walk](const std::vector<Storage::PathStep>& steps) {
+        walk.steps.insert(walk.steps.end(), steps.begin(), steps.end());
+    };
+    for (const auto& file : m_places.files)
+        add(Storage::walkPath(file));
+    if (m_places.fragments.empty())
+        return walk;
+    const FragmentFolder folder = listFragments(m_places.fragments);
+    add(folder.steps);
+    if (folder.steps.back().kind == Storage::PathStep::Kind::folder)
+        walk.fragments = folder.steps.back().path;
+    // The folder reports the changes of all other fragments.
+    for (const FragmentFolder::Entry& entry : folder.entries) {
+        if (entry.isLink)
+            add(Storage::walkPath(m_places.fragments / entry.name));
     }
-    return steps;
+    return walk;
 }
 
-/// Returns the targets for `steps`. `unwatched` are the paths that could not be watched; their parents come
+/// Returns the targets for `walk`. `unwatched` are the paths that could not be watched; their parents come
 /// first, so a change of mode while the other watches are added is reported.
-std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<Storage::PathStep>& steps,
+std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const Walk& walk,
                                                              const std::set<std::filesystem::path>& unwatched)
 {
     std::vector<FileSystemWatcher::Target> targets;
@@ -122,7 +140,9 @@ std::vector<FileSystemWatcher::Target> PathWatch::targetsFor(const std::vector<S
         targets.push_back({path.parent_path(), entryOpened});
         m_watchedNames.insert(path.filename());
     }
-    for (const Storage::PathStep& step : steps) {
+    if (!walk.fragments.empty())
+        targets.push_back({walk.fragments, entryChanged});
+    for (const Storage::PathStep& step : walk.steps) {
         if (step.kind == Storage::PathStep::Kind::folder) {
             targets.push_back({step.path, eventsOfFolder(step)});
             continue;

@@ -79,13 +79,6 @@ OpenedFile openChecked(const std::filesystem::path& path)
     return opened;
 }
 
-PolicyFileReading failed(PolicyFileReading reading, State state, std::string reason)
-{
-    reading.state = state;
-    reading.reason = std::move(reason);
-    return reading;
-}
-
 /// Returns `reading` with the file's parsed content or the error.
 PolicyFileReading parsed(PolicyFileReading reading, int descriptor, PropertyLists::WithPlaces withPlaces)
 {
@@ -117,6 +110,19 @@ std::string PolicyFileReading::diagnostic() const
     return fmt::format("{}: {}", path.string(), reason);
 }
 
+void PolicyFileReading::setRevision(const struct stat& status)
+{
+    revision = fmt::format("{}:{}:{}.{:09}", status.st_dev, status.st_ino, status.st_ctim.tv_sec,
+                           status.st_ctim.tv_nsec);
+}
+
+PolicyFileReading failed(PolicyFileReading reading, State state, std::string reason)
+{
+    reading.state = state;
+    reading.reason = std::move(reason);
+    return reading;
+}
+
 PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck trustCheck,
                                  PropertyLists::WithPlaces withPlaces)
 {
@@ -127,8 +133,7 @@ PolicyFileReading readPolicyFile(const std::filesystem::path& path, TrustCheck t
         return reading;
     const struct stat& status = opened.status;
     if (status.st_ino != 0)
-        reading.revision = fmt::format("{}:{}:{}.{:09}", status.st_dev, status.st_ino, status.st_ctim.tv_sec,
-                                       status.st_ctim.tv_nsec);
+        reading.setRevision(status);
     if (auto& reason = opened.distrust) {
         // The diagnostic starts with the file's path; do not repeat it in the reason.
         if (const std::string prefix = path.string() + " "; reason->starts_with(prefix))

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace Platform::Linux::Files {
@@ -34,7 +35,11 @@ struct PolicyFileReading {
 
     /// Returns "FILE:LINE:COLUMN: reason", or "FILE: reason" if the position is not known.
     [[nodiscard]] std::string diagnostic() const;
+    void setRevision(const struct stat& status);
 };
+
+/// Returns `reading` with an error.
+PolicyFileReading failed(PolicyFileReading reading, PolicyFileReading::State state, std::string reason);
 
 enum class TrustCheck { required, skipped };
 

@@ -79,7 +79,7 @@ private:
     /// Describes the policy files and the snapshot. Their values do not appear in other files of the bundle.
     void readConfigurations()
     {
-        for (const fs::path& file : m_paths.managedConfigurationCandidates) {
+        for (const fs::path& file : policyFiles()) {
             struct stat status {};
             if (::stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
                 continue;
@@ -102,6 +102,16 @@ private:
         const InspectedStore standard(m_paths.standardDefaults());
         m_redaction.hideText(
             standard.values.text(Core::Constants::StorageKeys::remoteNotificationDeviceToken).value_or(""));
+    }
+
+    [[nodiscard]] std::vector<fs::path> policyFiles() const
+    {
+        std::vector<fs::path> files = m_paths.policy.files;
+        if (m_paths.policy.fragments.empty())
+            return files;
+        for (const auto& entry : Platform::Linux::Files::listFragments(m_paths.policy.fragments).entries)
+            files.push_back(m_paths.policy.fragments / entry.name);
+        return files;
     }
 
     void readSnapshot(const Core::ConfigurationSnapshot& snapshot)

@@ -13,6 +13,7 @@
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Policy/LintFindings.h"
+#include "Tools/qvctl/Policy/PolicyFiles.h"
 
 #include <fmt/format.h>
 
@@ -49,16 +50,39 @@ std::string problemOf(const PolicyFileReading& reading)
                             : fmt::format("{} {}.", reading.path.string(), reading.reason);
 }
 
-void checkPermissions(CheckReport& report, const PolicyFileReading& reading,
-                      const std::vector<PolicyFileReading>& untrustedFiles)
+void checkFile(CheckReport& report, const DevicePolicy& policy)
 {
-    if (untrustedFiles.empty()) {
+    const bool hasFragments = !policy.fragments.empty() || policy.folderProblem;
+    if (policy.bestReading().state == PolicyFileReading::State::missing)
+        report.failed("policy.file", sentence(policy.absence()),
+                      "Deliver it with device management, or install it: qvctl config set FILE");
+    else if (!policy.file && policy.untrusted.empty() && hasFragments)
+        report.ok("policy.file", fmt::format("There is no policy file; all values come from {}.",
+                                             policy.places.fragments.string()));
+    else if (policy.file && policy.file->state == PolicyFileReading::State::unreadable)
+        report.failed(
+            "policy.file", problemOf(*policy.file),
+            "Make it a regular file that the app's user can read (chmod a+r), in folders that this user can "
+            "enter (chmod a+x).");
+    else if (!policy.ignored.empty())
+        report.warning("policy.file", sentence(policy.ignoredText()),
+                       "Remove one of them; qvctl config set FILE keeps only the file that it installs.");
+    else
+        report.ok(
+            "policy.file",
+            fmt::format("{} exists.", (policy.file ? *policy.file : policy.untrusted.front()).path.string()));
+}
+
+void checkPermissions(CheckReport& report, const DevicePolicy& policy)
+{
+    if (policy.untrusted.empty()) {
         report.ok("policy.permissions",
-                  fmt::format("Only root and this user can change {}.", reading.path.string()));
+                  fmt::format("Only root and this user can change {}.",
+                              (policy.file ? policy.file->path : policy.places.fragments).string()));
         return;
     }
     // The reason is "PREDICATE: FIX" for the file itself, or "FOLDER PREDICATE: FIX".
-    const PolicyFileReading& untrusted = untrustedFiles.front();
+    const PolicyFileReading& untrusted = policy.untrusted.front();
     const std::string file = untrusted.path.string();
     const auto colon = std::min(untrusted.reason.find(": "), untrusted.reason.size());
     const std::string reason = untrusted.reason.substr(0, colon);
@@ -67,16 +91,59 @@ void checkPermissions(CheckReport& report, const PolicyFileReading& reading,
                                   : fmt::format("{} {}, so the app does not trust it.", file, reason);
     const std::string fix =
         colon < untrusted.reason.size() ? sentence(untrusted.reason.substr(colon + 2)) : "";
-    if (reading.state == PolicyFileReading::State::missing)
+    if (!policy.file)
         report.failed("policy.permissions", found, fix);
     else
         report.warning("policy.permissions",
-                       fmt::format("{} It uses {} instead.", found, reading.path.string()), fix);
+                       fmt::format("{} It uses {} instead.", found, policy.file->path.string()), fix);
 }
 
-void checkValues(CheckReport& report, const PolicyFileReading& reading)
+void checkSyntax(CheckReport& report, const DevicePolicy& policy)
 {
-    const std::vector<LintFinding> all = findProblems(reading.document, false);
+    if (!policy.file)
+        report.skipped("policy.syntax", "There are only fragments.");
+    else if (policy.file->state == PolicyFileReading::State::good)
+        report.ok("policy.syntax", fmt::format("Valid {}.", formatName(policy.file->document.format)));
+    else
+        report.failed("policy.syntax", problemOf(*policy.file),
+                      "Correct the file; until then the app keeps the last valid configuration.");
+}
+
+/// Lists the file of each managed key.
+std::string sourcesText(const DevicePolicy& policy)
+{
+    std::string text;
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        if (const auto sources = policy.sourcesOf(key.name); !sources.empty())
+            text += fmt::format("{}{} comes from {}", text.empty() ? "" : "; ", key.name,
+                                sourceText(fileNames(sources)));
+    }
+    return text.empty() ? "The fragments set no managed key" : text;
+}
+
+/// Adds no result if there are no fragments.
+void checkFragments(CheckReport& report, const DevicePolicy& policy)
+{
+    constexpr const char* identifier = "policy.fragments";
+    if (policy.fragments.empty() && !policy.folderProblem)
+        return;
+    const auto problems = policy.unusable();
+    const auto problem =
+        std::find_if(problems.begin(), problems.end(), [&](const PolicyFileReading* reading) {
+            return !policy.file || reading != &*policy.file;
+        });
+    if (problem == problems.end())
+        report.ok(identifier, sourcesText(policy) + ".");
+    else
+        report.failed(
+            identifier, problemOf(**problem),
+            "Correct or remove it; until then the app keeps its last valid content. An app that was "
+            "started since applies no change.");
+}
+
+void checkValues(CheckReport& report, const DevicePolicy& policy)
+{
+    const std::vector<LintFinding> all = findingsOf(policy, false);
     const auto worst =
         std::min_element(all.begin(), all.end(), [](const LintFinding& left, const LintFinding& right) {
             return left.severity < right.severity;
@@ -85,13 +152,19 @@ void checkValues(CheckReport& report, const PolicyFileReading& reading)
         report.ok("policy.values", "Every value is used as written.");
         return;
     }
-    const std::string line = worst->position ? fmt::format("Line {}: ", worst->position->line) : "";
+    const bool hasFragments = !policy.fragments.empty();
+    const std::string file = hasFragments ? worst->file.string() : "";
+    const std::string line = worst->position ? fmt::format("Line {}{}{}: ", worst->position->line,
+                                                           hasFragments ? " of " : "", file)
+                             : hasFragments  ? file + ": "
+                                             : "";
     const std::string index = worst->index ? fmt::format("[{}]", *worst->index) : "";
     const std::string others = all.size() > 1 ? fmt::format(" (and {} more)", all.size() - 1) : "";
-    const std::string subject = worst->key == wholeFile ? reading.path.string() : worst->key;
+    const std::string subject = worst->key == wholeFile ? worst->file.string() : worst->key;
     const std::string found =
         fmt::format("{}{}{} {}; {}{}.", line, subject, index, worst->problem, worst->effect, others);
-    const std::string lint = fmt::format("For details, run: qvctl config lint {}", reading.path.string());
+    const std::string lint = fmt::format("For details, run: qvctl config lint{}{}", hasFragments ? "" : " ",
+                                         hasFragments ? "" : worst->file.string());
     const std::string fix = worst->fix.empty() ? lint : sentence(worst->fix) + " " + lint;
     if (worst->severity == Severity::error)
         report.failed("policy.values", found, fix);
@@ -198,9 +271,10 @@ std::string lastLine(std::string text)
 
 void reportMissingSnapshot(CheckReport& report, bool isRunning)
 {
-    if (report.isPrevented("suite.readable",
-                           {"policy.file", "policy.permissions", "policy.syntax", "app.running"},
-                           "No snapshot is stored yet"))
+    if (report.isPrevented(
+            "suite.readable",
+            {"policy.file", "policy.permissions", "policy.syntax", "policy.fragments", "app.running"},
+            "No snapshot is stored yet"))
         return;
     report.failed("suite.readable",
                   isRunning ? "The app is running but has not stored a snapshot." : "No snapshot is stored.",
@@ -241,9 +315,10 @@ void checkCurrency(Examination& examination)
 {
     CheckReport& report = examination.report;
     const bool isPolicyKnown = examination.policy.has_value();
-    if (report.isPrevented("suite.current",
-                           {"suite.readable", "policy.file", "policy.permissions", "policy.syntax"},
-                           isPolicyKnown ? "" : "There is no valid policy file to compare with"))
+    if (report.isPrevented(
+            "suite.current",
+            {"suite.readable", "policy.file", "policy.permissions", "policy.syntax", "policy.fragments"},
+            isPolicyKnown ? "" : "There is no valid policy file to compare with"))
         return;
     const std::string keys = differingKeys(examination.snapshot->config, *examination.policy);
     if (keys.empty()) {
@@ -263,36 +338,16 @@ void examinePolicy(Examination& examination)
 {
     CheckReport& report = examination.report;
     const auto policy = DevicePolicy::read(examination.options.managedConfiguration, WithPlaces::yes);
-    const PolicyFileReading& reading = policy.reading;
-    const auto& untrusted = policy.untrusted;
-    if (reading.state == PolicyFileReading::State::missing && untrusted.empty())
-        report.failed("policy.file", sentence(policy.absence()),
-                      "Deliver it with device management, or install it: qvctl config set FILE");
-    else if (reading.state == PolicyFileReading::State::unreadable)
-        report.failed(
-            "policy.file", problemOf(reading),
-            "Make it a regular file that the app's user can read (chmod a+r), in folders that this user can "
-            "enter (chmod a+x).");
-    else if (!policy.ignored.empty())
-        report.warning("policy.file", sentence(policy.ignoredText()),
-                       "Remove one of them; qvctl config set FILE keeps only the file that it installs.");
-    else
-        report.ok("policy.file", fmt::format("{} exists.", policy.bestReading().path.string()));
-
+    checkFile(report, policy);
     if (!report.isPrevented("policy.permissions", {"policy.file"}))
-        checkPermissions(report, reading, untrusted);
-
-    if (!report.isPrevented("policy.syntax", {"policy.file", "policy.permissions"})) {
-        if (reading.state == PolicyFileReading::State::good)
-            report.ok("policy.syntax", fmt::format("Valid {}.", formatName(reading.document.format)));
-        else
-            report.failed("policy.syntax", problemOf(reading),
-                          "Correct the file; until then the app keeps the last valid configuration.");
-    }
-    if (report.isPrevented("policy.values", {"policy.syntax"}))
+        checkPermissions(report, policy);
+    if (!report.isPrevented("policy.syntax", {"policy.file", "policy.permissions"}))
+        checkSyntax(report, policy);
+    checkFragments(report, policy);
+    if (report.isPrevented("policy.values", {"policy.syntax", "policy.fragments"}))
         return;
-    examination.policy = Core::validateManagedConfiguration(*reading.document.root.dictionary());
-    checkValues(report, reading);
+    examination.policy = Core::validateManagedConfiguration(*policy.reading.document.root.dictionary());
+    checkValues(report, policy);
 }
 
 void examineState(Examination& examination)

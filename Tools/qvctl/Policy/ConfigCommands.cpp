@@ -23,17 +23,6 @@ using namespace Platform::Linux::Files;
 using namespace Policy;
 using Platform::PropertyList;
 
-/// Reads this device's policy file and warns about ignored ones. Throws `CommandError` if none exists.
-DevicePolicy readDevicePolicy(const Options& options)
-{
-    auto policy = DevicePolicy::read(options.managedConfiguration, WithPlaces::yes);
-    if (policy.bestReading().state == PolicyFileReading::State::missing)
-        throw CommandError(noInput, "no policy file: " + policy.absence());
-    if (!policy.ignored.empty())
-        printError("{}", policy.ignoredText());
-    return policy;
-}
-
 /// The value that the app uses for `key`; absent if it uses none. `config` is validated and masked.
 std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Core::ValidatedConfig& config,
                                           const PropertyList::Dictionary& managed, bool isRevealing)
@@ -47,12 +36,24 @@ std::optional<std::string> effectiveValue(const Core::ManagedKey& key, const Cor
                                                              : found->second.description();
 }
 
+/// The file that sets a key, and the files whose values it replaces.
+json::object sourceJSON(std::vector<std::filesystem::path> sources)
+{
+    json::object object{{"path", nullptr}};
+    if (!sources.empty()) {
+        object["path"] = sources.back().string();
+        sources.pop_back();
+    }
+    object["replaced"] = pathsJSON(sources);
+    return object;
+}
+
 /// Why a key has its effective value.
 std::vector<std::string> reasons(const Core::ManagedKey& key, const PropertyList::Dictionary& managed,
                                  const std::vector<LintFinding>& findings)
 {
     if (managed.find(key.name) == managed.end())
-        return {"the policy file does not set this key"};
+        return {"no policy file sets this key"};
     std::vector<std::string> sentences;
     for (const LintFinding& finding : findings) {
         if (finding.key == key.name)
@@ -85,52 +86,62 @@ ExitCode configShow(const Options& options)
     if (reading.state != PolicyFileReading::State::good)
         return failUnusable(options, reading);
     json::object values;
+    json::object sources;
     for (const auto& [key, value] : *reading.document.root.dictionary()) {
         const bool isHidden = !options.isRevealing && isMasked(key, value);
-        if (options.isJSON)
+        if (options.isJSON) {
             values.emplace(key, isHidden ? json::value(mask) : jsonValue(value));
-        else
-            print("{:<40}{}\n", key, isHidden ? std::string(mask) : displayText(value));
+            sources.emplace(key, sourceJSON(policy.sourcesOf(key)));
+            continue;
+        }
+        print("{:<40}{}\n", key, isHidden ? std::string(mask) : displayText(value));
+        if (!policy.fragments.empty())
+            print("    {}\n", toned(Tone::faint, "from " + sourceText(policy.sourcesOf(key))));
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},
                    {"format", formatName(reading.document.format)},
                    {"ignored", pathsJSON(policy.ignored)},
-                   {"configuration", std::move(values)}});
+                   {"fragments", pathsJSON(policy.fragmentPaths())},
+                   {"configuration", std::move(values)},
+                   {"sources", std::move(sources)}});
     return success;
 }
 
 ExitCode configExplain(const Options& options, const std::optional<std::string>& file)
 {
-    DevicePolicy policy;
-    if (file)
-        policy.reading = readNamedPolicy(*file);
-    else
-        policy = readDevicePolicy(options);
+    const DevicePolicy policy =
+        file ? DevicePolicy::ofFile(readNamedPolicy(*file)) : readDevicePolicy(options);
     const PolicyFileReading& reading = policy.bestReading();
     if (reading.state != PolicyFileReading::State::good)
         return failUnusable(options, reading);
     const PropertyList::Dictionary& managed = *reading.document.root.dictionary();
-    const std::vector<LintFinding> findings = findProblems(reading.document, options.isRevealing);
+    const std::vector<LintFinding> findings = findingsOf(policy, options.isRevealing);
     const auto config = maskedConfig(Core::validateManagedConfiguration(managed), options.isRevealing);
     json::object keys;
     for (const Core::ManagedKey& key : Core::managedKeys()) {
         const auto value = effectiveValue(key, config, managed, options.isRevealing);
         const auto why = reasons(key, managed, findings);
+        const auto sources = policy.sourcesOf(key.name);
         if (options.isJSON) {
-            keys[key.name] = {{"description", key.description},
-                              {"effective", value ? json::value(*value) : json::value()},
-                              {"reasons", json::array(why.begin(), why.end())}};
+            json::object& object = keys[key.name].emplace_object();
+            object = sourceJSON(sources);
+            object["description"] = key.description;
+            object["effective"] = value ? json::value(*value) : json::value();
+            object["reasons"] = json::array(why.begin(), why.end());
             continue;
         }
         print("{:<40}{}\n", key.name, value ? styled("{}", *value) : toned(Tone::warning, "(none)"));
         for (const std::string& reason : why)
             print("    {}\n", reason);
+        if (!policy.fragments.empty() && !sources.empty())
+            print("    from {}\n", sourceText(sources));
         print("    {}\n", toned(Tone::faint, key.description));
     }
     if (options.isJSON)
         printJSON({{"path", reading.path.string()},
                    {"ignored", pathsJSON(policy.ignored)},
+                   {"fragments", pathsJSON(policy.fragmentPaths())},
                    {"keys", std::move(keys)},
                    {"findings", findingsJSON(findings)}});
     return success;

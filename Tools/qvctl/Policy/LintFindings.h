@@ -4,6 +4,7 @@
 #include "Platform/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +18,8 @@ std::string_view severityName(Severity severity);
 
 /// `LintFinding::key` for a problem that concerns no single key.
 inline constexpr const char* wholeFile = "the file";
+/// `LintFinding::key` for a problem of the folder of fragments.
+inline constexpr const char* fragmentFolder = "the folder";
 
 /// One problem of a policy file, described for the user.
 struct LintFinding {
@@ -31,6 +34,8 @@ struct LintFinding {
     std::string effect;
     /// How to correct it; may be empty.
     std::string fix;
+    /// The file or folder that has the problem. Set by `findingsOf`.
+    std::filesystem::path file = {};
 };
 
 /// Lists every problem of a managed configuration: values that validation drops or changes, values that the

@@ -12,11 +12,11 @@ namespace {
 
 namespace json = boost::json;
 
-std::string locationOf(const std::filesystem::path& file, const LintFinding& finding)
+std::string locationOf(const LintFinding& finding)
 {
     const auto& position = finding.position;
-    return position ? fmt::format("{}:{}:{}", file.string(), position->line, position->column)
-                    : file.string();
+    return position ? fmt::format("{}:{}:{}", finding.file.string(), position->line, position->column)
+                    : finding.file.string();
 }
 
 Tone toneOf(Severity severity)
@@ -27,9 +27,9 @@ Tone toneOf(Severity severity)
 }
 
 /// `severity` is the name of the finding's severity, possibly in color.
-std::string lineOf(const std::filesystem::path& file, const LintFinding& finding, const Styled& severity)
+std::string lineOf(const LintFinding& finding, const Styled& severity)
 {
-    return styled("{}: {}: {} {}; {}{}{}\n", locationOf(file, finding), severity, subjectOf(finding),
+    return styled("{}: {}: {} {}; {}{}{}\n", locationOf(finding), severity, subjectOf(finding),
                   finding.problem, finding.effect, finding.fix.empty() ? "" : "; ", finding.fix)
         .text;
 }
@@ -41,23 +41,25 @@ std::string subjectOf(const LintFinding& finding)
     return finding.index ? fmt::format("{}[{}]", finding.key, *finding.index) : finding.key;
 }
 
-void printFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings)
+void printFindings(const std::vector<LintFinding>& findings)
 {
     for (const LintFinding& finding : findings)
-        writeOutput(lineOf(file, finding, toned(toneOf(finding.severity), severityName(finding.severity))));
+        writeOutput(lineOf(finding, toned(toneOf(finding.severity), severityName(finding.severity))));
 }
 
-void reportFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings)
+void reportFindings(const std::vector<LintFinding>& findings)
 {
     for (const LintFinding& finding : findings)
-        writeDiagnostics(lineOf(file, finding, styled("{}", severityName(finding.severity))));
+        writeDiagnostics(lineOf(finding, styled("{}", severityName(finding.severity))));
 }
 
 json::array findingsJSON(const std::vector<LintFinding>& findings)
 {
     json::array list;
     for (const LintFinding& finding : findings) {
-        json::object object{{"severity", severityName(finding.severity)}, {"key", finding.key}};
+        json::object object{{"severity", severityName(finding.severity)},
+                            {"path", finding.file.string()},
+                            {"key", finding.key}};
         object["index"] = finding.index ? json::value(*finding.index) : json::value();
         object["line"] = finding.position ? json::value(finding.position->line) : json::value();
         object["column"] = finding.position ? json::value(finding.position->column) : json::value();

@@ -4,7 +4,6 @@
 
 #include <boost/json.hpp>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,9 +14,9 @@ std::string subjectOf(const LintFinding& finding);
 
 /// Prints one line per finding, in color if standard output supports it: "FILE:2:5: error: key problem;
 /// effect; fix".
-void printFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings);
+void printFindings(const std::vector<LintFinding>& findings);
 /// Prints the same lines to standard error, without color.
-void reportFindings(const std::filesystem::path& file, const std::vector<LintFinding>& findings);
+void reportFindings(const std::vector<LintFinding>& findings);
 
 boost::json::array findingsJSON(const std::vector<LintFinding>& findings);
 

@@ -1,0 +1,112 @@
+// A managed configuration of several files.
+
+#include "Tests/EndToEnd/ProgramTest.h"
+
+#include <gmock/gmock.h>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+TEST_F(ProgramTest, FragmentsOfOneBurstMakeOneVersion)
+{
+    const auto folder = device.path("policy.d");
+    const auto write = [&](int number, const std::string& name, int value) {
+        device.write(folder / std::to_string(number).append(".json"),
+                     "{\"" + name + "\": " + std::to_string(value) + "}");
+    };
+    std::filesystem::create_directory(folder);
+    write(10, "device_id", 1);
+    device.setEnvironment("QUORVANE_MANAGED_CONFIGURATION", folder);
+    const auto application = device.startApplication();
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v1"));
+    for (int value = 0; value < 50; ++value) {
+        write(10 + value, "device_id", value);
+        write(60 + value % 10, "OrganizationId", value);
+    }
+    ASSERT_TRUE(application->waitForLine("Configuration updated - v2"));
+    EXPECT_EQ(qvctlJSON({"snapshot"}).at("deviceId"), "49");
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
+    write(10, "device_id", 3);
+    EXPECT_TRUE(application->waitForLine("Configuration updated - v3"));
+    EXPECT_FALSE(qvctlJSON({"snapshot"}).contains("organizationId"));
+}
+
+TEST_F(ProgramTest, CommandsNameTheFileOfEachValue)
+{
+    device.write(device.path("policy.json"), R"({"base_domain": "a.example", "api_key": "canary"})");
+    struct Case {
+        const char* command;
+        int exitCode;
+        const char* output;
+    };
+    const Case cases[] = {
+        {"config show", 0,
+         "from /etc/quorvane-mdm/managed.d/50.json, which replaces the value in "
+         "/etc/quorvane-mdm/managed.json"},
+        {"config show --json", 0,
+         R"("device_id":{"path":"/etc/quorvane-mdm/managed.d/50.json","replaced":["/etc/quorvane-mdm/managed.json"]})"},
+        {"config show --managed-configuration managed.d", 0,
+         "OrganizationId                          \"1\"\n    from /etc"},
+        {"config show --managed-configuration managed.json", 0, "\"NONE\"\n"},
+        {"config show --managed-configuration none/", 66, "none contains no fragments"},
+        {"config explain", 0, "device_id                               DEV-1\n    device_id has leading"},
+        {"config explain --json", 0,
+         R"("OrganizationId":{"path":"/etc/quorvane-mdm/managed.d/10.plist","replaced":[])"},
+        {"config lint", 0, "/etc/quorvane-mdm/managed.d/50.json:2:14: note: device_id has leading"},
+        {"config lint managed.d/50.json", 0, "managed.d/50.json:2:14: note: device_id"},
+        {"config lint managed.d/10.plist", 0, "managed.d/10.plist: no problems found"},
+        {"doctor --offline", 1, "device_id comes from 50.json, which replaces the value in managed.json"},
+        {"doctor --offline", 1, "Line 2 of /etc/quorvane-mdm/managed.d/50.json: device_id has leading"},
+        {"status --json", 0,
+         R"("fragments":["/etc/quorvane-mdm/managed.d/10.plist","/etc/quorvane-mdm/managed.d/50.json"])"},
+        {"config set $DEVICE/policy.json", 0, "/etc/quorvane-mdm/managed.json: changed\n"},
+        {"config set $DEVICE/policy.json --managed-configuration managed.d", 64,
+         "managed.d is a folder of fragments; name the file in it"},
+        {"config set $DEVICE/policy.json --managed-configuration managed.d/20.json", 0,
+         "/etc/quorvane-mdm/managed.d/20.json: changed\n"},
+        {"config set $DEVICE/policy.json", 0,
+         "base_domain has no effect here: /etc/quorvane-mdm/managed.d/20.json replaces it"},
+        {"config clear", 0, "/etc/quorvane-mdm/managed.d/50.json stays in effect"},
+        {"doctor --offline", 1, "There is no policy file; all values come from /etc/quorvane-mdm/managed.d."},
+        // An unusable fragment.
+        {"config show; echo '{' > managed.d/60.json; $QVCTL config show", 78, "managed.d/60.json:2:1: ends"},
+        {"config lint", 78,
+         "60.json:2:1: error: the file is invalid: ends before the object is complete; the app keeps"},
+        {"doctor --offline", 1,
+         "failed   policy.fragments          /etc/quorvane-mdm/managed.d/60.json:2:1: ends"},
+        {"status", 0, "Policy file     /etc/quorvane-mdm/managed.d/60.json:2:1: ends before"},
+        {"status; chmod 777 managed.d; $QVCTL config lint", 78,
+         "managed.d: error: the folder is not trusted: /etc/quorvane-mdm/managed.d can be written by others"},
+    };
+    std::string script = R"(
+        exec 2>&1
+        cd /etc/quorvane-mdm
+        mkdir -m 755 managed.d
+        echo '{"base_domain": "https://a.example", "device_id": "NONE"}' > managed.json
+        printf '{\n"device_id": " DEV-1 "\n}' > managed.d/50.json
+        echo '<plist><dict><key>OrganizationId</key><string>1</string></dict></plist>' > managed.d/10.plist
+        echo half > managed.d/x.json~
+    )";
+    for (const Case& row : cases)
+        script += std::string("echo ===; $QVCTL ") + row.command + "; echo \"exit $?\"\n";
+    const auto outcome = shellWithOwnPolicyFolder(script);
+    if (!outcome)
+        GTEST_SKIP() << "needs root and a mount namespace";
+    constexpr std::string_view separator = "===\n";
+    std::size_t begin = 0;
+    for (const Case& row : cases) {
+        begin = outcome->output.find(separator, begin) + separator.size();
+        const std::string output =
+            outcome->output.substr(begin, outcome->output.find(separator, begin) - begin);
+        EXPECT_THAT(output,
+                    AllOf(HasSubstr(row.output), HasSubstr("exit " + std::to_string(row.exitCode) + "\n"),
+                          Not(HasSubstr("canary"))))
+            << row.command;
+    }
+}
+
+} // namespace
