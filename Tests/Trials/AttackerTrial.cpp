@@ -1,9 +1,10 @@
-#include "Platform/Linux/Files/PolicyFileReading.h"
+#include "Platform/Linux/Files/PolicyFragments.h"
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -15,6 +16,7 @@
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -50,6 +52,26 @@ private:
     pid_t m_process;
 };
 
+/// The name of a folder of fragments.
+constexpr const char* fragments = "managed.d";
+
+/// Reads the policy file, or the fragments, as the application does.
+std::vector<PolicyFileReading> readings(const fs::path& path)
+{
+    if (path.filename() != fragments)
+        return {readPolicyFile(path, Platform::Linux::Files::TrustCheck::required)};
+    auto [folder, files] = Platform::Linux::Files::readFragments(path);
+    if (folder.state != PolicyFileReading::State::good)
+        files.push_back(folder);
+    return files;
+}
+
+bool contains(const std::vector<PolicyFileReading>& readings, bool (*isWanted)(PolicyFileReading::State))
+{
+    return std::any_of(readings.begin(), readings.end(),
+                       [=](const PolicyFileReading& reading) { return isWanted(reading.state); });
+}
+
 struct Figures {
     std::uint64_t readCount = 0;
     /// Reads that found a file.
@@ -63,10 +85,11 @@ Figures readFor(const fs::path& file, std::chrono::duration<double> time)
     Figures figures;
     const auto end = std::chrono::steady_clock::now() + time;
     while (std::chrono::steady_clock::now() < end) {
-        const auto state = readPolicyFile(file, Platform::Linux::Files::TrustCheck::required).state;
+        const auto read = readings(file);
+        using State = PolicyFileReading::State;
         ++figures.readCount;
-        figures.foundCount += state == PolicyFileReading::State::missing ? 0U : 1U;
-        figures.acceptedCount += state == PolicyFileReading::State::good ? 1U : 0U;
+        figures.foundCount += contains(read, [](State state) { return state != State::missing; }) ? 1U : 0U;
+        figures.acceptedCount += contains(read, [](State state) { return state == State::good; }) ? 1U : 0U;
     }
     return figures;
 }
@@ -126,6 +149,31 @@ const Attack attacks[] = {
          [[maybe_unused]] const int made = ::symlink("mine", (shared / "policy").c_str());
          ::unlink((shared / "policy").c_str());
      }},
+    {"folder of fragments renamed", fragments,
+     [](const fs::path& shared) {
+         ::mkdir((shared / "mine").c_str(), 0755);
+         writePolicy(shared / "mine/x.json");
+     },
+     [](const fs::path& shared) {
+         ::rename((shared / "mine").c_str(), (shared / fragments).c_str());
+         ::rename((shared / fragments).c_str(), (shared / "mine").c_str());
+     }},
+    {"link to a folder of fragments", fragments,
+     [](const fs::path& shared) {
+         ::mkdir((shared / "mine").c_str(), 0755);
+         writePolicy(shared / "mine/x.json");
+     },
+     [](const fs::path& shared) {
+         [[maybe_unused]] const int made = ::symlink("mine", (shared / fragments).c_str());
+         ::unlink((shared / fragments).c_str());
+     }},
+    {"fragment in an open folder", "open/managed.d",
+     [](const fs::path& shared) { writePolicy(shared / "mine"); },
+     [](const fs::path& shared) {
+         const fs::path fragment = shared / "open/managed.d/x.json";
+         [[maybe_unused]] const int made = ::link((shared / "mine").c_str(), fragment.c_str());
+         ::unlink(fragment.c_str());
+     }},
 };
 
 Figures run(const Attack& attack, std::chrono::duration<double> time)
@@ -135,6 +183,8 @@ Figures run(const Attack& attack, std::chrono::duration<double> time)
     const fs::path shared = folder.path("shared");
     fs::create_directory(shared);
     fs::permissions(shared, fs::perms(01777));
+    fs::create_directories(shared / "open/managed.d");
+    fs::permissions(shared / "open/managed.d", fs::perms(01777));
     const UserProcess attacking(attacker, [&] {
         attack.prepare(shared);
         while (true)
