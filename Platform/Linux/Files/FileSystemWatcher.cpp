@@ -3,19 +3,44 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <sys/timerfd.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace Platform::Linux::Files {
 
-FileSystemWatcher::FileSystemWatcher()
-    : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)), m_ending(::eventfd(0, EFD_CLOEXEC))
+namespace {
+
+using std::chrono::milliseconds;
+
+timespec timespecOf(milliseconds time)
 {
-    if (!m_inotify || !m_ending)
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    return {seconds.count(), static_cast<long>(std::chrono::nanoseconds(time - seconds).count())};
+}
+
+/// The next multiple of `interval` since the system was started.
+milliseconds nextMultiple(milliseconds interval)
+{
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    const milliseconds elapsed = std::chrono::seconds(now.tv_sec) + milliseconds(now.tv_nsec / 1'000'000);
+    return interval * (elapsed / interval + 1);
+}
+
+} // namespace
+
+FileSystemWatcher::FileSystemWatcher()
+    : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
+      m_ending(::eventfd(0, EFD_CLOEXEC)),
+      m_timer(::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK))
+{
+    if (!m_inotify || !m_ending || !m_timer)
         throw std::system_error(errno, std::generic_category(), "inotify");
     m_thread = std::thread([this] {
         ::pthread_setname_np(::pthread_self(), "file watcher");
@@ -60,10 +85,23 @@ std::vector<FileSystemWatcher::Failure> FileSystemWatcher::setTargets(int handle
     return failures;
 }
 
+void FileSystemWatcher::setPeriodic(int handler, bool isPeriodic, milliseconds interval)
+{
+    const std::lock_guard lock(m_mutex);
+    const bool isChanged = isPeriodic ? m_periodic.insert(handler).second : m_periodic.erase(handler) > 0;
+    if (!isChanged)
+        return;
+    itimerspec times{};
+    if (!m_periodic.empty())
+        times = {.it_interval = timespecOf(interval), .it_value = timespecOf(nextMultiple(interval))};
+    ::timerfd_settime(m_timer.get(), TFD_TIMER_ABSTIME, &times, nullptr);
+}
+
 void FileSystemWatcher::run()
 {
     alignas(inotify_event) std::array<char, 16384> buffer;
-    std::array<pollfd, 2> waiting{{{m_inotify.get(), POLLIN, 0}, {m_ending.get(), POLLIN, 0}}};
+    std::array<pollfd, 3> waiting{
+        {{m_inotify.get(), POLLIN, 0}, {m_ending.get(), POLLIN, 0}, {m_timer.get(), POLLIN, 0}}};
     while (true) {
         if (::poll(waiting.data(), waiting.size(), -1) < 0 && errno != EINTR)
             return;
@@ -72,7 +110,22 @@ void FileSystemWatcher::run()
         const ssize_t length = ::read(m_inotify.get(), buffer.data(), buffer.size());
         if (length > 0)
             deliver({buffer.data(), static_cast<std::size_t>(length)});
+        std::uint64_t expirationCount = 0;
+        if (::read(m_timer.get(), &expirationCount, sizeof expirationCount) > 0)
+            deliverPeriodically();
     }
+}
+
+void FileSystemWatcher::deliverPeriodically()
+{
+    std::vector<std::shared_ptr<const Handler>> receivers;
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const int handler : m_periodic)
+            receivers.push_back(m_handlers.at(static_cast<std::size_t>(handler)));
+    }
+    for (const auto& handler : receivers)
+        (*handler)(0, {});
 }
 
 void FileSystemWatcher::deliver(std::string_view events)

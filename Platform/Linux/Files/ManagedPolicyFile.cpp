@@ -132,10 +132,18 @@ std::optional<PropertyList> ManagedPolicyFile::combinedParts() const
     return parts.empty() ? std::nullopt : std::optional(combined(parts));
 }
 
+void ManagedPolicyFile::reload()
+{
+    // A file system may have been mounted over a watched folder.
+    if (m_watch)
+        m_watch->renew();
+    ++m_generation;
+}
+
 void ManagedPolicyFile::watch(FileSystemWatcher& watcher, std::function<void()> onChange)
 {
     m_watch.emplace(watcher, m_places, m_log, [this, onChange = std::move(onChange)] {
-        invalidate();
+        ++m_generation;
         onChange();
     });
 }

@@ -34,7 +34,7 @@ public:
     std::optional<PropertyList> dictionary();
 
     /// Reads the files again when the dictionary is requested next, whether or not a change was noticed.
-    void invalidate() { ++m_generation; }
+    void reload();
 
     /// Calls `onChange` on the watcher's thread whenever the dictionary may have changed. Call at most once,
     /// before the first `dictionary()`; this object must outlive the watcher.

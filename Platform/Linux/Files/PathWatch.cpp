@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
+#include <iterator>
 #include <sys/inotify.h>
 #include <utility>
 
@@ -41,28 +41,56 @@ bool isIncomplete(const std::vector<Storage::PathStep>& steps)
     });
 }
 
+/// Differs after each change of the file, of its owner or mode, or of a folder or link on its path.
+void addStatus(std::string& text, const std::vector<Storage::PathStep>& steps)
+{
+    for (const Storage::PathStep& step : steps) {
+        const auto& status = step.status;
+        fmt::format_to(std::back_inserter(text), "{}:{}:{}:{}:{}:{};", static_cast<int>(step.kind),
+                       step.error, status.st_dev, status.st_ino, status.st_mode, status.st_uid);
+        // The times of a folder also change for its other entries.
+        if (step.kind == Storage::PathStep::Kind::other)
+            fmt::format_to(std::back_inserter(text), "{}:{}.{}:{}.{};", status.st_size, status.st_mtim.tv_sec,
+                           status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    }
+}
+
+std::string statusText(const PolicyPlaces& places)
+{
+    std::string text;
+    for (const auto& file : places.files)
+        addStatus(text, Storage::walkPath(file));
+    if (places.fragments.empty())
+        return text;
+    const FragmentFolder folder = listFragments(places.fragments);
+    addStatus(text, folder.steps);
+    for (const FragmentFolder::Entry& entry : folder.entries) {
+        text += entry.name;
+        addStatus(text, Storage::walkPath(places.fragments / entry.name));
+    }
+    return text;
+}
+
 } // namespace
 
 PathWatch::PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files,
                      const AdapterLog& log, std::function<void()> onChange)
-    : PathWatch(watcher, PolicyPlaces{.files = std::move(files)}, log, std::move(onChange))
+    : PathWatch(watcher, PolicyPlaces{.files = std::move(files)}, log, std::move(onChange), PeriodicCheck{})
 {}
 
 PathWatch::PathWatch(FileSystemWatcher& watcher, PolicyPlaces places, const AdapterLog& log,
-                     std::function<void()> onChange)
-    : m_watcher(watcher), m_places(std::move(places)), m_errorLine(log)
+                     std::function<void()> onChange, PeriodicCheck check)
+    : m_watcher(watcher), m_places(std::move(places)), m_check(check), m_errorLine(log)
 {
-    // addHandler() returns the number that the handler needs; rearm() sets the first targets, so the handler
-    // is not called before.
-    const auto number = std::make_shared<int>();
-    *number = watcher.addHandler(
-        [this, number, onChange = std::move(onChange)](std::uint32_t mask, std::string_view name) {
-            if (!isRelevant(mask, name))
+    // The handler is not called before rearm() sets the first targets.
+    m_handler =
+        watcher.addHandler([this, onChange = std::move(onChange)](std::uint32_t mask, std::string_view name) {
+            if (mask == 0 ? !hasStatusChanged() : !isRelevant(mask, name))
                 return;
-            rearm(*number);
+            rearm();
             onChange();
         });
-    rearm(*number);
+    rearm();
 }
 
 bool PathWatch::isRelevant(std::uint32_t mask, std::string_view name)
@@ -74,7 +102,7 @@ bool PathWatch::isRelevant(std::uint32_t mask, std::string_view name)
 
 /// Watches every folder and link on the current paths. Walks the paths again after adding the
 /// watches to detect what was replaced meanwhile.
-void PathWatch::rearm(int handler)
+void PathWatch::rearm()
 {
     const auto isSame = [](const Storage::PathStep& left, const Storage::PathStep& right) {
         return left.path == right.path && left.kind == right.kind &&
@@ -90,7 +118,7 @@ void PathWatch::rearm(int handler)
     std::set<std::filesystem::path> unwatched;
     std::vector<FileSystemWatcher::Failure> failures;
     for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
-        failures = m_watcher.setTargets(handler, targetsFor(walk, unwatched));
+        failures = m_watcher.setTargets(m_handler, targetsFor(walk, unwatched));
         std::set<std::filesystem::path> failed;
         for (const auto& failure : failures)
             failed.insert(failure.path);
@@ -104,7 +132,18 @@ void PathWatch::rearm(int handler)
         if (isSettled)
             break;
     }
+    const bool isCheckNeeded = m_check.isNeeded != nullptr && m_check.isNeeded(walk.steps);
+    m_status = isCheckNeeded ? statusText(m_places) : std::string();
+    m_watcher.setPeriodic(m_handler, isCheckNeeded, m_check.interval);
     report(failures);
+}
+
+/// Returns whether a file changed since the last check, and remembers its status.
+bool PathWatch::hasStatusChanged()
+{
+    std::string now = statusText(m_places);
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_status, now) != now;
 }
 
 PathWatch::Walk PathWatch::walkAll() const

@@ -3,8 +3,10 @@
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/Linux/Files/PolicyFragments.h"
+#include "Platform/Linux/Files/RemoteFileSystem.h"
 #include "Platform/Storage/PathWalk.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -19,6 +21,8 @@ namespace Platform::Linux::Files {
 /// Watches files, existing or not, and every folder and symbolic link on their paths: creation, writes,
 /// replacement, moves, removal, and changes of owner or mode. Also watches all fragments in a folder.
 ///
+/// Files of a managed configuration on a file system without events, such as NFS, are checked periodically.
+///
 /// A folder that this user may not read cannot be watched. Instead, its parent reports a change of its mode,
 /// and a readable file in it is watched directly.
 ///
@@ -26,14 +30,24 @@ namespace Platform::Linux::Files {
 /// while something cannot be watched.
 class PathWatch {
 public:
+    /// How files without change events are checked.
+    struct PeriodicCheck {
+        /// Whether one of the existing steps is on a file system without events; null for no check.
+        bool (*isNeeded)(const std::vector<Storage::PathStep>& steps) = nullptr;
+        std::chrono::milliseconds interval = {};
+    };
+
     /// Calls `onChange` whenever one of `files` (absolute paths) may have changed.
     PathWatch(FileSystemWatcher& watcher, std::vector<std::filesystem::path> files, const AdapterLog& log,
               std::function<void()> onChange);
     /// The same for the files and fragments of a managed configuration.
     PathWatch(FileSystemWatcher& watcher, PolicyPlaces places, const AdapterLog& log,
-              std::function<void()> onChange);
+              std::function<void()> onChange, PeriodicCheck check = {hasRemoteFiles, remoteCheckInterval});
     PathWatch(const PathWatch&) = delete;
     PathWatch& operator=(const PathWatch&) = delete;
+
+    /// Watches what is at the paths now. Any thread.
+    void renew() { rearm(); }
 
 private:
     /// What exists on all paths.
@@ -44,7 +58,8 @@ private:
     };
 
     bool isRelevant(std::uint32_t mask, std::string_view name);
-    void rearm(int handler);
+    bool hasStatusChanged();
+    void rearm();
     [[nodiscard]] Walk walkAll() const;
     std::vector<FileSystemWatcher::Target> targetsFor(const Walk& walk,
                                                       const std::set<std::filesystem::path>& unwatched);
@@ -52,9 +67,14 @@ private:
 
     FileSystemWatcher& m_watcher;
     const PolicyPlaces m_places;
+    const PeriodicCheck m_check;
+    /// The number of the handler.
+    int m_handler = -1;
     std::mutex m_mutex;
     ErrorLine m_errorLine;
     bool m_isArmed = false;
+    /// The status of all files at the last periodic check, or when it started.
+    std::string m_status;
     /// Relevant entries of the watched folders, by name.
     std::set<std::string, std::less<>> m_watchedNames;
 };

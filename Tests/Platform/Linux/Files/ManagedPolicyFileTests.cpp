@@ -4,6 +4,7 @@
 #include "Platform/Linux/Files/PolicyFileReading.h"
 #include "Platform/Storage/PathWalk.h"
 #include "Tests/Fakes/CaseName.h"
+#include "Tests/Fakes/MappedFile.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 
@@ -148,6 +149,29 @@ TEST_P(PolicyPartTest, DetectsEveryKindOfChange)
         dictionary(9)))
         << "another file takes precedence";
     EXPECT_TRUE(follows([&] { fs::remove(folder.path("etc/" + GetParam().above)); }, dictionary(8)));
+}
+
+TEST_P(PolicyPartTest, ChangeWithoutEventIsFoundByThePeriodicCheck)
+{
+    folder.write(etcFile, json(1));
+    std::atomic<int> changeCount = 0;
+    std::optional<PathWatch> watch;
+    FileSystemWatcher ownWatcher;
+    const PathWatch::PeriodicCheck check{[](const std::vector<PathStep>&) { return true; },
+                                         std::chrono::milliseconds(10)};
+    watch.emplace(
+        ownWatcher, places, adapterLog,
+        [&] {
+            const std::lock_guard lock(m_mutex);
+            ++changeCount;
+            m_changed.notify_all();
+        },
+        check);
+    for (int round = 1; round <= 3; ++round) {
+        overwriteWithoutEvents(folder.path(etcFile), json(round + 1));
+        EXPECT_TRUE(eventually([&] { return changeCount >= round; })) << round;
+    }
+    EXPECT_EQ(changeCount, 3);
 }
 
 /// Makes the test and the watcher access files as an unprivileged user. Commands run as root.
@@ -560,7 +584,7 @@ TEST_F(FragmentTest, UnusableFileDropsNoKeys)
         log.takeLines();
         write(row.after);
         for (int repetition = 0; repetition < 2; ++repetition) {
-            fresh.invalidate();
+            fresh.reload();
             EXPECT_EQ(text(fresh.dictionary()), row.expectedAfter);
             EXPECT_EQ(log.takeLines().size(), repetition == 0 ? row.lineCount : 0U);
         }
@@ -573,7 +597,7 @@ TEST_F(FragmentTest, NumberAndSizeAreLimited)
         return fmt::format("etc/quorvane/managed.d/{:04}.json", number);
     };
     const auto line = [&] {
-        policy.invalidate();
+        policy.reload();
         static_cast<void>(policy.dictionary());
         const auto lines = log.takeLines();
         return lines.empty() ? std::string() : lines.front();
