@@ -122,7 +122,7 @@ struct Device::Instance {
     const std::unique_ptr<UnifiedLog> log;
     const AdapterLog adapterLog{*log, std::string(applicationIdentifier)};
     /// Declared before the lock because other instances send signals to the lock's holder.
-    const ProcessSignals signals;
+    ProcessSignals signals;
     std::optional<InstanceLock> lock;
     /// The other instance had no display, so it ended for this one.
     bool hasReplacedOther = false;
@@ -185,7 +185,10 @@ Device::Device(const DeviceOptions& options, const DevicePaths& paths, EventLoop
       m_appearance(makeAppearance())
 {}
 
-Device::~Device() = default;
+Device::~Device()
+{
+    m_instance->signals.setReloadHandler({});
+}
 
 Device::BusAccess Device::openSessionBus(const AdapterLog& log)
 {
@@ -303,6 +306,8 @@ void Device::watchForChanges()
         m_log.error(std::string("Changes to the managed configuration take effect only after a restart: ") +
                     error.what());
     }
+    m_instance->signals.setReloadHandler(
+        [this] { m_defaults.reloadPolicy(m_notificationCenter, m_loop.mainQueue); });
 }
 
 void Device::start()

@@ -94,15 +94,11 @@ UserDefaults* DeviceDefaults::suite(std::string_view name)
 void DeviceDefaults::announceChanges(Files::FileSystemWatcher& watcher, NotificationCenter& center,
                                      DispatchQueue& mainQueue)
 {
-    const auto announce = [this, &center, &mainQueue] {
-        mainQueue.async([this, &center] {
-            center.post({std::string(UserDefaults::didChangeNotification), m_standard.get(), {}});
-        });
-    };
-    m_policyFile.watch(watcher, announce);
+    const auto onChange = [this, &center, &mainQueue] { announce(center, mainQueue); };
+    m_policyFile.watch(watcher, onChange);
     // The bell file is created with the database.
     if (m_database.isAvailable()) {
-        const int handler = watcher.addHandler([announce](std::uint32_t, std::string_view) { announce(); });
+        const int handler = watcher.addHandler([onChange](std::uint32_t, std::string_view) { onChange(); });
         watcher.setTargets(handler, {{m_database.bellFile().string(), IN_ATTRIB}});
     }
 }
@@ -112,6 +108,19 @@ void DeviceDefaults::recordErrors(OutcomeRecorder& outcomes)
     m_policyFile.onError([&outcomes](Files::PolicyFileReading::State state) {
         outcomes.record(Outcome::Subject::configurationError, Outcome::Result::failed, kindOf(state));
     });
+}
+
+void DeviceDefaults::announce(NotificationCenter& center, DispatchQueue& mainQueue)
+{
+    mainQueue.async([this, &center] {
+        center.post({std::string(UserDefaults::didChangeNotification), m_standard.get(), {}});
+    });
+}
+
+void DeviceDefaults::reloadPolicy(NotificationCenter& center, DispatchQueue& mainQueue)
+{
+    m_policyFile.reload();
+    announce(center, mainQueue);
 }
 
 } // namespace Platform::Linux

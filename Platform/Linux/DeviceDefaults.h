@@ -43,8 +43,14 @@ public:
     /// domain.
     void recordErrors(OutcomeRecorder& outcomes);
 
+    /// Makes the next access to the managed configuration read it again, and posts the same notification. Any
+    /// thread.
+    void reloadPolicy(NotificationCenter& center, DispatchQueue& mainQueue);
+
 private:
     class Standard;
+
+    void announce(NotificationCenter& center, DispatchQueue& mainQueue);
 
     const DevicePaths m_paths;
     const Storage::SQLiteUserDefaults::Access m_access;

@@ -11,7 +11,8 @@ sigset_t handledSignals()
 {
     sigset_t signals;
     ::sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP, ProcessSignals::activationSignal})
+    for (const int signal :
+         {SIGTERM, SIGINT, SIGHUP, ProcessSignals::activationSignal, ProcessSignals::reloadSignal})
         ::sigaddset(&signals, signal);
     return signals;
 }
@@ -40,11 +41,28 @@ ProcessSignals::~ProcessSignals()
     ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-void ProcessSignals::run(const std::function<void()>& onEnd, const std::function<void()>& onActivation) const
+void ProcessSignals::setReloadHandler(std::function<void()> handler)
+{
+    const std::lock_guard lock(m_mutex);
+    m_onReload = std::move(handler);
+}
+
+void ProcessSignals::run(const std::function<void()>& onEnd, const std::function<void()>& onActivation)
 {
     const sigset_t signals = handledSignals();
-    for (int signal = 0; ::sigwait(&signals, &signal) == 0 && !m_isStopping;)
-        (signal == activationSignal ? onActivation : onEnd)();
+    for (int signal = 0; ::sigwait(&signals, &signal) == 0 && !m_isStopping;) {
+        if (signal == reloadSignal)
+            reload();
+        else
+            (signal == activationSignal ? onActivation : onEnd)();
+    }
+}
+
+void ProcessSignals::reload()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_onReload)
+        m_onReload();
 }
 
 } // namespace Platform::Linux

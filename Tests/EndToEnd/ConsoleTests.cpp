@@ -184,6 +184,7 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
     const auto doctor = device.startConsole({"doctor", "--offline", "--json"});
     EXPECT_EQ(doctor->waitForExit(), 1) << "there is no session bus";
     printed["doctor"] = json::parse(doctor->lines().back());
+    run("reload", {"reload"});
     run("config clear", {"config", "clear"});
     run("config forget", {"config", "forget"});
     run("privacy", {"privacy", "reset", "notifications"});

@@ -130,6 +130,10 @@ void CommandLine::addStateCommands()
     addGoals(addCommand(*m_parser, "wait", "Wait until the policy file is applied or the token uploaded",
                         [this] { return wait(m_options, m_wait); }),
              m_wait);
+    addCommand(*m_parser, "reload",
+               "Make the running app read the policy now, and show what changed; for root, the apps of all "
+               "users",
+               [this] { return reload(m_options); });
 
     CLI::App& logCommand = addCommand(*m_parser, "log", "Show the app's log from the journal", [this] {
         m_log.limit = m_limit;

@@ -90,6 +90,9 @@ ExitCode snapshotSchema(const Options& options);
 ExitCode watch(const Options& options);
 /// Waits until a condition is met. Ends the process if a signal interrupts it.
 ExitCode wait(const Options& options, const WaitOptions& goal);
+/// Makes the running app read the policy again, and waits until changed values are applied. For root, if its
+/// own app does not run: the apps of all users, without waiting.
+ExitCode reload(const Options& options);
 ExitCode log(const Options& options, const LogOptions& selection);
 ExitCode configShow(const Options& options);
 /// Checks this device's configuration if `files` is empty. In this and the following commands, the file "-"

@@ -23,4 +23,22 @@ TEST(ProcessSignalsTest, HandlesEachSignalIncludingPendingOnes)
     }
 }
 
+TEST(ProcessSignalsTest, ReloadHandlerIsCalledOnlyWhileSet)
+{
+    ProcessSignals::block();
+    std::promise<void> isReloaded;
+    ProcessSignals signals([] { FAIL(); }, [&] { isReloaded.set_value(); });
+    const auto send = [&](int signal) {
+        isReloaded = {};
+        ::kill(::getpid(), signal);
+    };
+    send(ProcessSignals::reloadSignal); // Without a handler, it does nothing.
+    send(ProcessSignals::activationSignal);
+    isReloaded.get_future().get();
+    signals.setReloadHandler([&] { isReloaded.set_value(); });
+    send(ProcessSignals::reloadSignal);
+    isReloaded.get_future().get();
+    signals.setReloadHandler({});
+}
+
 } // namespace

@@ -1,0 +1,195 @@
+#include "Core/Constants.h"
+#include "Core/ManagedConfigurationValidation.h"
+#include "Platform/Linux/ApplicationProcess.h"
+#include "Platform/Linux/Files/FileSystemWatcher.h"
+#include "Platform/Linux/Files/PathWatch.h"
+#include "Platform/Linux/InstanceLock.h"
+#include "Platform/Linux/ProcessSignals.h"
+#include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/Device.h"
+#include "Tools/qvctl/LiveSession.h"
+#include "Tools/qvctl/ManagedValues.h"
+#include "Tools/qvctl/Output.h"
+#include "Tools/qvctl/Policy/PolicyFiles.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <optional>
+#include <pwd.h>
+#include <string>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace Qvctl {
+
+namespace {
+
+namespace json = boost::json;
+using namespace std::chrono_literals;
+using Core::ConfigurationSnapshot;
+using Core::ManagedKey;
+using Platform::Storage::FileDescriptor;
+using namespace Platform::Linux;
+using namespace Platform::Linux::Files;
+
+/// For reading and storing a large configuration after the debounce.
+constexpr std::chrono::milliseconds applyTimeout = 10s;
+
+std::vector<ManagedKey> changedKeys(const Core::ValidatedConfig& before, const Core::ValidatedConfig& after)
+{
+    std::vector<ManagedKey> keys;
+    for (const ManagedKey& key : printedKeys()) {
+        const auto old = Core::valuesOf(key, before);
+        const auto now = Core::valuesOf(key, after);
+        if (!std::equal(old.begin(), old.end(), now.begin(), now.end()))
+            keys.push_back(key);
+    }
+    return keys;
+}
+
+/// Reloads the app that uses the state of `device`.
+ApplicationProcess requestReload(const Device& device)
+{
+    using Outcome = ApplicationProcess::Outcome;
+    const auto lock = device.paths.instanceLock();
+    const auto holder = InstanceLock::holder(lock);
+    if (!holder)
+        throw CommandError(unavailable, "the app is not running; it reads the policy when it starts");
+    auto process = holder->process ? ApplicationProcess::open(*holder->process) : std::nullopt;
+    // If the ID was reused before the process was opened, the holder is another one now.
+    const auto confirmed = InstanceLock::holder(lock);
+    const bool isHolder = process && confirmed && confirmed->process == holder->process;
+    const Outcome outcome = isHolder ? process->send(ProcessSignals::reloadSignal) : Outcome::unreachable;
+    if (outcome == Outcome::unsupported)
+        throw CommandError(unavailable,
+                           "the running app is an older version, which cannot reload; restart it");
+    if (outcome == Outcome::unreachable)
+        throw CommandError(unavailable, "the app cannot be reached: it has just ended, or runs in another "
+                                        "container or on another machine");
+    return *std::move(process);
+}
+
+/// Reports commits to the store of the snapshot.
+class SuiteWatch {
+public:
+    explicit SuiteWatch(const Device& device) : m_wakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    {
+        if (!m_wakeUp)
+            throw std::system_error(errno, std::generic_category(), "eventfd");
+        // Writers touch this file after each commit.
+        auto bell = device.paths.suite(Core::Constants::appGroupSuiteName).replace_extension(".bell");
+        m_watch.emplace(m_watcher, std::vector{std::move(bell)}, device.log(),
+                        [this] { ::eventfd_write(m_wakeUp.get(), 1); });
+    }
+    /// Waits for a commit, or until the time is up. False if the command must end.
+    bool wait(LiveSession& session, std::chrono::milliseconds timeout) const
+    {
+        const bool isGoing = session.waitFor(m_wakeUp.get(), POLLIN, static_cast<int>(timeout.count()));
+        eventfd_t count = 0;
+        ::eventfd_read(m_wakeUp.get(), &count);
+        return isGoing;
+    }
+
+private:
+    FileDescriptor m_wakeUp;
+    std::optional<PathWatch> m_watch;
+    FileSystemWatcher m_watcher; // Destroyed before the objects that it calls.
+};
+
+/// Waits for a snapshot other than `before`.
+ConfigurationSnapshot waitForChange(LiveSession& session, const SuiteWatch& suite, const Device& device,
+                                    const std::optional<ConfigurationSnapshot>& before)
+{
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + applyTimeout;
+    for (auto left = applyTimeout; left > 0ms;
+         left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now())) {
+        if (const auto now = device.storedSnapshot(); now && now != before)
+            return *now;
+        if (!suite.wait(session, left))
+            break;
+    }
+    throw CommandError(unavailable, "the app applied no change within 10 seconds; it may use another policy "
+                                    "file, or its log shows why: qvctl log");
+}
+
+std::string nameOf(uid_t user)
+{
+    const passwd* entry = ::getpwuid(user);
+    return entry != nullptr ? entry->pw_name : std::to_string(user);
+}
+
+json::object applicationJSON(const ApplicationProcess& process)
+{
+    return {{"user", nameOf(process.user())}, {"processId", process.identifier()}};
+}
+
+void printResult(const Options& options, const ApplicationProcess& process,
+                 const ConfigurationSnapshot& snapshot, const std::vector<ManagedKey>& changed)
+{
+    json::array names;
+    std::string labels;
+    for (const ManagedKey& key : changed) {
+        names.emplace_back(key.codingKey);
+        labels += (labels.empty() ? "" : ", ") + labelOf(key);
+    }
+    if (options.isJSON)
+        printJSON({{"configVersion", snapshot.configVersion},
+                   {"changed", std::move(names)},
+                   {"applications", json::array{applicationJSON(process)}}});
+    else if (changed.empty())
+        print("No value changed; version {} stays in effect\n", snapshot.configVersion);
+    else
+        print("Applied version {}; changed: {}\n", snapshot.configVersion, labels);
+}
+
+/// Reloads the apps of all users. What changes for each of them depends on its state.
+ExitCode reloadAll(const Options& options)
+{
+    json::array reached;
+    for (const ApplicationProcess& process : ApplicationProcess::all()) {
+        if (process.send(ProcessSignals::reloadSignal) != ApplicationProcess::Outcome::delivered)
+            continue;
+        reached.push_back(applicationJSON(process));
+        if (!options.isJSON)
+            print("Reloaded the app of {} (process {})\n", nameOf(process.user()), process.identifier());
+    }
+    if (reached.empty())
+        throw CommandError(unavailable, "the app runs for no user");
+    if (options.isJSON)
+        printJSON({{"configVersion", nullptr}, {"changed", nullptr}, {"applications", std::move(reached)}});
+    return success;
+}
+
+} // namespace
+
+ExitCode reload(const Options& options)
+{
+    LiveSession session;
+    const Device device(options, Device::Access::inspect);
+    if (::geteuid() == 0 && !InstanceLock::holder(device.paths.instanceLock()))
+        return reloadAll(options);
+    const DevicePolicy policy = Policy::readDevicePolicy(options);
+    if (policy.bestReading().state != PolicyFileReading::State::good)
+        return Policy::failUnusable(options, policy.bestReading());
+    const auto expected = Core::validateManagedConfiguration(*policy.reading.document.root.dictionary());
+    const auto before = device.storedSnapshot();
+    const SuiteWatch suite(device);
+    const ApplicationProcess process = requestReload(device);
+    if (before && before->config == expected) {
+        printResult(options, process, *before, {});
+        return success;
+    }
+    const auto after = waitForChange(session, suite, device, before);
+    const auto changed = changedKeys(before ? before->config : Core::ValidatedConfig{}, after.config);
+    printResult(options, process, after, changed);
+    return success;
+}
+
+} // namespace Qvctl
