@@ -1,7 +1,6 @@
 #include "Core/APIClient.h"
 
 #include "Core/APIError.h"
-#include "Core/ErrorBridging.h"
 #include "Core/Logger.h"
 #include "Tests/Fakes/Bytes.h"
 #include "Tests/Fakes/FakeURLSession.h"
@@ -15,7 +14,6 @@
 using namespace Core;
 using namespace Platform;
 using Lines = std::vector<std::string>;
-using namespace std::string_literals;
 
 namespace {
 
@@ -37,21 +35,26 @@ struct Payload {
 
 class APIClientTest : public testing::Test {
 protected:
-    /// Runs the task and returns "STATUS BODY" or the description of the exception.
+    /// Runs the task and returns "STATUS BODY", or the description of the exception and its response body.
+    /// The task must send at most one request.
     std::string outcomeOf(Task<APIClient::Response> task)
     {
         std::string outcome;
         const auto await = [&](Task<APIClient::Response> awaited) -> Task<void> {
             try {
                 const auto [body, response] = co_await std::move(awaited);
-                outcome = std::to_string(response.statusCode) + " " +
-                          std::string(reinterpret_cast<const char*>(body.data()), body.size());
+                outcome = std::to_string(response.statusCode) + " " + textOf(body);
             } catch (const APIError& error) {
                 outcome = error.what();
+                errorCode = error.errorCode();
+                if (const auto* status = std::get_if<APIError::HTTPStatus>(&error.theCase()))
+                    outcome += " " + textOf(status->responseBody.value());
             }
         };
+        session.requests.clear();
         spawn(scheduler.mainQueue, await(std::move(task)));
         scheduler.runUntilIdle();
+        EXPECT_LE(session.requests.size(), 1U);
         return outcome;
     }
     void respondWith(std::int64_t status, std::string_view body)
@@ -59,6 +62,7 @@ protected:
         session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
     }
 
+    std::int64_t errorCode = -1;
     ManualScheduler scheduler;
     RecordingUnifiedLog log;
     Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
@@ -110,7 +114,6 @@ TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
         {std::nullopt, "a", "Invalid base URL: nil"},
     };
     for (const Case& row : cases) {
-        session.requests.clear();
         provider.domain = row.domain;
         const std::string outcome = outcomeOf(client.delete_(row.path));
         EXPECT_EQ(session.requests.empty() ? outcome : session.requests[0].url, row.expected)
@@ -164,11 +167,12 @@ TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
                                                       {"Content-Type", "application/json"},
                                                       {"X-Device-Id", "DEV-1"}}));
     }
-    provider.key = "";
-    provider.device = std::nullopt;
-    outcomeOf(client.get("a"));
-    EXPECT_EQ(session.requests.back().headerFields,
-              (HeaderFields{{"Accept", "application/json"}, {"Content-Type", "application/json"}}));
+    for (const auto& absent : {std::optional<std::string>(), std::optional<std::string>("")}) {
+        provider.key = provider.device = absent;
+        outcomeOf(client.get("a"));
+        EXPECT_EQ(session.requests.back().headerFields,
+                  (HeaderFields{{"Accept", "application/json"}, {"Content-Type", "application/json"}}));
+    }
 }
 
 TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
@@ -183,16 +187,16 @@ TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
         {200, "{}", "200 {}", {}},
         {204, "", "204 ", {}},
         {299, "", "299 ", {}},
-        {199, "", "HTTP error: 199", {"API HTTP error | context={responseBody=, statusCode=199}"}},
-        {300, "a", "HTTP error: 300", {"API HTTP error | context={responseBody=a, statusCode=300}"}},
-        {304, "", "HTTP error: 304", {"API HTTP error | context={responseBody=, statusCode=304}"}},
+        {199, "", "HTTP error: 199 ", {"API HTTP error | context={responseBody=, statusCode=199}"}},
+        {300, "a", "HTTP error: 300 a", {"API HTTP error | context={responseBody=a, statusCode=300}"}},
+        {304, "", "HTTP error: 304 ", {"API HTTP error | context={responseBody=, statusCode=304}"}},
         {500,
          "\xff",
-         "HTTP error: 500",
+         "HTTP error: 500 \xff",
          {"API HTTP error | context={responseBody=No response body, statusCode=500}"}},
         {404,
          "\u00e4\xe2\x82",
-         "HTTP error: 404",
+         "HTTP error: 404 \u00e4\xe2\x82",
          {"API HTTP error | context={responseBody=No response body, statusCode=404}"}},
     };
     for (const Case& row : cases) {
@@ -212,36 +216,17 @@ TEST_F(APIClientTest, LogsTransferFailureOnceAndWrapsIt)
 {
     session.outcome = URLError(URLError::Code::timedOut, "acme.corp did not answer");
     EXPECT_EQ(outcomeOf(client.get("a")), "Network error: acme.corp did not answer");
-    EXPECT_EQ(log.takeLines(),
-              Lines{"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
-                    "code=-1001, description=acme.corp did not answer}"});
+    EXPECT_EQ(errorCode, 2);
+    const auto entries = log.takeEntries();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].line, "API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
+                               "code=-1001, description=acme.corp did not answer}");
+    EXPECT_EQ(entries[0].type, LogType::error);
+    EXPECT_EQ(entries[0].category, "network");
     session.outcome = URLResponse{bytesOf("a file"), std::nullopt};
     EXPECT_EQ(outcomeOf(client.get("a")), "Invalid or non-HTTP response");
+    EXPECT_EQ(errorCode, 6);
     EXPECT_TRUE(log.takeLines().empty());
-}
-
-TEST(APIErrorTest, HasDescriptionAndCaseIndexAsCode)
-{
-    const Error underlying{"T", "D", 1, "it \0 broke"s, std::nullopt};
-    struct Case {
-        APIError::Case error;
-        std::int64_t code;
-        std::string description;
-    };
-    const Case cases[] = {
-        {APIError::InvalidBaseURL{std::nullopt}, 0, "Invalid base URL: nil"},
-        {APIError::InvalidBaseURL{"a\0b"s}, 0, "Invalid base URL: a\0b"s},
-        {APIError::InvalidBaseURL{""}, 0, "Invalid base URL: "},
-        {APIError::HTTPStatus{404, bytesOf("body")}, 1, "HTTP error: 404"},
-        {APIError::NetworkFailure{underlying}, 2, "Network error: it \0 broke"s},
-        {APIError::EncodingFailed{underlying}, 3, "Encoding failed: it \0 broke"s},
-        {APIError::DecodingFailed{underlying}, 4, "Decoding failed: it \0 broke"s},
-        {APIError::MissingCredentials{}, 5, "API credentials not available from configuration"},
-        {APIError::InvalidResponse{}, 6, "Invalid or non-HTTP response"},
-    };
-    for (const Case& row : cases)
-        EXPECT_EQ(bridge(APIError(row.error)),
-                  (Error{"Core.APIError", "Core.APIError", row.code, row.description, std::nullopt}));
 }
 
 } // namespace

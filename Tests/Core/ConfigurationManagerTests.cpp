@@ -19,6 +19,7 @@ using namespace Core;
 using namespace std::chrono_literals;
 using Platform::PropertyList;
 using testing::ElementsAre;
+using testing::Pair;
 using testing::StartsWith;
 using Lines = std::vector<std::string>;
 
@@ -64,20 +65,25 @@ protected:
                                     scheduler, scheduler, outcomes});
 
     std::vector<Platform::UserInfo> announced;
-    Platform::NotificationCenter::Token observation = center.addObserver(
-        ConfigurationManager::didUpdateNotification, nullptr, nullptr,
-        [this](const Platform::Notification& note) { announced.push_back(note.userInfo); });
+    Platform::NotificationCenter::Token observation =
+        center.addObserver(ConfigurationManager::didUpdateNotification, nullptr, nullptr,
+                           [this](const Platform::Notification& note) {
+                               EXPECT_TRUE(scheduler.mainQueue.isRunning());
+                               announced.push_back(note.userInfo);
+                           });
 
     const PropertyList managed{PropertyList::Dictionary{
         {"AllowedAppsBundleIdsForSSOExtension", "com.acme.one,com.acme.two"},
         {"base_domain", "acme.corp"},
         {"device_id", "DEV-1"},
+        {"api_key", "secret"},
     }};
 };
 
 TEST_F(ConfigurationManagerTest, StartUpAppliesConfigurationAndIncrementsVersion)
 {
     suite().set(Constants::SnapshotKeys::configVersion, 4);
+    scheduler.advance(7s);
     defaults.deliver(managed);
     startUp();
     EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v5, apps: 2"});
@@ -85,14 +91,21 @@ TEST_F(ConfigurationManagerTest, StartUpAppliesConfigurationAndIncrementsVersion
     EXPECT_EQ(manager->getBaseDomain(), "https://acme.corp");
     EXPECT_EQ(manager->getOrganizationId(), std::nullopt);
     EXPECT_EQ(manager->deviceId(), "DEV-1");
+    EXPECT_EQ(manager->apiKey(), "secret");
     EXPECT_TRUE(manager->isAppAllowedForSSO("com.acme.one"));
-    EXPECT_FALSE(manager->isAppAllowedForSSO("COM.ACME.ONE"));
+    for (const char* other : {"COM.ACME.ONE", "com.acme.one.more", "com.acme", ""})
+        EXPECT_FALSE(manager->isAppAllowedForSSO(other)) << other;
     EXPECT_EQ(suite().commitCount, 2) << "the four keys must be written in one commit";
-    EXPECT_EQ(suite().values.size(), 4U);
+    EXPECT_EQ(suite().unsynchronizedCount, 0);
+    const Platform::Date applied{7};
+    EXPECT_THAT(suite().values, ElementsAre(Pair("ConfigSnapshot", testing::_), Pair("ConfigVersion", 5),
+                                            Pair("LastUpdated", applied), Pair("SchemaVersion", 1)));
 
     scheduler.advance(10s);
     EXPECT_TRUE(announced.empty());
     EXPECT_TRUE(log.takeLines().empty());
+    EXPECT_EQ(manager->getConfigurationStatus().at("last_updated"), applied);
+    EXPECT_EQ(manager->getConfigurationStatus().at("schema_version"), 1);
 }
 
 TEST_F(ConfigurationManagerTest, StartUpWithoutConfigurationStoresNothing)
@@ -116,6 +129,7 @@ TEST_F(ConfigurationManagerTest, AppliesBurstOnceHalfASecondAfterLastChange)
 {
     startUp();
     log.takeLines();
+    suite().onChange = [this] { EXPECT_TRUE(scheduler.utilityQueue.isRunning()); };
     for (int i = 0; i < 3; ++i) {
         defaults.deliver(PropertyList::Dictionary{{"OrganizationId", i}});
         scheduler.advance(200ms);
@@ -166,6 +180,12 @@ TEST_F(ConfigurationManagerTest, ValidatesStoresAndReportsEachKeySeparately)
 
 TEST(ManagedKeysTest, EveryConfigMemberHasOneRow)
 {
+    for (const ManagedKey& key : managedKeys()) {
+        EXPECT_EQ(findManagedKey(key.name), &key);
+        EXPECT_EQ(findManagedKey(std::string(key.name) + "s"), nullptr);
+        EXPECT_EQ(key.isSecret, key.name == "api_key");
+    }
+    EXPECT_EQ(acceptedForms(ManagedKey::Kind::revision), "any value");
     std::size_t size = 0;
     ValidatedConfig config;
     forEachValue(config, [&](const ManagedKey&, auto& member) { size += sizeof member; });
@@ -234,8 +254,16 @@ TEST_F(ConfigurationManagerTest, RegisteringAgainCancelsPendingUpdate)
     defaults.deliver(managed);
     scheduler.advance(100ms);
     manager->registerForConfigurationChanges();
-    scheduler.advance(1s);
+    const auto postFrom = [&](const void* sender) {
+        scheduler.utilityQueue.async([=, this] {
+            center.post({std::string(Platform::UserDefaults::didChangeNotification), sender, {}});
+        });
+        scheduler.advance(1s);
+    };
+    postFrom(&suite());
     EXPECT_TRUE(log.takeLines().empty());
+    postFrom(&defaults.standard()); // The manager starts its timer on the main queue in any case.
+    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 2"});
 }
 
 TEST_F(ConfigurationManagerTest, UpdateDuringAnUpdateIsSkippedButAnnounced)
@@ -306,6 +334,7 @@ TEST_F(ConfigurationManagerTest, ClearingResetsVersionButDoesNotReapplyUnchanged
     startUp();
     manager->clearConfiguration();
     EXPECT_TRUE(suite().values.empty());
+    EXPECT_EQ(suite().unsynchronizedCount, 0);
     EXPECT_EQ(manager->loadConfigurationSnapshot()->configVersion, 0);
     log.takeLines();
     deliverAndSettle(managed);

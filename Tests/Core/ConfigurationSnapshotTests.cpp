@@ -11,11 +11,6 @@ using namespace Core;
 
 namespace {
 
-std::string textOf(const Platform::Data& data)
-{
-    return {reinterpret_cast<const char*>(data.data()), data.size()};
-}
-
 TEST(ConfigurationSnapshotTest, EncodesOnlyPresentFields)
 {
     ConfigurationSnapshot snapshot = ConfigurationSnapshot::defaultSnapshot({60});
@@ -26,13 +21,14 @@ TEST(ConfigurationSnapshotTest, EncodesOnlyPresentFields)
     snapshot.config.organizationId = "\"\\\n\u00e4\U0001F600";
     snapshot.config.apiKey = "\x1f";
     snapshot.config.deviceId = "DEV-1";
+    snapshot.schemaVersion = 2;
     snapshot.configVersion = 3;
     snapshot.lastUpdated = {986'802'277.2158307};
     EXPECT_EQ(
         textOf(snapshot.encode()),
         "{\"allowedAppBundleIds\":[\"com.a.b\",\"com.a.b\"],\"organizationId\":"
         "\"\\\"\\\\\\n\u00e4\U0001F600\",\"apiKey\":\"\\u001f\","
-        "\"deviceId\":\"DEV-1\",\"schemaVersion\":1,\"configVersion\":3,\"lastUpdated\":986802277.2158307}");
+        "\"deviceId\":\"DEV-1\",\"schemaVersion\":2,\"configVersion\":3,\"lastUpdated\":986802277.2158307}");
     EXPECT_EQ(ConfigurationSnapshot::decode(snapshot.encode()), snapshot);
 
     snapshot.lastUpdated = {std::numeric_limits<double>::infinity()};
@@ -70,6 +66,8 @@ TEST(ConfigurationSnapshotTest, RejectsMissingAndMistypedFields)
          Kind::typeMismatch},
         {R"([1])", Kind::typeMismatch},
         {R"({"allowedAppBundleIds":[)", Kind::dataCorrupted},
+        {R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":2,"lastUpdated":60}})",
+         Kind::dataCorrupted},
         {"", Kind::dataCorrupted},
     };
     for (const auto& [json, error] : cases) {

@@ -50,7 +50,6 @@ Platform::Error bridgedWithReason(std::optional<std::string> reason)
 
 TEST_F(LoggerTest, LineContainsOnlyPresentSegments)
 {
-    const auto posix = std::system_error(ENOENT, std::generic_category(), "opening");
     struct Case {
         const char* name;
         LogContext context;
@@ -72,11 +71,18 @@ TEST_F(LoggerTest, LineContainsOnlyPresentSegments)
          {.error = bridgedWithReason("rust"), .metadata = {{"k", ""}}},
          "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke, "
          "reason=rust} | context={k=}"},
-        {"system error",
-         {.error = Core::bridge(posix)},
+        {"POSIX error",
+         {.error = bridge(std::system_error(ENOENT, std::generic_category(), "opening"))},
          "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=2, description=opening: No "
-         "such "
-         "file or directory}"},
+         "such file or directory}"},
+        {"POSIX error of the system",
+         {.error = bridge(std::system_error(EPERM, std::system_category(), "a"))},
+         "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=1, description=a: "
+         "Operation "
+         "not permitted}"},
+        {"error of another category",
+         {.error = bridge(std::system_error(1, std::iostream_category(), "a"))},
+         "message | error={type=std.system_error, domain=iostream, code=1, description=a: iostream error}"},
     };
     for (const Case& row : cases) {
         logger.info("message", "label()", LogCategory::general, row.context);
@@ -206,14 +212,10 @@ TEST_F(LoggerTest, ConcurrentFirstCallsWriteEveryLine)
     EXPECT_EQ(countByCategory.size(), allLogCategories.size());
     for (const auto& [category, count] : countByCategory)
         EXPECT_EQ(count, threadCount) << category;
-}
-
-TEST(LogCategoryTest, IsFoundOnlyByExactName)
-{
+    EXPECT_EQ(logCategory("Network"), std::nullopt);
+    EXPECT_EQ(logCategory("ssoExt"), std::nullopt);
     for (const LogCategory category : allLogCategories)
         EXPECT_EQ(logCategory(rawValue(category)), category);
-    EXPECT_EQ(logCategory("Network"), std::nullopt);
-    EXPECT_EQ(logCategory(""), std::nullopt);
 }
 
 } // namespace

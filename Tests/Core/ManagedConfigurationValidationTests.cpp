@@ -126,6 +126,7 @@ TEST(BaseDomainTest, AlwaysStartsWithHTTPS)
         {"localhost:/x", "https://localhost:/x", {Kind::schemeAdded, Kind::carriesPath}},
         {"\u201cacme\u201d", "https://\u201cacme\u201d", {Kind::quotationMarks, Kind::schemeAdded}},
         {"'acme'", "https://'acme'", {Kind::quotationMarks, Kind::schemeAdded}},
+        {"'", "https://'", {Kind::schemeAdded}},
         {"o'acme\u2019", "https://o'acme\u2019", {Kind::schemeAdded}},
     };
     for (const auto& [value, expected, kinds] : cases) {

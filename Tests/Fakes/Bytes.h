@@ -2,6 +2,7 @@
 
 #include "Platform/PropertyList.h"
 
+#include <string>
 #include <string_view>
 
 /// Returns the bytes of `text`.
@@ -9,4 +10,10 @@ inline Platform::Data bytesOf(std::string_view text)
 {
     const auto* first = reinterpret_cast<const std::byte*>(text.data());
     return {first, first + text.size()};
+}
+
+/// Returns the text whose bytes are `data`.
+inline std::string textOf(const Platform::Data& data)
+{
+    return {reinterpret_cast<const char*>(data.data()), data.size()};
 }

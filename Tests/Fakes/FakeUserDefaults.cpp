@@ -25,6 +25,7 @@ bool FakeUserDefaults::write(std::span<const Entry> entries)
             isComplete = false;
     }
     ++commitCount;
+    ++unsynchronizedCount;
     const auto notify = onChange; // The handler may replace itself.
     notify();
     return isComplete;
@@ -36,6 +37,7 @@ bool FakeUserDefaults::removeObject(std::string_view key)
         return false;
     if (const auto found = values.find(key); found != values.end())
         values.erase(found);
+    ++unsynchronizedCount;
     onChange();
     return true;
 }

@@ -18,12 +18,14 @@ public:
     [[nodiscard]] std::optional<Platform::PropertyList> object(std::string_view key) const override;
     bool write(std::span<const Entry> entries) override;
     bool removeObject(std::string_view key) override;
-    void synchronize() override {}
+    void synchronize() override { unsynchronizedCount = 0; }
 
     bool isReadable = true;
     bool isWritable = true;
     /// Number of successful calls of `write()`.
     int commitCount = 0;
+    /// Number of successful changes since the last `synchronize()`.
+    int unsynchronizedCount = 0;
     std::map<std::string, Platform::PropertyList, std::less<>> values;
     std::function<void()> onChange = [] {};
 };

@@ -5,7 +5,8 @@
 
 #include <utility>
 
-/// A notification center whose user answers a request with `willGrant`. Calls completions on a queue.
+/// A notification center whose user answers a request with `willGrant`. If `error` is set, requests complete
+/// with it as well. Calls completions on a queue.
 class FakeUserNotificationCenter final : public Platform::UserNotificationCenter {
 public:
     explicit FakeUserNotificationCenter(Platform::DispatchQueue& queue) : m_queue(queue) {}
@@ -18,9 +19,9 @@ public:
     {
         using Platform::AuthorizationStatus;
         requestedOptions = options;
-        if (!error && status == AuthorizationStatus::notDetermined)
+        if (status == AuthorizationStatus::notDetermined)
             status = willGrant ? AuthorizationStatus::authorized : AuthorizationStatus::denied;
-        const bool isGranted = !error && status != AuthorizationStatus::denied;
+        const bool isGranted = status != AuthorizationStatus::denied;
         m_queue.async(
             [completion = std::move(completion), isGranted, error = error] { completion(isGranted, error); });
     }

@@ -1,6 +1,7 @@
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 class ManualScheduler::ManualTimer final : public Platform::Timer {
@@ -18,7 +19,9 @@ bool ManualScheduler::Queue::runNext()
         return false;
     const Work work = std::move(m_waiting.front());
     m_waiting.pop_front();
+    const bool wasRunning = std::exchange(m_isRunning, true); // Work may run the scheduler, too.
     work();
+    m_isRunning = wasRunning;
     return true;
 }
 
@@ -30,6 +33,8 @@ Platform::Date ManualScheduler::now() const
 std::unique_ptr<Platform::Timer> ManualScheduler::scheduledTimer(std::chrono::milliseconds interval,
                                                                  Block block)
 {
+    if (utilityQueue.isRunning())
+        throw std::logic_error("timer scheduled on the utility queue");
     auto validity = std::make_shared<bool>(true);
     m_pending.push_back({m_elapsed + interval, std::move(block), validity});
     return std::make_unique<ManualTimer>(std::move(validity));

@@ -18,12 +18,17 @@ public:
         void async(Work work) override { m_waiting.push_back(std::move(work)); }
         /// Runs the next work item; returns false if the queue is empty.
         bool runNext();
+        /// Returns whether one of its items is running. Fakes and tests use it to check where they are
+        /// called.
+        [[nodiscard]] bool isRunning() const { return m_isRunning; }
 
     private:
         std::deque<Work> m_waiting;
+        bool m_isRunning = false;
     };
 
     [[nodiscard]] Platform::Date now() const override;
+    /// Throws on the utility queue, because timers belong to the main thread.
     [[nodiscard]] std::unique_ptr<Platform::Timer> scheduledTimer(std::chrono::milliseconds interval,
                                                                   Block block) override;
 

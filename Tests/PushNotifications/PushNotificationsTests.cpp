@@ -6,6 +6,7 @@
 #include "PushNotifications/NotificationPayloadProcessor.h"
 #include "PushNotifications/NotificationPermissionManager.h"
 #include "PushNotifications/RemoteNotificationHandler.h"
+#include "Tests/Fakes/Bytes.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/FakeUserNotificationCenter.h"
@@ -13,6 +14,8 @@
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
 #include <gtest/gtest.h>
+
+#include <limits>
 
 using namespace PushNotifications;
 using namespace Platform;
@@ -33,7 +36,7 @@ protected:
     [[nodiscard]] std::string history() const
     {
         const auto data = domains.standard().data(StorageKeys::processedNotificationPayloads);
-        return data ? std::string(reinterpret_cast<const char*>(data->data()), data->size()) : "none";
+        return data ? textOf(*data) : "none";
     }
 
     ManualScheduler scheduler;
@@ -49,6 +52,7 @@ protected:
         NotificationPayloadProcessor::pushNotificationDidProcessPayload, nullptr, nullptr,
         [this](const Notification& note) {
             EXPECT_EQ(note.sender, nullptr);
+            EXPECT_TRUE(scheduler.mainQueue.isRunning());
             announced.push_back(std::any_cast<ProcessedNotificationPayload>(note.userInfo.at("payload")));
         });
 };
@@ -101,13 +105,13 @@ TEST_F(PushTest, StoresAnnouncesAndLogsRemotePayload)
         std::vector<BackgroundFetchResult> results;
         processor.processRemoteNotification(row.payload, [&](auto result, bool isStored) {
             EXPECT_TRUE(isStored);
+            EXPECT_EQ(history(), "[" + row.expectedRecord + "]") << "completed before it was stored";
             results.push_back(result);
         });
         EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData}) << row.name;
         EXPECT_TRUE(announced.empty()) << "posted before the call returned";
         EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + row.expectedContext})
             << row.name;
-        EXPECT_EQ(history(), "[" + row.expectedRecord + "]") << row.name;
         scheduler.runUntilIdle();
         ASSERT_EQ(announced.size(), 1U) << row.name;
         EXPECT_EQ(announced[0].userInfo, row.payload) << row.name;
@@ -130,10 +134,9 @@ TEST_F(PushTest, HistoryHoldsNewest100AndIsReplacedWhenDamaged)
     EXPECT_DEATH(static_cast<void>(processor.recentPayloadSummaries(-1)), "a limit of at least 0");
 
     log.takeLines();
-    for (const char* damaged : {"[", "{}", R"([{"date":1}])", R"([{"date":"x","userInfoKeys":[]}])"}) {
-        const auto* bytes = reinterpret_cast<const std::byte*>(damaged);
-        domains.standard().set(StorageKeys::processedNotificationPayloads,
-                               Data(bytes, bytes + std::string_view(damaged).size()));
+    for (const char* damaged :
+         {"[", "{}", R"([{"date":1}])", R"([{"date":1,"userInfoKeys":[]},{"date":"x","userInfoKeys":[]}])"}) {
+        domains.standard().set(StorageKeys::processedNotificationPayloads, bytesOf(damaged));
         EXPECT_TRUE(processor.recentPayloadSummaries(10).empty()) << damaged;
         EXPECT_TRUE(log.takeLines().empty()) << damaged;
     }
@@ -144,20 +147,20 @@ TEST_F(PushTest, HistoryHoldsNewest100AndIsReplacedWhenDamaged)
 TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
 {
     NotificationDelegateAdapter adapter(processor);
-    const UserNotification notification{"T", "", {{"k", 1}}, Date{7}};
     unsigned options = 0;
-    adapter.willPresent(notification, [&](unsigned requested, bool isStored) {
+    adapter.willPresent({"T", "", {{"k", 1}}, Date{7}}, [&](unsigned requested, bool isStored) {
         EXPECT_TRUE(isStored);
+        EXPECT_EQ(history(), R"([{"title":"T","date":7,"userInfoKeys":["k"]}])");
         options = requested;
     });
-    EXPECT_EQ(options, 27U);
-    int completed = 0;
-    adapter.didReceive({notification}, [&] { ++completed; });
-    EXPECT_EQ(completed, 1);
+    EXPECT_EQ(options, PresentationOptions::badge | PresentationOptions::sound | PresentationOptions::list |
+                           PresentationOptions::banner);
+    std::string historyAtEnd;
+    adapter.didReceive({{"", "B", {}, Date{8}}}, [&] { historyAtEnd += history(); });
+    EXPECT_EQ(historyAtEnd, R"([{"body":"B","date":8,"userInfoKeys":[]},)"
+                            R"({"title":"T","date":7,"userInfoKeys":["k"]}])");
     EXPECT_EQ(log.takeLines(), (Lines{"Processed notification from center | context={body=, title=T}",
-                                      "Processed notification from center | context={body=, title=T}"}));
-    const std::string record = R"({"title":"T","date":7,"userInfoKeys":["k"]})";
-    EXPECT_EQ(history(), "[" + record + "," + record + "]");
+                                      "Processed notification from center | context={body=B, title=}"}));
     scheduler.runUntilIdle();
     EXPECT_EQ(announced.size(), 2U);
 }
@@ -170,13 +173,17 @@ TEST_F(PushTest, RecordThatCannotBeStoredIsStillAnnouncedAndLogged)
         EXPECT_EQ(result, BackgroundFetchResult::newData);
         EXPECT_FALSE(isStored);
     });
-    adapter.willPresent({"T", "", {}, {}}, [&](unsigned options, bool isStored) {
-        EXPECT_EQ(options, 27U);
-        EXPECT_FALSE(isStored);
-    });
+    constexpr Date endless{std::numeric_limits<double>::infinity()}; // JSON cannot represent it.
+    for (const Date date : {Date{}, endless}) {
+        adapter.willPresent({"T", "", {}, date}, [&](unsigned options, bool isStored) {
+            EXPECT_EQ(options, 27U);
+            EXPECT_FALSE(isStored);
+        });
+        domains.fakeStandard().isWritable = true;
+    }
     scheduler.runUntilIdle();
-    EXPECT_EQ(announced.size(), 2U);
-    EXPECT_EQ(log.takeLines().size(), 2U);
+    EXPECT_EQ(announced.size(), 3U);
+    EXPECT_EQ(log.takeLines().size(), 3U);
     EXPECT_EQ(history(), "none");
 }
 
@@ -210,7 +217,7 @@ TEST_F(PushTest, ReadsPermissionStatusAndRequestsAuthorization)
     const Case cases[] = {
         {true, std::nullopt, true, "Notification permission granted"},
         {false, std::nullopt, false, "Notification permission denied"},
-        {true, Error{"T", "D", 3, "no", std::nullopt}, false,
+        {true, Error{"T", "D", 3, "no", std::nullopt}, false, // Although the user has granted it.
          "Notification permission request failed | error={type=T, domain=D, code=3, description=no}"},
     };
     for (const Case& row : cases) {
@@ -307,11 +314,18 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
             session.outcome = URLResponse{{}, HTTPURLResponse{std::get<std::int64_t>(row.response), {}}};
         configuredDeviceId = row.deviceId;
         handler.didRegisterForRemoteNotifications(token);
+        EXPECT_TRUE(session.requests.empty()) << "started on the caller's queue";
         EXPECT_EQ(handler.storedDeviceToken(), "00ab10");
         scheduler.runUntilIdle();
         Lines expected = registered;
         expected.insert(expected.end(), row.laterLines.begin(), row.laterLines.end());
-        EXPECT_EQ(log.takeLines(), expected);
+        Lines lines;
+        for (const auto& entry : log.takeEntries()) {
+            EXPECT_EQ(entry.category, entry.line.starts_with("API") ? "network" : "notifications");
+            EXPECT_EQ(entry.type == LogType::error, entry.line.find("failed") != std::string::npos);
+            lines.push_back(entry.line);
+        }
+        EXPECT_EQ(lines, expected);
         scheduler.advance(OutcomeRecorder::interval);
         ASSERT_EQ(storedOutcomes(store).size(), row.recorded ? 1U : 0U);
         if (row.recorded) {
@@ -323,18 +337,23 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
         if (row.url != nullptr) {
             EXPECT_EQ(session.requests[0].url, row.url);
             EXPECT_EQ(session.requests[0].httpMethod, "POST");
-            const Data& body = *session.requests[0].httpBody;
-            EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.data()), body.size()),
-                      R"({"token":"00ab10"})");
+            EXPECT_EQ(textOf(*session.requests[0].httpBody), R"({"token":"00ab10"})");
         }
     }
     handler.didRegisterForRemoteNotifications({});
     EXPECT_EQ(handler.storedDeviceToken(), "");
+    Core::LoggingConfig::setVerboseLoggingEnabled(true);
     log.takeLines();
+    handler.didRegisterForRemoteNotifications(token);
     handler.didFailToRegister({"T", "D", 3, "no", std::nullopt});
-    EXPECT_EQ(log.takeLines(),
-              Lines{"Remote notification registration failed | error={type=T, domain=D, code=3, "
-                    "description=no}"});
+    Core::LoggingConfig::setVerboseLoggingEnabled(false);
+    const auto entries = log.takeEntries();
+    ASSERT_EQ(entries.size(), 4U);
+    EXPECT_EQ(entries[1].line, "APNs device token: 00ab10");
+    EXPECT_EQ(entries[1].type, LogType::debug);
+    EXPECT_EQ(entries[3].line,
+              "Remote notification registration failed | error={type=T, domain=D, code=3, description=no}");
+    EXPECT_EQ(entries[3].type, LogType::error);
 }
 
 } // namespace

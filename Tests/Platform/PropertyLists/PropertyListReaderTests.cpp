@@ -18,11 +18,6 @@ namespace {
 using Array = PropertyList::Array;
 using Dictionary = PropertyList::Dictionary;
 
-std::string asText(const Data& data)
-{
-    return {reinterpret_cast<const char*>(data.data()), data.size()};
-}
-
 constexpr auto least = std::numeric_limits<std::int64_t>::min();
 constexpr auto greatest = std::numeric_limits<std::uint64_t>::max();
 constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -431,10 +426,10 @@ PropertyList sample()
 
 TEST(PropertyListReaderTest, ReadsWhatItWrites)
 {
-    const std::string written = asText(writeBinaryPropertyList(sample()));
+    const std::string written = textOf(writeBinaryPropertyList(sample()));
     EXPECT_EQ(readPropertyList(written).root, sample());
     EXPECT_LT(written.size(), 90'000U) << "repeated strings must be stored once";
-    EXPECT_EQ(readPropertyList(asText(writeBinaryPropertyList("x"))).root, PropertyList("x"));
+    EXPECT_EQ(readPropertyList(textOf(writeBinaryPropertyList("x"))).root, PropertyList("x"));
 }
 
 std::string mutated(std::string document, std::mt19937& random)
@@ -470,7 +465,7 @@ TEST(PropertyListReaderTest, ReadsOrRejectsMutants)
             "string>"
             "<date>2001-01-02T00:00:01Z</date><data>AQID</data><true/></array><key>b</key><dict/></dict>"),
         "{\"a\\u00e9\": [-12, 1.5e2, \"é\\n\", true, null], \"b\": {\"c\": {}, \"d\": 18446744073709551615}}",
-        asText(writeBinaryPropertyList(
+        textOf(writeBinaryPropertyList(
             Dictionary{{"a", Array{-12, 1.5, "é", Date{1}, bytesOf("\1\2"), true, {}, greatest}},
                        {"b", Dictionary{{"c", 1}}}}))};
     std::mt19937 random(20'261'121);
@@ -483,7 +478,7 @@ TEST(PropertyListReaderTest, ReadsOrRejectsMutants)
             try {
                 const PropertyList value = readPropertyList(mutant, WithPlaces::yes).root;
                 // Compare descriptions, since a mutant may contain a NaN.
-                const PropertyList again = readPropertyList(asText(writeBinaryPropertyList(value))).root;
+                const PropertyList again = readPropertyList(textOf(writeBinaryPropertyList(value))).root;
                 EXPECT_EQ(again.description(), value.description());
                 ++readCount;
             } catch (const PropertyListError& error) {

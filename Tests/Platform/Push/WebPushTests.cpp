@@ -1,6 +1,7 @@
 #include "Platform/Push/WebPush.h"
 
 #include "Platform/Encoding.h"
+#include "Tests/Fakes/Bytes.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <gmock/gmock.h>
@@ -14,8 +15,7 @@ namespace {
 
 std::string decoded(std::string_view base64)
 {
-    const Data bytes = decodeBase64URL(base64).value();
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+    return textOf(decodeBase64URL(base64).value());
 }
 
 WebPushSubscription subscriptionOf(const WebPushKeys& keys)
