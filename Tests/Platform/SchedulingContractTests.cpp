@@ -97,8 +97,8 @@ TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
         auto destroyed = timers->scheduledTimer(5ms, into("destroyed"));
         std::unique_ptr<Timer> restarted;
         const TimerScheduler::Block restart = [&] {
+            restarted = timers->scheduledTimer(5ms, into("restarted")); // Destroys the timer that fires.
             fired.emplace_back("restarting");
-            restarted = timers->scheduledTimer(5ms, into("restarted"));
         };
         restarted = timers->scheduledTimer(60ms, restart);
         const auto immediate = timers->scheduledTimer(0ms, into("immediate"));

@@ -1,7 +1,9 @@
+#include "Platform/Desktop/GuiApplication.h"
 #include "Platform/Desktop/QtRunLoop.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -15,8 +17,13 @@ TEST(QtRunLoopTest, QuitsFromAnyThread)
 {
     int argc = 0;
     Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
-    const auto watchdog = loop.scheduledTimer(30s, [] { FAIL() << "the loop did not end"; });
-    const std::jthread other([&] { loop.quit(); });
+    const auto watchdog = loop.scheduledTimer(10s, [&] {
+        loop.quit();
+        FAIL() << "the loop did not end";
+    });
+    std::jthread other([&] { loop.quit(); });
+    loop.run();
+    loop.async([&] { other = std::jthread([&] { loop.async([&] { loop.quit(); }); }); });
     loop.run();
 }
 
@@ -32,15 +39,38 @@ TEST(QtRunLoopTest, QuitsBetweenTwoItemsAndKeepsTheRest)
             end();
         });
     };
-    schedule(1, [&] { loop.quit(); });
+    schedule(1, [&] {
+        schedule(3, [&] { schedule(4, [&] { loop.quit(); }); });
+        loop.quit();
+    });
     schedule(2, [&] { loop.quit(); });
-    schedule(3, [&] { schedule(4, [&] { loop.quit(); }); });
+    loop.quit();
+    loop.run();
+    EXPECT_TRUE(ran.empty());
     loop.run();
     EXPECT_EQ(ran, (std::vector{1}));
     loop.run();
     EXPECT_EQ(ran, (std::vector{1, 2}));
     loop.run();
     EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
+}
+
+TEST(GuiApplicationTest, StartsWithoutADisplayOnlyIfNoneIsNeeded)
+{
+    for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        qunsetenv(variable);
+    int argc = 0;
+    EXPECT_THROW(Desktop::makeGuiApplication(argc, nullptr, Desktop::Display::needed), Desktop::NoDisplay);
+    const auto start = [&](Desktop::Display display) {
+        const auto application = Desktop::makeGuiApplication(argc, nullptr, display);
+        std::_Exit(Desktop::hasDisplay() || qEnvironmentVariableIsSet("QT_QPA_PLATFORM") ? 1 : 0);
+    };
+    EXPECT_EXIT(start(Desktop::Display::optional), testing::ExitedWithCode(0), "");
+    qputenv("DISPLAY", ":no such display");
+    EXPECT_EXIT(start(Desktop::Display::optional), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(start(Desktop::Display::needed), testing::ExitedWithCode(69),
+                "cannot be opened; check DISPLAY");
+    qunsetenv("DISPLAY");
 }
 
 } // namespace
