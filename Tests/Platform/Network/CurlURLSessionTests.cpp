@@ -352,14 +352,8 @@ TEST_P(CurlRedirectTest, IsFollowedByTheRulesOfItsStatus)
 
 INSTANTIATE_TEST_SUITE_P(
     , CurlRedirectTest,
-    testing::Values(RedirectCase{"Relative", 302, "to", "GET"}, RedirectCase{"MovedPost", 301, "/to", "POST"},
-                    RedirectCase{"MovedPut", 301, "/to", "PUT", 200, "PUT", "body"},
-                    RedirectCase{"FoundPost", 302, "/to", "POST"},
-                    RedirectCase{"FoundDelete", 302, "/to", "DELETE", 200, "DELETE", "body"},
-                    RedirectCase{"SeeOtherPut", 303, "/to", "PUT"},
+    testing::Values(RedirectCase{"FoundPost", 302, "to", "POST"},
                     RedirectCase{"SeeOtherHead", 303, "/to", "HEAD", 200, "HEAD"},
-                    RedirectCase{"TemporaryPost", 307, "/to", "POST", 200, "POST", "body"},
-                    RedirectCase{"PermanentPatch", 308, "/to", "PATCH", 200, "PATCH", "body"},
                     RedirectCase{"SameHost", 307, "SAME/to", "PUT", 200, "PUT", "body"},
                     RedirectCase{"OtherHost", 307, "OTHER/to", "POST", 200, "POST", "body", false},
                     RedirectCase{"ThereAndBack", 307, "OTHER/back", "GET", 200, "GET", "", false},
@@ -402,11 +396,13 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"Return", "SAME", "GET", {{"X-Device-Id", "secret\r"}}, Code::unknown, "X-Device-Id"},
         RefusedCase{"NUL", "SAME", "GET", {{"X-A", std::string("secret\0", 7)}}, Code::unknown, "X-A"},
         RefusedCase{"Name", "SAME", "GET", {{"X-A\r\nX-Evil", "secret"}}, Code::unknown, "X-A\\r\\nX-Evil"},
-        RefusedCase{"NameWithColon", "SAME", "GET", {{"X-A: b", "secret"}}, Code::unknown, "X-A"},
+        RefusedCase{"NameWithColon", "SAME", "GET", {{"X-A:b", "secret"}}, Code::unknown, "X-A"},
         RefusedCase{"EmptyName", "SAME", "GET", {{"", "secret"}}, Code::unknown, "name"},
         RefusedCase{"Method", "SAME", "GET / HTTP/1.1\r\nX-Evil: 1", {}, Code::unknown, "method"},
         RefusedCase{"EmptyMethod", "SAME", "", {}, Code::unknown, "method"},
         RefusedCase{"LineBreakInURL", "SAME/\r\nX-Evil: 1", "GET", {}, Code::badURL, "control"},
+        RefusedCase{"SpaceInURL", "SAME/a b", "GET", {}, Code::badURL, "space"},
+        RefusedCase{"DeleteInURL", "SAME/\x7f", "GET", {}, Code::badURL, "control"},
         RefusedCase{"NULInURL", std::string("SAME/a\0b", 8), "GET", {}, Code::badURL, "control"},
         RefusedCase{"EscapeInHost", "https://local%7fhost/", "GET", {}, Code::badURL, "invalid character"},
         RefusedCase{"LargePort", "https://localhost:105751/", "GET", {}, Code::badURL, "port"},
@@ -490,14 +486,23 @@ TEST_P(CurlMethodTest, ArrivesAsRequested)
         "/path",
         {.headerFields = {{"X-Twice", "a"}, {"X-Twice", "b"}, {"X-Void", ""}, {"X-Folded", "a\r\n  b"}}});
     std::string url = line.backend.baseURL() + "/path?query=1#fragment";
-    url.insert(url.find("localhost"), "user:password@");
+    url.insert(url.find("localhost"), "user:p@ssword@");
     URLRequest request{.url = url,
                        .httpMethod = GetParam().method,
                        .headerFields = {{"X-Given", " as it is"}, {"Host", "evil"}, {"Content-Length", "1"}}};
     if (GetParam().body)
         request.httpBody = bytesOf(*GetParam().body);
-    const Outcome outcome = line.start(request).get();
+    std::promise<Outcome> first;
+    std::promise<Outcome> second;
+    line.session->start(request, [&](Outcome completed) {
+        first.set_value(std::move(completed));
+        line.session->start({.url = line.backend.baseURL() + "/second"},
+                            [&](Outcome next) { second.set_value(std::move(next)); });
+    });
+    const Outcome outcome = first.get_future().get();
     ASSERT_EQ(result(outcome), 200) << description(outcome);
+    auto next = second.get_future();
+    ASSERT_EQ(next.wait_for(10s), std::future_status::ready) << "started by a completion";
     const HeaderFields& answered = std::get<URLResponse>(outcome).http->headerFields;
     EXPECT_THAT(
         answered,
@@ -505,7 +510,9 @@ TEST_P(CurlMethodTest, ArrivesAsRequested)
               Contains(Pair("X-Void", "")), Contains(Pair("X-Folded", "a b"))));
 
     const auto requests = line.backend.takeRequests();
-    ASSERT_THAT(requests, SizeIs(1));
+    ASSERT_THAT(requests, SizeIs(2));
+    EXPECT_EQ(requests[1].method + requests[1].target + requests[1].body, "GET/second");
+    EXPECT_THAT(requests[1].headerFields, Not(Contains(Key("X-Given"))));
     EXPECT_EQ(requests[0].method, GetParam().method);
     EXPECT_EQ(requests[0].target, "/path?query=1");
     EXPECT_EQ(requests[0].body, GetParam().body.value_or(""));
@@ -546,6 +553,32 @@ TEST(CurlURLSessionTest, CompletesManyConcurrentRequestsOnItsThread)
     EXPECT_EQ(successCount, count);
     EXPECT_THAT(threads, AllOf(SizeIs(1), Not(Contains(std::this_thread::get_id()))));
     EXPECT_THAT(line.backend.takeRequests(), SizeIs(count));
+}
+
+TEST(CurlURLSessionTest, FollowsSixteenRedirectsWithLongHeaders)
+{
+    Line line;
+    for (int step = 0; step <= 16; ++step)
+        line.backend.setReply("/" + std::to_string(step),
+                              {.status = 302,
+                               .headerFields = {{"X-Long", std::string(20'000, 'x')},
+                                                {"Location", "/" + std::to_string(step + 1)}}});
+    EXPECT_EQ(result(line.start({.url = line.backend.baseURL() + "/1"}).get()), 200);
+    EXPECT_EQ(line.backend.takeRequests().back().target, "/17");
+    EXPECT_EQ(result(line.start({.url = line.backend.baseURL() + "/0"}).get()),
+              number(Code::httpTooManyRedirects));
+    EXPECT_EQ(line.backend.takeRequests().back().target, "/16");
+}
+
+TEST(CurlURLSessionTest, WaitingForAConnectionIsNotIdleWhileOthersReceive)
+{
+    Line line;
+    line.backend.setReply("/drip", {.body = "slowly", .delay = 300ms, .ending = Ending::dripping});
+    std::vector<std::future<Outcome>> outcomes;
+    for (int count = 0; count < 7; ++count)
+        outcomes.push_back(line.start({.url = line.backend.baseURL() + "/drip", .timeoutInterval = 1s}));
+    for (auto& outcome : outcomes)
+        EXPECT_EQ(result(outcome.get()), 200);
 }
 
 TEST(CurlURLSessionTest, LimitsHeaderFieldsButStillFollowsRedirects)

@@ -111,6 +111,9 @@ TEST_F(RecordingURLSessionTest, KeepsTheNewestServersAcrossRestarts)
         scheduler.advance(std::chrono::seconds(1));
         perform("https://" + std::to_string(i) + ".example/", status(200));
     }
+    auto servers = *store.values["URLSession.LastExchanges"].dictionary();
+    servers.emplace("!", "damaged");
+    store.values["URLSession.LastExchanges"] = servers;
     RecordingURLSession next(std::make_unique<FakeURLSession>(scheduler.mainQueue), store, scheduler);
     next.start({.url = "https://next.example/"}, [](const URLSession::Outcome&) {});
     scheduler.runUntilIdle();
