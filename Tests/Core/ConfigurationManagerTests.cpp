@@ -343,16 +343,6 @@ TEST_F(ConfigurationManagerTest, ClearingResetsVersionButDoesNotReapplyUnchanged
     EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v1, apps: 0"});
 }
 
-TEST_F(ConfigurationManagerTest, AppliesArrayThatReplacesStringOfSameText)
-{
-    constexpr const char* key = "AllowedAppsBundleIdsForSSOExtension";
-    defaults.deliver(PropertyList::Dictionary{{key, R"(["com.acme.one", "com.acme.two"])"}});
-    startUp();
-    log.takeLines();
-    deliverAndSettle(PropertyList::Dictionary{{key, PropertyList::Array{"com.acme.one", "com.acme.two"}}});
-    EXPECT_EQ(log.takeLines(), Lines{"Configuration updated - v2, apps: 2"});
-}
-
 TEST_F(ConfigurationManagerTest, PendingUpdateDoesNotKeepManagerAlive)
 {
     startUp();

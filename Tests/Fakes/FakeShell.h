@@ -16,7 +16,8 @@ public:
     std::vector<std::function<void(bool)>> requests;
 };
 
-/// Records notifications, or rejects them if `isWorking` is false. The test taps them with `Shown::tap`.
+/// Records notifications, or rejects them if `isWorking` is false. The test taps them with `Shown::tap`. If
+/// `isSlow` is true, it completes with `complete`.
 class FakeNotificationPresenter final : public Platform::NotificationPresenter {
 public:
     void show(const Platform::UserNotification& notification, unsigned options,
@@ -24,7 +25,10 @@ public:
     {
         if (isWorking)
             shown.push_back({notification, options, std::move(onResponse)});
-        completion(isWorking);
+        if (isSlow)
+            complete = std::move(completion);
+        else
+            completion(isWorking);
     }
     void onAvailable(std::function<void()> handler) override { becomeAvailable = std::move(handler); }
 
@@ -34,6 +38,8 @@ public:
         std::function<void()> tap;
     };
     bool isWorking = true;
+    bool isSlow = false;
+    std::function<void(bool)> complete;
     std::vector<Shown> shown;
     std::function<void()> becomeAvailable;
 };

@@ -75,6 +75,7 @@ void checkAuthorization(UserNotificationCenter& center, ManualScheduler& schedul
     EXPECT_EQ(answers, (std::vector{isGranted, isGranted}));
     EXPECT_EQ(status(), isGranted ? AuthorizationStatus::authorized : AuthorizationStatus::denied);
     request();
+    EXPECT_EQ(answers.size(), 2U) << "completed inside the call";
     scheduler.runUntilIdle();
     EXPECT_EQ(answers.size(), 3U) << "answered without asking again";
     EXPECT_EQ(answers.back(), isGranted);
@@ -104,11 +105,20 @@ TEST(DeviceNotificationCenterTest, RequestFailsWithoutAScreen)
     Device device;
     Push::DeviceNotificationCenter center({device.state, device.scheduler.mainQueue, nullptr, {}});
     std::optional<Error> failure;
-    center.requestAuthorization(AuthorizationOptions::alert,
-                                [&](bool, std::optional<Error> error) { failure = std::move(error); });
+    center.requestAuthorization(AuthorizationOptions::alert, [&](bool isGranted, std::optional<Error> error) {
+        EXPECT_FALSE(isGranted);
+        failure = std::move(error);
+    });
     device.scheduler.runUntilIdle();
     ASSERT_TRUE(failure);
     EXPECT_EQ(device.state.authorizationStatus(), AuthorizationStatus::notDetermined);
+    EXPECT_TRUE(device.state.setAuthorizationStatus(AuthorizationStatus::denied));
+    EXPECT_TRUE(device.state.setAuthorizationStatus(AuthorizationStatus::notDetermined));
+    EXPECT_TRUE(device.store.values.empty());
+    for (const int unknown : {-1, 5}) {
+        device.store.set("NotificationAuthorization", unknown);
+        EXPECT_EQ(device.state.authorizationStatus(), AuthorizationStatus::notDetermined);
+    }
 }
 
 TEST(DeviceNotificationCenterTest, DeliversByPermissionAndForegroundState)
@@ -184,7 +194,9 @@ PropertyList::Dictionary deepPayload()
     PropertyList payload = PropertyList::Dictionary{{"null", PropertyList()}, {"real", 1.5}, {"flag", true}};
     for (std::size_t level = 1; level < PropertyLists::maximumPropertyListDepth; ++level)
         payload = PropertyList::Dictionary{{"k", payload}};
-    return *payload.dictionary();
+    PropertyList::Dictionary whole = *payload.dictionary();
+    whole.emplace("aps", PropertyList::Dictionary{{"alert", "A"}, {"sound", "default"}});
+    return whole;
 }
 
 TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder)
@@ -210,6 +222,10 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     ASSERT_TRUE(refusals.back());
     EXPECT_TRUE(refusals.back()->isTemporary) << refusals.back()->reason;
 
+    auto list = *device->store.object("KeptNotifications")->array();
+    list.insert(list.begin(), "damaged");
+    device->store.set("KeptNotifications", list);
+
     // After a restart, with a presenter that works.
     FakeNotificationPresenter server;
     server.isWorking = false;
@@ -222,8 +238,14 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     device->scheduler.runUntilIdle();
     EXPECT_TRUE(server.shown.empty()) << "the user has denied permission";
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    server.isSlow = true;
     server.becomeAvailable();
     server.becomeAvailable();
+    EXPECT_TRUE(server.shown.empty()) << "shown inside the call";
+    device->scheduler.runUntilIdle();
+    ASSERT_EQ(server.shown.size(), 1U) << "one at a time";
+    server.isSlow = false;
+    server.complete(true);
     device->scheduler.runUntilIdle();
     ASSERT_EQ(server.shown.size(), limit);
     EXPECT_EQ(server.shown.front().notification.title, "1");
@@ -233,12 +255,18 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     EXPECT_EQ(last.body, "B");
     EXPECT_EQ(last.userInfo, deepPayload());
     EXPECT_EQ(last.date, Date{7});
+    EXPECT_TRUE(last.hasSound);
     EXPECT_TRUE(device->presented.empty());
     server.shown.back().tap();
     EXPECT_EQ(device->answered, std::vector{last.title});
     server.becomeAvailable();
     device->scheduler.runUntilIdle();
     EXPECT_EQ(server.shown.size(), limit) << "shown twice";
+    deliver("for the next start");
+    const Push::DeviceNotificationCenter next(
+        {device->state, device->scheduler.mainQueue, nullptr, {&server}});
+    device->scheduler.runUntilIdle();
+    EXPECT_EQ(server.shown.back().notification.title, "for the next start");
 }
 
 TEST(DeviceNotificationCenterTest, StoredNotificationIsNotShownRepeatedlyWhenTheStoreFails)
@@ -267,14 +295,26 @@ TEST(DeviceNotificationCenterTest, ForegroundNotificationsWaitInMemoryUpToALimit
     const auto device = std::make_shared<Device>();
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
     device->center.setDelegate(device);
+    device->center.deliver({"early", "", {}, {}}, true, [](auto) {});
+    EXPECT_TRUE(device->presented.empty()) << "the delegate is set on the main queue";
     device->scheduler.runUntilIdle();
-    device->presentationOptions = PresentationOptions::banner;
     device->first.isWorking = device->second.isWorking = false;
-    for (std::size_t number = 0; number < limit + 2; ++number)
+    for (std::size_t number = 0; number < limit + 2; ++number) {
+        device->presentationOptions = PresentationOptions::banner;
         device->center.deliver({std::to_string(number), "", {}, {}}, true, [](auto) {});
+        device->presentationOptions = PresentationOptions::list;
+        device->center.deliver({"without banner", "", {}, {}}, true, [](auto) {});
+    }
     EXPECT_FALSE(device->store.object("KeptNotifications")) << "the delegate has stored them";
-    device->second.isWorking = true;
     device->second.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    device->second.isWorking = device->second.isSlow = true;
+    device->second.becomeAvailable();
+    device->second.becomeAvailable();
+    device->scheduler.runUntilIdle();
+    ASSERT_EQ(device->second.shown.size(), 1U) << "one at a time";
+    device->second.isSlow = false;
+    device->second.complete(true);
     device->scheduler.runUntilIdle();
     ASSERT_EQ(device->second.shown.size(), limit);
     EXPECT_EQ(device->second.shown.front().notification.title, "2");

@@ -36,7 +36,9 @@ struct RecordingEnvironment : ApplicationDelegate, UserNotificationDelivery, Pus
     }
     void deliver(const UserNotification& notification, bool isActive, Completion completion) override
     {
-        events.push_back((isActive ? "front: " : "behind: ") + notification.title + "|" + notification.body);
+        events.push_back((isActive ? "front: " : "behind: ") + notification.title + "|" + notification.body +
+                         (notification.hasSound ? " sound" : "") +
+                         (notification.isPassive ? " passive" : ""));
         completion(centerRefusal);
     }
     void start(PushServiceListener& newListener) override
@@ -130,6 +132,7 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
         std::optional<PushRefusal> centerRefusal;
         Strings expected;
         bool isStoring = true;
+        bool isActive = true;
     };
     const PushRefusal no{"no"};
     const PushRefusal notNow{"not now", true};
@@ -145,6 +148,11 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
         {both, no, {"front: Both|", "background", "ok"}},
         {both, notNow, {"front: Both|", "background", "refused for now: not now"}},
         {R"({"aps": {"alert": "A", "content-available": 0}})", {}, {"front: A|", "ok"}},
+        {R"({"aps": {"alert": "A", "content-available": 2}})", {}, {"front: A|", "ok"}},
+        {R"({"aps": {"alert": "A", "sound": "x", "interruption-level": "passive"}})",
+         {},
+         {"front: A| sound passive", "ok"}},
+        {R"({"aps": {"alert": "A", "interruption-level": "active"}})", {}, {"behind: A|", "ok"}, true, false},
         {R"({"aps": {"alert": 7}})", {}, {"background", "ok"}},
         {R"({"aps": {"alert": null}})", {}, {"background", "ok"}},
         {R"({"aps": "text"})", {}, {"background", "ok"}},
@@ -154,8 +162,8 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
         {both, no, {"front: Both|", "background", notStored}, false},
     };
     application.setDelegate(world);
-    application.setActive(true);
     for (const Case& row : cases) {
+        application.setActive(row.isActive);
         world->events.clear();
         world->centerRefusal = row.centerRefusal;
         world->isStoring = row.isStoring;
@@ -177,6 +185,10 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
     }
     application.didReceiveUnreadablePush();
     EXPECT_EQ(recordedPush(), (Outcome{Outcome::Result::failed, Outcome::Kind::none, 0, clock.now()}));
+    application.setDelegate({});
+    std::string answer;
+    application.didReceive({}, [&](const auto& refusal) { answer = described(refusal); });
+    EXPECT_EQ(answer, "refused for now: the application is quitting");
 }
 
 } // namespace

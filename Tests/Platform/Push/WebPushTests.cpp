@@ -56,6 +56,10 @@ TEST_F(WebPushTest, DecryptsMessagesOfAnySizeWithStoredKeys)
     EXPECT_EQ(keys.decrypt(encryptWebPush(subscription, "a", {.recordSize = 20, .padding = "\2\0\0"s})), "a");
     for (const std::byte each : {std::byte{0}, std::byte{255}}) // Below and above the valid range.
         EXPECT_FALSE(WebPushKeys::fromStored(Data(32, each), Data(16)));
+    EXPECT_FALSE(WebPushKeys::fromStored(made.privateKey(), Data(15)));
+    Data longKey = made.privateKey();
+    longKey.push_back({});
+    EXPECT_FALSE(WebPushKeys::fromStored(longKey, made.authSecret()));
 }
 
 TEST_F(WebPushTest, RejectsAllButOneAuthenticRecord)

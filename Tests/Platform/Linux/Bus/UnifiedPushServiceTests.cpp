@@ -373,6 +373,22 @@ TEST(UnifiedPushServiceTest, FailsWhenTheRegistrationCannotBeStored)
     app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "https://push.example/2"); });
 }
 
+TEST(UnifiedPushRegistrationTest, IsARandomUUIDAndRemembersTheReplacedDistributor)
+{
+    FakeUserDefaults store;
+    auto made = UnifiedPushRegistration::make(store).value();
+    EXPECT_THAT(made.token(), testing::MatchesRegex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-"
+                                                    "[0-9a-f]{12}"));
+    for (const char* distributor : {"a", "b"})
+        EXPECT_TRUE(made.setEndpoint(store, distributor, endpoint));
+    for (const std::size_t size : {101U, 100U}) {
+        store.set("UnifiedPush.Token", std::string(size, 't'));
+        EXPECT_EQ(UnifiedPushRegistration::stored(store).has_value(), size == 100);
+    }
+    EXPECT_EQ(UnifiedPushRegistration::stored(store)->distributor(), "b");
+    EXPECT_EQ(UnifiedPushRegistration::stored(store)->replacedDistributor(), "a");
+}
+
 TEST(UnifiedPushEndpointTest, AcceptsOnlyHttpsAndLoopbackURLs)
 {
     for (const char* accepted : {"https://a/", "HTTPS://A/", "https://a:1?b", "http://localhost/",
