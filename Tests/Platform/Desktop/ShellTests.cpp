@@ -331,7 +331,8 @@ TEST_F(ShellTest, WindowIsRestoredWhereItCanBeSeenAndStored)
     for (const auto& [value, expected] : cases) {
         store.set("WindowFrame", value);
         Desktop::WindowGroup group(content, store, "Title");
-        group.show({{"objectName", "given"}});
+        group.load({{"objectName", "given"}});
+        group.show();
         const QRect shown = group.window().geometry();
         EXPECT_EQ(expected == byDefault ? QRect({}, shown.size()) : shown, expected) << value.description();
         EXPECT_EQ(group.window().rootObject()->objectName(), "given");
@@ -347,7 +348,8 @@ TEST_F(ShellTest, WindowIsRestoredWhereItCanBeSeenAndStored)
         store.set("WindowFrame", frame);
         {
             Desktop::WindowGroup group(content, store, "Title");
-            group.show({});
+            group.load({});
+            group.show();
             group.window().setGeometry(10, 20, 600, 500);
             (group.window().*change)();
         }
@@ -355,7 +357,8 @@ TEST_F(ShellTest, WindowIsRestoredWhereItCanBeSeenAndStored)
     }
     for (const auto change : {&QWindow::showMinimized, &QWindow::hide}) {
         Desktop::WindowGroup group(content, store, "Title");
-        group.show({});
+        group.load({});
+        group.show();
         (group.window().*change)();
         group.raise();
         EXPECT_EQ(group.window().visibility(), QWindow::Windowed);
