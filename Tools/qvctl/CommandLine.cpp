@@ -97,8 +97,8 @@ CommandLine::CommandLine()
     m_parser->fallthrough();
     m_parser
         ->add_option("--managed-configuration", m_options.managedConfiguration,
-                     "Use this policy file, or the fragments in this folder, instead of those in "
-                     "/etc/quorvane-mdm (environment: QUORVANE_MANAGED_CONFIGURATION)")
+                     "Use this policy file or folder of fragments (default: those in "
+                     "/etc/quorvane-mdm; environment: QUORVANE_MANAGED_CONFIGURATION)")
         ->type_name("FILE");
     m_parser->add_flag("--json", m_options.isJSON, "Print JSON, one object per line");
     m_parser->add_flag("--reveal", m_options.isRevealing,
@@ -130,10 +130,9 @@ void CommandLine::addStateCommands()
     addGoals(addCommand(*m_parser, "wait", "Wait until the policy file is applied or the token uploaded",
                         [this] { return wait(m_options, m_wait); }),
              m_wait);
-    addCommand(*m_parser, "reload",
-               "Make the running app read the policy now, and show what changed; for root, the apps of all "
-               "users",
-               [this] { return reload(m_options); });
+    addCommand(*m_parser, "reload", "Make the app read its policy now; as root, the apps of all users",
+               [this] { return reload(m_options); })
+        .group(changingCommands);
 
     CLI::App& logCommand = addCommand(*m_parser, "log", "Show the app's log from the journal", [this] {
         m_log.limit = m_limit;
