@@ -2,6 +2,7 @@
 
 #include "Platform/ASCII.h"
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/ProcessDescriptor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,21 +11,13 @@
 #include <fstream>
 #include <string>
 #include <string_view>
-#include <sys/syscall.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace Platform::Linux {
 
 namespace {
 
-// The C library of Debian 12 declares pidfd_send_signal() without C linkage.
-bool sendSignal(const Storage::FileDescriptor& process, int signal)
-{
-    return ::syscall(SYS_pidfd_send_signal, process.get(), signal, nullptr, 0U) == 0;
-}
-
-/// Returns the number at the begin of `text`, 0 if there is no number.
+/// Returns the number at the start of `text`, 0 if there is no number.
 template <typename Number>
 Number leadingNumber(std::string_view text, int base)
 {
@@ -37,8 +30,7 @@ Number leadingNumber(std::string_view text, int base)
 
 std::optional<ApplicationProcess> ApplicationProcess::open(pid_t identifier)
 {
-    ApplicationProcess process(
-        identifier, Storage::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, identifier, 0U))));
+    ApplicationProcess process(identifier, openProcess(identifier));
     if (!process.m_descriptor)
         return std::nullopt;
     bool isApplication = false;

@@ -1,6 +1,7 @@
 #include "Platform/Linux/InstanceLock.h"
 
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Linux/ProcessDescriptor.h"
 #include "Platform/Linux/ProgramFile.h"
 #include "Platform/Storage/PrivateFiles.h"
 
@@ -9,7 +10,6 @@
 #include <fstream>
 #include <poll.h>
 #include <string>
-#include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -17,17 +17,6 @@
 namespace Platform::Linux {
 
 namespace {
-
-// The C library of Debian 12 declares pidfd_open() and pidfd_send_signal() without C linkage.
-Storage::FileDescriptor openProcess(pid_t process)
-{
-    return Storage::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
-}
-
-bool sendSignal(const Storage::FileDescriptor& process, int signal)
-{
-    return ::syscall(SYS_pidfd_send_signal, process.get(), signal, nullptr, 0U) == 0;
-}
 
 struct flock wholeFile()
 {
