@@ -58,6 +58,8 @@ int main()
         const Archive writer(archive_write_new(), &archive_write_free);
         requireSuccess(writer, archive_write_set_format_pax_restricted(writer.get()));
         requireSuccess(writer, archive_write_add_filter_gzip(writer.get()));
+        // Otherwise zeros follow the compressed data.
+        requireSuccess(writer, archive_write_set_bytes_in_last_block(writer.get(), 1));
         requireSuccess(writer, archive_write_open_fd(writer.get(), STDOUT_FILENO));
         std::size_t size = 0;
         for (std::string name; std::cin >> size && std::cin.get() == ' ' && std::getline(std::cin, name);)
