@@ -6,8 +6,8 @@
 #include "Tools/qvctl/Completion.h"
 #include "Tools/qvctl/HelpFormatter.h"
 #include "Tools/qvctl/Output.h"
-#include "Tools/qvctl/Spelling.h"
 #include "Tools/qvctl/TimeText.h"
+#include "Tools/qvctl/UsageErrors.h"
 #include "Tools/qvctl/WaitOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -65,24 +65,6 @@ void addLimit(CLI::App& command, std::optional<std::int64_t>& limit)
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{INT32_MAX}));
 }
 
-/// The command in `group` or its subgroups most similar to `word`: "config show". Empty if none are similar.
-std::string closestCommand(std::string_view word, const CLI::App& group)
-{
-    std::vector<std::string> names;
-    std::vector<std::string> paths;
-    const std::function<void(const CLI::App&, const std::string&)> addCommands =
-        [&](const CLI::App& from, const std::string& prefix) {
-            for (const CLI::App* command : commandsOf(from)) {
-                names.push_back(command->get_name());
-                paths.push_back(prefix + command->get_name());
-                addCommands(*command, paths.back() + " ");
-            }
-        };
-    addCommands(group, group.get_parent() != nullptr ? group.get_name() + " " : "");
-    const auto closest = closestWord(word, {names.begin(), names.end()});
-    return closest ? paths[*closest] : std::string();
-}
-
 } // namespace
 
 CommandLine::CommandLine()
@@ -107,6 +89,7 @@ CommandLine::CommandLine()
                                 "Print no colors (default: colors only on terminals; environment: NO_COLOR)");
 
     addStateCommands();
+    addLog();
     addDoctor();
     addBundle();
     addConfigCommands();
@@ -133,7 +116,10 @@ void CommandLine::addStateCommands()
     addCommand(*m_parser, "reload", "Make the app read its policy now; as root, the apps of all users",
                [this] { return reload(m_options); })
         .group(changingCommands);
+}
 
+void CommandLine::addLog()
+{
     CLI::App& logCommand = addCommand(*m_parser, "log", "Show the app's log from the journal", [this] {
         m_log.limit = m_limit;
         return log(m_options, m_log);
@@ -303,7 +289,7 @@ ExitCode CommandLine::printHelp() const
             return candidate->get_name() == word;
         });
         if (found == commands.end())
-            throw CommandError(usage, unknownCommand(word, *command));
+            throw CommandError(usage, describeUnknownCommand(word, *command, *m_parser));
         command = *found;
         path += " " + word;
     }
@@ -335,7 +321,7 @@ int CommandLine::parseAndRun(int argc, const char* const* argv)
     } catch (const CLI::ParseError& error) {
         // The parser may have stopped before it reached this option.
         m_options.isJSON |= std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-        return failUsage(usageError(error));
+        return failUsage(describeUsageError(error, *m_parser));
     }
     return runReportingErrors(m_action);
 }
@@ -362,38 +348,6 @@ int CommandLine::failUsage(const std::string& reason) const
     const int code = fail(m_options, usage, reason);
     writeDiagnostics("Try qvctl --help.\n");
     return code;
-}
-
-/// Describes the error. For a mistyped command the library only reports that a command is missing.
-std::string CommandLine::usageError(const CLI::ParseError& error) const
-{
-    const CLI::App* last = m_parser.get();
-    while (!last->get_subcommands().empty())
-        last = last->get_subcommands().front();
-    const bool isCommandMissing =
-        dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !commandsOf(*last).empty();
-    const auto unknown = m_parser->remaining(true);
-    const bool isUnexpected = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
-    if (isCommandMissing && unknown.empty())
-        return "a command is required";
-    if (unknown.empty() || !(isCommandMissing || isUnexpected))
-        return error.what();
-    const std::string& word = unknown.front();
-    if (word.starts_with('-'))
-        return fmt::format("unknown option '{}'", word);
-    if (!isCommandMissing)
-        return fmt::format("unexpected argument '{}'", word);
-    return unknownCommand(word, *last);
-}
-
-/// Describes the error, with a similar command in `group`, or in another group, if there is one.
-std::string CommandLine::unknownCommand(const std::string& word, const CLI::App& group) const
-{
-    auto suggestion = closestCommand(word, group);
-    if (suggestion.empty())
-        suggestion = closestCommand(word, *m_parser);
-    return fmt::format("unknown command '{}'{}", word,
-                       suggestion.empty() ? "" : fmt::format(". Did you mean 'qvctl {}'?", suggestion));
 }
 
 CLI::App& CommandLine::addCommand(CLI::App& parent, const std::string& name, const std::string& description,

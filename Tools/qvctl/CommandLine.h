@@ -36,11 +36,10 @@ private:
     [[nodiscard]] int parseAndRun(int argc, const char* const* argv);
     [[nodiscard]] int runReportingErrors(const std::function<int()>& action) const;
     [[nodiscard]] int failUsage(const std::string& reason) const;
-    [[nodiscard]] std::string usageError(const CLI::ParseError& error) const;
-    [[nodiscard]] std::string unknownCommand(const std::string& word, const CLI::App& group) const;
     [[nodiscard]] ExitCode printHelp() const;
     void addHelp();
     void addStateCommands();
+    void addLog();
     void addSnapshot();
     void addDoctor();
     void addBundle();
