@@ -1,21 +1,17 @@
-// Writes the support bundle. A helper process makes the archive (Tools/BundleArchive).
+// Writes the support bundle.
 
 #include "Platform/Storage/FileDescriptor.h"
 #include "Platform/SystemClock.h"
+#include "Tools/qvctl/Bundle/Archive.h"
 #include "Tools/qvctl/Bundle/BundleContent.h"
 #include "Tools/qvctl/Commands.h"
-#include "Tools/qvctl/Doctor/SecondProcess.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -71,49 +67,6 @@ private:
     bool m_isKept = false;
 };
 
-pid_t startHelper(const std::string& program, int input, int output)
-{
-    std::array<char*, 2> arguments{const_cast<char*>(program.c_str()), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-    pid_t process = 0;
-    const int error =
-        ::posix_spawn(&process, program.c_str(), &actions, nullptr, arguments.data(), ::environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0)
-        throw std::system_error(error, std::generic_category(), program);
-    return process;
-}
-
-/// Writes the archive to the descriptor `output`.
-void writeArchive(const std::vector<BundleFile>& files, int output)
-{
-    const auto folder = std::filesystem::read_symlink(Doctor::thisProgram).parent_path();
-    const std::string program = (folder / QV_BUNDLE_ARCHIVE).lexically_normal();
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    FileDescriptor readingEnd(ends[0]);
-    FileDescriptor writingEnd(ends[1]);
-    const pid_t process = startHelper(program, readingEnd.get(), output);
-    readingEnd = FileDescriptor();
-    try {
-        for (const BundleFile& file : files)
-            Platform::Storage::writeAll(
-                writingEnd.get(), fmt::format("{} {}\n{}", file.content.size(), file.name, file.content));
-    } catch (const std::system_error&) {
-        // The helper has ended and printed why.
-    }
-    writingEnd = FileDescriptor();
-    int status = 0;
-    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        throw CommandError(unavailable, "the archive could not be written");
-}
-
 /// On standard error, because standard output may receive the archive.
 void listFiles(const std::vector<BundleFile>& files, const std::string& target)
 {
@@ -142,7 +95,7 @@ ExitCode bundle(const Options& options, const std::optional<std::string>& file)
     const auto files = Bundle::collectBundle(options);
     if (!options.isJSON)
         listFiles(files, target);
-    writeArchive(files, created ? created->get() : STDOUT_FILENO);
+    Platform::Storage::writeAll(created ? created->get() : STDOUT_FILENO, Bundle::makeArchive(files));
     if (created)
         created->keep();
     if (options.isJSON) {
