@@ -597,6 +597,7 @@ protected:
                 {"qvctl log --level e", {"error"}},
                 {"qvctl status --check=r", {"running"}},
                 {"qvctl wait --u", {"--uploaded"}},
+                {"qvctl wait --version ", {"1"}},
                 {"qvctl log --f", {"--follow"}},
                 {"qvctl log --limit ", {}},
                 {"qvctl help con", {"config"}},

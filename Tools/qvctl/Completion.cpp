@@ -1,9 +1,13 @@
 #include "Tools/qvctl/Completion.h"
 
+#include "Tools/qvctl/Device.h"
 #include "Tools/qvctl/UserAccounts.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
+#include <exception>
+#include <string>
 #include <utility>
 
 namespace Qvctl {
@@ -26,10 +30,25 @@ const CLI::Option* optionWithValue(const CLI::App* command, const std::string& n
     return nullptr;
 }
 
+/// The applied version and the next one.
+std::string versionCandidates()
+{
+    try {
+        const auto snapshot = Device({}, Device::Access::inspect).storedSnapshot();
+        const std::int64_t version = snapshot ? snapshot->configVersion : 0;
+        return (snapshot ? candidate(std::to_string(version), "applied") : "") +
+               candidate(std::to_string(version + 1), "next");
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 std::string valueCandidates(const CLI::Option& option, const std::string& prefix = {})
 {
     if (option.get_type_name() == "FILE" || option.get_name(true) == "FILE")
         return ":files\n";
+    if (option.get_type_name().starts_with("VERSION")) // The range follows.
+        return versionCandidates();
     std::string candidates;
     if (option.get_type_name() == "USER") {
         for (const UserAccount& account : accountsWithState(listAccounts()))

@@ -58,8 +58,8 @@ void addConditions(CLI::App& command, std::vector<std::string>& conditions)
 void addGoals(CLI::App& command, WaitOptions& goal)
 {
     CLI::Option* version =
-        command.add_option("--version", goal.version, "Wait until version N, or a later one, is applied")
-            ->type_name("N")
+        command.add_option("--version", goal.version, "Wait until this version, or a later one, is applied")
+            ->type_name("VERSION")
             ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()));
     CLI::Option* applied = command.add_flag_callback(
         "--applied", [] {}, "Wait until the values of the policy file are applied (default)");
