@@ -20,7 +20,7 @@ Styled uploadText(const Outcome& upload)
 {
     if (upload.result == Result::succeeded)
         return styled("{} with status {}", toned(Tone::good, "accepted"), upload.code);
-    const auto failed = toned(Tone::bad, "failed");
+    auto failed = toned(Tone::bad, "failed");
     switch (upload.kind) {
     case Kind::status:
         return styled("{} with status {}", failed, upload.code);

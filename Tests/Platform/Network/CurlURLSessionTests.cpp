@@ -573,10 +573,10 @@ TEST(CurlURLSessionTest, FollowsSixteenRedirectsWithLongHeaders)
 TEST(CurlURLSessionTest, WaitingForAConnectionIsNotIdleWhileOthersReceive)
 {
     Line line;
-    line.backend.setReply("/drip", {.body = "slowly", .delay = 300ms, .ending = Ending::dripping});
+    line.backend.setReply("/drip", {.body = "slowly, slowly", .delay = 200ms, .ending = Ending::dripping});
     std::vector<std::future<Outcome>> outcomes;
     for (int count = 0; count < 7; ++count)
-        outcomes.push_back(line.start({.url = line.backend.baseURL() + "/drip", .timeoutInterval = 1s}));
+        outcomes.push_back(line.start({.url = line.backend.baseURL() + "/drip", .timeoutInterval = 2s}));
     for (auto& outcome : outcomes)
         EXPECT_EQ(result(outcome.get()), 200);
 }
