@@ -10,6 +10,15 @@
 
 namespace Platform::Desktop {
 
+namespace {
+
+bool isSeen(QWindow::Visibility visibility)
+{
+    return visibility != QWindow::Hidden && visibility != QWindow::Minimized;
+}
+
+} // namespace
+
 Shell::Shell(const Ports& ports, const std::string& applicationName)
     : m_applicationName(QString::fromStdString(applicationName)),
       m_settings(ports.preferences),
@@ -34,8 +43,9 @@ void Shell::attach(QQmlEngine& engine, QQuickWindow& window)
     limitAccessibility(window);
     window.installEventFilter(this);
     connect(&window, &QObject::destroyed, this, &Shell::resetAfterWindow);
-    connect(&window, &QWindow::visibilityChanged, this, [this] {
-        if (isWindowSeen())
+    // The window also emits this in its destructor.
+    connect(&window, &QWindow::visibilityChanged, this, [this](QWindow::Visibility visibility) {
+        if (isSeen(visibility))
             m_availabilityHandler();
     });
     m_permission.setOnScreen(true);
@@ -114,7 +124,7 @@ void Shell::show(const UserNotification& notification, unsigned options,
 
 bool Shell::isWindowSeen() const
 {
-    return m_window && m_window->isVisible() && m_window->visibility() != QWindow::Minimized;
+    return m_window && isSeen(m_window->visibility());
 }
 
 bool Shell::eventFilter(QObject* watched, QEvent* event)

@@ -309,7 +309,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"ForeignReference", binary({"\xA1\0\1"s}), "an object that does not exist"},
         BadCase{"TableTooLong", binary({"\x09"}).insert(13, 1, '\0'), "cut short"},
         BadCase{"WideOffsets",
-                "bplist00\x09" + bigEndian(8, 9) + std::string(6, '\0') + "\x9\1" + bigEndian(1, 8) +
+                "bplist00\x09"s + '\0' + bigEndian(8, 8) + std::string(6, '\0') + "\x9\1" + bigEndian(1, 8) +
                     bigEndian(0, 8) + bigEndian(9, 8),
                 "invalid size"},
         BadCase{"NoReferences",
