@@ -163,9 +163,10 @@ TEST_F(ScreenTest, WelcomeScreenIsShownUntilGetStarted)
     EXPECT_THAT(log.takeEntries(), ElementsAre(FieldsAre(_, "onboarding", LogType::info, _, text)));
     EXPECT_NE(item("dashboard.content"), nullptr);
     EXPECT_TRUE(domains.standard().boolean("hasLaunchedBefore"));
-    // Fades out with an ease-in-out curve in 500 ms; sampled every 125 ms.
+    // Fades out with an ease-in-out curve in 500 ms; sampled every 125 ms. The animation may have started a
+    // few milliseconds of real time ago.
     for (const double opacity : {1.0, 0.871, 0.5, 0.129}) {
-        EXPECT_NEAR(item("welcome.background")->parentItem()->opacity(), opacity, 0.001);
+        EXPECT_NEAR(item("welcome.background")->parentItem()->opacity(), opacity, 0.03);
         animations.pass(125);
     }
     EXPECT_EQ(item("welcome.content"), nullptr);

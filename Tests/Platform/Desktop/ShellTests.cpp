@@ -9,6 +9,7 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 
 using namespace Platform;
@@ -284,10 +285,10 @@ TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
     EXPECT_FALSE(showBanner({}, PresentationOptions::list | PresentationOptions::sound, [] {}));
     for (const auto& [hide, reveal] : {std::pair(&QWindow::showMinimized, &QWindow::showNormal),
                                        std::pair(&QWindow::hide, &QWindow::show)}) {
-        (window->*hide)();
+        std::invoke(hide, *window);
         EXPECT_FALSE(show(99)) << "the window cannot be seen";
         const int before = availabilityCount;
-        (window->*reveal)();
+        std::invoke(reveal, *window);
         EXPECT_TRUE(QTest::qWaitFor([&] { return availabilityCount == before + 1; }));
     }
     EXPECT_EQ(availabilityCount, 5);
@@ -351,7 +352,7 @@ TEST_F(ShellTest, WindowIsRestoredWhereItCanBeSeenAndStored)
             group.load({});
             group.show();
             group.window().setGeometry(10, 20, 600, 500);
-            (group.window().*change)();
+            std::invoke(change, group.window());
         }
         EXPECT_EQ(stored() == frame, !isStored);
     }
@@ -359,7 +360,7 @@ TEST_F(ShellTest, WindowIsRestoredWhereItCanBeSeenAndStored)
         Desktop::WindowGroup group(content, store, "Title");
         group.load({});
         group.show();
-        (group.window().*change)();
+        std::invoke(change, group.window());
         group.raise();
         EXPECT_EQ(group.window().visibility(), QWindow::Windowed);
     }
