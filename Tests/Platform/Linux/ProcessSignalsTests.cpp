@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <future>
+#include <semaphore>
 #include <unistd.h>
 
 using Platform::Linux::ProcessSignals;
@@ -26,18 +27,14 @@ TEST(ProcessSignalsTest, HandlesEachSignalIncludingPendingOnes)
 TEST(ProcessSignalsTest, ReloadHandlerIsCalledOnlyWhileSet)
 {
     ProcessSignals::block();
-    std::promise<void> isReloaded;
-    ProcessSignals signals([] { FAIL(); }, [&] { isReloaded.set_value(); });
-    const auto send = [&](int signal) {
-        isReloaded = {};
-        ::kill(::getpid(), signal);
-    };
-    send(ProcessSignals::reloadSignal); // Without a handler, it does nothing.
-    send(ProcessSignals::activationSignal);
-    isReloaded.get_future().get();
-    signals.setReloadHandler([&] { isReloaded.set_value(); });
-    send(ProcessSignals::reloadSignal);
-    isReloaded.get_future().get();
+    std::binary_semaphore isHandled(0);
+    ProcessSignals signals([] { FAIL(); }, [&] { isHandled.release(); });
+    ::kill(::getpid(), ProcessSignals::reloadSignal); // Without a handler, it does nothing.
+    ::kill(::getpid(), ProcessSignals::activationSignal);
+    isHandled.acquire();
+    signals.setReloadHandler([&] { isHandled.release(); });
+    ::kill(::getpid(), ProcessSignals::reloadSignal);
+    isHandled.acquire();
     signals.setReloadHandler({});
 }
 
