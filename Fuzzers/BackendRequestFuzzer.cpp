@@ -9,6 +9,7 @@
 #include "Core/URLComposition.h"
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/Network/SecureRequest.h"
+#include "Platform/OutcomeRecorder.h"
 #include "PushNotifications/RemoteNotificationHandler.h"
 #include "Tests/Fakes/FakeURLSession.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -67,8 +68,10 @@ std::optional<URLRequest> uploadRequest(const Configuration& configuration)
     RecordingUnifiedLog log;
     Core::Logger logger(std::make_unique<Core::OSLogSink>(log), "com.example.acme");
     FakeURLSession session(scheduler.mainQueue);
+    FakeUserDefaults store;
+    Platform::OutcomeRecorder outcomes({store, scheduler, scheduler.mainQueue, scheduler});
     PushNotifications::RemoteNotificationHandler handler(
-        {logger, domains, configuration, session, scheduler.utilityQueue});
+        {logger, domains, configuration, session, scheduler.utilityQueue, outcomes});
     handler.uploadTokenToBackend("0a1b2c");
     scheduler.runUntilIdle();
     const auto lines = log.takeLines();
