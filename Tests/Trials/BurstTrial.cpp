@@ -49,8 +49,7 @@ public:
         const std::string token = uploadedToken(m_backend.takeRequests().back()).value();
         const auto subscription = WebPushSubscription::parse(subscriptionText(token));
         for (std::size_t number = 0; number < messageCount; ++number)
-            m_messages.push_back(encryptWebPush(
-                subscription, fmt::format(R"({{"aps": {{"alert": "{}"}}}})", titleOf(number))));
+            m_messages.push_back(encryptWebPush(subscription, recordedPush(titleOf(number))));
     }
 
     /// Sends all messages at once and waits until `isDone`, or until `answerTime` has passed. Returns the

@@ -31,11 +31,10 @@ public:
         : m_thread([this, socket = std::move(socket), &number] {
               while (!m_isEnding) {
                   ++number;
-                  const std::string payload = fmt::format(
-                      R"({{"aps": {{"alert": {{"title": "{}"}}, "content-available": 1}}}})", number);
+                  const std::string title = std::to_string(number);
                   try {
-                      if (Platform::Linux::sendToLocalPushService(socket, payload) == "ok")
-                          m_acknowledged.push_back(std::to_string(number));
+                      if (Platform::Linux::sendToLocalPushService(socket, recordedPush(title)) == "ok")
+                          m_acknowledged.push_back(title);
                   } catch (const std::system_error&) {
                       std::this_thread::sleep_for(1ms); // Not started yet, or killed.
                   }

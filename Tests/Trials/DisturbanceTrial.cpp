@@ -224,8 +224,8 @@ struct EncryptedPush {
         distributor.sendEndpoint("https://push.example.org/1");
         testBed.expectLine("Device token uploaded");
         const auto token = uploadedToken(testBed.backend().takeRequests().back());
-        message = encryptWebPush(WebPushSubscription::parse(subscriptionText(token.value())),
-                                 fmt::format(R"({{"aps": {{"alert": "{}"}}}})", title));
+        message =
+            encryptWebPush(WebPushSubscription::parse(subscriptionText(token.value())), recordedPush(title));
         before = testBed.device().inspect();
     }
     [[nodiscard]] bool isAnswered(Distributor::Answer answer) const

@@ -39,8 +39,7 @@ void TestBed::change()
 TestBed::Push TestBed::push()
 {
     Push push{fmt::format("push{}", ++m_pushCount), {}};
-    push.answer = Platform::Linux::sendToLocalPushService(
-        m_device.pushSocket(), fmt::format(R"({{"aps": {{"alert": "{}"}}}})", push.title));
+    push.answer = Platform::Linux::sendToLocalPushService(m_device.pushSocket(), recordedPush(push.title));
     return push;
 }
 

@@ -12,6 +12,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// A requirement of a trial is not met.
@@ -36,6 +37,14 @@ struct StoredState {
     std::string deviceToken;
     bool isAuthorized = false;
 };
+
+/// Returns a payload with an alert that is recorded in the history before it is acknowledged. An alert alone
+/// waits elsewhere until the user has seen it, as long as no window is active, and a starting window is not
+/// active yet.
+inline std::string recordedPush(std::string_view title)
+{
+    return fmt::format(R"({{"aps": {{"alert": {{"title": "{}"}}, "content-available": 1}}}})", title);
+}
 
 /// A device whose user has completed the welcome screen and allowed notifications, so the application
 /// registers as soon as it starts.
