@@ -60,6 +60,7 @@ void CurlTransfer::prepareExchange()
     m_body.clear();
     m_sentBytes = 0;
     m_wireBytes = 0;
+    m_isWaiting = true;
     m_isConnected = false;
     m_detail.front() = '\0';
     m_lastActivity = Clock::now();
@@ -195,6 +196,19 @@ void CurlTransfer::setBodyCallbacks()
 
 void CurlTransfer::setActivityCallbacks()
 {
+    // A new connection begins with the name, or, if that is known, with a socket.
+    set(CURLOPT_RESOLVER_START_DATA, this);
+    set(
+        CURLOPT_RESOLVER_START_FUNCTION, +[](void*, void*, void* self) noexcept {
+            static_cast<CurlTransfer*>(self)->recordConnecting();
+            return 0;
+        });
+    set(CURLOPT_SOCKOPTDATA, this);
+    set(
+        CURLOPT_SOCKOPTFUNCTION, +[](void* self, curl_socket_t, curlsocktype) noexcept {
+            static_cast<CurlTransfer*>(self)->recordConnecting();
+            return CURL_SOCKOPT_OK;
+        });
     set(CURLOPT_PREREQDATA, this);
     set(
         CURLOPT_PREREQFUNCTION, +[](void* self, char*, char*, int, int) noexcept {
@@ -222,8 +236,16 @@ void CurlTransfer::setActivityCallbacks()
         });
 }
 
+void CurlTransfer::recordConnecting()
+{
+    // Only the first time: other addresses of the host share the time limit.
+    if (std::exchange(m_isWaiting, false))
+        m_lastActivity = Clock::now();
+}
+
 void CurlTransfer::recordActivity()
 {
+    m_isWaiting = false;
     m_lastActivity = Clock::now();
     m_session.lastArrival = m_lastActivity;
 }
@@ -259,6 +281,9 @@ std::size_t CurlTransfer::send(char* room, std::size_t count)
 
 std::optional<URLSession::Outcome> CurlTransfer::conclude(int code)
 {
+    // libcurl 8 also counts the wait for a free connection in its time limit for connecting.
+    if (code == CURLE_OPERATION_TIMEDOUT && deadline() > Clock::now())
+        return std::nullopt;
     if (code != CURLE_OK)
         return failure(code);
     const std::string location = redirectLocation();
@@ -335,7 +360,7 @@ URLResponse CurlTransfer::takeResponse()
 CurlTransfer::Clock::time_point CurlTransfer::deadline() const
 {
     // A transfer that waits for a free connection is not idle while other transfers receive data.
-    const auto start = m_isConnected ? m_lastActivity : std::max(m_lastActivity, m_session.lastArrival);
+    const auto start = m_isWaiting ? std::max(m_lastActivity, m_session.lastArrival) : m_lastActivity;
     return start + m_timeout;
 }
 

@@ -56,8 +56,8 @@ public:
 
     /// Sets up the handle for the request. Call it once. Throws `URLError`.
     void prepare();
-    /// Returns the outcome of the exchange that ended with this CURLcode. Absent after a redirect: the handle
-    /// is then set up for the next exchange.
+    /// Returns the outcome of the exchange that ended with this CURLcode. Absent if the handle has to be
+    /// started again: for the next exchange after a redirect, or because there was no free connection yet.
     std::optional<URLSession::Outcome> conclude(int code);
 
     /// Returns when the transfer times out, unless data arrives before then.
@@ -89,6 +89,7 @@ private:
     void setHeaderFields();
     void setBodyCallbacks();
     void setActivityCallbacks();
+    void recordConnecting();
     void recordActivity();
 
     /// Returns the target of a redirect as sent by the server; empty if the response is not a redirect.
@@ -112,6 +113,8 @@ private:
     std::size_t m_sentBytes = 0;
     std::int64_t m_wireBytes = 0;
     bool m_isTooLong = false;
+    /// Whether it still waits for a free connection.
+    bool m_isWaiting = true;
     bool m_isConnected = false;
     Clock::time_point m_lastActivity;
     /// libcurl's error buffer, which must have this size.

@@ -7,7 +7,6 @@
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tools/Backend/TestBackend.h"
 
-#include <curl/curl.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -573,8 +572,6 @@ TEST(CurlURLSessionTest, FollowsSixteenRedirectsWithLongHeaders)
 
 TEST(CurlURLSessionTest, WaitingForAConnectionIsNotIdleWhileOthersReceive)
 {
-    if (curl_version_info(CURLVERSION_NOW)->version_num >= 0x080000)
-        GTEST_SKIP() << "libcurl 8 counts the wait for a connection as connecting, which has the same limit";
     Line line;
     line.backend.setReply("/drip", {.body = "slowly, slowly", .delay = 200ms, .ending = Ending::dripping});
     std::vector<std::future<Outcome>> outcomes;
