@@ -577,6 +577,11 @@ TEST(CurlURLSessionTest, WaitingForAConnectionIsNotIdleWhileOthersReceive)
     std::vector<std::future<Outcome>> outcomes;
     for (int count = 0; count < 7; ++count)
         outcomes.push_back(line.start({.url = line.backend.baseURL() + "/drip", .timeoutInterval = 2s}));
+    const SilentPort silent;
+    const Outcome hanging =
+        line.start({.url = "https://localhost:" + silent.text(), .timeoutInterval = 1s}).get();
+    EXPECT_EQ(result(hanging), number(Code::timedOut));
+    EXPECT_EQ(outcomes.back().wait_for(0s), std::future_status::timeout) << "A handshake waits for others.";
     for (auto& outcome : outcomes)
         EXPECT_EQ(result(outcome.get()), 200);
 }
