@@ -40,8 +40,11 @@ void PressArea::mouseUngrabEvent()
 
 void PressArea::touchEvent(QTouchEvent* event)
 {
-    if (event->type() == QEvent::TouchCancel)
+    if (event->type() == QEvent::TouchCancel) {
+        // The points have the state of the last event, which may be the press.
         release(false);
+        return;
+    }
     for (const QEventPoint& point : event->points()) {
         if (point.state() == QEventPoint::Pressed)
             press(point);

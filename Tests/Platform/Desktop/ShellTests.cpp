@@ -1,108 +1,12 @@
-#include "Platform/Desktop/Shell/Shell.h"
-#include "Platform/Desktop/WindowGroup.h"
-#include "Tests/Fakes/FakeUserDefaults.h"
-#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Platform/Desktop/ShellTest.h"
 
-#include <QAccessible>
-#include <QGuiApplication>
-#include <QQmlApplicationEngine>
-#include <QTest>
-#include <gtest/gtest.h>
+#include <QTemporaryFile>
 
-#include <functional>
-#include <optional>
+#include <algorithm>
+#include <memory>
+#include <utility>
 
-using namespace Platform;
-
-/// A shell in a small window with large text, above content that has the focus and counts its input events.
-class ShellTest : public testing::Test, protected NotificationPreferences {
-protected:
-    static void SetUpTestSuite()
-    {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        qInstallMessageHandler(
-            [](auto, auto&, auto& it) { EXPECT_FALSE(it.contains(".qml")) << qPrintable(it); });
-        application.emplace(argc, nullptr);
-    }
-    static void TearDownTestSuite() { application.reset(); }
-    ShellTest()
-    {
-        makeWindow();
-        shell.setAppearance({.isMotionReduced = true, .textScale = 2});
-    }
-    void makeWindow()
-    {
-        engine.loadData(
-            "import QtQuick; Window { width: 320; height: 568; visible: true; title: 'app';"
-            "Item { objectName: 'content'; anchors.fill: parent; focus: true; property int count: 0;"
-            "Accessible.role: Accessible.Button; Accessible.name: 'content';"
-            "TapHandler { onTapped: ++count } MouseArea { anchors.fill: parent; acceptedButtons: Qt.NoButton;"
-            "onWheel: ++parent.count } Keys.onPressed: ++count } FocusScope { objectName: 'scope' } }");
-        window = qobject_cast<QQuickWindow*>(engine.rootObjects().last());
-        EXPECT_TRUE(QTest::qWaitForWindowActive(window));
-    }
-    void ask(const std::string& question)
-    {
-        shell.requestPermission(
-            [=, this](bool isGranted) { events += question + (isGranted ? " allowed " : " refused "); });
-    }
-    bool showBanner(const UserNotification& notification, unsigned options, std::function<void()> onResponse)
-    {
-        bool isOnView = false;
-        shell.show(
-            notification, options, [&](bool isShown) { isOnView = isShown; }, std::move(onResponse));
-        return isOnView;
-    }
-    void scroll(QPointF point)
-    {
-        QWheelEvent event(point, point, {}, {0, 120}, {}, {}, Qt::NoScrollPhase, false);
-        QCoreApplication::sendEvent(window, &event);
-    }
-    [[nodiscard]] AuthorizationStatus authorizationStatus() const override { return status; }
-    void setAllowed(bool isAllowed) override
-    {
-        events += isAllowed ? "on " : "off ";
-        status = isAllowed ? AuthorizationStatus::authorized : AuthorizationStatus::denied;
-    }
-    [[nodiscard]] std::string notificationServer() const override { return {}; }
-    [[nodiscard]] std::string pushSource() const override { return "UnifiedPush (org.example.Push)"; }
-    QQuickItem* item(const char* name) { return window->findChild<QQuickItem*>(name); }
-    bool hasFocus(const char* id)
-    {
-        return QTest::qWaitFor([&] { return item(id)->hasActiveFocus(); });
-    }
-    void tap(const char* name)
-    {
-        const QRect area = item(name)->mapRectToScene(item(name)->boundingRect()).toRect();
-        EXPECT_TRUE(QRect(0, 0, 320, 568).contains(area) && area.height() >= 44) << name;
-        QTest::mouseClick(window, Qt::LeftButton, {}, area.center());
-    }
-    /// Returns the accessible names below `parent`, by default the window.
-    QStringList accessibleNames(QAccessibleInterface* parent = nullptr)
-    {
-        if (parent == nullptr)
-            parent = window->accessibleRoot();
-        QStringList names;
-        for (int index = 0; index < parent->childCount(); ++index) {
-            QAccessibleInterface* const child = parent->child(index);
-            EXPECT_EQ(child->parent(), parent);
-            EXPECT_EQ(parent->indexOfChild(child), index);
-            EXPECT_EQ(child->state().modal, child->role() == QAccessible::Dialog);
-            names += child->text(QAccessible::Name);
-            names += accessibleNames(child);
-        }
-        return names;
-    }
-    static inline int argc = 0;
-    // One for all tests: its end removes the accessibility of Qt Quick.
-    static inline std::optional<QGuiApplication> application;
-    std::string events;
-    AuthorizationStatus status = AuthorizationStatus::notDetermined;
-    ManualScheduler clock;
-    QQmlApplicationEngine engine;
-    QQuickWindow* window = nullptr;
-    Desktop::Shell shell{{*this, clock}, "Quorvane MDM"};
-};
+using namespace std::chrono_literals;
 
 TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
 {
@@ -111,8 +15,12 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
     shell.permission()->answer(true);
     shell.openSettings();
     EXPECT_TRUE(events.empty() && !shell.settings()->isOpen()) << "there is no window yet";
+    QTest::mouseMove(window, {160, 3});
+    EXPECT_TRUE(waitFor([&] { return item("content")->property("isHovered").toBool(); }));
     shell.attach(engine, *window);
     ASSERT_TRUE(hasFocus("shell.allow"));
+    QTest::mouseMove(window, {160, 2});
+    EXPECT_TRUE(waitFor([&] { return !item("content")->property("isHovered").toBool(); }));
     QTest::keySequence(window, {"Esc, Tab, Tab, Tab"});
     EXPECT_TRUE(shell.isKeyboardInUse());
     QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
@@ -136,10 +44,97 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
     scroll({160, 2});
     QTest::keyClick(window, Qt::Key_A);
     EXPECT_EQ(item("content")->property("count"), 2);
-    shell.openSettings();
-    item("content")->setVisible(false);
-    shell.settings()->close();
-    EXPECT_TRUE(hasFocus("scope")) << "the item with the focus has disappeared";
+    for (const auto change : {&QQuickItem::setVisible, &QQuickItem::setEnabled}) {
+        item("inner")->forceActiveFocus();
+        shell.openSettings();
+        ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+        std::invoke(change, item("inner"), false);
+        QTest::keyClick(window, Qt::Key_Back);
+        EXPECT_TRUE(hasFocus("scope")) << "the item with the focus cannot have it any more";
+        std::invoke(change, item("inner"), true);
+    }
+}
+
+TEST_F(ShellTest, KeysMoveTheFocusAndPressOnce)
+{
+    const auto hasRing = [&](const char* name) {
+        const auto children = item(name)->childItems();
+        return std::any_of(children.begin(), children.end(), [](const QQuickItem* each) {
+            return each->isVisible() && QByteArray(each->metaObject()->className()).startsWith("FocusRing");
+        });
+    };
+    const std::pair<Qt::Key, const char*> moves[] = {{Qt::Key_Left, "shell.dontAllow"},
+                                                     {Qt::Key_Right, "shell.allow"},
+                                                     {Qt::Key_Tab, "shell.dontAllow"},
+                                                     {Qt::Key_Tab, "shell.allow"},
+                                                     {Qt::Key_Backtab, "shell.dontAllow"}};
+    shell.attach(engine, *window);
+    for (const Qt::Key press : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+        ask("it");
+        ask("next");
+        ASSERT_TRUE(hasFocus("shell.allow"));
+        EXPECT_FALSE(hasRing("shell.allow"));
+        for (const auto& [key, focused] : moves) {
+            QTest::keyClick(window, key);
+            EXPECT_TRUE(hasFocus(focused) && hasRing(focused)) << key;
+        }
+        for (const char* keys : {"Esc", "Ctrl+S"})
+            QTest::keySequence(window, QKeySequence(keys));
+        QTest::simulateEvent(window, true, press, {}, {}, true);
+        EXPECT_EQ(events, "") << "a key that is held";
+        QTest::keyClick(window, press);
+        EXPECT_EQ(events, "it refused ");
+        const std::unique_ptr<QPointingDevice> finger(QTest::createTouchDevice());
+        QTest::touchEvent(window, finger.get()).press(0, {160, 2});
+        QTest::touchEvent(window, finger.get()).release(0, {160, 2});
+        EXPECT_TRUE(waitFor([&] { return !shell.isKeyboardInUse(); }));
+        ASSERT_TRUE(hasFocus("shell.allow")) << "each question starts there";
+        EXPECT_FALSE(hasRing("shell.allow"));
+        tap("shell.allow");
+        EXPECT_TRUE(hasFocus("content"));
+        EXPECT_EQ(std::exchange(events, ""), "it refused next allowed ");
+        EXPECT_EQ(item("content")->property("shortcutCount"), 0);
+    }
+    for (const char* focused : {"shell.settings.done", "shell.settings.allowNotifications"}) {
+        shell.openSettings();
+        ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+        QTest::keyClick(window, Qt::Key_Tab);
+        EXPECT_TRUE(hasFocus("shell.settings.done"));
+        if (QByteArray(focused) != "shell.settings.done")
+            QTest::keyClick(window, Qt::Key_Backtab);
+        EXPECT_TRUE(hasFocus(focused));
+        QTest::keyClick(window, Qt::Key_Escape);
+        EXPECT_TRUE(hasFocus("content"));
+    }
+}
+
+TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
+{
+    shell.attach(engine, *window);
+    using enum AuthorizationStatus;
+    const auto isOn = [&] { return accessible("shell.settings.allowNotifications")->state().checked; };
+    const std::pair<AuthorizationStatus, bool> cases[] = {{notDetermined, false}, {authorized, true},
+                                                          {denied, false},        {provisional, true},
+                                                          {denied, false},        {ephemeral, true}};
+    for (const bool isOpenedAgain : {false, true}) {
+        shell.settings()->close();
+        for (const auto& [current, isAllowed] : cases) {
+            status = current;
+            if (isOpenedAgain || !shell.settings()->isOpen())
+                shell.openSettings();
+            else
+                shell.preferencesChanged();
+            EXPECT_EQ(isOn(), isAllowed);
+        }
+    }
+    QAccessibleInterface* const button = accessible("shell.settings.allowNotifications");
+    EXPECT_EQ(button->role(), QAccessible::CheckBox);
+    EXPECT_TRUE(button->state().checkable);
+    button->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+    EXPECT_EQ(events, "off ");
+    EXPECT_FALSE(isOn());
+    accessible("shell.settings.done")->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    EXPECT_FALSE(shell.settings()->isOpen());
 }
 
 TEST_F(ShellTest, OnlyAPressReleasedInsideCounts)
@@ -164,17 +159,22 @@ TEST_F(ShellTest, OnlyAPressReleasedInsideCounts)
     QTest::touchEvent(window, screen).stationary(0).release(1, inside);
     QTest::touchEvent(window, screen).release(0, outside);
     QCoreApplication::processEvents();
+    QTest::touchEvent(window, screen).press(0, inside);
+    EXPECT_TRUE(waitFor([&] { return button->property("isPressed").toBool(); }));
+    QTouchEvent taken(QEvent::TouchCancel, screen);
+    QCoreApplication::sendEvent(window, &taken);
+    EXPECT_TRUE(waitFor([&] { return !button->property("isPressed").toBool(); }));
     EXPECT_EQ(events, "");
     QTest::touchEvent(window, screen).press(0, inside);
     QTest::touchEvent(window, screen).release(0, inside);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return events == "it allowed "; })) << events;
+    EXPECT_TRUE(waitFor([&] { return events == "it allowed "; })) << events;
 }
 
 TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
 {
     const auto attach = [&] {
         shell.attach(engine, *window);
-        EXPECT_TRUE(showBanner({}, PresentationOptions::banner, [] {}));
+        EXPECT_TRUE(showBanner({}));
         EXPECT_TRUE(hasFocus("shell.allow"));
         EXPECT_FALSE(shell.settings()->isOpen());
         shell.openSettings();
@@ -184,6 +184,11 @@ TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
     QQuickWindow* const first = window;
     makeWindow();
     attach();
+    int availabilityCount = 0;
+    shell.onAvailable([&] { ++availabilityCount; });
+    first->hide();
+    first->show();
+    EXPECT_EQ(availabilityCount, 0);
     EXPECT_EQ(first->findChild<QQuickItem*>("shell.allow"), nullptr);
     QTest::keyClick(first, Qt::Key_A);
     EXPECT_FALSE(shell.isKeyboardInUse());
@@ -194,46 +199,8 @@ TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
     ask("more");
     shell.permission()->answer(true);
     EXPECT_FALSE(shell.permission()->isActive()) << "the panel disappears between two questions";
-    EXPECT_TRUE(QTest::qWaitFor([&] { return shell.permission()->isActive(); }));
+    EXPECT_TRUE(waitFor([&] { return shell.permission()->isActive(); }));
     EXPECT_EQ(events, "it allowed ");
-}
-
-TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
-{
-    const QStringList content{"content"};
-    const QString question = "\u201cQuorvane MDM\u201d Would Like to Send You Notifications";
-    const QStringList panel{question, question, "Notifications may include alerts, sounds, and icon badges.",
-                            "Don\u2019t Allow", "Allow"};
-    const QStringList sheet{"Quorvane MDM",
-                            "Quorvane MDM",
-                            "Done",
-                            "Allow Notifications",
-                            "Shown by: In this window",
-                            "Delivered by: UnifiedPush (org.example.Push)"};
-    shell.attach(engine, *window);
-    EXPECT_EQ(accessibleNames(), content);
-    shell.openSettings();
-    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
-    EXPECT_EQ(accessibleNames(), sheet);
-    shell.requestPermission([](bool) {});
-    ASSERT_TRUE(hasFocus("shell.allow"));
-    EXPECT_EQ(accessibleNames(), panel);
-    EXPECT_FALSE(item("content")->isEnabled());
-    const QAccessibleInterface* const root = window->accessibleRoot();
-    EXPECT_EQ(root->text(QAccessible::Name), "app");
-    EXPECT_EQ(root->child(0)->text(QAccessible::Description), panel[2]);
-    EXPECT_EQ(root->focusChild()->text(QAccessible::Name), "Allow");
-    const QPoint middle = root->rect().center();
-    EXPECT_EQ(root->childAt(middle.x(), 2), nullptr) << "outside the dialog";
-    EXPECT_NE(root->childAt(middle.x(), middle.y()), nullptr);
-    QTest::keyClick(window, Qt::Key_Space);
-    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
-    EXPECT_EQ(accessibleNames(), sheet);
-    shell.setAppearance({}); // The sheet is still visible while it moves away.
-    QTest::keyClick(window, Qt::Key_Escape);
-    EXPECT_TRUE(hasFocus("content"));
-    EXPECT_EQ(accessibleNames().value(0), "content");
-    EXPECT_TRUE(QTest::qWaitFor([&] { return accessibleNames() == content; }));
 }
 
 TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
@@ -251,6 +218,7 @@ TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
         QTest::mousePress(window, Qt::LeftButton, {}, start);
         EXPECT_EQ(item("shell.banner")->property("travel"), 0.0);
         QTest::mouseMove(window, start - QPoint(0, 12));
+        EXPECT_FALSE(item("content")->property("isHovered").toBool());
         EXPECT_EQ(item("shell.banner")->property("offset"), -12.0);
         clock.advance(Desktop::NotificationBanner::viewTime);
         EXPECT_TRUE(shell.banner()->isShown()) << "held";
@@ -263,105 +231,75 @@ TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
                                               QCoreApplication::processEvents();
                                               EXPECT_EQ(availabilityCount, 0) << "it is still visible";
                                               tap("shell.banner");
+                                              shell.banner()->respond();
                                           },
                                           [&] {
                                               drag();
                                               drag();
                                               clock.advance(Desktop::NotificationBanner::viewTime);
                                           },
-                                          [&] { QTest::keySequence(window, {"Tab, Esc"}); }};
-    for (int number = 0; number < 3; ++number) {
+                                          [&] { // A swipe upward.
+                                              const QPoint start = area("shell.banner").toRect().center();
+                                              QTest::mousePress(window, Qt::LeftButton, {}, start);
+                                              QTest::mouseMove(window, start - QPoint(0, 40));
+                                              QTest::mouseRelease(window, Qt::LeftButton, {},
+                                                                  start - QPoint(0, 40));
+                                          },
+                                          [&] {
+                                              QTest::keyClick(window, Qt::Key_Tab);
+                                              clock.advance(Desktop::NotificationBanner::viewTime);
+                                              EXPECT_TRUE(shell.banner()->isShown()) << "has the focus";
+                                              QTest::keyClick(window, Qt::Key_Escape);
+                                          }};
+    for (int number = 0; number < 4; ++number) {
         EXPECT_TRUE(show(number));
         EXPECT_FALSE(show(99)) << "another banner is visible";
         EXPECT_EQ(shell.banner()->title(), QString::number(number) + " ");
         EXPECT_EQ(shell.banner()->body(), "\n");
+        EXPECT_EQ(area("shell.banner").top(), 8);
         const QVariant count = item("content")->property("count");
         scroll(item("shell.banner")->mapToScene(QPointF(20, 40)));
         EXPECT_EQ(item("content")->property("count"), count);
         ways[number]();
-        ASSERT_TRUE(QTest::qWaitFor([&] { return availabilityCount == number + 1; })) << number;
+        ASSERT_TRUE(waitFor([&] { return availabilityCount == number + 1; })) << number;
     }
-    EXPECT_TRUE(hasFocus("content") && events == "0 2 ") << events;
-    EXPECT_FALSE(showBanner({}, PresentationOptions::list | PresentationOptions::sound, [] {}));
+    EXPECT_TRUE(hasFocus("content") && events == "0 2 3 ") << events;
+    EXPECT_EQ(item("content")->property("shortcutCount"), 0);
+    EXPECT_FALSE(showBanner({}, PresentationOptions::list | PresentationOptions::sound));
     for (const auto& [hide, reveal] : {std::pair(&QWindow::showMinimized, &QWindow::showNormal),
                                        std::pair(&QWindow::hide, &QWindow::show)}) {
         std::invoke(hide, *window);
         EXPECT_FALSE(show(99)) << "the window cannot be seen";
         const int before = availabilityCount;
         std::invoke(reveal, *window);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return availabilityCount == before + 1; }));
+        EXPECT_TRUE(waitFor([&] { return availabilityCount == before + 1; }));
     }
-    EXPECT_EQ(availabilityCount, 5);
+    EXPECT_EQ(availabilityCount, 6);
     EXPECT_TRUE(show(4));
+    clock.advance(Desktop::NotificationBanner::viewTime - 1ms);
+    EXPECT_TRUE(shell.banner()->isShown());
+    clock.advance(1ms);
+    EXPECT_FALSE(shell.banner()->isShown());
 }
 
-TEST_F(ShellTest, LimitsAndAnnouncesTheTextScale)
+/// Two screens side by side, of 800 x 800 and 600 x 500 points, the second with two pixels per point.
+int main(int argc, char** argv)
 {
-    int changeCount = 0;
-    QObject::connect(&shell, &Desktop::Shell::appearanceChanged, [&] { ++changeCount; });
-    for (const auto& [wanted, scale] : {std::pair(0.5, 1.0), {1.5, 1.5}, {3.0, 2.0}}) {
-        shell.setAppearance({.textScale = wanted});
-        EXPECT_EQ(shell.textScale(), scale);
-    }
-    EXPECT_EQ(changeCount, 3);
-}
-
-/// The screen has 800 x 800 points.
-TEST_F(ShellTest, WindowIsRestoredWhereItCanBeSeenAndStored)
-{
-    using Array = PropertyList::Array;
-    const QRect byDefault(0, 0, 800, 768);
-    struct Case {
-        PropertyList stored;
-        QRect expected;
-    };
-    const Case cases[] = {
-        {Array{100, 50, 400, 500}, {100, 50, 400, 500}},
-        {Array{640, 560, 400, 500}, {640, 560, 400, 500}},
-        {Array{641, 50, 400, 500}, byDefault},
-        {Array{100, 561, 400, 500}, byDefault},
-        {Array{100, 50, 400}, byDefault},
-        {Array{100, 50, 400, 500, 1}, byDefault},
-        {Array{100, 50, 70'000, 500}, byDefault},
-        {Array{100, 50, "400", 500}, byDefault},
-        {"100", byDefault},
-    };
-    Desktop::WindowContent content("Quorvane.Shell", "ScrollArea");
-    FakeUserDefaults store;
-    const auto stored = [&] { return store.object("WindowFrame"); };
-    for (const auto& [value, expected] : cases) {
-        store.set("WindowFrame", value);
-        Desktop::WindowGroup group(content, store, "Title");
-        group.load({{"objectName", "given"}});
-        group.show();
-        const QRect shown = group.window().geometry();
-        EXPECT_EQ(expected == byDefault ? QRect({}, shown.size()) : shown, expected) << value.description();
-        EXPECT_EQ(group.window().rootObject()->objectName(), "given");
-        EXPECT_EQ(group.window().minimumSize(), QSize(320, 480));
-        group.window().setGeometry(120, 60, 500, 600);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return group.window().rootObject()->height() == 600; }));
-    }
-    const PropertyList frame = Array{120, 60, 500, 600};
-    EXPECT_EQ(stored(), frame);
-    for (const auto& [change, isStored] :
-         {std::pair(&QWindow::showMaximized, false), std::pair(&QWindow::showMinimized, false),
-          std::pair(&QWindow::hide, true)}) {
-        store.set("WindowFrame", frame);
-        {
-            Desktop::WindowGroup group(content, store, "Title");
-            group.load({});
-            group.show();
-            group.window().setGeometry(10, 20, 600, 500);
-            std::invoke(change, group.window());
-        }
-        EXPECT_EQ(stored() == frame, !isStored);
-    }
-    for (const auto change : {&QWindow::showMinimized, &QWindow::hide}) {
-        Desktop::WindowGroup group(content, store, "Title");
-        group.load({});
-        group.show();
-        std::invoke(change, group.window());
-        group.raise();
-        EXPECT_EQ(group.window().visibility(), QWindow::Windowed);
-    }
+    testing::InitGoogleTest(&argc, argv);
+    QTemporaryFile screens;
+    if (!screens.open())
+        return 1;
+    screens.write(R"({"screens": [
+        {"name": "left", "x": 0, "y": 0, "width": 800, "height": 800, "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 1},
+        {"name": "right", "x": 800, "y": 0, "width": 600, "height": 500, "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 2}]})");
+    screens.close();
+    qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" + screens.fileName().toUtf8());
+    // The cache of an earlier build may be in the user's home.
+    qputenv("QML_DISABLE_DISK_CACHE", "1");
+    qInstallMessageHandler(
+        [](auto, auto&, auto& it) { EXPECT_FALSE(it.contains(".qml")) << qPrintable(it); });
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    // One for all tests: its end removes the accessibility of Qt Quick.
+    const QGuiApplication application(argc, argv);
+    return RUN_ALL_TESTS();
 }

@@ -1,0 +1,223 @@
+#include "Tests/Platform/Desktop/ShellTest.h"
+
+#include <QLineF>
+#include <QPixmap>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+/// Returns the accessible names below `parent`.
+static QStringList namesBelow(QAccessibleInterface* parent)
+{
+    QStringList names;
+    for (int index = 0; index < parent->childCount(); ++index) {
+        QAccessibleInterface* const child = parent->child(index);
+        EXPECT_EQ(child->parent(), parent);
+        EXPECT_EQ(parent->indexOfChild(child), index);
+        EXPECT_EQ(child->state().modal, child->role() == QAccessible::Dialog);
+        names += child->text(QAccessible::Name);
+        names += namesBelow(child);
+    }
+    return names;
+}
+
+TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
+{
+    const auto accessibleNames = [&] { return namesBelow(window->accessibleRoot()); };
+    const QStringList content{"content"};
+    const QString question = "\u201cQuorvane MDM\u201d Would Like to Send You Notifications";
+    const QStringList panel{question, question, "Notifications may include alerts, sounds, and icon badges.",
+                            "Don\u2019t Allow", "Allow"};
+    const QStringList sheet{"Quorvane MDM",
+                            "Quorvane MDM",
+                            "Done",
+                            "Allow Notifications",
+                            "Shown by: In this window",
+                            "Delivered by: UnifiedPush (org.example.Push)"};
+    shell.attach(engine, *window);
+    EXPECT_EQ(accessibleNames(), content);
+    shell.openSettings();
+    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    EXPECT_EQ(accessibleNames(), sheet);
+    shell.requestPermission([](bool) {});
+    ASSERT_TRUE(hasFocus("shell.allow"));
+    EXPECT_EQ(accessibleNames(), panel);
+    EXPECT_FALSE(item("content")->isEnabled());
+    const QAccessibleInterface* const root = window->accessibleRoot();
+    EXPECT_EQ(root->text(QAccessible::Name), "app");
+    EXPECT_EQ(root->child(0)->text(QAccessible::Description), panel[2]);
+    EXPECT_EQ(root->focusChild()->text(QAccessible::Name), "Allow");
+    EXPECT_TRUE(root->state().active && !root->state().invisible);
+    window->setPosition(50, 60);
+    EXPECT_TRUE(waitFor([&] { return window->position() == QPoint(50, 60); }));
+    EXPECT_EQ(root->rect(), QRect(50, 60, 320, 568));
+    EXPECT_EQ(root->child(0)->rect().center(), root->rect().center());
+    const QPoint middle = root->rect().center();
+    EXPECT_EQ(root->childAt(middle.x(), 2), nullptr) << "outside the dialog";
+    EXPECT_NE(root->childAt(middle.x(), middle.y()), nullptr);
+    QTest::keyClick(window, Qt::Key_Space);
+    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    EXPECT_EQ(accessibleNames(), sheet);
+    shell.setAppearance({}); // The sheet is still visible while it moves away.
+    QTest::keyClick(window, Qt::Key_Escape);
+    EXPECT_TRUE(hasFocus("content"));
+    EXPECT_EQ(accessibleNames().value(0), "content");
+    EXPECT_TRUE(waitFor([&] { return accessibleNames() == content; }));
+}
+
+TEST_F(ShellTest, LimitsAndAnnouncesTheTextScale)
+{
+    int changeCount = 0;
+    QObject::connect(&shell, &Desktop::Shell::appearanceChanged, [&] { ++changeCount; });
+    for (const auto& [wanted, scale] : {std::pair(0.5, 1.0), {1.5, 1.5}, {3.0, 2.0}}) {
+        shell.setAppearance({.textScale = wanted});
+        EXPECT_EQ(shell.textScale(), scale);
+    }
+    EXPECT_EQ(changeCount, 3);
+}
+
+TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
+{
+    server = "A notification server 1.2.3";
+    shell.attach(engine, *window);
+    for (const QSize size :
+         {QSize(320, 300), QSize(320, 568), QSize(699, 600), QSize(700, 600), QSize(1024, 768)}) {
+        for (const double textScale : {1.0, 2.0}) {
+            SCOPED_TRACE(std::to_string(size.width()) + " x " + std::to_string(size.height()) +
+                         " with text of " + std::to_string(textScale));
+            const QRectF whole(QPointF(), size);
+            shell.setAppearance({.isMotionReduced = true, .textScale = textScale});
+            resize(size);
+            const auto dialogArea = [&] { return dialog()->mapRectToScene(dialog()->boundingRect()); };
+
+            ask("it");
+            ASSERT_TRUE(hasFocus("shell.allow"));
+            EXPECT_EQ(texts().size(), 4);
+            EXPECT_EQ(dialogArea().width(), std::min(300 * textScale, size.width() - 32.0));
+            EXPECT_LE(dialogArea().height(), size.height() - 32);
+            EXPECT_LE(QLineF(dialogArea().center(), whole.center()).length(), 1);
+            const QRectF refusal = area("shell.dontAllow");
+            const QRectF consent = area("shell.allow");
+            EXPECT_TRUE(dialogArea().contains(refusal) && dialogArea().contains(consent));
+            EXPECT_FALSE(refusal.intersects(consent));
+            EXPECT_TRUE(refusal.height() >= 44 && consent.height() >= 44);
+            tap("shell.allow");
+
+            shell.openSettings();
+            ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+            EXPECT_EQ(texts().size(), 7);
+            EXPECT_TRUE(whole.adjusted(0, 44, 0, 0).contains(dialogArea()));
+            EXPECT_TRUE(dialogArea().contains(area("shell.settings.done")));
+            EXPECT_EQ(dialogArea().width(), size.width() < 700 ? size.width() : 540);
+            if (size.width() < 700)
+                EXPECT_EQ(dialogArea().bottom(), size.height());
+            else
+                EXPECT_LE(QLineF(dialogArea().center(), whole.center()).length(), 1);
+            tap("shell.settings.done");
+
+            ASSERT_TRUE(waitFor([&] { return showBanner({"<b>Title</b>", "Text", {}, {}}); }));
+            EXPECT_TRUE(texts().contains("<b>Title</b>"));
+            const QRectF banner = area("shell.banner");
+            EXPECT_EQ(banner.width(), std::min(400 * textScale, size.width() - 16.0));
+            EXPECT_NEAR(banner.center().x(), whole.center().x(), 1);
+            EXPECT_EQ(banner.top(), 8);
+            clock.advance(Desktop::NotificationBanner::viewTime);
+        }
+    }
+}
+
+TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
+{
+    resize({320, 200});
+    shell.attach(engine, *window);
+    for (const char* focused : {"shell.allow", "shell.settings.allowNotifications"}) {
+        if (QByteArray(focused) == "shell.allow")
+            ask("it");
+        else
+            shell.openSettings();
+        ASSERT_TRUE(hasFocus(focused));
+        texts();
+        const auto items = dialog()->findChildren<QQuickItem*>();
+        const auto found = std::find_if(items.begin(), items.end(),
+                                        [](auto* each) { return each->inherits("QQuickFlickable"); });
+        ASSERT_NE(found, items.end());
+        const auto position = [&] { return (*found)->property("contentY").toReal(); };
+        const qreal end = (*found)->property("contentHeight").toReal() - (*found)->height();
+        ASSERT_GT(end, 44);
+        QTest::keyClick(window, Qt::Key_Down);
+        EXPECT_EQ(position(), 44);
+        for (int count = 0; count < 20; ++count)
+            QTest::keyClick(window, Qt::Key_Down);
+        EXPECT_EQ(position(), end);
+        for (int count = 0; count < 20; ++count)
+            QTest::keyClick(window, Qt::Key_Up);
+        EXPECT_EQ(position(), 0);
+        shell.permission()->answer(true);
+    }
+}
+
+TEST_F(ShellTest, MotionIsAnimatedUnlessReduced)
+{
+    shell.attach(engine, *window);
+    for (const bool isReduced : {true, false}) {
+        for (const QSize size : {QSize(320, 568), QSize(1024, 768)}) {
+            SCOPED_TRACE(std::to_string(size.width()) + (isReduced ? " reduced" : ""));
+            shell.setAppearance({.isMotionReduced = isReduced});
+            resize(size);
+            const auto expectMotion = [&](const char* what, const std::function<bool()>& hasEnded) {
+                EXPECT_EQ(hasEnded(), isReduced) << what;
+                EXPECT_TRUE(waitFor(hasEnded)) << what;
+            };
+            ask("it");
+            const auto press = [&] {
+                accessible("shell.allow")
+                    ->actionInterface()
+                    ->doAction(QAccessibleActionInterface::pressAction());
+            };
+            if (!isReduced)
+                press(); // Before the user has seen the question.
+            EXPECT_EQ(events, "");
+            expectMotion("panel", [&] { return dialog()->opacity() == 1 && dialog()->scale() == 1; });
+            press();
+            EXPECT_EQ(std::exchange(events, ""), "it allowed ");
+            expectMotion("panel ends", [&] { return !item("shell.allow")->isVisible(); });
+
+            shell.openSettings();
+            expectMotion("sheet", [&] {
+                return dialog()->opacity() == 1 && dialog()->y() == dialog()->property("restingY").toReal();
+            });
+            const QPoint button = area("shell.settings.allowNotifications").toRect().center();
+            shell.settings()->close();
+            QTest::mouseClick(window, Qt::LeftButton, {}, button);
+            EXPECT_EQ(events, "") << "a tap on what disappears";
+            expectMotion("sheet ends", [&] { return !item("shell.settings.done")->isVisible(); });
+
+            EXPECT_TRUE(showBanner({"", "text", {}, {}}));
+            EXPECT_EQ(accessible("shell.banner")->role(), QAccessible::Notification);
+            EXPECT_EQ(accessible("shell.banner")->text(QAccessible::Name), "Quorvane MDM\ntext");
+            expectMotion("banner", [&] { return area("shell.banner").top() == 8; });
+            clock.advance(Desktop::NotificationBanner::viewTime);
+            expectMotion("banner ends", [&] { return !item("shell.banner")->isVisible(); });
+        }
+    }
+}
+
+TEST_F(ShellTest, DialogsShowTheIconOfTheApplication)
+{
+    QPixmap icon(64, 64);
+    icon.fill(Qt::red);
+    QGuiApplication::setWindowIcon(icon);
+    resize({1024, 768});
+    shell.attach(engine, *window);
+    EXPECT_TRUE(showBanner({"title", "text", {}, {}}));
+    shell.openSettings();
+    const QImage shown = window->grabWindow();
+    for (const QQuickItem* mark : window->findChildren<QQuickItem*>()) {
+        if (!mark->inherits("Platform::Desktop::ApplicationMark"))
+            continue;
+        const QPointF center = mark->mapToScene(mark->boundingRect().center());
+        EXPECT_EQ(shown.pixelColor(center.toPoint()), QColor(Qt::red));
+    }
+    QGuiApplication::setWindowIcon({});
+}

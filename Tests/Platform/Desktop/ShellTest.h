@@ -1,0 +1,129 @@
+#pragma once
+
+#include "Platform/Desktop/Shell/Shell.h"
+#include "Tests/Fakes/ManualScheduler.h"
+
+#include <QAccessible>
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+using namespace Platform;
+
+/// A shell in a small window with large text, above content that has the focus and counts its input events.
+class ShellTest : public testing::Test, protected NotificationPreferences {
+protected:
+    ShellTest()
+    {
+        makeWindow();
+        shell.setAppearance({.isMotionReduced = true, .textScale = 2});
+    }
+    ~ShellTest() override { QGuiApplication::setLayoutDirection(Qt::LeftToRight); }
+    void makeWindow()
+    {
+        engine.loadData(
+            "import QtQuick; Window { width: 320; height: 568; visible: true; title: 'app';"
+            "Item { objectName: 'content'; anchors.fill: parent; focus: true; property int count: 0;"
+            "property int shortcutCount: 0; property alias isHovered: hover.hovered;"
+            "Accessible.role: Accessible.Button; Accessible.name: 'content';"
+            "HoverHandler { id: hover } TapHandler { onTapped: ++count }"
+            "Shortcut { sequences: ['Esc', 'Ctrl+S']; onActivated: ++parent.shortcutCount }"
+            "MouseArea { anchors.fill: parent; acceptedButtons: Qt.NoButton;"
+            "onWheel: ++parent.count } Keys.onPressed: ++count; Item { objectName: 'inner' } } FocusScope { "
+            "objectName: 'scope' } }");
+        window = qobject_cast<QQuickWindow*>(engine.rootObjects().last());
+        EXPECT_TRUE(QTest::qWaitForWindowActive(window));
+    }
+    void resize(QSize size)
+    {
+        window->resize(size);
+        EXPECT_TRUE(waitFor([&] { return window->contentItem()->size() == size; }));
+    }
+    void ask(const std::string& question)
+    {
+        shell.requestPermission([=, this](bool isGranted) {
+            EXPECT_FALSE(shell.permission()->isActive());
+            events += question + (isGranted ? " allowed " : " refused ");
+        });
+    }
+    bool showBanner(
+        const UserNotification& notification, unsigned options = PresentationOptions::banner,
+        std::function<void()> onResponse = [] {})
+    {
+        bool isOnView = false;
+        shell.show(
+            notification, options, [&](bool isShown) { isOnView = isShown; }, std::move(onResponse));
+        return isOnView;
+    }
+    void scroll(QPointF point)
+    {
+        QWheelEvent event(point, point, {}, {0, 120}, {}, {}, Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(window, &event);
+    }
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override { return status; }
+    void setAllowed(bool isAllowed) override
+    {
+        events += isAllowed ? "on " : "off ";
+        status = isAllowed ? AuthorizationStatus::authorized : AuthorizationStatus::denied;
+    }
+    [[nodiscard]] std::string notificationServer() const override { return server; }
+    [[nodiscard]] std::string pushSource() const override { return "UnifiedPush (org.example.Push)"; }
+
+    static bool waitFor(const std::function<bool()>& condition)
+    {
+        constexpr int milliseconds = 20'000;
+        return QTest::qWaitFor(condition, milliseconds);
+    }
+    QQuickItem* item(const char* name) { return window->findChild<QQuickItem*>(name); }
+    /// Returns the item's rectangle in the window.
+    QRectF area(const char* name) { return item(name)->mapRectToScene(item(name)->boundingRect()); }
+    bool hasFocus(const char* name)
+    {
+        return waitFor([&] { return item(name) != nullptr && item(name)->hasActiveFocus(); });
+    }
+    void tap(const char* name)
+    {
+        const QRect place = area(name).toRect();
+        EXPECT_TRUE(QRect(QPoint(), window->size()).contains(place) && place.height() >= 44) << name;
+        QTest::mouseClick(window, Qt::LeftButton, {}, place.center());
+    }
+    /// Returns the visible texts, which must be shown as they are and whole.
+    QStringList texts()
+    {
+        QStringList all;
+        window->grabWindow(); // Updates the layout.
+        for (const QQuickItem* each : window->findChildren<QQuickItem*>()) {
+            if (!each->inherits("QQuickText") || !each->isVisible())
+                continue;
+            all += each->property("text").toString();
+            EXPECT_EQ(each->property("textFormat").toInt(), int(Qt::PlainText)) << qPrintable(all.back());
+            EXPECT_FALSE(each->property("truncated").toBool()) << qPrintable(all.back());
+            EXPECT_LE(each->property("contentWidth").toReal(), each->width() + 0.5) << qPrintable(all.back());
+        }
+        return all;
+    }
+    /// Returns the open dialog.
+    QQuickItem* dialog()
+    {
+        const QAccessibleInterface* const first = window->accessibleRoot()->child(0);
+        return first != nullptr && first->role() == QAccessible::Dialog
+                   ? qobject_cast<QQuickItem*>(first->object())
+                   : nullptr;
+    }
+    QAccessibleInterface* accessible(const char* name)
+    {
+        return QAccessible::queryAccessibleInterface(item(name));
+    }
+
+    std::string events;
+    std::string server;
+    AuthorizationStatus status = AuthorizationStatus::notDetermined;
+    ManualScheduler clock;
+    QQmlApplicationEngine engine;
+    QQuickWindow* window = nullptr;
+    Desktop::Shell shell{{*this, clock}, "Quorvane MDM"};
+};
