@@ -20,13 +20,34 @@ constexpr std::string_view frameKey = "WindowFrame";
 constexpr QSize defaultSize(1024, 768);
 constexpr QSize minimumSize(320, 480);
 
-bool isOnAScreen(const QRect& frame)
+/// Returns `frame`, moved and made smaller if necessary so that the user can see and move the window on the
+/// current screens; invalid if too little of it is on any screen.
+QRect fittedToScreens(QRect frame)
 {
-    const auto screens = QGuiApplication::screens();
-    return std::any_of(screens.begin(), screens.end(), [&](const QScreen* screen) {
-        const QRect visible = screen->availableGeometry().intersected(frame);
-        return visible.width() >= minimumSize.width() / 2 && visible.height() >= minimumSize.height() / 2;
-    });
+    QRect room;
+    QSize largest;
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        const QRect available = screen->availableGeometry();
+        const QSize visible = available.intersected(frame).size();
+        if (visible.width() * visible.height() > largest.width() * largest.height()) {
+            largest = visible;
+            room = available;
+        }
+    }
+    if (!frame.isValid() || largest.width() < minimumSize.width() / 2 ||
+        largest.height() < minimumSize.height() / 2)
+        return {};
+    if (frame.width() > room.width()) {
+        frame.setLeft(room.left());
+        frame.setWidth(room.width());
+    }
+    // The window is moved by its top edge.
+    frame.moveTop(std::max(frame.top(), room.top()));
+    if (frame.height() > room.height()) {
+        frame.setTop(room.top());
+        frame.setHeight(room.height());
+    }
+    return frame;
 }
 
 /// Returns the stored frame; invalid if it is missing or malformed.
@@ -102,8 +123,8 @@ void WindowGroup::raise()
 
 void WindowGroup::restoreFrame()
 {
-    const QRect frame = storedFrame(m_store);
-    if (frame.isValid() && isOnAScreen(frame)) {
+    const QRect frame = fittedToScreens(storedFrame(m_store));
+    if (frame.isValid()) {
         m_window.setGeometry(frame);
         return;
     }

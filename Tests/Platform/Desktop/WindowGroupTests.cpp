@@ -1,0 +1,131 @@
+#include "Platform/Desktop/WindowGroup.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+
+#include <QGuiApplication>
+#include <QQuickItem>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <utility>
+
+using namespace Platform;
+using Array = PropertyList::Array;
+
+namespace {
+
+/// The screens are those of `main()`: 800 x 800 points and, on the right, 600 x 500 points.
+class WindowGroupTest : public testing::Test {
+protected:
+    [[nodiscard]] PropertyList stored() const { return store.object("WindowFrame").value_or("nothing"); }
+    /// Shows the window, calls `use` with it, and closes it.
+    void withWindow(const std::function<void(Desktop::WindowGroup& group)>& use)
+    {
+        Desktop::WindowGroup group(content, store, "Title");
+        group.load({{"objectName", "given"}});
+        EXPECT_FALSE(group.window().isVisible());
+        group.show();
+        use(group);
+    }
+
+    Desktop::WindowContent content{"Quorvane.Shell", "ScrollArea"};
+    FakeUserDefaults store;
+};
+
+TEST_F(WindowGroupTest, WindowIsRestoredWhereItCanBeSeenAndMoved)
+{
+    const QRect byDefault(0, 0, 800, 768);
+    const struct {
+        PropertyList stored;
+        QRect expected;
+    } cases[] = {
+        {Array{100, 50, 400, 500}, {100, 50, 400, 500}},
+        {Array{640, 560, 400, 500}, {640, 560, 400, 500}},
+        {Array{-240, 560, 400, 500}, {-240, 560, 400, 500}},
+        {Array{100, 561, 400, 500}, byDefault},
+        {Array{-241, 50, 400, 500}, byDefault},
+        {Array{-5000, -5000, 400, 500}, byDefault},
+        {Array{820, 10, 400, 480}, {820, 10, 400, 480}},
+        {Array{1240, 10, 400, 480}, {1240, 10, 400, 480}},
+        {Array{1241, 10, 400, 480}, byDefault},
+        // The top edge stays on the screen, since the window is moved by it.
+        {Array{100, -200, 400, 500}, {100, 0, 400, 500}},
+        // The screen has become smaller.
+        {Array{100, 50, 1400, 1000}, {0, 0, 800, 800}},
+        {Array{100, 50, 400, 900}, {100, 0, 400, 800}},
+        {Array{820, 10, 700, 480}, {800, 10, 600, 480}},
+        {Array{100, 50, 400}, byDefault},
+        {Array{100, 50, 400, 500, 1}, byDefault},
+        {Array{100, 50, 0, 0}, byDefault},
+        {Array{600, 50, -400, 500}, byDefault},
+        {Array{100, 50, 70'000, 500}, byDefault},
+        {Array{100, 50, "400", 500}, byDefault},
+        {"100", byDefault},
+    };
+    for (const auto& [value, expected] : cases) {
+        store.set("WindowFrame", value);
+        withWindow([&](Desktop::WindowGroup& group) {
+            const QRect shown = group.window().geometry();
+            // The platform plugin makes room for the frame of a window at the edge of the screen.
+            const QPoint frame(expected.left() < 2 ? 2 : 0, expected.top() < 2 ? 2 : 0);
+            if (expected == byDefault)
+                EXPECT_EQ(shown.size(), expected.size()) << value.description();
+            else
+                EXPECT_EQ(shown, expected.translated(frame)) << value.description();
+            EXPECT_EQ(group.window().rootObject()->size(), shown.size());
+            EXPECT_EQ(group.window().rootObject()->objectName(), "given");
+            EXPECT_EQ(group.window().minimumSize(), QSize(320, 480));
+            EXPECT_EQ(group.window().title(), "Title");
+        });
+    }
+}
+
+TEST_F(WindowGroupTest, FrameIsStoredUnlessTheDesktopChoseIt)
+{
+    // On the second screen, a point has two pixels.
+    for (const QRect frame : {QRect(120, 60, 500, 600), QRect(850, 10, 500, 480)}) {
+        const PropertyList expected = Array{frame.x(), frame.y(), frame.width(), frame.height()};
+        for (int count = 0; count < 2; ++count)
+            withWindow([&](Desktop::WindowGroup& group) {
+                EXPECT_EQ(group.window().geometry() == frame, count == 1);
+                group.window().setGeometry(frame);
+                EXPECT_TRUE(
+                    QTest::qWaitFor([&] { return group.window().rootObject()->size() == frame.size(); }));
+            });
+        EXPECT_EQ(stored(), expected);
+    }
+    const PropertyList before = Array{120, 60, 500, 600};
+    for (const auto& [change, isStored] :
+         {std::pair(&QWindow::showMaximized, false), std::pair(&QWindow::showMinimized, false),
+          std::pair(&QWindow::showFullScreen, false), std::pair(&QWindow::hide, true)}) {
+        store.set("WindowFrame", before);
+        withWindow([&](Desktop::WindowGroup& group) {
+            group.window().setGeometry(10, 20, 600, 500);
+            std::invoke(change, group.window());
+        });
+        EXPECT_EQ(stored() == before, !isStored);
+    }
+    store.removeObject("WindowFrame");
+    {
+        const Desktop::WindowGroup neverLoaded(content, store, "Title");
+    }
+    EXPECT_EQ(stored(), "nothing");
+}
+
+TEST_F(WindowGroupTest, RaiseShowsAndActivatesTheWindow)
+{
+    for (const auto change : {&QWindow::showMinimized, &QWindow::hide, &QWindow::lower}) {
+        withWindow([&](Desktop::WindowGroup& group) {
+            std::invoke(change, group.window());
+            QWindow other;
+            other.show();
+            other.requestActivate();
+            EXPECT_TRUE(QTest::qWaitForWindowActive(&other));
+            group.raise();
+            EXPECT_EQ(group.window().visibility(), QWindow::Windowed);
+            EXPECT_TRUE(QTest::qWaitForWindowActive(&group.window()));
+        });
+    }
+}
+
+} // namespace
