@@ -6,7 +6,8 @@
 
 #include <QGuiApplication>
 #include <QIcon>
-#include <QWindow>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -19,9 +20,61 @@
 using namespace Platform;
 using namespace std::chrono_literals;
 using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
+
+QQuickWindow* visibleWindow()
+{
+    for (QWindow* window : QGuiApplication::topLevelWindows()) {
+        if (window->isVisible())
+            return qobject_cast<QQuickWindow*>(window);
+    }
+    return nullptr;
+}
+
+/// What a test does in the event loop as soon as `isDue()`.
+struct Step {
+    const char* name;
+    std::function<bool()> isDue;
+    std::function<void()> run;
+};
+
+/// Runs `steps` one after the other, then quits the event loop.
+class StepRunner {
+public:
+    StepRunner(const EventLoop& loop, std::vector<Step> steps) : m_loop(loop), m_steps(std::move(steps))
+    {
+        wait();
+    }
+
+private:
+    void wait()
+    {
+        m_timer = m_loop.timers.scheduledTimer(5ms, [this] { runIfDue(); });
+    }
+    void runIfDue()
+    {
+        const Step& step = m_steps.at(m_next);
+        if (!step.isDue()) {
+            constexpr int maximumTries = 4000;
+            if (++m_tries < maximumTries)
+                return wait();
+            ADD_FAILURE() << step.name;
+            return m_loop.quit();
+        }
+        m_tries = 0;
+        step.run();
+        ++m_next < m_steps.size() ? wait() : m_loop.quit();
+    }
+
+    const EventLoop m_loop;
+    std::vector<Step> m_steps;
+    std::size_t m_next = 0;
+    int m_tries = 0;
+    std::unique_ptr<Timer> m_timer;
+};
 
 /// The only test that installs the services: they stay installed until the process ends.
 TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
@@ -31,71 +84,113 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;
     TinyDevice* device = nullptr;
-    std::unique_ptr<Timer> next;
-    std::vector<std::string> lines;
-    std::vector<URLRequest> requests;
-    bool isStored = false;
-    bool isStarted = false;
-    bool hasIcon = false;
-    bool wasVisibleBefore = true;
-    bool isVisibleAfter = false;
-    const auto isWindowVisible = [] {
-        return !QGuiApplication::topLevelWindows().isEmpty() &&
-               QGuiApplication::topLevelWindows().front()->isVisible();
+    std::unique_ptr<StepRunner> runner;
+    int stopCount = 0;
+    const auto settingsSwitch = [] {
+        const QQuickWindow* const window = visibleWindow();
+        return window != nullptr ? window->findChild<QQuickItem*>("shell.settings.allowNotifications")
+                                 : nullptr;
     };
-    const auto observe = [&] {
-        isStarted = device->isStarted;
-        hasIcon = !QGuiApplication::windowIcon().isNull();
-        lines = device->log.takeLines();
-        requests = device->network.requests;
-        isStored = device->defaults.fakeSuite(Core::Constants::appGroupSuiteName)
-                       .values.contains(std::string(Core::Constants::SnapshotKeys::configSnapshot));
-    };
-    std::function<void(const EventLoop&, int)> waitForRequest = [&](const EventLoop& loop, int triesLeft) {
-        next = loop.timers.scheduledTimer(10ms, [&, loop, triesLeft] {
-            if (device->network.requests.empty() && triesLeft > 0)
-                return waitForRequest(loop, triesLeft - 1);
-            observe();
-            loop.quit();
-        });
+    const auto steps = [&](const EventLoop& loop) {
+        return std::vector<Step>{
+            {"first", [] { return true; },
+             [&] {
+                 EXPECT_TRUE(device->hasWindow);
+                 EXPECT_EQ(visibleWindow(), nullptr) << "before the appearance is known";
+                 device->reportedAppearance.answerWith({.isDark = true});
+                 EXPECT_NE(visibleWindow(), nullptr);
+                 device->registerForRemoteNotifications();
+             }},
+            {"token",
+             [&] { return !device->network.requests.empty() && !QGuiApplication::windowIcon().isNull(); },
+             [&] {
+                 EXPECT_TRUE(device->isStarted);
+                 EXPECT_FALSE(device->notifications.delegate.expired());
+                 EXPECT_EQ(QGuiApplication::desktopFileName(), "com.example.tiny");
+                 EXPECT_THAT(device->log.takeLines(), Contains("Configuration manager initialized"));
+                 const auto& suite = device->defaults.fakeSuite(Core::Constants::appGroupSuiteName).values;
+                 EXPECT_TRUE(suite.contains(std::string(Core::Constants::SnapshotKeys::configSnapshot)));
+                 ASSERT_EQ(device->network.requests.size(), 1U);
+                 EXPECT_THAT(device->network.requests.front().url, HasSubstr("https://mdm.example.com/"));
+                 EXPECT_THAT(device->network.requests.front().url, HasSubstr("DEV-1"));
+
+                 device->delegate()->didFailToRegisterForRemoteNotifications(Error{});
+                 EXPECT_THAT(device->log.takeLines(), Contains(HasSubstr("registration failed")));
+                 for (const bool isWritable : {true, false}) {
+                     device->defaults.fakeStandard().isWritable = isWritable;
+                     device->delegate()->didReceiveRemoteNotification(
+                         {}, [=](auto, bool isStored) { EXPECT_EQ(isStored, isWritable); });
+                 }
+                 device->notifications.status = AuthorizationStatus::denied;
+                 device->open(Application::openSettingsURLString);
+             }},
+            {"settings", [&] { return settingsSwitch() != nullptr; },
+             [&] {
+                 const QQuickItem* const sheet = visibleWindow()->findChild<QQuickItem*>("shell.settings");
+                 EXPECT_LT(sheet->childItems().front()->property("color").value<QColor>().lightness(), 50);
+                 EXPECT_EQ(settingsSwitch()->property("isOn"), false);
+                 // The user has changed the permission in another program.
+                 device->notifications.status = AuthorizationStatus::authorized;
+                 Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationInactive);
+                 Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationActive);
+                 EXPECT_EQ(settingsSwitch()->property("isOn"), true);
+                 EXPECT_FALSE(device->activity.front());
+                 EXPECT_FALSE(device->activity.at(device->activity.size() - 2));
+                 EXPECT_TRUE(device->activity.back());
+                 visibleWindow()->close();
+             }},
+            {"window released", [&] { return !device->hasWindow; },
+             [&, loop] {
+                 EXPECT_TRUE(QGuiApplication::topLevelWindows().isEmpty());
+                 // As at the first launch where no portal runs.
+                 device->reportedAppearance.answer.reset();
+                 device->store.removeObject("Appearance");
+                 loop.activate();
+                 loop.activate();
+                 loop.mainQueue.async(
+                     [] { EXPECT_EQ(visibleWindow(), nullptr) << "waits for the appearance"; });
+             }},
+            {"window again", [] { return visibleWindow() != nullptr; },
+             [&, loop] {
+                 EXPECT_TRUE(device->hasWindow);
+                 EXPECT_TRUE(device->store.object("Appearance").has_value());
+                 // It is closed and opened again before the loop continues.
+                 visibleWindow()->close();
+                 loop.activate();
+                 loop.mainQueue.async([&] { EXPECT_TRUE(device->hasWindow && visibleWindow() != nullptr); });
+             }},
+            {"last", [] { return true; }, [] {}}};
     };
 
     const int exitCode = App::launch(
         argumentCount, arguments, DeviceOptions(), [&](const EventLoop& loop, const DeviceStrings&) {
             auto made = std::make_unique<TinyDevice>(loop);
             device = made.get();
+            device->onStop = [&] { ++stopCount; };
             device->defaults.deliver(
                 PropertyList::Dictionary{{"device_id", "DEV-1"}, {"base_domain", "https://mdm.example.com"}});
-            loop.mainQueue.async([&] {
-                wasVisibleBefore = isWindowVisible();
-                device->reportedAppearance.answerWith({.isDark = true});
-                isVisibleAfter = isWindowVisible();
-                device->registerForRemoteNotifications();
-            });
-            constexpr int tries = 1000;
-            waitForRequest(loop, tries);
+            loop.mainQueue.async([&, loop] { runner = std::make_unique<StepRunner>(loop, steps(loop)); });
             return std::unique_ptr<Device>(std::move(made));
         });
 
     EXPECT_EQ(exitCode, 0);
-    EXPECT_FALSE(wasVisibleBefore) << "before the appearance is known";
-    EXPECT_TRUE(isVisibleAfter);
-    EXPECT_TRUE(isStarted);
-    EXPECT_TRUE(hasIcon);
-    EXPECT_THAT(lines, Contains("Configuration manager initialized"));
-    EXPECT_TRUE(isStored);
-    ASSERT_EQ(requests.size(), 1U);
-    EXPECT_THAT(requests.front().url, HasSubstr("https://mdm.example.com/"));
-    EXPECT_THAT(requests.front().url, HasSubstr("DEV-1"));
+    EXPECT_EQ(stopCount, 1);
 }
 
-TEST(LaunchTest, ReturnsExitCodeFromMakeDevice)
+TEST(LaunchTest, StringsOfTheDeviceAreTranslated)
 {
+    ::setenv("LANGUAGE", "de", 1);
     char name[] = "launch-tests";
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;
     EXPECT_EQ(App::launch(argumentCount, arguments, DeviceOptions(),
-                          [](const EventLoop&, const DeviceStrings&) { return unavailable; }),
+                          [](const EventLoop&, const DeviceStrings& strings) {
+                              EXPECT_THAT((std::vector{strings.openAction, strings.pushDescription,
+                                                       strings.pushTurnedOff, strings.pushFromThisDevice}),
+                                          ElementsAre("Öffnen", HasSubstr("Organisation"), "Deaktiviert",
+                                                      "Dieses Gerät selbst"));
+                              return unavailable;
+                          }),
               unavailable);
 }
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// A minimal device in memory, on the main queue: about the least that a port must implement.
 class TinyDevice final : public Platform::Device,
@@ -25,7 +26,7 @@ public:
     // Platform::Device
     Platform::AppearanceSource& appearance() override { return reportedAppearance; }
     Platform::NotificationPreferences& notificationPreferences() override { return *this; }
-    Platform::UserDefaults& systemStore() override { return m_systemStore; }
+    Platform::UserDefaults& systemStore() override { return store; }
     const Platform::Services& connect(const Platform::SystemInterface& interface) override
     {
         m_openSettings = interface.openSettings;
@@ -37,15 +38,15 @@ public:
             delegate->didFinishLaunching();
         isStarted = true;
     }
-    void stop() override { isStarted = false; }
-    void setActive(bool) override {}
-    [[nodiscard]] bool staysInBackground() const override { return false; }
-    void setHasWindow(bool) override {}
+    void stop() override { onStop(); }
+    void setActive(bool isActive) override { activity.push_back(isActive); }
+    [[nodiscard]] bool staysInBackground() const override { return true; }
+    void setHasWindow(bool isThere) override { hasWindow = isThere; }
 
     // Platform::NotificationPreferences
     [[nodiscard]] Platform::AuthorizationStatus authorizationStatus() const override
     {
-        return m_notifications.status;
+        return notifications.status;
     }
     void setAllowed(bool) override {}
     [[nodiscard]] std::string notificationServer() const override { return {}; }
@@ -69,20 +70,29 @@ private:
     const Platform::EventLoop m_loop;
     Platform::NotificationCenter m_center;
     Platform::SystemClock m_clock;
-    FakeUserDefaults m_systemStore;
-    Platform::OutcomeRecorder m_outcomes{{m_systemStore, m_clock, m_loop.mainQueue, m_loop.timers}};
-    FakeUserNotificationCenter m_notifications{m_loop.mainQueue};
     std::function<void()> m_openSettings = [] {};
     std::weak_ptr<Platform::ApplicationDelegate> m_delegate;
 
 public:
+    [[nodiscard]] std::shared_ptr<Platform::ApplicationDelegate> delegate() const
+    {
+        return m_delegate.lock();
+    }
+
     bool isStarted = false;
+    bool hasWindow = false;
+    std::function<void()> onStop = [] {};
+    /// The values that were passed to `setActive()`.
+    std::vector<bool> activity;
+    FakeUserDefaults store;
+    FakeUserNotificationCenter notifications{m_loop.mainQueue};
     FakeAppearance reportedAppearance;
     RecordingUnifiedLog log;
     FakeURLSession network{m_loop.mainQueue};
     FakeUserDefaultsDomains defaults{m_center, m_loop.mainQueue};
 
 private:
+    Platform::OutcomeRecorder m_outcomes{{store, m_clock, m_loop.mainQueue, m_loop.timers}};
     const Platform::Services m_services{.userDefaults = defaults,
                                         .notificationCenter = m_center,
                                         .mainQueue = m_loop.mainQueue,
@@ -92,7 +102,7 @@ private:
                                         .clock = m_clock,
                                         .log = log,
                                         .urlSession = network,
-                                        .userNotificationCenter = m_notifications,
+                                        .userNotificationCenter = notifications,
                                         .outcomes = m_outcomes,
                                         .application = *this,
                                         .bundleIdentifier = "com.example.tiny"};
