@@ -79,6 +79,7 @@ TEST_F(ScreenTest, FocusRingIsVisibleNextToEveryColorAndInsideTheWindow)
             const auto outer = ring->property("borderColor").value<QColor>();
             const auto inner = ring->property("innerColor").value<QColor>();
             const QColor page = isDark && screen > 0 ? Qt::black : Qt::white;
+            EXPECT_GE(contrast(outer, page), 3);
             for (const QColor& adjacent : {page, QColor("#ff9500"), QColor("#ff9f0a"), QColor("#ffaa33")})
                 EXPECT_GE(std::max(contrast(outer, adjacent), contrast(inner, adjacent)), 3);
         }

@@ -36,6 +36,7 @@ static void expectWhole(const QQuickItem* text)
     for (const QString& word : words)
         EXPECT_LE(metrics.horizontalAdvance(word), room + 0.5) << qPrintable(word);
     EXPECT_FALSE(text->property("truncated").toBool());
+    EXPECT_EQ(text->property("textFormat").toInt(), int(Qt::PlainText));
     EXPECT_LE(text->property("contentWidth").toReal(), text->width() + 0.5);
 }
 
@@ -106,6 +107,12 @@ TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
         if (screen == 2)
             content->dashboard()->tapCard(Card::Sso);
         settle();
+        for (int count = 0; count < 8; ++count)
+            animations.pass(250);
+        EXPECT_EQ(item("scroll.indicator")->opacity(), 0) << "it was visible for a moment";
+        QTest::keyClick(&window, Qt::Key_Shift); // Shows the focus ring.
+        const auto bar = [&] { return window.grabWindow().copy(0, 0, 640, 2 * 44); };
+        const QImage barBefore = bar();
         const auto items = itemsBelow(window.contentItem());
         const auto scroll = std::ranges::find_if(items, [](const QQuickItem* each) {
             return each->isVisible() && each->inherits("QQuickFlickable");
@@ -121,16 +128,24 @@ TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
                                                   {Qt::Key_Home, 0}};
         for (const auto& [key, position] : keys) {
             QTest::keyClick(&window, key);
-            EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
             animations.pass(250);
+            EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
             EXPECT_NEAR((*scroll)->property("contentY").toReal(), position, 1) << key;
+            if (screen == 2) {
+                EXPECT_EQ(bar(), barBefore) << "the content is below the bar";
+            }
         }
-    }
-    // The pause before the fading runs in real time.
-    EXPECT_TRUE(QTest::qWaitFor([&] {
+        for (int count = 0; count < 2; ++count)
+            QTest::keyClick(&window, Qt::Key_Down);
         animations.pass(250);
-        return item("scroll.indicator")->opacity() == 0;
-    }));
+        if (screen != 1) { // There, the keys move between the cards.
+            EXPECT_NEAR((*scroll)->property("contentY").toReal(), bounded(88), 1);
+        }
+        animations.pass(900);
+        EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
+        animations.pass(250);
+        EXPECT_EQ(item("scroll.indicator")->opacity(), 0);
+    }
 }
 
 TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
@@ -141,10 +156,21 @@ TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
         double textScale;
         Qt::Key key;
         int from, to;
-    } cases[] = {{1, Qt::Key_Right, 0, 1}, {1, Qt::Key_Left, 1, 0}, {1, Qt::Key_Down, 0, 2},
-                 {1, Qt::Key_Up, 2, 0},    {1, Qt::Key_Left, 2, 2}, {2, Qt::Key_Down, 0, 1},
-                 {2, Qt::Key_Down, 1, 2},  {2, Qt::Key_Up, 2, 1},   {2, Qt::Key_Right, 0, 0}};
-    for (const auto& [textScale, key, from, to] : cases) {
+        Qt::LayoutDirection direction = Qt::LeftToRight;
+    } cases[] = {{1, Qt::Key_Right, 0, 1},
+                 {1, Qt::Key_Left, 1, 0},
+                 {1, Qt::Key_Down, 0, 2},
+                 {1, Qt::Key_Up, 2, 0},
+                 {1, Qt::Key_Left, 2, 2},
+                 {1, Qt::Key_Right, 1, 1},
+                 {2, Qt::Key_Down, 0, 1},
+                 {2, Qt::Key_Down, 1, 2},
+                 {2, Qt::Key_Up, 2, 1},
+                 {2, Qt::Key_Right, 0, 0},
+                 {1, Qt::Key_Left, 0, 1, Qt::RightToLeft},
+                 {1, Qt::Key_Right, 1, 0, Qt::RightToLeft}};
+    for (const auto& [textScale, key, from, to, direction] : cases) {
+        QGuiApplication::setLayoutDirection(direction);
         SCOPED_TRACE(std::string(cards[from]) + " key " + std::to_string(key));
         appearance.set({.textScale = textScale});
         open(true, {320, 568});
@@ -156,6 +182,23 @@ TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
         const Visibility card(item(cards[to]));
         EXPECT_GE(card.visible.height(), std::min(card.whole.height(), 300.0));
     }
+    QGuiApplication::setLayoutDirection(Qt::LeftToRight);
+}
+
+TEST_F(ScreenTest, FocusScrollsIntoViewOnlyForTheKeyboard)
+{
+    appearance.set({.textScale = 2});
+    open(true, {320, 300}); // Smaller than a card.
+    QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2});
+    QQuickItem* const card = item("dashboard.card.bell.badge");
+    ASSERT_GT(card->height(), 300);
+    const QRectF before = area(card);
+    card->forceActiveFocus();
+    settle();
+    EXPECT_EQ(area(card), before);
+    QTest::keyClick(&window, Qt::Key_Shift);
+    settle();
+    EXPECT_EQ(area(card).top(), 16) << "its beginning is visible, with room for the focus ring";
 }
 
 /// The content of the dashboard ends with empty space. An indicator for that space alone would be as long as

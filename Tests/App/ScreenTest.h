@@ -13,6 +13,7 @@
 
 #include <QAccessible>
 #include <QAnimationDriver>
+#include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQmlProperty>
 #include <QQuickItem>
@@ -25,22 +26,33 @@ using namespace Platform;
 using namespace testing;
 using Card = MainDashboardView::CardType;
 
-/// Advances animations only when the test calls `pass()`.
+/// Advances animations, and the pauses in them, only when the test calls `pass()`.
 class ManualAnimations final : public QAnimationDriver {
 public:
-    ManualAnimations() { install(); }
+    ManualAnimations()
+    {
+        install();
+        // While no animation runs, or only pauses, Qt uses real time.
+        QQmlComponent component(&m_engine);
+        component.setData("import QtQuick; QtObject { property real clock; NumberAnimation on clock {"
+                          "from: 0; to: 1; duration: 1000; loops: Animation.Infinite } }",
+                          {});
+        m_endless.reset(component.create());
+        QCoreApplication::processEvents();
+    }
     void pass(qint64 milliseconds)
     {
         QCoreApplication::processEvents(); // Animations start and end in the event loop.
-        m_elapsed = isRunning() ? m_elapsed + milliseconds : 0;
-        if (isRunning())
-            advance();
+        m_elapsed += milliseconds;
+        advance();
         QCoreApplication::processEvents();
     }
     [[nodiscard]] qint64 elapsed() const override { return m_elapsed; }
 
 private:
     qint64 m_elapsed = 0;
+    QQmlEngine m_engine;
+    std::unique_ptr<QObject> m_endless;
 };
 
 inline QList<QQuickItem*> itemsBelow(const QQuickItem* parent)
@@ -123,6 +135,12 @@ protected:
             return each->isVisible() && (is("objectName") || is("text") || is("name"));
         });
         return found != items.end() ? *found : nullptr;
+    }
+    /// Whether there is an item with this object name, visible or not.
+    [[nodiscard]] bool isLoaded(const QString& name) const
+    {
+        return std::ranges::any_of(itemsBelow(window.contentItem()),
+                                   [&](const QQuickItem* each) { return each->objectName() == name; });
     }
     /// Returns the item's rectangle in the window, without horizontal padding.
     [[nodiscard]] static QRectF area(const QQuickItem* found)

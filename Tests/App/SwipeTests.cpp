@@ -2,12 +2,14 @@
 
 #include <QPointingDevice>
 
-/// A finger moves from `start` through `moves`; before each, it rests for `rest` milliseconds. In a
-/// right-to-left layout, it does so in a mirror.
+/// A finger or the mouse moves from `start` through `moves`. In a right-to-left layout, it does so in a
+/// mirror.
 struct Swipe {
     const char* name;
     QPoint start;
     std::vector<QPoint> moves;
+    /// The simulated time before each move of the mouse, in milliseconds; 0 is a finger, whose events have
+    /// the real time.
     int rest;
     bool isCanceled;
     bool goesBack;
@@ -23,10 +25,24 @@ static const Swipe swipes[] = {
      5,
      false,
      false},
-    {"canceled by the system", {5, 400}, {{80, 400}, {160, 400}, {260, 400}}, 5, true, false},
-    {"away from the edge", {60, 400}, {{120, 400}, {200, 400}, {300, 400}}, 5, false, false},
-    {"vertical, at the edge", {5, 400}, {{5, 360}, {5, 300}, {5, 250}}, 20, false, false},
+    {"beyond the other edge", {5, 400}, {{100, 400}, {200, 400}, {319, 400}, {319, 400}}, 300, false, true},
+    {"finger, long", {5, 400}, {{80, 400}, {160, 400}, {260, 400}}, 0, false, true},
+    {"finger, canceled by the system", {5, 400}, {{80, 400}, {160, 400}, {260, 400}}, 0, true, false},
+    {"finger, away from the edge", {60, 400}, {{120, 400}, {200, 400}, {300, 400}}, 0, false, false},
+    {"finger, vertical, at the edge", {5, 400}, {{5, 360}, {5, 300}, {5, 250}}, 0, false, false},
 };
+
+/// Moves of a finger are delivered once for each frame.
+static void waitForFrame(QQuickWindow& window)
+{
+    bool isShown = false;
+    const auto connection =
+        QObject::connect(&window, &QQuickWindow::frameSwapped, &window, [&] { isShown = true; });
+    window.update();
+    constexpr int milliseconds = 20'000;
+    EXPECT_TRUE(QTest::qWaitFor([&] { return isShown; }, milliseconds));
+    QObject::disconnect(connection);
+}
 
 TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
 {
@@ -47,16 +63,24 @@ TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
         const auto items = itemsBelow(destination);
         const auto scroll =
             std::ranges::find_if(items, [](const auto* each) { return each->inherits("QQuickFlickable"); });
-        QTest::touchEvent(&window, finger.get()).press(0, seen(start));
-        for (const QPoint& point : moves) {
-            QTest::qWait(rest);
-            QTest::touchEvent(&window, finger.get()).move(0, seen(point));
+        if (rest > 0) {
+            QTest::mousePress(&window, Qt::LeftButton, {}, seen(start));
+            for (const QPoint& point : moves)
+                QTest::mouseMove(&window, seen(point), rest);
+            EXPECT_NE(item("detail.title"), nullptr) << "stays loaded during the swipe";
+            QTest::mouseRelease(&window, Qt::LeftButton, {}, seen(moves.back()));
+        } else {
+            QTest::touchEvent(&window, finger.get()).press(0, seen(start));
+            for (const QPoint& point : moves) {
+                QTest::touchEvent(&window, finger.get()).move(0, seen(point));
+                waitForFrame(window);
+            }
+            if (isCanceled)
+                QCoreApplication::sendEvent(
+                    &window, std::make_unique<QTouchEvent>(QEvent::TouchCancel, finger.get()).get());
+            else
+                QTest::touchEvent(&window, finger.get()).release(0, seen(moves.back()));
         }
-        if (isCanceled)
-            QCoreApplication::sendEvent(
-                &window, std::make_unique<QTouchEvent>(QEvent::TouchCancel, finger.get()).get());
-        else
-            QTest::touchEvent(&window, finger.get()).release(0, seen(moves.back()));
         settle();
         EXPECT_EQ(content->dashboard()->selectedCard(), goesBack ? Card::None : Card::Sso);
         EXPECT_EQ(destination->x(), !goesBack ? 0 : isMirrored ? -320 : 320);

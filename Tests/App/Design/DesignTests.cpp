@@ -28,6 +28,10 @@ static const Case drawings[] = {
     {"Surface { x: 15; y: 9; width: 40; height: 40; color: 'red'; shadow: ShadowStyle {"
      "color: 'black'; blurRadius: 4; offset: Qt.point(0, -5) } }",
      {{{29, 48}, "#8c8c8c"}, {{60, 60}, "red"}, {{60, 8}, "#737373"}}},
+    {"Logo { x: 20; size: 20; shadow: ShadowStyle { color: 'red'; offset: Qt.point(0, 30) } }",
+     {{{60, 80}, "red"}, {{20, 20}, "white"}}},
+    {"Symbol { name: 'arrow.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
+     {{{21, 11}, "red"}, {{28, 11}, "white"}}},
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // Bell, gap, badge.
      {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red'; isRightToLeft: true }",

@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <functional>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -55,6 +57,26 @@ TEST(QtRunLoopTest, QuitsBetweenTwoItemsAndKeepsTheRest)
     EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
 }
 
+TEST(QtRunLoopTest, TimersFireOnceUnlessInvalidatedOrDestroyed)
+{
+    int argc = 0;
+    Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
+    int count = 0;
+    const auto timer = loop.scheduledTimer(0ms, [&] { ++count; });
+    const auto invalid = loop.scheduledTimer(0ms, [&] { count += 10; });
+    invalid->invalidate();
+    loop.scheduledTimer(0ms, [&] { count += 100; });
+    // A timer that destroys itself still has what its block refers to.
+    std::unique_ptr<Timer> last;
+    last = loop.scheduledTimer(20ms, [&loop, &last, name = std::string("a name that is on the heap")] {
+        last.reset();
+        EXPECT_EQ(name, "a name that is on the heap");
+        loop.quit();
+    });
+    loop.run();
+    EXPECT_EQ(count, 1);
+}
+
 TEST(GuiApplicationTest, StartsWithoutADisplayOnlyIfNoneIsNeeded)
 {
     for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
@@ -71,6 +93,14 @@ TEST(GuiApplicationTest, StartsWithoutADisplayOnlyIfNoneIsNeeded)
     EXPECT_EXIT(start(Desktop::Display::needed), testing::ExitedWithCode(69),
                 "cannot be opened; check DISPLAY");
     qunsetenv("DISPLAY");
+    qputenv("WAYLAND_DISPLAY", "no such display");
+    EXPECT_EXIT(start(Desktop::Display::needed), testing::ExitedWithCode(69), "cannot be opened");
+    qunsetenv("WAYLAND_DISPLAY");
+    const auto failLater = [&] {
+        const auto application = Desktop::makeGuiApplication(argc, nullptr, Desktop::Display::optional);
+        qFatal("%s", qPrintable("input method: " + qEnvironmentVariable("QT_IM_MODULE")));
+    };
+    EXPECT_DEATH(failLater(), "input method: none") << "only errors of the start are explained";
 }
 
 } // namespace
