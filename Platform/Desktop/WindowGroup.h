@@ -38,7 +38,8 @@ private:
     std::future<void> m_fonts;
 };
 
-/// The application window, filled by its content. Its position and size are restored at the next launch.
+/// The application window, filled by its content. Its position and size are restored at the next launch, as
+/// far as the screens of that time have room.
 ///
 /// Threads: main.
 class WindowGroup {

@@ -180,32 +180,29 @@ TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
     struct Case {
         std::int64_t status;
         std::string body;
-        std::string expected;
-        Lines lines;
+        /// The body in the log; null for success.
+        const char* logged;
     };
     const Case cases[] = {
-        {200, "{}", "200 {}", {}},
-        {204, "", "204 ", {}},
-        {299, "", "299 ", {}},
-        {199, "", "HTTP error: 199 ", {"API HTTP error | context={responseBody=, statusCode=199}"}},
-        {300, "a", "HTTP error: 300 a", {"API HTTP error | context={responseBody=a, statusCode=300}"}},
-        {304, "", "HTTP error: 304 ", {"API HTTP error | context={responseBody=, statusCode=304}"}},
-        {500,
-         "\xff",
-         "HTTP error: 500 \xff",
-         {"API HTTP error | context={responseBody=No response body, statusCode=500}"}},
-        {404,
-         "\u00e4\xe2\x82",
-         "HTTP error: 404 \u00e4\xe2\x82",
-         {"API HTTP error | context={responseBody=No response body, statusCode=404}"}},
+        {200, "{}", nullptr},
+        {204, "", nullptr},
+        {299, "", nullptr},
+        {199, "", ""},
+        {300, "a", "a"},
+        {304, "", ""},
+        {500, "\xff", "No response body"},
+        {404, "\u00e4\xe2\x82", "No response body"},
     };
-    for (const Case& row : cases) {
-        respondWith(row.status, row.body);
-        EXPECT_EQ(outcomeOf(client.get("a")), row.expected);
+    for (const auto& [status, body, logged] : cases) {
+        respondWith(status, body);
+        const std::string number = std::to_string(status);
+        EXPECT_EQ(outcomeOf(client.get("a")),
+                  (logged != nullptr ? "HTTP error: " : "") + number + " " + body);
         const auto entries = log.takeEntries();
-        ASSERT_EQ(entries.size(), row.lines.size());
-        if (!entries.empty()) {
-            EXPECT_EQ(entries[0].line, row.lines[0]);
+        ASSERT_EQ(entries.size(), logged != nullptr ? 1U : 0U);
+        if (logged != nullptr) {
+            EXPECT_EQ(entries[0].line, "API HTTP error | context={responseBody=" + std::string(logged) +
+                                           ", statusCode=" + number + "}");
             EXPECT_EQ(entries[0].type, LogType::default_);
             EXPECT_EQ(entries[0].category, "network");
         }

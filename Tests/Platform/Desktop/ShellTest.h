@@ -91,7 +91,7 @@ protected:
         EXPECT_TRUE(QRect(QPoint(), window->size()).contains(place) && place.height() >= 44) << name;
         QTest::mouseClick(window, Qt::LeftButton, {}, place.center());
     }
-    /// Returns the visible texts, which must be shown as they are and whole.
+    /// Returns the visible strings. Checks that they are plain text and not cut.
     QStringList texts()
     {
         QStringList all;
