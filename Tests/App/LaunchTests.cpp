@@ -1,4 +1,5 @@
 #include "App/Launch.h"
+#include "App/LaunchOptions.h"
 #include "Core/Constants.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Timer.h"
@@ -154,12 +155,12 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
              [&, loop] {
                  EXPECT_TRUE(device->hasWindow);
                  EXPECT_TRUE(device->store.object("Appearance").has_value());
-                 // It is closed and opened again before the loop continues.
-                 visibleWindow()->close();
+                 // It is closed and at once opened again.
                  loop.activate();
-                 loop.mainQueue.async([&] { EXPECT_TRUE(device->hasWindow && visibleWindow() != nullptr); });
+                 visibleWindow()->close();
              }},
-            {"last", [] { return true; }, [] {}}};
+            {"last", [] { return true; },
+             [&] { EXPECT_TRUE(device->hasWindow && visibleWindow() != nullptr); }}};
     };
 
     const int exitCode = App::launch(
@@ -192,6 +193,43 @@ TEST(LaunchTest, StringsOfTheDeviceAreTranslated)
                               return unavailable;
                           }),
               unavailable);
+}
+
+TEST(CommandLineTest, OptionsAreParsedAndRepeatedForTheBackground)
+{
+    struct Case {
+        std::vector<std::string> arguments;
+        PushSource push = PushSource::automatic;
+        bool isLoggingToStandardError = false;
+        bool isInBackground = false;
+    };
+    const Case cases[] = {
+        {{}},
+        {{"--push", "auto"}},
+        {{"--push", "local"}, PushSource::local},
+        {{"--push=off"}, PushSource::off},
+        {{"--log-stderr"}, PushSource::automatic, true},
+        {{"--background"}, PushSource::automatic, false, true},
+        {{"--dbus-activated"}, PushSource::automatic, false, true},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(testing::PrintToString(row.arguments));
+        std::vector<std::string> words{"app"};
+        words.insert(words.end(), row.arguments.begin(), row.arguments.end());
+        std::vector<char*> arguments;
+        for (std::string& word : words)
+            arguments.push_back(word.data());
+        const int count = static_cast<int>(arguments.size());
+        const auto parsed = App::parseCommandLine(count, arguments.data());
+        const auto& options = std::get<DeviceOptions>(parsed);
+        EXPECT_EQ(options.push, row.push);
+        EXPECT_EQ(options.isLoggingToStandardError, row.isLoggingToStandardError);
+        EXPECT_EQ(options.isInBackground, row.isInBackground);
+        std::vector<std::string> again = row.arguments;
+        if (!row.isInBackground)
+            again.emplace_back("--background");
+        EXPECT_EQ(App::backgroundArguments(count, arguments.data(), options), again);
+    }
 }
 
 } // namespace

@@ -131,6 +131,12 @@ TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
             animations.pass(250);
             EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
             EXPECT_NEAR((*scroll)->property("contentY").toReal(), position, 1) << key;
+            const QRectF track = area(*scroll).adjusted(0, 4, 0, -4);
+            if (key == Qt::Key_End) {
+                EXPECT_NEAR(area(item("scroll.indicator")).bottom(), track.bottom(), 1);
+            } else if (key == Qt::Key_Home) {
+                EXPECT_NEAR(area(item("scroll.indicator")).top(), track.top(), 1);
+            }
             if (screen == 2) {
                 EXPECT_EQ(bar(), barBefore) << "the content is below the bar";
             }
@@ -183,6 +189,16 @@ TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
         EXPECT_GE(card.visible.height(), std::min(card.whole.height(), 300.0));
     }
     QGuiApplication::setLayoutDirection(Qt::LeftToRight);
+}
+
+TEST_F(ScreenTest, TabReachesEveryButton)
+{
+    open(true);
+    for (const char* next : {"dashboard.card.tv.and.mediabox", "dashboard.card.bell.badge",
+                             "dashboard.openSettings", "dashboard.card.person.badge.key"}) {
+        QTest::keyClick(&window, Qt::Key_Tab);
+        EXPECT_TRUE(item(next)->hasActiveFocus()) << next;
+    }
 }
 
 TEST_F(ScreenTest, FocusScrollsIntoViewOnlyForTheKeyboard)

@@ -162,7 +162,7 @@ protected:
     Core::Logger logger{std::make_unique<Core::OSLogSink>(log), "com.example"};
     NotificationCenter notifications;
     FakeUserDefaultsDomains domains{notifications, scheduler.mainQueue};
-    FakeUserNotificationCenter center{scheduler.mainQueue};
+    FakeUserNotificationCenter center{scheduler.utilityQueue};
     PushNotifications::NotificationPermissionManager manager{center, logger};
     FakeApplication application;
     const ContentView::Ports ports{logger, domains.standard(), manager, application, scheduler.mainQueue};

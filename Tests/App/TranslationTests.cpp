@@ -253,6 +253,12 @@ TEST_F(TranslatedScreenTest, RightToLeftLayoutMirrorsEveryItem)
             }
             for (QQuickItem* each : itemsBelow(window.contentItem())) {
                 QRectF rect = each->mapRectToScene(each->boundingRect());
+                if (const QVariant direction = each->property("isRightToLeft"); direction.isValid()) {
+                    EXPECT_EQ(direction.toBool(), isMirrored) << "a symbol";
+                }
+                if (isMirrored && each->inherits("QQuickText")) {
+                    EXPECT_EQ(each->property("font").value<QFont>().letterSpacing(), 0) << "joined letters";
+                }
                 // Letter spacing differs between the directions.
                 if (!each->isVisible() || rect.isEmpty() || each->inherits("QQuickText"))
                     continue;
