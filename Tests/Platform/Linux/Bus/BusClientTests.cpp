@@ -2,11 +2,16 @@
 
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/Bus/SessionBus.h"
+#include "Platform/Linux/PrivateSocket.h"
+#include "Platform/Linux/SessionBusNames.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 
 #include <gmock/gmock.h>
 
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <sys/socket.h>
@@ -259,6 +264,13 @@ TEST_F(BusClientTest, ReportsNameOwnersInOrder)
     std::optional<Party> first(std::in_place);
     const std::string firstName = first->uniqueName();
     Party second;
+    // Sent directly to this connection, bypassing the match rule.
+    const auto object = sdbus::createObject(second.bus.connection(), ObjectPath("/org/freedesktop/DBus"));
+    auto forged = object->createSignal(InterfaceName("org.freedesktop.DBus"), SignalName("NameOwnerChanged"));
+    forged << "test.Names.a"
+           << "" << firstName;
+    forged.setDestination(app->uniqueName());
+    forged.send();
     EXPECT_TRUE(first->client->claimName("test.Names.a"));
     EXPECT_TRUE(first->client->claimName("test.Names.a"));
     EXPECT_FALSE(second.client->claimName("test.Names.a"));
@@ -288,6 +300,38 @@ TEST_F(BusClientTest, FailsCallsWhenTheConnectionIsLost)
     server.loseBus();
     server.bus.stop();
     held.back().reply(std::uint32_t{1});
+}
+
+/// Sets the address of the session bus while it exists.
+struct BusAddress {
+    explicit BusAddress(const std::string& address) { ::setenv(name, address.c_str(), 1); }
+    ~BusAddress() { ::setenv(name, previous.c_str(), 1); }
+
+    static constexpr const char* name = "DBUS_SESSION_BUS_ADDRESS";
+    const std::string previous = std::getenv(name);
+};
+
+TEST(SessionBusNamesTest, ListsRunningAndStartableNamesInLimitedTime)
+{
+    using Platform::Linux::SessionBusNames;
+    Party party;
+    party.client->claimName("test.Running");
+    const SessionBusNames names = SessionBusNames::query(20s);
+    EXPECT_TRUE(names.running.contains("test.Running"));
+    EXPECT_FALSE(names.startable.contains("test.Running"));
+    EXPECT_TRUE(names.startable.contains("org.freedesktop.DBus"));
+
+    const TemporaryFolder folder;
+    const std::string file = folder.path("bus");
+    const std::pair<std::string, const char*> cases[] = {{"unix:path=" + file, "it does not respond"},
+                                                         {"unix:path=/none", "No such file"}};
+    // Accepts connections but sends nothing.
+    const auto silent = Platform::Linux::listenOnPrivateSocket(file);
+    for (const auto& [address, reason] : cases) {
+        const BusAddress changed(address);
+        EXPECT_THAT([] { SessionBusNames::query(100ms); },
+                    testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(reason)));
+    }
 }
 
 } // namespace

@@ -30,31 +30,41 @@ enum End : std::uint32_t { tapped, expired, dismissed };
 /// Runs a notification server until destroyed and records the calls it receives. Its ids start at 1.
 struct FakeServer {
     enum class Behavior { accepting, slow, refusing };
-    /// If `capabilities` is empty, GetCapabilities fails.
+    /// If `capabilities` is empty, GetCapabilities fails; if it is "silent", it never returns.
     FakeServer(const Strings& capabilities, const Record& record, const char* name = serverName)
     {
         const auto add = [this](const char* method, auto work) {
             addMethod(*object, serverName, method, std::move(work));
         };
         add("GetServerInformation", [] { return std::tuple("Fake"s, "us"s, "7"s, "1.2"s); });
-        add("GetCapabilities", [=] {
+        add("GetCapabilities", [=, this](sdbus::Result<Strings>&& result) {
             record("capabilities?");
-            return capabilities.empty() ? throw sdbus::Error(ErrorName("test.No"), "") : capabilities;
+            if (capabilities == Strings{"silent"})
+                heldCapabilities = std::move(result);
+            else if (capabilities.empty())
+                result.returnError(sdbus::Error(ErrorName("test.No"), ""));
+            else
+                result.returnResults(capabilities);
         });
         add("CloseNotification", [=](std::uint32_t id) { record("close " + std::to_string(id)); });
-        add("Notify", [=, this](sdbus::Result<std::uint32_t>&& result, const Text&, std::uint32_t,
-                                const Text&, const Text& summary, const Text& body, const Strings& actions,
-                                const std::map<Text, sdbus::Variant>& hints, std::int32_t) {
-            held = std::move(result);
-            record(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
-                   std::to_string(hints.at("urgency").get<std::uint8_t>()) +
-                   (hints.at("transient").get<bool>() ? " transient" : "") +
-                   (hints.contains("sound-name") ? " sound" : ""));
-            if (behavior == Behavior::accepting)
-                held.returnResults(nextId++);
-            else if (behavior == Behavior::refusing)
-                held.returnError(sdbus::Error(ErrorName("test.No"), "private"));
-        });
+        add("Notify",
+            [=, this](sdbus::Result<std::uint32_t>&& result, const Text& sender, std::uint32_t replaced,
+                      const Text& icon, const Text& summary, const Text& body, const Strings& actions,
+                      const std::map<Text, sdbus::Variant>& hints, std::int32_t milliseconds) {
+                EXPECT_EQ(sender + icon + hints.at("desktop-entry").get<Text>(), "Appapp.id");
+                EXPECT_EQ(replaced, 0U);
+                EXPECT_EQ(milliseconds, -1);
+                EXPECT_NE(hints.contains("sound-name"), hints.contains("suppress-sound"));
+                held = std::move(result);
+                record(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
+                       std::to_string(hints.at("urgency").get<std::uint8_t>()) +
+                       (hints.at("transient").get<bool>() ? " transient" : "") +
+                       (hints.contains("sound-name") ? " sound" : ""));
+                if (behavior == Behavior::accepting)
+                    held.returnResults(nextId++);
+                else if (behavior == Behavior::refusing)
+                    held.returnError(sdbus::Error(ErrorName("test.No"), "private"));
+            });
         publishMethods(*object);
         bus->requestName(ServiceName(name));
         bus->enterEventLoopAsync();
@@ -78,6 +88,7 @@ struct FakeServer {
     std::unique_ptr<sdbus::IObject> object =
         sdbus::createObject(*bus, ObjectPath("/org/freedesktop/Notifications"));
     sdbus::Result<std::uint32_t> held;
+    sdbus::Result<Strings> heldCapabilities;
 };
 
 class NotificationServerTest : public testing::Test {
@@ -168,10 +179,20 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
     EXPECT_THAT(waitForEvents(3), ElementsAre("tap 2", "tap 4", "tap 5"));
     EXPECT_EQ(availabilityCount, 2);
     log.takeLines();
-    fake->behavior = FakeServer::Behavior::refusing;
-    show("refused");
-    EXPECT_THAT(waitForEvents(2), ElementsAre("refused|||1", "not shown"));
-    EXPECT_THAT(log.takeLines(), ElementsAre(testing::EndsWith("does not show notifications: test.No")));
+    const auto isLogged = ElementsAre(testing::EndsWith("does not show notifications: test.No"));
+    for (const bool isRepeated : {false, true, false}) {
+        fake->behavior = FakeServer::Behavior::refusing;
+        show("refused");
+        EXPECT_THAT(waitForEvents(2), ElementsAre("refused|||1", "not shown"));
+        EXPECT_TRUE(isRepeated ? log.takeLines().empty() : testing::Value(log.takeLines(), isLogged));
+        if (isRepeated) {
+            fake->behavior = FakeServer::Behavior::accepting;
+            show("accepted");
+            waitForEvents(2);
+        }
+    }
+    show("in silence", {}, {{"sound", "x"}}, sound);
+    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
     fake->behavior = FakeServer::Behavior::slow;
     show("late");
     EXPECT_THAT(waitForEvents(1), ElementsAre("late|||1"));
@@ -179,6 +200,27 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
     EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
     fake->held.returnResults(777);
     EXPECT_THAT(waitForEvents(1), ElementsAre("close 777"));
+}
+
+TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
+{
+    startServer({"silent"});
+    show("unheard");
+    mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
+    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+    startServer({"body"});
+    fake->behavior = FakeServer::Behavior::slow;
+    show("first");
+    EXPECT_THAT(waitForEvents(1), ElementsAre("first|||1"));
+    fake->bus->releaseName(ServiceName(serverName));
+    FakeServer next({"body"}, record);
+    EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
+    fake->held.returnResults(1U);
+    EXPECT_THAT(waitForEvents(1), testing::SizeIs(1)) << "shown by the former server";
+    next.end({1}, tapped);
+    next.nextId = 2;
+    show("second");
+    EXPECT_THAT(waitForEvents(2), ElementsAre("second|||1", "Fake"));
 }
 
 } // namespace

@@ -122,6 +122,14 @@ TEST_F(PortalAppearanceTest, AppliesSettingChanges)
                                          Appearance{false, false, 1.5}, Appearance{false, true, 1.5}));
 }
 
+TEST_F(PortalAppearanceTest, IgnoresChangesBeforeTheFirstReply)
+{
+    portal.emplace(Settings{{look, {{"color-scheme", Value(1U)}, {"contrast", Value(1U)}}}});
+    portal->change(look, "contrast", Value(1U));
+    portal->change(look, "color-scheme", Value(1U));
+    EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1, true}));
+}
+
 TEST_F(PortalAppearanceTest, KeepsSettingsUntilAnotherPortalStarts)
 {
     startPortal({{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1});

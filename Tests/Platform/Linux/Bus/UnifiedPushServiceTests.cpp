@@ -57,7 +57,8 @@ struct Transcript {
 struct Script {
     Dictionary answer = {{"success", Value("REGISTRATION_SUCCEEDED")}};
     std::string followUp = "NewEndpoint";
-    std::string version = "2";
+    /// A digit for each version of the interface that it offers.
+    std::string versions = "2";
 };
 
 /// Runs a distributor until destroyed. Records the tokens registered and the replies to its calls.
@@ -66,7 +67,7 @@ struct FakeDistributor {
         : record([name, &transcript](const std::string& event) { transcript.add(name + event); })
     {
         const auto one = [=, this](const std::string&, const std::string& token, const std::string&) {
-            record(" registers " + token);
+            record((script.versions == "1" ? " registers " : " uses version 1 ") + token);
             call(script.followUp, token, std::string(endpoint));
             return std::tuple(script.answer.at("success").get<std::string>(), std::string());
         };
@@ -78,22 +79,24 @@ struct FakeDistributor {
             call(script.followUp,
                  Dictionary{{"token", arguments.at("token")}, {"endpoint", Value(endpoint)}});
         };
-        const std::string interface = "org.unifiedpush.Distributor" + script.version;
-        if (script.version == "1")
-            addMethod(*object, interface, "Register", one);
-        else
-            addMethod(*object, interface, "Register", two);
+        for (const char version : script.versions) {
+            const std::string interface = std::string("org.unifiedpush.Distributor") + version;
+            if (version == '1')
+                addMethod(*object, interface, "Register", one);
+            else
+                addMethod(*object, interface, "Register", two);
+        }
         publishMethods(*object);
         bus->requestName(ServiceName("org.unifiedpush.Distributor." + name));
         bus->enterEventLoopAsync();
     }
     ~FakeDistributor() { bus->leaveEventLoop(); }
 
-    /// Uses version 2 of the interface for one argument, otherwise version 1.
+    /// Uses version 2 of the interface for a dictionary, otherwise version 1.
     template <typename... Arguments>
     void call(const std::string& method, const Arguments&... arguments)
     {
-        constexpr bool isOld = sizeof...(arguments) > 1;
+        constexpr bool isOld = !std::is_same_v<std::tuple<Arguments...>, std::tuple<Dictionary>>;
         auto call = connector->createMethodCall(
             InterfaceName(isOld ? "org.unifiedpush.Connector1" : "org.unifiedpush.Connector2"),
             MethodName(method));
@@ -237,6 +240,74 @@ TEST(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounces)
     EXPECT_EQ(transcript.after(""), "a answered NewEndpoint") << "nothing to upload";
     restartAndAnnounce("https://push.example/2");
     EXPECT_THAT(transcript.after("token "), HasSubstr("https://push.example/2"));
+    distributor->call("Unregistered", Dictionary{{"token", Value(token)}});
+    EXPECT_EQ(transcript.after("a registers "), token);
+    app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), ""); });
+}
+
+TEST(UnifiedPushServiceTest, RegistersElsewhereWhenADistributorExitsAndOnlyThen)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    std::optional<FakeDistributor> silent(std::in_place, transcript, "a", Script{.answer = {}});
+    FakeDistributor second(transcript, "b", Script{.versions = "12"});
+    Application app(transcript, store);
+    app.registerDevice();
+    const std::string token = transcript.after("a registers ");
+    silent.reset();
+    EXPECT_EQ(transcript.after(""), "b registers " + token) << "with version 2";
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    const FakeDistributor third(transcript, "a");
+    second.call("Message", Dictionary{{"token", Value("flush")}});
+    app.advance(std::chrono::seconds(0));
+    second.call("NewEndpoint", Dictionary{{"token", Value("flush")}});
+    EXPECT_EQ(transcript.after("b answered Message"), "");
+    EXPECT_EQ(transcript.after(""), "b answered NewEndpoint") << "it stays with its distributor";
+    app.registerDevice();
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    second.call("Unregister", token);
+    EXPECT_EQ(transcript.after("b registers "), token) << "in version 1";
+}
+
+TEST(UnifiedPushServiceTest, ReportsATakenName)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    const FakeDistributor distributor(transcript, "a");
+    auto rival = sdbus::createSessionBusConnection();
+    rival->requestName(ServiceName(application));
+    Application app(transcript, store);
+    app.registerDevice();
+    EXPECT_THAT(transcript.after("error 2"), HasSubstr("Another program owns the name com.quorvane.test"));
+    rival.reset();
+    app.registerDevice();
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+}
+
+TEST(UnifiedPushServiceTest, LogsEachLaterFailureOnce)
+{
+    Transcript transcript;
+    FakeUserDefaults store;
+    Application app(transcript, store);
+    std::optional<FakeDistributor> distributor;
+    const auto registerAt = [&](const Script& script) {
+        distributor.reset();
+        distributor.emplace(transcript, "a", script);
+        const std::string token = transcript.after("a registers ");
+        // The reply to this call arrives after the reply to the registration.
+        distributor->call("Message", Dictionary{{"token", Value(token)}});
+        EXPECT_EQ(transcript.after("a answered Message"), "");
+        app.advance(std::chrono::seconds(0));
+        return app.log.takeLines();
+    };
+    const Script good;
+    const Script bad{{{"success", Value("REGISTRATION_FAILED")}, {"reason", Value("NETWORK")}}, "Nothing"};
+    app.registerDevice();
+    EXPECT_THAT(transcript.after("error 1"), HasSubstr("No push distributor"));
+    EXPECT_THAT(registerAt(bad), testing::ElementsAre(HasSubstr("cannot reach its server")));
+    EXPECT_THAT(registerAt(bad), testing::IsEmpty());
+    EXPECT_THAT(registerAt(good), testing::IsEmpty());
+    EXPECT_THAT(registerAt(bad), testing::ElementsAre(HasSubstr("cannot reach its server")));
 }
 
 TEST(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
@@ -255,10 +326,15 @@ TEST(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
         EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
     }
     EXPECT_EQ(UnifiedPushRegistration::stored(store)->replacedDistributor(), "");
-    const FakeDistributor other(transcript, "b");
+    FakeDistributor other(transcript, "b", Script{.followUp = "Nothing"});
     Application app(transcript, store);
     app.registerDevice();
-    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    const std::string token = transcript.after("b registers ");
+    transcript.after("b answered error"); // To the call of "Nothing".
+    app.advance(std::chrono::seconds(0));
+    other.call("NewEndpoint",
+               Dictionary{{"token", Value(token)}, {"endpoint", Value("https://push.example/2")}});
+    EXPECT_THAT(transcript.after("token "), HasSubstr("https://push.example/2"));
     EXPECT_THAT(app.log.takeLines(),
                 testing::ElementsAre(testing::AllOf(HasSubstr("Distributor.a is no longer available"),
                                                     HasSubstr("org.unifiedpush.Distributor.b replaces it"))));
@@ -436,7 +512,7 @@ TEST(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
 
 TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
 {
-    const auto failure = [](const char* reason) -> Script {
+    const auto failure = [](const std::string& reason) -> Script {
         return {{{"success", Value("REGISTRATION_FAILED")}, {"reason", Value(reason)}}, "Nothing"};
     };
     const std::pair<Script, const char*> cases[] = {
@@ -446,10 +522,11 @@ TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
         {failure("VAPID_REQUIRED"), "^6 .*VAPID"},
         {failure("UNAUTHORIZED"), "^6 .*sandbox"},
         {failure("a\nb"), "^6 .*the reason \"a b\""},
+        {failure(std::string(119, 'a') + "ää"), "^6 .*the reason \"a{119}…\""},
         {{{{"success", Value("REGISTRATION_REFUSED")}}, "Nothing", "1"}, "^6 .*refused"},
         {{{{"success", Value(1)}}, "Nothing"}, "^3 .*unexpected reply"},
         {{.followUp = "Unregistered"}, "^6 .*ended"},
-        {{.version = "3"}, "^3 .*no supported"},
+        {{.versions = "3"}, "^3 .*no supported"},
         {{.answer = {}}, "^3 .*does not respond"},
     };
     for (const auto& [script, words] : cases) {
