@@ -85,7 +85,7 @@ PathWatch::PathWatch(FileSystemWatcher& watcher, PolicyPlaces places, const Adap
     // The handler is not called before rearm() sets the first targets.
     m_handler =
         watcher.addHandler([this, onChange = std::move(onChange)](std::uint32_t mask, std::string_view name) {
-            if (mask == 0 ? !hasStatusChanged() : !isRelevant(mask, name))
+            if (mask == 0 ? !hasStatusChanged() : !isRelevant(name))
                 return;
             rearm();
             onChange();
@@ -93,10 +93,11 @@ PathWatch::PathWatch(FileSystemWatcher& watcher, PolicyPlaces places, const Adap
     rearm();
 }
 
-bool PathWatch::isRelevant(std::uint32_t mask, std::string_view name)
+/// `name` is empty for the watched folder or file itself, and after lost events.
+bool PathWatch::isRelevant(std::string_view name)
 {
     const std::lock_guard lock(m_mutex);
-    return name.empty() || (mask & IN_Q_OVERFLOW) != 0 || m_watchedNames.find(name) != m_watchedNames.end() ||
+    return name.empty() || m_watchedNames.find(name) != m_watchedNames.end() ||
            (!m_places.fragments.empty() && isFragmentName(name));
 }
 

@@ -57,7 +57,7 @@ private:
         std::filesystem::path fragments;
     };
 
-    bool isRelevant(std::uint32_t mask, std::string_view name);
+    bool isRelevant(std::string_view name);
     bool hasStatusChanged();
     void rearm();
     [[nodiscard]] Walk walkAll() const;

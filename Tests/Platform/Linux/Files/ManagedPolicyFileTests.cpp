@@ -4,6 +4,7 @@
 #include "Platform/Linux/Files/PolicyFileReading.h"
 #include "Platform/Storage/PathWalk.h"
 #include "Tests/Fakes/CaseName.h"
+#include "Tests/Fakes/IsolatedProcess.h"
 #include "Tests/Fakes/MappedFile.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
@@ -16,9 +17,14 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <mutex>
+#include <semaphore>
+#include <sstream>
 #include <sys/fsuid.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -28,6 +34,7 @@ using namespace Platform::Storage;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Files;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
@@ -55,10 +62,13 @@ protected:
     }
     void watch()
     {
-        policy.watch(watcher, [this] {
-            const std::lock_guard lock(m_mutex);
-            m_changed.notify_all();
-        });
+        policy.watch(watcher, [this] { noteChange(); });
+    }
+    void noteChange()
+    {
+        onChange();
+        const std::lock_guard lock(m_mutex);
+        m_changed.notify_all();
     }
     static std::optional<PropertyList> dictionary(std::int64_t value)
     {
@@ -75,6 +85,8 @@ protected:
     ManagedPolicyFile policy{places, adapterLog};
     std::mutex m_mutex;
     std::condition_variable m_changed;
+    /// Called on the watcher's thread for each reported change.
+    std::function<void()> onChange = [] {};
     FileSystemWatcher watcher;
 };
 
@@ -155,18 +167,13 @@ TEST_P(PolicyPartTest, ChangeWithoutEventIsFoundByThePeriodicCheck)
 {
     folder.write(etcFile, json(1));
     std::atomic<int> changeCount = 0;
+    onChange = [&] { ++changeCount; };
     std::optional<PathWatch> watch;
     FileSystemWatcher ownWatcher;
     const PathWatch::PeriodicCheck check{[](const std::vector<PathStep>&) { return true; },
                                          std::chrono::milliseconds(10)};
     watch.emplace(
-        ownWatcher, places, adapterLog,
-        [&] {
-            const std::lock_guard lock(m_mutex);
-            ++changeCount;
-            m_changed.notify_all();
-        },
-        check);
+        ownWatcher, places, adapterLog, [&] { noteChange(); }, check);
     for (int round = 1; round <= 3; ++round) {
         overwriteWithoutEvents(folder.path(etcFile), json(round + 1));
         EXPECT_TRUE(eventually([&] { return changeCount >= round; })) << round;
@@ -247,10 +254,7 @@ TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
             ManagedPolicyFile fresh(places, adapterLog);
             FileSystemWatcher ownWatcher;
             // The test waits for changes of `fresh`, not of `policy`.
-            fresh.watch(ownWatcher, [this] {
-                const std::lock_guard lock(m_mutex);
-                m_changed.notify_all();
-            });
+            fresh.watch(ownWatcher, [this] { noteChange(); });
             const auto follows = [&](const std::optional<PropertyList>& expected) {
                 return eventually([&] { return fresh.dictionary() == expected; });
             };
@@ -270,6 +274,9 @@ TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
             write("mv $F.new $F");
             EXPECT_TRUE(follows(dictionary(value))) << "watched again";
             EXPECT_EQ(countWatchLines(), 0U);
+            asRoot(row.close);
+            EXPECT_TRUE(eventually([&] { return countWatchLines() == 1U; })) << "closed again";
+            asRoot(row.open);
             asRoot("rm $F");
         }
     }
@@ -310,6 +317,7 @@ TEST_P(PolicyPartTest, InvalidFileKeepsItsLastContentAndLogsOnce)
         EXPECT_THAT(lines, ElementsAre(AllOf(HasSubstr(row.reason), HasSubstr("the last valid "),
                                              HasSubstr(" stays in effect"))))
             << row.name;
+        policy.reload();
         static_cast<void>(policy.dictionary());
         EXPECT_TRUE(log.takeLines().empty()) << row.name;
         EXPECT_EQ(std::exchange(errors, {}), std::vector{State::malformed}) << row.name;
@@ -320,39 +328,196 @@ TEST_P(PolicyPartTest, InvalidFileKeepsItsLastContentAndLogsOnce)
 
 TEST_P(PolicyPartTest, FileWritableByOthersIsNotUsed)
 {
+    const bool isFragment = GetParam().isFragment;
     const std::string parent = fs::path(etcFile).parent_path();
+    const std::string base = "etc/quorvane/managed.json";
     struct Case {
-        const char* name;
         std::string path;
         mode_t mode;
         mode_t restoredMode;
-        bool isTrusted;
+        bool isUsed;
+        /// Part of the only log line; empty if none is expected.
+        std::string line;
     };
     const Case cases[] = {
-        {"file writable by all", etcFile, 0602, 0600, false},
-        {"file writable by the group", etcFile, 0620, 0600, false},
-        {"file readable by all", etcFile, 0644, 0600, true},
-        {"writable folder", parent, 0777, 0755, false},
-        {"folder writable by the group", parent, 0775, 0755, false},
-        {"sticky folder of the file", parent, 01777, 0755, !GetParam().isFragment},
-        {"writable parent of the folder", "etc", 0757, 0755, false},
-        {"sticky folder", "etc", 01777, 0755, true},
+        {etcFile, 0602, 0600, false, etcFile + ": can be written by others (mode 0602)"},
+        {etcFile, 0620, 0600, false, etcFile + ": can be written by others (mode 0620)"},
+        {etcFile, 01602, 0600, false, "(mode 1602)"},
+        {etcFile, 0644, 0600, true, ""},
+        {parent, 0777, 0755, false, "(mode 0777)"},
+        {parent, 0775, 0755, false, "(mode 0775)"},
+        {parent, 01775, 0755, !isFragment, isFragment ? "(mode 1775)" : ""},
+        {"etc", 0757, 0755, false, "etc can be written by others (mode 0757)"},
+        {"etc", 01777, 0755, true, ""},
+        {base, 0602, 0600, false, base + ": can be written by others"},
+        {"etc/quorvane/managed.plist", 0602, 0600, !isFragment, "managed.plist: can be written by others"},
     };
     folder.write(etcFile, json(1));
     for (const Case& row : cases) {
+        SCOPED_TRACE(row.path + ": " + row.line);
+        const bool isOther = !fs::exists(folder.path(row.path));
+        if (isOther)
+            folder.write(row.path, "{}");
         ::chmod(folder.path(row.path).c_str(), row.mode);
-        RecordingUnifiedLog ownLog;
-        AdapterLog own{ownLog, "test"};
-        ManagedPolicyFile fresh(places, own);
-        EXPECT_EQ(fresh.dictionary().has_value(), row.isTrusted) << row.name;
-        EXPECT_EQ(ownLog.takeLines().size(), row.isTrusted ? 0U : 1U) << row.name;
+        ManagedPolicyFile fresh(places, adapterLog);
+        for (const bool isFirst : {true, false}) {
+            EXPECT_EQ(fresh.dictionary(), row.isUsed ? dictionary(1) : std::nullopt);
+            const auto lines = log.takeLines();
+            EXPECT_EQ(lines.size(), isFirst && !row.line.empty() ? 1U : 0U);
+            if (!lines.empty()) {
+                EXPECT_THAT(lines.front(), HasSubstr(row.line));
+            }
+            fresh.reload();
+        }
         ::chmod(folder.path(row.path).c_str(), row.restoredMode);
+        if (isOther)
+            fs::remove(folder.path(row.path));
     }
     if (::geteuid() == 0) {
         ASSERT_EQ(::chown(folder.path("etc").c_str(), 12345, 0), 0);
         EXPECT_EQ(policy.dictionary(), std::nullopt);
         EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("belongs to user 12345")));
     }
+}
+
+TEST_P(PolicyPartTest, ChangeDuringAReadIsReadNext)
+{
+    folder.write(etcFile, "");
+    policy.onError([&](PolicyFileReading::State) {
+        folder.replace(etcFile, json(1));
+        policy.reload();
+    });
+    EXPECT_EQ(policy.dictionary(), std::nullopt);
+    EXPECT_EQ(policy.dictionary(), dictionary(1));
+}
+
+/// Returns the events for which a folder is watched; 0 if it is not watched.
+std::uint32_t watchMask(const fs::path& path)
+{
+    struct stat status {};
+    ::stat(path.c_str(), &status);
+    std::uint32_t mask = 0;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fdinfo")) {
+        std::ifstream info(entry.path());
+        for (std::string line; std::getline(info, line);) {
+            if (line.find(fmt::format("ino:{:x} ", status.st_ino)) != std::string::npos)
+                mask |=
+                    static_cast<std::uint32_t>(std::stoul(line.substr(line.find("mask:") + 5), nullptr, 16));
+        }
+    }
+    return mask;
+}
+
+TEST_F(ManagedPolicyFileTest, WatchesNoMoreThanNeeded)
+{
+    folder.write("first/managed.json", json(1));
+    folder.write("second/managed.json", json(2));
+    fs::create_directory(folder.path("etc"));
+    ::chmod(folder.path("etc").c_str(), 01755);
+    fs::create_directory_symlink("../first", folder.path("etc/quorvane"));
+    watch();
+    EXPECT_EQ(policy.dictionary(), dictionary(1));
+    EXPECT_NE(watchMask(folder.path("first")), 0U);
+    EXPECT_TRUE(follows(
+        [&] {
+            fs::create_directory_symlink("../second", folder.path("etc/new"));
+            fs::rename(folder.path("etc/new"), folder.path("etc/quorvane"));
+        },
+        dictionary(2)));
+    EXPECT_EQ(watchMask(folder.path("first")), 0U);
+    EXPECT_NE(watchMask(folder.path("etc")) & IN_MOVE_SELF, 0U);
+    EXPECT_EQ(watchMask(folder.path("etc")) & IN_ATTRIB, 0U) << "every file in a shared folder would wake it";
+    const int handler = watcher.addHandler([](std::uint32_t, std::string_view) {});
+    EXPECT_THAT(watcher.setTargets(handler, {{folder.path("none"), IN_ATTRIB},
+                                             {folder.path("first/managed.json/none"), IN_ATTRIB}}),
+                testing::IsEmpty());
+}
+
+/// Runs while this process has almost no file descriptor left.
+void withoutDescriptors(const std::function<void()>& work)
+{
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{.rlim_cur = 3, .rlim_max = limit.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    work();
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST_F(ManagedPolicyFileTest, IsReportedOnceAndDespiteLostEvents)
+{
+    const std::string file = "etc/quorvane/managed.d/50.json";
+    std::atomic<int> changeCount = 0;
+    std::binary_semaphore isBlocked(0);
+    std::binary_semaphore isFlooded(0);
+    onChange = [&] {
+        if (++changeCount == 2) {
+            isBlocked.release();
+            isFlooded.acquire();
+        }
+    };
+    folder.write(file, json(1));
+    folder.write(file + "~", "");
+    folder.write("etc/quorvane/managed.d/60.txt", "");
+    watch();
+    EXPECT_EQ(policy.dictionary(), dictionary(1));
+    withoutDescriptors([&] { policy.reload(); });
+    folder.write(file + "~", "other files");
+    folder.write("etc/quorvane/managed.d/60.txt", "");
+    EXPECT_TRUE(follows([&] { folder.replace(file, json(2)); }, dictionary(2)));
+    EXPECT_TRUE(eventually([&] { return changeCount > 0; }));
+    EXPECT_EQ(changeCount, 1);
+    folder.replace(file, json(3));
+    ASSERT_TRUE(isBlocked.try_acquire_for(std::chrono::seconds(20)));
+    int limit = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
+    for (int count = 0; count <= limit; ++count) // Equal events in a row are queued as one.
+        ::chmod(folder.path(count % 2 == 0 ? file + "~" : "etc/quorvane/managed.d/60.txt").c_str(), 0600);
+    folder.replace(file, json(4));
+    isFlooded.release();
+    EXPECT_TRUE(eventually([&] { return policy.dictionary() == dictionary(4); }));
+}
+
+/// A policy file that is watched in a process of its own.
+struct IsolatedPolicy {
+    TemporaryFolder folder;
+    RecordingUnifiedLog log;
+    AdapterLog adapterLog{log, "test"};
+    ManagedPolicyFile policy{{.files = {folder.path("etc/managed.json")}}, adapterLog};
+    std::binary_semaphore isChanged{0};
+    FileSystemWatcher watcher;
+
+    void watch()
+    {
+        policy.watch(watcher, [this] { isChanged.release(); });
+    }
+};
+
+TEST(ManagedPolicyWatchTest, ReloadWatchesWhatWasMountedMeanwhile)
+{
+    const auto isSeen = runIsolated(CLONE_NEWNS, [] {
+        IsolatedPolicy isolated;
+        isolated.folder.write("etc/managed.json", "{}");
+        isolated.watch();
+        if (::mount("tmpfs", isolated.folder.path("etc").c_str(), "tmpfs", 0, "mode=755") != 0)
+            return false;
+        isolated.policy.reload();
+        isolated.folder.write("etc/managed.json", "[");
+        return isolated.isChanged.try_acquire_for(std::chrono::seconds(20));
+    });
+    EXPECT_TRUE(isSeen.value_or(true));
+}
+
+TEST(ManagedPolicyWatchTest, NamesTheLimitOfWatches)
+{
+    const auto isNamed = runIsolated(CLONE_NEWUSER, [] {
+        std::ofstream("/proc/sys/user/max_inotify_watches") << 2;
+        IsolatedPolicy isolated;
+        isolated.watch();
+        const auto lines = isolated.log.takeLines();
+        return lines.size() == 1 && lines[0].find("raise fs.inotify.max_user_watches") != std::string::npos;
+    });
+    EXPECT_TRUE(isNamed.value_or(true));
 }
 
 TEST_F(ManagedPolicyFileTest, NeverReadsAnUntrustedFileThatComesAndGoes)
@@ -421,163 +586,131 @@ TEST_F(ManagedPolicyFileTest, WalksPathsLikeTheKernel)
 
 TEST_P(PolicyPartTest, RejectsWhatIsNotARegularFile)
 {
+    const bool isFragment = GetParam().isFragment;
     struct Case {
-        const char* name;
         void (*create)(const fs::path& path);
-        std::size_t lineCount;
+        /// Part of the log line; empty if none is expected.
+        std::string line;
     };
     const Case cases[] = {
-        {"folder", [](const fs::path& path) { fs::create_directory(path); }, GetParam().isFragment ? 0U : 1U},
-        {"pipe", [](const fs::path& path) { ::mkfifo(path.c_str(), 0600); }, 1},
-        {"loop", [](const fs::path& path) { fs::create_symlink(path.filename(), path); }, 1},
-        {"device", [](const fs::path& path) { fs::create_symlink("/dev/null", path); }, 1},
-        {"link to nothing", [](const fs::path& path) { fs::create_symlink("none", path); },
-         GetParam().isFragment ? 1U : 0U},
+        {[](const fs::path& path) { fs::create_directory(path); },
+         isFragment ? "" : "json: is not a regular file"},
+        {[](const fs::path& path) { ::mkfifo(path.c_str(), 0600); }, "json: is not a regular file"},
+        {[](const fs::path& path) { fs::create_symlink(path.filename(), path); },
+         "json: cannot be opened: Too many levels of symbolic links"},
+        {[](const fs::path& path) { fs::create_symlink("/dev/null", path); },
+         "json: /dev/null can be written by others"},
+        {[](const fs::path& path) { fs::create_symlink("none", path); },
+         isFragment ? "json: is a symbolic link to a missing file" : ""},
+        {[](const fs::path& path) { fs::create_symlink("/dev/null/none", path); },
+         isFragment ? "json: is a symbolic link to a missing file" : ""},
     };
     const fs::path file = folder.path(etcFile);
     fs::create_directories(file.parent_path());
     for (const Case& row : cases) {
         row.create(file);
         ManagedPolicyFile fresh(places, adapterLog);
-        EXPECT_EQ(fresh.dictionary(), std::nullopt) << row.name;
-        EXPECT_EQ(log.takeLines().size(), row.lineCount) << row.name;
+        EXPECT_EQ(fresh.dictionary(), std::nullopt) << row.line;
+        const auto lines = log.takeLines();
+        EXPECT_EQ(lines.size(), row.line.empty() ? 0U : 1U) << row.line;
+        EXPECT_TRUE(lines.empty() || lines[0].find(row.line) != std::string::npos) << lines[0];
         fs::remove(file);
     }
 }
 
-/// The files of a configuration: the policy file "b", fragments by their names.
-using Files = std::map<std::string, const char*>;
-
+/// A configuration in short: "b: k1 l2 a: m3" has the policy file {"k": 1, "l": 2} and the fragment a.json
+/// {"m": 3}. A "!" makes a file incomplete, "#" makes it writable by others, and "<9" is a property list with
+/// the value 9 for k.
 class FragmentTest : public ManagedPolicyFileTest {
 protected:
-    void write(const Files& files) const
+    void write(const std::string& files) const
     {
         fs::remove_all(folder.path("etc"));
-        for (const auto& [name, content] : files)
-            folder.write(name == "b" ? "etc/quorvane/managed.json" : "etc/quorvane/managed.d/" + name,
-                         content);
+        std::istringstream words(files);
+        std::map<std::string, std::string> contents;
+        std::string* content = nullptr;
+        const std::string* untrusted = nullptr;
+        for (std::string word; words >> word;) {
+            if (word.ends_with(':'))
+                content = &contents[word == "b:"        ? "managed.json"
+                                    : word.size() == 2U ? std::string("managed.d/") + word[0] + ".json"
+                                                        : "managed.d/" + word.substr(0, word.size() - 1)];
+            else if (word == "#")
+                untrusted = content;
+            else if (word == "<9")
+                *content = "<plist><dict><key>k</key><integer>9</integer></dict></plist>";
+            else
+                *content += word == "!" ? "{"
+                                        : fmt::format(R"({}"{}": {})", content->empty() ? "" : ", ", word[0],
+                                                      word.substr(1));
+        }
+        for (const auto& [name, keys] : contents) {
+            folder.write("etc/quorvane/" + name, keys.starts_with('<') ? keys : "{" + keys + "}");
+            if (&keys == untrusted)
+                ::chmod(folder.path("etc/quorvane/" + name).c_str(), 0602);
+        }
     }
     static std::string text(const std::optional<PropertyList>& dictionary)
     {
-        return dictionary ? dictionary->description() : "none";
+        std::string keys;
+        if (dictionary)
+            for (const auto& [key, value] : *dictionary->dictionary())
+                keys += (keys.empty() ? "" : " ") + key + value.description();
+        return dictionary ? keys : "none";
     }
 };
 
 TEST_F(FragmentTest, ReplaceKeysInByteOrder)
 {
-    struct Case {
-        const char* name;
-        Files files;
-        /// The description of the dictionary.
-        const char* expected;
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "none"},
+        {"b: k1", "k1"},
+        {"a: k1", "k1"},
+        {"b: k1 l2 a: k3 m4", "k3 l2 m4"},
+        {R"(b: k{"a":1,"b":2} a: k{"b":3})", R"(k{"b": 3})"}, // Whole values.
+        {"10.json: k10 9.json: k9", "k9"},                    // Bytes, not numbers.
+        {"Z: k1 a: k2 \xC3\xA9.json: k3", "k3"},              // Bytes, not letters.
+        {"a.json: k1 a.plist: <9", "k9"},
+        {"a: <9", "k9"}, // The content decides the format.
+        {"b: k1 a: knull", "k<null>"},
+        {"b: k1 a:", "k1"},
+        {"b: k1 x.json~: ! .x.json.swp: ! .x.json: ! .json: ! x.json.dpkg-new: ! x.JSON: ! xjson: ! "
+         "sub/x.json: ! sub.json/x.json: !",
+         "k1"}, // Other names.
     };
-    const char* plist = "<plist><dict><key>k</key><integer>9</integer></dict></plist>";
-    const Case cases[] = {
-        {"no file", {}, "none"},
-        {"a file alone", {{"b", R"({"k": 1})"}}, R"({"k": 1})"},
-        {"a fragment alone", {{"a.json", R"({"k": 1})"}}, R"({"k": 1})"},
-        {"on top of the file",
-         {{"b", R"({"k": 1, "l": 2})"}, {"a.json", R"({"k": 3, "m": 4})"}},
-         R"({"k": 3, "l": 2, "m": 4})"},
-        {"whole values",
-         {{"b", R"({"k": {"a": 1, "b": 2}})"}, {"a.json", R"({"k": {"b": 3}})"}},
-         R"({"k": {"b": 3}})"},
-        {"bytes, not numbers", {{"10.json", R"({"k": 10})"}, {"9.json", R"({"k": 9})"}}, R"({"k": 9})"},
-        {"bytes, not letters",
-         {{"Z.json", R"({"k": 1})"}, {"a.json", R"({"k": 2})"}, {"\xC3\xA9.json", R"({"k": 3})"}},
-         R"({"k": 3})"},
-        {"both formats", {{"a.json", R"({"k": 1})"}, {"a.plist", plist}}, R"({"k": 9})"},
-        {"content decides the format", {{"a.json", plist}}, R"({"k": 9})"},
-        {"null replaces", {{"b", R"({"k": 1})"}, {"a.json", R"({"k": null})"}}, R"({"k": <null>})"},
-        {"an empty fragment", {{"b", R"({"k": 1})"}, {"a.json", "{}"}}, R"({"k": 1})"},
-        {"other names",
-         {{"b", R"({"k": 1})"},
-          {"x.json~", "{"},
-          {".x.json.swp", "{"},
-          {".x.json", "{"},
-          {".json", "{"},
-          {"x.json.dpkg-new", "{"},
-          {"x.JSON", "{"},
-          {"xjson", "{"},
-          {"sub/x.json", "{"},
-          {"sub.json/x.json", "{"}},
-         R"({"k": 1})"},
-    };
-    for (const Case& row : cases) {
-        write(row.files);
+    for (const auto& [files, expected] : cases) {
+        write(files);
         ManagedPolicyFile fresh(places, adapterLog);
-        EXPECT_EQ(text(fresh.dictionary()), row.expected) << row.name;
-        EXPECT_THAT(log.takeLines(), testing::IsEmpty()) << row.name;
+        EXPECT_EQ(text(fresh.dictionary()), expected) << files;
+        EXPECT_THAT(log.takeLines(), testing::IsEmpty()) << files;
     }
 }
 
 TEST_F(FragmentTest, UnusableFileDropsNoKeys)
 {
     struct Case {
-        const char* name;
-        /// The files at the start, and after a change.
-        Files before;
-        Files after;
+        const char* before;
         const char* expectedBefore;
+        const char* after;
         const char* expectedAfter;
         /// Error lines after the change; equal ones are logged once.
         std::size_t lineCount;
     };
-    const char* bad = R"({"k": )";
     const Case cases[] = {
-        {"fragment", {{"a.json", R"({"k": 1})"}}, {{"a.json", bad}}, R"({"k": 1})", R"({"k": 1})", 1},
-        {"others still change",
-         {{"a.json", R"({"k": 1})"}},
-         {{"a.json", bad}, {"b", R"({"k": 0, "l": 2})"}},
-         R"({"k": 1})",
-         R"({"k": 1, "l": 2})",
-         1},
-        {"policy file",
-         {{"b", R"({"k": 1})"}, {"a.json", R"({"l": 1})"}},
-         {{"b", bad}, {"a.json", R"({"l": 2})"}},
-         R"({"k": 1, "l": 1})",
-         R"({"k": 1, "l": 2})",
-         1},
-        {"new fragment",
-         {{"b", R"({"k": 1})"}},
-         {{"b", R"({"k": 2})"}, {"a.json", bad}},
-         R"({"k": 1})",
-         R"({"k": 2})",
-         1},
-        {"removed fragment",
-         {{"b", R"({"k": 1})"}, {"a.json", R"({"k": 2})"}},
-         {{"b", R"({"k": 1})"}},
-         R"({"k": 2})",
-         R"({"k": 1})",
-         0},
-        {"removed policy file",
-         {{"b", R"({"k": 1})"}, {"a.json", R"({"l": 2})"}},
-         {{"a.json", R"({"l": 2})"}},
-         R"({"k": 1, "l": 2})",
-         R"({"l": 2})",
-         0},
-        {"fragment at the start",
-         {{"b", R"({"k": 1})"}, {"a.json", bad}},
-         {{"b", R"({"k": 1})"}, {"a.json", R"({"l": 2})"}},
-         "none",
-         R"({"k": 1, "l": 2})",
-         0},
-        {"policy file at the start",
-         {{"b", bad}, {"a.json", R"({"l": 1})"}},
-         {{"a.json", R"({"l": 1})"}},
-         "none",
-         R"({"l": 1})",
-         0},
-        {"still unusable", {{"a.json", bad}}, {{"a.json", bad}, {"b", R"({"k": 1})"}}, "none", "none", 1},
-        {"several",
-         {{"b", R"({"k": 1})"}},
-         {{"b", bad}, {"a.json", bad}, {"c.json", bad}},
-         R"({"k": 1})",
-         R"({"k": 1})",
-         3},
+        {"a: k1", "k1", "a: !", "k1", 1},
+        {"a: k1", "k1", "a: ! b: k0 l2", "k1 l2", 1}, // Others still change.
+        {"b: k1 a: l1", "k1 l1", "b: ! a: l2", "k1 l2", 1},
+        {"b: k1", "k1", "b: k2 a: !", "k2", 1},
+        {"b: k1 a: k2", "k2", "b: k1", "k1", 0},
+        {"b: k1 a: l2", "k1 l2", "a: l2", "l2", 0},
+        {"b: k1 a: !", "none", "b: k1 a: l2", "k1 l2", 0}, // Unusable at the start.
+        {"b: ! a: l1", "none", "a: l1", "l1", 0},
+        {"a: !", "none", "a: ! b: k1", "none", 1},
+        {"b: k1", "k1", "b: ! a: ! c: !", "k1", 3},
+        {"b: k1 # a: l1", "none", "b: ! a: l1", "none", 1},
     };
     for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(std::string(row.before) + ", then " + row.after);
         write(row.before);
         ManagedPolicyFile fresh(places, adapterLog);
         EXPECT_EQ(text(fresh.dictionary()), row.expectedBefore);
@@ -586,7 +719,13 @@ TEST_F(FragmentTest, UnusableFileDropsNoKeys)
         for (int repetition = 0; repetition < 2; ++repetition) {
             fresh.reload();
             EXPECT_EQ(text(fresh.dictionary()), row.expectedAfter);
-            EXPECT_EQ(log.takeLines().size(), repetition == 0 ? row.lineCount : 0U);
+            const auto lines = log.takeLines();
+            EXPECT_EQ(lines.size(), repetition == 0 ? row.lineCount : 0U);
+            for (const std::string& line : lines)
+                EXPECT_THAT(line, AnyOf(HasSubstr("stays in effect"), HasSubstr("there is no earlier"),
+                                        HasSubstr(row.expectedAfter == std::string("none")
+                                                      ? "no change is applied until"
+                                                      : "its keys are not used until")));
         }
     }
 }
@@ -602,14 +741,19 @@ TEST_F(FragmentTest, NumberAndSizeAreLimited)
         const auto lines = log.takeLines();
         return lines.empty() ? std::string() : lines.front();
     };
-    for (std::size_t number = 0; number < maximumFragmentCount; ++number)
+    const std::string tooMany = "managed.d: contains more than 100 fragments; ";
+    folder.write("etc/quorvane/managed.json", R"({"k0": 2})");
+    for (std::size_t number = 0; number <= maximumFragmentCount; ++number)
         folder.write(name(number), fmt::format(R"({{"k{}": 1}})", number));
+    EXPECT_THAT(line(), HasSubstr(tooMany + "no change is applied until it is corrected"));
+    EXPECT_EQ(policy.dictionary(), std::nullopt);
+    fs::remove(folder.path(name(maximumFragmentCount)));
     EXPECT_EQ(line(), "");
-    ASSERT_TRUE(policy.dictionary());
-    const PropertyList all = *policy.dictionary();
-    EXPECT_EQ(all.dictionary()->size(), maximumFragmentCount);
+    const auto all = policy.dictionary();
+    ASSERT_TRUE(all);
+    EXPECT_EQ(all->dictionary()->size(), maximumFragmentCount);
     folder.write(name(maximumFragmentCount), R"({"more": 1})");
-    EXPECT_THAT(line(), HasSubstr("managed.d: contains more than 100 fragments; the fragments"));
+    EXPECT_THAT(line(), HasSubstr(tooMany + "the fragments that were last read in it stay in effect"));
     EXPECT_EQ(policy.dictionary(), all);
     fs::remove(folder.path(name(maximumFragmentCount)));
     const std::string large = R"({"k": ")" + std::string(9 << 20, 'x') + "\"}";
