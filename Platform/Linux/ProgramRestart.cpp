@@ -1,7 +1,6 @@
 #include "Platform/Linux/ProgramRestart.h"
 
 #include "Platform/Error.h"
-#include "Platform/Linux/ProgramFile.h"
 
 #include <cerrno>
 #include <csignal>
@@ -66,12 +65,14 @@ std::optional<bool> ProgramTrial::outcome()
     return m_hasSucceeded;
 }
 
-ProgramRestart::ProgramRestart(std::vector<std::string> arguments) : m_arguments(std::move(arguments)) {}
+ProgramRestart::ProgramRestart(std::vector<std::string> arguments, std::string process)
+    : m_arguments(std::move(arguments)), m_process(std::move(process))
+{}
 
 std::vector<std::string> ProgramRestart::command() const
 {
-    const auto program = ProgramFile::of("self");
-    std::vector<std::string> command{program ? program->path.string() : std::string()};
+    const auto found = program();
+    std::vector<std::string> command{found ? found->path.string() : std::string()};
     command.insert(command.end(), m_arguments.begin(), m_arguments.end());
     return command;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Linux/ProgramFile.h"
+
 #include <atomic>
 #include <optional>
 #include <string>
@@ -34,8 +36,12 @@ private:
 /// Threads: main, where nothing else is said.
 class ProgramRestart {
 public:
-    /// `arguments` are those of the new process, without the name of the program.
-    explicit ProgramRestart(std::vector<std::string> arguments);
+    /// `arguments` are those of the new process, without the name of the program. `process` is "self", or the
+    /// PID of another process whose program is started.
+    explicit ProgramRestart(std::vector<std::string> arguments, std::string process = "self");
+
+    /// The program of the process; absent if it cannot be found out.
+    [[nodiscard]] std::optional<ProgramFile> program() const { return ProgramFile::of(m_process); }
 
     /// A command that shows whether the installed program starts and knows the arguments. In the middle of an
     /// upgrade it may fail, because a library is missing.
@@ -52,6 +58,7 @@ private:
     [[nodiscard]] std::vector<std::string> command() const;
 
     const std::vector<std::string> m_arguments;
+    const std::string m_process;
     bool m_isRequested = false;
     std::atomic<bool> m_isCanceled = false;
 };

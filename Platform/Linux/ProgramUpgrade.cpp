@@ -3,7 +3,6 @@
 #include "Platform/AdapterLog.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
-#include "Platform/Linux/ProgramFile.h"
 
 #include <fmt/format.h>
 
@@ -26,7 +25,7 @@ ProgramUpgrade::ProgramUpgrade(Ports ports)
 
 void ProgramUpgrade::watch(Files::FileSystemWatcher& watcher)
 {
-    const auto program = ProgramFile::of("self");
+    const auto program = m_ports.restart.program();
     if (!program)
         return;
     const int handler = watcher.addHandler(
@@ -38,7 +37,7 @@ void ProgramUpgrade::watch(Files::FileSystemWatcher& watcher)
 
 void ProgramUpgrade::check()
 {
-    const auto program = ProgramFile::of("self");
+    const auto program = m_ports.restart.program();
     if (!program || !program->isReplaced)
         return;
     if (!m_isOutdated.exchange(true))

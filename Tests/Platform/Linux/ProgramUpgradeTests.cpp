@@ -1,0 +1,177 @@
+#include "Platform/Linux/ProgramUpgrade.h"
+
+#include "Platform/AdapterLog.h"
+#include "Platform/Linux/Files/FileSystemWatcher.h"
+#include "Platform/Linux/ProgramRestart.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Platform;
+using namespace Platform::Linux;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// A program that runs in another process and is replaced by a script.
+class ProgramUpgradeTest : public testing::Test {
+protected:
+    ~ProgramUpgradeTest() override
+    {
+        ::kill(process, SIGKILL);
+        ::waitpid(process, nullptr, 0);
+    }
+    [[nodiscard]] pid_t start() const
+    {
+        fs::copy_file("/bin/sleep", program);
+        ::mkfifo(folder.path("program.end").c_str(), 0600);
+        const pid_t started = ::fork();
+        if (started == 0) {
+            ::execl(program.c_str(), "sleep", "1000", nullptr);
+            ::_exit(1);
+        }
+        while (ProgramFile::of(std::to_string(started))->path != program)
+            ::usleep(1000);
+        return started;
+    }
+    /// Replaces the program with a script that records its arguments and runs `command`.
+    void install(const std::string& command)
+    {
+        folder.write("next", script(command));
+        fs::permissions(folder.path("next"), fs::perms::owner_all);
+        fs::rename(folder.path("next"), program);
+        upgrade.watch(watcher); // Checks at once.
+    }
+    /// In a trial, the script waits for `endTrial`.
+    static std::string script(const std::string& command)
+    {
+        return "#!/bin/sh\necho \"$*\" >> $0.log\n[ \"$2\" != --version ] || read line < $0.end\n" + command +
+               "\n";
+    }
+    /// Ends the trial and lets the upgrade notice it.
+    void endTrial()
+    {
+        folder.write("program.end", "\n");
+        siginfo_t ended{};
+        while (::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+        }
+        scheduler.advance(100ms);
+    }
+    /// Returns and forgets the runs of the script.
+    std::vector<std::string> runs()
+    {
+        std::istringstream recorded(folder.read("program.log"));
+        std::vector<std::string> arguments;
+        for (std::string line; std::getline(recorded, line);)
+            arguments.push_back(line);
+        fs::remove(folder.path("program.log"));
+        return arguments;
+    }
+
+    TemporaryFolder folder;
+    const fs::path program = folder.path("program");
+    const pid_t process = start();
+    int quitCount = 0;
+    RecordingUnifiedLog log;
+    AdapterLog adapterLog{log, "test"};
+    ManualScheduler scheduler;
+    ProgramRestart restart{{"--background"}, std::to_string(process)};
+    ProgramUpgrade upgrade{{scheduler.mainQueue, scheduler, adapterLog, restart, [this] { ++quitCount; }}};
+    Files::FileSystemWatcher watcher;
+};
+
+TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
+{
+    upgrade.setHasWindow(true);
+    install("exit 0");
+    EXPECT_THAT(log.takeLines(), ElementsAre(testing::StartsWith(program.string() + " was replaced")));
+    upgrade.watch(watcher);
+    EXPECT_THAT(log.takeLines(), IsEmpty()) << "once";
+    scheduler.advance(1h);
+    upgrade.setHasWindow(false);
+    auto work = upgrade.activity().begin();
+    scheduler.advance(1h);
+    EXPECT_THAT(runs(), IsEmpty());
+    work.reset();
+    scheduler.runUntilIdle();
+    scheduler.advance(ProgramUpgrade::quietTime);
+    work = upgrade.activity().begin();
+    endTrial();
+    EXPECT_THAT(runs(), ElementsAre("--background --version"));
+    EXPECT_EQ(quitCount, 0) << "work has begun during the trial";
+    work.reset();
+    scheduler.runUntilIdle();
+    scheduler.advance(ProgramUpgrade::quietTime);
+    endTrial();
+    EXPECT_EQ(quitCount, 1);
+}
+
+TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)
+{
+    install("exit 1");
+    std::chrono::milliseconds pause = ProgramUpgrade::quietTime;
+    for (const char* command : {"exit 1", "kill -9 $$", "hang"}) {
+        folder.write("program", script(command));
+        scheduler.advance(pause - 1ms);
+        EXPECT_THAT(runs(), IsEmpty()) << command;
+        scheduler.advance(1ms);
+        if (std::string_view(command) == "hang") {
+            scheduler.advance(ProgramUpgrade::longestTrial + 100ms);
+            EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), 0) << "only the program runs";
+            EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(process), nullptr, WEXITED | WNOHANG | WNOWAIT), 0);
+        } else {
+            endTrial();
+            EXPECT_THAT(runs(), ElementsAre("--background --version")) << command;
+        }
+        pause *= 2;
+    }
+    EXPECT_EQ(quitCount, 0);
+}
+
+TEST_F(ProgramUpgradeTest, RestartIsPerformedUnlessCanceled)
+{
+    install("exit 42");
+    const auto exitCode = [this](bool isRequested, bool isCanceled) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            if (isCanceled)
+                restart.cancel();
+            if (isRequested)
+                restart.request();
+            restart.performIfRequested();
+            ::_exit(1);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    };
+    EXPECT_EQ(exitCode(false, false), 1);
+    EXPECT_EQ(exitCode(true, true), 1);
+    EXPECT_EQ(exitCode(true, false), 42);
+    EXPECT_THAT(runs(), ElementsAre("--background"));
+}
+
+TEST_F(ProgramUpgradeTest, FileMayBeNamedLikeARemovedOne)
+{
+    const fs::path odd = folder.path("program (deleted)");
+    fs::rename(program, odd);
+    EXPECT_EQ(restart.program()->path, odd);
+    EXPECT_FALSE(restart.program()->isReplaced);
+    upgrade.watch(watcher);
+    EXPECT_THAT(log.takeLines(), IsEmpty());
+}
+
+} // namespace
