@@ -28,8 +28,6 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::string_view tokenKey = "LocalPush.Token";
-/// Timeout from a peer's connection to the end of its payload.
-constexpr std::chrono::seconds peerTime{10};
 /// Delay before accepting again after accept4(2) failed.
 constexpr int retryMilliseconds = 50;
 /// How long `sendToLocalPushService` waits for the reply.
@@ -66,8 +64,9 @@ struct LocalPushService::Peer {
     std::string bytes;
 };
 
-LocalPushService::LocalPushService(const Ports& ports, std::filesystem::path socketFile)
-    : m_ports(ports), m_socketFile(std::move(socketFile))
+LocalPushService::LocalPushService(const Ports& ports, std::filesystem::path socketFile,
+                                   std::chrono::milliseconds peerTime)
+    : m_ports(ports), m_socketFile(std::move(socketFile)), m_peerTime(peerTime)
 {}
 
 LocalPushService::~LocalPushService()
@@ -170,7 +169,7 @@ void LocalPushService::accept(std::vector<Peer>& peers) const
         peers.erase(idlest);
     }
     const auto now = SteadyClock::now();
-    peers.push_back({std::move(socket), now, now + peerTime, {}});
+    peers.push_back({std::move(socket), now, now + m_peerTime, {}});
 }
 
 bool LocalPushService::read(Peer& peer)

@@ -4,6 +4,7 @@
 #include "Platform/PushService.h"
 #include "Platform/Storage/FileDescriptor.h"
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -40,7 +41,9 @@ public:
     /// Limit of connected peers that have not sent their whole payload yet.
     static constexpr std::size_t maximumPeerCount = 64;
 
-    LocalPushService(const Ports& ports, std::filesystem::path socketFile);
+    /// `peerTime` is the timeout from a peer's connection to the end of its payload.
+    LocalPushService(const Ports& ports, std::filesystem::path socketFile,
+                     std::chrono::milliseconds peerTime = std::chrono::seconds(10));
     ~LocalPushService() override;
 
     void start(PushServiceListener& listener) override;
@@ -57,6 +60,7 @@ private:
 
     const Ports m_ports;
     const std::filesystem::path m_socketFile;
+    const std::chrono::milliseconds m_peerTime;
     /// Passes payloads to the main thread; see `UnifiedPushService`.
     Push::YieldingQueue m_inbox{m_ports.mainQueue};
     PushServiceListener* m_listener = nullptr;

@@ -54,7 +54,9 @@ FakeUserDefaultsDomains::FakeUserDefaultsDomains(Platform::NotificationCenter& c
 
 UserDefaults* FakeUserDefaultsDomains::suite(std::string_view name)
 {
-    return areSuitesAvailable ? &fakeSuite(name) : nullptr;
+    const bool isFileName = !name.empty() && name.front() != '.' &&
+                            name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+    return areSuitesAvailable && isFileName ? &fakeSuite(name) : nullptr;
 }
 
 FakeUserDefaults& FakeUserDefaultsDomains::fakeSuite(std::string_view name)

@@ -9,6 +9,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 using namespace Platform;
@@ -133,6 +134,20 @@ TEST(YieldingQueueTest, DelaysOthersByOneItemAndDropsPendingItemsWhenDestroyed)
     }
     scheduler.runUntilIdle();
     EXPECT_EQ(ran, (std::vector{1, -1, 2, -2, 3, -3}));
+}
+
+TEST(WorkerQueueTest, UtilityWorkIsNiceAndItsDestructionMayAddWork)
+{
+    using Linux::WorkerQueue;
+    for (const auto priority : {WorkerQueue::Priority::utility, WorkerQueue::Priority::default_}) {
+        std::promise<void> isDone;
+        int niceness = 0;
+        WorkerQueue queue("nice", priority);
+        std::shared_ptr<void> token(nullptr, [&](void*) { queue.async([&] { isDone.set_value(); }); });
+        queue.async([&, token = std::move(token)] { niceness = ::getpriority(PRIO_PROCESS, 0); });
+        isDone.get_future().wait();
+        EXPECT_EQ(niceness, priority == WorkerQueue::Priority::utility ? 10 : ::getpriority(PRIO_PROCESS, 0));
+    }
 }
 
 TEST(WorkerQueueTest, DestructorRunsAllPendingItems)

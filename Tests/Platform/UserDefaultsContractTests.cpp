@@ -12,6 +12,8 @@
 
 #include <limits>
 #include <memory>
+#include <string>
+#include <thread>
 
 using namespace Platform;
 using namespace std::chrono_literals;
@@ -168,11 +170,22 @@ TEST_P(UserDefaultsContractTest, SuiteThatCannotBeOpenedIsAbsent)
     EXPECT_EQ(domains.suite("group.example"), nullptr);
 }
 
+TEST_P(UserDefaultsContractTest, SuiteNamesAreFileNames)
+{
+    for (const std::string& name :
+         {std::string(), std::string(".hidden"), std::string("a/b"), std::string("a\0b", 3)})
+        EXPECT_EQ(domains.suite(name), nullptr) << name;
+}
+
 TEST_P(UserDefaultsContractTest, StandardDomainPostsItsChanges)
 {
     int count = 0;
-    const auto token = harness->center().addObserver(UserDefaults::didChangeNotification, &domains.standard(),
-                                                     nullptr, [&](const Notification&) { ++count; });
+    const auto token =
+        harness->center().addObserver(UserDefaults::didChangeNotification, &domains.standard(), nullptr,
+                                      [&, thread = std::this_thread::get_id()](const Notification&) {
+                                          ++count;
+                                          EXPECT_EQ(std::this_thread::get_id(), thread);
+                                      });
     const std::array<UserDefaults::Entry, 2> entries{{{"a", 1}, {"b", 2}}};
     domains.standard().write(entries);
     EXPECT_EQ(count, 0) << "no notification inside the write";

@@ -13,10 +13,12 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <poll.h>
 #include <stdexcept>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
@@ -103,6 +105,7 @@ TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
     EXPECT_THROW(Linux::sendToLocalPushService(socketFile, "{}"), std::system_error);
     // A socket file left by a killed application does not prevent the next start.
     folder.write("run/push.sock", "");
+    folder.write("run/push.sock.new", "");
     LocalPushService service = makeService();
     service.start(*this);
     EXPECT_EQ(send("{}"), "ok");
@@ -110,6 +113,7 @@ TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
 
 TEST_F(LocalPushServiceTest, FailsRegistrationWhenTokenCannotBeStored)
 {
+    store.set("LocalPush.Token", Data(LocalPushService::tokenSize - 1)); // Damaged.
     LocalPushService service = makeService();
     service.start(*this);
     for (const bool isWritable : {false, true}) {
@@ -119,6 +123,7 @@ TEST_F(LocalPushServiceTest, FailsRegistrationWhenTokenCannotBeStored)
         EXPECT_EQ(tokens.size(), isWritable ? 1U : 0U);
         EXPECT_EQ(failures.size(), 1U);
     }
+    EXPECT_EQ(tokens.front().size(), LocalPushService::tokenSize);
 }
 
 TEST_F(LocalPushServiceTest, RepliesToEachPayload)
@@ -132,6 +137,7 @@ TEST_F(LocalPushServiceTest, RepliesToEachPayload)
         {"object", R"({"aps": {"alert": "Hello"}})", "ok"},
         {"4096 bytes", padded(4096), "ok"},
         {"4097 bytes", padded(4097), "error: the payload is larger than 4096 bytes"},
+        {"1 MiB", padded(1 << 20), "error: the payload is larger than 4096 bytes"},
         {"refused", R"({"refuse": true})", "error: as asked"},
         {"emoji and escapes", "{\"aps\": {\"alert\": \"\xF0\x9F\x91\x8B \\u0007\"}}", "ok"},
         {"empty", "", "error: the payload is not a JSON object"},
@@ -184,6 +190,35 @@ TEST_F(LocalPushServiceTest, DisconnectsTheIdlestPeerWhenFull)
     EXPECT_EQ(availableReply(idle[1]), "") << "it has sent data";
     EXPECT_THAT(availableReply(idle[2]), StartsWith("error: too many connections"));
     EXPECT_EQ(availableReply(idle[3]), "");
+}
+
+TEST_F(LocalPushServiceTest, DisconnectsSlowPeersAndOtherUsers)
+{
+    LocalPushService service({store, loop, adapterLog}, socketFile, 300ms);
+    service.start(*this);
+    const auto reply = [](const Storage::FileDescriptor& socket) {
+        pollfd arrival{.fd = socket.get(), .events = POLLIN, .revents = 0};
+        EXPECT_EQ(::poll(&arrival, 1, 20'000), 1);
+        return availableReply(socket);
+    };
+    const auto slow = Linux::connectToPrivateSocket(socketFile, 20s);
+    pollfd ended{.fd = slow.get(), .events = POLLIN, .revents = 0};
+    for (int count = 0; count < 1000 && ::poll(&ended, 1, 20) == 0; ++count)
+        ::send(slow.get(), " ", 1, MSG_NOSIGNAL); // Does not renew the timeout.
+    EXPECT_THAT(availableReply(slow), StartsWith("error: the payload was not complete in time"));
+    EXPECT_THROW(Linux::listenOnPrivateSocket(folder.path(std::string(120, 'x'))), std::system_error);
+    if (::geteuid() != 0)
+        return;
+    for (const auto& path : {folder.path(), folder.path("run"), socketFile})
+        ::chmod(path.c_str(), 0777);
+    Storage::FileDescriptor foreign(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    socketFile.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    // Of this thread only, unlike the library's functions.
+    ::syscall(SYS_setresuid, -1, otherUser, -1);
+    EXPECT_EQ(::connect(foreign.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::syscall(SYS_setresuid, -1, 0, -1);
+    EXPECT_THAT(reply(foreign), StartsWith("error: only the user who runs this application"));
 }
 
 TEST_F(LocalPushServiceTest, ListensOnlyInAPrivateFolder)
@@ -258,6 +293,8 @@ TEST_F(LocalPushServiceTest, StartDoesNotBlockOnABusySocket)
             waiting.push_back(Linux::connectToPrivateSocket(socketFile, 1s));
     };
     EXPECT_THROW(fill(), std::system_error);
+    char byte = 0;
+    EXPECT_EQ(::recv(waiting.front().get(), &byte, 1, 0), -1) << "it waits for a limited time";
     std::promise<void> isStarted;
     const auto rescue = std::async(std::launch::async, [&, started = isStarted.get_future()] {
         started.wait_for(5s);

@@ -38,4 +38,17 @@ TEST(ProcessSignalsTest, ReloadHandlerIsCalledOnlyWhileSet)
     signals.setReloadHandler({});
 }
 
+TEST(ProcessSignalsTest, SignalsAreBlockedUntilItIsDestroyed)
+{
+    for (const bool isEnded : {false, true}) {
+        ProcessSignals::block();
+        if (isEnded)
+            const ProcessSignals signals([] {}, [] {});
+        sigset_t blocked{};
+        ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP, ProcessSignals::reloadSignal})
+            EXPECT_EQ(::sigismember(&blocked, signal), isEnded ? 0 : 1);
+    }
+}
+
 } // namespace

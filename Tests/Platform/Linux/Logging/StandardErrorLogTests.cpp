@@ -7,10 +7,10 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cstdlib>
 #include <string>
 #include <unistd.h>
 
-using namespace Platform;
 using namespace Platform;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Logging;
@@ -50,6 +50,18 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
     }
 }
 
+TEST(StandardErrorLogTest, ShowsPrivateDataOnlyOnRequest)
+{
+    constexpr const char* name = "QUORVANE_LOG_PRIVATE_DATA";
+    const char* previous = std::getenv(name);
+    const std::string restored = previous == nullptr ? "" : previous;
+    for (const char* value : {"", "1", "shown", "show"}) {
+        ::setenv(name, value, 1);
+        EXPECT_EQ(privateDataFromEnvironment() == PrivateData::shown, value == std::string("show")) << value;
+    }
+    ::setenv(name, restored.c_str(), 1);
+}
+
 TEST(AdapterLogTest, EscapesUnprintableCharacters)
 {
     RecordingUnifiedLog log;
@@ -71,11 +83,13 @@ TEST(StandardErrorLogTest, DropsLinesInsteadOfBlocking)
     std::string received(1 << 20, '\0');
     EXPECT_GT(::read(pipe[0], received.data(), received.size()), 0);
     log.write({"s", "c"}, LogType::info, LogVisibility::public_, "read again");
+    log.write({"s", "c"}, LogType::info, LogVisibility::public_, "no more lost");
     received.resize(static_cast<std::size_t>(::read(pipe[0], received.data(), received.size())));
     ::dup2(standardError, STDERR_FILENO);
     for (const int end : {pipe[0], pipe[1], standardError})
         ::close(end);
-    EXPECT_THAT(received, testing::MatchesRegex("\n\\([0-9]+ lines lost\\)\n[^\n]* read again\n"));
+    EXPECT_THAT(received,
+                testing::MatchesRegex("\n\\([0-9]+ lines lost\\)\n[^\n]* read again\n[^\n]* no more lost\n"));
 }
 
 } // namespace
