@@ -2,6 +2,7 @@
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/OutcomeRecorder.h"
 #include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -13,7 +14,9 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
+#include <tuple>
 
 using namespace Platform;
 using namespace std::chrono_literals;
@@ -203,6 +206,39 @@ TEST_P(UserDefaultsContractTest, ManagedConfigurationIsReadOnly)
     EXPECT_FALSE(standard.set(UserDefaults::managedConfigurationKey, PropertyList::Dictionary{{"a", 1}}));
     EXPECT_EQ(standard.object(UserDefaults::managedConfigurationKey), std::nullopt);
     EXPECT_FALSE(standard.removeObject(UserDefaults::managedConfigurationKey));
+}
+
+TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
+{
+    const TemporaryFolder folder;
+    RecordingUnifiedLog log;
+    const AdapterLog adapterLog{log, "test"};
+    ManualScheduler scheduler;
+    NotificationCenter center;
+    FakeUserDefaults store;
+    OutcomeRecorder outcomes({store, scheduler, scheduler.mainQueue, scheduler});
+    Linux::DeviceDefaults defaults({folder.path("state"), {.files = {folder.path("managed.json")}}},
+                                   Storage::SQLiteUserDefaults::Access::readWrite, scheduler, adapterLog);
+    defaults.recordErrors(outcomes);
+    const auto managed = [&] {
+        defaults.reloadPolicy(center, scheduler.mainQueue);
+        auto found = defaults.standard().object(UserDefaults::managedConfigurationKey);
+        scheduler.advance(2s);
+        return found;
+    };
+    const std::tuple<const char*, mode_t, Outcome::Kind> cases[] = {
+        {"{", 0600, Outcome::Kind::malformed},
+        {"{}", 0602, Outcome::Kind::untrusted},
+        {"{", 0600, Outcome::Kind::malformed},
+    };
+    for (const auto& [content, mode, kind] : cases) {
+        folder.write("managed.json", content);
+        ::chmod(folder.path("managed.json").c_str(), mode);
+        EXPECT_EQ(managed(), std::nullopt);
+        EXPECT_EQ(storedOutcomes(store).at(Outcome::Subject::configurationError).kind, kind);
+    }
+    folder.write("managed.json", R"({"a": 1})");
+    EXPECT_EQ(managed(), PropertyList(PropertyList::Dictionary{{"a", 1}}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,

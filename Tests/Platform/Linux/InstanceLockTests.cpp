@@ -162,6 +162,9 @@ TEST_F(InstanceLockTest, AcceptsOnlyARegularFile)
     EXPECT_THAT([&] { InstanceLock::acquire(file); },
                 ThrowsMessage<std::runtime_error>(HasSubstr("instance.lock is a link")));
     EXPECT_FALSE(std::filesystem::exists(folder.path("elsewhere")));
+    const Child lockedElsewhere([&] { return lock(); });
+    EXPECT_TRUE(lockedElsewhere.isReady());
+    EXPECT_FALSE(InstanceLock::holder(file));
 }
 
 } // namespace

@@ -9,9 +9,10 @@
 
 #include <gmock/gmock.h>
 
-#include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -64,11 +65,28 @@ protected:
     /// Ends the trial and lets the upgrade notice it.
     void endTrial()
     {
-        folder.write("program.end", "\n");
+        const int end = ::open(folder.path("program.end").c_str(), O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(::write(end, "\n", 1), 1);
         siginfo_t ended{};
-        while (::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+        for (int count = 0; count < 20'000 && ended.si_pid == 0; ++count) {
+            ::usleep(1000);
+            ::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT | WNOHANG);
         }
+        ::close(end);
         scheduler.advance(100ms);
+    }
+    /// Returns the exit code of a process that performs the restart: 1 unless it was requested.
+    int exitCodeOfRestart(const std::function<void()>& prepare = [] {})
+    {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            prepare();
+            restart.performIfRequested();
+            ::_exit(1);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
     }
     /// Returns and forgets the runs of the script.
     std::vector<std::string> runs()
@@ -96,7 +114,7 @@ protected:
 TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
 {
     upgrade.setHasWindow(true);
-    install("exit 0");
+    install("[ \"$2\" = --version ] || exit 42");
     EXPECT_THAT(log.takeLines(), ElementsAre(testing::StartsWith(program.string() + " was replaced")));
     upgrade.watch(watcher);
     EXPECT_THAT(log.takeLines(), IsEmpty()) << "once";
@@ -112,11 +130,16 @@ TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
     endTrial();
     EXPECT_THAT(runs(), ElementsAre("--background --version"));
     EXPECT_EQ(quitCount, 0) << "work has begun during the trial";
+    EXPECT_EQ(exitCodeOfRestart(), 1);
+    upgrade.setHasWindow(true);
     work.reset();
-    scheduler.runUntilIdle();
+    scheduler.advance(1h);
+    EXPECT_THAT(runs(), IsEmpty());
+    upgrade.setHasWindow(false);
     scheduler.advance(ProgramUpgrade::quietTime);
     endTrial();
     EXPECT_EQ(quitCount, 1);
+    EXPECT_EQ(exitCodeOfRestart(), 42);
 }
 
 TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)
@@ -144,23 +167,13 @@ TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)
 TEST_F(ProgramUpgradeTest, RestartIsPerformedUnlessCanceled)
 {
     install("exit 42");
-    const auto exitCode = [this](bool isRequested, bool isCanceled) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            if (isCanceled)
-                restart.cancel();
-            if (isRequested)
-                restart.request();
-            restart.performIfRequested();
-            ::_exit(1);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
-    };
-    EXPECT_EQ(exitCode(false, false), 1);
-    EXPECT_EQ(exitCode(true, true), 1);
-    EXPECT_EQ(exitCode(true, false), 42);
+    EXPECT_EQ(exitCodeOfRestart(), 1);
+    EXPECT_EQ(exitCodeOfRestart([&] { restart.request(); }), 42);
+    EXPECT_EQ(exitCodeOfRestart([&] {
+                  restart.cancel();
+                  restart.request();
+              }),
+              1);
     EXPECT_THAT(runs(), ElementsAre("--background"));
 }
 
