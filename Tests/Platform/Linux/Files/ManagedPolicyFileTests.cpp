@@ -31,8 +31,6 @@ INSTANTIATE_TEST_SUITE_P(, PolicyPartTest,
                                                     "quorvane/managed.d/60.plist", true}),
                          caseName<PolicyPart>);
 
-/// Makes the test and the watcher access files as an unprivileged user. Commands run as root.
-
 TEST_P(PolicyPartTest, InvalidFileKeepsItsLastContentAndLogsOnce)
 {
     using State = PolicyFileReading::State;
@@ -142,12 +140,6 @@ TEST_P(PolicyPartTest, ChangeDuringAReadIsReadNext)
     EXPECT_EQ(policy.dictionary(), dictionary(1));
 }
 
-/// Returns the events for which a folder is watched; 0 if it is not watched.
-
-/// Runs while this process has almost no file descriptor left.
-
-/// A policy file that is watched in a process of its own.
-
 TEST_F(ManagedPolicyFileTest, NeverReadsAnUntrustedFileThatComesAndGoes)
 {
     folder.write("etc/mine", json(1));
@@ -247,11 +239,8 @@ TEST_P(PolicyPartTest, RejectsWhatIsNotARegularFile)
 }
 
 /// A configuration in short: "b: k1 l2 a: m3" has the policy file {"k": 1, "l": 2} and the fragment a.json
-
 /// {"m": 3}. A "!" makes a file incomplete, "#" makes it writable by others, and "<9" is a property list with
-
 /// the value 9 for k.
-
 class FragmentTest : public ManagedPolicyFileTest {
 protected:
     void write(const std::string& files) const

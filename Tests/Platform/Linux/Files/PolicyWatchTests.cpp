@@ -1,7 +1,7 @@
 #include "Platform/Linux/Files/PathWatch.h"
-#include "Tests/Fakes/IsolatedProcess.h"
 #include "Tests/Fakes/MappedFile.h"
 #include "Tests/Platform/Linux/Files/ManagedPolicyFileTest.h"
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 
 #include <fmt/format.h>
 
@@ -94,6 +94,7 @@ TEST_P(PolicyPartTest, ChangeWithoutEventIsFoundByThePeriodicCheck)
     EXPECT_EQ(changeCount, 3);
 }
 
+/// Makes the test and the watcher access files as an unprivileged user. Commands run as root.
 struct UnprivilegedThread {
     static constexpr uid_t user = 12345;
     UnprivilegedThread() { ::setfsuid(user); }
@@ -194,6 +195,7 @@ TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
     }
 }
 
+/// Returns the inotify(7) events that are watched in a folder; 0 if it is not watched.
 std::uint32_t watchMask(const fs::path& path)
 {
     struct stat status {};
@@ -235,6 +237,7 @@ TEST_F(ManagedPolicyFileTest, WatchesNoMoreThanNeeded)
                 testing::IsEmpty());
 }
 
+/// Runs `work` while this process cannot open files.
 void withoutDescriptors(const std::function<void()>& work)
 {
     rlimit limit{};
@@ -279,6 +282,7 @@ TEST_F(ManagedPolicyFileTest, IsReportedOnceAndDespiteLostEvents)
     EXPECT_TRUE(eventually([&] { return policy.dictionary() == dictionary(4); }));
 }
 
+/// A policy file for an isolated process, which may start a thread only after it was created.
 struct IsolatedPolicy {
     TemporaryFolder folder;
     RecordingUnifiedLog log;

@@ -1,7 +1,7 @@
 #include "Platform/Linux/Logging/JournalLog.h"
 
-#include "Tests/Fakes/IsolatedProcess.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 
 #include <gmock/gmock.h>
 
