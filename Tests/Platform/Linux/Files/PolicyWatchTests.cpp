@@ -273,6 +273,7 @@ TEST_F(ManagedPolicyFileTest, IsReportedOnceAndDespiteLostEvents)
     EXPECT_EQ(changeCount, 1);
     folder.replace(file, json(3));
     ASSERT_TRUE(isBlocked.try_acquire_for(std::chrono::seconds(20)));
+    EXPECT_EQ(policy.dictionary(), dictionary(3));
     int limit = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
     for (int count = 0; count <= limit; ++count) // Equal events in a row are queued as one.
