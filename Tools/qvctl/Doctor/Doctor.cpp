@@ -93,7 +93,7 @@ ExitCode doctor(const Options& options, const DoctorOptions& limits)
                                 if (!options.isJSON)
                                     printCheck(check);
                             })};
-    for (const auto examine : {examinePolicy, examineState, examineSuite, examineNotifications,
+    for (const auto examine : {examinePolicy, examineState, examineSuite, examineBus, examineNotifications,
                                examineBackend, examineUpload, examineOutcomes})
         examine(examination);
     if (options.isJSON)

@@ -5,6 +5,7 @@
 #include "Platform/Date.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/Linux/InstanceLock.h"
+#include "Platform/Linux/SessionBusNames.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Doctor/CheckReport.h"
@@ -12,7 +13,6 @@
 
 #include <optional>
 #include <string>
-#include <sys/types.h>
 
 namespace Qvctl::Doctor {
 
@@ -29,6 +29,8 @@ struct Examination {
     std::optional<Core::ConfigurationSnapshot> snapshot = {};
     /// The process of the app; absent if the app is not running.
     std::optional<Platform::Linux::InstanceLock::Holder> application = {};
+    /// Absent if the session bus is not available.
+    std::optional<Platform::Linux::SessionBusNames> busNames = {};
     /// What the app has recorded about its push service; absent if an older version of the app was used.
     std::optional<Platform::Push::PushServiceState> pushService = {};
 };
@@ -38,6 +40,7 @@ struct Examination {
 void examinePolicy(Examination& examination);
 void examineState(Examination& examination);
 void examineSuite(Examination& examination);
+void examineBus(Examination& examination);
 void examineNotifications(Examination& examination);
 void examineBackend(Examination& examination);
 void examineUpload(Examination& examination);

@@ -2,7 +2,6 @@
 
 #include "Core/Constants.h"
 #include "Platform/Linux/Bus/UnifiedPushDistributors.h"
-#include "Platform/Linux/SessionBusNames.h"
 #include "Platform/Push/PushRegistrationError.h"
 #include "Platform/Push/PushServiceState.h"
 #include "Platform/Push/ShellState.h"
@@ -258,13 +257,14 @@ void checkRegistration(Examination& examination, const InspectedStore& shell,
         report.warning("push.registration", found + problem->found + ".", problem->fix);
 }
 
-std::optional<SessionBusNames> queryBus(Examination& examination)
+} // namespace
+
+void examineBus(Examination& examination)
 {
     CheckReport& report = examination.report;
     try {
-        auto names = SessionBusNames::query(examination.limits.timeout);
+        examination.busNames = SessionBusNames::query(examination.limits.timeout);
         report.ok("bus.session", "The session bus is available.");
-        return names;
     } catch (const SessionBusError& error) {
         if (examination.options.isOtherUser && std::getenv("XDG_RUNTIME_DIR") == nullptr)
             report.failed("bus.session",
@@ -275,16 +275,13 @@ std::optional<SessionBusNames> queryBus(Examination& examination)
         else
             report.failed("bus.session", fmt::format("The session bus is not available: {}.", error.what()),
                           "Run this command in the desktop session of the app's user.");
-        return std::nullopt;
     }
 }
-
-} // namespace
 
 void examineNotifications(Examination& examination)
 {
     CheckReport& report = examination.report;
-    const auto names = queryBus(examination);
+    const auto& names = examination.busNames;
     std::optional<InspectedStore> shell;
     if (!report.isPrevented("notifications.permission", {"state.folder"})) {
         checkPermission(examination, shell.emplace(examination.paths->shellState()));
