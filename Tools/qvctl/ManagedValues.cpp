@@ -78,13 +78,18 @@ std::string joinedValues(const ManagedKey& key, const Core::ValidatedConfig& con
     return fmt::format("{}", fmt::join(Core::valuesOf(key, config), ", "));
 }
 
+bool isDifferent(const ManagedKey& key, const Core::ValidatedConfig& left, const Core::ValidatedConfig& right)
+{
+    const auto first = Core::valuesOf(key, left);
+    const auto second = Core::valuesOf(key, right);
+    return !std::equal(first.begin(), first.end(), second.begin(), second.end());
+}
+
 std::string differingKeys(const Core::ValidatedConfig& left, const Core::ValidatedConfig& right)
 {
     std::string keys;
     for (const ManagedKey& key : Core::managedKeys()) {
-        const auto first = Core::valuesOf(key, left);
-        const auto second = Core::valuesOf(key, right);
-        if (!std::equal(first.begin(), first.end(), second.begin(), second.end()))
+        if (isDifferent(key, left, right))
             keys.append(keys.empty() ? "" : ", ").append(key.name);
     }
     return keys;

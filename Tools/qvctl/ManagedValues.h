@@ -24,6 +24,10 @@ Core::ValidatedConfig maskedConfig(Core::ValidatedConfig config, bool isRevealin
 /// The value of `key` on one line; empty if it has none.
 std::string joinedValues(const Core::ManagedKey& key, const Core::ValidatedConfig& config);
 
+/// Whether the values of `key` differ.
+bool isDifferent(const Core::ManagedKey& key, const Core::ValidatedConfig& left,
+                 const Core::ValidatedConfig& right);
+
 /// The names of the keys whose values differ, separated by commas; empty if none do.
 std::string differingKeys(const Core::ValidatedConfig& left, const Core::ValidatedConfig& right);
 

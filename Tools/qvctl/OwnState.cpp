@@ -3,12 +3,13 @@
 #include "Core/Constants.h"
 #include "Platform/Storage/PathWalk.h"
 #include "Tools/qvctl/Commands.h"
+#include "Tools/qvctl/UserAccounts.h"
 
 #include <fmt/format.h>
 
 #include <array>
 #include <filesystem>
-#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Qvctl {
@@ -17,12 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Platform::Storage::PathStep;
-
-std::string userName(uid_t user)
-{
-    const passwd* entry = ::getpwuid(user);
-    return entry != nullptr ? entry->pw_name : std::to_string(user);
-}
 
 [[noreturn]] void refuse(const std::string& reason)
 {

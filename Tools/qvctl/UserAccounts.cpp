@@ -35,6 +35,12 @@ std::filesystem::path UserAccount::stateFolder() const
     return Platform::Linux::DevicePaths::defaultStateFolder(home);
 }
 
+std::string userName(uid_t user)
+{
+    const passwd* entry = ::getpwuid(user);
+    return entry != nullptr ? entry->pw_name : std::to_string(user);
+}
+
 std::vector<UserAccount> listAccounts()
 {
     std::vector<UserAccount> accounts;

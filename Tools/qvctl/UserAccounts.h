@@ -18,6 +18,9 @@ struct UserAccount {
     [[nodiscard]] std::filesystem::path stateFolder() const;
 };
 
+/// Returns the name of the user, or the ID if the database has none.
+std::string userName(uid_t user);
+
 /// Returns all accounts that the database lists.
 std::vector<UserAccount> listAccounts();
 

@@ -14,7 +14,6 @@
 #include <exception>
 #include <fcntl.h>
 #include <grp.h>
-#include <list>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>

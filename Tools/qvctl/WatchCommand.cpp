@@ -9,7 +9,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <optional>
@@ -43,12 +42,12 @@ std::vector<Change> changes(const ConfigurationSnapshot& before, const Configura
     const Core::ValidatedConfig printed = maskedConfig(after.config, isRevealing);
     std::vector<Change> list;
     for (const ManagedKey& key : printedKeys()) {
-        const auto oldTexts = Core::valuesOf(key, before.config);
-        const auto newTexts = Core::valuesOf(key, after.config);
-        if (!std::equal(oldTexts.begin(), oldTexts.end(), newTexts.begin(), newTexts.end()))
-            list.push_back({key, !newTexts.empty() ? joinedValues(key, printed)
-                                 : key.isList()    ? "none"
-                                                   : "absent"});
+        if (!isDifferent(key, before.config, after.config))
+            continue;
+        std::string text = joinedValues(key, printed);
+        if (text.empty())
+            text = key.isList() ? "none" : "absent";
+        list.push_back({key, std::move(text)});
     }
     return list;
 }

@@ -11,14 +11,13 @@
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Policy/PolicyFiles.h"
+#include "Tools/qvctl/UserAccounts.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <optional>
-#include <pwd.h>
 #include <string>
 #include <sys/eventfd.h>
 #include <system_error>
@@ -40,18 +39,6 @@ using namespace Platform::Linux::Files;
 
 /// For reading and storing a large configuration after the debounce.
 constexpr std::chrono::milliseconds applyTimeout = 10s;
-
-std::vector<ManagedKey> changedKeys(const Core::ValidatedConfig& before, const Core::ValidatedConfig& after)
-{
-    std::vector<ManagedKey> keys;
-    for (const ManagedKey& key : printedKeys()) {
-        const auto old = Core::valuesOf(key, before);
-        const auto now = Core::valuesOf(key, after);
-        if (!std::equal(old.begin(), old.end(), now.begin(), now.end()))
-            keys.push_back(key);
-    }
-    return keys;
-}
 
 /// Reloads the app that uses the state of `device`.
 ApplicationProcess requestReload(const Device& device)
@@ -119,15 +106,9 @@ ConfigurationSnapshot waitForChange(LiveSession& session, const SuiteWatch& suit
                                     "file, or its log shows why: qvctl log");
 }
 
-std::string nameOf(uid_t user)
-{
-    const passwd* entry = ::getpwuid(user);
-    return entry != nullptr ? entry->pw_name : std::to_string(user);
-}
-
 json::object applicationJSON(const ApplicationProcess& process)
 {
-    return {{"user", nameOf(process.user())}, {"processId", process.identifier()}};
+    return {{"user", userName(process.user())}, {"processId", process.identifier()}};
 }
 
 void printResult(const Options& options, const ApplicationProcess& process,
@@ -158,7 +139,7 @@ ExitCode reloadAll(const Options& options)
             continue;
         reached.push_back(applicationJSON(process));
         if (!options.isJSON)
-            print("Reloaded the app of {} (process {})\n", nameOf(process.user()), process.identifier());
+            print("Reloaded the app of {} (process {})\n", userName(process.user()), process.identifier());
     }
     if (reached.empty())
         throw CommandError(unavailable, "the app runs for no user");
@@ -187,7 +168,10 @@ ExitCode reload(const Options& options)
         return success;
     }
     const auto after = waitForChange(session, suite, device, before);
-    const auto changed = changedKeys(before ? before->config : Core::ValidatedConfig{}, after.config);
+    auto changed = printedKeys();
+    std::erase_if(changed, [&](const ManagedKey& key) {
+        return !isDifferent(key, before ? before->config : Core::ValidatedConfig{}, after.config);
+    });
     printResult(options, process, after, changed);
     return success;
 }
