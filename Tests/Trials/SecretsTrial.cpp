@@ -263,6 +263,7 @@ void requireNoneInBundles(TrialDevice& device, Canaries& canaries)
         R"({"api_key": "canary)",
         "<plist><dict><key>canary</key><canary/></dict></plist>"};
     device.replacePolicy(applied);
+    fs::create_directory(device.path("policy/managed.d"));
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "show");
     const auto application = device.startApplication({"--log-stderr", "--push", "off"});
     require(application->waitForLine("Configuration updated"), "the application did not apply the policy");
@@ -272,15 +273,23 @@ void requireNoneInBundles(TrialDevice& device, Canaries& canaries)
     for (const std::string& text : policies) {
         for (const char* mode : {"600", "666"}) { // Trusted and not.
             device.replacePolicy(text);
-            const auto bundle = device.startShell(fmt::format(
-                "chmod {} $QUORVANE_MANAGED_CONFIGURATION; rm -rf $DEVICE/bundle; mkdir $DEVICE/bundle; "
-                "$QVCTL bundle - | tar -xvz -C $DEVICE/bundle; tail -n +1 $DEVICE/bundle/*",
-                mode));
-            bundle->waitForExit();
-            const auto lines = fmt::format("{}", fmt::join(bundle->lines(), "\n"));
-            for (const char* part : {"ConfigSnapshot", "\"policy.file\"", "\"hash\"", "shell.sqlite"})
-                require(lines.find(part) != lines.npos, "the bundle lacks {}: {}", part, lines);
-            canaries.requireNone("a support bundle", lines);
+            device.write(device.path("policy/managed.d/50.json"), text);
+            // The policy file, and a folder with a fragment of the same content.
+            for (const char* policy : {"$QUORVANE_MANAGED_CONFIGURATION", "$DEVICE/policy/managed.d"}) {
+                const auto bundle = device.startShell(
+                    fmt::format("chmod {0} $DEVICE/policy/managed.json $DEVICE/policy/managed.d/50.json; "
+                                "rm -rf $DEVICE/bundle; mkdir $DEVICE/bundle; $QVCTL bundle - "
+                                "--managed-configuration {1} | "
+                                "tar -xvz -C $DEVICE/bundle; tail -n +1 $DEVICE/bundle/*",
+                                mode, policy));
+                bundle->waitForExit();
+                const auto lines = fmt::format("{}", fmt::join(bundle->lines(), "\n"));
+                for (const char* part :
+                     {"ConfigSnapshot", "\"policy.file\"", "\"hash\"", "shell.sqlite",
+                      fs::path(policy).filename() == "managed.d" ? "50.json" : "managed.json"})
+                    require(lines.find(part) != lines.npos, "the bundle lacks {}: {}", part, lines);
+                canaries.requireNone("a support bundle", lines);
+            }
         }
     }
 }
