@@ -175,6 +175,28 @@ TEST_F(BackendTest, ClientServesConcurrentTasks)
     EXPECT_EQ(backend.takeRequests().size(), static_cast<std::size_t>(taskCount));
 }
 
+TEST_F(BackendTest, PushesAreEncryptedAndRefusalsReported)
+{
+    const std::string subscription =
+        Push::webPushSubscription(backend.baseURL() + "/push?x=1", Push::WebPushKeys::generate());
+    Data bytes(subscription.size());
+    std::memcpy(bytes.data(), subscription.data(), bytes.size());
+    const PushRoutes routes{"/nowhere/push.sock", backend.certificateAuthority()};
+    pushToDevice(hexadecimalText(bytes), "canary", routes);
+    const auto requests = backend.takeRequests();
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /push?x=1");
+    EXPECT_THAT(requests[0].headerFields,
+                AllOf(Contains(Pair("Content-Encoding", "aes128gcm")), Contains(Pair("TTL", "86400"))));
+    EXPECT_THAT(requests[0].body, Not(HasSubstr("canary")));
+    for (const int status : {302, 404, 503}) {
+        backend.setReply("*", {.status = status});
+        EXPECT_THAT([&] { pushToDevice(hexadecimalText(bytes), "{}", routes); },
+                    testing::ThrowsMessage<std::runtime_error>(
+                        HasSubstr(fmt::format("answered with status {}", status))));
+    }
+}
+
 /// No server is listening, so the error names the address to which the push was sent.
 TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
 {
@@ -187,6 +209,10 @@ TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
         {std::string(31, '\xab'), "neither a Web Push subscription nor"},
         {R"({"endpoint": "https://127.0.0.1:1/"})", "no object \"keys\""},
         {subscription, "127.0.0.1:1 cannot be reached"},
+        {Push::webPushSubscription("https://user@127.0.0.1:1/x", Push::WebPushKeys::generate()),
+         "contains a user name"},
+        {Push::webPushSubscription("ftp://127.0.0.1:1/x", Push::WebPushKeys::generate()),
+         "is not a URL that begins with"},
     };
     const PushRoutes routes{"/nowhere/push.sock", {}};
     for (const auto& [bytes, reason] : rows) {
@@ -194,6 +220,15 @@ TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
         std::memcpy(token.data(), bytes.data(), bytes.size());
         EXPECT_THAT([&] { pushToDevice(hexadecimalText(token), "{}", routes); },
                     testing::ThrowsMessage<std::runtime_error>(HasSubstr(reason)));
+    }
+    TestBackend::Request upload{"POST", "/devices/D/token", {}, R"({"token": "ab"})"};
+    EXPECT_EQ(uploadedToken(upload), "ab");
+    for (const auto& [method, target, body] :
+         {std::tuple("GET", "/token", R"({"token": "ab"})"),
+          std::tuple("POST", "/tokens", R"({"token": "ab"})"),
+          std::tuple("POST", "/token", R"({"token": 1})"), std::tuple("POST", "/token", "[]")}) {
+        upload = {method, target, {}, body};
+        EXPECT_EQ(uploadedToken(upload), std::nullopt) << method << target << body;
     }
     for (const char* token : {"", "7", "zz"})
         EXPECT_THAT([&] { pushToDevice(token, "{}", routes); },

@@ -1,14 +1,5 @@
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/InstanceLock.h"
-#include "Platform/Network/ExchangeRecord.h"
-#include "Platform/Outcome.h"
-#include "Platform/Push/PushServiceState.h"
-#include "Platform/Push/UnifiedPushRegistration.h"
 #include "Platform/Storage/FileDescriptor.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
-#include "Platform/SystemClock.h"
-#include "Platform/URLSession.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tools/Backend/TestBackend.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
@@ -144,8 +135,7 @@ protected:
                      "[D-BUS Service]\nName=org.freedesktop.Notifications\nExec=/bin/false\n");
         device.write(device.path("services/dbus-1/services/app.service"),
                      "[D-BUS Service]\nName=com.quorvane.mdm\nExec=/bin/false\n");
-        bus = startBus("bus", "services");
-        bareBus = startBus("bare-bus", "none");
+        bus = startBus();
         // doctor must not depend on private data in the log.
         device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
         application = device.startApplication({"--log-stderr", "--push", "local"});
@@ -169,15 +159,6 @@ protected:
         EXPECT_TRUE(isUploaded);
         application->signal(SIGSTOP);
     }
-    void restartApplication(int uploadStatus)
-    {
-        application->signal(SIGCONT);
-        application->signal(SIGTERM);
-        EXPECT_EQ(application->waitForExit(), 0);
-        application = device.startApplication({"--log-stderr", "--push", "local"});
-        stopAfterUpload(uploadStatus);
-    }
-
     void restartBackend(Certificate certificate)
     {
         replacement.reset();
@@ -201,13 +182,12 @@ protected:
         return fmt::format(R"({{"base_domain": "{}", "device_id": "DEV-1", "api_key": {}}})", baseDomain,
                            apiKey);
     }
-    [[nodiscard]] std::unique_ptr<ChildProcess> startBus(const std::string& socket,
-                                                         const std::string& data) const
+    [[nodiscard]] std::unique_ptr<ChildProcess> startBus() const
     {
         auto daemon = std::make_unique<ChildProcess>(
             std::vector<std::string>{"/usr/bin/dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                     "--print-address", "--address=" + address(socket)},
-            ChildProcess::Environment{{"XDG_DATA_HOME", device.path(data)},
+                                     "--print-address", "--address=" + address("bus")},
+            ChildProcess::Environment{{"XDG_DATA_HOME", device.path("services")},
                                       {"XDG_DATA_DIRS", device.path("none")},
                                       {"XDG_RUNTIME_DIR", device.path("run")}});
         EXPECT_TRUE(daemon->waitForLine("unix:"));
@@ -252,7 +232,6 @@ protected:
     std::optional<TestBackend> backend;
     std::optional<PlainServer> replacement;
     std::unique_ptr<ChildProcess> bus;
-    std::unique_ptr<ChildProcess> bareBus;
     std::unique_ptr<ChildProcess> application;
 };
 
@@ -262,9 +241,6 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         return [=, this] { device.setEnvironment(name, value); };
     };
     const auto certificate = [this](Certificate kind) { return [=, this] { restartBackend(kind); }; };
-    const auto policyMode = [this](Permissions permissions) {
-        return [=, this] { fs::permissions(device.policyFile(), permissions); };
-    };
     const auto content = [this](const std::string& text) {
         return [=, this] { device.replacePolicy(text); };
     };
@@ -303,29 +279,10 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         {"nothing", nothing, nothing, "", ""},
         {"no policy", [&] { fs::remove(device.policyFile()); }, restored, "policy.file",
          "policy.permissions policy.syntax policy.values suite.current"},
-        {"a policy file that others can write", policyMode(Permissions::all), policyMode(Permissions::owner_all),
-         "policy.permissions", "policy.syntax policy.values suite.current"},
-        {"a truncated policy file", content("{\"api_key\": \"canary"), restored, "policy.syntax",
-         "policy.values suite.current"},
-        {"a value of the wrong type, not applied", content(policy("[\"canary\"]")), restored,
-         "policy.values suite.current", ""},
-        {"an invalid port", content(R"({"base_domain": "https://localhost:105751"})"), restored,
-         "policy.values suite.current backend.address", behindAddress},
-        {"another scheme", content(R"({"base_domain": "ftp://localhost"})"), restored,
-         "policy.values suite.current backend.address", behindAddress},
         {"spaces in the address", content(R"({"base_domain": "mdm acme com"})"), restored,
          "policy.values suite.current backend.address", behindAddress},
         {"no state folder", setter("XDG_DATA_HOME", device.policyFile()),
          setter("XDG_DATA_HOME", device.path("data")), "state.folder",
-         "app.running suite.readable suite.current notifications.permission push.distributor "
-         "push.registration upload.last push.last policy.lastError"},
-        {"state in a folder that others can write",
-         [&] {
-             fs::permissions(device.path(""), Permissions::others_read | Permissions::others_exec,
-                             fs::perm_options::add);
-             fs::permissions(device.path("data"), Permissions::all);
-         },
-         [&] { fs::permissions(device.path("data"), Permissions::owner_all); }, "state.folder",
          "app.running suite.readable suite.current notifications.permission push.distributor "
          "push.registration upload.last push.last policy.lastError"},
         {"no database",
@@ -341,16 +298,6 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
          "suite.readable", "suite.current upload.last"},
         {"no bus", setter(socket.c_str(), address("no-bus")), setter(socket.c_str(), address("bus")),
          "bus.session", "notifications.server"},
-        {"no notification server", setter(socket.c_str(), address("bare-bus")),
-         setter(socket.c_str(), address("bus")), "notifications.server", ""},
-        {"notifications denied",
-         [&] {
-             device.startConsole({"privacy", "revoke", "notifications"})->waitForExit();
-         },
-         [&] {
-             device.startConsole({"privacy", "grant", "notifications"})->waitForExit();
-         },
-         "notifications.permission", ""},
         {"no authorities", setter("SSL_CERT_FILE", device.path("none")),
          setter("SSL_CERT_FILE", device.path("authority.pem")), "backend.trust", "backend.certificate"},
         {"a proxy that is not there", proxy("localhost:1"), noProxy, "backend.proxy", afterProxy,
@@ -435,188 +382,6 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         EXPECT_THAT(diagnosis.text, testing::HasSubstr(row.found));
         EXPECT_THAT(diagnosis.text, testing::Not(testing::HasSubstr("canary")));
         row.repair();
-    }
-}
-
-TEST_F(DoctorTest, ReportsTheRecordsOfTheApp)
-{
-    using namespace Platform::Push;
-    using namespace Platform::Network;
-    using Kind = PushServiceKind;
-    using Failure = PushServiceState::Failure;
-    RecordingUnifiedLog log;
-    const Platform::AdapterLog adapterLog(log, "test");
-    const Platform::SystemClock clock;
-    Platform::Storage::SQLiteUserDefaults store(device.path("data/quorvane-mdm/shell.sqlite"),
-                                                Platform::Storage::SQLiteUserDefaults::Access::readWrite,
-                                                clock, adapterLog);
-    fs::create_directories(device.path("distributors/dbus-1/services"));
-    device.write(device.path("distributors/dbus-1/services/other.service"),
-                 "[D-BUS Service]\nName=org.unifiedpush.Distributor.other\nExec=/bin/false\n");
-    const auto distributorBus = startBus("distributor-bus", "distributors");
-    const std::string server = fmt::format("localhost:{}", port);
-    const ExchangeRecord uploaded = storedExchanges(store).at(server);
-    ExchangeRecord refused = uploaded;
-    refused.statusCode = 503;
-    ExchangeRecord unconnected = uploaded;
-    unconnected.statusCode = 0;
-    unconnected.errorCode = static_cast<std::int64_t>(Platform::URLError::Code::cannotConnectToHost);
-    ExchangeRecord other = uploaded;
-    other.method = "GET";
-    struct Case {
-        const char* name;
-        const char* bus;
-        std::optional<PushServiceState> service;
-        std::string distributor;
-        std::optional<ExchangeRecord> exchange;
-        const char* check;
-        const char* finding;
-        Platform::Outcomes outcomes = {};
-    };
-    using Platform::Outcome;
-    using Subject = Outcome::Subject;
-    constexpr Platform::Date longAgo{60};
-    const Platform::Date now = clock.now();
-    const auto push = [](Outcome::Result result, Outcome::Kind kind) {
-        return Platform::Outcomes{{Subject::push, {result, kind, 0, longAgo}}};
-    };
-    const auto error = [](Outcome::Kind kind, Platform::Date time) {
-        return Platform::Outcomes{{Subject::configurationError, {Outcome::Result::failed, kind, 0, time}}};
-    };
-    const std::optional<PushServiceState> local{{Kind::local}};
-    const Case cases[] = {
-        {"no push", "bus", local, "", uploaded, "push.last", "skipped: The app has not recorded"},
-        {"an accepted alert", "bus", local, "", uploaded, "push.last",
-         "ok: The last push, an alert on 2001-01-01 00:01 UTC, was accepted.",
-         push(Outcome::Result::succeeded, Outcome::Kind::alert)},
-        {"a refused push", "bus", local, "", uploaded, "push.last", "warning: The last push, a silent one on",
-         push(Outcome::Result::failed, Outcome::Kind::silent)},
-        {"a deferred push", "bus", local, "", uploaded, "push.last", "could not be accepted; the sender",
-         push(Outcome::Result::deferred, Outcome::Kind::silent)},
-        {"an unreadable push", "bus", local, "", uploaded, "push.last",
-         "warning: The last push, on 2001-01-01 00:01 UTC, was refused because its content could not be read",
-         push(Outcome::Result::failed, Outcome::Kind::none)},
-        {"no error", "bus", local, "", uploaded, "policy.lastError",
-         "ok: The app has not recorded any error"},
-        {"an error of the policy file", "bus", local, "", uploaded, "policy.lastError",
-         "ok: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file was not "
-         "trusted.",
-         error(Outcome::Kind::untrusted, longAgo)},
-        {"an error before the snapshot was stored", "bus", local, "", uploaded, "policy.lastError",
-         "ok: The last error", error(Outcome::Kind::notStored, longAgo)},
-        {"an error since the snapshot was stored", "bus", local, "", uploaded, "policy.lastError",
-         "the configuration could not be stored.", error(Outcome::Kind::notStored, now)},
-        {"an older application",
-         "bare-bus",
-         {},
-         "",
-         {},
-         "push.distributor",
-         "skipped: There is no push distributor on the session bus. The app has not recorded"},
-        {"an older application",
-         "bare-bus",
-         {},
-         "",
-         {},
-         "upload.last",
-         "skipped: The app has not recorded any requests"},
-        {"no request", "bus", {{Kind::local}}, "", {}, "upload.last", "warning: The app has not sent"},
-        {"uploaded", "bus", {{Kind::local}}, "", uploaded, "upload.last", "ok: The backend accepted"},
-        {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", "failed: The upload on "},
-        {"refused", "bus", {{Kind::local}}, "", refused, "upload.last", " failed with status 503."},
-        {"no connection", "bus", {{Kind::local}}, "", unconnected, "upload.last", "the connection failed."},
-        {"another request", "bus", {{Kind::local}}, "", other, "upload.last", "skipped: The last request"},
-        {"no socket",
-         "bus",
-         {{Kind::local, Failure{1, {}}}},
-         "",
-         uploaded,
-         "push.distributor",
-         "failed: The app does not accept pushes at"},
-        {"no session bus",
-         "distributor-bus",
-         {{Kind::unavailable}},
-         "",
-         uploaded,
-         "push.distributor",
-         "failed: The app has no access"},
-        {"a distributor",
-         "distributor-bus",
-         {{Kind::unifiedPush}},
-         "other",
-         uploaded,
-         "push.registration",
-         "bytes, from org.unifiedpush.Distributor.other."},
-        {"a distributor that is gone",
-         "distributor-bus",
-         {{Kind::unifiedPush}},
-         "gone",
-         uploaded,
-         "push.registration",
-         ", from org.unifiedpush.Distributor.gone, which is no longer on the session bus."},
-        {"a distributor that refuses",
-         "distributor-bus",
-         {{Kind::unifiedPush, Failure{6, {}}}},
-         "other",
-         uploaded,
-         "push.registration",
-         "the registration on 2001-01-01 00:00 UTC failed: the distributor refused it."},
-        {"an unknown failure",
-         "distributor-bus",
-         {{Kind::unifiedPush, Failure{-1, {}}}},
-         "other",
-         uploaded,
-         "push.registration",
-         "failed: unknown error."},
-        {"an app that the bus can start",
-         "bus",
-         {{Kind::unifiedPush}},
-         "",
-         uploaded,
-         "push.activation",
-         "ok: The session bus can start the app"},
-        {"an app that the bus cannot start",
-         "distributor-bus",
-         {{Kind::unifiedPush}},
-         "other",
-         uploaded,
-         "push.activation",
-         "failed: The session bus cannot start the app for a push: it has no service file"},
-        {"no pushes", "distributor-bus", {{Kind::off}}, "other", uploaded, "push.activation", "skipped: "},
-        {"no pushes",
-         "distributor-bus",
-         {{Kind::off}},
-         "other",
-         uploaded,
-         "push.registration",
-         "bytes, but the app runs with --push off."},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        device.setEnvironment("DBUS_SESSION_BUS_ADDRESS", address(row.bus));
-        store.removeObject("PushService.State");
-        store.removeObject("URLSession.LastExchanges");
-        storeOutcomes(store, row.outcomes);
-        if (row.service)
-            row.service->write(store);
-        if (row.exchange)
-            storeExchanges(store, {{server, *row.exchange}});
-        store.set(UnifiedPushRegistration::distributorKey,
-                  row.distributor.empty() ? "" : "org.unifiedpush.Distributor." + row.distributor);
-        const Diagnosis diagnosis = examine();
-        EXPECT_THAT(diagnosis.checks.at(row.check), testing::HasSubstr(row.finding)) << diagnosis.text;
-    }
-}
-
-TEST_F(DoctorTest, ReportsAFailedUploadUntilOneSucceeds)
-{
-    EXPECT_THAT(examine().checks.at("upload.last"), testing::StartsWith("ok: "));
-    for (const int status : {503, 200}) {
-        backend->setReply("*", {.status = status});
-        restartApplication(status);
-        const Diagnosis diagnosis = examine();
-        EXPECT_EQ(diagnosis.failed, status == 200 ? "" : "upload.last") << diagnosis.text;
-        EXPECT_EQ(diagnosis.exitCode, status == 200 ? 0 : 1);
     }
 }
 

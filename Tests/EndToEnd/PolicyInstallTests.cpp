@@ -1,10 +1,8 @@
-// The commands that check and install a policy file, also as root in folders of other users.
+// The installation of a policy file by root and by users, in folders of both.
 
 #include "Tests/EndToEnd/ProgramTest.h"
 
 #include <gmock/gmock.h>
-
-using testing::HasSubstr;
 
 namespace {
 
@@ -21,81 +19,6 @@ constexpr const char* twoUsers = R"(
     clear_policy() { $QVCTL config clear --managed-configuration "$1" 2>&1; echo "exit $?"; }
 )";
 constexpr int unsupported = 77;
-
-TEST_F(ProgramTest, LintReadsFilesAndStreams)
-{
-    device.write(device.path("good.json"), R"({"base_domain": "https://a.b"})");
-    device.write(device.path("bad.json"), R"({"api_key": ["canary"]})");
-    struct Case {
-        const char* command;
-        int exitCode;
-        const char* output;
-    };
-    const Case cases[] = {
-        {"config lint good.json bad.json good.json", 78,
-         "good.json: no problems found\nbad.json:1:13: error: api_key has the wrong type: ********"},
-        {"config lint none.json good.json", 66, "none.json: no such file\ngood.json: no problems"},
-        {"config lint bad.json none.json", 78, "none.json: no such file"},
-        {"config lint --json bad.json good.json | grep -c '^{\"version\":1,\"path\"'", 78, "2\n"},
-        {"config lint --json none.json", 66, R"({"version":1,"path":"none.json","error":")"},
-        {"config lint - < bad.json", 78, "-:1:13: error: api_key"},
-        {"config lint /dev/stdin < good.json", 0, "/dev/stdin: no problems"},
-        {"config lint <(sleep 0.1; cat bad.json)", 78, ":1:13: error: api_key"},
-        {"config lint - < /dev/null", 78, "is empty"},
-        {"config lint /dev/zero", 78, "/dev/zero: error"},
-        {"config lint .", 66, "is not a regular file"},
-        {"config explain - < good.json", 0, "https://a.b"},
-        {"config lint ''", 64, "FILE: the file name is empty"},
-        {"config lint good.json ''", 64, "FILE: the file name is empty"},
-        {"config explain ''", 64, "FILE: the file name is empty"},
-        {"config set ''", 64, "FILE: the file name is empty"},
-        {"push ''", 64, "FILE: the file name is empty"},
-        {"config show --managed-configuration '' --json", 64, R"({"version":1,"error":"--managed-conf)"},
-    };
-    for (const Case& row : cases) {
-        const Outcome outcome = shell(std::string("set -o pipefail; cd $DEVICE; $QVCTL ") + row.command);
-        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.command << outcome.output;
-        EXPECT_THAT(outcome.output, HasSubstr(row.output)) << row.command;
-    }
-}
-
-TEST_F(ProgramTest, SetRefusesFilesWithLintErrors)
-{
-    device.write(device.path("bad.json"), R"({"api_key": ["canary"], "device_id": " D "})");
-    device.write(device.path("good.json"), R"({"api_key": "canary", "device_id": " D "})");
-    device.write(device.path("half.json"), R"({"api_key": )");
-    struct Case {
-        const char* arguments;
-        int exitCode;
-        const char* output;
-        /// The installed content afterwards.
-        const char* file;
-    };
-    const Case cases[] = {
-        {"good.json", 0, "good.json:1:36: note: device_id has leading or trailing white space", "good.json"},
-        {"bad.json", 78, "bad.json:1:13: error: api_key has the wrong type: ********", "good.json"},
-        {"bad.json", 78, "bad.json was not installed: fix its errors, or install it anyway with --force",
-         "good.json"},
-        {"bad.json --json", 78, R"("outcome":"refused","findings":[{"severity":"error")", "good.json"},
-        {"half.json", 78, "half.json:1:13: error: the file is invalid", "good.json"},
-        {"half.json --force", 78, "half.json was not installed: it cannot be parsed", "good.json"},
-        {"good.json", 0, "managed.json: unchanged", "good.json"},
-        {"good.json --json", 0, R"("outcome":"unchanged")", "good.json"},
-        {"bad.json --force", 0, "managed.json: changed", "bad.json"},
-        {"- < good.json", 0, "managed.json: changed", "good.json"},
-        {"good.json; chmod 640 $QUORVANE_MANAGED_CONFIGURATION; $QVCTL config set good.json", 0,
-         "managed.json: changed", "good.json"},
-    };
-    for (const Case& row : cases) {
-        const Outcome outcome = shell(std::string("cd $DEVICE; $QVCTL config set ") + row.arguments);
-        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.arguments << outcome.output;
-        EXPECT_THAT(outcome.output, HasSubstr(row.output)) << row.arguments;
-        EXPECT_THAT(outcome.output, testing::Not(HasSubstr("canary"))) << row.arguments;
-        EXPECT_EQ(shell(std::string("cmp $QUORVANE_MANAGED_CONFIGURATION $DEVICE/") + row.file).exitCode, 0)
-            << row.arguments;
-    }
-    EXPECT_EQ(shell("ls -A $DEVICE/policy").output, "managed.json\n") << "a temporary file was left behind";
-}
 
 TEST_F(ProgramTest, PolicyInstalledByRootIsReadableWithAnyUmask)
 {

@@ -116,7 +116,7 @@ constexpr const char* usersWithHomes = R"sh(
         name=$1; shift
         HOME=$DEVICE/home/$name setpriv --reuid $(id -u $name) --regid $(id -g $name) --clear-groups -- "$@"
     }
-    for name in bob alice carol linker piper borrower; do add_user $name; done
+    for name in alice carol linker piper borrower bob; do add_user $name; done
     as alice $QVCTL privacy grant notifications > /dev/null
     as bob $QVCTL privacy revoke notifications > /dev/null
     mkdir -m 755 $DEVICE/roots
@@ -144,7 +144,8 @@ TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         done
         echo doctor
         $QVCTL doctor --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
-        $QVCTL doctor --user alice --offline --json | grep -o '"user":"alice"\|no folder /run/user/65001'
+        $QVCTL doctor --user alice --offline --json | grep -o '"user":"alice"\|no folder /run/user/65000'
+        (cd $DEVICE; $QVCTL status --user alice --managed-configuration x.json | grep -o '/x.json does not exist')
         echo not root
         as bob $QVCTL status --user bob | row
         as bob $QVCTL status --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
@@ -157,28 +158,28 @@ TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         GTEST_SKIP() << "needs root and a mount namespace";
     EXPECT_EQ(outcome->output, R"(no option
 Notifications   not asked yet
-qvctl: root has no state of its own. To see that of other users, add --user NAME or --all-users; users with a state: bob, alice, linker, piper, borrower
+qvctl: root has no state of its own. To see that of other users, add --user NAME or --all-users; users with a state: alice, linker, piper, borrower, bob
 all
-bob (user 65000)
-Notifications   denied
-alice (user 65001)
+alice (user 65000)
 Notifications   allowed
-linker (user 65003)
+linker (user 65002)
 Notifications   not asked yet
 qvctl: linker: Cannot read /home/linker/.local/share/quorvane-mdm/shell.sqlite: unable to open database file
-piper (user 65004)
+piper (user 65003)
 Notifications   not asked yet
 qvctl: piper: Cannot read /home/piper/.local/share/quorvane-mdm/shell.sqlite: /home/piper/.local/share/quorvane-mdm/shell.sqlite is not a regular file; remove it
 qvctl: piper: Cannot read /home/piper/.local/share/quorvane-mdm/com.quorvane.mdm.sqlite: /home/piper/.local/share/quorvane-mdm/com.quorvane.mdm.sqlite is not a regular file; remove it
-borrower (user 65005)
+borrower (user 65004)
 qvctl: borrower: cannot access /home/borrower/.local/share/quorvane-mdm: Permission denied
+bob (user 65005)
+Notifications   denied
 69
 JSON
-{"version":1,"user":"bob","notifications":[]}
 {"version":1,"user":"alice","notifications":[]
 {"version":1,"user":"linker","notifications":[
 {"version":1,"user":"piper","notifications":[]
 {"version":1,"user":"borrower","error":"cannot
+{"version":1,"user":"bob","notifications":[]}
 alice
 Notifications   allowed
 0
@@ -195,7 +196,8 @@ doctor
 qvctl: --user requires --offline
 64
 "user":"alice"
-no folder /run/user/65001
+no folder /run/user/65000
+/x.json does not exist
 not root
 Notifications   denied
 qvctl: only root can read the state of alice; run this command with sudo
@@ -203,11 +205,11 @@ qvctl: only root can read the state of alice; run this command with sudo
 qvctl: only root can read the state of all users; run this command with sudo
 69
 completion
-bob
 alice
 linker
 piper
 borrower
+bob
 qvctl: no user has a state folder: the app has not run on this device yet
 66
 )");

@@ -3,30 +3,19 @@
 #include "Core/ManagedConfigurationValidation.h"
 #include "Core/ManagedKeys.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
-#include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/ForeignLocale.h"
-#include "Tests/Fakes/TemporaryFolder.h"
-#include "Tools/qvctl/Bundle/Redaction.h"
 #include "Tools/qvctl/Output.h"
 #include "Tools/qvctl/Policy/LintFindings.h"
 #include "Tools/qvctl/Policy/ManagedKeyForms.h"
-#include "Tools/qvctl/TimeText.h"
-#include "Tools/qvctl/UserAccounts.h"
-#include "Tools/qvctl/UserProcesses.h"
 
 #include <gmock/gmock.h>
 #include <pugixml.hpp>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
 #include <set>
-#include <unistd.h>
 
 namespace json = boost::json;
 using namespace Qvctl;
@@ -34,58 +23,6 @@ using namespace Qvctl::Policy;
 using testing::IsEmpty;
 
 namespace {
-
-TEST(TimeTextTest, ParsesAgesAndTimes)
-{
-    const Platform::Date now{1'000'000};
-    struct Case {
-        const char* text;
-        std::optional<const char*> expected;
-    };
-    const Case cases[] = {
-        {"90s", "2001-01-12T13:45:10.000Z"},
-        {"10m", "2001-01-12T13:36:40.000Z"},
-        {"2h", "2001-01-12T11:46:40.000Z"},
-        {"3d", "2001-01-09T13:46:40.000Z"},
-        {"2026-11-21T15:04:05Z", "2026-11-21T15:04:05.000Z"},
-        {"2026-11-21 15:04:05.25Z", "2026-11-21T15:04:05.250Z"},
-        {"2026-11-21T15:04Z", "2026-11-21T15:04:00.000Z"},
-        {"2026-07-01", "2026-06-30T22:00:00.000Z"}, // Local, in summer.
-        {"2026-01-01T00:30", "2025-12-31T23:30:00.000Z"},
-        {"2024-02-29T00:00Z", "2024-02-29T00:00:00.000Z"},
-        {"2026-02-29T00:00Z", {}},
-        {"2026-13-01", {}},
-        {"2026-11-21T24:00Z", {}},
-        {"2026-11-21Z", {}},
-        {"10", {}},
-        {"-10m", {}},
-        {"10w", {}},
-        {"9999999999s", {}},
-        {"yesterday", {}},
-        {"", {}},
-    };
-    const ForeignLocale locale;
-    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-    ::tzset();
-    for (const Case& row : cases) {
-        const auto date = timeFromText(row.text, now);
-        EXPECT_EQ(date ? std::optional(date->utcText()) : std::nullopt, row.expected) << row.text;
-    }
-}
-
-TEST(TimeTextTest, NamesTheAgeInOneUnit)
-{
-    const Platform::Date now{1'000'000'000};
-    struct Case {
-        double age;
-        const char* expected;
-    };
-    for (const Case& row :
-         {Case{0, "just now"}, Case{-0.9, "just now"}, Case{1, "1 s ago"}, Case{59.9, "59 s ago"},
-          Case{60, "1 min ago"}, Case{3599, "59 min ago"}, Case{3600, "1 h ago"}, Case{86'399, "23 h ago"},
-          Case{86'400, "1 d ago"}, Case{4e8, "4629 d ago"}, Case{-200, "in 3 min"}})
-        EXPECT_EQ(relativeTime({now.secondsSinceReferenceDate - row.age}, now), row.expected);
-}
 
 TEST(LintTest, SuggestsKeysInEveryLocale)
 {
@@ -386,200 +323,6 @@ TEST(ManagedKeyFormsTest, FormHasOneFieldForEachManagedKey)
     }
     EXPECT_EQ(declared, presented);
     EXPECT_EQ(declared.size(), Core::managedKeys().size());
-}
-
-/// What a process of a user can reach, and what it cannot.
-ExitCode printSurroundings(const UserAccount& account)
-{
-    const auto isOpen = [](const char* file, int flags) {
-        return static_cast<bool>(Platform::Storage::FileDescriptor(::open(file, flags, 0600)));
-    };
-    std::signal(SIGXFSZ, SIG_IGN);
-    const std::string file = account.home / "written";
-    const bool isCreated = isOpen(file.c_str(), O_WRONLY | O_CREAT);
-    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
-    print("{} {} {} {}", std::getenv("HOME"), std::filesystem::current_path(), isCreated,
-          ::write(descriptor, "x", 1));
-    ::close(descriptor);
-    print(" {} {} {}", isOpen("/dev/tty", O_RDWR), std::getenv("CANARY") != nullptr,
-          ::getsid(0) == ::getpid());
-    print(" {} {}", ::fcntl(100, F_GETFD), ::lseek(STDIN_FILENO, 0, SEEK_CUR));
-    printError("done");
-    return success;
-}
-
-TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
-{
-    const TemporaryFolder folder;
-    struct Case {
-        const char* user;
-        ExitCode (*command)(const UserAccount&);
-        std::optional<int> exitCode;
-        const char* failure = "";
-        const char* diagnostics = "";
-    };
-    const Case cases[] = {
-        {"slow",
-         [](const UserAccount&) {
-             ::usleep(200'000);
-             return success;
-         },
-         0},
-        {"hanging",
-         [](const UserAccount&) {
-             ::pause();
-             return success;
-         },
-         {},
-         "did not finish in time"},
-        // A second process must not keep the pipes open for longer.
-        {"forking",
-         [](const UserAccount&) {
-             if (::fork() == 0)
-                 ::pause();
-             return success;
-         },
-         {},
-         "did not finish in time"},
-        {"stopped",
-         [](const UserAccount&) {
-             ::raise(SIGSTOP);
-             return success;
-         },
-         {},
-         "did not finish in time"},
-        {"killed",
-         [](const UserAccount&) {
-             ::raise(SIGKILL);
-             return success;
-         },
-         {},
-         "was killed"},
-        {"endless",
-         [](const UserAccount&) {
-             while (true)
-                 writeOutput(std::string(100'000, 'x'));
-             return success;
-         },
-         {},
-         "printed too much"},
-        {"throwing", [](const UserAccount&) -> ExitCode { throw std::runtime_error("reason"); }, 69, "",
-         "qvctl: reason\n"},
-        {"failing", [](const UserAccount&) { return configuration; }, 78},
-        {"isolated", printSurroundings, 0, "", "qvctl: done\n"},
-        {"last", [](const UserAccount&) { return success; }, 0},
-    };
-    std::vector<UserAccount> accounts;
-    for (const Case& row : cases)
-        accounts.push_back({row.user, ::geteuid(), ::getegid(), folder.path()});
-    ::setenv("CANARY", "1", 1);
-    ASSERT_EQ(::dup2(STDERR_FILENO, 100), 100);
-    std::size_t count = 0;
-    runForUsers(
-        accounts, std::chrono::seconds(4),
-        [&](const UserAccount& account) {
-            return std::find_if(std::begin(cases), std::end(cases),
-                                [&](const Case& row) { return account.name == row.user; })
-                ->command(account);
-        },
-        [&](const UserAccount& account, const UserOutcome& outcome) {
-            const Case& row = cases[count++];
-            EXPECT_EQ(account.name, row.user);
-            EXPECT_EQ(outcome.exitCode, row.exitCode) << row.user;
-            EXPECT_THAT(outcome.failure, testing::StartsWith(row.failure)) << row.user;
-            EXPECT_EQ(outcome.failure.empty(), std::string_view(row.failure).empty()) << row.user;
-            EXPECT_EQ(outcome.diagnostics, row.diagnostics) << row.user;
-            if (row.command == printSurroundings) {
-                EXPECT_EQ(outcome.output, folder.path().string() + " / true -1 false false true -1 0");
-            }
-        });
-    ::close(100);
-    EXPECT_EQ(count, std::size(cases));
-}
-
-TEST(RedactionTest, HashesLikeTheReference)
-{
-    // Appendix A of the paper, and the authors' vectors for no and for eight bytes.
-    Bundle::HashKey key;
-    std::string text;
-    for (unsigned char byte = 0; byte < key.size(); ++byte)
-        key.at(byte) = std::byte{byte};
-    EXPECT_EQ(Bundle::sipHash(key, text), 0x726fdb47dd0e0e31U);
-    for (char byte = 0; byte < 15; ++byte) {
-        text += byte;
-        if (byte == 7) {
-            EXPECT_EQ(Bundle::sipHash(key, text), 0x93f5f5799a932462U);
-        }
-    }
-    EXPECT_EQ(Bundle::sipHash(key, text), 0xa129ca6149be45e5U);
-}
-
-TEST(RedactionTest, ReplacesValuesByLengthAndHash)
-{
-    Bundle::Redaction redaction;
-    redaction.hideHome("/home/somebody");
-    redaction.hideText("somebody");
-    redaction.hide(
-        readPropertyList(
-            R"({"base_domain": "https://MDM.acme.corp:8443/mdm", "device_id": 4711, "shoe size": [43.5]})")
-            .root);
-    struct Case {
-        const char* text;
-        const char* redacted;
-    };
-    const Case cases[] = {
-        {"The backend mdm.acme.corp:8443.", "The backend [13 bytes, hash H]:[4 bytes, hash H]."},
-        {"~/a of Somebody", "~/a of [8 bytes, hash H]"},
-        {"/home/somebody/a, /home/somebody2", "~/a, ~2"},
-        {"inside [0].shoe, a.size.b", "inside [0].[4 bytes, hash H], a.[4 bytes, hash H].b"},
-        {"key shoe has no value", "key [4 bytes, hash H] has no value"},
-        {"device_id 4711, 43.5 and 12", "device_id [4 bytes, hash H], [4 bytes, hash H] and 12"},
-        {R"("x y" has no "."; did you mean "api_key"?)",
-         R"([3 bytes, hash H] has no "."; did you mean "api_key"?)"},
-        {R"(one " quotation mark)", R"(one " quotation mark)"},
-    };
-    static const std::regex hash("[0-9a-f]{16}");
-    for (const Case& row : cases)
-        EXPECT_EQ(std::regex_replace(redaction.redact(row.text), hash, "H"), row.redacted);
-    EXPECT_EQ(redaction.token("a"), redaction.token("a"));
-    EXPECT_NE(redaction.token("a"), Bundle::Redaction().token("a")) << "bundles must not be comparable";
-    const auto checked = redaction.redactJSON(
-        json::parse(R"({"verdict": "somebody", "found": ["somebody"], "effective": "b"})"));
-    EXPECT_EQ(std::regex_replace(json::serialize(checked), hash, "H"),
-              R"({"verdict":"somebody","found":["[8 bytes, hash H]"],"effective":"[1 bytes, hash H]"})");
-}
-
-TEST(UserAccountsTest, SelectsAccountsWithAStateFolder)
-{
-    const TemporaryFolder folder;
-    const auto makeHome = [&](const char* name) {
-        std::filesystem::create_directories(folder.path(name) / ".local/share/quorvane-mdm");
-        return folder.path(name);
-    };
-    std::filesystem::create_directory(folder.path("empty"));
-    std::filesystem::create_symlink("loop", folder.path("loop"));
-    const std::vector<UserAccount> accounts{{"second", 70001, 0, makeHome("second")},
-                                            {"first", 70000, 0, makeHome("first")},
-                                            {"alias", 70001, 0, makeHome("alias")},
-                                            {"new", 70002, 0, folder.path("empty")},
-                                            {"homeless", 70003, 0, "/nonexistent"},
-                                            {"relative", 70004, 0, ""},
-                                            // Cannot be looked into; its own process will see.
-                                            {"odd", 70005, 0, folder.path("loop")}};
-    std::vector<std::string> names;
-    for (const UserAccount& account : accountsWithState(accounts))
-        names.push_back(account.name);
-    EXPECT_THAT(names, testing::ElementsAre("first", "second", "odd"));
-    EXPECT_EQ(accountNamed("first", accounts).user, 70000U);
-    const auto errorFor = [&](const char* name) {
-        try {
-            return accountNamed(name, accounts).name;
-        } catch (const CommandError& error) {
-            return std::string(error.what());
-        }
-    };
-    EXPECT_EQ(errorFor("secnod"), "there is no user 'secnod'. Did you mean 'second'?");
-    EXPECT_EQ(errorFor("xyz"), "there is no user 'xyz'");
 }
 
 } // namespace

@@ -1,0 +1,211 @@
+#pragma once
+
+#include "Core/ConfigurationSnapshot.h"
+#include "Core/Constants.h"
+#include "Core/ManagedConfigurationValidation.h"
+#include "Platform/AdapterLog.h"
+#include "Platform/Linux/DevicePaths.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/Storage/FileDescriptor.h"
+#include "Platform/Storage/SQLiteUserDefaults.h"
+#include "Platform/SystemClock.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tools/qvctl/CommandLine.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <iomanip>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+/// A device in a temporary folder, which is the current folder, without an app and a session bus. Commands
+/// run in this process.
+class ConsoleTest : public testing::Test {
+protected:
+    struct Printed {
+        int exitCode;
+        /// Standard output and standard error.
+        std::string output;
+        std::string diagnostics;
+    };
+    ConsoleTest()
+    {
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &m_signals);
+        std::filesystem::current_path(folder.path());
+        std::filesystem::permissions(folder.path(),
+                                     std::filesystem::perms(0711)); // Other users can enter it.
+        setEnvironment("HOME", folder.path());
+        setEnvironment("XDG_DATA_HOME", folder.path("data"));
+        setEnvironment("XDG_RUNTIME_DIR", folder.path("run"));
+        setEnvironment("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+        setEnvironment("QUORVANE_MANAGED_CONFIGURATION", folder.path("managed.json"));
+        for (const char* name : {"COLUMNS", "UNIFIEDPUSH_DISTRIBUTOR"})
+            setEnvironment(name, "");
+    }
+    ~ConsoleTest() override
+    {
+        std::filesystem::current_path(m_currentPath);
+        for (const auto& [name, value] : m_environment)
+            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+    }
+
+    void setEnvironment(const std::string& name, const std::string& value)
+    {
+        const char* old = std::getenv(name.c_str());
+        m_environment.try_emplace(name, old != nullptr ? std::optional<std::string>(old) : std::nullopt);
+        ::setenv(name.c_str(), value.c_str(), 1);
+    }
+
+    /// Runs a command: "config lint FILE"; words may be in double quotes. Its output must not contain
+    /// "canary" without --reveal, control characters, and with --json anything but JSON.
+    Printed run(const std::string& words, std::string_view input = {}) const
+    {
+        using Platform::Storage::FileDescriptor;
+        std::vector<std::string> arguments{"qvctl"};
+        std::istringstream stream(words);
+        for (std::string word; stream >> std::quoted(word);)
+            arguments.push_back(word);
+        std::vector<const char*> pointers;
+        for (const std::string& argument : arguments)
+            pointers.push_back(argument.c_str());
+        folder.write("input", input);
+        const FileDescriptor oldInput(::dup(STDIN_FILENO));
+        ::dup2(FileDescriptor(::open("input", O_RDONLY | O_CLOEXEC)).get(), STDIN_FILENO);
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        Printed outcome{};
+        outcome.exitCode = Qvctl::CommandLine().run(static_cast<int>(pointers.size()), pointers.data());
+        outcome.output = testing::internal::GetCapturedStdout();
+        outcome.diagnostics = testing::internal::GetCapturedStderr();
+        ::dup2(oldInput.get(), STDIN_FILENO);
+        ::pthread_sigmask(SIG_SETMASK, &m_signals, nullptr); // Commands that wait block signals.
+        checkPrinted(words, outcome);
+        return outcome;
+    }
+
+    /// Splits a table into lines, and these into columns at " | ". DEVICE stands for the folder, \n for a
+    /// line break and \e for an escape character.
+    [[nodiscard]] static std::vector<std::vector<std::string>> rowsOf(const std::string& table)
+    {
+        std::vector<std::vector<std::string>> rows;
+        std::istringstream lines(table);
+        for (std::string line; std::getline(lines, line);) {
+            for (const auto& [name, text] : {std::pair<std::string, std::string>{"\\n", "\n"},
+                                             {"\\e", "\x1b"},
+                                             {"DEVICE", std::filesystem::current_path()}}) {
+                for (std::size_t at = 0; (at = line.find(name, at)) != std::string::npos; at += text.size())
+                    line.replace(at, name.size(), text);
+            }
+            auto& row = rows.emplace_back();
+            for (std::size_t begin = 0, end = 0; end != std::string::npos; begin = end + 3) {
+                end = line.find(" | ", begin);
+                row.push_back(line.substr(begin, end - begin));
+            }
+        }
+        return rows;
+    }
+
+    /// Runs a command. `row` is its words, its exit code and parts of what it prints on standard output and
+    /// standard error; where the part is empty or missing, it must print nothing.
+    void check(std::vector<std::string> row, std::string_view input = {}) const
+    {
+        row.resize(4);
+        const Printed printed = run(row[0], input);
+        const std::string trace = row[0] + ": " + printed.output + printed.diagnostics;
+        EXPECT_EQ(std::to_string(printed.exitCode), row[1]) << trace;
+        EXPECT_THAT(printed.output, testing::HasSubstr(row[2])) << trace;
+        EXPECT_THAT(printed.diagnostics, testing::HasSubstr(row[3])) << trace;
+        EXPECT_EQ(printed.output.empty(), row[2].empty()) << trace;
+        EXPECT_EQ(printed.diagnostics.empty(), row[3].empty()) << trace;
+    }
+    void checkAll(const std::string& table) const
+    {
+        for (const auto& row : rowsOf(table))
+            check(row);
+    }
+
+    static Core::ValidatedConfig configOf(std::string_view policy)
+    {
+        return Core::validateManagedConfiguration(
+            *Platform::PropertyLists::readPropertyList(policy).root.dictionary());
+    }
+    static Platform::Data dataOf(std::string_view text)
+    {
+        const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
+        return {bytes, bytes + text.size()};
+    }
+    /// Stores the snapshot of this policy, applied at 2001-01-01T00:16:40Z.
+    void storeSnapshot(std::string_view policy, std::int64_t version) const
+    {
+        const auto snapshot = Core::ConfigurationSnapshot::make(configOf(policy), version, {1000});
+        Store(paths().suite(Core::Constants::appGroupSuiteName))
+            .values()
+            .set(Core::Constants::SnapshotKeys::configSnapshot, snapshot.encode());
+    }
+
+    [[nodiscard]] static Platform::Linux::DevicePaths paths()
+    {
+        return Platform::Linux::DevicePaths::fromEnvironment({});
+    }
+
+    /// A store of the device, to write as the app does.
+    class Store {
+    public:
+        explicit Store(const std::filesystem::path& file)
+            : m_values(file, Platform::Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_adapterLog)
+        {}
+        [[nodiscard]] Platform::Storage::SQLiteUserDefaults& values() { return m_values; }
+
+    private:
+        RecordingUnifiedLog m_log;
+        Platform::AdapterLog m_adapterLog{m_log, "test"};
+        Platform::SystemClock m_clock;
+        Platform::Storage::SQLiteUserDefaults m_values;
+    };
+
+    /// Locks the state folder as an app in another container does, which has no process here.
+    [[nodiscard]] static Platform::Storage::FileDescriptor lockAsApplication()
+    {
+        const auto file = paths().instanceLock();
+        std::filesystem::create_directories(file.parent_path());
+        Platform::Storage::FileDescriptor held(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        EXPECT_EQ(::fcntl(held.get(), F_OFD_SETLK, &lock), 0);
+        return held;
+    }
+
+    const TemporaryFolder folder;
+
+private:
+    static void checkPrinted(const std::string& words, const Printed& outcome)
+    {
+        const std::string printed = outcome.output + outcome.diagnostics;
+        EXPECT_TRUE(std::none_of(printed.begin(), printed.end(),
+                                 [](char character) {
+                                     return (static_cast<unsigned char>(character) < ' ' &&
+                                             character != '\n') ||
+                                            character == '\x7f';
+                                 }))
+            << words << testing::PrintToString(printed);
+        if (words.find("--reveal") == std::string::npos) {
+            EXPECT_THAT(printed, testing::Not(testing::HasSubstr("canary"))) << words;
+        }
+        std::istringstream lines(words.find("--json") != std::string::npos ? outcome.output : "");
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_THAT(line, testing::MatchesRegex(R"(\{"version":1,".*\})")) << words;
+    }
+
+    sigset_t m_signals{};
+    const std::filesystem::path m_currentPath = std::filesystem::current_path();
+    std::map<std::string, std::optional<std::string>> m_environment;
+};

@@ -1,0 +1,339 @@
+// The commands that show and change the state that the app stores.
+
+#include "Platform/Network/ExchangeRecord.h"
+#include "Platform/Outcome.h"
+#include "Platform/Push/PushServiceState.h"
+#include "Tests/Tools/ConsoleTest.h"
+#include "Tools/qvctl/RequestRehearsal.h"
+
+#include <boost/json.hpp>
+#include <chrono>
+#include <functional>
+#include <regex>
+
+namespace json = boost::json;
+using namespace Platform;
+using testing::HasSubstr;
+
+namespace {
+
+class StateCommandTest : public ConsoleTest {
+protected:
+    /// A device on which the app has applied `policy`, received pushes and uploaded its token.
+    void storeEverything() const
+    {
+        folder.write("managed.json", policy);
+        storeSnapshot(policy, 3);
+        Store standard(paths().standardDefaults());
+        standard.values().set(Core::Constants::StorageKeys::remoteNotificationDeviceToken, "canary7f");
+        standard.values().set(Core::Constants::StorageKeys::processedNotificationPayloads, dataOf(history));
+        Store shell(paths().shellState());
+        Network::storeExchanges(shell.values(),
+                                {{"mdm.example:443", upload(200)},
+                                 {"other.example:443", {.time = {60}, .method = "GET", .statusCode = 404}}});
+        storeOutcomes(shell.values(), outcomes);
+        Push::PushServiceState{Push::PushServiceKind::local, {}}.write(shell.values());
+    }
+    [[nodiscard]] Network::ExchangeRecord upload(std::int64_t statusCode, std::int64_t errorCode = 0) const
+    {
+        return {.time = {120},
+                .method = "POST",
+                .pathSegmentCount = Network::pathSegmentCount(Qvctl::uploadAddress(configOf(policy))->url),
+                .statusCode = statusCode,
+                .errorCode = errorCode};
+    }
+    /// The output without the folder and the age of times.
+    [[nodiscard]] std::string comparable(const std::string& text) const
+    {
+        static const std::regex age("[0-9]+ d ago");
+        return std::regex_replace(std::regex_replace(text, age, "AGE"),
+                                  std::regex(folder.path().parent_path().string()), "DEVICE");
+    }
+
+    const char* policy = R"({"base_domain": "https://mdm.example", "api_key": "canary", "device_id": "DEV",
+        "AllowedAppsBundleIdsForSSOExtension": "a.b,c.d"})";
+    const char* history = R"([{"title": "canary", "body": "canary", "date": 180, "userInfoKeys": []},
+        {"date": 120, "userInfoKeys": []}, {"body": "canary\u001b[31m", "date": 60, "userInfoKeys": []}])";
+    const Outcomes outcomes{
+        {Outcome::Subject::upload, {Outcome::Result::failed, Outcome::Kind::network, -1001, {120}}},
+        {Outcome::Subject::push, {Outcome::Result::deferred, Outcome::Kind::alert, 0, {180}}},
+        {Outcome::Subject::configurationError, {Outcome::Result::failed, Outcome::Kind::untrusted, 0, {60}}}};
+};
+
+/// Commands after "$ ", and their output.
+constexpr const char* transcript = R"($ status
+Configuration   version 3, applied AGE (2001-01-01T00:16:40.000Z)
+organization id absent
+base domain     present
+api key         present
+device id       present
+allowed apps    2
+Policy file     DEVICE/managed.json (good)
+Notifications   not asked yet
+device token    present, 4 bytes
+push service    local
+last upload     failed: it timed out, AGE (2001-01-01T00:02:00.000Z)
+last push       alert, deferred, AGE (2001-01-01T00:03:00.000Z)
+last error      the policy file was not trusted, AGE (2001-01-01T00:01:00.000Z)
+history         3
+Application     running in another container or on another machine
+$ status --json
+{"version":1,"configVersion":3,"lastUpdated":"2001-01-01T00:16:40.000Z","hasOrganizationId":false,"hasBaseDomain":true,"hasApiKey":true,"hasDeviceId":true,"allowedAppCount":2,"policyFile":{"path":"DEVICE/managed.json","state":"good","reason":null,"places":["DEVICE/managed.json"],"ignored":[],"fragments":[]},"notificationPermission":"not asked yet","hasDeviceToken":true,"pushService":{"kind":"local","failureCode":null,"failureTime":null},"lastRequest":{"time":"2001-01-01T00:02:00.000Z","method":"POST","statusCode":200,"errorCode":null},"lastUpload":{"time":"2001-01-01T00:02:00.000Z","result":"failed","cause":"network","statusCode":null,"errorCode":-1001},"lastPush":{"time":"2001-01-01T00:03:00.000Z","kind":"alert","result":"deferred"},"lastConfigurationError":{"time":"2001-01-01T00:01:00.000Z","kind":"untrusted"},"historyCount":3,"isRunning":true,"processId":null,"isOutdated":null}
+$ snapshot
+version         3 (schema 1)
+last updated    AGE (2001-01-01T00:16:40.000Z)
+organization id absent
+base domain     https://mdm.example
+api key         ********
+device id       DEV
+allowed apps    2
+                a.b
+                c.d
+$ snapshot --json
+{"version":1,"allowedAppBundleIds":["a.b","c.d"],"baseDomain":"https://mdm.example","apiKey":"********","deviceId":"DEV","schemaVersion":1,"configVersion":3,"lastUpdated":1000}
+$ notifications
+AGE  ********  ********
+AGE  (no title)
+AGE  (no title)  ********
+$ notifications --limit 1 --reveal
+AGE  canary  canary
+$ notifications --limit 0
+No notifications
+$ notifications --json
+{"version":1,"notifications":[{"date":"2001-01-01T00:03:00.000Z","title":"********","body":"********"},{"date":"2001-01-01T00:02:00.000Z","title":null,"body":null},{"date":"2001-01-01T00:01:00.000Z","title":null,"body":"********"}]}
+)";
+
+TEST_F(StateCommandTest, CommandsShowWhatIsStored)
+{
+    storeEverything();
+    const auto lock = lockAsApplication();
+    std::string printed;
+    std::istringstream lines(transcript);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("$ "))
+            printed += line + "\n" + comparable(run(line.substr(2)).output);
+    }
+    EXPECT_EQ(printed, transcript);
+    checkAll(R"(status --json --reveal | 0 | "hasDeviceToken":true,"deviceToken":"canary7f","pushService"
+snapshot --json --reveal | 0 | "apiKey":"canary"
+notifications --reveal | 0 | canary\x1b[31m\n)");
+    std::string many = "[";
+    for (int i = 0; i < 99; ++i)
+        many += R"({"date": 1, "userInfoKeys": []},)";
+    Store(paths().standardDefaults())
+        .values()
+        .set(Core::Constants::StorageKeys::processedNotificationPayloads,
+             dataOf(many + R"({"date": 1, "userInfoKeys": []}])"));
+    EXPECT_EQ(json::parse(run("notifications --json").output).at("notifications").as_array().size(), 100U);
+}
+
+/// Subject, result, kind and code of an outcome, and what `status` and `status --json` print.
+constexpr const char* namedOutcomes =
+    R"(upload | succeeded | status | 201 | last upload     accepted with status 201,  | "result":"succeeded","cause":"status","statusCode":201,"errorCode":null}
+upload | failed | status | 503 | last upload     failed with status 503,  | "result":"failed","cause":"status","statusCode":503,"errorCode":null}
+upload | failed | address | 0 | failed: the configuration allows no request,  | "cause":"address","statusCode":null,"errorCode":null}
+upload | failed | response | 0 | failed: the response was not HTTP,  | "cause":"response"
+upload | failed | network | -999 | failed: the app exited before the response arrived,  | "errorCode":-999}
+upload | failed | network | -1001 | failed: it timed out,  | "statusCode":null,"errorCode":-1001}
+upload | failed | network | -1003 | failed: the host was not found,  | -1003
+upload | failed | network | -1004 | failed: the connection failed,  | -1004
+upload | failed | network | -1005 | failed: the connection was lost,  | -1005
+upload | failed | network | -1200 | failed: no secure connection could be established,  | -1200
+upload | failed | network | -1201 | failed: the certificate was rejected,  | -1201
+upload | failed | network | -1202 | failed: the certificate was rejected,  | -1202
+upload | failed | network | -5 | failed: error -5,  | "errorCode":-5}
+push | succeeded | silent | 0 | last push       silent, accepted,  | "kind":"silent","result":"succeeded"}
+push | failed | alert | 0 | last push       alert, refused,  | "kind":"alert","result":"failed"}
+push | failed | none | 0 | last push       refused, its content could not be read,  | "kind":null,"result":"failed"}
+error | failed | unreadable | 0 | last error      the policy file could not be read,  | "kind":"unreadable"}
+error | failed | malformed | 0 | last error      the policy file could not be parsed,  | "kind":"malformed"}
+error | failed | notStored | 0 | last error      the configuration could not be stored,  | "kind":"notStored"})";
+
+template <typename Enumeration>
+Enumeration named(const std::string& name)
+{
+    int value = 0;
+    while (outcomeName(static_cast<Enumeration>(value)) != name)
+        ++value;
+    return static_cast<Enumeration>(value);
+}
+
+TEST_F(StateCommandTest, StatusNamesEachOutcome)
+{
+    using Platform::Outcome;
+    checkAll(R"(status --json | 0 | "lastPush":{"time":null,"kind":null,"result":null}
+status | 0 | last error      none recorded\n)");
+    const std::map<std::string, Outcome::Subject> subjects{{"upload", Outcome::Subject::upload},
+                                                           {"push", Outcome::Subject::push},
+                                                           {"error", Outcome::Subject::configurationError}};
+    for (const auto& row : rowsOf(namedOutcomes)) {
+        const Outcome outcome{
+            named<Outcome::Result>(row[1]), named<Outcome::Kind>(row[2]), std::stoi(row[3]), {}};
+        storeOutcomes(Store(paths().shellState()).values(), {{subjects.at(row[0]), outcome}});
+        check({"status", "0", row[4]});
+        check({"status --json", "0", row[5]});
+    }
+}
+
+/// A change of what is stored, and a command as in `check`. The rows follow one another.
+constexpr const char* conditions = R"( | wait --timeout 0 | 75 |  | there is no policy file: 
+policy 1 | wait --timeout 0 | 75 |  | qvctl: no configuration was applied yet; the app is not running\n
+ | wait --applied --timeout 0 | 75 |  | no configuration was applied yet
+ | wait --version 1 --timeout 1.2 | 75 |  | the app is not running; waiting for it\nqvctl: no configuration was applied yet; the app is not running\n
+ | wait --uploaded --timeout 0 | 75 |  | no configuration was applied yet
+ | status --check applied | 1 | check applied   not met: no configuration was applied yet\n
+malformed | wait --timeout 0 | 78 |  | managed.json:1:2: 
+ | wait --timeout 1e300 | 78 |  | the policy file cannot be applied: 
+ | wait --version 1 --timeout 0 | 75 |  | no configuration was applied yet
+ | status --check applied | 1 | check applied   not met: the policy file cannot be applied: 
+applied | wait --timeout 20 | 0 | Version 2 is applied.\n
+ | wait --timeout 0 --json | 0 | {"version":1,"isMet":true,"configVersion":2}\n
+ | wait --version 2 --timeout 1e300 | 0 | Version 2 is applied.\n
+ | wait --version 1 --timeout 0 | 0 | Version 2 is applied.\n
+ | wait --version 3 --timeout 0 | 75 |  | qvctl: the applied configuration has version 2\n
+ | wait --version 3 --timeout 0 --json | 75 | {"version":1,"isMet":false,"configVersion":2,"error":"the applied | version 2
+ | status --check applied,running | 0 | check applied   met\ncheck running   met\n
+ | status --check running,applied | 0 | check applied   met\ncheck running   met\n
+ | status --check | 1 | check uploaded  not met: no device token is uploaded because base_domain is not set\n
+ | status --check uploaded,running --json | 1 | "conditions":[{"name":"running","isMet":true,"reason":null},{"name":"uploaded","isMet":false,"reason":"no
+ | config set managed.json --wait --timeout 9 | 0 | managed.json: unchanged\nThe app has applied it.\n
+policy 2 | wait --timeout 0 | 75 |  | qvctl: the applied configuration differs from the policy file in device_id\n
+stopped | status --check=applied,running --json | 1 | {"name":"running","isMet":false,"reason":"the app is not running"}]}
+backend | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
+other server | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
+other method | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
+other path | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
+status 503 | wait --uploaded --timeout 0 | 75 |  | the last upload failed with status 503
+status 302 | status --check uploaded | 1 | not met: the last upload failed with status 302\n
+timeout | status --check uploaded | 1 | not met: the last upload failed: it timed out\n
+status 204 | wait --uploaded --timeout 20 | 0 | The device token is uploaded.\n
+ | wait --uploaded --timeout 20 --json | 0 | {"version":1,"isMet":true,"configVersion":3}\n
+no device | status --check uploaded | 1 | not met: no device token is uploaded because device_id is not set\n
+bad address | status --check uploaded | 1 | not met: the applied configuration allows no upload\n)";
+
+TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
+{
+    const char* first = R"({"device_id": "canary-1"})";
+    const auto store = [](const Network::ExchangeRecord& record, const char* server = "mdm.example:443") {
+        Network::storeExchanges(Store(paths().shellState()).values(), {{server, record}});
+    };
+    std::optional<Storage::FileDescriptor> lock;
+    const auto apply = [&] {
+        folder.write("managed.json", first);
+        storeSnapshot(first, 2);
+        lock = lockAsApplication();
+    };
+    Network::ExchangeRecord get = upload(200);
+    get.method = "GET";
+    Network::ExchangeRecord elsewhere = upload(200);
+    elsewhere.pathSegmentCount += 1;
+    const std::map<std::string, std::function<void()>> changes{
+        {"", [] {}},
+        {"policy 1", [&] { folder.write("managed.json", first); }},
+        {"policy 2", [&] { folder.write("managed.json", R"({"device_id": "canary-2"})"); }},
+        {"malformed", [&] { folder.write("managed.json", "{"); }},
+        {"applied", apply},
+        {"stopped", [&] { lock.reset(); }},
+        {"backend", [&] { storeSnapshot(policy, 3); }},
+        {"no device", [&] { storeSnapshot(R"({"base_domain": "mdm.example"})", 4); }},
+        {"bad address", [&] { storeSnapshot(R"({"base_domain": "a b", "device_id": "D"})", 5); }},
+        {"other server", [&] { store(upload(200), "other.example:443"); }},
+        {"other method", [&] { store(get); }},
+        {"other path", [&] { store(elsewhere); }},
+        {"status 503", [&] { store(upload(503)); }},
+        {"status 302", [&] { store(upload(302)); }},
+        {"status 204", [&] { store(upload(204)); }},
+        {"timeout", [&] { store(upload(0, -1001)); }}};
+    for (const auto& row : rowsOf(conditions)) {
+        SCOPED_TRACE(row[0]);
+        changes.at(row[0])();
+        const auto begin = std::chrono::steady_clock::now();
+        check({row.begin() + 1, row.end()});
+        // A policy file that is being written may be invalid for a moment.
+        if (row[1] == "wait --timeout 1e300") {
+            EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+        }
+    }
+}
+
+/// A store, its content (none for a folder in its place), a command, its exit code and part of the reason.
+constexpr const char* damages =
+    R"(com.quorvane.mdm.sqlite |  | notifications | 69 | .sqlite is not a regular file; remove it
+com.quorvane.mdm.sqlite | no database | notifications | 69 | .sqlite: file is not a database
+com.quorvane.mdm.sqlite | no database | status | 69 | .sqlite: file is not a database
+shell.sqlite |  | status | 69 | .sqlite is not a regular file; remove it
+shell.sqlite | no database | status --check applied | 69 | .sqlite: file is not a database
+shell.sqlite |  | privacy grant notifications | 69 | .sqlite is not a regular file; remove it
+groups/group.com.quorvane.mdm.sqlite |  | snapshot | 69 | .sqlite is not a regular file; remove it
+groups/group.com.quorvane.mdm.sqlite |  | config forget | 69 | .sqlite is not a regular file; remove it
+groups/group.com.quorvane.mdm.sqlite | no database | snapshot | 69 | .sqlite: file is not a database
+groups/group.com.quorvane.mdm.sqlite | no database | status | 69 | .sqlite: file is not a database
+groups/group.com.quorvane.mdm.sqlite | { | snapshot | 78 | .sqlite is damaged: 
+groups/group.com.quorvane.mdm.sqlite | {} | status | 78 | .sqlite is damaged: 
+groups/group.com.quorvane.mdm.sqlite | {} | wait --timeout 0 | 75 | .sqlite is damaged: 
+groups/group.com.quorvane.mdm.sqlite | {} | status --check applied | 78 | .sqlite is damaged: )";
+
+TEST_F(StateCommandTest, DamagedStoresFailWithTheReason)
+{
+    storeEverything();
+    std::filesystem::rename("data", "healthy");
+    for (const auto& row : rowsOf(damages)) {
+        SCOPED_TRACE(row[0] + row[1] + row[2]);
+        std::filesystem::remove_all("data");
+        std::filesystem::copy("healthy", "data", std::filesystem::copy_options::recursive);
+        const auto file = paths().stateFolder / row[0];
+        if (row[1].starts_with('{')) {
+            Store(file).values().set(Core::Constants::SnapshotKeys::configSnapshot, dataOf(row[1]));
+        } else {
+            for (const char* ending : {"", "-wal", "-shm"})
+                std::filesystem::remove(file.string() + ending);
+            row[1].empty() ? static_cast<void>(std::filesystem::create_directory(file))
+                           : folder.write("data/quorvane-mdm/" + row[0], row[1]);
+        }
+        const Printed plain = run(row[2]);
+        EXPECT_EQ(std::to_string(plain.exitCode), row[3]) << plain.output;
+        EXPECT_THAT(plain.output + plain.diagnostics, HasSubstr(row[4]));
+        const Printed structured = run(row[2] + " --json");
+        EXPECT_EQ(structured.exitCode, plain.exitCode);
+        const auto object = json::parse(structured.output).as_object();
+        EXPECT_THAT(std::string(object.at("error").as_string()), HasSubstr(row[4]));
+        if (row[2].starts_with("status")) { // The rest is shown.
+            EXPECT_EQ(object.at("policyFile").at("state"), "good");
+            EXPECT_THAT(plain.output, HasSubstr("managed.json (good)"));
+        }
+    }
+}
+
+TEST_F(StateCommandTest, ChangesReportTheirResult)
+{
+    checkAll(R"(snapshot | 66 |  | qvctl: no snapshot stored in DEVICE/data/
+snapshot --json | 66 | {"version":1,"error":"no snapshot stored in  | no snapshot stored
+status | 0 | Configuration   none applied yet\n
+notifications | 0 | No notifications\n
+notifications --json | 0 | {"version":1,"notifications":[]}\n
+config forget | 0 | No snapshot stored in 
+privacy grant notifications | 0 | : allowed\n
+status --json | 0 | "notificationPermission":"allowed"
+privacy revoke notifications --json | 0 | "notificationPermission":"denied"}
+status | 0 | Notifications   denied\n
+privacy reset notifications | 0 | : not asked yet\n)");
+    storeEverything();
+    check({"config forget --json", "0", R"("removed":true,"policyInForce":true})"});
+    storeEverything();
+    checkAll(
+        R"(config forget | 0 | managed.json still exists: the app stores a new snapshot when this file changes
+snapshot | 66 |  | no snapshot stored in )");
+    std::filesystem::remove("managed.json");
+    check({"config forget --json", "0", R"("removed":true,"policyInForce":false})"});
+    for (const char* file : {"shell.sqlite-wal", "shell.bell", "groups/group.com.quorvane.mdm.sqlite-shm"}) {
+        const auto link = paths().stateFolder / file;
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(folder.path("target"), link);
+        for (const char* words : {"privacy grant notifications", "config forget"})
+            check({words, "69", "",
+                   "nothing was changed: " + link.string() + " is a symbolic link; remove it\n"});
+        std::filesystem::remove(link);
+    }
+}
+
+} // namespace

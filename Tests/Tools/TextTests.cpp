@@ -1,0 +1,123 @@
+// Times and redacted text.
+
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Tests/Fakes/ForeignLocale.h"
+#include "Tools/qvctl/Bundle/Redaction.h"
+#include "Tools/qvctl/TimeText.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <regex>
+
+namespace json = boost::json;
+using namespace Qvctl;
+using Platform::PropertyLists::readPropertyList;
+
+namespace {
+
+TEST(TimeTextTest, ParsesAgesAndTimes)
+{
+    const Platform::Date now{1'000'000};
+    struct Case {
+        const char* text;
+        std::optional<const char*> expected;
+    };
+    const Case cases[] = {
+        {"90s", "2001-01-12T13:45:10.000Z"},
+        {"10m", "2001-01-12T13:36:40.000Z"},
+        {"2h", "2001-01-12T11:46:40.000Z"},
+        {"3d", "2001-01-09T13:46:40.000Z"},
+        {"2026-11-21T15:04:05Z", "2026-11-21T15:04:05.000Z"},
+        {"2026-11-21 15:04:05.25Z", "2026-11-21T15:04:05.250Z"},
+        {"2026-11-21T15:04Z", "2026-11-21T15:04:00.000Z"},
+        {"2026-07-01", "2026-06-30T22:00:00.000Z"}, // Local, in summer.
+        {"2026-01-01T00:30", "2025-12-31T23:30:00.000Z"},
+        {"2024-02-29T00:00Z", "2024-02-29T00:00:00.000Z"},
+        {"2026-02-29T00:00Z", {}},
+        {"2026-13-01", {}},
+        {"2026-11-21T24:00Z", {}},
+        {"2026-11-21Z", {}},
+        {"10", {}},
+        {"-10m", {}},
+        {"10w", {}},
+        {"9999999999s", {}},
+        {"yesterday", {}},
+        {"", {}},
+    };
+    const ForeignLocale locale;
+    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    ::tzset();
+    for (const Case& row : cases) {
+        const auto date = timeFromText(row.text, now);
+        EXPECT_EQ(date ? std::optional(date->utcText()) : std::nullopt, row.expected) << row.text;
+    }
+}
+
+TEST(TimeTextTest, NamesTheAgeInOneUnit)
+{
+    const Platform::Date now{1'000'000'000};
+    struct Case {
+        double age;
+        const char* expected;
+    };
+    for (const Case& row :
+         {Case{0, "just now"}, Case{-0.9, "just now"}, Case{1, "1 s ago"}, Case{59.9, "59 s ago"},
+          Case{60, "1 min ago"}, Case{3599, "59 min ago"}, Case{3600, "1 h ago"}, Case{86'399, "23 h ago"},
+          Case{86'400, "1 d ago"}, Case{4e8, "4629 d ago"}, Case{-200, "in 3 min"}})
+        EXPECT_EQ(relativeTime({now.secondsSinceReferenceDate - row.age}, now), row.expected);
+}
+
+TEST(RedactionTest, HashesLikeTheReference)
+{
+    // Appendix A of the paper, and the authors' vectors for no and for eight bytes.
+    Bundle::HashKey key;
+    std::string text;
+    for (unsigned char byte = 0; byte < key.size(); ++byte)
+        key.at(byte) = std::byte{byte};
+    EXPECT_EQ(Bundle::sipHash(key, text), 0x726fdb47dd0e0e31U);
+    for (char byte = 0; byte < 15; ++byte) {
+        text += byte;
+        if (byte == 7) {
+            EXPECT_EQ(Bundle::sipHash(key, text), 0x93f5f5799a932462U);
+        }
+    }
+    EXPECT_EQ(Bundle::sipHash(key, text), 0xa129ca6149be45e5U);
+}
+
+TEST(RedactionTest, ReplacesValuesByLengthAndHash)
+{
+    Bundle::Redaction redaction;
+    redaction.hideHome("/home/somebody");
+    redaction.hideText("somebody");
+    redaction.hide(
+        readPropertyList(
+            R"({"base_domain": "https://MDM.acme.corp:8443/mdm", "device_id": 4711, "shoe size": [43.5]})")
+            .root);
+    struct Case {
+        const char* text;
+        const char* redacted;
+    };
+    const Case cases[] = {
+        {"The backend mdm.acme.corp:8443.", "The backend [13 bytes, hash H]:[4 bytes, hash H]."},
+        {"~/a of Somebody", "~/a of [8 bytes, hash H]"},
+        {"/home/somebody/a, /home/somebody2", "~/a, ~2"},
+        {"inside [0].shoe, a.size.b", "inside [0].[4 bytes, hash H], a.[4 bytes, hash H].b"},
+        {"key shoe has no value", "key [4 bytes, hash H] has no value"},
+        {"device_id 4711, 43.5 and 12", "device_id [4 bytes, hash H], [4 bytes, hash H] and 12"},
+        {R"("x y" has no "."; did you mean "api_key"?)",
+         R"([3 bytes, hash H] has no "."; did you mean "api_key"?)"},
+        {R"(one " quotation mark)", R"(one " quotation mark)"},
+    };
+    static const std::regex hash("[0-9a-f]{16}");
+    for (const Case& row : cases)
+        EXPECT_EQ(std::regex_replace(redaction.redact(row.text), hash, "H"), row.redacted);
+    EXPECT_EQ(redaction.token("a"), redaction.token("a"));
+    EXPECT_NE(redaction.token("a"), Bundle::Redaction().token("a")) << "bundles must not be comparable";
+    const auto checked = redaction.redactJSON(
+        json::parse(R"({"verdict": "somebody", "found": ["somebody"], "effective": "b"})"));
+    EXPECT_EQ(std::regex_replace(json::serialize(checked), hash, "H"),
+              R"({"verdict":"somebody","found":["[8 bytes, hash H]"],"effective":"[1 bytes, hash H]"})");
+}
+
+} // namespace
