@@ -255,6 +255,8 @@ TEST_F(PolicyCommandTest, SetInstallsOnlyValidFilesDurably)
     EXPECT_THAT(fileOperations,
                 testing::ElementsAre("flush " + folderName, "flush new", "flush temporary file",
                                      "rename managed.json", "flush sub"));
+    checkAll(
+        R"(config set warning.json --managed-configuration \e/a.json | 0 | DEVICE/\x1b/a.json: changed | http)");
     ::umask(oldMask);
     for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
         EXPECT_FALSE(entry.path().filename().string().starts_with('.')) << "a temporary file is left";
@@ -265,10 +267,11 @@ TEST_F(PolicyCommandTest, ValuesOfSecretAndUnknownKeysAreMasked)
     folder.write("managed.json",
                  R"({"api_key": "canary", "password": "canary", "base_domain": {"a": "canary"},
         "SchemaVersion": [{"a": "canary"}], "AllowedAppsBundleIdsForSSOExtension": [{"a": "canary"}],
-        "device_id": "\u001b[31m"})");
+        "device_id": "\u001b[31m\u202e"})");
     folder.write("token.json", R"({"api_key": canary})");
-    checkAll(R"(config show | 0 | device_id                               "\x1b[31m"\n
+    checkAll(R"(config show | 0 | device_id                               "\x1b[31m
 config show --json | 0 | "password":"********"
+config show --json --reveal | 0 | "device_id":"\u001b[31m\u202e"
 config show --json --reveal | 0 | "password":"canary"
 config explain | 0 | api_key                                 ********\n
 config explain --json | 0 | "effective":"********"

@@ -183,6 +183,7 @@ policy 1 | wait --timeout 0 | 75 |  | qvctl: no configuration was applied yet; t
  | wait --uploaded --timeout 0 | 75 |  | no configuration was applied yet
  | status --check applied | 1 | check applied   not met: no configuration was applied yet\n
 malformed | wait --timeout 0 | 78 |  | managed.json:1:2: 
+ | status --json | 0 | "state":"malformed","reason":"
  | wait --timeout 1e300 | 78 |  | the policy file cannot be applied: 
  | wait --version 1 --timeout 0 | 75 |  | no configuration was applied yet
  | status --check applied | 1 | check applied   not met: the policy file cannot be applied: 
@@ -198,6 +199,7 @@ applied | wait --timeout 20 | 0 | Version 2 is applied.\n
  | status --check uploaded,running --json | 1 | "conditions":[{"name":"running","isMet":true,"reason":null},{"name":"uploaded","isMet":false,"reason":"no
  | config set managed.json --wait --timeout 9 | 0 | managed.json: unchanged\nThe app has applied it.\n
 policy 2 | wait --timeout 0 | 75 |  | qvctl: the applied configuration differs from the policy file in device_id\n
+ | status --check applied,running | 1 | check applied   not met: the applied configuration differs
 stopped | status --check=applied,running --json | 1 | {"name":"running","isMet":false,"reason":"the app is not running"}]}
 backend | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
 other server | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
