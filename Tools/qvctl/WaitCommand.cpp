@@ -46,7 +46,9 @@ public:
 
     WaitEnd until(const std::function<Verification()>& look, const WaitLimit& timeout)
     {
-        const auto deadline = timeout ? std::optional(Deadline(*timeout)) : std::nullopt;
+        std::optional<Deadline> deadline;
+        if (timeout)
+            deadline.emplace(*timeout);
         while (true) {
             const Verification found = look();
             const bool isLate = deadline && deadline->remaining() == milliseconds(0);
