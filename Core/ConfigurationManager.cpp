@@ -17,7 +17,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <limits>
+#include <utility>
 
 namespace Core {
 
@@ -140,14 +142,16 @@ void ConfigurationManager::updateConfigurationFromMDM()
         return;
     }
     m_isUpdatingConfiguration = true;
-    const auto snapshot = ConfigurationSnapshot::make(validateManagedConfiguration(*managed->dictionary()),
-                                                      nextConfigVersion(), m_ports.clock.now());
-    saveConfigurationSnapshot(snapshot);
+    auto snapshot = ConfigurationSnapshot::make(validateManagedConfiguration(*managed->dictionary()),
+                                                nextConfigVersion(), m_ports.clock.now());
+    const std::int64_t version = snapshot.configVersion;
+    const std::size_t appCount = snapshot.config.allowedAppBundleIds.size();
+    saveConfigurationSnapshot(std::move(snapshot));
     m_lastManagedConfigHash = std::make_shared<const std::string>(std::move(fingerprint));
     m_ports.logger.info(
         [&] {
-            return "Configuration updated - v" + std::to_string(snapshot.configVersion) +
-                   ", apps: " + std::to_string(snapshot.config.allowedAppBundleIds.size());
+            return "Configuration updated - v" + std::to_string(version) +
+                   ", apps: " + std::to_string(appCount);
         },
         "updateConfigurationFromMDM()");
     m_isUpdatingConfiguration = false;
@@ -165,15 +169,15 @@ std::int64_t ConfigurationManager::nextConfigVersion() const
 
 // Snapshot store
 
-void ConfigurationManager::saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot)
+void ConfigurationManager::saveConfigurationSnapshot(ConfigurationSnapshot snapshot)
 {
     using Platform::Outcome;
-    if (!store(snapshot))
+    if (!store(std::move(snapshot)))
         m_ports.outcomes.record(Outcome::Subject::configurationError, Outcome::Result::failed,
                                 Outcome::Kind::notStored);
 }
 
-bool ConfigurationManager::store(const ConfigurationSnapshot& snapshot)
+bool ConfigurationManager::store(ConfigurationSnapshot snapshot)
 {
     UserDefaults* suite = m_ports.userDefaults.suite(Constants::appGroupSuiteName);
     if (suite == nullptr) {
@@ -182,8 +186,11 @@ bool ConfigurationManager::store(const ConfigurationSnapshot& snapshot)
     }
     try {
         namespace Keys = Constants::SnapshotKeys;
+        Platform::Data encoded = snapshot.encode();
+        // Frees a large list before the store needs as much memory again.
+        static_cast<void>(std::exchange(snapshot.config, {}));
         const std::array<UserDefaults::Entry, 4> entries{{
-            {Keys::configSnapshot, snapshot.encode()},
+            {Keys::configSnapshot, std::move(encoded)},
             {Keys::configVersion, snapshot.configVersion},
             {Keys::lastUpdated, snapshot.lastUpdated},
             {Keys::schemaVersion, snapshot.schemaVersion},
@@ -240,13 +247,14 @@ Value ConfigurationManager::storedValue(Value ValidatedConfig::*member) const
 
 bool ConfigurationManager::isAppAllowedForSSO(std::string_view bundleId) const
 {
-    const auto allowed = getAllowedAppBundleIds();
+    const TextList allowed = storedValue(&ValidatedConfig::allowedAppBundleIds);
     return std::find(allowed.begin(), allowed.end(), bundleId) != allowed.end();
 }
 
 std::vector<std::string> ConfigurationManager::getAllowedAppBundleIds() const
 {
-    return storedValue(&ValidatedConfig::allowedAppBundleIds);
+    const TextList allowed = storedValue(&ValidatedConfig::allowedAppBundleIds);
+    return {allowed.begin(), allowed.end()};
 }
 
 std::optional<std::string> ConfigurationManager::getOrganizationId() const
@@ -293,20 +301,24 @@ std::string managedConfigFingerprint(const PropertyList::Dictionary& managed)
 {
     // Distinguishes an array from the string '["a"]': strings are UTF-8 and never contain this byte.
     constexpr const char* otherTypeMark = "\xFF";
-    std::string text;
+    Platform::Base64Writer fingerprint;
     for (const ManagedKey& key : managedKeys()) {
         const auto found = managed.find(key.name);
         if (found == managed.end())
             continue;
         const PropertyList& value = found->second;
-        const bool isPlain = value.text() != nullptr || (value.isNumber() && value.boolean() == nullptr);
-        text.append(key.name)
-            .append(":")
-            .append(isPlain ? "" : otherTypeMark)
-            .append(value.description())
-            .append(";");
+        fingerprint.append(key.name);
+        fingerprint.append(":");
+        if (const auto* text = value.text()) {
+            fingerprint.append(*text);
+        } else {
+            if (!value.isNumber() || value.boolean() != nullptr)
+                fingerprint.append(otherTypeMark);
+            fingerprint.append(value.description());
+        }
+        fingerprint.append(";");
     }
-    return Platform::base64Text(text);
+    return std::move(fingerprint).finish();
 }
 
 } // namespace Core

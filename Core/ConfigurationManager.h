@@ -110,9 +110,9 @@ private:
     /// Returns a default-constructed value if no snapshot can be loaded.
     template <typename Value>
     [[nodiscard]] Value storedValue(Value ValidatedConfig::*member) const;
-    void saveConfigurationSnapshot(const ConfigurationSnapshot& snapshot);
+    void saveConfigurationSnapshot(ConfigurationSnapshot snapshot);
     /// Logs errors. Returns whether the snapshot is stored.
-    bool store(const ConfigurationSnapshot& snapshot);
+    bool store(ConfigurationSnapshot snapshot);
 
     const Ports m_ports;
     std::atomic<bool> m_isUpdatingConfiguration = false;

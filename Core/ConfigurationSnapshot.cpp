@@ -20,14 +20,45 @@ constexpr std::string_view lastUpdated = "lastUpdated";
 /// Large enough for typical snapshots: avoids heap allocations, because every getter decodes the snapshot.
 constexpr std::size_t stackBytes = 4096;
 
+std::size_t expectedBytes(const std::optional<std::string>& text)
+{
+    return text ? text->size() : 0;
+}
+
+std::size_t expectedBytes(const TextList& list)
+{
+    constexpr std::size_t bytesOfPunctuation = 3;
+    return list.characters().size() + bytesOfPunctuation * list.size();
+}
+
+/// Returns the size of the encoded snapshot, rounded up. Escaped characters may need more.
+std::size_t expectedBytes(const ValidatedConfig& config)
+{
+    constexpr std::size_t bytesOfKeys = 512;
+    std::size_t count = bytesOfKeys;
+    forEachValue(config, [&](const ManagedKey&, const auto& value) { count += expectedBytes(value); });
+    return count;
+}
+
 void decodeInto(const KeyedDecoder& decoder, std::string_view key, std::optional<std::string>& text)
 {
     text = decoder.optionalString(key);
 }
 
-void decodeInto(const KeyedDecoder& decoder, std::string_view key, std::vector<std::string>& list)
+void decodeInto(const KeyedDecoder& decoder, std::string_view key, TextList& list)
 {
     list = decoder.strings(key);
+}
+
+void encodeInto(JSONObjectWriter& writer, std::string_view key, const std::optional<std::string>& text)
+{
+    if (text)
+        writer.add(key, std::string_view(*text));
+}
+
+void encodeInto(JSONObjectWriter& writer, std::string_view key, const TextList& list)
+{
+    writer.add(key, list);
 }
 
 } // namespace
@@ -51,20 +82,13 @@ ConfigurationSnapshot ConfigurationSnapshot::make(ValidatedConfig config, std::i
 
 Platform::Data ConfigurationSnapshot::encode() const
 {
-    std::array<unsigned char, stackBytes> buffer;
-    boost::json::monotonic_resource resource(buffer.data(), buffer.size());
-    boost::json::object object(&resource);
-    for (const ManagedKey& key : managedKeys()) {
-        const auto values = valuesOf(key, config);
-        if (key.isList())
-            object[key.codingKey] = boost::json::array(values.begin(), values.end(), &resource);
-        else if (!values.empty())
-            object[key.codingKey] = values.front();
-    }
-    object[CodingKeys::schemaVersion] = schemaVersion;
-    object[CodingKeys::configVersion] = configVersion;
-    object[CodingKeys::lastUpdated] = lastUpdated.secondsSinceReferenceDate;
-    return JSONEncoder().encode(std::move(object));
+    JSONObjectWriter writer(expectedBytes(config));
+    forEachValue(config,
+                 [&](const ManagedKey& key, const auto& value) { encodeInto(writer, key.codingKey, value); });
+    writer.add(CodingKeys::schemaVersion, schemaVersion);
+    writer.add(CodingKeys::configVersion, configVersion);
+    writer.add(CodingKeys::lastUpdated, lastUpdated.secondsSinceReferenceDate);
+    return std::move(writer).finish();
 }
 
 ConfigurationSnapshot ConfigurationSnapshot::decode(const Platform::Data& bytes)

@@ -4,9 +4,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
-#include <iterator>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -16,47 +17,104 @@ namespace {
 
 namespace json = boost::json;
 
-void appendText(std::string& out, json::string_view text)
+void append(Platform::Data& out, char character)
 {
-    const bool isPlain = std::none_of(text.begin(), text.end(), [](char character) {
-        return character == '"' || character == '\\' || character == '\x7f' ||
-               static_cast<unsigned char>(character) < ' ';
-    });
-    // Constructing the library's serializer costs more than writing a typical string.
-    if (isPlain)
-        out.append("\"").append(text.data(), text.size()).append("\"");
-    else
-        out += json::serialize(text);
+    out.push_back(static_cast<std::byte>(character));
 }
 
-void append(std::string& out, const json::value& value)
+void append(Platform::Data& out, std::string_view text)
+{
+    const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
+    out.insert(out.end(), bytes, bytes + text.size());
+}
+
+/// Whether each character needs an escape sequence in a string, by its code.
+constexpr auto isEscaped = [] {
+    std::array<bool, 256> characters{};
+    for (std::size_t code = 0; code < characters.size(); ++code)
+        characters[code] = code < ' ' || code == '"' || code == '\\' || code == 0x7f;
+    return characters;
+}();
+
+bool needsEscapes(std::string_view text)
+{
+    bool isNeeded = false;
+    for (const char character : text)
+        isNeeded |= isEscaped[static_cast<unsigned char>(character)];
+    return isNeeded;
+}
+
+/// Grows `out` and returns the first of the new bytes.
+std::byte* grow(Platform::Data& out, std::size_t count)
+{
+    out.resize(out.size() + count);
+    return out.data() + out.size() - count;
+}
+
+/// Writes a string without escapes and returns the position after it.
+std::byte* writePlain(std::byte* position, std::string_view text)
+{
+    *position++ = std::byte{'"'};
+    std::memcpy(position, text.data(), text.size());
+    position += text.size();
+    *position++ = std::byte{'"'};
+    return position;
+}
+
+void appendText(Platform::Data& out, std::string_view text)
+{
+    // Constructing the library's serializer costs more than writing a typical string.
+    if (needsEscapes(text))
+        append(out, json::serialize(json::string_view(text.data(), text.size())));
+    else
+        writePlain(grow(out, text.size() + 2), text);
+}
+
+/// Like `appendText` for each of `texts`, with commas in between, but grows `out` only once.
+void appendPlainTexts(Platform::Data& out, const TextList& texts)
+{
+    constexpr std::size_t bytesOfPunctuation = 3;
+    std::byte* position = grow(out, texts.characters().size() + bytesOfPunctuation * texts.size());
+    for (const std::string_view text : texts) {
+        position = writePlain(position, text);
+        *position++ = std::byte{','};
+    }
+    out.pop_back();
+}
+
+void appendNumber(Platform::Data& out, double number)
+{
+    if (!std::isfinite(number))
+        throw EncodingError("JSON cannot represent a number that is not finite.");
+    append(out, fmt::format("{}", number));
+}
+
+void appendValue(Platform::Data& out, const json::value& value)
 {
     if (const auto* array = value.if_array()) {
-        out += '[';
+        append(out, '[');
         for (const char* separator = ""; const json::value& element : *array) {
-            out += std::exchange(separator, ",");
-            append(out, element);
+            append(out, std::string_view(std::exchange(separator, ",")));
+            appendValue(out, element);
         }
-        out += ']';
+        append(out, ']');
     } else if (const auto* object = value.if_object()) {
-        out += '{';
+        append(out, '{');
         for (const char* separator = ""; const auto& member : *object) {
-            out += std::exchange(separator, ",");
+            append(out, std::string_view(std::exchange(separator, ",")));
             appendText(out, member.key());
-            out += ':';
-            append(out, member.value());
+            append(out, ':');
+            appendValue(out, member.value());
         }
-        out += '}';
+        append(out, '}');
     } else if (const auto* number = value.if_double()) {
-        if (!std::isfinite(*number))
-            throw EncodingError("JSON cannot represent a number that is not finite.");
-        fmt::format_to(std::back_inserter(out), "{}", *number);
+        appendNumber(out, *number);
     } else if (const auto* text = value.if_string()) {
-        appendText(out, *text);
+        appendText(out, std::string_view(text->data(), text->size()));
     } else if (const auto* integer = value.if_int64()) {
-        fmt::format_to(std::back_inserter(out), "{}", *integer);
+        append(out, std::to_string(*integer));
     } else {
-        out += json::serialize(value);
+        append(out, json::serialize(value));
     }
 }
 
@@ -131,10 +189,62 @@ std::string copied(const json::string& text)
 
 Platform::Data JSONEncoder::encode(const json::value& value) const
 {
-    std::string text;
-    append(text, value);
-    const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
-    return {bytes, bytes + text.size()};
+    Platform::Data bytes;
+    appendValue(bytes, value);
+    return bytes;
+}
+
+JSONObjectWriter::JSONObjectWriter(std::size_t expectedBytes)
+{
+    m_bytes.reserve(expectedBytes);
+    append(m_bytes, '{');
+}
+
+void JSONObjectWriter::addKey(std::string_view key)
+{
+    if (m_bytes.size() > 1)
+        append(m_bytes, ',');
+    appendText(m_bytes, key);
+    append(m_bytes, ':');
+}
+
+void JSONObjectWriter::add(std::string_view key, std::string_view text)
+{
+    addKey(key);
+    appendText(m_bytes, text);
+}
+
+void JSONObjectWriter::add(std::string_view key, const TextList& texts)
+{
+    addKey(key);
+    append(m_bytes, '[');
+    if (!texts.empty() && !needsEscapes(texts.characters())) {
+        appendPlainTexts(m_bytes, texts);
+    } else {
+        for (const char* separator = ""; const std::string_view text : texts) {
+            append(m_bytes, std::string_view(std::exchange(separator, ",")));
+            appendText(m_bytes, text);
+        }
+    }
+    append(m_bytes, ']');
+}
+
+void JSONObjectWriter::add(std::string_view key, std::int64_t integer)
+{
+    addKey(key);
+    append(m_bytes, std::to_string(integer));
+}
+
+void JSONObjectWriter::add(std::string_view key, double number)
+{
+    addKey(key);
+    appendNumber(m_bytes, number);
+}
+
+Platform::Data JSONObjectWriter::finish() &&
+{
+    append(m_bytes, '}');
+    return std::move(m_bytes);
 }
 
 json::value JSONDecoder::decode(const Platform::Data& bytes, json::storage_ptr storage) const
@@ -185,20 +295,23 @@ double KeyedDecoder::number(std::string_view key) const
     return number;
 }
 
-std::vector<std::string> KeyedDecoder::strings(std::string_view key) const
+TextList KeyedDecoder::strings(std::string_view key) const
 {
     const json::value& value = member(key);
     const auto* array = value.if_array();
     if (array == nullptr)
         throwMismatch(key, "an array of strings", value);
-    std::vector<std::string> strings;
-    strings.reserve(array->size());
+    std::size_t characterCount = 0;
     for (const json::value& element : *array) {
         const auto* text = element.if_string();
         if (text == nullptr)
             throwMismatch(key, "an array of strings", value);
-        strings.push_back(copied(*text));
+        characterCount += text->size();
     }
+    TextList strings;
+    strings.reserve(characterCount);
+    for (const json::value& element : *array)
+        strings.push_back(std::string_view(element.get_string().data(), element.get_string().size()));
     return strings;
 }
 

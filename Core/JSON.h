@@ -1,15 +1,16 @@
 #pragma once
 
+#include "Core/TextList.h"
 #include "Platform/Error.h"
 #include "Platform/PropertyList.h"
 
 #include <boost/json.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace Core {
 
@@ -38,6 +39,26 @@ struct JSONEncoder {
     [[nodiscard]] Platform::Data encode(const boost::json::value& value) const;
 };
 
+/// Writes one object straight to bytes, in the form of `JSONEncoder` and in the order of the calls.
+class JSONObjectWriter {
+public:
+    /// Allocates `expectedBytes` at once.
+    explicit JSONObjectWriter(std::size_t expectedBytes);
+
+    void add(std::string_view key, std::string_view text);
+    void add(std::string_view key, const TextList& texts);
+    void add(std::string_view key, std::int64_t integer);
+    /// Throws `EncodingError` for a number that is not finite.
+    void add(std::string_view key, double number);
+
+    [[nodiscard]] Platform::Data finish() &&;
+
+private:
+    void addKey(std::string_view key);
+
+    Platform::Data m_bytes;
+};
+
 /// Parses JSON.
 struct JSONDecoder {
     /// Allocates the value in `storage`. Throws `DecodingError`.
@@ -56,7 +77,7 @@ public:
 
     [[nodiscard]] std::int64_t integer(std::string_view key) const;
     [[nodiscard]] double number(std::string_view key) const;
-    [[nodiscard]] std::vector<std::string> strings(std::string_view key) const;
+    [[nodiscard]] TextList strings(std::string_view key) const;
     /// Absent if the member is missing or null.
     [[nodiscard]] std::optional<std::string> optionalString(std::string_view key) const;
 

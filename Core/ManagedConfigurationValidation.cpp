@@ -5,6 +5,7 @@
 #include "Platform/ASCII.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
 
 namespace Core {
@@ -33,11 +34,24 @@ private:
 
 constexpr std::string_view https = "https://";
 
-bool isBundleIdCharacter(char character)
+constexpr bool isBundleIdCharacter(char character)
 {
     return Platform::isASCIILetter(character) || Platform::isASCIIDigit(character) || character == '.' ||
            character == '-';
 }
+
+/// Kinds of characters in an entry of a list, as bits.
+enum CharacterKind : unsigned char { ordinary = 0, dot = 1, forbidden = 2 };
+
+/// The kind of each character, by its code. A list may have millions of characters.
+constexpr auto characterKinds = [] {
+    std::array<CharacterKind, 256> kinds{};
+    for (std::size_t code = 0; code < kinds.size(); ++code)
+        kinds[code] = !isBundleIdCharacter(static_cast<char>(code)) ? forbidden
+                      : code == '.'                                 ? dot
+                                                                    : ordinary;
+    return kinds;
+}();
 
 /// Returns the scheme at the start of `text`, if any: "ftp" for "ftp://host", "https" for "https:/host".
 std::optional<std::string_view> leadingScheme(std::string_view text)
@@ -61,51 +75,80 @@ std::optional<FindingKind> bundleIdProblem(std::string_view entry)
 {
     if (entry.empty())
         return FindingKind::entryEmpty;
-    if (!std::all_of(entry.begin(), entry.end(), isBundleIdCharacter))
+    unsigned kinds = 0;
+    for (const char character : entry)
+        kinds |= characterKinds[static_cast<unsigned char>(character)];
+    if ((kinds & forbidden) != 0)
         return FindingKind::entryHasForbiddenCharacter;
-    if (entry.find('.') == std::string_view::npos)
-        return FindingKind::entryHasNoDot;
-    return std::nullopt;
+    return (kinds & dot) != 0 ? std::nullopt : std::optional(FindingKind::entryHasNoDot);
 }
 
-std::vector<std::string> filterBundleIds(const std::vector<std::string_view>& pieces,
-                                         FindingCollector findings)
-{
-    std::vector<std::string> accepted;
-    accepted.reserve(pieces.size());
-    std::set<std::string_view> seen;
-    for (std::size_t index = 0; index < pieces.size(); ++index) {
-        const std::string_view entry = trimmed(pieces[index]);
+/// Collects the valid ones of the entries of a list.
+class BundleIdFilter {
+public:
+    explicit BundleIdFilter(FindingCollector findings) : m_findings(findings) {}
+
+    void add(std::string_view piece)
+    {
+        const std::size_t index = m_count++;
+        const std::string_view entry = trimmed(piece);
         if (const auto problem = bundleIdProblem(entry)) {
-            findings.add(*problem, index);
-            continue;
+            m_findings.add(*problem, index);
+            return;
         }
-        if (findings.isCollecting() && !seen.insert(entry).second)
-            findings.add(FindingKind::entryRepeated, index);
-        accepted.emplace_back(entry);
+        if (m_findings.isCollecting() && !m_seen.insert(entry).second)
+            m_findings.add(FindingKind::entryRepeated, index);
+        accepted.push_back(entry);
     }
-    return accepted;
+
+    TextList accepted;
+
+private:
+    FindingCollector m_findings;
+    std::size_t m_count = 0;
+    std::set<std::string_view> m_seen;
+};
+
+/// Returns whether all elements are strings.
+bool areTexts(const PropertyList::Array& array, FindingCollector findings)
+{
+    bool areTexts = true;
+    for (std::size_t index = 0; index < array.size(); ++index) {
+        if (array[index].text() != nullptr)
+            continue;
+        areTexts = false;
+        findings.add(FindingKind::elementNotText, index);
+    }
+    return areTexts;
 }
 
-std::vector<std::string> parseBundleIdList(const PropertyList& value, FindingCollector findings)
+/// Calls `visit` for each piece of `text` between its commas, at least once.
+template <typename Visit>
+void forEachPiece(std::string_view text, Visit visit)
 {
-    if (const auto* text = value.text())
-        return filterBundleIds(splitAtCommas(*text), findings);
-    const auto* array = value.array();
-    if (array == nullptr) {
+    for (auto comma = text.find(','); comma != std::string_view::npos; comma = text.find(',')) {
+        visit(text.substr(0, comma));
+        text.remove_prefix(comma + 1);
+    }
+    visit(text);
+}
+
+TextList parseBundleIdList(const PropertyList& value, FindingCollector findings)
+{
+    BundleIdFilter filter(findings);
+    if (const auto* text = value.text()) {
+        filter.accepted.reserve(text->size());
+        forEachPiece(*text, [&](std::string_view piece) { filter.add(piece); });
+    } else if (const auto* array = value.array()) {
+        // One element of the wrong type invalidates the whole array.
+        if (areTexts(*array, findings)) {
+            for (const PropertyList& element : *array)
+                filter.add(*element.text());
+        }
+    } else {
         findings.add(FindingKind::wrongType);
-        return {};
     }
-    std::vector<std::string_view> pieces;
-    pieces.reserve(array->size());
-    for (std::size_t index = 0; index < array->size(); ++index) {
-        if (const auto* text = (*array)[index].text())
-            pieces.emplace_back(*text);
-        else
-            findings.add(FindingKind::elementNotText, index);
-    }
-    // One element of the wrong type invalidates the whole array.
-    return pieces.size() == array->size() ? filterBundleIds(pieces, findings) : std::vector<std::string>();
+    return std::move(filter.accepted);
 }
 
 std::optional<std::string> readScalarString(const PropertyList& value, FindingCollector findings)
@@ -160,8 +203,7 @@ void read(const PropertyList& value, const ManagedKey& key, FindingCollector fin
         text = normalizeBaseDomain(text, findings);
 }
 
-void read(const PropertyList& value, const ManagedKey&, FindingCollector findings,
-          std::vector<std::string>& list)
+void read(const PropertyList& value, const ManagedKey&, FindingCollector findings, TextList& list)
 {
     list = parseBundleIdList(value, findings);
 }
@@ -171,11 +213,7 @@ void read(const PropertyList& value, const ManagedKey&, FindingCollector finding
 std::vector<std::string_view> splitAtCommas(std::string_view text)
 {
     std::vector<std::string_view> pieces;
-    for (auto comma = text.find(','); comma != std::string_view::npos; comma = text.find(',')) {
-        pieces.push_back(text.substr(0, comma));
-        text.remove_prefix(comma + 1);
-    }
-    pieces.push_back(text);
+    forEachPiece(text, [&](std::string_view piece) { pieces.push_back(piece); });
     return pieces;
 }
 

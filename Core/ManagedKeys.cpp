@@ -109,14 +109,14 @@ std::string_view acceptedForms(ManagedKey::Kind kind)
     return "any value";
 }
 
-std::span<const std::string> valuesOf(const ManagedKey& key, const ValidatedConfig& config)
+std::vector<std::string_view> valuesOf(const ManagedKey& key, const ValidatedConfig& config)
 {
     if (const auto* list = std::get_if<ManagedKey::ListMember>(&key.member))
-        return config.**list;
+        return {(config.**list).begin(), (config.**list).end()};
     const auto* member = std::get_if<ManagedKey::TextMember>(&key.member);
     if (member == nullptr || !(config.**member))
         return {};
-    return {&*(config.**member), 1};
+    return {*(config.**member)};
 }
 
 } // namespace Core

@@ -25,7 +25,7 @@ struct ManagedKey {
     };
     using NoMember = std::monostate;
     using TextMember = std::optional<std::string> ValidatedConfig::*;
-    using ListMember = std::vector<std::string> ValidatedConfig::*;
+    using ListMember = TextList ValidatedConfig::*;
 
     std::string_view name;
     Kind kind;
@@ -62,18 +62,18 @@ std::string_view acceptedForms(ManagedKey::Kind kind);
 
 /// Returns the value of `key` in `config`: one string, or the entries of a list; empty if absent. Refers to
 /// `config`.
-std::span<const std::string> valuesOf(const ManagedKey& key, const ValidatedConfig& config);
+std::vector<std::string_view> valuesOf(const ManagedKey& key, const ValidatedConfig& config);
 
-/// Calls `set(key, value)` for each stored key. `value` is a reference to the member of `config`: a
-/// `std::optional<std::string>` or a `std::vector<std::string>`.
-template <typename Set>
-void forEachValue(ValidatedConfig& config, Set&& set)
+/// Calls `visit(key, value)` for each stored key. `value` is a reference to the member of `config`: a
+/// `std::optional<std::string>` or a `TextList`. `Config` is `ValidatedConfig`, possibly constant.
+template <typename Config, typename Visit>
+void forEachValue(Config& config, Visit&& visit)
 {
     for (const ManagedKey& key : managedKeys()) {
         if (const auto* text = std::get_if<ManagedKey::TextMember>(&key.member))
-            set(key, config.**text);
+            visit(key, config.**text);
         else if (const auto* list = std::get_if<ManagedKey::ListMember>(&key.member))
-            set(key, config.**list);
+            visit(key, config.**list);
     }
 }
 

@@ -14,8 +14,12 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// White-space characters by the number of their UTF-8 bytes.
-constexpr std::string_view oneByte = "\t\n\v\f\r ";
+bool isASCIIWhiteSpace(char character)
+{
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+// Other white-space characters by the number of their UTF-8 bytes.
 constexpr std::array twoBytes{"\u0085"sv, "\u00a0"sv};
 constexpr std::array threeBytes{
     "\u1680"sv, "\u2000"sv, "\u2001"sv, "\u2002"sv, "\u2003"sv, "\u2004"sv,
@@ -39,7 +43,7 @@ std::size_t whiteSpaceLength(std::size_t size, BytesOf bytesOf)
     // No byte of a multi-byte character is an ASCII character.
     const char outermost = bytesOf(1).front();
     if (static_cast<unsigned char>(outermost) < 0x80)
-        return oneByte.find(outermost) != std::string_view::npos ? 1 : 0;
+        return isASCIIWhiteSpace(outermost) ? 1 : 0;
     if (size >= 2 && contains(twoBytes, bytesOf(2)))
         return 2;
     if (size >= 3 && contains(threeBytes, bytesOf(3)))

@@ -1,15 +1,16 @@
 #pragma once
 
+#include "Core/TextList.h"
+
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace Core {
 
 /// The valid values of a managed configuration. Each member has a row in the table of `ManagedKeys.cpp`.
 struct ValidatedConfig {
     /// In the order of the policy, including duplicates.
-    std::vector<std::string> allowedAppBundleIds;
+    TextList allowedAppBundleIds;
     std::optional<std::string> organizationId;
     /// Starts with "https://" in any letter case.
     std::optional<std::string> baseDomain;

@@ -19,12 +19,12 @@ using Platform::PropertyList;
 
 namespace {
 
-void examineBundleIds(const std::vector<std::string>& kept, const PropertyList& configured)
+void examineBundleIds(const TextList& kept, const PropertyList& configured)
 {
     constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-";
-    for (const std::string& identifier : kept)
-        require(identifier.find('.') != std::string::npos &&
-                    identifier.find_first_not_of(allowed) == std::string::npos,
+    for (const std::string_view identifier : kept)
+        require(identifier.find('.') != std::string_view::npos &&
+                    identifier.find_first_not_of(allowed) == std::string_view::npos,
                 "an accepted bundle identifier is valid");
     std::size_t entryCount = 0;
     if (const auto* text = configured.text())
@@ -68,9 +68,12 @@ PropertyList::Dictionary examineValues(ValidatedConfig config, const PropertyLis
     PropertyList::Dictionary same;
     forEachValue(config, [&](const ManagedKey& key, auto& value) {
         const PropertyList& configured = Platform::member(managed, key.name);
-        if constexpr (std::is_same_v<decltype(value), std::vector<std::string>&>) {
+        if constexpr (std::is_same_v<decltype(value), TextList&>) {
             examineBundleIds(value, configured);
-            same.emplace(key.name, PropertyList::Array(value.begin(), value.end()));
+            PropertyList::Array array;
+            for (const std::string_view text : value)
+                array.emplace_back(std::string(text));
+            same.emplace(key.name, std::move(array));
         } else {
             if (key.kind == ManagedKey::Kind::address)
                 examineAddress(value);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace Platform {
 
@@ -12,6 +13,39 @@ constexpr std::string_view base64Alphabet(Base64Form form)
 {
     return form == Base64Form::standard ? "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"
                                         : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+}
+
+constexpr std::size_t bytesPerGroup = 3;
+constexpr std::size_t digitsPerGroup = 4;
+
+/// The two digits of each 12-bit number. Halves the cost of a large fingerprint, compared with single digits.
+using Base64Pairs = std::array<std::array<char, 2>, 4096>;
+
+constexpr Base64Pairs base64Pairs(Base64Form form)
+{
+    const std::string_view alphabet = base64Alphabet(form);
+    Base64Pairs pairs{};
+    for (std::size_t number = 0; number < pairs.size(); ++number)
+        pairs[number] = {alphabet[number >> 6U], alphabet[number & 0x3FU]};
+    return pairs;
+}
+
+constexpr Base64Pairs standardPairs = base64Pairs(Base64Form::standard);
+constexpr Base64Pairs urlPairs = base64Pairs(Base64Form::url);
+
+/// Writes four digits for each three bytes; the number of bytes must be a multiple of three.
+void writeGroups(char* digits, std::span<const std::byte> bytes, Base64Form form)
+{
+    const Base64Pairs& pairs = form == Base64Form::standard ? standardPairs : urlPairs;
+    const std::byte* const end = bytes.data() + bytes.size();
+    for (const std::byte* group = bytes.data(); group != end; group += bytesPerGroup) {
+        const auto number = std::to_integer<std::uint32_t>(group[0]) << 16U |
+                            std::to_integer<std::uint32_t>(group[1]) << 8U |
+                            std::to_integer<std::uint32_t>(group[2]);
+        std::memcpy(digits, pairs[number >> 12U].data(), 2);
+        std::memcpy(digits + 2, pairs[number & 0xFFFU].data(), 2);
+        digits += digitsPerGroup;
+    }
 }
 
 /// Returns whether Unicode reserves the code point as a noncharacter.
@@ -173,32 +207,50 @@ std::string hexadecimalText(const Data& bytes)
     return text;
 }
 
+void Base64Writer::append(std::span<const std::byte> bytes)
+{
+    while (m_restCount > 0 && !bytes.empty()) {
+        m_rest.at(m_restCount++) = bytes.front();
+        bytes = bytes.subspan(1);
+        if (m_restCount == bytesPerGroup)
+            writeRest();
+    }
+    const std::span<const std::byte> groups = bytes.first(bytes.size() - bytes.size() % bytesPerGroup);
+    const std::size_t oldSize = m_text.size();
+    const std::size_t newSize = oldSize + groups.size() / bytesPerGroup * digitsPerGroup;
+    // Smaller parts that follow a large one should not move it.
+    constexpr std::size_t roomForMore = 1024;
+    if (newSize > m_text.capacity())
+        m_text.reserve(newSize + roomForMore);
+    m_text.resize(newSize);
+    writeGroups(m_text.data() + oldSize, groups, m_form);
+    for (const std::byte byte : bytes.subspan(groups.size()))
+        m_rest.at(m_restCount++) = byte;
+}
+
+void Base64Writer::writeRest()
+{
+    std::array<char, digitsPerGroup> digits{};
+    writeGroups(digits.data(), m_rest, m_form);
+    m_text.append(digits.data(), m_restCount + 1);
+    m_rest = {};
+    m_restCount = 0;
+}
+
+std::string Base64Writer::finish() &&
+{
+    if (m_restCount > 0)
+        writeRest();
+    if (m_form == Base64Form::standard)
+        m_text.append((digitsPerGroup - m_text.size() % digitsPerGroup) % digitsPerGroup, '=');
+    return std::move(m_text);
+}
+
 std::string base64Text(std::span<const std::byte> bytes, Base64Form form)
 {
-    const std::string_view alphabet = base64Alphabet(form);
-    std::string text((bytes.size() + 2) / 3 * 4, '=');
-    char* digit = text.data();
-    const auto byte = [&](std::size_t index) { return std::to_integer<std::uint32_t>(bytes[index]); };
-    const auto append = [&](std::uint32_t group, unsigned shift) {
-        *digit++ = alphabet[group >> shift & 0x3fU];
-    };
-    for (; bytes.size() >= 3; bytes = bytes.subspan(3)) {
-        const std::uint32_t group = byte(0) << 16U | byte(1) << 8U | byte(2);
-        append(group, 18);
-        append(group, 12);
-        append(group, 6);
-        append(group, 0);
-    }
-    if (!bytes.empty()) {
-        const std::uint32_t group = byte(0) << 16U | (bytes.size() > 1 ? byte(1) << 8U : 0U);
-        append(group, 18);
-        append(group, 12);
-        if (bytes.size() > 1)
-            append(group, 6);
-    }
-    if (form == Base64Form::url)
-        text.resize(static_cast<std::size_t>(digit - text.data()));
-    return text;
+    Base64Writer writer(form);
+    writer.append(bytes);
+    return std::move(writer).finish();
 }
 
 std::optional<Data> decodeBase64URL(std::string_view text)

@@ -2,6 +2,7 @@
 
 #include "Platform/Data.h"
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -58,6 +59,25 @@ std::string hexadecimalText(const Data& bytes);
 
 /// The forms of RFC 4648: `standard` is section 4, with padding; `url` is section 5, without padding.
 enum class Base64Form { standard, url };
+
+/// Encodes bytes that arrive in parts as Base64, without line breaks.
+class Base64Writer {
+public:
+    explicit Base64Writer(Base64Form form = Base64Form::standard) : m_form(form) {}
+
+    void append(std::span<const std::byte> bytes);
+    void append(std::string_view bytes) { append(std::as_bytes(std::span(bytes))); }
+    [[nodiscard]] std::string finish() &&;
+
+private:
+    void writeRest();
+
+    Base64Form m_form;
+    std::string m_text;
+    /// The last bytes, fewer than three, that are not in `m_text` yet; followed by zeros.
+    std::array<std::byte, 3> m_rest{};
+    std::size_t m_restCount = 0;
+};
 
 /// Encodes `bytes` as Base64, without line breaks.
 std::string base64Text(std::span<const std::byte> bytes, Base64Form form);

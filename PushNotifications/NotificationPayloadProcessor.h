@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Core/TextList.h"
 #include "Platform/Application.h"
 #include "Platform/Date.h"
 #include "Platform/PropertyList.h"
@@ -85,7 +86,7 @@ private:
         std::optional<std::string> body;
         Platform::Date date;
         /// Names of the payload's top-level members, without their values.
-        std::vector<std::string> userInfoKeys;
+        Core::TextList userInfoKeys;
     };
 
     [[nodiscard]] ProcessedNotificationPayload

@@ -171,8 +171,8 @@ TEST_F(ConfigurationManagerTest, ValidatesStoresAndReportsEachKeySeparately)
             const auto values = valuesOf(other, snapshot->config);
             EXPECT_EQ(values.empty(), other.name != key.name || !key.isStored()) << other.name;
             std::string joined;
-            for (const std::string& value : values)
-                joined += (joined.empty() ? "" : ",") + value;
+            for (const std::string_view value : values)
+                joined.append(joined.empty() ? "" : ",").append(value);
             EXPECT_EQ(joined, values.empty() ? "" : key.example);
         }
         const auto status = manager->getConfigurationStatus();
@@ -366,9 +366,19 @@ TEST(FingerprintTest, IsBase64OfTheSixKeysInTableOrder)
                              "SchemaVersion:2;base_domain:3.5;api_key:k;device_id:d;"));
     EXPECT_EQ(managedConfigFingerprint({}), "");
     // RFC 4648, section 10
-    for (const auto& [plain, encoded] : std::map<std::string, std::string>{
-             {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}})
+    for (const auto& [plain, encoded] : std::map<std::string, std::string>{{"f", "Zg=="},
+                                                                           {"fo", "Zm8="},
+                                                                           {"foo", "Zm9v"},
+                                                                           {"foob", "Zm9vYg=="},
+                                                                           {"fooba", "Zm9vYmE="},
+                                                                           {"foobar", "Zm9vYmFy"},
+                                                                           {"\xff\xfe", "//4="}}) {
         EXPECT_EQ(Platform::base64Text(plain), encoded);
+        Platform::Base64Writer writer;
+        for (const char& byte : plain)
+            writer.append({&byte, 1});
+        EXPECT_EQ(std::move(writer).finish(), encoded);
+    }
 }
 
 TEST(FingerprintTest, DiffersForValuesThatLookAlike)

@@ -3,6 +3,7 @@
 #include "Core/JSON.h"
 #include "Tests/Fakes/Bytes.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -17,7 +18,7 @@ TEST(ConfigurationSnapshotTest, EncodesOnlyPresentFields)
     EXPECT_EQ(textOf(snapshot.encode()),
               R"({"allowedAppBundleIds":[],"schemaVersion":1,"configVersion":0,"lastUpdated":60})");
 
-    snapshot.config.allowedAppBundleIds = {"com.a.b", "com.a.b"};
+    snapshot.config.allowedAppBundleIds = {"com.a.b", "", "com.a.b"};
     snapshot.config.organizationId = "\"\\\n\u00e4\U0001F600";
     snapshot.config.apiKey = "\x1f";
     snapshot.config.deviceId = "DEV-1";
@@ -26,9 +27,14 @@ TEST(ConfigurationSnapshotTest, EncodesOnlyPresentFields)
     snapshot.lastUpdated = {986'802'277.2158307};
     EXPECT_EQ(
         textOf(snapshot.encode()),
-        "{\"allowedAppBundleIds\":[\"com.a.b\",\"com.a.b\"],\"organizationId\":"
+        "{\"allowedAppBundleIds\":[\"com.a.b\",\"\",\"com.a.b\"],\"organizationId\":"
         "\"\\\"\\\\\\n\u00e4\U0001F600\",\"apiKey\":\"\\u001f\","
         "\"deviceId\":\"DEV-1\",\"schemaVersion\":2,\"configVersion\":3,\"lastUpdated\":986802277.2158307}");
+    EXPECT_EQ(ConfigurationSnapshot::decode(snapshot.encode()), snapshot);
+
+    snapshot.config.allowedAppBundleIds = {"a\"b", "", "\n"};
+    EXPECT_THAT(textOf(snapshot.encode()),
+                testing::StartsWith(R"({"allowedAppBundleIds":["a\"b","","\n"],"organizationId")"));
     EXPECT_EQ(ConfigurationSnapshot::decode(snapshot.encode()), snapshot);
 
     snapshot.lastUpdated = {std::numeric_limits<double>::infinity()};

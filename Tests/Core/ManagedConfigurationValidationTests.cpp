@@ -15,7 +15,7 @@ constexpr const char* listKey = "AllowedAppsBundleIdsForSSOExtension";
 struct ListCase {
     const char* name;
     PropertyList value;
-    std::vector<std::string> expected;
+    TextList expected;
     std::vector<std::pair<Kind, std::optional<std::size_t>>> findings;
 };
 

@@ -77,7 +77,7 @@ public:
         m_version = state.configVersion;
         m_apps.erase(m_apps.begin(), m_apps.end() - 1);
         if (state.snapshot)
-            m_apps.push_back(state.snapshot->config.allowedAppBundleIds.at(0));
+            m_apps.emplace_back(state.snapshot->config.allowedAppBundleIds[0]);
 
         std::vector<std::string> titles;
         for (const auto& entry : state.history)

@@ -234,7 +234,7 @@ private:
         if (state.snapshot) {
             const auto& apps = state.snapshot->config.allowedAppBundleIds;
             const std::size_t number =
-                apps.empty() ? 0 : std::stoul(apps[0].substr(apps[0].rfind("app") + 3));
+                apps.empty() ? 0 : std::stoul(std::string(apps[0].substr(apps[0].rfind("app") + 3)));
             require(number >= acknowledged.applied, "policy {} was applied but policy {} is stored",
                     acknowledged.applied, number);
         }

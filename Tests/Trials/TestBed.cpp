@@ -71,7 +71,7 @@ StoredState TestBed::requireHealthy(const StoredState& before)
     requireWithLog(pushed.isAcknowledged(), "a push was refused: " + pushed.answer);
     StoredState now = requireNothingLost(before, pushed);
     requireWithLog(now.snapshot &&
-                       now.snapshot->config.allowedAppBundleIds == std::vector{"com.example." + m_app},
+                       now.snapshot->config.allowedAppBundleIds == Core::TextList{"com.example." + m_app},
                    "the last change is not stored");
     return now;
 }

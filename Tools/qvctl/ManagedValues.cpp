@@ -20,9 +20,12 @@ void maskValue(std::optional<std::string>& text)
         text = mask;
 }
 
-void maskValue(std::vector<std::string>& list)
+void maskValue(Core::TextList& list)
 {
-    std::fill(list.begin(), list.end(), mask);
+    Core::TextList masked;
+    for (std::size_t index = 0; index < list.size(); ++index)
+        masked.push_back(mask);
+    list = std::move(masked);
 }
 
 /// "ApiKey" for "api key".

@@ -241,7 +241,7 @@ void printValue(const ManagedKey& key, const Core::ValidatedConfig& config)
     const auto values = Core::valuesOf(key, config);
     if (key.isList()) {
         printRow(labelOf(key), std::to_string(values.size()));
-        for (const std::string& value : values)
+        for (const std::string_view value : values)
             printRow("", value);
     } else {
         printRow(labelOf(key),

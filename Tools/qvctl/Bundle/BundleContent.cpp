@@ -119,8 +119,8 @@ private:
         Platform::PropertyList::Dictionary values;
         for (const Core::ManagedKey& key : printedKeys()) {
             Platform::PropertyList::Array list;
-            for (const std::string& value : Core::valuesOf(key, snapshot.config))
-                list.emplace_back(value);
+            for (const std::string_view value : Core::valuesOf(key, snapshot.config))
+                list.emplace_back(std::string(value));
             if (key.isList())
                 values.emplace(key.name, std::move(list));
             else if (!list.empty())
