@@ -18,6 +18,17 @@ double median(std::vector<double> values)
     return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
+/// One median for each whole run.
+std::vector<double> medians(const std::vector<std::vector<double>>& runs)
+{
+    std::vector<double> medians;
+    for (const std::vector<double>& run : runs) {
+        if (!run.empty())
+            medians.push_back(median(run));
+    }
+    return medians;
+}
+
 std::string durationText(double nanoseconds)
 {
     double number = nanoseconds;
@@ -50,13 +61,14 @@ std::string amountText(Figure::Quantity quantity, double amount)
 /// of the machine affects both: the spread of their ratios shows how reliable the result is.
 class Comparison {
 public:
-    Comparison(const std::vector<double>& ours, const std::vector<double>& peers,
+    Comparison(const std::vector<std::vector<double>>& ours, const std::vector<std::vector<double>>& peers,
                const Figure::Budget& budget, Figure::Quantity quantity)
-        : m_budget(budget), m_quantity(quantity), m_result(compared(median(ours), median(peers)))
+        : m_budget(budget), m_quantity(quantity), m_result(median(compared(medians(ours), medians(peers))))
     {
-        const std::size_t count = std::min(ours.size(), peers.size());
-        for (std::size_t repetition = 0; repetition < count; ++repetition)
-            m_repetitions.push_back(compared(ours[repetition], peers[repetition]));
+        for (std::size_t run = 0; run < std::min(ours.size(), peers.size()); ++run) {
+            const std::vector<double> ofRun = compared(ours[run], peers[run]);
+            m_repetitions.insert(m_repetitions.end(), ofRun.begin(), ofRun.end());
+        }
     }
 
     [[nodiscard]] std::string result() const { return text(m_result); }
@@ -80,9 +92,13 @@ public:
 
 private:
     [[nodiscard]] bool isExcess() const { return m_budget.excess.has_value(); }
-    [[nodiscard]] double compared(double ours, double peers) const
+    [[nodiscard]] std::vector<double> compared(const std::vector<double>& ours,
+                                               const std::vector<double>& peers) const
     {
-        return isExcess() ? ours - peers : ours / peers;
+        std::vector<double> results;
+        for (std::size_t index = 0; index < std::min(ours.size(), peers.size()); ++index)
+            results.push_back(isExcess() ? ours[index] - peers[index] : ours[index] / peers[index]);
+        return results;
     }
     [[nodiscard]] std::string text(double value) const
     {
@@ -131,9 +147,12 @@ void Results::ReportRuns(const std::vector<Run>& runs)
         const std::string& name = run.run_name.function_name;
         if (run.error_occurred)
             m_errors[name] = run.error_message;
-        else if (run.run_type == Run::RT_Iteration)
-            m_samples[name].push_back(run.run_name.time_type.empty() ? run.GetAdjustedCPUTime()
-                                                                     : run.GetAdjustedRealTime());
+        if (run.error_occurred || run.run_type != Run::RT_Iteration)
+            continue;
+        Samples& samples = m_samples[name];
+        samples.resize(m_runCount);
+        samples.back().push_back(run.run_name.time_type.empty() ? run.GetAdjustedCPUTime()
+                                                                : run.GetAdjustedRealTime());
     }
 }
 
@@ -149,7 +168,7 @@ std::string Results::growth(const Figure& figure, std::string_view contender) co
     const Samples* own = samples(figure.measurementName(contender));
     if (base == nullptr || own == nullptr)
         return "";
-    const double factor = median(*own) / median(*base);
+    const double factor = median(medians(*own)) / median(medians(*base));
     return fmt::format("x {:.{}f}", factor, factor < 10 ? 1 : 0);
 }
 
@@ -158,7 +177,8 @@ bool Results::printTable(std::span<const Figure> figures) const
     std::vector<Row> rows{{"figure", "ours", "peer", "peer's", "ratio", "budget", "spread", "growth", ""}};
     for (const Figure& figure : figures) {
         const Samples* ours = samples(figure.measurementName(Figure::oursName));
-        const std::string oursText = ours != nullptr ? amountText(figure.quantity, median(*ours)) : "-";
+        const std::string oursText =
+            ours != nullptr ? amountText(figure.quantity, median(medians(*ours))) : "-";
         const std::string ourGrowth = growth(figure, Figure::oursName);
         bool hasPeer = false;
         for (const Figure::Peer& peer : figure.peers) {
@@ -166,8 +186,9 @@ bool Results::printTable(std::span<const Figure> figures) const
             if (peers == nullptr)
                 continue;
             hasPeer = true;
-            Row row{figure.name, oursText,  peer.name, amountText(figure.quantity, median(*peers)), "-", "-",
-                    "-",         ourGrowth, ""};
+            Row row{figure.name, oursText, peer.name, amountText(figure.quantity, median(medians(*peers))),
+                    "-",         "-",      "-",       ourGrowth,
+                    ""};
             if (ours != nullptr) {
                 const Comparison comparison(*ours, *peers, peer.budget, figure.quantity);
                 row.at(4) = comparison.result();

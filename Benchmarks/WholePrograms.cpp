@@ -48,23 +48,27 @@ public:
     }
 
     /// Runs qvctl and returns its output.
-    std::vector<std::string> console(const std::vector<std::string>& arguments) const
+    std::vector<std::string> console(const std::vector<std::string>& arguments, int exitCode = 0) const
     {
-        return finished(*m_device.startConsole(arguments));
+        return finished(*m_device.startConsole(arguments), exitCode);
     }
-    /// Runs SQLite's shell on the suite's file and returns its output.
+    /// Runs SQLite's shell and returns its output.
+    static std::vector<std::string> databaseShell(const std::string& database, const std::string& statement)
+    {
+        ChildProcess shell({"sqlite3", database, statement}, {});
+        return finished(shell, 0);
+    }
     std::vector<std::string> selectConfigVersion() const
     {
-        ChildProcess shell(
-            {"sqlite3", m_device.suiteFile(), "select value from defaults where key='ConfigVersion'"}, {});
-        return finished(shell);
+        return databaseShell(m_device.suiteFile(), "select value from defaults where key='ConfigVersion'");
     }
+    [[nodiscard]] std::string policyFile() const { return m_device.policyFile(); }
     [[nodiscard]] const ThrowawayDevice& device() const { return m_device; }
 
 private:
-    static std::vector<std::string> finished(ChildProcess& process)
+    static std::vector<std::string> finished(ChildProcess& process, int exitCode)
     {
-        if (process.waitForExit() != 0)
+        if (process.waitForExit() != exitCode)
             throw std::runtime_error("a program failed: " +
                                      (process.lines().empty() ? "" : process.lines().back()));
         return process.lines();
@@ -119,10 +123,49 @@ void consoleStatus(benchmark::State& state, const RunningDevice& running)
         benchmark::DoNotOptimize(running.console({"status"}));
 }
 
-void databaseShell(benchmark::State& state, const RunningDevice& running)
+void consoleLint(benchmark::State& state, const RunningDevice& running)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(running.console({"config", "lint", running.policyFile()}));
+}
+
+void consoleExplain(benchmark::State& state, const RunningDevice& running)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(running.console({"config", "explain", running.policyFile()}));
+}
+
+/// Some checks fail, since the device has no session bus.
+void consoleDoctor(benchmark::State& state, const RunningDevice& running)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(running.console({"doctor", "--offline"}, 1));
+}
+
+void selectRow(benchmark::State& state, const RunningDevice& running)
 {
     for (auto _ : state)
         benchmark::DoNotOptimize(running.selectConfigVersion());
+}
+
+/// SQLite's shell parses the policy file and prints its members.
+void selectMembers(benchmark::State& state, const RunningDevice& running)
+{
+    const std::string statement =
+        fmt::format("select key, value from json_each(readfile('{}'))", running.policyFile());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(RunningDevice::databaseShell(":memory:", statement));
+}
+
+Figure consoleFigure(std::string_view command, void (*ours)(benchmark::State&, const RunningDevice&),
+                     Figure::Peer peer)
+{
+    constexpr std::int64_t runsPerRepetition = 5;
+    return {fmt::format("qvctl {}, whole program", command),
+            onRunningDevice(ours),
+            {std::move(peer)},
+            Figure::Clock::wall,
+            runsPerRepetition};
 }
 
 } // namespace
@@ -130,17 +173,17 @@ void databaseShell(benchmark::State& state, const RunningDevice& running)
 std::vector<Figure> wholeProgramFigures()
 {
     constexpr double allowanceNanoseconds = 10e6;
-    constexpr std::int64_t runsPerRepetition = 5;
+    const Figure::Measurement oneRow = onRunningDevice(selectRow);
+    const Figure::Measurement members = onRunningDevice(selectMembers);
     return {
         {"policy file to snapshot, whole program",
          onRunningDevice(policyToSnapshot),
          {{"debounce interval", debounceInterval, {.excess = allowanceNanoseconds}}},
          Figure::Clock::manual,
          1},
-        {"qvctl status, whole program",
-         onRunningDevice(consoleStatus),
-         {{"sqlite3, one row", onRunningDevice(databaseShell), {.ratio = 2.0}}},
-         Figure::Clock::wall,
-         runsPerRepetition},
+        consoleFigure("status", consoleStatus, {"sqlite3, one row", oneRow, {.ratio = 2.0}}),
+        consoleFigure("config lint", consoleLint, {"sqlite3, members of the file", members}),
+        consoleFigure("config explain", consoleExplain, {"sqlite3, members of the file", members}),
+        consoleFigure("doctor --offline", consoleDoctor, {"sqlite3, one row", oneRow}),
     };
 }
