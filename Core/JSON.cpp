@@ -70,7 +70,7 @@ void appendText(Platform::Data& out, std::string_view text)
         writePlain(grow(out, text.size() + 2), text);
 }
 
-/// Like `appendText` for each of `texts`, with commas in between, but grows `out` only once.
+/// Appends strings without escapes, separated by commas. Grows `out` only once.
 void appendPlainTexts(Platform::Data& out, const TextList& texts)
 {
     constexpr std::size_t bytesOfPunctuation = 3;

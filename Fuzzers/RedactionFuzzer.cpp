@@ -73,7 +73,7 @@ void collectTexts(const PropertyList& value, std::vector<std::string>& texts)
     }
 }
 
-/// Returns `redacted` without "[14 bytes, hash 029e2873199a1b00]" and the like.
+/// Returns `redacted` without tokens such as "[14 bytes, hash 029e2873199a1b00]".
 std::string withoutTokens(std::string redacted)
 {
     constexpr std::string_view hash = " bytes, hash ";
@@ -132,11 +132,11 @@ void Fuzzers::examine(std::string_view input)
         // Commands escape what a terminal must not show.
         requireHidden(redaction, Platform::printable(text));
     }
-    // All of its own texts are shorter.
-    constexpr std::size_t longestOwnText = 20;
+    // Every fixed string in a description is shorter.
+    constexpr std::size_t longestFixedString = 20;
     const std::string described = json::serialize(redaction.describe(value));
     for (const std::string& text : texts) {
-        if (text.size() > longestOwnText && text.find('"') == std::string::npos)
+        if (text.size() > longestFixedString && text.find('"') == std::string::npos)
             require(described.find(text) == std::string::npos, "a description contains no value");
     }
 }

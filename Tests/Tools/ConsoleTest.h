@@ -92,8 +92,8 @@ protected:
         return outcome;
     }
 
-    /// Splits a table into lines, and these into columns at " | ". DEVICE stands for the folder, \n for a
-    /// line break and \e for an escape character.
+    /// Splits a table into lines, and these into columns at " | ". Replaces DEVICE with the folder, \n with a
+    /// line break and \e with an escape character.
     [[nodiscard]] static std::vector<std::vector<std::string>> rowsOf(const std::string& table)
     {
         std::vector<std::vector<std::string>> rows;

@@ -258,7 +258,7 @@ TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
     }
 }
 
-/// A store, its content (none for a folder in its place), a command, its exit code and part of the reason.
+/// A store, its content (none if it is a folder), a command, its exit code and part of the reason.
 constexpr const char* damages =
     R"(com.quorvane.mdm.sqlite |  | notifications | 69 | .sqlite is not a regular file; remove it
 com.quorvane.mdm.sqlite | no database | notifications | 69 | .sqlite: file is not a database

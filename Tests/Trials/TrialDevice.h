@@ -38,9 +38,8 @@ struct StoredState {
     bool isAuthorized = false;
 };
 
-/// Returns a payload with an alert that is recorded in the history before it is acknowledged. An alert alone
-/// waits elsewhere until the user has seen it, as long as no window is active, and a starting window is not
-/// active yet.
+/// Returns a payload whose alert is in the history before the push is acknowledged. Without
+/// "content-available", an alert that arrives before a window is active waits in the shell's store.
 inline std::string recordedPush(std::string_view title)
 {
     return fmt::format(R"({{"aps": {{"alert": {{"title": "{}"}}, "content-available": 1}}}})", title);
