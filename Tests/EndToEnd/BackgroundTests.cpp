@@ -105,7 +105,7 @@ TEST_F(BackgroundTest, InstanceWithoutDisplayMakesRoomForALaunchThatStays)
         device.setEnvironment("QT_QPA_PLATFORM", "offscreen");
         const auto seen = device.startApplication();
         EXPECT_EQ(unseen->waitForExit(), 0);
-        ASSERT_TRUE(seen->waitForLine(ready));
+        ASSERT_TRUE(seen->waitForLine(ready)) << testing::PrintToString(seen->lines());
         EXPECT_EQ(runningProcess(), seen->processId());
         const DrivenWindow window = device.window();
         window.waitFor("welcome.getStarted");
