@@ -91,7 +91,7 @@ struct FakeDistributor {
                 addMethod(*object, interface, "Register", two);
         }
         publishMethods(*object);
-        bus->requestName(ServiceName("org.unifiedpush.Distributor." + name));
+        takeName(*bus, "org.unifiedpush.Distributor." + name);
         bus->enterEventLoopAsync();
     }
     ~FakeDistributor() { bus->leaveEventLoop(); }

@@ -66,7 +66,7 @@ struct FakeServer {
                     held.returnError(sdbus::Error(ErrorName("test.No"), "private"));
             });
         publishMethods(*object);
-        bus->requestName(ServiceName(name));
+        takeName(*bus, name);
         bus->enterEventLoopAsync();
     }
     /// Sends the signal to all connections, or only to `receiver`, bypassing its match rules.

@@ -27,7 +27,7 @@ struct FakePortal {
             return spaces == std::vector<std::string>{look, desk} ? settings : Settings();
         });
         publishMethods(*object);
-        peer->requestName(ServiceName("org.freedesktop.portal.Desktop"));
+        takeName(*peer, "org.freedesktop.portal.Desktop");
     }
     void change(const char* space, const char* key, const Value& value) const
     {

@@ -2,9 +2,11 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 // Fakes use the library directly, and its versions 1 and 2 differ. The names are those of version 2, which
@@ -79,3 +81,19 @@ inline bool processPending(sdbus::IConnection& connection)
     return connection.processPendingRequest();
 }
 #endif
+
+/// Takes a name that a connection which was closed just now may still own.
+inline void takeName(sdbus::IConnection& connection, const std::string& name)
+{
+    constexpr int attemptCount = 20'000;
+    for (int attempt = 1;; ++attempt) {
+        try {
+            connection.requestName(ServiceName(name));
+            return;
+        } catch (const sdbus::Error&) {
+            if (attempt == attemptCount)
+                throw;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+}
