@@ -172,7 +172,7 @@ private:
     {
         int status = 0;
         if (!outcome.failure.empty()) {
-            // Includes its own child processes. One that hangs in the kernel is left behind.
+            // With its own child processes. A process that hangs in the kernel is left behind.
             ::kill(-m_process, SIGKILL);
             ::kill(m_process, SIGKILL);
             ::waitpid(m_process, &status, WNOHANG);
