@@ -162,7 +162,8 @@ ExitCode launch(int& argc, char** argv, const DeviceOptions& options, const Make
     auto made = makeDevice({.mainQueue = runLoop,
                             .timers = runLoop,
                             .quit = [&] { runLoop.quit(); },
-                            .activate = [&] { runLoop.async([&] { show(); }); }},
+                            .activate = [&] { runLoop.async([&] { show(); }); },
+                            .hasDisplay = Desktop::hasDisplay()},
                            deviceStrings());
     if (const auto* exitCode = std::get_if<ExitCode>(&made))
         return *exitCode;

@@ -43,8 +43,9 @@ struct EventLoop {
     TimerScheduler& timers;
     /// Ends the program. May be called on any thread.
     std::function<void()> quit;
-    /// Brings the program to the front. May be called on any thread.
+    /// Brings the program to the front; without a display, ends it. May be called on any thread.
     std::function<void()> activate;
+    bool hasDisplay = true;
 };
 
 /// The parts of the system's user interface that are drawn in the application's window.

@@ -40,9 +40,14 @@ std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& c
 /// instance exited instead, as one without a display does.
 std::optional<ExitCode> activateOther(const DevicePaths& paths)
 {
-    constexpr std::chrono::milliseconds longestEnd(300);
+    // Its window may have been closed just now; then it exits, too.
+    constexpr std::chrono::milliseconds usualTimeout(300);
+    constexpr std::chrono::seconds exitTimeout(20);
     const auto file = paths.instanceLock();
-    switch (InstanceLock::signalHolder(file, ProcessSignals::activationSignal, longestEnd)) {
+    const auto holder = InstanceLock::holder(file);
+    const bool isExitExpected = holder && holder->whenSignaled == InstanceLock::WhenSignaled::exits;
+    switch (InstanceLock::signalHolder(file, ProcessSignals::activationSignal,
+                                       isExitExpected ? exitTimeout : usualTimeout)) {
     case InstanceLock::SignalOutcome::ended:
         return std::nullopt;
     case InstanceLock::SignalOutcome::delivered:
@@ -97,6 +102,8 @@ private:
 struct Device::Instance {
     Instance(const DeviceOptions& options, const EventLoop& loop, ProgramRestart& restart)
         : log(makeLog(options, clock)),
+          whenSignaled(loop.hasDisplay ? InstanceLock::WhenSignaled::opensWindow
+                                       : InstanceLock::WhenSignaled::exits),
           signals(
               [&restart, quit = loop.quit] {
                   restart.cancel();
@@ -108,19 +115,20 @@ struct Device::Instance {
     /// Makes this the only instance, or returns this process's exit code.
     std::optional<ExitCode> claim(const DeviceOptions& options, const DevicePaths& paths)
     {
-        if (tryLock(paths))
-            return std::nullopt;
-        if (options.isInBackground)
-            return success;
-        if (const auto exitCode = activateOther(paths))
-            return exitCode;
-        hasReplacedOther = true;
-        return tryLock(paths) ? std::nullopt : std::optional(ExitCode::success);
+        while (!tryLock(paths)) {
+            if (options.isInBackground)
+                return success;
+            if (const auto exitCode = activateOther(paths))
+                return exitCode;
+            hasReplacedOther = true;
+        }
+        return std::nullopt;
     }
 
     const SystemClock clock;
     const std::unique_ptr<UnifiedLog> log;
     const AdapterLog adapterLog{*log, std::string(applicationIdentifier)};
+    const InstanceLock::WhenSignaled whenSignaled;
     /// Declared before the lock because other instances send signals to the lock's holder.
     ProcessSignals signals;
     std::optional<InstanceLock> lock;
@@ -132,7 +140,7 @@ private:
     bool tryLock(const DevicePaths& paths)
     {
         try {
-            lock = InstanceLock::acquire(paths.instanceLock());
+            lock = InstanceLock::acquire(paths.instanceLock(), whenSignaled);
             return lock.has_value();
         } catch (const std::runtime_error& error) {
             adapterLog.error(std::string("Cannot check for another running instance: ") + error.what());

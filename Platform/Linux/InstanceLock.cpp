@@ -26,6 +26,9 @@ struct flock wholeFile()
     return lock;
 }
 
+/// An instance that exits when signaled locks only the first byte, which tells other launches to wait for it.
+constexpr off_t lengthIfItExits = 1;
+
 /// Name and user ids of a process. Any user may read them, unlike its executable; see proc(5).
 struct ProcessIdentity {
     static constexpr std::string_view nameField = "Name:\t";
@@ -47,11 +50,14 @@ struct ProcessIdentity {
 
 } // namespace
 
-std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& file)
+std::optional<InstanceLock> InstanceLock::acquire(const std::filesystem::path& file,
+                                                  WhenSignaled whenSignaled)
 {
     Storage::preparePrivateFolder(file.parent_path(), "XDG_DATA_HOME");
     Storage::FileDescriptor descriptor = Storage::openPrivateFile(file, O_RDWR | O_CREAT);
     struct flock lock = wholeFile();
+    if (whenSignaled == WhenSignaled::exits)
+        lock.l_len = lengthIfItExits;
     if (::fcntl(descriptor.get(), F_SETLK, &lock) == 0)
         return InstanceLock(std::move(descriptor));
     if (errno == EACCES || errno == EAGAIN)
@@ -69,7 +75,8 @@ std::optional<InstanceLock::Holder> InstanceLock::holder(const std::filesystem::
     // 0: a process outside our PID namespace. Negative: an open file description lock, or another machine.
     if (lock.l_pid <= 0)
         return Holder{};
-    return Holder{lock.l_pid, ProcessIdentity(std::to_string(lock.l_pid)).name};
+    return Holder{lock.l_pid, ProcessIdentity(std::to_string(lock.l_pid)).name,
+                  lock.l_len == lengthIfItExits ? WhenSignaled::exits : WhenSignaled::opensWindow};
 }
 
 bool InstanceLock::Holder::isApplication() const

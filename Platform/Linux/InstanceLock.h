@@ -14,15 +14,20 @@ namespace Platform::Linux {
 /// ends. Source: fcntl(2), advisory record locks.
 class InstanceLock {
 public:
+    /// What an instance does when another launch signals it.
+    enum class WhenSignaled { opensWindow, exits };
+
     /// Acquires the lock; absent if another process holds it. Throws `std::runtime_error` if the file cannot
     /// be created, or if it or its folder does not belong to this user alone.
-    static std::optional<InstanceLock> acquire(const std::filesystem::path& file);
+    static std::optional<InstanceLock> acquire(const std::filesystem::path& file,
+                                               WhenSignaled whenSignaled = WhenSignaled::opensWindow);
 
     struct Holder {
         /// Absent if the process runs in another container, or on another machine that shares the folder.
         std::optional<pid_t> process;
         /// The process name; empty if unknown.
         std::string program = {};
+        WhenSignaled whenSignaled = WhenSignaled::opensWindow;
 
         /// Returns false only if the process is known not to be the application.
         [[nodiscard]] bool isApplication() const;

@@ -103,7 +103,10 @@ TEST_F(BackgroundTest, InstanceWithoutDisplayMakesRoomForALaunchThatStays)
         const auto unseen = startInBackground();
         device.setEnvironment("QT_QPA_GENERIC_PLUGINS", "QuorvaneWindowDriver");
         device.setEnvironment("QT_QPA_PLATFORM", "offscreen");
+        unseen->signal(SIGSTOP);
         const auto seen = device.startApplication();
+        EXPECT_EQ(seen->waitForExit(1s), std::nullopt) << "a slow device";
+        unseen->signal(SIGCONT);
         EXPECT_EQ(unseen->waitForExit(), 0);
         ASSERT_TRUE(seen->waitForLine(ready)) << testing::PrintToString(seen->lines());
         EXPECT_EQ(runningProcess(), seen->processId());

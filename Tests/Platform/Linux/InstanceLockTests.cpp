@@ -20,6 +20,7 @@ using Platform::Storage::FileDescriptor;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 using SignalOutcome = InstanceLock::SignalOutcome;
+using WhenSignaled = InstanceLock::WhenSignaled;
 
 namespace {
 
@@ -117,6 +118,21 @@ TEST_F(InstanceLockTest, SignalsOnlyThisProgramAndUser)
         EXPECT_TRUE(otherUser.isAlive());
     }
     EXPECT_TRUE(InstanceLock::acquire(file));
+}
+
+TEST_F(InstanceLockTest, HolderShowsWhatItDoesWhenSignaled)
+{
+    for (const auto whenSignaled : {WhenSignaled::opensWindow, WhenSignaled::exits}) {
+        std::optional<InstanceLock> lock;
+        const Child application([&] {
+            lock = InstanceLock::acquire(file, whenSignaled);
+            return lock.has_value();
+        });
+        ASSERT_TRUE(application.isReady());
+        EXPECT_EQ(InstanceLock::holder(file)->whenSignaled, whenSignaled);
+        EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::opensWindow));
+        EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::exits));
+    }
 }
 
 TEST_F(InstanceLockTest, HolderWithoutProcessIdIsUnreachable)
