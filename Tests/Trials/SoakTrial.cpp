@@ -9,7 +9,10 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <map>
+#include <optional>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -60,11 +63,49 @@ void requireNoGrowth(const std::vector<Sample>& samples, std::int64_t Sample::*f
     require(after - before <= slack, "{} are growing", name);
 }
 
+/// The desktop's services on the session bus: a notification server, and a portal with a color scheme.
+class FakeDesktop {
+public:
+    explicit FakeDesktop(bool isDark)
+    {
+        using Settings = std::map<std::string, std::map<std::string, sdbus::Variant>>;
+        const Settings settings{
+            {"org.freedesktop.appearance", {{"color-scheme", sdbus::Variant(isDark ? 1U : 2U)}}}};
+        constexpr const char* server = "org.freedesktop.Notifications";
+        addMethod(*m_server, server, "GetCapabilities", [] { return std::vector<std::string>{"body"}; });
+        addMethod(*m_server, server, "Notify",
+                  [this](const std::string&, std::uint32_t, const std::string&, const std::string&,
+                         const std::string&, const std::vector<std::string>&,
+                         const std::map<std::string, sdbus::Variant>&,
+                         std::int32_t) { return ++m_notificationCount; });
+        addMethod(*m_portal, "org.freedesktop.portal.Settings", "ReadAll",
+                  [settings](const std::vector<std::string>&) { return settings; });
+        publishMethods(*m_server);
+        publishMethods(*m_portal);
+        takeName(*m_bus, server);
+        takeName(*m_bus, "org.freedesktop.portal.Desktop");
+        m_bus->enterEventLoopAsync();
+    }
+    ~FakeDesktop() { m_bus->leaveEventLoop(); }
+    FakeDesktop(const FakeDesktop&) = delete;
+    FakeDesktop& operator=(const FakeDesktop&) = delete;
+
+private:
+    std::uint32_t m_notificationCount = 0;
+    std::unique_ptr<sdbus::IConnection> m_bus = sdbus::createSessionBusConnection();
+    std::unique_ptr<sdbus::IObject> m_server =
+        sdbus::createObject(*m_bus, ObjectPath("/org/freedesktop/Notifications"));
+    std::unique_ptr<sdbus::IObject> m_portal =
+        sdbus::createObject(*m_bus, ObjectPath("/org/freedesktop/portal/desktop"));
+};
+
 /// An application with a distributor and a backend, under constant load.
 class Soak {
 public:
-    explicit Soak(const TrialPrograms& programs) : m_device(programs.folder, m_backend)
+    explicit Soak(const TrialPrograms& programs)
+        : m_device(programs.folder, m_backend), m_faults(m_device, programs.faultLibrary)
     {
+        m_distributor.installService(programs.folder);
         m_device.replacePolicy(m_device.policy({"app0"}));
         m_application = m_device.start("auto");
         require(m_distributor.waitForRegistration(), "the application did not register");
@@ -74,13 +115,26 @@ public:
     /// Sends a new endpoint and waits for the upload of the new token.
     void upload()
     {
-        m_distributor.sendEndpoint(fmt::format("https://push.example.org/{}", ++m_uploadCount));
-        for (auto requests = m_backend.takeRequests();; requests = m_backend.takeRequests()) {
-            if (!requests.empty()) {
-                m_token = uploadedToken(requests.back()).value();
-                return;
-            }
-            std::this_thread::sleep_for(100us);
+        m_distributor.sendEndpoint(nextEndpoint());
+        waitForUpload();
+    }
+    /// Restarts a service of the desktop or moves the clock, each in turn.
+    void disturb()
+    {
+        switch (++m_disturbanceCount % 3) {
+        case 0:
+            require(m_distributor.restart(nextEndpoint()), "the session bus cannot start the application");
+            require(m_distributor.waitForRegistration(), "the application did not register again");
+            waitForUpload();
+            break;
+        case 1:
+            m_isDark = !m_isDark;
+            m_desktop.reset();
+            m_desktop.emplace(m_isDark);
+            break;
+        default:
+            constexpr std::int64_t day = 86'400;
+            m_faults->clockOffsetSeconds = m_faults->clockOffsetSeconds == 0 ? day : 0;
         }
     }
     void push()
@@ -111,20 +165,37 @@ public:
         m_application->signal(SIGTERM);
         require(m_application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
         const StoredState state = m_device.inspect();
-        fmt::print("{} uploads, {} pushes, {} changes, version {}, history of {}\n", m_uploadCount,
-                   m_pushCount, m_changeCount, state.configVersion, state.history.size());
+        fmt::print("{} uploads, {} pushes, {} changes, {} disturbances, version {}, history of {}\n",
+                   m_uploadCount, m_pushCount, m_changeCount, m_disturbanceCount, state.configVersion,
+                   state.history.size());
     }
 
 private:
+    std::string nextEndpoint() { return fmt::format("https://push.example.org/{}", ++m_uploadCount); }
+    void waitForUpload()
+    {
+        for (auto requests = m_backend.takeRequests();; requests = m_backend.takeRequests()) {
+            if (!requests.empty()) {
+                m_token = uploadedToken(requests.back()).value();
+                return;
+            }
+            std::this_thread::sleep_for(100us);
+        }
+    }
+
     const TemporaryFolder m_folder;
     TestBackend m_backend{{.folder = m_folder.path()}};
     TrialDevice m_device;
+    Faults m_faults;
     Distributor m_distributor{m_device, Distributor::Behavior::responsive};
+    std::optional<FakeDesktop> m_desktop{std::in_place, false};
     std::unique_ptr<ChildProcess> m_application;
     std::string m_token;
     int m_uploadCount = 0;
     int m_pushCount = 0;
     int m_changeCount = 0;
+    int m_disturbanceCount = 0;
+    bool m_isDark = false;
 };
 
 } // namespace
@@ -138,6 +209,7 @@ void soakTrial(const TrialPrograms& programs, double minutes)
     const auto begin = steady_clock::now();
     while (steady_clock::now() - begin < length) {
         soak.change();
+        soak.disturb();
         for (const auto busyUntil = steady_clock::now() + 1s; steady_clock::now() < busyUntil;) {
             soak.upload();
             for (int i = 0; i < 5; ++i)

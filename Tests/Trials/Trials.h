@@ -24,7 +24,8 @@ void faultTrial(const TrialPrograms& programs, int depth);
 void disturbanceTrial(const TrialPrograms& programs);
 /// Sends `messages` encrypted pushes at once, then again with SIGTERM in the middle.
 void burstTrial(const TrialPrograms& programs, int messages);
-/// Runs changes, pushes and uploads at full speed and checks for growth.
+/// Runs changes, pushes and uploads at full speed while the services of the desktop restart, and checks for
+/// growth.
 void soakTrial(const TrialPrograms& programs, double minutes);
 /// Reconfigures many devices of one backend at once and sends each a push.
 void fleetTrial(const TrialPrograms& programs, int devices);
