@@ -1,28 +1,21 @@
 #include "Tools/qvctl/WaitCommand.h"
 
-#include "Platform/Linux/Files/FileSystemWatcher.h"
-#include "Platform/Linux/Files/PathWatch.h"
 #include "Tools/qvctl/Conditions.h"
 #include "Tools/qvctl/Deadline.h"
+#include "Tools/qvctl/FileChanges.h"
 #include "Tools/qvctl/LiveSession.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <functional>
 #include <optional>
-#include <sys/eventfd.h>
-#include <system_error>
 
 namespace Qvctl {
 
 namespace {
 
-using Platform::Linux::Files::FileSystemWatcher;
-using Platform::Linux::Files::PathWatch;
-using Platform::Storage::FileDescriptor;
 using std::chrono::milliseconds;
 
 /// How long an obstacle must last: a program that writes the policy file in place, or removes it before it
@@ -36,13 +29,8 @@ public:
     explicit Waiting(const Options& options)
         : m_device(options, Device::Access::inspect),
           conditions(m_device, options),
-          m_wakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-    {
-        if (!m_wakeUp)
-            throw std::system_error(errno, std::generic_category(), "eventfd");
-        m_watch.emplace(m_watcher, conditions.watchedFiles(), m_device.log(),
-                        [this] { ::eventfd_write(m_wakeUp.get(), 1); });
-    }
+          m_changes(conditions.watchedFiles(), m_device.log())
+    {}
 
     WaitEnd until(const std::function<Verification()>& look, const WaitLimit& timeout)
     {
@@ -100,14 +88,12 @@ private:
             rest = deadline->remaining();
         if (m_settling)
             rest = std::min(rest.value_or(milliseconds::max()), m_settling->remaining());
-        switch (m_session.waitForEvent(m_wakeUp.get(), rest)) {
-        case LiveSession::Event::ready: {
-            eventfd_t count = 0;
-            ::eventfd_read(m_wakeUp.get(), &count);
+        switch (m_session.waitForEvent(m_changes.descriptor(), rest)) {
+        case LiveSession::Event::ready:
+            m_changes.reset();
             if (m_settling)
                 m_settling.emplace(settleTime);
             break;
-        }
         case LiveSession::Event::timeout:
             break;
         case LiveSession::Event::signal:
@@ -116,12 +102,9 @@ private:
         }
     }
 
-    const FileDescriptor m_wakeUp;
+    const FileChanges m_changes;
     std::optional<Deadline> m_settling;
     bool m_hasLooked = false;
-    std::optional<PathWatch> m_watch;
-    /// Declared last: destroyed before the objects that it calls.
-    FileSystemWatcher m_watcher;
 };
 
 } // namespace

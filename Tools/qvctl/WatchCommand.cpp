@@ -1,20 +1,16 @@
 #include "Core/Constants.h"
-#include "Platform/Linux/Files/FileSystemWatcher.h"
-#include "Platform/Linux/Files/PathWatch.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
+#include "Tools/qvctl/FileChanges.h"
 #include "Tools/qvctl/LiveSession.h"
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <sys/eventfd.h>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -26,9 +22,6 @@ namespace json = boost::json;
 using Core::ConfigurationSnapshot;
 using Core::ManagedKey;
 using namespace Platform;
-using namespace Platform::Storage;
-using namespace Platform::Linux;
-using namespace Platform::Linux::Files;
 
 /// A value that changed since the previous version.
 struct Change {
@@ -159,18 +152,12 @@ ExitCode watch(const Options& options)
 {
     LiveSession session;
     Watch watch(options);
-    const FileDescriptor wakeUp(::eventfd(0, EFD_CLOEXEC));
-    if (!wakeUp)
-        throw std::system_error(errno, std::generic_category(), "eventfd");
     // Writers touch this file after each commit.
-    const auto bell = std::filesystem::path(watch.suiteFile()).replace_extension(".bell");
-    std::optional<PathWatch> bellWatch;
-    FileSystemWatcher watcher; // Destroyed before the objects that it calls.
-    bellWatch.emplace(watcher, std::vector{bell}, watch.log(), [&] { ::eventfd_write(wakeUp.get(), 1); });
+    const auto bell = watch.suiteFile().replace_extension(".bell");
+    const FileChanges changes({.files = {bell}}, watch.log());
     watch.begin();
-    while (session.waitFor(wakeUp.get())) {
-        eventfd_t count = 0;
-        ::eventfd_read(wakeUp.get(), &count);
+    while (session.waitFor(changes.descriptor())) {
+        changes.reset();
         watch.check();
     }
     return success;

@@ -1,12 +1,11 @@
 #include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
 #include "Platform/Linux/ApplicationProcess.h"
-#include "Platform/Linux/Files/FileSystemWatcher.h"
-#include "Platform/Linux/Files/PathWatch.h"
 #include "Platform/Linux/InstanceLock.h"
 #include "Platform/Linux/ProcessSignals.h"
 #include "Tools/qvctl/Commands.h"
 #include "Tools/qvctl/Device.h"
+#include "Tools/qvctl/FileChanges.h"
 #include "Tools/qvctl/LiveSession.h"
 #include "Tools/qvctl/ManagedValues.h"
 #include "Tools/qvctl/Output.h"
@@ -15,12 +14,9 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <chrono>
 #include <optional>
 #include <string>
-#include <sys/eventfd.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -33,7 +29,6 @@ namespace json = boost::json;
 using namespace std::chrono_literals;
 using Core::ConfigurationSnapshot;
 using Core::ManagedKey;
-using Platform::Storage::FileDescriptor;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Files;
 
@@ -62,35 +57,8 @@ ApplicationProcess requestReload(const Device& device)
     return *std::move(process);
 }
 
-/// Reports commits to the store of the snapshot.
-class SuiteWatch {
-public:
-    explicit SuiteWatch(const Device& device) : m_wakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-    {
-        if (!m_wakeUp)
-            throw std::system_error(errno, std::generic_category(), "eventfd");
-        // Writers touch this file after each commit.
-        auto bell = device.paths.suite(Core::Constants::appGroupSuiteName).replace_extension(".bell");
-        m_watch.emplace(m_watcher, std::vector{std::move(bell)}, device.log(),
-                        [this] { ::eventfd_write(m_wakeUp.get(), 1); });
-    }
-    /// Waits for a commit, or until the time is up. False if the command must end.
-    bool wait(LiveSession& session, std::chrono::milliseconds timeout) const
-    {
-        const bool isGoing = session.waitFor(m_wakeUp.get(), POLLIN, static_cast<int>(timeout.count()));
-        eventfd_t count = 0;
-        ::eventfd_read(m_wakeUp.get(), &count);
-        return isGoing;
-    }
-
-private:
-    FileDescriptor m_wakeUp;
-    std::optional<PathWatch> m_watch;
-    FileSystemWatcher m_watcher; // Destroyed before the objects that it calls.
-};
-
 /// Waits for a snapshot other than `before`.
-ConfigurationSnapshot waitForChange(LiveSession& session, const SuiteWatch& suite, const Device& device,
+ConfigurationSnapshot waitForChange(LiveSession& session, const FileChanges& commits, const Device& device,
                                     const std::optional<ConfigurationSnapshot>& before)
 {
     using std::chrono::steady_clock;
@@ -99,8 +67,9 @@ ConfigurationSnapshot waitForChange(LiveSession& session, const SuiteWatch& suit
          left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now())) {
         if (const auto now = device.storedSnapshot(); now && now != before)
             return *now;
-        if (!suite.wait(session, left))
-            break;
+        if (session.waitForEvent(commits.descriptor(), left) == LiveSession::Event::signal)
+            session.endBySignal();
+        commits.reset();
     }
     throw CommandError(unavailable, "the app applied no change within 10 seconds; it may use another policy "
                                     "file, or its log shows why: qvctl log");
@@ -161,13 +130,15 @@ ExitCode reload(const Options& options)
         return Policy::failUnusable(options, policy.bestReading());
     const auto expected = Core::validateManagedConfiguration(*policy.reading.document.root.dictionary());
     const auto before = device.storedSnapshot();
-    const SuiteWatch suite(device);
+    // Writers touch this file after each commit.
+    const auto bell = device.paths.suite(Core::Constants::appGroupSuiteName).replace_extension(".bell");
+    const FileChanges commits({.files = {bell}}, device.log());
     const ApplicationProcess process = requestReload(device);
     if (before && before->config == expected) {
         printResult(options, process, *before, {});
         return success;
     }
-    const auto after = waitForChange(session, suite, device, before);
+    const auto after = waitForChange(session, commits, device, before);
     auto changed = printedKeys();
     std::erase_if(changed, [&](const ManagedKey& key) {
         return !isDifferent(key, before ? before->config : Core::ValidatedConfig{}, after.config);
