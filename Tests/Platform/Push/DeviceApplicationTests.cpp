@@ -65,7 +65,7 @@ const std::string notStored = described(PushRefusal::notStored());
 
 class DeviceApplicationTest : public testing::Test {
 protected:
-    /// The outcome that was recorded just now.
+    /// The outcome that was recorded just now. Advances the clock.
     Outcome recordedPush()
     {
         outcomeStore.values.clear();
@@ -176,15 +176,16 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
         EXPECT_TRUE(activity.isIdle()) << row.payload;
         const bool isAlert = world->events.front() != "background";
         const std::string& end = world->events.back();
-        EXPECT_EQ(recordedPush(),
-                  (Outcome{end == "ok"                    ? Outcome::Result::succeeded
-                           : end.starts_with("refused: ") ? Outcome::Result::failed
-                                                          : Outcome::Result::deferred,
-                           isAlert ? Outcome::Kind::alert : Outcome::Kind::silent, 0, clock.now()}))
-            << row.payload;
+        const auto result = end == "ok"                    ? Outcome::Result::succeeded
+                            : end.starts_with("refused: ") ? Outcome::Result::failed
+                                                           : Outcome::Result::deferred;
+        const Outcome expected{result, isAlert ? Outcome::Kind::alert : Outcome::Kind::silent, 0,
+                               clock.now()};
+        EXPECT_EQ(recordedPush(), expected) << row.payload;
     }
     application.didReceiveUnreadablePush();
-    EXPECT_EQ(recordedPush(), (Outcome{Outcome::Result::failed, Outcome::Kind::none, 0, clock.now()}));
+    const Outcome unreadable{Outcome::Result::failed, Outcome::Kind::none, 0, clock.now()};
+    EXPECT_EQ(recordedPush(), unreadable);
     application.setDelegate({});
     std::string answer;
     application.didReceive({}, [&](const auto& refusal) { answer = described(refusal); });
