@@ -177,11 +177,13 @@ std::size_t nextToken(std::string_view text, std::size_t start)
 
 JSONSyntaxError explain(json::error_code failure, std::string_view text, std::size_t offset)
 {
+    // The parser stops at the start of an escape, within it or after it, depending on how much text follows.
+    const auto escape = [&] { return std::min(text.rfind("\\u", offset), offset); };
     if (failure == json::error::expected_hex_digit)
-        return {"a \\u escape without four hexadecimal digits", offset};
+        return {"a \\u escape without four hexadecimal digits", escape()};
     if (failure == json::error::illegal_leading_surrogate ||
         failure == json::error::illegal_trailing_surrogate || failure == json::error::expected_utf16_escape)
-        return {"a \\u escape is half of a surrogate pair; write both halves", offset};
+        return {"a \\u escape is half of a surrogate pair; write both halves", escape()};
     if (failure == json::error::exponent_overflow)
         return {"a number is out of range", text.find_last_not_of("+-.0123456789Ee", offset) + 1};
     return explainJSONSyntax(text, failure == json::error::incomplete ? text.size() : offset);

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <string>
 
 namespace Platform::PropertyLists {
 
@@ -132,8 +134,8 @@ std::string withHint(std::string reason, const Context& context)
     return reason;
 }
 
-/// Returns whether an escaped high surrogate ends at `offset` or one byte before it.
-bool followsHighSurrogate(std::string_view text, std::size_t offset)
+/// Returns the offset of an escaped high surrogate that ends at `offset` or one byte before it.
+std::optional<std::size_t> highSurrogateBefore(std::string_view text, std::size_t offset)
 {
     constexpr std::size_t escapeBytes = 6;
     for (const std::size_t end : {offset, offset - 1}) {
@@ -142,23 +144,24 @@ bool followsHighSurrogate(std::string_view text, std::size_t offset)
         const std::string_view escape = text.substr(end - escapeBytes, escapeBytes);
         if (escape.starts_with("\\u") && std::string_view("dD").find(escape[2]) != std::string_view::npos &&
             std::string_view("89abAB").find(escape[3]) != std::string_view::npos)
-            return true;
+            return end - escapeBytes;
     }
-    return false;
+    return std::nullopt;
 }
 
-std::string reasonInString(std::string_view text, std::size_t offset, const Context& context)
+JSONSyntaxError errorInString(std::string_view text, std::size_t offset, const Context& context)
 {
     const auto byte = static_cast<unsigned char>(text[offset]);
     if (byte == '\n' || byte == '\r')
-        return withHint("a string does not end on its line; close it with a quotation mark, or write the "
-                        "line break as \\n",
-                        context);
-    if (followsHighSurrogate(text, offset))
-        return "a \\u escape is half of a surrogate pair; write both halves";
+        return {withHint("a string does not end on its line; close it with a quotation mark, or write the "
+                         "line break as \\n",
+                         context),
+                offset};
+    if (const auto surrogate = highSurrogateBefore(text, offset))
+        return {"a \\u escape is half of a surrogate pair; write both halves", *surrogate};
     if (byte < ' ')
-        return "a control character in a string is not escaped; write it as \\u and four digits";
-    return R"(an unknown escape in a string; write a backslash as "\\")";
+        return {"a control character in a string is not escaped; write it as \\u and four digits", offset};
+    return {R"(an unknown escape in a string; write a backslash as "\\")", offset};
 }
 
 std::string reasonOfWord(char first)
@@ -202,7 +205,7 @@ JSONSyntaxError explainJSONSyntax(std::string_view text, std::size_t offset)
                                    : withHint("ends before the object is complete", context),
                 offset};
     if (context.isInString)
-        return {reasonInString(text, offset, context), offset};
+        return errorInString(text, offset, context);
     if (context.isInWord)
         return {reasonOfWord(text[context.lastOffset]), context.lastOffset};
     const bool isClosing = text[offset] == '}' || text[offset] == ']';
