@@ -22,7 +22,7 @@ public:
 
     /// Readable once a file has changed since construction or the last `reset()`.
     [[nodiscard]] int descriptor() const { return m_event.get(); }
-    /// Forgets the changes until now. To be called before looking at the files, so that none is missed.
+    /// Forgets the changes until now. Call it before reading the files, so that no change is missed.
     void reset() const;
 
 private:
