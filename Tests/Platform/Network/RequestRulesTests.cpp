@@ -4,7 +4,7 @@
 
 #include "Tests/Fakes/Bytes.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <map>
@@ -12,6 +12,9 @@
 
 using namespace Platform;
 using namespace Platform::Network;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -36,8 +39,8 @@ TEST(SecureRequestTest, RedirectsAdaptTheRequestAndKeepCredentialsOnOnePort)
         {307, "POST", "https://A.Example:8443/to", "POST" + same + all},
         {308, "PATCH", "//a.example:8443/to", "PATCH" + same + all},
         {307, "PUT", "https://a.example/to", "PUT https://a.example/to body Content-Type X-Other "},
-        {307, "PUT", "https://b.example:8443/t o",
-         "PUT https://b.example:8443/t%20o body Content-Type X-Other "},
+        {307, "PUT", "https://b.example:8443/t \u00f6",
+         "PUT https://b.example:8443/t%20%C3%B6 body Content-Type X-Other "},
     };
     const SecureURL from = parseSecureURL("https://a.example:8443/x");
     for (const Case& row : cases) {
@@ -60,6 +63,52 @@ TEST(SecureRequestTest, RedirectsAdaptTheRequestAndKeepCredentialsOnOnePort)
     for (int status = 200; status < 600; ++status)
         followed += isRedirect(status) ? std::to_string(status) + " " : "";
     EXPECT_EQ(followed, "301 302 303 307 308 ");
+}
+
+TEST(SecureRequestTest, RejectsInvalidRequestsWithoutQuotingSecrets)
+{
+    using Code = URLError::Code;
+    struct Case {
+        const char* reason;
+        std::string url;
+        Code code = Code::badURL;
+        HeaderFields headerFields = {};
+        std::string method = "GET";
+    };
+    const std::string good = "https://a/";
+    const Case cases[] = {
+        {"\"X-API-Key\" has a line break", good, Code::unknown, {{"X-API-Key", "secret\nX-Evil: 1"}}},
+        {"\"X-Device-Id\" has a line break", good, Code::unknown, {{"X-Device-Id", "secret\r"}}},
+        {"\"X-A\" has a line break or NUL", good, Code::unknown, {{"X-A", std::string("secret\0", 7)}}},
+        {"\"X-A\\r\\nX-Evil\" contains", good, Code::unknown, {{"X-A\r\nX-Evil", "secret"}}},
+        {"\"X-A:b\" contains", good, Code::unknown, {{"X-A:b", "secret"}}},
+        {"\"\" contains an invalid", good, Code::unknown, {{"", "secret"}}},
+        {"The method", good, Code::unknown, {}, "GET / HTTP/1.1\r\nX-Evil: 1"},
+        {"The method", good, Code::unknown, {}, ""},
+        {"control character", "https://a/\r\nX-Evil: 1"},
+        {"space", "https://a/a b"},
+        {"control character", "https://a/\x7f"},
+        {"control character", std::string("https://a/\0b", 12)},
+        {"invalid character", "https://local%7fhost/"},
+        {"port", "https://localhost:105751/"},
+        {"port", "https://localhost:00/"},
+        {"not absolute", "/path"},
+        {"no host", "https:///localhost/"},
+        {"only https", "http://localhost/", Code::appTransportSecurityRequiresSecureConnection},
+        {"\"ftp\" are not supported", "ftp://localhost/", Code::unsupportedURL},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.url + row.reason);
+        try {
+            URLRequest request{.url = row.url, .httpMethod = row.method, .headerFields = row.headerFields};
+            cleanRequest(request);
+            parseSecureURL(request.url);
+            ADD_FAILURE() << "accepted";
+        } catch (const URLError& error) {
+            EXPECT_EQ(error.errorCode(), static_cast<std::int64_t>(row.code));
+            EXPECT_THAT(error.what(), AllOf(HasSubstr(row.reason), Not(HasSubstr("secret"))));
+        }
+    }
 }
 
 TEST(ProxyEnvironmentTest, ReadsTheProxyAndItsExceptionsFromTheEnvironment)
