@@ -85,10 +85,8 @@ struct FakeDistributor {
         };
         for (const char version : script.versions) {
             const std::string interface = std::string("org.unifiedpush.Distributor") + version;
-            if (version == '1')
-                addMethod(*object, interface, "Register", one);
-            else
-                addMethod(*object, interface, "Register", two);
+            version == '1' ? addMethod(*object, interface, "Register", one)
+                           : addMethod(*object, interface, "Register", two);
         }
         publishMethods(*object);
         takeName(*bus, "org.unifiedpush.Distributor." + name);
@@ -114,6 +112,14 @@ struct FakeDistributor {
                                                            : method));
         });
     }
+
+    void announce(const std::string& token, const std::string& url)
+    {
+        call("NewEndpoint", Dictionary{{"token", Value(token)}, {"endpoint", Value(url)}});
+    }
+    /// Sends a message without content. The bus thread of the application replies "Message" to it, after
+    /// everything that has arrived before.
+    void sendEmptyMessage(const std::string& token) { call("Message", Dictionary{{"token", Value(token)}}); }
 
     const std::function<void(const std::string&)> record;
     std::unique_ptr<sdbus::IConnection> bus = sdbus::createSessionBusConnection();

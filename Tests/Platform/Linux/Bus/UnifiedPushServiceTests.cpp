@@ -13,7 +13,10 @@ using namespace Platform::Push;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Bus;
 using namespace UnifiedPushTest;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
 
 namespace {
 
@@ -23,31 +26,60 @@ Bytes encrypted(const std::string& subscription, const std::string& payload)
     return {message.begin(), message.end()};
 }
 
-TEST(UnifiedPushServiceTest, KeepsTokenAcrossRestartsAndDistributors)
-{
+class UnifiedPushServiceTest : public testing::Test {
+protected:
+    void startApplication(const std::string& chosen = "", int answerSeconds = 20)
+    {
+        app.reset();
+        app.emplace(transcript, store, chosen, std::chrono::seconds(answerSeconds));
+        app->registerDevice();
+    }
+    /// Starts the distributor "a" again.
+    void startDistributor(const Script& script = {})
+    {
+        a.reset();
+        a.emplace(transcript, "a", script);
+    }
+    /// Waits for a registration with "a" and its reply, and returns the token.
+    std::string waitForRegistration()
+    {
+        const std::string token = transcript.after("a registers ");
+        a->sendEmptyMessage(token); // Answered after the reply to the registration.
+        EXPECT_EQ(transcript.after("a answered Message"), "");
+        app->advance(std::chrono::seconds(0));
+        return token;
+    }
+
     Transcript transcript;
     FakeUserDefaults store;
-    std::optional<Application> app(std::in_place, transcript, store);
-    app->registerDevice();
-    std::optional<FakeDistributor> b(std::in_place, transcript, "b",
-                                     Script{{{"success", Value("NEW_ENDPOINT")}}, "NewEndpoint", "1"});
+    std::optional<FakeDistributor> a;
+    std::optional<FakeDistributor> b;
+    std::optional<Application> app;
+};
+
+const Script withoutEndpoint{.followUp = "Nothing"};
+const std::string secondEndpoint = "https://push.example/2";
+
+TEST_F(UnifiedPushServiceTest, KeepsTokenAcrossRestartsAndDistributors)
+{
+    startApplication();
+    b.emplace(transcript, "b", Script{{{"success", Value("NEW_ENDPOINT")}}, "NewEndpoint", "1"});
     const std::string token = transcript.after("b registers ");
     const std::string subscription = transcript.after("token ");
     b->call("Message", token, encrypted(subscription, R"({"n":1})"), std::string("id"));
     EXPECT_EQ(transcript.after("payload "), "1");
-    EXPECT_THAT(app->log.takeLines(), testing::IsEmpty());
+    EXPECT_THAT(app->log.takeLines(), IsEmpty());
     b.reset();
     app->registerDevice();
     EXPECT_THAT(transcript.after("error 1"), HasSubstr("No push distributor"));
-    b.emplace(transcript, "b", Script{.followUp = "Nothing"});
+    b.emplace(transcript, "b", withoutEndpoint);
     EXPECT_EQ(transcript.after("b registers "), token);
     EXPECT_EQ(transcript.after("token "), subscription);
-    const FakeDistributor a(transcript, "a");
+    startDistributor();
     const auto late = app->completion;
     app.reset();
     late(std::nullopt);
-    app.emplace(transcript, store);
-    app->registerDevice();
+    startApplication();
     EXPECT_EQ(transcript.after("b registers "), token);
     EXPECT_EQ(transcript.after("token "), subscription);
     app.reset();
@@ -55,234 +87,195 @@ TEST(UnifiedPushServiceTest, KeepsTokenAcrossRestartsAndDistributors)
     EXPECT_EQ(transcript.after("a registers "), token);
 }
 
-TEST(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounces)
+TEST_F(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounces)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    Application app(transcript, store);
-    std::optional<FakeDistributor> distributor(std::in_place, transcript, "a");
-    app.registerDevice();
+    startDistributor();
+    startApplication();
     const std::string token = transcript.after("a registers ");
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-    const auto restartAndAnnounce = [&](const char* announced) {
-        distributor.reset();
-        distributor.emplace(transcript, "a", Script{.followUp = "Nothing"});
-        EXPECT_EQ(transcript.after("a registers "), token);
-        transcript.after("a answered error"); // To the call of "Nothing".
-        distributor->call("NewEndpoint",
-                          Dictionary{{"token", Value(token)}, {"endpoint", Value(std::string(announced))}});
+    const auto restartAndAnnounce = [&](const std::string& announced) {
+        startDistributor(withoutEndpoint);
+        EXPECT_EQ(waitForRegistration(), token);
+        a->announce(token, announced);
     };
     restartAndAnnounce(endpoint);
     EXPECT_EQ(transcript.after(""), "a answered NewEndpoint") << "nothing to upload";
-    restartAndAnnounce("https://push.example/2");
-    EXPECT_THAT(transcript.after("token "), HasSubstr("https://push.example/2"));
-    distributor->call("Unregistered", Dictionary{{"token", Value(token)}});
+    restartAndAnnounce(secondEndpoint);
+    EXPECT_THAT(transcript.after("token "), HasSubstr(secondEndpoint));
+    a->call("Unregistered", Dictionary{{"token", Value(token)}});
     EXPECT_EQ(transcript.after("a registers "), token);
-    app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), ""); });
+    app->onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), ""); });
 }
 
-TEST(UnifiedPushServiceTest, RegistersElsewhereWhenADistributorExitsAndOnlyThen)
+TEST_F(UnifiedPushServiceTest, RegistersElsewhereWhenADistributorExitsAndOnlyThen)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    std::optional<FakeDistributor> silent(std::in_place, transcript, "a", Script{.answer = {}});
-    FakeDistributor second(transcript, "b", Script{.versions = "12"});
-    Application app(transcript, store);
-    app.registerDevice();
+    startDistributor(Script{.answer = {}});
+    b.emplace(transcript, "b", Script{.versions = "12"});
+    startApplication();
     const std::string token = transcript.after("a registers ");
-    silent.reset();
+    a.reset();
     EXPECT_EQ(transcript.after(""), "b registers " + token) << "with version 2";
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-    const FakeDistributor third(transcript, "a");
-    second.call("Message", Dictionary{{"token", Value("flush")}});
-    app.advance(std::chrono::seconds(0));
-    second.call("NewEndpoint", Dictionary{{"token", Value("flush")}});
+    startDistributor();
+    b->sendEmptyMessage("flush");
+    app->advance(std::chrono::seconds(0));
+    b->announce("flush", endpoint);
     EXPECT_EQ(transcript.after("b answered Message"), "");
     EXPECT_EQ(transcript.after(""), "b answered NewEndpoint") << "it stays with its distributor";
-    app.registerDevice();
+    app->registerDevice();
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-    second.call("Unregister", token);
+    b->call("Unregister", token);
     EXPECT_EQ(transcript.after("b registers "), token) << "in version 1";
 }
 
-TEST(UnifiedPushServiceTest, ReportsATakenName)
+TEST_F(UnifiedPushServiceTest, ReportsATakenName)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    const FakeDistributor distributor(transcript, "a");
+    startDistributor();
     auto rival = sdbus::createSessionBusConnection();
     rival->requestName(ServiceName(application));
-    Application app(transcript, store);
-    app.registerDevice();
+    startApplication();
     EXPECT_THAT(transcript.after("error 2"), HasSubstr("Another program owns the name com.quorvane.test"));
     rival->releaseName(ServiceName(application)); // Returns once the name is free.
-    app.registerDevice();
+    app->registerDevice();
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
 }
 
-TEST(UnifiedPushServiceTest, LogsEachLaterFailureOnce)
+TEST_F(UnifiedPushServiceTest, LogsEachLaterFailureOnce)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    Application app(transcript, store);
-    std::optional<FakeDistributor> distributor;
-    const auto registerAt = [&](const Script& script) {
-        distributor.reset();
-        distributor.emplace(transcript, "a", script);
-        const std::string token = transcript.after("a registers ");
-        // The reply to this call arrives after the reply to the registration.
-        distributor->call("Message", Dictionary{{"token", Value(token)}});
-        EXPECT_EQ(transcript.after("a answered Message"), "");
-        app.advance(std::chrono::seconds(0));
-        return app.log.takeLines();
-    };
-    const Script good;
     const Script bad{{{"success", Value("REGISTRATION_FAILED")}, {"reason", Value("NETWORK")}}, "Nothing"};
-    app.registerDevice();
+    const auto isLogged = ElementsAre(HasSubstr("cannot reach its server"));
+    const std::pair<Script, testing::Matcher<std::vector<std::string>>> cases[] = {
+        {bad, isLogged}, {bad, IsEmpty()}, {Script(), IsEmpty()}, {bad, isLogged}};
+    startApplication();
     EXPECT_THAT(transcript.after("error 1"), HasSubstr("No push distributor"));
-    EXPECT_THAT(registerAt(bad), testing::ElementsAre(HasSubstr("cannot reach its server")));
-    EXPECT_THAT(registerAt(bad), testing::IsEmpty());
-    EXPECT_THAT(registerAt(good), testing::IsEmpty());
-    EXPECT_THAT(registerAt(bad), testing::ElementsAre(HasSubstr("cannot reach its server")));
+    for (const auto& [script, expected] : cases) {
+        startDistributor(script);
+        waitForRegistration();
+        EXPECT_THAT(app->log.takeLines(), expected);
+    }
 }
 
-TEST(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
+TEST_F(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    {
-        Application app(transcript, store, "a");
-        const FakeDistributor other(transcript, "A");
-        app.registerDevice();
-        EXPECT_THAT(transcript.after("error 1"), HasSubstr("org.unifiedpush.Distributor.a, set in"));
-        const FakeDistributor another(transcript, "b");
-        const FakeDistributor chosen(transcript, "a");
-        EXPECT_THAT(transcript.after(""), testing::StartsWith("a registers "));
-        EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-        EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
-    }
+    std::optional<FakeDistributor> other(std::in_place, transcript, "A");
+    startApplication("a");
+    EXPECT_THAT(transcript.after("error 1"), HasSubstr("org.unifiedpush.Distributor.a, set in"));
+    b.emplace(transcript, "b", withoutEndpoint);
+    startDistributor();
+    EXPECT_THAT(transcript.after(""), StartsWith("a registers "));
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    EXPECT_THAT(app->log.takeLines(), IsEmpty());
+    app.reset();
     EXPECT_EQ(UnifiedPushRegistration::stored(store)->replacedDistributor(), "");
-    FakeDistributor other(transcript, "b", Script{.followUp = "Nothing"});
-    Application app(transcript, store);
-    app.registerDevice();
+    other.reset();
+    a.reset();
+    startApplication();
     const std::string token = transcript.after("b registers ");
     transcript.after("b answered error"); // To the call of "Nothing".
-    app.advance(std::chrono::seconds(0));
-    other.call("NewEndpoint",
-               Dictionary{{"token", Value(token)}, {"endpoint", Value("https://push.example/2")}});
-    EXPECT_THAT(transcript.after("token "), HasSubstr("https://push.example/2"));
-    EXPECT_THAT(app.log.takeLines(),
-                testing::ElementsAre(testing::AllOf(HasSubstr("Distributor.a is no longer available"),
-                                                    HasSubstr("org.unifiedpush.Distributor.b replaces it"))));
-    app.onMain([&] {
+    app->advance(std::chrono::seconds(0));
+    b->announce(token, secondEndpoint);
+    EXPECT_THAT(transcript.after("token "), HasSubstr(secondEndpoint));
+    EXPECT_THAT(app->log.takeLines(),
+                ElementsAre(testing::AllOf(HasSubstr("Distributor.a is no longer available"),
+                                           HasSubstr("org.unifiedpush.Distributor.b replaces it"))));
+    app->onMain([&] {
         const auto stored = UnifiedPushRegistration::stored(store);
         EXPECT_EQ(stored->distributor(), "org.unifiedpush.Distributor.b");
         EXPECT_EQ(stored->replacedDistributor(), "org.unifiedpush.Distributor.a");
     });
 }
 
-TEST(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForeign)
+TEST_F(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForeign)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    FakeDistributor known(transcript, "a");
-    FakeDistributor stranger(transcript, "b");
-    Application app(transcript, store);
-    app.registerDevice();
+    startDistributor();
+    b.emplace(transcript, "b");
+    startApplication();
     const std::string token = transcript.after("a registers ");
     const std::string subscription = transcript.after("token ");
-    const Bytes good = encrypted(subscription, R"({"n":1})");
-    const auto send = [&](FakeDistributor& sender, const auto& callToken, const char* field,
-                          const auto& content) {
-        const Dictionary arguments{{"token", Value(callToken)}, {field, Value(content)}, {"id", Value("7")}};
-        sender.call(std::string(field) == "endpoint" ? "NewEndpoint" : "Message", arguments);
+    const Value good(encrypted(subscription, R"({"n":1})"));
+    const auto send = [](FakeDistributor& sender, const Value& callToken, const std::string& field,
+                         const Value& content) {
+        sender.call(field == "endpoint" ? "NewEndpoint" : "Message",
+                    Dictionary{{"token", callToken}, {field, content}, {"id", Value("7")}});
     };
-    send(stranger, token, "message", good);
+    send(*b, Value(token), "message", good);
     EXPECT_EQ(transcript.after("b answered "), "Message");
-    send(known, "other", "message", good);
+    send(*a, Value("other"), "message", good);
     EXPECT_EQ(transcript.after("a answered Message"), "");
     const std::tuple<Value, const char*, Value, const char*> cases[] = {
-        {Value(token), "message", Value(good), "payload 1"},
+        {Value(token), "message", good, "payload 1"},
         {Value(token), "message", Value(Bytes(4096)), "unreadable push"},
         {Value(token), "message", Value(encrypted(subscription, "[]")), "unreadable push"},
         {Value(token), "message", Value(Bytes(4097)), "a answered Message"},
         {Value(token), "message", Value("text"), "a answered Message"},
         {Value(token), "nothing", Value("text"), "a answered Message"},
-        {Value(1), "message", Value(good), "a answered Message"},
+        {Value(1), "message", good, "a answered Message"},
         {Value(token), "endpoint", Value("http://127.0.0.1.example/"), "a answered NewEndpoint"},
         {Value(token), "endpoint", Value("http://localhost:1@b.example/"), "a answered NewEndpoint"},
         {Value(token), "endpoint", Value("https://a/" + std::string(991, 'a')), "a answered NewEndpoint"},
     };
     for (const auto& [callToken, field, content, expected] : cases) {
-        send(known, callToken, field, content);
+        send(*a, callToken, field, content);
         EXPECT_EQ(transcript.after(""), expected);
         if (expected == std::string("unreadable push")) {
             EXPECT_EQ(transcript.after(""), "a answered 7");
         }
     }
-    EXPECT_THAT(app.log.takeLines(), testing::SizeIs(4));
-    app.completion(PushRefusal{"no thanks"});
+    EXPECT_THAT(app->log.takeLines(), testing::SizeIs(4));
+    app->completion(PushRefusal{"no thanks"});
     EXPECT_EQ(transcript.after(""), "a answered 7");
-    EXPECT_THAT(app.log.takeLines(), testing::ElementsAre(HasSubstr("no thanks")));
-    send(known, token, "message", good);
+    EXPECT_THAT(app->log.takeLines(), ElementsAre(HasSubstr("no thanks")));
+    send(*a, Value(token), "message", good);
     EXPECT_EQ(transcript.after("payload "), "1");
-    app.completion(PushRefusal{"no room", true});
+    app->completion(PushRefusal{"no room", true});
     EXPECT_EQ(transcript.after(""), "a answered error: no room");
 }
 
-TEST(UnifiedPushServiceTest, RepliesToEachMessageBeforeDeliveringTheNext)
+TEST_F(UnifiedPushServiceTest, RepliesToEachMessageBeforeDeliveringTheNext)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    FakeDistributor distributor(transcript, "a");
-    Application app(transcript, store);
-    app.registerDevice();
+    startDistributor();
+    startApplication();
     const std::string token = transcript.after("a registers ");
-    const std::string subscription = transcript.after("token ");
+    const Value message(encrypted(transcript.after("token "), R"({"n":1})"));
     constexpr int messageCount = 3;
     std::promise<void> allAreSent;
     std::promise<void> allAreTaken;
-    app.onPayload = [&, sent = allAreSent.get_future().share(), number = 0]() mutable {
+    app->onPayload = [&, sent = allAreSent.get_future().share(), number = 0]() mutable {
         sent.wait();
         if (++number > 1) {
             EXPECT_EQ(transcript.after("a answered " + std::to_string(number - 1)), "");
         }
-        app.completion(std::nullopt);
+        app->completion(std::nullopt);
         if (number == messageCount)
             allAreTaken.set_value();
     };
     for (int number = 1; number <= messageCount; ++number)
-        distributor.call("Message", Dictionary{{"token", Value(token)},
-                                               {"message", Value(encrypted(subscription, R"({"n":1})"))},
-                                               {"id", Value(std::to_string(number))}});
-    // This call is answered on the bus thread, after all messages have arrived.
-    distributor.call("Message", Dictionary{{"token", Value(token)}});
+        a->call(
+            "Message",
+            Dictionary{{"token", Value(token)}, {"message", message}, {"id", Value(std::to_string(number))}});
+    a->sendEmptyMessage(token); // Answered after all messages have arrived.
     EXPECT_EQ(transcript.after("a answered Message"), "");
     allAreSent.set_value();
     allAreTaken.get_future().wait();
     EXPECT_EQ(transcript.after("a answered " + std::to_string(messageCount)), "");
 }
 
-TEST(UnifiedPushServiceTest, FailsWhenTheRegistrationCannotBeStored)
+TEST_F(UnifiedPushServiceTest, FailsWhenTheRegistrationCannotBeStored)
 {
-    Transcript transcript;
-    FakeUserDefaults store;
-    FakeDistributor distributor(transcript, "a");
-    Application app(transcript, store);
+    startDistributor();
     store.isWritable = false;
-    app.registerDevice();
+    startApplication();
     EXPECT_THAT(transcript.after("error 7"), HasSubstr("cannot be stored"));
-    app.onMain([&] { store.isWritable = true; });
-    app.registerDevice();
+    app->onMain([&] { store.isWritable = true; });
+    app->registerDevice();
     const std::string token = transcript.after("a registers ");
     transcript.after("a answered NewEndpoint");
     for (const bool isWritable : {false, true}) {
-        app.onMain([&] { store.isWritable = isWritable; });
-        distributor.call("NewEndpoint",
-                         Dictionary{{"token", Value(token)}, {"endpoint", Value("https://push.example/2")}});
+        app->onMain([&] { store.isWritable = isWritable; });
+        a->announce(token, secondEndpoint);
         EXPECT_THAT(transcript.after("a answered "), HasSubstr(isWritable ? "NewEndpoint" : "stored"));
     }
-    app.onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "https://push.example/2"); });
+    app->onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), secondEndpoint); });
 }
 
 TEST(UnifiedPushRegistrationTest, IsARandomUUIDAndRemembersTheReplacedDistributor)
@@ -312,41 +305,32 @@ TEST(UnifiedPushEndpointTest, AcceptsOnlyHttpsAndLoopbackURLs)
         EXPECT_FALSE(isUsablePushEndpoint(rejected)) << rejected;
 }
 
-TEST(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
+TEST_F(UnifiedPushServiceTest, LogsAMissingEndpointOnce)
 {
     using namespace std::chrono_literals;
-    Transcript transcript;
-    FakeUserDefaults store;
-    FakeDistributor distributor(transcript, "a", Script{.followUp = "Nothing"});
-    Application app(transcript, store);
-    const auto registerAgain = [&] {
-        app.registerDevice();
-        const std::string token = transcript.after("a registers ");
-        // The reply to this call arrives after the reply to the registration.
-        distributor.call("Message", Dictionary{{"token", Value(token)}});
-        EXPECT_EQ(transcript.after("a answered Message"), "");
-        return token;
-    };
-    registerAgain();
-    app.advance(59s);
-    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
-    app.advance(1s);
-    EXPECT_THAT(app.log.takeLines(),
-                testing::ElementsAre(HasSubstr("org.unifiedpush.Distributor.a registered this device")));
-    app.advance(1000s);
-    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "once";
-    registerAgain();
-    app.advance(59s);
-    const std::string token = registerAgain();
-    app.advance(59s);
-    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty()) << "registered again";
-    distributor.call("NewEndpoint", Dictionary{{"token", Value(token)}, {"endpoint", Value(endpoint)}});
+    startDistributor(withoutEndpoint);
+    startApplication();
+    waitForRegistration();
+    app->advance(59s);
+    EXPECT_THAT(app->log.takeLines(), IsEmpty());
+    app->advance(1s);
+    EXPECT_THAT(app->log.takeLines(),
+                ElementsAre(HasSubstr("org.unifiedpush.Distributor.a registered this device")));
+    app->advance(1000s);
+    EXPECT_THAT(app->log.takeLines(), IsEmpty()) << "once";
+    for (int registration = 0; registration < 2; ++registration) {
+        app->registerDevice();
+        waitForRegistration();
+        app->advance(59s);
+    }
+    EXPECT_THAT(app->log.takeLines(), IsEmpty()) << "registered again";
+    a->announce(store.text("UnifiedPush.Token").value(), endpoint);
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-    app.advance(60s);
-    EXPECT_THAT(app.log.takeLines(), testing::IsEmpty());
+    app->advance(60s);
+    EXPECT_THAT(app->log.takeLines(), IsEmpty());
 }
 
-TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
+TEST_F(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
 {
     const auto failure = [](const std::string& reason) -> Script {
         return {{{"success", Value("REGISTRATION_FAILED")}, {"reason", Value(reason)}}, "Nothing"};
@@ -366,14 +350,11 @@ TEST(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
         {{.answer = {}}, "^3 .*does not respond"},
     };
     for (const auto& [script, words] : cases) {
-        Transcript transcript;
-        FakeUserDefaults store;
-        std::optional<FakeDistributor> distributor(std::in_place, transcript, "a", script);
-        Application app(transcript, store, "", std::chrono::seconds(script.answer.empty() ? 1 : 20));
-        app.registerDevice();
+        store.values.clear();
+        startDistributor(script);
+        startApplication("", script.answer.empty() ? 1 : 20);
         EXPECT_THAT(transcript.after("error "), testing::ContainsRegex(words));
-        distributor.reset();
-        distributor.emplace(transcript, "a");
+        startDistributor();
         EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint)) << words;
     }
 }
