@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include <condition_variable>
+#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -49,7 +50,16 @@ protected:
     }
     static std::string json(int value) { return R"({"a": )" + std::to_string(value) + "}"; }
 
+    /// Runs a shell command in the folder of the test. $F is the policy file; `policy N` prints a policy.
+    void shell(const std::string& command) const
+    {
+        const std::string script = "umask 022; cd " + folder.path().string() + "; F=" + file +
+                                   R"(; policy() { echo "{\"a\": $1}"; }; )" + command;
+        ASSERT_EQ(std::system(script.c_str()), 0) << command;
+    }
+
     TemporaryFolder folder;
+    std::string file = "etc/quorvane/managed.json";
     RecordingUnifiedLog log;
     Platform::AdapterLog adapterLog{log, "test"};
     Platform::Linux::Files::PolicyPlaces places{
@@ -74,5 +84,5 @@ struct PolicyPart {
 
 class PolicyPartTest : public ManagedPolicyFileTest, public testing::WithParamInterface<PolicyPart> {
 protected:
-    const std::string etcFile = "etc/" + GetParam().file;
+    PolicyPartTest() { file = "etc/" + GetParam().file; }
 };

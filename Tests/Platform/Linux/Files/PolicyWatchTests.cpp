@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <semaphore>
 #include <sys/fsuid.h>
@@ -26,69 +25,50 @@ namespace {
 
 TEST_P(PolicyPartTest, DetectsEveryKindOfChange)
 {
+    struct Case {
+        const char* name;
+        const char* change;
+        std::optional<PropertyList> expected;
+    };
+    const auto none = std::nullopt;
+    const Case cases[] = {
+        {"folders created later", "mkdir -p ${F%/*}; policy 1 > $F", dictionary(1)},
+        {"written in place", "policy 2 > $F", dictionary(2)},
+        {"renamed", "policy 3 > new; mv new $F", dictionary(3)},
+        {"deleted", "rm $F", none},
+        {"link created", "mkdir other; policy 4 > other/1; ln -s $(realpath other/1) $F", dictionary(4)},
+        {"behind the link", "policy 5 > other/1", dictionary(5)},
+        {"link swapped",
+         "policy 6 > other/2; ln -s $(realpath --relative-to ${F%/*} other/2) link; mv -T link $F",
+         dictionary(6)},
+        {"no longer trusted", "chmod 666 other/2", GetParam().isFragment ? dictionary(6) : none},
+        {"trusted again", "chmod 600 other/2", dictionary(6)},
+        {"folder moved away", "mv etc gone", none},
+        {"folder created again", "mkdir -p ${F%/*}; policy 7 > $F", dictionary(7)},
+        {"folder replaced by a link", "cp -r etc new; policy 8 > new${F#etc}; mv etc old; ln -s new etc",
+         dictionary(8)},
+        {"another file takes precedence",
+         "echo '<plist><dict><key>a</key><integer>9</integer></dict></plist>' > $ABOVE", dictionary(9)},
+        {"that file deleted", "rm $ABOVE", dictionary(8)},
+    };
     watch();
-    const fs::path file = folder.path(etcFile);
-    EXPECT_EQ(policy.dictionary(), std::nullopt);
-    EXPECT_TRUE(follows([&] { folder.write(etcFile, json(1)); }, dictionary(1))) << "folders created later";
-    EXPECT_TRUE(follows([&] { folder.write(etcFile, json(2)); }, dictionary(2))) << "in place";
-    EXPECT_TRUE(follows([&] { folder.replace(etcFile, json(3)); }, dictionary(3))) << "renamed";
-    EXPECT_TRUE(follows([&] { fs::remove(file); }, std::nullopt)) << "deleted";
-    EXPECT_TRUE(follows(
-        [&] {
-            folder.write("other/first.json", json(4));
-            fs::create_symlink(folder.path("other/first.json"), file);
-        },
-        dictionary(4)))
-        << "link created";
-    EXPECT_TRUE(follows([&] { folder.write("other/first.json", json(5)); }, dictionary(5)))
-        << "behind the link";
-    EXPECT_TRUE(follows(
-        [&] {
-            folder.write("other/second.json", json(6));
-            fs::create_symlink(fs::relative(folder.path("other/second.json"), file.parent_path()),
-                               folder.path("link"));
-            fs::rename(folder.path("link"), file);
-        },
-        dictionary(6)))
-        << "link swapped";
-    EXPECT_TRUE(follows([&] { ::chmod(folder.path("other/second.json").c_str(), 0666); },
-                        GetParam().isFragment ? dictionary(6) : std::nullopt))
-        << "no longer trusted";
-    EXPECT_TRUE(follows([&] { ::chmod(folder.path("other/second.json").c_str(), 0600); }, dictionary(6)));
-    EXPECT_TRUE(follows([&] { fs::rename(folder.path("etc"), folder.path("gone")); }, std::nullopt))
-        << "folder moved away";
-    EXPECT_TRUE(follows([&] { folder.write(etcFile, json(7)); }, dictionary(7))) << "folder created again";
-    EXPECT_TRUE(follows(
-        [&] {
-            folder.write("new/" + GetParam().file, json(8));
-            fs::rename(folder.path("etc"), folder.path("old"));
-            fs::create_directory_symlink("new", folder.path("etc"));
-        },
-        dictionary(8)))
-        << "folder replaced by a link";
-    EXPECT_TRUE(follows(
-        [&] {
-            folder.write("etc/" + GetParam().above,
-                         "<plist><dict><key>a</key><integer>9</integer></dict></plist>");
-        },
-        dictionary(9)))
-        << "another file takes precedence";
-    EXPECT_TRUE(follows([&] { fs::remove(folder.path("etc/" + GetParam().above)); }, dictionary(8)));
+    EXPECT_EQ(policy.dictionary(), none);
+    for (const Case& row : cases)
+        EXPECT_TRUE(
+            follows([&] { shell("ABOVE=etc/" + GetParam().above + "; " + row.change); }, row.expected))
+            << row.name;
 }
 
 TEST_P(PolicyPartTest, ChangeWithoutEventIsFoundByThePeriodicCheck)
 {
-    folder.write(etcFile, json(1));
+    folder.write(file, json(1));
     std::atomic<int> changeCount = 0;
     onChange = [&] { ++changeCount; };
-    std::optional<PathWatch> watch;
     FileSystemWatcher ownWatcher;
-    const PathWatch::PeriodicCheck check{[](const std::vector<PathStep>&) { return true; },
-                                         std::chrono::milliseconds(10)};
-    watch.emplace(
-        ownWatcher, places, adapterLog, [&] { noteChange(); }, check);
+    const PathWatch watch(ownWatcher, places, adapterLog, [&] { noteChange(); },
+                          {[](const std::vector<PathStep>&) { return true; }, std::chrono::milliseconds(10)});
     for (int round = 1; round <= 3; ++round) {
-        overwriteWithoutEvents(folder.path(etcFile), json(round + 1));
+        overwriteWithoutEvents(folder.path(file), json(round + 1));
         EXPECT_TRUE(eventually([&] { return changeCount >= round; })) << round;
     }
     EXPECT_EQ(changeCount, 3);
@@ -107,27 +87,18 @@ protected:
     {
         if (::geteuid() != 0)
             GTEST_SKIP() << "needs root to make a folder unreadable";
-        asRoot("chown root $D; chmod 755 $D; mkdir -p $D/etc/quorvane/managed.d");
+        shell("chown root .; mkdir -p etc/quorvane/managed.d; " + open);
     }
     void TearDown() override { ::setfsuid(::geteuid()); }
-    /// Runs a shell command with $D set to the test's folder and $F to the file.
-    void asRoot(const std::string& command) const
-    {
-        const std::string d = folder.path("").string();
-        const std::string script = "umask 022; D='" + d + "'; F=$D/etc/quorvane/" + file + "; " + command;
-        ASSERT_EQ(std::system(script.c_str()), 0) << command;
-    }
-    /// Relative to the folder of the policy file.
-    std::string file = "managed.json";
-
-    [[nodiscard]] std::size_t countWatchLines()
+    [[nodiscard]] std::ptrdiff_t countWatchLines()
     {
         const auto lines = log.takeLines();
-        return static_cast<std::size_t>(
-            std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
-                return line.find("cannot be watched: Permission denied") != std::string::npos;
-            }));
+        return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.find("cannot be watched: Permission denied") != std::string::npos;
+        });
     }
+
+    const std::string open = "chmod 755 etc/quorvane/managed.d etc/quorvane etc .";
 };
 
 TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
@@ -136,61 +107,57 @@ TEST_F(ClosedPolicyFolderTest, IsLoggedOnceAndReadAfterItBecomesReadable)
         const char* close;
         /// Whether the file is still readable, so it can be watched.
         bool isFileOpen;
-        const char* open;
         const char* file = "managed.json";
     };
     const Case cases[] = {
-        {"chmod 700 $D/etc/quorvane", false, "chmod 755 $D/etc/quorvane"},
-        {"chmod 711 $D/etc/quorvane", true, "chmod 755 $D/etc/quorvane"},
-        {"chmod 711 $D/etc", true, "chmod 755 $D/etc"},
-        {"chmod 711 $D/etc; chmod 700 $D/etc/quorvane", false, "chmod 755 $D/etc/quorvane; chmod 755 $D/etc"},
-        {"chmod 1777 $D/etc; chmod 700 $D/etc/quorvane", false, "chmod 755 $D/etc/quorvane $D/etc"},
-        {"chmod 700 $D", false, "chmod 755 $D"},
-        {"chmod 700 $D/etc/quorvane/managed.d", false, "chmod 755 $D/etc/quorvane/managed.d",
-         "managed.d/50.json"},
-        {"chmod 711 $D/etc/quorvane/managed.d", false, "chmod 755 $D/etc/quorvane/managed.d",
-         "managed.d/50.json"},
-        {"chmod 711 $D/etc/quorvane", true, "chmod 755 $D/etc/quorvane", "managed.d/50.json"},
+        {"chmod 700 etc/quorvane", false},
+        {"chmod 711 etc/quorvane", true},
+        {"chmod 711 etc", true},
+        {"chmod 711 etc; chmod 700 etc/quorvane", false},
+        {"chmod 1777 etc; chmod 700 etc/quorvane", false},
+        {"chmod 700 .", false},
+        {"chmod 700 etc/quorvane/managed.d", false, "managed.d/50.json"},
+        {"chmod 711 etc/quorvane/managed.d", false, "managed.d/50.json"},
+        {"chmod 711 etc/quorvane", true, "managed.d/50.json"},
     };
     int value = 0;
+    const auto write = [&](const std::string& how) {
+        shell("policy " + std::to_string(++value) + " > $F.new; " + how);
+    };
     for (const Case& row : cases) {
         for (const bool isFileThere : {false, true}) {
             SCOPED_TRACE(std::string(row.close) + (isFileThere ? ", with a file" : ", without a file"));
-            file = row.file;
-            const auto write = [&](const char* how) {
-                asRoot("echo '" + json(++value) + "' > $F.new; " + how);
-            };
-            asRoot("rm -f $F");
+            file = std::string("etc/quorvane/") + row.file;
             if (isFileThere)
                 write("mv $F.new $F");
-            asRoot(row.close);
+            shell(row.close);
             ManagedPolicyFile fresh(places, adapterLog);
             FileSystemWatcher ownWatcher;
             // The test waits for changes of `fresh`, not of `policy`.
             fresh.watch(ownWatcher, [this] { noteChange(); });
-            const auto follows = [&](const std::optional<PropertyList>& expected) {
-                return eventually([&] { return fresh.dictionary() == expected; });
+            const auto follows = [&] {
+                return eventually([&] { return fresh.dictionary() == dictionary(value); });
             };
-            EXPECT_EQ(countWatchLines(), 1U);
+            EXPECT_EQ(countWatchLines(), 1);
             if (isFileThere && row.isFileOpen) {
                 EXPECT_EQ(fresh.dictionary(), dictionary(value));
                 write("cat $F.new > $F; rm $F.new");
-                EXPECT_TRUE(follows(dictionary(value))) << "in place";
+                EXPECT_TRUE(follows()) << "in place";
                 write("mv $F.new $F");
-                EXPECT_TRUE(follows(dictionary(value))) << "renamed";
+                EXPECT_TRUE(follows()) << "renamed";
             } else {
                 EXPECT_EQ(fresh.dictionary(), std::nullopt);
             }
             write("mv $F.new $F");
-            asRoot(row.open);
-            EXPECT_TRUE(follows(dictionary(value))) << "opened";
+            shell(open);
+            EXPECT_TRUE(follows()) << "opened";
             write("mv $F.new $F");
-            EXPECT_TRUE(follows(dictionary(value))) << "watched again";
-            EXPECT_EQ(countWatchLines(), 0U);
-            asRoot(row.close);
-            EXPECT_TRUE(eventually([&] { return countWatchLines() == 1U; })) << "closed again";
-            asRoot(row.open);
-            asRoot("rm $F");
+            EXPECT_TRUE(follows()) << "watched again";
+            EXPECT_EQ(countWatchLines(), 0);
+            shell(row.close);
+            EXPECT_TRUE(eventually([&] { return countWatchLines() == 1; })) << "closed again";
+            shell(open);
+            shell("rm $F");
         }
     }
 }
@@ -214,20 +181,13 @@ std::uint32_t watchMask(const fs::path& path)
 
 TEST_F(ManagedPolicyFileTest, WatchesNoMoreThanNeeded)
 {
-    folder.write("first/managed.json", json(1));
-    folder.write("second/managed.json", json(2));
-    fs::create_directory(folder.path("etc"));
-    ::chmod(folder.path("etc").c_str(), 01755);
-    fs::create_directory_symlink("../first", folder.path("etc/quorvane"));
+    shell(
+        "mkdir first second etc; chmod 1755 etc; ln -s ../first etc/quorvane; policy 1 > first/managed.json; "
+        "policy 2 > second/managed.json");
     watch();
     EXPECT_EQ(policy.dictionary(), dictionary(1));
     EXPECT_NE(watchMask(folder.path("first")), 0U);
-    EXPECT_TRUE(follows(
-        [&] {
-            fs::create_directory_symlink("../second", folder.path("etc/new"));
-            fs::rename(folder.path("etc/new"), folder.path("etc/quorvane"));
-        },
-        dictionary(2)));
+    EXPECT_TRUE(follows([&] { shell("ln -s ../second new; mv -T new etc/quorvane"); }, dictionary(2)));
     EXPECT_EQ(watchMask(folder.path("first")), 0U);
     EXPECT_NE(watchMask(folder.path("etc")) & IN_MOVE_SELF, 0U);
     EXPECT_EQ(watchMask(folder.path("etc")) & IN_ATTRIB, 0U) << "every file in a shared folder would wake it";
@@ -250,24 +210,26 @@ void withoutDescriptors(const std::function<void()>& work)
 
 TEST_F(ManagedPolicyFileTest, IsReportedOnceAndDespiteLostEvents)
 {
-    const std::string file = "etc/quorvane/managed.d/50.json";
+    file = "etc/quorvane/managed.d/50.json";
     std::atomic<int> changeCount = 0;
     std::binary_semaphore isBlocked(0);
     std::binary_semaphore isFlooded(0);
+    std::binary_semaphore isFlushed(0);
     onChange = [&] {
         if (++changeCount == 2) {
             isBlocked.release();
             isFlooded.acquire();
         }
     };
-    folder.write(file, json(1));
-    folder.write(file + "~", "");
-    folder.write("etc/quorvane/managed.d/60.txt", "");
+    shell("mkdir -p flush ${F%/*}; policy 1 > $F; : > $F~; : > ${F%/*}/60.txt");
     watch();
     EXPECT_EQ(policy.dictionary(), dictionary(1));
     withoutDescriptors([&] { policy.reload(); });
-    folder.write(file + "~", "other files");
-    folder.write("etc/quorvane/managed.d/60.txt", "");
+    const int flush = watcher.addHandler([&](std::uint32_t, std::string_view) { isFlushed.release(); });
+    watcher.setTargets(flush, {{folder.path("flush"), IN_CREATE}});
+    shell("echo other > $F~; echo other > ${F%/*}/60.txt; : > flush/now");
+    ASSERT_TRUE(isFlushed.try_acquire_for(std::chrono::seconds(20)));
+    EXPECT_EQ(changeCount, 0) << "files of other names do not matter";
     EXPECT_TRUE(follows([&] { folder.replace(file, json(2)); }, dictionary(2)));
     EXPECT_TRUE(eventually([&] { return changeCount > 0; }));
     EXPECT_EQ(changeCount, 1);
