@@ -1,6 +1,7 @@
 #include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Platform/Push/YieldingQueue.h"
+#include "Tests/Fakes/CaseName.h"
 #include "Tests/Fakes/ManualScheduler.h"
 
 #include <gtest/gtest.h>
@@ -114,10 +115,11 @@ TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
     });
 }
 
-const auto byName = [](const auto& row) { return std::string(row.param.name); };
-INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulingContractTest, testing::ValuesIn(harnesses), byName);
+INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulingContractTest, testing::ValuesIn(harnesses),
+                         caseName<SchedulingHarness>);
 // The other queues have no timers.
-INSTANTIATE_TEST_SUITE_P(Schedulers, TimerContractTest, testing::Values(harnesses[0], harnesses[1]), byName);
+INSTANTIATE_TEST_SUITE_P(Schedulers, TimerContractTest, testing::Values(harnesses[0], harnesses[1]),
+                         caseName<SchedulingHarness>);
 
 TEST(YieldingQueueTest, DelaysOthersByOneItemAndDropsPendingItemsWhenDestroyed)
 {

@@ -4,6 +4,7 @@
 #include "Platform/NotificationCenter.h"
 #include "Platform/OutcomeRecorder.h"
 #include "Platform/SystemClock.h"
+#include "Tests/Fakes/CaseName.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -117,8 +118,7 @@ TEST_P(UserDefaultsContractTest, ReadsEveryTypeAsWritten)
         allBytes,
         Platform::Data{},
         PropertyList::Array{1, "a", PropertyList::Array{}},
-        PropertyList::Dictionary{{"k", Date{1}}, {"n", PropertyList::Dictionary{{"d", allBytes}}}},
-    };
+        PropertyList::Dictionary{{"k", Date{1}}, {"n", PropertyList::Dictionary{{"d", allBytes}}}}};
     UserDefaults& suite = *domains.suite("group.example");
     for (const PropertyList& value : values) {
         EXPECT_TRUE(suite.set("key", value)) << value.description();
@@ -132,20 +132,13 @@ TEST_P(UserDefaultsContractTest, ReadsEveryTypeAsWritten)
 
 TEST_P(UserDefaultsContractTest, TypedGettersReturnAnEmptyValueForOtherTypes)
 {
-    struct Case {
-        PropertyList value;
-        std::int64_t integer;
-        bool boolean;
-    };
-    const Case cases[] = {
-        {42, 42, true},
-        {0, 0, false},
-        {-3.9, -3, true},
-        {1e300, 0, true},
-        {true, 1, true},
-        {"42", 0, false},
-        {Platform::Data{}, 0, false},
-    };
+    const std::tuple<PropertyList, std::int64_t, bool> cases[] = {{42, 42, true},
+                                                                  {0, 0, false},
+                                                                  {-3.9, -3, true},
+                                                                  {1e300, 0, true},
+                                                                  {true, 1, true},
+                                                                  {"42", 0, false},
+                                                                  {Platform::Data{}, 0, false}};
     UserDefaults& standard = domains.standard();
     EXPECT_EQ(standard.integer("missing"), 0);
     EXPECT_FALSE(standard.boolean("missing"));
@@ -167,17 +160,13 @@ TEST_P(UserDefaultsContractTest, DomainsAreSeparateAndSuitesMayBeAbsent)
     EXPECT_EQ(domains.suite("group.one")->integer("key"), 1);
 }
 
-TEST_P(UserDefaultsContractTest, SuiteThatCannotBeOpenedIsAbsent)
+TEST_P(UserDefaultsContractTest, SuiteThatCannotBeOpenedOrNamedIsAbsent)
 {
+    using namespace std::string_literals;
+    for (const std::string& name : {""s, ".hidden"s, "a/b"s, "a\0b"s})
+        EXPECT_EQ(domains.suite(name), nullptr) << name;
     harness->makeSuitesUnavailable();
     EXPECT_EQ(domains.suite("group.example"), nullptr);
-}
-
-TEST_P(UserDefaultsContractTest, SuiteNamesAreFileNames)
-{
-    for (const std::string& name :
-         {std::string(), std::string(".hidden"), std::string("a/b"), std::string("a\0b", 3)})
-        EXPECT_EQ(domains.suite(name), nullptr) << name;
 }
 
 TEST_P(UserDefaultsContractTest, StandardDomainPostsItsChanges)
@@ -241,15 +230,14 @@ TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
     EXPECT_EQ(managed(), PropertyList(PropertyList::Dictionary{{"a", 1}}));
 }
 
+template <typename Harness>
+std::unique_ptr<DefaultsHarness> make()
+{
+    return std::make_unique<Harness>();
+}
 INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,
-                         testing::Values(Implementation{"Fake",
-                                                        []() -> std::unique_ptr<DefaultsHarness> {
-                                                            return std::make_unique<FakeHarness>();
-                                                        }},
-                                         Implementation{"SQLite",
-                                                        []() -> std::unique_ptr<DefaultsHarness> {
-                                                            return std::make_unique<SQLiteHarness>();
-                                                        }}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         testing::Values(Implementation{"Fake", make<FakeHarness>},
+                                         Implementation{"SQLite", make<SQLiteHarness>}),
+                         caseName<Implementation>);
 
 } // namespace

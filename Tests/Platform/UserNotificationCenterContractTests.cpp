@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using namespace Platform;
@@ -21,6 +22,15 @@ namespace {
 
 /// The device's notification center on fakes, and a delegate that records its calls.
 struct Device : UserNotificationCenterDelegate {
+    /// Returns a device that is its own delegate.
+    static std::shared_ptr<Device> make(AuthorizationStatus status = AuthorizationStatus::authorized)
+    {
+        auto device = std::make_shared<Device>();
+        device->center.setDelegate(device);
+        device->scheduler.runUntilIdle();
+        device->state.setAuthorizationStatus(status);
+        return device;
+    }
     void willPresent(const UserNotification& notification, const PresentationCompletion& completion) override
     {
         presented.push_back(notification.title);
@@ -29,6 +39,23 @@ struct Device : UserNotificationCenterDelegate {
     void didReceive(const UserNotificationResponse& response, const std::function<void()>&) override
     {
         answered.push_back(response.notification.title);
+    }
+    void deliver(const std::string& title, bool isActive = false,
+                 const PropertyList::Dictionary& payload = {})
+    {
+        center.deliver({title, "B", payload, Date{7}}, isActive,
+                       [this](auto refusal) { refusals.push_back(refusal); });
+        scheduler.runUntilIdle();
+    }
+    /// `presenter` becomes available `count` times.
+    void makeAvailable(FakeNotificationPresenter& presenter, int count = 1)
+    {
+        const auto shownCount = presenter.shown.size();
+        presenter.isWorking = true;
+        for (int time = 0; time < count; ++time)
+            presenter.becomeAvailable();
+        EXPECT_EQ(presenter.shown.size(), shownCount) << "shown inside the call";
+        scheduler.runUntilIdle();
     }
 
     ManualScheduler scheduler;
@@ -42,6 +69,7 @@ struct Device : UserNotificationCenterDelegate {
     bool isStoring = true;
     std::vector<std::string> presented;
     std::vector<std::string> answered;
+    std::vector<std::optional<PushRefusal>> refusals;
 };
 
 /// The contract for the device's notification center and for its fake.
@@ -128,56 +156,39 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndForegroundState)
         AuthorizationStatus status;
         bool isActive;
         int workingPresenter;
-        bool isPresented;
+        /// The number of calls of the delegate, and the options of the shown notification.
+        std::size_t presentedCount;
         std::optional<unsigned> shownOptions;
-        std::optional<PushRefusal> refusal;
+        std::optional<PushRefusal> refusal = {};
         bool isStoring = true;
-        bool isReadable = true;
     };
     using enum AuthorizationStatus;
     constexpr unsigned all = 27;
     constexpr unsigned chosen = PresentationOptions::list;
+    const PushRefusal unreadable{"the user's decision about notifications cannot be read; see the log", true};
+    const PushRefusal notYet{"the user has not allowed notifications yet"};
     const Case cases[] = {
-        {"not asked",
-         notDetermined,
-         true,
-         1,
-         false,
-         {},
-         PushRefusal{"the user has not allowed notifications yet"}},
-        {"decision cannot be read",
-         notDetermined,
-         true,
-         1,
-         false,
-         {},
-         PushRefusal{"the user's decision about notifications cannot be read; see the log", true},
-         true,
-         false},
-        {"denied", denied, true, 1, false, {}, PushRefusal{"the user does not allow notifications"}},
-        {"foreground", authorized, true, 1, true, chosen, {}},
-        {"foreground, not stored", authorized, true, 1, true, chosen, PushRefusal::notStored(), false},
-        {"foreground, no presenter works", authorized, true, 0, true, {}, {}},
-        {"provisional", provisional, true, 1, true, chosen, {}},
-        {"background", ephemeral, false, 1, false, all, {}},
-        {"background, second presenter", authorized, false, 2, false, all, {}},
-        {"background, no presenter works", authorized, false, 0, false, {}, {}},
+        {"not asked", notDetermined, true, 1, 0, {}, notYet},
+        {"decision cannot be read", notDetermined, true, 1, 0, {}, unreadable},
+        {"denied", denied, true, 1, 0, {}, PushRefusal{"the user does not allow notifications"}},
+        {"foreground", authorized, true, 1, 1, chosen},
+        {"foreground, not stored", authorized, true, 1, 1, chosen, PushRefusal::notStored(), false},
+        {"foreground, no presenter works", authorized, true, 0, 1, {}},
+        {"provisional", provisional, true, 1, 1, chosen},
+        {"background", ephemeral, false, 1, 0, all},
+        {"background, second presenter", authorized, false, 2, 0, all},
+        {"background, no presenter works", authorized, false, 0, 0, {}},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
-        const auto device = std::make_shared<Device>();
-        device->center.setDelegate(device);
-        device->scheduler.runUntilIdle();
-        device->state.setAuthorizationStatus(row.status);
+        const auto device = Device::make(row.status);
         device->first.isWorking = row.workingPresenter == 1;
         device->second.isWorking = row.workingPresenter == 2;
         device->isStoring = row.isStoring;
-        device->store.isReadable = row.isReadable;
-        std::vector<std::optional<PushRefusal>> refusals;
-        device->center.deliver({"T", "B", {}, {}}, row.isActive,
-                               [&](auto refusal) { refusals.push_back(refusal); });
-        EXPECT_EQ(refusals, std::vector{row.refusal});
-        EXPECT_EQ(device->presented.size(), row.isPresented ? 1U : 0U);
+        device->store.isReadable = row.refusal != unreadable;
+        device->deliver("T", row.isActive);
+        EXPECT_EQ(device->refusals, std::vector{row.refusal});
+        EXPECT_EQ(device->presented.size(), row.presentedCount);
         auto& shown = row.workingPresenter == 2 ? device->second.shown : device->first.shown;
         ASSERT_EQ(shown.size(), row.shownOptions ? 1U : 0U);
         if (!row.shownOptions)
@@ -202,25 +213,19 @@ PropertyList::Dictionary deepPayload()
 TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder)
 {
     constexpr std::size_t limit = Push::PendingNotifications::maximumCount;
-    const auto device = std::make_shared<Device>();
-    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    const auto device = Device::make();
     device->first.isWorking = device->second.isWorking = false;
-    std::vector<std::optional<PushRefusal>> refusals;
-    const auto deliver = [&](const std::string& title) {
-        device->center.deliver({title, "B", deepPayload(), Date{7}}, false,
-                               [&](auto refusal) { refusals.push_back(refusal); });
-        device->scheduler.runUntilIdle();
-    };
     device->store.isWritable = false;
-    deliver("not stored");
+    device->deliver("not stored");
     device->store.isWritable = true;
     for (std::size_t number = 1; number <= limit + 1; ++number)
-        deliver(std::to_string(number));
-    ASSERT_EQ(refusals.size(), limit + 2);
-    EXPECT_EQ(refusals.front(), PushRefusal::notStored());
-    EXPECT_EQ(std::ranges::count(refusals, std::optional<PushRefusal>()), static_cast<std::ptrdiff_t>(limit));
-    ASSERT_TRUE(refusals.back());
-    EXPECT_TRUE(refusals.back()->isTemporary) << refusals.back()->reason;
+        device->deliver(std::to_string(number), false, deepPayload());
+    ASSERT_EQ(device->refusals.size(), limit + 2);
+    EXPECT_EQ(device->refusals.front(), PushRefusal::notStored());
+    EXPECT_EQ(std::ranges::count(device->refusals, std::optional<PushRefusal>()),
+              static_cast<std::ptrdiff_t>(limit));
+    ASSERT_TRUE(device->refusals.back());
+    EXPECT_TRUE(device->refusals.back()->isTemporary) << device->refusals.back()->reason;
 
     auto list = *device->store.object("KeptNotifications")->array();
     list.insert(list.begin(), "damaged");
@@ -232,17 +237,12 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     Push::DeviceNotificationCenter center({device->state, device->scheduler.mainQueue, nullptr, {&server}});
     center.setDelegate(device);
     device->scheduler.runUntilIdle();
-    server.isWorking = true;
     device->state.setAuthorizationStatus(AuthorizationStatus::denied);
-    server.becomeAvailable();
-    device->scheduler.runUntilIdle();
+    device->makeAvailable(server);
     EXPECT_TRUE(server.shown.empty()) << "the user has denied permission";
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
     server.isSlow = true;
-    server.becomeAvailable();
-    server.becomeAvailable();
-    EXPECT_TRUE(server.shown.empty()) << "shown inside the call";
-    device->scheduler.runUntilIdle();
+    device->makeAvailable(server, 2);
     ASSERT_EQ(server.shown.size(), 1U) << "one at a time";
     server.isSlow = false;
     server.complete(true);
@@ -251,18 +251,14 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     EXPECT_EQ(server.shown.front().notification.title, "1");
     EXPECT_EQ(server.shown.front().options, 27U);
     const UserNotification& last = server.shown.back().notification;
-    EXPECT_EQ(last.title, std::to_string(limit));
-    EXPECT_EQ(last.body, "B");
-    EXPECT_EQ(last.userInfo, deepPayload());
-    EXPECT_EQ(last.date, Date{7});
-    EXPECT_TRUE(last.hasSound);
+    EXPECT_EQ(std::tie(last.title, last.body, last.userInfo, last.date, last.hasSound),
+              std::tuple(std::to_string(limit), "B", deepPayload(), Date{7}, true));
     EXPECT_TRUE(device->presented.empty());
     server.shown.back().tap();
     EXPECT_EQ(device->answered, std::vector{last.title});
-    server.becomeAvailable();
-    device->scheduler.runUntilIdle();
+    device->makeAvailable(server);
     EXPECT_EQ(server.shown.size(), limit) << "shown twice";
-    deliver("for the next start");
+    device->deliver("for the next start");
     const Push::DeviceNotificationCenter next(
         {device->state, device->scheduler.mainQueue, nullptr, {&server}});
     device->scheduler.runUntilIdle();
@@ -271,20 +267,15 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
 
 TEST(DeviceNotificationCenterTest, StoredNotificationIsNotShownRepeatedlyWhenTheStoreFails)
 {
-    const auto device = std::make_shared<Device>();
-    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
+    const auto device = Device::make();
     device->first.isWorking = device->second.isWorking = false;
-    device->center.deliver({"T", "", {}, {}}, false, [](auto) {});
-    device->scheduler.runUntilIdle();
+    device->deliver("T");
     device->store.isWritable = false;
-    device->first.isWorking = true;
-    device->first.becomeAvailable();
-    device->scheduler.runUntilIdle();
+    device->makeAvailable(device->first);
     EXPECT_EQ(device->first.shown.size(), 1U);
     // Showing the next notification proves that a presenter works, although none reported it.
     device->store.isWritable = true;
-    device->center.deliver({"next", "", {}, {}}, false, [](auto) {});
-    device->scheduler.runUntilIdle();
+    device->deliver("next");
     EXPECT_EQ(device->first.shown.size(), 3U);
     EXPECT_FALSE(device->store.object("KeptNotifications"));
 }
@@ -301,24 +292,23 @@ TEST(DeviceNotificationCenterTest, ForegroundNotificationsWaitInMemoryUpToALimit
     device->first.isWorking = device->second.isWorking = false;
     for (std::size_t number = 0; number < limit + 2; ++number) {
         device->presentationOptions = PresentationOptions::banner;
-        device->center.deliver({std::to_string(number), "", {}, {}}, true, [](auto) {});
+        device->deliver(std::to_string(number), true);
         device->presentationOptions = PresentationOptions::list;
-        device->center.deliver({"without banner", "", {}, {}}, true, [](auto) {});
+        device->deliver("without banner", true);
     }
     EXPECT_FALSE(device->store.object("KeptNotifications")) << "the delegate has stored them";
-    device->second.becomeAvailable();
+    auto& server = device->second;
+    server.becomeAvailable(); // But it fails.
     device->scheduler.runUntilIdle();
-    device->second.isWorking = device->second.isSlow = true;
-    device->second.becomeAvailable();
-    device->second.becomeAvailable();
+    server.isSlow = true;
+    device->makeAvailable(server, 2);
+    ASSERT_EQ(server.shown.size(), 1U) << "one at a time";
+    server.isSlow = false;
+    server.complete(true);
     device->scheduler.runUntilIdle();
-    ASSERT_EQ(device->second.shown.size(), 1U) << "one at a time";
-    device->second.isSlow = false;
-    device->second.complete(true);
-    device->scheduler.runUntilIdle();
-    ASSERT_EQ(device->second.shown.size(), limit);
-    EXPECT_EQ(device->second.shown.front().notification.title, "2");
-    EXPECT_EQ(device->second.shown.front().options, PresentationOptions::banner);
+    ASSERT_EQ(server.shown.size(), limit);
+    EXPECT_EQ(server.shown.front().notification.title, "2");
+    EXPECT_EQ(server.shown.front().options, PresentationOptions::banner);
 }
 
 } // namespace

@@ -35,6 +35,11 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
+    void expectNeitherLogNorCopies()
+    {
+        EXPECT_THAT(log.takeLines(), testing::IsEmpty());
+        EXPECT_THAT(filesNamedCorrupt(), testing::IsEmpty());
+    }
 
     /// Runs a shell command and returns its output. $F is the store, $B the name of a backup.
     [[nodiscard]] std::string shell(const std::string& command) const
