@@ -17,6 +17,7 @@
 
 using Platform::Linux::InstanceLock;
 using Platform::Storage::FileDescriptor;
+using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 using SignalOutcome = InstanceLock::SignalOutcome;
@@ -74,8 +75,7 @@ protected:
         // Left open, so the lock lasts until the process exits.
         return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
     }
-    [[nodiscard]] SignalOutcome
-    signalHolder(std::chrono::milliseconds timeout = std::chrono::milliseconds(10)) const
+    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds timeout = 10ms) const
     {
         return InstanceLock::signalHolder(file, SIGUSR1, timeout);
     }
@@ -88,34 +88,40 @@ TEST_F(InstanceLockTest, SignalsOnlyThisProgramAndUser)
 {
     EXPECT_FALSE(InstanceLock::holder(file));
     EXPECT_EQ(signalHolder(), SignalOutcome::ended);
-    {
-        const Child ignoring([&] { return std::signal(SIGUSR1, SIG_IGN) != SIG_ERR && lock(); });
-        EXPECT_EQ(InstanceLock::holder(file)->process, ignoring.process());
+    struct Case {
+        /// A new name of the process, or null.
+        const char* program;
+        bool isIgnoringSignals;
+        uid_t user;
+        SignalOutcome outcome;
+    };
+    const Case cases[] = {
+        {nullptr, true, ::geteuid(), SignalOutcome::delivered},
+        {nullptr, false, ::geteuid(), SignalOutcome::ended},
+        {"other", false, ::geteuid(), SignalOutcome::foreign},
+        {"quorvane-mdm", false, ::geteuid(), SignalOutcome::foreign},
+        {nullptr, false, 12345, SignalOutcome::foreign},
+    };
+    for (const Case& row : cases) {
+        if (row.user != ::geteuid() && ::geteuid() != 0)
+            continue;
+        SCOPED_TRACE(&row - cases);
+        const Child child([&] {
+            return (row.program == nullptr || ::prctl(PR_SET_NAME, row.program) == 0) &&
+                   (!row.isIgnoringSignals || std::signal(SIGUSR1, SIG_IGN) != SIG_ERR) && lock() &&
+                   ::setuid(row.user) == 0;
+        });
+        const auto holder = InstanceLock::holder(file);
+        ASSERT_TRUE(child.isReady() && holder);
+        EXPECT_EQ(holder->process, child.process());
+        if (row.program != nullptr) {
+            EXPECT_EQ(holder->program, row.program);
+            EXPECT_EQ(holder->isApplication(), row.program == std::string("quorvane-mdm"));
+        }
         EXPECT_FALSE(InstanceLock::acquire(file));
-        EXPECT_EQ(signalHolder(), SignalOutcome::delivered);
-        EXPECT_TRUE(ignoring.isAlive());
-    }
-    {
-        const Child application([&] { return ::prctl(PR_SET_NAME, "quorvane-mdm") == 0 && lock(); });
-        EXPECT_TRUE(InstanceLock::holder(file)->isApplication());
-    }
-    {
-        const Child terminated([&] { return lock(); });
-        EXPECT_EQ(signalHolder(std::chrono::seconds(10)), SignalOutcome::ended);
-        EXPECT_FALSE(terminated.isAlive());
-    }
-    {
-        const Child otherProgram([&] { return ::prctl(PR_SET_NAME, "other") == 0 && lock(); });
-        EXPECT_EQ(InstanceLock::holder(file)->process, otherProgram.process());
-        EXPECT_EQ(InstanceLock::holder(file)->program, "other");
-        EXPECT_FALSE(InstanceLock::holder(file)->isApplication());
-        EXPECT_EQ(signalHolder(), SignalOutcome::foreign);
-        EXPECT_TRUE(otherProgram.isAlive());
-    }
-    if (::geteuid() == 0) {
-        const Child otherUser([&] { return lock() && ::setuid(12345) == 0; });
-        EXPECT_EQ(signalHolder(), SignalOutcome::foreign);
-        EXPECT_TRUE(otherUser.isAlive());
+        const bool isEnding = row.outcome == SignalOutcome::ended;
+        EXPECT_EQ(signalHolder(isEnding ? 20s : 10ms), row.outcome);
+        EXPECT_EQ(child.isAlive(), !isEnding);
     }
     EXPECT_TRUE(InstanceLock::acquire(file));
 }
@@ -168,15 +174,16 @@ TEST_F(InstanceLockTest, HolderWithoutProcessIdIsUnreachable)
 
 TEST_F(InstanceLockTest, AcceptsOnlyARegularFile)
 {
+    const auto expectRefusal = [&](const char* reason) {
+        EXPECT_FALSE(InstanceLock::holder(file));
+        EXPECT_THAT([&] { InstanceLock::acquire(file); },
+                    ThrowsMessage<std::runtime_error>(HasSubstr(reason)));
+    };
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
-    EXPECT_FALSE(InstanceLock::holder(file));
-    EXPECT_THAT([&] { InstanceLock::acquire(file); },
-                ThrowsMessage<std::runtime_error>(HasSubstr("instance.lock is not a regular file")));
+    expectRefusal("instance.lock is not a regular file");
     std::filesystem::remove(file);
     std::filesystem::create_symlink("elsewhere", file);
-    EXPECT_FALSE(InstanceLock::holder(file));
-    EXPECT_THAT([&] { InstanceLock::acquire(file); },
-                ThrowsMessage<std::runtime_error>(HasSubstr("instance.lock is a link")));
+    expectRefusal("instance.lock is a link");
     EXPECT_FALSE(std::filesystem::exists(folder.path("elsewhere")));
     const Child lockedElsewhere([&] { return lock(); });
     EXPECT_TRUE(lockedElsewhere.isReady());

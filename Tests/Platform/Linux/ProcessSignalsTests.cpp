@@ -11,16 +11,25 @@ using Platform::Linux::ProcessSignals;
 
 namespace {
 
-TEST(ProcessSignalsTest, HandlesEachSignalIncludingPendingOnes)
+TEST(ProcessSignalsTest, HandlesEachSignalIncludingPendingOnesAndUnblocksThemAtItsEnd)
 {
+    const auto isBlocked = [](int signal) {
+        sigset_t blocked{};
+        ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        return ::sigismember(&blocked, signal) == 1;
+    };
     for (const int signal : {SIGTERM, SIGINT, SIGHUP, ProcessSignals::activationSignal}) {
         SCOPED_TRACE(signal);
-        std::promise<bool> isActivation;
         ProcessSignals::block();
+        EXPECT_TRUE(isBlocked(signal) && isBlocked(ProcessSignals::reloadSignal));
         ::kill(::getpid(), signal);
-        const ProcessSignals signals([&] { isActivation.set_value(false); },
-                                     [&] { isActivation.set_value(true); });
-        EXPECT_EQ(isActivation.get_future().get(), signal == ProcessSignals::activationSignal);
+        {
+            std::promise<bool> isActivation;
+            const ProcessSignals signals([&] { isActivation.set_value(false); },
+                                         [&] { isActivation.set_value(true); });
+            EXPECT_EQ(isActivation.get_future().get(), signal == ProcessSignals::activationSignal);
+        }
+        EXPECT_FALSE(isBlocked(signal) || isBlocked(ProcessSignals::reloadSignal));
     }
 }
 
@@ -36,19 +45,6 @@ TEST(ProcessSignalsTest, ReloadHandlerIsCalledOnlyWhileSet)
     ::kill(::getpid(), ProcessSignals::reloadSignal);
     isHandled.acquire();
     signals.setReloadHandler({});
-}
-
-TEST(ProcessSignalsTest, SignalsAreBlockedUntilItIsDestroyed)
-{
-    for (const bool isEnded : {false, true}) {
-        ProcessSignals::block();
-        if (isEnded)
-            const ProcessSignals signals([] {}, [] {});
-        sigset_t blocked{};
-        ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP, ProcessSignals::reloadSignal})
-            EXPECT_EQ(::sigismember(&blocked, signal), isEnded ? 0 : 1);
-    }
 }
 
 } // namespace
