@@ -300,6 +300,17 @@ TEST_F(LocalPushServiceTest, StartDoesNotBlockOnABusySocket)
     EXPECT_THAT(log.takeLines(), testing::ElementsAre(HasSubstr("Address already in use")));
 }
 
+TEST_F(LocalPushServiceTest, SenderNeedsAWholeLineAsTheReply)
+{
+    std::filesystem::create_directory(folder.path("run"));
+    const auto listening = listenAs(::geteuid(), socketFile);
+    const auto answering = std::async(std::launch::async, [&] {
+        const Storage::FileDescriptor peer(::accept(listening.get(), nullptr, nullptr));
+        ::send(peer.get(), "ok", 2, MSG_NOSIGNAL);
+    });
+    EXPECT_THROW(Linux::sendToLocalPushService(socketFile, ""), std::system_error);
+}
+
 TEST_F(LocalPushServiceTest, SendsNothingToAnotherUser)
 {
     if (::geteuid() != 0)

@@ -38,13 +38,13 @@ struct FakeServer {
         };
         add("GetServerInformation", [] { return std::tuple("Fake"s, "us"s, "7"s, "1.2"s); });
         add("GetCapabilities", [=, this](sdbus::Result<Strings>&& result) {
-            record("capabilities?");
             if (capabilities == Strings{"silent"})
                 heldCapabilities = std::move(result);
             else if (capabilities.empty())
                 result.returnError(sdbus::Error(ErrorName("test.No"), ""));
             else
                 result.returnResults(capabilities);
+            record("capabilities?");
         });
         add("CloseNotification", [=](std::uint32_t id) { record("close " + std::to_string(id)); });
         add("Notify",
@@ -208,6 +208,17 @@ TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
     show("unheard");
     mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
     EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+    fake->bus->releaseName(ServiceName(serverName));
+    {
+        const FakeServer next({"body", "body-markup"}, record);
+        EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
+        fake->heldCapabilities.returnResults(Strings{"body"});
+        fake->bus->requestName(ServiceName("test.Flush")); // Returns after the bus has forwarded the reply.
+        show("answered after the late reply");
+        waitForEvents(2);
+        show("T", "<");
+        EXPECT_THAT(waitForEvents(2), ElementsAre("T|&lt;||1", "Fake"));
+    }
     startServer({"body"});
     fake->behavior = FakeServer::Behavior::slow;
     show("first");

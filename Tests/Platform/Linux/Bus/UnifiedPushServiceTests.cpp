@@ -173,6 +173,8 @@ TEST_F(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
     const std::string token = transcript.after("b registers ");
     transcript.after("b answered error"); // To the call of "Nothing".
     app->advance(std::chrono::seconds(0));
+    app->onMain(
+        [&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), "") << "that of the former distributor"; });
     b->announce(token, secondEndpoint);
     EXPECT_THAT(transcript.after("token "), HasSubstr(secondEndpoint));
     EXPECT_THAT(app->log.takeLines(),
