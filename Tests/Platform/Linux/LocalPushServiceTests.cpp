@@ -232,34 +232,24 @@ TEST_F(LocalPushServiceTest, DisconnectsSlowPeersAndOtherUsers)
 
 TEST_F(LocalPushServiceTest, ListensOnlyInAPrivateFolder)
 {
-    struct Case {
-        /// In the folder of the socket's folder "run".
-        const char* command;
-        const char* failure;
-        bool needsRoot = false;
-    };
-    const Case cases[] = {
+    // The rules of private folders have their own tests. Commands run in the folder that contains "run".
+    const std::pair<std::string, std::string> cases[] = {
         {"chmod 777 run", ""},
         {"chmod 777 .", "can be written by others (mode 0777); set XDG_RUNTIME_DIR"},
         {"chmod 1777 .", ""},
-        {"chown 65534 run", "belongs to user 65534; set XDG_RUNTIME_DIR", true},
-        {"chown 65534 .; chmod 755 .", "belongs to user 65534", true},
         {"rmdir run; : > run", "run: "},
     };
-    for (const Case& row : cases) {
-        if (row.needsRoot && ::geteuid() != 0)
-            continue;
-        SCOPED_TRACE(row.command);
+    for (const auto& [command, failure] : cases) {
+        SCOPED_TRACE(command);
         service.reset();
         const auto run = folder.path("run");
-        const std::string script =
-            "cd " + folder.path().string() + "; chown $(id -u) .; chmod 700 .; rm -rf run; mkdir run; ";
-        ASSERT_EQ(std::system((script + row.command).c_str()), 0);
+        const std::string script = "cd " + folder.path().string() + "; chmod 700 .; rm -rf run; mkdir run; ";
+        ASSERT_EQ(std::system((script + command).c_str()), 0);
         failures.clear();
         start();
-        ASSERT_EQ(failures.size(), *row.failure == '\0' ? 0U : 1U);
+        ASSERT_EQ(failures.size(), failure.empty() ? 0U : 1U);
         if (!failures.empty()) {
-            EXPECT_THAT(failures.front(), HasSubstr(row.failure));
+            EXPECT_THAT(failures.front(), HasSubstr(failure));
             continue;
         }
         EXPECT_EQ(std::filesystem::status(run).permissions(), std::filesystem::perms::owner_all);

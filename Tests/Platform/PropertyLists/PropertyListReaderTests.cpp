@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
-#include <span>
 
 using namespace Platform;
 using namespace Platform::PropertyLists;
@@ -20,81 +20,67 @@ using Dictionary = PropertyList::Dictionary;
 constexpr auto least = std::numeric_limits<std::int64_t>::min();
 constexpr auto greatest = std::numeric_limits<std::uint64_t>::max();
 constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr PropertyListFormat xmlFormat = PropertyListFormat::xml;
-constexpr PropertyListFormat jsonFormat = PropertyListFormat::json;
-constexpr PropertyListFormat binaryFormat = PropertyListFormat::binary;
 
 struct GoodCase {
-    PropertyListFormat format;
     std::string document;
     PropertyList expected;
 };
 
-void expectGood(const GoodCase& row)
+void expectGood(const GoodCase& row, PropertyListFormat format)
 {
     const PropertyListDocument document = readPropertyList(row.document);
     EXPECT_EQ(document.root, row.expected) << document.root.description();
     EXPECT_STREQ(document.root.typeName(), row.expected.typeName());
-    EXPECT_EQ(document.format, row.format);
+    EXPECT_EQ(document.format, format);
     EXPECT_TRUE(document.places.byPath.empty());
 }
 
 const GoodCase goodXML[] = {
-    {xmlFormat,
-     xml("<dict>\n <key>t</key> <string>x</string>\n <key>y</key><true/> <key>n</key><false></false>"
+    {xml("<dict>\n <key>t</key> <string>x</string>\n <key>y</key><true/> <key>n</key><false></false>"
          "<key>l</key><array><integer> 3 </integer><real>3.5</real>"
          "<date>2001-01-02T00:00:01Z</date><data>\n AQ\n ID </data></array></dict>"),
      Dictionary{{"t", "x"}, {"y", true}, {"n", false}, {"l", Array{3, 3.5, Date{86401}, bytesOf("\1\2\3")}}}},
-    {xmlFormat, xml("<string>  </string>"), "  "},
-    {xmlFormat, xml("<!-- c --><string>a<![CDATA[<&amp;]]> <![CDATA[]]><!-- c -->b</string>"), "a<&amp; b"},
-    {xmlFormat, xml("<string>&amp;lt;&lt;&gt;&quot;&apos;&#65;&#x1F600;&#13;</string>"), "&lt;<>\"'A😀\r"},
-    {xmlFormat, xml("<string>a\r\nb\rc<![CDATA[\r\n]]></string>"), "a\nb\nc\n"},
-    {xmlFormat,
-     xml("<array><integer>-9223372036854775808</integer><integer>18446744073709551615</integer>"
+    {xml("<string>  </string>"), "  "},
+    {xml("<!-- c --><string>a<![CDATA[<&amp;]]> <![CDATA[]]><!-- c -->b</string>"), "a<&amp; b"},
+    {xml("<string>&amp;lt;&lt;&gt;&quot;&apos;&#65;&#x1F600;&#13;</string>"), "&lt;<>\"'A😀\r"},
+    {xml("<string>a\r\nb\rc<![CDATA[\r\n]]></string>"), "a\nb\nc\n"},
+    {xml("<array><integer>-9223372036854775808</integer><integer>18446744073709551615</integer>"
          "<integer>+7</integer><integer>-0x1f</integer><integer>0X1F</integer></array>"),
      Array{least, greatest, 7, -31, 31}},
-    {xmlFormat,
-     xml("<array><real>-infinity</real><real>+INF</real><real>+.5</real><real>-5e-324</real></array>"),
+    {xml("<array><real>-infinity</real><real>+INF</real><real>+.5</real><real>-5e-324</real></array>"),
      Array{-infinity, infinity, 0.5, -5e-324}},
-    {xmlFormat, xml("<array><dict/><array> </array><string/><data></data><dict><key/><true/></dict></array>"),
+    {xml("<array><dict/><array> </array><string/><data></data><dict><key/><true/></dict></array>"),
      Array{Dictionary{}, Array{}, "", Data{}, Dictionary{{"", true}}}},
-    {xmlFormat, xml("<array><date>2024-02-29T23:59:59Z</date><data>AQ==</data><data>AQI=</data></array>"),
+    {xml("<array><date>2024-02-29T23:59:59Z</date><data>AQ==</data><data>AQI=</data></array>"),
      Array{Date{730943999}, bytesOf("\1"), bytesOf("\1\2")}},
-    {xmlFormat,
-     "\xEF\xBB\xBF<?xml version='1.0' encoding='us-ascii'?><?pi?>"
+    {"\xEF\xBB\xBF<?xml version='1.0' encoding='us-ascii'?><?pi?>"
      "<!DOCTYPE plist [<!ELEMENT plist ANY>]><plist><true/></plist><!-- end -->",
      true},
-    {xmlFormat, xml(repeated(64, "<array>") + "<true/>" + repeated(64, "</array>")), nestedArrays(64)}};
+    {xml(repeated(64, "<array>") + "<true/>" + repeated(64, "</array>")), nestedArrays(64)}};
 
 const GoodCase goodJSON[] = {
-    {jsonFormat,
-     "\xEF\xBB\xBF \n{\"t\": \"x\", \"y\":true,\"n\":null,\r\n\"l\":[3,3.5,-0.25,false,{},[]] }\t\n",
+    {"\xEF\xBB\xBF \n{\"t\": \"x\", \"y\":true,\"n\":null,\r\n\"l\":[3,3.5,-0.25,false,{},[]] }\t\n",
      Dictionary{
          {"t", "x"}, {"y", true}, {"n", {}}, {"l", Array{3, 3.5, -0.25, false, Dictionary{}, Array{}}}}},
-    {jsonFormat,
-     "{\"\":[-9223372036854775808,18446744073709551615,18446744073709551616,1e3,"
+    {"{\"\":[-9223372036854775808,18446744073709551615,18446744073709551616,1e3,"
      "0.30000000000000004,1.7976931348623157e308,5e-324]}",
      Dictionary{{"", Array{least, greatest, 18446744073709551616.0, 1000.0, 0.30000000000000004,
                            1.7976931348623157e308, 5e-324}}}},
-    {jsonFormat, "{\"\\u006b\\\"\":\"é\\n\\\\\\ud83d\\uDE00\\u0000{[,\"}",
-     Dictionary{{"k\"", "é\n\\😀\0{[,"s}}},
-    {jsonFormat, "{\"k\":" + repeated(63, "[") + "true" + repeated(63, "]") + "}",
-     Dictionary{{"k", nestedArrays(63)}}}};
+    {"{\"\\u006b\\\"\":\"é\\n\\\\\\ud83d\\uDE00\\u0000{[,\"}", Dictionary{{"k\"", "é\n\\😀\0{[,"s}}},
+    {"{\"k\":" + repeated(63, "[") + "true" + repeated(63, "]") + "}", Dictionary{{"k", nestedArrays(63)}}}};
 
 const GoodCase goodBinary[] = {
-    {binaryFormat,
-     binary({"\xA7\0\1\0\2\0\3\0\4\0\5\0\6\0\7"s, "\x10\xFF", "\x11\xFF\xFF", "\x12\xFF\xFF\xFF\xFF",
+    {binary({"\xA7\0\1\0\2\0\3\0\4\0\5\0\6\0\7"s, "\x10\xFF", "\x11\xFF\xFF", "\x12\xFF\xFF\xFF\xFF",
              "\x13" + std::string(8, '\xFF'), "\x14" + bigEndian(0, 8) + std::string(8, '\xFF'),
              "\x14" + std::string(16, '\xFF'), "\x14" + bigEndian(0, 8) + bigEndian(5, 8)}),
      Array{255, 65535, 4294967295, -1, greatest, -1, 5}},
-    {binaryFormat,
-     binary({"\xA6\0\1\0\2\0\3\0\4\0\5\0\6"s, "\x22\x3F\0\0\0"s, "\x23\xC0\x04\0\0\0\0\0\0"s,
+    {binary({"\xA6\0\1\0\2\0\3\0\4\0\5\0\6"s, "\x22\x3F\0\0\0"s, "\x23\xC0\x04\0\0\0\0\0\0"s,
              "\x33\x3F\xF8\0\0\0\0\0\0"s, "\x42\0\1"s, "\0"s, "\x08"}),
      Array{0.5, -2.5, Date{1.5}, bytesOf("\0\1"s), {}, false}},
-    {binaryFormat, binary({"\xA2\0\1\0\1"s, "\xD1\0\2\0\3"s, "\x51k", "\x64\0a\0\xE9\xD8\x3D\xDE\0"s}),
+    {binary({"\xA2\0\1\0\1"s, "\xD1\0\2\0\3"s, "\x51k", "\x64\0a\0\xE9\xD8\x3D\xDE\0"s}),
      Array{Dictionary{{"k", "aé😀"}}, Dictionary{{"k", "aé😀"}}}},
-    {binaryFormat, binary({"\x5F\x11\0\x12"s + std::string(18, 'x')}), std::string(18, 'x')},
-    {binaryFormat, binaryChain(64, 1), nestedArrays(64)}};
+    {binary({"\x5F\x11\0\x12"s + std::string(18, 'x')}), std::string(18, 'x')},
+    {binaryChain(64, 1), nestedArrays(64)}};
 
 struct BadCase {
     std::string document;
@@ -241,6 +227,14 @@ const BadCase badJSON[] = {
     {"{\"a\":\n31415926e400}", "a number is out of range", At{2, 1}},
     {"{\"a\":1e99999999999}", "out of range", At{1, 6}}};
 
+/// Returns a binary document of "true" with the sizes of an offset and of a reference, and the number of
+/// objects, in its trailer.
+std::string withTrailer(const std::string& sizes, std::uint64_t objectCount, const std::string& offsets = {})
+{
+    return "bplist00\x09" + offsets + std::string(6, '\0') + sizes + bigEndian(objectCount, 8) +
+           bigEndian(0, 8) + bigEndian(9, 8);
+}
+
 /// Returns a document that contains a string or data of a MiB 196 times.
 std::string laughs(const std::string& head)
 {
@@ -251,21 +245,13 @@ std::string laughs(const std::string& head)
 const BadCase badBinary[] = {
     {"bplist00", "ends before the trailer"},
     {binary({"\xA1\0\1"s, "\x09"}).substr(1).insert(0, "b").erase(20, 1), "cut short"},
-    {"bplist00\x09" + std::string(6, '\0') + "\x8\1" + bigEndian(std::uint64_t{1} << 61, 8) +
-         bigEndian(0, 8) + bigEndian(9, 8),
-     "cut short"},
-    {"bplist00\x09" + std::string(6, '\0') + "\1\1" + bigEndian(0, 8) + bigEndian(0, 8) + bigEndian(9, 8),
-     "root object that does not exist"},
+    {withTrailer("\x8\1", std::uint64_t{1} << 61), "cut short"},
+    {withTrailer("\1\1", 0), "root object that does not exist"},
     {binary({"\xA1se"}), "an object that does not exist"},
     {binary({"\x09"}).insert(13, 1, '\0'), "cut short"},
-    {"bplist00\x09"s + '\0' + bigEndian(8, 8) + std::string(6, '\0') + "\x9\1" + bigEndian(1, 8) +
-         bigEndian(0, 8) + bigEndian(9, 8),
-     "invalid size"},
-    {"bplist00\x09\x8" + std::string(6, '\0') + "\1"s + '\0' + bigEndian(1, 8) + bigEndian(0, 8) +
-         bigEndian(9, 8),
-     "invalid size"},
-    {"bplist00\x09\6" + std::string(6, '\0') + "\1\1" + bigEndian(1, 8) + bigEndian(0, 8) + bigEndian(9, 8),
-     "outside the object area"},
+    {withTrailer("\x9\1", 1, '\0' + bigEndian(8, 8)), "invalid size"},
+    {withTrailer("\1\0"s, 1, "\x8"), "invalid size"},
+    {withTrailer("\1\1", 1, "\6"), "outside the object area"},
     {binary({"\x4F\x23\0\0\0\0\0\0\0\1x"s}), "invalid count"},
     {binary({"\xA1\0\1"s, "\xD1\0\2\0\0"s, "\x51k"}), "contains itself"},
     {binaryChain(65, 1), "more than 64 levels deep"},
@@ -296,20 +282,20 @@ const BadCase badBinary[] = {
 
 TEST(PropertyListReaderTest, ReadsGoodDocumentsInFull)
 {
-    for (const std::span<const GoodCase> cases :
-         {std::span<const GoodCase>(goodXML), std::span<const GoodCase>(goodJSON),
-          std::span<const GoodCase>(goodBinary)})
-        for (const GoodCase& row : cases)
-            expectGood(row);
+    for (const GoodCase& row : goodXML)
+        expectGood(row, PropertyListFormat::xml);
+    for (const GoodCase& row : goodJSON)
+        expectGood(row, PropertyListFormat::json);
+    for (const GoodCase& row : goodBinary)
+        expectGood(row, PropertyListFormat::binary);
 }
 
 TEST(PropertyListReaderTest, RejectsBadDocumentsWithReasonAndPosition)
 {
-    for (const std::span<const BadCase> cases :
-         {std::span<const BadCase>(badOfAnyFormat), std::span<const BadCase>(badXML),
-          std::span<const BadCase>(badJSON), std::span<const BadCase>(badBinary)})
-        for (const BadCase& row : cases)
-            expectBad(row);
+    std::ranges::for_each(badOfAnyFormat, expectBad);
+    std::ranges::for_each(badXML, expectBad);
+    std::ranges::for_each(badJSON, expectBad);
+    std::ranges::for_each(badBinary, expectBad);
 }
 
 struct Spot {

@@ -19,6 +19,8 @@ constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
 constexpr const char* look = "org.freedesktop.appearance";
 constexpr const char* desk = "org.gnome.desktop.interface";
 
+const Settings dark{{look, {{"color-scheme", Value(1U)}}}};
+
 /// Runs a portal until destroyed.
 struct FakePortal {
     explicit FakePortal(const Settings& settings)
@@ -73,13 +75,8 @@ struct PortalAppearanceTest : testing::Test {
 
 TEST_F(PortalAppearanceTest, ReadsPortalSettings)
 {
-    struct Case {
-        const char* name;
-        Settings settings;
-        Appearance expected;
-    };
-    const Case cases[] = {
-        {"dark", {{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1}},
+    const std::tuple<const char*, Settings, Appearance> cases[] = {
+        {"dark", dark, {true, false, 1}},
         {"no settings", {}, {false, false, 1}},
         {"reduced motion", {{look, {{"reduced-motion", Value(1U)}}}}, {false, true, 1}},
         {"high contrast", {{look, {{"contrast", Value(1U)}}}}, {false, false, 1, true}},
@@ -93,7 +90,7 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
         {"keys in the wrong namespace",
          {{look, {{"text-scaling-factor", Value(2.0)}}}, {desk, {{"color-scheme", Value(1U)}}}},
          {false, false, 1}},
-        {"dark again", {{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1}},
+        {"dark again", dark, {true, false, 1}},
         {"values of the wrong type",
          {{look,
            {{"color-scheme", Value("dark")}, {"contrast", Value(true)}, {"reduced-motion", Value(true)}}},
@@ -130,12 +127,17 @@ TEST_F(PortalAppearanceTest, IgnoresChangesBeforeTheFirstReply)
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1, true}));
 }
 
-TEST_F(PortalAppearanceTest, KeepsSettingsUntilAnotherPortalStarts)
+TEST_F(PortalAppearanceTest, FindsARunningPortalAndKeepsItsSettingsUntilAnotherStarts)
 {
-    startPortal({{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1});
+    startPortal(dark, {true, false, 1});
+    Platform::Linux::Bus::PortalAppearance late(bus, work);
+    observe(late);
+    EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
     portal.reset();
-    EXPECT_EQ(appearance.current(), (Appearance{true, false, 1}));
-    startPortal({{desk, {{"text-scaling-factor", Value(2.0)}}}}, {false, false, 2});
+    EXPECT_EQ(late.current(), (Appearance{true, false, 1}));
+    EXPECT_EQ(appearance.current(), late.current());
+    portal.emplace(Settings{{desk, {{"text-scaling-factor", Value(2.0)}}}});
+    EXPECT_THAT(observed(2), ElementsAre(Appearance{false, false, 2}, Appearance{false, false, 2}));
 }
 
 TEST_F(PortalAppearanceTest, IgnoresSignalsFromOtherConnections)
@@ -151,15 +153,6 @@ TEST_F(PortalAppearanceTest, IgnoresSignalsFromOtherConnections)
     impostor->requestName(ServiceName("test.Flush")); // Returns after the bus has forwarded the signal.
     portal->change(look, "color-scheme", Value(1U));
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
-}
-
-TEST_F(PortalAppearanceTest, FindsRunningPortal)
-{
-    startPortal({{look, {{"color-scheme", Value(1U)}}}}, {true, false, 1});
-    Platform::Linux::Bus::PortalAppearance late(bus, work);
-    observe(late);
-    EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));
-    EXPECT_EQ(late.current(), appearance.current());
 }
 
 } // namespace
