@@ -231,13 +231,13 @@ TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
 }
 
 template <typename Harness>
-std::unique_ptr<DefaultsHarness> make()
+std::unique_ptr<DefaultsHarness> makeHarness()
 {
     return std::make_unique<Harness>();
 }
 INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,
-                         testing::Values(Implementation{"Fake", make<FakeHarness>},
-                                         Implementation{"SQLite", make<SQLiteHarness>}),
+                         testing::Values(Implementation{"Fake", makeHarness<FakeHarness>},
+                                         Implementation{"SQLite", makeHarness<SQLiteHarness>}),
                          caseName<Implementation>);
 
 } // namespace

@@ -150,7 +150,7 @@ TEST_F(CurlURLSessionTest, SendsTargetsUnchanged)
 }
 
 /// Returns the fields, except those that depend on the version of libcurl, as lines "Name: value".
-std::string textOf(const std::multimap<std::string, std::string>& fields)
+std::string linesOf(const std::multimap<std::string, std::string>& fields)
 {
     std::string text;
     for (const auto& [name, value] : fields)
@@ -206,9 +206,9 @@ TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
         const std::string common = "Host: " + host + "\nUser-Agent: quorvane-mdm\n";
         EXPECT_EQ(requests[0].method + requests[0].target, row.method + std::string("/path?query=1"));
         EXPECT_EQ(requests[0].body, row.body.value_or(""));
-        EXPECT_EQ(textOf(requests[0].headerFields), row.length + common + "X-Given: as it is\n");
+        EXPECT_EQ(linesOf(requests[0].headerFields), row.length + common + "X-Given: as it is\n");
         EXPECT_EQ(requests[1].method + requests[1].target + requests[1].body, "GET/second");
-        EXPECT_EQ(textOf(requests[1].headerFields), common);
+        EXPECT_EQ(linesOf(requests[1].headerFields), common);
     }
 }
 

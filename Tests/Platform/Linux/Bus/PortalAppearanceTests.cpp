@@ -19,7 +19,7 @@ constexpr const char* settingsInterface = "org.freedesktop.portal.Settings";
 constexpr const char* look = "org.freedesktop.appearance";
 constexpr const char* desk = "org.gnome.desktop.interface";
 
-const Settings dark{{look, {{"color-scheme", Value(1U)}}}};
+const Settings darkSettings{{look, {{"color-scheme", Value(1U)}}}};
 
 /// Runs a portal until destroyed.
 struct FakePortal {
@@ -76,7 +76,7 @@ struct PortalAppearanceTest : testing::Test {
 TEST_F(PortalAppearanceTest, ReadsPortalSettings)
 {
     const std::tuple<const char*, Settings, Appearance> cases[] = {
-        {"dark", dark, {true, false, 1}},
+        {"dark", darkSettings, {true, false, 1}},
         {"no settings", {}, {false, false, 1}},
         {"reduced motion", {{look, {{"reduced-motion", Value(1U)}}}}, {false, true, 1}},
         {"high contrast", {{look, {{"contrast", Value(1U)}}}}, {false, false, 1, true}},
@@ -90,7 +90,7 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
         {"keys in the wrong namespace",
          {{look, {{"text-scaling-factor", Value(2.0)}}}, {desk, {{"color-scheme", Value(1U)}}}},
          {false, false, 1}},
-        {"dark again", dark, {true, false, 1}},
+        {"dark again", darkSettings, {true, false, 1}},
         {"values of the wrong type",
          {{look,
            {{"color-scheme", Value("dark")}, {"contrast", Value(true)}, {"reduced-motion", Value(true)}}},
@@ -129,7 +129,7 @@ TEST_F(PortalAppearanceTest, IgnoresChangesBeforeTheFirstReply)
 
 TEST_F(PortalAppearanceTest, FindsARunningPortalAndKeepsItsSettingsUntilAnotherStarts)
 {
-    startPortal(dark, {true, false, 1});
+    startPortal(darkSettings, {true, false, 1});
     Platform::Linux::Bus::PortalAppearance late(bus, work);
     observe(late);
     EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1}));

@@ -25,7 +25,7 @@ using namespace Platform::Linux::Logging;
 namespace {
 
 /// An entry, and what it looks like in the logs.
-struct Entry {
+struct LogEntry {
     PrivateData privateData;
     LogType type;
     LogVisibility visibility;
@@ -37,24 +37,24 @@ struct Entry {
     std::string message = {};
 };
 
-constexpr auto open = LogVisibility::public_;
-constexpr auto secret = LogVisibility::private_;
-const Entry entries[] = {
-    {PrivateData::redacted, LogType::info, secret, "canary", "info", 6, "<private>"},
-    {PrivateData::shown, LogType::default_, secret, "canary", "warning", 4, "canary"},
+constexpr auto publicLine = LogVisibility::public_;
+constexpr auto privateLine = LogVisibility::private_;
+const LogEntry logEntries[] = {
+    {PrivateData::redacted, LogType::info, privateLine, "canary", "info", 6, "<private>"},
+    {PrivateData::shown, LogType::default_, privateLine, "canary", "warning", 4, "canary"},
     // The journal precedes a value with a line break by its length; see systemd's journal export format.
-    {PrivateData::redacted, LogType::fault, open, "two\nlines\t\x1b[31m\r\x7f\u009b \u00e4", "critical", 2,
-     "two\\nlines\\t\\x1b[31m\\r\\x7f\\x9b \u00e4",
+    {PrivateData::redacted, LogType::fault, publicLine, "two\nlines\t\x1b[31m\r\x7f\u009b \u00e4", "critical",
+     2, "two\\nlines\\t\\x1b[31m\\r\\x7f\\x9b \u00e4",
      std::string("\n\x20\0\0\0\0\0\0\0", 9) + "two\nlines\\t\\x1b[31m\\r\\x7f\\x9b \u00e4"},
-    {PrivateData::redacted, LogType::error, open, "e", "error", 3, "e"},
-    {PrivateData::redacted, LogType::debug, open, "", "debug", 7, ""},
+    {PrivateData::redacted, LogType::error, publicLine, "e", "error", 3, "e"},
+    {PrivateData::redacted, LogType::debug, publicLine, "", "debug", 7, ""},
 };
 
 TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
 {
     ManualScheduler scheduler;
     scheduler.advance(std::chrono::milliseconds(1500));
-    for (const Entry& entry : entries) {
+    for (const LogEntry& entry : logEntries) {
         StandardErrorLog log(scheduler, entry.privateData);
         testing::internal::CaptureStderr();
         log.write({"com.quorvane.mdm", "general"}, entry.type, entry.visibility, entry.line);
@@ -79,7 +79,7 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
     const TemporaryFolder folder;
     const auto isSent = runIsolated(CLONE_NEWNS, [&] {
         const int receiver = bindJournalSocket();
-        for (const Entry& entry : entries) {
+        for (const LogEntry& entry : logEntries) {
             JournalLog log("quorvane-mdm", entry.privateData);
             log.write({"com.quorvane.mdm", "network"}, entry.type, entry.visibility, entry.line);
             std::array<char, 4096> sent;
@@ -91,13 +91,13 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
     if (!isSent)
         GTEST_SKIP() << "cannot create a mount namespace here";
     EXPECT_TRUE(*isSent);
-    for (const Entry& entry : entries)
+    for (const LogEntry& entry : logEntries)
         EXPECT_EQ(
             folder.read(entry.level),
             fmt::format("MESSAGE{}\nPRIORITY={}\nSYSLOG_IDENTIFIER=quorvane-mdm\n"
                         "QV_SUBSYSTEM=com.quorvane.mdm\nQV_CATEGORY=network\nQV_LEVEL={}\nQV_PRIVACY={}\n",
                         entry.message.empty() ? std::string("=") + entry.text : entry.message, entry.priority,
-                        entry.level, entry.visibility == open ? "public" : "private"));
+                        entry.level, entry.visibility == publicLine ? "public" : "private"));
 }
 
 TEST(StandardErrorLogTest, ShowsPrivateDataOnlyOnRequest)
