@@ -18,16 +18,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* ready = "Configuration manager initialized";
 constexpr const char* outdated = "was replaced by another version or removed";
 
 class BackgroundTest : public ProgramTest {
 protected:
+    using ProgramTest::ProgramTest;
+
     [[nodiscard]] std::unique_ptr<ChildProcess> startInBackground(const std::string& push = "off") const
     {
-        auto application = device.startApplication({"--log-stderr", "--push", push, "--background"});
-        EXPECT_TRUE(application->waitForLine(ready));
-        return application;
+        return startUntil(ready, {"--log-stderr", "--push", push, "--background"});
     }
     /// As the user launches the app while another instance runs.
     void launchAgain() const
@@ -61,24 +60,21 @@ TEST_F(BackgroundTest, LaunchOpensTheWindowOfTheSameProcess)
 
     launchAgain();
     EXPECT_EQ(runningProcess(), application->processId());
-    window.tap("welcome.getStarted");
-    window.tap("shell.allow");
+    allowNotifications();
     ASSERT_TRUE(application->waitForLine("Remote notifications registered"));
-    for (const bool isFirst : {true, false}) {
-        SCOPED_TRACE(isFirst);
+    for (const int version : {2, 3}) {
+        SCOPED_TRACE(version);
         window.close();
         window.waitUntilGone("dashboard.content");
         EXPECT_EQ(push(), "ok");
-        device.replacePolicy(isFirst ? R"({"device_id": "DEV-2"})" : R"({"device_id": "DEV-3"})");
-        EXPECT_TRUE(
-            application->waitForLine(isFirst ? "Configuration updated - v2" : "Configuration updated - v3"));
+        device.replacePolicy(fmt::format(R"({{"device_id": "DEV-{}"}})", version));
+        EXPECT_TRUE(application->waitForLine(fmt::format("Configuration updated - v{}", version)));
         launchAgain();
         window.waitFor("dashboard.content");
         EXPECT_EQ(push(), "ok");
     }
     EXPECT_EQ(runningProcess(), application->processId());
-    application->signal(SIGTERM);
-    EXPECT_EQ(application->waitForExit(), 0);
+    EXPECT_EQ(application->end(), 0);
 }
 
 TEST_F(BackgroundTest, LaunchedAppEndsWithItsWindow)
@@ -118,8 +114,7 @@ TEST_F(BackgroundTest, InstanceWithoutDisplayMakesRoomForALaunchThatStays)
         // Each start made a version.
         EXPECT_TRUE(
             seen->waitForLine(*display == 0 ? "Configuration updated - v3" : "Configuration updated - v6"));
-        seen->signal(SIGTERM);
-        EXPECT_EQ(seen->waitForExit(), 0);
+        EXPECT_EQ(seen->end(), 0);
     }
 }
 
@@ -141,23 +136,14 @@ TEST_F(BackgroundTest, StartsInTheBackgroundMakeOneProcess)
     }
 }
 
-/// The app installed in a folder of its own, where it can be replaced.
-class UpgradeTest : public testing::Test {
-protected:
-    UpgradeTest()
+/// A build folder with an app that can be replaced.
+class Installation {
+public:
+    Installation()
     {
         fs::create_directory(programs.path("App"));
         install();
         fs::create_directory_symlink(fs::path(QV_PROGRAMS) / "Tools", programs.path("Tools"));
-        device.emplace(programs.path(""));
-        device->setEnvironment("SSL_CERT_FILE", device->path("authority.pem"));
-        backend.emplace(TestBackend::Options{.folder = device->path("")});
-        device->replacePolicy(policy("DEV-1"));
-    }
-    [[nodiscard]] std::string policy(std::string_view identifier) const
-    {
-        return fmt::format(R"({{"base_domain": "{}", "device_id": "{}", "api_key": "k"}})",
-                           backend->baseURL(), identifier);
     }
     /// As a package manager does: renames a complete file into place.
     void install() const
@@ -173,45 +159,41 @@ protected:
         fs::rename(programs.path("App/next"), program());
     }
     [[nodiscard]] fs::path program() const { return programs.path("App/quorvane-mdm"); }
-    [[nodiscard]] boost::json::value isOutdated() const
+
+    const ThrowawayDevice programs{QV_PROGRAMS};
+};
+
+class UpgradeTest : protected Installation, public BackgroundTest {
+protected:
+    UpgradeTest() : BackgroundTest(programs.path(""))
     {
-        const auto process = device->startConsole({"status", "--json"});
-        process->waitForExit();
-        return boost::json::parse(process->lines().back()).at("isOutdated");
+        device.setEnvironment("SSL_CERT_FILE", backend.certificateAuthority());
+        replacePolicy("DEV-1");
+        application = startInBackground("local");
     }
-    [[nodiscard]] std::string runningProgram() const
+    void replacePolicy(std::string_view identifier) const
+    {
+        device.replacePolicy(fmt::format(R"({{"base_domain": "{}", "device_id": "{}", "api_key": "k"}})",
+                                         backend.baseURL(), identifier));
+    }
+    [[nodiscard]] bool isOutdated() const { return qvctlJSON({"status"}).at("isOutdated").as_bool(); }
+    [[nodiscard]] fs::path runningProgram() const
     {
         return fs::read_symlink(fmt::format("/proc/{}/exe", application->processId()));
     }
-    [[nodiscard]] std::string push() const
-    {
-        return Platform::Linux::sendToLocalPushService(device->pushSocket(),
-                                                       R"({"aps": {"alert": "Hello"}})");
-    }
-    [[nodiscard]] std::size_t countOf(std::string_view text) const
-    {
-        const auto& lines = application->lines();
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [=](const auto& line) {
-            return line.find(text) != std::string::npos;
-        }));
-    }
 
-    ThrowawayDevice programs{QV_PROGRAMS};
-    std::optional<ThrowawayDevice> device;
-    std::optional<TestBackend> backend;
+    TestBackend backend{{.folder = device.path("")}};
     std::unique_ptr<ChildProcess> application;
 };
 
 TEST_F(UpgradeTest, RestartsWithoutAWindowOnceTheNewProgramStarts)
 {
-    application = device->startApplication({"--log-stderr", "--push", "local", "--background"});
-    ASSERT_TRUE(application->waitForLine(ready));
-    EXPECT_EQ(isOutdated(), false);
+    EXPECT_FALSE(isOutdated());
     installBroken("#!/bin/sh\nexec sleep 60\n");
     ASSERT_TRUE(application->waitForLine(outdated));
-    EXPECT_EQ(isOutdated(), true);
+    EXPECT_TRUE(isOutdated());
     EXPECT_FALSE(application->waitForLine("starting up", 4s)) << "the new program hangs";
-    device->replacePolicy(policy("DEV-2"));
+    replacePolicy("DEV-2");
     EXPECT_TRUE(application->waitForLine("Configuration updated - v2", 5s)) << "the old version still works";
     installBroken("no program");
     EXPECT_FALSE(application->waitForLine("starting up", 4s)) << "the new program does not start";
@@ -220,29 +202,27 @@ TEST_F(UpgradeTest, RestartsWithoutAWindowOnceTheNewProgramStarts)
     ASSERT_TRUE(application->waitForLine("starting up"));
     ASSERT_TRUE(application->waitForLine(ready));
     EXPECT_EQ(runningProgram(), program());
-    EXPECT_EQ(isOutdated(), false);
-    EXPECT_EQ(countOf(outdated), 1U);
-    device->replacePolicy(policy("DEV-3"));
+    EXPECT_FALSE(isOutdated());
+    replacePolicy("DEV-3");
     EXPECT_TRUE(application->waitForLine("Configuration updated - v4")) << "each start applies the policy";
     EXPECT_EQ(application->waitForExit(0s), std::nullopt) << "the same process";
-    application->signal(SIGTERM);
-    EXPECT_EQ(application->waitForExit(), 0);
+    EXPECT_EQ(application->end(), 0);
+    const auto& lines = application->lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) { return line.find(outdated) != std::string::npos; }),
+              1);
 }
 
 TEST_F(UpgradeTest, WaitsForTheWindowAndForAnUpload)
 {
-    application = device->startApplication({"--log-stderr", "--push", "local", "--background"});
-    ASSERT_TRUE(application->waitForLine(ready));
-    EXPECT_EQ(device->startApplication()->waitForExit(), 0);
-    const DrivenWindow window = device->window();
-    backend->setReply("*", {.delay = 6s});
-    window.tap("welcome.getStarted");
-    window.tap("shell.allow");
+    launchAgain();
+    backend.setReply("*", {.delay = 6s});
+    allowNotifications();
     ASSERT_TRUE(application->waitForLine("Remote notifications registered"));
     install();
     ASSERT_TRUE(application->waitForLine(outdated));
-    const auto doctor = device->startConsole({"doctor", "--offline"});
-    EXPECT_TRUE(doctor->waitForLine("warning  app.running"));
+    EXPECT_THAT(qvctl({"doctor", "--offline"}).output, HasSubstr("warning  app.running"));
+    const DrivenWindow window = device.window();
     window.close();
     EXPECT_FALSE(application->waitForLine("starting up", 3s)) << "in the middle of an upload";
     ASSERT_TRUE(application->waitForLine("Device token uploaded"));

@@ -1,6 +1,6 @@
-#include "Core/ManagedKeys.h"
 #include "Tests/EndToEnd/ProgramTest.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <csignal>
@@ -74,120 +74,38 @@ std::set<std::string> membersOf(const json::value& value, const std::set<std::st
     return found;
 }
 
-std::string textOfFile(const std::string& path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// Returns a different value for each key.
-std::string valueOf(const Core::ManagedKey& key, std::string_view ending)
-{
-    using Kind = Core::ManagedKey::Kind;
-    const std::string_view value = key.kind == Kind::bundleIds ? "com.example.mail"
-                                   : key.kind == Kind::address ? "backend.example"
-                                                               : key.name;
-    return std::string(value) + std::string(ending);
-}
-
-std::string policyWithEveryKey(std::string_view ending)
-{
-    json::object policy;
-    for (const Core::ManagedKey& key : Core::managedKeys())
-        policy[key.name] = valueOf(key, ending);
-    return json::serialize(policy);
-}
-
-TEST_F(ProgramTest, EveryManagedKeyAppearsInEveryCommand)
-{
-    device.replacePolicy(policyWithEveryKey(""));
-    const auto application = device.startApplication();
-    ASSERT_TRUE(application->waitForLine("Configuration updated - v1"));
-    application->signal(SIGTERM);
-    application->waitForExit();
-
-    const auto shown = qvctlJSON({"config", "show"}).at("configuration");
-    const auto explained = qvctlJSON({"config", "explain"}).at("keys");
-    const auto snapshot = qvctlJSON({"snapshot"});
-    const auto revealed = qvctlJSON({"snapshot", "--reveal"});
-    std::size_t reportedCount = 0;
-    for (const auto& [name, value] : qvctlJSON({"status"}))
-        reportedCount +=
-            (name.starts_with("has") && value == true) || (name.ends_with("Count") && value == 1);
-    const std::string texts = qvctl({"status"}).output + qvctl({"snapshot"}).output;
-    const auto watch = device.startConsole({"watch", "--json"});
-    ASSERT_TRUE(watch->waitForLine("{"));
-    const json::value watched = json::parse(watch->lines().back());
-    device.replacePolicy(policyWithEveryKey("x"));
-    const std::string doctor = qvctl({"doctor", "--offline"}).output;
-    const std::string readme = textOfFile(QV_SOURCES "/README.md");
-    std::size_t carriedCount = 0;
-    for (const Core::ManagedKey& key : Core::managedKeys()) {
-        SCOPED_TRACE(key.name);
-        const std::string value = valueOf(key, "");
-        const auto isShown = [&](const json::value& printed, bool isMasked) {
-            return json::serialize(printed).find(isMasked ? "********" : value) != std::string::npos;
-        };
-        EXPECT_TRUE(isShown(shown.at(key.name), key.isSecret));
-        EXPECT_TRUE(isShown(explained.at(key.name).at("effective"), key.isSecret));
-        for (const char* format : {"json-schema", "appconfig", "sample"})
-            EXPECT_THAT(qvctl({"config", "schema", "--format", format}).output,
-                        HasSubstr("\"" + std::string(key.name) + "\""));
-        EXPECT_THAT(readme, HasSubstr("| `" + std::string(key.name) + "` |"));
-        if (!key.isStored())
-            continue;
-        EXPECT_TRUE(isShown(snapshot.at(key.codingKey), key.isSecret));
-        EXPECT_TRUE(isShown(revealed.at(key.codingKey), false));
-        EXPECT_TRUE(isShown(watched.at(key.codingKey), key.isSecret));
-        EXPECT_THAT(texts, HasSubstr(key.noun));
-        EXPECT_THAT(doctor, HasSubstr(key.name));
-        ++carriedCount;
-    }
-    EXPECT_EQ(reportedCount, carriedCount) << "by status --json";
-}
-
 TEST_F(ProgramTest, JSONMembersAreDocumented)
 {
-    device.replacePolicy(policyWithEveryKey(""));
+    device.replacePolicy(R"({"OrganizationId": "1", "base_domain": "backend.example", "api_key": "canary",
+        "device_id": "DEV-1", "AllowedAppsBundleIdsForSSOExtension": "a.b", "SchemaVersion": "1"})");
     device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
-    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
-    DrivenWindow window = device.window();
-    window.tap("welcome.getStarted");
-    window.tap("shell.allow");
-    ASSERT_TRUE(application->waitForLine("Remote notifications registered"));
-
-    const std::string policy = device.policyFile();
-    std::map<std::string, json::value> printed;
-    const auto run = [&](const std::string& command, std::vector<std::string> arguments) {
-        printed[command] = qvctlJSON(std::move(arguments));
+    const auto application = startRegistered();
+    std::filesystem::copy_file(device.policyFile(), device.path("again.json"));
+    const std::pair<const char*, const char*> commands[] = {
+        {"push", "$DEVICE/payload.json"},
+        {"notifications", ""},
+        {"status", "--reveal --check running"},
+        {"wait", ""},
+        {"snapshot", ""},
+        {"config show", ""},
+        {"config lint", ""},
+        {"config explain", ""},
+        {"config schema", ""},
+        {"bundle", "$DEVICE/bundle.tar.gz"},
+        {"config set", "$DEVICE/again.json --wait"},
+        {"watch", "| head -n 1"},
+        {"doctor", "--offline"},
+        {"reload", ""},
+        {"config clear", ""},
+        {"config forget", ""},
+        {"privacy", "reset notifications"},
     };
-    run("push", {"push", device.path("payload.json")});
-    run("notifications", {"notifications"});
-    run("status", {"status", "--reveal", "--check", "running"});
-    run("wait", {"wait"});
-    run("snapshot", {"snapshot"});
-    run("config show", {"config", "show"});
-    run("config lint", {"config", "lint", policy});
-    run("config explain", {"config", "explain"});
-    run("config schema", {"config", "schema"});
-    run("bundle", {"bundle", device.path("bundle.tar.gz")});
-    std::filesystem::copy_file(policy, device.path("again.json"));
-    const auto set = device.startConsole({"config", "set", device.path("again.json"), "--wait", "--json"});
-    ASSERT_EQ(set->waitForExit(), 0);
-    for (const std::string& line : set->lines()) { // Standard error is included.
-        if (line.starts_with("{"))
-            printed["config set"] = json::parse(line);
+    std::map<std::string, json::value> printed;
+    for (const auto& [command, arguments] : commands) {
+        const Outcome outcome =
+            shell(fmt::format("exec 2> /dev/null; $QVCTL --json {} {}", command, arguments));
+        printed[command] = json::parse(outcome.output);
     }
-    const auto watch = device.startConsole({"watch", "--json"});
-    ASSERT_TRUE(watch->waitForLine("{"));
-    printed["watch"] = json::parse(watch->lines().back());
-    const auto doctor = device.startConsole({"doctor", "--offline", "--json"});
-    EXPECT_EQ(doctor->waitForExit(), 1) << "there is no session bus";
-    printed["doctor"] = json::parse(doctor->lines().back());
-    run("reload", {"reload"});
-    run("config clear", {"config", "clear"});
-    run("config forget", {"config", "forget"});
-    run("privacy", {"privacy", "reset", "notifications"});
 
     for (const auto& [command, documented] : documentedCommands()) {
         std::set<std::string> example = membersOf(documented.example, documented.members);
@@ -271,16 +189,12 @@ TEST_F(ProgramTest, StatusShowsTheLastOutcomesWithoutValues)
     device.replacePolicy(
         R"({"base_domain": "localhost:1/canary", "api_key": "canary", "device_id": "canary"})");
     device.write(device.path("payload.json"), R"({"aps": {"content-available": 1}, "canary": "canary"})");
-    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
-    DrivenWindow window = device.window();
-    window.tap("welcome.getStarted");
-    window.tap("shell.allow");
+    const auto application = startRegistered();
     ASSERT_TRUE(application->waitForLine("Device token upload failed"));
     EXPECT_EQ(qvctl({"push", device.path("payload.json")}).output, "Delivered\n");
     device.replacePolicy("{\"canary\"");
     ASSERT_TRUE(application->waitForLine("the last valid configuration stays in effect"));
-    application->signal(SIGTERM);
-    EXPECT_EQ(application->waitForExit(), 0);
+    EXPECT_EQ(application->end(), 0);
     const std::string output = qvctl({"status"}).output;
     for (const char* row : {"last upload     failed: ", "last push       silent, accepted, ",
                             "last error      the policy file could not be parsed, "})
@@ -362,25 +276,6 @@ TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
     EXPECT_EQ(structured->waitForExit(), 0);
 }
 
-/// The output of a script; absent if it exits with 77, "unsupported", or if the shell is not installed.
-std::optional<std::vector<std::string>> linesOf(std::vector<std::string> shell, const std::string& script,
-                                                const ChildProcess::Environment& environment = {
-                                                    {"MANUALS", QV_PROGRAMS "/manuals"},
-                                                    {"QVCTL", QV_PROGRAMS "/Tools/qvctl/qvctl"}})
-{
-    shell.push_back(script);
-    try {
-        ChildProcess process(shell, environment);
-        const auto exitCode = process.waitForExit();
-        if (exitCode == 77)
-            return std::nullopt;
-        EXPECT_EQ(exitCode, 0) << script << testing::PrintToString(process.lines());
-        return process.lines();
-    } catch (const std::system_error&) {
-        return std::nullopt;
-    }
-}
-
 /// Mounts a private /run with an empty journal and defines a function that adds a line to it.
 constexpr const char* journalSetUp = R"(
 remote=/lib/systemd/systemd-journal-remote
@@ -396,8 +291,9 @@ append() { # TIME IDENTIFIER LEVEL MESSAGE [UID EXE PRIVACY]
 TEST_F(ProgramTest, LogReadsTheJournal)
 {
     // Not in a changed root, where the kernel allows no user namespace.
-    const char* isolated = "unshare -rm true 2>/dev/null || exit 77; exec unshare -rm bash -ec \"$0\"";
-    const auto lines = linesOf({"bash", "-c", isolated}, std::string(journalSetUp) + R"(
+    const auto isolated = device.startProgram(
+        {"bash", "-c", "unshare -rm true 2>/dev/null || exit 77; exec unshare -rm bash -ec \"$0\"",
+         std::string("QVCTL=" QV_PROGRAMS "/Tools/qvctl/qvctl") + journalSetUp + R"(
         $QVCTL log 2>&1 || echo $?
         append 1700000000 quorvane-mdm debug one
         append 1700000001 other-program error other
@@ -418,16 +314,20 @@ TEST_F(ProgramTest, LogReadsTheJournal)
         }
         append 1700000004 quorvane-mdm info secret 0 /usr/bin/quorvane-mdm private
         $QVCTL bundle - 2> /dev/null | tar -xzO log.txt
-    )");
-    if (!lines)
+    )"});
+    const auto exitCode = isolated->waitForExit();
+    constexpr int unsupported = 77;
+    if (exitCode == unsupported)
         GTEST_SKIP() << "needs systemd-journal-remote, unshare and permission to mount";
+    const auto& lines = isolated->lines();
+    EXPECT_EQ(exitCode, 0);
     const std::string one = "2023-11-14T22:13:20.000Z debug com.quorvane.mdm general one";
     const std::string two = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general two";
     const std::string forged = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general forged";
     const std::string three = "2023-11-14T22:13:23.000Z info com.quorvane.mdm general three";
-    ASSERT_EQ(lines->size(), 21U) << testing::PrintToString(*lines);
-    const std::string object = lines->at(13);
-    EXPECT_THAT(*lines,
+    ASSERT_EQ(lines.size(), 21U) << testing::PrintToString(lines);
+    const std::string object = lines[13];
+    EXPECT_THAT(lines,
                 ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1", two,
                             "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
                             "log --since 1d", object,
@@ -436,142 +336,6 @@ TEST_F(ProgramTest, LogReadsTheJournal)
                             "2023-11-14T22:13:24.000Z info com.quorvane.mdm general <private>"));
     const auto documented = documentedCommands().at("log").members;
     EXPECT_EQ(membersOf(json::parse(object), documented), documented);
-}
-
-TEST_F(ProgramTest, ManualPagesAreWellFormed)
-{
-    const auto lines = linesOf({"bash", "-ec"}, R"(
-        command -v man > /dev/null || exit 77
-        for page in $MANUALS/*.[15]; do
-            man --warnings -l $page 2>&1 > /dev/null
-            # Blanks at the end of a line, and tables that were not filled in.
-            grep -nE ' $|^\.\\" (options|commands|managed|sample)' $page || true
-        done
-    )");
-    if (!lines)
-        GTEST_SKIP() << "needs man-db";
-    EXPECT_THAT(*lines, IsEmpty());
-}
-
-struct Completion {
-    std::string line;
-    /// In any order.
-    std::vector<std::string> words;
-};
-
-/// Runs the completion scripts on lines that end at the cursor, in a folder with two files.
-class CompletionTest : public ProgramTest {
-protected:
-    CompletionTest()
-    {
-        std::filesystem::create_directory(device.path("files"));
-        device.write(device.path("files/a file.json"), "{}");
-        device.write(device.path("files/b.json"), "{}");
-    }
-
-    /// The words that `script` prints for $LINE; absent if there is no such shell.
-    [[nodiscard]] std::optional<std::vector<std::string>>
-    complete(const std::vector<std::string>& shell, const std::string& line, const std::string& script) const
-    {
-        auto lines = linesOf(shell, "cd $FILES; " + script,
-                             {{"PATH", std::string(QV_PROGRAMS "/Tools/qvctl:") + std::getenv("PATH")},
-                              {"FILES", device.path("files")},
-                              {"APP", QV_PROGRAMS "/App/quorvane-mdm"},
-                              {"COMPLETIONS", QV_SOURCES "/Packaging/completions"},
-                              {"LINE", line}});
-        if (!lines)
-            return lines;
-        std::erase(*lines, "");
-        // Drops the description, and the option of "--option=word".
-        for (std::string& word : *lines) {
-            word = word.substr(0, word.find('\t'));
-            word = word.substr(word.find('=') + 1);
-        }
-        return lines;
-    }
-
-    [[nodiscard]] std::vector<Completion> completions() const
-    {
-        const auto options =
-            complete({"bash", "-c"}, "", R"($APP --help | sed -nE 's/^  (-[^ ]+).*/\1/p' | tr , '\n')");
-        const auto sources = complete({"bash", "-c"}, "",
-                                      R"($APP --help | sed -nE 's/^  --push.*\{(.*)\}.*/\1/p' | tr , '\n')");
-        return {{"qvctl config s", {"show", "set", "schema"}},
-                {"qvctl --json config s", {"show", "set", "schema"}},
-                {"qvctl --managed-configuration config st", {"status"}},
-                {"qvctl config lint ", {"a file.json", "b.json"}},
-                {"qvctl config lint b.json ", {"a file.json", "b.json"}},
-                {"qvctl --managed-configuration b", {"b.json"}},
-                {"qvctl --managed-configuration=b", {"b.json"}},
-                {"qvctl config schema --format ", {"json-schema", "appconfig", "sample"}},
-                {"qvctl config schema --format=s", {"sample"}},
-                {"qvctl config schema --format=sample --j", {"--json"}},
-                {"qvctl log --level e", {"error"}},
-                {"qvctl status --check=r", {"running"}},
-                {"qvctl wait --u", {"--uploaded"}},
-                {"qvctl wait --version ", {"1"}},
-                {"qvctl log --f", {"--follow"}},
-                {"qvctl log --limit ", {}},
-                {"qvctl help con", {"config"}},
-                {"qvctl help config s", {"show", "set", "schema"}},
-                {"qvctl privacy grant ", {"notifications"}},
-                {"quorvane-mdm --managed-configuration b", {"b.json"}},
-                {"quorvane-mdm --push ", sources.value()},
-                {"quorvane-mdm -", options.value()}};
-    }
-};
-
-TEST_F(CompletionTest, BashCompletesCommandsValuesAndFiles)
-{
-    for (const Completion& row : completions()) {
-        // Splits the line as readline does: at spaces, and around "=".
-        const auto words = complete({"bash", "-c"}, row.line, R"(
-            for script in $COMPLETIONS/*.bash; do . $script; done
-            read -ra COMP_WORDS <<< "${LINE//=/ = }"
-            [[ $LINE == *' ' ]] && COMP_WORDS+=('')
-            COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-            _${COMP_WORDS//-/_}
-            printf '%s\n' "${COMPREPLY[@]}"
-        )");
-        ASSERT_TRUE(words);
-        EXPECT_THAT(*words, testing::UnorderedElementsAreArray(row.words)) << row.line;
-    }
-}
-
-TEST_F(CompletionTest, FishCompletesCommandsValuesAndFiles)
-{
-    for (const Completion& row : completions()) {
-        const auto words = complete({"fish", "--no-config", "-c"}, row.line, R"(
-            for script in $COMPLETIONS/*.fish; source $script; end
-            # Without matches inside a word, which version 4 adds.
-            complete -C "$LINE" | string match -- (string split -r -m1 ' ' $LINE)[-1]'*'
-            true)");
-        if (!words)
-            GTEST_SKIP() << "needs fish";
-        EXPECT_THAT(*words, testing::UnorderedElementsAreArray(row.words)) << row.line;
-    }
-}
-
-TEST_F(CompletionTest, ZshCompletesCommandsValuesAndFiles)
-{
-    for (const Completion& row : completions()) {
-        // The shell's own functions, which only work at its prompt, are replaced: they print the candidates.
-        // The completion of option values by `_arguments` is not tested.
-        if (row.line.starts_with("quorvane-mdm --"))
-            continue;
-        const auto words = complete({"zsh", "-fc"}, row.line, R"(
-            compset() { PREFIX=${PREFIX#${~2}} }
-            _files() { print -rl -- $PREFIX*(N) }
-            _describe() { print -rl -- ${(M)${(@)${(@P)2}%%:*}:#$PREFIX*} }
-            _arguments() { print -rl -- ${(M)${(@)${(@)@#\(*\)}%%[\[=]*}:#$PREFIX*} }
-            words=("${(@s: :)LINE}") CURRENT=$#words PREFIX=$words[CURRENT]
-            autoload -U $COMPLETIONS/_$words[1]
-            _$words[1]
-        )");
-        if (!words)
-            GTEST_SKIP() << "needs zsh";
-        EXPECT_THAT(*words, testing::UnorderedElementsAreArray(row.words)) << row.line;
-    }
 }
 
 } // namespace

@@ -7,22 +7,19 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::AnyOf;
+using testing::Contains;
 using testing::ContainsRegex;
+using testing::Key;
 using testing::Not;
+using testing::Pair;
 
 namespace {
 
 constexpr std::string_view apiKey = "canary-key-5b1d";
-
-std::string contentOf(const fs::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 struct Program {
     const char* command;
@@ -50,7 +47,7 @@ protected:
                               std::string(program.command));
         for (int i = 0; i < program.count; ++i)
             EXPECT_TRUE(process->waitForLine(program.line));
-        std::string limits = contentOf(fmt::format("/proc/{}/limits", process->processId()));
+        std::string limits = ThrowawayDevice::read(fmt::format("/proc/{}/limits", process->processId()));
         process->signal(SIGABRT);
         EXPECT_EQ(process->waitForExit(), -SIGABRT);
         return limits;
@@ -60,7 +57,7 @@ protected:
     {
         const fs::directory_iterator files(device.path("crash"));
         return std::any_of(begin(files), end(files), [](const auto& entry) {
-            return contentOf(entry.path()).find(apiKey) != std::string::npos;
+            return ThrowawayDevice::read(entry.path()).find(apiKey) != std::string::npos;
         });
     }
 };
@@ -80,19 +77,33 @@ TEST_F(ProcessSecretsTest, CoreDumpsNeedTheDevelopmentProfile)
     }
 }
 
-TEST_F(ProcessSecretsTest, TLSSessionKeysAreNotWritten)
+TEST_F(ProcessSecretsTest, OnlyTheBackendReceivesTheKey)
 {
     TestBackend backend({.folder = device.path("run")});
-    device.replacePolicy(fmt::format(R"({{"base_domain": "{}", "device_id": "DEV-1"}})", backend.baseURL()));
+    device.replacePolicy(fmt::format(R"({{"base_domain": "{}/mdm", "api_key": "{}", "device_id": "DEV-1"}})",
+                                     backend.baseURL(), apiKey));
     device.setEnvironment("SSL_CERT_FILE", backend.certificateAuthority());
     device.setEnvironment("no_proxy", "*");
     device.setEnvironment("SSLKEYLOGFILE", device.path("session-keys"));
-    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
-    DrivenWindow window = device.window();
-    window.tap("welcome.getStarted");
-    window.tap("shell.allow");
+    backend.setReply(
+        "*", {.status = 307,
+              .headerFields = {{"Location", fmt::format("https://127.0.0.1:{}/other", backend.port())}}});
+    backend.setReply("/other", {});
+    const auto application = startRegistered();
     ASSERT_TRUE(application->waitForLine("Device token uploaded"));
     EXPECT_FALSE(fs::exists(device.path("session-keys")));
+
+    const auto requests = backend.takeRequests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_EQ(requests[0].method + " " + requests[0].target,
+              "POST /mdm/apis/mdm/backend/device-api/v1/device/apple/devices/DEV-1/token");
+    EXPECT_THAT(requests[0].headerFields,
+                AllOf(Contains(Pair("Authorization", fmt::format("Bearer {}", apiKey))),
+                      Contains(Pair("X-Device-Id", "DEV-1")),
+                      Contains(Pair("Content-Type", "application/json"))));
+    EXPECT_EQ(requests[1].target, "/other");
+    EXPECT_THAT(requests[1].headerFields,
+                Not(Contains(Key(AnyOf("Authorization", "X-Device-Id", "X-QV-OrgId", "Cookie")))));
 }
 
 } // namespace

@@ -12,6 +12,9 @@
 /// Runs the real programs on a throw-away device.
 class ProgramTest : public testing::Test {
 protected:
+    /// `programs` is the build folder.
+    explicit ProgramTest(const std::filesystem::path& programs = QV_PROGRAMS) : device(programs) {}
+
     struct Outcome {
         std::optional<int> exitCode;
         std::string output;
@@ -48,7 +51,32 @@ protected:
         return outcome.exitCode == unsupported ? std::nullopt : std::optional(std::move(outcome));
     }
 
-    ThrowawayDevice device{QV_PROGRAMS};
+    static constexpr const char* ready = "Configuration manager initialized";
+
+    /// Starts the app and waits for a line of its log.
+    [[nodiscard]] std::unique_ptr<ChildProcess>
+    startUntil(std::string_view line, const std::vector<std::string>& arguments = {"--log-stderr"}) const
+    {
+        auto application = device.startApplication(arguments);
+        EXPECT_TRUE(application->waitForLine(line)) << testing::PrintToString(application->lines());
+        return application;
+    }
+    /// Starts the app with local pushes, completes the welcome screen and allows notifications.
+    [[nodiscard]] std::unique_ptr<ChildProcess> startRegistered() const
+    {
+        auto application = device.startApplication({"--log-stderr", "--push", "local"});
+        allowNotifications();
+        EXPECT_TRUE(application->waitForLine("Remote notifications registered"));
+        return application;
+    }
+    void allowNotifications() const
+    {
+        const DrivenWindow window = device.window();
+        window.tap("welcome.getStarted");
+        window.tap("shell.allow");
+    }
+
+    ThrowawayDevice device;
 
 private:
     static Outcome outcomeOf(ChildProcess& process)

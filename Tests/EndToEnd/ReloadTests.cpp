@@ -20,8 +20,7 @@ namespace {
 TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
 {
     device.replacePolicy(R"({"device_id": "DEV-1"})");
-    const auto application = device.startApplication();
-    ASSERT_TRUE(application->waitForLine("Configuration manager initialized"));
+    const auto application = startUntil(ready);
     const auto unchanged = qvctlJSON({"reload"});
     EXPECT_EQ(unchanged.at("configVersion"), 1);
     EXPECT_TRUE(unchanged.at("changed").as_array().empty());
@@ -40,8 +39,7 @@ TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
         EXPECT_THAT(other.output, HasSubstr("(process " + std::to_string(application->processId()) + ")\n"));
         EXPECT_TRUE(application->waitForLine("Configuration updated - v3"));
     }
-    application->signal(SIGTERM);
-    EXPECT_EQ(application->waitForExit(), 0);
+    EXPECT_EQ(application->end(), 0);
 }
 
 /// Runs until it is killed, as a process with the application's name that holds the lock.

@@ -1,9 +1,6 @@
-#include "Platform/AdapterLog.h"
 #include "Platform/Network/ExchangeRecord.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
-#include "Platform/SystemClock.h"
 #include "Tests/EndToEnd/ProgramTest.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Trials/StoreFile.h"
 
 #include <gmock/gmock.h>
 
@@ -16,12 +13,10 @@ namespace {
 class WaitTest : public ProgramTest {
 protected:
     /// Starts the app with `policy` and waits until it is applied.
-    [[nodiscard]] std::unique_ptr<ChildProcess> startWith(std::string_view policy)
+    [[nodiscard]] std::unique_ptr<ChildProcess> startWith(std::string_view policy) const
     {
         device.replacePolicy(policy);
-        auto application = device.startApplication({"--log-stderr", "--push", "off"});
-        EXPECT_TRUE(application->waitForLine("Configuration manager initialized"));
-        return application;
+        return startUntil(ready, {"--log-stderr", "--push", "off"});
     }
 
     const char* first = R"({"device_id": "canary-1"})";
@@ -43,23 +38,14 @@ TEST_F(WaitTest, WaitsForAnAppThatStartsLater)
 
 TEST_F(WaitTest, EndsOnceTheUploadIsRecorded)
 {
-    {
-        const auto application = startWith(R"({"base_domain": "backend.example", "device_id": "D"})");
-        application->signal(SIGTERM);
-        EXPECT_EQ(application->waitForExit(), 0);
-    }
+    EXPECT_EQ(startWith(R"({"base_domain": "backend.example", "device_id": "D"})")->end(), 0);
     const auto wait = device.startConsole({"wait", "--uploaded"});
     ASSERT_TRUE(wait->waitForLine("the app is not running; waiting for it"));
-    RecordingUnifiedLog log;
-    const Platform::AdapterLog adapterLog(log, "test");
-    const Platform::SystemClock clock;
-    using Platform::Storage::SQLiteUserDefaults;
-    SQLiteUserDefaults shell(device.path("data/quorvane-mdm/shell.sqlite"),
-                             SQLiteUserDefaults::Access::readWrite, clock, adapterLog);
+    StoreFile shell(device.path("data/quorvane-mdm/shell.sqlite"));
     constexpr std::int64_t segmentCount = 10; // Of the path to which the token is uploaded.
     Platform::Network::storeExchanges(
-        shell, {{"backend.example:443",
-                 {.time = {60}, .method = "POST", .pathSegmentCount = segmentCount, .statusCode = 200}}});
+        *shell, {{"backend.example:443",
+                  {.time = {60}, .method = "POST", .pathSegmentCount = segmentCount, .statusCode = 200}}});
     EXPECT_EQ(wait->waitForExit(), 0);
     EXPECT_EQ(wait->lines().back(), "The device token is uploaded.");
 }

@@ -3,14 +3,11 @@
 #include "Core/ConfigurationSnapshot.h"
 #include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Storage/FileDescriptor.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
-#include "Platform/SystemClock.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/StoreFile.h"
 #include "Tools/qvctl/CommandLine.h"
 
 #include <gmock/gmock.h>
@@ -147,30 +144,14 @@ protected:
     void storeSnapshot(std::string_view policy, std::int64_t version) const
     {
         const auto snapshot = Core::ConfigurationSnapshot::make(configOf(policy), version, {1000});
-        Store(paths().suite(Core::Constants::appGroupSuiteName))
-            .values()
-            .set(Core::Constants::SnapshotKeys::configSnapshot, snapshot.encode());
+        StoreFile(paths().suite(Core::Constants::appGroupSuiteName))
+            ->set(Core::Constants::SnapshotKeys::configSnapshot, snapshot.encode());
     }
 
     [[nodiscard]] static Platform::Linux::DevicePaths paths()
     {
         return Platform::Linux::DevicePaths::fromEnvironment({});
     }
-
-    /// A store of the device, to write as the app does.
-    class Store {
-    public:
-        explicit Store(const std::filesystem::path& file)
-            : m_values(file, Platform::Storage::SQLiteUserDefaults::Access::readWrite, m_clock, m_adapterLog)
-        {}
-        [[nodiscard]] Platform::Storage::SQLiteUserDefaults& values() { return m_values; }
-
-    private:
-        RecordingUnifiedLog m_log;
-        Platform::AdapterLog m_adapterLog{m_log, "test"};
-        Platform::SystemClock m_clock;
-        Platform::Storage::SQLiteUserDefaults m_values;
-    };
 
     /// Locks the state folder as an app in another container does, which has no process here.
     [[nodiscard]] static Platform::Storage::FileDescriptor lockAsApplication()

@@ -33,13 +33,13 @@ protected:
     DoctorTest()
     {
         {
-            Store standard(paths().standardDefaults());
-            standard.values().set(Core::Constants::StorageKeys::remoteNotificationDeviceToken, "canary7f");
-            Store shell(paths().shellState());
-            ShellState(shell.values()).setAuthorizationStatus(AuthorizationStatus::authorized);
-            shell.values().set(UnifiedPushRegistration::distributorKey, distributorName);
-            PushServiceState{Kind::unifiedPush, {}}.write(shell.values());
-            Network::storeExchanges(shell.values(), {{"mdm.example:443", exchange}});
+            StoreFile standard(paths().standardDefaults());
+            standard->set(Core::Constants::StorageKeys::remoteNotificationDeviceToken, "canary7f");
+            StoreFile shell(paths().shellState());
+            ShellState(*shell).setAuthorizationStatus(AuthorizationStatus::authorized);
+            shell->set(UnifiedPushRegistration::distributorKey, distributorName);
+            PushServiceState{Kind::unifiedPush, {}}.write(*shell);
+            Network::storeExchanges(*shell, {{"mdm.example:443", exchange}});
         }
         std::filesystem::rename("data", "healthy");
         reset();
@@ -96,7 +96,8 @@ protected:
     std::optional<Linux::SessionBusNames> names;
 };
 
-/// What is changed on the healthy device, a check, and the beginning of "VERDICT: FOUND -> FIX".
+/// What is changed on the healthy device (changes separated by commas, or the policy), a check, and the
+/// beginning of "VERDICT: FOUND -> FIX".
 constexpr const char* diagnoses = R"( | policy.file | ok: DEVICE/managed.json exists. -> 
  | policy.permissions | ok: Only root and this user can change DEVICE/managed.json. -> 
  | policy.syntax | ok: Valid JSON. -> 
@@ -142,7 +143,7 @@ no bus | notifications.server | skipped: Not checked; fix bus.session first.
 no bus | push.activation | skipped: Not checked; fix bus.session first.
 no distributor | push.distributor | failed: There is no push distributor on the session bus. -> Install
 no distributor | push.registration | skipped: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one; fix push.distributor first.
-older app | push.distributor | skipped: There is no push distributor on the session bus. The app has not recorded whether
+no distributor, older app | push.distributor | skipped: There is no push distributor on the session bus. The app has not recorded whether
 select two | push.distributor | failed: org.unifiedpush.Distributor.two, selected by UNIFIEDPUSH_DISTRIBUTOR, is not on the session bus, and the app uses no other; available: org.unifiedpush.Distributor.one. -> Start it
 select one | push.distributor | ok: Found
 unavailable | push.distributor | failed: The app has no access to the session bus. -> Restart
@@ -150,20 +151,20 @@ local | push.distributor | ok: No distributor is needed: the app accepts pushes 
 local | push.registration | ok: There is a device token of 4 bytes for --push local. -> 
 local | push.activation | skipped: Not needed
 no socket | push.distributor | failed: The app does not accept pushes at DEVICE/run/quorvane-mdm/push.sock. -> Look
-local, stopped | push.distributor | ok: Found 
+local, no app | push.distributor | ok: Found 
 only running | push.activation | failed: The session bus cannot start the app for a push: it has no service file for com.quorvane.mdm.
 off | push.activation | skipped: Not needed
 off | push.registration | warning: There is a device token of 4 bytes, but the app runs with --push off. -> Restart
 no token | push.registration | failed: There is no device token. -> Restart the app without --push off
 no token | upload.last | skipped: Not checked; fix push.registration first.
-no token, stopped | push.registration | skipped: There is no device token; fix app.running first.
+no token, no app | push.registration | skipped: There is no device token; fix app.running first.
 no token, offline | push.registration | failed: There is no device token, and the registration on 2001-01-01 00:00 UTC failed: the distributor was offline. -> 
 damaged standard | push.registration | failed: Cannot read DEVICE/data/quorvane-mdm/com.quorvane.mdm.sqlite: 
 gone | push.registration | warning: There is a device token of 4 bytes, from gone, which is no longer on the session bus. -> Start
 refused | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, but the registration on 2001-01-01 00:00 UTC failed: the distributor refused it. -> 
 unknown failure | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, but the registration on 2001-01-01 00:00 UTC failed: unknown error. -> 
 replaced | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, which replaced old. -> If
-replaced, selected | push.registration | ok: There is a device token of 4 bytes
+replaced, select one | push.registration | ok: There is a device token of 4 bytes
 status 503 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 503. -> Restart
 status 302 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 302. -> Restart
 no connection | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed: the connection failed. -> Restart
@@ -180,7 +181,7 @@ unreadable push | push.last | warning: The last push, on 2001-01-01 00:01 UTC, w
 untrusted | policy.lastError | ok: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file was not trusted. It has been corrected since. -> 
 not stored before | policy.lastError | ok: The last error of the configuration was on 2001-01-01 00:01 UTC: the configuration could not be stored. It has been corrected since. -> 
 not stored since | policy.lastError | warning: The last error of the configuration was on 2001-01-01 00:16 UTC: the configuration could not be stored. -> 
-malformed | policy.lastError | skipped: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file could not be parsed; fix policy.syntax first.)";
+malformed, half | policy.lastError | skipped: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file could not be parsed; fix policy.syntax first.)";
 
 TEST_F(DoctorTest, ChecksReportWhatIsWrong)
 {
@@ -191,10 +192,13 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         std::filesystem::permissions(path, std::filesystem::perms(value));
     };
     const auto setText = [](std::string_view key, const char* text) {
-        Store(paths().shellState()).values().set(key, text);
+        StoreFile(paths().shellState())->set(key, text);
     };
-    const auto push = [](Kind kind, std::optional<Failure> failure = {}) {
-        PushServiceState{kind, failure}.write(Store(paths().shellState()).values());
+    const auto push = [](Kind kind, std::optional<std::int64_t> failureCode = {}) {
+        std::optional<Failure> failure;
+        if (failureCode)
+            failure = Failure{*failureCode, {}};
+        PushServiceState{kind, failure}.write(*StoreFile(paths().shellState()));
     };
     const auto upload = [this](std::int64_t status, std::int64_t error = 0, const char* method = "POST",
                                int segments = 0) {
@@ -203,13 +207,13 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         record.errorCode = error;
         record.method = method;
         record.pathSegmentCount += segments;
-        Network::storeExchanges(Store(paths().shellState()).values(), {{"mdm.example:443", record}});
+        Network::storeExchanges(*StoreFile(paths().shellState()), {{"mdm.example:443", record}});
     };
     const auto outcome = [](Subject subject, Result result, OutcomeKind kind, Date time = {60}) {
-        storeOutcomes(Store(paths().shellState()).values(), {{subject, {result, kind, 0, time}}});
+        storeOutcomes(*StoreFile(paths().shellState()), {{subject, {result, kind, 0, time}}});
     };
     const auto permit = [](AuthorizationStatus status) {
-        ShellState(Store(paths().shellState()).values()).setAuthorizationStatus(status);
+        ShellState(*StoreFile(paths().shellState())).setAuthorizationStatus(status);
     };
     const auto damage = [this](const std::string& store) {
         for (const char* ending : {"-wal", "-shm"})
@@ -217,30 +221,27 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         folder.write("data/quorvane-mdm/" + store, "no database");
     };
     const auto removeToken = [] {
-        Store(paths().standardDefaults())
-            .values()
-            .removeObject(Core::Constants::StorageKeys::remoteNotificationDeviceToken);
+        StoreFile(paths().standardDefaults())
+            ->removeObject(Core::Constants::StorageKeys::remoteNotificationDeviceToken);
     };
     const auto select = [this](const char* name) { setEnvironment("UNIFIEDPUSH_DISTRIBUTOR", name); };
-    const auto replace = [&] { setText(UnifiedPushRegistration::replacedDistributorKey, "old"); };
+    const auto makePipe = [] {
+        std::filesystem::remove("managed.json");
+        ::mkfifo("managed.json", 0600);
+    };
+    const auto makeFile = [this] {
+        std::filesystem::remove_all("data");
+        folder.write("data", "");
+    };
     const std::map<std::string, std::function<void()>> changes{
-        {"", [] {}},
         {"no policy", [] { std::filesystem::remove("managed.json"); }},
-        {"pipe",
-         [] {
-             std::filesystem::remove("managed.json");
-             ::mkfifo("managed.json", 0600);
-         }},
+        {"pipe", makePipe},
         {"writable policy", [&] { mode("managed.json", 0666); }},
         {"group", [&] { mode("data/quorvane-mdm", 0750); }},
         {"others", [&] { mode("data/quorvane-mdm", 0705); }},
         {"writable data", [&] { mode("data", 0777); }},
         {"no state", [] { std::filesystem::remove_all("data"); }},
-        {"file",
-         [&] {
-             std::filesystem::remove_all("data");
-             folder.write("data", "");
-         }},
+        {"file", makeFile},
         {"no app", [&] { lock.reset(); }},
         {"denied", [&] { permit(AuthorizationStatus::denied); }},
         {"not asked", [&] { permit(AuthorizationStatus::notDetermined); }},
@@ -248,67 +249,34 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         {"damaged standard", [&] { damage("com.quorvane.mdm.sqlite"); }},
         {"startable server",
          [&] {
-             names = {{}, {serverName}};
+             *names = {{}, {serverName}};
          }},
         {"no server", [&] { names->running.clear(); }},
         {"no bus", [&] { names.reset(); }},
         {"no distributor", [&] { names->startable = {applicationName}; }},
-        {"older app",
-         [&] {
-             names->startable = {applicationName};
-             Store(paths().shellState()).values().removeObject("PushService.State");
-         }},
+        {"older app", [] { StoreFile(paths().shellState())->removeObject("PushService.State"); }},
         {"select two", [&] { select("two"); }},
         {"select one", [&] { select("one"); }},
         {"unavailable", [&] { push(Kind::unavailable); }},
         {"local", [&] { push(Kind::local); }},
-        {"no socket",
-         [&] {
-             push(Kind::local, Failure{1, {}});
-         }},
-        {"local, stopped",
-         [&] {
-             push(Kind::local);
-             lock.reset();
-         }},
+        {"no socket", [&] { push(Kind::local, 1); }},
         {"only running",
          [&] {
-             names->startable = {distributorName};
-             names->running.insert(applicationName);
+             *names = {{serverName, applicationName}, {distributorName}};
          }},
         {"off", [&] { push(Kind::off); }},
         {"no token", removeToken},
-        {"no token, stopped",
-         [&] {
-             removeToken();
-             lock.reset();
-         }},
-        {"no token, offline",
-         [&] {
-             removeToken();
-             push(Kind::unifiedPush, Failure{4, {}});
-         }},
+        {"offline", [&] { push(Kind::unifiedPush, 4); }},
         {"gone", [&] { setText(UnifiedPushRegistration::distributorKey, "gone"); }},
-        {"refused",
-         [&] {
-             push(Kind::unifiedPush, Failure{6, {}});
-         }},
-        {"unknown failure",
-         [&] {
-             push(Kind::unifiedPush, Failure{-1, {}});
-         }},
-        {"replaced", replace},
-        {"replaced, selected",
-         [&] {
-             replace();
-             select("one");
-         }},
+        {"refused", [&] { push(Kind::unifiedPush, 6); }},
+        {"unknown failure", [&] { push(Kind::unifiedPush, -1); }},
+        {"replaced", [&] { setText(UnifiedPushRegistration::replacedDistributorKey, "old"); }},
         {"status 503", [&] { upload(503); }},
         {"status 302", [&] { upload(302); }},
         {"no connection", [&] { upload(0, -1004); }},
         {"other method", [&] { upload(200, 0, "GET"); }},
         {"other path", [&] { upload(200, 0, "POST", 1); }},
-        {"no request", [&] { Network::storeExchanges(Store(paths().shellState()).values(), {}); }},
+        {"no request", [&] { Network::storeExchanges(*StoreFile(paths().shellState()), {}); }},
         {"no snapshot", [&] { snapshot.reset(); }},
         {"no device", [&] { snapshot->config.deviceId.reset(); }},
         {"unusable address", [&] { snapshot->config.baseDomain = "a b"; }},
@@ -321,17 +289,16 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
          [&] { outcome(Subject::configurationError, Result::failed, OutcomeKind::notStored); }},
         {"not stored since",
          [&] { outcome(Subject::configurationError, Result::failed, OutcomeKind::notStored, {1001}); }},
-        {"malformed",
-         [&] {
-             outcome(Subject::configurationError, Result::failed, OutcomeKind::malformed);
-             folder.write("managed.json", "{");
-         }},
+        {"malformed", [&] { outcome(Subject::configurationError, Result::failed, OutcomeKind::malformed); }},
+        {"half", [&] { folder.write("managed.json", "{"); }},
     };
     for (const auto& row : rowsOf(diagnoses)) {
-        if (row[0].starts_with('{'))
+        const bool isPolicy = row[0].starts_with('{');
+        if (isPolicy)
             folder.write("managed.json", row[0]);
-        else
-            changes.at(row[0])();
+        std::istringstream changed(isPolicy ? "" : row[0]);
+        for (std::string name; std::getline(changed >> std::ws, name, ',');)
+            changes.at(name)();
         EXPECT_THAT(examine(row[1]), testing::StartsWith(row[2])) << row[0];
         if (!row[0].empty())
             reset();

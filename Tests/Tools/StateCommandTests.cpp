@@ -1,5 +1,6 @@
 // The commands that show and change the state that the app stores.
 
+#include "Core/ManagedKeys.h"
 #include "Platform/Network/ExchangeRecord.h"
 #include "Platform/Outcome.h"
 #include "Platform/Push/PushServiceState.h"
@@ -8,7 +9,9 @@
 
 #include <boost/json.hpp>
 #include <chrono>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <regex>
 
 namespace json = boost::json;
@@ -24,15 +27,15 @@ protected:
     {
         folder.write("managed.json", policy);
         storeSnapshot(policy, 3);
-        Store standard(paths().standardDefaults());
-        standard.values().set(Core::Constants::StorageKeys::remoteNotificationDeviceToken, "canary7f");
-        standard.values().set(Core::Constants::StorageKeys::processedNotificationPayloads, dataOf(history));
-        Store shell(paths().shellState());
-        Network::storeExchanges(shell.values(),
+        StoreFile standard(paths().standardDefaults());
+        standard->set(Core::Constants::StorageKeys::remoteNotificationDeviceToken, "canary7f");
+        standard->set(Core::Constants::StorageKeys::processedNotificationPayloads, dataOf(history));
+        StoreFile shell(paths().shellState());
+        Network::storeExchanges(*shell,
                                 {{"mdm.example:443", upload(200)},
                                  {"other.example:443", {.time = {60}, .method = "GET", .statusCode = 404}}});
-        storeOutcomes(shell.values(), outcomes);
-        Push::PushServiceState{Push::PushServiceKind::local, {}}.write(shell.values());
+        storeOutcomes(*shell, outcomes);
+        Push::PushServiceState{Push::PushServiceKind::local, {}}.write(*shell);
     }
     [[nodiscard]] Network::ExchangeRecord upload(std::int64_t statusCode, std::int64_t errorCode = 0) const
     {
@@ -120,11 +123,60 @@ notifications --reveal | 0 | canary\x1b[31m\n)");
     std::string many = "[";
     for (int i = 0; i < 99; ++i)
         many += R"({"date": 1, "userInfoKeys": []},)";
-    Store(paths().standardDefaults())
-        .values()
-        .set(Core::Constants::StorageKeys::processedNotificationPayloads,
-             dataOf(many + R"({"date": 1, "userInfoKeys": []}])"));
+    StoreFile(paths().standardDefaults())
+        ->set(Core::Constants::StorageKeys::processedNotificationPayloads,
+              dataOf(many + R"({"date": 1, "userInfoKeys": []}])"));
     EXPECT_EQ(json::parse(run("notifications --json").output).at("notifications").as_array().size(), 100U);
+}
+
+TEST_F(StateCommandTest, EveryManagedKeyAppearsInEveryCommand)
+{
+    using Kind = Core::ManagedKey::Kind;
+    const auto valueOf = [](const Core::ManagedKey& key, std::string_view ending) {
+        const std::string_view value = key.kind == Kind::bundleIds ? "com.example.mail" : key.name;
+        return (key.isSecret ? std::string("canary") : std::string(value)).append(ending);
+    };
+    const auto policyWithEveryKey = [&](std::string_view ending) {
+        json::object object;
+        for (const Core::ManagedKey& key : Core::managedKeys())
+            object[key.name] = valueOf(key, ending);
+        return json::serialize(object);
+    };
+    storeSnapshot(policyWithEveryKey(""), 1);
+    folder.write("managed.json", policyWithEveryKey("x"));
+    const auto shown = json::parse(run("config show --json").output).at("configuration");
+    const auto explained = json::parse(run("config explain --json").output).at("keys");
+    const auto snapshot = json::parse(run("snapshot --json").output);
+    const auto revealed = json::parse(run("snapshot --json --reveal").output);
+    const std::string texts = run("status").output + run("snapshot").output;
+    const std::string differences = run("wait --timeout 0").diagnostics;
+    const auto status = json::parse(run("status --json").output);
+    std::size_t reportedCount = 0;
+    for (const auto& [name, value] : status.as_object())
+        reportedCount +=
+            (name.starts_with("has") && value == true) || (name.ends_with("Count") && value == 1);
+    const std::string schemas = run("config schema").output + run("config schema --format sample").output;
+    std::ifstream readme(QV_SOURCES "/README.md");
+    const std::string document{std::istreambuf_iterator<char>(readme), {}};
+    std::size_t storedCount = 0;
+    for (const Core::ManagedKey& key : Core::managedKeys()) {
+        SCOPED_TRACE(key.name);
+        const auto printed = [&](std::string_view ending, bool isMasked) {
+            return HasSubstr(isMasked ? "********" : valueOf(key, ending));
+        };
+        EXPECT_THAT(json::serialize(shown.at(key.name)), printed("x", key.isSecret));
+        EXPECT_THAT(json::serialize(explained.at(key.name).at("effective")), printed("x", key.isSecret));
+        EXPECT_THAT(schemas, HasSubstr("\"" + std::string(key.name) + "\""));
+        EXPECT_THAT(document, HasSubstr("| `" + std::string(key.name) + "` |"));
+        if (!key.isStored())
+            continue;
+        EXPECT_THAT(json::serialize(snapshot.at(key.codingKey)), printed("", key.isSecret));
+        EXPECT_THAT(json::serialize(revealed.at(key.codingKey)), printed("", false));
+        EXPECT_THAT(texts, HasSubstr(key.noun));
+        EXPECT_THAT(differences, HasSubstr(key.name));
+        ++storedCount;
+    }
+    EXPECT_EQ(reportedCount, storedCount) << "by status --json";
 }
 
 /// Subject, result, kind and code of an outcome, and what `status` and `status --json` print.
@@ -169,7 +221,7 @@ status | 0 | last error      none recorded\n)");
     for (const auto& row : rowsOf(namedOutcomes)) {
         const Outcome outcome{
             named<Outcome::Result>(row[1]), named<Outcome::Kind>(row[2]), std::stoi(row[3]), {}};
-        storeOutcomes(Store(paths().shellState()).values(), {{subjects.at(row[0]), outcome}});
+        storeOutcomes(*StoreFile(paths().shellState()), {{subjects.at(row[0]), outcome}});
         check({"status", "0", row[4]});
         check({"status --json", "0", row[5]});
     }
@@ -217,7 +269,7 @@ TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
 {
     const char* first = R"({"device_id": "canary-1"})";
     const auto store = [](const Network::ExchangeRecord& record, const char* server = "mdm.example:443") {
-        Network::storeExchanges(Store(paths().shellState()).values(), {{server, record}});
+        Network::storeExchanges(*StoreFile(paths().shellState()), {{server, record}});
     };
     std::optional<Storage::FileDescriptor> lock;
     const auto apply = [&] {
@@ -285,7 +337,7 @@ TEST_F(StateCommandTest, DamagedStoresFailWithTheReason)
         std::filesystem::copy("healthy", "data", std::filesystem::copy_options::recursive);
         const auto file = paths().stateFolder / row[0];
         if (row[1].starts_with('{')) {
-            Store(file).values().set(Core::Constants::SnapshotKeys::configSnapshot, dataOf(row[1]));
+            StoreFile(file)->set(Core::Constants::SnapshotKeys::configSnapshot, dataOf(row[1]));
         } else {
             for (const char* ending : {"", "-wal", "-shm"})
                 std::filesystem::remove(file.string() + ending);

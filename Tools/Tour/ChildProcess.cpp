@@ -105,6 +105,12 @@ void ChildProcess::signal(int number) const
     ::kill(m_processId, number);
 }
 
+std::optional<int> ChildProcess::end()
+{
+    signal(SIGTERM);
+    return waitForExit();
+}
+
 std::optional<int> ChildProcess::waitForExit(milliseconds timeout)
 {
     const auto deadline = steady_clock::now() + timeout;

@@ -34,6 +34,8 @@ public:
     /// Blocks until the process ends. The exit code, or minus the number of a fatal signal; absent after the
     /// timeout.
     std::optional<int> waitForExit(std::chrono::milliseconds timeout = std::chrono::seconds(20));
+    /// Sends SIGTERM and returns what `waitForExit` does.
+    std::optional<int> end();
     [[nodiscard]] pid_t processId() const { return m_processId; }
 
 private:

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <system_error>
 
 namespace fs = std::filesystem;
@@ -46,6 +47,12 @@ void ThrowawayDevice::write(const fs::path& file, std::string_view content) cons
     stream.close();
     if (!stream)
         throw std::system_error(errno, std::generic_category(), file.string());
+}
+
+std::string ThrowawayDevice::read(const fs::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 void ThrowawayDevice::replacePolicy(std::string_view content) const

@@ -42,6 +42,8 @@ public:
     /// Replaces the policy file atomically.
     void replacePolicy(std::string_view content) const;
     void write(const std::filesystem::path& file, std::string_view content) const;
+    /// The content of a file; empty if it cannot be read.
+    [[nodiscard]] static std::string read(const std::filesystem::path& file);
 
     /// Starts the app on this device, with a readable log on standard error.
     [[nodiscard]] std::unique_ptr<ChildProcess> startApplication(const std::vector<std::string>& arguments = {

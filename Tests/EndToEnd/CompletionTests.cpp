@@ -1,0 +1,158 @@
+// The completion of words in shells, and the manual pages.
+
+#include "Tests/EndToEnd/ProgramTest.h"
+#include "Tests/Fakes/CaseName.h"
+
+#include <gmock/gmock.h>
+
+#include <system_error>
+
+using Words = std::vector<std::string>;
+
+namespace {
+
+/// The lines that a script prints; absent if the shell is not installed.
+std::optional<Words> linesOf(Words shell, const std::string& script,
+                             const ChildProcess::Environment& environment)
+{
+    shell.push_back(script);
+    try {
+        ChildProcess process(shell, environment);
+        EXPECT_EQ(process.waitForExit(), 0) << script << testing::PrintToString(process.lines());
+        return process.lines();
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+}
+
+TEST_F(ProgramTest, ManualPagesAreWellFormed)
+{
+    const Outcome problems = shell(R"(
+        command -v man > /dev/null || echo skip
+        for page in $PROGRAMS/manuals/*.[15]; do
+            man --warnings -l $page 2>&1 > /dev/null
+            # Blanks at the end of a line, and tables that were not filled in.
+            grep -nE ' $|^\.\\" (options|commands|managed|sample)' $page || true
+        done
+    )");
+    if (problems.output.starts_with("skip\n"))
+        GTEST_SKIP() << "needs man-db";
+    EXPECT_EQ(problems.output, "");
+}
+
+struct Shell {
+    const char* name;
+    Words command;
+    /// Prints the words that complete $LINE, which ends at the cursor.
+    const char* script;
+};
+
+void PrintTo(const Shell& shell, std::ostream* stream)
+{
+    *stream << shell.name;
+}
+
+const Shell shells[] = {
+    {"Bash", {"bash", "-c"}, R"(
+        for script in $COMPLETIONS/*.bash; do . $script; done
+        # Splits the line as readline does: at spaces, and around "=".
+        read -ra COMP_WORDS <<< "${LINE//=/ = }"
+        [[ $LINE == *' ' ]] && COMP_WORDS+=('')
+        COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+        _${COMP_WORDS//-/_}
+        printf '%s\n' "${COMPREPLY[@]}"
+    )"},
+    {"Fish", {"fish", "--no-config", "-c"}, R"(
+        for script in $COMPLETIONS/*.fish; source $script; end
+        # Without matches inside a word, which version 4 adds.
+        complete -C "$LINE" | string match -- (string split -r -m1 ' ' $LINE)[-1]'*'
+        true
+    )"},
+    // The shell's own functions, which only work at its prompt, are replaced: they print the candidates.
+    {"Zsh", {"zsh", "-fc"}, R"(
+        compset() { PREFIX=${PREFIX#${~2}} }
+        _files() { print -rl -- $PREFIX*(N) }
+        _describe() { print -rl -- ${(M)${(@)${(@P)2}%%:*}:#$PREFIX*} }
+        _arguments() { print -rl -- ${(M)${(@)${(@)@#\(*\)}%%[\[=]*}:#$PREFIX*} }
+        words=("${(@s: :)LINE}") CURRENT=$#words PREFIX=$words[CURRENT]
+        autoload -U $COMPLETIONS/_$words[1]
+        _$words[1]
+    )"},
+};
+
+/// Runs the completion scripts in a folder with two files.
+class CompletionTest : public ProgramTest, public testing::WithParamInterface<Shell> {
+protected:
+    CompletionTest()
+    {
+        std::filesystem::create_directory(device.path("files"));
+        device.write(device.path("files/a file.json"), "{}");
+        device.write(device.path("files/b.json"), "{}");
+    }
+    [[nodiscard]] std::optional<Words> complete(const std::string& line) const
+    {
+        auto lines = linesOf(GetParam().command, std::string("cd $FILES; ") + GetParam().script,
+                             {{"PATH", std::string(QV_PROGRAMS "/Tools/qvctl:") + std::getenv("PATH")},
+                              {"FILES", device.path("files")},
+                              {"COMPLETIONS", QV_SOURCES "/Packaging/completions"},
+                              {"LINE", line}});
+        if (!lines)
+            return lines;
+        std::erase(*lines, "");
+        // Drops the description, and the option of "--option=word".
+        for (std::string& word : *lines) {
+            word = word.substr(0, word.find('\t'));
+            word = word.substr(word.find('=') + 1);
+        }
+        return lines;
+    }
+    /// The words of the app's help that `expression` selects, separated by commas.
+    [[nodiscard]] Words wordsOfHelp(const std::string& expression) const
+    {
+        const auto process = device.startShell("$PROGRAMS/App/quorvane-mdm --help | sed -nE 's/" +
+                                               expression + "/\\1/p' | tr , '\\n'");
+        process->waitForExit();
+        return process->lines();
+    }
+};
+
+TEST_P(CompletionTest, CompletesCommandsValuesAndFiles)
+{
+    const std::pair<const char*, Words> rows[] = {
+        {"qvctl config s", {"show", "set", "schema"}},
+        {"qvctl --json config s", {"show", "set", "schema"}},
+        {"qvctl --managed-configuration config st", {"status"}},
+        {"qvctl config lint ", {"a file.json", "b.json"}},
+        {"qvctl config lint b.json ", {"a file.json", "b.json"}},
+        {"qvctl --managed-configuration b", {"b.json"}},
+        {"qvctl --managed-configuration=b", {"b.json"}},
+        {"qvctl config schema --format ", {"json-schema", "appconfig", "sample"}},
+        {"qvctl config schema --format=s", {"sample"}},
+        {"qvctl config schema --format=sample --j", {"--json"}},
+        {"qvctl log --level e", {"error"}},
+        {"qvctl status --check=r", {"running"}},
+        {"qvctl wait --u", {"--uploaded"}},
+        {"qvctl wait --version ", {"1"}},
+        {"qvctl log --f", {"--follow"}},
+        {"qvctl log --limit ", {}},
+        {"qvctl help con", {"config"}},
+        {"qvctl help config s", {"show", "set", "schema"}},
+        {"qvctl privacy grant ", {"notifications"}},
+        {"quorvane-mdm --managed-configuration b", {"b.json"}},
+        {"quorvane-mdm --push ", wordsOfHelp(R"(^  --push.*\{(.*)\}.*)")},
+        {"quorvane-mdm -", wordsOfHelp("^  (-[^ ]+).*")},
+    };
+    for (const auto& [line, expected] : rows) {
+        // The completion of option values by `_arguments` of zsh is not tested.
+        if (GetParam().name == std::string("Zsh") && std::string_view(line).starts_with("quorvane-mdm --"))
+            continue;
+        const auto words = complete(line);
+        if (!words)
+            GTEST_SKIP() << "needs the shell";
+        EXPECT_THAT(*words, testing::UnorderedElementsAreArray(expected)) << line;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shells, CompletionTest, testing::ValuesIn(shells), caseName<Shell>);
+
+} // namespace
