@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -76,6 +77,19 @@ struct Figure {
         action();
         state.SetIterationTime(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+    }
+
+    /// Wraps a measurement so that an exception makes the figure fail with its message.
+    template <typename Measure>
+    static Measurement catching(Measure measure)
+    {
+        return [measure](benchmark::State& state) {
+            try {
+                measure(state);
+            } catch (const std::exception& error) {
+                state.SkipWithError(error.what());
+            }
+        };
     }
 
     /// Registers the measurements with the benchmark library.

@@ -120,15 +120,11 @@ private:
 template <typename Measure>
 Figure::Measurement onHistory(std::size_t count, Measure measure)
 {
-    return [count, measure](benchmark::State& state) {
-        try {
-            HistoryDevice device(count);
-            measure(state, device);
-            device.verify();
-        } catch (const std::exception& error) {
-            state.SkipWithError(error.what());
-        }
-    };
+    return Figure::catching([count, measure](benchmark::State& state) {
+        HistoryDevice device(count);
+        measure(state, device);
+        device.verify();
+    });
 }
 
 void addOurs(benchmark::State& state, HistoryDevice& device)

@@ -199,15 +199,11 @@ public:
 template <typename Subject, typename Measure>
 Figure::Measurement on(Measure measure)
 {
-    return [measure](benchmark::State& state) {
-        try {
-            Subject subject;
-            for (auto _ : state)
-                measure(subject);
-        } catch (const std::exception& error) {
-            state.SkipWithError(error.what());
-        }
-    };
+    return Figure::catching([measure](benchmark::State& state) {
+        Subject subject;
+        for (auto _ : state)
+            measure(subject);
+    });
 }
 
 template <int count>

@@ -1,16 +1,11 @@
+#include "Benchmarks/Await.h"
 #include "Benchmarks/Figures.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
-#include "Platform/SystemClock.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Trials/ProcessFigures.h"
+#include "Tests/Trials/StoreFile.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
-#include <fmt/format.h>
-
 #include <chrono>
-#include <csignal>
-#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -25,39 +20,21 @@ const ChildProcess::Environment environment{{"QT_QPA_PLATFORM", "offscreen"},
                                             {"QT_FORCE_STDERR_LOGGING", "1"},
                                             {"QT_LOGGING_RULES", "qt.scenegraph.time.renderloop.debug=true"}};
 
-void await(ChildProcess& process, std::string_view line)
-{
-    if (!process.waitForLine(line))
-        throw std::runtime_error(fmt::format("the program never wrote \"{}\"", line));
-}
-
-void end(ChildProcess& process)
-{
-    process.signal(SIGTERM);
-    process.waitForExit();
-}
-
 /// The app on a device where it starts with the dashboard.
 class Dashboard {
 public:
     Dashboard()
     {
-        using namespace Platform;
-        using Storage::SQLiteUserDefaults;
         for (const auto& [name, value] : environment)
             m_device.setEnvironment(name, value);
         m_device.replacePolicy(R"({"base_domain": "mdm.example.org", "device_id": "DEV-1"})");
         m_device.startConsole({"privacy", "grant", "notifications"})->waitForExit();
-        RecordingUnifiedLog log;
-        const SystemClock clock;
-        const AdapterLog adapterLog(log, "benchmark");
-        const Linux::DevicePaths paths{m_device.path("data/quorvane-mdm"), {}};
-        SQLiteUserDefaults(paths.standardDefaults(), SQLiteUserDefaults::Access::readWrite, clock, adapterLog)
-            .set("hasLaunchedBefore", true);
+        const Platform::Linux::DevicePaths paths{m_device.path("data/quorvane-mdm"), {}};
+        StoreFile(paths.standardDefaults())->set("hasLaunchedBefore", true);
         const auto application = start();
         // Only the dashboard registers for pushes; here that fails, since there is no session bus.
         await(*application, "Remote notification registration failed");
-        end(*application);
+        application->end();
     }
     [[nodiscard]] std::unique_ptr<ChildProcess> start() const { return m_device.startApplication(); }
 
@@ -100,21 +77,17 @@ double idleSwitches(const Shown& shown)
 template <typename Program>
 Figure::Measurement measured(double (*amountOf)(const Shown&))
 {
-    return [amountOf](benchmark::State& state) {
-        try {
-            const Program program;
-            for (auto _ : state) {
-                const auto begin = steady_clock::now();
-                const auto process = program.start();
-                await(*process, "Frame rendered");
-                const duration<double, std::nano> firstFrame = steady_clock::now() - begin;
-                Figure::setAmount(state, amountOf({process->processId(), firstFrame.count()}));
-                end(*process);
-            }
-        } catch (const std::exception& error) {
-            state.SkipWithError(error.what());
+    return Figure::catching([amountOf](benchmark::State& state) {
+        const Program program;
+        for (auto _ : state) {
+            const auto begin = steady_clock::now();
+            const auto process = program.start();
+            await(*process, "Frame rendered");
+            const duration<double, std::nano> firstFrame = steady_clock::now() - begin;
+            Figure::setAmount(state, amountOf({process->processId(), firstFrame.count()}));
+            process->end();
         }
-    };
+    });
 }
 
 Figure dashboardFigure(std::string name, double (*amountOf)(const Shown&), Figure::Quantity quantity,

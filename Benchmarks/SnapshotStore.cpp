@@ -129,15 +129,11 @@ constexpr std::size_t usualAppCount = 5;
 template <typename Measure>
 Figure::Measurement onDevice(std::size_t appCount, Measure measure)
 {
-    return [appCount, measure](benchmark::State& state) {
-        try {
-            Device device(appCount);
-            measure(state, device);
-            device.verify();
-        } catch (const std::exception& error) {
-            state.SkipWithError(error.what());
-        }
-    };
+    return Figure::catching([appCount, measure](benchmark::State& state) {
+        Device device(appCount);
+        measure(state, device);
+        device.verify();
+    });
 }
 
 // Loading

@@ -1,11 +1,12 @@
+#include "Benchmarks/Await.h"
 #include "Benchmarks/Figures.h"
 #include "Core/ConfigurationManager.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <stdexcept>
 
 namespace {
@@ -31,25 +32,16 @@ public:
         m_device.setEnvironment("QT_FORCE_STDERR_LOGGING", "1");
         m_device.setEnvironment("QT_LOGGING_RULES", "qt.scenegraph.time.renderloop.debug=true");
         m_application = m_device.startApplication();
-        await("Frame rendered");
+        await(*m_application, "Frame rendered");
     }
-    ~RunningDevice()
-    {
-        m_application->signal(SIGTERM);
-        m_application->waitForExit();
-    }
+    ~RunningDevice() { m_application->end(); }
     RunningDevice(const RunningDevice&) = delete;
     RunningDevice& operator=(const RunningDevice&) = delete;
 
-    void await(std::string_view line)
+    /// Runs qvctl, with the policy file for the argument "FILE", and returns its output.
+    std::vector<std::string> console(std::vector<std::string> arguments, int exitCode) const
     {
-        if (!m_application->waitForLine(line))
-            throw std::runtime_error(fmt::format("the application never wrote \"{}\"", line));
-    }
-
-    /// Runs qvctl and returns its output.
-    std::vector<std::string> console(const std::vector<std::string>& arguments, int exitCode = 0) const
-    {
+        std::replace(arguments.begin(), arguments.end(), std::string("FILE"), policyFile());
         return finished(*m_device.startConsole(arguments), exitCode);
     }
     /// Runs SQLite's shell and returns its output.
@@ -64,6 +56,7 @@ public:
     }
     [[nodiscard]] std::string policyFile() const { return m_device.policyFile(); }
     [[nodiscard]] const ThrowawayDevice& device() const { return m_device; }
+    [[nodiscard]] ChildProcess& application() { return *m_application; }
 
 private:
     static std::vector<std::string> finished(ChildProcess& process, int exitCode)
@@ -81,14 +74,10 @@ private:
 template <typename Measure>
 Figure::Measurement onRunningDevice(Measure measure)
 {
-    return [measure](benchmark::State& state) {
-        try {
-            RunningDevice device;
-            measure(state, device);
-        } catch (const std::exception& error) {
-            state.SkipWithError(error.what());
-        }
-    };
+    return Figure::catching([measure](benchmark::State& state) {
+        RunningDevice device;
+        measure(state, device);
+    });
 }
 
 /// Measures from the rename of a policy file until the app has committed its snapshot, by the line that it
@@ -103,7 +92,7 @@ void policyToSnapshot(benchmark::State& state, RunningDevice& running)
         device.write(device.path("next.json"), configuration(fmt::format("DEV-{}", version)));
         const auto begin = steady_clock::now();
         std::filesystem::rename(device.path("next.json"), device.policyFile());
-        running.await(fmt::format("Configuration updated - v{},", version));
+        await(running.application(), fmt::format("Configuration updated - v{},", version));
         state.SetIterationTime(duration<double>(steady_clock::now() - begin).count());
         if (running.selectConfigVersion() != std::vector<std::string>{std::to_string(version)})
             throw std::runtime_error("the suite does not contain the announced version");
@@ -115,31 +104,6 @@ void debounceInterval(benchmark::State& state)
 {
     for (auto _ : state)
         state.SetIterationTime(duration<double>(Core::ConfigurationManager::debounceInterval).count());
-}
-
-void consoleStatus(benchmark::State& state, const RunningDevice& running)
-{
-    for (auto _ : state)
-        benchmark::DoNotOptimize(running.console({"status"}));
-}
-
-void consoleLint(benchmark::State& state, const RunningDevice& running)
-{
-    for (auto _ : state)
-        benchmark::DoNotOptimize(running.console({"config", "lint", running.policyFile()}));
-}
-
-void consoleExplain(benchmark::State& state, const RunningDevice& running)
-{
-    for (auto _ : state)
-        benchmark::DoNotOptimize(running.console({"config", "explain", running.policyFile()}));
-}
-
-/// Some checks fail, since the device has no session bus.
-void consoleDoctor(benchmark::State& state, const RunningDevice& running)
-{
-    for (auto _ : state)
-        benchmark::DoNotOptimize(running.console({"doctor", "--offline"}, 1));
 }
 
 void selectRow(benchmark::State& state, const RunningDevice& running)
@@ -157,12 +121,16 @@ void selectMembers(benchmark::State& state, const RunningDevice& running)
         benchmark::DoNotOptimize(RunningDevice::databaseShell(":memory:", statement));
 }
 
-Figure consoleFigure(std::string_view command, void (*ours)(benchmark::State&, const RunningDevice&),
-                     Figure::Peer peer)
+/// `arguments` as for `RunningDevice::console`.
+Figure consoleFigure(std::string_view command, const std::vector<std::string>& arguments, Figure::Peer peer,
+                     int exitCode = 0)
 {
     constexpr std::int64_t runsPerRepetition = 5;
     return {fmt::format("qvctl {}, whole program", command),
-            onRunningDevice(ours),
+            onRunningDevice([=](benchmark::State& state, const RunningDevice& running) {
+                for (auto _ : state)
+                    benchmark::DoNotOptimize(running.console(arguments, exitCode));
+            }),
             {std::move(peer)},
             Figure::Clock::wall,
             runsPerRepetition};
@@ -181,9 +149,11 @@ std::vector<Figure> wholeProgramFigures()
          {{"debounce interval", debounceInterval, {.excess = allowanceNanoseconds}}},
          Figure::Clock::manual,
          1},
-        consoleFigure("status", consoleStatus, {"sqlite3, one row", oneRow, {.ratio = 2.0}}),
-        consoleFigure("config lint", consoleLint, {"sqlite3, members of the file", members}),
-        consoleFigure("config explain", consoleExplain, {"sqlite3, members of the file", members}),
-        consoleFigure("doctor --offline", consoleDoctor, {"sqlite3, one row", oneRow}),
+        consoleFigure("status", {"status"}, {"sqlite3, one row", oneRow, {.ratio = 2.0}}),
+        consoleFigure("config lint", {"config", "lint", "FILE"}, {"sqlite3, members of the file", members}),
+        consoleFigure("config explain", {"config", "explain", "FILE"},
+                      {"sqlite3, members of the file", members}),
+        // Some checks fail, since the device has no session bus.
+        consoleFigure("doctor --offline", {"doctor", "--offline"}, {"sqlite3, one row", oneRow}, 1),
     };
 }

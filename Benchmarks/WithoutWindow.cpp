@@ -1,3 +1,4 @@
+#include "Benchmarks/Await.h"
 #include "Benchmarks/Figures.h"
 #include "Tests/Trials/ProcessFigures.h"
 #include "Tools/Tour/ThrowawayDevice.h"
@@ -5,8 +6,6 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <csignal>
-#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -29,12 +28,6 @@ std::string policy(std::size_t appCount)
 std::string appliedLine(int version, std::size_t appCount)
 {
     return fmt::format("Configuration updated - v{}, apps: {}", version, appCount);
-}
-
-void await(ChildProcess& process, const std::string& line)
-{
-    if (!process.waitForLine(line))
-        throw std::runtime_error(fmt::format("the program never wrote \"{}\"", line));
 }
 
 /// The app as a push starts it, with a policy of a given number of apps.
@@ -132,20 +125,15 @@ double processorNanoseconds(pid_t process)
 template <typename Program>
 Figure::Measurement measured(std::size_t appCount, Amount amount)
 {
-    return [=](benchmark::State& state) {
-        try {
-            const Program program(appCount);
-            for (auto _ : state) {
-                const auto process = program.start();
-                await(*process, program.readyLine);
-                Figure::setAmount(state, amount(process->processId()));
-                process->signal(SIGTERM);
-                process->waitForExit();
-            }
-        } catch (const std::exception& error) {
-            state.SkipWithError(error.what());
+    return Figure::catching([=](benchmark::State& state) {
+        const Program program(appCount);
+        for (auto _ : state) {
+            const auto process = program.start();
+            await(*process, program.readyLine);
+            Figure::setAmount(state, amount(process->processId()));
+            process->end();
         }
-    };
+    });
 }
 
 constexpr int repetitions = 3;
