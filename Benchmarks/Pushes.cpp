@@ -2,15 +2,10 @@
 #include "Benchmarks/Figures.h"
 #include "Platform/Push/WebPush.h"
 #include "Tests/Fakes/TemporaryFolder.h"
-#include "Tests/Trials/Distributor.h"
-#include "Tests/Trials/TrialDevice.h"
-#include "Tools/Backend/PushSender.h"
-#include "Tools/Backend/WebPushEncryption.h"
+#include "Tests/Trials/RegisteredApplication.h"
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,32 +16,14 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t burstCount = 3'000;
 
-/// The app, registered for pushes with a distributor.
-class RegisteredApplication {
+/// The app and pushes for it.
+class Application {
 public:
-    RegisteredApplication()
-    {
-        m_device.replacePolicy(m_device.policy({"app"}));
-        m_application = m_device.start("auto");
-        require(m_distributor.waitForRegistration(), "the app did not register");
-        m_distributor.sendEndpoint("https://push.example.org/1");
-        require(m_application->waitForLine("Device token uploaded"), "the token was not uploaded");
-        const std::string token = uploadedToken(m_backend.takeRequests().back()).value();
-        m_subscription = WebPushSubscription::parse(subscriptionText(token));
-    }
-    ~RegisteredApplication() { end(); }
-    RegisteredApplication(const RegisteredApplication&) = delete;
-    RegisteredApplication& operator=(const RegisteredApplication&) = delete;
-
     [[nodiscard]] std::string nextMessage()
     {
-        return encryptWebPush(m_subscription, recordedPush(fmt::format("push {}", ++m_count)));
+        return m_application.encrypted(recordedPush(fmt::format("push {}", ++m_count)));
     }
-    void deliver(const std::string& message)
-    {
-        require(m_distributor.deliver(message) == Distributor::Answer::acknowledged,
-                "a push was not acknowledged");
-    }
+    void deliver(const std::string& message) { m_application.deliver(message); }
     /// Sends pushes without waiting, and returns when the first was acknowledged.
     void startBurst()
     {
@@ -54,28 +31,19 @@ public:
         for (std::size_t number = 0; number < burstCount; ++number)
             messages.push_back(nextMessage());
         for (const std::string& message : messages) {
-            m_distributor.send(message, 10s, [this](Distributor::Answer answer) {
+            m_application.distributor().send(message, 10s, [this](Distributor::Answer answer) {
                 m_isAnyAcknowledged = m_isAnyAcknowledged || answer == Distributor::Answer::acknowledged;
             });
         }
         while (!m_isAnyAcknowledged)
             std::this_thread::sleep_for(1ms);
     }
-    void end()
-    {
-        m_application->signal(SIGTERM);
-        m_application->waitForExit();
-    }
+    void end() { m_application.end(); }
 
 private:
-    const TemporaryFolder m_folder;
-    TestBackend m_backend{{.folder = m_folder.path()}};
-    TrialDevice m_device{QV_PROGRAMS, m_backend};
-    std::atomic<bool> m_isAnyAcknowledged = false;
-    Distributor m_distributor{m_device, Distributor::Behavior::responsive};
-    std::unique_ptr<ChildProcess> m_application;
-    WebPushSubscription m_subscription;
     std::size_t m_count = 0;
+    std::atomic<bool> m_isAnyAcknowledged = false;
+    RegisteredApplication m_application{QV_PROGRAMS}; // Destroyed first: its bus thread sets the flag.
 };
 
 /// A service on a session bus that decrypts each message, stores it as one row and replies.
@@ -137,28 +105,20 @@ private:
 template <typename Receiver>
 void measureDelivery(benchmark::State& state)
 {
-    try {
-        Receiver receiver;
-        receiver.deliver(receiver.nextMessage());
-        for (auto _ : state) {
-            const std::string message = receiver.nextMessage();
-            Figure::setTimeOf(state, [&] { receiver.deliver(message); });
-        }
-    } catch (const std::exception& error) {
-        state.SkipWithError(error.what());
+    Receiver receiver;
+    receiver.deliver(receiver.nextMessage());
+    for (auto _ : state) {
+        const std::string message = receiver.nextMessage();
+        Figure::setTimeOf(state, [&] { receiver.deliver(message); });
     }
 }
 
 void exitInBurst(benchmark::State& state)
 {
-    try {
-        for (auto _ : state) {
-            RegisteredApplication application;
-            application.startBurst();
-            Figure::setTimeOf(state, [&] { application.end(); });
-        }
-    } catch (const std::exception& error) {
-        state.SkipWithError(error.what());
+    for (auto _ : state) {
+        Application application;
+        application.startBurst();
+        Figure::setTimeOf(state, [&] { application.end(); });
     }
 }
 
@@ -168,10 +128,7 @@ void exitOfBareLoop(benchmark::State& state)
         ChildProcess process({QV_BARE_LOOP}, {{"QT_QPA_PLATFORM", "offscreen"}});
         if (!process.waitForLine("waiting"))
             state.SkipWithError("the bare event loop did not start");
-        Figure::setTimeOf(state, [&] {
-            process.signal(SIGTERM);
-            process.waitForExit();
-        });
+        Figure::setTimeOf(state, [&] { process.end(); });
     }
 }
 
@@ -183,12 +140,12 @@ std::vector<Figure> pushFigures()
     constexpr double exitAllowanceNanoseconds = 200e6;
     return {
         {"encrypted push over D-Bus, acknowledged",
-         measureDelivery<RegisteredApplication>,
-         {{"echo, decryption, one row", measureDelivery<BareReceiver>, {.ratio = 1.5}}},
+         Figure::catching(measureDelivery<Application>),
+         {{"echo, decryption, one row", Figure::catching(measureDelivery<BareReceiver>), {.ratio = 1.5}}},
          Figure::Clock::manual,
          pushesPerRepetition},
         {"SIGTERM to exit in a burst of 3000 pushes",
-         exitInBurst,
+         Figure::catching(exitInBurst),
          {{"bare event loop", exitOfBareLoop, {.excess = exitAllowanceNanoseconds}}},
          Figure::Clock::manual,
          1,

@@ -101,80 +101,47 @@ void writePolicy(const fs::path& file)
     static_cast<void>(::write(descriptor.get(), policy.data(), policy.size()) < 0);
 }
 
-/// An attack in a folder where all users can create files, such as /tmp.
+/// An attack in a folder where all users can create files, such as /tmp: makes an own file or folder appear
+/// at a path and disappear again, all the time.
 struct Attack {
     const char* name;
-    /// The policy path, relative to the shared folder.
+    /// The policy path, relative to the shared folder, as are the other paths.
     const char* policy;
-    void (*prepare)(const fs::path& shared);
-    void (*repeat)(const fs::path& shared);
+    /// The attacker's own policy file.
+    const char* own;
+    /// How `target` appears at `place`: by link(2), rename(2) or symlink(2).
+    int (*make)(const char* target, const char* place) noexcept;
+    const char* target;
+    const char* place;
 };
 
 const Attack attacks[] = {
-    {"file linked and unlinked", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
-     [](const fs::path& shared) {
-         [[maybe_unused]] const int made =
-             ::link((shared / "mine").c_str(), (shared / "managed.json").c_str());
-         ::unlink((shared / "managed.json").c_str());
-     }},
-    {"file renamed", "managed.json", [](const fs::path& shared) { writePolicy(shared / "mine"); },
-     [](const fs::path& shared) {
-         ::rename((shared / "mine").c_str(), (shared / "managed.json").c_str());
-         ::rename((shared / "managed.json").c_str(), (shared / "mine").c_str());
-     }},
-    {"folder renamed", "policy/managed.json",
-     [](const fs::path& shared) {
-         ::mkdir((shared / "mine").c_str(), 0755);
-         writePolicy(shared / "mine/managed.json");
-     },
-     [](const fs::path& shared) {
-         ::rename((shared / "mine").c_str(), (shared / "policy").c_str());
-         ::rename((shared / "policy").c_str(), (shared / "mine").c_str());
-     }},
-    {"link to a file created and removed", "managed.json",
-     [](const fs::path& shared) {
-         ::mkdir((shared / "mine").c_str(), 0755);
-         writePolicy(shared / "mine/managed.json");
-     },
-     [](const fs::path& shared) {
-         [[maybe_unused]] const int made = ::symlink("mine/managed.json", (shared / "managed.json").c_str());
-         ::unlink((shared / "managed.json").c_str());
-     }},
-    {"link to a folder created and removed", "policy/managed.json",
-     [](const fs::path& shared) {
-         ::mkdir((shared / "mine").c_str(), 0755);
-         writePolicy(shared / "mine/managed.json");
-     },
-     [](const fs::path& shared) {
-         [[maybe_unused]] const int made = ::symlink("mine", (shared / "policy").c_str());
-         ::unlink((shared / "policy").c_str());
-     }},
-    {"folder of fragments renamed", fragments,
-     [](const fs::path& shared) {
-         ::mkdir((shared / "mine").c_str(), 0755);
-         writePolicy(shared / "mine/x.json");
-     },
-     [](const fs::path& shared) {
-         ::rename((shared / "mine").c_str(), (shared / fragments).c_str());
-         ::rename((shared / fragments).c_str(), (shared / "mine").c_str());
-     }},
-    {"link to a folder of fragments", fragments,
-     [](const fs::path& shared) {
-         ::mkdir((shared / "mine").c_str(), 0755);
-         writePolicy(shared / "mine/x.json");
-     },
-     [](const fs::path& shared) {
-         [[maybe_unused]] const int made = ::symlink("mine", (shared / fragments).c_str());
-         ::unlink((shared / fragments).c_str());
-     }},
-    {"fragment in an open folder", "open/managed.d",
-     [](const fs::path& shared) { writePolicy(shared / "mine"); },
-     [](const fs::path& shared) {
-         const fs::path fragment = shared / "open/managed.d/x.json";
-         [[maybe_unused]] const int made = ::link((shared / "mine").c_str(), fragment.c_str());
-         ::unlink(fragment.c_str());
-     }},
+    {"file linked and unlinked", "managed.json", "mine", ::link, "mine", "managed.json"},
+    {"file renamed", "managed.json", "mine", ::rename, "mine", "managed.json"},
+    {"folder renamed", "policy/managed.json", "my/managed.json", ::rename, "my", "policy"},
+    {"link to a file created and removed", "managed.json", "my/managed.json", ::symlink, "my/managed.json",
+     "managed.json"},
+    {"link to a folder created and removed", "policy/managed.json", "my/managed.json", ::symlink, "my",
+     "policy"},
+    {"folder of fragments renamed", fragments, "my/x.json", ::rename, "my", fragments},
+    {"link to a folder of fragments", fragments, "my/x.json", ::symlink, "my", fragments},
+    {"fragment in an open folder", "open/managed.d", "mine", ::link, "mine", "open/managed.d/x.json"},
 };
+
+/// Never returns.
+void repeatAttack(const Attack& attack, const fs::path& shared)
+{
+    fs::current_path(shared);
+    ::mkdir("my", 0755);
+    writePolicy(attack.own);
+    while (true) {
+        [[maybe_unused]] const int made = attack.make(attack.target, attack.place);
+        if (attack.make == ::rename)
+            ::rename(attack.place, attack.target);
+        else
+            ::unlink(attack.place);
+    }
+}
 
 Figures run(const Attack& attack, std::chrono::duration<double> time)
 {
@@ -185,11 +152,7 @@ Figures run(const Attack& attack, std::chrono::duration<double> time)
     fs::permissions(shared, fs::perms(01777));
     fs::create_directories(shared / "open/managed.d");
     fs::permissions(shared / "open/managed.d", fs::perms(01777));
-    const UserProcess attacking(attacker, [&] {
-        attack.prepare(shared);
-        while (true)
-            attack.repeat(shared);
-    });
+    const UserProcess attacking(attacker, [&] { repeatAttack(attack, shared); });
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");

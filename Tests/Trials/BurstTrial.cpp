@@ -1,14 +1,8 @@
-#include "Tests/Fakes/TemporaryFolder.h"
-#include "Tests/Trials/Distributor.h"
-#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/RegisteredApplication.h"
 #include "Tests/Trials/Trials.h"
-#include "Tools/Backend/PushSender.h"
-#include "Tools/Backend/WebPushEncryption.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <functional>
 #include <string>
 #include <thread>
@@ -36,20 +30,13 @@ std::size_t numberIn(std::string_view title)
     return std::stoul(std::string(title.substr(titlePrefix.size())));
 }
 
-/// A registered application with a distributor and a backend, and the messages to deliver.
+/// A registered application, and the messages to deliver.
 class Burst {
 public:
-    Burst(const TrialPrograms& programs, std::size_t messageCount) : m_device(programs.folder, m_backend)
+    Burst(const TrialPrograms& programs, std::size_t messageCount) : m_application(programs.folder)
     {
-        m_device.replacePolicy(m_device.policy({"app"}));
-        m_application = m_device.start("auto");
-        require(m_distributor.waitForRegistration(), "the application did not register");
-        m_distributor.sendEndpoint("https://push.example.org/1");
-        require(m_application->waitForLine("Device token uploaded"), "the token was not uploaded");
-        const std::string token = uploadedToken(m_backend.takeRequests().back()).value();
-        const auto subscription = WebPushSubscription::parse(subscriptionText(token));
         for (std::size_t number = 0; number < messageCount; ++number)
-            m_messages.push_back(encryptWebPush(subscription, recordedPush(titleOf(number))));
+            m_messages.push_back(m_application.encrypted(recordedPush(titleOf(number))));
     }
 
     /// Sends all messages at once and waits until `isDone`, or until `answerTime` has passed. Returns the
@@ -58,12 +45,13 @@ public:
     {
         const auto begin = steady_clock::now();
         for (std::size_t number = 0; number < m_messages.size(); ++number) {
-            m_distributor.send(m_messages[number], answerTime, [this, number](Distributor::Answer answer) {
+            const auto answered = [this, number](Distributor::Answer answer) {
                 if (answer != Distributor::Answer::acknowledged)
                     return;
                 m_lastAcknowledged = number;
                 ++m_acknowledgedCount;
-            });
+            };
+            m_application.distributor().send(m_messages[number], answerTime, answered);
         }
         while (!isDone() && steady_clock::now() - begin < answerTime)
             std::this_thread::sleep_for(1ms);
@@ -74,15 +62,14 @@ public:
     milliseconds end()
     {
         const auto begin = steady_clock::now();
-        m_application->signal(SIGTERM);
-        require(m_application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
+        m_application.end();
         return duration_cast<milliseconds>(steady_clock::now() - begin);
     }
 
     /// Returns the number of pushes processed. They are processed in order, so the newest record tells.
     [[nodiscard]] std::size_t processedCount() const
     {
-        const auto history = m_device.inspect().history;
+        const auto history = m_application.device().inspect().history;
         return history.empty() ? 0 : numberIn(history.front().title.value_or("")) + 1;
     }
     /// Requires that every acknowledged push is stored.
@@ -95,14 +82,10 @@ public:
     [[nodiscard]] std::size_t acknowledgedCount() const { return m_acknowledgedCount; }
 
 private:
-    const TemporaryFolder m_folder;
-    TestBackend m_backend{{.folder = m_folder.path()}};
-    TrialDevice m_device;
-    Distributor m_distributor{m_device, Distributor::Behavior::responsive};
-    std::unique_ptr<ChildProcess> m_application;
     std::vector<std::string> m_messages;
     std::atomic<std::size_t> m_acknowledgedCount = 0;
     std::atomic<std::size_t> m_lastAcknowledged = 0;
+    RegisteredApplication m_application; // Destroyed first: its bus thread uses the other members.
 };
 
 /// Each push must be acknowledged as soon as it is stored, not after all of them.

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <random>
 #include <thread>
 
@@ -21,6 +20,13 @@ using Kind = FaultPlan::Kind;
 int between(Random& random, int least, int most)
 {
     return std::uniform_int_distribution(least, most)(random);
+}
+
+/// Kills the next program before, or halfway through, one of its first `count` file operations.
+void armKill(Faults& faults, Random& random, int count)
+{
+    faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
+               between(random, 1, count));
 }
 
 /// Sends numbered pushes one after the other until destroyed, even while no application runs. Accepted pushes
@@ -113,22 +119,15 @@ private:
     std::size_t m_uploadCount = 0;
 };
 
-std::string contentOf(const std::filesystem::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// Kills `qvctl config set` at a file operation; the policy file must be the old or the new one.
 void killConsole(TrialDevice& device, Faults& faults, Random& random, const std::string& policy)
 {
-    const std::string before = contentOf(device.policyFile());
+    const std::string before = ThrowawayDevice::read(device.policyFile());
     device.write(device.path("set.json"), policy);
-    faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
-               between(random, 1, 6));
+    armKill(faults, random, 6);
     device.startConsole({"config", "set", device.path("set.json")})->waitForExit();
     faults.disarm();
-    const std::string after = contentOf(device.policyFile());
+    const std::string after = ThrowawayDevice::read(device.policyFile());
     require(after == before || after == policy, "the policy file is neither the old nor the new one");
     device.replacePolicy(policy);
 }
@@ -156,8 +155,7 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
         const bool isAtOperation = round % 2 == 0;
         // The first run creates the stores, so it makes more operations than later ones.
         if (isAtOperation)
-            faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
-                       between(random, 1, 300));
+            armKill(faults, random, 300);
         const auto application = device.start();
         PushSeries pushes(device.pushSocket(), pushNumber);
         if (!isAtOperation) {

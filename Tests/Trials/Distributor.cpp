@@ -27,13 +27,20 @@ ChildProcess::Environment environmentOf(const ThrowawayDevice& device)
     return environment;
 }
 
+std::unique_ptr<sdbus::IProxy> busProxy(sdbus::IConnection& connection)
+{
+    return sdbus::createProxy(connection, ServiceName("org.freedesktop.DBus"),
+                              ObjectPath("/org/freedesktop/DBus"));
+}
+
 bool isApplicationActivatable()
 {
     const auto connection = sdbus::createSessionBusConnection();
-    const auto bus = sdbus::createProxy(*connection, ServiceName("org.freedesktop.DBus"),
-                                        ObjectPath("/org/freedesktop/DBus"));
     std::vector<std::string> names;
-    bus->callMethod("ListActivatableNames").onInterface("org.freedesktop.DBus").storeResultsTo(names);
+    busProxy(*connection)
+        ->callMethod("ListActivatableNames")
+        .onInterface("org.freedesktop.DBus")
+        .storeResultsTo(names);
     return std::find(names.begin(), names.end(), Platform::Linux::applicationIdentifier) != names.end();
 }
 
@@ -132,17 +139,14 @@ void Distributor::removeService()
 
 void Distributor::reloadServices()
 {
-    const auto bus =
-        sdbus::createProxy(*m_bus, ServiceName("org.freedesktop.DBus"), ObjectPath("/org/freedesktop/DBus"));
-    bus->callMethod("ReloadConfig").onInterface("org.freedesktop.DBus");
+    busProxy(*m_bus)->callMethod("ReloadConfig").onInterface("org.freedesktop.DBus");
 }
 
 bool Distributor::endActivated()
 {
-    const auto bus =
-        sdbus::createProxy(*m_bus, ServiceName("org.freedesktop.DBus"), ObjectPath("/org/freedesktop/DBus"));
     std::uint32_t process = 0;
-    bus->callMethod("GetConnectionUnixProcessID")
+    busProxy(*m_bus)
+        ->callMethod("GetConnectionUnixProcessID")
         .onInterface("org.freedesktop.DBus")
         .withArguments(std::string(Platform::Linux::applicationIdentifier))
         .storeResultsTo(process);

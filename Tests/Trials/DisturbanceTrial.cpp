@@ -1,8 +1,6 @@
-#include "Tests/Trials/Distributor.h"
+#include "Tests/Trials/RegisteredApplication.h"
 #include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
-#include "Tools/Backend/PushSender.h"
-#include "Tools/Backend/WebPushEncryption.h"
 
 #include <SQLiteCpp/Backup.h>
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -99,52 +97,48 @@ void restoredBackup(TestBed& testBed)
         return testBed.device().path(store.filename().string());
     };
     for (const fs::path& store : stores) {
-        SQLite::Database backup(backupOf(store).string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        SQLite::Database backup(backupOf(store), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
         fs::permissions(backupOf(store), fs::perms::owner_read | fs::perms::owner_write);
-        SQLite::Database original(store.string(), SQLite::OPEN_READONLY);
+        SQLite::Database original(store, SQLite::OPEN_READONLY);
         SQLite::Backup(backup, original).executeStep(-1);
     }
     testBed.requireHealthy(state);
     for (const fs::path& store : stores) {
-        const std::string name = store.string();
         fs::copy_file(backupOf(store), store, fs::copy_options::overwrite_existing);
-        fs::remove(name + "-wal");
-        fs::remove(name + "-shm");
+        for (const char* ending : {"-wal", "-shm"})
+            fs::remove(store.string() + ending);
     }
     const StoredState after = testBed.requireHealthy(state);
     require(after.configVersion == state.configVersion + 1, "version {} after a backup of version {}",
             after.configVersion, state.configVersion);
 }
 
-void fewDescriptors(TestBed& testBed)
+/// Lowers a resource limit of the application for a while.
+void lowerLimit(TestBed& testBed, decltype(RLIMIT_FSIZE) resource, rlim_t limit)
 {
     const StoredState state = testBed.requireHealthy({});
     const pid_t process = testBed.application().processId();
     rlimit before{};
-    const rlimit none{4, 1'000'000};
-    ::prlimit(process, RLIMIT_NOFILE, nullptr, &before);
-    const rlimit few{none.rlim_cur, before.rlim_max};
-    ::prlimit(process, RLIMIT_NOFILE, &few, nullptr);
+    ::prlimit(process, resource, nullptr, &before);
+    const rlimit low{limit, before.rlim_max};
+    ::prlimit(process, resource, &low, nullptr);
     testBed.change();
+    // Without descriptors, no push reaches the application.
+    const auto pushed = resource == RLIMIT_NOFILE ? TestBed::Push() : testBed.push();
     testBed.application().waitForLine("Configuration updated", 1s);
-    ::prlimit(process, RLIMIT_NOFILE, &before, nullptr);
-    testBed.requireHealthy(testBed.requireNothingLost(state));
+    ::prlimit(process, resource, &before, nullptr);
+    testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
 }
 
-/// Files may not grow; by default, the kernel kills a process that exceeds the limit.
+void fewDescriptors(TestBed& testBed)
+{
+    lowerLimit(testBed, RLIMIT_NOFILE, 4);
+}
+
+/// By default, the kernel kills a process that exceeds this limit.
 void limitedFileSize(TestBed& testBed)
 {
-    const StoredState state = testBed.requireHealthy({});
-    const pid_t process = testBed.application().processId();
-    rlimit before{};
-    ::prlimit(process, RLIMIT_FSIZE, nullptr, &before);
-    const rlimit small{1, before.rlim_max};
-    ::prlimit(process, RLIMIT_FSIZE, &small, nullptr);
-    testBed.change();
-    const auto pushed = testBed.push();
-    testBed.application().waitForLine("Configuration updated", 1s);
-    ::prlimit(process, RLIMIT_FSIZE, &before, nullptr);
-    testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
+    lowerLimit(testBed, RLIMIT_FSIZE, 1);
 }
 
 /// An upload is pending when the backend dies, and when the application receives SIGTERM.
@@ -223,9 +217,7 @@ struct EncryptedPush {
         testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register");
         distributor.sendEndpoint("https://push.example.org/1");
         testBed.expectLine("Device token uploaded");
-        const auto token = uploadedToken(testBed.backend().takeRequests().back());
-        message =
-            encryptWebPush(WebPushSubscription::parse(subscriptionText(token.value())), recordedPush(title));
+        message = encryptWebPush(uploadedSubscription(testBed.backend()), recordedPush(title));
         before = testBed.device().inspect();
     }
     [[nodiscard]] bool isAnswered(Distributor::Answer answer) const
@@ -263,32 +255,23 @@ void noPresenter(TestBed& testBed)
 {
     Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
     const EncryptedPush sent(distributor, testBed, "kept");
+    const auto startWithoutWindow = [&] {
+        testBed.startWithoutWindow();
+        testBed.requireWithLog(distributor.waitForRegistration(),
+                               "the application did not register without a window");
+    };
     testBed.end();
-    testBed.startWithoutWindow();
-    testBed.requireWithLog(distributor.waitForRegistration(),
-                           "the application did not register without a window");
+    startWithoutWindow();
     testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
                            "a stored alert is not acknowledged");
     testBed.application().signal(SIGKILL);
     testBed.application().waitForExit();
-    testBed.startWithoutWindow();
-    testBed.requireWithLog(distributor.waitForRegistration(),
-                           "the application did not register without a window");
+    startWithoutWindow();
     FakeNotificationServer server;
     testBed.requireWithLog(server.waitForNotification() == sent.push.title, "the alert was not shown later");
     server.tap();
     testBed.expectLine("Processed notification from center");
     testBed.requireNothingLost(sent.before, sent.push);
-}
-
-/// Requires that the latest upload contains this endpoint.
-void requireUploadedEndpoint(TestBed& testBed, const std::string& endpoint)
-{
-    const auto requests = testBed.backend().takeRequests();
-    testBed.requireWithLog(!requests.empty(), "no token was uploaded for " + endpoint);
-    const std::string token = uploadedToken(requests.back()).value_or("");
-    testBed.requireWithLog(subscriptionText(token).find(endpoint) != std::string::npos,
-                           "the uploaded token is not for " + endpoint);
 }
 
 /// The distributor restarts, with the same endpoint and with others, while the app runs and while it does
@@ -301,32 +284,41 @@ void distributorRestarts(TestBed& testBed)
     const std::string first = "https://push.example.org/1";
     const std::string second = "https://push.example.org/2";
     const std::string third = "https://push.example.org/3";
-    testBed.requireWithLog(distributor.restart(first), "the app cannot be started by the bus");
-    testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
-    testBed.requireWithLog(distributor.restart(second), "the app cannot be started by the bus");
-    testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
+    const auto requireRegistration = [&] {
+        testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
+    };
+    const auto restart = [&](const std::string& endpoint) {
+        testBed.requireWithLog(distributor.restart(endpoint), "the app cannot be started by the bus");
+    };
+    const auto requireUploaded = [&](const std::string& endpoint) {
+        testBed.requireWithLog(uploadedSubscription(testBed.backend()).endpoint == endpoint,
+                               "the uploaded token is not for " + endpoint);
+    };
+    const auto requireUploadedByActivated = [&](const std::string& endpoint) {
+        testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
+                               "started by the bus, the application did not upload " + endpoint);
+        requireUploaded(endpoint);
+    };
+    restart(first);
+    requireRegistration();
+    restart(second);
+    requireRegistration();
     testBed.expectLine("Device token uploaded");
-    requireUploadedEndpoint(testBed, second);
+    requireUploaded(second);
 
     testBed.end();
-    testBed.requireWithLog(distributor.restart(third), "the app cannot be started by the bus");
-    testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
-                           "started by the bus, the application did not upload the new endpoint");
-    requireUploadedEndpoint(testBed, third);
+    restart(third);
+    requireUploadedByActivated(third);
     testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
                            "started by the bus, the application did not acknowledge a push");
-    testBed.requireWithLog(distributor.waitForRegistration(),
-                           "started by the bus, the application did not register");
+    requireRegistration();
 
     distributor.removeService();
     testBed.requireWithLog(!distributor.restart(first),
                            "the stand-in knows an app that the bus cannot start");
-    testBed.requireWithLog(distributor.waitForRegistration(),
-                           "the application did not register again after it was dropped");
+    requireRegistration();
     distributor.sendEndpoint(first);
-    testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
-                           "the application did not upload the endpoint of its new registration");
-    requireUploadedEndpoint(testBed, first);
+    requireUploadedByActivated(first);
     testBed.requireWithLog(distributor.endActivated(), "the application did not end");
     testBed.start();
     testBed.expectLine("Configuration manager initialized");
@@ -338,8 +330,7 @@ void busDies(TestBed& testBed)
     testBed.end();
     Distributor distributor(testBed.device(), Distributor::Behavior::silent);
     testBed.start("auto");
-    const bool isRegistering = distributor.waitForRegistration();
-    testBed.requireWithLog(isRegistering, "the application did not register");
+    testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register");
     const StoredState state = testBed.device().inspect();
     distributor.killBus();
     testBed.change();

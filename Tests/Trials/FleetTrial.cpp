@@ -28,11 +28,6 @@ struct Member {
     }
 };
 
-double millisecondsSince(steady_clock::time_point begin)
-{
-    return std::chrono::duration<double, std::milli>(steady_clock::now() - begin).count();
-}
-
 /// Prints minimum, median and maximum of all devices.
 void printRow(std::string_view name, std::vector<double> values, std::string_view unit)
 {
@@ -112,7 +107,7 @@ void fleetTrial(const TrialPrograms& programs, int devices)
             const auto begin = steady_clock::now();
             answers[i] = Platform::Linux::sendToLocalPushService(
                 fleet[i].device->pushSocket(), R"({"aps": {"alert": "Maintenance tonight"}})");
-            times[i] = millisecondsSince(begin);
+            times[i] = std::chrono::duration<double, std::milli>(steady_clock::now() - begin).count();
         });
     for (std::thread& sender : senders)
         sender.join();
@@ -121,15 +116,13 @@ void fleetTrial(const TrialPrograms& programs, int devices)
     printRow("push sent -> stored and answered", times, "ms");
 
     std::this_thread::sleep_for(35s); // Until banners and idle threads are gone.
-    constexpr double mebibyte = 1024.0 * 1024.0;
-    printRow(
-        "memory, resident",
-        figures(fleet, [](pid_t process) { return static_cast<double>(residentBytes(process)) / mebibyte; }),
-        "MiB");
-    printRow(
-        "memory, private",
-        figures(fleet, [](pid_t process) { return static_cast<double>(privateBytes(process)) / mebibyte; }),
-        "MiB");
+    const auto mebibytes = [&](std::int64_t (*bytesOf)(pid_t)) {
+        constexpr double mebibyte = 1024.0 * 1024.0;
+        return figures(fleet,
+                       [=](pid_t process) { return static_cast<double>(bytesOf(process)) / mebibyte; });
+    };
+    printRow("memory, resident", mebibytes(residentBytes), "MiB");
+    printRow("memory, private", mebibytes(privateBytes), "MiB");
     auto sleeps = figures(fleet, sleepCount);
     std::this_thread::sleep_for(10s);
     const auto later = figures(fleet, sleepCount);

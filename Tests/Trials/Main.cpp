@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <functional>
 #include <random>
 
 int main(int argc, char** argv)
@@ -20,71 +21,59 @@ int main(int argc, char** argv)
     TrialPrograms programs{QV_PROGRAMS, QV_FAULT_LIBRARY};
     line.add_option("--programs", programs.folder, "Build folder of the programs to test")
         ->check(CLI::ExistingDirectory);
-    int rounds = 300;
+    const auto add = [&](const char* name, const char* description, const std::function<void()>& trial) {
+        return line.add_subcommand(name, description)->final_callback(trial);
+    };
+    const auto addCount = [](CLI::App* trial, const char* option, int& count, const char* description) {
+        trial->add_option(option, count, description)->check(CLI::Range(1, most))->capture_default_str();
+    };
     unsigned seed = std::random_device()();
-    auto* crash = line.add_subcommand("crash", "Kill at random during updates, history writes and uploads");
-    crash->add_option("--rounds", rounds, "Number of kills")
-        ->check(CLI::Range(1, most))
-        ->capture_default_str();
-    crash->add_option("--seed", seed, "Seed of an earlier run to repeat");
+    const auto addSeed = [&](CLI::App* trial) {
+        trial->add_option("--seed", seed, "Seed of an earlier run to repeat");
+    };
+    const auto addDuration = [](CLI::App* trial, const char* option, double& duration) {
+        trial->add_option(option, duration, "Duration")->check(CLI::PositiveNumber)->capture_default_str();
+    };
+    int rounds = 300;
+    auto* crash = add("crash", "Kill at random during updates, history writes and uploads",
+                      [&] { crashTrial(programs, rounds, seed); });
+    addCount(crash, "--rounds", rounds, "Number of kills");
+    addSeed(crash);
     int cuts = 300;
-    auto* powerCut =
-        line.add_subcommand("powercut", "Cut the power during updates, pushes and a first start");
-    powerCut->add_option("--cuts", cuts, "Number of cuts")->check(CLI::Range(1, most))->capture_default_str();
-    powerCut->add_option("--seed", seed, "Seed of an earlier run to repeat");
+    auto* powerCut = add("powercut", "Cut the power during updates, pushes and a first start",
+                         [&] { powerCutTrial(programs, cuts, seed); });
+    addCount(powerCut, "--cuts", cuts, "Number of cuts");
+    addSeed(powerCut);
     int depth = 12;
-    auto* faults = line.add_subcommand("faults", "Make file operations fail");
-    faults->add_option("--depth", depth, "Number of operations of each kind to fail, one at a time")
-        ->check(CLI::Range(1, most))
-        ->capture_default_str();
-    auto* disturbances =
-        line.add_subcommand("disturbances", "Disturb clock, stores, limits, backend and session bus");
+    addCount(add("faults", "Make file operations fail", [&] { faultTrial(programs, depth); }), "--depth",
+             depth, "Number of operations of each kind to fail, one at a time");
+    add("disturbances", "Disturb clock, stores, limits, backend and session bus",
+        [&] { disturbanceTrial(programs); });
     int messages = 3000;
-    auto* burst = line.add_subcommand("burst", "Deliver many pushes at once, and exit during delivery");
-    burst->add_option("--messages", messages, "Number of pushes")
-        ->check(CLI::Range(1, most))
-        ->capture_default_str();
+    addCount(add("burst", "Deliver many pushes at once, and exit during delivery",
+                 [&] { burstTrial(programs, messages); }),
+             "--messages", messages, "Number of pushes");
     double minutes = 10;
-    auto* soak = line.add_subcommand("soak", "Run at full speed and check for growth");
-    soak->add_option("--minutes", minutes, "Duration")->check(CLI::PositiveNumber)->capture_default_str();
+    addDuration(add("soak", "Run at full speed and check for growth", [&] { soakTrial(programs, minutes); }),
+                "--minutes", minutes);
     int devices = 100;
-    auto* fleet = line.add_subcommand("fleet", "Run many devices at once");
-    fleet->add_option("--devices", devices, "Number of devices")
-        ->check(CLI::Range(1, most))
-        ->capture_default_str();
-    auto* secrets = line.add_subcommand("secrets", "Search logs, output and files for secrets");
+    addCount(add("fleet", "Run many devices at once", [&] { fleetTrial(programs, devices); }), "--devices",
+             devices, "Number of devices");
+    add("secrets", "Search logs, output and files for secrets", [&] { secretsTrial(programs); });
     int races = 1000;
-    auto* wait = line.add_subcommand("wait", "Change the configuration while qvctl wait starts");
-    wait->add_option("--races", races, "Number of changes")
-        ->check(CLI::Range(1, most))
-        ->capture_default_str();
-    wait->add_option("--seed", seed, "Seed of an earlier run to repeat");
+    auto* wait = add("wait", "Change the configuration while qvctl wait starts",
+                     [&] { waitTrial(programs, races, seed); });
+    addCount(wait, "--races", races, "Number of changes");
+    addSeed(wait);
     double seconds = 60;
-    auto* attacker = line.add_subcommand("attacker", "Have another user try to plant a policy file");
-    attacker->add_option("--seconds", seconds, "Duration")->check(CLI::PositiveNumber)->capture_default_str();
-    CLI11_PARSE(line, argc, argv);
+    addDuration(
+        add("attacker", "Have another user try to plant a policy file", [&] { attackerTrial(seconds); }),
+        "--seconds", seconds);
     try {
-        if (*crash)
-            crashTrial(programs, rounds, seed);
-        else if (*powerCut)
-            powerCutTrial(programs, cuts, seed);
-        else if (*faults)
-            faultTrial(programs, depth);
-        else if (*disturbances)
-            disturbanceTrial(programs);
-        else if (*burst)
-            burstTrial(programs, messages);
-        else if (*soak)
-            soakTrial(programs, minutes);
-        else if (*fleet)
-            fleetTrial(programs, devices);
-        else if (*secrets)
-            secretsTrial(programs);
-        else if (*wait)
-            waitTrial(programs, races, seed);
-        else if (*attacker)
-            attackerTrial(seconds);
+        line.parse(argc, argv); // Runs the trial.
         return 0;
+    } catch (const CLI::ParseError& error) {
+        return line.exit(error);
     } catch (const Violation& violation) {
         fmt::print("VIOLATED: {}\n", violation.what());
         return violated;

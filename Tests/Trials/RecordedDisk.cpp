@@ -3,8 +3,6 @@
 #include "Tests/Trials/TrialDevice.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
@@ -26,12 +24,6 @@ bool changesFolder(Kind kind)
 bool isVolatile(std::string_view path)
 {
     return path.ends_with("-shm") || path.find("/run/") != std::string_view::npos;
-}
-
-std::string contentOf(const fs::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 /// How much of a file's or folder's unsynchronized changes the disk holds.
@@ -82,7 +74,7 @@ FileTree readFiles(const ThrowawayDevice& device)
         for (const auto& entry : fs::recursive_directory_iterator(device.path(folder.native()))) {
             if (!isVolatile(entry.path().native()))
                 files[folder / entry.path().lexically_relative(device.path(folder.native()))] =
-                    entry.is_directory() ? std::nullopt : std::optional(contentOf(entry.path()));
+                    entry.is_directory() ? std::nullopt : std::optional(ThrowawayDevice::read(entry.path()));
         }
     }
     return files;
@@ -130,7 +122,7 @@ RecordedDisk::RecordedDisk(ThrowawayDevice& device, fs::path file) : m_device(de
 void RecordedDisk::end()
 {
     m_device.setEnvironment(FileRecord::fileVariable, "/dev/null");
-    const std::string bytes = contentOf(m_file);
+    const std::string bytes = ThrowawayDevice::read(m_file);
     for (std::size_t begin = 0; begin < bytes.size();) {
         Record& record = m_records.emplace_back();
         bytes.copy(reinterpret_cast<char*>(static_cast<FileRecord*>(&record)), sizeof(FileRecord), begin);

@@ -80,7 +80,6 @@ private:
     };
 
     [[nodiscard]] Disk diskAt(std::uint64_t position, const Honors& honors) const;
-    void load();
 
     ThrowawayDevice& m_device;
     const std::filesystem::path m_file;

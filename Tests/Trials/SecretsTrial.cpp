@@ -1,19 +1,16 @@
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/LocalPushService.h"
 #include "Platform/Storage/FileDescriptor.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
-#include "Platform/SystemClock.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Trials/StoreFile.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 
 #include <array>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <memory>
+#include <regex>
 #include <sched.h>
 #include <set>
 #include <sys/mount.h>
@@ -119,31 +116,31 @@ void runApplication(TrialDevice& device, TestBackend& backend, Canaries& canarie
                     const std::vector<std::string>& arguments)
 {
     using Ending = TestBackend::Ending;
-    const TestBackend::Reply replies[] = {
-        {},
-        {.status = 500, .body = apiKey},
-        {.status = 302, .headerFields = {{"Location", std::string("http://") + apiKey}}},
-        {.ending = Ending::closedBefore},
-        {.ending = Ending::truncated}};
-    const std::string malformed[] = {
-        fmt::format(R"({{"api_key": "{}")", wrongKey),
-        fmt::format(R"({{"api_key": {}}})", wrongKey),
-        fmt::format(R"({{"api_key": '{}'}})", wrongKey),
-        fmt::format(R"({{"{0}": 1, "{0}": 2}})", wrongKey),
-        fmt::format("<plist><dict><key>api_key</key>{}</dict></plist>", wrongKey),
-        fmt::format("<plist><dict><key>{}</key></dict></plist>", wrongKey),
-        fmt::format("<plist><dict><key>api_key</key><integer>{}</integer></dict></plist>", wrongKey),
-        fmt::format("<plist><dict><key>api_key</key><{}/></dict></plist>", wrongKey),
-        fmt::format("<plist><dict><key>api_key</key><string>&{};</string></dict></plist>", wrongKey)};
-    // Each is tried in turn; the remaining steps use the last one.
-    const std::string policies[] = {policy(backend.baseURL(), std::string(apiKey) + "\\n"),
-                                    policy("https://canary@host.invalid/canary", apiKey),
-                                    policy("canary host", apiKey, "canary/../device"),
-                                    policy(backend.baseURL() + "/canary", apiKey, "canary"),
-                                    policy(backend.baseURL(), apiKey)};
-    for (std::size_t i = 0; i < std::size(replies) + std::size(policies); ++i) {
-        backend.setReply("*", replies[i < std::size(policies) ? 0 : i - std::size(policies)]);
-        device.replacePolicy(policies[i < std::size(policies) ? i : std::size(policies) - 1]);
+    // WRONG is a key.
+    const char* malformed[] = {R"({"api_key": "WRONG")",
+                               R"({"api_key": WRONG})",
+                               R"({"api_key": 'WRONG'})",
+                               R"({"WRONG": 1, "WRONG": 2})",
+                               "<plist><dict><key>api_key</key>WRONG</dict></plist>",
+                               "<plist><dict><key>WRONG</key></dict></plist>",
+                               "<plist><dict><key>api_key</key><integer>WRONG</integer></dict></plist>",
+                               "<plist><dict><key>api_key</key><WRONG/></dict></plist>",
+                               "<plist><dict><key>api_key</key><string>&WRONG;</string></dict></plist>"};
+    const std::string usual = policy(backend.baseURL(), apiKey);
+    const std::pair<std::string, TestBackend::Reply> steps[] = {
+        {policy(backend.baseURL(), std::string(apiKey) + "\\n"), {}},
+        {policy("https://canary@host.invalid/canary", apiKey), {}},
+        {policy("canary host", apiKey, "canary/../device"), {}},
+        {policy(backend.baseURL() + "/canary", apiKey, "canary"), {}},
+        {usual, {}},
+        {usual, {.status = 500, .body = apiKey}},
+        {usual, {.status = 302, .headerFields = {{"Location", std::string("http://") + apiKey}}}},
+        {usual, {.ending = Ending::closedBefore}},
+        {usual, {.ending = Ending::truncated}},
+    };
+    for (std::size_t i = 0; i < std::size(steps); ++i) {
+        device.replacePolicy(steps[i].first);
+        backend.setReply("*", steps[i].second);
         const auto application = device.startApplication(arguments);
         // Once a push is accepted, the upload has been attempted.
         std::string answer;
@@ -165,10 +162,10 @@ void runApplication(TrialDevice& device, TestBackend& backend, Canaries& canarie
         const std::string token = device.inspect().deviceToken;
         require(!token.empty(), "there is no device token");
         canaries.add(token);
-        device.replacePolicy(malformed[i % std::size(malformed)]);
+        device.replacePolicy(
+            std::regex_replace(malformed[i % std::size(malformed)], std::regex("WRONG"), wrongKey));
         application->waitForLine("the last valid configuration stays in effect", 1500ms);
-        application->signal(SIGTERM);
-        require(application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
+        require(application->end() == 0, "the application did not exit with 0 after SIGTERM");
         canaries.requireNone("standard error", application->lines());
     }
 }
@@ -184,8 +181,7 @@ void runWithEcho(TrialDevice& device, TestBackend& backend)
     const auto application = device.startApplication({"--log-stderr", "--push", "local"});
     require(application->waitForLine("Device token upload failed"), "the upload did not fail; log:\n{}",
             fmt::join(application->lines(), "\n"));
-    application->signal(SIGTERM);
-    require(application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
+    require(application->end() == 0, "the application did not exit with 0 after SIGTERM");
     int echoCount = 0;
     for (const std::string& line : application->lines()) {
         const bool isExpected = line.find("API HTTP error | context={responseBody=" + echo) != line.npos;
@@ -196,9 +192,8 @@ void runWithEcho(TrialDevice& device, TestBackend& backend)
     for (const auto& entry : fs::recursive_directory_iterator(device.path("data"))) {
         if (!entry.is_regular_file())
             continue;
-        std::ifstream stream(entry.path(), std::ios::binary);
-        const std::string content{std::istreambuf_iterator<char>(stream), {}};
-        require(content.find(echo) == content.npos, "the response is stored in {}", entry.path().string());
+        require(ThrowawayDevice::read(entry.path()).find(echo) == std::string::npos,
+                "the response is stored in {}", entry.path().string());
     }
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
 }
@@ -212,32 +207,30 @@ void runCommands(const TrialDevice& device, Canaries& canaries)
     device.write(device.path("odd.json"),
                  fmt::format(R"({{"api_key": ["{}"], "ApiKey": "{}", "device_id": 5}})", apiKey, wrongKey));
     device.write(device.path("payload.json"), payload);
-    const std::vector<std::string> commands[] = {
-        {"status"},
-        {"snapshot"},
-        {"notifications"},
-        {"doctor"},
-        {"log"},
-        {"config", "show"},
-        {"config", "explain"},
-        {"config", "lint", device.path("good.json")},
-        {"config", "lint", device.path("bad.json")},
-        {"config", "lint", device.path("odd.json")},
-        {"config", "explain", device.path("odd.json")},
-        {"config", "set", device.path("bad.json")},
-        {"config", "set", device.path("good.json")},
-        {"config", "show"},
-        {"config", "schema"},
-        {"push", device.path("payload.json")},
-        {"privacy", "grant", "notifications"},
+    const char* commands[] = {
+        "status",
+        "snapshot",
+        "notifications",
+        "doctor",
+        "log",
+        "config show",
+        "config explain",
+        "config lint $DEVICE/good.json",
+        "config lint $DEVICE/bad.json",
+        "config lint $DEVICE/odd.json",
+        "config explain $DEVICE/odd.json",
+        "config set $DEVICE/bad.json",
+        "config set $DEVICE/good.json",
+        "config show",
+        "config schema",
+        "push $DEVICE/payload.json",
+        "privacy grant notifications",
     };
-    for (const bool isJSON : {false, true}) {
-        for (std::vector<std::string> command : commands) {
-            if (isJSON)
-                command.emplace_back("--json");
-            const auto console = device.startConsole(command);
+    for (const char* format : {"", " --json"}) {
+        for (const char* command : commands) {
+            const auto console = device.startShell(fmt::format("$QVCTL {}{}", command, format));
             console->waitForExit();
-            canaries.requireNone(fmt::format("qvctl {}", fmt::join(command, " ")), console->lines());
+            canaries.requireNone(fmt::format("qvctl {}", command), console->lines());
         }
     }
     const auto revealing = device.startConsole({"config", "show", "--reveal"});
@@ -268,8 +261,7 @@ void requireNoneInBundles(TrialDevice& device, Canaries& canaries)
     const auto application = device.startApplication({"--log-stderr", "--push", "off"});
     require(application->waitForLine("Configuration updated"), "the application did not apply the policy");
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
-    application->signal(SIGTERM);
-    application->waitForExit();
+    application->end();
     for (const std::string& text : policies) {
         for (const char* mode : {"600", "666"}) { // Trusted and not.
             device.replacePolicy(text);
@@ -297,14 +289,9 @@ void requireNoneInBundles(TrialDevice& device, Canaries& canaries)
 /// Searches the application's records of requests and of the push service.
 void requireNoneInRecords(const TrialDevice& device, Canaries& canaries, const TestBackend& backend)
 {
-    RecordingUnifiedLog log;
-    const Platform::AdapterLog adapterLog(log, "trial");
-    const Platform::SystemClock clock;
-    using Platform::Storage::SQLiteUserDefaults;
-    const SQLiteUserDefaults store(device.path("data/quorvane-mdm/shell.sqlite"),
-                                   SQLiteUserDefaults::Access::inspect, clock, adapterLog);
-    const auto requests = store.object("URLSession.LastExchanges");
-    const auto service = store.object("PushService.State");
+    StoreFile store(device.path("data/quorvane-mdm/shell.sqlite"), StoreFile::Access::inspect);
+    const auto requests = store->object("URLSession.LastExchanges");
+    const auto service = store->object("PushService.State");
     require(requests && service, "the application has recorded nothing");
     const std::string text = requests->description() + service->description();
     const std::string server = fmt::format("localhost:{}", backend.port());

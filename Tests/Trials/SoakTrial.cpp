@@ -1,17 +1,11 @@
-#include "Tests/Fakes/TemporaryFolder.h"
-#include "Tests/Trials/Distributor.h"
 #include "Tests/Trials/ProcessFigures.h"
-#include "Tests/Trials/TrialDevice.h"
+#include "Tests/Trials/RegisteredApplication.h"
 #include "Tests/Trials/Trials.h"
-#include "Tools/Backend/PushSender.h"
-#include "Tools/Backend/WebPushEncryption.h"
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <map>
 #include <optional>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -116,7 +110,7 @@ public:
     void upload()
     {
         m_distributor.sendEndpoint(nextEndpoint());
-        waitForUpload();
+        m_subscription = uploadedSubscription(m_backend);
     }
     /// Restarts a service of the desktop or moves the clock, each in turn.
     void disturb()
@@ -125,7 +119,7 @@ public:
         case 0:
             require(m_distributor.restart(nextEndpoint()), "the session bus cannot start the application");
             require(m_distributor.waitForRegistration(), "the application did not register again");
-            waitForUpload();
+            m_subscription = uploadedSubscription(m_backend);
             break;
         case 1:
             m_isDark = !m_isDark;
@@ -141,8 +135,7 @@ public:
     {
         const std::string payload = fmt::format(
             R"({{"aps": {{"alert": {{"title": "Message {}", "body": "{:*<500}"}}}}}})", ++m_pushCount, "");
-        const auto subscription = WebPushSubscription::parse(subscriptionText(m_token));
-        require(m_distributor.deliver(encryptWebPush(subscription, payload)) ==
+        require(m_distributor.deliver(encryptWebPush(m_subscription, payload)) ==
                     Distributor::Answer::acknowledged,
                 "push {} was not acknowledged", m_pushCount);
     }
@@ -162,8 +155,7 @@ public:
     [[nodiscard]] Sample sample() const { return sampleOf(m_device, m_application->processId()); }
     void end()
     {
-        m_application->signal(SIGTERM);
-        require(m_application->waitForExit() == 0, "the application did not exit with 0 after SIGTERM");
+        require(m_application->end() == 0, "the application did not exit with 0 after SIGTERM");
         const StoredState state = m_device.inspect();
         fmt::print("{} uploads, {} pushes, {} changes, {} disturbances, version {}, history of {}\n",
                    m_uploadCount, m_pushCount, m_changeCount, m_disturbanceCount, state.configVersion,
@@ -172,16 +164,6 @@ public:
 
 private:
     std::string nextEndpoint() { return fmt::format("https://push.example.org/{}", ++m_uploadCount); }
-    void waitForUpload()
-    {
-        for (auto requests = m_backend.takeRequests();; requests = m_backend.takeRequests()) {
-            if (!requests.empty()) {
-                m_token = uploadedToken(requests.back()).value();
-                return;
-            }
-            std::this_thread::sleep_for(100us);
-        }
-    }
 
     const TemporaryFolder m_folder;
     TestBackend m_backend{{.folder = m_folder.path()}};
@@ -190,7 +172,7 @@ private:
     Distributor m_distributor{m_device, Distributor::Behavior::responsive};
     std::optional<FakeDesktop> m_desktop{std::in_place, false};
     std::unique_ptr<ChildProcess> m_application;
-    std::string m_token;
+    WebPushSubscription m_subscription;
     int m_uploadCount = 0;
     int m_pushCount = 0;
     int m_changeCount = 0;

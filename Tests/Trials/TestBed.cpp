@@ -3,7 +3,6 @@
 #include "Platform/Linux/LocalPushService.h"
 
 #include <algorithm>
-#include <csignal>
 
 using namespace std::chrono_literals;
 
@@ -20,8 +19,7 @@ TestBed::TestBed(const TrialPrograms& programs)
 
 void TestBed::end()
 {
-    m_application->signal(SIGTERM);
-    const auto exitCode = m_application->waitForExit();
+    const auto exitCode = m_application->end();
     requireWithLog(exitCode == 0, fmt::format("SIGTERM: exit code {} instead of 0", exitCode.value_or(-1)));
 }
 

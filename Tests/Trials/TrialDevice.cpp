@@ -1,12 +1,9 @@
 #include "Tests/Trials/TrialDevice.h"
 
 #include "Core/Constants.h"
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Platform/Push/ShellState.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
-#include "Platform/SystemClock.h"
+#include "Tests/Trials/StoreFile.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
@@ -20,25 +17,8 @@
 
 namespace fs = std::filesystem;
 namespace Keys = Core::Constants::SnapshotKeys;
-using Platform::Storage::SQLiteUserDefaults;
 
 namespace {
-
-/// A store, opened as another process would open it.
-class Store {
-public:
-    Store(const fs::path& file, SQLiteUserDefaults::Access access)
-        : m_defaults(file, access, m_clock, m_adapterLog)
-    {}
-    SQLiteUserDefaults& operator*() { return m_defaults; }
-    SQLiteUserDefaults* operator->() { return &m_defaults; }
-
-private:
-    const Platform::SystemClock m_clock;
-    Platform::Linux::Logging::StandardErrorLog m_log{m_clock, Platform::Linux::Logging::PrivateData::shown};
-    const Platform::AdapterLog m_adapterLog{m_log, "trial"};
-    SQLiteUserDefaults m_defaults;
-};
 
 Platform::Linux::DevicePaths pathsOf(const ThrowawayDevice& device)
 {
@@ -76,10 +56,9 @@ TrialDevice::TrialDevice(const fs::path& programs, const TestBackend& backend, s
 {
     setEnvironment("SSL_CERT_FILE", backend.certificateAuthority());
     setEnvironment("no_proxy", "*");
-    using Access = SQLiteUserDefaults::Access;
     const auto paths = pathsOf(*this);
-    Store(paths.standardDefaults(), Access::readWrite)->set("hasLaunchedBefore", true);
-    Store shell(paths.shellState(), Access::readWrite);
+    StoreFile(paths.standardDefaults())->set("hasLaunchedBefore", true);
+    StoreFile shell(paths.shellState());
     Platform::Push::ShellState(*shell).setAuthorizationStatus(Platform::AuthorizationStatus::authorized);
 }
 
@@ -96,7 +75,7 @@ StoredState TrialDevice::inspect() const
     requirePrivateFiles(paths.stateFolder);
 
     StoredState state;
-    Store suite(paths.suite(Core::Constants::appGroupSuiteName), SQLiteUserDefaults::Access::inspect);
+    StoreFile suite(paths.suite(Core::Constants::appGroupSuiteName), StoreFile::Access::inspect);
     state.configVersion = suite->integer(Keys::configVersion);
     if (const auto stored = suite->data(Keys::configSnapshot)) {
         state.snapshot = Core::ConfigurationSnapshot::decode(*stored);
@@ -116,7 +95,7 @@ StoredState TrialDevice::inspect() const
         require(state.configVersion == 0, "version {} without a snapshot", state.configVersion);
     }
 
-    Store standard(paths.standardDefaults(), SQLiteUserDefaults::Access::inspect);
+    StoreFile standard(paths.standardDefaults(), StoreFile::Access::inspect);
     namespace StorageKeys = Core::Constants::StorageKeys;
     constexpr std::int64_t all = 1000;
     state.history = PushNotifications::NotificationPayloadProcessor::payloadSummaries(*standard, all);
@@ -124,7 +103,7 @@ StoredState TrialDevice::inspect() const
     require(!state.history.empty() || !standard->data(StorageKeys::processedNotificationPayloads),
             "the history cannot be read");
     state.deviceToken = standard->text(StorageKeys::remoteNotificationDeviceToken).value_or("");
-    Store shell(paths.shellState(), SQLiteUserDefaults::Access::inspect);
+    StoreFile shell(paths.shellState(), StoreFile::Access::inspect);
     state.isAuthorized =
         Platform::Push::ShellState(*shell).authorizationStatus() == Platform::AuthorizationStatus::authorized;
     return state;

@@ -1,9 +1,7 @@
 #include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
-#include "Platform/AdapterLog.h"
-#include "Platform/Storage/SQLiteUserDefaults.h"
 #include "Platform/SystemClock.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Trials/StoreFile.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 
@@ -20,32 +18,18 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-/// Stores snapshots in the place of the app.
-class Writer {
-public:
-    explicit Writer(const ThrowawayDevice& device)
-        : m_store(device.suiteFile(), Platform::Storage::SQLiteUserDefaults::Access::readWrite, m_clock,
-                  m_adapterLog)
-    {}
-
-    void store(std::int64_t version)
-    {
-        using Core::ConfigurationSnapshot;
-        namespace Keys = Core::Constants::SnapshotKeys;
-        Core::ValidatedConfig config;
-        config.deviceId = std::to_string(version);
-        const auto snapshot = ConfigurationSnapshot::make(std::move(config), version, m_clock.now());
-        const std::array<Platform::UserDefaults::Entry, 2> entries{
-            {{Keys::configSnapshot, snapshot.encode()}, {Keys::configVersion, version}}};
-        require(m_store.write(entries), "version {} could not be stored", version);
-    }
-
-private:
-    Platform::SystemClock m_clock;
-    RecordingUnifiedLog m_log;
-    Platform::AdapterLog m_adapterLog{m_log, "trial"};
-    Platform::Storage::SQLiteUserDefaults m_store;
-};
+/// Stores a snapshot in the place of the app.
+void storeSnapshot(StoreFile& suite, std::int64_t version)
+{
+    namespace Keys = Core::Constants::SnapshotKeys;
+    Core::ValidatedConfig config;
+    config.deviceId = std::to_string(version);
+    const auto snapshot =
+        Core::ConfigurationSnapshot::make(std::move(config), version, Platform::SystemClock().now());
+    const std::array<Platform::UserDefaults::Entry, 2> entries{
+        {{Keys::configSnapshot, snapshot.encode()}, {Keys::configVersion, version}}};
+    require(suite->write(entries), "version {} could not be stored", version);
+}
 
 /// How long a run with a single look takes: the shortest of several, since the first one is slow.
 microseconds runTime(const ThrowawayDevice& device)
@@ -70,7 +54,7 @@ void waitTrial(const TrialPrograms& programs, int races, unsigned seed)
     for (const auto& folder :
          {device.path("data"), device.path("data/quorvane-mdm"), device.suiteFile().parent_path()})
         std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
-    Writer writer(device);
+    StoreFile suite(device.suiteFile());
     // The first look comes early in a run, so changes come before, during and after it.
     const microseconds longest = runTime(device) / 2;
     microseconds latest{0};
@@ -79,7 +63,7 @@ void waitTrial(const TrialPrograms& programs, int races, unsigned seed)
         // Only the change that follows meets the condition.
         const auto version = std::to_string(race);
         const auto install = [&] { device.replacePolicy(fmt::format(R"({{"device_id": "{}"}})", version)); };
-        const auto apply = [&] { writer.store(race); };
+        const auto apply = [&] { storeSnapshot(suite, race); };
         const bool isForVersion = race % 3 == 0;
         const bool isInstalledFirst = race % 3 == 1;
         if (isInstalledFirst)
