@@ -57,9 +57,16 @@ protected:
         EXPECT_LE(session.requests.size(), 1U);
         return outcome;
     }
-    void respondWith(std::int64_t status, std::string_view body)
+    /// Returns the recorded lines and checks that they have this type and the category "network".
+    Lines takeNetworkLines(LogType type)
     {
-        session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
+        Lines lines;
+        for (const auto& entry : log.takeEntries()) {
+            EXPECT_EQ(entry.type, type);
+            EXPECT_EQ(entry.category, "network");
+            lines.push_back(entry.line);
+        }
+        return lines;
     }
 
     std::int64_t errorCode = -1;
@@ -73,13 +80,12 @@ protected:
 
 TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
 {
-    struct Case {
+    const struct {
         std::optional<std::string> domain;
         std::string path;
         /// The requested URL, or the description of the error.
         std::string expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"https://acme.corp", "a/b", "https://acme.corp/a/b"},
         {"https://acme.corp/", "/a/b", "https://acme.corp/a/b"},
         {"  https://acme.corp/x\n", "/a/b", "https://acme.corp/x/a/b"},
@@ -113,40 +119,30 @@ TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
         {"", "a", "Invalid base URL: "},
         {std::nullopt, "a", "Invalid base URL: nil"},
     };
-    for (const Case& row : cases) {
-        provider.domain = row.domain;
-        const std::string outcome = outcomeOf(client.delete_(row.path));
-        EXPECT_EQ(session.requests.empty() ? outcome : session.requests[0].url, row.expected)
-            << row.domain.value_or("nil") << " + " << row.path;
-        EXPECT_TRUE(log.takeLines().empty());
+    for (const auto& [domain, path, expected] : cases) {
+        provider.domain = domain;
+        const std::string outcome = outcomeOf(client.delete_(path));
+        EXPECT_EQ(session.requests.empty() ? outcome : session.requests[0].url, expected);
+        EXPECT_EQ(log.takeLines(), Lines());
     }
 }
 
 TEST_F(APIClientTest, EncodesQueryItemsAndReplacesExistingQuery)
 {
-    struct Case {
-        std::vector<URLQueryItem> items;
-        std::string expected;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<URLQueryItem>, std::string> cases[] = {
         {{}, "https://acme.corp/a?old=1"},
         {{{"a", "1"}, {"b", std::nullopt}, {"c", ""}}, "https://acme.corp/a?a=1&b&c="},
         {{{"k&=#", "v&=#+ \u00e4/?:@%"}}, "https://acme.corp/a?k%26%3D%23=v%26%3D%23+%20%C3%A4/?:@%25"},
     };
-    for (const Case& row : cases) {
-        outcomeOf(client.get("a?old=1", row.items));
-        EXPECT_EQ(session.requests.back().url, row.expected);
+    for (const auto& [items, expected] : cases) {
+        outcomeOf(client.get("a?old=1", items));
+        EXPECT_EQ(session.requests.back().url, expected);
     }
 }
 
 TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
 {
-    struct Case {
-        Task<APIClient::Response> task;
-        std::string method;
-        std::optional<Data> body;
-    };
-    Case cases[] = {
+    std::tuple<Task<APIClient::Response>, std::string, std::optional<Data>> cases[] = {
         {client.get("a"), "GET", std::nullopt},
         {client.post("a", std::optional(Payload{2.5})), "POST", bytesOf(R"({"number":2.5})")},
         {client.post("a", std::optional<Payload>()), "POST", std::nullopt},
@@ -156,37 +152,36 @@ TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
         {client.put("a", std::optional(Payload{3})), "PUT", bytesOf(R"({"number":3})")},
         {client.delete_("a"), "DELETE", std::nullopt},
     };
-    for (Case& row : cases) {
-        EXPECT_EQ(outcomeOf(std::move(row.task)), "200 ");
-        const URLRequest& request = session.requests.back();
-        EXPECT_EQ(request.httpMethod, row.method);
-        EXPECT_EQ(request.httpBody, row.body) << row.method;
-        EXPECT_EQ(request.timeoutInterval, std::chrono::seconds(60));
-        EXPECT_EQ(request.headerFields, (HeaderFields{{"Accept", "application/json"},
-                                                      {"Authorization", "Bearer key"},
-                                                      {"Content-Type", "application/json"},
-                                                      {"X-Device-Id", "DEV-1"}}));
-    }
+    HeaderFields fields{{"Accept", "application/json"}, {"Content-Type", "application/json"}};
     for (const auto& absent : {std::optional<std::string>(), std::optional<std::string>("")}) {
         provider.key = provider.device = absent;
         outcomeOf(client.get("a"));
-        EXPECT_EQ(session.requests.back().headerFields,
-                  (HeaderFields{{"Accept", "application/json"}, {"Content-Type", "application/json"}}));
+        EXPECT_EQ(session.requests.back().headerFields, fields);
+    }
+    provider.key = "key";
+    provider.device = "DEV-1";
+    fields.insert({{"Authorization", "Bearer key"}, {"X-Device-Id", "DEV-1"}});
+    for (auto& [task, method, body] : cases) {
+        EXPECT_EQ(outcomeOf(std::move(task)), "200 ");
+        const URLRequest& request = session.requests.back();
+        EXPECT_EQ(request.httpMethod, method);
+        EXPECT_EQ(request.httpBody, body) << method;
+        EXPECT_EQ(request.timeoutInterval, std::chrono::seconds(60));
+        EXPECT_EQ(request.headerFields, fields);
     }
 }
 
 TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
 {
-    struct Case {
+    const struct {
         std::int64_t status;
         std::string body;
-        /// The body in the log; null for success.
-        const char* logged;
-    };
-    const Case cases[] = {
-        {200, "{}", nullptr},
-        {204, "", nullptr},
-        {299, "", nullptr},
+        /// The body in the log; absent for success.
+        std::optional<std::string> logged;
+    } cases[] = {
+        {200, "{}", {}},
+        {204, "", {}},
+        {299, "", {}},
         {199, "", ""},
         {300, "a", "a"},
         {304, "", ""},
@@ -194,18 +189,13 @@ TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
         {404, "\u00e4\xe2\x82", "No response body"},
     };
     for (const auto& [status, body, logged] : cases) {
-        respondWith(status, body);
+        session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
         const std::string number = std::to_string(status);
-        EXPECT_EQ(outcomeOf(client.get("a")),
-                  (logged != nullptr ? "HTTP error: " : "") + number + " " + body);
-        const auto entries = log.takeEntries();
-        ASSERT_EQ(entries.size(), logged != nullptr ? 1U : 0U);
-        if (logged != nullptr) {
-            EXPECT_EQ(entries[0].line, "API HTTP error | context={responseBody=" + std::string(logged) +
-                                           ", statusCode=" + number + "}");
-            EXPECT_EQ(entries[0].type, LogType::default_);
-            EXPECT_EQ(entries[0].category, "network");
-        }
+        EXPECT_EQ(outcomeOf(client.get("a")), (logged ? "HTTP error: " : "") + number + " " + body);
+        EXPECT_EQ(takeNetworkLines(LogType::default_),
+                  logged ? Lines{"API HTTP error | context={responseBody=" + *logged +
+                                 ", statusCode=" + number + "}"}
+                         : Lines());
     }
 }
 
@@ -214,16 +204,13 @@ TEST_F(APIClientTest, LogsTransferFailureOnceAndWrapsIt)
     session.outcome = URLError(URLError::Code::timedOut, "acme.corp did not answer");
     EXPECT_EQ(outcomeOf(client.get("a")), "Network error: acme.corp did not answer");
     EXPECT_EQ(errorCode, 2);
-    const auto entries = log.takeEntries();
-    ASSERT_EQ(entries.size(), 1U);
-    EXPECT_EQ(entries[0].line, "API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
-                               "code=-1001, description=acme.corp did not answer}");
-    EXPECT_EQ(entries[0].type, LogType::error);
-    EXPECT_EQ(entries[0].category, "network");
+    EXPECT_EQ(takeNetworkLines(LogType::error),
+              Lines{"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
+                    "code=-1001, description=acme.corp did not answer}"});
     session.outcome = URLResponse{bytesOf("a file"), std::nullopt};
     EXPECT_EQ(outcomeOf(client.get("a")), "Invalid or non-HTTP response");
     EXPECT_EQ(errorCode, 6);
-    EXPECT_TRUE(log.takeLines().empty());
+    EXPECT_EQ(log.takeLines(), Lines());
 }
 
 } // namespace

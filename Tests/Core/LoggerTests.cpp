@@ -12,6 +12,7 @@
 using namespace Core;
 using Platform::LogType;
 using Platform::LogVisibility;
+using Lines = std::vector<std::string>;
 
 namespace Sample {
 class CodedError : public Platform::ErrorException {
@@ -50,66 +51,59 @@ Platform::Error bridgedWithReason(std::optional<std::string> reason)
 
 TEST_F(LoggerTest, LineContainsOnlyPresentSegments)
 {
-    struct Case {
+    const std::string sample =
+        "error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke";
+    const auto systemError = [](int code, const std::error_category& category) {
+        return bridge(std::system_error(code, category, "opening"));
+    };
+    const struct {
         const char* name;
         LogContext context;
+        /// What follows the message.
         std::string expected;
-    };
-    const std::vector<Case> cases{
-        {"message only", {}, "message"},
+    } cases[] = {
+        {"message only", {}, ""},
         {"metadata sorted by key",
          {.metadata = {{"statusCode", "500"}, {"responseBody", "No response body"}}},
-         "message | context={responseBody=No response body, statusCode=500}"},
-        {"metadata not escaped", {.metadata = {{"a=b", "c, d | }"}}}, "message | context={a=b=c, d | }}"},
-        {"error",
-         {.error = bridgedWithReason(std::nullopt)},
-         "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
-        {"empty reason",
-         {.error = bridgedWithReason("")},
-         "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke}"},
+         " | context={responseBody=No response body, statusCode=500}"},
+        {"metadata not escaped", {.metadata = {{"a=b", "c, d | }"}}}, " | context={a=b=c, d | }}"},
+        {"error", {.error = bridgedWithReason(std::nullopt)}, " | " + sample + "}"},
+        {"empty reason", {.error = bridgedWithReason("")}, " | " + sample + "}"},
         {"error with reason and metadata",
          {.error = bridgedWithReason("rust"), .metadata = {{"k", ""}}},
-         "message | error={type=Sample.CodedError, domain=Sample.CodedError, code=7, description=it broke, "
-         "reason=rust} | context={k=}"},
+         " | " + sample + ", reason=rust} | context={k=}"},
         {"POSIX error",
-         {.error = bridge(std::system_error(ENOENT, std::generic_category(), "opening"))},
-         "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=2, description=opening: No "
-         "such file or directory}"},
+         {.error = systemError(ENOENT, std::generic_category())},
+         " | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=2, description=opening: No such "
+         "file or directory}"},
         {"POSIX error of the system",
-         {.error = bridge(std::system_error(EPERM, std::system_category(), "a"))},
-         "message | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=1, description=a: "
-         "Operation "
+         {.error = systemError(EPERM, std::system_category())},
+         " | error={type=std.system_error, domain=NSPOSIXErrorDomain, code=1, description=opening: Operation "
          "not permitted}"},
         {"error of another category",
-         {.error = bridge(std::system_error(1, std::iostream_category(), "a"))},
-         "message | error={type=std.system_error, domain=iostream, code=1, description=a: iostream error}"},
+         {.error = systemError(1, std::iostream_category())},
+         " | error={type=std.system_error, domain=iostream, code=1, description=opening: iostream error}"},
     };
-    for (const Case& row : cases) {
-        logger.info("message", "label()", LogCategory::general, row.context);
-        EXPECT_EQ(log.takeLines(), std::vector{row.expected}) << row.name;
+    for (const auto& [name, context, expected] : cases) {
+        logger.info("message", "label()", LogCategory::general, context);
+        EXPECT_EQ(log.takeLines(), Lines{"message" + expected}) << name;
     }
 }
 
 TEST_F(LoggerTest, LogArgumentsFormatLikeLogContext)
 {
+    const std::string large(2000, 'x');
     logger.warning(
         "m", "f()",
         {.error = std::runtime_error("it broke"), .context = {{"b", std::string("2")}, {"a", "1"}}});
     logger.warning("m", "f()",
-                   {.context = {{"i", "9"},
-                                {"h", "8"},
-                                {"g", "7"},
-                                {"f", "6"},
-                                {"e", "5"},
-                                {"d", "4"},
-                                {"c", "3"},
-                                {"b", "2"},
-                                {"a", std::string(2000, 'x')}}});
+                   {.context = {LogPair("i", "9"), LogPair("h", "8"), LogPair("g", "7"), LogPair("f", "6"),
+                                LogPair("e", "5"), LogPair("d", "4"), LogPair("c", "3"), LogPair("b", "2"),
+                                LogPair("a", large)}});
     EXPECT_EQ(log.takeLines(),
-              (std::vector<std::string>{
-                  "m | error={type=std.runtime_error, domain=std.runtime_error, code=0, "
-                  "description=it broke} | context={a=1, b=2}",
-                  "m | context={a=" + std::string(2000, 'x') + ", b=2, c=3, d=4, e=5, f=6, g=7, h=8, i=9}"}));
+              (Lines{"m | error={type=std.runtime_error, domain=std.runtime_error, code=0, "
+                     "description=it broke} | context={a=1, b=2}",
+                     "m | context={a=" + large + ", b=2, c=3, d=4, e=5, f=6, g=7, h=8, i=9}"}));
 }
 
 TEST_F(LoggerTest, SourceSegmentIsLastAndNamesFileLineAndFunction)
@@ -117,8 +111,8 @@ TEST_F(LoggerTest, SourceSegmentIsLastAndNamesFileLineAndFunction)
     LoggingConfig::includeSourceContext = true;
     logger.error("m", "upload(tokenString:)", LogCategory::network, LogContext{.metadata = {{"k", "v"}}});
     const int line = __LINE__ - 1;
-    EXPECT_EQ(log.takeLines(), std::vector{"m | context={k=v} | source=Core/LoggerTests.cpp:" +
-                                           std::to_string(line) + " upload(tokenString:)"});
+    EXPECT_EQ(log.takeLines(), Lines{"m | context={k=v} | source=Core/LoggerTests.cpp:" +
+                                     std::to_string(line) + " upload(tokenString:)"});
 }
 
 TEST_F(LoggerTest, LevelsMapToLogTypesAndDebugHasItsOwnSwitch)
@@ -140,8 +134,8 @@ TEST_F(LoggerTest, LevelsMapToLogTypesAndDebugHasItsOwnSwitch)
             types.push_back(entry.type);
         return types;
     };
-    EXPECT_EQ(logAtAllLevels(),
-              (std::vector{LogType::info, LogType::default_, LogType::error, LogType::fault}));
+    const std::vector withoutDebug{LogType::info, LogType::default_, LogType::error, LogType::fault};
+    EXPECT_EQ(logAtAllLevels(), withoutDebug);
     EXPECT_EQ(evaluated, 4);
 
     LoggingConfig::setVerboseLoggingEnabled(true);
@@ -155,22 +149,19 @@ TEST_F(LoggerTest, LevelsMapToLogTypesAndDebugHasItsOwnSwitch)
 
 TEST_F(LoggerTest, CallPrivacyOverridesDefaultPrivacy)
 {
-    struct Case {
-        LogPrivacy call;
-        LogPrivacy byDefault;
-        LogVisibility expected;
-    };
-    for (const Case& row : {
-             Case{LogPrivacy::inherit, LogPrivacy::private_, LogVisibility::private_},
-             Case{LogPrivacy::inherit, LogPrivacy::public_, LogVisibility::public_},
-             Case{LogPrivacy::inherit, LogPrivacy::inherit, LogVisibility::private_},
-             Case{LogPrivacy::public_, LogPrivacy::private_, LogVisibility::public_},
-             Case{LogPrivacy::private_, LogPrivacy::public_, LogVisibility::private_},
-         }) {
-        LoggingConfig::defaultPrivacy = row.byDefault;
-        EXPECT_EQ(LoggingConfig::usePublicPrivacy(), row.byDefault == LogPrivacy::public_);
-        logger.info("m", "f()", {.privacy = row.call});
-        EXPECT_EQ(log.takeEntries().at(0).visibility, row.expected);
+    using enum LogPrivacy;
+    constexpr auto isPublic = LogVisibility::public_;
+    constexpr auto isPrivate = LogVisibility::private_;
+    const std::tuple<LogPrivacy, LogPrivacy, LogVisibility> cases[] = {{inherit, private_, isPrivate},
+                                                                       {inherit, public_, isPublic},
+                                                                       {inherit, inherit, isPrivate},
+                                                                       {public_, private_, isPublic},
+                                                                       {private_, public_, isPrivate}};
+    for (const auto& [ofCall, byDefault, expected] : cases) {
+        LoggingConfig::defaultPrivacy = byDefault;
+        EXPECT_EQ(LoggingConfig::usePublicPrivacy(), byDefault == public_);
+        logger.info("m", "f()", {.privacy = ofCall});
+        EXPECT_EQ(log.takeEntries().at(0).visibility, expected);
     }
     LoggingConfig::defaultPrivacy = LogPrivacy::inherit;
     LoggingConfig::setUsePublicPrivacy(false);
@@ -187,35 +178,31 @@ TEST_F(LoggerTest, LogHandleKeepsItsFirstSubsystem)
     Logger anonymous(std::make_unique<OSLogSink>(log), std::nullopt);
     anonymous.info("m", "f()");
 
-    std::vector<std::string> handles;
+    Lines handles;
     for (const auto& entry : log.takeEntries())
         handles.push_back(entry.subsystem + "/" + entry.category);
-    EXPECT_EQ(handles, (std::vector<std::string>{"com.example.app/network", "com.example.app/network",
-                                                 "override/sso", "unknown/general"}));
+    EXPECT_EQ(handles, (Lines{"com.example.app/network", "com.example.app/network", "override/sso",
+                              "unknown/general"}));
 }
 
 TEST_F(LoggerTest, ConcurrentFirstCallsWriteEveryLine)
 {
-    constexpr int threadCount = 8;
-    {
-        std::vector<std::jthread> threads;
-        for (int i = 0; i < threadCount; ++i) {
-            threads.emplace_back([&] {
-                for (const LogCategory category : allLogCategories)
-                    logger.info("m", "f()", {.category = category});
-            });
-        }
-    }
+    std::vector<std::jthread> threads(8);
+    for (std::jthread& thread : threads)
+        thread = std::jthread([&] {
+            for (const LogCategory category : allLogCategories)
+                logger.info("m", "f()", {.category = category});
+        });
+    threads.clear();
     std::map<std::string, int> countByCategory;
     for (const auto& entry : log.takeEntries())
         ++countByCategory[entry.category];
-    EXPECT_EQ(countByCategory.size(), allLogCategories.size());
-    for (const auto& [category, count] : countByCategory)
-        EXPECT_EQ(count, threadCount) << category;
+    for (const LogCategory category : allLogCategories) {
+        EXPECT_EQ(countByCategory[std::string(rawValue(category))], 8);
+        EXPECT_EQ(logCategory(rawValue(category)), category);
+    }
     EXPECT_EQ(logCategory("Network"), std::nullopt);
     EXPECT_EQ(logCategory("ssoExt"), std::nullopt);
-    for (const LogCategory category : allLogCategories)
-        EXPECT_EQ(logCategory(rawValue(category)), category);
 }
 
 } // namespace

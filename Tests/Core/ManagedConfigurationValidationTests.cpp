@@ -1,80 +1,72 @@
 #include "Core/ManagedConfigurationValidation.h"
 
-#include "Core/UnicodeText.h"
-
 #include <gtest/gtest.h>
 
 using namespace Core;
 using Platform::PropertyList;
+using Array = PropertyList::Array;
 using Kind = ValidationFinding::Kind;
 
 namespace {
 
-constexpr const char* listKey = "AllowedAppsBundleIdsForSSOExtension";
+using Kinds = std::vector<Kind>;
 
-struct ListCase {
-    const char* name;
-    PropertyList value;
-    TextList expected;
-    std::vector<std::pair<Kind, std::optional<std::size_t>>> findings;
-};
-
-class BundleIdListTest : public testing::TestWithParam<ListCase> {};
-
-TEST_P(BundleIdListTest, KeepsOnlyBundleIdentifiers)
+Kinds kindsOf(const std::vector<ValidationFinding>& findings)
 {
-    const ListCase& row = GetParam();
-    std::vector<ValidationFinding> findings;
-    const auto config = validateManagedConfiguration({{listKey, row.value}}, &findings);
-    EXPECT_EQ(config.allowedAppBundleIds, row.expected);
-    std::vector<std::pair<Kind, std::optional<std::size_t>>> kinds;
-    for (const auto& finding : findings) {
-        EXPECT_EQ(finding.key, listKey);
-        kinds.emplace_back(finding.kind, finding.index);
-    }
-    EXPECT_EQ(kinds, row.findings);
+    Kinds kinds;
+    for (const ValidationFinding& finding : findings)
+        kinds.push_back(finding.kind);
+    return kinds;
 }
 
-const ListCase listCases[] = {
-    {"CommaSeparated",
-     " com.acme.one , com.acme.two,,bad id,nodot,com.acme.one ",
-     {"com.acme.one", "com.acme.two", "com.acme.one"},
-     {{Kind::entryEmpty, 2},
-      {Kind::entryHasForbiddenCharacter, 3},
-      {Kind::entryHasNoDot, 4},
-      {Kind::entryRepeated, 5}}},
-    {"Array",
-     PropertyList::Array{" com.acme.one", "com_acme.two"},
-     {"com.acme.one"},
-     {{Kind::entryHasForbiddenCharacter, 1}}},
-    {"MixedArray", PropertyList::Array{"com.acme.one", 1}, {}, {{Kind::elementNotText, 1}}},
-    {"ArrayWithNull", PropertyList::Array{"com.acme.one", PropertyList()}, {}, {{Kind::elementNotText, 1}}},
-    {"CommasInArrayElements",
-     PropertyList::Array{"com.a,com.b"},
-     {},
-     {{Kind::entryHasForbiddenCharacter, 0}}},
-    {"EmptyArray", PropertyList::Array{}, {}, {}},
-    {"Number", 1.5, {}, {{Kind::wrongType, std::nullopt}}},
-    {"Dictionary", PropertyList::Dictionary{}, {}, {{Kind::wrongType, std::nullopt}}},
-    {"OddButAllowed", "a.b,-.-,.,COM.Acme.App", {"a.b", "-.-", ".", "COM.Acme.App"}, {}},
-    {"UnicodeSpaceAndLetters",
-     "\u3000com.acme.one\u2028,com.\u00e4cme,com.acme.one\nx",
-     {"com.acme.one"},
-     {{Kind::entryHasForbiddenCharacter, 1}, {Kind::entryHasForbiddenCharacter, 2}}},
-};
-INSTANTIATE_TEST_SUITE_P(Lists, BundleIdListTest, testing::ValuesIn(listCases),
-                         [](const auto& row) { return row.param.name; });
+TEST(BundleIdListTest, KeepsOnlyBundleIdentifiers)
+{
+    constexpr const char* key = "AllowedAppsBundleIdsForSSOExtension";
+    using enum ValidationFinding::Kind;
+    const struct {
+        PropertyList value;
+        TextList expected;
+        Kinds kinds;
+        /// Positions of the findings in the list.
+        std::vector<std::optional<std::size_t>> indexes;
+    } cases[] = {
+        {" com.acme.one , com.acme.two,,bad id,nodot,com.acme.one ",
+         {"com.acme.one", "com.acme.two", "com.acme.one"},
+         {entryEmpty, entryHasForbiddenCharacter, entryHasNoDot, entryRepeated},
+         {2, 3, 4, 5}},
+        {Array{" com.acme.one", "com_acme.two"}, {"com.acme.one"}, {entryHasForbiddenCharacter}, {1}},
+        {Array{"com.acme.one", 1}, {}, {elementNotText}, {1}},
+        {Array{"com.acme.one", PropertyList()}, {}, {elementNotText}, {1}},
+        {Array{"com.a,com.b"}, {}, {entryHasForbiddenCharacter}, {0}},
+        {Array{}, {}, {}, {}},
+        {1.5, {}, {wrongType}, {std::nullopt}},
+        {PropertyList::Dictionary{}, {}, {wrongType}, {std::nullopt}},
+        {"a.b,-.-,.,COM.Acme.App", {"a.b", "-.-", ".", "COM.Acme.App"}, {}, {}},
+        {"\u3000com.acme.one\u2028,com.\u00e4cme,com.acme.one\nx",
+         {"com.acme.one"},
+         {entryHasForbiddenCharacter, entryHasForbiddenCharacter},
+         {1, 2}},
+    };
+    for (const auto& [value, expected, kinds, indexes] : cases) {
+        SCOPED_TRACE(value.description());
+        std::vector<ValidationFinding> findings;
+        EXPECT_EQ(validateManagedConfiguration({{key, value}}, &findings).allowedAppBundleIds, expected);
+        EXPECT_EQ(kindsOf(findings), kinds);
+        for (std::size_t number = 0; number < findings.size(); ++number) {
+            EXPECT_EQ(findings[number].key, key);
+            EXPECT_EQ(findings[number].index, indexes.at(number));
+        }
+    }
+}
 
 TEST(ScalarTest, TrimsStringsFormatsNumbersAndDropsOtherTypes)
 {
-    struct Case {
-        PropertyList value;
-        std::optional<std::string> expected;
-    };
-    const Case cases[] = {
+    const std::pair<PropertyList, std::optional<std::string>> cases[] = {
         {"  key  ", "key"},
         {"\t\v\f\r\n\u0085\u00a0\u1680\u2000\u200a\u2029\u202f\u205f\u3000in ner\u2003", "in ner"},
-        {"\u200b", "\u200b"}, // A zero-width space is not white space.
+        {"\u200b", "\u200b"},                   // A zero-width space is not white space.
+        {"\x80 a \xe3\x80", "\x80 a \xe3\x80"}, // Trimming stops at invalid UTF-8.
+        {"\u3000", std::nullopt},
         {"   ", std::nullopt},
         {"", std::nullopt},
         {12345, "12345"},
@@ -94,48 +86,40 @@ TEST(ScalarTest, TrimsStringsFormatsNumbersAndDropsOtherTypes)
         {PropertyList(), std::nullopt},
     };
     for (const auto& [value, expected] : cases) {
-        const ValidatedConfig config = validateManagedConfiguration(
+        const auto config = validateManagedConfiguration(
             {{"OrganizationId", value}, {"api_key", value}, {"device_id", value}});
-        EXPECT_EQ(config.organizationId, expected) << value.description();
-        EXPECT_EQ(config.apiKey, expected) << value.description();
-        EXPECT_EQ(config.deviceId, expected) << value.description();
+        for (const auto& actual : {config.organizationId, config.apiKey, config.deviceId})
+            EXPECT_EQ(actual, expected) << value.description();
     }
 }
 
 TEST(BaseDomainTest, AlwaysStartsWithHTTPS)
 {
-    struct Case {
-        PropertyList value;
-        std::optional<std::string> expected;
-        std::vector<Kind> findings;
-    };
-    const Case cases[] = {
-        {"Acme.Corp", "https://Acme.Corp", {Kind::schemeAdded}},
-        {"HTTP://acme.corp/api", "https://acme.corp/api", {Kind::schemeUpgraded, Kind::carriesPath}},
-        {" HTTPS://Acme.Corp ", "HTTPS://Acme.Corp", {Kind::whiteSpaceTrimmed}},
+    using enum ValidationFinding::Kind;
+    const std::tuple<PropertyList, std::optional<std::string>, Kinds> cases[] = {
+        {"Acme.Corp", "https://Acme.Corp", {schemeAdded}},
+        {"HTTP://acme.corp/api", "https://acme.corp/api", {schemeUpgraded, carriesPath}},
+        {" HTTPS://Acme.Corp ", "HTTPS://Acme.Corp", {whiteSpaceTrimmed}},
         {"hTtPs://acme.corp/", "hTtPs://acme.corp/", {}},
-        {"", std::nullopt, {Kind::blank}},
-        {42, "https://42", {Kind::numberTakenAsText, Kind::schemeAdded}},
-        {true, "https://1", {Kind::booleanTakenAsText, Kind::schemeAdded}},
-        {"http://", "https://", {Kind::schemeUpgraded}},
-        {"ftp://acme.corp", "https://ftp://acme.corp", {Kind::schemeUnsupported}},
-        {"https://https://acme.corp", "https://https://acme.corp", {Kind::schemeUnsupported}},
-        {"https:/acme.corp", "https://https:/acme.corp", {Kind::schemeUnsupported}},
-        {"http://HTTP:/acme.corp", "https://HTTP:/acme.corp", {Kind::schemeUnsupported}},
-        {"acme:8443/ftp://x", "https://acme:8443/ftp://x", {Kind::schemeAdded, Kind::carriesPath}},
-        {"localhost:/x", "https://localhost:/x", {Kind::schemeAdded, Kind::carriesPath}},
-        {"\u201cacme\u201d", "https://\u201cacme\u201d", {Kind::quotationMarks, Kind::schemeAdded}},
-        {"'acme'", "https://'acme'", {Kind::quotationMarks, Kind::schemeAdded}},
-        {"'", "https://'", {Kind::schemeAdded}},
-        {"o'acme\u2019", "https://o'acme\u2019", {Kind::schemeAdded}},
+        {"", std::nullopt, {blank}},
+        {42, "https://42", {numberTakenAsText, schemeAdded}},
+        {true, "https://1", {booleanTakenAsText, schemeAdded}},
+        {"http://", "https://", {schemeUpgraded}},
+        {"ftp://acme.corp", "https://ftp://acme.corp", {schemeUnsupported}},
+        {"https://https://acme.corp", "https://https://acme.corp", {schemeUnsupported}},
+        {"https:/acme.corp", "https://https:/acme.corp", {schemeUnsupported}},
+        {"http://HTTP:/acme.corp", "https://HTTP:/acme.corp", {schemeUnsupported}},
+        {"acme:8443/ftp://x", "https://acme:8443/ftp://x", {schemeAdded, carriesPath}},
+        {"localhost:/x", "https://localhost:/x", {schemeAdded, carriesPath}},
+        {"\u201cacme\u201d", "https://\u201cacme\u201d", {quotationMarks, schemeAdded}},
+        {"'acme'", "https://'acme'", {quotationMarks, schemeAdded}},
+        {"'", "https://'", {schemeAdded}},
+        {"o'acme\u2019", "https://o'acme\u2019", {schemeAdded}},
     };
     for (const auto& [value, expected, kinds] : cases) {
         std::vector<ValidationFinding> findings;
         EXPECT_EQ(validateManagedConfiguration({{"base_domain", value}}, &findings).baseDomain, expected);
-        std::vector<Kind> found;
-        for (const auto& finding : findings)
-            found.push_back(finding.kind);
-        EXPECT_EQ(found, kinds) << value.description();
+        EXPECT_EQ(kindsOf(findings), kinds) << value.description();
     }
 }
 
@@ -144,12 +128,6 @@ TEST(ValidationTest, KeysAreCaseSensitiveAndMissingOnesAreAbsent)
     EXPECT_EQ(validateManagedConfiguration({}), ValidatedConfig());
     EXPECT_EQ(validateManagedConfiguration({{"organizationId", "x"}, {"BASE_DOMAIN", "x"}}),
               ValidatedConfig());
-}
-
-TEST(TrimmingTest, StopsAtInvalidUTF8)
-{
-    EXPECT_EQ(trimmed("\x80 a \xe3\x80"), "\x80 a \xe3\x80");
-    EXPECT_EQ(trimmed("\u3000"), "");
 }
 
 } // namespace
