@@ -39,6 +39,16 @@ protected:
         return data ? textOf(*data) : "none";
     }
 
+    template <typename Value>
+    std::optional<Value> resultOf(Task<Value> task)
+    {
+        std::optional<Value> result;
+        const auto await = [&](Task<Value> awaited) -> Task<void> { result = co_await std::move(awaited); };
+        spawn(scheduler.mainQueue, await(std::move(task)));
+        scheduler.runUntilIdle();
+        return result;
+    }
+
     ManualScheduler scheduler;
     RecordingUnifiedLog log;
     Core::Logger logger{std::make_unique<Core::OSLogSink>(log), "com.example"};
@@ -59,62 +69,44 @@ protected:
 
 TEST_F(PushTest, StoresAnnouncesAndLogsRemotePayload)
 {
-    const Dictionary alert{{"title", "T"}, {"body", "B"}, {"subtitle", "ignored"}};
-    struct Case {
-        const char* name;
-        Dictionary payload;
-        std::string expectedRecord;
-        std::string expectedContext;
+    const auto withAlert = [](PropertyList alert) {
+        return Dictionary{{"aps", Dictionary{{"alert", std::move(alert)}}}};
     };
-    const Case cases[] = {
-        {"alert",
-         {{"aps", Dictionary{{"alert", alert}}}, {"own", 1}},
-         R"({"title":"T","body":"B","date":60,"userInfoKeys":["aps","own"]})",
-         "{body=B, title=T}"},
-        {"short alert",
-         {{"aps", Dictionary{{"alert", "Hello"}}}},
-         R"({"title":"Hello","date":60,"userInfoKeys":["aps"]})",
-         "{body=, title=Hello}"},
-        {"silent",
-         {{"aps", Dictionary{{"content-available", 1}}}},
-         R"({"date":60,"userInfoKeys":["aps"]})",
-         "{body=, title=}"},
-        {"empty strings",
-         {{"aps", Dictionary{{"alert", Dictionary{{"title", ""}, {"body", ""}}}}}},
-         R"({"title":"","body":"","date":60,"userInfoKeys":["aps"]})",
-         "{body=, title=}"},
-        {"title and body of the wrong type",
-         {{"aps", Dictionary{{"alert", Dictionary{{"title", 5}, {"body", true}}}}}},
-         R"({"date":60,"userInfoKeys":["aps"]})",
-         "{body=, title=}"},
-        {"alert of the wrong type",
-         {{"aps", Dictionary{{"alert", 5}}}},
-         R"({"date":60,"userInfoKeys":["aps"]})",
-         "{body=, title=}"},
-        {"aps of the wrong type",
-         {{"aps", "text"}, {"alert", "not here"}},
-         R"({"date":60,"userInfoKeys":["alert","aps"]})",
-         "{body=, title=}"},
-        {"empty", {}, R"({"date":60,"userInfoKeys":[]})", "{body=, title=}"},
+    const struct {
+        Dictionary payload;
+        /// The stored record up to the date, and its keys.
+        std::string texts, keys;
+        std::string context = "{body=, title=}";
+    } cases[] = {
+        {withAlert(Dictionary{{"title", "T"}, {"body", "B"}, {"subtitle", "ignored"}}),
+         R"("title":"T","body":"B",)", R"("aps")", "{body=B, title=T}"},
+        {withAlert("Hello"), R"("title":"Hello",)", R"("aps")", "{body=, title=Hello}"},
+        {withAlert(Dictionary{{"title", ""}, {"body", ""}}), R"("title":"","body":"",)", R"("aps")"},
+        {withAlert(Dictionary{{"title", 5}, {"body", true}}), "", R"("aps")"},
+        {withAlert(5), "", R"("aps")"},
+        {{{"aps", Dictionary{{"content-available", 1}}}, {"own", 1}}, "", R"("aps","own")"},
+        {{{"aps", "text"}, {"alert", "not here"}}, "", R"("alert","aps")"},
+        {{}, "", ""},
     };
     scheduler.advance(60s);
-    for (const Case& row : cases) {
+    for (const auto& [payload, texts, keys, context] : cases) {
+        SCOPED_TRACE(PropertyList(payload).description());
+        const std::string record = "{" + texts + R"("date":60,"userInfoKeys":[)" + keys + "]}";
         domains.standard().removeObject(StorageKeys::processedNotificationPayloads);
         scheduler.runUntilIdle();
         announced.clear();
         std::vector<BackgroundFetchResult> results;
-        processor.processRemoteNotification(row.payload, [&](auto result, bool isStored) {
+        processor.processRemoteNotification(payload, [&](auto result, bool isStored) {
             EXPECT_TRUE(isStored);
-            EXPECT_EQ(history(), "[" + row.expectedRecord + "]") << "completed before it was stored";
+            EXPECT_EQ(history(), "[" + record + "]") << "completed before it was stored";
             results.push_back(result);
         });
-        EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData}) << row.name;
+        EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData});
         EXPECT_TRUE(announced.empty()) << "posted before the call returned";
-        EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + row.expectedContext})
-            << row.name;
+        EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + context});
         scheduler.runUntilIdle();
-        ASSERT_EQ(announced.size(), 1U) << row.name;
-        EXPECT_EQ(announced[0].userInfo, row.payload) << row.name;
+        ASSERT_EQ(announced.size(), 1U);
+        EXPECT_EQ(announced[0].userInfo, payload);
     }
 }
 
@@ -191,49 +183,36 @@ TEST_F(PushTest, ReadsPermissionStatusAndRequestsAuthorization)
 {
     FakeUserNotificationCenter userCenter(scheduler.utilityQueue);
     const NotificationPermissionManager manager(userCenter, logger);
-    std::vector<int> results;
-    const auto flow = [&](AuthorizationStatus status) -> Task<void> {
+    const std::tuple<AuthorizationStatus, bool> statuses[] = {{AuthorizationStatus::notDetermined, false},
+                                                              {AuthorizationStatus::denied, false},
+                                                              {AuthorizationStatus::authorized, true},
+                                                              {AuthorizationStatus::provisional, false},
+                                                              {AuthorizationStatus::ephemeral, false}};
+    for (const auto& [status, isAuthorized] : statuses) {
         userCenter.status = status;
-        auto current = manager.currentStatus();
-        results.push_back(static_cast<int>(co_await std::move(current)));
-        auto authorized = manager.isAuthorized();
-        results.push_back(co_await std::move(authorized) ? 1 : 0);
-    };
-    for (const auto status :
-         {AuthorizationStatus::notDetermined, AuthorizationStatus::denied, AuthorizationStatus::authorized,
-          AuthorizationStatus::provisional, AuthorizationStatus::ephemeral}) {
-        spawn(scheduler.mainQueue, flow(status));
-        scheduler.runUntilIdle();
+        EXPECT_EQ(resultOf(manager.currentStatus()), status);
+        EXPECT_EQ(resultOf(manager.isAuthorized()), isAuthorized);
     }
-    EXPECT_EQ(results, (std::vector{0, 0, 1, 0, 2, 1, 3, 0, 4, 0}));
-    EXPECT_TRUE(log.takeLines().empty());
+    EXPECT_EQ(log.takeLines(), Lines());
 
-    struct Case {
+    const struct {
         bool willGrant;
         std::optional<Error> error;
         bool expected;
-        const char* line;
-    };
-    const Case cases[] = {
+        std::string line;
+    } cases[] = {
         {true, std::nullopt, true, "Notification permission granted"},
         {false, std::nullopt, false, "Notification permission denied"},
         {true, Error{"T", "D", 3, "no", std::nullopt}, false, // Although the user has granted it.
          "Notification permission request failed | error={type=T, domain=D, code=3, description=no}"},
     };
-    for (const Case& row : cases) {
+    for (const auto& [willGrant, error, expected, line] : cases) {
         userCenter.status = AuthorizationStatus::notDetermined;
-        userCenter.willGrant = row.willGrant;
-        userCenter.error = row.error;
-        std::optional<bool> granted;
-        const auto requestOnce = [&]() -> Task<void> {
-            auto request = manager.requestAuthorization();
-            granted = co_await std::move(request);
-        };
-        spawn(scheduler.mainQueue, requestOnce());
-        scheduler.runUntilIdle();
-        EXPECT_EQ(granted, row.expected);
+        userCenter.willGrant = willGrant;
+        userCenter.error = error;
+        EXPECT_EQ(resultOf(manager.requestAuthorization()), expected);
         EXPECT_EQ(userCenter.requestedOptions, 7U);
-        EXPECT_EQ(log.takeLines(), Lines{row.line});
+        EXPECT_EQ(log.takeLines(), Lines{line});
     }
 }
 
@@ -244,96 +223,74 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
     OutcomeRecorder outcomes({store, scheduler, scheduler.mainQueue, scheduler});
     RemoteNotificationHandler handler({logger, domains, *this, session, scheduler.utilityQueue, outcomes});
     const Data token{std::byte{0x00}, std::byte{0xab}, std::byte{0x10}};
-    const Lines registered{"Remote notifications registered | context={tokenLength=3}"};
-    const std::string failed =
-        "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=1, "
-        "description=HTTP error: 500}";
-    using Kind = Outcome::Kind;
-    constexpr auto succeeded = Outcome::Result::succeeded;
-    constexpr auto failure = Outcome::Result::failed;
-    struct Case {
+    const std::string path = "apis/mdm/backend/device-api/v1/device/apple/devices/";
+    const auto uploadFailed = [](int code, const std::string& description) {
+        return "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=" +
+               std::to_string(code) + ", description=" + description + "}";
+    };
+    const auto succeeded = [](int status) {
+        return Outcome{Outcome::Result::succeeded, Outcome::Kind::none, status};
+    };
+    const auto failed = [](Outcome::Kind kind, int code) {
+        return Outcome{Outcome::Result::failed, kind, code};
+    };
+    const auto response = [](int status) { return URLResponse{{}, HTTPURLResponse{status, {}}}; };
+    const struct {
         std::optional<std::string> deviceId;
-        std::variant<std::int64_t, URLError> response;
-        Lines laterLines;
-        /// The device's part of the requested URL; null without a request.
-        const char* urlPart;
+        URLSession::Outcome outcome;
+        /// After the line of the registration.
+        Lines lines;
         /// Without its time.
         std::optional<Outcome> recorded;
-    };
-    const Case cases[] = {
+        bool isRequested = true;
+    } cases[] = {
+        {"DEV-123", response(204), {"Device token uploaded to backend"}, succeeded(204)},
+        {"a%2Fb%2e%2E/%41", response(200), {"Device token uploaded to backend"}, succeeded(200)},
         {"DEV-123",
-         204,
-         {"Device token uploaded to backend"},
-         "DEV-123",
-         Outcome{succeeded, Kind::none, 204}},
-        {"a/../b", 200, {"Device token uploaded to backend"}, "b", Outcome{succeeded, Kind::none, 200}},
-        {"a%2Fb%2e%2E/%2e%2e/%41",
-         200,
-         {"Device token uploaded to backend"},
-         "a%2Fb%2e%2E/%2e%2e/%41",
-         Outcome{succeeded, Kind::none, 200}},
-        {"DEV-123",
-         500,
-         {"API HTTP error | context={responseBody=, statusCode=500}", failed},
-         "DEV-123",
-         Outcome{failure, Kind::status, 500}},
+         response(500),
+         {"API HTTP error | context={responseBody=, statusCode=500}", uploadFailed(1, "HTTP error: 500")},
+         failed(Outcome::Kind::status, 500)},
         {"DEV-123",
          URLError(URLError::Code::timedOut, "canary"),
          {"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, code=-1001, "
           "description=canary}",
-          "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=2, "
-          "description=Network error: canary}"},
-         "DEV-123",
-         Outcome{failure, Kind::network, -1001}},
-        {"DEV 1",
-         200,
-         {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
-          "description=Invalid "
-          "base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/DEV 1/token}"},
-         nullptr,
-         Outcome{failure, Kind::address}},
+          uploadFailed(2, "Network error: canary")},
+         failed(Outcome::Kind::network, -1001)},
         {"a\0b"s,
-         200,
-         {"Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=0, "
-          "description=Invalid base URL: https://acme.corpapis/mdm/backend/device-api/v1/device/apple/devices/a\0b/token}"s},
-         nullptr,
-         Outcome{failure, Kind::address}},
-        {"", 200, {"Skipping token upload: no device ID in managed config"}, nullptr, {}},
-        {std::nullopt, 200, {"Skipping token upload: no device ID in managed config"}, nullptr, {}},
+         response(200),
+         {uploadFailed(0, "Invalid base URL: https://acme.corp" + path + "a\0b/token"s)},
+         failed(Outcome::Kind::address, 0),
+         false},
+        {"", response(200), {"Skipping token upload: no device ID in managed config"}, {}, false},
+        {std::nullopt, response(200), {"Skipping token upload: no device ID in managed config"}, {}, false},
     };
-    for (const Case& row : cases) {
+    for (const auto& [deviceId, outcome, laterLines, recorded, isRequested] : cases) {
+        SCOPED_TRACE(PropertyList(laterLines.back()).description());
         session.requests.clear();
         store.values.clear();
-        if (const auto* error = std::get_if<URLError>(&row.response))
-            session.outcome = *error;
-        else
-            session.outcome = URLResponse{{}, HTTPURLResponse{std::get<std::int64_t>(row.response), {}}};
-        configuredDeviceId = row.deviceId;
+        session.outcome = outcome;
+        configuredDeviceId = deviceId;
         handler.didRegisterForRemoteNotifications(token);
         EXPECT_TRUE(session.requests.empty()) << "started on the caller's queue";
         EXPECT_EQ(handler.storedDeviceToken(), "00ab10");
         scheduler.runUntilIdle();
-        Lines expected = registered;
-        expected.insert(expected.end(), row.laterLines.begin(), row.laterLines.end());
         Lines lines;
         for (const auto& entry : log.takeEntries()) {
             EXPECT_EQ(entry.category, entry.line.starts_with("API") ? "network" : "notifications");
             EXPECT_EQ(entry.type == LogType::error, entry.line.find("failed") != std::string::npos);
             lines.push_back(entry.line);
         }
-        EXPECT_EQ(lines, expected);
+        Lines expectedLines{"Remote notifications registered | context={tokenLength=3}"};
+        expectedLines.insert(expectedLines.end(), laterLines.begin(), laterLines.end());
+        EXPECT_EQ(lines, expectedLines);
         scheduler.advance(OutcomeRecorder::interval);
-        ASSERT_EQ(storedOutcomes(store).size(), row.recorded ? 1U : 0U);
-        if (row.recorded) {
-            Outcome recorded = storedOutcomes(store).at(Outcome::Subject::upload);
-            recorded.time = {};
-            EXPECT_EQ(recorded, *row.recorded) << PropertyList(row.laterLines.back()).description();
-        }
-        ASSERT_EQ(session.requests.size(), row.urlPart != nullptr ? 1U : 0U);
-        if (row.urlPart != nullptr) {
-            EXPECT_EQ(session.requests[0].url,
-                      "https://acme.corp/apis/mdm/backend/device-api/v1/device/apple/devices/" +
-                          std::string(row.urlPart) + "/token");
+        Outcomes stored = storedOutcomes(store);
+        for (auto& [subject, last] : stored)
+            last.time = {};
+        EXPECT_EQ(stored, recorded ? Outcomes({{Outcome::Subject::upload, *recorded}}) : Outcomes());
+        ASSERT_EQ(session.requests.size(), isRequested ? 1U : 0U);
+        if (isRequested) {
+            EXPECT_EQ(session.requests[0].url, "https://acme.corp/" + path + *deviceId + "/token");
             EXPECT_EQ(session.requests[0].httpMethod, "POST");
             EXPECT_EQ(textOf(*session.requests[0].httpBody), R"({"token":"00ab10"})");
         }
