@@ -27,61 +27,38 @@ static QColor over(const QColor& color, const QColor& background)
 }
 
 /// Text on orange and orange text have a given color, except with high contrast.
-TEST_F(ScreenTest, TextHasEnoughContrast)
+TEST_F(ScreenTest, TextAndFocusRingHaveEnoughContrast)
 {
-    for (const bool isContrastHigh : {false, true}) {
-        for (const bool isDark : {false, true}) {
-            for (const int screen : {0, 1, 2}) {
-                SCOPED_TRACE(std::to_string(screen) + (isDark ? " dark" : "") +
-                             (isContrastHigh ? " high" : ""));
-                open(screen > 0);
-                if (screen == 2)
-                    content->dashboard()->tapCard(Card::Sso);
-                appearance.set({.isDark = isDark, .isContrastHigh = isContrastHigh});
-                settle();
-                const QColor page = isDark && screen > 0 ? Qt::black : Qt::white;
-                for (const QQuickItem* text : itemsBelow(window.contentItem())) {
-                    if (!text->inherits("QQuickText") || !text->isVisible())
-                        continue;
-                    const QString words = text->property("text").toString();
-                    const auto color = text->property("color").value<QColor>();
-                    const QQuickItem* const strip = item("dashboard.warning");
-                    QColor background = page;
-                    if (strip != nullptr && strip->isAncestorOf(text))
-                        background = over(strip->property("color").value<QColor>(), page);
-                    const bool isOnOrange = words == "Get Started";
-                    if (isOnOrange)
-                        background = item("welcome.button")->property("color").value<QColor>();
-                    if (isContrastHigh || (!isOnOrange && words != "Tap to view details")) {
-                        EXPECT_GE(contrast(over(color, background), background), 4.5) << qPrintable(words);
-                    }
-                }
-            }
+    for (int number = 0; number < 12; ++number) {
+        const Screen screen = allScreens[number % 3];
+        const bool isDark = number / 3 % 2 == 1;
+        const bool isContrastHigh = number / 6 == 1;
+        SCOPED_TRACE(number);
+        open(screen);
+        appearance.set({.isDark = isDark, .isContrastHigh = isContrastHigh});
+        QTest::keyClick(&window, Qt::Key_Shift); // Shows the focus ring.
+        settle();
+        const QColor page = isDark && screen != Screen::welcome ? Qt::black : Qt::white;
+        const QQuickItem* const strip = item("dashboard.warning");
+        for (const QQuickItem* text : visibleTexts()) {
+            const QString words = text->property("text").toString();
+            const bool isOnOrange = words == "Get Started";
+            QColor background = page;
+            if (strip != nullptr && strip->isAncestorOf(text))
+                background = over(strip->property("color").value<QColor>(), page);
+            if (isOnOrange)
+                background = item("welcome.button")->property("color").value<QColor>();
+            const QColor color = over(text->property("color").value<QColor>(), background);
+            const bool isGiven = isOnOrange || words == "Tap to view details";
+            EXPECT_GE(contrast(color, background), isGiven && !isContrastHigh ? 1 : 4.5) << qPrintable(words);
         }
-    }
-}
-
-TEST_F(ScreenTest, FocusRingIsVisibleNextToEveryColorAndInsideTheWindow)
-{
-    for (const bool isDark : {false, true}) {
-        for (const int screen : {0, 1, 2}) {
-            SCOPED_TRACE(std::to_string(screen) + (isDark ? " dark" : ""));
-            appearance.set({.isDark = isDark});
-            open(screen > 0);
-            if (screen == 2)
-                content->dashboard()->tapCard(Card::Sso);
-            settle();
-            QTest::keyClick(&window, Qt::Key_Shift);
-            settle();
-            const QQuickItem* const ring = item("focusRing");
-            ASSERT_NE(ring, nullptr);
-            EXPECT_TRUE(QRectF(QPointF(), window.size()).contains(area(ring)));
-            const auto outer = ring->property("borderColor").value<QColor>();
-            const auto inner = ring->property("innerColor").value<QColor>();
-            const QColor page = isDark && screen > 0 ? Qt::black : Qt::white;
-            EXPECT_GE(contrast(outer, page), 3);
-            for (const QColor& adjacent : {page, QColor("#ff9500"), QColor("#ff9f0a"), QColor("#ffaa33")})
-                EXPECT_GE(std::max(contrast(outer, adjacent), contrast(inner, adjacent)), 3);
-        }
+        const QQuickItem* const ring = item("focusRing");
+        ASSERT_NE(ring, nullptr);
+        EXPECT_TRUE(QRectF(QPointF(), window.size()).contains(area(ring)));
+        const auto outer = ring->property("borderColor").value<QColor>();
+        const auto inner = ring->property("innerColor").value<QColor>();
+        EXPECT_GE(contrast(outer, page), 3);
+        for (const QColor& adjacent : {page, QColor("#ff9500"), QColor("#ff9f0a"), QColor("#ffaa33")})
+            EXPECT_GE(std::max(contrast(outer, adjacent), contrast(inner, adjacent)), 3);
     }
 }

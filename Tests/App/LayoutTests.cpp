@@ -1,7 +1,5 @@
 #include "Tests/App/ScreenTest.h"
 
-#include <QFontMetricsF>
-
 static constexpr QSize windowSizes[] = {{320, 480},  {320, 568},  {390, 844},
                                         {768, 1024}, {1024, 768}, {1366, 1024}};
 static constexpr double textScales[] = {1, 1.25, 2};
@@ -27,51 +25,36 @@ struct Visibility {
     qreal reachableBottom;
 };
 
-/// Checks that text is shown whole.
-static void expectWhole(const QQuickItem* text)
-{
-    const auto words = text->property("text").toString().split(u' ');
-    const QFontMetricsF metrics(text->property("font").value<QFont>());
-    const qreal room = text->width() - text->property("leftPadding").toReal() * 2;
-    for (const QString& word : words)
-        EXPECT_LE(metrics.horizontalAdvance(word), room + 0.5) << qPrintable(word);
-    EXPECT_FALSE(text->property("truncated").toBool());
-    EXPECT_EQ(text->property("textFormat").toInt(), int(Qt::PlainText));
-    EXPECT_LE(text->property("contentWidth").toReal(), text->width() + 0.5);
-}
-
 TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
 {
     for (int number = 0; number < 54; ++number) {
         const QSize size = windowSizes[number % 6];
         const double textScale = textScales[number / 6 % 3];
-        const int screen = number / 18;
-        SCOPED_TRACE("screen " + std::to_string(screen) + " at " + std::to_string(size.width()) + " x " +
+        const Screen screen = allScreens[number / 18];
+        SCOPED_TRACE("screen " + std::to_string(int(screen)) + " at " + std::to_string(size.width()) + " x " +
                      std::to_string(size.height()) + " with text of " + std::to_string(textScale));
         appearance.set({.textScale = textScale});
-        open(screen > 0, size);
-        if (screen == 2)
-            content->dashboard()->tapCard(Card::Sso);
-        settle();
-        std::vector<QRectF> texts;
-        for (const QQuickItem* each : itemsBelow(window.contentItem())) {
-            const Visibility visibility(each);
-            if (auto* accessible = QAccessible::queryAccessibleInterface(const_cast<QQuickItem*>(each));
-                accessible != nullptr && accessible->role() == QAccessible::Button) {
-                EXPECT_NE(accessible->text(QAccessible::Name), "");
-                EXPECT_GE(std::min(each->width(), each->height()), 44) << qPrintable(each->objectName());
-            }
-            if (each->objectName() == "welcome.getStarted") {
-                EXPECT_EQ(visibility.visible, visibility.whole);
-            }
-            if (!each->inherits("QQuickText") || !each->isVisible())
+        open(screen, size);
+        for (QQuickItem* each : itemsBelow(window.contentItem())) {
+            auto* accessible = QAccessible::queryAccessibleInterface(each);
+            if (accessible == nullptr || accessible->role() != QAccessible::Button)
                 continue;
-            SCOPED_TRACE(each->property("text").toString().toStdString());
+            EXPECT_NE(accessible->text(QAccessible::Name), "");
+            EXPECT_GE(std::min(each->width(), each->height()), 44) << qPrintable(each->objectName());
+        }
+        if (screen == Screen::welcome) {
+            const Visibility button(item("welcome.getStarted"));
+            EXPECT_EQ(button.visible, button.whole);
+        }
+        std::vector<QRectF> texts;
+        for (const QQuickItem* each : visibleTexts()) {
             expectWhole(each);
+            const Visibility visibility(each);
             EXPECT_TRUE(visibility.whole.left() >= 0 && visibility.whole.right() <= size.width());
             EXPECT_LE(visibility.whole.bottom(), visibility.reachableBottom);
             for (const QRectF& other : texts)
-                EXPECT_FALSE(other.intersects(visibility.visible));
+                EXPECT_FALSE(other.intersects(visibility.visible))
+                    << qPrintable(each->property("text").toString());
             texts.push_back(visibility.visible);
         }
     }
@@ -80,7 +63,7 @@ TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
 TEST_F(ScreenTest, LargeTextMakesCardsGrowInOneColumn)
 {
     appearance.set({.textScale = 2});
-    open(true);
+    open(Screen::dashboard);
     const QQuickItem* first = item("dashboard.card.person.badge.key");
     EXPECT_EQ(first->width(), 350);
     EXPECT_EQ(area(item("dashboard.card.tv.and.mediabox")).left(), area(first).left());
@@ -92,7 +75,7 @@ TEST_F(ScreenTest, LargeTextMakesCardsGrowInOneColumn)
 /// Lines of a paragraph have about the same length: no word is alone on the last one.
 TEST_F(ScreenTest, ParagraphsAreBalanced)
 {
-    open(false, {1024, 768});
+    open(Screen::welcome, {1024, 768});
     const QQuickItem* text = item("welcome.text");
     EXPECT_EQ(text->property("lineCount"), 2);
     EXPECT_LT(text->property("contentWidth").toReal(), 400);
@@ -101,56 +84,52 @@ TEST_F(ScreenTest, ParagraphsAreBalanced)
 TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
 {
     appearance.set({.textScale = 2});
-    for (int screen = 0; screen < 3; ++screen) {
-        SCOPED_TRACE(screen);
-        open(screen > 0, {320, 568});
-        if (screen == 2)
-            content->dashboard()->tapCard(Card::Sso);
-        settle();
+    for (const Screen screen : allScreens) {
+        SCOPED_TRACE(int(screen));
+        open(screen, {320, 568});
         for (int count = 0; count < 8; ++count)
             animations.pass(250);
-        EXPECT_EQ(item("scroll.indicator")->opacity(), 0) << "it was visible for a moment";
+        const auto indicator = [&] { return item("scroll.indicator"); };
+        EXPECT_EQ(indicator()->opacity(), 0) << "it was visible for a moment";
         QTest::keyClick(&window, Qt::Key_Shift); // Shows the focus ring.
         const auto bar = [&] { return window.grabWindow().copy(0, 0, 640, 2 * 44); };
         const QImage barBefore = bar();
-        const auto items = itemsBelow(window.contentItem());
-        const auto scroll = std::ranges::find_if(items, [](const QQuickItem* each) {
-            return each->isVisible() && each->inherits("QQuickFlickable");
-        });
-        ASSERT_NE(scroll, items.end());
-        const qreal viewHeight = (*scroll)->height();
-        const qreal end = (*scroll)->property("contentHeight").toReal() - viewHeight;
-        const auto bounded = [&](qreal position) { return std::clamp(position, 0.0, end); };
+        const QQuickItem* const scroll = item("QQuickFlickable");
+        const auto position = [&] { return scroll->property("contentY").toReal(); };
+        const qreal viewHeight = scroll->height();
+        const qreal end = scroll->property("contentHeight").toReal() - viewHeight;
+        const auto bounded = [&](qreal wanted) { return std::clamp(wanted, 0.0, end); };
         const std::pair<Qt::Key, qreal> keys[] = {{Qt::Key_End, end},
                                                   {Qt::Key_PageUp, bounded(end - viewHeight + 44)},
                                                   {Qt::Key_Home, 0},
                                                   {Qt::Key_PageDown, bounded(viewHeight - 44)},
                                                   {Qt::Key_Home, 0}};
-        for (const auto& [key, position] : keys) {
+        for (const auto& [key, expected] : keys) {
             QTest::keyClick(&window, key);
             animations.pass(250);
-            EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
-            EXPECT_NEAR((*scroll)->property("contentY").toReal(), position, 1) << key;
-            const QRectF track = area(*scroll).adjusted(0, 4, 0, -4);
+            EXPECT_EQ(indicator()->opacity(), 1);
+            EXPECT_NEAR(position(), expected, 1) << key;
+            const QRectF track = area(scroll).adjusted(0, 4, 0, -4);
             if (key == Qt::Key_End) {
-                EXPECT_NEAR(area(item("scroll.indicator")).bottom(), track.bottom(), 1);
-            } else if (key == Qt::Key_Home) {
-                EXPECT_NEAR(area(item("scroll.indicator")).top(), track.top(), 1);
+                EXPECT_NEAR(area(indicator()).bottom(), track.bottom(), 1);
             }
-            if (screen == 2) {
+            if (key == Qt::Key_Home) {
+                EXPECT_NEAR(area(indicator()).top(), track.top(), 1);
+            }
+            if (screen == Screen::detail) {
                 EXPECT_EQ(bar(), barBefore) << "the content is below the bar";
             }
         }
         for (int count = 0; count < 2; ++count)
             QTest::keyClick(&window, Qt::Key_Down);
         animations.pass(250);
-        if (screen != 1) { // There, the keys move between the cards.
-            EXPECT_NEAR((*scroll)->property("contentY").toReal(), bounded(88), 1);
+        if (screen != Screen::dashboard) { // There, the keys move between the cards.
+            EXPECT_NEAR(position(), bounded(88), 1);
         }
         animations.pass(900);
-        EXPECT_EQ(item("scroll.indicator")->opacity(), 1);
+        EXPECT_EQ(indicator()->opacity(), 1);
         animations.pass(250);
-        EXPECT_EQ(item("scroll.indicator")->opacity(), 0);
+        EXPECT_EQ(indicator()->opacity(), 0);
     }
 }
 
@@ -179,7 +158,7 @@ TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
         QGuiApplication::setLayoutDirection(direction);
         SCOPED_TRACE(std::string(cards[from]) + " key " + std::to_string(key));
         appearance.set({.textScale = textScale});
-        open(true, {320, 568});
+        open(Screen::dashboard, {320, 568});
         QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2}); // Hides the focus ring.
         item(cards[from])->forceActiveFocus();
         QTest::keyClick(&window, key);
@@ -193,7 +172,7 @@ TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
 
 TEST_F(ScreenTest, TabReachesEveryButton)
 {
-    open(true);
+    open(Screen::dashboard);
     for (const char* next : {"dashboard.card.tv.and.mediabox", "dashboard.card.bell.badge",
                              "dashboard.openSettings", "dashboard.card.person.badge.key"}) {
         QTest::keyClick(&window, Qt::Key_Tab);
@@ -204,7 +183,7 @@ TEST_F(ScreenTest, TabReachesEveryButton)
 TEST_F(ScreenTest, FocusScrollsIntoViewOnlyForTheKeyboard)
 {
     appearance.set({.textScale = 2});
-    open(true, {320, 300}); // Smaller than a card.
+    open(Screen::dashboard, {320, 300}); // Smaller than a card.
     QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2});
     QQuickItem* const card = item("dashboard.card.bell.badge");
     ASSERT_GT(card->height(), 300);
@@ -221,9 +200,9 @@ TEST_F(ScreenTest, FocusScrollsIntoViewOnlyForTheKeyboard)
 /// the window.
 TEST_F(ScreenTest, EmptySpaceNeedsNoScrollIndicator)
 {
-    open(true, {1024, 768});
+    open(Screen::dashboard, {1024, 768});
     EXPECT_GT(area(item("dashboard.content")).bottom(), 768);
     EXPECT_EQ(item("scroll.indicator"), nullptr);
-    open(true, {1024, 600});
+    open(Screen::dashboard, {1024, 600});
     EXPECT_NE(item("scroll.indicator"), nullptr);
 }

@@ -1,57 +1,48 @@
 #include "Tests/App/ScreenTest.h"
 
-/// Changes that end in the state in which they began, or in a state that a new window can start with.
-static const struct {
-    const char* name;
-    void (*change)(QQuickWindow& window, AppearanceModel& appearance, const std::function<void()>& settle);
-} changes[] = {
-    {"dark",
-     [](QQuickWindow& /*window*/, AppearanceModel& appearance, const std::function<void()>& settle) {
-         settle();
-         appearance.set({.isDark = true});
-     }},
-    {"dark and back",
-     [](QQuickWindow& /*window*/, AppearanceModel& appearance, const std::function<void()>& settle) {
-         for (const bool isDark : {true, false}) {
-             settle();
-             appearance.set({.isDark = isDark});
-         }
-     }},
-    {"larger text and back",
-     [](QQuickWindow& /*window*/, AppearanceModel& appearance, const std::function<void()>& settle) {
-         for (const double textScale : {2.0, 1.0}) {
-             settle();
-             appearance.set({.textScale = textScale});
-         }
-     }},
-    {"focus ring shown twice",
-     [](QQuickWindow& window, AppearanceModel& /*appearance*/, const std::function<void()>& settle) {
-         QTest::keyClick(&window, Qt::Key_Tab);
-         settle();
-         QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2});
-         settle();
-         QTest::keyClick(&window, Qt::Key_Backtab, Qt::ShiftModifier);
-     }},
-    {"larger window and back",
-     [](QQuickWindow& window, AppearanceModel& /*appearance*/, const std::function<void()>& settle) {
-         for (const QSize size : {QSize(1024, 768), QSize(390, 844)}) {
-             window.resize(size);
-             settle();
-         }
-     }},
-};
-
+/// Each change ends in the state in which it began, or in a state that a new window can start with.
 TEST_F(ScreenTest, ChangedWindowLooksLikeNewWindow)
 {
-    for (const bool hasLaunchedBefore : {false, true}) {
+    const auto visit = [this](const std::vector<Appearance>& appearances) {
+        for (const Appearance& each : appearances) {
+            settle();
+            appearance.set(each);
+        }
+    };
+    const std::pair<const char*, std::function<void()>> changes[] = {
+        {"dark", [&] { visit({{.isDark = true}}); }},
+        {"dark and back",
+         [&] {
+             visit({{.isDark = true}, {}});
+         }},
+        {"larger text and back",
+         [&] {
+             visit({{.textScale = 2}, {}});
+         }},
+        {"focus ring shown twice",
+         [&] {
+             QTest::keyClick(&window, Qt::Key_Tab);
+             settle();
+             QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2});
+             settle();
+             QTest::keyClick(&window, Qt::Key_Backtab, Qt::ShiftModifier);
+         }},
+        {"larger window and back",
+         [&] {
+             window.resize(1024, 768);
+             settle();
+             window.resize(390, 844);
+         }},
+    };
+    for (const Screen screen : {Screen::welcome, Screen::dashboard}) {
         for (const auto& [name, change] : changes) {
             appearance.set({});
-            open(hasLaunchedBefore);
-            change(window, appearance, [this] { settle(); });
+            open(screen);
+            change();
             settle();
             const QImage changed = window.grabWindow();
-            open(hasLaunchedBefore);
-            EXPECT_TRUE(changed == window.grabWindow()) << name << ", dashboard: " << hasLaunchedBefore;
+            open(screen);
+            EXPECT_TRUE(changed == window.grabWindow()) << name << ", screen " << int(screen);
         }
     }
 }

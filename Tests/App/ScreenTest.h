@@ -13,11 +13,13 @@
 
 #include <QAccessible>
 #include <QAnimationDriver>
+#include <QFontMetricsF>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQmlProperty>
 #include <QQuickItem>
 #include <QQuickView>
+#include <QRegularExpression>
 #include <QTest>
 #include <gmock/gmock.h>
 
@@ -89,6 +91,26 @@ inline std::string look(const QQuickItem* item)
     return qPrintable(words.join(", "));
 }
 
+/// Checks that a text is shown whole, and no word of it broken.
+inline void expectWhole(const QQuickItem* text, const char* wordEnd = " ")
+{
+    const QString words = text->property("text").toString();
+    SCOPED_TRACE(words.toStdString());
+    EXPECT_FALSE(text->property("truncated").toBool());
+    EXPECT_EQ(text->property("textFormat").toInt(), int(Qt::PlainText));
+    EXPECT_LE(text->property("contentWidth").toReal(), text->width() + 0.5);
+    if (words.front().unicode() >= 0x3000)
+        return; // Japanese has no spaces and breaks between most characters.
+    const QFontMetricsF metrics(text->property("font").value<QFont>());
+    const qreal room = text->width() - text->property("leftPadding").toReal() * 2;
+    for (const QString& word : words.split(QRegularExpression(wordEnd)))
+        EXPECT_LE(metrics.horizontalAdvance(word), room + 0.5) << qPrintable(word);
+}
+
+/// The screens of the app; `detail` is that of the first card.
+enum class Screen { welcome, dashboard, detail };
+static constexpr Screen allScreens[] = {Screen::welcome, Screen::dashboard, Screen::detail};
+
 /// Runs the real screens in a window, on fakes.
 class ScreenTest : public Test {
 protected:
@@ -101,10 +123,12 @@ protected:
         scheduler.runUntilIdle();
     }
 
-    void open(std::optional<bool> hasLaunchedBefore, QSize size = {390, 844})
+    void open(Screen screen, QSize size = {390, 844})
     {
-        if (hasLaunchedBefore)
-            domains.standard().set("hasLaunchedBefore", *hasLaunchedBefore);
+        // Nothing is stored at the first launch.
+        if (const bool isSecond = screen != Screen::welcome;
+            domains.standard().boolean("hasLaunchedBefore") != isSecond)
+            domains.standard().set("hasLaunchedBefore", isSecond);
         center.status = AuthorizationStatus::denied;
         window.setSource({});
         content = std::make_unique<ContentView>(ports);
@@ -117,6 +141,13 @@ protected:
         window.show();
         EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
         settle();
+        if (screen == Screen::detail)
+            openCard(Card::Sso);
+    }
+    void openCard(Card card)
+    {
+        content->dashboard()->tapCard(card);
+        settle();
     }
     /// Finishes queued work and running animations, and updates the layout.
     void settle()
@@ -126,15 +157,22 @@ protected:
             animations.pass(250);
         window.grabWindow();
     }
-    /// Returns the first visible item in `parent` with this object name, text or symbol; null if none.
+    /// Returns the first visible item in `parent` with this object name, text, symbol or class; null if none.
     [[nodiscard]] QQuickItem* item(const QString& name, const QQuickItem* parent = nullptr) const
     {
         const auto items = itemsBelow(parent != nullptr ? parent : window.contentItem());
         const auto found = std::ranges::find_if(items, [&](const QQuickItem* each) {
             const auto is = [&](const char* property) { return each->property(property) == name; };
-            return each->isVisible() && (is("objectName") || is("text") || is("name"));
+            return each->isVisible() &&
+                   (is("objectName") || is("text") || is("name") || each->inherits(qPrintable(name)));
         });
         return found != items.end() ? *found : nullptr;
+    }
+    [[nodiscard]] QList<QQuickItem*> visibleTexts() const
+    {
+        QList<QQuickItem*> texts = itemsBelow(window.contentItem());
+        texts.removeIf([](auto* each) { return !each->inherits("QQuickText") || !each->isVisible(); });
+        return texts;
     }
     /// Whether there is an item with this object name, visible or not.
     [[nodiscard]] bool isLoaded(const QString& name) const

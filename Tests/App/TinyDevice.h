@@ -16,26 +16,25 @@
 #include <string>
 #include <vector>
 
+using namespace Platform;
+
 /// A minimal device in memory, on the main queue: about the least that a port must implement.
-class TinyDevice final : public Platform::Device,
-                         public Platform::NotificationPreferences,
-                         public Platform::Application {
+class TinyDevice final : public Device, public NotificationPreferences, public Application {
 public:
-    explicit TinyDevice(const Platform::EventLoop& loop) : m_loop(loop) {}
+    explicit TinyDevice(const EventLoop& loop) : m_loop(loop) {}
 
     // Platform::Device
-    Platform::AppearanceSource& appearance() override { return reportedAppearance; }
-    Platform::NotificationPreferences& notificationPreferences() override { return *this; }
-    Platform::UserDefaults& systemStore() override { return store; }
-    const Platform::Services& connect(const Platform::SystemInterface& interface) override
+    AppearanceSource& appearance() override { return reportedAppearance; }
+    NotificationPreferences& notificationPreferences() override { return *this; }
+    UserDefaults& systemStore() override { return store; }
+    const Services& connect(const SystemInterface& interface) override
     {
         m_openSettings = interface.openSettings;
         return m_services;
     }
     void start() override
     {
-        if (const auto delegate = m_delegate.lock())
-            delegate->didFinishLaunching();
+        delegate()->didFinishLaunching();
         isStarted = true;
     }
     void stop() override { onStop(); }
@@ -44,40 +43,33 @@ public:
     void setHasWindow(bool isThere) override { hasWindow = isThere; }
 
     // Platform::NotificationPreferences
-    [[nodiscard]] Platform::AuthorizationStatus authorizationStatus() const override
-    {
-        return notifications.status;
-    }
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override { return notifications.status; }
     void setAllowed(bool) override {}
     [[nodiscard]] std::string notificationServer() const override { return {}; }
     [[nodiscard]] std::string pushSource() const override { return "Nowhere"; }
 
     // Platform::Application
-    void setDelegate(std::weak_ptr<Platform::ApplicationDelegate> delegate) override
+    void setDelegate(std::weak_ptr<ApplicationDelegate> delegate) override
     {
         m_delegate = std::move(delegate);
     }
     void registerForRemoteNotifications() override
     {
         m_loop.mainQueue.async([this] {
-            if (const auto delegate = m_delegate.lock())
-                delegate->didRegisterForRemoteNotifications({std::byte{0xab}, std::byte{0xcd}});
+            delegate()->didRegisterForRemoteNotifications({std::byte{0xab}, std::byte{0xcd}});
         });
     }
     void open(std::string_view) override { m_openSettings(); }
 
 private:
-    const Platform::EventLoop m_loop;
-    Platform::NotificationCenter m_center;
-    Platform::SystemClock m_clock;
+    const EventLoop m_loop;
+    NotificationCenter m_center;
+    SystemClock m_clock;
     std::function<void()> m_openSettings = [] {};
-    std::weak_ptr<Platform::ApplicationDelegate> m_delegate;
+    std::weak_ptr<ApplicationDelegate> m_delegate;
 
 public:
-    [[nodiscard]] std::shared_ptr<Platform::ApplicationDelegate> delegate() const
-    {
-        return m_delegate.lock();
-    }
+    [[nodiscard]] std::shared_ptr<ApplicationDelegate> delegate() const { return m_delegate.lock(); }
 
     bool isStarted = false;
     bool hasWindow = false;
@@ -92,18 +84,18 @@ public:
     FakeUserDefaultsDomains defaults{m_center, m_loop.mainQueue};
 
 private:
-    Platform::OutcomeRecorder m_outcomes{{store, m_clock, m_loop.mainQueue, m_loop.timers}};
-    const Platform::Services m_services{.userDefaults = defaults,
-                                        .notificationCenter = m_center,
-                                        .mainQueue = m_loop.mainQueue,
-                                        .utilityQueue = m_loop.mainQueue,
-                                        .defaultQueue = m_loop.mainQueue,
-                                        .timers = m_loop.timers,
-                                        .clock = m_clock,
-                                        .log = log,
-                                        .urlSession = network,
-                                        .userNotificationCenter = notifications,
-                                        .outcomes = m_outcomes,
-                                        .application = *this,
-                                        .bundleIdentifier = "com.example.tiny"};
+    OutcomeRecorder m_outcomes{{store, m_clock, m_loop.mainQueue, m_loop.timers}};
+    const Services m_services{.userDefaults = defaults,
+                              .notificationCenter = m_center,
+                              .mainQueue = m_loop.mainQueue,
+                              .utilityQueue = m_loop.mainQueue,
+                              .defaultQueue = m_loop.mainQueue,
+                              .timers = m_loop.timers,
+                              .clock = m_clock,
+                              .log = log,
+                              .urlSession = network,
+                              .userNotificationCenter = notifications,
+                              .outcomes = m_outcomes,
+                              .application = *this,
+                              .bundleIdentifier = "com.example.tiny"};
 };

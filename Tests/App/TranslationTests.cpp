@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFontMetricsF>
 #include <QTranslator>
 #include <QXmlStreamReader>
 
@@ -138,12 +137,14 @@ class TranslatedScreenTest : public ScreenTest, protected NotificationPreference
 protected:
     void visitScreens(QSize size, const std::function<void(const std::string& screen)>& visit)
     {
-        for (int screen = 0; screen < 5; ++screen) {
-            open(screen > 0, size);
-            if (screen > 1)
-                content->dashboard()->tapCard(Card(screen - 1));
-            settle();
-            visit("screen " + std::to_string(screen));
+        open(Screen::welcome, size);
+        visit("welcome");
+        open(Screen::dashboard, size);
+        visit("dashboard");
+        for (const Card card : {Card::Sso, Card::RemoteCasting, Card::Notifications}) {
+            open(Screen::dashboard, size);
+            openCard(card);
+            visit("card " + std::to_string(int(card)));
         }
         content->dashboard()->goBack();
         Desktop::Shell shell({*this, scheduler}, "Quorvane MDM");
@@ -200,22 +201,14 @@ TEST_F(TranslatedScreenTest, PseudoLanguageFindsNoUnmarkedString)
 
 TEST_F(TranslatedScreenTest, NoLanguageIsCutBrokenOrTiny)
 {
-    const auto expectWhole = [&](QSize size, const char* exception = "none") {
+    const auto expectWholeTexts = [&](QSize size, const char* exception = "none") {
         visitScreens(size, [&](const std::string& screen) {
-            for (const QQuickItem* each : itemsBelow(window.contentItem())) {
-                if (!each->inherits("QQuickText") || !each->isVisible() || each->objectName() == exception)
+            SCOPED_TRACE(screen);
+            for (const QQuickItem* text : visibleTexts()) {
+                if (text->objectName() == exception)
                     continue;
-                const QString text = each->property("text").toString();
-                SCOPED_TRACE(screen + ": " + text.toStdString());
-                const auto font = each->property("font").value<QFont>();
-                EXPECT_FALSE(each->property("truncated").toBool());
-                EXPECT_LE(each->property("contentWidth").toReal(), each->width() + 0.5);
-                EXPECT_GE(font.pixelSize(), 9);
-                // Japanese has no spaces and breaks between most characters.
-                const bool hasWords = text.front().unicode() < 0x3000;
-                for (const QString& word : text.split(QRegularExpression("[ -]")))
-                    EXPECT_LE(hasWords ? QFontMetricsF(font).horizontalAdvance(word) : 0, each->width() + 0.5)
-                        << qPrintable(word);
+                expectWhole(text, "[ -]");
+                EXPECT_GE(text->property("font").value<QFont>().pixelSize(), 9);
             }
         });
     };
@@ -223,19 +216,19 @@ TEST_F(TranslatedScreenTest, NoLanguageIsCutBrokenOrTiny)
         SCOPED_TRACE("pseudo");
         const PseudoLanguage language;
         // Longer than any language: at the normal text size, a card may have no room for its description.
-        expectWhole({390, 844}, "description");
+        expectWholeTexts({390, 844}, "description");
         appearance.set({.textScale = 2});
-        expectWhole({320, 568});
+        expectWholeTexts({320, 568});
         appearance.set({});
     }
     for (const QString& language : translatedLanguages) {
         SCOPED_TRACE(language.toStdString());
         const UntranslatedApplication translated;
         installTranslation(*qGuiApp, {language});
-        expectWhole({390, 844});
-        expectWhole({320, 568});
+        expectWholeTexts({390, 844});
+        expectWholeTexts({320, 568});
         appearance.set({.textScale = 2});
-        expectWhole({320, 568});
+        expectWholeTexts({320, 568});
         appearance.set({});
     }
 }
@@ -278,27 +271,6 @@ TEST_F(TranslatedScreenTest, RightToLeftLayoutMirrorsEveryItem)
         QGuiApplication::setLayoutDirection(Qt::RightToLeft);
         visitScreens(size, visit);
         QGuiApplication::setLayoutDirection(Qt::LeftToRight);
-    }
-}
-
-TEST_F(TranslatedScreenTest, RightToLeftLayoutMirrorsTransitionAndBackGesture)
-{
-    for (const bool isMirrored : {false, true}) {
-        QGuiApplication::setLayoutDirection(isMirrored ? Qt::RightToLeft : Qt::LeftToRight);
-        open(true);
-        content->dashboard()->tapCard(Card::Sso);
-        animations.pass(175);
-        EXPECT_EQ(item("navigation.destination")->x(), isMirrored ? -195 : 195);
-        settle();
-        for (const bool startsAtRight : {!isMirrored, isMirrored}) {
-            const auto x = [&](int distance) { return startsAtRight ? 390 - distance : distance; };
-            QTest::mousePress(&window, Qt::LeftButton, {}, {x(5), 400});
-            for (const int distance : {60, 150, 240})
-                QTest::mouseMove(&window, {x(distance), 400});
-            QTest::mouseRelease(&window, Qt::LeftButton, {}, {x(240), 400});
-            settle();
-            EXPECT_EQ(item("navigation.destination") == nullptr, startsAtRight == isMirrored);
-        }
     }
 }
 
