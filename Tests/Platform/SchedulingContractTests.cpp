@@ -98,9 +98,9 @@ TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
         const auto invalidated = timers->scheduledTimer(5ms, into("invalidated"));
         auto destroyed = timers->scheduledTimer(5ms, into("destroyed"));
         std::unique_ptr<Timer> restarted;
-        const TimerScheduler::Block restart = [&] {
+        const TimerScheduler::Block restart = [&, name = std::string("restarting, as a text on the heap")] {
             restarted = timers->scheduledTimer(5ms, into("restarted")); // Destroys the timer that fires.
-            fired.emplace_back("restarting");
+            fired.push_back(name);
         };
         restarted = timers->scheduledTimer(60ms, restart);
         const auto immediate = timers->scheduledTimer(0ms, into("immediate"));
@@ -109,8 +109,8 @@ TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
         invalidated->invalidate();
         destroyed.reset();
         settle();
-        EXPECT_EQ(fired,
-                  (std::vector<std::string>{"immediate", "sooner", "later", "restarting", "restarted"}));
+        EXPECT_EQ(fired, (std::vector<std::string>{"immediate", "sooner", "later",
+                                                   "restarting, as a text on the heap", "restarted"}));
         sooner->invalidate();
     });
 }

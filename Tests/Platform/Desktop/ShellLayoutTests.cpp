@@ -35,10 +35,9 @@ TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
                             "Allow Notifications",
                             "Shown by: In this window",
                             "Delivered by: UnifiedPush (org.example.Push)"};
-    shell.attach(engine, *window);
+    attach();
     EXPECT_EQ(accessibleNames(), content);
-    shell.openSettings();
-    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    openSettings();
     EXPECT_EQ(accessibleNames(), sheet);
     shell.requestPermission([](bool) {});
     ASSERT_TRUE(hasFocus("shell.allow"));
@@ -85,7 +84,7 @@ TEST_F(ShellTest, LimitsAndAnnouncesTheTextScale)
 TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
 {
     server = "A notification server 1.2.3";
-    shell.attach(engine, *window);
+    attach();
     for (const QSize size :
          {QSize(320, 300), QSize(320, 568), QSize(699, 600), QSize(700, 600), QSize(1024, 768)}) {
         for (const double textScale : {1.0, 2.0}) {
@@ -109,8 +108,7 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
             EXPECT_TRUE(refusal.height() >= 44 && consent.height() >= 44);
             tap("shell.allow");
 
-            shell.openSettings();
-            ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+            openSettings();
             EXPECT_EQ(texts().size(), 7);
             EXPECT_TRUE(whole.adjusted(0, 44, 0, 0).contains(dialogArea()));
             EXPECT_TRUE(dialogArea().contains(area("shell.settings.done")));
@@ -127,7 +125,7 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
             EXPECT_EQ(banner.width(), std::min(400 * textScale, size.width() - 16.0));
             EXPECT_NEAR(banner.center().x(), whole.center().x(), 1);
             EXPECT_EQ(banner.top(), 8);
-            clock.advance(Desktop::NotificationBanner::viewTime);
+            outwaitBanner();
         }
     }
 }
@@ -135,7 +133,7 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
 TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
 {
     resize({320, 200});
-    shell.attach(engine, *window);
+    attach();
     for (const char* focused : {"shell.allow", "shell.settings.allowNotifications"}) {
         if (QByteArray(focused) == "shell.allow")
             ask("it");
@@ -164,7 +162,7 @@ TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
 
 TEST_F(ShellTest, MotionIsAnimatedUnlessReduced)
 {
-    shell.attach(engine, *window);
+    attach();
     for (const bool isReduced : {true, false}) {
         for (const QSize size : {QSize(320, 568), QSize(1024, 768)}) {
             SCOPED_TRACE(std::to_string(size.width()) + (isReduced ? " reduced" : ""));
@@ -175,16 +173,11 @@ TEST_F(ShellTest, MotionIsAnimatedUnlessReduced)
                 EXPECT_TRUE(waitFor(hasEnded)) << what;
             };
             ask("it");
-            const auto press = [&] {
-                accessible("shell.allow")
-                    ->actionInterface()
-                    ->doAction(QAccessibleActionInterface::pressAction());
-            };
             if (!isReduced)
-                press(); // Before the user has seen the question.
+                doAction("shell.allow", "Press"); // Before the user has seen the question.
             EXPECT_EQ(events, "");
             expectMotion("panel", [&] { return dialog()->opacity() == 1 && dialog()->scale() == 1; });
-            press();
+            doAction("shell.allow", "Press");
             EXPECT_EQ(std::exchange(events, ""), "it allowed ");
             expectMotion("panel ends", [&] { return !item("shell.allow")->isVisible(); });
 
@@ -202,7 +195,7 @@ TEST_F(ShellTest, MotionIsAnimatedUnlessReduced)
             EXPECT_EQ(accessible("shell.banner")->role(), QAccessible::Notification);
             EXPECT_EQ(accessible("shell.banner")->text(QAccessible::Name), "Quorvane MDM\ntext");
             expectMotion("banner", [&] { return area("shell.banner").top() == 8; });
-            clock.advance(Desktop::NotificationBanner::viewTime);
+            outwaitBanner();
             expectMotion("banner ends", [&] { return !item("shell.banner")->isVisible(); });
         }
     }
@@ -214,7 +207,7 @@ TEST_F(ShellTest, DialogsShowTheIconOfTheApplication)
     icon.fill(Qt::red);
     QGuiApplication::setWindowIcon(icon);
     resize({1024, 768});
-    shell.attach(engine, *window);
+    attach();
     EXPECT_TRUE(showBanner({"title", "text", {}, {}}));
     shell.openSettings();
     const QImage shown = window->grabWindow();

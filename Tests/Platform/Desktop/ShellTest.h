@@ -25,16 +25,21 @@ protected:
     ~ShellTest() override { QGuiApplication::setLayoutDirection(Qt::LeftToRight); }
     void makeWindow()
     {
-        engine.loadData(
-            "import QtQuick; Window { width: 320; height: 568; visible: true; title: 'app';"
-            "Item { objectName: 'content'; anchors.fill: parent; focus: true; property int count: 0;"
-            "property int shortcutCount: 0; property alias isHovered: hover.hovered;"
-            "Accessible.role: Accessible.Button; Accessible.name: 'content';"
-            "HoverHandler { id: hover } TapHandler { onTapped: ++count }"
-            "Shortcut { sequences: ['Esc', 'Ctrl+S']; onActivated: ++parent.shortcutCount }"
-            "MouseArea { anchors.fill: parent; acceptedButtons: Qt.NoButton;"
-            "onWheel: ++parent.count } Keys.onPressed: ++count; Item { objectName: 'inner' } } FocusScope { "
-            "objectName: 'scope' } }");
+        engine.loadData(R"(import QtQuick
+            Window {
+                width: 320; height: 568; visible: true; title: 'app'
+                Item {
+                    objectName: 'content'; anchors.fill: parent; focus: true
+                    property int count; property int shortcutCount; property alias isHovered: hover.hovered
+                    Accessible.role: Accessible.Button; Accessible.name: 'content'
+                    HoverHandler { id: hover } TapHandler { onTapped: ++count }
+                    Shortcut { sequences: ['Esc', 'Ctrl+S']; onActivated: ++parent.shortcutCount }
+                    MouseArea { anchors.fill: parent; acceptedButtons: Qt.NoButton; onWheel: ++parent.count }
+                    Keys.onPressed: ++count
+                    Item { objectName: 'inner' }
+                }
+                FocusScope { objectName: 'scope' }
+            })");
         window = qobject_cast<QQuickWindow*>(engine.rootObjects().last());
         EXPECT_TRUE(QTest::qWaitForWindowActive(window));
     }
@@ -42,6 +47,12 @@ protected:
     {
         window->resize(size);
         EXPECT_TRUE(waitFor([&] { return window->contentItem()->size() == size; }));
+    }
+    void attach() { shell.attach(engine, *window); }
+    void openSettings()
+    {
+        shell.openSettings();
+        EXPECT_TRUE(hasFocus("shell.settings.allowNotifications"));
     }
     void ask(const std::string& question)
     {
@@ -59,6 +70,8 @@ protected:
             notification, options, [&](bool isShown) { isOnView = isShown; }, std::move(onResponse));
         return isOnView;
     }
+    /// Lets the time pass after which a banner disappears.
+    void outwaitBanner() { clock.advance(Desktop::NotificationBanner::viewTime); }
     void scroll(QPointF point)
     {
         QWheelEvent event(point, point, {}, {0, 120}, {}, {}, Qt::NoScrollPhase, false);
@@ -79,6 +92,8 @@ protected:
         return QTest::qWaitFor(condition, milliseconds);
     }
     QQuickItem* item(const char* name) { return window->findChild<QQuickItem*>(name); }
+    /// Returns a property of the content: "count", "shortcutCount" or "isHovered".
+    QVariant content(const char* property) { return item("content")->property(property); }
     /// Returns the item's rectangle in the window.
     QRectF area(const char* name) { return item(name)->mapRectToScene(item(name)->boundingRect()); }
     bool hasFocus(const char* name)
@@ -100,9 +115,10 @@ protected:
             if (!each->inherits("QQuickText") || !each->isVisible())
                 continue;
             all += each->property("text").toString();
-            EXPECT_EQ(each->property("textFormat").toInt(), int(Qt::PlainText)) << qPrintable(all.back());
-            EXPECT_FALSE(each->property("truncated").toBool()) << qPrintable(all.back());
-            EXPECT_LE(each->property("contentWidth").toReal(), each->width() + 0.5) << qPrintable(all.back());
+            SCOPED_TRACE(all.back().toStdString());
+            EXPECT_EQ(each->property("textFormat").toInt(), int(Qt::PlainText));
+            EXPECT_FALSE(each->property("truncated").toBool());
+            EXPECT_LE(each->property("contentWidth").toReal(), each->width() + 0.5);
         }
         return all;
     }
@@ -117,6 +133,11 @@ protected:
     QAccessibleInterface* accessible(const char* name)
     {
         return QAccessible::queryAccessibleInterface(item(name));
+    }
+    /// Does what a screen reader does to press a button or switch.
+    void doAction(const char* name, const QString& action)
+    {
+        accessible(name)->actionInterface()->doAction(action);
     }
 
     std::string events;

@@ -16,11 +16,11 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
     shell.openSettings();
     EXPECT_TRUE(events.empty() && !shell.settings()->isOpen()) << "there is no window yet";
     QTest::mouseMove(window, {160, 3});
-    EXPECT_TRUE(waitFor([&] { return item("content")->property("isHovered").toBool(); }));
-    shell.attach(engine, *window);
+    EXPECT_TRUE(waitFor([&] { return content("isHovered").toBool(); }));
+    attach();
     ASSERT_TRUE(hasFocus("shell.allow"));
     QTest::mouseMove(window, {160, 2});
-    EXPECT_TRUE(waitFor([&] { return !item("content")->property("isHovered").toBool(); }));
+    EXPECT_TRUE(waitFor([&] { return !content("isHovered").toBool(); }));
     QTest::keySequence(window, {"Esc, Tab, Tab, Tab"});
     EXPECT_TRUE(shell.isKeyboardInUse());
     QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
@@ -40,14 +40,13 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
     QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
     EXPECT_TRUE(hasFocus("content"));
     EXPECT_EQ(events, "first refused second allowed on off on ");
-    EXPECT_EQ(item("content")->property("count"), 0);
+    EXPECT_EQ(content("count"), 0);
     scroll({160, 2});
     QTest::keyClick(window, Qt::Key_A);
-    EXPECT_EQ(item("content")->property("count"), 2);
+    EXPECT_EQ(content("count"), 2);
     for (const auto change : {&QQuickItem::setVisible, &QQuickItem::setEnabled}) {
         item("inner")->forceActiveFocus();
-        shell.openSettings();
-        ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+        openSettings();
         std::invoke(change, item("inner"), false);
         QTest::keyClick(window, Qt::Key_Back);
         EXPECT_TRUE(hasFocus("scope")) << "the item with the focus cannot have it any more";
@@ -68,7 +67,7 @@ TEST_F(ShellTest, KeysMoveTheFocusAndPressOnce)
                                                      {Qt::Key_Tab, "shell.dontAllow"},
                                                      {Qt::Key_Tab, "shell.allow"},
                                                      {Qt::Key_Backtab, "shell.dontAllow"}};
-    shell.attach(engine, *window);
+    attach();
     for (const Qt::Key press : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
         ask("it");
         ask("next");
@@ -93,11 +92,10 @@ TEST_F(ShellTest, KeysMoveTheFocusAndPressOnce)
         tap("shell.allow");
         EXPECT_TRUE(hasFocus("content"));
         EXPECT_EQ(std::exchange(events, ""), "it refused next allowed ");
-        EXPECT_EQ(item("content")->property("shortcutCount"), 0);
+        EXPECT_EQ(content("shortcutCount"), 0);
     }
     for (const char* focused : {"shell.settings.done", "shell.settings.allowNotifications"}) {
-        shell.openSettings();
-        ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+        openSettings();
         QTest::keyClick(window, Qt::Key_Tab);
         EXPECT_TRUE(hasFocus("shell.settings.done"));
         if (QByteArray(focused) != "shell.settings.done")
@@ -110,7 +108,7 @@ TEST_F(ShellTest, KeysMoveTheFocusAndPressOnce)
 
 TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
 {
-    shell.attach(engine, *window);
+    attach();
     using enum AuthorizationStatus;
     const auto isOn = [&] { return accessible("shell.settings.allowNotifications")->state().checked; };
     const std::pair<AuthorizationStatus, bool> cases[] = {{notDetermined, false}, {authorized, true},
@@ -130,17 +128,17 @@ TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
     QAccessibleInterface* const button = accessible("shell.settings.allowNotifications");
     EXPECT_EQ(button->role(), QAccessible::CheckBox);
     EXPECT_TRUE(button->state().checkable);
-    button->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+    doAction("shell.settings.allowNotifications", "Toggle");
     EXPECT_EQ(events, "off ");
     EXPECT_FALSE(isOn());
-    accessible("shell.settings.done")->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    doAction("shell.settings.done", "Press");
     EXPECT_FALSE(shell.settings()->isOpen());
 }
 
 TEST_F(ShellTest, OnlyAPressReleasedInsideCounts)
 {
     ask("it");
-    shell.attach(engine, *window);
+    attach();
     ASSERT_TRUE(hasFocus("shell.allow"));
     QQuickItem* const button = item("shell.allow");
     const QPoint inside = button->mapRectToScene(button->boundingRect()).toRect().center();
@@ -172,18 +170,18 @@ TEST_F(ShellTest, OnlyAPressReleasedInsideCounts)
 
 TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
 {
-    const auto attach = [&] {
-        shell.attach(engine, *window);
+    const auto attachAndOpenSettings = [&] {
+        attach();
         EXPECT_TRUE(showBanner({}));
         EXPECT_TRUE(hasFocus("shell.allow"));
         EXPECT_FALSE(shell.settings()->isOpen());
         shell.openSettings();
     };
     ask("it");
-    attach();
+    attachAndOpenSettings();
     QQuickWindow* const first = window;
     makeWindow();
-    attach();
+    attachAndOpenSettings();
     int availabilityCount = 0;
     shell.onAvailable([&] { ++availabilityCount; });
     first->hide();
@@ -195,7 +193,7 @@ TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
     delete std::exchange(window, nullptr);
     EXPECT_FALSE(shell.settings()->isOpen() || shell.permission()->isActive());
     makeWindow();
-    attach();
+    attachAndOpenSettings();
     ask("more");
     shell.permission()->answer(true);
     EXPECT_FALSE(shell.permission()->isActive()) << "the panel disappears between two questions";
@@ -205,7 +203,7 @@ TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
 
 TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
 {
-    shell.attach(engine, *window);
+    attach();
     int availabilityCount = 0;
     shell.onAvailable([&] { ++availabilityCount; });
     const auto show = [&](int number) {
@@ -218,53 +216,53 @@ TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
         QTest::mousePress(window, Qt::LeftButton, {}, start);
         EXPECT_EQ(item("shell.banner")->property("travel"), 0.0);
         QTest::mouseMove(window, start - QPoint(0, 12));
-        EXPECT_FALSE(item("content")->property("isHovered").toBool());
+        EXPECT_FALSE(content("isHovered").toBool());
         EXPECT_EQ(item("shell.banner")->property("offset"), -12.0);
-        clock.advance(Desktop::NotificationBanner::viewTime);
+        outwaitBanner();
         EXPECT_TRUE(shell.banner()->isShown()) << "held";
         QTest::mouseMove(window, {160, 500});
         EXPECT_EQ(item("shell.banner")->property("offset"), 0.0);
         QTest::mouseRelease(window, Qt::LeftButton, {}, {160, 500});
     };
-    const std::function<void()> ways[] = {[&] {
-                                              shell.banner()->leave();
-                                              QCoreApplication::processEvents();
-                                              EXPECT_EQ(availabilityCount, 0) << "it is still visible";
-                                              tap("shell.banner");
-                                              shell.banner()->respond();
-                                          },
-                                          [&] {
-                                              drag();
-                                              drag();
-                                              clock.advance(Desktop::NotificationBanner::viewTime);
-                                          },
-                                          [&] { // A swipe upward.
-                                              const QPoint start = area("shell.banner").toRect().center();
-                                              QTest::mousePress(window, Qt::LeftButton, {}, start);
-                                              QTest::mouseMove(window, start - QPoint(0, 40));
-                                              QTest::mouseRelease(window, Qt::LeftButton, {},
-                                                                  start - QPoint(0, 40));
-                                          },
-                                          [&] {
-                                              QTest::keyClick(window, Qt::Key_Tab);
-                                              clock.advance(Desktop::NotificationBanner::viewTime);
-                                              EXPECT_TRUE(shell.banner()->isShown()) << "has the focus";
-                                              QTest::keyClick(window, Qt::Key_Escape);
-                                          }};
+    const auto respondOnce = [&] {
+        shell.banner()->leave();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(availabilityCount, 0) << "it is still visible";
+        tap("shell.banner");
+        shell.banner()->respond();
+    };
+    const auto dragAndWait = [&] {
+        drag();
+        drag();
+        outwaitBanner();
+    };
+    const auto swipeUpward = [&] {
+        const QPoint start = area("shell.banner").toRect().center();
+        QTest::mousePress(window, Qt::LeftButton, {}, start);
+        QTest::mouseMove(window, start - QPoint(0, 40));
+        QTest::mouseRelease(window, Qt::LeftButton, {}, start - QPoint(0, 40));
+    };
+    const auto escape = [&] {
+        QTest::keyClick(window, Qt::Key_Tab);
+        outwaitBanner();
+        EXPECT_TRUE(shell.banner()->isShown()) << "has the focus";
+        QTest::keyClick(window, Qt::Key_Escape);
+    };
+    const std::function<void()> ways[] = {respondOnce, dragAndWait, swipeUpward, escape};
     for (int number = 0; number < 4; ++number) {
         EXPECT_TRUE(show(number));
         EXPECT_FALSE(show(99)) << "another banner is visible";
         EXPECT_EQ(shell.banner()->title(), QString::number(number) + " ");
         EXPECT_EQ(shell.banner()->body(), "\n");
         EXPECT_EQ(area("shell.banner").top(), 8);
-        const QVariant count = item("content")->property("count");
+        const QVariant count = content("count");
         scroll(item("shell.banner")->mapToScene(QPointF(20, 40)));
-        EXPECT_EQ(item("content")->property("count"), count);
+        EXPECT_EQ(content("count"), count);
         ways[number]();
         ASSERT_TRUE(waitFor([&] { return availabilityCount == number + 1; })) << number;
     }
     EXPECT_TRUE(hasFocus("content") && events == "0 2 3 ") << events;
-    EXPECT_EQ(item("content")->property("shortcutCount"), 0);
+    EXPECT_EQ(content("shortcutCount"), 0);
     EXPECT_FALSE(showBanner({}, PresentationOptions::list | PresentationOptions::sound));
     for (const auto& [hide, reveal] : {std::pair(&QWindow::showMinimized, &QWindow::showNormal),
                                        std::pair(&QWindow::hide, &QWindow::show)}) {
