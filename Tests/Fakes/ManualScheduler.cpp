@@ -1,6 +1,5 @@
 #include "Tests/Fakes/ManualScheduler.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -36,7 +35,7 @@ std::unique_ptr<Platform::Timer> ManualScheduler::scheduledTimer(std::chrono::mi
     if (utilityQueue.isRunning())
         throw std::logic_error("timer scheduled on the utility queue");
     auto validity = std::make_shared<bool>(true);
-    m_pending.push_back({m_elapsed + interval, std::move(block), validity});
+    m_pending.emplace(m_elapsed + interval, Pending{std::move(block), validity});
     return std::make_unique<ManualTimer>(std::move(validity));
 }
 
@@ -49,18 +48,11 @@ void ManualScheduler::runUntilIdle()
 void ManualScheduler::advance(std::chrono::milliseconds duration)
 {
     const auto end = m_elapsed + duration;
-    runUntilIdle();
-    while (true) {
-        const auto next = std::min_element(m_pending.begin(), m_pending.end(),
-                                           [](const Pending& a, const Pending& b) { return a.due < b.due; });
-        if (next == m_pending.end() || next->due > end)
-            break;
-        const Pending fired = std::move(*next);
-        m_pending.erase(next);
-        m_elapsed = fired.due;
-        if (!fired.validity.expired())
-            fired.block();
-        runUntilIdle();
+    for (runUntilIdle(); !m_pending.empty() && m_pending.begin()->first <= end; runUntilIdle()) {
+        const auto next = m_pending.extract(m_pending.begin());
+        m_elapsed = next.key();
+        if (!next.mapped().validity.expired())
+            next.mapped().block();
     }
     m_elapsed = end;
 }

@@ -6,7 +6,7 @@
 
 #include <chrono>
 #include <deque>
-#include <list>
+#include <map>
 #include <memory>
 
 /// Clock, timers and queues on the test's thread. Work runs only when the test calls `runUntilIdle()`,
@@ -43,12 +43,12 @@ public:
 private:
     class ManualTimer;
     struct Pending {
-        std::chrono::milliseconds due;
         Block block;
         /// Expired if the timer was invalidated.
         std::weak_ptr<bool> validity;
     };
 
     std::chrono::milliseconds m_elapsed{0};
-    std::list<Pending> m_pending;
+    /// By the time when they are due.
+    std::multimap<std::chrono::milliseconds, Pending> m_pending;
 };

@@ -2,7 +2,6 @@
 
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/Linux/Files/ManagedPolicyFile.h"
-#include "Tests/Fakes/CaseName.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 

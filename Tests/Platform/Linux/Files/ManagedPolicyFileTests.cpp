@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(, PolicyPartTest,
                                                     "quorvane/managed.plist", false},
                                          PolicyPart{"Fragment", "quorvane/managed.d/50.json",
                                                     "quorvane/managed.d/60.plist", true}),
-                         caseName<PolicyPart>);
+                         [](const auto& part) { return std::string(part.param.name); });
 
 TEST_P(PolicyPartTest, InvalidFileKeepsItsLastContentAndLogsOnce)
 {
