@@ -58,6 +58,7 @@ TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
         SCOPED_TRACE(std::string(name) + (isMirrored ? ", mirrored" : ""));
         QGuiApplication::setLayoutDirection(isMirrored ? Qt::RightToLeft : Qt::LeftToRight);
         open(Screen::detail, {320, 568});
+        QTest::keyClick(&window, Qt::Key_Shift); // Shows the focus ring.
         const QQuickItem* const destination = item("navigation.destination");
         const QQuickItem* const scroll = item("QQuickFlickable", destination);
         if (rest > 0) {
@@ -79,6 +80,7 @@ TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
                 QTest::touchEvent(&window, finger.get()).release(0, seen(moves.back()));
         }
         settle();
+        EXPECT_EQ(item("focusRing"), nullptr);
         EXPECT_EQ(content->dashboard()->selectedCard(), goesBack ? Card::None : Card::Sso);
         EXPECT_EQ(destination->x(), !goesBack ? 0 : isMirrored ? -320 : 320);
         const bool isVertical = moves.back().x() == start.x();

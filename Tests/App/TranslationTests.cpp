@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QFile>
 #include <QTranslator>
-#include <QXmlStreamReader>
 
 namespace {
 
@@ -65,16 +64,12 @@ TEST(TranslationTest, TranslationsKeepPlaceholdersAndProductNames)
     EXPECT_EQ(QDir(QV_SOURCES "/App/Translations").entryList({"*.ts"}, QDir::Files, QDir::Name),
               translatedLanguages.toList().replaceInStrings(QRegularExpression("$"), ".ts"));
     for (const QString& language : translatedLanguages) {
-        QXmlStreamReader xml(sourceFile("App/Translations/" + language + ".ts"));
-        QString source;
+        const QRegularExpression message("<source>(.*?)</source>.*?<translation>(.*?)</translation>",
+                                         QRegularExpression::DotMatchesEverythingOption);
         int count = 0;
-        while (!xml.atEnd()) {
-            xml.readNext();
-            if (xml.isStartElement() && xml.name() == u"source")
-                source = xml.readElementText();
-            if (!xml.isStartElement() || xml.name() != u"translation")
-                continue;
-            const QString translation = xml.readElementText();
+        for (const auto& match : message.globalMatch(sourceFile("App/Translations/" + language + ".ts"))) {
+            const QString source = match.captured(1);
+            const QString translation = match.captured(2);
             SCOPED_TRACE(qPrintable(language + ": " + source + " -> " + translation));
             ++count;
             EXPECT_EQ(translation.trimmed(), translation);
@@ -85,7 +80,6 @@ TEST(TranslationTest, TranslationsKeepPlaceholdersAndProductNames)
             EXPECT_TRUE(!source.startsWith("Messages from") || translation.toUtf8().size() <= 100)
                 << "UnifiedPush allows at most 100 bytes";
         }
-        EXPECT_FALSE(xml.hasError());
         EXPECT_GT(count, 30);
     }
 }

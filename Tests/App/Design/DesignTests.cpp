@@ -32,6 +32,8 @@ static const Case drawings[] = {
      {{{60, 80}, "red"}, {{20, 20}, "white"}}},
     {"Symbol { name: 'arrow.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
      {{{21, 11}, "red"}, {{28, 11}, "white"}}},
+    {"Symbol { name: 'arrow.right'; pointSize: 20; color: '#80ff0000'; isRightToLeft: true }",
+     {{{21, 11}, "#ff7f7f"}}},                                     // Not the picture of the row above.
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // Bell, gap, badge.
      {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red'; isRightToLeft: true }",
@@ -41,6 +43,10 @@ static const Case drawings[] = {
     {"Symbol { name: 'chevron.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
      {{{16, 23}, "red"}, {{30, 23}, "white"}}},
     {"Symbol { name: 'no.such' }", {{{18, 18}, "white"}}, ".*no\\.such.*"},
+    {"Rectangle { height: 9; color: 'red'; width: TextFit.oneLine('a b c d e f g h i j', Qt.font({pixelSize: "
+     "20}), 30, 0.5)"
+     ".pixelSize }",
+     {{{19, 9}, "red"}, {{20, 9}, "white"}}},
     {"Rectangle { width: Theme.type.body.pixelSize; height: 9 + Theme.motion.push; color: Theme.color.orange;"
      "Component.onCompleted: { Theme.isDark = true; Theme.isMotionReduced = true; Theme.textScale = 5 } }",
      {{{67, 17}, "#ff9f0a"}, {{68, 17}, "white"}, {{67, 18}, "white"}}},

@@ -1,3 +1,4 @@
+#include "Tests/Platform/Desktop/Contrast.h"
 #include "Tests/Platform/Desktop/ShellTest.h"
 
 #include <QLineF>
@@ -127,6 +128,42 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
             EXPECT_EQ(banner.top(), 8);
             outwaitBanner();
         }
+    }
+}
+
+TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
+{
+    resize({1024, 768});
+    attach();
+    for (const auto& [isDark, isContrastHigh] :
+         {std::pair(false, false), {true, false}, {false, true}, {true, true}}) {
+        SCOPED_TRACE(std::string(isDark ? "dark " : "") + (isContrastHigh ? "high" : ""));
+        shell.setAppearance(
+            {.isDark = isDark, .isMotionReduced = true, .textScale = 2, .isContrastHigh = isContrastHigh});
+        const double minimum = isContrastHigh ? 6.5 : 4.5;
+        const auto expectReadable = [&] {
+            const QImage shown = window->grabWindow();
+            EXPECT_NE(shown.pixelColor(2, 760), QColor(Qt::white)) << "the scrim";
+            for (const QQuickItem* text : visibleTexts()) {
+                const QColor background = shown.pixelColor(text->mapToScene({-1, 1}).toPoint());
+                EXPECT_GE(contrast(text->property("color").value<QColor>(), background), minimum)
+                    << qPrintable(text->property("text").toString());
+            }
+        };
+        ask("it");
+        ASSERT_TRUE(hasFocus("shell.allow"));
+        expectReadable();
+        shell.permission()->answer(true);
+        openSettings();
+        EXPECT_TRUE(showBanner({"title", "text", {}, {}}));
+        expectReadable();
+        const qreal height = item("shell.banner")->height();
+        outwaitBanner();
+        EXPECT_TRUE(waitFor([&] { return showBanner({"title", "", {}, {}}); }));
+        window->grabWindow(); // Updates the layout.
+        EXPECT_LT(item("shell.banner")->height(), height) << "an empty text needs no line";
+        outwaitBanner();
+        shell.settings()->close();
     }
 }
 

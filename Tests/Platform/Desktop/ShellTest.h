@@ -106,14 +106,21 @@ protected:
         EXPECT_TRUE(QRect(QPoint(), window->size()).contains(place) && place.height() >= 44) << name;
         QTest::mouseClick(window, Qt::LeftButton, {}, place.center());
     }
+    std::vector<const QQuickItem*> visibleTexts()
+    {
+        window->grabWindow(); // Updates the layout.
+        std::vector<const QQuickItem*> texts;
+        for (const QQuickItem* each : window->findChildren<QQuickItem*>()) {
+            if (each->inherits("QQuickText") && each->isVisible())
+                texts.push_back(each);
+        }
+        return texts;
+    }
     /// Returns the visible strings. Checks that they are plain text and not cut.
     QStringList texts()
     {
         QStringList all;
-        window->grabWindow(); // Updates the layout.
-        for (const QQuickItem* each : window->findChildren<QQuickItem*>()) {
-            if (!each->inherits("QQuickText") || !each->isVisible())
-                continue;
+        for (const QQuickItem* each : visibleTexts()) {
             all += each->property("text").toString();
             SCOPED_TRACE(all.back().toStdString());
             EXPECT_EQ(each->property("textFormat").toInt(), int(Qt::PlainText));
