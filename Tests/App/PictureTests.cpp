@@ -1,6 +1,6 @@
 #include "Tests/App/ScreenTest.h"
 
-/// Each change ends in the state in which it began, or in a state that a new window can start with.
+/// Each change ends in a state that a new window can start with.
 TEST_F(ScreenTest, ChangedWindowLooksLikeNewWindow)
 {
     const auto visit = [this](const std::vector<Appearance>& appearances) {

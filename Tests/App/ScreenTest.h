@@ -91,7 +91,7 @@ inline std::string look(const QQuickItem* item)
     return qPrintable(words.join(", "));
 }
 
-/// Checks that a text is shown whole, and no word of it broken.
+/// Checks that no part of the text is cut off and that no word is broken.
 inline void expectWhole(const QQuickItem* text, const char* wordEnd = " ")
 {
     const QString words = text->property("text").toString();

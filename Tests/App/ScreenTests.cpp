@@ -262,17 +262,9 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessViewIsDestroyed)
     const std::tuple<AuthorizationStatus, bool, int> cases[] = {
         {authorized, false, 1}, {provisional, false, 1},  {ephemeral, false, 1},
         {denied, true, 0},      {notDetermined, true, 1}, {notDetermined, false, 0}};
-    const auto effects = [&] {
-        return std::pair(center.requestedOptions != 0, application.registrationCount);
-    };
     const auto warns = [&] { return content->dashboard()->notificationPermissionDenied(); };
-    const auto runNext = [&] {
-        const auto result = [&] { return std::pair(application.registrationCount, warns()); };
-        const auto before = result();
-        const bool isMain = !scheduler.utilityQueue.runNext();
-        if (isMain)
-            scheduler.mainQueue.runNext();
-        EXPECT_TRUE(isMain || result() == before) << "on another queue than the main one";
+    const auto effects = [&] {
+        return std::tuple(center.requestedOptions != 0, application.registrationCount);
     };
     domains.standard().set("hasLaunchedBefore", true);
     for (const auto& [status, willGrant, registrationCount] : cases) {
@@ -284,13 +276,19 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessViewIsDestroyed)
             application.registrationCount = 0;
             content = std::make_unique<ContentView>(ports);
             content->dashboard()->appear();
-            for (int step = 0; step < stepCount; ++step)
-                runNext();
-            if (stepCount == 9) {
-                EXPECT_EQ(effects(), std::pair(status == notDetermined, registrationCount));
-                EXPECT_EQ(warns(), registrationCount == 0);
+            for (int step = 0; step < stepCount; ++step) {
+                const auto before = std::tuple(application.registrationCount, warns());
+                if (!scheduler.utilityQueue.runNext())
+                    scheduler.mainQueue.runNext();
+                else
+                    EXPECT_EQ(std::tuple(application.registrationCount, warns()), before)
+                        << "not on the main queue";
             }
             const auto before = effects();
+            if (stepCount == 9) {
+                EXPECT_EQ(before, std::tuple(status == notDetermined, registrationCount));
+                EXPECT_EQ(warns(), registrationCount == 0);
+            }
             content.reset();
             scheduler.runUntilIdle();
             EXPECT_EQ(effects(), before) << stepCount;

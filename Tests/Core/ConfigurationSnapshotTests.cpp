@@ -40,7 +40,7 @@ TEST(ConfigurationSnapshotTest, EncodesOnlyPresentFields)
 TEST(ConfigurationSnapshotTest, RejectsMissingAndMistypedFields)
 {
     using Kind = DecodingError::Kind;
-    // In each row, "$" stands for members that are correct.
+    // "$" is replaced by two valid members.
     const std::pair<std::string, std::optional<Kind>> cases[] = {
         {R"({$,"configVersion":2,"lastUpdated":6E1})", {}},
         {R"({$,"configVersion":2,"lastUpdated":60,"organizationId":null,"new":{}})", {}},

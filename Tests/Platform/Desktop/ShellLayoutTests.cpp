@@ -30,12 +30,10 @@ TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
     const QString question = "\u201cQuorvane MDM\u201d Would Like to Send You Notifications";
     const QStringList panel{question, question, "Notifications may include alerts, sounds, and icon badges.",
                             "Don\u2019t Allow", "Allow"};
-    const QStringList sheet{"Quorvane MDM",
-                            "Quorvane MDM",
-                            "Done",
-                            "Allow Notifications",
-                            "Shown by: In this window",
-                            "Delivered by: UnifiedPush (org.example.Push)"};
+    const QString title = "Quorvane MDM";
+    const QStringList sheet = QStringList{title, title, "Done", "Allow Notifications"}
+                              << "Shown by: In this window"
+                              << "Delivered by: UnifiedPush (org.example.Push)";
     attach();
     EXPECT_EQ(accessibleNames(), content);
     openSettings();
@@ -171,28 +169,25 @@ TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
 {
     resize({320, 200});
     attach();
-    for (const char* focused : {"shell.allow", "shell.settings.allowNotifications"}) {
-        if (QByteArray(focused) == "shell.allow")
+    for (const bool isPrompt : {true, false}) {
+        if (isPrompt)
             ask("it");
         else
             shell.openSettings();
-        ASSERT_TRUE(hasFocus(focused));
+        ASSERT_TRUE(hasFocus(isPrompt ? "shell.allow" : "shell.settings.allowNotifications"));
         texts();
         const auto items = dialog()->findChildren<QQuickItem*>();
         const auto found = std::find_if(items.begin(), items.end(),
                                         [](auto* each) { return each->inherits("QQuickFlickable"); });
         ASSERT_NE(found, items.end());
-        const auto position = [&] { return (*found)->property("contentY").toReal(); };
         const qreal end = (*found)->property("contentHeight").toReal() - (*found)->height();
         ASSERT_GT(end, 44);
-        QTest::keyClick(window, Qt::Key_Down);
-        EXPECT_EQ(position(), 44);
-        for (int count = 0; count < 20; ++count)
-            QTest::keyClick(window, Qt::Key_Down);
-        EXPECT_EQ(position(), end);
-        for (int count = 0; count < 20; ++count)
-            QTest::keyClick(window, Qt::Key_Up);
-        EXPECT_EQ(position(), 0);
+        for (const auto& [key, count, position] :
+             {std::tuple(Qt::Key_Down, 1, 44.0), {Qt::Key_Down, 20, end}, {Qt::Key_Up, 20, 0.0}}) {
+            for (int press = 0; press < count; ++press)
+                QTest::keyClick(window, key);
+            EXPECT_EQ((*found)->property("contentY").toReal(), position);
+        }
         shell.permission()->answer(true);
     }
 }

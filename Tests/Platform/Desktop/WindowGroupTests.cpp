@@ -35,10 +35,7 @@ protected:
 TEST_F(WindowGroupTest, WindowIsRestoredWhereItCanBeSeenAndMoved)
 {
     const QRect byDefault(0, 0, 800, 768);
-    const struct {
-        PropertyList stored;
-        QRect expected;
-    } cases[] = {
+    const std::pair<PropertyList, QRect> cases[] = {
         {Array{100, 50, 400, 500}, {100, 50, 400, 500}},
         {Array{640, 560, 400, 500}, {640, 560, 400, 500}},
         {Array{-240, 560, 400, 500}, {-240, 560, 400, 500}},
