@@ -68,25 +68,20 @@ inline QList<QQuickItem*> itemsBelow(const QQuickItem* parent)
 /// Returns an item's font, colors, border and shadow, without those that are zero or transparent.
 inline std::string look(const QQuickItem* item)
 {
-    static constexpr std::pair<const char*, const char*> properties[] = {{"size ", "font.pixelSize"},
-                                                                         {"weight ", "font.weight"},
-                                                                         {"", "color"},
-                                                                         {"to ", "endColor"},
-                                                                         {"", "gradientDirection"},
-                                                                         {"radius ", "radius"},
-                                                                         {"border ", "borderWidth"},
-                                                                         {"", "borderColor"},
-                                                                         {"shadow ", "shadow.color"},
-                                                                         {"blur ", "shadow.blurRadius"},
-                                                                         {"down ", "shadow.offset.y"}};
+    // The word in front of a property's name is also in front of its value.
+    const QString properties =
+        "size font.pixelSize, weight font.weight, color, to endColor, gradientDirection, "
+        "radius radius, border borderWidth, borderColor, shadow shadow.color, blur shadow.blurRadius, "
+        "down shadow.offset.y";
     QStringList words;
-    for (const auto& [word, property] : properties) {
+    for (const QString& each : properties.split(", ")) {
+        const QString property = each.section(' ', -1);
         const QVariant value = QQmlProperty::read(item, property);
         const auto color = value.value<QColor>();
         if (value.typeId() == QMetaType::QColor ? color.isValid() && color.alpha() > 0 : value.toReal() > 0)
-            words += property == QLatin1String("radius") && 2 * value.toReal() >= item->width()
+            words += property == "radius" && 2 * value.toReal() >= item->width()
                          ? "round"
-                         : word + value.toString();
+                         : each.chopped(property.size()) + value.toString();
     }
     return qPrintable(words.join(", "));
 }
