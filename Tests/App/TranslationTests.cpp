@@ -167,7 +167,7 @@ protected:
     [[nodiscard]] std::string notificationServer() const override { return {}; }
     [[nodiscard]] std::string pushSource() const override { return "UnifiedPush"; }
 
-    const UntranslatedApplication cleanUp;
+    const UntranslatedApplication cleanUp{};
 };
 
 TEST_F(TranslatedScreenTest, PseudoLanguageFindsNoUnmarkedString)

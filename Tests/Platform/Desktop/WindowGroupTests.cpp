@@ -59,7 +59,9 @@ TEST_F(WindowGroupTest, WindowIsRestoredWhereItCanBeSeenAndMoved)
         {Array{100, 50, "400", 500}, byDefault},
         {"100", byDefault},
     };
-    for (const auto& [value, expected] : cases) {
+    for (const auto& row : cases) {
+        const PropertyList& value = row.first;
+        const QRect expected = row.second;
         store.set("WindowFrame", value);
         withWindow([&](Desktop::WindowGroup& group) {
             const QRect shown = group.window().geometry();
@@ -96,9 +98,9 @@ TEST_F(WindowGroupTest, FrameIsStoredUnlessTheDesktopChoseIt)
          {std::pair(&QWindow::showMaximized, false), std::pair(&QWindow::showMinimized, false),
           std::pair(&QWindow::showFullScreen, false), std::pair(&QWindow::hide, true)}) {
         store.set("WindowFrame", before);
-        withWindow([&](Desktop::WindowGroup& group) {
+        withWindow([&, make = change](Desktop::WindowGroup& group) {
             group.window().setGeometry(10, 20, 600, 500);
-            std::invoke(change, group.window());
+            std::invoke(make, group.window());
         });
         EXPECT_EQ(stored() == before, !isStored);
     }
