@@ -1,5 +1,6 @@
 #include "Platform/Linux/WorkerQueue.h"
 
+#include <algorithm>
 #include <malloc.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -16,7 +17,7 @@ WorkerQueue::WorkerQueue(const std::string& name, Priority priority)
           ::pthread_setname_np(::pthread_self(), name.c_str());
           // On Linux, this sets the niceness of the calling thread only.
           if (priority == Priority::utility)
-              ::setpriority(PRIO_PROCESS, 0, utilityNiceness);
+              ::setpriority(PRIO_PROCESS, 0, std::max(utilityNiceness, ::getpriority(PRIO_PROCESS, 0)));
           run(priority);
       })
 {}

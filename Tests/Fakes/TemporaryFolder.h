@@ -6,12 +6,15 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 
-/// A new folder for one test, deleted with its contents on destruction.
+/// A new folder for one test, deleted with its contents on destruction. From then on, new files are writable
+/// by their owner only: a policy file that others can write is not used.
 class TemporaryFolder {
 public:
     TemporaryFolder()
     {
+        ::umask(022);
         std::string pattern = std::filesystem::temp_directory_path() / "quorvane-test.XXXXXX";
         if (::mkdtemp(pattern.data()) == nullptr)
             throw std::runtime_error("cannot create " + pattern);

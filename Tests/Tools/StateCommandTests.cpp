@@ -249,7 +249,7 @@ applied | wait --timeout 20 | 0 | Version 2 is applied.\n
  | status --check running,applied | 0 | check applied   met\ncheck running   met\n
  | status --check | 1 | check uploaded  not met: no device token is uploaded because base_domain is not set\n
  | status --check uploaded,running --json | 1 | "conditions":[{"name":"running","isMet":true,"reason":null},{"name":"uploaded","isMet":false,"reason":"no
- | config set managed.json --wait --timeout 9 | 0 | managed.json: unchanged\nThe app has applied it.\n
+ | config set managed.json --wait --timeout 9 | 0 | The app has applied it.\n
 policy 2 | wait --timeout 0 | 75 |  | qvctl: the applied configuration differs from the policy file in device_id\n
  | status --check applied,running | 1 | check applied   not met: the applied configuration differs
 stopped | status --check=applied,running --json | 1 | {"name":"running","isMet":false,"reason":"the app is not running"}]}

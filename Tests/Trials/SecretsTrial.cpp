@@ -34,11 +34,13 @@ constexpr const char* payload =
 /// A journal in a private /run that stores all entries.
 class Journal {
 public:
-    /// Returns null if this process may not create a private /run. Call it before starting another thread.
+    /// Returns null unless this process is root, and may create a private /run. Call it before starting
+    /// another thread. A user could have one only in a user namespace, where the app rejects the folders of
+    /// root.
     static std::unique_ptr<Journal> make()
     {
-        const bool isIsolated = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
-        if (!isIsolated || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (::geteuid() != 0 || ::unshare(CLONE_NEWNS) != 0 ||
+            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
             return nullptr;
         fs::create_directories("/run/systemd/journal");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <sched.h>
@@ -7,19 +8,33 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// Runs `body` in a child process with new namespaces, CLONE_NEW... flags, and returns its result. Absent if
-/// this process may not create them. `body` may start threads only if this process has no other one.
+/// Moves this process into new namespaces, CLONE_NEW... flags. Returns false if it may not create them. Call
+/// it before starting another thread.
+inline bool isolate(int namespaces)
+{
+    const uid_t user = ::geteuid();
+    const gid_t group = ::getegid();
+    if (::unshare(namespaces) != 0) {
+        // An unprivileged user may create other namespaces inside a new user namespace, but no files in them
+        // unless both IDs are mapped.
+        if (::unshare(CLONE_NEWUSER | namespaces) != 0)
+            return false;
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+        std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
+    }
+    return (namespaces & CLONE_NEWNS) == 0 ||
+           ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+/// Runs `body` in a child process with new namespaces and returns its result. Absent if this process may not
+/// create them. `body` may start threads only if this process has no other one.
 inline std::optional<bool> runIsolated(int namespaces, const std::function<bool()>& body)
 {
     constexpr int cannotIsolate = 77;
     const pid_t child = ::fork();
-    if (child == 0) {
-        // An unprivileged user may create other namespaces inside a new user namespace.
-        const bool isIsolated = ::unshare(namespaces) == 0 || ::unshare(CLONE_NEWUSER | namespaces) == 0;
-        const bool isPrivate = (namespaces & CLONE_NEWNS) == 0 ||
-                               ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-        ::_exit(!isIsolated || !isPrivate ? cannotIsolate : body() ? 0 : 1);
-    }
+    if (child == 0)
+        ::_exit(!isolate(namespaces) ? cannotIsolate : body() ? 0 : 1);
     int status = -1;
     ::waitpid(child, &status, 0);
     return WIFEXITED(status) && WEXITSTATUS(status) == cannotIsolate ? std::nullopt
