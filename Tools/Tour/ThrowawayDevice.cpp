@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace fs = std::filesystem;
@@ -14,6 +15,7 @@ ThrowawayDevice::ThrowawayDevice(fs::path programs) : m_programs(std::move(progr
     if (::mkdtemp(pattern.data()) == nullptr)
         throw std::system_error(errno, std::generic_category(), pattern);
     m_folder = pattern;
+    ::umask(022); // The app rejects a policy that other users can write.
     fs::create_directory(path("policy"));
     fs::create_directory(path("run"));
     fs::permissions(path("run"), fs::perms::owner_all);
