@@ -18,6 +18,8 @@ using testing::Not;
 
 namespace {
 
+using Code = URLError::Code;
+
 TEST(SecureRequestTest, RedirectsAdaptTheRequestAndKeepCredentialsOnOnePort)
 {
     struct Case {
@@ -67,7 +69,6 @@ TEST(SecureRequestTest, RedirectsAdaptTheRequestAndKeepCredentialsOnOnePort)
 
 TEST(SecureRequestTest, RejectsInvalidRequestsWithoutQuotingSecrets)
 {
-    using Code = URLError::Code;
     struct Case {
         const char* reason;
         std::string url;
