@@ -40,6 +40,7 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         Reply reply;
         /// If absent, the outcome has the status and the body of the reply.
         std::optional<Code> error = {};
+        std::chrono::seconds timeout = 20s;
     };
     constexpr std::size_t limit = URLSession::maximumBodyBytes;
     const Case cases[] = {
@@ -62,15 +63,16 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         {{.body = "0123456789", .ending = Ending::truncated}, Code::networkConnectionLost},
         {{.ending = Ending::closedBefore}, Code::networkConnectionLost},
         {{.headerFields = {{"Content-Encoding", "gzip"}}, .body = "not gzip"}, Code::cannotDecodeContentData},
-        {{.delay = 1h}, Code::timedOut},
-        {{.body = "slowly", .delay = 300ms, .ending = Ending::dripping}},
-        {{.body = "slowly", .delay = 1h, .ending = Ending::dripping}, Code::timedOut}};
+        {{.delay = 1h}, Code::timedOut, 1s},
+        // In total, it takes longer than the limit.
+        {{.body = "slowly", .delay = 400ms, .ending = Ending::dripping}, {}, 2s},
+        {{.body = "slowly", .delay = 1h, .ending = Ending::dripping}, Code::timedOut, 1s}};
     Line line;
     for (const Case& row : cases) {
         SCOPED_TRACE(row.reply.status);
         const std::string path = "/" + std::to_string(&row - cases);
         line.backend.setReply(path, row.reply);
-        const Outcome outcome = line.get(path, 1s).get();
+        const Outcome outcome = line.get(path, row.timeout).get();
         EXPECT_EQ(result(outcome), row.error ? number(*row.error) : row.reply.status) << description(outcome);
         if (const auto* response = std::get_if<URLResponse>(&outcome))
             EXPECT_EQ(response->body, bytesOf(row.reply.body));
