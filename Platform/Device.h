@@ -45,6 +45,7 @@ struct EventLoop {
     std::function<void()> quit;
     /// Brings the program to the front; without a display, ends it. May be called on any thread.
     std::function<void()> activate;
+    /// Whether a window can be shown.
     bool hasDisplay = true;
 };
 

@@ -117,7 +117,7 @@ Diagnosis examine(const ThrowawayDevice& device, const std::string& timeout,
     return diagnosis;
 }
 
-/// The checks of the backend from the first one that is given on.
+/// The checks of the backend from `first` to the last.
 std::string checksFrom(std::string_view first)
 {
     constexpr std::string_view all = "backend.proxy backend.host backend.connect backend.tls "

@@ -6,7 +6,7 @@ using Platform::resolveURLReference;
 
 namespace {
 
-/// Checks the result of each reference; null if there is none.
+/// Checks that each reference resolves to `resolved`; null if it is invalid.
 void expectResolutions(const char* base, const char* resolved, const std::vector<const char*>& references)
 {
     for (const char* reference : references)

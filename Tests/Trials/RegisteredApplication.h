@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-/// The subscription in the latest upload to `backend`; waits for it. Throws `Violation` if there is none.
+/// Waits for an upload to `backend` and returns its subscription. Throws `Violation` after 20 s.
 WebPushSubscription uploadedSubscription(TestBackend& backend);
 
 /// The application, registered for pushes with a stand-in distributor. Its policy allows one app. Failed
@@ -31,7 +31,7 @@ public:
     {
         return encryptWebPush(m_subscription, std::string(payload));
     }
-    /// Delivers a message and requires that it is acknowledged.
+    /// Delivers a message and requires an acknowledgment.
     void deliver(const std::string& message);
     /// Sends SIGTERM and requires exit code 0.
     void end();

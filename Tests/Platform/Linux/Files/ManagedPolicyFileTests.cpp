@@ -76,7 +76,7 @@ TEST_P(PolicyPartTest, FileWritableByOthersIsNotUsed)
         std::string path;
         mode_t mode;
         bool isUsed;
-        /// Part of the only log line; empty if none is expected.
+        /// Part of the only log line; empty if no line is expected.
         std::string line;
     };
     const Case cases[] = {

@@ -33,7 +33,7 @@ struct LogEntry {
     const char* level;
     int priority;
     const char* text;
-    /// The journal's form of a text with a line break.
+    /// What the journal receives instead of `text` if it contains a line break.
     std::string message = {};
 };
 
