@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <condition_variable>
 #include <future>
+#include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -87,8 +87,8 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         m_isEnding = true;
-        for (const SSL* ssl : m_connections)
-            closeConnection(ssl);
+        for (const auto& [ssl, descriptor] : m_connections)
+            ::shutdown(descriptor, SHUT_RDWR);
     }
 
 private:
@@ -96,7 +96,7 @@ private:
     {
         const std::lock_guard lock(m_mutex);
         SSL_set_ex_data(const_cast<SSL*>(ssl), slot(), this);
-        m_connections.insert(ssl);
+        m_connections.emplace(ssl, SSL_get_fd(ssl));
         if (m_isEnding)
             closeConnection(ssl);
     }
@@ -121,7 +121,9 @@ private:
     }
 
     std::mutex m_mutex;
-    std::set<const SSL*> m_connections;
+    /// With their descriptors: OpenSSL 3.5 frees what knows the descriptor before it frees the connection's
+    /// data.
+    std::map<const SSL*, int> m_connections;
     bool m_isEnding = false;
 };
 
