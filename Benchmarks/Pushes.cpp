@@ -6,6 +6,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,13 +19,43 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t burstCount = 3'000;
 
+/// A push with an alert. While the window is open, it is in the history before it is acknowledged.
+std::string alert(std::size_t number)
+{
+    return fmt::format(R"({{"aps": {{"alert": {{"title": "push {}"}}}}}})", number);
+}
+
+/// A notification server that shows nothing, on the bus of the last `Distributor`.
+class NotificationServer {
+public:
+    NotificationServer()
+    {
+        addMethod(*m_object, name, "GetCapabilities", [] { return std::vector<std::string>{"body"}; });
+        addMethod(*m_object, name, "Notify",
+                  [this](const std::string&, std::uint32_t, const std::string&, const std::string&,
+                         const std::string&, const std::vector<std::string>&,
+                         const std::map<std::string, sdbus::Variant>&, std::int32_t) { return ++m_count; });
+        publishMethods(*m_object);
+        takeName(*m_bus, name);
+        m_bus->enterEventLoopAsync();
+    }
+    ~NotificationServer() { m_bus->leaveEventLoop(); }
+    NotificationServer(const NotificationServer&) = delete;
+    NotificationServer& operator=(const NotificationServer&) = delete;
+
+private:
+    static constexpr const char* name = "org.freedesktop.Notifications";
+
+    std::uint32_t m_count = 0;
+    std::unique_ptr<sdbus::IConnection> m_bus = sdbus::createSessionBusConnection();
+    std::unique_ptr<sdbus::IObject> m_object =
+        sdbus::createObject(*m_bus, ObjectPath("/org/freedesktop/Notifications"));
+};
+
 /// The app and pushes for it.
 class Application {
 public:
-    [[nodiscard]] std::string nextMessage()
-    {
-        return m_application.encrypted(recordedPush(fmt::format("push {}", ++m_count)));
-    }
+    [[nodiscard]] std::string nextMessage() { return m_application.encrypted(alert(++m_count)); }
     void deliver(const std::string& message) { m_application.deliver(message); }
     /// Sends pushes without waiting, and returns when the first was acknowledged.
     void startBurst()
@@ -43,10 +76,12 @@ public:
 private:
     std::size_t m_count = 0;
     std::atomic<bool> m_isAnyAcknowledged = false;
-    RegisteredApplication m_application{QV_PROGRAMS}; // Destroyed first: its bus thread sets the flag.
+    RegisteredApplication m_application{QV_PROGRAMS}; // Destroyed before the flag, which its bus thread sets.
+    NotificationServer m_notificationServer;
 };
 
-/// A service on a session bus that decrypts each message, stores it as one row and replies.
+/// A service on a session bus that decrypts each message, stores it as one row and replies. Calls and replies
+/// have the form of UnifiedPush, and the caller has an event loop, as a distributor does.
 class BareReceiver {
 public:
     BareReceiver()
@@ -57,32 +92,38 @@ public:
         m_object = sdbus::createObject(*m_server, ObjectPath("/receiver"));
         m_proxy = sdbus::createProxy(*m_client, ServiceName(std::string(m_server->getUniqueName())),
                                      ObjectPath("/receiver"));
-        addMethod(*m_object, interface, "Message", [this](const std::vector<std::uint8_t>& message) {
+        addMethod(*m_object, interface, "Message", [this](const Dictionary& arguments) {
+            const auto message = arguments.at("message").get<Bytes>();
             const std::string text = m_keys.decrypt(std::string(message.begin(), message.end()));
             m_database.write(BareDatabase::snapshotKey, text);
-            return std::string("done");
+            return Dictionary{{"id", arguments.at("id")}};
         });
         publishMethods(*m_object);
         m_server->enterEventLoopAsync();
+        m_client->enterEventLoopAsync();
     }
-    ~BareReceiver() { m_server->leaveEventLoop(); }
+    ~BareReceiver()
+    {
+        m_client->leaveEventLoop();
+        m_server->leaveEventLoop();
+    }
     BareReceiver(const BareReceiver&) = delete;
     BareReceiver& operator=(const BareReceiver&) = delete;
 
-    [[nodiscard]] std::string nextMessage()
-    {
-        return encryptWebPush(m_subscription, recordedPush(fmt::format("push {}", ++m_count)));
-    }
+    [[nodiscard]] std::string nextMessage() { return encryptWebPush(m_subscription, alert(++m_count)); }
     void deliver(const std::string& message)
     {
-        std::string reply;
-        m_proxy->callMethod("Message")
-            .onInterface(interface)
-            .withArguments(std::vector<std::uint8_t>(message.begin(), message.end()))
-            .storeResultsTo(reply);
+        const Dictionary arguments{{"token", sdbus::Variant(std::string("token"))},
+                                   {"message", sdbus::Variant(Bytes(message.begin(), message.end()))},
+                                   {"id", sdbus::Variant(std::to_string(m_count))}};
+        Dictionary reply;
+        m_proxy->callMethod("Message").onInterface(interface).withArguments(arguments).storeResultsTo(reply);
     }
 
 private:
+    using Bytes = std::vector<std::uint8_t>;
+    using Dictionary = std::map<std::string, sdbus::Variant>;
+
     static constexpr const char* interface = "org.example.Receiver";
 
     [[nodiscard]] std::string address() const { return "unix:path=" + m_folder.path("bus").string(); }
