@@ -1,5 +1,6 @@
 #include "Platform/Linux/Bus/BusClient.h"
 
+#include "Platform/Linux/Bus/SDBusVersions.h"
 #include "Platform/Linux/Bus/SessionBus.h"
 
 #include <limits>
@@ -9,21 +10,7 @@ namespace Platform::Linux::Bus {
 
 namespace {
 
-// sdbus-c++ 2, which introduced this header, has a type for each kind of name and a different API for calls
-// and exports.
 #if __has_include(<sdbus-c++/VTableItems.h>)
-using ErrorName = sdbus::Error::Name;
-using sdbus::InterfaceName;
-using sdbus::MethodName;
-using sdbus::ObjectPath;
-using sdbus::ServiceName;
-
-template <typename Callback>
-void callAsync(sdbus::IProxy& proxy, const sdbus::MethodCall& call, Callback callback, std::uint64_t timeout)
-{
-    proxy.callMethodAsync(call, std::move(callback), timeout);
-}
-
 template <typename Callback>
 sdbus::Slot matchSlot(sdbus::IConnection& connection, const std::string& rule, Callback callback)
 {
@@ -44,18 +31,6 @@ void registerMethod(sdbus::IObject& object, const BusMethod& method, const sdbus
         .forInterface(InterfaceName(method.interface));
 }
 #else
-using ErrorName = std::string;
-using InterfaceName = std::string;
-using MethodName = std::string;
-using ObjectPath = std::string;
-using ServiceName = std::string;
-
-template <typename Callback>
-void callAsync(sdbus::IProxy& proxy, const sdbus::MethodCall& call, Callback callback, std::uint64_t timeout)
-{
-    proxy.callMethod(call, std::move(callback), timeout);
-}
-
 template <typename Callback>
 sdbus::Slot matchSlot(sdbus::IConnection& connection, const std::string& rule, Callback callback)
 {

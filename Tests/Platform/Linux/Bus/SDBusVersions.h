@@ -1,25 +1,23 @@
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
+#include "Platform/Linux/Bus/SDBusVersions.h"
 
 #include <chrono>
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
 
-// Fakes use the library directly, and its versions 1 and 2 differ. The names are those of version 2, which
-// has a type for each kind of name.
-#if __has_include(<sdbus-c++/VTableItems.h>)
-using ErrorName = sdbus::Error::Name;
-using sdbus::BusName;
-using sdbus::InterfaceName;
-using sdbus::MethodName;
-using sdbus::ObjectPath;
-using sdbus::ServiceName;
-using sdbus::SignalName;
+// Fakes use the library directly.
+using Platform::Linux::Bus::BusName;
+using Platform::Linux::Bus::callAsync;
+using Platform::Linux::Bus::ErrorName;
+using Platform::Linux::Bus::InterfaceName;
+using Platform::Linux::Bus::MethodName;
+using Platform::Linux::Bus::ObjectPath;
+using Platform::Linux::Bus::ServiceName;
+using Platform::Linux::Bus::SignalName;
 
+#if __has_include(<sdbus-c++/VTableItems.h>)
 template <typename Function>
 void addMethod(sdbus::IObject& object, const std::string& interface, const std::string& name,
                Function function)
@@ -31,32 +29,11 @@ void addMethod(sdbus::IObject& object, const std::string& interface, const std::
 /// To be called after the last addMethod().
 inline void publishMethods(sdbus::IObject& /*object*/) {}
 
-/// `completion` takes the reply and a pointer to the error, which is null for a reply. Without a time limit,
-/// the library's own applies.
-template <typename Completion>
-void callAsync(sdbus::IProxy& proxy, const sdbus::MethodCall& call, Completion completion,
-               std::uint64_t microseconds = 0)
-{
-    const auto callback = [completion = std::move(completion)](sdbus::MethodReply reply,
-                                                               std::optional<sdbus::Error> error) mutable {
-        completion(reply, error ? &*error : nullptr);
-    };
-    proxy.callMethodAsync(call, callback, microseconds);
-}
-
 inline bool processPending(sdbus::IConnection& connection)
 {
     return connection.processPendingEvent();
 }
 #else
-using BusName = std::string;
-using ErrorName = std::string;
-using InterfaceName = std::string;
-using MethodName = std::string;
-using ObjectPath = std::string;
-using ServiceName = std::string;
-using SignalName = std::string;
-
 template <typename Function>
 void addMethod(sdbus::IObject& object, const std::string& interface, const std::string& name,
                Function function)
@@ -67,13 +44,6 @@ void addMethod(sdbus::IObject& object, const std::string& interface, const std::
 inline void publishMethods(sdbus::IObject& object)
 {
     object.finishRegistration();
-}
-
-template <typename Completion>
-void callAsync(sdbus::IProxy& proxy, const sdbus::MethodCall& call, Completion completion,
-               std::uint64_t microseconds = 0)
-{
-    proxy.callMethod(call, std::move(completion), microseconds);
 }
 
 inline bool processPending(sdbus::IConnection& connection)
