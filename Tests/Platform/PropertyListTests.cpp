@@ -47,27 +47,28 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
         {std::numeric_limits<std::int64_t>::min(), "-9223372036854775808"},
         {0.30000000000000004, "0.3"},
         {8.7, "8.699999999999999"}};
-    for (const double real : {3.5,
-                              0.1,
-                              1.0,
-                              0.0,
-                              -0.0,
-                              0.0001,
-                              1e-5,
-                              123456.789,
-                              1e15,
-                              9999999999999998.0,
-                              1e16,
-                              12345678901234567.0,
-                              1e22,
-                              1e100,
-                              Limits::lowest(),
-                              Limits::min(),
-                              Limits::denorm_min(),
-                              Limits::infinity(),
-                              -Limits::infinity(),
-                              Limits::quiet_NaN(),
-                              -Limits::quiet_NaN()}) {
+    const double reals[] = {3.5,
+                            0.1,
+                            1.0,
+                            0.0,
+                            -0.0,
+                            0.0001,
+                            1e-5,
+                            123456.789,
+                            1e15,
+                            9999999999999998.0,
+                            1e16,
+                            12345678901234567.0,
+                            1e22,
+                            1e100,
+                            Limits::lowest(),
+                            Limits::min(),
+                            Limits::denorm_min(),
+                            Limits::infinity(),
+                            -Limits::infinity(),
+                            Limits::quiet_NaN(),
+                            -Limits::quiet_NaN()};
+    for (const double real : reals) {
         std::array<char, 32> text{};
         std::snprintf(text.data(), text.size(), "%.16g", real);
         cases.emplace_back(real, text.data());
@@ -86,9 +87,8 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
 
 TEST(PropertyListTest, ComparesTypeAndContent)
 {
-    const PropertyList array{PropertyList::Array{1, "a"}};
-    EXPECT_EQ(array, PropertyList(PropertyList::Array{1, "a"}));
-    EXPECT_NE(array, PropertyList(PropertyList::Array{true, "a"}));
+    EXPECT_EQ(PropertyList(PropertyList::Array{1, "a"}), PropertyList(PropertyList::Array{1, "a"}));
+    EXPECT_NE(PropertyList(PropertyList::Array{1, "a"}), PropertyList(PropertyList::Array{true, "a"}));
     EXPECT_NE(PropertyList(1), PropertyList(1.0));
     EXPECT_NE(PropertyList("1"), PropertyList(1));
     EXPECT_EQ(PropertyList(std::uint64_t{7}), PropertyList(7));

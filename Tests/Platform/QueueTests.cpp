@@ -19,34 +19,27 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// An implementation of a queue and timers. `settle` runs all pending items and the timers due within a
-/// second.
-struct SchedulingHarness {
+/// A queue, given to `body` with a function that runs all pending items.
+struct QueueHarness {
     const char* name;
-    std::function<void(
-        const std::function<void(DispatchQueue&, TimerScheduler*, const std::function<void()>& settle)>&)>
+    std::function<void(const std::function<void(DispatchQueue&, const std::function<void()>& settle)>& body)>
         run;
 };
 
-const SchedulingHarness harnesses[] = {
-    {"Manual",
-     [](const auto& body) {
-         ManualScheduler scheduler;
-         body(scheduler.mainQueue, &scheduler, [&] { scheduler.advance(1s); });
-     }},
+const QueueHarness harnesses[] = {
     {"Qt",
      [](const auto& body) {
          int argc = 0;
          Desktop::QtRunLoop loop(std::make_unique<QCoreApplication>(argc, nullptr));
-         body(loop, &loop, [&] {
-             const auto end = loop.scheduledTimer(200ms, [&] { loop.quit(); });
+         body(loop, [&] {
+             loop.async([&] { loop.quit(); });
              loop.run();
          });
      }},
     {"Worker",
      [](const auto& body) {
          Linux::WorkerQueue queue("contract", Linux::WorkerQueue::Priority::utility);
-         body(queue, nullptr, [&] {
+         body(queue, [&] {
              std::promise<void> done;
              queue.async([&] { done.set_value(); });
              done.get_future().wait();
@@ -56,15 +49,16 @@ const SchedulingHarness harnesses[] = {
      [](const auto& body) {
          ManualScheduler scheduler;
          Push::YieldingQueue queue(scheduler.mainQueue);
-         body(queue, nullptr, [&] { scheduler.runUntilIdle(); });
+         body(queue, [&] { scheduler.runUntilIdle(); });
      }},
 };
 
-class SchedulingContractTest : public testing::TestWithParam<SchedulingHarness> {};
+class SchedulingContractTest : public testing::TestWithParam<QueueHarness> {};
+INSTANTIATE_TEST_SUITE_P(, SchedulingContractTest, testing::ValuesIn(harnesses), caseName<QueueHarness>);
 
 TEST_P(SchedulingContractTest, QueueRunsItemsInOrderAndNeverInsideTheSchedulingCall)
 {
-    GetParam().run([](DispatchQueue& queue, TimerScheduler*, const auto& settle) {
+    GetParam().run([](DispatchQueue& queue, const auto& settle) {
         std::promise<void> isScheduled;
         const auto scheduled = isScheduled.get_future().share();
         std::vector<int> ran;
@@ -86,41 +80,6 @@ TEST_P(SchedulingContractTest, QueueRunsItemsInOrderAndNeverInsideTheSchedulingC
         EXPECT_EQ(ran, (std::vector{1, 2, 3}));
     });
 }
-
-class TimerContractTest : public SchedulingContractTest {};
-
-TEST_P(TimerContractTest, TimerFiresOnceUnlessCancelled)
-{
-    GetParam().run([](DispatchQueue&, TimerScheduler* timers, const auto& settle) {
-        std::vector<std::string> fired;
-        const auto into = [&](const char* name) { return [&fired, name] { fired.emplace_back(name); }; };
-        const auto later = timers->scheduledTimer(40ms, into("later"));
-        const auto sooner = timers->scheduledTimer(10ms, into("sooner"));
-        const auto invalidated = timers->scheduledTimer(5ms, into("invalidated"));
-        auto destroyed = timers->scheduledTimer(5ms, into("destroyed"));
-        std::unique_ptr<Timer> restarted;
-        const TimerScheduler::Block restart = [&, name = std::string("restarting, as a text on the heap")] {
-            restarted = timers->scheduledTimer(5ms, into("restarted")); // Destroys the timer that fires.
-            fired.push_back(name);
-        };
-        restarted = timers->scheduledTimer(60ms, restart);
-        const auto immediate = timers->scheduledTimer(0ms, into("immediate"));
-        EXPECT_TRUE(fired.empty());
-        invalidated->invalidate();
-        invalidated->invalidate();
-        destroyed.reset();
-        settle();
-        EXPECT_EQ(fired, (std::vector<std::string>{"immediate", "sooner", "later",
-                                                   "restarting, as a text on the heap", "restarted"}));
-        sooner->invalidate();
-    });
-}
-
-INSTANTIATE_TEST_SUITE_P(Schedulers, SchedulingContractTest, testing::ValuesIn(harnesses),
-                         caseName<SchedulingHarness>);
-// The other queues have no timers.
-INSTANTIATE_TEST_SUITE_P(Schedulers, TimerContractTest, testing::Values(harnesses[0], harnesses[1]),
-                         caseName<SchedulingHarness>);
 
 TEST(YieldingQueueTest, DelaysOthersByOneItemAndDropsPendingItemsWhenDestroyed)
 {

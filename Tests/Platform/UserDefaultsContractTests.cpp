@@ -4,7 +4,6 @@
 #include "Platform/NotificationCenter.h"
 #include "Platform/OutcomeRecorder.h"
 #include "Platform/SystemClock.h"
-#include "Tests/Fakes/CaseName.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -24,76 +23,41 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// An implementation of the defaults under test.
-class DefaultsHarness {
-public:
-    virtual ~DefaultsHarness() = default;
-    virtual UserDefaultsDomains& domains() = 0;
-    virtual NotificationCenter& center() = 0;
-    /// Delivers pending change notifications until `isDone` returns true, for a limited time.
-    virtual void settle(const std::function<bool()>& isDone) = 0;
-    virtual void makeSuitesUnavailable() = 0;
-};
-
-class FakeHarness final : public DefaultsHarness {
-public:
-    UserDefaultsDomains& domains() override { return m_domains; }
-    NotificationCenter& center() override { return m_center; }
-    void settle(const std::function<bool()>&) override { m_scheduler.runUntilIdle(); }
-    void makeSuitesUnavailable() override { m_domains.areSuitesAvailable = false; }
-
-private:
-    ManualScheduler m_scheduler;
-    NotificationCenter m_center;
-    FakeUserDefaultsDomains m_domains{m_center, m_scheduler.mainQueue};
-};
-
-class SQLiteHarness final : public DefaultsHarness {
-public:
-    SQLiteHarness() { m_domains.announceChanges(m_watcher, m_center, m_loop); }
-    UserDefaultsDomains& domains() override { return m_domains; }
-    NotificationCenter& center() override { return m_center; }
-    void settle(const std::function<bool()>& isDone) override
-    {
-        const auto giveUp = m_loop.scheduledTimer(10s, [this] { m_loop.quit(); });
-        const auto token = m_center.addObserver(UserDefaults::didChangeNotification, nullptr, &m_loop,
-                                                [&](const Notification&) {
-                                                    if (isDone())
-                                                        m_loop.quit();
-                                                });
-        if (!isDone())
-            m_loop.run();
-    }
-    void makeSuitesUnavailable() override
-    {
-        m_folder.write("state/groups", "a file where a folder should be");
-    }
-
-private:
-    int m_argc = 0;
-    Desktop::QtRunLoop m_loop{std::make_unique<QCoreApplication>(m_argc, nullptr)};
-    TemporaryFolder m_folder;
-    NotificationCenter m_center;
-    RecordingUnifiedLog m_log;
-    SystemClock m_clock;
-    AdapterLog m_adapterLog{m_log, "test"};
-    Linux::DeviceDefaults m_domains{{m_folder.path("state"), {.files = {m_folder.path("managed.json")}}},
-                                    Storage::SQLiteUserDefaults::Access::readWrite,
-                                    m_clock,
-                                    m_adapterLog};
-    Linux::Files::FileSystemWatcher m_watcher;
-};
-
-struct Implementation {
-    const char* name;
-    std::unique_ptr<DefaultsHarness> (*make)();
-};
-
-class UserDefaultsContractTest : public testing::TestWithParam<Implementation> {
+/// Runs each test with the fake and with the device's own domains.
+class UserDefaultsContractTest : public testing::TestWithParam<bool> {
 protected:
-    std::unique_ptr<DefaultsHarness> harness = GetParam().make();
-    UserDefaultsDomains& domains = harness->domains();
+    UserDefaultsContractTest() { device.announceChanges(watcher, center, loop); }
+    /// Delivers pending change notifications until `isDone` returns true, for a limited time.
+    void settle(const std::function<bool()>& isDone)
+    {
+        const auto giveUp = loop.scheduledTimer(20s, [this] { loop.quit(); });
+        const auto token =
+            center.addObserver(UserDefaults::didChangeNotification, nullptr, &loop, [&](const Notification&) {
+                if (isDone())
+                    loop.quit();
+            });
+        if (!isDone())
+            loop.run();
+    }
+
+    int argc = 0;
+    Desktop::QtRunLoop loop{std::make_unique<QCoreApplication>(argc, nullptr)};
+    TemporaryFolder folder;
+    NotificationCenter center;
+    RecordingUnifiedLog log;
+    SystemClock clock;
+    AdapterLog adapterLog{log, "test"};
+    FakeUserDefaultsDomains fake{center, loop};
+    Linux::DeviceDefaults device{{folder.path("state"), {.files = {folder.path("managed.json")}}},
+                                 Storage::SQLiteUserDefaults::Access::readWrite,
+                                 clock,
+                                 adapterLog};
+    Linux::Files::FileSystemWatcher watcher;
+    UserDefaultsDomains& domains = GetParam() ? static_cast<UserDefaultsDomains&>(fake) : device;
 };
+
+INSTANTIATE_TEST_SUITE_P(, UserDefaultsContractTest, testing::Bool(),
+                         [](const auto& isFake) { return isFake.param ? "Fake" : "SQLite"; });
 
 const Platform::Data allBytes = [] {
     Platform::Data data;
@@ -153,48 +117,45 @@ TEST_P(UserDefaultsContractTest, TypedGettersReturnAnEmptyValueForOtherTypes)
 
 TEST_P(UserDefaultsContractTest, DomainsAreSeparateAndSuitesMayBeAbsent)
 {
+    using namespace std::string_literals;
     domains.suite("group.one")->set("key", 1);
     domains.standard().set("key", 0);
     EXPECT_EQ(domains.suite("group.two")->object("key"), std::nullopt);
     EXPECT_EQ(domains.suite("group.one"), domains.suite("group.one"));
     EXPECT_EQ(domains.suite("group.one")->integer("key"), 1);
-}
-
-TEST_P(UserDefaultsContractTest, SuiteThatCannotBeOpenedOrNamedIsAbsent)
-{
-    using namespace std::string_literals;
     for (const std::string& name : {""s, ".hidden"s, "a/b"s, "a\0b"s})
         EXPECT_EQ(domains.suite(name), nullptr) << name;
-    harness->makeSuitesUnavailable();
-    EXPECT_EQ(domains.suite("group.example"), nullptr);
+    fake.areSuitesAvailable = false;
+    std::filesystem::remove_all(folder.path("state/groups"));
+    folder.write("state/groups", "a file where a folder should be");
+    EXPECT_EQ(domains.suite("group.three"), nullptr);
 }
 
 TEST_P(UserDefaultsContractTest, StandardDomainPostsItsChanges)
 {
     int count = 0;
-    const auto token =
-        harness->center().addObserver(UserDefaults::didChangeNotification, &domains.standard(), nullptr,
-                                      [&, thread = std::this_thread::get_id()](const Notification&) {
-                                          ++count;
-                                          EXPECT_EQ(std::this_thread::get_id(), thread);
-                                      });
+    const auto token = center.addObserver(UserDefaults::didChangeNotification, &domains.standard(), nullptr,
+                                          [&, thread = std::this_thread::get_id()](const Notification&) {
+                                              ++count;
+                                              EXPECT_EQ(std::this_thread::get_id(), thread);
+                                          });
     const std::array<UserDefaults::Entry, 2> entries{{{"a", 1}, {"b", 2}}};
     domains.standard().write(entries);
     EXPECT_EQ(count, 0) << "no notification inside the write";
-    harness->settle([&] { return count > 0; });
+    settle([&] { return count > 0; });
     EXPECT_EQ(count, 1) << "two values, one commit, one notification";
     domains.standard().removeObject("a");
-    harness->settle([&] { return count > 1; });
+    settle([&] { return count > 1; });
     EXPECT_EQ(count, 2);
     EXPECT_EQ(domains.standard().integer("b"), 2);
 }
 
 TEST_P(UserDefaultsContractTest, ManagedConfigurationIsReadOnly)
 {
-    UserDefaults& standard = domains.standard();
-    EXPECT_FALSE(standard.set(UserDefaults::managedConfigurationKey, PropertyList::Dictionary{{"a", 1}}));
-    EXPECT_EQ(standard.object(UserDefaults::managedConfigurationKey), std::nullopt);
-    EXPECT_FALSE(standard.removeObject(UserDefaults::managedConfigurationKey));
+    const std::string_view key = UserDefaults::managedConfigurationKey;
+    EXPECT_FALSE(domains.standard().set(key, PropertyList::Dictionary{{"a", 1}}));
+    EXPECT_EQ(domains.standard().object(key), std::nullopt);
+    EXPECT_FALSE(domains.standard().removeObject(key));
 }
 
 TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
@@ -229,15 +190,5 @@ TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
     folder.write("managed.json", R"({"a": 1})");
     EXPECT_EQ(managed(), PropertyList(PropertyList::Dictionary{{"a", 1}}));
 }
-
-template <typename Harness>
-std::unique_ptr<DefaultsHarness> makeHarness()
-{
-    return std::make_unique<Harness>();
-}
-INSTANTIATE_TEST_SUITE_P(Implementations, UserDefaultsContractTest,
-                         testing::Values(Implementation{"Fake", makeHarness<FakeHarness>},
-                                         Implementation{"SQLite", makeHarness<SQLiteHarness>}),
-                         caseName<Implementation>);
 
 } // namespace

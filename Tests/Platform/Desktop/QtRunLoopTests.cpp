@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -51,6 +52,32 @@ TEST_F(QtRunLoopTest, QuitsBetweenTwoItemsAndKeepsTheRest)
         loop.run();
         EXPECT_EQ(ran, expected);
     }
+}
+
+TEST_F(QtRunLoopTest, TimerFiresOnceUnlessCancelled)
+{
+    std::vector<std::string> fired;
+    const auto into = [&](const char* name) { return [&fired, name] { fired.emplace_back(name); }; };
+    const auto later = loop.scheduledTimer(40ms, into("later"));
+    const auto sooner = loop.scheduledTimer(10ms, into("sooner"));
+    const auto invalidated = loop.scheduledTimer(5ms, into("invalidated"));
+    auto destroyed = loop.scheduledTimer(5ms, into("destroyed"));
+    std::unique_ptr<Timer> restarted;
+    const TimerScheduler::Block restart = [&, name = std::string("restarting, as a text on the heap")] {
+        restarted = loop.scheduledTimer(5ms, into("restarted")); // Destroys the timer that fires.
+        fired.push_back(name);
+    };
+    restarted = loop.scheduledTimer(60ms, restart);
+    const auto immediate = loop.scheduledTimer(0ms, into("immediate"));
+    const auto end = loop.scheduledTimer(200ms, [&] { loop.quit(); });
+    EXPECT_TRUE(fired.empty());
+    invalidated->invalidate();
+    invalidated->invalidate();
+    destroyed.reset();
+    loop.run();
+    EXPECT_EQ(fired, (std::vector<std::string>{"immediate", "sooner", "later",
+                                               "restarting, as a text on the heap", "restarted"}));
+    sooner->invalidate();
 }
 
 TEST(GuiApplicationTest, StartsWithoutADisplayOnlyIfNoneIsNeeded)

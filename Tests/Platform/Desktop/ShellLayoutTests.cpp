@@ -69,8 +69,10 @@ TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
     EXPECT_TRUE(waitFor([&] { return accessibleNames() == content; }));
 }
 
-TEST_F(ShellTest, LimitsAndAnnouncesTheTextScale)
+TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
 {
+    server = "A notification server 1.2.3";
+    attach();
     int changeCount = 0;
     QObject::connect(&shell, &Desktop::Shell::appearanceChanged, [&] { ++changeCount; });
     for (const auto& [wanted, scale] : {std::pair(0.5, 1.0), {1.5, 1.5}, {3.0, 2.0}}) {
@@ -78,12 +80,6 @@ TEST_F(ShellTest, LimitsAndAnnouncesTheTextScale)
         EXPECT_EQ(shell.textScale(), scale);
     }
     EXPECT_EQ(changeCount, 3);
-}
-
-TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
-{
-    server = "A notification server 1.2.3";
-    attach();
     for (const QSize size :
          {QSize(320, 300), QSize(320, 568), QSize(699, 600), QSize(700, 600), QSize(1024, 768)}) {
         for (const double textScale : {1.0, 2.0}) {
@@ -131,6 +127,9 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
 
 TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
 {
+    QPixmap icon(64, 64);
+    icon.fill(Qt::red);
+    QGuiApplication::setWindowIcon(icon);
     resize({1024, 768});
     attach();
     for (const auto& [isDark, isContrastHigh] :
@@ -142,6 +141,12 @@ TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
         const auto expectReadable = [&] {
             const QImage shown = window->grabWindow();
             EXPECT_NE(shown.pixelColor(2, 760), QColor(Qt::white)) << "the scrim";
+            for (const QQuickItem* each : window->findChildren<QQuickItem*>()) {
+                const QPoint center = each->mapToScene(each->boundingRect().center()).toPoint();
+                if (each->inherits("Platform::Desktop::ApplicationMark") && each->isVisible()) {
+                    EXPECT_EQ(shown.pixelColor(center), QColor(Qt::red));
+                }
+            }
             for (const QQuickItem* text : visibleTexts()) {
                 const QColor background = shown.pixelColor(text->mapToScene({-1, 1}).toPoint());
                 EXPECT_GE(contrast(text->property("color").value<QColor>(), background), minimum)
@@ -163,6 +168,7 @@ TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
         outwaitBanner();
         shell.settings()->close();
     }
+    QGuiApplication::setWindowIcon({});
 }
 
 TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
@@ -231,23 +237,4 @@ TEST_F(ShellTest, MotionIsAnimatedUnlessReduced)
             expectMotion("banner ends", [&] { return !item("shell.banner")->isVisible(); });
         }
     }
-}
-
-TEST_F(ShellTest, DialogsShowTheIconOfTheApplication)
-{
-    QPixmap icon(64, 64);
-    icon.fill(Qt::red);
-    QGuiApplication::setWindowIcon(icon);
-    resize({1024, 768});
-    attach();
-    EXPECT_TRUE(showBanner({"title", "text", {}, {}}));
-    shell.openSettings();
-    const QImage shown = window->grabWindow();
-    for (const QQuickItem* mark : window->findChildren<QQuickItem*>()) {
-        if (!mark->inherits("Platform::Desktop::ApplicationMark"))
-            continue;
-        const QPointF center = mark->mapToScene(mark->boundingRect().center());
-        EXPECT_EQ(shown.pixelColor(center.toPoint()), QColor(Qt::red));
-    }
-    QGuiApplication::setWindowIcon({});
 }

@@ -8,33 +8,20 @@
 #include <pwd.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 using Platform::Linux::DevicePaths;
 
 namespace {
 
-/// Sets variables while it exists; a null value unsets one.
-class Environment {
-public:
-    explicit Environment(const std::map<const char*, const char*>& variables)
-    {
-        for (const auto& [name, value] : variables) {
-            const char* old = std::getenv(name);
-            m_previous[name] = old == nullptr ? std::nullopt : std::optional<std::string>(old);
-            value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
-        }
-    }
-    ~Environment()
-    {
-        for (const auto& [name, value] : m_previous)
-            value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
-    }
-    Environment(const Environment&) = delete;
-    Environment& operator=(const Environment&) = delete;
-
-private:
-    std::map<const char*, std::optional<std::string>> m_previous;
-};
+/// Sets the variable, or unsets it if `value` is null. Returns the former value.
+std::optional<std::string> exchangeVariable(const char* name, const char* value)
+{
+    const char* old = std::getenv(name);
+    const auto former = old == nullptr ? std::nullopt : std::optional<std::string>(old);
+    value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
+    return former;
+}
 
 TEST(DevicePathsTest, FollowTheEnvironment)
 {
@@ -55,11 +42,16 @@ TEST(DevicePathsTest, FollowTheEnvironment)
         {nullptr, nullptr, nullptr, home, home + "/push.sock"},
     };
     for (const Case& row : cases) {
-        const Environment environment(
-            {{"XDG_DATA_HOME", row.dataHome}, {"HOME", row.home}, {"XDG_RUNTIME_DIR", row.runtime}});
+        const std::pair<const char*, const char*> variables[] = {
+            {"XDG_DATA_HOME", row.dataHome}, {"HOME", row.home}, {"XDG_RUNTIME_DIR", row.runtime}};
+        std::map<const char*, std::optional<std::string>> former;
+        for (const auto& [name, value] : variables)
+            former[name] = exchangeVariable(name, value);
         const DevicePaths paths = DevicePaths::fromEnvironment("/policy");
         EXPECT_EQ(paths.stateFolder, row.state);
         EXPECT_EQ(paths.pushSocket, row.socket);
+        for (const auto& [name, value] : former)
+            exchangeVariable(name, value ? value->c_str() : nullptr);
     }
 }
 

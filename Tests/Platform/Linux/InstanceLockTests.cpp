@@ -4,7 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
@@ -12,11 +11,9 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 using Platform::Linux::InstanceLock;
-using Platform::Storage::FileDescriptor;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
@@ -29,30 +26,26 @@ namespace {
 class Child {
 public:
     /// Runs `prepare` in the child and returns when it is done. The child exits if `prepare` returns false.
-    explicit Child(const std::function<bool()>& prepare)
+    explicit Child(const std::function<bool()>& prepare) : m_process(::fork())
     {
-        std::array<int, 2> ends{};
-        if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        const FileDescriptor reading(ends[0]);
-        FileDescriptor writing(ends[1]);
-        m_process = ::fork();
         if (m_process == 0) {
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (!prepare())
                 ::_exit(1);
-            static_cast<void>(::write(writing.get(), "", 1) == 1);
+            ::raise(SIGSTOP);
             while (true)
                 ::pause();
         }
-        writing = FileDescriptor();
-        char ready = 0;
-        m_isReady = ::read(reading.get(), &ready, 1) == 1;
+        int status = 0;
+        m_isReady = ::waitpid(m_process, &status, WUNTRACED) == m_process && WIFSTOPPED(status) &&
+                    ::kill(m_process, SIGCONT) == 0;
     }
     ~Child()
     {
-        ::kill(m_process, SIGKILL);
-        ::waitpid(m_process, nullptr, 0);
+        if (m_isReady && isAlive()) {
+            ::kill(m_process, SIGKILL);
+            ::waitpid(m_process, nullptr, 0);
+        }
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -62,7 +55,7 @@ public:
     [[nodiscard]] bool isAlive() const { return ::waitpid(m_process, nullptr, WNOHANG) == 0; }
 
 private:
-    pid_t m_process = -1;
+    const pid_t m_process;
     bool m_isReady = false;
 };
 

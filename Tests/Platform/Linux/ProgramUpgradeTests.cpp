@@ -144,6 +144,12 @@ TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
     endTrial();
     EXPECT_EQ(quitCount, 1);
     EXPECT_EQ(exitCodeOfRestart(), 42);
+    EXPECT_EQ(runs(), "--background --version\n--background\n");
+    const auto cancel = [&] {
+        restart.cancel();
+        restart.request();
+    };
+    EXPECT_EQ(exitCodeOfRestart(cancel), 1) << "the user ends the application";
 }
 
 TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)
@@ -167,19 +173,6 @@ TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)
         pause = std::min<std::chrono::milliseconds>(2 * pause, ProgramUpgrade::longestPause);
     }
     EXPECT_EQ(quitCount, 0);
-}
-
-TEST_F(ProgramUpgradeTest, RestartIsPerformedUnlessCanceled)
-{
-    install("exit 42");
-    EXPECT_EQ(exitCodeOfRestart(), 1);
-    EXPECT_EQ(exitCodeOfRestart([&] { restart.request(); }), 42);
-    EXPECT_EQ(exitCodeOfRestart([&] {
-                  restart.cancel();
-                  restart.request();
-              }),
-              1);
-    EXPECT_EQ(runs(), "--background\n");
 }
 
 TEST_F(ProgramUpgradeTest, FileMayBeNamedLikeARemovedOne)

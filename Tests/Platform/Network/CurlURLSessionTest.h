@@ -23,25 +23,17 @@ protected:
     using Code = Platform::URLError::Code;
     using Outcome = Platform::URLSession::Outcome;
 
-    /// A port that accepts connections and never responds.
-    class SilentPort {
-    public:
-        SilentPort()
-        {
-            sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-            socklen_t size = sizeof address;
-            auto* generic = reinterpret_cast<sockaddr*>(&address);
-            if (::bind(m_socket.get(), generic, size) != 0 || ::listen(m_socket.get(), SOMAXCONN) != 0 ||
-                ::getsockname(m_socket.get(), generic, &size) != 0)
-                throw std::runtime_error("no port");
-            m_port = ntohs(address.sin_port);
-        }
-        [[nodiscard]] int number() const { return m_port; }
-
-    private:
-        Platform::Storage::FileDescriptor m_socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-        int m_port = 0;
-    };
+    /// Makes the socket accept connections without ever responding. Returns its port.
+    static int listenSilently(const Platform::Storage::FileDescriptor& socket)
+    {
+        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+        socklen_t size = sizeof address;
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        if (::bind(socket.get(), generic, size) != 0 || ::listen(socket.get(), SOMAXCONN) != 0 ||
+            ::getsockname(socket.get(), generic, &size) != 0)
+            throw std::runtime_error("no port");
+        return ntohs(address.sin_port);
+    }
 
     /// A backend and a session that trusts it.
     struct Line {
@@ -75,12 +67,13 @@ protected:
         {
             return fmt::format(fmt::runtime(text), fmt::arg("same", backend.baseURL()),
                                fmt::arg("other", fmt::format("https://127.0.0.1:{}", backend.port())),
-                               fmt::arg("port", backend.port()), fmt::arg("silent", silent.number()));
+                               fmt::arg("port", backend.port()), fmt::arg("silent", silentPort));
         }
         [[nodiscard]] std::string lastTarget() { return backend.takeRequests().back().target; }
 
         TemporaryFolder folder;
-        SilentPort silent;
+        Platform::Storage::FileDescriptor silentSocket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+        int silentPort = listenSilently(silentSocket);
         TestBackend backend;
         std::unique_ptr<Platform::Network::CurlURLSession> session;
     };

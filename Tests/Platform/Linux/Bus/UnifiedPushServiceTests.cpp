@@ -212,7 +212,6 @@ TEST_F(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForei
         {Value(token), "message", Value("text"), "a answered Message"},
         {Value(token), "nothing", Value("text"), "a answered Message"},
         {Value(1), "message", good, "a answered Message"},
-        {Value(token), "endpoint", Value("http://127.0.0.1.example/"), "a answered NewEndpoint"},
         {Value(token), "endpoint", Value("http://localhost:1@b.example/"), "a answered NewEndpoint"},
         {Value(token), "endpoint", Value("https://a/" + std::string(991, 'a')), "a answered NewEndpoint"},
     };
@@ -223,7 +222,7 @@ TEST_F(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForei
             EXPECT_EQ(transcript.after(""), "a answered 7");
         }
     }
-    EXPECT_THAT(app->log.takeLines(), testing::SizeIs(4));
+    EXPECT_THAT(app->log.takeLines(), testing::SizeIs(3));
     app->completion(PushRefusal{"no thanks"});
     EXPECT_EQ(transcript.after(""), "a answered 7");
     EXPECT_THAT(app->log.takeLines(), ElementsAre(HasSubstr("no thanks")));
@@ -239,27 +238,24 @@ TEST_F(UnifiedPushServiceTest, RepliesToEachMessageBeforeDeliveringTheNext)
     startApplication();
     const std::string token = transcript.after("a registers ");
     const Value message(encrypted(transcript.after("token "), R"({"n":1})"));
-    constexpr int messageCount = 3;
-    std::promise<void> allAreSent;
-    std::promise<void> allAreTaken;
-    app->onPayload = [&, sent = allAreSent.get_future().share(), number = 0]() mutable {
+    std::promise<void> areAllSent;
+    std::promise<void> areAllRead;
+    app->onPayload = [&, sent = areAllSent.get_future().share(), number = 0]() mutable {
         sent.wait();
-        if (++number > 1) {
-            EXPECT_EQ(transcript.after("a answered " + std::to_string(number - 1)), "");
+        if (number > 0) {
+            EXPECT_EQ(transcript.after("a answered "), std::to_string(number));
         }
         app->completion(std::nullopt);
-        if (number == messageCount)
-            allAreTaken.set_value();
+        if (++number == 3)
+            areAllRead.set_value();
     };
-    for (int number = 1; number <= messageCount; ++number)
-        a->call(
-            "Message",
-            Dictionary{{"token", Value(token)}, {"message", message}, {"id", Value(std::to_string(number))}});
+    for (const char* id : {"1", "2", "3"})
+        a->call("Message", Dictionary{{"token", Value(token)}, {"message", message}, {"id", Value(id)}});
     a->sendEmptyMessage(token); // Answered after all messages have arrived.
     EXPECT_EQ(transcript.after("a answered Message"), "");
-    allAreSent.set_value();
-    allAreTaken.get_future().wait();
-    EXPECT_EQ(transcript.after("a answered " + std::to_string(messageCount)), "");
+    areAllSent.set_value();
+    areAllRead.get_future().wait();
+    EXPECT_EQ(transcript.after("a answered "), "3");
 }
 
 TEST_F(UnifiedPushServiceTest, FailsWhenTheRegistrationCannotBeStored)
@@ -302,8 +298,8 @@ TEST(UnifiedPushEndpointTest, AcceptsOnlyHttpsAndLoopbackURLs)
                                  "hTTp://LocalHost:1/", "http://127.1.2.3/", "http://[::1]:8/"})
         EXPECT_TRUE(isUsablePushEndpoint(accepted)) << accepted;
     for (const char* rejected :
-         {"http://a/", "HTTP://a/", "http://localhost.example/", "https://", "https:/a", "https", "ftp://a/",
-          "xhttps://a/", "https://u@a/", "https://a /", ""})
+         {"http://a/", "HTTP://a/", "http://localhost.example/", "http://127.0.0.1.example/", "https://",
+          "https:/a", "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", ""})
         EXPECT_FALSE(isUsablePushEndpoint(rejected)) << rejected;
 }
 
