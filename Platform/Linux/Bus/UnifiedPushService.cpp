@@ -233,6 +233,11 @@ void UnifiedPushService::receive(const Call& call)
 
 void UnifiedPushService::receiveEndpoint(const Call& call)
 {
+    // Until the new distributor's connection is known, an endpoint is a late one of the former distributor.
+    if (m_owner.empty() && m_registration->distributor() != m_distributor) {
+        call.answer(Answer::ignored, {});
+        return;
+    }
     m_endpointTimer.reset();
     if (!Push::isUsablePushEndpoint(call.content)) {
         m_ports.log.error(

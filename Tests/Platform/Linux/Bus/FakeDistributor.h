@@ -63,6 +63,8 @@ struct Script {
     std::string followUp = "NewEndpoint";
     /// A digit for each version of the interface that it offers.
     std::string versions = "2";
+    /// Whether calls wait until the test starts the event loop of the bus.
+    bool isHeld = false;
 };
 
 /// Runs a distributor until destroyed. Records the tokens registered and the replies to its calls.
@@ -90,7 +92,8 @@ struct FakeDistributor {
         }
         publishMethods(*object);
         takeName(*bus, "org.unifiedpush.Distributor." + name);
-        bus->enterEventLoopAsync();
+        if (!script.isHeld)
+            bus->enterEventLoopAsync();
     }
     ~FakeDistributor() { bus->leaveEventLoop(); }
 

@@ -1,12 +1,19 @@
 #include "Platform/Linux/Bus/UnifiedPushService.h"
 
 #include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Platform/Linux/Bus/FakeDistributor.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <future>
+#include <poll.h>
+#include <unistd.h>
 
 using namespace Platform;
 using namespace Platform::Push;
@@ -185,6 +192,60 @@ TEST_F(UnifiedPushServiceTest, UsesTheSetDistributorAndLogsOtherChanges)
         EXPECT_EQ(stored->distributor(), "org.unifiedpush.Distributor.b");
         EXPECT_EQ(stored->replacedDistributor(), "org.unifiedpush.Distributor.a");
     });
+}
+
+TEST_F(UnifiedPushServiceTest, IgnoresALateEndpointOfTheFormerDistributor)
+{
+    auto registration = UnifiedPushRegistration::make(store).value();
+    registration.setEndpoint(store, "org.unifiedpush.Distributor.a", endpoint);
+    const std::string token = registration.token();
+    startDistributor();
+    b.emplace(transcript, "b", Script{.followUp = "Nothing", .isHeld = true});
+    while (processPending(*b->bus)) {
+    }
+    startApplication("b");
+    pollfd identification{.fd = b->bus->getEventLoopPollData().fd, .events = POLLIN, .revents = 0};
+    ASSERT_EQ(::poll(&identification, 1, 20'000), 1);
+    a->announce(token, secondEndpoint);
+    EXPECT_EQ(transcript.after("a answered "), "NewEndpoint");
+    b->bus->enterEventLoopAsync();
+    EXPECT_EQ(transcript.after(""), "b registers " + token);
+    transcript.after("b answered error"); // To the call of "Nothing".
+    app->advance(std::chrono::seconds(0));
+    app->onMain([&] { EXPECT_EQ(store.text("UnifiedPush.Endpoint"), ""); });
+}
+
+/// Makes the session bus read its folders of services again.
+void reloadBus()
+{
+    const auto connection = sdbus::createSessionBusConnection();
+    sdbus::createProxy(*connection, ServiceName("org.freedesktop.DBus"), ObjectPath("/org/freedesktop/DBus"))
+        ->callMethod("ReloadConfig")
+        .onInterface("org.freedesktop.DBus");
+}
+
+TEST_F(UnifiedPushServiceTest, StartsADistributorThatIsOnlyInstalled)
+{
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data == nullptr)
+        GTEST_SKIP() << "the bus must look for services in XDG_DATA_HOME";
+    const TemporaryFolder folder;
+    const auto started = folder.path("started");
+    const auto services = std::filesystem::path(data) / "dbus-1/services";
+    std::filesystem::create_directories(services);
+    // It ends with this process.
+    std::ofstream(services / "test.service")
+        << fmt::format("[D-BUS Service]\nName=org.unifiedpush.Distributor.a\n"
+                       "Exec=/bin/sh -c ': > {}; exec tail -f /dev/null --pid={}'\n",
+                       started.string(), ::getpid());
+    reloadBus();
+    startApplication();
+    for (int count = 0; count < 2000 && !std::filesystem::exists(started); ++count)
+        ::usleep(10'000);
+    startDistributor(); // Takes the name that the bus waits for.
+    EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
+    std::filesystem::remove(services / "test.service");
+    reloadBus();
 }
 
 TEST_F(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForeign)
