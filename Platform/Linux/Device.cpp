@@ -40,14 +40,8 @@ std::unique_ptr<UnifiedLog> makeLog(const DeviceOptions& options, const Clock& c
 /// instance exited instead, as one without a display does.
 std::optional<ExitCode> activateOther(const DevicePaths& paths)
 {
-    // Its window may have been closed just now; then it exits, too.
-    constexpr std::chrono::milliseconds usualTimeout(300);
-    constexpr std::chrono::seconds exitTimeout(20);
     const auto file = paths.instanceLock();
-    const auto holder = InstanceLock::holder(file);
-    const bool isExitExpected = holder && holder->whenSignaled == InstanceLock::WhenSignaled::exits;
-    switch (InstanceLock::signalHolder(file, ProcessSignals::activationSignal,
-                                       isExitExpected ? exitTimeout : usualTimeout)) {
+    switch (InstanceLock::signalHolder(file, ProcessSignals::activationSignal)) {
     case InstanceLock::SignalOutcome::ended:
         return std::nullopt;
     case InstanceLock::SignalOutcome::delivered:

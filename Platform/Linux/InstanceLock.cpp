@@ -91,7 +91,8 @@ std::optional<bool> InstanceLock::Holder::isOutdated() const
 }
 
 InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::path& file, int signal,
-                                                       std::chrono::milliseconds timeout)
+                                                       std::chrono::milliseconds usualTime,
+                                                       std::chrono::milliseconds exitTime)
 {
     const auto found = holder(file);
     if (!found)
@@ -110,6 +111,7 @@ InstanceLock::SignalOutcome InstanceLock::signalHolder(const std::filesystem::pa
         return SignalOutcome::foreign;
     if (!sendSignal(process, signal))
         return errno == ESRCH ? SignalOutcome::ended : SignalOutcome::foreign;
+    const auto timeout = confirmed->whenSignaled == WhenSignaled::exits ? exitTime : usualTime;
     pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
     return ::poll(&end, 1, static_cast<int>(timeout.count())) == 1 ? SignalOutcome::ended
                                                                    : SignalOutcome::delivered;

@@ -46,10 +46,12 @@ public:
         /// The holder is another program, or runs as another user.
         foreign,
     };
-    /// Sends `signal` to the holder if it runs the same program as the same user, then waits up to `timeout`
-    /// for it to exit.
+    /// Sends `signal` to the holder if it runs the same program as the same user, then waits for it to exit:
+    /// up to `exitTime` if it exits when signaled, otherwise up to `usualTime`, since its window may have
+    /// been closed just now.
     static SignalOutcome signalHolder(const std::filesystem::path& file, int signal,
-                                      std::chrono::milliseconds timeout);
+                                      std::chrono::milliseconds usualTime = std::chrono::milliseconds(300),
+                                      std::chrono::milliseconds exitTime = std::chrono::seconds(20));
 
 private:
     explicit InstanceLock(Storage::FileDescriptor file) : m_file(std::move(file)) {}

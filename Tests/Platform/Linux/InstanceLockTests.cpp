@@ -1,9 +1,11 @@
 #include "Platform/Linux/InstanceLock.h"
 
+#include "Platform/Linux/ApplicationProcess.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
@@ -13,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+using Platform::Linux::ApplicationProcess;
 using Platform::Linux::InstanceLock;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -68,9 +71,10 @@ protected:
         // Left open, so the lock lasts until the process exits.
         return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
     }
-    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds timeout = 10ms) const
+    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds usualTime = 10ms,
+                                             std::chrono::milliseconds exitTime = 10ms) const
     {
-        return InstanceLock::signalHolder(file, SIGUSR1, timeout);
+        return InstanceLock::signalHolder(file, SIGUSR1, usualTime, exitTime);
     }
 
     TemporaryFolder folder;
@@ -125,12 +129,63 @@ TEST_F(InstanceLockTest, HolderShowsWhatItDoesWhenSignaled)
         std::optional<InstanceLock> lock;
         const Child application([&] {
             lock = InstanceLock::acquire(file, whenSignaled);
-            return lock.has_value();
+            // Takes longer to exit than the other time limit allows.
+            const auto exitSlowly = [](int) {
+                ::usleep(200'000);
+                ::_exit(0);
+            };
+            return lock && std::signal(SIGUSR1, exitSlowly) != SIG_ERR;
         });
         ASSERT_TRUE(application.isReady());
         EXPECT_EQ(InstanceLock::holder(file)->whenSignaled, whenSignaled);
         EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::opensWindow));
         EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::exits));
+        const bool isExiting = whenSignaled == WhenSignaled::exits;
+        EXPECT_EQ(signalHolder(isExiting ? 1ms : 20s, isExiting ? 20s : 1ms), SignalOutcome::ended);
+    }
+}
+
+TEST(ApplicationProcessTest, FindsTheApplicationAndSendsOnlySignalsItHandles)
+{
+    using Outcome = ApplicationProcess::Outcome;
+    struct Case {
+        const char* program;
+        int blockedSignal;
+        uid_t user;
+        /// Absent if the process is not found.
+        std::optional<Outcome> outcome;
+    };
+    const Case cases[] = {
+        {"quorvane-mdm", SIGUSR2, ::geteuid(), Outcome::delivered},
+        {"quorvane-mdm", SIGUSR1, ::geteuid(), Outcome::unsupported},
+        {"quorvane-mdm", SIGUSR2, 12345, Outcome::delivered},
+        {"quorvane-md", SIGUSR2, ::geteuid(), std::nullopt},
+    };
+    for (const Case& row : cases) {
+        if (row.user != ::geteuid() && ::geteuid() != 0)
+            continue;
+        SCOPED_TRACE(&row - cases);
+        std::optional<ApplicationProcess> process;
+        {
+            const Child child([&] {
+                sigset_t blocked{};
+                ::sigaddset(&blocked, row.blockedSignal);
+                return ::prctl(PR_SET_NAME, row.program) == 0 && ::setuid(row.user) == 0 &&
+                       ::sigprocmask(SIG_SETMASK, &blocked, nullptr) == 0;
+            });
+            const auto all = ApplicationProcess::all();
+            EXPECT_EQ(std::ranges::count(all, child.process(), &ApplicationProcess::identifier),
+                      row.outcome ? 1 : 0);
+            process = ApplicationProcess::open(child.process());
+            ASSERT_EQ(process.has_value(), row.outcome.has_value());
+            if (!process)
+                continue;
+            EXPECT_EQ(process->user(), row.user);
+            EXPECT_EQ(process->send(SIGUSR2), row.outcome);
+            EXPECT_TRUE(child.isAlive());
+        }
+        EXPECT_FALSE(ApplicationProcess::open(process->identifier()));
+        EXPECT_NE(process->send(SIGUSR2), Outcome::delivered);
     }
 }
 
