@@ -47,6 +47,12 @@ static const Case drawings[] = {
      "20}), 30, 0.5)"
      ".pixelSize }",
      {{{19, 9}, "red"}, {{20, 9}, "white"}}},
+    // The balanced lines of four words have two words each.
+    {"Rectangle { height: 9; width: 9; Text { id: two; text: 'i i'; font.pixelSize: 20; visible: false }"
+     "Text { id: three; text: 'i i i'; font: two.font; visible: false } color: "
+     "Math.abs(TextFit.balancedWidth("
+     "'i i i i', two.font, three.implicitWidth + 2) - two.implicitWidth) < 3 ? 'red' : 'blue' }",
+     {{{9, 9}, "red"}}},
     {"Rectangle { width: Theme.type.body.pixelSize; height: 9 + Theme.motion.push; color: Theme.color.orange;"
      "Component.onCompleted: { Theme.isDark = true; Theme.isMotionReduced = true; Theme.textScale = 5 } }",
      {{{67, 17}, "#ff9f0a"}, {{68, 17}, "white"}, {{67, 18}, "white"}}},

@@ -64,19 +64,18 @@ TEST_F(QtRunLoopTest, TimerFiresOnceUnlessCancelled)
     auto destroyed = loop.scheduledTimer(5ms, into("destroyed"));
     std::unique_ptr<Timer> restarted;
     const TimerScheduler::Block restart = [&, name = std::string("restarting, as a text on the heap")] {
-        restarted = loop.scheduledTimer(5ms, into("restarted")); // Destroys the timer that fires.
+        restarted = loop.scheduledTimer(5ms, [&] { loop.quit(); }); // Destroys the timer that fires.
         fired.push_back(name);
     };
     restarted = loop.scheduledTimer(60ms, restart);
     const auto immediate = loop.scheduledTimer(0ms, into("immediate"));
-    const auto end = loop.scheduledTimer(200ms, [&] { loop.quit(); });
     EXPECT_TRUE(fired.empty());
     invalidated->invalidate();
     invalidated->invalidate();
     destroyed.reset();
     loop.run();
     EXPECT_EQ(fired, (std::vector<std::string>{"immediate", "sooner", "later",
-                                               "restarting, as a text on the heap", "restarted"}));
+                                               "restarting, as a text on the heap"}));
     sooner->invalidate();
 }
 

@@ -198,7 +198,17 @@ TEST_F(ShellTest, ClosesPanelsButKeepsQuestionsWhenTheWindowIsReplaced)
     shell.permission()->answer(true);
     EXPECT_FALSE(shell.permission()->isActive()) << "the panel disappears between two questions";
     EXPECT_TRUE(waitFor([&] { return shell.permission()->isActive(); }));
-    EXPECT_EQ(events, "it allowed ");
+    EXPECT_EQ(std::exchange(events, ""), "it allowed ");
+    // The window is closed while the answered panel still moves away.
+    shell.setAppearance({.isMotionReduced = false});
+    EXPECT_TRUE(waitFor([&] { return dialog() != nullptr && dialog()->opacity() == 1; }));
+    shell.permission()->answer(false);
+    delete std::exchange(window, nullptr);
+    makeWindow();
+    attach();
+    ask("last");
+    EXPECT_TRUE(shell.permission()->isActive());
+    EXPECT_EQ(events, "more refused ");
 }
 
 TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)

@@ -5,8 +5,20 @@
 #include <optional>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+/// Runs `work` while this process cannot open files.
+inline void withoutDescriptors(const std::function<void()>& work)
+{
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{.rlim_cur = 3, .rlim_max = limit.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    work();
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 /// Moves this process into new namespaces, CLONE_NEW... flags. Returns false if it may not create them. Call
 /// it before starting another thread.

@@ -5,12 +5,14 @@
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <poll.h>
@@ -166,9 +168,10 @@ TEST_F(LocalPushServiceTest, RepliesToEachPayload)
 using SocketCall = int (*)(int, const sockaddr*, socklen_t);
 
 /// Returns a socket that is bound or connected to `file`.
-Storage::FileDescriptor socketAt(const std::filesystem::path& file, SocketCall bindOrConnect)
+Storage::FileDescriptor socketAt(const std::filesystem::path& file, SocketCall bindOrConnect,
+                                 Storage::FileDescriptor socket = Storage::FileDescriptor(
+                                     ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)))
 {
-    Storage::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{AF_UNIX, {}};
     file.native().copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(bindOrConnect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
@@ -186,10 +189,15 @@ std::string availableReply(const Storage::FileDescriptor& socket)
 TEST_F(LocalPushServiceTest, DisconnectsTheIdlestPeerWhenFull)
 {
     start();
+    const auto first = connect();
+    for (std::size_t number = 0; number <= LocalPushService::maximumPeerCount; ++number)
+        EXPECT_EQ(send(), "ok");
+    EXPECT_EQ(availableReply(first), "") << "peers that have their reply do not count";
     std::vector<Storage::FileDescriptor> idle;
     for (std::size_t number = 0; number < LocalPushService::maximumPeerCount; ++number)
         idle.push_back(connect());
     EXPECT_EQ(send(), "ok");
+    EXPECT_THAT(availableReply(first), StartsWith("error: too many connections"));
     EXPECT_THAT(availableReply(idle[0]), StartsWith("error: too many connections"));
 
     ASSERT_EQ(::send(idle[1].get(), "{", 1, 0), 1);
@@ -199,6 +207,40 @@ TEST_F(LocalPushServiceTest, DisconnectsTheIdlestPeerWhenFull)
     EXPECT_EQ(availableReply(idle[1]), "") << "it has sent data";
     EXPECT_THAT(availableReply(idle[2]), StartsWith("error: too many connections"));
     EXPECT_EQ(availableReply(idle[3]), "");
+}
+
+TEST_F(LocalPushServiceTest, RestsWhileNoDescriptorIsFreeAndAcceptsAfterwards)
+{
+    start();
+    EXPECT_EQ(send(), "ok");
+    std::ifstream status;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        if (std::getline(std::ifstream(task.path() / "comm"), name); name == "local push")
+            status.open(task.path() / "status");
+    }
+    const auto restCount = [&] {
+        status.clear();
+        status.seekg(0);
+        int count = -1;
+        for (std::string word; status >> word;) {
+            if (word == "voluntary_ctxt_switches:")
+                status >> count;
+        }
+        return count;
+    };
+    Storage::FileDescriptor peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    withoutDescriptors([&] {
+        peer = socketAt(socketFile, ::connect, std::move(peer));
+        const int before = restCount();
+        for (int count = 0; count < 2000 && restCount() < before + 5; ++count)
+            ::usleep(10'000);
+        EXPECT_GE(restCount(), before + 5) << "it tries without a pause";
+    });
+    ::shutdown(peer.get(), SHUT_WR);
+    pollfd arrival{.fd = peer.get(), .events = POLLIN, .revents = 0};
+    EXPECT_EQ(::poll(&arrival, 1, 20'000), 1);
+    EXPECT_THAT(availableReply(peer), StartsWith("error: the payload is not a JSON object"));
 }
 
 TEST_F(LocalPushServiceTest, DisconnectsSlowPeersAndOtherUsers)

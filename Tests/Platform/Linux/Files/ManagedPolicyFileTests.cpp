@@ -109,6 +109,19 @@ TEST_P(PolicyPartTest, OnlyARegularFileThatOthersCannotWriteIsUsed)
     }
 }
 
+TEST_F(ManagedPolicyFileTest, ReadingAPipeNeitherBlocksNorSucceeds)
+{
+    const auto pipe = folder.path("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    ::alarm(20); // Ends this process if the pipe blocks it.
+    for (const auto trustCheck : {TrustCheck::required, TrustCheck::skipped}) {
+        const auto reading = readPolicyFile(pipe, trustCheck, PropertyLists::WithPlaces::no);
+        EXPECT_EQ(reading.state, PolicyFileReading::State::unreadable);
+        EXPECT_EQ(reading.diagnostic(), pipe.string() + ": is not a regular file");
+    }
+    ::alarm(0);
+}
+
 TEST_P(PolicyPartTest, ChangeDuringAReadIsReadNext)
 {
     folder.write(file, "");

@@ -8,11 +8,13 @@
 #include <algorithm>
 #include <atomic>
 #include <fstream>
+#include <map>
 #include <semaphore>
 #include <sys/fsuid.h>
 #include <sys/inotify.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 using namespace Platform;
@@ -22,6 +24,52 @@ using namespace Platform::Linux::Files;
 namespace fs = std::filesystem;
 
 namespace {
+/// The type that statfs(2) reports for a path, instead of the real one.
+std::map<std::string, std::uint32_t> simulatedTypes;
+} // namespace
+
+extern "C" int statfs(const char* path, struct statfs* status) noexcept
+{
+    const auto result = static_cast<int>(::syscall(SYS_statfs, path, status));
+    if (const auto simulated = simulatedTypes.find(path); simulated != simulatedTypes.end())
+        status->f_type = static_cast<decltype(status->f_type)>(simulated->second);
+    return result;
+}
+
+namespace {
+
+TEST(RemoteFileSystemTest, IsFoundOnAnyStepOfThePath)
+{
+    using Kind = PathStep::Kind;
+    constexpr std::uint32_t ext4 = 0xEF53;
+    struct Case {
+        const char* name;
+        std::uint32_t type;
+        Kind kind;
+        /// The device of the second step; the first one is on device 1.
+        dev_t device;
+        bool isRemote;
+    };
+    const Case cases[] = {
+        {"local", ext4, Kind::folder, 2, false},
+        {"overlayfs", 0x794C7630, Kind::folder, 2, false},
+        {"NFS", 0x6969, Kind::folder, 2, true},
+        {"CIFS", 0xFF534D42, Kind::folder, 2, true},
+        {"FUSE", 0x65735546, Kind::other, 2, true},
+        {"9p", 0x01021997, Kind::folder, 2, true},
+        {"behind a link", 0x6969, Kind::link, 2, false},
+        {"missing", 0x6969, Kind::missing, 2, false},
+        {"device of the first step", 0x6969, Kind::folder, 1, false},
+    };
+    for (const Case& row : cases) {
+        simulatedTypes = {{"/", ext4}, {"/tmp", row.type}};
+        std::vector<PathStep> steps{{.path = "/", .kind = Kind::folder}, {.path = "/tmp", .kind = row.kind}};
+        steps[0].status.st_dev = 1;
+        steps[1].status.st_dev = row.device;
+        EXPECT_EQ(hasRemoteFiles(steps), row.isRemote) << row.name;
+    }
+    simulatedTypes.clear();
+}
 
 TEST_P(PolicyPartTest, DetectsEveryKindOfChange)
 {
@@ -195,17 +243,6 @@ TEST_F(ManagedPolicyFileTest, WatchesNoMoreThanNeeded)
     EXPECT_THAT(watcher.setTargets(handler, {{folder.path("none"), IN_ATTRIB},
                                              {folder.path("first/managed.json/none"), IN_ATTRIB}}),
                 testing::IsEmpty());
-}
-
-/// Runs `work` while this process cannot open files.
-void withoutDescriptors(const std::function<void()>& work)
-{
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{.rlim_cur = 3, .rlim_max = limit.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
-    work();
-    ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST_F(ManagedPolicyFileTest, IsReportedOnceAndDespiteLostEvents)
