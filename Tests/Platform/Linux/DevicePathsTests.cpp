@@ -2,25 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <map>
-#include <optional>
 #include <pwd.h>
 #include <string>
 #include <unistd.h>
-#include <utility>
 
 using Platform::Linux::DevicePaths;
 
 namespace {
 
-/// Sets the variable, or unsets it if `value` is null. Returns the former value.
-std::optional<std::string> exchangeVariable(const char* name, const char* value)
+void setVariable(const char* name, const char* value)
 {
-    const char* old = std::getenv(name);
-    const auto former = old == nullptr ? std::nullopt : std::optional<std::string>(old);
     value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
-    return former;
 }
 
 TEST(DevicePathsTest, FollowTheEnvironment)
@@ -41,18 +35,18 @@ TEST(DevicePathsTest, FollowTheEnvironment)
         {nullptr, "home", "/run", home, "/run/quorvane-mdm/push.sock"},
         {nullptr, nullptr, nullptr, home, home + "/push.sock"},
     };
-    for (const Case& row : cases) {
-        const std::pair<const char*, const char*> variables[] = {
-            {"XDG_DATA_HOME", row.dataHome}, {"HOME", row.home}, {"XDG_RUNTIME_DIR", row.runtime}};
-        std::map<const char*, std::optional<std::string>> former;
-        for (const auto& [name, value] : variables)
-            former[name] = exchangeVariable(name, value);
+    const auto printPaths = [](const Case& row) {
+        setVariable("XDG_DATA_HOME", row.dataHome);
+        setVariable("HOME", row.home);
+        setVariable("XDG_RUNTIME_DIR", row.runtime);
         const DevicePaths paths = DevicePaths::fromEnvironment("/policy");
-        EXPECT_EQ(paths.stateFolder, row.state);
-        EXPECT_EQ(paths.pushSocket, row.socket);
-        for (const auto& [name, value] : former)
-            exchangeVariable(name, value ? value->c_str() : nullptr);
-    }
+        std::fprintf(stderr, "%s and %s", paths.stateFolder.c_str(), paths.pushSocket.c_str());
+        std::_Exit(0);
+    };
+    // In a process of its own, since it changes the environment.
+    for (const Case& row : cases)
+        EXPECT_EXIT(printPaths(row), testing::ExitedWithCode(0),
+                    "^" + row.state + " and " + row.socket + "$");
 }
 
 } // namespace

@@ -81,7 +81,7 @@ protected:
     std::filesystem::path file = folder.path("instance.lock");
 };
 
-TEST_F(InstanceLockTest, SignalsOnlyThisProgramAndUser)
+TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
 {
     EXPECT_FALSE(InstanceLock::holder(file));
     EXPECT_EQ(signalHolder(), SignalOutcome::ended);
@@ -95,15 +95,19 @@ TEST_F(InstanceLockTest, SignalsOnlyThisProgramAndUser)
     const Case cases[] = {
         {nullptr, true, ::geteuid(), SignalOutcome::delivered},
         {nullptr, false, ::geteuid(), SignalOutcome::ended},
-        {"other", false, ::geteuid(), SignalOutcome::foreign},
+        {"quorvane-md", false, ::geteuid(), SignalOutcome::foreign},
         {"quorvane-mdm", false, ::geteuid(), SignalOutcome::foreign},
         {nullptr, false, 12345, SignalOutcome::foreign},
+        {"quorvane-mdm", false, 12345, SignalOutcome::foreign},
     };
     for (const Case& row : cases) {
         if (row.user != ::geteuid() && ::geteuid() != 0)
             continue;
         SCOPED_TRACE(&row - cases);
         const Child child([&] {
+            sigset_t blocked{};
+            ::sigaddset(&blocked, SIGUSR2);
+            ::sigprocmask(SIG_SETMASK, &blocked, nullptr);
             return (row.program == nullptr || ::prctl(PR_SET_NAME, row.program) == 0) &&
                    (!row.isIgnoringSignals || std::signal(SIGUSR1, SIG_IGN) != SIG_ERR) && lock() &&
                    ::setuid(row.user) == 0;
@@ -114,6 +118,16 @@ TEST_F(InstanceLockTest, SignalsOnlyThisProgramAndUser)
         if (row.program != nullptr) {
             EXPECT_EQ(holder->program, row.program);
             EXPECT_EQ(holder->isApplication(), row.program == std::string("quorvane-mdm"));
+        }
+        const auto process = ApplicationProcess::open(child.process());
+        EXPECT_EQ(process.has_value(), holder->program == "quorvane-mdm");
+        EXPECT_EQ(
+            std::ranges::count(ApplicationProcess::all(), child.process(), &ApplicationProcess::identifier),
+            process ? 1 : 0);
+        if (process) {
+            EXPECT_EQ(process->user(), row.user);
+            EXPECT_EQ(process->send(SIGUSR1), ApplicationProcess::Outcome::unsupported);
+            EXPECT_EQ(process->send(SIGUSR2), ApplicationProcess::Outcome::delivered);
         }
         EXPECT_FALSE(InstanceLock::acquire(file));
         const bool isEnding = row.outcome == SignalOutcome::ended;
@@ -142,50 +156,6 @@ TEST_F(InstanceLockTest, HolderShowsWhatItDoesWhenSignaled)
         EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::exits));
         const bool isExiting = whenSignaled == WhenSignaled::exits;
         EXPECT_EQ(signalHolder(isExiting ? 1ms : 20s, isExiting ? 20s : 1ms), SignalOutcome::ended);
-    }
-}
-
-TEST(ApplicationProcessTest, FindsTheApplicationAndSendsOnlySignalsItHandles)
-{
-    using Outcome = ApplicationProcess::Outcome;
-    struct Case {
-        const char* program;
-        int blockedSignal;
-        uid_t user;
-        /// Absent if the process is not found.
-        std::optional<Outcome> outcome;
-    };
-    const Case cases[] = {
-        {"quorvane-mdm", SIGUSR2, ::geteuid(), Outcome::delivered},
-        {"quorvane-mdm", SIGUSR1, ::geteuid(), Outcome::unsupported},
-        {"quorvane-mdm", SIGUSR2, 12345, Outcome::delivered},
-        {"quorvane-md", SIGUSR2, ::geteuid(), std::nullopt},
-    };
-    for (const Case& row : cases) {
-        if (row.user != ::geteuid() && ::geteuid() != 0)
-            continue;
-        SCOPED_TRACE(&row - cases);
-        std::optional<ApplicationProcess> process;
-        {
-            const Child child([&] {
-                sigset_t blocked{};
-                ::sigaddset(&blocked, row.blockedSignal);
-                return ::prctl(PR_SET_NAME, row.program) == 0 && ::setuid(row.user) == 0 &&
-                       ::sigprocmask(SIG_SETMASK, &blocked, nullptr) == 0;
-            });
-            const auto all = ApplicationProcess::all();
-            EXPECT_EQ(std::ranges::count(all, child.process(), &ApplicationProcess::identifier),
-                      row.outcome ? 1 : 0);
-            process = ApplicationProcess::open(child.process());
-            ASSERT_EQ(process.has_value(), row.outcome.has_value());
-            if (!process)
-                continue;
-            EXPECT_EQ(process->user(), row.user);
-            EXPECT_EQ(process->send(SIGUSR2), row.outcome);
-            EXPECT_TRUE(child.isAlive());
-        }
-        EXPECT_FALSE(ApplicationProcess::open(process->identifier()));
-        EXPECT_NE(process->send(SIGUSR2), Outcome::delivered);
     }
 }
 

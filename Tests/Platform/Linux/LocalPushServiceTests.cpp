@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <future>
+#include <memory>
 #include <poll.h>
 #include <stdexcept>
 #include <string_view>
@@ -62,9 +63,8 @@ protected:
     std::string send(const std::string& payload = "{}")
     {
         auto answer = std::async(std::launch::async, [&] {
-            std::string line = Linux::sendToLocalPushService(socketFile, payload);
-            loop.quit();
-            return line;
+            const std::unique_ptr<void, std::function<void(void*)>> end(this, [&](void*) { loop.quit(); });
+            return Linux::sendToLocalPushService(socketFile, payload);
         });
         loop.run();
         return answer.get();

@@ -214,6 +214,23 @@ TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
     }
 }
 
+TEST_F(CurlURLSessionTest, RepeatsTheWholeBodyWhenAReusedConnectionIsClosed)
+{
+    Line line;
+    line.backend.setReply("/put", {.ending = Ending::closedBefore});
+    line.backend.onRequest([&](const TestBackend::Request& request) {
+        if (request.method == "PUT")
+            line.backend.setReply("/put", {});
+    });
+    EXPECT_EQ(result(line.get("/first").get()), 200);
+    const URLRequest request{
+        .url = line.backend.baseURL() + "/put", .httpMethod = "PUT", .httpBody = bytesOf("body")};
+    EXPECT_EQ(result(line.start(request).get()), 200);
+    const auto requests = line.backend.takeRequests();
+    ASSERT_THAT(requests, SizeIs(3));
+    EXPECT_EQ(requests[1].body + " " + requests[2].body, "body body");
+}
+
 TEST_F(CurlURLSessionTest, CompletesManyConcurrentRequestsOnItsThread)
 {
     constexpr int count = 1000;

@@ -64,6 +64,7 @@ TEST_F(RecordingURLSessionTest, WritesOnlyNewResultsWithoutConfiguredValues)
         {0s, upload, status(503), "host.example:443 POST 4 503 0! "},
         {59s, upload, status(503), "host.example:443 POST 4 503 0 "},
         {1s, upload, status(503), "host.example:443 POST 4 503 0! "},
+        {-1h, upload, status(503), "host.example:443 POST 4 503 0! "}, // The clock is set back.
         {0s, upload, status(200), "host.example:443 POST 4 200 0! "},
         {0s, upload, URLError(Code::timedOut, "canary"), "host.example:443 POST 4 0 -1001! "},
         {0s, upload, URLResponse{}, "host.example:443 POST 4 0 0! "},

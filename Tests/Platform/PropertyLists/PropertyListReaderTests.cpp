@@ -123,14 +123,11 @@ const BadCase badOfAnyFormat[] = {{"", "is empty"},
 // The body of an xml() document starts at line 3, column 8.
 const BadCase badXML[] = {
     {"<plist>\n<dict><key>a</ke", "ends before", At{2, 17}},
-    {"<plist>\n<dict>\n", "ends before", At{3, 1}},
     {xml(repeated(10'000, "<array>") + repeated(10'000, "</array>")), "more than 64 levels deep",
      At{3, 8 + 64 * 7}},
     {xml("<array>" + repeated(1'000'000, "<true/>") + "</array>"), "more than 1000000 values",
      At{3, 15 + 999'999 * 7}},
     {"<plist>\n<string>é\xC3(</string></plist>", "not valid UTF-8", At{2, 10}},
-    {"<plist><string>\xE0\x80\xAF", "not valid UTF-8", At{1, 16}},
-    {"<plist><string>\xED\xA0\x80", "not valid UTF-8", At{1, 16}},
     {"<plist><string>\xF4\x90\x80\x80", "not valid UTF-8", At{1, 16}},
     {xml("<string>a\0</string>"s), "control character", At{3, 17}},
     {xml("<string>\xEF\xBF\xBE</string>"), "does not allow", At{3, 16}},
@@ -189,20 +186,16 @@ const BadCase badJSON[] = {
     {"{\"a\":\"\r\"}", "does not end on its line", At{1, 7}},
     {"{\"a\":\"\x1f\"}", "a control character", At{1, 7}},
     {"{\"a\":1 ,\n}", "a comma before a closing bracket; remove it", At{1, 8}},
-    {"{\"a\":[1,]}", "a comma before a closing bracket", At{1, 8}},
     {"{\"a\":[1,,2]}", "a value is missing", At{1, 9}},
     {"{\"a\":1\"b\":2}", "expected \",\" or \"}\"", At{1, 7}},
-    {"{\"a\":\"\"\n\"b\":2}", "expected \",\" or \"}\"", At{2, 1}},
     {R"({"a":"x\"y" 1})", "expected \",\" or \"}\"", At{1, 13}},
     {"{\"a\":[true null]}", "expected \",\" or \"]\"", At{1, 12}},
     {"{\"a\":[{}}]}", "expected \",\" or \"]\"", At{1, 9}},
     {"{\"a\" é}", "expected \":\" after a key", At{1, 6}},
     {"{\"a\": }", "a value is missing", At{1, 7}},
     {"{sekret: 2}", "expected a key in quotation marks", At{1, 2}},
-    {"{\"a\":1, b: 2}", "expected a key in quotation marks", At{1, 9}},
     {"{\"a\": é}", "write a string in quotation marks", At{1, 7}},
     {"{\"a\":\n sekret}", "an unknown word", At{2, 2}},
-    {"{\"a\":\n nulL}", "an unknown word", At{2, 2}},
     {"{\"a\": 0123}", "a malformed number", At{1, 7}},
     {"{\"a\": 12é-4}", "a malformed number; write a string", At{1, 7}},
     {"{\"a\": .5sekret}", "a malformed number", At{1, 7}},
@@ -210,19 +203,16 @@ const BadCase badJSON[] = {
     {"{“a”: 1}", "a typographic quotation mark; write a straight", At{1, 2}},
     {"{\"a\": „sekret“}", "a typographic quotation mark", At{1, 7}},
     {"{\"a\": \"b”,\n\"c\": 1}", "contains a typographic quotation mark", At{1, 11}},
-    {"{\"a\": \"b”, \"c\": 1}", "contains a typographic", At{1, 13}},
     {"{'sekret': 1}", "a single quotation mark; write a double", At{1, 2}},
     {"{\"a\": 1, // sekret\n}", "a comment, which JSON does not allow", At{1, 10}},
     {"{\"a\": 1 /* b */}", "a comment, which JSON", At{1, 9}},
     {"{\"a\": 1\n#b\n}", "a comment, which JSON", At{2, 1}},
     {R"({"a":"\uD800\u0041"})", "half of a surrogate pair", At{1, 13}},
     {R"({"a":"\ud800"})", "half of a surrogate pair", At{1, 7}},
-    {R"({"a":"\uDBFF\n"})", "half of a surrogate pair", At{1, 7}},
     {R"({"a":"\uD800b"})", "half of a surrogate pair", At{1, 7}},
     {R"({"a":"\udc00"})", "half of a surrogate pair", At{1, 7}},
     {R"({"a":"\u00zz"})", "without four hexadecimal digits", At{1, 7}},
     {R"({"a":"\sekret"})", "an unknown escape", At{1, 8}},
-    {R"({"a":"b\uZZZZ and more text"})", "without four hexadecimal digits", At{1, 8}},
     {R"({"a":"b\ud800 and more text"})", "half of a surrogate pair", At{1, 8}},
     {"{\"a\":\n31415926e400}", "a number is out of range", At{2, 1}},
     {"{\"a\":1e99999999999}", "out of range", At{1, 6}}};
@@ -298,41 +288,29 @@ TEST(PropertyListReaderTest, RejectsBadDocumentsWithReasonAndPosition)
     std::ranges::for_each(badBinary, expectBad);
 }
 
-struct Spot {
-    const char* path;
-    std::optional<TextPosition> key;
-    TextPosition value;
-};
-
-void expectPlaces(const std::string& document, const std::vector<Spot>& expected)
+/// Returns the recorded positions as "path key value" or, for an element of a list, "path value".
+std::string placesOf(const std::string& document)
 {
-    const PropertyListPlaces places = readPropertyList(document, WithPlaces::yes).places;
-    EXPECT_EQ(places.byPath.size(), expected.size());
-    for (const Spot& spot : expected) {
-        const auto found = places.byPath.find(spot.path);
-        ASSERT_NE(found, places.byPath.end()) << spot.path;
-        EXPECT_EQ(found->second.key, spot.key) << spot.path;
-        EXPECT_EQ(found->second.value, spot.value) << spot.path;
-    }
+    const auto text = [](TextPosition position) {
+        return " " + std::to_string(position.line) + ":" + std::to_string(position.column);
+    };
+    std::string all;
+    for (const auto& [path, place] : readPropertyList(document, WithPlaces::yes).places.byPath)
+        all += path + (place.key ? text(*place.key) : "") + text(place.value) + "\n";
+    return all;
 }
 
 TEST(PropertyListReaderTest, RecordsPositionsOfTopLevelKeysAndTheirElements)
 {
-    const std::vector<Spot> inJSON{{"é", At{1, 2}, At{1, 7}},           {"list", At{2, 2}, At{3, 1}},
-                                   {"list/0", std::nullopt, At{3, 2}},  {"list/1", std::nullopt, At{3, 10}},
-                                   {"list/2", std::nullopt, At{3, 14}}, {"d", At{4, 1}, At{4, 5}}};
-    expectPlaces("\xEF\xBB\xBF{\"é\": 12,\n \"list\":\n[\"é\\\"]\", [1],{\"x\":[2]}],\n\"d\":{\"e\":[1]}}",
-                 inJSON);
-    const std::vector<Spot> inXML{{"é", At{2, 1}, At{2, 14}},
-                                  {"list", At{3, 1}, At{4, 2}},
-                                  {"list/0", std::nullopt, At{4, 9}},
-                                  {"list/1", std::nullopt, At{5, 1}},
-                                  {"d", At{6, 1}, At{6, 13}}};
-    expectPlaces("<plist><dict>\n<key>é</key> <true/>\n<key>list</key>\n <array><array><true/></array>\n"
+    EXPECT_EQ(
+        placesOf("\xEF\xBB\xBF{\"é\": 12,\n \"list\":\n[\"é\\\"]\", [1],{\"x\":[2]}],\n\"d\":{\"e\":[1]}}"),
+        "d 4:1 4:5\nlist 2:2 3:1\nlist/0 3:2\nlist/1 3:10\nlist/2 3:14\né 1:2 1:7\n");
+    EXPECT_EQ(
+        placesOf("<plist><dict>\n<key>é</key> <true/>\n<key>list</key>\n <array><array><true/></array>\n"
                  "<dict><key>x</key><array><true/></array></dict></array>\n<key>d</key><dict><key>x</"
-                 "key><array><true/></array></dict></dict></plist>",
-                 inXML);
-    expectPlaces("<plist><array><array><true/></array></array></plist>", {});
+                 "key><array><true/></array></dict></dict></plist>"),
+        "d 6:1 6:13\nlist 3:1 4:2\nlist/0 4:9\nlist/1 5:1\né 2:1 2:14\n");
+    EXPECT_EQ(placesOf("<plist><array><array><true/></array></array></plist>"), "");
 }
 
 PropertyList sample()

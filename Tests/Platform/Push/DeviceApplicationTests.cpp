@@ -129,37 +129,37 @@ TEST_F(DeviceApplicationTest, RoutesPayloadsByTheirContents)
 {
     struct Case {
         const char* payload;
-        std::optional<PushRefusal> centerRefusal;
         Strings expected;
+        std::optional<PushRefusal> centerRefusal = {};
         bool isStoring = true;
         bool isActive = true;
     };
     const PushRefusal no{"no"};
     const PushRefusal notNow{"not now", true};
+    const char* alert = R"({"aps": {"alert": "A", "interruption-level": "active"}, "own": 1})";
     const char* both = R"({"aps": {"alert": "Both", "content-available": 1}})";
     const Case cases[] = {
-        {R"({"aps": {"alert": {"title": "T", "body": "B"}}})", {}, {"front: T|B", "ok"}},
-        {R"({"aps": {"alert": "Hello"}, "own": 1})", {}, {"front: Hello|", "ok"}},
-        {R"({"aps": {"alert": {"title": 5, "body": ["x"]}}})", {}, {"front: |", "ok"}},
-        {R"({"aps": {"alert": "Hello"}})", no, {"front: Hello|", "refused: no"}},
-        {R"({"aps": {"alert": "Hello"}})", notNow, {"front: Hello|", "refused for now: not now"}},
-        {R"({"aps": {"content-available": 1}})", {}, {"background", "ok"}},
-        {both, {}, {"front: Both|", "background", "ok"}},
-        {both, no, {"front: Both|", "background", "ok"}},
-        {both, notNow, {"front: Both|", "background", "refused for now: not now"}},
-        {R"({"aps": {"alert": "A", "content-available": 0}})", {}, {"front: A|", "ok"}},
-        {R"({"aps": {"alert": "A", "content-available": 2}})", {}, {"front: A|", "ok"}},
+        {R"({"aps": {"alert": {"title": "T", "body": "B"}}})", {"front: T|B", "ok"}},
+        {R"({"aps": {"alert": {"title": 5, "body": ["x"]}}})", {"front: |", "ok"}},
         {R"({"aps": {"alert": "A", "sound": "x", "interruption-level": "passive"}})",
-         {},
          {"front: A| sound passive", "ok"}},
-        {R"({"aps": {"alert": "A", "interruption-level": "active"}})", {}, {"behind: A|", "ok"}, true, false},
-        {R"({"aps": {"alert": 7}})", {}, {"background", "ok"}},
-        {R"({"aps": {"alert": null}})", {}, {"background", "ok"}},
-        {R"({"aps": "text"})", {}, {"background", "ok"}},
-        {R"({})", {}, {"background", "ok"}},
-        {R"({})", {}, {"background", notStored}, false},
-        {both, {}, {"front: Both|", "background", notStored}, false},
-        {both, no, {"front: Both|", "background", notStored}, false},
+        {alert, {"front: A|", "ok"}},
+        {alert, {"front: A|", "refused: no"}, no},
+        {alert, {"front: A|", "refused for now: not now"}, notNow},
+        {alert, {"behind: A|", "ok"}, {}, true, false},
+        {both, {"front: Both|", "background", "ok"}},
+        {both, {"front: Both|", "background", "ok"}, no},
+        {both, {"front: Both|", "background", "refused for now: not now"}, notNow},
+        {both, {"front: Both|", "background", notStored}, {}, false},
+        {both, {"front: Both|", "background", notStored}, no, false},
+        {R"({"aps": {"alert": "A", "content-available": 0}})", {"front: A|", "ok"}},
+        {R"({"aps": {"alert": "A", "content-available": 2}})", {"front: A|", "ok"}},
+        {R"({"aps": {"content-available": 1}})", {"background", "ok"}},
+        {R"({"aps": {"alert": 7}})", {"background", "ok"}},
+        {R"({"aps": {"alert": null}})", {"background", "ok"}},
+        {R"({"aps": "text"})", {"background", "ok"}},
+        {"{}", {"background", "ok"}},
+        {"{}", {"background", notStored}, {}, false},
     };
     application.setDelegate(world);
     for (const Case& row : cases) {

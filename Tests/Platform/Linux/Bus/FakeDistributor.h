@@ -7,14 +7,13 @@
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Platform/Linux/Bus/SDBusVersions.h"
+#include "Tests/Platform/Linux/Bus/Transcript.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -30,32 +29,6 @@ using Value = sdbus::Variant;
 using Dictionary = std::map<std::string, Value>;
 constexpr const char* application = "com.quorvane.test";
 constexpr const char* endpoint = "https://push.example/1";
-
-/// Events recorded by any thread, one per line.
-struct Transcript {
-    void add(const std::string& line)
-    {
-        const std::lock_guard lock(mutex);
-        lines.push_back(line);
-        lineAdded.notify_one();
-    }
-    /// Waits for a line that starts with `beginning` and returns the rest of it.
-    std::string after(const std::string& beginning)
-    {
-        std::unique_lock lock(mutex);
-        while (lineAdded.wait_for(lock, std::chrono::seconds(20), [this] { return !lines.empty(); })) {
-            const std::string line = lines.front();
-            lines.erase(lines.begin());
-            if (line.starts_with(beginning))
-                return line.substr(beginning.size());
-        }
-        return "(nothing)";
-    }
-
-    std::mutex mutex;
-    std::condition_variable lineAdded;
-    std::vector<std::string> lines;
-};
 
 /// How a distributor replies to a registration, and the call it makes afterwards.
 struct Script {

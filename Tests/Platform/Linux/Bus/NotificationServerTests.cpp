@@ -6,11 +6,11 @@
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Platform/Linux/Bus/SDBusVersions.h"
+#include "Tests/Platform/Linux/Bus/Transcript.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <condition_variable>
 
 using namespace Platform;
 using namespace std::string_literals;
@@ -25,7 +25,7 @@ using Record = std::function<void(const Text& event)>;
 using namespace PresentationOptions;
 constexpr const char* serverName = "org.freedesktop.Notifications";
 /// How a notification ends: by its action, or for one of the protocol's reasons.
-enum End : std::uint32_t { tapped, expired, dismissed };
+enum End : std::uint32_t { tapped, expired, dismissed, closed };
 
 /// Runs a notification server until destroyed and records the calls it receives. Its ids start at 1.
 struct FakeServer {
@@ -95,13 +95,7 @@ class NotificationServerTest : public testing::Test {
 protected:
     NotificationServerTest() { bus.start(); }
     ~NotificationServerTest() override { bus.stop(); }
-    /// Waits for `count` events and returns them.
-    Strings waitForEvents(std::size_t count)
-    {
-        std::unique_lock lock(mutex);
-        eventAdded.wait_for(lock, std::chrono::seconds(20), [&] { return events.size() >= count; });
-        return std::exchange(events, {});
-    }
+    Strings waitForEvents(std::size_t count) { return transcript.take(count); }
     void startServer(const Strings& capabilities)
     {
         fake.emplace(capabilities, record);
@@ -117,14 +111,8 @@ protected:
         mainQueue.async(
             [=, this] { server.show(notification, bits, done, [=, this] { record("tap " + title); }); });
     }
-    std::mutex mutex;
-    std::condition_variable eventAdded;
-    Strings events;
-    const Record record = [this](const Text& event) {
-        const std::lock_guard lock(mutex);
-        events.push_back(event);
-        eventAdded.notify_one();
-    };
+    Transcript transcript;
+    const Record record = [this](const Text& event) { transcript.add(event); };
     ManualScheduler timers;
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
@@ -174,9 +162,15 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
     liar.bus->requestName(ServiceName("test.Flush"));
     fake->object->emitSignal("ActionInvoked").onInterface(serverName).withArguments("no number"s);
     fake->end({3}, expired);
-    fake->end({1, 999, 2, 3}, tapped);
+    fake->end({6}, closed);
+    fake->end({1, 999, 2, 3, 6}, tapped);
     fake->end({2, 4, 5}, dismissed);
     EXPECT_THAT(waitForEvents(3), ElementsAre("tap 2", "tap 4", "tap 5"));
+    fake->nextId = 7; // A server may reuse the id of a notification that has ended.
+    show("7 again");
+    waitForEvents(2);
+    fake->end({7}, tapped);
+    EXPECT_THAT(waitForEvents(1), ElementsAre("tap 7 again"));
     EXPECT_EQ(availabilityCount, 2);
     log.takeLines();
     const auto isLogged = ElementsAre(testing::EndsWith("does not show notifications: test.No"));
@@ -191,6 +185,11 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
             waitForEvents(2);
         }
     }
+    startServer({"body"});
+    fake->behavior = FakeServer::Behavior::refusing;
+    show("refused");
+    waitForEvents(2);
+    EXPECT_THAT(log.takeLines(), isLogged) << "by another server";
     show("in silence", {}, {{"sound", "x"}}, sound);
     EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
     fake->behavior = FakeServer::Behavior::slow;
@@ -219,19 +218,29 @@ TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
         show("T", "<");
         EXPECT_THAT(waitForEvents(2), ElementsAre("T|&lt;||1", "Fake"));
     }
-    startServer({"body"});
-    fake->behavior = FakeServer::Behavior::slow;
-    show("first");
-    EXPECT_THAT(waitForEvents(1), ElementsAre("first|||1"));
-    fake->bus->releaseName(ServiceName(serverName));
-    FakeServer next({"body"}, record);
-    EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
-    fake->held.returnResults(1U);
-    EXPECT_THAT(waitForEvents(1), testing::SizeIs(1)) << "shown by the former server";
-    next.end({1}, tapped);
-    next.nextId = 2;
-    show("second");
-    EXPECT_THAT(waitForEvents(2), ElementsAre("second|||1", "Fake"));
+    for (const bool isLate : {false, true}) {
+        SCOPED_TRACE(isLate);
+        startServer({"body"});
+        fake->behavior = FakeServer::Behavior::slow;
+        show("first");
+        EXPECT_THAT(waitForEvents(1), ElementsAre("first|||1"));
+        if (isLate) {
+            mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
+            EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+        }
+        fake->bus->releaseName(ServiceName(serverName));
+        FakeServer next({"body"}, record);
+        EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
+        fake->held.returnResults(1U);
+        fake->bus->requestName(ServiceName("test.Flush"));
+        if (!isLate) {
+            EXPECT_THAT(waitForEvents(1), testing::SizeIs(1)) << "shown by the former server";
+        }
+        next.end({1}, tapped);
+        next.nextId = 2;
+        show("second");
+        EXPECT_THAT(waitForEvents(2), ElementsAre("second|||1", "Fake"));
+    }
 }
 
 } // namespace

@@ -242,6 +242,7 @@ TEST_F(UnifiedPushServiceTest, StartsADistributorThatIsOnlyInstalled)
     startApplication();
     for (int count = 0; count < 2000 && !std::filesystem::exists(started); ++count)
         ::usleep(10'000);
+    EXPECT_TRUE(std::filesystem::exists(started));
     startDistributor(); // Takes the name that the bus waits for.
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
     std::filesystem::remove(services / "test.service");
@@ -413,8 +414,13 @@ TEST_F(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
         startDistributor(script);
         startApplication("", script.answer.empty() ? 1 : 20);
         EXPECT_THAT(transcript.after("error "), testing::ContainsRegex(words));
+        app->advance(std::chrono::seconds(60));
+        EXPECT_THAT(app->log.takeLines(), IsEmpty()) << "no endpoint is expected";
         startDistributor();
+        const std::string token = transcript.after("a registers ");
         EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint)) << words;
+        a->call("Unregister", token);
+        EXPECT_EQ(transcript.after("a registers "), token);
     }
 }
 
