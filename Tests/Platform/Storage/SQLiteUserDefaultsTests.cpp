@@ -55,7 +55,7 @@ TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissing)
     SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
     const std::pair<const char*, std::optional<PropertyList>> rows[] = {
         {"'text', 5", {}},    {"'integer', 'five'", {}}, {"'data', 'text'", {}}, {"'plist', x'00'", {}},
-        {"'unknown', 5", {}}, {"'date', 5", Date{5}},    {"'boolean', 2", true}};
+        {"'unknown', 5", {}}, {"'date', 5", Date{5}},    {"'real', 5", 5.0},     {"'boolean', 2", true}};
     for (const auto& [row, value] : rows) {
         second.exec(std::string("REPLACE INTO defaults VALUES('k', ") + row + ")");
         EXPECT_EQ(defaults->object("k"), value) << row;
