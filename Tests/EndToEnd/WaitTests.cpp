@@ -4,8 +4,11 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
+#include <thread>
 
+using std::chrono::steady_clock;
 using testing::HasSubstr;
 
 namespace {
@@ -48,6 +51,24 @@ TEST_F(WaitTest, EndsOnceTheUploadIsRecorded)
                   {.time = {60}, .method = "POST", .pathSegmentCount = segmentCount, .statusCode = 200}}});
     EXPECT_EQ(wait->waitForExit(), 0);
     EXPECT_EQ(wait->lines().back(), "The device token is uploaded.");
+}
+
+TEST_F(WaitTest, MissesNoChangeWhileItStarts)
+{
+    EXPECT_EQ(startWith(first)->end(), 0);
+    device.replacePolicy(second);
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(qvctl({"wait", "--timeout", "0"}).exitCode, 75);
+    const auto runTime = steady_clock::now() - begin;
+    constexpr int raceCount = 60;
+    for (int race = 0; race < raceCount; ++race) {
+        device.replacePolicy(second);
+        const auto wait = device.startConsole({"wait", "--timeout", "20"});
+        // Before, during or after the first look, which every run takes.
+        std::this_thread::sleep_for(runTime * race / raceCount);
+        device.replacePolicy(first);
+        ASSERT_EQ(wait->waitForExit(), 0) << "race " << race;
+    }
 }
 
 TEST_F(WaitTest, IsEndedBySignalsButNotByAClosedPipe)

@@ -22,17 +22,11 @@ void faultTrial(const TrialPrograms& programs, int depth);
 /// Disturbs the application: clock jumps, locked stores, resource limits, a dead backend or session bus, and
 /// so on.
 void disturbanceTrial(const TrialPrograms& programs);
-/// Sends `messages` encrypted pushes at once, then again with SIGTERM in the middle.
-void burstTrial(const TrialPrograms& programs, int messages);
 /// Runs changes, pushes and uploads at full speed while the services of the desktop restart, and checks for
 /// growth.
 void soakTrial(const TrialPrograms& programs, double minutes);
-/// Reconfigures many devices of one backend at once and sends each a push.
-void fleetTrial(const TrialPrograms& programs, int devices);
 /// Searches logs, output, records and file names for secrets.
 void secretsTrial(const TrialPrograms& programs);
-/// Changes the stored configuration `races` times while `qvctl wait` starts.
-void waitTrial(const TrialPrograms& programs, int races, unsigned seed);
 /// Has another user plant policy files, in a race with the reader. Skipped, with a message, unless run as
 /// root.
 void attackerTrial(double seconds);
