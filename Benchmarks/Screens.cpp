@@ -1,7 +1,7 @@
 #include "Benchmarks/Await.h"
 #include "Benchmarks/Figures.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Tests/Trials/ProcessFigures.h"
+#include "Tools/Tour/ProcessFigures.h"
 #include "Tests/Trials/StoreFile.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 

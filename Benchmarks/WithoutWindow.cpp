@@ -1,6 +1,6 @@
 #include "Benchmarks/Await.h"
 #include "Benchmarks/Figures.h"
-#include "Tests/Trials/ProcessFigures.h"
+#include "Tools/Tour/ProcessFigures.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <fmt/format.h>

@@ -7,10 +7,13 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <future>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -33,39 +36,7 @@ std::unique_ptr<sdbus::IProxy> busProxy(sdbus::IConnection& connection)
                               ObjectPath("/org/freedesktop/DBus"));
 }
 
-bool isApplicationActivatable()
-{
-    const auto connection = sdbus::createSessionBusConnection();
-    std::vector<std::string> names;
-    busProxy(*connection)
-        ->callMethod("ListActivatableNames")
-        .onInterface("org.freedesktop.DBus")
-        .storeResultsTo(names);
-    return std::find(names.begin(), names.end(), Platform::Linux::applicationIdentifier) != names.end();
-}
-
-sdbus::Variant bytesOf(const std::string& message)
-{
-    return sdbus::Variant(std::vector<std::uint8_t>(message.begin(), message.end()));
-}
-
-Distributor::Answer answerIn(const std::map<std::string, sdbus::Variant>& reply,
-                             const std::string& identifier)
-{
-    const auto found = reply.find("id");
-    const bool isSame = found != reply.end() && found->second.get<std::string>() == identifier;
-    return isSame ? Distributor::Answer::acknowledged : Distributor::Answer::withoutIdentifier;
-}
-
 } // namespace
-
-std::string subscriptionText(std::string_view token)
-{
-    std::string text;
-    for (; token.size() >= 2; token.remove_prefix(2))
-        text += static_cast<char>(std::stoi(std::string(token.substr(0, 2)), nullptr, 16));
-    return text;
-}
 
 Distributor::Distributor(const ThrowawayDevice& device, Behavior behavior)
     : m_device(device),
@@ -108,12 +79,12 @@ Distributor::~Distributor()
 
 bool Distributor::waitForRegistration()
 {
-    return m_registrations.try_acquire_for(std::chrono::seconds(20));
+    return m_registrations.try_acquire_for(20s);
 }
 
 void Distributor::sendEndpoint(const std::string& endpoint)
 {
-    call("NewEndpoint", {{"endpoint", sdbus::Variant(endpoint)}});
+    m_connector->callMethod(makeCall("NewEndpoint", {{"endpoint", sdbus::Variant(endpoint)}}));
 }
 
 void Distributor::installService(const std::filesystem::path& programs)
@@ -153,17 +124,27 @@ bool Distributor::endActivated()
     const pid_t application = static_cast<pid_t>(process);
     ::kill(application, SIGTERM);
     for (int attempt = 0; attempt < 2000 && ::kill(application, 0) == 0; ++attempt)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(10ms);
     return ::kill(application, 0) != 0;
+}
+
+bool Distributor::isApplicationActivatable() const
+{
+    std::vector<std::string> names;
+    busProxy(*m_bus)
+        ->callMethod("ListActivatableNames")
+        .onInterface("org.freedesktop.DBus")
+        .storeResultsTo(names);
+    return std::find(names.begin(), names.end(), Platform::Linux::applicationIdentifier) != names.end();
 }
 
 bool Distributor::restart(const std::string& endpoint)
 {
+    const bool isKnown = isApplicationActivatable();
     m_bus->leaveEventLoop();
     m_object.reset();
     m_connector.reset();
     m_bus.reset();
-    const bool isKnown = isApplicationActivatable();
     if (!isKnown)
         m_token.clear();
     connect();
@@ -174,30 +155,20 @@ bool Distributor::restart(const std::string& endpoint)
 
 Distributor::Answer Distributor::deliver(const std::string& message)
 {
-    const std::string identifier = std::to_string(++m_messageCount);
-    try {
-        return answerIn(call("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}),
-                        identifier);
-    } catch (const sdbus::Error&) {
-        return Answer::error;
-    }
+    std::promise<Answer> received;
+    send(message, 25s, [&](Answer answer) { received.set_value(answer); });
+    return received.get_future().get();
 }
 
 void Distributor::send(const std::string& message, std::chrono::milliseconds answerTime,
                        std::function<void(Answer)> answered)
 {
-    const std::string identifier = std::to_string(++m_messageCount);
+    const sdbus::Variant identifier(std::to_string(++m_messageCount));
+    const sdbus::Variant bytes(std::vector<std::uint8_t>(message.begin(), message.end()));
     callAsync(
-        *m_connector,
-        makeCall("Message", {{"message", bytesOf(message)}, {"id", sdbus::Variant(identifier)}}),
-        [identifier, answered = std::move(answered)](sdbus::MethodReply& reply, const sdbus::Error* error) {
-            if (error != nullptr) {
-                answered(Answer::error);
-                return;
-            }
-            Dictionary answer;
-            reply >> answer;
-            answered(answerIn(answer, identifier));
+        *m_connector, makeCall("Message", {{"message", bytes}, {"id", identifier}}),
+        [answered = std::move(answered)](const sdbus::MethodReply& /*reply*/, const sdbus::Error* error) {
+            answered(error != nullptr ? Answer::error : Answer::acknowledged);
         },
         static_cast<std::uint64_t>(std::chrono::microseconds(answerTime).count()));
 }
@@ -216,12 +187,4 @@ sdbus::MethodCall Distributor::makeCall(const std::string& method, Dictionary ar
         m_connector->createMethodCall(InterfaceName("org.unifiedpush.Connector2"), MethodName(method));
     message << arguments;
     return message;
-}
-
-Distributor::Dictionary Distributor::call(const std::string& method, Dictionary arguments)
-{
-    auto reply = m_connector->callMethod(makeCall(method, std::move(arguments)));
-    Dictionary answer;
-    reply >> answer;
-    return answer;
 }

@@ -14,9 +14,6 @@
 #include <string>
 #include <string_view>
 
-/// Returns the Web Push subscription encoded in a hexadecimal device token.
-std::string subscriptionText(std::string_view token);
-
 /// A device's session bus with a push distributor on it that behaves like KDE's: when it starts, it drops the
 /// registration of an application that the bus cannot start, and announces the endpoint of any other again.
 /// It keeps a message that is answered with an error or not within 25 s, and forgets it after any other
@@ -37,9 +34,7 @@ public:
     bool waitForRegistration();
     /// Sends the application a new endpoint and waits for the reply. Throws `sdbus::Error`.
     void sendEndpoint(const std::string& endpoint);
-    /// The reply to a message. The real distributor takes a reply without the message's identifier for an
-    /// acknowledgment, too.
-    enum class Answer { acknowledged, withoutIdentifier, error };
+    enum class Answer { acknowledged, error };
 
     /// Lets the bus start the application for a call, without a window.
     void installService(const std::filesystem::path& programs);
@@ -66,8 +61,8 @@ private:
     void connect();
     [[nodiscard]] std::filesystem::path serviceFile() const;
     void reloadServices();
+    [[nodiscard]] bool isApplicationActivatable() const;
     [[nodiscard]] sdbus::MethodCall makeCall(const std::string& method, Dictionary arguments) const;
-    Dictionary call(const std::string& method, Dictionary arguments);
 
     const ThrowawayDevice& m_device;
     const Behavior m_behavior;

@@ -1,3 +1,4 @@
+#include "Tests/Trials/DesktopServices.h"
 #include "Tests/Trials/RegisteredApplication.h"
 #include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
@@ -9,7 +10,6 @@
 #include <csignal>
 #include <filesystem>
 #include <future>
-#include <map>
 #include <memory>
 #include <string>
 #include <sys/resource.h>
@@ -161,50 +161,6 @@ void backendDies(TestBed& testBed)
     }
 }
 
-/// A notification server that accepts all notifications and records the first.
-class FakeNotificationServer {
-public:
-    FakeNotificationServer()
-    {
-        const auto add = [this](const char* method, auto work) {
-            addMethod(*m_object, name, method, std::move(work));
-        };
-        add("GetCapabilities", [] { return std::vector<std::string>{"actions", "body"}; });
-        add("Notify", [this](const std::string&, std::uint32_t, const std::string&,
-                             const std::string& summary, const std::string&, const std::vector<std::string>&,
-                             const std::map<std::string, sdbus::Variant>&, std::int32_t) {
-            m_shown.set_value(summary);
-            return notificationId;
-        });
-        publishMethods(*m_object);
-        m_bus->requestName(ServiceName(name));
-        m_bus->enterEventLoopAsync();
-    }
-    ~FakeNotificationServer() { m_bus->leaveEventLoop(); }
-
-    /// Returns the first notification's summary; empty after a timeout.
-    std::string waitForNotification()
-    {
-        auto shown = m_shown.get_future();
-        return shown.wait_for(20s) == std::future_status::ready ? shown.get() : std::string();
-    }
-    void tap() const
-    {
-        m_object->emitSignal("ActionInvoked")
-            .onInterface(name)
-            .withArguments(notificationId, std::string("default"));
-    }
-
-private:
-    static constexpr const char* name = "org.freedesktop.Notifications";
-    static constexpr std::uint32_t notificationId = 1;
-
-    std::promise<std::string> m_shown;
-    std::unique_ptr<sdbus::IConnection> m_bus = sdbus::createSessionBusConnection();
-    std::unique_ptr<sdbus::IObject> m_object =
-        sdbus::createObject(*m_bus, ObjectPath("/org/freedesktop/Notifications"));
-};
-
 /// An encrypted push to be delivered over the session bus.
 struct EncryptedPush {
     /// Restarts the application, which registers with `distributor`.
@@ -267,9 +223,9 @@ void noPresenter(TestBed& testBed)
     testBed.application().signal(SIGKILL);
     testBed.application().waitForExit();
     startWithoutWindow();
-    FakeNotificationServer server;
-    testBed.requireWithLog(server.waitForNotification() == sent.push.title, "the alert was not shown later");
-    server.tap();
+    DesktopServices desktop;
+    testBed.requireWithLog(desktop.waitForNotification() == sent.push.title, "the alert was not shown later");
+    desktop.tap();
     testBed.expectLine("Processed notification from center");
     testBed.requireNothingLost(sent.before, sent.push);
 }

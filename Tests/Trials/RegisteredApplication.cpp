@@ -2,6 +2,8 @@
 
 #include "Tools/Backend/PushSender.h"
 
+#include <boost/algorithm/hex.hpp>
+
 #include <chrono>
 #include <thread>
 
@@ -12,14 +14,16 @@ WebPushSubscription uploadedSubscription(TestBackend& backend)
     for (const auto end = std::chrono::steady_clock::now() + 20s; std::chrono::steady_clock::now() < end;) {
         const auto requests = backend.takeRequests();
         if (!requests.empty())
-            return WebPushSubscription::parse(subscriptionText(uploadedToken(requests.back()).value()));
+            return WebPushSubscription::parse(
+                boost::algorithm::unhex(uploadedToken(requests.back()).value()));
         std::this_thread::sleep_for(100us);
     }
     throw Violation("no token was uploaded");
 }
 
-RegisteredApplication::RegisteredApplication(const std::filesystem::path& programs)
-    : m_device(programs, m_backend)
+RegisteredApplication::RegisteredApplication(const std::filesystem::path& programs,
+                                             const std::filesystem::path& faultLibrary)
+    : m_device(programs, m_backend), m_faults(m_device, faultLibrary)
 {
     m_device.replacePolicy(m_device.policy({"app0"}));
     m_process = m_device.start("auto");
@@ -30,8 +34,20 @@ RegisteredApplication::RegisteredApplication(const std::filesystem::path& progra
 
 void RegisteredApplication::renewEndpoint()
 {
-    m_distributor.sendEndpoint(fmt::format("https://push.example.org/{}", ++m_endpointCount));
+    m_distributor.sendEndpoint(nextEndpoint());
     m_subscription = uploadedSubscription(m_backend);
+}
+
+void RegisteredApplication::restartDistributor()
+{
+    require(m_distributor.restart(nextEndpoint()), "the session bus cannot start the application");
+    require(m_distributor.waitForRegistration(), "the application did not register again");
+    m_subscription = uploadedSubscription(m_backend);
+}
+
+std::string RegisteredApplication::nextEndpoint()
+{
+    return fmt::format("https://push.example.org/{}", ++m_endpointCount);
 }
 
 void RegisteredApplication::deliver(const std::string& message)

@@ -1,4 +1,4 @@
-#include "Tests/Trials/ProcessFigures.h"
+#include "Tools/Tour/ProcessFigures.h"
 
 #include <filesystem>
 #include <fstream>
@@ -73,4 +73,9 @@ std::chrono::nanoseconds processorTime(pid_t process)
 std::int64_t descriptorCount(pid_t process)
 {
     return std::distance(fs::directory_iterator(folderOf(process) / "fd"), fs::directory_iterator());
+}
+
+std::int64_t threadCount(pid_t process)
+{
+    return sumIn(folderOf(process) / "status", "Threads");
 }

@@ -17,3 +17,4 @@ std::int64_t sleepCount(pid_t process);
 /// Processor time of all running threads.
 std::chrono::nanoseconds processorTime(pid_t process);
 std::int64_t descriptorCount(pid_t process);
+std::int64_t threadCount(pid_t process);
