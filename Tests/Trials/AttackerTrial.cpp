@@ -4,17 +4,16 @@
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 
-#include <algorithm>
-#include <array>
+#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <fcntl.h>
-#include <functional>
-#include <grp.h>
+#include <future>
+#include <sched.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -27,30 +26,13 @@ using Platform::Storage::FileDescriptor;
 constexpr uid_t victim = 12345;
 constexpr uid_t attacker = 12346;
 
-/// A child process that runs as another user, killed by the destructor.
-class UserProcess {
-public:
-    UserProcess(uid_t user, const std::function<void()>& work) : m_process(::fork())
-    {
-        if (m_process < 0)
-            throw std::system_error(errno, std::generic_category(), "fork");
-        if (m_process > 0)
-            return;
-        if (::setgroups(0, nullptr) == 0 && ::setgid(user) == 0 && ::setuid(user) == 0)
-            work();
-        ::_exit(0);
-    }
-    ~UserProcess()
-    {
-        ::kill(m_process, SIGKILL);
-        ::waitpid(m_process, nullptr, 0);
-    }
-    UserProcess(const UserProcess&) = delete;
-    UserProcess& operator=(const UserProcess&) = delete;
-
-private:
-    pid_t m_process;
-};
+/// Makes this thread run as another user. setuid(3) would change all threads.
+void becomeUser(uid_t user)
+{
+    if (::syscall(SYS_setgroups, 0, nullptr) != 0 || ::syscall(SYS_setresgid, user, user, user) != 0 ||
+        ::syscall(SYS_setresuid, user, user, user) != 0)
+        throw std::system_error(errno, std::generic_category(), "becoming another user");
+}
 
 /// The name of a folder of fragments.
 constexpr const char* fragments = "managed.d";
@@ -66,15 +48,9 @@ std::vector<PolicyFileReading> readings(const fs::path& path)
     return files;
 }
 
-bool contains(const std::vector<PolicyFileReading>& readings, bool (*isWanted)(PolicyFileReading::State))
-{
-    return std::any_of(readings.begin(), readings.end(),
-                       [=](const PolicyFileReading& reading) { return isWanted(reading.state); });
-}
-
 struct Figures {
     std::uint64_t readCount = 0;
-    /// Reads that found a file.
+    /// Files found.
     std::uint64_t foundCount = 0;
     std::uint64_t acceptedCount = 0;
 };
@@ -85,11 +61,11 @@ Figures readFor(const fs::path& file, std::chrono::duration<double> time)
     Figures figures;
     const auto end = std::chrono::steady_clock::now() + time;
     while (std::chrono::steady_clock::now() < end) {
-        const auto read = readings(file);
-        using State = PolicyFileReading::State;
         ++figures.readCount;
-        figures.foundCount += contains(read, [](State state) { return state != State::missing; }) ? 1U : 0U;
-        figures.acceptedCount += contains(read, [](State state) { return state == State::good; }) ? 1U : 0U;
+        for (const PolicyFileReading& reading : readings(file)) {
+            figures.foundCount += reading.state != PolicyFileReading::State::missing ? 1U : 0U;
+            figures.acceptedCount += reading.state == PolicyFileReading::State::good ? 1U : 0U;
+        }
     }
     return figures;
 }
@@ -128,13 +104,15 @@ const Attack attacks[] = {
     {"fragment in an open folder", "open/managed.d", "mine", ::link, "mine", "open/managed.d/x.json"},
 };
 
-/// Never returns.
-void repeatAttack(const Attack& attack, const fs::path& shared)
+/// Repeats the attack until the thread is stopped.
+void repeatAttack(const Attack& attack, const fs::path& shared, const std::stop_token& isStopping)
 {
+    ::unshare(CLONE_FS); // The other threads keep their current folder.
+    becomeUser(attacker);
     fs::current_path(shared);
     ::mkdir("my", 0755);
     writePolicy(attack.own);
-    while (true) {
+    while (!isStopping.stop_requested()) {
         [[maybe_unused]] const int made = attack.make(attack.target, attack.place);
         if (attack.make == ::rename)
             ::rename(attack.place, attack.target);
@@ -148,24 +126,17 @@ Figures run(const Attack& attack, std::chrono::duration<double> time)
     const TemporaryFolder folder;
     fs::permissions(folder.path(), fs::perms(0755));
     const fs::path shared = folder.path("shared");
-    fs::create_directory(shared);
-    fs::permissions(shared, fs::perms(01777));
     fs::create_directories(shared / "open/managed.d");
-    fs::permissions(shared / "open/managed.d", fs::perms(01777));
-    const UserProcess attacking(attacker, [&] { repeatAttack(attack, shared); });
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    const FileDescriptor reading(ends[0]);
-    FileDescriptor writing(ends[1]);
-    const UserProcess attacked(victim, [&] {
-        const Figures figures = readFor(shared / attack.policy, time);
-        static_cast<void>(::write(writing.get(), &figures, sizeof figures) < 0);
-    });
-    writing = FileDescriptor();
-    Figures figures;
-    require(::read(reading.get(), &figures, sizeof figures) == sizeof figures, "the victim exited early");
-    return figures;
+    for (const fs::path& open : {shared, shared / "open/managed.d"})
+        fs::permissions(open, fs::perms(01777));
+    const std::jthread attacking(
+        [&](const std::stop_token& isStopping) { repeatAttack(attack, shared, isStopping); });
+    return std::async(std::launch::async,
+                      [&] {
+                          becomeUser(victim);
+                          return readFor(shared / attack.policy, time);
+                      })
+        .get();
 }
 
 } // namespace

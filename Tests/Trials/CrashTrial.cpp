@@ -5,7 +5,6 @@
 #include "Tools/Backend/PushSender.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <random>
@@ -34,8 +33,8 @@ void armKill(Faults& faults, Random& random, int count)
 class PushSeries {
 public:
     PushSeries(std::filesystem::path socket, int& number)
-        : m_thread([this, socket = std::move(socket), &number] {
-              while (!m_isEnding) {
+        : m_thread([this, socket = std::move(socket), &number](const std::stop_token& isStopping) {
+              while (!isStopping.stop_requested()) {
                   ++number;
                   const std::string title = std::to_string(number);
                   try {
@@ -47,21 +46,18 @@ public:
               }
           })
     {}
-    ~PushSeries() { end(); }
 
     /// Stops sending and returns the titles of the acknowledged pushes.
     const std::vector<std::string>& end()
     {
-        m_isEnding = true;
-        if (m_thread.joinable())
-            m_thread.join();
+        m_thread.request_stop();
+        m_thread.join();
         return m_acknowledged;
     }
 
 private:
-    std::atomic<bool> m_isEnding = false;
     std::vector<std::string> m_acknowledged;
-    std::thread m_thread;
+    std::jthread m_thread;
 };
 
 /// Checks the stored state after each kill against that of earlier rounds.
@@ -85,15 +81,11 @@ public:
         if (state.snapshot)
             m_apps.emplace_back(state.snapshot->config.allowedAppBundleIds[0]);
 
-        std::vector<std::string> titles;
-        for (const auto& entry : state.history)
-            titles.push_back(entry.title.value_or(""));
         // Each push is stored once or twice, so the 100 records contain at least the newest 45 pushes.
         const std::size_t newest = std::min<std::size_t>(acknowledged.size(), 45);
         for (auto title = acknowledged.end() - static_cast<std::ptrdiff_t>(newest);
              title != acknowledged.end(); ++title)
-            require(std::find(titles.begin(), titles.end(), *title) != titles.end(),
-                    "push {} was acknowledged but is not in the history", *title);
+            require(state.hasPush(*title), "push {} was acknowledged but is not in the history", *title);
         m_acknowledgedCount += acknowledged.size();
 
         require(requests.size() <= 1, "{} uploads in one run", requests.size());
@@ -144,7 +136,6 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
     Faults faults(device, programs.faultLibrary);
     Ledger ledger;
     int pushNumber = 0;
-    int killCount = 0;
     int atOperationCount = 0;
     for (int round = 1; round <= rounds; ++round) {
         const std::string app = fmt::format("app{}", round);
@@ -174,7 +165,6 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
         const auto& acknowledged = pushes.end();
         faults.disarm();
         require(exitCode == -SIGKILL, "the application exited by itself with {}", exitCode.value_or(-1));
-        ++killCount;
         try {
             ledger.check(device.inspect(), acknowledged, backend.takeRequests());
         } catch (const std::exception& error) {
@@ -185,6 +175,5 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
     }
     fmt::print("{} kills, {} of them at a file operation; version {}, {} pushes acknowledged, {} uploads; "
                "all stores intact\n",
-               killCount, atOperationCount, ledger.version(), ledger.acknowledgedCount(),
-               ledger.uploadCount());
+               rounds, atOperationCount, ledger.version(), ledger.acknowledgedCount(), ledger.uploadCount());
 }

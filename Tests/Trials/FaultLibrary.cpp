@@ -47,16 +47,6 @@ FaultPlan* plan()
     return found;
 }
 
-bool isAffected(const char* path)
-{
-    return isDeviceFile(path);
-}
-
-bool isAffected(int descriptor)
-{
-    return isDeviceFile(pathOf(descriptor).c_str());
-}
-
 /// The outcome of an operation on `file`, a path or a descriptor.
 enum class Outcome { passes, fails, halved };
 
@@ -64,7 +54,7 @@ template <typename File>
 Outcome outcomeOf(FaultPlan::Operation operation, File file)
 {
     FaultPlan* faults = plan();
-    if (faults == nullptr || (faults->operations & operation) == 0 || !isAffected(file))
+    if (faults == nullptr || (faults->operations & operation) == 0 || !isDeviceFile(file))
         return Outcome::passes;
     ++faults->seenCount;
     if (faults->countdown <= 0)
@@ -105,21 +95,22 @@ ssize_t writing(int descriptor, std::size_t count, Write write)
 }
 
 template <typename Function, typename... Arguments>
-int unlessFailing(FaultPlan::Operation operation, const char* name, int descriptor, Arguments... arguments)
+auto unlessFailing(FaultPlan::Operation operation, const char* name, int descriptor, Arguments... arguments)
 {
+    using Result = decltype(next<Function>(name)(descriptor, arguments...));
     return outcomeOf(operation, descriptor) == Outcome::passes
                ? next<Function>(name)(descriptor, arguments...)
-               : -1;
+               : Result(-1);
 }
 
-int opening(const char* name, const char* path, int flags, va_list arguments)
+int opening(int folder, const char* path, int flags, va_list arguments)
 {
     const bool isMaking = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
     const auto mode = isMaking ? va_arg(arguments, mode_t) : mode_t(0);
     if (outcomeOf(FaultPlan::opening, path) != Outcome::passes)
         return -1;
-    const bool isCreated = willCreate(AT_FDCWD, path, flags);
-    const int descriptor = next<int(const char*, int, ...)>(name)(path, flags, mode);
+    const bool isCreated = willCreate(folder, path, flags);
+    const int descriptor = next<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
     recordOpening(descriptor, flags, isCreated);
     return descriptor;
 }
@@ -164,16 +155,13 @@ ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t o
 
 ssize_t read(int descriptor, void* bytes, std::size_t count)
 {
-    return outcomeOf(FaultPlan::reading, descriptor) == Outcome::passes
-               ? next<decltype(::read)>("read")(descriptor, bytes, count)
-               : -1;
+    return unlessFailing<decltype(::read)>(FaultPlan::reading, "read", descriptor, bytes, count);
 }
 
 ssize_t pread64(int descriptor, void* bytes, std::size_t count, off64_t offset)
 {
-    return outcomeOf(FaultPlan::reading, descriptor) == Outcome::passes
-               ? next<decltype(::pread64)>("pread64")(descriptor, bytes, count, offset)
-               : -1;
+    return unlessFailing<decltype(::pread64)>(FaultPlan::reading, "pread64", descriptor, bytes, count,
+                                              offset);
 }
 
 int fsync(int descriptor)
@@ -199,7 +187,7 @@ int open(const char* path, int flags, ...)
 {
     va_list arguments;
     va_start(arguments, flags);
-    const int result = opening("open", path, flags, arguments);
+    const int result = opening(AT_FDCWD, path, flags, arguments);
     va_end(arguments);
     return result;
 }
@@ -208,7 +196,16 @@ int open64(const char* path, int flags, ...)
 {
     va_list arguments;
     va_start(arguments, flags);
-    const int result = opening("open64", path, flags, arguments);
+    const int result = opening(AT_FDCWD, path, flags, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int openat(int folder, const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const int result = opening(folder, path, flags, arguments);
     va_end(arguments);
     return result;
 }

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -87,6 +86,11 @@ bool isDeviceFile(const char* path)
     return folder != nullptr && std::strncmp(path, folder, std::strlen(folder)) == 0;
 }
 
+bool isDeviceFile(int descriptor)
+{
+    return isDeviceFile(pathOf(descriptor).c_str());
+}
+
 std::string pathOf(int descriptor)
 {
     const int error = errno;
@@ -151,20 +155,6 @@ void recordSynchronization(int descriptor, std::uint64_t begin)
 
 // Never made to fail, only recorded.
 extern "C" {
-
-int openat(int folder, const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const bool isMaking = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-    const auto mode = isMaking ? va_arg(arguments, mode_t) : mode_t(0);
-    va_end(arguments);
-    const bool isCreated = willCreate(folder, path, flags);
-    const auto next = reinterpret_cast<int (*)(int, const char*, int, ...)>(::dlsym(RTLD_NEXT, "openat"));
-    const int descriptor = next(folder, path, flags, mode);
-    recordOpening(descriptor, flags, isCreated);
-    return descriptor;
-}
 
 int renameat(int folder, const char* path, int newFolder, const char* newPath) noexcept
 {

@@ -8,6 +8,7 @@
 // The part of the fault library that records changes of the device's files. All functions preserve `errno`.
 
 bool isDeviceFile(const char* path);
+bool isDeviceFile(int descriptor);
 /// Returns an empty string for a closed descriptor.
 std::string pathOf(int descriptor);
 

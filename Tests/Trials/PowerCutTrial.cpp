@@ -239,9 +239,7 @@ private:
                     acknowledged.applied, number);
         }
         for (const std::string& title : acknowledged.pushes)
-            require(std::any_of(state.history.begin(), state.history.end(),
-                                [&](const auto& entry) { return entry.title == title; }),
-                    "{} was acknowledged but is not in the history", title);
+            require(state.hasPush(title), "{} was acknowledged but is not in the history", title);
         require(acknowledged.token.empty() || state.deviceToken == acknowledged.token,
                 "the uploaded token is not the stored one");
         require(state.isAuthorized || !acknowledged.isAuthorized, "the permission was lost");

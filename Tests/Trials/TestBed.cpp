@@ -2,8 +2,6 @@
 
 #include "Platform/Linux/LocalPushService.h"
 
-#include <algorithm>
-
 using namespace std::chrono_literals;
 
 TestBed::TestBed(const TrialPrograms& programs)
@@ -46,17 +44,13 @@ StoredState TestBed::requireNothingLost(const StoredState& before, const Push& p
     StoredState now = m_device.inspect();
     requireWithLog(now.configVersion >= before.configVersion,
                    fmt::format("version {} after {}", now.configVersion, before.configVersion));
-    const auto isStored = [&](const std::string& title) {
-        return std::any_of(now.history.begin(), now.history.end(),
-                           [&](const auto& entry) { return entry.title == title; });
-    };
-    requireWithLog(!pushed.isAcknowledged() || isStored(pushed.title),
+    requireWithLog(!pushed.isAcknowledged() || now.hasPush(pushed.title),
                    pushed.title + " was acknowledged but is not in the history");
     constexpr std::size_t historyLimit = 100;
     if (now.history.size() == historyLimit)
         return now; // The oldest may have been dropped.
     for (const auto& entry : before.history)
-        requireWithLog(isStored(entry.title.value_or("")),
+        requireWithLog(now.hasPush(entry.title.value_or("")),
                        entry.title.value_or("") + " is no longer in the history");
     return now;
 }

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -36,6 +37,12 @@ struct StoredState {
     /// Hexadecimal; empty before the first registration.
     std::string deviceToken;
     bool isAuthorized = false;
+
+    [[nodiscard]] bool hasPush(std::string_view title) const
+    {
+        return std::any_of(history.begin(), history.end(),
+                           [=](const auto& entry) { return entry.title == title; });
+    }
 };
 
 /// Returns a payload whose alert is in the history before the push is acknowledged. Without
