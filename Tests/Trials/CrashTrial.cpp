@@ -21,13 +21,6 @@ int between(Random& random, int least, int most)
     return std::uniform_int_distribution(least, most)(random);
 }
 
-/// Kills the next program before, or halfway through, one of its first `count` file operations.
-void armKill(Faults& faults, Random& random, int count)
-{
-    faults.arm(FaultPlan::changing, between(random, 0, 1) == 0 ? Kind::kill : Kind::killHalfway, 0,
-               between(random, 1, count));
-}
-
 /// Sends numbered pushes one after the other until destroyed, even while no application runs. Accepted pushes
 /// are recorded in the history, whether the application is in the foreground or not.
 class PushSeries {
@@ -111,19 +104,6 @@ private:
     std::size_t m_uploadCount = 0;
 };
 
-/// Kills `qvctl config set` at a file operation; the policy file must be the old or the new one.
-void killConsole(TrialDevice& device, Faults& faults, Random& random, const std::string& policy)
-{
-    const std::string before = ThrowawayDevice::read(device.policyFile());
-    device.write(device.path("set.json"), policy);
-    armKill(faults, random, 6);
-    device.startConsole({"config", "set", device.path("set.json")})->waitForExit();
-    faults.disarm();
-    const std::string after = ThrowawayDevice::read(device.policyFile());
-    require(after == before || after == policy, "the policy file is neither the old nor the new one");
-    device.replacePolicy(policy);
-}
-
 } // namespace
 
 void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
@@ -140,13 +120,14 @@ void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed)
     for (int round = 1; round <= rounds; ++round) {
         const std::string app = fmt::format("app{}", round);
         ledger.expectPolicy(app);
-        killConsole(device, faults, random, device.policy({app}));
+        device.replacePolicy(device.policy({app}));
         backend.setReply("*", {.delay = std::chrono::milliseconds(between(random, 0, 30))});
 
         const bool isAtOperation = round % 2 == 0;
         // The first run creates the stores, so it makes more operations than later ones.
         if (isAtOperation)
-            armKill(faults, random, 300);
+            faults.arm(FaultPlan::changing, random() % 2 == 0 ? Kind::kill : Kind::killHalfway, 0,
+                       between(random, 1, 300));
         const auto application = device.start();
         PushSeries pushes(device.pushSocket(), pushNumber);
         if (!isAtOperation) {

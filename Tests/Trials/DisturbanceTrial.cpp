@@ -3,19 +3,14 @@
 #include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
 
-#include <SQLiteCpp/Backup.h>
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <future>
 #include <memory>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
-#include <utility>
-#include <vector>
 
 namespace {
 
@@ -38,26 +33,6 @@ void clockJumps(TestBed& testBed)
     }
 }
 
-/// Simulates suspend: the application stops while the time of day advances.
-void stalls(TestBed& testBed)
-{
-    StoredState state = testBed.requireHealthy({});
-    for (int round = 1; round <= 3; ++round) {
-        testBed.application().signal(SIGSTOP);
-        testBed.change();
-        auto push = std::async(std::launch::async, [&] { return testBed.push(); });
-        std::this_thread::sleep_for(1s);
-        testBed.faults()->clockOffsetSeconds += 8 * 3600;
-        const auto console = testBed.device().startConsole({"snapshot", "--json"});
-        require(console->waitForExit() == 0, "the snapshot cannot be read during suspend");
-        testBed.application().signal(SIGCONT);
-        testBed.expectLine("Configuration updated");
-        const auto pushed = push.get();
-        require(pushed.isAcknowledged(), "the pending push was refused: {}", pushed.answer);
-        state = testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
-    }
-}
-
 /// Another process locks the suite for longer than a writer's timeout.
 void lockedStore(TestBed& testBed)
 {
@@ -70,47 +45,6 @@ void lockedStore(TestBed& testBed)
     }
     testBed.expectLine("Configuration updated");
     testBed.requireHealthy(testBed.requireNothingLost(state));
-}
-
-/// The state folder is removed while the application runs.
-void lostStores(TestBed& testBed)
-{
-    testBed.requireHealthy({});
-    std::filesystem::remove_all(testBed.device().path("data"));
-    const auto console = testBed.device().startConsole({"privacy", "grant", "notifications"});
-    require(console->waitForExit() == 0, "notifications cannot be allowed again");
-    testBed.requireHealthy({});
-}
-
-/// A backup is copied over every open store, and the write-ahead logs are removed.
-void restoredBackup(TestBed& testBed)
-{
-    namespace fs = std::filesystem;
-    const StoredState state = testBed.requireHealthy({});
-    const fs::path folder = testBed.device().path("data/quorvane-mdm");
-    std::vector<fs::path> stores;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        if (entry.path().extension() == ".sqlite")
-            stores.push_back(entry.path());
-    }
-    const auto backupOf = [&](const fs::path& store) {
-        return testBed.device().path(store.filename().string());
-    };
-    for (const fs::path& store : stores) {
-        SQLite::Database backup(backupOf(store), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
-        fs::permissions(backupOf(store), fs::perms::owner_read | fs::perms::owner_write);
-        SQLite::Database original(store, SQLite::OPEN_READONLY);
-        SQLite::Backup(backup, original).executeStep(-1);
-    }
-    testBed.requireHealthy(state);
-    for (const fs::path& store : stores) {
-        fs::copy_file(backupOf(store), store, fs::copy_options::overwrite_existing);
-        for (const char* ending : {"-wal", "-shm"})
-            fs::remove(store.string() + ending);
-    }
-    const StoredState after = testBed.requireHealthy(state);
-    require(after.configVersion == state.configVersion + 1, "version {} after a backup of version {}",
-            after.configVersion, state.configVersion);
 }
 
 /// Lowers a resource limit of the application for a while.
@@ -128,17 +62,6 @@ void lowerLimit(TestBed& testBed, decltype(RLIMIT_FSIZE) resource, rlim_t limit)
     testBed.application().waitForLine("Configuration updated", 1s);
     ::prlimit(process, resource, &before, nullptr);
     testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
-}
-
-void fewDescriptors(TestBed& testBed)
-{
-    lowerLimit(testBed, RLIMIT_NOFILE, 4);
-}
-
-/// By default, the kernel kills a process that exceeds this limit.
-void limitedFileSize(TestBed& testBed)
-{
-    lowerLimit(testBed, RLIMIT_FSIZE, 1);
 }
 
 /// An upload is pending when the backend dies, and when the application receives SIGTERM.
@@ -237,44 +160,42 @@ void distributorRestarts(TestBed& testBed)
     Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
     distributor.installService(testBed.programs());
     const EncryptedPush sent(distributor, testBed, "after restarts");
-    const std::string first = "https://push.example.org/1";
-    const std::string second = "https://push.example.org/2";
-    const std::string third = "https://push.example.org/3";
+    const auto endpoint = [](int number) { return fmt::format("https://push.example.org/{}", number); };
     const auto requireRegistration = [&] {
         testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
     };
-    const auto restart = [&](const std::string& endpoint) {
-        testBed.requireWithLog(distributor.restart(endpoint), "the app cannot be started by the bus");
+    const auto restart = [&](int number) {
+        testBed.requireWithLog(distributor.restart(endpoint(number)), "the app cannot be started by the bus");
     };
-    const auto requireUploaded = [&](const std::string& endpoint) {
-        testBed.requireWithLog(uploadedSubscription(testBed.backend()).endpoint == endpoint,
-                               "the uploaded token is not for " + endpoint);
+    const auto requireUploaded = [&](int number) {
+        testBed.requireWithLog(uploadedSubscription(testBed.backend()).endpoint == endpoint(number),
+                               "the uploaded token is not for " + endpoint(number));
     };
-    const auto requireUploadedByActivated = [&](const std::string& endpoint) {
+    const auto requireUploadedByActivated = [&](int number) {
         testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
-                               "started by the bus, the application did not upload " + endpoint);
-        requireUploaded(endpoint);
+                               "started by the bus, the application did not upload its token");
+        requireUploaded(number);
     };
-    restart(first);
+    restart(1);
     requireRegistration();
-    restart(second);
+    restart(2);
     requireRegistration();
     testBed.expectLine("Device token uploaded");
-    requireUploaded(second);
+    requireUploaded(2);
 
     testBed.end();
-    restart(third);
-    requireUploadedByActivated(third);
+    restart(3);
+    requireUploadedByActivated(3);
     testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
                            "started by the bus, the application did not acknowledge a push");
     requireRegistration();
 
     distributor.removeService();
-    testBed.requireWithLog(!distributor.restart(first),
+    testBed.requireWithLog(!distributor.restart(endpoint(1)),
                            "the stand-in knows an app that the bus cannot start");
     requireRegistration();
-    distributor.sendEndpoint(first);
-    requireUploadedByActivated(first);
+    distributor.sendEndpoint(endpoint(1));
+    requireUploadedByActivated(1);
     testBed.requireWithLog(distributor.endActivated(), "the application did not end");
     testBed.start();
     testBed.expectLine("Configuration manager initialized");
@@ -319,14 +240,12 @@ struct Disturbance {
 
 constexpr Disturbance disturbances[] = {
     {"the clock jumps by up to 260 years", clockJumps},
-    {"the machine sleeps", stalls},
     {"another process locks the suite", lockedStore},
     {"another process locks the history", lockedHistory},
     {"notifications cannot be shown", noPresenter},
-    {"the state folder is removed", lostStores},
-    {"a backup replaces the stores", restoredBackup},
-    {"no descriptors are left", fewDescriptors},
-    {"files may not grow", limitedFileSize},
+    {"no descriptors are left", [](TestBed& testBed) { lowerLimit(testBed, RLIMIT_NOFILE, 4); }},
+    // By default, the kernel kills a process that exceeds this limit.
+    {"files may not grow", [](TestBed& testBed) { lowerLimit(testBed, RLIMIT_FSIZE, 1); }},
     {"the backend dies during an upload", backendDies},
     {"the distributor restarts", distributorRestarts},
     {"the session bus dies during a call", busDies},

@@ -11,8 +11,8 @@ struct TrialPrograms {
 
 // Each trial prints its results and throws `Violation` when a requirement is not met.
 
-/// Kills the application and qvctl `rounds` times, at file operations and at random moments, during
-/// configuration updates, pushes and uploads.
+/// Kills the application `rounds` times, at file operations and at random moments, during configuration
+/// updates, pushes and uploads.
 void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed);
 /// Cuts the power `cuts` times during a first start, updates, pushes and the replacement of a damaged store.
 /// Also requires that it notices each kind of missing synchronization.
