@@ -6,23 +6,19 @@
 
 namespace {
 
-/// Defines functions that run commands as root and as user 65534.
-constexpr const char* twoUsers = R"(
-    [ $(id -u) = 0 ] && setpriv --reuid 65534 --clear-groups true || exit 77
-    as_user() { setpriv --reuid 65534 --clear-groups -- "$@"; }
+/// Creates a folder and a policy to install, and defines functions for both.
+constexpr const char* sharedFolder = R"(
     folder=$DEVICE/shared
     mkdir $folder
-    chmod 755 $DEVICE $folder
     echo '{"api_key": "canary"}' > $DEVICE/policy.json
     owner_and_mode() { stat -c '%u %a' "$1" 2>&1; }
     set_policy() { $QVCTL config set $DEVICE/policy.json --managed-configuration "$1" 2>&1; echo "exit $?"; }
     clear_policy() { $QVCTL config clear --managed-configuration "$1" 2>&1; echo "exit $?"; }
 )";
-constexpr int unsupported = 77;
 
-TEST_F(ProgramTest, PolicyInstalledByRootIsReadableWithAnyUmask)
+TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
 {
-    const auto outcome = shellWithOwnPolicyFolder(R"(
+    const std::string output = rootShell(R"(
         folder=/etc/quorvane-mdm
         echo '{"device_id": "DEV-1"}' > $DEVICE/policy.json
         echo '<plist><dict><key>device_id</key><string>DEV-2</string></dict></plist>' > $DEVICE/policy.plist
@@ -41,9 +37,7 @@ TEST_F(ProgramTest, PolicyInstalledByRootIsReadableWithAnyUmask)
         rm $folder/*; mkdir $folder/managed.json; try folder policy.plist 2>&1
         $QVCTL config clear 2>&1; ls -d $folder/managed.json
     )");
-    if (!outcome)
-        GTEST_SKIP() << "needs root and a mount namespace";
-    EXPECT_EQ(outcome->output, R"(missing: /etc/quorvane-mdm/managed.json: changed
+    EXPECT_EQ(output, R"(missing: /etc/quorvane-mdm/managed.json: changed
 755 644
 closed: /etc/quorvane-mdm/managed.json: changed
 755 644
@@ -66,9 +60,9 @@ qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it 
 )");
 }
 
-TEST_F(ProgramTest, RootChangesNothingInFoldersOfOtherUsers)
+TEST_F(RootTest, RootChangesNothingInFoldersOfOtherUsers)
 {
-    const Outcome outcome = shell(std::string(twoUsers) + R"sh(
+    const std::string output = rootShell(std::string(sharedFolder) + R"sh(
         chown 65534 $folder
         mkdir $DEVICE/roots
         echo root > $DEVICE/roots/managed.json
@@ -84,9 +78,7 @@ TEST_F(ProgramTest, RootChangesNothingInFoldersOfOtherUsers)
         grep -rl canary $folder $DEVICE/roots
         set_policy $folder/theirs.json
     )sh");
-    if (outcome.exitCode == unsupported)
-        GTEST_SKIP() << "needs root";
-    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(managed.json: exit 78 exit 78
+    EXPECT_THAT(output, testing::MatchesRegex(R"(managed.json: exit 78 exit 78
 new/managed.json: exit 78 exit 78
 theirs.json: exit 78 exit 78
 link/managed.json: exit 78 exit 78
@@ -101,9 +93,9 @@ exit 78
 )"));
 }
 
-TEST_F(ProgramTest, PolicyInstalledByAUserIsPrivate)
+TEST_F(RootTest, PolicyInstalledByAUserIsPrivate)
 {
-    const Outcome outcome = shell(std::string(twoUsers) + R"(
+    const std::string output = rootShell(std::string(sharedFolder) + R"(
         chmod 1777 $folder # As /tmp.
         umask 0
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/sub/folder/own.json
@@ -120,9 +112,7 @@ TEST_F(ProgramTest, PolicyInstalledByAUserIsPrivate)
         as_user chmod 775 $folder/writable
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/writable/own.json
     )");
-    if (outcome.exitCode == unsupported)
-        GTEST_SKIP() << "needs root";
-    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"([^ ]*/own.json: changed
+    EXPECT_THAT(output, testing::MatchesRegex(R"([^ ]*/own.json: changed
 65534 700
 65534 700
 65534 600

@@ -36,21 +36,6 @@ protected:
         EXPECT_EQ(outcome.output.substr(0, 1), "{") << outcome.output;
         return boost::json::parse(outcome.output).as_object();
     }
-    /// Runs a bash script with a private /etc that contains only the empty folder quorvane-mdm. Absent if
-    /// this process may not mount one.
-    [[nodiscard]] std::optional<Outcome> shellWithOwnPolicyFolder(const std::string& script) const
-    {
-        Outcome outcome = shell("unset QUORVANE_MANAGED_CONFIGURATION\n"
-                                "export SCRIPT=$(cat << 'END'\n" +
-                                script +
-                                "\nEND\n)\n"
-                                "[ $(id -u) = 0 ] && unshare -m true || exit 77\n"
-                                "exec unshare -m bash -c 'mount -t tmpfs -o mode=755 tmpfs /etc && "
-                                "mkdir -m 755 /etc/quorvane-mdm && eval \"$SCRIPT\"'");
-        constexpr int unsupported = 77;
-        return outcome.exitCode == unsupported ? std::nullopt : std::optional(std::move(outcome));
-    }
-
     static constexpr const char* ready = "Configuration manager initialized";
 
     /// Starts the app and waits for a line of its log.
@@ -85,5 +70,29 @@ private:
         for (const std::string& line : process.lines())
             outcome.output += line + "\n";
         return outcome;
+    }
+};
+
+/// Tests that need a second user or the system's policy folder. Skipped without root or a mount namespace.
+class RootTest : public ProgramTest {
+protected:
+    void SetUp() override
+    {
+        if (shell("[ $(id -u) = 0 ] && unshare -m setpriv --reuid 65534 --clear-groups true").exitCode != 0)
+            GTEST_SKIP() << "needs root and a mount namespace";
+    }
+    /// Returns the output of a bash script, run with a private /etc that contains only the system's users and
+    /// the empty folder quorvane-mdm. `as_user COMMAND...` runs a command as the user nobody.
+    [[nodiscard]] std::string rootShell(const std::string& script) const
+    {
+        return shell("unset QUORVANE_MANAGED_CONFIGURATION\n"
+                     "export USERS=$(cat /etc/passwd) SCRIPT=$(cat << 'END'\n" +
+                     script +
+                     "\nEND\n)\n"
+                     "as_user() { setpriv --reuid 65534 --clear-groups -- \"$@\"; }\n"
+                     "export -f as_user; chmod 755 $DEVICE\n"
+                     "exec unshare -m bash -c 'mount -t tmpfs -o mode=755 tmpfs /etc && "
+                     "mkdir -m 755 /etc/quorvane-mdm && echo \"$USERS\" > /etc/passwd && eval \"$SCRIPT\"'")
+            .output;
     }
 };

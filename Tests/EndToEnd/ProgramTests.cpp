@@ -1,6 +1,5 @@
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/EndToEnd/ProgramTest.h"
-#include "Tests/Fakes/ForeignLocale.h"
 
 #include <gmock/gmock.h>
 
@@ -136,18 +135,6 @@ TEST_F(ProgramTest, ForgetLeavesNoTraceOfTheAPIKey)
     device.replacePolicy(R"({"api_key": "another"})");
     EXPECT_TRUE(application->waitForLine("Configuration updated - v1"));
     EXPECT_EQ(qvctlJSON({"snapshot", "--reveal"}).at("apiKey"), "another");
-}
-
-TEST_F(ProgramTest, NumbersAreTheSameInEveryLocale)
-{
-    ForeignLocale::write(device.path(""));
-    device.setEnvironment("LOCPATH", device.path(""));
-    device.setEnvironment("LC_ALL", ForeignLocale::name);
-    device.replacePolicy(R"({"api_key": 3.5, "OrganizationId": 1234567.25})");
-    const auto application = startUntil("Configuration updated - v1");
-    const auto snapshot = qvctlJSON({"snapshot", "--reveal"});
-    EXPECT_EQ(snapshot.at("apiKey"), "3.5");
-    EXPECT_EQ(snapshot.at("organizationId"), "1234567.25");
 }
 
 TEST_F(ProgramTest, EnvironmentAndFontsDecideTheLanguage)

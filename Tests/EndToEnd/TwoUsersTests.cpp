@@ -4,28 +4,18 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
-
 namespace {
 
-/// Creates a data folder for root and one for user 65534, and defines functions that run qvctl with them.
-constexpr const char* twoDataFolders = R"(
-    [ $(id -u) = 0 ] && setpriv --reuid 65534 --clear-groups true || exit 77
-    as_user() { setpriv --reuid 65534 --clear-groups -- "$@"; }
-    chmod 755 $DEVICE
-    mkdir $DEVICE/theirs $DEVICE/roots
-    chown 65534 $DEVICE/theirs
-    in_data() { # FOLDER COMMAND...
-        folder=$1; shift
-        XDG_DATA_HOME=$folder $QVCTL "$@" 2>&1 | sed "s|$DEVICE||g"
-    }
-)";
-constexpr int notRoot = 77;
-
-TEST_F(ProgramTest, RootChangesOnlyItsOwnState)
+TEST_F(RootTest, RootChangesOnlyItsOwnState)
 {
-    const Outcome outcome = shell(std::string(twoDataFolders) + R"sh(
+    const std::string output = rootShell(R"sh(
+        mkdir $DEVICE/theirs $DEVICE/roots
+        chown 65534 $DEVICE/theirs
         state=$DEVICE/theirs/quorvane-mdm
+        in_data() { # FOLDER COMMAND...
+            folder=$1; shift
+            XDG_DATA_HOME=$folder $QVCTL "$@" 2>&1 | sed "s|$DEVICE||g"
+        }
         echo missing; in_data $DEVICE/theirs privacy grant notifications; ls $DEVICE/theirs
         as_user mkdir -m 700 $state
         echo empty; in_data $DEVICE/theirs privacy grant notifications; ls $state
@@ -45,9 +35,7 @@ TEST_F(ProgramTest, RootChangesOnlyItsOwnState)
         rm $DEVICE/roots/quorvane-mdm/shell.*; ln -s $DEVICE/roots/file $DEVICE/roots/quorvane-mdm/shell.bell
         in_data $DEVICE/roots privacy grant notifications; cat $DEVICE/roots/file
     )sh");
-    if (outcome.exitCode == notRoot)
-        GTEST_SKIP() << "needs root";
-    EXPECT_THAT(outcome.output, testing::MatchesRegex(R"(missing
+    EXPECT_THAT(output, testing::MatchesRegex(R"(missing
 qvctl: nothing was changed: root's state would be stored in /theirs/quorvane-mdm, but /theirs belongs to user 65534: .*
 empty
 qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
@@ -70,39 +58,10 @@ secret
 )"));
 }
 
-TEST_F(ProgramTest, AppStoresNothingInAFolderOfAnotherUser)
-{
-    const Outcome prepared = shell(std::string(twoDataFolders) + R"sh(
-        mkdir -m 1777 $DEVICE/shared
-        XDG_DATA_HOME=$DEVICE/shared as_user $QVCTL privacy grant notifications
-        state=$DEVICE/shared/quorvane-mdm
-        as_user chmod 777 $state
-        as_user chmod 666 $state/shell.sqlite
-        find $state -type f -exec md5sum {} +
-    )sh");
-    if (prepared.exitCode == notRoot)
-        GTEST_SKIP() << "needs root";
-    device.setEnvironment("XDG_DATA_HOME", device.path("shared"));
-    device.replacePolicy(R"({"api_key": "canary", "device_id": "DEV-1"})");
-    const auto application = device.startApplication({"--log-stderr", "--push", "local"});
-    EXPECT_TRUE(application->waitForLine("/shared/quorvane-mdm belongs to user 65534; set XDG_DATA_HOME"));
-    ASSERT_TRUE(application->waitForLine("Configuration manager initialized"));
-    application->signal(SIGTERM);
-    EXPECT_EQ(application->waitForExit(), 0) << "it must run without stores";
-    const Outcome after = shell(R"(
-        echo "Notifications for nobody: allowed"
-        find $DEVICE/shared/quorvane-mdm -type f -exec md5sum {} +
-        grep -rl canary $DEVICE/shared
-        setpriv --reuid 12345 --clear-groups $QVCTL status 2>&1 | grep -o 'belongs to user 65534, not to user 12345'
-    )");
-    EXPECT_EQ(after.output, prepared.output + "belongs to user 65534, not to user 12345\n");
-}
-
 /// Adds users with homes in $DEVICE/home: "bob" and "alice" have a state, "carol" has none, the state folders
 /// of the others are attacks.
 constexpr const char* usersWithHomes = R"sh(
     umask 022
-    chmod 755 $DEVICE
     unset XDG_DATA_HOME XDG_RUNTIME_DIR
     echo 'root:x:0:0::/root:/bin/sh' > /etc/passwd
     number=65000
@@ -131,9 +90,9 @@ constexpr const char* usersWithHomes = R"sh(
     files > /etc/before
 )sh";
 
-TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
+TEST_F(RootTest, RootReadsTheStateOfOtherUsersWithTheirRights)
 {
-    const auto outcome = shellWithOwnPolicyFolder(std::string(usersWithHomes) + R"sh(
+    const std::string output = rootShell(std::string(usersWithHomes) + R"sh(
         row() { grep -o "^[a-z]* (.*\|^Notifications.*\|^qvctl: .*" | sed "s|$DEVICE||g"; }
         export HOME=$DEVICE/roots/home
         echo no option; $QVCTL status 2>&1 | row
@@ -154,9 +113,7 @@ TEST_F(ProgramTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         files | diff /etc/before -
         sed -i /home/d /etc/passwd; $QVCTL snapshot --all-users 2>&1; echo $?
     )sh");
-    if (!outcome)
-        GTEST_SKIP() << "needs root and a mount namespace";
-    EXPECT_EQ(outcome->output, R"(no option
+    EXPECT_EQ(output, R"(no option
 Notifications   not asked yet
 qvctl: root has no state of its own. To see that of other users, add --user NAME or --all-users; users with a state: alice, linker, piper, borrower, bob
 all
