@@ -87,17 +87,6 @@ void requireNoCanary(std::string_view line)
                 "a public line contains no private content");
 }
 
-Platform::Data dataOf(std::string_view text)
-{
-    const auto* first = reinterpret_cast<const std::byte*>(text.data());
-    return {first, first + text.size()};
-}
-
-std::string_view textOf(const Platform::Data& data)
-{
-    return {reinterpret_cast<const char*>(data.data()), data.size()};
-}
-
 } // namespace Fuzzers
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)

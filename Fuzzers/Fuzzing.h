@@ -1,7 +1,13 @@
 #pragma once
 
+#include "Core/Logger.h"
+#include "Platform/NotificationCenter.h"
 #include "Platform/PropertyList.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
+#include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -34,7 +40,13 @@ std::string withCanary(std::string_view input);
 /// Aborts if `line`, the text of a public log line, contains a part of the canary.
 void requireNoCanary(std::string_view line);
 
-Platform::Data dataOf(std::string_view text);
-std::string_view textOf(const Platform::Data& data);
+/// What services run on: queues, stores in memory and a recorded log.
+struct Device {
+    ManualScheduler scheduler;
+    Platform::NotificationCenter center;
+    FakeUserDefaultsDomains domains{center, scheduler.mainQueue};
+    RecordingUnifiedLog log;
+    Core::Logger logger{std::make_unique<Core::OSLogSink>(log), "com.example.acme"};
+};
 
 } // namespace Fuzzers

@@ -3,7 +3,7 @@
 
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/Linux/Files/ManagedPolicyFile.h"
-#include "Platform/UnifiedLog.h"
+#include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 
 #include <algorithm>
@@ -20,13 +20,6 @@ using Platform::Linux::Files::PolicyPlaces;
 namespace {
 
 namespace fs = std::filesystem;
-
-class NoUnifiedLog final : public Platform::UnifiedLog {
-public:
-    void write(const Platform::LogHandle&, Platform::LogType, Platform::LogVisibility,
-               std::string_view) noexcept override
-    {}
-};
 
 /// In ascending precedence.
 constexpr std::array<const char*, 5> names{"managed.json", "managed.d/1.json", "managed.d/1.plist",
@@ -47,26 +40,17 @@ public:
     {
         const std::size_t index = operation % names.size();
         File& file = m_files.at(index);
-        switch (operation / names.size() % 6) {
-        case 0:
-            write(index, false);
-            break;
-        case 1:
-            write(index, true);
-            break;
-        case 2:
+        const auto kind = operation / names.size() % 6;
+        if (kind == 0 || kind == 1) {
+            write(index, kind == 1);
+        } else if (kind == 2) {
             fs::remove(path(index));
             file = {};
-            break;
-        case 3:
-        case 4:
-            file.isExposed = file.exists && operation / names.size() % 6 == 3;
-            if (file.exists)
-                fs::permissions(path(index), fs::perms(file.isExposed ? 0666 : 0644));
-            break;
-        case 5:
+        } else if (kind == 5) {
             restart();
-            break;
+        } else if (file.exists) {
+            file.isExposed = kind == 3;
+            fs::permissions(path(index), fs::perms(file.isExposed ? 0666 : 0644));
         }
         examine();
     }
@@ -123,7 +107,7 @@ private:
     }
 
     const TemporaryFolder m_folder;
-    NoUnifiedLog m_unifiedLog;
+    RecordingUnifiedLog m_unifiedLog;
     const Platform::AdapterLog m_log{m_unifiedLog, "fuzzer"};
     const PolicyPlaces m_places{.files = {m_folder.path("managed.json")},
                                 .fragments = m_folder.path("managed.d")};

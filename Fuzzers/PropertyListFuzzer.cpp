@@ -2,6 +2,7 @@
 
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
+#include "Tests/Fakes/Bytes.h"
 #include "Tools/qvctl/Output.h"
 
 #include <algorithm>
@@ -30,21 +31,13 @@ std::vector<std::size_t> lineLengths(std::string_view text)
     return lengths;
 }
 
-class Document {
-public:
-    explicit Document(std::string_view text) : m_lineLengths(lineLengths(text)) {}
-
-    /// A position may be at the end of a line.
-    void requireWithin(TextPosition position) const
-    {
-        require(position.line >= 1 && position.line <= m_lineLengths.size() && position.column >= 1 &&
-                    position.column <= m_lineLengths[position.line - 1] + 1,
-                "a position is inside the document");
-    }
-
-private:
-    std::vector<std::size_t> m_lineLengths;
-};
+/// A position may be at the end of a line.
+void requireWithin(const std::vector<std::size_t>& lengths, TextPosition position)
+{
+    require(position.line >= 1 && position.line <= lengths.size() && position.column >= 1 &&
+                position.column <= lengths[position.line - 1] + 1,
+            "a position is inside the document");
+}
 
 struct Refusal {
     std::string reason;
@@ -63,14 +56,14 @@ Reading read(std::string_view bytes, WithPlaces withPlaces)
     }
 }
 
-void examinePlaces(const PropertyListDocument& read, const Document& document)
+void examinePlaces(const PropertyListDocument& read, const std::vector<std::size_t>& lengths)
 {
     const auto* dictionary = read.root.dictionary();
     for (const auto& [path, place] : read.places.byPath) {
-        document.requireWithin(place.value);
+        requireWithin(lengths, place.value);
         if (!place.key)
             continue;
-        document.requireWithin(*place.key);
+        requireWithin(lengths, *place.key);
         require(dictionary != nullptr && dictionary->contains(path), "a position belongs to a key");
     }
     if (dictionary == nullptr || read.format == PropertyListFormat::binary)
@@ -82,7 +75,7 @@ void examinePlaces(const PropertyListDocument& read, const Document& document)
 void examineWriters(const PropertyListDocument& read)
 {
     const Platform::Data written = writeBinaryPropertyList(read.root);
-    require(isSame(readPropertyList(Fuzzers::textOf(written)).root, read.root, Numbers::exactly),
+    require(isSame(readPropertyList(textOf(written)).root, read.root, Numbers::exactly),
             "a value survives writing as a binary property list");
     require(!Fuzzers::holdsControlCharacter(Qvctl::displayText(read.root)),
             "displayed text contains no control characters");
@@ -105,14 +98,14 @@ void examineErrorMessage(std::string_view input)
 void Fuzzers::examine(std::string_view input)
 {
     examineErrorMessage(input);
-    const Document document(input);
+    const auto lengths = lineLengths(input);
     const Reading plain = read(input, WithPlaces::no);
     const Reading placed = read(input, WithPlaces::yes);
     if (const auto* refusal = std::get_if<Refusal>(&plain)) {
         require(!refusal->reason.empty() && !holdsControlCharacter(refusal->reason),
                 "an error has a reason of one line");
         if (refusal->position)
-            document.requireWithin(*refusal->position);
+            requireWithin(lengths, *refusal->position);
         require(std::holds_alternative<Refusal>(placed) && std::get<Refusal>(placed) == *refusal,
                 "both reads fail alike");
         return;
@@ -123,6 +116,6 @@ void Fuzzers::examine(std::string_view input)
                 isSame(first.root, second->root, Numbers::exactly),
             "both reads return the same value");
     require(first.places.byPath.empty(), "positions are collected only on request");
-    examinePlaces(*second, document);
+    examinePlaces(*second, lengths);
     examineWriters(first);
 }

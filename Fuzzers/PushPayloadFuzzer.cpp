@@ -1,14 +1,9 @@
 // Fuzzes push payloads: each is rejected, or processed, stored, announced and logged.
 
-#include "Core/Logger.h"
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/Linux/Logging/StandardErrorLog.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/Push/PushPayload.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
-#include "Tests/Fakes/FakeUserDefaults.h"
-#include "Tests/Fakes/ManualScheduler.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
 
 #include <algorithm>
 #include <any>
@@ -27,58 +22,47 @@ std::optional<std::string> textOf(const PropertyList& value)
     return value.text() != nullptr ? std::optional(*value.text()) : std::nullopt;
 }
 
-class Device {
-public:
-    void examine(const PropertyList::Dictionary& payload)
-    {
-        const auto token =
-            m_center.addObserver(NotificationPayloadProcessor::pushNotificationDidProcessPayload, nullptr,
-                                 nullptr, [&](const Platform::Notification& notification) {
-                                     const auto announced = std::any_cast<ProcessedNotificationPayload>(
-                                         notification.userInfo.at("payload"));
-                                     require(isSame(announced.userInfo, payload, Numbers::exactly),
-                                             "a payload is announced unchanged");
-                                     ++m_announcementCount;
-                                 });
-        int completionCount = 0;
-        m_processor.processRemoteNotification(payload, [&](Platform::BackgroundFetchResult, bool isStored) {
-            require(isStored, "a record is stored");
-            ++completionCount;
-        });
-        const PropertyList& alert = Platform::member(Platform::member(payload, "aps"), "alert");
-        const bool isShort = alert.text() != nullptr;
-        const NotificationPayloadProcessor::Summary expected{
-            textOf(isShort ? alert : Platform::member(alert, "title")),
-            textOf(Platform::member(alert, "body")), m_scheduler.now()};
-        m_processor.process(
-            {expected.title.value_or(""), expected.body.value_or(""), payload, expected.date});
-        m_scheduler.runUntilIdle();
+void examineAccepted(const PropertyList::Dictionary& payload)
+{
+    Fuzzers::Device device;
+    NotificationPayloadProcessor processor(
+        {device.logger, device.domains, device.center, device.scheduler.mainQueue, device.scheduler});
+    int announcementCount = 0;
+    const auto token =
+        device.center.addObserver(NotificationPayloadProcessor::pushNotificationDidProcessPayload, nullptr,
+                                  nullptr, [&](const Platform::Notification& notification) {
+                                      const auto announced = std::any_cast<ProcessedNotificationPayload>(
+                                          notification.userInfo.at("payload"));
+                                      require(isSame(announced.userInfo, payload, Numbers::exactly),
+                                              "a payload is announced unchanged");
+                                      ++announcementCount;
+                                  });
+    int completionCount = 0;
+    processor.processRemoteNotification(payload, [&](Platform::BackgroundFetchResult, bool isStored) {
+        require(isStored, "a record is stored");
+        ++completionCount;
+    });
+    const PropertyList& alert = Platform::member(Platform::member(payload, "aps"), "alert");
+    const bool isShort = alert.text() != nullptr;
+    const NotificationPayloadProcessor::Summary expected{
+        textOf(isShort ? alert : Platform::member(alert, "title")), textOf(Platform::member(alert, "body")),
+        device.scheduler.now()};
+    processor.process({expected.title.value_or(""), expected.body.value_or(""), payload, expected.date});
+    device.scheduler.runUntilIdle();
 
-        const auto summaries = m_processor.recentPayloadSummaries(3);
-        require(completionCount == 1 && m_announcementCount == 2 && summaries.size() == 2,
-                "a notification is completed, announced and stored once");
-        require(summaries.back() == expected, "the stored record matches the payload");
-        for (const auto& entry : m_log.takeEntries()) {
-            std::string line = Platform::Linux::Logging::logLine(expected.date, "info", entry.subsystem,
-                                                                 entry.category, entry.line);
-            require(!line.empty() && line.back() == '\n', "a log entry ends with a line break");
-            line.pop_back();
-            // Tabs are allowed.
-            std::replace(line.begin(), line.end(), '\t', ' ');
-            require(!Fuzzers::holdsControlCharacter(line), "a log entry is one line");
-        }
+    const auto summaries = processor.recentPayloadSummaries(3);
+    require(completionCount == 1 && announcementCount == 2 && summaries.size() == 2,
+            "a notification is completed, announced and stored once");
+    require(summaries.back() == expected, "the stored record matches the payload");
+    for (const auto& entry : device.log.takeEntries()) {
+        std::string line = Platform::Linux::Logging::logLine(expected.date, "info", entry.subsystem,
+                                                             entry.category, entry.line);
+        require(!line.empty() && line.back() == '\n', "a log entry ends with a line break");
+        line.pop_back();
+        std::replace(line.begin(), line.end(), '\t', ' '); // Tabs are allowed.
+        require(!Fuzzers::holdsControlCharacter(line), "a log entry is one line");
     }
-
-private:
-    ManualScheduler m_scheduler;
-    Platform::NotificationCenter m_center;
-    FakeUserDefaultsDomains m_domains{m_center, m_scheduler.mainQueue};
-    RecordingUnifiedLog m_log;
-    Core::Logger m_logger{std::make_unique<Core::OSLogSink>(m_log), "com.example.acme"};
-    NotificationPayloadProcessor m_processor{
-        {m_logger, m_domains, m_center, m_scheduler.mainQueue, m_scheduler}};
-    int m_announcementCount = 0;
-};
+}
 
 } // namespace
 
@@ -95,5 +79,5 @@ void Fuzzers::examine(std::string_view input)
     }
     require(input.size() <= Platform::Push::maximumPayloadSize,
             "an accepted payload is within the size limit");
-    Device().examine(std::get<PropertyList::Dictionary>(payload));
+    examineAccepted(std::get<PropertyList::Dictionary>(payload));
 }

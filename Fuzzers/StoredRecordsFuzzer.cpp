@@ -3,13 +3,9 @@
 #include "Core/ConfigurationSnapshot.h"
 #include "Core/Constants.h"
 #include "Core/JSON.h"
-#include "Core/Logger.h"
 #include "Fuzzers/Fuzzing.h"
-#include "Platform/NotificationCenter.h"
 #include "PushNotifications/NotificationPayloadProcessor.h"
-#include "Tests/Fakes/FakeUserDefaults.h"
-#include "Tests/Fakes/ManualScheduler.h"
-#include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/Bytes.h"
 
 #include <algorithm>
 
@@ -35,13 +31,10 @@ void examineSnapshot(const Platform::Data& stored)
 
 void examineHistory(const Platform::Data& stored)
 {
-    ManualScheduler scheduler;
-    Platform::NotificationCenter center;
-    FakeUserDefaultsDomains domains(center, scheduler.mainQueue);
-    RecordingUnifiedLog log;
-    Logger logger(std::make_unique<OSLogSink>(log), "com.example.acme");
-    NotificationPayloadProcessor processor({logger, domains, center, scheduler.mainQueue, scheduler});
-    domains.standard().set(Constants::StorageKeys::processedNotificationPayloads, stored);
+    Fuzzers::Device device;
+    NotificationPayloadProcessor processor(
+        {device.logger, device.domains, device.center, device.scheduler.mainQueue, device.scheduler});
+    device.domains.standard().set(Constants::StorageKeys::processedNotificationPayloads, stored);
 
     const auto all = static_cast<std::int64_t>(stored.size());
     const Summaries before = processor.recentPayloadSummaries(all);
@@ -62,7 +55,7 @@ void examineHistory(const Platform::Data& stored)
 
 void Fuzzers::examine(std::string_view input)
 {
-    const Platform::Data stored = dataOf(input);
+    const Platform::Data stored = bytesOf(input);
     examineSnapshot(stored);
     examineHistory(stored);
 }

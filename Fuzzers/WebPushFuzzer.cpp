@@ -112,17 +112,6 @@ void examinePlan(const Plan& plan)
             "an altered message is rejected");
 }
 
-void examineSubscription(std::string_view endpoint)
-{
-    if (!Platform::isUTF8(endpoint))
-        return;
-    const auto parsed =
-        WebPushSubscription::parse(Platform::Push::webPushSubscription(endpoint, deviceKeys()));
-    require(parsed.endpoint == endpoint && parsed.publicKey == Fuzzers::textOf(deviceKeys().publicKey()) &&
-                parsed.authSecret == Fuzzers::textOf(deviceKeys().authSecret()),
-            "a subscription survives encoding");
-}
-
 void examineBase64(std::string_view text)
 {
     if (const auto bytes = Platform::decodeBase64URL(text))
@@ -137,7 +126,6 @@ void Fuzzers::examine(std::string_view input)
     if (const auto text = decrypted(input))
         require(text->size() + headerSize + tagSize < input.size(),
                 "decrypted text is shorter than its message");
-    examineSubscription(input);
     examineBase64(input);
     if (input.size() >= Plan::headBytes)
         examinePlan(Plan(input));
