@@ -13,7 +13,6 @@
 
 using namespace Core;
 using namespace Platform;
-using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -57,18 +56,6 @@ protected:
         EXPECT_LE(session.requests.size(), 1U);
         return outcome;
     }
-    /// Returns the recorded lines and checks that they have this type and the category "network".
-    Lines takeNetworkLines(LogType type)
-    {
-        Lines lines;
-        for (const auto& entry : log.takeEntries()) {
-            EXPECT_EQ(entry.type, type);
-            EXPECT_EQ(entry.category, "network");
-            lines.push_back(entry.line);
-        }
-        return lines;
-    }
-
     std::int64_t errorCode = -1;
     ManualScheduler scheduler;
     RecordingUnifiedLog log;
@@ -80,12 +67,8 @@ protected:
 
 TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
 {
-    const struct {
-        std::optional<std::string> domain;
-        std::string path;
-        /// The requested URL, or the description of the error.
-        std::string expected;
-    } cases[] = {
+    // Domain, path, and the requested URL or the description of the error.
+    const std::tuple<std::optional<std::string>, std::string, std::string> cases[] = {
         {"https://acme.corp", "a/b", "https://acme.corp/a/b"},
         {"https://acme.corp/", "/a/b", "https://acme.corp/a/b"},
         {"  https://acme.corp/x\n", "/a/b", "https://acme.corp/x/a/b"},
@@ -123,7 +106,7 @@ TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
         provider.domain = domain;
         const std::string outcome = outcomeOf(client.delete_(path));
         EXPECT_EQ(session.requests.empty() ? outcome : session.requests[0].url, expected);
-        EXPECT_EQ(log.takeLines(), Lines());
+        EXPECT_EQ(log.takeText(), "");
     }
 }
 
@@ -173,12 +156,7 @@ TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
 
 TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
 {
-    const struct {
-        std::int64_t status;
-        std::string body;
-        /// The body in the log; absent for success.
-        std::optional<std::string> logged;
-    } cases[] = {
+    const std::tuple<std::int64_t, std::string, std::optional<std::string>> cases[] = {
         {200, "{}", {}},
         {204, "", {}},
         {299, "", {}},
@@ -188,14 +166,13 @@ TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
         {500, "\xff", "No response body"},
         {404, "\u00e4\xe2\x82", "No response body"},
     };
-    for (const auto& [status, body, logged] : cases) {
+    for (const auto& [status, body, loggedBody] : cases) { // No body is logged for success.
         session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
         const std::string number = std::to_string(status);
-        EXPECT_EQ(outcomeOf(client.get("a")), (logged ? "HTTP error: " : "") + number + " " + body);
-        EXPECT_EQ(takeNetworkLines(LogType::default_),
-                  logged ? Lines{"API HTTP error | context={responseBody=" + *logged +
-                                 ", statusCode=" + number + "}"}
-                         : Lines());
+        EXPECT_EQ(outcomeOf(client.get("a")), (loggedBody ? "HTTP error: " : "") + number + " " + body);
+        EXPECT_EQ(log.takeText(), loggedBody ? "default network API HTTP error | context={responseBody=" +
+                                                   *loggedBody + ", statusCode=" + number + "}\n"
+                                             : "");
     }
 }
 
@@ -204,13 +181,13 @@ TEST_F(APIClientTest, LogsTransferFailureOnceAndWrapsIt)
     session.outcome = URLError(URLError::Code::timedOut, "acme.corp did not answer");
     EXPECT_EQ(outcomeOf(client.get("a")), "Network error: acme.corp did not answer");
     EXPECT_EQ(errorCode, 2);
-    EXPECT_EQ(takeNetworkLines(LogType::error),
-              Lines{"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
-                    "code=-1001, description=acme.corp did not answer}"});
+    EXPECT_EQ(log.takeText(),
+              "error network API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
+              "code=-1001, description=acme.corp did not answer}\n");
     session.outcome = URLResponse{bytesOf("a file"), std::nullopt};
     EXPECT_EQ(outcomeOf(client.get("a")), "Invalid or non-HTTP response");
     EXPECT_EQ(errorCode, 6);
-    EXPECT_EQ(log.takeLines(), Lines());
+    EXPECT_EQ(log.takeText(), "");
 }
 
 } // namespace

@@ -39,6 +39,15 @@ public:
             lines.push_back(std::move(entry.line));
         return lines;
     }
+    /// Returns a line "TYPE CATEGORY LINE" for each entry.
+    std::string takeText()
+    {
+        constexpr const char* types[] = {"debug ", "info ", "default ", "error ", "fault "};
+        std::string text;
+        for (const Entry& entry : takeEntries())
+            text += types[static_cast<int>(entry.type)] + entry.category + " " + entry.line + "\n";
+        return text;
+    }
 
 private:
     std::mutex m_mutex;

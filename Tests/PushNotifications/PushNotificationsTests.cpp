@@ -21,7 +21,6 @@ using namespace PushNotifications;
 using namespace Platform;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using Lines = std::vector<std::string>;
 using Dictionary = PropertyList::Dictionary;
 namespace StorageKeys = Core::Constants::StorageKeys;
 
@@ -103,7 +102,8 @@ TEST_F(PushTest, StoresAnnouncesAndLogsRemotePayload)
         });
         EXPECT_EQ(results, std::vector{BackgroundFetchResult::newData});
         EXPECT_TRUE(announced.empty()) << "posted before the call returned";
-        EXPECT_EQ(log.takeLines(), Lines{"Processed remote notification | context=" + context});
+        EXPECT_EQ(log.takeText(),
+                  "info notifications Processed remote notification | context=" + context + "\n");
         scheduler.runUntilIdle();
         ASSERT_EQ(announced.size(), 1U);
         EXPECT_EQ(announced[0].userInfo, payload);
@@ -151,8 +151,9 @@ TEST_F(PushTest, NotificationShownAndTappedIsProcessedTwice)
     adapter.didReceive({{"", "B", {}, Date{8}}}, [&] { historyAtEnd += history(); });
     EXPECT_EQ(historyAtEnd, R"([{"body":"B","date":8,"userInfoKeys":[]},)"
                             R"({"title":"T","date":7,"userInfoKeys":["k"]}])");
-    EXPECT_EQ(log.takeLines(), (Lines{"Processed notification from center | context={body=, title=T}",
-                                      "Processed notification from center | context={body=B, title=}"}));
+    EXPECT_EQ(log.takeText(),
+              "info notifications Processed notification from center | context={body=, title=T}\n"
+              "info notifications Processed notification from center | context={body=B, title=}\n");
     scheduler.runUntilIdle();
     EXPECT_EQ(announced.size(), 2U);
 }
@@ -183,28 +184,17 @@ TEST_F(PushTest, ReadsPermissionStatusAndRequestsAuthorization)
 {
     FakeUserNotificationCenter userCenter(scheduler.utilityQueue);
     const NotificationPermissionManager manager(userCenter, logger);
-    const std::tuple<AuthorizationStatus, bool> statuses[] = {{AuthorizationStatus::notDetermined, false},
-                                                              {AuthorizationStatus::denied, false},
-                                                              {AuthorizationStatus::authorized, true},
-                                                              {AuthorizationStatus::provisional, false},
-                                                              {AuthorizationStatus::ephemeral, false}};
-    for (const auto& [status, isAuthorized] : statuses) {
-        userCenter.status = status;
-        EXPECT_EQ(resultOf(manager.currentStatus()), status);
-        EXPECT_EQ(resultOf(manager.isAuthorized()), isAuthorized);
+    for (const int value : {0, 1, 2, 3, 4}) {
+        userCenter.status = AuthorizationStatus(value);
+        EXPECT_EQ(resultOf(manager.currentStatus()), userCenter.status);
+        EXPECT_EQ(resultOf(manager.isAuthorized()), userCenter.status == AuthorizationStatus::authorized);
     }
-    EXPECT_EQ(log.takeLines(), Lines());
-
-    const struct {
-        bool willGrant;
-        std::optional<Error> error;
-        bool expected;
-        std::string line;
-    } cases[] = {
-        {true, std::nullopt, true, "Notification permission granted"},
-        {false, std::nullopt, false, "Notification permission denied"},
-        {true, Error{"T", "D", 3, "no", std::nullopt}, false, // Although the user has granted it.
-         "Notification permission request failed | error={type=T, domain=D, code=3, description=no}"},
+    const std::tuple<bool, std::optional<Error>, bool, std::string> cases[] = {
+        {true, {}, true, "info notifications Notification permission granted\n"},
+        {false, {}, false, "info notifications Notification permission denied\n"},
+        {true, Error{"T", "D", 3, "no", {}}, false, // Although the user has granted it.
+         "error notifications Notification permission request failed | "
+         "error={type=T, domain=D, code=3, description=no}\n"},
     };
     for (const auto& [willGrant, error, expected, line] : cases) {
         userCenter.status = AuthorizationStatus::notDetermined;
@@ -212,7 +202,7 @@ TEST_F(PushTest, ReadsPermissionStatusAndRequestsAuthorization)
         userCenter.error = error;
         EXPECT_EQ(resultOf(manager.requestAuthorization()), expected);
         EXPECT_EQ(userCenter.requestedOptions, 7U);
-        EXPECT_EQ(log.takeLines(), Lines{line});
+        EXPECT_EQ(log.takeText(), line);
     }
 }
 
@@ -225,47 +215,47 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
     const Data token{std::byte{0x00}, std::byte{0xab}, std::byte{0x10}};
     const std::string path = "apis/mdm/backend/device-api/v1/device/apple/devices/";
     const auto uploadFailed = [](int code, const std::string& description) {
-        return "Device token upload failed | error={type=Core.APIError, domain=Core.APIError, code=" +
-               std::to_string(code) + ", description=" + description + "}";
+        return "error notifications Device token upload failed | error={type=Core.APIError, "
+               "domain=Core.APIError, code=" +
+               std::to_string(code) + ", description=" + description + "}\n";
     };
-    const auto succeeded = [](int status) {
-        return Outcome{Outcome::Result::succeeded, Outcome::Kind::none, status};
-    };
+    const auto response = [](int status) { return URLResponse{{}, HTTPURLResponse{status, {}}}; };
     const auto failed = [](Outcome::Kind kind, int code) {
         return Outcome{Outcome::Result::failed, kind, code};
     };
-    const auto response = [](int status) { return URLResponse{{}, HTTPURLResponse{status, {}}}; };
+    const auto accepted = [](int status) {
+        return Outcome{Outcome::Result::succeeded, Outcome::Kind::none, status};
+    };
+    const std::string uploaded = "info notifications Device token uploaded to backend\n";
+    const std::string skipped = "info notifications Skipping token upload: no device ID in managed config\n";
     const struct {
         std::optional<std::string> deviceId;
         URLSession::Outcome outcome;
         /// After the line of the registration.
-        Lines lines;
+        std::string lines;
         /// Without its time.
         std::optional<Outcome> recorded;
-        bool isRequested = true;
     } cases[] = {
-        {"DEV-123", response(204), {"Device token uploaded to backend"}, succeeded(204)},
-        {"a%2Fb%2e%2E/%41", response(200), {"Device token uploaded to backend"}, succeeded(200)},
-        {"DEV-123",
-         response(500),
-         {"API HTTP error | context={responseBody=, statusCode=500}", uploadFailed(1, "HTTP error: 500")},
+        {"DEV-123", response(204), uploaded, accepted(204)},
+        {"a%2Fb%2e%2E/%41", response(200), uploaded, accepted(200)},
+        {"DEV-123", response(500),
+         "default network API HTTP error | context={responseBody=, statusCode=500}\n" +
+             uploadFailed(1, "HTTP error: 500"),
          failed(Outcome::Kind::status, 500)},
-        {"DEV-123",
-         URLError(URLError::Code::timedOut, "canary"),
-         {"API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, code=-1001, "
-          "description=canary}",
-          uploadFailed(2, "Network error: canary")},
+        {"DEV-123", URLError(URLError::Code::timedOut, "canary"),
+         "error network API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
+         "code=-1001, "
+         "description=canary}\n" +
+             uploadFailed(2, "Network error: canary"),
          failed(Outcome::Kind::network, -1001)},
-        {"a\0b"s,
-         response(200),
-         {uploadFailed(0, "Invalid base URL: https://acme.corp" + path + "a\0b/token"s)},
-         failed(Outcome::Kind::address, 0),
-         false},
-        {"", response(200), {"Skipping token upload: no device ID in managed config"}, {}, false},
-        {std::nullopt, response(200), {"Skipping token upload: no device ID in managed config"}, {}, false},
+        {"a\0b"s, response(200),
+         uploadFailed(0, "Invalid base URL: https://acme.corp" + path + "a\0b/token"s),
+         failed(Outcome::Kind::address, 0)},
+        {"", response(200), skipped, {}},
+        {std::nullopt, response(200), skipped, {}},
     };
-    for (const auto& [deviceId, outcome, laterLines, recorded, isRequested] : cases) {
-        SCOPED_TRACE(PropertyList(laterLines.back()).description());
+    for (const auto& [deviceId, outcome, laterLines, recorded] : cases) {
+        SCOPED_TRACE(laterLines);
         session.requests.clear();
         store.values.clear();
         session.outcome = outcome;
@@ -274,20 +264,15 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
         EXPECT_TRUE(session.requests.empty()) << "started on the caller's queue";
         EXPECT_EQ(handler.storedDeviceToken(), "00ab10");
         scheduler.runUntilIdle();
-        Lines lines;
-        for (const auto& entry : log.takeEntries()) {
-            EXPECT_EQ(entry.category, entry.line.starts_with("API") ? "network" : "notifications");
-            EXPECT_EQ(entry.type == LogType::error, entry.line.find("failed") != std::string::npos);
-            lines.push_back(entry.line);
-        }
-        Lines expectedLines{"Remote notifications registered | context={tokenLength=3}"};
-        expectedLines.insert(expectedLines.end(), laterLines.begin(), laterLines.end());
-        EXPECT_EQ(lines, expectedLines);
+        EXPECT_EQ(log.takeText(),
+                  "info notifications Remote notifications registered | context={tokenLength=3}\n" +
+                      laterLines);
         scheduler.advance(OutcomeRecorder::interval);
         Outcomes stored = storedOutcomes(store);
         for (auto& [subject, last] : stored)
             last.time = {};
         EXPECT_EQ(stored, recorded ? Outcomes({{Outcome::Subject::upload, *recorded}}) : Outcomes());
+        const bool isRequested = recorded && recorded->kind != Outcome::Kind::address;
         ASSERT_EQ(session.requests.size(), isRequested ? 1U : 0U);
         if (isRequested) {
             EXPECT_EQ(session.requests[0].url, "https://acme.corp/" + path + *deviceId + "/token");
@@ -297,18 +282,18 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
     }
     handler.didRegisterForRemoteNotifications({});
     EXPECT_EQ(handler.storedDeviceToken(), "");
+    log.takeText();
     Core::LoggingConfig::setVerboseLoggingEnabled(true);
-    log.takeLines();
     handler.didRegisterForRemoteNotifications(token);
-    handler.didFailToRegister({"T", "D", 3, "no", std::nullopt});
+    handler.didFailToRegister({"T", "D", 3, "no", {}});
     Core::LoggingConfig::setVerboseLoggingEnabled(false);
-    const auto entries = log.takeEntries();
-    ASSERT_EQ(entries.size(), 4U);
-    EXPECT_EQ(entries[1].line, "APNs device token: 00ab10");
-    EXPECT_EQ(entries[1].type, LogType::debug);
-    EXPECT_EQ(entries[3].line,
-              "Remote notification registration failed | error={type=T, domain=D, code=3, description=no}");
-    EXPECT_EQ(entries[3].type, LogType::error);
+    EXPECT_EQ(
+        log.takeText(),
+        R"(info notifications Remote notifications registered | context={tokenLength=3}
+debug notifications APNs device token: 00ab10
+)" + skipped +
+            R"(error notifications Remote notification registration failed | error={type=T, domain=D, code=3, description=no}
+)");
 }
 
 } // namespace

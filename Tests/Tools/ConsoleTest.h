@@ -4,9 +4,11 @@
 #include "Core/Constants.h"
 #include "Core/ManagedConfigurationValidation.h"
 #include "Platform/Linux/DevicePaths.h"
+#include "Platform/Outcome.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Fakes/TextTable.h"
 #include "Tests/Trials/StoreFile.h"
 #include "Tools/qvctl/CommandLine.h"
 
@@ -89,23 +91,19 @@ protected:
         return outcome;
     }
 
-    /// Splits a table into lines, and these into columns at " | ". Replaces DEVICE with the folder, \n with a
-    /// line break and \e with an escape character.
-    [[nodiscard]] static std::vector<std::vector<std::string>> rowsOf(const std::string& table)
+    /// Returns the cells of a table; see `rowsOf`. Replaces DEVICE with the folder, \n with a line break and
+    /// \e with an escape character.
+    [[nodiscard]] static std::vector<std::vector<std::string>> tableRows(const std::string& table)
     {
-        std::vector<std::vector<std::string>> rows;
-        std::istringstream lines(table);
-        for (std::string line; std::getline(lines, line);) {
-            for (const auto& [name, text] : {std::pair<std::string, std::string>{"\\n", "\n"},
-                                             {"\\e", "\x1b"},
-                                             {"DEVICE", std::filesystem::current_path()}}) {
-                for (std::size_t at = 0; (at = line.find(name, at)) != std::string::npos; at += text.size())
-                    line.replace(at, name.size(), text);
-            }
-            auto& row = rows.emplace_back();
-            for (std::size_t begin = 0, end = 0; end != std::string::npos; begin = end + 3) {
-                end = line.find(" | ", begin);
-                row.push_back(line.substr(begin, end - begin));
+        auto rows = rowsOf(table);
+        for (auto& row : rows) {
+            for (std::string& cell : row) {
+                for (const auto& [name, text] : {std::pair<std::string, std::string>{"\\n", "\n"},
+                                                 {"\\e", "\x1b"},
+                                                 {"DEVICE", std::filesystem::current_path()}})
+                    for (std::size_t at = 0; (at = cell.find(name, at)) != std::string::npos;
+                         at += text.size())
+                        cell.replace(at, name.size(), text);
             }
         }
         return rows;
@@ -126,7 +124,7 @@ protected:
     }
     void checkAll(const std::string& table) const
     {
-        for (const auto& row : rowsOf(table))
+        for (const auto& row : tableRows(table))
             check(row);
     }
 
@@ -135,17 +133,29 @@ protected:
         return Core::validateManagedConfiguration(
             *Platform::PropertyLists::readPropertyList(policy).root.dictionary());
     }
-    static Platform::Data dataOf(std::string_view text)
-    {
-        const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
-        return {bytes, bytes + text.size()};
-    }
     /// Stores the snapshot of this policy, applied at 2001-01-01T00:16:40Z.
     void storeSnapshot(std::string_view policy, std::int64_t version) const
     {
         const auto snapshot = Core::ConfigurationSnapshot::make(configOf(policy), version, {1000});
         StoreFile(paths().suite(Core::Constants::appGroupSuiteName))
             ->set(Core::Constants::SnapshotKeys::configSnapshot, snapshot.encode());
+    }
+
+    /// Stores the last outcome. `subject` is "upload", "push" or "configurationError".
+    static void storeOutcome(const std::string& subject, const std::string& result, const std::string& kind,
+                             std::int64_t code, Platform::Date time)
+    {
+        using Platform::Outcome;
+        const auto named = [](auto value, const std::string& name) {
+            while (outcomeName(value) != name)
+                value = decltype(value)(static_cast<int>(value) + 1);
+            return value;
+        };
+        storeOutcomes(*StoreFile(paths().shellState()),
+                      {{subject == "upload" ? Outcome::Subject::upload
+                        : subject == "push" ? Outcome::Subject::push
+                                            : Outcome::Subject::configurationError,
+                        {named(Outcome::Result{}, result), named(Outcome::Kind{}, kind), code, time}}});
     }
 
     [[nodiscard]] static Platform::Linux::DevicePaths paths()

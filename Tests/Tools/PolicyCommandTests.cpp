@@ -101,7 +101,7 @@ bundle a.zip | a.zip: the name of a bundle must end with .tar.gz)";
 
 TEST_F(PolicyCommandTest, UsageErrorsNameTheProblem)
 {
-    for (const auto& row : rowsOf(usageErrors)) {
+    for (const auto& row : tableRows(usageErrors)) {
         check({row[0], "64", "", row[1]});
         check({"--json " + row[0], "64", R"({"version":1,"error":")", row[1]});
         check({row[0] + " --json", "64", R"({"version":1,"error":")", "qvctl: "});
@@ -123,7 +123,7 @@ help log | 500 | --since | 120 | 60
 
 TEST_F(PolicyCommandTest, HelpFitsTheScreenAndDescribesEachCommand)
 {
-    for (const auto& row : rowsOf(helps)) {
+    for (const auto& row : tableRows(helps)) {
         setEnvironment("COLUMNS", row[1]);
         check({row[0], "0", row[2]});
         std::istringstream lines(run(row[0]).output);
@@ -236,7 +236,7 @@ TEST_F(PolicyCommandTest, SetInstallsOnlyValidFilesDurably)
     const std::string good = R"({"api_key": "canary", "device_id": " D "})";
     folder.write("good.json", good);
     const mode_t oldMask = ::umask(0); // The modes of new files must not depend on it.
-    for (const auto& row : rowsOf(installations)) {
+    for (const auto& row : tableRows(installations)) {
         SCOPED_TRACE(row[0]);
         fileOperations.clear();
         check({row.begin(), row.begin() + 4});

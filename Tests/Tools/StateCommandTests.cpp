@@ -4,6 +4,7 @@
 #include "Platform/Network/ExchangeRecord.h"
 #include "Platform/Outcome.h"
 #include "Platform/Push/PushServiceState.h"
+#include "Tests/Fakes/Bytes.h"
 #include "Tests/Tools/ConsoleTest.h"
 #include "Tools/qvctl/RequestRehearsal.h"
 
@@ -29,7 +30,7 @@ protected:
         storeSnapshot(policy, 3);
         StoreFile standard(paths().standardDefaults());
         standard->set(Core::Constants::StorageKeys::remoteNotificationDeviceToken, "canary7f");
-        standard->set(Core::Constants::StorageKeys::processedNotificationPayloads, dataOf(history));
+        standard->set(Core::Constants::StorageKeys::processedNotificationPayloads, bytesOf(history));
         StoreFile shell(paths().shellState());
         Network::storeExchanges(*shell,
                                 {{"mdm.example:443", upload(200)},
@@ -125,7 +126,7 @@ notifications --reveal | 0 | canary\x1b[31m\n)");
         many += R"({"date": 1, "userInfoKeys": []},)";
     StoreFile(paths().standardDefaults())
         ->set(Core::Constants::StorageKeys::processedNotificationPayloads,
-              dataOf(many + R"({"date": 1, "userInfoKeys": []}])"));
+              bytesOf(many + R"({"date": 1, "userInfoKeys": []}])"));
     EXPECT_EQ(json::parse(run("notifications --json").output).at("notifications").as_array().size(), 100U);
 }
 
@@ -197,31 +198,16 @@ upload | failed | network | -5 | failed: error -5,  | "errorCode":-5}
 push | succeeded | silent | 0 | last push       silent, accepted,  | "kind":"silent","result":"succeeded"}
 push | failed | alert | 0 | last push       alert, refused,  | "kind":"alert","result":"failed"}
 push | failed | none | 0 | last push       refused, its content could not be read,  | "kind":null,"result":"failed"}
-error | failed | unreadable | 0 | last error      the policy file could not be read,  | "kind":"unreadable"}
-error | failed | malformed | 0 | last error      the policy file could not be parsed,  | "kind":"malformed"}
-error | failed | notStored | 0 | last error      the configuration could not be stored,  | "kind":"notStored"})";
-
-template <typename Enumeration>
-Enumeration named(const std::string& name)
-{
-    int value = 0;
-    while (outcomeName(static_cast<Enumeration>(value)) != name)
-        ++value;
-    return static_cast<Enumeration>(value);
-}
+configurationError | failed | unreadable | 0 | last error      the policy file could not be read,  | "kind":"unreadable"}
+configurationError | failed | malformed | 0 | last error      the policy file could not be parsed,  | "kind":"malformed"}
+configurationError | failed | notStored | 0 | last error      the configuration could not be stored,  | "kind":"notStored"})";
 
 TEST_F(StateCommandTest, StatusNamesEachOutcome)
 {
-    using Platform::Outcome;
     checkAll(R"(status --json | 0 | "lastPush":{"time":null,"kind":null,"result":null}
 status | 0 | last error      none recorded\n)");
-    const std::map<std::string, Outcome::Subject> subjects{{"upload", Outcome::Subject::upload},
-                                                           {"push", Outcome::Subject::push},
-                                                           {"error", Outcome::Subject::configurationError}};
-    for (const auto& row : rowsOf(namedOutcomes)) {
-        const Outcome outcome{
-            named<Outcome::Result>(row[1]), named<Outcome::Kind>(row[2]), std::stoi(row[3]), {}};
-        storeOutcomes(*StoreFile(paths().shellState()), {{subjects.at(row[0]), outcome}});
+    for (const auto& row : tableRows(namedOutcomes)) {
+        storeOutcome(row[0], row[1], row[2], std::stoi(row[3]), {});
         check({"status", "0", row[4]});
         check({"status --json", "0", row[5]});
     }
@@ -240,6 +226,7 @@ malformed | wait --timeout 0 | 78 |  | managed.json:1:2:
  | wait --version 1 --timeout 0 | 75 |  | no configuration was applied yet
  | status --check applied | 1 | check applied   not met: the policy file cannot be applied: 
 applied | wait --timeout 20 | 0 | Version 2 is applied.\n
+ | reload | 69 |  | the app cannot be reached: it has just ended, or runs in another container
  | wait --timeout 0 --json | 0 | {"version":1,"isMet":true,"configVersion":2}\n
  | wait --version 2 --timeout 1e300 | 0 | Version 2 is applied.\n
  | wait --version 1 --timeout 0 | 0 | Version 2 is applied.\n
@@ -298,7 +285,7 @@ TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
         {"status 302", [&] { store(upload(302)); }},
         {"status 204", [&] { store(upload(204)); }},
         {"timeout", [&] { store(upload(0, -1001)); }}};
-    for (const auto& row : rowsOf(conditions)) {
+    for (const auto& row : tableRows(conditions)) {
         SCOPED_TRACE(row[0]);
         changes.at(row[0])();
         const auto begin = std::chrono::steady_clock::now();
@@ -331,13 +318,13 @@ TEST_F(StateCommandTest, DamagedStoresFailWithTheReason)
 {
     storeEverything();
     std::filesystem::rename("data", "healthy");
-    for (const auto& row : rowsOf(damages)) {
+    for (const auto& row : tableRows(damages)) {
         SCOPED_TRACE(row[0] + row[1] + row[2]);
         std::filesystem::remove_all("data");
         std::filesystem::copy("healthy", "data", std::filesystem::copy_options::recursive);
         const auto file = paths().stateFolder / row[0];
         if (row[1].starts_with('{')) {
-            StoreFile(file)->set(Core::Constants::SnapshotKeys::configSnapshot, dataOf(row[1]));
+            StoreFile(file)->set(Core::Constants::SnapshotKeys::configSnapshot, bytesOf(row[1]));
         } else {
             for (const char* ending : {"", "-wal", "-shm"})
                 std::filesystem::remove(file.string() + ending);

@@ -6,13 +6,12 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <iterator>
+#include <fstream>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -40,104 +39,71 @@ ExitCode printSurroundings(const UserAccount& account)
     return success;
 }
 
+/// A command that ends as its user's name says.
+ExitCode runNamed(const UserAccount& account)
+{
+    const std::filesystem::path last = account.home / "last";
+    if (account.name == "isolated")
+        return printSurroundings(account);
+    if (account.name == "slow")
+        while (!exists(last))
+            ::usleep(1000);
+    if (account.name == "last")
+        std::ofstream{last};
+    if (account.name == "throwing")
+        throw std::runtime_error("reason");
+    if (account.name == "killed")
+        ::raise(SIGKILL);
+    if (account.name == "stopped")
+        ::raise(SIGSTOP);
+    // A second process must not keep the pipes open for longer.
+    if (account.name == "hanging" || (account.name == "forking" && ::fork() == 0))
+        ::pause();
+    while (account.name == "endless")
+        writeOutput(std::string(100'000, 'x'));
+    return account.name == "failing" ? configuration : success;
+}
+
 TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
 {
     const TemporaryFolder folder;
+    const std::string surroundings = folder.path().string() + " / true -1 false false true -1 0 0";
     struct Case {
         const char* user;
-        ExitCode (*command)(const UserAccount&);
         std::optional<int> exitCode;
-        const char* failure = "";
-        const char* diagnostics = "";
+        std::string failure = {}, diagnostics = {}, output = {};
     };
-    const Case cases[] = {
-        {"slow",
-         [](const UserAccount& account) {
-             while (!std::filesystem::exists(account.home / "last"))
-                 ::usleep(1000);
-             return success;
-         },
-         0},
-        {"hanging",
-         [](const UserAccount&) {
-             ::pause();
-             return success;
-         },
-         {},
-         "did not finish in time"},
-        // A second process must not keep the pipes open for longer.
-        {"forking",
-         [](const UserAccount&) {
-             if (::fork() == 0)
-                 ::pause();
-             return success;
-         },
-         {},
-         "did not finish in time"},
-        {"stopped",
-         [](const UserAccount&) {
-             ::raise(SIGSTOP);
-             return success;
-         },
-         {},
-         "did not finish in time"},
-        {"killed",
-         [](const UserAccount&) {
-             ::raise(SIGKILL);
-             return success;
-         },
-         {},
-         "was killed"},
-        {"endless",
-         [](const UserAccount&) {
-             while (true)
-                 writeOutput(std::string(100'000, 'x'));
-             return success;
-         },
-         {},
-         "printed too much"},
-        {"throwing", [](const UserAccount&) -> ExitCode { throw std::runtime_error("reason"); }, 69, "",
-         "qvctl: reason\n"},
-        {"failing", [](const UserAccount&) { return configuration; }, 78},
-        {"isolated", printSurroundings, 0, "", "qvctl: done\n"},
-        {"last",
-         [](const UserAccount& account) {
-             ::close(::open((account.home / "last").c_str(), O_WRONLY | O_CREAT, 0600));
-             return success;
-         },
-         0},
+    const auto runAll = [&](const std::vector<Case>& cases, std::chrono::milliseconds timeLimit) {
+        std::vector<UserAccount> accounts;
+        for (const Case& row : cases)
+            accounts.push_back({row.user, ::geteuid(), ::getegid(), folder.path()});
+        std::size_t count = 0;
+        runForUsers(accounts, timeLimit, runNamed,
+                    [&](const UserAccount& account, const UserOutcome& outcome) {
+                        const Case& row = cases.at(count++);
+                        EXPECT_EQ(account.name, row.user);
+                        EXPECT_EQ(outcome.exitCode, row.exitCode) << row.user;
+                        EXPECT_THAT(outcome.failure, testing::StartsWith(row.failure)) << row.user;
+                        EXPECT_EQ(outcome.failure.empty(), row.failure.empty()) << row.user;
+                        EXPECT_EQ(outcome.diagnostics, row.diagnostics) << row.user;
+                        EXPECT_EQ(row.failure == "printed too much" ? "" : outcome.output, row.output);
+                    });
+        EXPECT_EQ(count, cases.size());
     };
-    // Those that never finish.
-    std::vector<UserAccount> hanging;
-    std::vector<UserAccount> others;
-    for (const Case& row : cases)
-        (row.failure == std::string_view("did not finish in time") ? hanging : others)
-            .push_back({row.user, ::geteuid(), ::getegid(), folder.path()});
     ::setenv("CANARY", "1", 1);
     ASSERT_EQ(::dup2(STDERR_FILENO, 100), 100);
-    const auto rowOf = [&](const UserAccount& account) -> const Case& {
-        return *std::find_if(std::begin(cases), std::end(cases),
-                             [&](const Case& row) { return account.name == row.user; });
-    };
-    const auto runAll = [&](const std::vector<UserAccount>& accounts, std::chrono::milliseconds timeLimit) {
-        std::size_t count = 0;
-        runForUsers(
-            accounts, timeLimit, [&](const UserAccount& account) { return rowOf(account).command(account); },
-            [&](const UserAccount& account, const UserOutcome& outcome) {
-                const Case& row = rowOf(account);
-                EXPECT_EQ(account.name, accounts.at(count++).name);
-                EXPECT_EQ(outcome.exitCode, row.exitCode) << row.user;
-                EXPECT_THAT(outcome.failure, testing::StartsWith(row.failure)) << row.user;
-                EXPECT_EQ(outcome.failure.empty(), std::string_view(row.failure).empty()) << row.user;
-                EXPECT_EQ(outcome.diagnostics, row.diagnostics) << row.user;
-                if (row.command == printSurroundings) {
-                    EXPECT_EQ(outcome.output, folder.path().string() + " / true -1 false false true -1 0 0");
-                }
-            });
-        EXPECT_EQ(count, accounts.size());
-    };
-    runAll(hanging, std::chrono::milliseconds(100));
-    runAll(others, std::chrono::seconds(60));
+    runAll({{"hanging", {}, "did not finish in time"},
+            {"forking", {}, "did not finish in time"},
+            {"stopped", {}, "did not finish in time"}},
+           std::chrono::milliseconds(100));
+    runAll({{"slow", 0},
+            {"killed", {}, "was killed"},
+            {"endless", {}, "printed too much"},
+            {"throwing", 69, "", "qvctl: reason\n"},
+            {"failing", 78},
+            {"isolated", 0, "", "qvctl: done\n", surroundings},
+            {"last", 0}},
+           std::chrono::seconds(60));
     ::close(100);
 }
 
