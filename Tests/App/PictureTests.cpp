@@ -3,43 +3,29 @@
 /// Each change ends in a state that a new window can start with.
 TEST_F(ScreenTest, ChangedWindowLooksLikeNewWindow)
 {
-    const auto visit = [this](const std::vector<Appearance>& appearances) {
-        for (const Appearance& each : appearances) {
-            settle();
-            appearance.set(each);
-        }
+    using Steps = std::vector<std::function<void()>>;
+    const auto set = [this](Appearance value) { return [=, this] { appearance.set(value); }; };
+    const auto resize = [this](int width, int height) { return [=, this] { window.resize(width, height); }; };
+    const auto click = [this] { QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2}); };
+    const auto press = [this](Qt::Key key, Qt::KeyboardModifiers modifiers) {
+        return [=, this] { QTest::keyClick(&window, key, modifiers); };
     };
-    const std::pair<const char*, std::function<void()>> changes[] = {
-        {"dark", [&] { visit({{.isDark = true}}); }},
-        {"dark and back",
-         [&] {
-             visit({{.isDark = true}, {}});
-         }},
-        {"larger text and back",
-         [&] {
-             visit({{.textScale = 2}, {}});
-         }},
+    const std::pair<const char*, Steps> changes[] = {
+        {"dark", {set({.isDark = true})}},
+        {"dark and back", {set({.isDark = true}), set({})}},
+        {"larger text and back", {set({.textScale = 2}), set({})}},
         {"focus ring shown twice",
-         [&] {
-             QTest::keyClick(&window, Qt::Key_Tab);
-             settle();
-             QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2});
-             settle();
-             QTest::keyClick(&window, Qt::Key_Backtab, Qt::ShiftModifier);
-         }},
-        {"larger window and back",
-         [&] {
-             window.resize(1024, 768);
-             settle();
-             window.resize(390, 844);
-         }},
+         {press(Qt::Key_Tab, {}), click, press(Qt::Key_Backtab, Qt::ShiftModifier)}},
+        {"larger window and back", {resize(1024, 768), resize(390, 844)}},
     };
     for (const Screen screen : {Screen::welcome, Screen::dashboard}) {
-        for (const auto& [name, change] : changes) {
+        for (const auto& [name, steps] : changes) {
             appearance.set({});
             open(screen);
-            change();
-            settle();
+            for (const auto& step : steps) {
+                step();
+                settle();
+            }
             const QImage changed = window.grabWindow();
             open(screen);
             EXPECT_TRUE(changed == window.grabWindow()) << name << ", screen " << int(screen);

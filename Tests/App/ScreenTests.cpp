@@ -309,12 +309,8 @@ TEST_F(ScreenTest, CardsOpenTheirScreenAndEveryBackActionClosesIt)
                 ->dismiss();
         },
     };
-    const struct {
-        Card card;
-        QString symbol, title, sentence, more;
-        const char* category;
-        const char* line;
-    } cases[] = {
+    // The card, its symbol, title and sentence, the rest of the sentence on the screen; category and line.
+    const std::tuple<Card, QString, QString, QString, QString, const char*, const char*> cases[] = {
         {Card::Sso, "person.badge.key", "Single Sign-On", "Secure authentication for enterprise apps",
          ". Sign-in is handled by the Quorvane SSO extension when managed apps request authentication.",
          "dashboard", "SSO card tapped"},

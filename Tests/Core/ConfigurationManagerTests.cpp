@@ -178,7 +178,6 @@ TEST(ManagedKeysTest, EveryConfigMemberHasOneRow)
     for (const ManagedKey& key : managedKeys()) {
         EXPECT_EQ(findManagedKey(key.name), &key);
         EXPECT_EQ(findManagedKey(std::string(key.name) + "s"), nullptr);
-        EXPECT_EQ(key.isSecret, key.name == "api_key");
     }
     std::size_t size = 0;
     ValidatedConfig config;
@@ -195,28 +194,25 @@ TEST_F(ConfigurationManagerTest, OnlyChangedManagedKeysTriggerAnUpdate)
         dictionary[key] = std::move(value);
         return PropertyList(dictionary);
     };
-    const char* const listKey = "AllowedAppsBundleIdsForSSOExtension";
-    const struct {
-        const char* name;
-        std::optional<PropertyList> delivered;
-        Lines expected;
-    } cases[] = {
-        {"unchanged", managed, {}},
-        {"unknown key added", with("other", 1), {}},
-        {"only schema version changed", with("SchemaVersion", 2), {"Configuration updated - v2, apps: 2"}},
-        {"string replaced by equal array",
-         with(listKey, Array{"com.acme.one", "com.acme.two"}),
-         {"Configuration updated - v3, apps: 2"}},
-        {"two elements joined into one",
-         with(listKey, Array{"com.acme.one\", \"com.acme.two"}),
-         {"Configuration updated - v4, apps: 0"}},
-        {"removed", std::nullopt, {}},
-        {"not a dictionary", 5, {}},
-        {"empty dictionary", Dictionary{}, {"Configuration updated - v5, apps: 0"}},
-        {"first configuration again", managed, {"Configuration updated - v6, apps: 2"}},
+    const auto withList = [&](Array list) {
+        return with("AllowedAppsBundleIdsForSSOExtension", std::move(list));
     };
-    for (const auto& [name, delivered, expected] : cases) {
+    // What is delivered, and the version and number of apps that are applied.
+    const std::tuple<const char*, std::optional<PropertyList>, const char*> cases[] = {
+        {"unchanged", managed, ""},
+        {"unknown key added", with("other", 1), ""},
+        {"only schema version changed", with("SchemaVersion", 2), "v2, apps: 2"},
+        {"string replaced by equal array", withList({"com.acme.one", "com.acme.two"}), "v3, apps: 2"},
+        {"two elements joined into one", withList({"com.acme.one\", \"com.acme.two"}), "v4, apps: 0"},
+        {"removed", std::nullopt, ""},
+        {"not a dictionary", 5, ""},
+        {"empty dictionary", Dictionary{}, "v5, apps: 0"},
+        {"first configuration again", managed, "v6, apps: 2"},
+    };
+    for (const auto& [name, delivered, applied] : cases) {
         announced.clear();
+        const Lines expected =
+            *applied == '\0' ? Lines() : Lines{std::string("Configuration updated - ") + applied};
         EXPECT_EQ(deliverAndSettle(delivered), expected) << name;
         EXPECT_EQ(announced.size(), expected.size()) << name;
     }
@@ -335,17 +331,16 @@ TEST(FingerprintTest, IsBase64OfTheSixKeysInTableOrder)
         Platform::base64Text("AllowedAppsBundleIdsForSSOExtension:\xFF[\"a.b\", 1];OrganizationId:\xFFtrue;"
                              "SchemaVersion:2;base_domain:3.5;api_key:k;device_id:d;"));
     EXPECT_EQ(managedConfigFingerprint({}), "");
-    // RFC 4648, section 10
-    const std::pair<std::string, const char*> encodings[] = {
-        {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},     {"foob", "Zm9vYg=="},
-        {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="}};
-    for (const auto& [plain, encoded] : encodings) {
-        EXPECT_EQ(Platform::base64Text(plain), encoded);
+    // RFC 4648, section 10, in pieces of one byte.
+    const std::string plain = "foobar";
+    const char* const encodings[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
+    for (std::size_t size = 0; size <= plain.size(); ++size) {
         Platform::Base64Writer writer;
-        for (const char& byte : plain)
+        for (const char& byte : plain.substr(0, size))
             writer.append({&byte, 1});
-        EXPECT_EQ(std::move(writer).finish(), encoded);
+        EXPECT_EQ(std::move(writer).finish(), encodings[size]);
     }
+    EXPECT_EQ(Platform::base64Text("\xff\xfe"), "//4=");
 }
 
 TEST(FingerprintTest, DiffersForValuesThatLookAlike)

@@ -11,51 +11,38 @@ namespace {
 
 using Kinds = std::vector<Kind>;
 
-Kinds kindsOf(const std::vector<ValidationFinding>& findings)
-{
-    Kinds kinds;
-    for (const ValidationFinding& finding : findings)
-        kinds.push_back(finding.kind);
-    return kinds;
-}
-
 TEST(BundleIdListTest, KeepsOnlyBundleIdentifiers)
 {
     constexpr const char* key = "AllowedAppsBundleIdsForSSOExtension";
     using enum ValidationFinding::Kind;
-    const struct {
-        PropertyList value;
-        TextList expected;
-        Kinds kinds;
-        /// Positions of the findings in the list.
-        std::vector<std::optional<std::size_t>> indexes;
-    } cases[] = {
+    // The findings with their positions in the list.
+    using Positions = std::vector<std::pair<Kind, std::optional<std::size_t>>>;
+    const std::tuple<PropertyList, TextList, Positions> cases[] = {
         {" com.acme.one , com.acme.two,,bad id,nodot,com.acme.one ",
          {"com.acme.one", "com.acme.two", "com.acme.one"},
-         {entryEmpty, entryHasForbiddenCharacter, entryHasNoDot, entryRepeated},
-         {2, 3, 4, 5}},
-        {Array{" com.acme.one", "com_acme.two"}, {"com.acme.one"}, {entryHasForbiddenCharacter}, {1}},
-        {Array{"com.acme.one", 1}, {}, {elementNotText}, {1}},
-        {Array{"com.acme.one", PropertyList()}, {}, {elementNotText}, {1}},
-        {Array{"com.a,com.b"}, {}, {entryHasForbiddenCharacter}, {0}},
-        {Array{}, {}, {}, {}},
-        {1.5, {}, {wrongType}, {std::nullopt}},
-        {PropertyList::Dictionary{}, {}, {wrongType}, {std::nullopt}},
-        {"a.b,-.-,.,COM.Acme.App", {"a.b", "-.-", ".", "COM.Acme.App"}, {}, {}},
+         {{entryEmpty, 2}, {entryHasForbiddenCharacter, 3}, {entryHasNoDot, 4}, {entryRepeated, 5}}},
+        {Array{" com.acme.one", "com_acme.two"}, {"com.acme.one"}, {{entryHasForbiddenCharacter, 1}}},
+        {Array{"com.acme.one", 1}, {}, {{elementNotText, 1}}},
+        {Array{"com.acme.one", PropertyList()}, {}, {{elementNotText, 1}}},
+        {Array{"com.a,com.b"}, {}, {{entryHasForbiddenCharacter, 0}}},
+        {Array{}, {}, {}},
+        {1.5, {}, {{wrongType, {}}}},
+        {PropertyList::Dictionary{}, {}, {{wrongType, {}}}},
+        {"a.b,-.-,.,COM.Acme.App", {"a.b", "-.-", ".", "COM.Acme.App"}, {}},
         {"\u3000com.acme.one\u2028,com.\u00e4cme,com.acme.one\nx",
          {"com.acme.one"},
-         {entryHasForbiddenCharacter, entryHasForbiddenCharacter},
-         {1, 2}},
+         {{entryHasForbiddenCharacter, 1}, {entryHasForbiddenCharacter, 2}}},
     };
-    for (const auto& [value, expected, kinds, indexes] : cases) {
+    for (const auto& [value, expected, positions] : cases) {
         SCOPED_TRACE(value.description());
         std::vector<ValidationFinding> findings;
         EXPECT_EQ(validateManagedConfiguration({{key, value}}, &findings).allowedAppBundleIds, expected);
-        EXPECT_EQ(kindsOf(findings), kinds);
-        for (std::size_t number = 0; number < findings.size(); ++number) {
-            EXPECT_EQ(findings[number].key, key);
-            EXPECT_EQ(findings[number].index, indexes.at(number));
+        Positions found;
+        for (const ValidationFinding& finding : findings) {
+            EXPECT_EQ(finding.key, key);
+            found.emplace_back(finding.kind, finding.index);
         }
+        EXPECT_EQ(found, positions);
     }
 }
 
@@ -91,6 +78,9 @@ TEST(ScalarTest, TrimsStringsFormatsNumbersAndDropsOtherTypes)
         for (const auto& actual : {config.organizationId, config.apiKey, config.deviceId})
             EXPECT_EQ(actual, expected) << value.description();
     }
+    EXPECT_EQ(validateManagedConfiguration({{"organizationId", "x"}, {"BASE_DOMAIN", "x"}}),
+              ValidatedConfig())
+        << "keys are case-sensitive";
 }
 
 TEST(BaseDomainTest, AlwaysStartsWithHTTPS)
@@ -119,15 +109,11 @@ TEST(BaseDomainTest, AlwaysStartsWithHTTPS)
     for (const auto& [value, expected, kinds] : cases) {
         std::vector<ValidationFinding> findings;
         EXPECT_EQ(validateManagedConfiguration({{"base_domain", value}}, &findings).baseDomain, expected);
-        EXPECT_EQ(kindsOf(findings), kinds) << value.description();
+        Kinds found;
+        for (const ValidationFinding& finding : findings)
+            found.push_back(finding.kind);
+        EXPECT_EQ(found, kinds) << value.description();
     }
-}
-
-TEST(ValidationTest, KeysAreCaseSensitiveAndMissingOnesAreAbsent)
-{
-    EXPECT_EQ(validateManagedConfiguration({}), ValidatedConfig());
-    EXPECT_EQ(validateManagedConfiguration({{"organizationId", "x"}, {"BASE_DOMAIN", "x"}}),
-              ValidatedConfig());
 }
 
 } // namespace

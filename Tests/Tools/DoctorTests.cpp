@@ -14,6 +14,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <set>
 #include <sys/stat.h>
 
 using namespace Platform;
@@ -187,6 +188,7 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
     std::vector<std::string> words; // A change and its arguments.
     const auto number = [&](std::size_t index) { return words[index].empty() ? 0 : std::stoi(words[index]); };
     const auto shell = [] { return StoreFile(paths().shellState()); };
+    const auto twoNames = [&] { return std::set<std::string, std::less<>>{words[1], words[2]}; };
     const auto damage = [&] {
         for (const char* ending : {"-wal", "-shm"})
             std::filesystem::remove(paths().stateFolder / (words[1] + ending));
@@ -219,14 +221,8 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         {"damage", damage},
         {"no-app", [&] { lock.reset(); }},
         {"permission", [&] { ShellState(*shell()).setAuthorizationStatus(AuthorizationStatus(number(1))); }},
-        {"running",
-         [&] {
-             names->running = {words[1], words[2]};
-         }},
-        {"startable",
-         [&] {
-             names->startable = {words[1], words[2]};
-         }},
+        {"running", [&] { names->running = twoNames(); }},
+        {"startable", [&] { names->startable = twoNames(); }},
         {"no-bus", [&] { names.reset(); }},
         {"older-app", [&] { shell()->removeObject("PushService.State"); }},
         {"select", [&] { setEnvironment("UNIFIEDPUSH_DISTRIBUTOR", words[1]); }},

@@ -49,7 +49,7 @@ ExitCode runNamed(const UserAccount& account)
         while (!exists(last))
             ::usleep(1000);
     if (account.name == "last")
-        std::ofstream{last};
+        const std::ofstream created(last);
     if (account.name == "throwing")
         throw std::runtime_error("reason");
     if (account.name == "killed")
