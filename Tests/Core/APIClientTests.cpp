@@ -140,9 +140,11 @@ TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
         provider.key = provider.device = absent;
         outcomeOf(client.get("a"));
         EXPECT_EQ(session.requests.back().headerFields, fields);
+        provider.device = "DEV-1"; // One without the other.
+        outcomeOf(client.get("a"));
+        EXPECT_EQ(session.requests.back().headerFields.count("X-Device-Id"), 1U);
     }
     provider.key = "key";
-    provider.device = "DEV-1";
     fields.insert({{"Authorization", "Bearer key"}, {"X-Device-Id", "DEV-1"}});
     for (auto& [task, method, body] : cases) {
         EXPECT_EQ(outcomeOf(std::move(task)), "200 ");

@@ -18,6 +18,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -81,6 +82,8 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
         "device_id": "DEV-1", "AllowedAppsBundleIdsForSSOExtension": "a.b", "SchemaVersion": "1"})");
     device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
     const auto application = startRegistered();
+    device.write(device.path("large.json"), R"({"aps": {}})" + std::string(4096, ' '));
+    EXPECT_THAT(qvctl({"push", device.path("large.json")}).output, HasSubstr("larger than 4096 bytes"));
     std::filesystem::copy_file(device.policyFile(), device.path("again.json"));
     const std::tuple<const char*, const char*, int> commands[] = {
         {"push", "$DEVICE/payload.json", 0},
@@ -208,6 +211,10 @@ TEST_F(ProgramTest, BundleIsANewPrivateFile)
         {"bundle missing/a.tar.gz", 69, "No such file"},
         {"bundle a.zip", 64, "must end with .tar.gz"},
         {"bundle - | tar -tvz", 0, "-rw------- 0/0"},
+        {"bundle - | tar -tz | xargs", 0,
+         "versions.json status.json doctor.json lint.json explain.json configuration.json stores.json "
+         "files.txt log.txt\n"},
+        {"bundle half.tar.gz", 69, "File too large"}, // It is removed.
         {"bundle - --managed-configuration named.json | tar -xzO status.json lint.json", 0, "named.json"},
         {"bundle - --json", 64, "name a file"},
         {"bundle - > /dev/full", 69, "No space left"},
@@ -219,7 +226,8 @@ TEST_F(ProgramTest, BundleIsANewPrivateFile)
         0);
     for (const auto& [command, exitCode, part] : cases) {
         const Outcome outcome =
-            shell(std::string("set -o pipefail; umask 0; cd $DEVICE/bundles; $QVCTL ") + command);
+            shell(fmt::format("set -o pipefail; umask 0; cd $DEVICE/bundles; {} $QVCTL {}",
+                              part == "File too large"sv ? "ulimit -f 1;" : "", command));
         EXPECT_EQ(outcome.exitCode, exitCode) << command;
         EXPECT_THAT(outcome.output, HasSubstr(part)) << command;
     }
@@ -242,6 +250,15 @@ TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
     EXPECT_TRUE(plain->waitForLine("    api key: ********"));
     EXPECT_TRUE(plain->waitForLine("    allowed apps: a.b"));
     EXPECT_TRUE(structured->waitForLine(R"("changed":["baseDomain","apiKey","allowedAppBundleIds"])"));
+    device.replacePolicy(R"({"api_key": "other canary"})");
+    EXPECT_TRUE(plain->waitForLine("    allowed apps: none"));
+    EXPECT_EQ(application->end(), 0);
+    EXPECT_EQ(qvctl({"config", "forget"}).exitCode, 0);
+    EXPECT_TRUE(plain->waitForLine("snapshot deleted"));
+    EXPECT_TRUE(structured->waitForLine(R"("configVersion":0,"lastUpdated":null,)"));
+    std::filesystem::remove_all(device.suiteFile().parent_path());
+    const auto again = device.startApplication();
+    EXPECT_TRUE(plain->waitForLine("version 1: api key, 0 allowed apps"));
     EXPECT_THAT(structured->lines(), Not(Contains(HasSubstr("canary"))));
     plain->signal(SIGINT);
     structured->signal(SIGTERM);

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -359,7 +360,7 @@ TEST_F(DoctorTest, ProbeSendsOneRequestWithoutCredentials)
     }
 }
 
-TEST(DoctorHelperTest, NamesAHelperWithoutResult)
+TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)
 {
     const ThrowawayDevice programs(QV_PROGRAMS);
     const fs::path helper = programs.path("Tools/libexec/quorvane-mdm/backend-probe");
@@ -388,6 +389,20 @@ TEST(DoctorHelperTest, NamesAHelperWithoutResult)
         EXPECT_THAT(diagnosis.checks.at("backend.trust"), StartsWith("failed: "));
         EXPECT_THAT(diagnosis.prevented, HasSubstr(checksFrom("backend.proxy")));
         EXPECT_THAT(diagnosis.text, HasSubstr(helper.string() + found));
+    }
+    // What the real helper finds without connecting, as if it had reached one of two addresses.
+    const std::string connected =
+        "#!/bin/sh\n" QV_PROGRAMS
+        "/Tools/libexec/quorvane-mdm/backend-probe | sed 's/\"addresses\":.*\"failedStep\"/"
+        R"("addresses":["192.0.2.1","127.0.0.1"],"address":"127.0.0.1","lastError":)";
+    const std::string reached = "localhost:1 accepts connections at 127.0.0.1";
+    const std::pair<int, std::string> errors[] = {
+        {ECONNREFUSED, "warning: " + reached + ", but not at 192.0.2.1 (Connection refused)."},
+        {0, "warning: " + reached + ", but not at 192.0.2.1 (no reply in time)."},
+        {ENETUNREACH, "ok: " + reached + "."}};
+    for (const auto& [error, found] : errors) {
+        device.write(helper, connected + std::to_string(error) + ",\"failedStep\"/'\n");
+        EXPECT_EQ(examine(device, "1").checks.at("backend.connect"), found);
     }
 }
 

@@ -64,6 +64,7 @@ constexpr const char* usersWithHomes = R"sh(
     umask 022
     unset XDG_DATA_HOME XDG_RUNTIME_DIR
     echo 'root:x:0:0::/root:/bin/sh' > /etc/passwd
+    echo 'helpers:x:65100:alice' > /etc/group
     number=65000
     add_user() { # NAME
         mkdir -p $DEVICE/home/$1/.local/share
@@ -104,13 +105,26 @@ TEST_F(RootTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         echo doctor
         $QVCTL doctor --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
         $QVCTL doctor --user alice --offline --json | grep -o '"user":"alice"\|no folder /run/user/65000'
-        (cd $DEVICE; $QVCTL status --user alice --managed-configuration x.json | grep -o '/x.json does not exist')
+        echo policy
+        policy() { grep -o '[^ ]*/x.json[: ].*' | sed "s|$DEVICE|DEVICE|"; }
+        (cd $DEVICE; $QVCTL status --user alice --managed-configuration x.json | policy)
+        echo '{}' > $DEVICE/x.json; chown root:helpers $DEVICE/x.json; chmod 640 $DEVICE/x.json
+        for name in alice bob; do
+            (cd $DEVICE; QUORVANE_MANAGED_CONFIGURATION=x.json setpriv --groups 65100 $QVCTL status --user $name | policy)
+        done
         echo not root
         as bob $QVCTL status --user bob | row
         as bob $QVCTL status --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
         as bob $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
         echo completion; $QVCTL --complete status --user ''
         files | diff /etc/before -
+        echo many
+        for name in f1 f2 f3 f4 f5 f6; do
+            [ $name != f6 ] || $QVCTL status 2>&1 | grep -o 'f4, f5.*'
+            add_user $name
+            mkdir $DEVICE/home/$name/.local/share/quorvane-mdm
+        done
+        $QVCTL status 2>&1 | grep -o 'f4, f5.*'
         sed -i /home/d /etc/passwd; $QVCTL snapshot --all-users 2>&1; echo $?
     )sh");
     EXPECT_EQ(output, R"(no option
@@ -154,7 +168,10 @@ qvctl: --user requires --offline
 64
 "user":"alice"
 no folder /run/user/65000
-/x.json does not exist
+policy
+DEVICE/x.json does not exist
+DEVICE/x.json (good)
+DEVICE/x.json: cannot be opened: Permission denied
 not root
 Notifications   denied
 qvctl: only root can read the state of alice; run this command with sudo
@@ -167,6 +184,9 @@ linker
 piper
 borrower
 bob
+many
+f4, f5
+f4, f5 and 1 more
 qvctl: no user has a state folder: the app has not run on this device yet
 66
 )");
