@@ -1,8 +1,8 @@
 #include "Benchmarks/Await.h"
 #include "Benchmarks/Figures.h"
 #include "Platform/Linux/DevicePaths.h"
-#include "Tools/Tour/ProcessFigures.h"
 #include "Tests/Trials/StoreFile.h"
+#include "Tools/Tour/ProcessFigures.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <chrono>
