@@ -30,6 +30,7 @@ TEST(TimeTextTest, ParsesAgesAndTimes)
         {"2026-07-01", "2026-06-30T22:00:00.000Z"}, // Local, in summer.
         {"2026-01-01T00:30", "2025-12-31T23:30:00.000Z"},
         {"2024-02-29T00:00Z", "2024-02-29T00:00:00.000Z"},
+        {"9999-12-31T23:59Z", "9999-12-31T23:59:00.000Z"},
     };
     const ForeignLocale locale;
     ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);

@@ -61,8 +61,13 @@ std::optional<Date> timeFromText(const std::string& text, Date now)
     fields.tm_isdst = -1; // Determined by the date.
     const std::time_t seconds = parts[8].matched ? ::timegm(&fields) : std::mktime(&fields);
     const double fraction = parts[7].matched ? Platform::parseDecimal("0" + parts[7].str()).value() : 0;
-    const Date whole = Date::fromSystemTime(std::chrono::system_clock::from_time_t(seconds));
-    return Date{whole.secondsSinceReferenceDate + fraction};
+    return Date{dateFromUnixTime(seconds).secondsSinceReferenceDate + fraction};
+}
+
+Date dateFromUnixTime(std::int64_t secondsSince1970)
+{
+    const auto seconds = static_cast<double>(secondsSince1970);
+    return Date{seconds - static_cast<double>(Date::referenceSinceUnixEpoch.count())};
 }
 
 std::string relativeTime(Date date, Date now)

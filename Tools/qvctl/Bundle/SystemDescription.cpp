@@ -1,9 +1,9 @@
 #include "Tools/qvctl/Bundle/SystemDescription.h"
 
-#include "Platform/Date.h"
 #include "Platform/Error.h"
 #include "Platform/SystemClock.h"
 #include "Tools/qvctl/Doctor/SecondProcess.h"
+#include "Tools/qvctl/TimeText.h"
 
 #include <fmt/format.h>
 
@@ -69,9 +69,8 @@ void appendFile(std::string& list, const fs::path& path, const Redaction& redact
         list += fmt::format("{}: {}\n", name, Platform::errorText(errno));
         return;
     }
-    using Clock = std::chrono::system_clock;
     list += fmt::format("{:06o} {:<9} {:>10} {} {}\n", status.st_mode, ownerOf(status), status.st_size,
-                        Platform::Date::fromSystemTime(Clock::from_time_t(status.st_mtime)).utcText(), name);
+                        dateFromUnixTime(status.st_mtime).utcText(), name);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "Tools/qvctl/Doctor/Examination.h"
 #include "Tools/qvctl/Doctor/SecondProcess.h"
 #include "Tools/qvctl/RequestRehearsal.h"
+#include "Tools/qvctl/TimeText.h"
 
 #include <boost/json.hpp>
 #include <fmt/format.h>
@@ -167,12 +168,9 @@ void checkName(CheckReport& report, const Attempt& attempt)
 void checkDates(CheckReport& report, const Attempt& attempt)
 {
     using Platform::Date;
-    const auto date = [](std::int64_t secondsSince1970) {
-        return Date::fromSystemTime(std::chrono::system_clock::from_time_t(secondsSince1970));
-    };
     const Date now = Platform::SystemClock().now();
-    const Date begin = date(attempt.result.notBefore);
-    const Date end = date(attempt.result.chainEnd);
+    const Date begin = dateFromUnixTime(attempt.result.notBefore);
+    const Date end = dateFromUnixTime(attempt.result.chainEnd);
     const auto daysTo = [&](Date other) {
         return (other.secondsSinceReferenceDate - now.secondsSinceReferenceDate) /
                std::chrono::seconds(std::chrono::days(1)).count();
@@ -183,9 +181,8 @@ void checkDates(CheckReport& report, const Attempt& attempt)
                               attempt.result.outdatedAuthority);
     else if (daysTo(begin) > 0)
         problem = fmt::format("{} is not valid before {}", attempt.certificate(), timeText(begin));
-    else if (daysTo(date(attempt.result.notAfter)) < 0)
-        problem =
-            fmt::format("{} expired on {}", attempt.certificate(), timeText(date(attempt.result.notAfter)));
+    else if (const Date own = dateFromUnixTime(attempt.result.notAfter); daysTo(own) < 0)
+        problem = fmt::format("{} expired on {}", attempt.certificate(), timeText(own));
     if (!problem.empty())
         report.failed("backend.dates", fmt::format("{}; the current time is {}.", problem, timeText(now)),
                       "Renew the certificate on the backend, or correct this device's clock.");
