@@ -410,6 +410,7 @@ TEST_F(UnifiedPushServiceTest, ReportsErrorsAndRegistersLater)
         {{.answer = {}}, "^3 .*does not respond"},
     };
     for (const auto& [script, words] : cases) {
+        app.reset();
         store.values.clear();
         startDistributor(script);
         startApplication("", script.answer.empty() ? 1 : 20);
