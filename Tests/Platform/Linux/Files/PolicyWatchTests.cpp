@@ -112,9 +112,12 @@ TEST_P(PolicyPartTest, ChangeWithoutEventIsFoundByThePeriodicCheck)
     folder.write(file, json(1));
     std::atomic<int> changeCount = 0;
     onChange = [&] { ++changeCount; };
-    FileSystemWatcher ownWatcher;
-    const PathWatch watch(ownWatcher, places, adapterLog, [&] { noteChange(); },
-                          {[](const std::vector<PathStep>&) { return true; }, std::chrono::milliseconds(10)});
+    std::optional<PathWatch> watch;
+    FileSystemWatcher ownWatcher; // Destroyed before what it calls.
+    watch.emplace(
+        ownWatcher, places, adapterLog, [&] { noteChange(); },
+        PathWatch::PeriodicCheck{[](const std::vector<PathStep>&) { return true; },
+                                 std::chrono::milliseconds(10)});
     for (int round = 1; round <= 3; ++round) {
         overwriteWithoutEvents(folder.path(file), json(round + 1));
         EXPECT_TRUE(eventually([&] { return changeCount >= round; })) << round;
@@ -248,11 +251,12 @@ TEST_F(ManagedPolicyFileTest, IsReportedOnceAndDespiteLostEvents)
         }
     };
     shell("mkdir -p flush ${F%/*}; policy 1 > $F; : > $F~; : > ${F%/*}/60.txt");
-    watch();
+    FileSystemWatcher ownWatcher; // Destroyed before what it calls.
+    policy.watch(ownWatcher, [this] { noteChange(); });
     EXPECT_EQ(policy.dictionary(), dictionary(1));
     withoutDescriptors([&] { policy.reload(); });
-    const int flush = watcher.addHandler([&](std::uint32_t, std::string_view) { isFlushed.release(); });
-    watcher.setTargets(flush, {{folder.path("flush"), IN_CREATE}});
+    const int flush = ownWatcher.addHandler([&](std::uint32_t, std::string_view) { isFlushed.release(); });
+    ownWatcher.setTargets(flush, {{folder.path("flush"), IN_CREATE}});
     shell("echo other > $F~; echo other > ${F%/*}/60.txt; : > flush/now");
     ASSERT_TRUE(isFlushed.try_acquire_for(std::chrono::seconds(20)));
     EXPECT_EQ(changeCount, 0) << "files of other names do not matter";
