@@ -3,6 +3,7 @@
 #include "Platform/Push/YieldingQueue.h"
 #include "Tests/Fakes/CaseName.h"
 #include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Fakes/RunOn.h"
 
 #include <gtest/gtest.h>
 
@@ -39,11 +40,7 @@ const QueueHarness harnesses[] = {
     {"Worker",
      [](const auto& body) {
          Linux::WorkerQueue queue("contract", Linux::WorkerQueue::Priority::utility);
-         body(queue, [&] {
-             std::promise<void> done;
-             queue.async([&] { done.set_value(); });
-             done.get_future().wait();
-         });
+         body(queue, [&] { runOn(queue); });
      }},
     {"Yielding",
      [](const auto& body) {

@@ -1,27 +1,23 @@
-#include "Platform/AdapterLog.h"
-#include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/LocalPushService.h"
+
+#include "Platform/AdapterLog.h"
 #include "Platform/Linux/PrivateSocket.h"
+#include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/RunOn.h"
 #include "Tests/Fakes/TemporaryFolder.h"
-#include "Tests/Platform/Linux/IsolatedProcess.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <fstream>
-#include <functional>
+#include <atomic>
+#include <cerrno>
 #include <future>
-#include <memory>
 #include <poll.h>
 #include <stdexcept>
-#include <string_view>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -38,15 +34,50 @@ using testing::StartsWith;
 
 namespace {
 
+/// Whether the other end of every socket seems to belong to another user.
+std::atomic<bool> isPeerForeign = false;
 constexpr uid_t otherUser = 65534;
+
+/// How many calls of accept4(2) fail, and how often the calling thread had rested before each of them.
+std::atomic<int> failingAcceptCount = 0;
+std::vector<long> restCounts;
+
+} // namespace
+
+extern "C" int getsockopt(int socket, int level, int option, void* value, socklen_t* size) noexcept
+{
+    const auto result = static_cast<int>(::syscall(SYS_getsockopt, socket, level, option, value, size));
+    if (isPeerForeign && level == SOL_SOCKET && option == SO_PEERCRED)
+        static_cast<ucred*>(value)->uid = otherUser;
+    return result;
+}
+
+extern "C" int accept4(int socket, sockaddr* address, socklen_t* size, int flags)
+{
+    if (failingAcceptCount == 0)
+        return static_cast<int>(::syscall(SYS_accept4, socket, address, size, flags));
+    rusage usage{};
+    ::getrusage(RUSAGE_THREAD, &usage);
+    restCounts.push_back(usage.ru_nvcsw);
+    --failingAcceptCount;
+    errno = EMFILE;
+    return -1;
+}
+
+namespace {
 
 class LocalPushServiceTest : public testing::Test, public PushServiceListener {
 protected:
+    ~LocalPushServiceTest() override
+    {
+        runOn(mainQueue, [&] { service.reset(); });
+        isPeerForeign = false;
+    }
     void didRegister(const Data& token) override { tokens.push_back(token); }
     void didFailToRegister(const Error& error) override { failures.push_back(error.localizedDescription); }
     void didReceive(const PropertyList::Dictionary& payload, Completion completion) override
     {
-        received.push_back(PropertyList(payload).description());
+        ++receivedCount;
         completion(payload.contains("refuse") ? std::optional(PushRefusal{"as asked"}) : std::nullopt);
     }
     void didReceiveUnreadablePush() override { ++unreadableCount; }
@@ -54,28 +85,25 @@ protected:
     /// Replaces the service. Registers the device if `isRegistering` is true.
     void start(bool isRegistering = true, std::chrono::milliseconds peerTime = 20s)
     {
-        service.reset();
-        service.emplace(LocalPushService::Ports{store, loop, adapterLog}, socketFile, peerTime);
-        service->start(*this);
-        if (isRegistering) {
-            service->registerDevice();
-            settle();
-        }
-    }
-    /// Sends a payload while the main queue runs.
-    std::string send(const std::string& payload = "{}")
-    {
-        auto answer = std::async(std::launch::async, [&] {
-            const std::unique_ptr<void, std::function<void(void*)>> end(this, [&](void*) { loop.quit(); });
-            return Linux::sendToLocalPushService(socketFile, payload);
+        runOn(mainQueue, [&] {
+            service.emplace(LocalPushService::Ports{store, mainQueue, adapterLog}, socketFile, peerTime);
+            service->start(*this);
         });
-        loop.run();
-        return answer.get();
+        if (isRegistering)
+            registerDevice();
     }
-    void settle()
+    void registerDevice()
     {
-        loop.async([this] { loop.quit(); });
-        loop.run();
+        runOn(mainQueue, [&] {
+            const auto tokenCount = tokens.size();
+            service->registerDevice();
+            EXPECT_EQ(tokens.size(), tokenCount) << "inside the call";
+        });
+        runOn(mainQueue);
+    }
+    [[nodiscard]] std::string send(const std::string& payload = "{}") const
+    {
+        return Linux::sendToLocalPushService(socketFile, payload);
     }
     [[nodiscard]] Storage::FileDescriptor connect() const
     {
@@ -87,11 +115,10 @@ protected:
     FakeUserDefaults store;
     RecordingUnifiedLog log;
     AdapterLog adapterLog{log, "test"};
-    int argc = 0;
-    Desktop::QtRunLoop loop{std::make_unique<QCoreApplication>(argc, nullptr)};
+    Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};
     std::vector<Data> tokens;
     std::vector<std::string> failures;
-    std::vector<std::string> received;
+    int receivedCount = 0;
     int unreadableCount = 0;
     std::optional<LocalPushService> service;
 };
@@ -103,24 +130,24 @@ TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
         if (number == 1) {
             EXPECT_THAT(send(), StartsWith("error: the application has not registered"));
         }
-        service->registerDevice();
-        EXPECT_LT(tokens.size(), number) << "not inside the call";
-        settle();
+        registerDevice();
         EXPECT_EQ(std::filesystem::status(socketFile).permissions(), std::filesystem::perms(0600));
 
-        LocalPushService rival({store, loop, adapterLog}, socketFile);
-        rival.start(*this);
-        rival.registerDevice();
-        settle();
+        LocalPushService rival({store, mainQueue, adapterLog}, socketFile);
+        runOn(mainQueue, [&] {
+            rival.start(*this);
+            rival.registerDevice();
+        });
+        runOn(mainQueue);
         EXPECT_EQ(failures.size(), number) << "only one application can listen";
         EXPECT_EQ(send(), "ok") << "the first one still listens";
     }
-    service.reset();
+    runOn(mainQueue, [&] { service.reset(); });
     ASSERT_EQ(tokens.size(), 2U);
     EXPECT_EQ(tokens[0].size(), 32U);
     EXPECT_EQ(tokens[0], tokens[1]);
     EXPECT_FALSE(std::filesystem::exists(socketFile));
-    EXPECT_THROW(Linux::sendToLocalPushService(socketFile, "{}"), std::system_error);
+    EXPECT_THROW(static_cast<void>(send()), std::system_error);
     // A socket file left by a killed application does not prevent the next start.
     folder.write("run/push.sock", "");
     folder.write("run/push.sock.new", "");
@@ -135,8 +162,7 @@ TEST_F(LocalPushServiceTest, FailsRegistrationWhenTokenCannotBeStored)
     start();
     EXPECT_EQ(failures.size(), 1U);
     store.isWritable = true;
-    service->registerDevice();
-    settle();
+    registerDevice();
     ASSERT_EQ(tokens.size(), 1U);
     EXPECT_EQ(tokens.front().size(), LocalPushService::tokenSize);
 }
@@ -159,22 +185,19 @@ TEST_F(LocalPushServiceTest, RepliesToEachPayload)
     start();
     for (const auto& [payload, answer] : cases) {
         SCOPED_TRACE(payload.substr(0, 40));
-        received.clear();
         EXPECT_THAT(send(payload), StartsWith(answer));
+        runOn(mainQueue);
         const bool isDelivered = answer == std::string("ok") || answer == std::string("error: as asked");
-        EXPECT_EQ(received.size(), isDelivered ? 1U : 0U);
-        settle();
+        EXPECT_EQ(std::exchange(receivedCount, 0), isDelivered ? 1 : 0);
         EXPECT_EQ(std::exchange(unreadableCount, 0), isDelivered ? 0 : 1);
     }
 }
 
-using SocketCall = int (*)(int, const sockaddr*, socklen_t);
-
 /// Returns a socket that is bound or connected to `file`.
-Storage::FileDescriptor socketAt(const std::filesystem::path& file, SocketCall bindOrConnect,
-                                 Storage::FileDescriptor socket = Storage::FileDescriptor(
-                                     ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)))
+Storage::FileDescriptor socketAt(const std::filesystem::path& file,
+                                 int (*bindOrConnect)(int, const sockaddr*, socklen_t))
 {
+    Storage::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{AF_UNIX, {}};
     file.native().copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(bindOrConnect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
@@ -215,34 +238,13 @@ TEST_F(LocalPushServiceTest, DisconnectsTheIdlestPeerWhenFull)
 TEST_F(LocalPushServiceTest, RestsWhileNoDescriptorIsFreeAndAcceptsAfterwards)
 {
     start();
+    restCounts.clear();
+    failingAcceptCount = 3;
     EXPECT_EQ(send(), "ok");
-    Storage::FileDescriptor status;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        if (std::getline(std::ifstream(task.path() / "comm"), name); name == "local push")
-            status = Storage::FileDescriptor(::open((task.path() / "status").c_str(), O_RDONLY | O_CLOEXEC));
-    }
-    // Without streams: UBSan needs a descriptor to check them.
-    const auto restCount = [&] {
-        constexpr std::string_view title = "\nvoluntary_ctxt_switches:";
-        std::array<char, 4096> text{};
-        if (::pread(status.get(), text.data(), text.size() - 1, 0) <= 0)
-            return -1;
-        const char* found = std::strstr(text.data(), title.data());
-        return found == nullptr ? -1 : std::atoi(found + title.size());
-    };
-    Storage::FileDescriptor peer(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    withoutDescriptors([&] {
-        peer = socketAt(socketFile, ::connect, std::move(peer));
-        const int before = restCount();
-        for (int count = 0; count < 2000 && restCount() < before + 5; ++count)
-            ::usleep(10'000);
-        EXPECT_GE(restCount(), before + 5) << "it tries without a pause";
-    });
-    ::shutdown(peer.get(), SHUT_WR);
-    pollfd arrival{.fd = peer.get(), .events = POLLIN, .revents = 0};
-    EXPECT_EQ(::poll(&arrival, 1, 20'000), 1);
-    EXPECT_THAT(availableReply(peer), StartsWith("error: the payload is not a JSON object"));
+    ASSERT_EQ(failingAcceptCount, 0);
+    ASSERT_EQ(restCounts.size(), 3U);
+    EXPECT_LT(restCounts[0], restCounts[1]) << "it tries without a pause";
+    EXPECT_LT(restCounts[1], restCounts[2]);
 }
 
 TEST_F(LocalPushServiceTest, DisconnectsSlowPeersAndOtherUsers)
@@ -253,15 +255,8 @@ TEST_F(LocalPushServiceTest, DisconnectsSlowPeersAndOtherUsers)
     for (int count = 0; count < 1000 && ::poll(&ended, 1, 20) == 0; ++count)
         ::send(slow.get(), " ", 1, MSG_NOSIGNAL); // Does not renew the timeout.
     EXPECT_THAT(availableReply(slow), StartsWith("error: the payload was not complete in time"));
-    EXPECT_THROW(Linux::listenOnPrivateSocket(folder.path(std::string(120, 'x'))), std::system_error);
-    if (::geteuid() != 0)
-        return;
-    for (const auto& path : {folder.path(), folder.path("run"), socketFile})
-        ::chmod(path.c_str(), 0777);
-    // Of this thread only, unlike the library's functions.
-    ::syscall(SYS_setresuid, -1, otherUser, -1);
+    isPeerForeign = true;
     const auto foreign = socketAt(socketFile, ::connect);
-    ::syscall(SYS_setresuid, -1, 0, -1);
     pollfd arrival{.fd = foreign.get(), .events = POLLIN, .revents = 0};
     EXPECT_EQ(::poll(&arrival, 1, 20'000), 1);
     EXPECT_THAT(availableReply(foreign), StartsWith("error: only the user who runs this application"));
@@ -279,23 +274,21 @@ TEST_F(LocalPushServiceTest, ListensOnlyInAPrivateFolder)
     start();
     EXPECT_EQ(std::filesystem::status(folder.path("run")).permissions(), std::filesystem::perms::owner_all);
     EXPECT_EQ(send(), "ok");
+    EXPECT_THROW(Linux::listenOnPrivateSocket(folder.path(std::string(120, 'x'))), std::system_error);
 }
 
-/// Returns a socket on which `user` listens but accepts no connections.
-Storage::FileDescriptor listenAs(uid_t user, const std::filesystem::path& file)
+/// Returns a socket that listens but accepts no connections.
+Storage::FileDescriptor listenAt(const std::filesystem::path& file)
 {
+    std::filesystem::create_directory(file.parent_path());
     auto socket = socketAt(file, ::bind);
-    const uid_t thisUser = ::geteuid();
-    EXPECT_EQ(::seteuid(user), 0);
     EXPECT_EQ(::listen(socket.get(), 0), 0);
-    EXPECT_EQ(::seteuid(thisUser), 0);
     return socket;
 }
 
 TEST_F(LocalPushServiceTest, StartDoesNotBlockOnABusySocket)
 {
-    std::filesystem::create_directory(folder.path("run"));
-    Storage::FileDescriptor busy = listenAs(::geteuid(), socketFile);
+    const auto busy = listenAt(socketFile);
     std::vector<Storage::FileDescriptor> waiting;
     const auto fill = [&] {
         while (true)
@@ -304,34 +297,25 @@ TEST_F(LocalPushServiceTest, StartDoesNotBlockOnABusySocket)
     EXPECT_THROW(fill(), std::system_error);
     char byte = 0;
     EXPECT_EQ(::recv(waiting.front().get(), &byte, 1, 0), -1) << "it waits for a limited time";
-    std::promise<void> isStarted;
-    const auto rescue = std::async(std::launch::async, [&, started = isStarted.get_future()] {
-        started.wait_for(5s);
-        busy = Storage::FileDescriptor();
-    });
     start(false);
-    isStarted.set_value();
     EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("Address already in use")));
 }
 
 TEST_F(LocalPushServiceTest, SenderNeedsAWholeLineAsTheReply)
 {
-    std::filesystem::create_directory(folder.path("run"));
-    const auto listening = listenAs(::geteuid(), socketFile);
+    const auto listening = listenAt(socketFile);
     const auto answering = std::async(std::launch::async, [&] {
         const Storage::FileDescriptor peer(::accept(listening.get(), nullptr, nullptr));
         ::send(peer.get(), "ok", 2, MSG_NOSIGNAL);
     });
-    EXPECT_THROW(Linux::sendToLocalPushService(socketFile, ""), std::system_error);
+    EXPECT_THROW(static_cast<void>(send("")), std::system_error);
 }
 
 TEST_F(LocalPushServiceTest, SendsNothingToAnotherUser)
 {
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "needs root to become another user";
-    std::filesystem::create_directory(folder.path("run"));
-    const Storage::FileDescriptor foreign = listenAs(otherUser, socketFile);
-    EXPECT_THAT([&] { Linux::sendToLocalPushService(socketFile, "{}"); },
+    const auto foreign = listenAt(socketFile);
+    isPeerForeign = true;
+    EXPECT_THAT([&] { static_cast<void>(send()); },
                 testing::ThrowsMessage<std::runtime_error>(HasSubstr("is served by user 65534")));
     const Storage::FileDescriptor accepted(::accept(foreign.get(), nullptr, nullptr));
     std::array<char, 16> buffer;
