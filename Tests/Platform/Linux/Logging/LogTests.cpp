@@ -1,6 +1,5 @@
 #include "Platform/AdapterLog.h"
 #include "Platform/Linux/Logging/JournalLog.h"
-#include "Platform/Linux/Logging/JournalReader.h"
 #include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -12,154 +11,19 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <systemd/sd-journal.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 using namespace Platform;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Logging;
 
 namespace {
-
-/// A journal in memory, used instead of the one of libsystemd.
-struct Journal {
-    using Entry = std::map<std::string, std::string>;
-    [[nodiscard]] Entry& current() { return entries.at(static_cast<std::size_t>(position)); }
-    /// Moves to another entry if there is one.
-    int moveBy(int step)
-    {
-        if (position + step < 0 || position + step >= std::ssize(entries))
-            return 0;
-        position += step;
-        return 1;
-    }
-
-    /// The field "time" is in seconds.
-    std::vector<Entry> entries;
-    std::ptrdiff_t position = -1;
-    /// What was selected, by field and then by time.
-    std::string selected = {};
-} journal;
-
-} // namespace
-
-extern "C" {
-int sd_journal_open(sd_journal** opened, int /*flags*/)
-{
-    *opened = reinterpret_cast<sd_journal*>(&journal);
-    return 0;
-}
-void sd_journal_close(sd_journal* /*journal*/) {}
-int sd_journal_has_runtime_files(sd_journal* /*journal*/)
-{
-    return 1;
-}
-int sd_journal_add_match(sd_journal* /*journal*/, const void* data, size_t size)
-{
-    journal.selected.append(static_cast<const char*>(data), size).append(" ");
-    return 0;
-}
-int sd_journal_seek_head(sd_journal* /*journal*/)
-{
-    journal.position = -1;
-    return 0;
-}
-int sd_journal_seek_tail(sd_journal* /*journal*/)
-{
-    journal.position = std::ssize(journal.entries);
-    return 0;
-}
-int sd_journal_seek_realtime_usec(sd_journal* /*journal*/, uint64_t time)
-{
-    journal.selected += "from " + std::to_string(time);
-    return 0;
-}
-int sd_journal_next(sd_journal* /*journal*/)
-{
-    return journal.moveBy(1);
-}
-int sd_journal_previous_skip(sd_journal* /*journal*/, uint64_t /*skip*/)
-{
-    return journal.moveBy(-1);
-}
-int sd_journal_get_data(sd_journal* /*journal*/, const char* field, const void** data, size_t* size)
-{
-    static std::string text;
-    text = std::string(field) + "=" + journal.current()[field];
-    *data = text.data();
-    *size = text.size();
-    return 0;
-}
-int sd_journal_get_realtime_usec(sd_journal* /*journal*/, uint64_t* time)
-{
-    *time = 1'000'000 * std::stoull(journal.current().at("time"));
-    return 0;
-}
-}
-
-namespace {
-
-TEST(JournalReaderTest, SelectsEntriesAndContinuesAtTheEnd)
-{
-    std::string boot;
-    std::ifstream("/proc/sys/kernel/random/boot_id") >> boot;
-    std::erase(boot, '-');
-    const std::string name = "quorvane-mdm";
-    const std::string anyLevel = "SYSLOG_IDENTIFIER=quorvane-mdm QV_LEVEL=debug QV_LEVEL=info "
-                                 "QV_LEVEL=warning QV_LEVEL=error QV_LEVEL=critical ";
-    const auto with = [&](const std::string& match) { return std::string(anyLevel).insert(31, match); };
-    const auto second = [](int number) {
-        return Date::fromSystemTime(std::chrono::system_clock::time_point(std::chrono::seconds(number)));
-    };
-    struct Case {
-        JournalReader::Selection selection;
-        std::string selected;
-        /// The entries, "+" being one that is added when the others have been read.
-        const char* read;
-    };
-    const Case cases[] = {
-        {{.identifier = name}, anyLevel, "1234+"},
-        {{.identifier = name, .user = 7}, with("_UID=7 "), "134+"},
-        {{.identifier = name, .process = 8}, with("_PID=8 _BOOT_ID=" + boot + " "), "1234+"},
-        {{.identifier = name, .lowestLevel = LogType::error},
-         "SYSLOG_IDENTIFIER=quorvane-mdm QV_LEVEL=error QV_LEVEL=critical ",
-         "1234+"},
-        {{.identifier = name, .since = second(3)}, anyLevel + "from 3000000", "34+"},
-        {{.identifier = name, .limit = 0}, anyLevel, "+"},
-        {{.identifier = name, .limit = 2}, anyLevel, "34+"},
-        {{.identifier = name, .user = 7, .limit = 3}, with("_UID=7 "), "134+"},
-        {{.identifier = name, .since = second(4), .limit = 3}, anyLevel, "4+"},
-        {{.identifier = name, .limit = 9}, anyLevel, "1234+"},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.selected + row.read);
-        journal = {.entries = {{{"time", "1"}, {"MESSAGE", "1"}, {"_EXE", "/usr/bin/quorvane-mdm"}},
-                               {{"time", "2"}, {"MESSAGE", "2"}, {"_EXE", "/usr/bin/logger"}},
-                               {{"time", "3"}, {"MESSAGE", "3"}, {"_EXE", "/quorvane-mdm (deleted)"}},
-                               {{"time", "4"}, {"MESSAGE", "4"}}}};
-        JournalReader reader(row.selection);
-        std::string read;
-        for (const bool isLater : {false, true}) {
-            if (isLater)
-                journal.entries.push_back({{"time", "5"}, {"MESSAGE", "+"}});
-            while (const auto entry = reader.next())
-                read += entry->text;
-        }
-        EXPECT_EQ(journal.selected, row.selected);
-        EXPECT_EQ(read, row.read);
-    }
-}
 
 /// An entry, and what it looks like in the logs.
 struct LogEntry {
@@ -240,13 +104,11 @@ TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
 TEST(StandardErrorLogTest, ShowsPrivateDataOnlyOnRequest)
 {
     constexpr const char* name = "QUORVANE_LOG_PRIVATE_DATA";
-    const char* previous = std::getenv(name);
-    const std::string restored = previous == nullptr ? "" : previous;
     for (const char* value : {"", "1", "shown", "show"}) {
         ::setenv(name, value, 1);
         EXPECT_EQ(privateDataFromEnvironment() == PrivateData::shown, value == std::string("show")) << value;
     }
-    ::setenv(name, restored.c_str(), 1);
+    ::unsetenv(name);
 }
 
 TEST(AdapterLogTest, EscapesUnprintableCharacters)
