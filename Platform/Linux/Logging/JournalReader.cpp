@@ -5,14 +5,12 @@
 #include "Platform/Storage/FileDescriptor.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <limits>
 #include <system_error>
-#include <systemd/sd-id128.h>
 #include <systemd/sd-journal.h>
 #include <utility>
 
@@ -56,15 +54,6 @@ bool hasJournalFiles()
     return false;
 }
 
-/// Needed because PIDs are unique only within one boot.
-std::string bootIdentifier()
-{
-    sd_id128_t boot{};
-    checked(sd_id128_get_boot(&boot));
-    std::array<char, SD_ID128_STRING_MAX> text{};
-    return sd_id128_to_string(boot, text.data());
-}
-
 } // namespace
 
 bool JournalEntry::isFrom(std::string_view name) const
@@ -100,10 +89,6 @@ JournalReader::JournalReader(Selection selection) : m_selection(std::move(select
     match(JournalFields::identifier, m_selection.identifier);
     if (m_selection.user)
         match(JournalFields::user, std::to_string(*m_selection.user));
-    if (m_selection.process) {
-        match("_PID", std::to_string(*m_selection.process));
-        match("_BOOT_ID", bootIdentifier());
-    }
     for (const auto level :
          {LogType::debug, LogType::info, LogType::default_, LogType::error, LogType::fault}) {
         if (level >= m_selection.lowestLevel)

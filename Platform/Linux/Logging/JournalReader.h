@@ -50,8 +50,6 @@ public:
         std::string identifier;
         /// Selects entries of this user, written by a program named like `identifier` or unknown.
         std::optional<uid_t> user = {};
-        /// Selects entries of this process in the current boot.
-        std::optional<pid_t> process = {};
         LogType lowestLevel = LogType::debug;
         std::optional<Date> since = {};
         /// Selects this many of the newest existing entries.
