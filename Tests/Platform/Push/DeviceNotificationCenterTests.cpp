@@ -1,5 +1,6 @@
-#include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Push/DeviceNotificationCenter.h"
+
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/Push/PendingNotifications.h"
 #include "Platform/Push/ShellState.h"
 #include "Tests/Fakes/FakeShell.h"
@@ -26,9 +27,9 @@ struct Device : UserNotificationCenterDelegate {
     static std::shared_ptr<Device> make(AuthorizationStatus status = AuthorizationStatus::authorized)
     {
         auto device = std::make_shared<Device>();
+        device->state.setAuthorizationStatus(status);
         device->center.setDelegate(device);
         device->scheduler.runUntilIdle();
-        device->state.setAuthorizationStatus(status);
         return device;
     }
     void willPresent(const UserNotification& notification, const PresentationCompletion& completion) override
@@ -47,14 +48,23 @@ struct Device : UserNotificationCenterDelegate {
                        [this](auto refusal) { refusals.push_back(refusal); });
         scheduler.runUntilIdle();
     }
-    /// `presenter` becomes available `count` times.
-    void makeAvailable(FakeNotificationPresenter& presenter, int count = 1)
+    void makeAvailable(FakeNotificationPresenter& presenter)
     {
         const auto shownCount = presenter.shown.size();
         presenter.isWorking = true;
-        for (int time = 0; time < count; ++time)
-            presenter.becomeAvailable();
+        presenter.becomeAvailable();
         EXPECT_EQ(presenter.shown.size(), shownCount) << "shown inside the call";
+        scheduler.runUntilIdle();
+    }
+    /// `presenter` becomes available twice while it shows the first notification.
+    void makeAvailableSlowly(FakeNotificationPresenter& presenter)
+    {
+        presenter.isSlow = true;
+        makeAvailable(presenter);
+        makeAvailable(presenter);
+        EXPECT_EQ(presenter.shown.size(), 1U) << "one at a time";
+        presenter.isSlow = false;
+        presenter.complete(true);
         scheduler.runUntilIdle();
     }
 
@@ -78,47 +88,42 @@ TEST(DeviceNotificationCenterTest, AllRequestsReceiveTheUsersOneDecision)
     for (const bool isGranted : {true, false}) {
         Device device;
         std::string events;
-        const auto request = [&] {
-            device.center.requestAuthorization(AuthorizationOptions::alert, [&](bool granted, auto error) {
-                events += error ? "failed " : granted ? "granted " : "denied ";
+        const auto request = [&](Push::DeviceNotificationCenter& center) {
+            center.requestAuthorization(AuthorizationOptions::alert, [&](bool granted, auto error) {
+                events += granted ? "granted " : error ? "failed " : "denied ";
             });
-            device.center.getNotificationSettings([&](NotificationSettings settings) {
+            center.getNotificationSettings([&](NotificationSettings settings) {
                 events += settings.authorizationStatus == notDetermined ? "unknown "
                           : settings.authorizationStatus == authorized  ? "authorized "
                                                                         : "refused ";
             });
             events += "| ";
+            device.scheduler.runUntilIdle();
         };
-        request();
-        request();
-        device.scheduler.runUntilIdle();
+        Push::DeviceNotificationCenter withoutScreen(
+            {device.state, device.scheduler.mainQueue, nullptr, {}});
+        request(withoutScreen);
+        request(device.center);
+        request(device.center);
         ASSERT_EQ(device.prompt.requests.size(), 1U);
         device.prompt.requests.front()(isGranted);
-        request();
-        device.scheduler.runUntilIdle();
-        EXPECT_EQ(events, isGranted ? "| | unknown unknown granted granted | granted authorized "
-                                    : "| | unknown unknown denied denied | denied refused ");
+        request(device.center);
+        EXPECT_EQ(events, std::string("| failed unknown | unknown | unknown ") +
+                              (isGranted ? "granted granted | granted authorized "
+                                         : "denied denied | denied refused "));
     }
 }
 
-TEST(DeviceNotificationCenterTest, RequestFailsWithoutAScreen)
+TEST(ShellStateTest, StoresOnlyAKnownDecision)
 {
-    Device device;
-    Push::DeviceNotificationCenter center({device.state, device.scheduler.mainQueue, nullptr, {}});
-    std::optional<Error> failure;
-    center.requestAuthorization(AuthorizationOptions::alert, [&](bool isGranted, std::optional<Error> error) {
-        EXPECT_FALSE(isGranted);
-        failure = std::move(error);
-    });
-    device.scheduler.runUntilIdle();
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(device.state.authorizationStatus(), AuthorizationStatus::notDetermined);
-    EXPECT_TRUE(device.state.setAuthorizationStatus(AuthorizationStatus::denied));
-    EXPECT_TRUE(device.state.setAuthorizationStatus(AuthorizationStatus::notDetermined));
-    EXPECT_TRUE(device.store.values.empty());
+    FakeUserDefaults store;
+    Push::ShellState state(store);
+    EXPECT_TRUE(state.setAuthorizationStatus(AuthorizationStatus::denied));
+    EXPECT_TRUE(state.setAuthorizationStatus(AuthorizationStatus::notDetermined));
+    EXPECT_TRUE(store.values.empty());
     for (const int unknown : {-1, 5}) {
-        device.store.set("NotificationAuthorization", unknown);
-        EXPECT_EQ(device.state.authorizationStatus(), AuthorizationStatus::notDetermined);
+        store.set("NotificationAuthorization", unknown);
+        EXPECT_EQ(state.authorizationStatus(), AuthorizationStatus::notDetermined);
     }
 }
 
@@ -214,12 +219,7 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     device->makeAvailable(server);
     EXPECT_TRUE(server.shown.empty()) << "the user has denied permission";
     device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
-    server.isSlow = true;
-    device->makeAvailable(server, 2);
-    ASSERT_EQ(server.shown.size(), 1U) << "one at a time";
-    server.isSlow = false;
-    server.complete(true);
-    device->scheduler.runUntilIdle();
+    device->makeAvailableSlowly(server);
     ASSERT_EQ(server.shown.size(), limit);
     EXPECT_EQ(server.shown.front().notification.title, "1");
     EXPECT_EQ(server.shown.front().options, 27U);
@@ -256,12 +256,7 @@ TEST(DeviceNotificationCenterTest, StoredNotificationIsNotShownRepeatedlyWhenThe
 TEST(DeviceNotificationCenterTest, ForegroundNotificationsWaitInMemoryUpToALimit)
 {
     constexpr std::size_t limit = Push::DeviceNotificationCenter::maximumWaitingCount;
-    const auto device = std::make_shared<Device>();
-    device->state.setAuthorizationStatus(AuthorizationStatus::authorized);
-    device->center.setDelegate(device);
-    device->center.deliver({"early", "", {}, {}}, true, [](auto) {});
-    EXPECT_TRUE(device->presented.empty()) << "the delegate is set on the main queue";
-    device->scheduler.runUntilIdle();
+    const auto device = Device::make();
     device->first.isWorking = device->second.isWorking = false;
     for (std::size_t number = 0; number < limit + 2; ++number) {
         device->presentationOptions = PresentationOptions::banner;
@@ -273,15 +268,13 @@ TEST(DeviceNotificationCenterTest, ForegroundNotificationsWaitInMemoryUpToALimit
     auto& server = device->second;
     server.becomeAvailable(); // But it fails.
     device->scheduler.runUntilIdle();
-    server.isSlow = true;
-    device->makeAvailable(server, 2);
-    ASSERT_EQ(server.shown.size(), 1U) << "one at a time";
-    server.isSlow = false;
-    server.complete(true);
-    device->scheduler.runUntilIdle();
+    device->makeAvailableSlowly(server);
     ASSERT_EQ(server.shown.size(), limit);
     EXPECT_EQ(server.shown.front().notification.title, "2");
     EXPECT_EQ(server.shown.front().options, PresentationOptions::banner);
+    device->center.setDelegate({}); // Takes effect on the main queue.
+    device->deliver("last", true);
+    EXPECT_EQ(device->presented.back(), "last");
 }
 
 } // namespace
