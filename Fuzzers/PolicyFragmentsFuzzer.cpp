@@ -58,7 +58,7 @@ public:
 private:
     [[nodiscard]] fs::path path(std::size_t index) const { return m_folder.path(names.at(index)); }
 
-    /// Each file sets a key of its own, and one that all files set.
+    /// Each file sets its own key and a key that all files share.
     void write(std::size_t index, bool isDamaged)
     {
         File& file = m_files.at(index);

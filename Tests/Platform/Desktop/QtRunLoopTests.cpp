@@ -63,7 +63,7 @@ TEST_F(QtRunLoopTest, TimerFiresOnceUnlessCancelled)
     const auto invalidated = loop.scheduledTimer(5ms, into("invalidated"));
     auto destroyed = loop.scheduledTimer(5ms, into("destroyed"));
     std::unique_ptr<Timer> restarted;
-    const TimerScheduler::Block restart = [&, name = std::string("restarting, as a text on the heap")] {
+    const TimerScheduler::Block restart = [&, name = std::string("restarting, stored on the heap")] {
         restarted = loop.scheduledTimer(5ms, [&] { loop.quit(); }); // Destroys the timer that fires.
         fired.push_back(name);
     };
@@ -74,8 +74,8 @@ TEST_F(QtRunLoopTest, TimerFiresOnceUnlessCancelled)
     invalidated->invalidate();
     destroyed.reset();
     loop.run();
-    EXPECT_EQ(fired, (std::vector<std::string>{"immediate", "sooner", "later",
-                                               "restarting, as a text on the heap"}));
+    EXPECT_EQ(fired,
+              (std::vector<std::string>{"immediate", "sooner", "later", "restarting, stored on the heap"}));
     sooner->invalidate();
 }
 

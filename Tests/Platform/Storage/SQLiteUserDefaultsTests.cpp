@@ -32,7 +32,7 @@ TEST_F(SQLiteUserDefaultsTest, FilesArePrivateAndReadableWithSQL)
 {
     const mode_t umaskBefore = ::umask(0);
     const auto defaults = open();
-    defaults->set("a", "text");
+    defaults->set("k", "text");
     defaults->set("b", true);
     const int before = syncedLogCount;
     defaults->set("c", Date{1.5});
@@ -45,7 +45,7 @@ TEST_F(SQLiteUserDefaultsTest, FilesArePrivateAndReadableWithSQL)
     const SQLite::Database second(file.string(), SQLite::OPEN_READONLY);
     SQLite::Statement all(second, "SELECT group_concat(key || ' ' || type || ' ' || value) FROM defaults");
     all.executeStep();
-    EXPECT_EQ(all.getColumn(0).getString(), "a text text,b boolean 1,c date 1.5");
+    EXPECT_EQ(all.getColumn(0).getString(), "b boolean 1,c date 1.5,k text text");
 }
 
 TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissing)
