@@ -12,12 +12,27 @@ private:
     std::shared_ptr<bool> m_validity;
 };
 
+void ManualScheduler::Queue::async(Work work)
+{
+    const std::lock_guard lock(m_mutex);
+    m_waiting.push_back(std::move(work));
+    m_itemAdded.notify_one();
+}
+
+bool ManualScheduler::Queue::waitForItem()
+{
+    std::unique_lock lock(m_mutex);
+    return m_itemAdded.wait_for(lock, std::chrono::seconds(20), [this] { return !m_waiting.empty(); });
+}
+
 bool ManualScheduler::Queue::runNext()
 {
+    std::unique_lock lock(m_mutex);
     if (m_waiting.empty())
         return false;
     const Work work = std::move(m_waiting.front());
     m_waiting.pop_front();
+    lock.unlock();
     const bool wasRunning = std::exchange(m_isRunning, true); // Work may run the scheduler, too.
     work();
     m_isRunning = wasRunning;

@@ -5,9 +5,11 @@
 #include "Platform/Timer.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 
 /// Clock, timers and queues on the test's thread. Work runs only when the test calls `runUntilIdle()`,
 /// `advance()` or `Queue::runNext()`.
@@ -15,7 +17,10 @@ class ManualScheduler final : public Platform::Clock, public Platform::TimerSche
 public:
     class Queue final : public Platform::DispatchQueue {
     public:
-        void async(Work work) override { m_waiting.push_back(std::move(work)); }
+        /// Any thread, unlike everything else.
+        void async(Work work) override;
+        /// Waits until there is an item; returns false after 20 s.
+        bool waitForItem();
         /// Runs the next work item; returns false if the queue is empty.
         bool runNext();
         /// Returns whether one of its items is running. Fakes and tests use it to check where they are
@@ -23,6 +28,8 @@ public:
         [[nodiscard]] bool isRunning() const { return m_isRunning; }
 
     private:
+        std::mutex m_mutex;
+        std::condition_variable m_itemAdded;
         std::deque<Work> m_waiting;
         bool m_isRunning = false;
     };

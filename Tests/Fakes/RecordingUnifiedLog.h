@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/AdapterLog.h"
 #include "Platform/UnifiedLog.h"
 
 #include <mutex>
@@ -10,6 +11,9 @@
 /// Records every log entry. Threads: any.
 class RecordingUnifiedLog final : public Platform::UnifiedLog {
 public:
+    /// The log of the adapters, which writes to this one.
+    const Platform::AdapterLog adapterLog{*this, "test"};
+
     struct Entry {
         std::string subsystem;
         std::string category;

@@ -1,4 +1,3 @@
-#include "Platform/Desktop/QtRunLoop.h"
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/NotificationCenter.h"
@@ -12,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -26,32 +24,24 @@ namespace {
 /// Runs each test with the fake and with the device's own domains.
 class UserDefaultsContractTest : public testing::TestWithParam<bool> {
 protected:
-    UserDefaultsContractTest() { device.announceChanges(watcher, center, loop); }
-    /// Delivers pending change notifications until `isDone` returns true, for a limited time.
+    UserDefaultsContractTest() { device.announceChanges(watcher, center, mainQueue); }
+    /// Delivers change notifications until `isDone` returns true, for a limited time.
     void settle(const std::function<bool()>& isDone)
     {
-        const auto giveUp = loop.scheduledTimer(20s, [this] { loop.quit(); });
-        const auto token =
-            center.addObserver(UserDefaults::didChangeNotification, nullptr, &loop, [&](const Notification&) {
-                if (isDone())
-                    loop.quit();
-            });
-        if (!isDone())
-            loop.run();
+        while (!isDone() && mainQueue.waitForItem())
+            mainQueue.runNext();
     }
 
-    int argc = 0;
-    Desktop::QtRunLoop loop{std::make_unique<QCoreApplication>(argc, nullptr)};
+    ManualScheduler::Queue mainQueue;
     TemporaryFolder folder;
     NotificationCenter center;
     RecordingUnifiedLog log;
     SystemClock clock;
-    AdapterLog adapterLog{log, "test"};
-    FakeUserDefaultsDomains fake{center, loop};
+    FakeUserDefaultsDomains fake{center, mainQueue};
     Linux::DeviceDefaults device{{folder.path("state"), {.files = {folder.path("managed.json")}}},
                                  Storage::SQLiteUserDefaults::Access::readWrite,
                                  clock,
-                                 adapterLog};
+                                 log.adapterLog};
     Linux::Files::FileSystemWatcher watcher;
     UserDefaultsDomains& domains = GetParam() ? static_cast<UserDefaultsDomains&>(fake) : device;
 };
@@ -59,12 +49,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(, UserDefaultsContractTest, testing::Bool(),
                          [](const auto& isFake) { return isFake.param ? "Fake" : "SQLite"; });
 
-const Platform::Data allBytes = [] {
-    Platform::Data data;
-    for (int i = 0; i < 256; ++i)
-        data.push_back(static_cast<std::byte>(i));
-    return data;
-}();
+const Platform::Data sampleBytes{std::byte{0}, std::byte{0x7f}, std::byte{0xff}};
 
 TEST_P(UserDefaultsContractTest, ReadsEveryTypeAsWritten)
 {
@@ -79,10 +64,10 @@ TEST_P(UserDefaultsContractTest, ReadsEveryTypeAsWritten)
         true,
         false,
         Date{785'000'000.123},
-        allBytes,
+        sampleBytes,
         Platform::Data{},
         PropertyList::Array{1, "a", PropertyList::Array{}},
-        PropertyList::Dictionary{{"k", Date{1}}, {"n", PropertyList::Dictionary{{"d", allBytes}}}}};
+        PropertyList::Dictionary{{"k", Date{1}}, {"n", PropertyList::Dictionary{{"d", sampleBytes}}}}};
     UserDefaults& suite = *domains.suite("group.example");
     for (const PropertyList& value : values) {
         EXPECT_TRUE(suite.set("key", value)) << value.description();
@@ -162,13 +147,12 @@ TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
 {
     const TemporaryFolder folder;
     RecordingUnifiedLog log;
-    const AdapterLog adapterLog{log, "test"};
     ManualScheduler scheduler;
     NotificationCenter center;
     FakeUserDefaults store;
     OutcomeRecorder outcomes({store, scheduler, scheduler.mainQueue, scheduler});
     Linux::DeviceDefaults defaults({folder.path("state"), {.files = {folder.path("managed.json")}}},
-                                   Storage::SQLiteUserDefaults::Access::readWrite, scheduler, adapterLog);
+                                   Storage::SQLiteUserDefaults::Access::readWrite, scheduler, log.adapterLog);
     defaults.recordErrors(outcomes);
     const auto managed = [&] {
         defaults.reloadPolicy(center, scheduler.mainQueue);

@@ -1,6 +1,5 @@
 #include "Platform/Linux/LocalPushService.h"
 
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/PrivateSocket.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -74,7 +73,7 @@ protected:
         isPeerForeign = false;
     }
     void didRegister(const Data& token) override { tokens.push_back(token); }
-    void didFailToRegister(const Error& error) override { failures.push_back(error.localizedDescription); }
+    void didFailToRegister(const Error&) override { ++failureCount; }
     void didReceive(const PropertyList::Dictionary& payload, Completion completion) override
     {
         ++receivedCount;
@@ -86,7 +85,7 @@ protected:
     void start(bool isRegistering = true, std::chrono::milliseconds peerTime = 20s)
     {
         runOn(mainQueue, [&] {
-            service.emplace(LocalPushService::Ports{store, mainQueue, adapterLog}, socketFile, peerTime);
+            service.emplace(LocalPushService::Ports{store, mainQueue, log.adapterLog}, socketFile, peerTime);
             service->start(*this);
         });
         if (isRegistering)
@@ -114,10 +113,9 @@ protected:
     std::filesystem::path socketFile = folder.path("run/push.sock");
     FakeUserDefaults store;
     RecordingUnifiedLog log;
-    AdapterLog adapterLog{log, "test"};
     Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};
     std::vector<Data> tokens;
-    std::vector<std::string> failures;
+    int failureCount = 0;
     int receivedCount = 0;
     int unreadableCount = 0;
     std::optional<LocalPushService> service;
@@ -125,7 +123,7 @@ protected:
 
 TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
 {
-    for (std::size_t number = 1; number <= 2; ++number) {
+    for (int number = 1; number <= 2; ++number) {
         start(false);
         if (number == 1) {
             EXPECT_THAT(send(), StartsWith("error: the application has not registered"));
@@ -133,13 +131,13 @@ TEST_F(LocalPushServiceTest, KeepsTokenAndServesOneApplication)
         registerDevice();
         EXPECT_EQ(std::filesystem::status(socketFile).permissions(), std::filesystem::perms(0600));
 
-        LocalPushService rival({store, mainQueue, adapterLog}, socketFile);
+        LocalPushService rival({store, mainQueue, log.adapterLog}, socketFile);
         runOn(mainQueue, [&] {
             rival.start(*this);
             rival.registerDevice();
         });
         runOn(mainQueue);
-        EXPECT_EQ(failures.size(), number) << "only one application can listen";
+        EXPECT_EQ(failureCount, number) << "only one application can listen";
         EXPECT_EQ(send(), "ok") << "the first one still listens";
     }
     runOn(mainQueue, [&] { service.reset(); });
@@ -160,7 +158,7 @@ TEST_F(LocalPushServiceTest, FailsRegistrationWhenTokenCannotBeStored)
     store.set("LocalPush.Token", Data(LocalPushService::tokenSize - 1)); // Damaged.
     store.isWritable = false;
     start();
-    EXPECT_EQ(failures.size(), 1U);
+    EXPECT_EQ(failureCount, 1);
     store.isWritable = true;
     registerDevice();
     ASSERT_EQ(tokens.size(), 1U);
@@ -264,11 +262,6 @@ TEST_F(LocalPushServiceTest, DisconnectsSlowPeersAndOtherUsers)
 
 TEST_F(LocalPushServiceTest, ListensOnlyInAPrivateFolder)
 {
-    ::chmod(folder.path().c_str(), 0777);
-    start();
-    EXPECT_THAT(failures,
-                ElementsAre(HasSubstr("can be written by others (mode 0777); set XDG_RUNTIME_DIR")));
-    ::chmod(folder.path().c_str(), 0700);
     folder.write("run/file", "");
     ::chmod(folder.path("run").c_str(), 0777);
     start();

@@ -1,6 +1,5 @@
 #include "Platform/Linux/ProgramUpgrade.h"
 
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
 #include "Platform/Linux/ProgramRestart.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -14,7 +13,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -76,12 +74,11 @@ protected:
         ::close(end);
         scheduler.advance(100ms);
     }
-    /// Returns the exit code of a process that performs the restart: 1 unless it was requested.
-    int exitCodeOfRestart(const std::function<void()>& prepare = [] {})
+    /// Returns the exit code of a child process that performs the restart: 1 unless it was requested.
+    [[nodiscard]] int exitCodeOfRestart() const
     {
         const pid_t child = ::fork();
         if (child == 0) {
-            prepare();
             restart.performIfRequested();
             ::_exit(1);
         }
@@ -108,10 +105,10 @@ protected:
     const pid_t process = start();
     int quitCount = 0;
     RecordingUnifiedLog log;
-    AdapterLog adapterLog{log, "test"};
     ManualScheduler scheduler;
     ProgramRestart restart{{"--background"}, std::to_string(process)};
-    ProgramUpgrade upgrade{{scheduler.mainQueue, scheduler, adapterLog, restart, [this] { ++quitCount; }}};
+    ProgramUpgrade upgrade{
+        {scheduler.mainQueue, scheduler, log.adapterLog, restart, [this] { ++quitCount; }}};
     Files::FileSystemWatcher watcher;
 };
 
@@ -145,11 +142,9 @@ TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
     EXPECT_EQ(quitCount, 1);
     EXPECT_EQ(exitCodeOfRestart(), 42);
     EXPECT_EQ(runs(), "--background --version\n--background\n");
-    const auto cancel = [&] {
-        restart.cancel();
-        restart.request();
-    };
-    EXPECT_EQ(exitCodeOfRestart(cancel), 1) << "the user ends the application";
+    restart.cancel(); // The user ends the application.
+    restart.request();
+    EXPECT_EQ(exitCodeOfRestart(), 1);
 }
 
 TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)

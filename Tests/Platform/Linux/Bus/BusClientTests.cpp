@@ -1,19 +1,16 @@
 #include "Platform/Linux/Bus/BusClient.h"
 
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/Bus/SessionBus.h"
 #include "Platform/Linux/PrivateSocket.h"
 #include "Platform/Linux/SessionBusNames.h"
+#include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 
 #include <gmock/gmock.h>
 
-#include <condition_variable>
 #include <cstdlib>
-#include <deque>
-#include <mutex>
 #include <sys/socket.h>
 #include <thread>
 
@@ -28,37 +25,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// A queue whose work the test runs on its own thread.
-class HeldQueue final : public DispatchQueue {
-public:
-    void async(Work work) override
-    {
-        const std::lock_guard lock(m_mutex);
-        m_waiting.push_back(std::move(work));
-        m_itemAdded.notify_one();
-    }
-    /// Blocks until there is an item; returns false after a timeout.
-    bool waitForItem()
-    {
-        std::unique_lock lock(m_mutex);
-        return m_itemAdded.wait_for(lock, 20s, [this] { return !m_waiting.empty(); });
-    }
-    void runNext()
-    {
-        ASSERT_TRUE(waitForItem()) << "nothing arrived";
-        std::unique_lock lock(m_mutex);
-        const Work work = std::move(m_waiting.front());
-        m_waiting.pop_front();
-        lock.unlock();
-        work();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_itemAdded;
-    std::deque<Work> m_waiting;
-};
-
 /// A connection to the bus with one client.
 struct Party {
     Party() { bus.start(); }
@@ -67,6 +33,12 @@ struct Party {
     /// Has the same effect as the exit of the bus daemon.
     void loseBus() { ::shutdown(bus.connection().getEventLoopPollData().fd, SHUT_RDWR); }
 
+    /// Runs the next item of the queue when it arrives.
+    void runNext()
+    {
+        ASSERT_TRUE(queue.waitForItem()) << "nothing arrived";
+        queue.runNext();
+    }
     /// Waits for a log line.
     Lines logged()
     {
@@ -78,9 +50,8 @@ struct Party {
     }
 
     RecordingUnifiedLog log;
-    AdapterLog adapterLog{log, "test"};
-    HeldQueue queue;
-    SessionBus bus{adapterLog};
+    ManualScheduler::Queue queue;
+    SessionBus bus{log.adapterLog};
     std::optional<BusClient> client{std::in_place, bus, queue};
 };
 
@@ -132,7 +103,7 @@ struct BusClientTest : testing::Test {
     void hold(const std::string& word)
     {
         call(*app, to("Hold"), word);
-        server.queue.runNext();
+        server.runNext();
         EXPECT_THAT(std::exchange(events, {}), ElementsAre("held " + word));
     }
 
@@ -159,11 +130,11 @@ TEST_F(BusClientTest, DeliversRepliesAndErrors)
     for (const auto& [question, answer] : cases) {
         call(*app, question);
         EXPECT_THAT(events, IsEmpty()) << "inside the call";
-        app->queue.runNext();
+        app->runNext();
         EXPECT_THAT(std::exchange(events, {}), ElementsAre(StartsWith(answer))) << question.method;
     }
     call(*app, to("Hold", 50ms), std::string("too long"));
-    app->queue.runNext();
+    app->runNext();
     EXPECT_THAT(events, ElementsAre(testing::ContainsRegex("(NoReply|Timeout|TimedOut|ETIMEDOUT): ")));
 }
 
@@ -176,8 +147,8 @@ TEST_F(BusClientTest, SendsOnlyTheFirstAnswerFromAnyThread)
         held.at(0).fail("changed my mind");
         held.at(0).reply(std::uint32_t{1});
     }).join();
-    app->queue.runNext();
-    app->queue.runNext();
+    app->runNext();
+    app->runNext();
     EXPECT_THAT(events, ElementsAre("2", "org.freedesktop.DBus.Error.Failed: changed my mind"));
 }
 
@@ -189,12 +160,12 @@ TEST_F(BusClientTest, DropsAnswersAfterTheServerIsDestroyed)
                                 {"test.Interface", "Hold", "", "u", true,
                                  [&](const BusRequest& each) { return [&, each] { request = each; }; }});
     call(*app, {other->uniqueName(), "/test", "test.Interface", "Hold", 20s});
-    other->queue.runNext();
+    other->runNext();
     other->client.reset();
     request->reply(std::uint32_t{1});
     other.reset();
     request->reply(std::uint32_t{1});
-    app->queue.runNext();
+    app->runNext();
     EXPECT_THAT(events, ElementsAre(StartsWith("org.freedesktop.DBus.Error.NoReply: ")));
 }
 
@@ -208,13 +179,13 @@ TEST_F(BusClientTest, DeliversNothingAfterDestruction)
     call(*app, to("Number"));
     ASSERT_TRUE(app->queue.waitForItem());
     app->client.emplace(app->bus, app->queue);
-    app->queue.runNext();
+    app->runNext();
     // While a signal is queued.
     watch();
     server.client->claimName("test.Name");
     ASSERT_TRUE(app->queue.waitForItem());
     app->client.emplace(app->bus, app->queue);
-    app->queue.runNext();
+    app->runNext();
     // Before there is an answer.
     hold("word");
     app->client.emplace(app->bus, app->queue);
@@ -229,7 +200,7 @@ TEST_F(BusClientTest, DeliversNothingAfterDestruction)
     EXPECT_THAT(events, IsEmpty());
     call(*app, to("Word"));
     while (events.empty() && !HasFatalFailure())
-        app->queue.runNext();
+        app->runNext();
     EXPECT_THAT(events, ElementsAre("a reply of another type"));
 }
 
@@ -258,9 +229,9 @@ TEST_F(BusClientTest, ReportsNameOwnersInOrder)
     EXPECT_TRUE(second.client->claimName("test.Names.b"));
     first.reset();
     for (int count = 0; count < 3; ++count)
-        app->queue.runNext();
+        app->runNext();
     EXPECT_TRUE(second.client->claimName("test.Names.a"));
-    app->queue.runNext();
+    app->runNext();
     EXPECT_THAT(events, ElementsAre("test.Names.a " + firstName, "test.Names.b " + second.uniqueName(),
                                     "test.Names.a ", "test.Names.a " + second.uniqueName()));
 }
@@ -269,11 +240,11 @@ TEST_F(BusClientTest, FailsCallsWhenTheConnectionIsLost)
 {
     hold("word");
     app->loseBus();
-    app->queue.runNext();
+    app->runNext();
     EXPECT_EQ(events.size(), 1U) << "the pending call";
     call(*app, to("Number"));
     EXPECT_EQ(events.size(), 1U) << "inside the call";
-    app->queue.runNext();
+    app->runNext();
     EXPECT_EQ(events.size(), 2U) << "the next call";
     EXPECT_TRUE(app->client->claimName("test.Name"));
     EXPECT_THROW(app->client->watchNames("arg0='a.b'", [](const auto&, const auto&) {}), std::runtime_error);
@@ -283,36 +254,31 @@ TEST_F(BusClientTest, FailsCallsWhenTheConnectionIsLost)
     held.back().reply(std::uint32_t{1});
 }
 
-/// Sets the address of the session bus while it exists.
-struct BusAddress {
-    explicit BusAddress(const std::string& address) { ::setenv(name, address.c_str(), 1); }
-    ~BusAddress() { ::setenv(name, previous.c_str(), 1); }
-
-    static constexpr const char* name = "DBUS_SESSION_BUS_ADDRESS";
-    const std::string previous = std::getenv(name);
-};
-
 TEST(SessionBusNamesTest, ListsRunningAndStartableNamesInLimitedTime)
 {
     using Platform::Linux::SessionBusNames;
-    Party party;
-    party.client->claimName("test.Running");
-    const SessionBusNames names = SessionBusNames::query(20s);
-    EXPECT_TRUE(names.running.contains("test.Running"));
-    EXPECT_FALSE(names.startable.contains("test.Running"));
-    EXPECT_TRUE(names.startable.contains("org.freedesktop.DBus"));
-
+    {
+        Party party;
+        party.client->claimName("test.Running");
+        const SessionBusNames names = SessionBusNames::query(20s);
+        EXPECT_TRUE(names.running.contains("test.Running"));
+        EXPECT_FALSE(names.startable.contains("test.Running"));
+        EXPECT_TRUE(names.startable.contains("org.freedesktop.DBus"));
+    }
     const TemporaryFolder folder;
     const std::string file = folder.path("bus");
     const std::pair<std::string, const char*> cases[] = {{"unix:path=" + file, "it does not respond"},
                                                          {"unix:path=/none", "No such file"}};
     // Accepts connections but sends nothing.
     const auto silent = Platform::Linux::listenOnPrivateSocket(file);
+    constexpr const char* variable = "DBUS_SESSION_BUS_ADDRESS";
+    const std::string previous = std::getenv(variable);
     for (const auto& [address, reason] : cases) {
-        const BusAddress changed(address);
+        ::setenv(variable, address.c_str(), 1);
         EXPECT_THAT([] { SessionBusNames::query(100ms); },
                     testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(reason)));
     }
+    ::setenv(variable, previous.c_str(), 1);
 }
 
 } // namespace

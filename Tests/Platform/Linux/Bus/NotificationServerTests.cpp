@@ -21,7 +21,6 @@ namespace {
 using Text = std::string;
 using Strings = std::vector<Text>;
 using Values = PropertyList::Dictionary;
-using Record = std::function<void(const Text& event)>;
 using namespace PresentationOptions;
 constexpr const char* serverName = "org.freedesktop.Notifications";
 /// How a notification ends: by its action, or for one of the protocol's reasons.
@@ -31,40 +30,41 @@ enum End : std::uint32_t { tapped, expired, dismissed, closed };
 struct FakeServer {
     enum class Behavior { accepting, slow, refusing };
     /// If `capabilities` is empty, GetCapabilities fails; if it is "silent", it never returns.
-    FakeServer(const Strings& capabilities, const Record& record, const char* name = serverName)
+    FakeServer(const Strings& capabilities, Transcript& transcript, const char* name = serverName)
     {
         const auto add = [this](const char* method, auto work) {
             addMethod(*object, serverName, method, std::move(work));
         };
         add("GetServerInformation", [] { return std::tuple("Fake"s, "us"s, "7"s, "1.2"s); });
-        add("GetCapabilities", [=, this](sdbus::Result<Strings>&& result) {
+        add("GetCapabilities", [=, this, &transcript](sdbus::Result<Strings>&& result) {
             if (capabilities == Strings{"silent"})
                 heldCapabilities = std::move(result);
             else if (capabilities.empty())
                 result.returnError(sdbus::Error(ErrorName("test.No"), ""));
             else
                 result.returnResults(capabilities);
-            record("capabilities?");
+            transcript.add("capabilities?");
         });
-        add("CloseNotification", [=](std::uint32_t id) { record("close " + std::to_string(id)); });
-        add("Notify",
-            [=, this](sdbus::Result<std::uint32_t>&& result, const Text& sender, std::uint32_t replaced,
-                      const Text& icon, const Text& summary, const Text& body, const Strings& actions,
-                      const std::map<Text, sdbus::Variant>& hints, std::int32_t milliseconds) {
-                EXPECT_EQ(sender + icon + hints.at("desktop-entry").get<Text>(), "Appapp.id");
-                EXPECT_EQ(replaced, 0U);
-                EXPECT_EQ(milliseconds, -1);
-                EXPECT_NE(hints.contains("sound-name"), hints.contains("suppress-sound"));
-                held = std::move(result);
-                record(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
-                       std::to_string(hints.at("urgency").get<std::uint8_t>()) +
-                       (hints.at("transient").get<bool>() ? " transient" : "") +
-                       (hints.contains("sound-name") ? " sound" : ""));
-                if (behavior == Behavior::accepting)
-                    held.returnResults(nextId++);
-                else if (behavior == Behavior::refusing)
-                    held.returnError(sdbus::Error(ErrorName("test.No"), "private"));
-            });
+        add("CloseNotification",
+            [&transcript](std::uint32_t id) { transcript.add("close " + std::to_string(id)); });
+        add("Notify", [=, this, &transcript](
+                          sdbus::Result<std::uint32_t>&& result, const Text& sender, std::uint32_t replaced,
+                          const Text& icon, const Text& summary, const Text& body, const Strings& actions,
+                          const std::map<Text, sdbus::Variant>& hints, std::int32_t milliseconds) {
+            EXPECT_EQ(sender + icon + hints.at("desktop-entry").get<Text>(), "Appapp.id");
+            EXPECT_EQ(replaced, 0U);
+            EXPECT_EQ(milliseconds, -1);
+            EXPECT_NE(hints.contains("sound-name"), hints.contains("suppress-sound"));
+            held = std::move(result);
+            transcript.add(summary + '|' + body + '|' + (actions.empty() ? "" : actions.back()) + '|' +
+                           std::to_string(hints.at("urgency").get<std::uint8_t>()) +
+                           (hints.at("transient").get<bool>() ? " transient" : "") +
+                           (hints.contains("sound-name") ? " sound" : ""));
+            if (behavior == Behavior::accepting)
+                held.returnResults(nextId++);
+            else if (behavior == Behavior::refusing)
+                held.returnError(sdbus::Error(ErrorName("test.No"), "private"));
+        });
         publishMethods(*object);
         takeName(*bus, name);
         bus->enterEventLoopAsync();
@@ -95,29 +95,28 @@ class NotificationServerTest : public testing::Test {
 protected:
     NotificationServerTest() { bus.start(); }
     ~NotificationServerTest() override { bus.stop(); }
-    Strings waitForEvents(std::size_t count) { return transcript.take(count); }
     void startServer(const Strings& capabilities)
     {
-        fake.emplace(capabilities, record);
-        EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
+        fake.emplace(capabilities, transcript);
+        EXPECT_THAT(transcript.take(1), ElementsAre("capabilities?"));
     }
     void show(const Text& title, const Text& body = {}, Values aps = {}, unsigned bits = list | banner)
     {
         aps.emplace("alert", Values{{"title", title}, {"body", body}});
         const auto notification = Push::readPushContents({{"aps", aps}}, {}).notification.value();
         const auto done = [this](bool isShown) {
-            record(isShown ? server.information()->name : "not shown");
+            transcript.add(isShown ? server.information()->name : "not shown");
         };
-        mainQueue.async(
-            [=, this] { server.show(notification, bits, done, [=, this] { record("tap " + title); }); });
+        mainQueue.async([=, this] {
+            server.show(notification, bits, done, [=, this] { transcript.add("tap " + title); });
+        });
     }
     Transcript transcript;
-    const Record record = [this](const Text& event) { transcript.add(event); };
     ManualScheduler timers;
     RecordingUnifiedLog log;
-    AdapterLog adapterLog{log, "test"};
-    Linux::Bus::SessionBus bus{adapterLog};
-    Linux::Bus::NotificationServer server{{bus, mainQueue, timers, adapterLog}, {"App", "app.id", "Öffnen"}};
+    Linux::Bus::SessionBus bus{log.adapterLog};
+    Linux::Bus::NotificationServer server{{bus, mainQueue, timers, log.adapterLog},
+                                          {"App", "app.id", "Öffnen"}};
     Linux::WorkerQueue mainQueue{"main", Linux::WorkerQueue::Priority::default_};
     std::optional<FakeServer> fake;
 };
@@ -128,7 +127,7 @@ TEST_F(NotificationServerTest, AdaptsToServerCapabilities)
                               const Values& aps, unsigned options, const Text& call) {
         startServer(capabilities);
         show(title, body, aps, options);
-        EXPECT_THAT(waitForEvents(2), ElementsAre(call, "Fake"));
+        EXPECT_THAT(transcript.take(2), ElementsAre(call, "Fake"));
     };
     shows({"actions", "body", "body-markup"}, "<", "&<>", {{"sound", "x"}}, banner | sound,
           "<|&amp;&lt;&gt;|Öffnen|1 transient sound");
@@ -148,16 +147,16 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
     std::atomic<int> availabilityCount = 0;
     mainQueue.async([&] { server.onAvailable([&] { ++availabilityCount; }); });
     show("too early");
-    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("not shown"));
     startServer({"body"});
     show("of the first");
-    waitForEvents(2);
+    transcript.take(2);
     startServer({"body"});
     fake->end({1}, dismissed);
     for (std::size_t id = 1; id <= Linux::Bus::NotificationServer::maximumShownCount + 1; ++id)
         show(std::to_string(id));
-    waitForEvents(2 * Linux::Bus::NotificationServer::maximumShownCount + 2);
-    FakeServer liar({}, record, "test.Liar");
+    transcript.take(2 * Linux::Bus::NotificationServer::maximumShownCount + 2);
+    FakeServer liar({}, transcript, "test.Liar");
     liar.end({2, 3, 4, 5}, tapped, bus.connection().getUniqueName());
     liar.bus->requestName(ServiceName("test.Flush"));
     fake->object->emitSignal("ActionInvoked").onInterface(serverName).withArguments("no number"s);
@@ -165,40 +164,40 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
     fake->end({6}, closed);
     fake->end({1, 999, 2, 3, 6}, tapped);
     fake->end({2, 4, 5}, dismissed);
-    EXPECT_THAT(waitForEvents(3), ElementsAre("tap 2", "tap 4", "tap 5"));
+    EXPECT_THAT(transcript.take(3), ElementsAre("tap 2", "tap 4", "tap 5"));
     fake->nextId = 7; // A server may reuse the id of a notification that has ended.
     show("7 again");
-    waitForEvents(2);
+    transcript.take(2);
     fake->end({7}, tapped);
-    EXPECT_THAT(waitForEvents(1), ElementsAre("tap 7 again"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("tap 7 again"));
     EXPECT_EQ(availabilityCount, 2);
     log.takeLines();
     const auto isLogged = ElementsAre(testing::EndsWith("does not show notifications: test.No"));
     for (const bool isRepeated : {false, true, false}) {
         fake->behavior = FakeServer::Behavior::refusing;
         show("refused");
-        EXPECT_THAT(waitForEvents(2), ElementsAre("refused|||1", "not shown"));
+        EXPECT_THAT(transcript.take(2), ElementsAre("refused|||1", "not shown"));
         EXPECT_TRUE(isRepeated ? log.takeLines().empty() : testing::Value(log.takeLines(), isLogged));
         if (isRepeated) {
             fake->behavior = FakeServer::Behavior::accepting;
             show("accepted");
-            waitForEvents(2);
+            transcript.take(2);
         }
     }
     startServer({"body"});
     fake->behavior = FakeServer::Behavior::refusing;
     show("refused");
-    waitForEvents(2);
+    transcript.take(2);
     EXPECT_THAT(log.takeLines(), isLogged) << "by another server";
     show("in silence", {}, {{"sound", "x"}}, sound);
-    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("not shown"));
     fake->behavior = FakeServer::Behavior::slow;
     show("late");
-    EXPECT_THAT(waitForEvents(1), ElementsAre("late|||1"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("late|||1"));
     mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
-    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("not shown"));
     fake->held.returnResults(777);
-    EXPECT_THAT(waitForEvents(1), ElementsAre("close 777"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("close 777"));
 }
 
 TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
@@ -206,40 +205,40 @@ TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
     startServer({"silent"});
     show("unheard");
     mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
-    EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+    EXPECT_THAT(transcript.take(1), ElementsAre("not shown"));
     fake->bus->releaseName(ServiceName(serverName));
     {
-        const FakeServer next({"body", "body-markup"}, record);
-        EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
+        const FakeServer next({"body", "body-markup"}, transcript);
+        EXPECT_THAT(transcript.take(1), ElementsAre("capabilities?"));
         fake->heldCapabilities.returnResults(Strings{"body"});
         fake->bus->requestName(ServiceName("test.Flush")); // Returns after the bus has forwarded the reply.
         show("answered after the late reply");
-        waitForEvents(2);
+        transcript.take(2);
         show("T", "<");
-        EXPECT_THAT(waitForEvents(2), ElementsAre("T|&lt;||1", "Fake"));
+        EXPECT_THAT(transcript.take(2), ElementsAre("T|&lt;||1", "Fake"));
     }
     for (const bool isLate : {false, true}) {
         SCOPED_TRACE(isLate);
         startServer({"body"});
         fake->behavior = FakeServer::Behavior::slow;
         show("first");
-        EXPECT_THAT(waitForEvents(1), ElementsAre("first|||1"));
+        EXPECT_THAT(transcript.take(1), ElementsAre("first|||1"));
         if (isLate) {
             mainQueue.async([this] { timers.advance(Linux::Bus::NotificationServer::answerTime); });
-            EXPECT_THAT(waitForEvents(1), ElementsAre("not shown"));
+            EXPECT_THAT(transcript.take(1), ElementsAre("not shown"));
         }
         fake->bus->releaseName(ServiceName(serverName));
-        FakeServer next({"body"}, record);
-        EXPECT_THAT(waitForEvents(1), ElementsAre("capabilities?"));
+        FakeServer next({"body"}, transcript);
+        EXPECT_THAT(transcript.take(1), ElementsAre("capabilities?"));
         fake->held.returnResults(1U);
         fake->bus->requestName(ServiceName("test.Flush"));
         if (!isLate) {
-            EXPECT_THAT(waitForEvents(1), testing::SizeIs(1)) << "shown by the former server";
+            EXPECT_THAT(transcript.take(1), testing::SizeIs(1)) << "shown by the former server";
         }
         next.end({1}, tapped);
         next.nextId = 2;
         show("second");
-        EXPECT_THAT(waitForEvents(2), ElementsAre("second|||1", "Fake"));
+        EXPECT_THAT(transcript.take(2), ElementsAre("second|||1", "Fake"));
     }
 }
 

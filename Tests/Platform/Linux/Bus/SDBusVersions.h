@@ -8,14 +8,7 @@
 #include <utility>
 
 // Fakes use the library directly.
-using Platform::Linux::Bus::BusName;
-using Platform::Linux::Bus::callAsync;
-using Platform::Linux::Bus::ErrorName;
-using Platform::Linux::Bus::InterfaceName;
-using Platform::Linux::Bus::MethodName;
-using Platform::Linux::Bus::ObjectPath;
-using Platform::Linux::Bus::ServiceName;
-using Platform::Linux::Bus::SignalName;
+using namespace Platform::Linux::Bus;
 
 #if __has_include(<sdbus-c++/VTableItems.h>)
 template <typename Function>

@@ -60,11 +60,10 @@ protected:
     TemporaryFolder folder;
     std::string file = "etc/quorvane/managed.json";
     RecordingUnifiedLog log;
-    Platform::AdapterLog adapterLog{log, "test"};
     Platform::Linux::Files::PolicyPlaces places{
         .files = {folder.path("etc/quorvane/managed.plist"), folder.path("etc/quorvane/managed.json")},
         .fragments = folder.path("etc/quorvane/managed.d")};
-    Platform::Linux::Files::ManagedPolicyFile policy{places, adapterLog};
+    Platform::Linux::Files::ManagedPolicyFile policy{places, log.adapterLog};
     std::mutex m_mutex;
     std::condition_variable m_changed;
     /// Called on the watcher's thread for each reported change.

@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <map>
 #include <sstream>
 #include <sys/stat.h>
@@ -15,7 +14,6 @@ using namespace Platform::Storage;
 using namespace Platform::Linux;
 using namespace Platform::Linux::Files;
 using testing::AllOf;
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
@@ -75,10 +73,8 @@ TEST_P(PolicyPartTest, OnlyARegularFileThatOthersCannotWriteIsUsed)
     const Case cases[] = {
         {"chmod 602 $F", false, file + ": can be written by others (mode 0602)"},
         {"chmod 620 $F", false, file + ": can be written by others (mode 0620)"},
-        {"chmod 1602 $F", false, "(mode 1602)"},
         {"chmod 644 $F", true, ""},
         {"chmod 777 ${F%/*}", false, "(mode 0777)"},
-        {"chmod 775 ${F%/*}", false, "(mode 0775)"},
         {"chmod 1775 ${F%/*}", !isFragment, isFragment ? "(mode 1775)" : ""},
         {"chmod 757 etc", false, "etc can be written by others (mode 0757)"},
         {"chmod 1777 etc", true, ""},
@@ -98,7 +94,10 @@ TEST_P(PolicyPartTest, OnlyARegularFileThatOthersCannotWriteIsUsed)
             continue;
         SCOPED_TRACE(row.command);
         shell("rm -rf etc; mkdir -p ${F%/*}; policy 1 > $F; DIR=etc/quorvane; " + row.command);
-        ManagedPolicyFile fresh(places, adapterLog);
+        if (row.line.ends_with("is not a regular file")) {
+            EXPECT_EQ(readPolicyFile(folder.path(file), TrustCheck::skipped).reason, "is not a regular file");
+        }
+        ManagedPolicyFile fresh(places, log.adapterLog);
         for (const bool isFirst : {true, false}) {
             EXPECT_EQ(fresh.dictionary(), row.isUsed ? dictionary(1) : std::nullopt);
             const auto lines = log.takeLines();
@@ -107,19 +106,6 @@ TEST_P(PolicyPartTest, OnlyARegularFileThatOthersCannotWriteIsUsed)
             fresh.reload();
         }
     }
-}
-
-TEST_F(ManagedPolicyFileTest, ReadingAPipeNeitherBlocksNorSucceeds)
-{
-    const auto pipe = folder.path("pipe");
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    ::alarm(20); // Ends this process if the pipe blocks it.
-    for (const auto trustCheck : {TrustCheck::required, TrustCheck::skipped}) {
-        const auto reading = readPolicyFile(pipe, trustCheck, PropertyLists::WithPlaces::no);
-        EXPECT_EQ(reading.state, PolicyFileReading::State::unreadable);
-        EXPECT_EQ(reading.diagnostic(), pipe.string() + ": is not a regular file");
-    }
-    ::alarm(0);
 }
 
 TEST_P(PolicyPartTest, ChangeDuringAReadIsReadNext)
@@ -139,33 +125,15 @@ TEST_F(ManagedPolicyFileTest, WalksPathsLikeTheKernel)
     fs::create_directory_symlink("../a/./b/", folder.path("a/link"));
     fs::create_symlink(folder.path("a/link/../link/file"), folder.path("absolute"));
     fs::create_symlink("loop", folder.path("loop"));
-    struct Case {
-        const char* path;
-        /// The path of the last step.
-        const char* end;
-        int error = 0;
-    };
-    const Case cases[] = {
-        {"a/b/file", "a/b/file"},
-        {"a/link/file", "a/b/file"},
-        {"absolute", "a/b/file"},
-        {"a/../a//b/./file", "a/b/file"},
-        {"a/b/", "a/b"},
-        {"a/none/file", "a/none", ENOENT},
-        {"a/b/file/", "a/b/file", ENOTDIR},
-        {"a/b/file/x", "a/b/file", ENOTDIR},
-        {"loop", "loop", ELOOP},
-        {"../../../../..", "/"},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.path);
-        const PathStep last = walkPath(folder.path(row.path)).back();
-        EXPECT_EQ(last.path, folder.path(row.end));
-        EXPECT_EQ(last.error, row.error);
-        EXPECT_EQ(last.kind == PathStep::Kind::missing, row.error != 0);
-        struct stat status {};
-        EXPECT_EQ(::stat(folder.path(row.path).c_str(), &status) == 0 ? 0 : errno, row.error);
-        EXPECT_TRUE(row.error != 0 || last.status.st_ino == status.st_ino);
+    for (const char* name : {"a/b/file", "a/link/file", "absolute", "a/../a//b/./file", "a/b/", "a/none/file",
+                             "a/b/file/", "a/b/file/x", "loop", "../../../../.."}) {
+        SCOPED_TRACE(name);
+        const PathStep last = walkPath(folder.path(name)).back();
+        std::error_code error;
+        const fs::path path = fs::canonical(folder.path(name), error);
+        EXPECT_EQ(last.error, error.value());
+        EXPECT_EQ(last.kind == PathStep::Kind::missing, last.error != 0);
+        EXPECT_TRUE(error || last.path == path);
     }
 }
 
@@ -231,7 +199,7 @@ TEST_F(FragmentTest, ReplaceKeysInByteOrder)
     };
     for (const auto& [files, expected] : cases) {
         write(files);
-        ManagedPolicyFile fresh(places, adapterLog);
+        ManagedPolicyFile fresh(places, log.adapterLog);
         EXPECT_EQ(text(fresh.dictionary()), expected) << files;
         EXPECT_THAT(log.takeLines(), testing::IsEmpty()) << files;
     }
@@ -244,27 +212,28 @@ TEST_F(FragmentTest, UnusableFileDropsNoKeys)
         const char* expectedBefore;
         const char* after;
         const char* expectedAfter;
-        /// Error lines after the change; equal ones are logged once.
-        std::size_t lineCount;
+        /// Error lines after the change, and what each contains. Equal ones are logged once.
+        std::size_t lineCount = 0;
+        const char* lines = "";
     };
     const Case cases[] = {
-        {"a: k1", "k1", "a: !", "k1", 1},
-        {"a: k1", "k1", "a: ! b: k0 l2", "k1 l2", 1}, // Others still change.
-        {"b: k1 a: l1", "k1 l1", "b: ! a: l2", "k1 l2", 1},
-        {"b: k1", "k1", "b: k2 a: !", "k2", 1},
-        {"b: k1 a: k2", "k2", "b: k1", "k1", 0},
-        {"b: k1 a: l2", "k1 l2", "a: l2", "l2", 0},
-        {"b: k1 a: !", "none", "b: k1 a: l2", "k1 l2", 0}, // Unusable at the start.
-        {"b: ! a: l1", "none", "a: l1", "l1", 0},
-        {"a: !", "none", "a: ! b: k1", "none", 1},
-        {"b: k1", "k1", "b: ! a: ! c: !", "k1", 3},
-        {"b: k1 # a: l1", "none", "b: ! a: l1", "none", 1},
-        {"b: k1 a: l1", "k1 l1", "b: k1 # a: l1", "none", 1},
+        {"a: k1", "k1", "a: !", "k1", 1, "last valid content of this file stays"},
+        {"a: k1", "k1", "a: ! b: k0 l2", "k1 l2", 1, "stays in effect"}, // Others still change.
+        {"b: k1 a: l1", "k1 l1", "b: ! a: l2", "k1 l2", 1, "last valid configuration stays"},
+        {"b: k1", "k1", "b: k2 a: !", "k2", 1, "its keys are not used until"},
+        {"b: k1 a: k2", "k2", "b: k1", "k1"},
+        {"b: k1 a: l2", "k1 l2", "a: l2", "l2"},
+        {"b: k1 a: !", "none", "b: k1 a: l2", "k1 l2"}, // Unusable at the start.
+        {"b: ! a: l1", "none", "a: l1", "l1"},
+        {"a: !", "none", "a: ! b: k1", "none", 1, "no change is applied until"},
+        {"b: k1", "k1", "b: ! a: ! c: !", "k1", 3, "stays in effect|its keys are not used until"},
+        {"b: k1 # a: l1", "none", "b: ! a: l1", "none", 1, "there is no earlier configuration to keep"},
+        {"b: k1 a: l1", "k1 l1", "b: k1 # a: l1", "none", 1, "it counts as missing"},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(std::string(row.before) + ", then " + row.after);
         write(row.before);
-        ManagedPolicyFile fresh(places, adapterLog);
+        ManagedPolicyFile fresh(places, log.adapterLog);
         EXPECT_EQ(text(fresh.dictionary()), row.expectedBefore);
         log.takeLines();
         write(row.after);
@@ -273,12 +242,7 @@ TEST_F(FragmentTest, UnusableFileDropsNoKeys)
             EXPECT_EQ(text(fresh.dictionary()), row.expectedAfter);
             const auto lines = log.takeLines();
             EXPECT_EQ(lines.size(), repetition == 0 ? row.lineCount : 0U);
-            for (const std::string& line : lines)
-                EXPECT_THAT(line, AnyOf(HasSubstr("stays in effect"), HasSubstr("it counts as missing"),
-                                        HasSubstr("there is no earlier"),
-                                        HasSubstr(row.expectedAfter == std::string("none")
-                                                      ? "no change is applied until"
-                                                      : "its keys are not used until")));
+            EXPECT_THAT(lines, testing::Each(testing::ContainsRegex(row.lines)));
         }
     }
 }

@@ -1,4 +1,3 @@
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/Logging/JournalLog.h"
 #include "Platform/Linux/Logging/StandardErrorLog.h"
 #include "Tests/Fakes/ManualScheduler.h"
@@ -114,7 +113,7 @@ TEST(StandardErrorLogTest, ShowsPrivateDataOnlyOnRequest)
 TEST(AdapterLogTest, EscapesUnprintableCharacters)
 {
     RecordingUnifiedLog log;
-    AdapterLog(log, "test").error("/a\nb: malformed (\x1b]0;x\x07)\u202e");
+    log.adapterLog.error("/a\nb: malformed (\x1b]0;x\x07)\u202e");
     EXPECT_THAT(log.takeLines(), testing::ElementsAre("/a\\nb: malformed (\\x1b]0;x\\x07)\\u202e"));
 }
 
