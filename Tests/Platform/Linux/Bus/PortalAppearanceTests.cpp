@@ -1,6 +1,5 @@
 #include "Platform/Linux/Bus/PortalAppearance.h"
 
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/Bus/SessionBus.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -66,9 +65,8 @@ struct PortalAppearanceTest : testing::Test {
 
     std::vector<Appearance> seen;
     RecordingUnifiedLog log;
-    const Platform::AdapterLog adapterLog{log, "test"};
     ManualScheduler::Queue work;
-    Platform::Linux::Bus::SessionBus bus{adapterLog};
+    Platform::Linux::Bus::SessionBus bus{log.adapterLog};
     Platform::Linux::Bus::PortalAppearance appearance{bus, work};
     std::optional<FakePortal> portal;
 };
@@ -127,14 +125,6 @@ TEST_F(PortalAppearanceTest, AppliesSettingChanges)
                                          Appearance{false, false, 1.5}, Appearance{false, true, 1.5}));
 }
 
-TEST_F(PortalAppearanceTest, IgnoresChangesBeforeTheFirstReply)
-{
-    portal.emplace(Settings{{look, {{"color-scheme", Value(1U)}, {"contrast", Value(1U)}}}});
-    portal->change(look, "contrast", Value(1U));
-    portal->change(look, "color-scheme", Value(1U));
-    EXPECT_THAT(observed(1), ElementsAre(Appearance{true, false, 1, true}));
-}
-
 TEST_F(PortalAppearanceTest, FindsARunningPortalAndKeepsItsSettingsUntilAnotherStarts)
 {
     startPortal(darkSettings, {true, false, 1});
@@ -146,6 +136,23 @@ TEST_F(PortalAppearanceTest, FindsARunningPortalAndKeepsItsSettingsUntilAnotherS
     EXPECT_EQ(appearance.current(), late.current());
     portal.emplace(Settings{{desk, {{"text-scaling-factor", Value(2.0)}}}});
     EXPECT_THAT(observed(2), ElementsAre(Appearance{false, false, 2}, Appearance{false, false, 2}));
+}
+
+TEST_F(PortalAppearanceTest, IgnoresEarlyChangesAndTheLateReplyOfAFormerPortal)
+{
+    const FakePortal former(darkSettings);
+    Platform::Linux::Bus::PortalAppearance second(bus, work); // Its request waits in the socket of `former`.
+    observe(second);
+    former.peer->releaseName(ServiceName("org.freedesktop.portal.Desktop"));
+    portal.emplace(Settings{{look, {{"contrast", Value(1U)}}}});
+    portal->change(look, "contrast", Value(1U)); // Included in the reply.
+    const Appearance initial{false, false, 1, true};
+    EXPECT_THAT(observed(2), ElementsAre(initial, initial));
+    while (processPending(*former.peer)) {
+    }
+    former.peer->requestName(ServiceName("test.Flush")); // Returns after the bus has forwarded the reply.
+    portal->change(look, "contrast", Value(0U));
+    EXPECT_THAT(observed(2), ElementsAre(Appearance(), Appearance()));
 }
 
 } // namespace
