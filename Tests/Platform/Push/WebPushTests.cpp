@@ -1,7 +1,9 @@
 #include "Platform/Push/WebPush.h"
 
 #include "Platform/Encoding.h"
+#include "Platform/Push/UnifiedPushRegistration.h"
 #include "Tests/Fakes/Bytes.h"
+#include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <gmock/gmock.h>
@@ -89,6 +91,33 @@ TEST_F(WebPushTest, RejectsAllButOneAuthenticRecord)
                     ThrowsMessage<WebPushError>(HasSubstr(row.first)));
     for (const char* bad : {"A", "AA==", "AB", "AAA\n", "A+A", "AA A"})
         EXPECT_FALSE(decodeBase64URL(bad)) << bad;
+}
+
+TEST(UnifiedPushRegistrationTest, IsARandomUUIDAndRemembersTheReplacedDistributor)
+{
+    FakeUserDefaults store;
+    auto made = UnifiedPushRegistration::make(store).value();
+    EXPECT_THAT(made.token(), testing::MatchesRegex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-"
+                                                    "[0-9a-f]{12}"));
+    for (const char* distributor : {"a", "b"})
+        EXPECT_TRUE(made.setEndpoint(store, distributor, "https://push.example/"));
+    for (const std::size_t size : {101U, 100U}) {
+        store.set("UnifiedPush.Token", std::string(size, 't'));
+        EXPECT_EQ(UnifiedPushRegistration::stored(store).has_value(), size == 100);
+    }
+    EXPECT_EQ(UnifiedPushRegistration::stored(store)->distributor(), "b");
+    EXPECT_EQ(UnifiedPushRegistration::stored(store)->replacedDistributor(), "a");
+}
+
+TEST(UnifiedPushEndpointTest, AcceptsOnlyHttpsAndLoopbackURLs)
+{
+    for (const char* accepted : {"https://a/", "HTTPS://A/", "https://a:1?b", "http://localhost/",
+                                 "hTTp://LocalHost:1/", "http://127.1.2.3/", "http://[::1]:8/"})
+        EXPECT_TRUE(isUsablePushEndpoint(accepted)) << accepted;
+    for (const char* rejected :
+         {"http://a/", "HTTP://a/", "http://localhost.example/", "http://127.0.0.1.example/", "https://",
+          "https:/a", "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", ""})
+        EXPECT_FALSE(isUsablePushEndpoint(rejected)) << rejected;
 }
 
 } // namespace

@@ -1,17 +1,16 @@
 #pragma once
 
-#include "Platform/AdapterLog.h"
 #include "Platform/Linux/Bus/SessionBus.h"
 #include "Platform/Linux/Bus/UnifiedPushService.h"
 #include "Platform/Linux/WorkerQueue.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Fakes/RunOn.h"
 #include "Tests/Platform/Linux/Bus/SDBusVersions.h"
 #include "Tests/Platform/Linux/Bus/Transcript.h"
 
 #include <chrono>
 #include <functional>
-#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -109,30 +108,20 @@ struct Application final : PushServiceListener {
     Application(Transcript& theTranscript, UserDefaults& store, const std::string& chosen = "",
                 std::chrono::seconds answerTime = std::chrono::seconds(20))
         : transcript(theTranscript),
-          service({bus, store, queue, timers, adapterLog}, {application, "Tests", chosen, answerTime})
+          service({bus, store, queue, timers, log.adapterLog}, {application, "Tests", chosen, answerTime})
     {
         bus.start();
         queue.async([this] { service.start(*this); });
     }
     ~Application() override { bus.stop(); }
 
-    /// Runs `work` on the main thread and waits for it.
-    void onMain(const std::function<void()>& work)
-    {
-        std::promise<void> done;
-        queue.async([&] {
-            work();
-            done.set_value();
-        });
-        done.get_future().wait();
-    }
     /// Advances the time after everything that has arrived is processed.
     void advance(std::chrono::seconds time)
     {
         constexpr int turns = 10; // Each turn processes one item.
         for (int turn = 0; turn < turns; ++turn)
-            onMain([] {});
-        onMain([&] { timers.advance(time); });
+            runOn(queue);
+        runOn(queue, [&] { timers.advance(time); });
     }
 
     void registerDevice()
@@ -161,8 +150,7 @@ struct Application final : PushServiceListener {
     /// Used on the main thread.
     ManualScheduler timers;
     RecordingUnifiedLog log;
-    AdapterLog adapterLog{log, "test"};
-    Linux::Bus::SessionBus bus{adapterLog};
+    Linux::Bus::SessionBus bus{log.adapterLog};
     Linux::Bus::UnifiedPushService service;
     Linux::WorkerQueue queue{"main", Linux::WorkerQueue::Priority::default_};
 };
