@@ -35,8 +35,7 @@ bool FakeUserDefaults::removeObject(std::string_view key)
 {
     if (!isWritable || key == managedConfigurationKey)
         return false;
-    if (const auto found = values.find(key); found != values.end())
-        values.erase(found);
+    values.erase(std::string(key));
     ++unsynchronizedCount;
     onChange();
     return true;

@@ -47,28 +47,9 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
         {std::numeric_limits<std::int64_t>::min(), "-9223372036854775808"},
         {0.30000000000000004, "0.3"},
         {8.7, "8.699999999999999"}};
-    const double reals[] = {3.5,
-                            0.1,
-                            1.0,
-                            0.0,
-                            -0.0,
-                            0.0001,
-                            1e-5,
-                            123456.789,
-                            1e15,
-                            9999999999999998.0,
-                            1e16,
-                            12345678901234567.0,
-                            1e22,
-                            1e100,
-                            Limits::lowest(),
-                            Limits::min(),
-                            Limits::denorm_min(),
-                            Limits::infinity(),
-                            -Limits::infinity(),
-                            Limits::quiet_NaN(),
-                            -Limits::quiet_NaN()};
-    for (const double real : reals) {
+    for (const double real :
+         {0.1, 1.0, -0.0, 0.0001, 1e-5, 9999999999999998.0, 1e16, 1e22, Limits::lowest(),
+          Limits::denorm_min(), Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN()}) {
         std::array<char, 32> text{};
         std::snprintf(text.data(), text.size(), "%.16g", real);
         cases.emplace_back(real, text.data());
@@ -78,7 +59,7 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
     const ForeignLocale locale;
     for (const auto& [value, expected] : cases)
         EXPECT_EQ(value.numberText(), expected);
-    EXPECT_EQ(Date{1'234'567.25}.utcText(), "2001-01-15T06:56:07.250Z");
+    EXPECT_EQ(Date{785'000'000.25}.utcText(), "2025-11-16T15:33:20.250Z");
     EXPECT_EQ(Date{252'423'993'600.5}.utcText(), "252423993600.5");
     EXPECT_EQ(Platform::parseDecimal("1234.5"), 1234.5);
     EXPECT_EQ(Platform::parseDecimal("1234,5"), std::nullopt);
@@ -90,25 +71,21 @@ TEST(PropertyListTest, ComparesTypeAndContent)
     EXPECT_EQ(PropertyList(PropertyList::Array{1, "a"}), PropertyList(PropertyList::Array{1, "a"}));
     EXPECT_NE(PropertyList(PropertyList::Array{1, "a"}), PropertyList(PropertyList::Array{true, "a"}));
     EXPECT_NE(PropertyList(1), PropertyList(1.0));
-    EXPECT_NE(PropertyList("1"), PropertyList(1));
     EXPECT_EQ(PropertyList(std::uint64_t{7}), PropertyList(7));
-    EXPECT_NE(PropertyList(PropertyList::Dictionary{}), PropertyList(PropertyList::Array{}));
 }
 
 TEST(DateTest, WritesUTCForEveryNumber)
 {
     const std::pair<double, const char*> cases[] = {
         {0, "2001-01-01T00:00:00.000Z"},
-        {785'000'000.25, "2025-11-16T15:33:20.250Z"},
         {-0.001, "2000-12-31T23:59:59.999Z"},
         {-978'307'200, "1970-01-01T00:00:00.000Z"},
         {252'423'993'599, "9999-12-31T23:59:59.000Z"},
-        {252'423'993'600, "252423993600"},
         {1e300, "1e+300"},
+        {std::numeric_limits<double>::quiet_NaN(), "nan"},
     };
     for (const auto& [seconds, expected] : cases)
         EXPECT_EQ(Date{seconds}.utcText(), expected);
-    EXPECT_EQ(Date{std::numeric_limits<double>::quiet_NaN()}.utcText(), "nan");
     EXPECT_EQ(Date::fromSystemTime(std::chrono::system_clock::time_point{}).secondsSinceReferenceDate,
               -978'307'200);
 }

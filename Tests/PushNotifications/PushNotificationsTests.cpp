@@ -220,12 +220,8 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
                std::to_string(code) + ", description=" + description + "}\n";
     };
     const auto response = [](int status) { return URLResponse{{}, HTTPURLResponse{status, {}}}; };
-    const auto failed = [](Outcome::Kind kind, int code) {
-        return Outcome{Outcome::Result::failed, kind, code};
-    };
-    const auto accepted = [](int status) {
-        return Outcome{Outcome::Result::succeeded, Outcome::Kind::none, status};
-    };
+    using enum Outcome::Result;
+    using Kind = Outcome::Kind;
     const std::string uploaded = "info notifications Device token uploaded to backend\n";
     const std::string skipped = "info notifications Skipping token upload: no device ID in managed config\n";
     const struct {
@@ -236,21 +232,20 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
         /// Without its time.
         std::optional<Outcome> recorded;
     } cases[] = {
-        {"DEV-123", response(204), uploaded, accepted(204)},
-        {"a%2Fb%2e%2E/%41", response(200), uploaded, accepted(200)},
+        {"DEV-123", response(204), uploaded, Outcome{succeeded, Kind::none, 204}},
+        {"a%2Fb%2e%2E/%41", response(200), uploaded, Outcome{succeeded, Kind::none, 200}},
         {"DEV-123", response(500),
          "default network API HTTP error | context={responseBody=, statusCode=500}\n" +
              uploadFailed(1, "HTTP error: 500"),
-         failed(Outcome::Kind::status, 500)},
+         Outcome{failed, Kind::status, 500}},
         {"DEV-123", URLError(URLError::Code::timedOut, "canary"),
          "error network API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
-         "code=-1001, "
-         "description=canary}\n" +
+         "code=-1001, description=canary}\n" +
              uploadFailed(2, "Network error: canary"),
-         failed(Outcome::Kind::network, -1001)},
+         Outcome{failed, Kind::network, -1001}},
         {"a\0b"s, response(200),
          uploadFailed(0, "Invalid base URL: https://acme.corp" + path + "a\0b/token"s),
-         failed(Outcome::Kind::address, 0)},
+         Outcome{failed, Kind::address, 0}},
         {"", response(200), skipped, {}},
         {std::nullopt, response(200), skipped, {}},
     };
@@ -272,7 +267,7 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
         for (auto& [subject, last] : stored)
             last.time = {};
         EXPECT_EQ(stored, recorded ? Outcomes({{Outcome::Subject::upload, *recorded}}) : Outcomes());
-        const bool isRequested = recorded && recorded->kind != Outcome::Kind::address;
+        const bool isRequested = recorded && recorded->kind != Kind::address;
         ASSERT_EQ(session.requests.size(), isRequested ? 1U : 0U);
         if (isRequested) {
             EXPECT_EQ(session.requests[0].url, "https://acme.corp/" + path + *deviceId + "/token");
@@ -287,13 +282,11 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
     handler.didRegisterForRemoteNotifications(token);
     handler.didFailToRegister({"T", "D", 3, "no", {}});
     Core::LoggingConfig::setVerboseLoggingEnabled(false);
-    EXPECT_EQ(
-        log.takeText(),
-        R"(info notifications Remote notifications registered | context={tokenLength=3}
-debug notifications APNs device token: 00ab10
-)" + skipped +
-            R"(error notifications Remote notification registration failed | error={type=T, domain=D, code=3, description=no}
-)");
+    EXPECT_EQ(log.takeText(), "info notifications Remote notifications registered | context={tokenLength=3}\n"
+                              "debug notifications APNs device token: 00ab10\n" +
+                                  skipped +
+                                  "error notifications Remote notification registration failed | "
+                                  "error={type=T, domain=D, code=3, description=no}\n");
 }
 
 } // namespace

@@ -2,14 +2,14 @@
 
 #include "Platform/Linux/ApplicationProcess.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
-#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -18,10 +18,7 @@
 using Platform::Linux::ApplicationProcess;
 using Platform::Linux::InstanceLock;
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::ThrowsMessage;
 using SignalOutcome = InstanceLock::SignalOutcome;
-using WhenSignaled = InstanceLock::WhenSignaled;
 
 namespace {
 
@@ -71,10 +68,9 @@ protected:
         // Left open, so the lock lasts until the process exits.
         return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
     }
-    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds usualTime = 10ms,
-                                             std::chrono::milliseconds exitTime = 10ms) const
+    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds usualTime = 10ms) const
     {
-        return InstanceLock::signalHolder(file, SIGUSR1, usualTime, exitTime);
+        return InstanceLock::signalHolder(file, SIGUSR1, usualTime);
     }
 
     TemporaryFolder folder;
@@ -92,16 +88,17 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
         uid_t user;
         SignalOutcome outcome;
     };
+    const uid_t thisUser = ::geteuid();
     const Case cases[] = {
-        {nullptr, true, ::geteuid(), SignalOutcome::delivered},
-        {nullptr, false, ::geteuid(), SignalOutcome::ended},
-        {"quorvane-md", false, ::geteuid(), SignalOutcome::foreign},
-        {"quorvane-mdm", false, ::geteuid(), SignalOutcome::foreign},
+        {nullptr, true, thisUser, SignalOutcome::delivered},
+        {nullptr, false, thisUser, SignalOutcome::ended},
+        {"quorvane-md", false, thisUser, SignalOutcome::foreign},
+        {"quorvane-mdm", false, thisUser, SignalOutcome::foreign},
         {nullptr, false, 12345, SignalOutcome::foreign},
         {"quorvane-mdm", false, 12345, SignalOutcome::foreign},
     };
     for (const Case& row : cases) {
-        if (row.user != ::geteuid() && ::geteuid() != 0)
+        if (row.user != thisUser && thisUser != 0)
             continue;
         SCOPED_TRACE(&row - cases);
         const Child child([&] {
@@ -121,9 +118,8 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
         }
         const auto process = ApplicationProcess::open(child.process());
         EXPECT_EQ(process.has_value(), holder->program == "quorvane-mdm");
-        EXPECT_EQ(
-            std::ranges::count(ApplicationProcess::all(), child.process(), &ApplicationProcess::identifier),
-            process ? 1 : 0);
+        const auto all = ApplicationProcess::all();
+        EXPECT_EQ(std::ranges::count(all, child.process(), &ApplicationProcess::identifier), process ? 1 : 0);
         if (process) {
             EXPECT_EQ(process->user(), row.user);
             EXPECT_EQ(process->send(SIGUSR1), ApplicationProcess::Outcome::unsupported);
@@ -137,28 +133,6 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
     EXPECT_TRUE(InstanceLock::acquire(file));
 }
 
-TEST_F(InstanceLockTest, HolderShowsWhatItDoesWhenSignaled)
-{
-    for (const auto whenSignaled : {WhenSignaled::opensWindow, WhenSignaled::exits}) {
-        std::optional<InstanceLock> lock;
-        const Child application([&] {
-            lock = InstanceLock::acquire(file, whenSignaled);
-            // Takes longer to exit than the other time limit allows.
-            const auto exitSlowly = [](int) {
-                ::usleep(200'000);
-                ::_exit(0);
-            };
-            return lock && std::signal(SIGUSR1, exitSlowly) != SIG_ERR;
-        });
-        ASSERT_TRUE(application.isReady());
-        EXPECT_EQ(InstanceLock::holder(file)->whenSignaled, whenSignaled);
-        EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::opensWindow));
-        EXPECT_FALSE(InstanceLock::acquire(file, WhenSignaled::exits));
-        const bool isExiting = whenSignaled == WhenSignaled::exits;
-        EXPECT_EQ(signalHolder(isExiting ? 1ms : 20s, isExiting ? 20s : 1ms), SignalOutcome::ended);
-    }
-}
-
 TEST_F(InstanceLockTest, HolderWithoutProcessIdIsUnreachable)
 {
     {
@@ -170,38 +144,22 @@ TEST_F(InstanceLockTest, HolderWithoutProcessIdIsUnreachable)
         EXPECT_FALSE(InstanceLock::acquire(file));
     }
     ASSERT_TRUE(lock());
-    const auto leaveNamespace = [] {
-        return ::unshare(CLONE_NEWPID) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWPID) == 0;
-    };
-    if (!Child(leaveNamespace).isReady())
-        GTEST_SKIP() << "cannot create a PID namespace here";
-    const Child container([&] {
-        if (!leaveNamespace())
-            return false;
-        const pid_t first = ::fork();
-        if (first == 0) {
-            // In this namespace, the holder's PID is 0.
-            const auto holder = InstanceLock::holder(file);
-            ::_exit(holder && !holder->process && signalHolder() == SignalOutcome::unreachable ? 0 : 1);
-        }
-        int status = -1;
-        return ::waitpid(first, &status, 0) == first && status == 0;
+    const auto isUnreachable = runIsolated(CLONE_NEWPID, [&] {
+        // Only a child of this process is in the new namespace. There, the holder's PID is 0.
+        const auto inside = runIsolated(0, [&] { return signalHolder() == SignalOutcome::unreachable; });
+        return inside.value_or(false);
     });
-    EXPECT_TRUE(container.isReady());
+    EXPECT_TRUE(isUnreachable.value_or(true));
 }
 
 TEST_F(InstanceLockTest, AcceptsOnlyARegularFile)
 {
-    const auto expectRefusal = [&](const char* reason) {
-        EXPECT_FALSE(InstanceLock::holder(file));
-        EXPECT_THAT([&] { InstanceLock::acquire(file); },
-                    ThrowsMessage<std::runtime_error>(HasSubstr(reason)));
-    };
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
-    expectRefusal("instance.lock is not a regular file");
+    EXPECT_FALSE(InstanceLock::holder(file));
+    EXPECT_THROW(InstanceLock::acquire(file), std::runtime_error);
     std::filesystem::remove(file);
     std::filesystem::create_symlink("elsewhere", file);
-    expectRefusal("instance.lock is a link");
+    EXPECT_THROW(InstanceLock::acquire(file), std::runtime_error);
     EXPECT_FALSE(std::filesystem::exists(folder.path("elsewhere")));
     const Child lockedElsewhere([&] { return lock(); });
     EXPECT_TRUE(lockedElsewhere.isReady());

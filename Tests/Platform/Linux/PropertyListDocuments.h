@@ -44,8 +44,7 @@ inline std::string binary(const std::vector<std::string>& objects)
            bigEndian(table, 8);
 }
 
-/// Returns a binary document in which each object except the last is an array of `width` references to the
-/// next.
+/// Returns a binary document whose objects, except the last, are arrays of `width` references to the next.
 inline std::string binaryChain(std::size_t levels, std::size_t width)
 {
     std::vector<std::string> objects;
