@@ -2,7 +2,7 @@
 #include "Benchmarks/Figures.h"
 #include "Platform/Push/WebPush.h"
 #include "Tests/Fakes/TemporaryFolder.h"
-#include "Tests/Trials/RegisteredApplication.h"
+#include "Tests/Trials/Distributor.h"
 
 #include <atomic>
 #include <chrono>
@@ -55,8 +55,13 @@ private:
 /// The app and pushes for it.
 class Application {
 public:
-    [[nodiscard]] std::string nextMessage() { return m_application.encrypted(alert(++m_count)); }
-    void deliver(const std::string& message) { m_application.deliver(message); }
+    Application() { m_distributor.registerApplication(); }
+    [[nodiscard]] std::string nextMessage() { return m_distributor.encrypted(alert(++m_count)); }
+    void deliver(const std::string& message)
+    {
+        require(m_distributor.deliver(message) == Distributor::Answer::acknowledged,
+                "a push was not acknowledged");
+    }
     /// Sends pushes without waiting, and returns when the first was acknowledged.
     void startBurst()
     {
@@ -64,19 +69,20 @@ public:
         for (std::size_t number = 0; number < burstCount; ++number)
             messages.push_back(nextMessage());
         for (const std::string& message : messages) {
-            m_application.distributor().send(message, 10s, [this](Distributor::Answer answer) {
+            m_distributor.send(message, 10s, [this](Distributor::Answer answer) {
                 m_isAnyAcknowledged = m_isAnyAcknowledged || answer == Distributor::Answer::acknowledged;
             });
         }
         while (!m_isAnyAcknowledged)
             std::this_thread::sleep_for(1ms);
     }
-    void end() { m_application.end(); }
+    void end() { m_testBed.end(); }
 
 private:
     std::size_t m_count = 0;
     std::atomic<bool> m_isAnyAcknowledged = false;
-    RegisteredApplication m_application{QV_PROGRAMS}; // Destroyed before the flag, which its bus thread sets.
+    TestBed m_testBed{{QV_PROGRAMS, {}}};
+    Distributor m_distributor{m_testBed}; // Destroyed before the flag, which its bus thread sets.
     NotificationServer m_notificationServer;
 };
 

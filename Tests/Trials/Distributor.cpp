@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/DevicePaths.h"
 
+#include <boost/algorithm/hex.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -9,13 +10,14 @@
 #include <cstdlib>
 #include <future>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
 
 namespace {
+
+const std::string application(Platform::Linux::applicationIdentifier);
 
 std::string addressOn(const ThrowawayDevice& device)
 {
@@ -38,24 +40,24 @@ std::unique_ptr<sdbus::IProxy> busProxy(sdbus::IConnection& connection)
 
 } // namespace
 
-Distributor::Distributor(const ThrowawayDevice& device, Behavior behavior)
-    : m_device(device),
+Distributor::Distributor(TestBed& testBed, Behavior behavior)
+    : m_testBed(testBed),
       m_behavior(behavior),
       m_daemon({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
-                "--address=" + addressOn(device)},
-               environmentOf(device))
+                "--address=" + addressOn(testBed.device())},
+               environmentOf(testBed.device()))
 {
     if (!m_daemon.waitForLine("unix:"))
         throw std::runtime_error("cannot start a session bus");
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", addressOn(device).c_str(), 1);
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", addressOn(testBed.device()).c_str(), 1);
     connect();
 }
 
 void Distributor::connect()
 {
     m_bus = sdbus::createSessionBusConnection(BusName("org.unifiedpush.Distributor.Trial"));
-    m_connector = sdbus::createProxy(*m_bus, ServiceName(std::string(Platform::Linux::applicationIdentifier)),
-                                     ObjectPath("/org/unifiedpush/Connector"));
+    m_connector =
+        sdbus::createProxy(*m_bus, ServiceName(application), ObjectPath("/org/unifiedpush/Connector"));
     m_object = sdbus::createObject(*m_bus, ObjectPath("/org/unifiedpush/Distributor"));
     addMethod(
         *m_object, "org.unifiedpush.Distributor2", "Register",
@@ -77,29 +79,53 @@ Distributor::~Distributor()
     m_bus->leaveEventLoop();
 }
 
-bool Distributor::waitForRegistration()
+void Distributor::registerApplication()
 {
-    return m_registrations.try_acquire_for(20s);
+    m_testBed.end();
+    m_testBed.backend().takeRequests();
+    m_testBed.start({"--push", "auto"});
+    expectRegistration();
+    renewEndpoint();
 }
 
-void Distributor::sendEndpoint(const std::string& endpoint)
+void Distributor::expectRegistration()
 {
-    m_connector->callMethod(makeCall("NewEndpoint", {{"endpoint", sdbus::Variant(endpoint)}}));
+    m_testBed.requireWithLog(m_registrations.try_acquire_for(20s), "the application did not register");
 }
 
-void Distributor::installService(const std::filesystem::path& programs)
+void Distributor::renewEndpoint()
+{
+    sendEndpoint();
+    expectUpload();
+}
+
+void Distributor::sendEndpoint()
+{
+    m_endpoint = fmt::format("https://push.example.org/{}", ++m_endpointCount);
+    m_connector->callMethod(makeCall("NewEndpoint", {{"endpoint", sdbus::Variant(m_endpoint)}}));
+}
+
+void Distributor::expectUpload()
+{
+    const auto parsed = [](const std::string& token) {
+        return WebPushSubscription::parse(boost::algorithm::unhex(token));
+    };
+    m_subscription = parsed(
+        m_testBed.takeUpload([&](const std::string& token) { return parsed(token).endpoint == m_endpoint; }));
+}
+
+void Distributor::installService()
 {
     std::filesystem::create_directories(serviceFile().parent_path());
-    m_device.write(serviceFile(), fmt::format("[D-BUS Service]\nName={}\nExec={} --background --log-stderr\n",
-                                              Platform::Linux::applicationIdentifier,
-                                              (programs / "App/quorvane-mdm").string()));
+    m_testBed.device().write(serviceFile(),
+                             fmt::format("[D-BUS Service]\nName={}\nExec={} --background --log-stderr\n",
+                                         application, (m_testBed.programs() / "App/quorvane-mdm").string()));
     reloadServices();
 }
 
 std::filesystem::path Distributor::serviceFile() const
 {
-    return m_device.path("run/dbus-1/services") /
-           std::string(Platform::Linux::applicationIdentifier).append(".service");
+    return m_testBed.device().path("run/dbus-1/services") / (application + ".service");
 }
 
 void Distributor::removeService()
@@ -113,21 +139,6 @@ void Distributor::reloadServices()
     busProxy(*m_bus)->callMethod("ReloadConfig").onInterface("org.freedesktop.DBus");
 }
 
-bool Distributor::endActivated()
-{
-    std::uint32_t process = 0;
-    busProxy(*m_bus)
-        ->callMethod("GetConnectionUnixProcessID")
-        .onInterface("org.freedesktop.DBus")
-        .withArguments(std::string(Platform::Linux::applicationIdentifier))
-        .storeResultsTo(process);
-    const pid_t application = static_cast<pid_t>(process);
-    ::kill(application, SIGTERM);
-    for (int attempt = 0; attempt < 2000 && ::kill(application, 0) == 0; ++attempt)
-        std::this_thread::sleep_for(10ms);
-    return ::kill(application, 0) != 0;
-}
-
 bool Distributor::isApplicationActivatable() const
 {
     std::vector<std::string> names;
@@ -135,10 +146,10 @@ bool Distributor::isApplicationActivatable() const
         ->callMethod("ListActivatableNames")
         .onInterface("org.freedesktop.DBus")
         .storeResultsTo(names);
-    return std::find(names.begin(), names.end(), Platform::Linux::applicationIdentifier) != names.end();
+    return std::find(names.begin(), names.end(), application) != names.end();
 }
 
-bool Distributor::restart(const std::string& endpoint)
+bool Distributor::restart()
 {
     const bool isKnown = isApplicationActivatable();
     m_bus->leaveEventLoop();
@@ -149,7 +160,11 @@ bool Distributor::restart(const std::string& endpoint)
         m_token.clear();
     connect();
     if (isKnown)
-        sendEndpoint(endpoint);
+        sendEndpoint();
+    expectRegistration();
+    if (!isKnown)
+        sendEndpoint();
+    expectUpload();
     return isKnown;
 }
 

@@ -1,5 +1,5 @@
 #include "Tests/Trials/DesktopServices.h"
-#include "Tests/Trials/RegisteredApplication.h"
+#include "Tests/Trials/Distributor.h"
 #include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
 
@@ -84,119 +84,72 @@ void backendDies(TestBed& testBed)
     }
 }
 
-/// An encrypted push to be delivered over the session bus.
-struct EncryptedPush {
-    /// Restarts the application, which registers with `distributor`.
-    EncryptedPush(Distributor& theDistributor, TestBed& testBed, const std::string& title)
-        : distributor(theDistributor), push{title, "ok"}
-    {
-        testBed.end();
-        testBed.backend().takeRequests();
-        testBed.start("auto");
-        testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register");
-        distributor.sendEndpoint("https://push.example.org/1");
-        testBed.expectLine("Device token uploaded");
-        message = encryptWebPush(uploadedSubscription(testBed.backend()), recordedPush(title));
-        before = testBed.device().inspect();
-    }
-    [[nodiscard]] bool isAnswered(Distributor::Answer answer) const
-    {
-        return distributor.deliver(message) == answer;
-    }
-
-    Distributor& distributor;
-    TestBed::Push push;
-    std::string message;
-    StoredState before;
-};
+/// Delivers an encrypted push.
+TestBed::Push deliver(Distributor& distributor, const std::string& title)
+{
+    const auto answer = distributor.deliver(distributor.encrypted(recordedPush(title)));
+    return {title, answer == Distributor::Answer::acknowledged ? "ok" : "error"};
+}
 
 /// A message arrives while another process locks the history.
 void lockedHistory(TestBed& testBed)
 {
-    using enum Distributor::Answer;
-    Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
-    const EncryptedPush sent(distributor, testBed, "while locked");
+    Distributor distributor(testBed);
+    distributor.registerApplication();
+    const char* title = "while locked";
     {
         SQLite::Database database(testBed.device().path("data/quorvane-mdm/com.quorvane.mdm.sqlite"),
                                   SQLite::OPEN_READWRITE);
         const SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-        testBed.requireWithLog(sent.isAnswered(error),
+        testBed.requireWithLog(!deliver(distributor, title).isAcknowledged(),
                                "a push that could not be stored was not answered with an error");
     }
-    testBed.requireWithLog(sent.isAnswered(acknowledged),
-                           "the push is not acknowledged once it can be stored");
-    testBed.requireNothingLost(sent.before, sent.push);
+    const TestBed::Push pushed = deliver(distributor, title);
+    testBed.requireWithLog(pushed.isAcknowledged(), "the push is not acknowledged once it can be stored");
+    testBed.requireNothingLost({}, pushed);
 }
 
 /// An alert arrives while there is neither a window nor a notification server; then the application is
 /// killed.
 void noPresenter(TestBed& testBed)
 {
-    Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
-    const EncryptedPush sent(distributor, testBed, "kept");
-    const auto startWithoutWindow = [&] {
-        testBed.startWithoutWindow();
-        testBed.requireWithLog(distributor.waitForRegistration(),
-                               "the application did not register without a window");
-    };
+    Distributor distributor(testBed);
+    distributor.registerApplication();
     testBed.end();
+    const auto startWithoutWindow = [&] {
+        testBed.start({"--push", "auto", "--background"});
+        distributor.expectRegistration();
+    };
     startWithoutWindow();
-    testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
-                           "a stored alert is not acknowledged");
-    testBed.application().signal(SIGKILL);
-    testBed.application().waitForExit();
+    const TestBed::Push pushed = deliver(distributor, "kept");
+    testBed.requireWithLog(pushed.isAcknowledged(), "a stored alert is not acknowledged");
+    testBed.kill();
     startWithoutWindow();
     DesktopServices desktop;
-    testBed.requireWithLog(desktop.waitForNotification() == sent.push.title, "the alert was not shown later");
+    testBed.requireWithLog(desktop.waitForNotification() == pushed.title, "the alert was not shown later");
     desktop.tap();
     testBed.expectLine("Processed notification from center");
-    testBed.requireNothingLost(sent.before, sent.push);
+    testBed.requireNothingLost({}, pushed);
 }
 
-/// The distributor restarts, with the same endpoint and with others, while the app runs and while it does
-/// not.
+/// The distributor restarts while the app runs and while it does not, but the bus can start it.
 void distributorRestarts(TestBed& testBed)
 {
-    Distributor distributor(testBed.device(), Distributor::Behavior::responsive);
-    distributor.installService(testBed.programs());
-    const EncryptedPush sent(distributor, testBed, "after restarts");
-    const auto endpoint = [](int number) { return fmt::format("https://push.example.org/{}", number); };
-    const auto requireRegistration = [&] {
-        testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register again");
-    };
-    const auto restart = [&](int number) {
-        testBed.requireWithLog(distributor.restart(endpoint(number)), "the app cannot be started by the bus");
-    };
-    const auto requireUploaded = [&](int number) {
-        testBed.requireWithLog(uploadedSubscription(testBed.backend()).endpoint == endpoint(number),
-                               "the uploaded token is not for " + endpoint(number));
-    };
-    const auto requireUploadedByActivated = [&](int number) {
-        testBed.requireWithLog(distributor.waitForActivatedLine("Device token uploaded"),
-                               "started by the bus, the application did not upload its token");
-        requireUploaded(number);
-    };
-    restart(1);
-    requireRegistration();
-    restart(2);
-    requireRegistration();
-    testBed.expectLine("Device token uploaded");
-    requireUploaded(2);
+    Distributor distributor(testBed);
+    distributor.installService();
+    distributor.registerApplication();
+    testBed.requireWithLog(distributor.restart(), "the bus cannot start the app");
 
     testBed.end();
-    restart(3);
-    requireUploadedByActivated(3);
-    testBed.requireWithLog(sent.isAnswered(Distributor::Answer::acknowledged),
+    testBed.requireWithLog(distributor.restart(), "the bus cannot start the app that has ended");
+    testBed.requireWithLog(deliver(distributor, "to the started app").isAcknowledged(),
                            "started by the bus, the application did not acknowledge a push");
-    requireRegistration();
-
     distributor.removeService();
-    testBed.requireWithLog(!distributor.restart(endpoint(1)),
-                           "the stand-in knows an app that the bus cannot start");
-    requireRegistration();
-    distributor.sendEndpoint(endpoint(1));
-    requireUploadedByActivated(1);
-    testBed.requireWithLog(distributor.endActivated(), "the application did not end");
+    testBed.requireWithLog(!distributor.restart(), "the stand-in knows an app that the bus cannot start");
+    const auto ending = testBed.device().startShell(
+        "process=$($QVCTL status --json | grep -o '\"processId\": *[0-9]*' | grep -o '[0-9]*$') && "
+        "kill $process && tail --pid=$process -f /dev/null");
+    require(ending->waitForExit() == 0, "the application did not end");
     testBed.start();
     testBed.expectLine("Configuration manager initialized");
 }
@@ -205,9 +158,9 @@ void distributorRestarts(TestBed& testBed)
 void busDies(TestBed& testBed)
 {
     testBed.end();
-    Distributor distributor(testBed.device(), Distributor::Behavior::silent);
-    testBed.start("auto");
-    testBed.requireWithLog(distributor.waitForRegistration(), "the application did not register");
+    Distributor distributor(testBed, Distributor::Behavior::silent);
+    testBed.start({"--push", "auto"});
+    distributor.expectRegistration();
     const StoredState state = testBed.device().inspect();
     distributor.killBus();
     testBed.change();
@@ -219,14 +172,14 @@ void busDies(TestBed& testBed)
 void busIsSilent(TestBed& testBed)
 {
     testBed.end();
-    Distributor distributor(testBed.device(), Distributor::Behavior::silent);
+    Distributor distributor(testBed, Distributor::Behavior::silent);
     const auto silent = sdbus::createSessionBusConnection();
     for (const char* name : {"org.freedesktop.Notifications", "org.freedesktop.portal.Desktop"})
         silent->requestName(ServiceName(name));
     constexpr auto timeout = 15s; // Less than the default D-Bus timeout of 25 s.
-    testBed.start("auto");
+    testBed.start({"--push", "auto"});
     testBed.expectLine("Configuration manager initialized", timeout);
-    require(distributor.waitForRegistration(), "the dashboard did not appear");
+    distributor.expectRegistration(); // The dashboard has appeared.
     const StoredState state = testBed.device().inspect();
     testBed.change();
     testBed.expectLine("Configuration updated", timeout);

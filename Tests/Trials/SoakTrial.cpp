@@ -1,5 +1,5 @@
 #include "Tests/Trials/DesktopServices.h"
-#include "Tests/Trials/RegisteredApplication.h"
+#include "Tests/Trials/Distributor.h"
 #include "Tests/Trials/Trials.h"
 #include "Tools/Tour/ProcessFigures.h"
 
@@ -62,9 +62,10 @@ void requireNoGrowth(const std::vector<Sample>& samples, std::int64_t Sample::*f
 /// An application under constant load.
 class Soak {
 public:
-    explicit Soak(const TrialPrograms& programs) : m_application(programs.folder, programs.faultLibrary)
+    explicit Soak(const TrialPrograms& programs) : m_testBed(programs), m_distributor(m_testBed)
     {
-        m_application.distributor().installService(programs.folder);
+        m_distributor.installService();
+        m_distributor.registerApplication();
     }
 
     /// Restarts a service of the desktop or moves the clock, each in turn.
@@ -72,7 +73,7 @@ public:
     {
         switch (++m_disturbanceCount % 3) {
         case 0:
-            m_application.restartDistributor();
+            require(m_distributor.restart(), "the session bus cannot start the application");
             break;
         case 1:
             m_desktop.reset();
@@ -80,7 +81,7 @@ public:
             break;
         default:
             constexpr std::int64_t day = 86'400;
-            auto& offset = m_application.faults()->clockOffsetSeconds;
+            auto& offset = m_testBed.faults()->clockOffsetSeconds;
             offset = offset == 0 ? day : 0;
         }
     }
@@ -92,37 +93,39 @@ public:
         std::vector<std::string> apps;
         for (int i = 0; i < 100; ++i)
             apps.push_back(fmt::format("app{}-{}", m_changeCount, i));
-        m_application.device().replacePolicy(m_application.device().policy(apps));
-        require(m_application.process().waitForLine("Configuration updated"), "change {} was not applied",
-                m_changeCount);
+        m_testBed.device().replacePolicy(m_testBed.device().policy(apps));
+        m_testBed.expectLine("Configuration updated");
     }
     void uploadAndPush()
     {
         constexpr int pushesPerUpload = 5;
         ++m_uploadCount;
-        m_application.renewEndpoint();
+        m_distributor.renewEndpoint();
         for (int i = 0; i < pushesPerUpload; ++i) {
-            m_application.deliver(m_application.encrypted(
+            const std::string message = m_distributor.encrypted(
                 fmt::format(R"({{"aps": {{"alert": {{"title": "Message {}", "body": "{:*<500}"}}}}}})",
-                            ++m_pushCount, "")));
+                            ++m_pushCount, ""));
+            require(m_distributor.deliver(message) == Distributor::Answer::acknowledged,
+                    "a push was not acknowledged");
         }
     }
 
     [[nodiscard]] Sample sample()
     {
-        return sampleOf(m_application.device(), m_application.process().processId());
+        return sampleOf(m_testBed.device(), m_testBed.application().processId());
     }
     void end()
     {
-        m_application.end();
-        const StoredState state = m_application.device().inspect();
+        m_testBed.end();
+        const StoredState state = m_testBed.device().inspect();
         fmt::print("{} uploads, {} pushes, {} changes, {} disturbances, version {}, history of {}\n",
                    m_uploadCount, m_pushCount, m_changeCount, m_disturbanceCount, state.configVersion,
                    state.history.size());
     }
 
 private:
-    RegisteredApplication m_application;
+    TestBed m_testBed;
+    Distributor m_distributor;
     std::optional<DesktopServices> m_desktop{std::in_place};
     int m_uploadCount = 0;
     int m_pushCount = 0;

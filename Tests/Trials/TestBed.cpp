@@ -1,6 +1,10 @@
 #include "Tests/Trials/TestBed.h"
 
 #include "Platform/Linux/LocalPushService.h"
+#include "Tools/Backend/PushSender.h"
+
+#include <csignal>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -15,6 +19,19 @@ TestBed::TestBed(const TrialPrograms& programs)
     expectLine("Device token uploaded");
 }
 
+void TestBed::start(const std::vector<std::string>& options)
+{
+    std::vector<std::string> arguments{"--log-stderr"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    m_application = m_device.startApplication(arguments);
+}
+
+void TestBed::kill()
+{
+    m_application->signal(SIGKILL);
+    m_application->waitForExit();
+}
+
 void TestBed::end()
 {
     const auto exitCode = m_application->end();
@@ -24,6 +41,21 @@ void TestBed::end()
 void TestBed::expectLine(std::string_view text, std::chrono::milliseconds timeout)
 {
     requireWithLog(m_application->waitForLine(text, timeout), fmt::format("not logged: {}", text));
+}
+
+std::string TestBed::takeUpload(const std::function<bool(const std::string& token)>& isExpected)
+{
+    for (const auto end = std::chrono::steady_clock::now() + 20s; std::chrono::steady_clock::now() < end;) {
+        for (const TestBackend::Request& request : m_backend->takeRequests()) {
+            const auto token = uploadedToken(request);
+            require(token.has_value(), "incomplete token upload: {}", request.body);
+            if (isExpected(*token))
+                return *token;
+        }
+        std::this_thread::sleep_for(100us);
+    }
+    requireWithLog(false, "the token was not uploaded");
+    return {};
 }
 
 void TestBed::change()

@@ -6,9 +6,11 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// The application on a device with a backend and injected faults. Failed checks throw `Violation` with the
 /// application's log.
@@ -30,18 +32,18 @@ public:
     TestBackend& backend() { return *m_backend; }
     ChildProcess& application() { return *m_application; }
 
-    /// Restarts the application, which must have exited.
-    void start(const std::string& push = "local") { m_application = m_device.start(push); }
-    /// Starts the application without a window, as the session bus does for a push.
-    void startWithoutWindow()
-    {
-        m_application = m_device.startApplication({"--log-stderr", "--push", "auto", "--background"});
-    }
+    /// Starts the application, which must not run, with a readable log. It shows the dashboard and registers.
+    void start(const std::vector<std::string>& options = {"--push", "local"});
     /// Sends SIGTERM and requires exit code 0.
     void end();
+    void kill();
     void endBackend() { m_backend.reset(); }
 
     void expectLine(std::string_view text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
+    /// Waits for the upload of a token that `isExpected` and returns the token, hexadecimal.
+    std::string takeUpload(const std::function<bool(const std::string& token)>& isExpected = [](const auto&) {
+        return true;
+    });
     /// Changes the policy without waiting for the update.
     void change();
     Push push();
