@@ -15,9 +15,9 @@
 #include <string_view>
 
 /// A session bus for the device of a test bed, with a push distributor on it that behaves like KDE's: when it
-/// starts, it drops the registration of an application that the bus cannot start, and announces the endpoint
-/// of any other again. It keeps a message that is answered with an error or not within 25 s, and forgets it
-/// after any other reply.
+/// starts, it drops the registration of an application that the bus cannot start, and announces an endpoint
+/// to any other. It keeps a message that is answered with an error or not within 25 s, and forgets it after
+/// any other reply.
 ///
 /// Threads: call from one thread; the bus thread replies to the application. Failed checks throw `Violation`.
 class Distributor {

@@ -5,8 +5,7 @@
 
 /// The faults to inject into a program that loads the fault library, shared with it through a mapped file.
 ///
-/// Counts the selected `operations` on files in the device's folder; they start to fail when `countdown`
-/// reaches zero.
+/// The selected `operations` on files in the device's folder start to fail when `countdown` reaches zero.
 struct FaultPlan {
     /// Environment variable with the path of the mapped file.
     static constexpr const char* fileVariable = "QUORVANE_FAULT_PLAN";
@@ -29,9 +28,6 @@ struct FaultPlan {
         fromThenOn,
         /// One write is cut to half its bytes, then all operations fail with `error`.
         half,
-        /// The process is killed before the operation, or after half of its bytes.
-        kill,
-        killHalfway,
     };
 
     std::atomic<std::uint32_t> operations = 0;
@@ -39,8 +35,6 @@ struct FaultPlan {
     std::atomic<std::int32_t> error = 0;
     /// Operations left until the fault; 0 or less: no fault.
     std::atomic<std::int64_t> countdown = 0;
-    /// Operations counted, and how many of them failed.
-    std::atomic<std::int64_t> seenCount = 0;
     std::atomic<std::int64_t> failedCount = 0;
     /// Added to the time of day.
     std::atomic<std::int64_t> clockOffsetSeconds = 0;

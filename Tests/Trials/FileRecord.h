@@ -25,7 +25,5 @@ struct FileRecord {
     Kind kind;
     std::uint32_t pathLength = 0;
     std::uint64_t byteCount = 0;
-    /// 0 for `rename` and `remove`.
-    std::uint64_t inode = 0;
     std::uint64_t offset = 0;
 };

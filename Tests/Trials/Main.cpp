@@ -1,4 +1,4 @@
-// Stress tests of the real programs: kills them, injects faults, runs them for long, and searches their
+// Stress tests of the real programs: injects faults, cuts the power, runs them for long, and searches their
 // output for secrets. Exits with 1 if a requirement is not met.
 
 #include "Tests/Trials/TrialDevice.h"
@@ -27,16 +27,11 @@ int main(int argc, char** argv)
         trial->add_option(option, number, description)->check(CLI::PositiveNumber)->capture_default_str();
     };
     unsigned seed = std::random_device()();
-    int rounds = 300;
-    auto* crash = add("crash", "Kill at random during updates, history writes and uploads",
-                      [&] { crashTrial(programs, rounds, seed); });
-    addNumber(crash, "--rounds", rounds, "Number of kills");
     int cuts = 300;
     auto* powerCut = add("powercut", "Cut the power during updates, pushes and a first start",
                          [&] { powerCutTrial(programs, cuts, seed); });
-    addNumber(powerCut, "--cuts", cuts, "Number of cuts");
-    for (CLI::App* trial : {crash, powerCut})
-        trial->add_option("--seed", seed, "Seed of an earlier run to repeat");
+    addNumber(powerCut, "--cuts", cuts, "Number of cuts at random");
+    powerCut->add_option("--seed", seed, "Seed of an earlier run to repeat");
     int depth = 12;
     addNumber(add("faults", "Make file operations fail", [&] { faultTrial(programs, depth); }), "--depth",
               depth, "Number of operations of each kind to fail, one at a time");

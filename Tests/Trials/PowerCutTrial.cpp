@@ -1,12 +1,12 @@
 #include "Tests/Trials/RecordedDisk.h"
 #include "Tests/Trials/TestBed.h"
 #include "Tests/Trials/Trials.h"
-#include "Tools/Backend/PushSender.h"
 
 #include <algorithm>
 #include <deque>
 #include <random>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -46,8 +46,8 @@ constexpr Synchronization synchronizations[] = {
     {"databases", [](std::string_view path) { return path.ends_with(".sqlite"); }},
     {"state folders",
      [](std::string_view path) { return path == "/data/quorvane-mdm" || path.ends_with("/groups"); }},
-    {"the folder above a new state folder", [](std::string_view path) { return path == "/data"; }},
-    {"the folder above a new policy folder", [](std::string_view path) { return path.empty(); }},
+    {"the folder above the state folder", [](std::string_view path) { return path == "/data"; }},
+    {"the folder above new folders", [](std::string_view path) { return path.empty(); }},
     {"policy files", [](std::string_view path) { return path.starts_with("/policy/"); }},
     {"the policy folder", [](std::string_view path) { return path == "/policy"; }},
 };
@@ -64,14 +64,39 @@ public:
     }
 
     /// Cuts the power at a random moment and requires that nothing acknowledged is lost.
-    void cut(std::mt19937& random, const Honors& honors, bool isStarted)
+    void cut(std::mt19937& random, bool isStarted)
     {
         const Episode& episode = m_episodes[random() % m_episodes.size()];
-        const std::uint64_t position = episode.disk.randomPosition(random);
+        const auto& positions = episode.disk.positions();
+        const std::uint64_t position = positions[random() % positions.size()];
+        check(episode, position, episode.disk.filesAfterCut(position, random), isStarted);
+    }
+
+    /// After each file operation, cuts the power with each single loss, and with none. Returns the number of
+    /// cuts.
+    int cutEverywhere(const Honors& honors)
+    {
+        int count = 0;
+        for (const Episode& episode : m_episodes) {
+            for (const std::uint64_t position : episode.disk.positions()) {
+                for (std::size_t number = 0;; ++number, ++count) {
+                    const auto files = episode.disk.filesAfterLoss(position, number, honors);
+                    if (!files)
+                        break;
+                    check(episode, position, *files, false);
+                }
+            }
+        }
+        return count;
+    }
+
+private:
+    /// Requires that nothing acknowledged is lost after a cut at `position` that leaves `files`.
+    void check(const Episode& episode, std::uint64_t position, const FileTree& files, bool isStarted)
+    {
         const auto next = std::find_if(episode.acknowledged.begin(), episode.acknowledged.end(),
                                        [=](const Acknowledged& each) { return each.position > position; });
         const Acknowledged& acknowledged = *std::prev(next);
-        const FileTree files = episode.disk.filesAfterCut(position, random, honors);
         replaceFiles(m_device, files);
         try {
             requirePolicy(files, acknowledged);
@@ -88,7 +113,6 @@ public:
         }
     }
 
-private:
     Episode& record(std::string damaged = {})
     {
         Episode& episode = m_episodes.emplace_back(
@@ -147,14 +171,8 @@ private:
     }
     void expectUpload()
     {
-        m_now.token = awaitUpload();
+        m_now.token = m_testBed.takeUpload();
         note();
-    }
-    /// Returns the uploaded token.
-    std::string awaitUpload()
-    {
-        m_testBed.expectLine("Device token uploaded");
-        return uploadedToken(m_testBed.backend().takeRequests().back()).value();
     }
 
     void recordFirstStart()
@@ -174,7 +192,7 @@ private:
             expectUpdate();
             push();
         }
-        m_testBed.end();
+        m_testBed.kill();
         runConsole({"config", "clear"});
         m_policies.emplace_back(std::nullopt);
         noteInstalled();
@@ -247,11 +265,12 @@ private:
 
     void requireStart(const FileTree& files, const StoredState& state, const Acknowledged& acknowledged)
     {
+        m_testBed.backend().takeRequests(); // Of an earlier start.
         m_testBed.start();
         m_testBed.expectLine("Configuration manager initialized");
         const bool isConfigured = files.find("policy/managed.json") != files.end();
         if (isConfigured && !acknowledged.token.empty()) {
-            require(awaitUpload() == acknowledged.token, "the device token has changed");
+            require(m_testBed.takeUpload() == acknowledged.token, "the device token has changed");
             m_testBed.requireHealthy(state);
         }
         m_testBed.end();
@@ -266,40 +285,6 @@ private:
     std::deque<Episode> m_episodes;
 };
 
-struct Losses {
-    int count = 0;
-    std::string example;
-};
-
-/// `startInterval` is the number of cuts per start of the application; 0 for none.
-Losses cutPower(PowerCuts& trial, std::mt19937& random, int cuts, const Honors& honors, int startInterval)
-{
-    Losses losses;
-    for (int number = 1; number <= cuts; ++number) {
-        try {
-            trial.cut(random, honors, startInterval > 0 && number % startInterval == 0);
-        } catch (const Violation& violation) {
-            if (losses.count++ == 0)
-                losses.example = violation.what();
-        }
-    }
-    return losses;
-}
-
-/// Requires that the trial fails without `missing`.
-void requireNoticed(PowerCuts& trial, std::mt19937& random, int cuts, const Synchronization& missing)
-{
-    constexpr int mostRounds = 50;
-    Losses losses;
-    int round = 0;
-    while (losses.count == 0 && round++ < mostRounds)
-        losses = cutPower(
-            trial, random, cuts, [&](std::string_view path) { return !missing.includes(path); }, 0);
-    require(losses.count > 0, "a missing synchronization of {} is not noticed", missing.name);
-    fmt::print("{} not synchronized: {} of {} cuts lose something; {}\n", missing.name, losses.count,
-               round * cuts, losses.example);
-}
-
 } // namespace
 
 void powerCutTrial(const TrialPrograms& programs, int cuts, unsigned seed)
@@ -307,12 +292,20 @@ void powerCutTrial(const TrialPrograms& programs, int cuts, unsigned seed)
     fmt::print("seed {}\n", seed);
     std::mt19937 random(seed);
     PowerCuts trial(programs);
+    const int count = trial.cutEverywhere([](std::string_view) { return true; });
     constexpr int startInterval = 20;
-    const auto everything = [](std::string_view) { return true; };
-    const Losses losses = cutPower(trial, random, cuts, everything, startInterval);
-    require(losses.count == 0, "{} of {} cuts lose something, such as: {}", losses.count, cuts,
-            losses.example);
-    fmt::print("{} cuts, {} of them followed by a start: nothing lost\n", cuts, cuts / startInterval);
-    for (const Synchronization& missing : synchronizations)
-        requireNoticed(trial, random, cuts, missing);
+    for (int number = 1; number <= cuts; ++number)
+        trial.cut(random, number % startInterval == 0);
+    fmt::print("{} cuts in order and {} at random, {} of them followed by a start: nothing lost\n", count,
+               cuts, cuts / startInterval);
+    for (const Synchronization& missing : synchronizations) {
+        std::string example;
+        try {
+            trial.cutEverywhere([&](std::string_view path) { return !missing.includes(path); });
+        } catch (const Violation& violation) {
+            example = violation.what();
+        }
+        require(!example.empty(), "a missing synchronization of {} is not noticed", missing.name);
+        fmt::print("{} not synchronized: {}\n", missing.name, example);
+    }
 }

@@ -3,7 +3,6 @@
 #include "Tests/Trials/TrialDevice.h"
 
 #include <algorithm>
-#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 using Kind = FileRecord::Kind;
@@ -24,6 +23,12 @@ bool changesFolder(Kind kind)
 bool isVolatile(std::string_view path)
 {
     return path.ends_with("-shm") || path.find("/run/") != std::string_view::npos;
+}
+
+/// Honors all synchronizations.
+bool everything(std::string_view /*path*/)
+{
+    return true;
 }
 
 /// How much of a file's or folder's unsynchronized changes the disk holds.
@@ -62,8 +67,6 @@ void applyTo(std::map<std::string, std::size_t>& entries, const FileRecord& reco
         entries[record.kind == Kind::rename ? fs::path(newPath).filename().string() : name] = node;
 }
 
-} // namespace
-
 FileTree readFiles(const ThrowawayDevice& device)
 {
     FileTree files;
@@ -80,6 +83,8 @@ FileTree readFiles(const ThrowawayDevice& device)
     return files;
 }
 
+} // namespace
+
 void replaceFiles(const ThrowawayDevice& device, const FileTree& files)
 {
     for (const char* folder : recordedFolders)
@@ -93,25 +98,18 @@ void replaceFiles(const ThrowawayDevice& device, const FileTree& files)
     }
 }
 
-std::size_t RecordedDisk::Disk::add(const std::string& path, std::uint64_t inode, bool isFolder)
+std::size_t RecordedDisk::Disk::add(const std::string& path, bool isFolder)
 {
     nodes.push_back({.isFolder = isFolder, .bytes = {}, .entries = {}, .pending = {}});
-    inodes[inode] = names[path] = nodes.size() - 1;
-    return nodes.size() - 1;
+    return names[path] = nodes.size() - 1;
 }
 
 RecordedDisk::RecordedDisk(ThrowawayDevice& device, fs::path file) : m_device(device), m_file(std::move(file))
 {
-    const auto add = [&](const std::string& path) {
-        struct stat status {};
-        ::stat(path.c_str(), &status);
-        return m_begin.add(path, status.st_ino, S_ISDIR(status.st_mode));
-    };
-    const std::string root = device.path("data").parent_path();
-    add(root);
+    m_begin.add(device.path("data").parent_path(), true);
     for (const auto& [relative, content] : readFiles(device)) {
         const fs::path path = device.path(relative);
-        const std::size_t node = add(path);
+        const std::size_t node = m_begin.add(path, !content);
         m_begin.nodes[node].bytes = content.value_or("");
         m_begin.nodes[m_begin.names.at(path.parent_path())].entries[path.filename()] = node;
     }
@@ -130,11 +128,10 @@ void RecordedDisk::end()
         record.bytes = bytes.substr(begin + sizeof(FileRecord) + record.pathLength, record.byteCount);
         begin += sizeof(FileRecord) + record.pathLength + record.byteCount;
         record.end = begin;
-        if (changesFolder(record.kind) && !isVolatile(record.path))
-            m_folderChanges.push_back(m_records.size() - 1);
+        m_positions.push_back(begin);
     }
     FileTree recorded;
-    diskAt(bytes.size(), [](std::string_view) { return true; }).collect(recorded, "", 0, nullptr);
+    diskAt(bytes.size(), everything).collect(recorded, "", 0, nullptr);
     const FileTree present = readFiles(m_device);
     const auto [left, right] =
         std::mismatch(recorded.begin(), recorded.end(), present.begin(), present.end());
@@ -159,8 +156,8 @@ void RecordedDisk::Disk::apply(const Record& record, const Honors& honors)
         applyEntry(record);
         return;
     }
-    const auto found = inodes.find(record.inode);
-    if (found == inodes.end())
+    const auto found = names.find(record.path);
+    if (found == names.end())
         return;
     Node& node = nodes[found->second];
     if (record.kind != Kind::synchronize)
@@ -185,14 +182,12 @@ void RecordedDisk::Node::synchronize(std::uint64_t position)
 void RecordedDisk::Disk::applyEntry(const Record& record)
 {
     const auto parent = names.find(fs::path(record.path).parent_path());
-    if (isVolatile(record.path) || parent == names.end()) {
-        inodes.erase(record.inode);
+    if (isVolatile(record.path) || parent == names.end())
         return;
-    }
     const std::size_t folder = parent->second;
     std::size_t node = 0;
     if (record.kind == Kind::createFile || record.kind == Kind::createFolder) {
-        node = add(record.path, record.inode, record.kind == Kind::createFolder);
+        node = add(record.path, record.kind == Kind::createFolder);
     } else {
         const auto name = names.find(record.path);
         require(name != names.end(), "{} was created without a record", record.path);
@@ -249,18 +244,35 @@ void RecordedDisk::Disk::collect(FileTree& files, const std::string& path, std::
         collect(files, path.empty() ? name : path + "/" + name, entry, random);
 }
 
-std::uint64_t RecordedDisk::randomPosition(Random& random) const
-{
-    constexpr std::size_t nearby = 6;
-    const std::size_t index = flip(random)
-                                  ? random() % m_records.size()
-                                  : m_folderChanges[random() % m_folderChanges.size()] + random() % nearby;
-    return m_records[std::min(index, m_records.size() - 1)].end;
-}
-
-FileTree RecordedDisk::filesAfterCut(std::uint64_t position, Random& random, const Honors& honors) const
+FileTree RecordedDisk::filesAfterCut(std::uint64_t position, Random& random) const
 {
     FileTree files;
-    diskAt(position, honors).collect(files, "", 0, &random);
+    diskAt(position, everything).collect(files, "", 0, &random);
     return files;
+}
+
+std::optional<FileTree> RecordedDisk::filesAfterLoss(std::uint64_t position, std::size_t number,
+                                                     const Honors& honors) const
+{
+    Disk disk = diskAt(position, honors);
+    if (number > 0 && !disk.lose(number - 1))
+        return std::nullopt;
+    FileTree files;
+    disk.collect(files, "", 0, nullptr);
+    return files;
+}
+
+bool RecordedDisk::Disk::lose(std::size_t number)
+{
+    for (Node& node : nodes) {
+        const std::size_t count =
+            node.isFolder ? node.pending.size() : std::min(node.pending.size(), std::size_t(1));
+        if (number < count) {
+            const auto begin = node.pending.begin() + static_cast<std::ptrdiff_t>(number);
+            node.pending.erase(begin, node.isFolder ? begin + 1 : node.pending.end());
+            return true;
+        }
+        number -= count;
+    }
+    return false;
 }

@@ -17,7 +17,6 @@
 /// The policy and state folders of a device: relative paths and contents. Folders have no content.
 using FileTree = std::map<std::string, std::optional<std::string>>;
 
-FileTree readFiles(const ThrowawayDevice& device);
 void replaceFiles(const ThrowawayDevice& device, const FileTree& files);
 
 /// Records what programs do to the files of a device, and computes what a disk may hold after a power cut.
@@ -36,14 +35,17 @@ public:
     /// Ends the recording. Throws `Violation` if the records do not explain the files that are there now.
     void end();
 
-    /// Returns the end of a random record. Every second time, it follows soon after a change of a folder,
-    /// which programs rarely make.
-    [[nodiscard]] std::uint64_t randomPosition(std::mt19937& random) const;
+    /// The ends of all records.
+    [[nodiscard]] const std::vector<std::uint64_t>& positions() const { return m_positions; }
+    /// Returns what the disk may hold after a cut at `position`.
+    [[nodiscard]] FileTree filesAfterCut(std::uint64_t position, std::mt19937& random) const;
     /// Returns whether a synchronization, by path relative to the device, takes place.
     using Honors = std::function<bool(std::string_view path)>;
-    /// Returns what the disk may hold after a cut at `position`, as if other synchronizations were missing.
-    [[nodiscard]] FileTree filesAfterCut(std::uint64_t position, std::mt19937& random,
-                                         const Honors& honors) const;
+    /// Returns what the disk holds after a cut at `position` with the `number`th loss: 0 stands for none, as
+    /// after a kill of the programs; each other one loses one change of a folder, or all changes of a file,
+    /// for lack of a synchronization that `honors` accepts. Absent if there are fewer.
+    [[nodiscard]] std::optional<FileTree> filesAfterLoss(std::uint64_t position, std::size_t number,
+                                                         const Honors& honors) const;
 
 private:
     struct Record : FileRecord {
@@ -69,12 +71,13 @@ private:
     struct Disk {
         /// The first is the device's folder.
         std::vector<Node> nodes;
-        std::map<std::uint64_t, std::size_t> inodes;
         std::map<std::string, std::size_t> names;
 
-        std::size_t add(const std::string& path, std::uint64_t inode, bool isFolder);
+        std::size_t add(const std::string& path, bool isFolder);
         void apply(const Record& record, const Honors& honors);
         void applyEntry(const Record& record);
+        /// Drops the `number`th loss; false if there are fewer.
+        bool lose(std::size_t number);
         /// With null, all changes are kept.
         void collect(FileTree& files, const std::string& path, std::size_t node, std::mt19937* random) const;
     };
@@ -85,6 +88,5 @@ private:
     const std::filesystem::path m_file;
     Disk m_begin;
     std::vector<Record> m_records;
-    /// Indexes of the records of folders.
-    std::vector<std::size_t> m_folderChanges;
+    std::vector<std::uint64_t> m_positions;
 };

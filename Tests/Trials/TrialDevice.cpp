@@ -28,6 +28,7 @@ Platform::Linux::DevicePaths pathsOf(const ThrowawayDevice& device)
 void requireIntactDatabase(const fs::path& file)
 {
     SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, 5000);
+    database.exec("PRAGMA synchronous = OFF");
     const std::string verdict = database.execAndGet("PRAGMA integrity_check").getString();
     require(verdict == "ok", "{} is damaged: {}", file.string(), verdict);
 }
@@ -51,8 +52,8 @@ void requirePrivateFiles(const fs::path& folder)
 
 } // namespace
 
-TrialDevice::TrialDevice(const fs::path& programs, const TestBackend& backend, std::string deviceId)
-    : ThrowawayDevice(programs), m_baseURL(backend.baseURL()), m_deviceId(std::move(deviceId))
+TrialDevice::TrialDevice(const fs::path& programs, const TestBackend& backend)
+    : ThrowawayDevice(programs), m_baseURL(backend.baseURL())
 {
     setEnvironment("SSL_CERT_FILE", backend.certificateAuthority());
     setEnvironment("no_proxy", "*");
@@ -64,9 +65,9 @@ TrialDevice::TrialDevice(const fs::path& programs, const TestBackend& backend, s
 
 std::string TrialDevice::policy(const std::vector<std::string>& apps) const
 {
-    return fmt::format(R"({{"base_domain": "{}", "api_key": "trial-key", "device_id": "{}",
+    return fmt::format(R"({{"base_domain": "{}", "api_key": "trial-key", "device_id": "DEV-1",
         "AllowedAppsBundleIdsForSSOExtension": "com.example.{}"}})",
-                       m_baseURL, m_deviceId, fmt::join(apps, ",com.example."));
+                       m_baseURL, fmt::join(apps, ",com.example."));
 }
 
 StoredState TrialDevice::inspect() const
@@ -137,7 +138,6 @@ void Faults::arm(std::uint32_t operations, FaultPlan::Kind kind, int error, std:
     m_plan->operations = operations;
     m_plan->kind = kind;
     m_plan->error = error;
-    m_plan->seenCount = 0;
     m_plan->failedCount = 0;
     m_plan->countdown = number;
 }

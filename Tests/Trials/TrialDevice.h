@@ -56,17 +56,10 @@ inline std::string recordedPush(std::string_view title)
 /// registers as soon as it starts.
 class TrialDevice : public ThrowawayDevice {
 public:
-    TrialDevice(const std::filesystem::path& programs, const TestBackend& backend,
-                std::string deviceId = "DEV-1");
+    TrialDevice(const std::filesystem::path& programs, const TestBackend& backend);
 
     /// Returns a policy that allows `apps`; its `api_key` is "trial-key".
     [[nodiscard]] std::string policy(const std::vector<std::string>& apps) const;
-
-    /// Starts the application with a readable log. It shows the dashboard and registers.
-    [[nodiscard]] std::unique_ptr<ChildProcess> start(const std::string& push = "local") const
-    {
-        return startApplication({"--log-stderr", "--push", push});
-    }
 
     /// Reads the stores as a second process. Throws `Violation` unless every database is intact, the four
     /// keys of the suite are from one commit, no store was moved aside, and only the user can access the
@@ -75,7 +68,6 @@ public:
 
 private:
     const std::string m_baseURL;
-    const std::string m_deviceId;
 };
 
 /// Injects faults into programs started on `device` after construction.

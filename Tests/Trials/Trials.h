@@ -11,11 +11,9 @@ struct TrialPrograms {
 
 // Each trial prints its results and throws `Violation` when a requirement is not met.
 
-/// Kills the application `rounds` times, at file operations and at random moments, during configuration
-/// updates, pushes and uploads.
-void crashTrial(const TrialPrograms& programs, int rounds, unsigned seed);
-/// Cuts the power `cuts` times during a first start, updates, pushes and the replacement of a damaged store.
-/// Also requires that it notices each kind of missing synchronization.
+/// Cuts the power during a first start, updates, pushes and the replacement of a damaged store: after each
+/// file operation with each single loss or, as by a kill, with none, and `cuts` times at random. Also
+/// requires that it notices each kind of missing synchronization.
 void powerCutTrial(const TrialPrograms& programs, int cuts, unsigned seed);
 /// Makes each of the first `depth` file operations of a push and a change fail, one after the other.
 void faultTrial(const TrialPrograms& programs, int depth);
