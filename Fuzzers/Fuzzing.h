@@ -8,6 +8,7 @@
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,19 @@ bool isSame(const Platform::PropertyList& left, const Platform::PropertyList& ri
 
 /// Returns whether `text`, valid UTF-8, contains a control character, such as a line break or an escape.
 bool holdsControlCharacter(std::string_view text);
+
+/// Returns what `read` returns; absent if it throws an `Error`, which must have a reason of one line.
+template <typename Error, typename Read>
+auto accepted(Read read) -> std::optional<decltype(read())>
+{
+    try {
+        return read();
+    } catch (const Error& error) {
+        require(*error.what() != '\0' && !holdsControlCharacter(error.what()),
+                "a rejection has a reason of one line");
+        return std::nullopt;
+    }
+}
 
 /// Returns `input` with a canary inserted at an offset derived from the input.
 std::string withCanary(std::string_view input);

@@ -14,6 +14,7 @@
 using namespace Core;
 using Fuzzers::require;
 using Platform::PropertyList;
+using Platform::PropertyLists::PropertyListError, Platform::PropertyLists::readPropertyList;
 
 namespace {
 
@@ -49,15 +50,10 @@ PropertyList::Dictionary policyOf(ValidatedConfig config)
 
 void Fuzzers::examine(std::string_view input)
 {
-    PropertyList root;
-    try {
-        root = Platform::PropertyLists::readPropertyList(input).root;
-    } catch (const Platform::PropertyLists::PropertyListError&) {
+    const auto document = accepted<PropertyListError>([&] { return readPropertyList(input); });
+    if (!document || document->root.dictionary() == nullptr)
         return;
-    }
-    if (root.dictionary() == nullptr)
-        return;
-    const PropertyList::Dictionary& managed = *root.dictionary();
+    const PropertyList::Dictionary& managed = *document->root.dictionary();
 
     std::vector<ValidationFinding> findings;
     const ValidatedConfig config = validateManagedConfiguration(managed, &findings);

@@ -17,6 +17,7 @@
 
 using Fuzzers::require;
 using Platform::PropertyList;
+using Platform::PropertyLists::PropertyListError, Platform::PropertyLists::readPropertyList;
 using Qvctl::Bundle::Redaction;
 
 namespace {
@@ -112,12 +113,8 @@ void requireHidden(const Redaction& redaction, const std::string& text)
 
 void Fuzzers::examine(std::string_view input)
 {
-    PropertyList value;
-    try {
-        value = Platform::PropertyLists::readPropertyList(input).root;
-    } catch (const Platform::PropertyLists::PropertyListError&) {
-        value = std::string(input);
-    }
+    const auto document = accepted<PropertyListError>([&] { return readPropertyList(input); });
+    const PropertyList value = document ? document->root : PropertyList(std::string(input));
     constexpr std::size_t maximumTextCount = 50;
     std::vector<std::string> texts;
     collectTexts(PropertyList(PropertyList::Array{value}), texts);
