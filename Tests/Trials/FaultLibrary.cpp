@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -149,7 +148,7 @@ ssize_t writing(int descriptor, const void* bytes, std::size_t count, off64_t of
     const Outcome outcome = outcomeOf(FaultPlan::writing, descriptor);
     const ssize_t written =
         outcome == Outcome::fails ? -1 : write(outcome == Outcome::halved ? count / 2 : count);
-    if (written > 0) {
+    if (written > 0 && recording() >= 0) {
         const off64_t begin = offset >= 0 ? offset : ::lseek64(descriptor, 0, SEEK_CUR) - written;
         record(Kind::write, pathOf(descriptor), static_cast<std::uint64_t>(begin),
                {static_cast<const char*>(bytes), static_cast<std::size_t>(written)});

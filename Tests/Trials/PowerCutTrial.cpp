@@ -122,9 +122,10 @@ private:
         note();
         return episode;
     }
-    void note()
+    /// Adds what is acknowledged now, or after the next file operation.
+    void note(bool isAfterNext = false)
     {
-        m_now.position = m_episodes.back().disk.position();
+        m_now.position = m_episodes.back().disk.position() + (isAfterNext ? 1 : 0);
         m_episodes.back().acknowledged.push_back(m_now);
     }
 
@@ -141,7 +142,7 @@ private:
         m_device.write(file, *m_policies.back());
         if (isWritten) {
             m_now.isPolicyUncertain = true;
-            note();
+            note(true);
             m_device.startProgram({"dd", "if=" + file, "of=" + m_device.policyFile().string()})
                 ->waitForExit();
             fs::permissions(m_device.policyFile(), fs::perms(::geteuid() == 0 ? 0644 : 0600));

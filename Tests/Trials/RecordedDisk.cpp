@@ -32,7 +32,7 @@ bool everything(std::string_view /*path*/)
 }
 
 /// How much of a file's or folder's unsynchronized changes the disk holds.
-enum class Share { nothing, everything, something, allButOne };
+enum class Share { nothing, everything, something };
 
 bool flip(Random& random)
 {
@@ -208,17 +208,13 @@ void RecordedDisk::Disk::collect(FileTree& files, const std::string& path, std::
 {
     const Node& node = nodes[index];
     const auto share =
-        random != nullptr ? Share(std::uniform_int_distribution(0, 3)(*random)) : Share::everything;
-    const Change* const lost = share == Share::allButOne && !node.pending.empty()
-                                   ? &node.pending[(*random)() % node.pending.size()]
-                                   : nullptr;
+        random != nullptr ? Share(std::uniform_int_distribution(0, 2)(*random)) : Share::everything;
     std::string bytes = node.bytes;
     std::size_t size = bytes.size();
     auto entries = node.entries;
     for (const Change& change : node.pending) {
         const Record* const record = change.record;
-        const bool isWhole = share == Share::everything || (share == Share::something && flip(*random)) ||
-                             (share == Share::allButOne && &change != lost);
+        const bool isWhole = share == Share::everything || (share == Share::something && flip(*random));
         if (node.isFolder) {
             if (isWhole)
                 applyTo(entries, *record, record->path, record->bytes, change.node);

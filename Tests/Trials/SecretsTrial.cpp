@@ -1,6 +1,7 @@
 #include "Platform/Linux/LocalPushService.h"
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 #include "Tests/Trials/StoreFile.h"
 #include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
@@ -11,7 +12,6 @@
 #include <iterator>
 #include <memory>
 #include <regex>
-#include <sched.h>
 #include <set>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -39,9 +39,7 @@ public:
     /// root.
     static std::unique_ptr<Journal> make()
     {
-        if (::geteuid() != 0 || ::unshare(CLONE_NEWNS) != 0 ||
-            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
+        if (::geteuid() != 0 || !isolate(CLONE_NEWNS) || ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
             return nullptr;
         fs::create_directories("/run/systemd/journal");
         FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -77,24 +75,22 @@ private:
 };
 
 /// The secrets to search for.
-class Canaries {
-public:
-    void add(std::string secret) { m_secrets.insert(std::move(secret)); }
-
-    void requireNone(std::string_view place, std::string_view text)
+struct Canaries {
+    void requireNone(std::string_view place, std::string_view text) const
     {
-        require(text.find("canary") == text.npos, "secret found in {}: {}", place, text);
-        for (const std::string& secret : m_secrets)
+        for (const std::string& secret : secrets)
             require(text.find(secret) == text.npos, "\"{}\" found in {}: {}", secret, place, text);
     }
-    void requireNone(std::string_view place, const std::vector<std::string>& lines)
-    {
-        requireNone(place, fmt::format("{}", fmt::join(lines, "\n")));
-    }
 
-private:
-    std::set<std::string> m_secrets;
+    std::set<std::string> secrets{"canary"};
 };
+
+/// Waits for the end of a program and returns its output.
+std::string outputOf(ChildProcess& process)
+{
+    process.waitForExit();
+    return fmt::format("{}", fmt::join(process.lines(), "\n"));
+}
 
 std::string policy(std::string_view baseURL, std::string_view key, std::string_view device = "DEV-1")
 {
@@ -155,17 +151,17 @@ void runApplication(TrialDevice& device, TestBackend& backend, Canaries& canarie
                                  Platform::Linux::sendToLocalPushService(device.pushSocket(), invalid));
         const std::string token = device.inspect().deviceToken;
         require(!token.empty(), "there is no device token");
-        canaries.add(token);
+        canaries.secrets.insert(token);
         device.replacePolicy(
             std::regex_replace(malformed[i % std::size(malformed)], std::regex("WRONG"), wrongKey));
         application->waitForLine("the last valid configuration stays in effect", 1500ms);
         require(application->end() == 0, "the application did not exit with 0 after SIGTERM");
-        canaries.requireNone("standard error", application->lines());
+        canaries.requireNone("standard error", outputOf(*application));
     }
 }
 
 /// Runs the commands of qvctl and searches their output.
-void runCommands(const TrialDevice& device, Canaries& canaries)
+void runCommands(const TrialDevice& device, const Canaries& canaries)
 {
     device.write(device.path("good.json"), policy("https://mdm.example.org", apiKey));
     device.write(device.path("bad.json"),
@@ -192,27 +188,21 @@ void runCommands(const TrialDevice& device, Canaries& canaries)
         "push $DEVICE/payload.json",
         "privacy grant notifications",
     };
-    const auto status = device.startConsole({"status"});
-    status->waitForExit();
+    const std::string status = outputOf(*device.startConsole({"status"}));
     for (const char* outcome : {"last upload     failed: ", "last push       silent, accepted, ",
                                 "last error      the policy file could not be parsed, "})
-        require(status->waitForLine(outcome), "no line \"{}\" in:\n{}", outcome,
-                fmt::join(status->lines(), "\n"));
+        require(status.find(outcome) != status.npos, "no line \"{}\" in:\n{}", outcome, status);
     for (const char* format : {"", " --json"}) {
-        for (const char* command : commands) {
-            const auto console = device.startShell(fmt::format("$QVCTL {}{}", command, format));
-            console->waitForExit();
-            canaries.requireNone(fmt::format("qvctl {}", command), console->lines());
-        }
+        for (const char* command : commands)
+            canaries.requireNone(fmt::format("qvctl {}", command),
+                                 outputOf(*device.startShell(fmt::format("$QVCTL {}{}", command, format))));
     }
-    const auto revealing = device.startConsole({"config", "show", "--reveal"});
-    revealing->waitForExit();
-    require(fmt::format("{}", fmt::join(revealing->lines(), "")).find(apiKey) != std::string::npos,
+    require(outputOf(*device.startConsole({"config", "show", "--reveal"})).find(apiKey) != std::string::npos,
             "the key is not in the revealed configuration, so the search proves nothing");
 }
 
 /// Searches support bundles made with secrets in every value, also where only `lint` reads the policy file.
-void requireNoneInBundles(TrialDevice& device, Canaries& canaries)
+void requireNoneInBundles(TrialDevice& device, const Canaries& canaries)
 {
     constexpr const char* applied =
         R"({"OrganizationId": "canary-organization", "device_id": "canary/device \u00fc",
@@ -240,26 +230,24 @@ void requireNoneInBundles(TrialDevice& device, Canaries& canaries)
             device.write(device.path("policy/managed.d/50.json"), text);
             // The policy file, and a folder with a fragment of the same content.
             for (const char* policy : {"$QUORVANE_MANAGED_CONFIGURATION", "$DEVICE/policy/managed.d"}) {
-                const auto bundle = device.startShell(
+                const std::string bundle = outputOf(*device.startShell(
                     fmt::format("chmod {0} $DEVICE/policy/managed.json $DEVICE/policy/managed.d/50.json; "
                                 "rm -rf $DEVICE/bundle; mkdir $DEVICE/bundle; $QVCTL bundle - "
                                 "--managed-configuration {1} | "
                                 "tar -xvz -C $DEVICE/bundle; tail -n +1 $DEVICE/bundle/*",
-                                mode, policy));
-                bundle->waitForExit();
-                const auto lines = fmt::format("{}", fmt::join(bundle->lines(), "\n"));
+                                mode, policy)));
                 for (const char* part :
                      {"ConfigSnapshot", "\"policy.file\"", "\"hash\"", "shell.sqlite",
                       fs::path(policy).filename() == "managed.d" ? "50.json" : "managed.json"})
-                    require(lines.find(part) != lines.npos, "the bundle lacks {}: {}", part, lines);
-                canaries.requireNone("a support bundle", lines);
+                    require(bundle.find(part) != bundle.npos, "the bundle lacks {}: {}", part, bundle);
+                canaries.requireNone("a support bundle", bundle);
             }
         }
     }
 }
 
 /// Searches the application's records of requests and of the push service.
-void requireNoneInRecords(const TrialDevice& device, Canaries& canaries, const TestBackend& backend)
+void requireNoneInRecords(const TrialDevice& device, const Canaries& canaries, const TestBackend& backend)
 {
     StoreFile store(device.path("data/quorvane-mdm/shell.sqlite"), StoreFile::Access::inspect);
     const auto requests = store->object("URLSession.LastExchanges");
@@ -273,7 +261,7 @@ void requireNoneInRecords(const TrialDevice& device, Canaries& canaries, const T
 }
 
 /// Searches the names of all files and checks the modes of the application's files.
-void requirePrivateFiles(const TrialDevice& device, Canaries& canaries)
+void requirePrivateFiles(const TrialDevice& device, const Canaries& canaries)
 {
     for (const auto& entry : fs::recursive_directory_iterator(device.path(""))) {
         canaries.requireNone("the name of a file", entry.path().string());
