@@ -100,8 +100,7 @@ TEST(DeviceNotificationCenterTest, AllRequestsReceiveTheUsersOneDecision)
             events += "| ";
             device.scheduler.runUntilIdle();
         };
-        Push::DeviceNotificationCenter withoutScreen(
-            {device.state, device.scheduler.mainQueue, nullptr, {}});
+        Push::DeviceNotificationCenter withoutScreen({device.state, device.scheduler.mainQueue, nullptr, {}});
         request(withoutScreen);
         request(device.center);
         request(device.center);
