@@ -18,7 +18,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using namespace std::string_view_literals;
 
 namespace {
 
@@ -133,28 +132,17 @@ TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
     for (int i = 0; i < 2000; ++i)
         policy += "\"nodot\", ";
     device.write(device.path("bad.json"), policy + "1]}");
-    const std::pair<const char*, int> cases[] = {
-        {"config lint $DEVICE/bad.json | head -n 1", 78}, // More output than fits in a pipe.
-        {"config lint --json $DEVICE/bad.json | head -c 1", 78},
-        {"config lint $DEVICE/bad.json 2>&1 | true", 78},
-        {"doctor --offline | head -n 1", 1},
-        {"doctor --offline --json | true", 1},
-        {"config show 2>&1 | true", 66},
-        {"stauts 2>&1 | true", 64},
-        {"config schema | head -n 1", 0},
-        // A full disk is an error, except on standard error.
-        {"config schema > /dev/full", 69},
-        {"doctor --offline > /dev/full", 69},
-        {"config show --json > /dev/full", 69},
-        {"--help > /dev/full", 69},
-        {"config show 2> /dev/full", 66},
-    };
-    for (const auto& [command, exitCode] : cases) {
-        const Outcome outcome = shell(std::string("set -o pipefail; $QVCTL ") + command);
-        EXPECT_EQ(outcome.exitCode, exitCode) << command;
-        EXPECT_EQ(outcome.output.find("No space left") != std::string::npos, exitCode == 69)
-            << command << outcome.output;
-    }
+    checkAll("set -o pipefail; ",
+             {{"qvctl config lint $DEVICE/bad.json | head -n 1", 78}, // More output than fits in a pipe.
+              {"qvctl config lint $DEVICE/bad.json 2>&1 | true", 78},
+              {"qvctl doctor --offline | head -n 1", 1},
+              {"qvctl config show 2>&1 | true", 66},
+              // A full disk is an error, except on standard error.
+              {"qvctl config schema > /dev/full", 69, "No space left"},
+              {"qvctl doctor --offline > /dev/full", 69, "No space left"},
+              {"qvctl config show --json > /dev/full", 69, "No space left"},
+              {"qvctl --help > /dev/full", 69, "No space left"},
+              {"qvctl config show 2> /dev/full", 66}});
 }
 
 TEST_F(RootTest, CommandsNameTheIgnoredFileAndBothCandidates)
@@ -185,6 +173,9 @@ TEST_F(RootTest, CommandsNameTheIgnoredFileAndBothCandidates)
 
 TEST_F(ProgramTest, OutputIsColoredOnlyOnColorTerminals)
 {
+    const auto policy = device.path("\a.json");
+    device.write(policy, "{");
+    device.setEnvironment("QUORVANE_MANAGED_CONFIGURATION", policy);
     const std::pair<const char*, bool> cases[] = {
         {"TERM=xterm NO_COLOR=", true},
         {"TERM=xterm NO_COLOR=1", false},
@@ -198,41 +189,31 @@ TEST_F(ProgramTest, OutputIsColoredOnlyOnColorTerminals)
             shell(std::string("env ") + environment + " script -qec \"$QVCTL status \\$OPTION\" /dev/null");
         EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
         EXPECT_EQ(outcome.output.find('\x1b') != std::string::npos, isColored) << environment;
+        EXPECT_THAT(outcome.output, HasSubstr("\\x07.json:1:2: "));
     }
 }
 
 TEST_F(ProgramTest, BundleIsANewPrivateFile)
 {
-    const std::tuple<const char*, int, const char*> cases[] = {
-        {"bundle && stat -c %a qvctl-bundle-*.tar.gz", 0, "600"},
-        {"bundle a.tar.gz", 0, "  stores.json "},
-        {"bundle a.tar.gz", 69, "a.tar.gz exists and is not replaced"},
-        {"bundle link.tar.gz", 69, "link.tar.gz exists and is not replaced"},
-        {"bundle missing/a.tar.gz", 69, "No such file"},
-        {"bundle a.zip", 64, "must end with .tar.gz"},
-        {"bundle - | tar -tvz", 0, "-rw------- 0/0"},
-        {"bundle - | tar -tz | xargs", 0,
-         "versions.json status.json doctor.json lint.json explain.json configuration.json stores.json "
-         "files.txt log.txt\n"},
-        {"bundle half.tar.gz", 69, "File too large"}, // It is removed.
-        {"bundle - --managed-configuration named.json | tar -xzO status.json lint.json", 0, "named.json"},
-        {"bundle - --json", 64, "name a file"},
-        {"bundle - > /dev/full", 69, "No space left"},
-    };
-    ASSERT_EQ(
-        shell(
-            "mkdir $DEVICE/bundles; cd $DEVICE/bundles; ln -s none.tar.gz link.tar.gz; echo {} > named.json")
-            .exitCode,
-        0);
-    for (const auto& [command, exitCode, part] : cases) {
-        const Outcome outcome =
-            shell(fmt::format("set -o pipefail; umask 0; cd $DEVICE/bundles; {} $QVCTL {}",
-                              part == "File too large"sv ? "ulimit -f 1;" : "", command));
-        EXPECT_EQ(outcome.exitCode, exitCode) << command;
-        EXPECT_THAT(outcome.output, HasSubstr(part)) << command;
-    }
-    EXPECT_EQ(shell("ls $DEVICE/bundles | sed s/-2.*//").output,
-              "a.tar.gz\nlink.tar.gz\nnamed.json\nqvctl-bundle\n");
+    device.write(device.path("named.json"), "{}");
+    std::filesystem::create_directory(device.path("bundles"));
+    std::filesystem::create_symlink("none.tar.gz", device.path("bundles/link.tar.gz"));
+    checkAll("set -o pipefail; umask 0; cd $DEVICE/bundles; ",
+             {{"qvctl bundle && stat -c %a qvctl-bundle-*.tar.gz", 0, "\n600\n"},
+              {"qvctl bundle a.tar.gz", 0, "  stores.json "},
+              {"qvctl bundle a.tar.gz", 69, "a.tar.gz exists and is not replaced"},
+              {"qvctl bundle link.tar.gz", 69, "link.tar.gz exists and is not replaced"},
+              {"qvctl bundle missing/a.tar.gz", 69, "No such file"},
+              {"qvctl bundle - | tar -tvz", 0, "-rw------- 0/0"},
+              {"qvctl bundle - | tar -tz | xargs", 0,
+               "versions.json status.json doctor.json lint.json explain.json configuration.json stores.json "
+               "files.txt log.txt\n"},
+              {"ulimit -f 1; qvctl bundle half.tar.gz", 69, "File too large"}, // It is removed.
+              {"qvctl bundle - --managed-configuration ../named.json | tar -xzO status.json lint.json", 0,
+               "named.json"},
+              {"qvctl bundle - --json", 64, "name a file"},
+              {"qvctl bundle - > /dev/full", 69, "No space left"}});
+    EXPECT_EQ(shell("ls $DEVICE/bundles | sed s/-2.*//").output, "a.tar.gz\nlink.tar.gz\nqvctl-bundle\n");
 }
 
 TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
@@ -259,6 +240,7 @@ TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
     std::filesystem::remove_all(device.suiteFile().parent_path());
     const auto again = device.startApplication();
     EXPECT_TRUE(plain->waitForLine("version 1: api key, 0 allowed apps"));
+    EXPECT_TRUE(structured->waitForLine(R"("changed":["apiKey"])")) << "since it was deleted";
     EXPECT_THAT(structured->lines(), Not(Contains(HasSubstr("canary"))));
     plain->signal(SIGINT);
     structured->signal(SIGTERM);

@@ -3,7 +3,7 @@
 #include "Tools/Tour/ThrowawayDevice.h"
 
 #include <boost/json.hpp>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <optional>
 #include <string>
@@ -27,6 +27,22 @@ protected:
     [[nodiscard]] Outcome shell(const std::string& script) const
     {
         return outcomeOf(*device.startShell(script));
+    }
+    /// A bash script, its exit code and part of its output.
+    struct Run {
+        std::string script;
+        int exitCode;
+        std::string part = {};
+    };
+    /// In the scripts, `qvctl` is the console; `begin` runs first.
+    void checkAll(const std::string& begin, const std::vector<Run>& runs) const
+    {
+        for (const Run& run : runs) {
+            SCOPED_TRACE(run.script);
+            const Outcome outcome = shell("qvctl() { $QVCTL \"$@\"; }; " + begin + run.script);
+            EXPECT_EQ(outcome.exitCode, run.exitCode) << outcome.output;
+            EXPECT_THAT(outcome.output, testing::HasSubstr(run.part));
+        }
     }
     [[nodiscard]] boost::json::object qvctlJSON(std::vector<std::string> arguments) const
     {
