@@ -4,27 +4,24 @@
 #include "Tests/EndToEnd/ProgramTest.h"
 #include "Tools/Backend/TestBackend.h"
 
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/write.hpp>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <regex>
-#include <sys/socket.h>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace fs = std::filesystem;
-namespace ip = boost::asio::ip;
 using Certificate = TestBackend::Certificate;
-using boost::system::error_code;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -35,54 +32,30 @@ namespace {
 /// empty reply it never answers.
 class PlainServer {
 public:
-    explicit PlainServer(std::string reply,
-                         const ip::tcp::endpoint& endpoint = {ip::address_v4::loopback(), 0})
-        : m_reply(std::move(reply)), m_acceptor(m_context, endpoint), m_thread([this] { serve(); })
-    {}
-    ~PlainServer()
+    explicit PlainServer(const std::string& reply, std::uint16_t port = 0)
+        : m_process({"python3", "-c", script, reply, std::to_string(port)}, {})
     {
-        ::shutdown(m_acceptor.native_handle(), SHUT_RDWR);
-        m_thread.join();
+        EXPECT_TRUE(m_process.waitForLine("127.0.0.1:"));
     }
-    PlainServer(const PlainServer&) = delete;
-    PlainServer& operator=(const PlainServer&) = delete;
-
-    [[nodiscard]] std::uint16_t port() const { return m_acceptor.local_endpoint().port(); }
+    [[nodiscard]] std::string address() const { return m_process.lines().front(); }
 
 private:
-    void serve()
-    {
-        std::vector<ip::tcp::socket> unanswered;
-        for (error_code ended; !ended;) {
-            ip::tcp::socket client = m_acceptor.accept(ended);
-            error_code ignored;
-            char bytes[4096];
-            if (m_reply.empty())
-                unanswered.push_back(std::move(client));
-            else if (client.read_some(boost::asio::buffer(bytes), ignored) > 0)
-                boost::asio::write(client, boost::asio::buffer(m_reply), ignored);
-        }
-    }
+    static constexpr const char* script = R"(
+import contextlib, signal, socket, sys
+reply, port = sys.argv[1:]
+server = socket.create_server(("127.0.0.1", int(port)))
+print("%s:%d" % server.getsockname(), flush=True)
+while not reply:
+    signal.pause()
+while True:
+    client, _ = server.accept()
+    with client, contextlib.suppress(OSError):
+        if client.recv(4096):
+            client.sendall(reply.encode())
+)";
 
-    const std::string m_reply;
-    boost::asio::io_context m_context;
-    ip::tcp::acceptor m_acceptor;
-    std::thread m_thread;
+    ChildProcess m_process;
 };
-
-/// The last address of localhost at which a server can listen.
-ip::address lastLoopback()
-{
-    boost::asio::io_context context;
-    ip::address last = ip::address_v4::loopback();
-    for (const auto& entry : ip::tcp::resolver(context).resolve("localhost", "0")) {
-        error_code error;
-        ip::tcp::acceptor acceptor(context, entry.endpoint().protocol());
-        if (!acceptor.bind(entry.endpoint(), error))
-            last = entry.endpoint().address();
-    }
-    return last;
-}
 
 struct Diagnosis {
     std::optional<int> exitCode;
@@ -183,10 +156,10 @@ protected:
         port = backend->port();
     }
     /// Replaces the backend with a `PlainServer` at its port.
-    void replaceBackend(std::string reply, const ip::address& where = ip::address_v4::loopback())
+    void replaceBackend(const std::string& reply)
     {
         backend.reset();
-        replacement.emplace(std::move(reply), ip::tcp::endpoint(where, port));
+        replacement.emplace(reply, port);
     }
     void damageSuite() const
     {
@@ -226,10 +199,6 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
     const PlainServer refusingProxy(
         "HTTP/1.1 407 Proxy Authentication Required\r\nContent-Length: 0\r\n\r\n");
     const PlainServer openProxy("HTTP/1.1 200 Connection established\r\n\r\n");
-    const std::string refusing = fmt::format("127.0.0.1:{}", refusingProxy.port());
-    const std::string open = fmt::format("127.0.0.1:{}", openProxy.port());
-    const std::string noTLS = "HTTP/1.1 400 Bad Request\r\n\r\n";
-    const ip::address otherLoopback = lastLoopback();
     std::optional<Platform::Linux::InstanceLock> lock;
     struct Case {
         const char* name;
@@ -240,7 +209,7 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         std::string found = {};
     };
     const Case cases[] = {
-        {"nothing", [] {}, ""},
+        {"nothing", [] {}, "", "", "accepts connections at 127.0.0.1"},
         {"no policy", [&] { fs::remove(device.policyFile()); }, "policy.file",
          "policy.permissions policy.syntax policy.values suite.current"},
         {"spaces in the address", [&] { device.replacePolicy(R"({"base_domain": "mdm acme com"})"); },
@@ -254,9 +223,9 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         {"no authorities", set("SSL_CERT_FILE", device.path("none")), "backend.trust", "backend.certificate"},
         {"a proxy that is not there", proxy("http", "localhost:1"), "backend.proxy",
          checksFrom("backend.host"), "localhost:1 (from https_proxy) accepts no connections"},
-        {"a proxy that refuses", proxy("http", refusing), "backend.connect", checksFrom("backend.tls"),
-         "CONNECT tunnel failed, response 407"},
-        {"a proxy to a server that closes the connection", proxy("http", open), "backend.tls",
+        {"a proxy that refuses", proxy("http", refusingProxy.address()), "backend.connect",
+         checksFrom("backend.tls"), "CONNECT tunnel failed, response 407"},
+        {"a proxy to a server that closes the connection", proxy("http", openProxy.address()), "backend.tls",
          checksFrom("backend.certificate"), "The proxy connects to localhost:"},
         {"a proxy with the certificate of an unknown authority",
          [&] {
@@ -265,8 +234,8 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
          },
          "backend.connect", checksFrom("backend.tls"),
          "The proxy has a certificate that is not acceptable: "},
-        {"a proxy that is no SOCKS proxy", set("https_proxy", "socks5://" + refusing), "backend.connect",
-         checksFrom("backend.tls"), "opens no way to the backend: "},
+        {"a proxy that is no SOCKS proxy", set("https_proxy", "socks5://" + refusingProxy.address()),
+         "backend.connect", checksFrom("backend.tls"), "opens no way to the backend: "},
         {"a proxy of an unknown kind", proxy("ftp", "localhost:1"), "backend.proxy",
          checksFrom("backend.host"), "https_proxy names a proxy of an unsupported scheme"},
         {"a proxy for other hosts",
@@ -279,11 +248,8 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
         {"a host that no name server knows",
          [&] { device.replacePolicy(policy(fmt::format("https://{}.example", std::string(64, 'a')))); },
          "suite.current backend.host", checksFrom("backend.connect"), "cannot be resolved: no name server"},
-        {"a server for plain HTTP", [&] { replaceBackend(noTLS); }, "backend.tls",
-         checksFrom("backend.certificate"), "something other than TLS"},
-        {"a server at only one address of its host", [&] { replaceBackend(noTLS, otherLoopback); },
-         "backend.tls", checksFrom("backend.certificate"),
-         "accepts connections at " + otherLoopback.to_string()},
+        {"a server for plain HTTP", [&] { replaceBackend("HTTP/1.1 400 Bad Request\r\n\r\n"); },
+         "backend.tls", checksFrom("backend.certificate"), "something other than TLS"},
         {"a backend that hangs",
          [&] {
              replaceBackend("");
@@ -390,19 +356,27 @@ TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)
         EXPECT_THAT(diagnosis.prevented, HasSubstr(checksFrom("backend.proxy")));
         EXPECT_THAT(diagnosis.text, HasSubstr(helper.string() + found));
     }
-    // What the real helper finds without connecting, as if it had reached one of two addresses.
-    const std::string connected =
-        "#!/bin/sh\n" QV_PROGRAMS
-        "/Tools/libexec/quorvane-mdm/backend-probe | sed 's/\"addresses\":.*\"failedStep\"/"
-        R"("addresses":["192.0.2.1","127.0.0.1"],"address":"127.0.0.1","lastError":)";
+    // What the real helper prints without connecting, with fields as if it had reached one of two addresses.
+    constexpr const char* connected =
+        "#!/bin/sh\n" QV_PROGRAMS "/Tools/libexec/quorvane-mdm/backend-probe | sed 's/}}$/"
+        R"(,"failedStep":"","addresses":["192.0.2.1","127.0.0.1"],"address":"127.0.0.1")"
+        R"(,"notAfter":4102444800,{}}}/')";
     const std::string reached = "localhost:1 accepts connections at 127.0.0.1";
-    const std::pair<int, std::string> errors[] = {
-        {ECONNREFUSED, "warning: " + reached + ", but not at 192.0.2.1 (Connection refused)."},
-        {0, "warning: " + reached + ", but not at 192.0.2.1 (no reply in time)."},
-        {ENETUNREACH, "ok: " + reached + "."}};
-    for (const auto& [error, found] : errors) {
-        device.write(helper, connected + std::to_string(error) + ",\"failedStep\"/'\n");
-        EXPECT_EQ(examine(device, "1").checks.at("backend.connect"), found);
+    const auto soon = std::time(nullptr) + (13 * 24 + 1) * 3600;
+    const std::tuple<std::string, const char*, std::string> results[] = {
+        {fmt::format("\"lastError\":{}", ECONNREFUSED), "backend.connect",
+         "warning: " + reached + ", but not at 192.0.2.1 (Connection refused)."},
+        {"\"lastError\":0", "backend.connect",
+         "warning: " + reached + ", but not at 192.0.2.1 (no reply in time)."},
+        {fmt::format("\"lastError\":{}", ENETUNREACH), "backend.connect", "ok: " + reached + "."},
+        {fmt::format("\"chainEnd\":{}", soon), "backend.dates",
+         "warning: The certificate, or one in its chain, expires in 13 days, on "},
+        {"\"outdatedAuthority\":\"CN=Old\"", "backend.dates",
+         "failed: The certificate of the authority CN=Old has expired or is not valid yet; "},
+    };
+    for (const auto& [fields, check, found] : results) {
+        device.write(helper, fmt::format(fmt::runtime(connected), fields));
+        EXPECT_THAT(examine(device, "1").checks.at(check), StartsWith(found));
     }
 }
 

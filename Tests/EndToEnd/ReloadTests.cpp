@@ -1,18 +1,14 @@
 // Changes that the kernel does not report, as on network file systems.
 
-#include "Platform/Storage/FileDescriptor.h"
 #include "Tests/EndToEnd/ProgramTest.h"
 #include "Tests/Fakes/MappedFile.h"
 
 #include <gmock/gmock.h>
 
-#include <csignal>
-#include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
+#include <chrono>
+#include <filesystem>
 #include <unistd.h>
 
-using Platform::Storage::FileDescriptor;
 using testing::HasSubstr;
 
 namespace {
@@ -42,36 +38,24 @@ TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
     EXPECT_EQ(application->end(), 0);
 }
 
-/// Runs until it is killed, as a process with the application's name that holds the lock.
-pid_t startOldApplication(const std::filesystem::path& lock)
-{
-    const pid_t process = ::fork();
-    if (process != 0)
-        return process;
-    ::prctl(PR_SET_NAME, "quorvane-mdm");
-    const int file = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    if (::fcntl(file, F_SETLK, &whole) == 0)
-        ::pause();
-    ::_exit(1);
-}
-
+/// A process with the app's name and lock, and without a handler for the signal.
 TEST_F(ProgramTest, ReloadDoesNotEndAnAppThatCannotReload)
 {
     device.replacePolicy("{}");
-    const auto lock = device.path("data/quorvane-mdm/instance.lock");
-    std::filesystem::create_directories(lock.parent_path());
-    const pid_t old = startOldApplication(lock);
-    while (qvctlJSON({"status"}).at("processId") != old)
-        ::usleep(1000);
+    std::filesystem::create_directories(device.path("data/quorvane-mdm"));
+    const auto old = device.startProgram({"python3", "-c", R"(
+import fcntl, os, signal
+lock = open(os.environ["XDG_DATA_HOME"] + "/quorvane-mdm/instance.lock", "w")
+fcntl.lockf(lock, fcntl.LOCK_EX)
+open("/proc/self/comm", "w").write("quorvane-mdm")
+print("ready", flush=True)
+signal.pause()
+)"});
+    ASSERT_TRUE(old->waitForLine("ready"));
     const Outcome outcome = qvctl({"reload"});
     EXPECT_EQ(outcome.exitCode, 69);
     EXPECT_THAT(outcome.output, HasSubstr("older version"));
-    int status = 0;
-    EXPECT_EQ(::waitpid(old, &status, WNOHANG), 0) << "it was ended";
-    ::kill(old, SIGKILL);
-    ::waitpid(old, &status, 0);
+    EXPECT_EQ(old->waitForExit(std::chrono::seconds(0)), std::nullopt) << "it was ended";
 }
 
 } // namespace
