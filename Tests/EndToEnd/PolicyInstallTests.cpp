@@ -11,7 +11,7 @@ constexpr const char* sharedFolder = R"(
     folder=$DEVICE/shared
     mkdir $folder
     echo '{"api_key": "canary"}' > $DEVICE/policy.json
-    owner_and_mode() { stat -c '%u %a' "$1" 2>&1; }
+    owner_and_mode() { stat -c '%u %a' "$@"; }
     set_policy() { $QVCTL config set $DEVICE/policy.json --managed-configuration "$1" 2>&1; echo "exit $?"; }
     clear_policy() { $QVCTL config clear --managed-configuration "$1" 2>&1; echo "exit $?"; }
 )";
@@ -23,8 +23,7 @@ TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
         echo '{"device_id": "DEV-1"}' > $DEVICE/policy.json
         echo '<plist><dict><key>device_id</key><string>DEV-2</string></dict></plist>' > $DEVICE/policy.plist
         try() { # NAME SOURCE
-            $QVCTL config set $DEVICE/$2 | sed "s/^/$1: /"
-            stat -c '%a' $folder $folder/* | paste -s -d ' '
+            echo $1: $($QVCTL config set $DEVICE/$2 2>&1; stat -c '%a' $folder $folder/*)
         }
         rmdir $folder; umask 077; try missing policy.json
         chmod 700 $folder; chmod 600 $folder/managed.json; umask 0; try closed policy.json
@@ -34,29 +33,19 @@ TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
         mkfifo $folder/managed.json; try pipe policy.plist
         try 'no change' policy.plist
         chmod 700 $folder; try 'closed again' policy.plist
-        rm $folder/*; mkdir $folder/managed.json; try folder policy.plist 2>&1
-        $QVCTL config clear 2>&1; ls -d $folder/managed.json
+        rm $folder/*; mkdir $folder/managed.json; try folder policy.plist
+        $QVCTL config clear 2>&1
     )");
-    EXPECT_EQ(output, R"(missing: /etc/quorvane-mdm/managed.json: changed
-755 644
-closed: /etc/quorvane-mdm/managed.json: changed
-755 644
-set user: /etc/quorvane-mdm/managed.json: changed
-755 644
-other format: /etc/quorvane-mdm/managed.plist: changed
-755 644
-link: /etc/quorvane-mdm/managed.plist: changed
-755 644
-pipe: /etc/quorvane-mdm/managed.plist: changed
-755 644
-no change: /etc/quorvane-mdm/managed.plist: unchanged
-755 644
-closed again: /etc/quorvane-mdm/managed.plist: changed
-755 644
+    EXPECT_EQ(output, R"(missing: /etc/quorvane-mdm/managed.json: changed 755 644
+closed: /etc/quorvane-mdm/managed.json: changed 755 644
+set user: /etc/quorvane-mdm/managed.json: changed 755 644
+other format: /etc/quorvane-mdm/managed.plist: changed 755 644
+link: /etc/quorvane-mdm/managed.plist: changed 755 644
+pipe: /etc/quorvane-mdm/managed.plist: changed 755 644
+no change: /etc/quorvane-mdm/managed.plist: unchanged 755 644
+closed again: /etc/quorvane-mdm/managed.plist: changed 755 644
+folder: qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it away 755 750
 qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it away
-755 750
-qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it away
-/etc/quorvane-mdm/managed.json
 )");
 }
 
@@ -99,9 +88,7 @@ TEST_F(RootTest, PolicyInstalledByAUserIsPrivate)
         chmod 1777 $folder # As /tmp.
         umask 0
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/sub/folder/own.json
-        for entry in $folder/sub $folder/sub/folder $folder/sub/folder/own.json; do
-            echo $(owner_and_mode $entry)
-        done
+        echo $(owner_and_mode $folder/sub $folder/sub/folder $folder/sub/folder/own.json)
         umask 077
         as_user sh -c "echo {} > $folder/theirs.json"
         set_policy $folder/theirs.json
@@ -113,9 +100,7 @@ TEST_F(RootTest, PolicyInstalledByAUserIsPrivate)
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/writable/own.json
     )");
     EXPECT_THAT(output, testing::MatchesRegex(R"([^ ]*/own.json: changed
-65534 700
-65534 700
-65534 600
+65534 700 65534 700 65534 600
 [^ ]*/theirs.json: changed
 exit 0
 0 644

@@ -12,49 +12,43 @@ TEST_F(RootTest, RootChangesOnlyItsOwnState)
         mkdir $DEVICE/theirs $DEVICE/roots
         chown 65534 $DEVICE/theirs
         state=$DEVICE/theirs/quorvane-mdm
-        in_data() { # FOLDER COMMAND...
-            folder=$1; shift
-            XDG_DATA_HOME=$folder $QVCTL "$@" 2>&1 | sed "s|$DEVICE||g"
+        try() { # NAME FOLDER COMMAND...
+            name=$1 folder=$2; shift 2
+            echo "$name: $(XDG_DATA_HOME=$folder $QVCTL "$@" 2>&1 | sed "s|$DEVICE||g")"
         }
-        echo missing; in_data $DEVICE/theirs privacy grant notifications; ls $DEVICE/theirs
+        try missing $DEVICE/theirs privacy grant notifications
         as_user mkdir -m 700 $state
-        echo empty; in_data $DEVICE/theirs privacy grant notifications; ls $state
-        echo forget; in_data $DEVICE/theirs config forget; ls $state
         echo secret > $DEVICE/roots/file
         as_user ln -s $DEVICE/roots/file $state/shell.bell
         as_user ln -s $DEVICE/roots/file $state/shell.sqlite
-        echo links; in_data $DEVICE/theirs privacy grant notifications; cat $DEVICE/roots/file
+        try links $DEVICE/theirs privacy grant notifications
+        try forget $DEVICE/theirs config forget
         rm $state/shell.*
-        echo theirs; XDG_DATA_HOME=$DEVICE/theirs as_user $QVCTL privacy revoke notifications
-        in_data $DEVICE/theirs privacy grant notifications
+        XDG_DATA_HOME=$DEVICE/theirs as_user $QVCTL privacy revoke notifications
+        try theirs $DEVICE/theirs privacy grant notifications
         XDG_DATA_HOME=$DEVICE/theirs as_user $QVCTL status | grep Notifications
-        find $DEVICE/theirs -user 0
-        echo 'another way'; mkdir $DEVICE/theirs/roots; in_data $DEVICE/theirs/roots privacy grant notifications
-        find $DEVICE/theirs/roots
-        echo own; in_data $DEVICE/roots privacy grant notifications
+        mkdir $DEVICE/theirs/roots
+        try 'another way' $DEVICE/theirs/roots privacy grant notifications
+        try own $DEVICE/roots privacy grant notifications
         rm $DEVICE/roots/quorvane-mdm/shell.*; ln -s $DEVICE/roots/file $DEVICE/roots/quorvane-mdm/shell.bell
-        in_data $DEVICE/roots privacy grant notifications; cat $DEVICE/roots/file
+        try 'own link' $DEVICE/roots privacy grant notifications
+        cat $DEVICE/roots/file
+        find $DEVICE/theirs -user 0
     )sh");
-    EXPECT_THAT(output, testing::MatchesRegex(R"(missing
-qvctl: nothing was changed: root's state would be stored in /theirs/quorvane-mdm, but /theirs belongs to user 65534: .*
-empty
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
-forget
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
-links
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
-secret
-theirs
+    EXPECT_THAT(
+        output,
+        testing::MatchesRegex(
+            R"(missing: qvctl: nothing was changed: root's state would be stored in /theirs/quorvane-mdm, but /theirs belongs to user 65534: .*
+links: qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
+forget: qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
 Notifications for nobody: denied
-qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
+theirs: qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody; run this command as that user
 Notifications   denied
-another way
-qvctl: nothing was changed: root's state would be stored in /theirs/roots/quorvane-mdm, but /theirs belongs to user 65534: .*
-/[^ ]*/theirs/roots
-own
-Notifications for root: allowed
-qvctl: nothing was changed: /roots/quorvane-mdm/shell.bell is a symbolic link; remove it
+another way: qvctl: nothing was changed: root's state would be stored in /theirs/roots/quorvane-mdm, but /theirs belongs to user 65534: .*
+own: Notifications for root: allowed
+own link: qvctl: nothing was changed: /roots/quorvane-mdm/shell.bell is a symbolic link; remove it
 secret
+[^ ]*/theirs/roots
 )"));
 }
 
@@ -95,42 +89,33 @@ TEST_F(RootTest, RootReadsTheStateOfOtherUsersWithTheirRights)
 {
     const std::string output = rootShell(std::string(usersWithHomes) + R"sh(
         row() { grep -o "^[a-z]* (.*\|^Notifications.*\|^qvctl: .*" | sed "s|$DEVICE||g"; }
+        try() { # NAME COMMAND...
+            name=$1; shift
+            echo $name: $("$@" 2>&1 | row; echo ${PIPESTATUS[0]})
+        }
         export HOME=$DEVICE/roots/home
-        echo no option; $QVCTL status 2>&1 | row
-        echo all; $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
-        echo JSON; $QVCTL notifications --all-users --json 2> /dev/null | cut -c -46
-        for name in alice carol alcie 'bob --all-users'; do
-            echo $name; $QVCTL status --user $name 2>&1 | row; echo ${PIPESTATUS[0]}
-        done
-        echo doctor
-        $QVCTL doctor --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
+        try 'no option' $QVCTL status
+        $QVCTL status --all-users 2>&1 | row; echo all: ${PIPESTATUS[0]}
+        $QVCTL notifications --all-users --json 2> /dev/null | grep -c '^{"version":1,"user":"'
+        for name in alice carol alcie; do try $name $QVCTL status --user $name; done
+        try doctor $QVCTL doctor --user alice
         $QVCTL doctor --user alice --offline --json | grep -o '"user":"alice"\|no folder /run/user/65000'
-        echo policy
         policy() { grep -o '[^ ]*/x.json[: ].*' | sed "s|$DEVICE|DEVICE|"; }
         (cd $DEVICE; $QVCTL status --user alice --managed-configuration x.json | policy)
         echo '{}' > $DEVICE/x.json; chown root:helpers $DEVICE/x.json; chmod 640 $DEVICE/x.json
         for name in alice bob; do
             (cd $DEVICE; QUORVANE_MANAGED_CONFIGURATION=x.json setpriv --groups 65100 $QVCTL status --user $name | policy)
         done
-        echo not root
-        as bob $QVCTL status --user bob | row
-        as bob $QVCTL status --user alice 2>&1 | row; echo ${PIPESTATUS[0]}
-        as bob $QVCTL status --all-users 2>&1 | row; echo ${PIPESTATUS[0]}
-        echo completion; $QVCTL --complete status --user ''
+        try bob as bob $QVCTL status --user bob
+        try 'not root' as bob $QVCTL status --user alice
+        try 'not root' as bob $QVCTL status --all-users
+        echo completion: $($QVCTL --complete status --user '')
         files | diff /etc/before -
-        echo many
-        for name in f1 f2 f3 f4 f5 f6; do
-            [ $name != f6 ] || $QVCTL status 2>&1 | grep -o 'f4, f5.*'
-            add_user $name
-            mkdir $DEVICE/home/$name/.local/share/quorvane-mdm
-        done
-        $QVCTL status 2>&1 | grep -o 'f4, f5.*'
         sed -i /home/d /etc/passwd; $QVCTL snapshot --all-users 2>&1; echo $?
     )sh");
-    EXPECT_EQ(output, R"(no option
-Notifications   not asked yet
-qvctl: root has no state of its own. To see that of other users, add --user NAME or --all-users; users with a state: alice, linker, piper, borrower, bob
-all
+    EXPECT_EQ(
+        output,
+        R"(no option: Notifications not asked yet qvctl: root has no state of its own. To see that of other users, add --user NAME or --all-users; users with a state: alice, linker, piper, borrower, bob 0
 alice (user 65000)
 Notifications   allowed
 linker (user 65002)
@@ -144,49 +129,21 @@ borrower (user 65004)
 qvctl: borrower: cannot access /home/borrower/.local/share/quorvane-mdm: Permission denied
 bob (user 65005)
 Notifications   denied
-69
-JSON
-{"version":1,"user":"alice","notifications":[]
-{"version":1,"user":"linker","notifications":[
-{"version":1,"user":"piper","notifications":[]
-{"version":1,"user":"borrower","error":"cannot
-{"version":1,"user":"bob","notifications":[]}
-alice
-Notifications   allowed
-0
-carol
-Notifications   not asked yet
-0
-alcie
-qvctl: there is no user 'alcie'. Did you mean 'alice'?
-64
-bob --all-users
-qvctl: --all-users excludes --user
-64
-doctor
-qvctl: --user requires --offline
-64
+all: 69
+5
+alice: Notifications allowed 0
+carol: Notifications not asked yet 0
+alcie: qvctl: there is no user 'alcie'. Did you mean 'alice'? 64
+doctor: qvctl: --user requires --offline 64
 "user":"alice"
 no folder /run/user/65000
-policy
 DEVICE/x.json does not exist
 DEVICE/x.json (good)
 DEVICE/x.json: cannot be opened: Permission denied
-not root
-Notifications   denied
-qvctl: only root can read the state of alice; run this command with sudo
-69
-qvctl: only root can read the state of all users; run this command with sudo
-69
-completion
-alice
-linker
-piper
-borrower
-bob
-many
-f4, f5
-f4, f5 and 1 more
+bob: Notifications denied 0
+not root: qvctl: only root can read the state of alice; run this command with sudo 69
+not root: qvctl: only root can read the state of all users; run this command with sudo 69
+completion: alice linker piper borrower bob
 qvctl: no user has a state folder: the app has not run on this device yet
 66
 )");

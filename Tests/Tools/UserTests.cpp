@@ -128,16 +128,6 @@ TEST(UserAccountsTest, SelectsAccountsWithAStateFolder)
     for (const UserAccount& account : accountsWithState(accounts))
         names.push_back(account.name);
     EXPECT_THAT(names, testing::ElementsAre("first", "second", "odd"));
-    EXPECT_EQ(accountNamed("first", accounts).user, 70000U);
-    const auto errorFor = [&](const char* name) {
-        try {
-            return accountNamed(name, accounts).name;
-        } catch (const CommandError& error) {
-            return std::string(error.what());
-        }
-    };
-    EXPECT_EQ(errorFor("secnod"), "there is no user 'secnod'. Did you mean 'second'?");
-    EXPECT_EQ(errorFor("xyz"), "there is no user 'xyz'");
 }
 
 } // namespace
