@@ -22,8 +22,6 @@ TEST_F(RootTest, CommandsNameTheFileOfEachValue)
         {"config show", 0,
          "from /etc/quorvane-mdm/managed.d/50.json, which replaces the value in "
          "/etc/quorvane-mdm/managed.json"},
-        {"config show --managed-configuration managed.d", 0,
-         "OrganizationId                          \"1\"\n    from /etc"},
         {"config show --managed-configuration managed.json", 0, "\"NONE\"\n"},
         {"doctor --offline", 1, "device_id comes from 50.json, which replaces the value in managed.json"},
         {"doctor --offline", 1, "Line 2 of /etc/quorvane-mdm/managed.d/50.json: device_id has leading"},
@@ -40,6 +38,7 @@ TEST_F(RootTest, CommandsNameTheFileOfEachValue)
          "60.json:2:1: error: the file is invalid: ends before the object is complete; the app keeps"},
         {"doctor --offline", 1,
          "failed   policy.fragments          /etc/quorvane-mdm/managed.d/60.json:2:1: ends"},
+        {"doctor --offline", 1, "Start with policy.fragments.\n"},
         {"status", 0, "Policy file     /etc/quorvane-mdm/managed.d/60.json:2:1: ends before"},
         {"status; chmod 777 managed.d; $QVCTL config lint", 78,
          "managed.d: error: the folder is not trusted: /etc/quorvane-mdm/managed.d can be written by others"},

@@ -1,40 +1,16 @@
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tests/EndToEnd/ProgramTest.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
-#include <regex>
 
 using Platform::Storage::FileDescriptor;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace {
-
-/// Returns the lines without their timestamps.
-std::vector<std::string> withoutTimes(const std::vector<std::string>& lines)
-{
-    static const std::regex time("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ");
-    std::vector<std::string> result;
-    for (const std::string& line : lines)
-        result.push_back(std::regex_replace(line, time, ""));
-    return result;
-}
-
-TEST_F(ProgramTest, StartUpLogsInOrderAndExitsOnSIGTERM)
-{
-    device.replacePolicy(R"({"device_id": "DEV-1"})");
-    const auto application = startUntil(ready);
-    EXPECT_EQ(application->end(), 0);
-    EXPECT_THAT(withoutTimes(application->lines()),
-                ElementsAre("info com.quorvane.mdm general Quorvane MDM App starting up",
-                            "info com.quorvane.mdm general Configuration updated - v1, apps: 0",
-                            "info com.quorvane.mdm general Configuration manager initialized"));
-}
 
 TEST_F(ProgramTest, LaunchFailsWhileAnotherProgramHoldsTheLock)
 {
@@ -69,27 +45,19 @@ TEST_F(ProgramTest, AppRunsWithoutAUsableStateFolder)
     device.write(device.path("data"), "a file where a folder should be");
     device.replacePolicy(R"({"device_id": "DEV-1"})");
     const auto application = startUntil("Cannot access App Group defaults");
-    EXPECT_TRUE(application->waitForLine("Configuration updated - v1, apps: 0"));
     EXPECT_TRUE(application->waitForLine(ready));
 }
 
 TEST_F(ProgramTest, AppReportsUsageErrors)
 {
-    device.setEnvironment("QUORVANE_MANAGED_CONFIGURATION", "");
-    const std::pair<std::vector<std::string>, const char*> cases[] = {
-        {{"--no-such-option"}, "--no-such-option"},
-        {{"--managed-configuration", ""}, "--managed-configuration needs a file name"},
-        {{"--managed-configuration="}, "--managed-configuration: 1 required FILE missing"},
-    };
-    for (const auto& [arguments, reason] : cases) {
-        const auto application = device.startApplication(arguments);
-        EXPECT_EQ(application->waitForExit(), 64) << reason;
-        EXPECT_THAT(application->lines(), ElementsAre(HasSubstr(reason), "Try quorvane-mdm --help."));
-    }
-    const Outcome lost = shell("cd $DEVICE && mkdir lost && cd lost && rmdir ../lost && "
-                               "exec $PROGRAMS/App/quorvane-mdm --managed-configuration file");
-    EXPECT_EQ(lost.exitCode, 64);
-    EXPECT_THAT(lost.output, HasSubstr("use an absolute path"));
+    const std::string hint = "Try quorvane-mdm --help.\n";
+    checkAll("export QUORVANE_MANAGED_CONFIGURATION=; PATH=$PROGRAMS/App:$PATH; ",
+             {{"quorvane-mdm --no-such-option", 64, "--no-such-option\n" + hint},
+              {"quorvane-mdm --managed-configuration ''", 64, "is empty\n" + hint},
+              {"quorvane-mdm --managed-configuration=", 64, "1 required FILE missing\n" + hint},
+              {"mkdir $DEVICE/lost; cd $DEVICE/lost; rmdir $DEVICE/lost; "
+               "quorvane-mdm --managed-configuration file",
+               64, "use an absolute path\n" + hint}});
 }
 
 TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)
@@ -116,25 +84,26 @@ TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)
     }
 }
 
-TEST_F(ProgramTest, ForgetLeavesNoTraceOfTheAPIKey)
+TEST_F(ProgramTest, CoreDumpsNeedTheDevelopmentProfile)
 {
-    device.replacePolicy(R"({"api_key": "canary-1"})");
-    const auto application = startUntil("Configuration updated - v1");
-    device.replacePolicy(R"({"api_key": "canary-2"})");
-    ASSERT_TRUE(application->waitForLine("Configuration updated - v2"));
-    const char* countTraces = "grep -rl canary $DEVICE/data | wc -l";
-    EXPECT_NE(shell(countTraces).output, "0\n");
-    device.write(device.suiteFile().string() + ".corrupt-2026", "canary");
-    EXPECT_EQ(qvctl({"config", "clear"}).exitCode, 0);
-    const Outcome outcome = qvctl({"config", "forget"});
-    EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_THAT(outcome.output, AllOf(HasSubstr("Deleted the snapshot in"), Not(HasSubstr("still exists"))));
-    EXPECT_EQ(shell(countTraces).output, "0\n");
-
-    // The running app continues, and counts versions from 1.
-    device.replacePolicy(R"({"api_key": "another"})");
-    EXPECT_TRUE(application->waitForLine("Configuration updated - v1"));
-    EXPECT_EQ(qvctlJSON({"snapshot", "--reveal"}).at("apiKey"), "another");
+    const std::pair<const char*, const char*> programs[] = {
+        {"App/quorvane-mdm --log-stderr", "com.quorvane.mdm general"},
+        {"Tools/qvctl/qvctl wait --version 99", "waiting for it"}};
+    for (const char* profile : {"redact", "show"}) {
+        device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", profile);
+        for (const auto& [command, line] : programs) {
+            const auto process =
+                device.startShell(std::string("ulimit -c unlimited; exec $PROGRAMS/") + command);
+            ASSERT_TRUE(process->waitForLine(line));
+            const auto read = [&](const char* file) {
+                return ThrowawayDevice::read(fmt::format("/proc/{}/{}", process->processId(), file));
+            };
+            const bool isDumping = profile == std::string("show");
+            // With a limit of 1 the kernel dumps neither to a file nor to a program.
+            EXPECT_EQ(read("limits").find("Max core file size        1  ") == std::string::npos, isDumping);
+            EXPECT_EQ(read("coredump_filter") != "00000000\n", isDumping) << "a dump without memory";
+        }
+    }
 }
 
 TEST_F(ProgramTest, EnvironmentAndFontsDecideTheLanguage)
@@ -148,8 +117,9 @@ TEST_F(ProgramTest, EnvironmentAndFontsDecideTheLanguage)
         bool hasFonts;
         const char* headline;
     } cases[] = {
-        {"", "C.UTF-8", true, english},        {"", "en_US.UTF-8", true, english},
-        {"", "de_AT.UTF-8", true, german},     {"xx:de", "fr_FR.UTF-8", true, german},
+        {"", "C.UTF-8", true, english},
+        {"", "de_AT.UTF-8", true, german},
+        {"xx:de", "fr_FR.UTF-8", true, german},
         {"ja", "ja_JP.UTF-8", false, english},
     };
     for (const auto& [language, locale, hasFonts, headline] : cases) {
@@ -162,17 +132,4 @@ TEST_F(ProgramTest, EnvironmentAndFontsDecideTheLanguage)
         EXPECT_EQ(application->end(), 0);
     }
 }
-TEST_F(ProgramTest, RevokedPermissionRefusesPushes)
-{
-    const auto application = startRegistered();
-    device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
-    const std::vector<std::string> push{"push", device.path("payload.json")};
-    EXPECT_EQ(qvctl(push).exitCode, 0);
-    EXPECT_EQ(qvctl({"privacy", "revoke", "notifications"}).exitCode, 0);
-    const Outcome refused = qvctl(push);
-    EXPECT_EQ(refused.exitCode, 69);
-    EXPECT_THAT(refused.output, HasSubstr("the user does not allow notifications"));
-    EXPECT_EQ(qvctlJSON({"status"}).at("historyCount"), 1);
-}
-
 } // namespace
