@@ -113,7 +113,6 @@ constexpr const char* diagnoses = R"( | policy.file | ok: DEVICE/managed.json ex
  | push.last | skipped: The app has not recorded any pushes. -> 
  | policy.lastError | ok: The app has not recorded any error of the configuration. -> 
 remove managed.json | policy.file | failed: DEVICE/managed.json does not exist. -> Deliver it
-remove managed.json | policy.permissions | skipped: Not checked; fix policy.file first.
 remove managed.json | policy.values | skipped: Not checked; fix policy.file first.
 remove managed.json, pipe managed.json | policy.file | failed: DEVICE/managed.json is not a regular file. -> Make it a regular file
 mode managed.json 0666 | policy.permissions | failed: DEVICE/managed.json can be written by others (mode 0666), so the app does not trust it. -> Remove that permission (chmod go-w).
@@ -127,11 +126,9 @@ mode managed.json 0666 | policy.syntax | skipped: Not checked; fix policy.permis
 mode data/quorvane-mdm 0750 | state.folder | warning: DEVICE/data/quorvane-mdm is open to other users (mode 0750). -> Run: chmod 700 DEVICE/data/quorvane-mdm
 mode data/quorvane-mdm 0705 | state.folder | warning: DEVICE/data/quorvane-mdm is open to other users (mode 0705). -> Run: chmod 700
 mode data 0777 | state.folder | failed: The app does not use DEVICE/data/quorvane-mdm: 
-mode data 0777 | upload.last | skipped: Not checked; fix state.folder first.
 remove data | state.folder | skipped: DEVICE/data/quorvane-mdm does not exist yet; the app creates it on first launch. -> 
 remove data | app.running | failed: The app has never run for this user. -> Start
 remove data, write data x | state.folder | failed: DEVICE/data/quorvane-mdm cannot be reached past DEVICE/data: Not a directory. -> 
-no-app | app.running | failed: The app is not running, so it receives no policy changes and no pushes. -> Start
 permission 1 | notifications.permission | failed: The user does not allow notifications. -> Ask
 permission 0 | notifications.permission | failed: The user has not been asked yet. -> Open the app
 damage shell.sqlite | notifications.permission | failed: Cannot read DEVICE/data/quorvane-mdm/shell.sqlite: file is not a database. -> Restart
@@ -139,19 +136,17 @@ damage shell.sqlite | upload.last | skipped: Cannot read DEVICE/data/quorvane-md
 damage shell.sqlite | push.last | skipped: Cannot read DEVICE/data/quorvane-mdm/shell.sqlite: 
 running, startable org.freedesktop.Notifications | notifications.server | ok: The session bus can start a notification server. -> 
 running | notifications.server | failed: There is no notification server: no program owns org.freedesktop.Notifications. -> Install
-no-bus | notifications.server | skipped: Not checked; fix bus.session first.
+no-bus | push.distributor | skipped: Not checked; fix bus.session first.
 no-bus | push.activation | skipped: Not checked; fix bus.session first.
 startable com.quorvane.mdm | push.distributor | failed: There is no push distributor on the session bus. -> Install
 startable com.quorvane.mdm | push.registration | skipped: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one; fix push.distributor first.
 startable com.quorvane.mdm, older-app | push.distributor | skipped: There is no push distributor on the session bus. The app has not recorded whether
 select two | push.distributor | failed: org.unifiedpush.Distributor.two, selected by UNIFIEDPUSH_DISTRIBUTOR, is not on the session bus, and the app uses no other; available: org.unifiedpush.Distributor.one. -> Start it
-select one | push.distributor | ok: Found
 push unavailable | push.distributor | failed: The app has no access to the session bus. -> Restart
 push local | push.distributor | ok: No distributor is needed: the app accepts pushes at DEVICE/run/quorvane-mdm/push.sock. -> 
 push local | push.registration | ok: There is a device token of 4 bytes for --push local. -> 
 push local | push.activation | skipped: Not needed
 push local 1 | push.distributor | failed: The app does not accept pushes at DEVICE/run/quorvane-mdm/push.sock. -> Look
-push local, no-app | push.distributor | ok: Found 
 running org.freedesktop.Notifications com.quorvane.mdm, startable org.unifiedpush.Distributor.one | push.activation | failed: The session bus cannot start the app for a push: it has no service file for com.quorvane.mdm.
 push off | push.activation | skipped: Not needed
 push off | push.registration | warning: There is a device token of 4 bytes, but the app runs with --push off. -> Restart
@@ -165,7 +160,6 @@ push UnifiedPush 6 | push.registration | warning: There is a device token of 4 b
 push UnifiedPush -1 | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, but the registration on 2001-01-01 00:00 UTC failed: unknown error. -> 
 replaced old | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, which replaced old. -> If
 replaced old, select one | push.registration | ok: There is a device token of 4 bytes
-upload 503 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 503. -> Restart
 upload 302 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 302. -> Restart
 upload 0 -1004 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed: the connection failed. -> Restart
 upload 200 0 GET | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
@@ -252,23 +246,6 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         if (!row[0].empty())
             reset();
     }
-}
-
-TEST(CheckReportTest, DependentChecksNameTheRootCause)
-{
-    std::vector<std::string> observed;
-    CheckReport report([&](const CheckResult& check) { observed.push_back(check.identifier); });
-    report.failed("first", "Wrong.", "Correct it.");
-    EXPECT_TRUE(report.isPrevented("second", {"other", "first"}));
-    EXPECT_TRUE(report.isPrevented("third", {"second"}, "Found something"));
-    report.skipped("fourth", "Not needed.");
-    report.warning("fifth", "Odd.", "Look.");
-    EXPECT_FALSE(report.isPrevented("sixth", {"fourth", "fifth"}));
-    EXPECT_THAT(observed, testing::ElementsAre("first", "second", "third", "fourth", "fifth"));
-    EXPECT_EQ(report.checks().at(2).found, "Found something; fix first first.");
-    EXPECT_EQ(report.checks().at(2).cause, "first");
-    EXPECT_EQ(report.firstFailure()->identifier, "first");
-    EXPECT_EQ(report.count(Verdict::skipped), 3U);
 }
 
 } // namespace

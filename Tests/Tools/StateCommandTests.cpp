@@ -183,12 +183,7 @@ constexpr const char* namedOutcomes =
 upload | failed | status | 503 | last upload     failed with status 503,  | "result":"failed","cause":"status","statusCode":503,"errorCode":null}
 upload | failed | address | 0 | failed: the configuration allows no request,  | "cause":"address","statusCode":null,"errorCode":null}
 upload | failed | response | 0 | failed: the response was not HTTP,  | "cause":"response"
-upload | failed | network | -999 | failed: the app exited before the response arrived,  | "errorCode":-999}
 upload | failed | network | -1001 | failed: it timed out,  | "statusCode":null,"errorCode":-1001}
-upload | failed | network | -1003 | failed: the host was not found,  | -1003
-upload | failed | network | -1004 | failed: the connection failed,  | -1004
-upload | failed | network | -1005 | failed: the connection was lost,  | -1005
-upload | failed | network | -1200 | failed: no secure connection could be established,  | -1200
 upload | failed | network | -1201 | failed: the certificate was rejected,  | -1201
 upload | failed | network | -1202 | failed: the certificate was rejected,  | -1202
 upload | failed | network | -5 | failed: error -5,  | "errorCode":-5}
@@ -213,14 +208,12 @@ status | 0 | last error      none recorded\n)");
 /// A change of what is stored, and a command as in `check`. The rows follow one another.
 constexpr const char* conditions = R"( | wait --timeout 0 | 75 |  | there is no policy file: 
 policy 1 | wait --timeout 0 | 75 |  | qvctl: no configuration was applied yet; the app is not running\n
- | wait --applied --timeout 0 | 75 |  | no configuration was applied yet
  | wait --version 1 --timeout 1.2 | 75 |  | the app is not running; waiting for it\nqvctl: no configuration was applied yet; the app is not running\n
  | wait --uploaded --timeout 0 | 75 |  | no configuration was applied yet
  | status --check applied | 1 | check applied   not met: no configuration was applied yet\n
 malformed | wait --timeout 0 | 78 |  | managed.json:1:2: 
  | status --json | 0 | "state":"malformed","reason":"
  | wait --timeout 1e300 | 78 |  | the policy file cannot be applied: 
- | wait --version 1 --timeout 0 | 75 |  | no configuration was applied yet
  | status --check applied | 1 | check applied   not met: the policy file cannot be applied: 
 applied | wait --timeout 20 | 0 | Version 2 is applied.\n
  | reload | 69 |  | the app cannot be reached: it has just ended, or runs in another container
@@ -229,7 +222,6 @@ applied | wait --timeout 20 | 0 | Version 2 is applied.\n
  | wait --version 1 --timeout 0 | 0 | Version 2 is applied.\n
  | wait --version 3 --timeout 0 | 75 |  | qvctl: the applied configuration has version 2\n
  | wait --version 3 --timeout 0 --json | 75 | {"version":1,"isMet":false,"configVersion":2,"error":"the applied | version 2
- | status --check applied,running | 0 | check applied   met\ncheck running   met\n
  | status --check running,applied | 0 | check applied   met\ncheck running   met\n
  | status --check | 1 | check uploaded  not met: no device token is uploaded because base_domain is not set\n
  | status --check uploaded,running --json | 1 | "conditions":[{"name":"running","isMet":true,"reason":null},{"name":"uploaded","isMet":false,"reason":"no
@@ -301,13 +293,11 @@ constexpr const char* damages =
     R"(com.quorvane.mdm.sqlite |  | notifications | 69 | .sqlite is not a regular file; remove it
 com.quorvane.mdm.sqlite | no database | notifications | 69 | .sqlite: file is not a database
 com.quorvane.mdm.sqlite | no database | status | 69 | .sqlite: file is not a database
-shell.sqlite |  | status | 69 | .sqlite is not a regular file; remove it
 shell.sqlite | no database | status --check applied | 69 | .sqlite: file is not a database
 shell.sqlite |  | privacy grant notifications | 69 | .sqlite is not a regular file; remove it
 groups/group.com.quorvane.mdm.sqlite |  | snapshot | 69 | .sqlite is not a regular file; remove it
 groups/group.com.quorvane.mdm.sqlite |  | config forget | 69 | .sqlite is not a regular file; remove it
 groups/group.com.quorvane.mdm.sqlite | no database | snapshot | 69 | .sqlite: file is not a database
-groups/group.com.quorvane.mdm.sqlite | no database | status | 69 | .sqlite: file is not a database
 groups/group.com.quorvane.mdm.sqlite | { | snapshot | 78 | .sqlite is damaged: 
 groups/group.com.quorvane.mdm.sqlite | {} | status | 78 | .sqlite is damaged: 
 groups/group.com.quorvane.mdm.sqlite | {} | wait --timeout 0 | 75 | .sqlite is damaged: 
