@@ -2,6 +2,7 @@
 #include "Tests/EndToEnd/ProgramTest.h"
 #include "Tests/Trials/StoreFile.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -93,14 +94,19 @@ TEST_F(WaitTest, SetWaitsUntilItsFileIsApplied)
     EXPECT_THAT(changed.output, testing::EndsWith("managed.json: changed\nThe app has applied it.\n"));
     EXPECT_EQ(qvctlJSON({"status"}).at("configVersion"), 2);
 
-    // Another administrator replaces the file before the app has seen it.
+    // Another administrator replaces or removes the file before the app has seen it.
     application->signal(SIGSTOP);
-    device.write(device.path("first.json"), R"({"device_id": "canary-3"})");
-    const auto overtaken = device.startConsole(set);
-    ASSERT_TRUE(overtaken->waitForLine("changed"));
-    device.replacePolicy(second);
-    EXPECT_EQ(overtaken->waitForExit(), 1);
-    EXPECT_THAT(overtaken->lines().back(), HasSubstr("was replaced before the app applied it"));
+    for (const char* change : {"replaced", "removed"}) {
+        device.write(device.path("first.json"), fmt::format(R"({{"device_id": "canary-{}"}})", change));
+        const auto overtaken = device.startConsole(set);
+        ASSERT_TRUE(overtaken->waitForLine("changed"));
+        device.replacePolicy(second);
+        if (change == std::string("removed"))
+            std::filesystem::remove(device.policyFile());
+        EXPECT_EQ(overtaken->waitForExit(), 1);
+        EXPECT_THAT(overtaken->lines().back(),
+                    HasSubstr(fmt::format("was {} before the app applied it", change)));
+    }
 }
 
 } // namespace
