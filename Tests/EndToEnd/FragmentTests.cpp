@@ -26,6 +26,7 @@ TEST_F(RootTest, CommandsNameTheFileOfEachValue)
         {"doctor --offline", 1, "device_id comes from 50.json, which replaces the value in managed.json"},
         {"doctor --offline", 1, "Line 2 of /etc/quorvane-mdm/managed.d/50.json: device_id has leading"},
         {"status; echo '{' > managed.json; $QVCTL doctor --offline", 1, "ok       policy.fragments "},
+        {"status; chmod 666 managed.json; $QVCTL config show", 78, "managed.json: can be written by others"},
         {"config set $DEVICE/policy.json", 0, "/etc/quorvane-mdm/managed.json: changed\n"},
         {"config set $DEVICE/policy.json --managed-configuration managed.d/20.json", 0,
          "/etc/quorvane-mdm/managed.d/20.json: changed\n"},

@@ -8,8 +8,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <tuple>
-
 using namespace Platform;
 using testing::AllOf;
 using testing::Contains;
@@ -65,21 +63,6 @@ TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
     const PushRoutes routes{"/nowhere/push.sock", {}};
     for (const auto& [bytes, reason] : rows)
         expectRefusal(hexadecimalText(bytesOf(bytes)), reason, routes);
-    for (const char* token : {"", "7", "zz"})
-        expectRefusal(token, "neither", routes);
-}
-
-TEST(PushSenderTest, ReadsTheTokenOfAnUpload)
-{
-    const std::tuple<const char*, const char*, const char*, std::optional<std::string>> rows[] = {
-        {"POST", "/devices/D/token", R"({"token": "ab"})", "ab"},
-        {"GET", "/token", R"({"token": "ab"})", {}},
-        {"POST", "/tokens", R"({"token": "ab"})", {}},
-        {"POST", "/token", R"({"token": 1})", {}},
-        {"POST", "/token", "[]", {}},
-    };
-    for (const auto& [method, target, body, token] : rows)
-        EXPECT_EQ(uploadedToken({method, target, {}, body}), token) << method << target << body;
 }
 
 } // namespace

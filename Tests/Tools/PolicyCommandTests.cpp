@@ -54,7 +54,7 @@ config | a command is required
 config sohw | unknown command 'sohw'. Did you mean 'qvctl config show'?
 Lint | Did you mean 'qvctl config lint'?
 config status | Did you mean 'qvctl status'?
-frobnicate | unknown command 'frobnicate'\n
+start | unknown command 'start'\n
 stat\e[31m | unknown command 'stat\x1b[31m'
 help config sett | Did you mean 'qvctl config set'?
 config --al | unknown option '--al'
@@ -84,6 +84,7 @@ config set good.json --timeout 1 | --timeout requires --wait
 config show --managed-configuration "" | --managed-configuration needs a file name
 config set good.json --managed-configuration . | is a folder of fragments; name the file
 wait --timeout -1 | '-1' is not a number of seconds, 0 or more
+wait --timeout= | --timeout: 
 wait --timeout nan | 'nan' is not a number of seconds, 0 or more
 wait --applied --uploaded | --uploaded
 wait --version 1 --applied | --version

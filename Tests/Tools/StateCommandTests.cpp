@@ -122,13 +122,6 @@ TEST_F(StateCommandTest, CommandsShowWhatIsStored)
     checkAll(R"(status --json --reveal | 0 | "hasDeviceToken":true,"deviceToken":"canary7f","pushService"
 snapshot --json --reveal | 0 | "apiKey":"canary"
 notifications --reveal | 0 | canary\x1b[31m\n)");
-    std::string many = "[";
-    for (int i = 0; i < 99; ++i)
-        many += R"({"date": 1, "userInfoKeys": []},)";
-    StoreFile(paths().standardDefaults())
-        ->set(Core::Constants::StorageKeys::processedNotificationPayloads,
-              bytesOf(many + R"({"date": 1, "userInfoKeys": []}])"));
-    EXPECT_EQ(json::parse(run("notifications --json").output).at("notifications").as_array().size(), 100U);
 }
 
 TEST_F(StateCommandTest, EveryManagedKeyAppearsInEveryCommand)

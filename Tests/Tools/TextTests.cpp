@@ -1,7 +1,9 @@
-// Times and redacted text.
+// Times, redacted text and archives.
 
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Tests/Fakes/ForeignLocale.h"
+#include "Tests/Fakes/TemporaryFolder.h"
+#include "Tools/qvctl/Bundle/Archive.h"
 #include "Tools/qvctl/Bundle/Redaction.h"
 #include "Tools/qvctl/TimeText.h"
 
@@ -97,6 +99,19 @@ TEST(RedactionTest, ReplacesValuesByLengthAndHash)
         json::parse(R"({"verdict": "somebody", "found": ["somebody"], "effective": "b"})"));
     EXPECT_EQ(std::regex_replace(json::serialize(checked), hash, "H"),
               R"({"verdict":"somebody","found":["[8 bytes, hash H]"],"effective":"[1 bytes, hash H]"})");
+}
+
+TEST(ArchiveTest, HoldsFilesOfAnySize)
+{
+    const TemporaryFolder folder;
+    std::vector<Bundle::BundleFile> files;
+    for (const std::size_t size : {0, 1, 511, 512, 513})
+        files.push_back({std::to_string(size), "", std::string(size, 'x')});
+    folder.write("archive", Bundle::makeArchive(files));
+    const std::string script = "cd " + folder.path().string() +
+                               " && tar -xzf archive && rm archive && [ \"$(stat -c %n=%s * | xargs)\" = "
+                               "'0=0 1=1 511=511 512=512 513=513' ]";
+    EXPECT_EQ(std::system(script.c_str()), 0);
 }
 
 } // namespace

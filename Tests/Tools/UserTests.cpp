@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -56,7 +57,9 @@ ExitCode runNamed(const UserAccount& account)
         ::raise(SIGKILL);
     if (account.name == "stopped")
         ::raise(SIGSTOP);
-    // A second process must not keep the pipes open for longer.
+    // A second process must not keep the pipes open for longer, nor the lock.
+    if (account.name == "forking")
+        ::flock(::open((account.home / "lock").c_str(), O_RDONLY | O_CREAT, 0600), LOCK_EX);
     if (account.name == "hanging" || (account.name == "forking" && ::fork() == 0))
         ::pause();
     while (account.name == "endless")
@@ -96,6 +99,12 @@ TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
             {"forking", {}, "did not finish in time"},
             {"stopped", {}, "did not finish in time"}},
            std::chrono::milliseconds(100));
+    const Platform::Storage::FileDescriptor lock(
+        ::open(folder.path("lock").c_str(), O_RDONLY | O_CREAT, 0600));
+    int attempt = 0;
+    while (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && ++attempt < 20'000)
+        ::usleep(1000);
+    EXPECT_LT(attempt, 20'000) << "its second process was not killed";
     runAll({{"slow", 0},
             {"killed", {}, "was killed"},
             {"endless", {}, "printed too much"},
