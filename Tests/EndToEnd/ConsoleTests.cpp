@@ -166,6 +166,7 @@ TEST_F(RootTest, CommandsNameTheIgnoredFileAndBothCandidates)
         chmod 666 $folder/managed.plist
         $QVCTL status | grep ignored # An untrusted file hides nothing.
         $QVCTL status | grep -q 'managed.json (good)' || echo untrusted
+        $QVCTL config lint | grep -q 'managed.plist: error: .* not trusted.*; it counts as missing' || echo lint
         $QVCTL config clear > /dev/null; ls $folder
     )");
     EXPECT_EQ(output, "");

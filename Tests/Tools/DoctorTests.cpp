@@ -54,6 +54,7 @@ protected:
         setEnvironment("UNIFIEDPUSH_DISTRIBUTOR", "");
         lock = lockAsApplication();
         snapshot = Core::ConfigurationSnapshot::make(configOf(policy), 1, {1000});
+        failedCheck.clear();
         names = {{"org.freedesktop.Notifications"}, {"com.quorvane.mdm", distributorName}};
     }
 
@@ -67,8 +68,8 @@ protected:
         examineState(examination);
         examination.snapshot = snapshot;
         examination.busNames = names;
-        if (!names)
-            examination.report.failed("bus.session", "There is no bus.", "Log in.");
+        if (!failedCheck.empty())
+            examination.report.failed(failedCheck, "It is broken.", "Repair it.");
         examineNotifications(examination);
         examineUpload(examination);
         examineOutcomes(examination);
@@ -94,6 +95,8 @@ protected:
     std::optional<Storage::FileDescriptor> lock;
     std::optional<Core::ConfigurationSnapshot> snapshot;
     std::optional<Linux::SessionBusNames> names;
+    /// A check that another part of doctor makes.
+    std::string failedCheck;
 };
 
 /// What is changed on the healthy device (changes with their arguments, separated by commas, or the policy),
@@ -136,8 +139,8 @@ damage shell.sqlite | upload.last | skipped: Cannot read DEVICE/data/quorvane-md
 damage shell.sqlite | push.last | skipped: Cannot read DEVICE/data/quorvane-mdm/shell.sqlite: 
 running, startable org.freedesktop.Notifications | notifications.server | ok: The session bus can start a notification server. -> 
 running | notifications.server | failed: There is no notification server: no program owns org.freedesktop.Notifications. -> Install
-no-bus | push.distributor | skipped: Not checked; fix bus.session first.
-no-bus | push.activation | skipped: Not checked; fix bus.session first.
+no-bus, failed bus.session | push.distributor | skipped: Not checked; fix bus.session first.
+no-bus, failed bus.session | push.activation | skipped: Not checked; fix bus.session first.
 startable com.quorvane.mdm | push.distributor | failed: There is no push distributor on the session bus. -> Install
 startable com.quorvane.mdm | push.registration | skipped: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one; fix push.distributor first.
 startable com.quorvane.mdm, older-app | push.distributor | skipped: There is no push distributor on the session bus. The app has not recorded whether
@@ -161,6 +164,7 @@ push UnifiedPush -1 | push.registration | warning: There is a device token of 4 
 replaced old | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, which replaced old. -> If
 replaced old, select one | push.registration | ok: There is a device token of 4 bytes
 upload 302 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 302. -> Restart
+upload 302, failed backend.connect | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.connect first.
 upload 0 -1004 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed: the connection failed. -> Restart
 upload 200 0 GET | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
 upload 200 0 POST 1 | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
@@ -218,6 +222,7 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         {"running", [&] { names->running = twoNames(); }},
         {"startable", [&] { names->startable = twoNames(); }},
         {"no-bus", [&] { names.reset(); }},
+        {"failed", [&] { failedCheck = words[1]; }},
         {"older-app", [&] { shell()->removeObject("PushService.State"); }},
         {"select", [&] { setEnvironment("UNIFIEDPUSH_DISTRIBUTOR", words[1]); }},
         {"push", push},

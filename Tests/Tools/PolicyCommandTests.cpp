@@ -66,13 +66,10 @@ status --user root --all-users | --all-users excludes --user
 status --user secnod-nobody | there is no user 'secnod-nobody'
 snapshot --schema --user root | excludes
 doctor --user root | --user requires --offline
-doctor --all-users | --all-users requires --offline
 doctor --probe --offline | --offline excludes --probe
 doctor --timeout 0 | --timeout
 privacy grant camera | camera
-privacy grant | SERVICE is required
 notifications --limit -1 | --limit
-notifications --limit 1 --limit 2 | --limit
 log --since yesterday | neither an age
 log --level loud | loud
 config lint "" | FILE: the file name is empty
@@ -89,7 +86,6 @@ wait --timeout nan | 'nan' is not a number of seconds, 0 or more
 wait --applied --uploaded | --uploaded
 wait --version 1 --applied | --version
 wait --version 0 | --version
-wait --version x | --version
 wait applied | unexpected argument 'applied'
 bundle a.zip | a.zip: the name of a bundle must end with .tar.gz)";
 

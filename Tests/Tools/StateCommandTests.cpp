@@ -283,8 +283,7 @@ TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
 
 /// A store, its content (none if it is a folder), a command, its exit code and part of the reason.
 constexpr const char* damages =
-    R"(com.quorvane.mdm.sqlite |  | notifications | 69 | .sqlite is not a regular file; remove it
-com.quorvane.mdm.sqlite | no database | notifications | 69 | .sqlite: file is not a database
+    R"(com.quorvane.mdm.sqlite | no database | notifications | 69 | .sqlite: file is not a database
 com.quorvane.mdm.sqlite | no database | status | 69 | .sqlite: file is not a database
 shell.sqlite | no database | status --check applied | 69 | .sqlite: file is not a database
 shell.sqlite |  | privacy grant notifications | 69 | .sqlite is not a regular file; remove it
