@@ -152,18 +152,15 @@ TEST(LaunchTest, StringsOfTheDeviceAreTranslated)
 TEST(CommandLineTest, OptionsAreParsedAndRepeatedForTheBackground)
 {
     const std::pair<std::vector<std::string>, DeviceOptions> cases[] = {
-        {{}, {}},
-        {{"--push", "auto"}, {}},
-        {{"--push", "local"}, {.push = PushSource::local}},
-        {{"--push=off"}, {.push = PushSource::off}},
-        {{"--log-stderr"}, {.isLoggingToStandardError = true}},
-        {{"--background"}, {.isInBackground = true}},
-        {{"--dbus-activated"}, {.isInBackground = true}},
+        {{"app"}, {}},
+        {{"app", "--push", "auto"}, {}},
+        {{"app", "--push", "local", "--log-stderr"},
+         {.push = PushSource::local, .isLoggingToStandardError = true}},
+        {{"app", "--push=off", "--background"}, {.push = PushSource::off, .isInBackground = true}},
+        {{"app", "--dbus-activated"}, {.isInBackground = true}},
     };
-    for (const auto& [given, expected] : cases) {
-        SCOPED_TRACE(PrintToString(given));
-        std::vector<std::string> words{"app"};
-        words.insert(words.end(), given.begin(), given.end());
+    for (auto [words, expected] : cases) {
+        SCOPED_TRACE(PrintToString(words));
         std::vector<char*> arguments;
         for (std::string& word : words)
             arguments.push_back(word.data());
@@ -172,7 +169,7 @@ TEST(CommandLineTest, OptionsAreParsedAndRepeatedForTheBackground)
         EXPECT_EQ(options.push, expected.push);
         EXPECT_EQ(options.isLoggingToStandardError, expected.isLoggingToStandardError);
         EXPECT_EQ(options.isInBackground, expected.isInBackground);
-        std::vector<std::string> again = given;
+        std::vector<std::string> again(words.begin() + 1, words.end());
         if (!expected.isInBackground)
             again.emplace_back("--background");
         EXPECT_EQ(App::backgroundArguments(count, arguments.data(), options), again);

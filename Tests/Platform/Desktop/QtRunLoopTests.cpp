@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -63,19 +62,16 @@ TEST_F(QtRunLoopTest, TimerFiresOnceUnlessCancelled)
     const auto invalidated = loop.scheduledTimer(5ms, into("invalidated"));
     auto destroyed = loop.scheduledTimer(5ms, into("destroyed"));
     std::unique_ptr<Timer> restarted;
-    const TimerScheduler::Block restart = [&, name = std::string("restarting, stored on the heap")] {
+    restarted = loop.scheduledTimer(60ms, [&, name = std::string("restarting, stored on the heap")] {
         restarted = loop.scheduledTimer(5ms, [&] { loop.quit(); }); // Destroys the timer that fires.
-        fired.push_back(name);
-    };
-    restarted = loop.scheduledTimer(60ms, restart);
+        fired.push_back(name.substr(0, 10));
+    });
     const auto immediate = loop.scheduledTimer(0ms, into("immediate"));
     EXPECT_TRUE(fired.empty());
     invalidated->invalidate();
-    invalidated->invalidate();
     destroyed.reset();
     loop.run();
-    EXPECT_EQ(fired,
-              (std::vector<std::string>{"immediate", "sooner", "later", "restarting, stored on the heap"}));
+    EXPECT_EQ(fired, (std::vector<std::string>{"immediate", "sooner", "later", "restarting"}));
     sooner->invalidate();
 }
 
@@ -87,22 +83,17 @@ TEST(GuiApplicationTest, StartsWithoutADisplayOnlyIfNoneIsNeeded)
     EXPECT_THROW(Desktop::makeGuiApplication(argc, nullptr, Desktop::Display::needed), Desktop::NoDisplay);
     const auto start = [&](Desktop::Display display) {
         const auto application = Desktop::makeGuiApplication(argc, nullptr, display);
-        std::_Exit(Desktop::hasDisplay() || qEnvironmentVariableIsSet("QT_QPA_PLATFORM") ? 1 : 0);
+        qFatal("%s %d %d", qPrintable(qEnvironmentVariable("QT_IM_MODULE")), int(Desktop::hasDisplay()),
+               int(qEnvironmentVariableIsSet("QT_QPA_PLATFORM")));
     };
-    EXPECT_EXIT(start(Desktop::Display::optional), testing::ExitedWithCode(0), "");
-    qputenv("DISPLAY", ":no such display");
-    EXPECT_EXIT(start(Desktop::Display::optional), testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(start(Desktop::Display::needed), testing::ExitedWithCode(69),
-                "cannot be opened; check DISPLAY");
-    qunsetenv("DISPLAY");
-    qputenv("WAYLAND_DISPLAY", "no such display");
-    EXPECT_EXIT(start(Desktop::Display::needed), testing::ExitedWithCode(69), "cannot be opened");
-    qunsetenv("WAYLAND_DISPLAY");
-    const auto failLater = [&] {
-        const auto application = Desktop::makeGuiApplication(argc, nullptr, Desktop::Display::optional);
-        qFatal("%s", qPrintable("input method: " + qEnvironmentVariable("QT_IM_MODULE")));
-    };
-    EXPECT_DEATH(failLater(), "input method: none") << "only errors of the start are explained";
+    for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY"}) {
+        qputenv(variable, ":no such display");
+        EXPECT_EXIT(start(Desktop::Display::needed), testing::ExitedWithCode(69),
+                    "cannot be opened; check DISPLAY");
+        EXPECT_DEATH(start(Desktop::Display::optional), "none 0 0")
+            << "only errors of the start are explained";
+        qunsetenv(variable);
+    }
 }
 
 } // namespace
