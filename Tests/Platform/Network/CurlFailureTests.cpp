@@ -1,4 +1,9 @@
+#include "Platform/Network/CurlFailure.h"
+
 #include "Tests/Platform/Network/CurlURLSessionTest.h"
+
+#include <curl/curl.h>
+#include <openssl/x509_vfy.h>
 
 #include <cstdlib>
 #include <optional>
@@ -90,6 +95,27 @@ TEST_F(CurlURLSessionTest, FailuresNameTheHostOrTheProxyWithoutCredentials)
                     AllOf(HasSubstr(line.expand(row.message)), Not(HasSubstr("secret"))));
         EXPECT_THAT(line.backend.takeRequests(), SizeIs(0));
     }
+}
+
+TEST(CurlFailureTest, BlamesAnHTTPProxyOnlyUntilItsTunnelIsOpen)
+{
+    // The proxy, its status, and the host whose certificate has expired.
+    const std::tuple<const char*, long, const char*> cases[] = {
+        {"http://p:1", 200, "of backend.example:443 has"},
+        {"https://p:1", 0, "of the proxy p:1 (https_proxy) has"},
+        {"socks5h://p:1", 0, "of backend.example:443 has"},
+    };
+    ::unsetenv("no_proxy");
+    for (const auto& [proxy, status, part] : cases) {
+        ::setenv("https_proxy", proxy, 1);
+        const Network::CurlFailure failure{.code = CURLE_PEER_FAILED_VERIFICATION,
+                                           .certificateResult = X509_V_ERR_CERT_HAS_EXPIRED,
+                                           .proxyCertificateResult = X509_V_ERR_CERT_HAS_EXPIRED,
+                                           .proxyStatus = status};
+        const Network::CurlRoute route{Network::parseSecureURL("https://backend.example/")};
+        EXPECT_THAT(Network::urlError(failure, route).what(), HasSubstr(part)) << proxy;
+    }
+    ::unsetenv("https_proxy");
 }
 
 TEST_F(CurlURLSessionTest, WaitingForAConnectionIsNotIdleWhileOthersReceive)

@@ -39,12 +39,10 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
     constexpr std::size_t limit = URLSession::maximumBodyBytes;
     const Case cases[] = {
         {{.status = 204, .body = ""}},
-        {{.status = 300, .headerFields = {{"Location", "/other"}}}},
         {{.status = 302}},
         {{.status = 302, .headerFields = {{"Location", ""}}}},
         {{.status = 304, .headerFields = {{"Location", "/other"}}, .body = ""}},
         {{.status = 404, .body = "none"}},
-        {{.status = 500, .body = ""}},
         {{.body = "\xff\xfe\x80"}},
         {{.body = std::string(limit, 'x')}},
         {{.body = std::string(limit + 1, 'x')}, Code::dataLengthExceedsMaximum},
@@ -62,6 +60,8 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         {{.body = "slowly", .delay = 400ms, .ending = Ending::dripping}, {}, 2s},
         {{.body = "slowly", .delay = 1h, .ending = Ending::dripping}, Code::timedOut, 1s}};
     Line line;
+    line.backend.setReply("/patient", {.delay = 1h});
+    const auto patient = line.get("/patient", 300s);
     for (const Case& row : cases) {
         SCOPED_TRACE(row.reply.status);
         const std::string path = "/" + std::to_string(&row - cases);
@@ -73,6 +73,7 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         else
             EXPECT_THAT(description(outcome), HasSubstr("localhost:" + std::to_string(line.backend.port())));
     }
+    EXPECT_EQ(patient.wait_for(0s), std::future_status::timeout) << "each request has its own time limit";
 }
 
 TEST_F(CurlURLSessionTest, FollowsRedirectsToHttpsOnly)

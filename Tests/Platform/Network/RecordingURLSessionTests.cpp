@@ -16,16 +16,20 @@ using Code = URLError::Code;
 
 class RecordingURLSessionTest : public testing::Test {
 protected:
-    /// Performs one request, such as "GET https://host.example". Returns whether its outcome was delivered.
-    bool perform(const std::string& request, const URLSession::Outcome& outcome)
+    /// Performs one request, such as "GET https://host.example". Returns what is recorded when its outcome is
+    /// delivered.
+    std::string perform(const std::string& request, const URLSession::Outcome& outcome)
     {
         const auto space = request.find(' ');
         network->outcome = outcome;
-        bool isDelivered = false;
+        std::string found = "nothing was delivered";
         session.start({.url = request.substr(space + 1), .httpMethod = request.substr(0, space)},
-                      [&](const auto& delivered) { isDelivered = delivered.index() == outcome.index(); });
+                      [&](const auto& delivered) {
+                          EXPECT_EQ(delivered.index(), outcome.index());
+                          found = recorded();
+                      });
         scheduler.runUntilIdle();
-        return isDelivered;
+        return found;
     }
     static URLSession::Outcome status(std::int64_t code)
     {
@@ -71,8 +75,7 @@ TEST_F(RecordingURLSessionTest, WritesOnlyNewResultsWithoutConfiguredValues)
         SCOPED_TRACE(request + " " + expected);
         scheduler.advance(delay);
         const int commitCount = store.commitCount;
-        EXPECT_TRUE(perform(request, outcome));
-        EXPECT_EQ(recorded(), expected);
+        EXPECT_EQ(perform(request, outcome), expected);
         EXPECT_EQ(store.commitCount - commitCount, expected.ends_with("! ") ? 1 : 0);
         for (const auto& [key, value] : store.values)
             EXPECT_EQ(value.description().find("canary"), std::string::npos) << value.description();
@@ -101,7 +104,7 @@ TEST_F(RecordingURLSessionTest, KeepsTheNewestServersAcrossRestarts)
 TEST_F(RecordingURLSessionTest, PerformsRequestsWhenTheStoreFails)
 {
     store.isWritable = false;
-    EXPECT_TRUE(perform("GET https://host.example/", status(200)));
+    EXPECT_EQ(perform("GET https://host.example/", status(200)), "");
     store.values["URLSession.LastExchanges"] = 5;
     EXPECT_EQ(recorded(), "");
 }

@@ -70,6 +70,9 @@ TEST_F(SQLiteUserDefaultsTest, ErasingLeavesNoTraceUnlessAnotherProcessReads)
         defaults->set(key, std::string("canary-") + key);
     folder.write("deep/state/domain.sqlite.corrupt-1", "canary-a");
     const std::array<std::string_view, 2> keys{"a", "b"};
+    // A program that does not overwrite what it deletes.
+    ASSERT_EQ(shell("sqlite3 $F 'PRAGMA secure_delete = OFF' \"DELETE FROM defaults WHERE key = 'b'\""),
+              "0\n");
     {
         SQLite::Database reader(file.string(), SQLite::OPEN_READWRITE);
         const SQLite::Transaction reading(reader);
@@ -279,7 +282,8 @@ TEST_F(SQLiteUserDefaultsTest, UnreadValueIsNotOverwritten)
     const auto defaults = open();
     std::filesystem::create_directories(file.parent_path());
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
-    EXPECT_EQ(defaults->object("a"), std::nullopt);
+    for (const char* key : {"a", "b"})
+        EXPECT_EQ(defaults->object(key), std::nullopt);
     std::filesystem::remove(file);
     open()->set("a", "precious");
     log.takeLines();
@@ -289,6 +293,8 @@ TEST_F(SQLiteUserDefaultsTest, UnreadValueIsNotOverwritten)
     EXPECT_EQ(defaults->text("a"), "precious");
     EXPECT_TRUE(defaults->set("a", "made on purpose"));
     EXPECT_EQ(defaults->text("a"), "made on purpose");
+    EXPECT_EQ(defaults->object("b"), std::nullopt);
+    EXPECT_TRUE(defaults->set("b", 1)) << "it could be read by now";
 }
 
 } // namespace
