@@ -26,15 +26,6 @@ struct GoodCase {
     PropertyList expected;
 };
 
-void expectGood(const GoodCase& row, PropertyListFormat format)
-{
-    const PropertyListDocument document = readPropertyList(row.document);
-    EXPECT_EQ(document.root, row.expected) << document.root.description();
-    EXPECT_STREQ(document.root.typeName(), row.expected.typeName());
-    EXPECT_EQ(document.format, format);
-    EXPECT_TRUE(document.places.byPath.empty());
-}
-
 const GoodCase goodXML[] = {
     {xml("<dict>\n <key>t</key> <string>x</string>\n <key>y</key><true/> <key>n</key><false></false>"
          "<key>l</key><array><integer> 3 </integer><real>3.5</real>"
@@ -272,12 +263,17 @@ const BadCase badBinary[] = {
 
 TEST(PropertyListReaderTest, ReadsGoodDocumentsInFull)
 {
-    for (const GoodCase& row : goodXML)
-        expectGood(row, PropertyListFormat::xml);
-    for (const GoodCase& row : goodJSON)
-        expectGood(row, PropertyListFormat::json);
-    for (const GoodCase& row : goodBinary)
-        expectGood(row, PropertyListFormat::binary);
+    const auto expectGood = [](const auto& rows, PropertyListFormat format) {
+        for (const GoodCase& row : rows) {
+            const PropertyListDocument document = readPropertyList(row.document);
+            EXPECT_EQ(document.root, row.expected) << document.root.description();
+            EXPECT_EQ(document.format, format);
+            EXPECT_TRUE(document.places.byPath.empty());
+        }
+    };
+    expectGood(goodXML, PropertyListFormat::xml);
+    expectGood(goodJSON, PropertyListFormat::json);
+    expectGood(goodBinary, PropertyListFormat::binary);
 }
 
 TEST(PropertyListReaderTest, RejectsBadDocumentsWithReasonAndPosition)
