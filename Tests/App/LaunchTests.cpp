@@ -1,6 +1,5 @@
 #include "App/Launch.h"
 #include "App/LaunchOptions.h"
-#include "Core/Constants.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/Timer.h"
 #include "Tests/App/TinyDevice.h"
@@ -62,18 +61,11 @@ void useApp(TinyDevice& device, const EventLoop& loop)
     EXPECT_EQ(visibleWindow(), nullptr) << "before the appearance is known";
     device.reportedAppearance.answerWith({.isDark = true});
     EXPECT_NE(visibleWindow(), nullptr);
-    device.registerForRemoteNotifications();
-    ASSERT_TRUE(waitFor([&] { return !device.network.requests.empty(); }));
     ASSERT_TRUE(waitFor([] { return !QGuiApplication::windowIcon().isNull(); }));
     EXPECT_TRUE(device.isStarted);
     EXPECT_FALSE(device.notifications.delegate.expired());
     EXPECT_EQ(QGuiApplication::desktopFileName(), "com.example.tiny");
     EXPECT_THAT(device.log.takeLines(), Contains("Configuration manager initialized"));
-    const auto& suite = device.defaults.fakeSuite(Core::Constants::appGroupSuiteName).values;
-    EXPECT_TRUE(suite.contains(std::string(Core::Constants::SnapshotKeys::configSnapshot)));
-    EXPECT_THAT(device.network.requests,
-                ElementsAre(Field(&URLRequest::url,
-                                  AllOf(StartsWith("https://mdm.example.com/"), HasSubstr("DEV-1")))));
 
     device.delegate()->didFailToRegisterForRemoteNotifications(Error{});
     EXPECT_THAT(device.log.takeLines(), Contains(HasSubstr("registration failed")));
@@ -125,8 +117,6 @@ TEST(LaunchTest, RunsOnAnotherDeviceImplementation)
     const auto exitCode = launch([&](const EventLoop& loop, const DeviceStrings&) {
         auto device = std::make_unique<TinyDevice>(loop);
         device->onStop = [&] { ++stopCount; };
-        device->defaults.deliver(
-            PropertyList::Dictionary{{"device_id", "DEV-1"}, {"base_domain", "https://mdm.example.com"}});
         start = loop.timers.scheduledTimer(0ms, [&made = *device, loop] {
             useApp(made, loop);
             loop.quit();

@@ -53,12 +53,7 @@ public:
     {
         m_delegate = std::move(delegate);
     }
-    void registerForRemoteNotifications() override
-    {
-        m_loop.mainQueue.async([this] {
-            delegate()->didRegisterForRemoteNotifications({std::byte{0xab}, std::byte{0xcd}});
-        });
-    }
+    void registerForRemoteNotifications() override {}
     void open(std::string_view) override { m_openSettings(); }
 
 private:

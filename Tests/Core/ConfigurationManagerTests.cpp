@@ -169,18 +169,6 @@ TEST_F(ConfigurationManagerTest, ValidatesStoresAndReportsEachKeySeparately)
     }
 }
 
-TEST(ManagedKeysTest, EveryConfigMemberHasOneRow)
-{
-    for (const ManagedKey& key : managedKeys()) {
-        EXPECT_EQ(findManagedKey(key.name), &key);
-        EXPECT_EQ(findManagedKey(std::string(key.name) + "s"), nullptr);
-    }
-    std::size_t size = 0;
-    ValidatedConfig config;
-    forEachValue(config, [&](const ManagedKey&, auto& member) { size += sizeof member; });
-    EXPECT_EQ(size, sizeof config) << "a member has no row, or more than one";
-}
-
 TEST_F(ConfigurationManagerTest, OnlyChangedManagedKeysTriggerAnUpdate)
 {
     defaults.deliver(managed);

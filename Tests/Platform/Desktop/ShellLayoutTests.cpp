@@ -69,7 +69,7 @@ TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
     EXPECT_TRUE(waitFor([&] { return accessibleNames() == content; }));
 }
 
-TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
+TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindowAndMoveUnlessMotionIsReduced)
 {
     server = "A notification server 1.2.3";
     attach();
@@ -77,49 +77,70 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindow)
         shell.setAppearance({.textScale = wanted});
         EXPECT_EQ(shell.textScale(), scale);
     }
-    for (const QSize size :
-         {QSize(320, 300), QSize(320, 568), QSize(699, 600), QSize(700, 600), QSize(1024, 768)}) {
-        for (const double textScale : {1.0, 2.0}) {
-            SCOPED_TRACE(std::to_string(size.width()) + " x " + std::to_string(size.height()) +
-                         " with text of " + std::to_string(textScale));
-            const QRectF whole(QPointF(), size);
-            shell.setAppearance({.isMotionReduced = true, .textScale = textScale});
-            resize(size);
-            const auto dialogArea = [&] { return dialog()->mapRectToScene(dialog()->boundingRect()); };
+    const QSize sizes[] = {{320, 300}, {320, 568}, {699, 600}, {700, 600}, {1024, 768}};
+    for (int number = 0; number < 10; ++number) {
+        const QSize size = sizes[number / 2];
+        const bool isReduced = number % 2 == 1;
+        const double textScale = isReduced ? 2 : 1;
+        SCOPED_TRACE(std::to_string(size.width()) + " x " + std::to_string(size.height()) +
+                     (isReduced ? " reduced, with large text" : ""));
+        const QRectF whole(QPointF(), size);
+        shell.setAppearance({.isMotionReduced = isReduced, .textScale = textScale});
+        resize(size);
+        const auto dialogArea = [&] { return dialog()->mapRectToScene(dialog()->boundingRect()); };
+        const auto expectMotion = [&](const char* what, const std::function<bool()>& hasEnded) {
+            EXPECT_EQ(hasEnded(), isReduced) << what;
+            EXPECT_TRUE(waitFor(hasEnded)) << what;
+        };
 
-            ask("it");
-            ASSERT_TRUE(hasFocus("shell.allow"));
-            EXPECT_EQ(texts().size(), 4);
-            EXPECT_EQ(dialogArea().width(), std::min(300 * textScale, size.width() - 32.0));
-            EXPECT_LE(dialogArea().height(), size.height() - 32);
+        ask("it");
+        if (!isReduced)
+            doAction("shell.allow", "Press"); // Before the user has seen the question.
+        EXPECT_EQ(events, "");
+        expectMotion("panel", [&] { return dialog()->opacity() == 1 && dialog()->scale() == 1; });
+        ASSERT_TRUE(hasFocus("shell.allow"));
+        EXPECT_EQ(texts().size(), 4);
+        EXPECT_EQ(dialogArea().width(), std::min(300 * textScale, size.width() - 32.0));
+        EXPECT_LE(dialogArea().height(), size.height() - 32);
+        EXPECT_LE(QLineF(dialogArea().center(), whole.center()).length(), 1);
+        const QRectF refusal = area("shell.dontAllow");
+        const QRectF consent = area("shell.allow");
+        EXPECT_TRUE(dialogArea().contains(refusal) && dialogArea().contains(consent));
+        EXPECT_FALSE(refusal.intersects(consent));
+        EXPECT_GE(refusal.height(), 44);
+        tap("shell.allow");
+        EXPECT_TRUE(waitFor([&] { return std::exchange(events, "") == "it allowed "; }));
+        EXPECT_TRUE(waitFor([&] { return !item("shell.allow")->isVisible(); }));
+
+        shell.openSettings();
+        expectMotion("sheet", [&] {
+            return dialog()->opacity() == 1 && dialog()->y() == dialog()->property("restingY").toReal();
+        });
+        EXPECT_EQ(texts().size(), 7);
+        EXPECT_TRUE(whole.adjusted(0, 44, 0, 0).contains(dialogArea()));
+        EXPECT_TRUE(dialogArea().contains(area("shell.settings.done")));
+        EXPECT_EQ(dialogArea().width(), size.width() < 700 ? size.width() : 540);
+        if (size.width() < 700)
+            EXPECT_EQ(dialogArea().bottom(), size.height());
+        else
             EXPECT_LE(QLineF(dialogArea().center(), whole.center()).length(), 1);
-            const QRectF refusal = area("shell.dontAllow");
-            const QRectF consent = area("shell.allow");
-            EXPECT_TRUE(dialogArea().contains(refusal) && dialogArea().contains(consent));
-            EXPECT_FALSE(refusal.intersects(consent));
-            EXPECT_TRUE(refusal.height() >= 44 && consent.height() >= 44);
-            tap("shell.allow");
+        const QPoint button = area("shell.settings.allowNotifications").toRect().center();
+        shell.settings()->close();
+        QTest::mouseClick(window, Qt::LeftButton, {}, button);
+        EXPECT_EQ(events, "") << "a tap on what disappears";
+        expectMotion("sheet ends", [&] { return !item("shell.settings.done")->isVisible(); });
 
-            openSettings();
-            EXPECT_EQ(texts().size(), 7);
-            EXPECT_TRUE(whole.adjusted(0, 44, 0, 0).contains(dialogArea()));
-            EXPECT_TRUE(dialogArea().contains(area("shell.settings.done")));
-            EXPECT_EQ(dialogArea().width(), size.width() < 700 ? size.width() : 540);
-            if (size.width() < 700)
-                EXPECT_EQ(dialogArea().bottom(), size.height());
-            else
-                EXPECT_LE(QLineF(dialogArea().center(), whole.center()).length(), 1);
-            tap("shell.settings.done");
-
-            ASSERT_TRUE(waitFor([&] { return showBanner({"<b>Title</b>", "Text", {}, {}}); }));
-            EXPECT_TRUE(texts().contains("<b>Title</b>"));
-            const QRectF banner = area("shell.banner");
-            EXPECT_EQ(banner.width(), std::min(400 * textScale, size.width() - 16.0));
-            EXPECT_NEAR(banner.center().x(), whole.center().x(), 1);
-            EXPECT_EQ(banner.top(), 8);
-            outwaitBanner();
-        }
+        EXPECT_TRUE(showBanner({"<b>Title</b>", "Text", {}, {}}));
+        EXPECT_EQ(accessible("shell.banner")->role(), QAccessible::Notification);
+        expectMotion("banner", [&] { return area("shell.banner").top() == 8; });
+        EXPECT_TRUE(texts().contains("<b>Title</b>"));
+        EXPECT_EQ(area("shell.banner").width(), std::min(400 * textScale, size.width() - 16.0));
+        EXPECT_NEAR(area("shell.banner").center().x(), whole.center().x(), 1);
+        outwaitBanner();
+        expectMotion("banner ends", [&] { return !item("shell.banner")->isVisible(); });
     }
+    EXPECT_TRUE(waitFor([&] { return showBanner({"", "text", {}, {}}); }));
+    EXPECT_EQ(accessible("shell.banner")->text(QAccessible::Name), "Quorvane MDM\ntext");
 }
 
 TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
@@ -192,46 +213,5 @@ TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
             EXPECT_EQ((*found)->property("contentY").toReal(), position);
         }
         shell.permission()->answer(true);
-    }
-}
-
-TEST_F(ShellTest, MotionIsAnimatedUnlessReduced)
-{
-    attach();
-    for (const bool isReduced : {true, false}) {
-        for (const QSize size : {QSize(320, 568), QSize(1024, 768)}) {
-            SCOPED_TRACE(std::to_string(size.width()) + (isReduced ? " reduced" : ""));
-            shell.setAppearance({.isMotionReduced = isReduced});
-            resize(size);
-            const auto expectMotion = [&](const char* what, const std::function<bool()>& hasEnded) {
-                EXPECT_EQ(hasEnded(), isReduced) << what;
-                EXPECT_TRUE(waitFor(hasEnded)) << what;
-            };
-            ask("it");
-            if (!isReduced)
-                doAction("shell.allow", "Press"); // Before the user has seen the question.
-            EXPECT_EQ(events, "");
-            expectMotion("panel", [&] { return dialog()->opacity() == 1 && dialog()->scale() == 1; });
-            doAction("shell.allow", "Press");
-            EXPECT_EQ(std::exchange(events, ""), "it allowed ");
-            expectMotion("panel ends", [&] { return !item("shell.allow")->isVisible(); });
-
-            shell.openSettings();
-            expectMotion("sheet", [&] {
-                return dialog()->opacity() == 1 && dialog()->y() == dialog()->property("restingY").toReal();
-            });
-            const QPoint button = area("shell.settings.allowNotifications").toRect().center();
-            shell.settings()->close();
-            QTest::mouseClick(window, Qt::LeftButton, {}, button);
-            EXPECT_EQ(events, "") << "a tap on what disappears";
-            expectMotion("sheet ends", [&] { return !item("shell.settings.done")->isVisible(); });
-
-            EXPECT_TRUE(showBanner({"", "text", {}, {}}));
-            EXPECT_EQ(accessible("shell.banner")->role(), QAccessible::Notification);
-            EXPECT_EQ(accessible("shell.banner")->text(QAccessible::Name), "Quorvane MDM\ntext");
-            expectMotion("banner", [&] { return area("shell.banner").top() == 8; });
-            outwaitBanner();
-            expectMotion("banner ends", [&] { return !item("shell.banner")->isVisible(); });
-        }
     }
 }

@@ -97,21 +97,24 @@ TEST_F(CurlURLSessionTest, FailuresNameTheHostOrTheProxyWithoutCredentials)
     }
 }
 
-TEST(CurlFailureTest, BlamesAnHTTPProxyOnlyUntilItsTunnelIsOpen)
+TEST(CurlFailureTest, NamesTheCertificateOfTheServerOrOfAnHTTPProxyWithoutATunnel)
 {
-    // The proxy, its status, and the host whose certificate has expired.
-    const std::tuple<const char*, long, const char*> cases[] = {
-        {"http://p:1", 200, "of backend.example:443 has"},
-        {"https://p:1", 0, "of the proxy p:1 (https_proxy) has"},
-        {"socks5h://p:1", 0, "of backend.example:443 has"},
+    // The proxy, the status of its response, and the result of the verification.
+    const std::tuple<const char*, long, long, const char*> cases[] = {
+        {"http://p:1", 200, X509_V_ERR_CERT_HAS_EXPIRED, "of backend.example:443 has expired"},
+        {"https://p:1", 0, X509_V_ERR_CERT_HAS_EXPIRED, "of the proxy p:1 (https_proxy) has expired"},
+        {"socks5h://p:1", 0, X509_V_ERR_CERT_HAS_EXPIRED, "of backend.example:443 has expired"},
+        {"", 0, X509_V_ERR_CERT_NOT_YET_VALID, "is not valid yet; check the clock"},
+        {"", 0, X509_V_ERR_CERT_REVOKED, "was rejected: detail."},
     };
     ::unsetenv("no_proxy");
-    for (const auto& [proxy, status, part] : cases) {
+    for (const auto& [proxy, status, result, part] : cases) {
         ::setenv("https_proxy", proxy, 1);
         const Network::CurlFailure failure{.code = CURLE_PEER_FAILED_VERIFICATION,
-                                           .certificateResult = X509_V_ERR_CERT_HAS_EXPIRED,
-                                           .proxyCertificateResult = X509_V_ERR_CERT_HAS_EXPIRED,
-                                           .proxyStatus = status};
+                                           .certificateResult = result,
+                                           .proxyCertificateResult = result,
+                                           .proxyStatus = status,
+                                           .detail = "detail"};
         const Network::CurlRoute route{Network::parseSecureURL("https://backend.example/")};
         EXPECT_THAT(Network::urlError(failure, route).what(), HasSubstr(part)) << proxy;
     }
@@ -121,12 +124,14 @@ TEST(CurlFailureTest, BlamesAnHTTPProxyOnlyUntilItsTunnelIsOpen)
 TEST_F(CurlURLSessionTest, WaitingForAConnectionIsNotIdleWhileOthersReceive)
 {
     Line line;
+    const std::string hanging = line.expand("https://localhost:{silent}/");
+    line.backend.setReply("/to", {.status = 302, .headerFields = {{"Location", hanging}}});
+    EXPECT_THAT(description(line.get("/to", 1s).get()), StartsWith("Cannot connect to localhost:"));
     line.backend.setReply(
         "/drip", {.body = "slowly, slowly", .delay = 200ms, .ending = TestBackend::Ending::dripping});
     std::vector<std::future<Outcome>> outcomes;
     for (int count = 0; count < 7; ++count)
         outcomes.push_back(line.get("/drip", 2s));
-    const std::string hanging = line.expand("https://localhost:{silent}");
     EXPECT_EQ(result(line.start({.url = hanging, .timeoutInterval = 1s}).get()), number(Code::timedOut));
     EXPECT_EQ(outcomes.back().wait_for(0s), std::future_status::timeout) << "A handshake waits for others.";
     for (auto& outcome : outcomes)

@@ -3,6 +3,7 @@
 #include "Tests/Platform/Network/CurlURLSessionTest.h"
 
 #include <algorithm>
+#include <csignal>
 #include <latch>
 #include <map>
 #include <optional>
@@ -223,6 +224,9 @@ TEST_F(CurlURLSessionTest, CompletesManyConcurrentRequestsOnItsThread)
         line.session->start({.url = line.backend.baseURL()}, [&](const Outcome& outcome) {
             successCount += result(outcome) == 200 ? 1 : 0;
             threads.insert(std::this_thread::get_id());
+            sigset_t blocked{};
+            ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+            EXPECT_TRUE(::sigismember(&blocked, SIGTERM) == 1 && ::sigismember(&blocked, SIGPIPE) == 1);
             done.count_down();
         });
     done.wait();

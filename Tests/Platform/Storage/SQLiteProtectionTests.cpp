@@ -1,5 +1,6 @@
 // Protects a store from other users, and its reader from a hostile store.
 
+#include "Platform/Storage/PathWalk.h"
 #include "Tests/Platform/Storage/SQLiteUserDefaultsTest.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -123,6 +124,14 @@ TEST_F(SQLiteProtectionTest, AppUsesOnlyAPrivateStore)
             EXPECT_EQ(run("find -H $S -perm /077"), "");
         }
     }
+}
+
+TEST_F(SQLiteProtectionTest, StickyBitProtectsOnlyFolders)
+{
+    begin();
+    ASSERT_EQ(run("chmod 1777 $S; chmod 1666 $F"), "");
+    EXPECT_THAT(Storage::distrustReason(Storage::walkPath(file)).value_or("trusted"),
+                HasSubstr("domain.sqlite can be written by others (mode 1666)"));
 }
 
 TEST_F(SQLiteProtectionTest, IgnoresABellThatIsALink)

@@ -71,7 +71,8 @@ TEST_F(SQLiteUserDefaultsTest, ErasingLeavesNoTraceUnlessAnotherProcessReads)
     folder.write("deep/state/domain.sqlite.corrupt-1", "canary-a");
     const std::array<std::string_view, 2> keys{"a", "b"};
     // A program that does not overwrite what it deletes.
-    ASSERT_EQ(shell("sqlite3 $F 'PRAGMA secure_delete = OFF' \"DELETE FROM defaults WHERE key = 'b'\""),
+    ASSERT_EQ(shell("sqlite3 $F 'PRAGMA secure_delete = OFF' \"INSERT INTO defaults VALUES('d', 'text', "
+                    "'canary-d'); DELETE FROM defaults WHERE key = 'd'\""),
               "0\n");
     {
         SQLite::Database reader(file.string(), SQLite::OPEN_READWRITE);
@@ -165,6 +166,8 @@ TEST_F(SQLiteUserDefaultsTest, CheckpointsLimitTheSizeOfTheLog)
     for (int i = 0; i < 200; ++i)
         defaults->set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
     EXPECT_LT(std::filesystem::file_size(file.string() + "-wal"), 6'000'000U);
+    ASSERT_EQ(shell("rm $F-wal"), "");
+    EXPECT_EQ(defaults->text("k"), std::string(100'000, 'r')) << "our checkpoints are no foreign writes";
 }
 
 const std::string readAll =
