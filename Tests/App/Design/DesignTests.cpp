@@ -1,3 +1,5 @@
+#include "App/Design/PatchedItem.h"
+
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -10,6 +12,30 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+/// Counts how often its picture is made.
+class CountingItem final : public App::Design::PatchedItem {
+public:
+    using PatchedItem::itemChange;
+    mutable int count = 0;
+
+private:
+    [[nodiscard]] Patches makePatches() const override { return ++count, Patches(); }
+};
+
+/// Moving the window to another screen of the offscreen platform would also resize it, and hide the fault.
+TEST(DesignTests, MakesANewPictureForAnotherPixelRatio)
+{
+    QQuickView view;
+    CountingItem item;
+    item.setParentItem(view.contentItem());
+    item.setSize({9, 9});
+    view.grabWindow();
+    EXPECT_EQ(item.count, 1);
+    item.itemChange(QQuickItem::ItemDevicePixelRatioHasChanged, 3.0);
+    view.grabWindow();
+    EXPECT_EQ(item.count, 2);
+}
 
 struct Case {
     const char* qml;

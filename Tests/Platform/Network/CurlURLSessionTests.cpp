@@ -152,6 +152,7 @@ TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
     };
     const std::string large(3'000'000, 'x');
     const Case cases[] = {{"GET", {}},
+                          {"HEAD", {}},
                           {"DELETE", {}},
                           {"POST", {}, "Content-Length: 0\n"},
                           {"POST", std::string("a\0b", 3), "Content-Length: 3\n"},
