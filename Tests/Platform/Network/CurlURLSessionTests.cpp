@@ -57,6 +57,7 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         {{.ending = Ending::closedBefore}, Code::networkConnectionLost},
         {{.headerFields = {{"Content-Encoding", "gzip"}}, .body = "not gzip"}, Code::cannotDecodeContentData},
         {{.delay = 1h}, Code::timedOut, 1s},
+        {{.body = "The limit is reduced to a day."}, {}, std::chrono::seconds::max()},
         // In total, it takes longer than the limit.
         {{.body = "slowly", .delay = 400ms, .ending = Ending::dripping}, {}, 2s},
         {{.body = "slowly", .delay = 1h, .ending = Ending::dripping}, Code::timedOut, 1s}};
@@ -167,10 +168,12 @@ TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
             "/path",
             {.headerFields = {{"X-Twice", "a"}, {"X-Twice", "a"}, {"X-Void", ""}, {"X-Folded", "a\r\n  b"}}});
         const std::string host = "localhost:" + std::to_string(line.backend.port());
-        URLRequest request{
-            .url = "https://user:p@ssword@" + host + "/path?query=1#fragment",
-            .httpMethod = row.method,
-            .headerFields = {{"X-Given", " as it is"}, {"Host", "evil"}, {"Content-Length", "1"}}};
+        URLRequest request{.url = "https://user:p@ssword@" + host + "/path?query=1#fragment",
+                           .httpMethod = row.method,
+                           .headerFields = {{"X-Given", " as it is"},
+                                            {"Host", "evil"},
+                                            {"Content-Length", "1"},
+                                            {"Transfer-Encoding", "chunked"}}};
         if (row.body)
             request.httpBody = bytesOf(*row.body);
         std::promise<Outcome> first;

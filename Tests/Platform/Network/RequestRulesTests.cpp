@@ -167,6 +167,12 @@ TEST(ResponseHeaderTest, KeepsTheFieldsOfTheFinalResponse)
         EXPECT_TRUE(header.addLine(line));
     EXPECT_EQ(header.fields(), (HeaderFields{{"Location", "/first"}, {"X-A", "1, 2 3"}}));
 
+    EXPECT_TRUE(header.addLine("HTTP/1.1 103 Early Hints\r\n"));
+    for (std::size_t number = 0; number < ResponseHeader::maximumFieldCount; ++number)
+        EXPECT_TRUE(header.addLine("X-" + std::to_string(number) + ": 1\r\n"));
+    EXPECT_TRUE(header.addLine("HTTP/1.1 200 OK\r\n") && header.addLine("X-A: 1\r\n"));
+    EXPECT_EQ(header.fields(), (HeaderFields{{"X-A", "1"}})) << "early hints do not count";
+
     const std::string half(ResponseHeader::maximumBytes / 2, 'x');
     ResponseHeader longest;
     EXPECT_TRUE(longest.addLine(half) && longest.addLine(half)) << "exactly the limit";

@@ -87,8 +87,8 @@ TEST_F(SQLiteProtectionTest, AppUsesOnlyAPrivateStore)
         {"our link to another user's folder", "rm -r $S; ln -s theirs $S", "/theirs belongs to user 65534",
          true},
         {"our link out of a private folder",
-         "chmod 700 $S/..; O=${S%/*/*}/open; mkdir $O; chmod 777 $O; mv $S $O; ln -s $O/state $S",
-         "/open can be written by others"},
+         "chmod 700 $S/..; O=${S%/*}-open; mkdir $O; chmod 777 $O; mv $S $O; ln -s $O/state $S",
+         "/deep-open can be written by others"},
         {"another user's link", "chmod 1777 $S/..; mv $S $S.real; as_stranger ln -s state.real $S",
          "/state belongs to user 65534", true},
         {"store of another user", "chown 65534 $F; chmod 666 $F", "domain.sqlite belongs to user 65534",
@@ -156,6 +156,9 @@ TEST_F(SQLiteProtectionTest, IgnoresABellThatIsALink)
         ASSERT_EQ(run("rm $S/domain.bell"), "");
         EXPECT_TRUE(defaults->set("k", 3));
         EXPECT_THAT(log.takeLines(), IsEmpty());
+        ASSERT_EQ(run("sqlite3 $F \".backup $F.new\"; mv $F.new $F; ln -sf file $S/domain.bell"), "");
+        EXPECT_EQ(defaults->integer("k"), 3);
+        EXPECT_THAT(log.takeLines(), ElementsAre(HasSubstr("domain.bell is a link"))) << "once more";
     }
 }
 

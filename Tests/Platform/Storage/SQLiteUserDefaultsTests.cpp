@@ -60,6 +60,7 @@ TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissing)
     }
     EXPECT_TRUE(defaults->set("k", std::nan("")));
     EXPECT_TRUE(std::isnan(*defaults->object("k").value().real()));
+    EXPECT_TRUE(defaults->set("k", Date{std::nan("")}));
     EXPECT_TRUE(log.takeLines().empty());
 }
 
