@@ -11,7 +11,6 @@
 #include <thread>
 
 using namespace Core;
-using Platform::LogType;
 using Platform::LogVisibility;
 using Lines = std::vector<std::string>;
 
