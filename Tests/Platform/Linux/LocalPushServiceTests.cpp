@@ -67,7 +67,7 @@ namespace {
 
 class LocalPushServiceTest : public testing::Test, public PushServiceListener {
 protected:
-    ~LocalPushServiceTest() override
+    void TearDown() override
     {
         runOn(mainQueue, [&] { service.reset(); });
         isPeerForeign = false;
@@ -100,9 +100,13 @@ protected:
         });
         runOn(mainQueue);
     }
-    [[nodiscard]] std::string send(const std::string& payload = "{}") const
+    /// Returns the reply, after everything that the listener did.
+    [[nodiscard]] std::string send(const std::string& payload = "{}")
     {
-        return Linux::sendToLocalPushService(socketFile, payload);
+        runOn(mainQueue);
+        std::string reply = Linux::sendToLocalPushService(socketFile, payload);
+        runOn(mainQueue);
+        return reply;
     }
     [[nodiscard]] Storage::FileDescriptor connect() const
     {
@@ -184,7 +188,6 @@ TEST_F(LocalPushServiceTest, RepliesToEachPayload)
     for (const auto& [payload, answer] : cases) {
         SCOPED_TRACE(payload.substr(0, 40));
         EXPECT_THAT(send(payload), StartsWith(answer));
-        runOn(mainQueue);
         const bool isDelivered = answer == std::string("ok") || answer == std::string("error: as asked");
         EXPECT_EQ(std::exchange(receivedCount, 0), isDelivered ? 1 : 0);
         EXPECT_EQ(std::exchange(unreadableCount, 0), isDelivered ? 0 : 1);
