@@ -1,7 +1,7 @@
 #include "Platform/PropertyLists/PropertyListReader.h"
 
 #include "Tests/Fakes/Bytes.h"
-#include "Tests/Platform/Linux/PropertyListDocuments.h"
+#include "Tests/Platform/PropertyLists/PropertyListDocuments.h"
 
 #include <gtest/gtest.h>
 
