@@ -33,8 +33,7 @@ BareDatabase::BareDatabase(const std::filesystem::path& file, Durability durabil
         throw std::runtime_error("cannot open " + file.string());
     run("PRAGMA journal_mode = WAL");
     run(durability == Durability::full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = OFF");
-    run("CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT NOT NULL, value NOT NULL) "
-        "WITHOUT ROWID");
+    run("CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT NOT NULL, value NOT NULL)");
     m_begin = prepared("BEGIN IMMEDIATE");
     m_commit = prepared("COMMIT");
     m_upsert = prepared("INSERT INTO defaults VALUES(?1, ?2, ?3) "

@@ -27,11 +27,12 @@ namespace {
 
 /// Increase it when older versions cannot read the file any longer. The oldest files have version 0.
 constexpr int formatVersion = 1;
-constexpr const char* initialisation = "BEGIN IMMEDIATE;"
-                                       "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY, type TEXT "
-                                       "NOT NULL, value NOT NULL) WITHOUT ROWID;"
-                                       "PRAGMA user_version = 1;"
-                                       "COMMIT";
+constexpr const char* initialisation =
+    "BEGIN IMMEDIATE;"
+    "CREATE TABLE IF NOT EXISTS defaults(key TEXT NOT NULL PRIMARY KEY, type TEXT "
+    "NOT NULL, value NOT NULL);"
+    "PRAGMA user_version = 1;"
+    "COMMIT";
 
 bool isCorruption(const SQLite::Exception& error)
 {

@@ -41,7 +41,9 @@ TEST_F(SQLiteUserDefaultsTest, FilesArePrivateAndReadableWithSQL)
         "700 ..\n700 .\n600 domain.bell\n600 domain.sqlite\n600 domain.sqlite-shm\n600 domain.sqlite-wal\n");
 
     const SQLite::Database second(file.string(), SQLite::OPEN_READONLY);
-    SQLite::Statement all(second, "SELECT group_concat(key || ' ' || type || ' ' || value) FROM defaults");
+    SQLite::Statement all(second,
+                          "SELECT group_concat(key || ' ' || type || ' ' || value) FROM (SELECT * FROM "
+                          "defaults ORDER BY key)");
     all.executeStep();
     EXPECT_EQ(all.getColumn(0).getString(), "b boolean 1,c date 1.5,k text text");
 }
@@ -143,6 +145,9 @@ TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnUnsuitableOneIsMovedAsi
         {"PRAGMA user_version = 0", false},
         {"PRAGMA user_version = 7", false},
         {"CREATE TABLE other(x)", false},
+        // The table of earlier versions.
+        {"CREATE TABLE defaults(key TEXT PRIMARY KEY, type TEXT NOT NULL, value NOT NULL) WITHOUT ROWID",
+         false},
         {"CREATE TABLE defaults(key, value)", true},
         {"CREATE TABLE defaults(key, type, value)", true},
         {"CREATE VIEW defaults AS SELECT 'k' AS key, 'integer' AS type, 5 AS value", true},
@@ -172,7 +177,7 @@ TEST_F(SQLiteUserDefaultsTest, CheckpointsLimitTheSizeOfTheLog)
 }
 
 const std::string readAll =
-    "sqlite3 $F \"select key || '=' || value from defaults\" 'PRAGMA integrity_check'";
+    "sqlite3 $F \"select key || '=' || value from defaults order by key\" 'PRAGMA integrity_check'";
 
 TEST_F(SQLiteUserDefaultsTest, StoreReplacedByAnotherProcessIsReopened)
 {
