@@ -23,7 +23,7 @@ TEST(BundleIdListTest, KeepsOnlyBundleIdentifiers)
          {{entryEmpty, 2}, {entryHasForbiddenCharacter, 3}, {entryHasNoDot, 4}, {entryRepeated, 5}}},
         {Array{" com.acme.one", "com_acme.two"}, {"com.acme.one"}, {{entryHasForbiddenCharacter, 1}}},
         {Array{"com.acme.one", 1}, {}, {{elementNotText, 1}}},
-        {Array{"com.acme.one", PropertyList()}, {}, {{elementNotText, 1}}},
+        {Array{1, "com.acme.one", PropertyList()}, {}, {{elementNotText, 0}, {elementNotText, 2}}},
         {Array{"com.a,com.b"}, {}, {{entryHasForbiddenCharacter, 0}}},
         {Array{}, {}, {}},
         {1.5, {}, {{wrongType, {}}}},
