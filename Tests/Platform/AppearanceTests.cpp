@@ -46,6 +46,8 @@ TEST(RememberedAppearanceTest, NextLaunchStartsWithTheLastAppearance)
         FakeAppearance system;
         RememberedAppearance launch(system, store);
         EXPECT_EQ(launch.current(), last);
+        system.answer = appearance;
+        EXPECT_EQ(launch.current(), appearance);
         std::optional<Appearance> seen;
         launch.observe([&](const Appearance& value) { seen = value; });
         const int commitCount = store.commitCount;

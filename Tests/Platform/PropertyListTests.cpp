@@ -31,7 +31,7 @@ TEST(PropertyListTest, DescriptionIsDeterministicAndDistinguishesContainers)
         {Date{0.5}, "<date 0.5>"},
         {Data{std::byte{0x00}, std::byte{0xab}}, "<data 00ab>"},
         {PropertyList::Array{}, "[]"},
-        {PropertyList::Array{"a\", \"b", 1, PropertyList::Array{"c"}}, R"(["a\", \"b", 1, ["c"]])"},
+        {PropertyList::Array{"a\", \"b\\", 1, PropertyList::Array{"c"}}, R"(["a\", \"b\\", 1, ["c"]])"},
         {PropertyList::Dictionary{{"b", false}, {"a", "x"}}, R"({"a": "x", "b": false})"},
     };
     for (const auto& [value, expected] : cases)
@@ -60,7 +60,6 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
     for (const auto& [value, expected] : cases)
         EXPECT_EQ(value.numberText(), expected);
     EXPECT_EQ(Date{785'000'000.25}.utcText(), "2025-11-16T15:33:20.250Z");
-    EXPECT_EQ(Date{252'423'993'600.5}.utcText(), "252423993600.5");
     EXPECT_EQ(Platform::parseDecimal("1234.5"), 1234.5);
     EXPECT_EQ(Platform::parseDecimal("1234,5"), std::nullopt);
     EXPECT_TRUE(Platform::equalsIgnoringASCIICase("Ident\xC4", "iDENT\xC4"));
@@ -81,6 +80,7 @@ TEST(DateTest, WritesUTCForEveryNumber)
         {-0.001, "2000-12-31T23:59:59.999Z"},
         {-978'307'200, "1970-01-01T00:00:00.000Z"},
         {252'423'993'599, "9999-12-31T23:59:59.000Z"},
+        {252'423'993'600, "252423993600"},
         {1e300, "1e+300"},
         {std::numeric_limits<double>::quiet_NaN(), "nan"},
     };

@@ -84,7 +84,7 @@ TEST_P(UserDefaultsContractTest, TypedGettersReturnAnEmptyValueForOtherTypes)
     const std::tuple<PropertyList, std::int64_t, bool> cases[] = {{42, 42, true},
                                                                   {0, 0, false},
                                                                   {-3.9, -3, true},
-                                                                  {1e300, 0, true},
+                                                                  {9'223'372'036'854'775'808.0, 0, true},
                                                                   {true, 1, true},
                                                                   {"42", 0, false},
                                                                   {Platform::Data{}, 0, false}};

@@ -234,6 +234,7 @@ const BadCase badBinary[] = {
     {withTrailer("\1\0"s, 1, "\x8"), "invalid size"},
     {withTrailer("\1\1", 1, "\6"), "outside the object area"},
     {binary({"\x4F\x23\0\0\0\0\0\0\0\1x"s}), "invalid count"},
+    {binary({"\x4F\x14\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\1x"s}), "invalid count"},
     {binary({"\xA1\0\1"s, "\xD1\0\2\0\0"s, "\x51k"}), "contains itself"},
     {binaryChain(65, 1), "more than 64 levels deep"},
     {binary({"\xAF\x12" + bigEndian(1'000'000, 4) + repeated(1'000'000, "\0\1"s), "\x09"}),
