@@ -29,7 +29,7 @@ TEST(EncodingTest, EscapesForTerminalsAndLogsAndCleansForNotifications)
          "\u200d\u2065\u202f\u206a\u2070"},
         // An overlong escape character, a lone continuation byte, an incomplete character, a surrogate.
         {"\xc0\x9b-\x9b-\xe2\x82(", "\\xc0\\x9b-\\x9b-\\xe2\\x82(", "\ufffd-\ufffd-\ufffd("},
-        {"\xed\xa0\x80\uffff", "\\xed\\xa0\\x80\uffff", "\ufffd\ufffd"},
+        {"\xed\xa0\x80\uffff-\xff", "\\xed\\xa0\\x80\uffff-\\xff", "\ufffd\ufffd-\ufffd"},
     };
     for (const Case& row : cases) {
         EXPECT_EQ(printable(row.text), row.printable);
@@ -37,6 +37,16 @@ TEST(EncodingTest, EscapesForTerminalsAndLogsAndCleansForNotifications)
     }
     EXPECT_EQ(printable("a\n\tb\r\n", LineBreaks::kept), "a\n\\tb\\r\n");
     EXPECT_EQ(plainText("a\n\tb\r\n", LineBreaks::kept), "a\n b\n");
+}
+
+TEST(EncodingTest, Base64DoesNotDependOnThePieces)
+{
+    for (std::size_t cut = 0; cut <= 5; ++cut) {
+        Base64Writer writer;
+        writer.append("\x7F~}|{"sv.substr(0, cut));
+        writer.append("\x7F~}|{"sv.substr(cut));
+        EXPECT_EQ(std::move(writer).finish(), "f359fHs=") << cut;
+    }
 }
 
 } // namespace

@@ -63,7 +63,7 @@ TEST_F(OutcomeRecorderTest, WritesOneCommitPerSecondHoweverManyOutcomes)
 
 TEST_F(OutcomeRecorderTest, KeepsTheOutcomesOfOtherAreasAndRuns)
 {
-    recorder->record(Subject::upload, Result::succeeded, Kind::none, 204);
+    recorder->record(Subject::upload, Result::failed, Kind::status, 503);
     scheduler.advance(1s);
     const Date uploadTime = storedOutcomes(store).at(Subject::upload).time;
     recorder.emplace(OutcomeRecorder::Ports{store, scheduler, scheduler.mainQueue, scheduler});
@@ -72,7 +72,7 @@ TEST_F(OutcomeRecorderTest, KeepsTheOutcomesOfOtherAreasAndRuns)
     scheduler.advance(1s);
     EXPECT_EQ(storedPush(), 7);
     EXPECT_EQ(storedOutcomes(store).at(Subject::upload),
-              (Outcome{Result::succeeded, Kind::none, 204, uploadTime}));
+              (Outcome{Result::failed, Kind::status, 503, uploadTime}));
 }
 
 TEST_F(OutcomeRecorderTest, SkipsWhatItCannotReadOrWrite)

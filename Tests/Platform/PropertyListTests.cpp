@@ -61,7 +61,8 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
         EXPECT_EQ(value.numberText(), expected);
     EXPECT_EQ(Date{785'000'000.25}.utcText(), "2025-11-16T15:33:20.250Z");
     EXPECT_EQ(Platform::parseDecimal("1234.5"), 1234.5);
-    EXPECT_EQ(Platform::parseDecimal("1234,5"), std::nullopt);
+    for (const char* bad : {"1234,5", "inf", "nan(1)", "+1", " 1", ""})
+        EXPECT_EQ(Platform::parseDecimal(bad), std::nullopt) << bad;
     EXPECT_TRUE(Platform::equalsIgnoringASCIICase("Ident\xC4", "iDENT\xC4"));
 }
 

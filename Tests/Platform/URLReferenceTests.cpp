@@ -60,6 +60,7 @@ TEST(URLReferenceTest, RemovesOnlyDotSegments)
     for (const auto& [reference, resolved] : cases)
         expectResolutions((folder + "x?%2F#f").c_str(), resolved.c_str(), {reference});
     expectResolutions("https://a", "https://a/b", {"b"});
+    expectResolutions("a:", "a:b", {"b"});
     expectResolutions("https://a", "https://a?q", {"?q"});
     expectResolutions("https://a", "https://a//b", {"..//b"});
     expectResolutions("a.b/c/", "d:e", {"d:e"});
