@@ -54,7 +54,11 @@ public:
     Worker()
         : m_sessionState{.certificateFile = environment("SSL_CERT_FILE"),
                          .certificateFolder = environment("SSL_CERT_DIR")}
-    {}
+    {
+        // libcurl would trust the system's folder in addition to the file.
+        if (!m_sessionState.certificateFile.empty() && m_sessionState.certificateFolder.empty())
+            m_sessionState.certificateFolder = "/dev/null";
+    }
     ~Worker();
 
     void start(URLRequest request, Completion completion);

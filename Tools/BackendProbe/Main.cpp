@@ -245,6 +245,12 @@ std::string secondsText(std::chrono::milliseconds duration)
     return fmt::format("{:g} s", std::chrono::duration<double>(duration).count());
 }
 
+std::string environment(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value == nullptr ? std::string() : value;
+}
+
 /// Sets what every connection needs: address, certificates to trust and version of TLS.
 void prepare(Probe& probe, const char* url)
 {
@@ -256,10 +262,13 @@ void prepare(Probe& probe, const char* url)
     probe.set(CURLOPT_ERRORBUFFER, probe.detail.data());
     for (const auto option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO})
         probe.set(option, probe.result.trustedFile.c_str());
-    const char* folder = std::getenv("SSL_CERT_DIR");
+    std::string folder = environment("SSL_CERT_DIR");
+    // libcurl would trust the system's folder in addition to the file.
+    if (folder.empty() && !environment("SSL_CERT_FILE").empty())
+        folder = "/dev/null";
     for (const auto option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH}) {
-        if (folder != nullptr && *folder != '\0')
-            probe.set(option, folder);
+        if (!folder.empty())
+            probe.set(option, folder.c_str());
     }
     probe.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
 }
@@ -308,10 +317,12 @@ void request(ProbeResult& result, const char* url, std::chrono::milliseconds tim
 
 void readTrustedFile(Probe& probe)
 {
-    const char* file = std::getenv("SSL_CERT_FILE");
-    if (file == nullptr || *file == '\0')
+    probe.result.trustedFile = environment("SSL_CERT_FILE");
+    const char* file = nullptr;
+    if (probe.result.trustedFile.empty())
         curl_easy_getinfo(probe.handle, CURLINFO_CAINFO, &file);
-    probe.result.trustedFile = file != nullptr ? file : "";
+    if (file != nullptr)
+        probe.result.trustedFile = file;
     const std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> store(X509_STORE_new(), &X509_STORE_free);
     if (X509_STORE_load_file(store.get(), probe.result.trustedFile.c_str()) == 1)
         return;

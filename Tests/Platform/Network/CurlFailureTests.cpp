@@ -1,9 +1,11 @@
 #include "Platform/Network/CurlFailure.h"
 
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 #include "Tests/Platform/Network/CurlURLSessionTest.h"
+#include "Tools/Backend/Certificates.h"
 
 #include <curl/curl.h>
-#include <openssl/x509_vfy.h>
+#include <openssl/x509.h>
 
 #include <cstdlib>
 #include <optional>
@@ -47,6 +49,27 @@ TEST_F(CurlURLSessionTest, AcceptsACertificateOrExplainsWhyNot)
         }
         EXPECT_THAT(line.backend.takeRequests(), SizeIs(row.error ? 0 : attemptCount));
     }
+}
+
+TEST_F(CurlURLSessionTest, CertificateFileReplacesTheSystemsAuthorities)
+{
+    const auto isReplaced = runIsolated(CLONE_NEWNS, [] {
+        Line line;
+        const auto hash =
+            X509_subject_name_hash(Certificates::makeAuthority("Test Authority", {}).certificate.get());
+        std::filesystem::create_symlink("authority.pem", line.folder.path(fmt::format("{:08x}.0", hash)));
+        Certificates::write(Certificates::makeAuthority("Other", {-1h, 1h}), line.folder.path("other.pem"));
+        const std::string folder = line.folder.path();
+        const auto get = [&] {
+            line.session = std::make_unique<Network::CurlURLSession>();
+            return result(line.get("/").get());
+        };
+        return ::mount(folder.c_str(), "/etc/ssl/certs", nullptr, MS_BIND, nullptr) == 0 &&
+               ::setenv("SSL_CERT_FILE", (folder + "other.pem").c_str(), 1) == 0 &&
+               ::unsetenv("SSL_CERT_DIR") == 0 && get() == number(Code::serverCertificateUntrusted) &&
+               ::setenv("SSL_CERT_DIR", folder.c_str(), 1) == 0 && get() == 200;
+    });
+    EXPECT_TRUE(isReplaced.value_or(true));
 }
 
 TEST_F(CurlURLSessionTest, FailuresNameTheHostOrTheProxyWithoutCredentials)
