@@ -67,7 +67,7 @@ TEST_F(RecordingURLSessionTest, WritesOnlyNewResultsWithoutConfiguredValues)
         {0s, upload, URLError(Code::timedOut, "canary"), "host.example:443 POST 4 0 -1001! "},
         {0s, upload, URLResponse{}, "host.example:443 POST 4 0 0! "},
         {0s, "GET" + upload.substr(4), URLResponse{}, "host.example:443 GET 4 0 0! "},
-        {0s, "GET https://host.example", URLResponse{}, "host.example:443 GET 0 0 0! "},
+        {0s, "GET https://host.example:", URLResponse{}, "host.example:443 GET 0 0 0! "},
         {1s, "GET https://host.example:8443/", status(200), last + "host.example:8443 GET 1 200 0! "},
         {1s, "GET canary", URLError(Code::badURL, "canary"), last + "host.example:8443 GET 1 200 0 "},
     };

@@ -133,7 +133,7 @@ TEST(ProxyEnvironmentTest, ReadsTheProxyAndItsExceptionsFromTheEnvironment)
         {{{"https_proxy", "p"}, {"NO_PROXY", "example.com"}}, "example.com", "direct"},
         {besides("10.1.2.3"), "10.1.2.3", "direct"},
         {besides("2.3"), "10.1.2.3", proxied},
-        {besides("10.0.0.0/8"), "10.1.2.3", "direct"},
+        {besides("10.1.2.3/32"), "10.1.2.3", "direct"},
         {besides("10.0.0.0/8"), "11.1.2.3", proxied},
         {besides("10.0.0.0/7"), "11.1.2.3", "direct"},
         {besides("10.0.0.0/33"), "10.0.0.0", proxied},
