@@ -227,7 +227,7 @@ other server | wait --uploaded --timeout 0 | 75 |  | the device token was not up
 other method | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
 other path | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
 status 503 | wait --uploaded --timeout 0 | 75 |  | the last upload failed with status 503
-status 302 | status --check uploaded | 1 | not met: the last upload failed with status 302\n
+status 300 | status --check uploaded | 1 | not met: the last upload failed with status 300\n
 timeout | status --check uploaded | 1 | not met: the last upload failed: it timed out\n
 status 204 | wait --uploaded --timeout 20 | 0 | The device token is uploaded.\n
  | wait --uploaded --timeout 20 --json | 0 | {"version":1,"isMet":true,"configVersion":3}\n
@@ -266,7 +266,7 @@ TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
         {"other method", [&] { storeOther("GET", 0); }},
         {"other path", [&] { storeOther("POST", 1); }},
         {"status 503", [&] { store(upload(503)); }},
-        {"status 302", [&] { store(upload(302)); }},
+        {"status 300", [&] { store(upload(300)); }},
         {"status 204", [&] { store(upload(204)); }},
         {"timeout", [&] { store(upload(0, -1001)); }}};
     for (const auto& row : tableRows(conditions)) {

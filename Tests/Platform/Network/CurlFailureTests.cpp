@@ -141,6 +141,10 @@ TEST(CurlFailureTest, NamesTheCertificateOfTheServerOrOfAnHTTPProxyWithoutATunne
         const Network::CurlRoute route{Network::parseSecureURL("https://backend.example/")};
         EXPECT_THAT(Network::urlError(failure, route).what(), HasSubstr(part)) << proxy;
     }
+    ::setenv("https_proxy", "http://p:1", 1);
+    ::setenv("no_proxy", "::1", 1);
+    EXPECT_THAT(Network::timeoutError({Network::parseSecureURL("https://[::1]/")}, 1s).what(),
+                HasSubstr("[::1]:443 within 1 s"));
     ::unsetenv("https_proxy");
 }
 
