@@ -52,8 +52,8 @@ static const Case drawings[] = {
     {"NinePatchShadow { x: 15; y: 9; width: 40; height: 40; blurRadius: 4; color: 'black'; offset.y: -5 }",
      {{{29, 48}, "#8c8c8c"}, {{30, 48}, "#737373"}, {{60, 8}, "#737373"}, {{60, 60}, "black"}}},
     {"Surface { x: 15; y: 9; width: 40; height: 40; color: 'red'; shadow: ShadowStyle {"
-     "color: 'black'; blurRadius: 4; offset: Qt.point(0, -5) } }",
-     {{{29, 48}, "#8c8c8c"}, {{60, 60}, "red"}, {{60, 8}, "#737373"}}},
+     "color: 'blue'; blurRadius: 4; offset: Qt.point(0, -5) } }", // Not the picture of the row above.
+     {{{29, 48}, "#8c8cff"}, {{60, 60}, "red"}, {{60, 8}, "#7373ff"}}},
     {"Logo { x: 20; size: 20; shadow: ShadowStyle { color: 'red'; offset: Qt.point(0, 30) } }",
      {{{60, 80}, "red"}, {{20, 20}, "white"}}},
     {"Symbol { name: 'arrow.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
