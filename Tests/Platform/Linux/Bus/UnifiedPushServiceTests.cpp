@@ -107,11 +107,16 @@ TEST_F(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounce
 
 TEST_F(UnifiedPushServiceTest, RegistersElsewhereWhenADistributorExitsAndOnlyThen)
 {
+    std::optional<FakeDistributor> first(std::in_place, transcript, "A", Script{.answer = {}});
     startDistributor(Script{.answer = {}});
     b.emplace(transcript, "b", Script{.versions = "12"});
     startApplication();
+    transcript.after("A registers ");
+    first.reset();
     const std::string token = transcript.after("a registers ");
     a.reset();
+    EXPECT_THAT(transcript.after(""), StartsWith("error 3")) << "once";
+    app->registerDevice();
     EXPECT_EQ(transcript.after(""), "b registers " + token) << "with version 2";
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
     startDistributor();

@@ -108,6 +108,20 @@ TEST_P(PolicyPartTest, OnlyARegularFileThatOthersCannotWriteIsUsed)
     }
 }
 
+/// Also if only the mode of a folder changes, and the file itself stays the same.
+TEST_P(PolicyPartTest, ErrorThatComesBackIsLoggedAgain)
+{
+    shell("mkdir -p ${F%/*} etc/other; policy 1 > etc/other/file; ln -s $PWD/etc/other/file $F");
+    for (const std::string at : {"etc/other", "${F%/*}"}) {
+        for (const bool isSafe : {true, false, true, false, true}) {
+            shell("chmod " + std::string(isSafe ? "755 " : "757 ") + at);
+            policy.reload();
+            EXPECT_EQ(policy.dictionary(), isSafe || GetParam().isFragment ? dictionary(1) : std::nullopt);
+            EXPECT_EQ(log.takeLines().size(), isSafe ? 0U : 1U) << at;
+        }
+    }
+}
+
 TEST_P(PolicyPartTest, ChangeDuringAReadIsReadNext)
 {
     folder.write(file, "");
