@@ -168,7 +168,7 @@ TEST_F(PushTest, RecordThatCannotBeStoredIsStillAnnouncedAndLogged)
     });
     constexpr Date endless{std::numeric_limits<double>::infinity()}; // JSON cannot represent it.
     for (const Date date : {Date{}, endless}) {
-        adapter.willPresent({"T", "", {}, date}, [&](unsigned options, bool isStored) {
+        adapter.willPresent({"T", "", {{"k", 1}}, date}, [&](unsigned options, bool isStored) {
             EXPECT_EQ(options, 27U);
             EXPECT_FALSE(isStored);
         });
