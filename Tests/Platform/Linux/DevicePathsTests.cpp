@@ -39,14 +39,16 @@ TEST(DevicePathsTest, FollowTheEnvironment)
         setVariable("XDG_DATA_HOME", row.dataHome);
         setVariable("HOME", row.home);
         setVariable("XDG_RUNTIME_DIR", row.runtime);
-        const DevicePaths paths = DevicePaths::fromEnvironment("/policy");
-        std::fprintf(stderr, "%s and %s", paths.stateFolder.c_str(), paths.pushSocket.c_str());
+        setVariable("QUORVANE_MANAGED_CONFIGURATION", ""); // Counts as unset.
+        const DevicePaths paths = DevicePaths::fromEnvironment({});
+        std::fprintf(stderr, "%s and %s, policy %s", paths.stateFolder.c_str(), paths.pushSocket.c_str(),
+                     paths.policy.files.at(0).c_str());
         std::_Exit(0);
     };
     // In a process of its own, since it changes the environment.
     for (const Case& row : cases)
         EXPECT_EXIT(printPaths(row), testing::ExitedWithCode(0),
-                    "^" + row.state + " and " + row.socket + "$");
+                    "^" + row.state + " and " + row.socket + ", policy /etc/quorvane-mdm/managed.plist$");
 }
 
 } // namespace

@@ -61,16 +61,19 @@ private:
 
 class InstanceLockTest : public testing::Test {
 protected:
-    [[nodiscard]] bool lock(int command = F_SETLK) const
+    /// Locks the whole file, or its first bytes.
+    [[nodiscard]] bool lock(int command = F_SETLK, off_t length = 0) const
     {
         struct flock whole {};
         whole.l_type = F_WRLCK;
+        whole.l_len = length;
         // Left open, so the lock lasts until the process exits.
         return ::fcntl(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666), command, &whole) == 0;
     }
-    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds usualTime = 10ms) const
+    [[nodiscard]] SignalOutcome signalHolder(std::chrono::milliseconds usualTime = 10ms,
+                                             std::chrono::milliseconds exitTime = 0ms) const
     {
-        return InstanceLock::signalHolder(file, SIGUSR1, usualTime);
+        return InstanceLock::signalHolder(file, SIGUSR1, usualTime, exitTime);
     }
 
     TemporaryFolder folder;
@@ -87,11 +90,14 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
         bool isIgnoringSignals;
         uid_t user;
         SignalOutcome outcome;
+        /// 1 if it exits when signaled.
+        off_t lockLength = 0;
     };
     const uid_t thisUser = ::geteuid();
     const Case cases[] = {
         {nullptr, true, thisUser, SignalOutcome::delivered},
         {nullptr, false, thisUser, SignalOutcome::ended},
+        {nullptr, false, thisUser, SignalOutcome::ended, 1},
         {"quorvane-md", false, thisUser, SignalOutcome::foreign},
         {"quorvane-mdm", false, thisUser, SignalOutcome::foreign},
         {nullptr, false, 12345, SignalOutcome::foreign},
@@ -106,8 +112,8 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
             ::sigaddset(&blocked, SIGUSR2);
             ::sigprocmask(SIG_SETMASK, &blocked, nullptr);
             return (row.program == nullptr || ::prctl(PR_SET_NAME, row.program) == 0) &&
-                   (!row.isIgnoringSignals || std::signal(SIGUSR1, SIG_IGN) != SIG_ERR) && lock() &&
-                   ::setuid(row.user) == 0;
+                   (!row.isIgnoringSignals || std::signal(SIGUSR1, SIG_IGN) != SIG_ERR) &&
+                   lock(F_SETLK, row.lockLength) && ::setuid(row.user) == 0;
         });
         const auto holder = InstanceLock::holder(file);
         ASSERT_TRUE(child.isReady() && holder);
@@ -127,7 +133,8 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
         }
         EXPECT_FALSE(InstanceLock::acquire(file));
         const bool isEnding = row.outcome == SignalOutcome::ended;
-        EXPECT_EQ(signalHolder(isEnding ? 20s : 10ms), row.outcome);
+        EXPECT_EQ(row.lockLength == 0 ? signalHolder(isEnding ? 20s : 10ms) : signalHolder(0ms, 20s),
+                  row.outcome);
         EXPECT_EQ(child.isAlive(), !isEnding);
     }
     EXPECT_TRUE(InstanceLock::acquire(file));

@@ -133,7 +133,7 @@ TEST_F(NotificationServerTest, AdaptsToServerCapabilities)
           "<|&amp;&lt;&gt;|Öffnen|1 transient sound");
     const Values criticalSound{{"critical", 1}, {"name", "x"}};
     shows({"body"}, "T", "&<>\n", {{"interruption-level", "critical"}, {"sound", criticalSound}},
-          banner | list, "T|&<>\n||1");
+          banner | list | sound, "T|&<>\n||1 sound");
     shows({"body"}, "T", "b", {{"interruption-level", "time-sensitive"}}, banner | list, "T|b||1");
     shows({"body"}, "T", "b", {{"interruption-level", "passive"}}, banner | list, "T|b||0");
     shows({"sound"}, "", "b\n" + Text(95, 'b'), {}, banner | list, "App: b " + Text(93, 'b') + "…|||1");

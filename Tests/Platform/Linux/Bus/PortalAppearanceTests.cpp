@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
+
 using Platform::Appearance;
 using testing::ElementsAre;
 
@@ -82,6 +84,7 @@ TEST_F(PortalAppearanceTest, ReadsPortalSettings)
         {"no animations", {{desk, {{"enable-animations", Value(false)}}}}, {false, true, 1}},
         {"large text", {{desk, {{"text-scaling-factor", Value(1.25)}}}}, {false, false, 1.25}},
         {"huge text", {{desk, {{"text-scaling-factor", Value(9.0)}}}}, {false, false, 2}},
+        {"text without a size", {{desk, {{"text-scaling-factor", Value(std::nan(""))}}}}, {false, false, 1}},
         {"dark, small text",
          {{look, {{"color-scheme", Value(1U)}}}, {desk, {{"text-scaling-factor", Value(0.5)}}}},
          {true, false, 1}},
