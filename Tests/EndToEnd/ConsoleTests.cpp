@@ -80,6 +80,7 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
     device.replacePolicy(R"({"OrganizationId": "1", "base_domain": "backend.example", "api_key": "canary",
         "device_id": "DEV-1", "AllowedAppsBundleIdsForSSOExtension": "a.b", "SchemaVersion": "1"})");
     device.write(device.path("payload.json"), R"({"aps": {"alert": "Hello"}})");
+    device.setEnvironment("QUORVANE_LOG_DEBUG", "0"); // Only 1 counts.
     const auto application = startRegistered();
     device.write(device.path("large.json"), R"({"aps": {}})" + std::string(4096, ' '));
     EXPECT_THAT(qvctl({"push", device.path("large.json")}).output, HasSubstr("larger than 4096 bytes"));
@@ -124,6 +125,8 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
         printed.erase(command);
     }
     EXPECT_THAT(printed, IsEmpty()) << "not documented";
+    EXPECT_EQ(application->end(), 0);
+    EXPECT_THAT(application->lines(), testing::Each(Not(HasSubstr(" debug "))));
 }
 
 TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
