@@ -8,6 +8,7 @@
 #include "Tools/Tour/Gallery.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
+#include <QImage>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -153,9 +154,16 @@ public:
             window().waitFor("dashboard.openSettings");
         });
         picture("dashboard-denied", "dashboard.openSettings");
+        step("the dashboard is dark", [&] {
+            expect(lightness("welcome") > 200, "a light welcome screen");
+            expect(lightness("dashboard-denied") < 50, "a dark dashboard");
+        });
         step("Open Settings -> notifications allowed, the strip stays", [&] {
             window().tap("dashboard.openSettings");
             window().tap("shell.settings.allowNotifications");
+            expect(window().text("shell.settings.notificationServer.value") == "In this window" &&
+                       window().text("shell.settings.pushSource.value") == "This device itself",
+                   "the settings of a device without a session bus");
         });
         picture("settings", "shell.settings.done");
         step("Done", [&] {
@@ -254,15 +262,25 @@ private:
         expect(m_application->waitForExit() == 0, "it ends with 0");
     }
 
+    [[nodiscard]] fs::path pictureFile(std::string_view name, int width, int height) const
+    {
+        return m_pictures / fmt::format("{}-{}-{}x{}.png", name, m_appearance, width, height);
+    }
     /// Saves a picture of the window in both sizes; `item` must be visible in each.
     void picture(std::string_view name, std::string_view item)
     {
         for (const auto& [width, height] : {std::pair(390, 844), std::pair(1024, 768)}) {
             window().resize(width, height);
             window().waitFor(item);
-            window().grab(m_pictures / fmt::format("{}-{}-{}x{}.png", name, m_appearance, width, height));
+            window().grab(pictureFile(name, width, height));
         }
         window().resize(390, 844);
+    }
+    /// Of the background in a saved picture, from 0 to 255.
+    [[nodiscard]] int lightness(std::string_view name) const
+    {
+        const QImage saved(QString::fromStdString(pictureFile(name, 390, 844).native()));
+        return saved.pixelColor(0, 0).lightness();
     }
 
     std::string tokenAtBackend()

@@ -35,6 +35,7 @@ Item {
         TextLabel {
             id: valueLabel
 
+            objectName: root.objectName + ".value"
             width: root.isOnOneLine ? root.innerWidth - nameLabel.width : root.innerWidth
             text: root.value
             color: ShellStyle.labelSecondary

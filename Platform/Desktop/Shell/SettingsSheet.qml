@@ -126,6 +126,7 @@ Modal {
 
                 Group {
                     SettingsRow {
+                        objectName: "shell.settings.notificationServer"
                         width: parent.width
                         name: qsTr("Shown by")
                         value: root.sheet.notificationServer || qsTr("In this window")
@@ -139,6 +140,7 @@ Modal {
                     }
 
                     SettingsRow {
+                        objectName: "shell.settings.pushSource"
                         width: parent.width
                         name: qsTr("Delivered by")
                         value: root.sheet.pushSource
