@@ -210,6 +210,7 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
     };
     const Case cases[] = {
         {"nothing", [] {}, "", "", "accepts connections at 127.0.0.1"},
+        {"an authority that expires before the server's certificate", [] {}, "", "", "expires in 3 days, on"},
         {"no policy", [&] { fs::remove(device.policyFile()); }, "policy.file",
          "policy.permissions policy.syntax policy.values suite.current"},
         {"spaces in the address", [&] { device.replacePolicy(R"({"base_domain": "mdm acme com"})"); },
@@ -234,6 +235,8 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
          },
          "backend.connect", checksFrom("backend.tls"),
          "The proxy has a certificate that is not acceptable: "},
+        {"a trusted server that is no proxy", [&] { proxy("https", fmt::format("localhost:{}", port))(); },
+         "backend.connect", checksFrom("backend.tls"), "opens no way to the backend: "},
         {"a proxy that is no SOCKS proxy", set("https_proxy", "socks5://" + refusingProxy.address()),
          "backend.connect", checksFrom("backend.tls"), "opens no way to the backend: "},
         {"a proxy of an unknown kind", proxy("ftp", "localhost:1"), "backend.proxy",

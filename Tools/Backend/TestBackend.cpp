@@ -19,8 +19,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Longer than the validity of any server certificate.
-constexpr Certificates::Validity authorityValidity{-96h, 96h};
+/// Ends before that of a server certificate, so that clients have to look at the whole chain.
+constexpr Certificates::Validity authorityValidity{-96h, 72h};
 constexpr std::chrono::seconds silentClientTimeout = 60s;
 /// A client that stops reading an endless response is not cut off.
 constexpr std::chrono::seconds writeTimeout = 1h;
@@ -176,7 +176,7 @@ Certificates::Identity makeServerIdentity(TestBackend::Certificate certificate,
     const Certificates::ServerName elsewhere{"elsewhere.example", "DNS:elsewhere.example"};
     const auto& name = certificate == Kind::wrongHost ? elsewhere : localhost;
     const bool isPast = certificate == Kind::expired;
-    const Certificates::Validity validity{isPast ? -72h : -1h, isPast ? -24h : 72h};
+    const Certificates::Validity validity{isPast ? -72h : -1h, isPast ? -24h : 96h};
     const auto stranger = Certificates::makeAuthority("Untrusted Test Authority", authorityValidity);
     const auto* signer = certificate == Kind::untrusted ? &stranger : &authority;
     return Certificates::makeServer(name, validity, certificate == Kind::selfSigned ? nullptr : signer);
