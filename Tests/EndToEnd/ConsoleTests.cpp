@@ -289,7 +289,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
             read -r second
             echo "$first, then $second"
         }
-        append 1700000004 quorvane-mdm info secret 0 /usr/bin/quorvane-mdm private
+        append 1700000004 quorvane-mdm info secret 0 /usr/bin/quorvane-mdm unknown
         $QVCTL bundle - 2> /dev/null | tar -xzO log.txt
     )"});
     const auto exitCode = isolated->waitForExit();

@@ -77,13 +77,15 @@ TEST(RedactionTest, ReplacesValuesByLengthAndHash)
     redaction.hideText("somebody");
     redaction.hide(
         readPropertyList(
-            R"({"base_domain": "https://MDM.acme.corp:8443/mdm", "device_id": 4711, "shoe size": [43.5]})")
+            R"({"base_domain": "https://MDM.acme.corp:8443/mdm", "device_id": 4711, "shoe size": [43.5],
+                "api_key": "a\u0007b"})")
             .root);
     const std::pair<const char*, const char*> cases[] = {
-        {"The backend mdm.acme.corp:8443.", "The backend [13 bytes, hash H]:[4 bytes, hash H]."},
+        {"The backend Mdm.acme.corp:8443.", "The backend [13 bytes, hash H]:[4 bytes, hash H]."},
         {"~/a of Somebody", "~/a of [8 bytes, hash H]"},
         {"/home/somebody/a, /home/somebody2", "~/a, ~2"},
-        {"inside [0].shoe, a.size.b", "inside [0].[4 bytes, hash H], a.[4 bytes, hash H].b"},
+        {"inside [0].shoe, a.Size.b", "inside [0].[4 bytes, hash H], a.[4 bytes, hash H].b"},
+        {R"(a\x07b)", R"(a\[4 bytes, hash H])"}, // As messages escape it.
         {"key shoe has no value", "key [4 bytes, hash H] has no value"},
         {"device_id 4711, 43.5 and 12", "device_id [4 bytes, hash H], [4 bytes, hash H] and 12"},
         {R"("x y" has no "."; did you mean "api_key"?)",
