@@ -2,6 +2,7 @@
 
 #include "Tests/Tools/ConsoleTest.h"
 
+#include <cerrno>
 #include <map>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -11,10 +12,13 @@ namespace {
 /// What was flushed and renamed: "flush NAME" and "rename NAME", without the random part of temporary names.
 std::vector<std::string> fileOperations;
 
-void addFileOperation(const std::string& operation, const std::filesystem::path& file)
+/// Returns whether the operation is to fail: those on "flush-fails" and "rename-fails" do.
+bool addFileOperation(const std::string& operation, const std::filesystem::path& file)
 {
     const std::string name = file.filename();
     fileOperations.push_back(operation + " " + (name.starts_with('.') ? "temporary file" : name));
+    errno = EIO;
+    return name.find(operation + "-fails") != std::string::npos;
 }
 
 } // namespace
@@ -22,13 +26,14 @@ void addFileOperation(const std::string& operation, const std::filesystem::path&
 // Take the place of the C library's functions.
 extern "C" int fsync(int descriptor)
 {
-    addFileOperation("flush", std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)));
-    return static_cast<int>(::syscall(SYS_fsync, descriptor));
+    const auto file = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
+    return addFileOperation("flush", file) ? -1 : static_cast<int>(::syscall(SYS_fsync, descriptor));
 }
 
 extern "C" int renameat(int oldFolder, const char* oldName, int newFolder, const char* newName) noexcept
 {
-    addFileOperation("rename", newName);
+    if (addFileOperation("rename", newName))
+        return -1;
     return static_cast<int>(::syscall(SYS_renameat2, oldFolder, oldName, newFolder, newName, 0));
 }
 
@@ -42,6 +47,9 @@ protected:
         folder.write("warning.json", R"({"base_domain": "http://a.b"})");
         folder.write("bad.json", R"({"api_key": ["canary"], "device_id": " D "})");
         folder.write("half.json", "{\n  \"api_key\": \"canary\n}");
+        folder.write("types.plist", "<plist><dict><key>device_id</key><array><real>inf</real><real>1.5</real>"
+                                    "<date>2026-01-02T03:04:05Z</date><data>/wA=</data><false/>"
+                                    "<integer>18446744073709551615</integer></array></dict></plist>");
         folder.write("\xff.json", R"({"SchemaVersion": 1})");
         folder.write("\x1b[31m.json", R"({"\u001b[31m": 1})");
     }
@@ -142,6 +150,7 @@ config lint --json \e[31m.json | 0 | "path":"\u001b[31m.json","key":"\u001b[31m"
 config lint . | 66 |  | is not a regular file
 config lint /dev/zero | 78 | /dev/zero: error
 config lint - | 78 | -: error: the file is empty
+config show --json --managed-configuration types.plist | 0 | ["inf",1.5,"2026-01-02T03:04:05.000Z","<data ff00>",false,18446744073709551615]
 config explain half.json | 78 |  | half.json:2:
 config explain half.json --json | 78 | {"version":1,"path":"half.json","error":"half.json:2: | half.json:2:
 config explain none.json | 66 |  | none.json: no such file
@@ -247,7 +256,10 @@ TEST_F(PolicyCommandTest, SetInstallsOnlyValidFilesDurably)
                 testing::ElementsAre("flush " + folderName, "flush new", "flush temporary file",
                                      "rename managed.json", "flush sub"));
     checkAll(
-        R"(config set warning.json --managed-configuration \e/a.json | 0 | DEVICE/\x1b/a.json: changed | http)");
+        R"(config set good.json --managed-configuration flush-fails.json | 69 |  | flush-fails.json: Input/output error
+config set good.json --managed-configuration flush-fails/a.json | 69 |  | flush-fails: Input/output error
+config set good.json --managed-configuration rename-fails.json | 69 |  | rename-fails.json: Input/output error
+config set warning.json --managed-configuration \e/a.json | 0 | DEVICE/\x1b/a.json: changed | http)");
     ::umask(oldMask);
     for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
         EXPECT_FALSE(entry.path().filename().string().starts_with('.')) << "a temporary file is left";
@@ -275,15 +287,16 @@ config set token.json --json | 78 | "outcome":"refused" | was not installed)");
 /// The names of fragments decide which value has effect.
 TEST_F(PolicyCommandTest, CommandsNameTheFragmentOfEachValue)
 {
-    folder.write("parts/10.json", R"({"device_id": "ONE", "OrganizationId": "1"})");
+    folder.write("parts/10.json", R"({"device_id": "ONE", "OrganizationId": "1", "a/b": 1})");
     folder.write("parts/30.json", R"({"device_id": "1.5"})");
-    folder.write("parts/50.json", "{\n\"device_id\": \" TWO \"\n}");
+    folder.write("parts/50.json", "{\n\"device_id\": \" TWO \",\n\"a/b\": 2}");
     setEnvironment("QUORVANE_MANAGED_CONFIGURATION", "parts");
     checkAll(
         R"(config show | 0 | " TWO "\n    from DEVICE/parts/50.json, which replaces the value in DEVICE/parts/10.json and DEVICE/parts/30.json\n
 config show --json | 0 | "device_id":{"path":"DEVICE/parts/50.json","replaced":["DEVICE/parts/10.json","DEVICE/parts/30.json"]}
 config explain --json | 0 | "device_id":{"path":"DEVICE/parts/50.json","replaced":[
 config lint | 0 | DEVICE/parts/50.json:2:14: note: device_id has leading
+config lint | 0 | DEVICE/parts/50.json:3:1: warning: a/b is not
 config lint --json | 0 | "path":"DEVICE/parts/50.json","key":"device_id"
 status --json | 0 | "fragments":["DEVICE/parts/10.json","DEVICE/parts/30.json","DEVICE/parts/50.json"]
 config clear | 64 |  | is a folder of fragments
