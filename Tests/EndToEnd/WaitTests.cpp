@@ -31,8 +31,11 @@ TEST_F(WaitTest, WaitsForAnAppThatStartsLater)
 {
     const auto wait = device.startConsole({"wait", "--timeout", "20"});
     ASSERT_TRUE(wait->waitForLine("the app is not running; waiting for it"));
-    // Nothing else is printed while the policy file changes.
-    device.replacePolicy("{");
+    // Nothing else is printed while the policy file changes, even if it is invalid.
+    for (int change = 0; change < 6; ++change) {
+        device.replacePolicy("{");
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    }
     device.replacePolicy(first);
     device.replacePolicy(second);
     const auto application = startWith(first);
