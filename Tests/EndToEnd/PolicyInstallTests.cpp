@@ -29,6 +29,7 @@ TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
         chmod 700 $folder; chmod 600 $folder/managed.json; umask 0; try closed policy.json
         chmod 6755 $folder/managed.json; try 'set user' policy.json
         chmod 600 $DEVICE/policy.plist; umask 027; try 'other format' policy.plist
+        (ulimit -f 0; try 'no space' policy.json)
         ln -sf $DEVICE/policy.plist $folder/managed.plist; try link policy.plist
         mkfifo $folder/managed.json; try pipe policy.plist
         try 'no change' policy.plist
@@ -40,6 +41,7 @@ TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
 closed: /etc/quorvane-mdm/managed.json: changed 755 644
 set user: /etc/quorvane-mdm/managed.json: changed 755 644
 other format: /etc/quorvane-mdm/managed.plist: changed 755 644
+no space: qvctl: /etc/quorvane-mdm/managed.json: File too large 755 644
 link: /etc/quorvane-mdm/managed.plist: changed 755 644
 pipe: /etc/quorvane-mdm/managed.plist: changed 755 644
 no change: /etc/quorvane-mdm/managed.plist: unchanged 755 644

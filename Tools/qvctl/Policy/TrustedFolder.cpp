@@ -123,13 +123,13 @@ void TrustedFolder::replace(const std::string& name, std::string_view bytes, mod
         throwError(temporary);
     try {
         if (::fchmod(file.get(), mode) != 0)
-            throwError(temporary);
+            throwError(name);
         Platform::Storage::writeAll(file.get(), bytes);
         if (::fsync(file.get()) != 0 || ::renameat(folder, temporary.c_str(), folder, name.c_str()) != 0)
             throwError(name);
-    } catch (const std::system_error&) {
+    } catch (const std::system_error& error) {
         ::unlinkat(folder, temporary.c_str(), 0);
-        throw;
+        throw std::system_error(error.code(), (m_path / name).string());
     }
 }
 
