@@ -15,15 +15,16 @@ namespace {
 
 TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
 {
-    device.replacePolicy(R"({"device_id": "DEV-1"})");
+    device.replacePolicy(R"({"device_id": "DEV-1", "OrganizationId": "1"})");
     const auto application = startUntil(ready);
-    const auto unchanged = qvctlJSON({"reload"});
-    EXPECT_EQ(unchanged.at("configVersion"), 1);
-    EXPECT_TRUE(unchanged.at("changed").as_array().empty());
+    EXPECT_EQ(qvctl({"reload"}).output, "No value changed; version 1 stays in effect\n");
+    overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-1"})");
+    EXPECT_THAT(qvctl({"reload", "--json"}).output,
+                HasSubstr(R"("changed":["organizationId"],"applications":[{"user":")"));
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-2"})");
     const Outcome changed = qvctl({"reload"});
     EXPECT_EQ(changed.exitCode, 0);
-    EXPECT_EQ(changed.output, "Applied version 2; changed: device id\n");
+    EXPECT_EQ(changed.output, "Applied version 3; changed: device id\n");
     EXPECT_EQ(qvctlJSON({"snapshot"}).at("deviceId"), "DEV-2");
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-3")");
     EXPECT_EQ(qvctl({"reload"}).exitCode, 78);
@@ -33,9 +34,15 @@ TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
     EXPECT_EQ(other.exitCode, ::geteuid() == 0 ? 0 : 69) << other.output;
     if (::geteuid() == 0) {
         EXPECT_THAT(other.output, HasSubstr("(process " + std::to_string(application->processId()) + ")\n"));
-        EXPECT_TRUE(application->waitForLine("Configuration updated - v3"));
+        EXPECT_TRUE(application->waitForLine("Configuration updated - v4"));
     }
     EXPECT_EQ(application->end(), 0);
+}
+
+TEST_F(RootTest, ReloadFailsIfNoAppRuns)
+{
+    EXPECT_EQ(rootShell("unshare -pf --mount-proc $QVCTL reload 2>&1; echo $?"),
+              "qvctl: the app runs for no user\n69\n");
 }
 
 /// A process with the app's name and lock, and without a handler for the signal.
