@@ -19,12 +19,9 @@ TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
     const auto application = startUntil(ready);
     EXPECT_EQ(qvctl({"reload"}).output, "No value changed; version 1 stays in effect\n");
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-1"})");
-    EXPECT_THAT(qvctl({"reload", "--json"}).output,
-                HasSubstr(R"("changed":["organizationId"],"applications":[{"user":")"));
+    EXPECT_EQ(boost::json::serialize(qvctlJSON({"reload"}).at("changed")), R"(["organizationId"])");
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-2"})");
-    const Outcome changed = qvctl({"reload"});
-    EXPECT_EQ(changed.exitCode, 0);
-    EXPECT_EQ(changed.output, "Applied version 3; changed: device id\n");
+    EXPECT_EQ(qvctl({"reload"}).output, "Applied version 3; changed: device id\n");
     EXPECT_EQ(qvctlJSON({"snapshot"}).at("deviceId"), "DEV-2");
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-3")");
     EXPECT_EQ(qvctl({"reload"}).exitCode, 78);
