@@ -212,6 +212,7 @@ TEST_F(ProgramTest, BundleIsANewPrivateFile)
               {"qvctl bundle - | tar -tz | xargs", 0,
                "versions.json status.json doctor.json lint.json explain.json configuration.json stores.json "
                "files.txt log.txt\n"},
+              {"HOME=$DEVICE qvctl bundle - | tar -xzO files.txt", 0, "~/data/quorvane-mdm"},
               {"ulimit -f 1; qvctl bundle half.tar.gz", 69, "File too large"}, // It is removed.
               {"qvctl bundle - --managed-configuration ../named.json | tar -xzO status.json lint.json", 0,
                "named.json"},
@@ -266,6 +267,7 @@ append() { # TIME IDENTIFIER LEVEL MESSAGE [UID EXE PRIVACY]
 
 TEST_F(ProgramTest, LogReadsTheJournal)
 {
+    device.replacePolicy(R"({"device_id": "three"})");
     // Not in a changed root, where the kernel allows no user namespace.
     const auto isolated = device.startProgram(
         {"bash", "-c", "unshare -rm true 2>/dev/null || exit 77; exec unshare -rm bash -ec \"$0\"",
@@ -309,7 +311,8 @@ TEST_F(ProgramTest, LogReadsTheJournal)
                             "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
                             "log --since 2023-11-14T22:13:21Z --limit 9", two, "log --since 1d", object,
                             "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
-                            "[user 0, /usr/bin/logger] " + forged, two + ", then " + three, one, two, three,
+                            "[user 0, /usr/bin/logger] " + forged, two + ", then " + three, one, two,
+                            HasSubstr("general [5 bytes, hash "),
                             "2023-11-14T22:13:24.000Z info com.quorvane.mdm general <private>"));
     const auto documented = documentedCommands().at("log").members;
     EXPECT_EQ(membersOf(json::parse(object), documented), documented);
