@@ -30,6 +30,8 @@ TEST_F(RootTest, RootChangesOnlyItsOwnState)
         mkdir $DEVICE/theirs/roots
         try 'another way' $DEVICE/theirs/roots privacy grant notifications
         try own $DEVICE/roots privacy grant notifications
+        folder() { grep -o 'ok *state.folder\|belongs to user 0, so the app'; }
+        echo $(XDG_DATA_HOME=$DEVICE/theirs $QVCTL doctor --offline | folder; XDG_DATA_HOME=$DEVICE/roots as_user $QVCTL doctor --offline | folder)
         rm $DEVICE/roots/quorvane-mdm/shell.*; ln -s $DEVICE/roots/file $DEVICE/roots/quorvane-mdm/shell.bell
         try 'own link' $DEVICE/roots privacy grant notifications
         cat $DEVICE/roots/file
@@ -46,6 +48,7 @@ theirs: qvctl: nothing was changed: /theirs/quorvane-mdm belongs to user nobody;
 Notifications   denied
 another way: qvctl: nothing was changed: root's state would be stored in /theirs/roots/quorvane-mdm, but /theirs belongs to user 65534: .*
 own: Notifications for root: allowed
+ok state.folder belongs to user 0, so the app
 own link: qvctl: nothing was changed: /roots/quorvane-mdm/shell.bell is a symbolic link; remove it
 secret
 [^ ]*/theirs/roots
@@ -95,6 +98,7 @@ TEST_F(RootTest, RootReadsTheStateOfOtherUsersWithTheirRights)
         }
         export HOME=$DEVICE/roots/home
         try 'no option' $QVCTL status
+        XDG_DATA_HOME=$DEVICE/none $QVCTL status 2>&1 | grep 'has no state'
         $QVCTL status --all-users 2>&1 | row; echo all: ${PIPESTATUS[0]}
         $QVCTL notifications --all-users --json 2> /dev/null | grep -c '^{"version":1,"user":"'
         for name in alice carol alcie; do try $name $QVCTL status --user $name; done

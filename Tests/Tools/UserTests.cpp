@@ -35,7 +35,10 @@ ExitCode printSurroundings(const UserAccount& account)
     ::close(descriptor);
     print(" {} {} {}", isOpen("/dev/tty", O_RDWR), std::getenv("CANARY") != nullptr,
           ::getsid(0) == ::getpid());
-    print(" {} {} {}", ::fcntl(100, F_GETFD), ::lseek(STDIN_FILENO, 0, SEEK_CUR), ::prctl(PR_GET_DUMPABLE));
+    int deathSignal = 0;
+    ::prctl(PR_GET_PDEATHSIG, &deathSignal);
+    print(" {} {} {} {}", ::fcntl(100, F_GETFD), ::lseek(STDIN_FILENO, 0, SEEK_CUR), ::prctl(PR_GET_DUMPABLE),
+          deathSignal);
     printError("done");
     return success;
 }
@@ -70,7 +73,7 @@ ExitCode runNamed(const UserAccount& account)
 TEST(UserProcessesTest, ReportsOutcomesInOrderAndIsolatesProcesses)
 {
     const TemporaryFolder folder;
-    const std::string surroundings = folder.path().string() + " / true -1 false false true -1 0 0";
+    const std::string surroundings = folder.path().string() + " / true -1 false false true -1 0 0 9";
     struct Case {
         const char* user;
         std::optional<int> exitCode;
