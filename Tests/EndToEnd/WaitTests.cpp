@@ -32,9 +32,9 @@ TEST_F(WaitTest, WaitsForAnAppThatStartsLater)
     const auto wait = device.startConsole({"wait", "--timeout", "20"});
     ASSERT_TRUE(wait->waitForLine("the app is not running; waiting for it"));
     // Nothing else is printed while the policy file changes, even if it is invalid.
-    for (int change = 0; change < 6; ++change) {
+    for (int change = 0; change < 15; ++change) {
         device.replacePolicy("{");
-        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     device.replacePolicy(first);
     device.replacePolicy(second);
