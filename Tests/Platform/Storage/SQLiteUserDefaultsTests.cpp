@@ -176,6 +176,39 @@ TEST_F(SQLiteUserDefaultsTest, CheckpointsLimitTheSizeOfTheLog)
     EXPECT_EQ(defaults->text("k"), std::string(100'000, 'r')) << "our checkpoints are no foreign writes";
 }
 
+TEST_F(SQLiteUserDefaultsTest, ReadIsRepeatedAfterADiskError)
+{
+    const auto defaults = open();
+    for (int i = 0; i < 50; ++i) // More than the pages of one checkpoint.
+        defaults->set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
+    ASSERT_EQ(shell(": > $F-wal"), ""); // SQLite cannot read a page that its index names.
+    EXPECT_EQ(defaults->text("k").value_or("").size(), 100'000U);
+    EXPECT_TRUE(log.takeLines().empty());
+}
+
+TEST_F(SQLiteUserDefaultsTest, OpeningWaitsForAnotherProcessThatOpens)
+{
+    open()->set("k", 1);
+    ASSERT_EQ(shell("mkfifo $B.locked"), "");
+    std::thread other([&] {
+        EXPECT_EQ(shell("flock -s ${F%.sqlite}.bell sh -c \"echo > '$B.locked'; sleep 0.3; "
+                        "sqlite3 '$F' 'UPDATE defaults SET value = 2'\""),
+                  "");
+    });
+    EXPECT_EQ(shell("cat $B.locked"), "\n");
+    EXPECT_EQ(open()->integer("k"), 2);
+    other.join();
+}
+
+TEST_F(SQLiteUserDefaultsTest, TriggersDoNotRun)
+{
+    open()->set("k", 1);
+    ASSERT_EQ(shell("sqlite3 $F 'CREATE TRIGGER t AFTER UPDATE ON defaults BEGIN DELETE FROM defaults; END'"),
+              "");
+    EXPECT_TRUE(open()->set("k", 2));
+    EXPECT_EQ(open()->integer("k"), 2);
+}
+
 const std::string readAll =
     "sqlite3 $F \"select key || '=' || value from defaults order by key\" 'PRAGMA integrity_check'";
 
