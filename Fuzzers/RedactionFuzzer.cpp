@@ -34,23 +34,26 @@ bool isPartOfWord(char character)
 /// Returns whether messages quote this word of their own.
 bool isVocabulary(std::string_view word)
 {
-    return word == "authorization" || word == "x-device-id" || Core::findManagedKey(word) != nullptr;
+    return word == "Authorization" || word == "X-Device-Id" || Core::findManagedKey(word) != nullptr;
 }
 
-/// Returns the words of `text` that a bundle must not contain. Shorter words may be part of any other text.
+/// Returns the words of `text` that a bundle must not contain, in lower case. Shorter words may be part of any
+/// other text.
 Words secretWords(std::string_view text)
 {
     Words words;
     std::string word;
     const auto end = [&] {
         word.erase(word.find_last_not_of('.') + 1);
-        if (word.size() >= 3 && word != "http" && word != "https" && !isVocabulary(word))
+        const bool isSecret = word.size() >= 3 && !isVocabulary(word);
+        std::transform(word.begin(), word.end(), word.begin(), Platform::lowerCaseASCII);
+        if (isSecret && word != "http" && word != "https")
             words.insert(word);
         word.clear();
     };
     for (const char character : text) {
         if (isPartOfWord(character))
-            word += Platform::lowerCaseASCII(character);
+            word += character;
         else
             end();
     }
