@@ -69,10 +69,9 @@ static const Case drawings[] = {
     {"Symbol { name: 'chevron.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
      {{{16, 23}, "red"}, {{30, 23}, "white"}}},
     {"Symbol { name: 'no.such' }", {{{18, 18}, "white"}}, ".*no\\.such.*"},
-    {"Rectangle { height: 9; color: 'red'; width: TextFit.oneLine('a b c d e f g h i j', Qt.font({pixelSize: "
-     "20}), 30, 0.5)"
-     ".pixelSize }",
-     {{{19, 9}, "red"}, {{20, 9}, "white"}}},
+    {"Rectangle { color: 'red'; height: 9 * TextFit.wholeWords('a', Qt.font({pixelSize: 20}), 1).pixelSize;"
+     "width: TextFit.oneLine('a b c d e f g h i j', Qt.font({pixelSize: 20}), 30, 0.5).pixelSize }",
+     {{{19, 9}, "red"}, {{20, 9}, "white"}, {{19, 17}, "red"}, {{19, 18}, "white"}}},
     // The balanced lines of four words have two words each.
     {"Rectangle { height: 9; width: 9; Text { id: two; text: 'i i'; font.pixelSize: 20; visible: false }"
      "Text { id: three; text: 'i i i'; font: two.font; visible: false } color: "
