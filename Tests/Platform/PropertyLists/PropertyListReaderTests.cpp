@@ -131,6 +131,7 @@ const BadCase badXML[] = {
     {xml("<array>\n é<true/></array>"), "unexpected text between elements", At{4, 2}},
     {xml("<array><![CDATA[ ]]></array>"), "unexpected text", At{3, 24}},
     {xml("<true>sekret</true>"), "unexpected text", At{3, 14}},
+    {xml("<false><true/></false>"), "<false> is not empty", At{3, 15}},
     {xml("<string>a<sekret/></string>"), "<string> contains an unknown element", At{3, 17}},
     {xml("<array><sekret/></array>"), "an unknown element where a value", At{3, 15}},
     {xml("<string>a\n&sekret;</string>"), "an unknown entity", At{4, 1}},
