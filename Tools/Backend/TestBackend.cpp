@@ -164,7 +164,9 @@ void demandClientCertificate(SSL_CTX* context, TestBackend::ClientCertificate de
     using Kind = TestBackend::ClientCertificate;
     if (demand == Kind::ignored)
         return;
-    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    const bool isDemanded = demand != Kind::requested;
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | (isDemanded ? SSL_VERIFY_FAIL_IF_NO_PEER_CERT : 0),
+                       nullptr);
     SSL_CTX_set_max_proto_version(context, demand == Kind::demandedInTLS12 ? TLS1_2_VERSION : TLS1_3_VERSION);
 }
 

@@ -18,9 +18,9 @@ public:
     /// The certificate of the server. `certificateAuthority()` signs all but `untrusted` and `selfSigned`.
     enum class Certificate { good, expired, wrongHost, selfSigned, untrusted };
 
-    /// Whether clients need a certificate; without one, the connection is closed during the handshake in
-    /// TLS 1.2 and after it in TLS 1.3.
-    enum class ClientCertificate { ignored, demandedInTLS12, demandedInTLS13 };
+    /// Whether clients need a certificate. If it is demanded, the connection of a client without one is
+    /// closed during the handshake in TLS 1.2 and after it in TLS 1.3.
+    enum class ClientCertificate { ignored, requested, demandedInTLS12, demandedInTLS13 };
 
     struct Options {
         /// 0 for any free port.

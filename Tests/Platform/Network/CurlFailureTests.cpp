@@ -49,6 +49,10 @@ TEST_F(CurlURLSessionTest, AcceptsACertificateOrExplainsWhyNot)
         }
         EXPECT_THAT(line.backend.takeRequests(), SizeIs(row.error ? 0 : attemptCount));
     }
+    // Once the server has responded, a lost connection has other reasons.
+    Line line(Certificate::good, Demand::requested);
+    line.backend.setReply("/", {.ending = TestBackend::Ending::truncated});
+    EXPECT_EQ(result(line.get("/").get()), number(Code::networkConnectionLost));
 }
 
 TEST_F(CurlURLSessionTest, CertificateFileReplacesTheSystemsAuthorities)
@@ -124,11 +128,11 @@ TEST(CurlFailureTest, NamesTheCertificateOfTheServerOrOfAnHTTPProxyWithoutATunne
 {
     // The proxy, the status of its response, and the result of the verification.
     const std::tuple<const char*, long, long, const char*> cases[] = {
-        {"http://p:1", 200, X509_V_ERR_CERT_HAS_EXPIRED, "of backend.example:443 has expired"},
         {"https://p:1", 0, X509_V_ERR_CERT_HAS_EXPIRED, "of the proxy p:1 (https_proxy) has expired"},
         {"socks5h://p:1", 0, X509_V_ERR_CERT_HAS_EXPIRED, "of backend.example:443 has expired"},
         {"", 0, X509_V_ERR_CERT_NOT_YET_VALID, "is not valid yet; check the clock"},
         {"", 0, X509_V_ERR_CERT_REVOKED, "was rejected: detail."},
+        {"http://p:1", 200, X509_V_ERR_CERT_HAS_EXPIRED, "of backend.example:443 has expired"},
     };
     ::unsetenv("no_proxy");
     for (const auto& [proxy, status, result, part] : cases) {
@@ -140,9 +144,11 @@ TEST(CurlFailureTest, NamesTheCertificateOfTheServerOrOfAnHTTPProxyWithoutATunne
                                            .detail = "detail"};
         const Network::CurlRoute route{Network::parseSecureURL("https://backend.example/")};
         EXPECT_THAT(Network::urlError(failure, route).what(), HasSubstr(part)) << proxy;
+        // Reused connections report no status of the proxy.
+        EXPECT_THAT(Network::urlError({.code = CURLE_RECV_ERROR}, {route.target, true}).what(),
+                    StartsWith("The connection to backend.example:443 was lost"));
     }
-    ::setenv("https_proxy", "http://p:1", 1);
-    ::setenv("no_proxy", "::1", 1);
+    ::setenv("no_proxy", "::1", 1); // Otherwise, the proxy of the last row is used.
     EXPECT_THAT(Network::timeoutError({Network::parseSecureURL("https://[::1]/")}, 1s).what(),
                 HasSubstr("[::1]:443 within 1 s"));
     ::unsetenv("https_proxy");

