@@ -56,6 +56,7 @@ Endings:
   complete       the whole response
   closed-before  the connection is closed before any response
   truncated      the connection is closed in the middle of the body
+  reset          the connection is reset in the middle of the body
   endless        the body is repeated forever
   dripping       the body comes one byte at a time, --delay apart
 
@@ -272,6 +273,7 @@ public:
                                                       {{"complete", complete},
                                                        {"closed-before", closedBefore},
                                                        {"truncated", truncated},
+                                                       {"reset", reset},
                                                        {"endless", endless},
                                                        {"dripping", dripping}});
         });

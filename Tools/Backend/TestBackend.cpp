@@ -67,6 +67,13 @@ void closeConnection(const SSL* ssl)
     ::shutdown(SSL_get_fd(ssl), SHUT_RDWR);
 }
 
+/// Makes the system send a reset instead of the rest of the data.
+void resetConnection(const SSL* ssl)
+{
+    const sockaddr none{AF_UNSPEC, {}};
+    ::connect(SSL_get_fd(ssl), &none, sizeof none);
+}
+
 /// The open connections, from the start of their handshake. The library cannot close idle ones: it waits
 /// until they time out.
 ///
@@ -326,11 +333,12 @@ private:
             response.set_content(reply.body, type);
             break;
         case Ending::truncated:
+        case Ending::reset:
             response.set_content_provider(
                 std::max<std::size_t>(size, 1), type,
-                [body = std::move(reply.body), ssl](std::size_t, std::size_t, auto& sink) {
-                    sink.write(body.data(), body.size() / 2);
-                    closeConnection(ssl);
+                [reply = std::move(reply), ssl](std::size_t, std::size_t, auto& sink) {
+                    sink.write(reply.body.data(), reply.body.size() / 2);
+                    reply.ending == Ending::reset ? resetConnection(ssl) : closeConnection(ssl);
                     return false;
                 });
             break;

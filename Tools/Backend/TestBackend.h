@@ -38,6 +38,8 @@ public:
         closedBefore,
         /// The connection is closed in the middle of the body.
         truncated,
+        /// The connection is reset in the middle of the body, without the end of the TLS session.
+        reset,
         /// The body never ends.
         endless,
         /// The body comes one byte at a time, `delay` apart.

@@ -51,7 +51,7 @@ TEST_F(CurlURLSessionTest, AcceptsACertificateOrExplainsWhyNot)
     }
     // Once the server has responded, a lost connection has other reasons.
     Line line(Certificate::good, Demand::requested);
-    line.backend.setReply("/", {.ending = TestBackend::Ending::truncated});
+    line.backend.setReply("/", {.ending = TestBackend::Ending::reset});
     EXPECT_EQ(result(line.get("/").get()), number(Code::networkConnectionLost));
 }
 

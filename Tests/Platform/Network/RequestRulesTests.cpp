@@ -162,7 +162,7 @@ TEST(ResponseHeaderTest, KeepsTheFieldsOfTheFinalResponse)
     for (const char* line :
          {"HTTP/1.1 103 Early Hints\r\n", "X-Early: 1\r\n", "Location: /early\r\n", "\r\n",
           "HTTP/1.1 302 Found\r\n", "Location: /first\r\n", "location: /second\r\n", "X-A: 1 \r\n",
-          "x-a:\t2\r\n", " 3\r\n", "no colon\r\n", "\t4\r\n", "\r\n", "X-Trailer: 1\r\n"})
+          "x-a:\t2\r\n", "\t3\r\n", "no colon\r\n", " 4\r\n", "\r\n", "X-Trailer: 1\r\n"})
         EXPECT_TRUE(header.addLine(line));
     EXPECT_EQ(header.fields(), (HeaderFields{{"Location", "/first"}, {"X-A", "1, 2 3"}}));
 

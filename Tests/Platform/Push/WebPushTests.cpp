@@ -116,7 +116,7 @@ TEST(UnifiedPushEndpointTest, AcceptsOnlyHttpsAndLoopbackURLs)
         EXPECT_TRUE(isUsablePushEndpoint(accepted)) << accepted;
     for (const char* rejected :
          {"http://a/", "HTTP://a/", "http://localhost.example/", "http://127.0.0.1.example/", "https://",
-          "https:/a", "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", ""})
+          "https:/a", "https", "ftp://a/", "xhttps://a/", "https://u@a/", "https://a /", "https://a/|", ""})
         EXPECT_FALSE(isUsablePushEndpoint(rejected)) << rejected;
 }
 
