@@ -223,7 +223,7 @@ TEST_F(ProgramTest, BundleIsANewPrivateFile)
 
 TEST_F(ProgramTest, WatchShowsEachVersionUntilInterrupted)
 {
-    const auto plain = device.startConsole({"watch"});
+    const auto plain = device.startShell("ulimit -t 2; exec $QVCTL watch");
     const auto structured = device.startConsole({"watch", "--json"});
     ASSERT_TRUE(plain->waitForLine("waiting for the first configuration"));
     ASSERT_TRUE(structured->waitForLine("waiting for the first configuration"));
