@@ -94,7 +94,6 @@ wait --timeout nan | 'nan' is not a number of seconds, 0 or more
 wait --applied --uploaded | --uploaded
 wait --version 1 --applied | --version
 wait --version 0 | --version
-wait applied | unexpected argument 'applied'
 bundle a.zip | a.zip: the name of a bundle must end with .tar.gz)";
 
 TEST_F(PolicyCommandTest, UsageErrorsNameTheProblem)
@@ -151,7 +150,6 @@ config lint . | 66 |  | is not a regular file
 config lint /dev/zero | 78 | /dev/zero: error
 config lint - | 78 | -: error: the file is empty
 config show --json --managed-configuration types.plist | 0 | ["inf",1.5,"2026-01-02T03:04:05.000Z","<data ff00>",false,18446744073709551615]
-config explain half.json | 78 |  | half.json:2:
 config explain half.json --json | 78 | {"version":1,"path":"half.json","error":"half.json:2: | half.json:2:
 config explain none.json | 66 |  | none.json: no such file
 config explain bad.json | 0 | api_key has the wrong type: ********; the app ignores it
