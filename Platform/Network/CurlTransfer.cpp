@@ -89,12 +89,12 @@ void CurlTransfer::setSecurity()
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_SHARE, m_session.share);
     for (const auto option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO}) {
-        if (!m_session.certificateFile.empty())
-            set(option, m_session.certificateFile.c_str());
+        if (!m_session.certificates.file.empty())
+            set(option, m_session.certificates.file.c_str());
     }
     for (const auto option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH}) {
-        if (!m_session.certificateFolder.empty())
-            set(option, m_session.certificateFolder.c_str());
+        if (!m_session.certificates.folder.empty())
+            set(option, m_session.certificates.folder.c_str());
     }
     set(CURLOPT_SSL_CTX_DATA, this);
     set(

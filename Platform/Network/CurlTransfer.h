@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Network/CertificateEnvironment.h"
 #include "Platform/Network/CurlFailure.h"
 #include "Platform/Network/ResponseHeader.h"
 #include "Platform/Network/SecureRequest.h"
@@ -34,9 +35,7 @@ public:
 
     /// The common state of the transfers of one session.
     struct SessionState {
-        // Empty for the system's certificates.
-        std::string certificateFile;
-        std::string certificateFolder;
+        CertificateEnvironment certificates;
         /// A handle of libcurl's "share" interface.
         void* share = nullptr;
         /// When data last arrived for any transfer.

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <climits>
 #include <csignal>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <pthread.h>
@@ -41,24 +40,11 @@ struct ShareDeleter {
     void operator()(CURLSH* share) const { curl_share_cleanup(share); }
 };
 
-std::string environment(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::string() : value;
-}
-
 } // namespace
 
 class CurlURLSession::Worker {
 public:
-    Worker()
-        : m_sessionState{.certificateFile = environment("SSL_CERT_FILE"),
-                         .certificateFolder = environment("SSL_CERT_DIR")}
-    {
-        // libcurl would trust the system's folder in addition to the file.
-        if (!m_sessionState.certificateFile.empty() && m_sessionState.certificateFolder.empty())
-            m_sessionState.certificateFolder = "/dev/null";
-    }
+    Worker() : m_sessionState{.certificates = CertificateEnvironment::read()} {}
     ~Worker();
 
     void start(URLRequest request, Completion completion);

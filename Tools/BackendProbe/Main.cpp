@@ -3,6 +3,7 @@
 // connection after the TLS handshake and prints a `ProbeResult`.
 
 #include "Platform/Error.h"
+#include "Platform/Network/CertificateEnvironment.h"
 #include "Platform/Storage/FileDescriptor.h"
 #include "Tools/BackendProbe/ProbeResult.h"
 
@@ -16,7 +17,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <netdb.h>
@@ -26,6 +26,7 @@ namespace {
 
 using BackendProbe::ProbeResult;
 using Platform::errorText;
+using Platform::Network::CertificateEnvironment;
 using Platform::Storage::FileDescriptor;
 
 /// One connection, as the callbacks of libcurl and OpenSSL see it.
@@ -245,12 +246,6 @@ std::string secondsText(std::chrono::milliseconds duration)
     return fmt::format("{:g} s", std::chrono::duration<double>(duration).count());
 }
 
-std::string environment(const char* name)
-{
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::string() : value;
-}
-
 /// Sets what every connection needs: address, certificates to trust and version of TLS.
 void prepare(Probe& probe, const char* url)
 {
@@ -262,10 +257,7 @@ void prepare(Probe& probe, const char* url)
     probe.set(CURLOPT_ERRORBUFFER, probe.detail.data());
     for (const auto option : {CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO})
         probe.set(option, probe.result.trustedFile.c_str());
-    std::string folder = environment("SSL_CERT_DIR");
-    // libcurl would trust the system's folder in addition to the file.
-    if (folder.empty() && !environment("SSL_CERT_FILE").empty())
-        folder = "/dev/null";
+    const std::string folder = CertificateEnvironment::read().folder;
     for (const auto option : {CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH}) {
         if (!folder.empty())
             probe.set(option, folder.c_str());
@@ -317,7 +309,7 @@ void request(ProbeResult& result, const char* url, std::chrono::milliseconds tim
 
 void readTrustedFile(Probe& probe)
 {
-    probe.result.trustedFile = environment("SSL_CERT_FILE");
+    probe.result.trustedFile = CertificateEnvironment::read().file;
     const char* file = nullptr;
     if (probe.result.trustedFile.empty())
         curl_easy_getinfo(probe.handle, CURLINFO_CAINFO, &file);
