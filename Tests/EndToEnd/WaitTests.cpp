@@ -29,7 +29,7 @@ protected:
 
 TEST_F(WaitTest, WaitsForAnAppThatStartsLater)
 {
-    const auto wait = device.startShell("ulimit -t 1; exec $QVCTL wait --timeout 20");
+    const auto wait = device.startShell("ulimit -t 2; exec $QVCTL wait --timeout 20");
     ASSERT_TRUE(wait->waitForLine("the app is not running; waiting for it"));
     // Nothing else is printed while the policy file changes, even if it is invalid.
     for (int change = 0; change < 15; ++change) {
