@@ -94,7 +94,7 @@ TEST_P(PolicyPartTest, DetectsEveryKindOfChange)
          dictionary(8)},
         {"another file takes precedence",
          "echo '<plist><dict><key>a</key><integer>9</integer></dict></plist>' > $ABOVE", dictionary(9)},
-        {"that file deleted", "rm $ABOVE", dictionary(8)},
+        {"that file moved away", "mv $ABOVE away", dictionary(8)},
     };
     watch();
     EXPECT_EQ(policy.dictionary(), std::nullopt);
