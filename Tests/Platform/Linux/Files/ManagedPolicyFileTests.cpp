@@ -139,8 +139,11 @@ TEST_F(ManagedPolicyFileTest, WalksPathsLikeTheKernel)
     fs::create_directory_symlink("../a/./b/", folder.path("a/link"));
     fs::create_symlink(folder.path("a/link/../link/file"), folder.path("absolute"));
     fs::create_symlink("loop", folder.path("loop"));
+    for (int links = 1; links <= 41; ++links) // Named after the number of links to follow.
+        fs::create_symlink(links > 1 ? std::to_string(links - 1) : "a/b/file",
+                           folder.path(std::to_string(links)));
     for (const char* name : {"a/b/file", "a/link/file", "absolute", "a/../a//b/./file", "a/b/", "a/none/file",
-                             "a/b/file/", "a/b/file/x", "loop", "../../../../.."}) {
+                             "a/b/file/", "a/b/file/x", "loop", "../../../../..", "40", "41"}) {
         SCOPED_TRACE(name);
         const PathStep last = walkPath(folder.path(name)).back();
         std::error_code error;
