@@ -102,18 +102,27 @@ void printResult(const Options& options, const ApplicationProcess& process,
 /// Reloads the apps of all users. What changes for each of them depends on its state.
 ExitCode reloadAll(const Options& options)
 {
+    using Outcome = ApplicationProcess::Outcome;
     json::array reached;
+    std::string outdated;
     for (const ApplicationProcess& process : ApplicationProcess::all()) {
-        if (process.send(ProcessSignals::reloadSignal) != ApplicationProcess::Outcome::delivered)
+        const Outcome outcome = process.send(ProcessSignals::reloadSignal);
+        if (outcome == Outcome::unsupported)
+            outdated += (outdated.empty() ? "" : ", ") + userName(process.user());
+        if (outcome != Outcome::delivered)
             continue;
         reached.push_back(applicationJSON(process));
         if (!options.isJSON)
             print("Reloaded the app of {} (process {})\n", userName(process.user()), process.identifier());
     }
-    if (reached.empty())
+    if (reached.empty() && outdated.empty())
         throw CommandError(unavailable, "the app runs for no user");
-    if (options.isJSON)
+    if (options.isJSON && !reached.empty())
         printJSON({{"configVersion", nullptr}, {"changed", nullptr}, {"applications", std::move(reached)}});
+    if (!outdated.empty())
+        throw CommandError(
+            unavailable,
+            fmt::format("an older version, which cannot reload, runs for {}; restart it", outdated));
     return success;
 }
 
