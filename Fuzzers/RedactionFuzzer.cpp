@@ -37,8 +37,8 @@ bool isVocabulary(std::string_view word)
     return word == "Authorization" || word == "X-Device-Id" || Core::findManagedKey(word) != nullptr;
 }
 
-/// Returns the words of `text` that a bundle must not contain, in lower case. Shorter words may be part of any
-/// other text.
+/// Returns the words of `text` that a bundle must not contain, in lower case. Shorter words may be part of
+/// any other text.
 Words secretWords(std::string_view text)
 {
     Words words;
