@@ -1,7 +1,6 @@
 // The completion of words in shells.
 
 #include "Tests/EndToEnd/ProgramTest.h"
-#include "Tests/Fakes/CaseName.h"
 
 #include <gmock/gmock.h>
 
@@ -123,6 +122,7 @@ TEST_P(CompletionTest, CompletesCommandsValuesAndFiles)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shells, CompletionTest, testing::ValuesIn(shells), caseName<Shell>);
+INSTANTIATE_TEST_SUITE_P(Shells, CompletionTest, testing::ValuesIn(shells),
+                         [](const auto& shell) { return std::string(shell.param.name); });
 
 } // namespace

@@ -2,9 +2,6 @@
 
 #include "Platform/PropertyList.h"
 
-#include <string>
-#include <string_view>
-
 /// Returns the bytes of `text`.
 inline Platform::Data bytesOf(std::string_view text)
 {

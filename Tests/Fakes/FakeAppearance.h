@@ -2,7 +2,6 @@
 
 #include "Platform/Appearance.h"
 
-#include <optional>
 #include <utility>
 
 /// A source that has no answer until `answerWith()`.

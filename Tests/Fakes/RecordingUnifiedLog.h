@@ -1,10 +1,8 @@
 #pragma once
 
 #include "Platform/AdapterLog.h"
-#include "Platform/UnifiedLog.h"
 
 #include <mutex>
-#include <string>
 #include <utility>
 #include <vector>
 

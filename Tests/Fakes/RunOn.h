@@ -2,7 +2,6 @@
 
 #include "Platform/DispatchQueue.h"
 
-#include <functional>
 #include <future>
 #include <memory>
 

@@ -1,4 +1,3 @@
-#include "Platform/Appearance.h"
 #include "Platform/RememberedAppearance.h"
 
 #include "Tests/Fakes/FakeAppearance.h"
@@ -7,9 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <optional>
-#include <utility>
-#include <vector>
 
 using namespace Platform;
 

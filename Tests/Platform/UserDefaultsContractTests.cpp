@@ -1,8 +1,6 @@
 #include "Platform/Linux/DeviceDefaults.h"
 #include "Platform/Linux/Files/FileSystemWatcher.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/OutcomeRecorder.h"
-#include "Platform/SystemClock.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
@@ -11,9 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <string>
-#include <sys/stat.h>
-#include <thread>
 #include <tuple>
 
 using namespace Platform;
@@ -21,27 +16,30 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Runs each test with the fake and with the device's own domains.
-class UserDefaultsContractTest : public testing::TestWithParam<bool> {
+class DeviceDefaultsTest : public testing::Test {
 protected:
-    UserDefaultsContractTest() { device.announceChanges(watcher, center, mainQueue); }
-    /// Delivers change notifications until `isDone` returns true, for a limited time.
-    void settle(const std::function<bool()>& isDone)
-    {
-        while (!isDone() && mainQueue.waitForItem())
-            mainQueue.runNext();
-    }
-
-    ManualScheduler::Queue mainQueue;
+    ManualScheduler scheduler;
     TemporaryFolder folder;
     NotificationCenter center;
     RecordingUnifiedLog log;
-    SystemClock clock;
-    FakeUserDefaultsDomains fake{center, mainQueue};
     Linux::DeviceDefaults device{{folder.path("state"), {.files = {folder.path("managed.json")}}},
                                  Storage::SQLiteUserDefaults::Access::readWrite,
-                                 clock,
+                                 scheduler,
                                  log.adapterLog};
+};
+
+/// Runs each test with the fake and with the device's own domains.
+class UserDefaultsContractTest : public DeviceDefaultsTest, public testing::WithParamInterface<bool> {
+protected:
+    UserDefaultsContractTest() { device.announceChanges(watcher, center, scheduler.mainQueue); }
+    /// Delivers change notifications until `isDone` returns true, for a limited time.
+    void settle(const std::function<bool()>& isDone)
+    {
+        while (!isDone() && scheduler.mainQueue.waitForItem())
+            scheduler.mainQueue.runNext();
+    }
+
+    FakeUserDefaultsDomains fake{center, scheduler.mainQueue};
     Linux::Files::FileSystemWatcher watcher;
     UserDefaultsDomains& domains = GetParam() ? static_cast<UserDefaultsDomains&>(fake) : device;
 };
@@ -143,20 +141,14 @@ TEST_P(UserDefaultsContractTest, ManagedConfigurationIsReadOnly)
     EXPECT_FALSE(domains.standard().removeObject(key));
 }
 
-TEST(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
+TEST_F(DeviceDefaultsTest, ReadsThePolicyAndRecordsItsErrors)
 {
-    const TemporaryFolder folder;
-    RecordingUnifiedLog log;
-    ManualScheduler scheduler;
-    NotificationCenter center;
     FakeUserDefaults store;
     OutcomeRecorder outcomes({store, scheduler, scheduler.mainQueue, scheduler});
-    Linux::DeviceDefaults defaults({folder.path("state"), {.files = {folder.path("managed.json")}}},
-                                   Storage::SQLiteUserDefaults::Access::readWrite, scheduler, log.adapterLog);
-    defaults.recordErrors(outcomes);
+    device.recordErrors(outcomes);
     const auto managed = [&] {
-        defaults.reloadPolicy(center, scheduler.mainQueue);
-        auto found = defaults.standard().object(UserDefaults::managedConfigurationKey);
+        device.reloadPolicy(center, scheduler.mainQueue);
+        auto found = device.standard().object(UserDefaults::managedConfigurationKey);
         scheduler.advance(2s);
         return found;
     };

@@ -2,7 +2,6 @@
 
 #include "Platform/OutcomeRecorder.h"
 #include "Platform/Push/PushPayload.h"
-#include "Platform/Push/PushServiceState.h"
 #include "Platform/Shell.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
 #include "Tests/Fakes/ManualScheduler.h"

@@ -1,7 +1,6 @@
 #include "Platform/Push/DeviceNotificationCenter.h"
 
 #include "Platform/PropertyLists/PropertyListReader.h"
-#include "Platform/Push/PendingNotifications.h"
 #include "Platform/Push/ShellState.h"
 #include "Tests/Fakes/FakeShell.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -12,10 +11,7 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
-#include <string>
 #include <tuple>
-#include <vector>
 
 using namespace Platform;
 
