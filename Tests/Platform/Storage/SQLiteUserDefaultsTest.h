@@ -9,12 +9,9 @@
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
+#include <future>
 #include <iterator>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 /// A store in a temporary folder.
 class SQLiteUserDefaultsTest : public testing::Test {
@@ -24,7 +21,7 @@ protected:
 
     std::unique_ptr<SQLiteUserDefaults> open(Access access = Access::readWrite)
     {
-        return std::make_unique<SQLiteUserDefaults>(file, access, clock, adapterLog);
+        return std::make_unique<SQLiteUserDefaults>(file, access, clock, log.adapterLog);
     }
     [[nodiscard]] std::vector<std::string> filesNamedCorrupt() const
     {
@@ -51,9 +48,17 @@ protected:
         return output;
     }
 
+    /// Starts a shell command in another thread and waits until it writes a line to the pipe $B.ready.
+    [[nodiscard]] std::future<std::string> start(const std::string& command) const
+    {
+        EXPECT_EQ(shell("mkfifo $B.ready"), "");
+        auto output = std::async(std::launch::async, [=, this] { return shell(command); });
+        EXPECT_EQ(shell("cat $B.ready"), "\n");
+        return output;
+    }
+
     TemporaryFolder folder;
     std::filesystem::path file = folder.path("deep/state/domain.sqlite");
     Platform::SystemClock clock;
     RecordingUnifiedLog log;
-    Platform::AdapterLog adapterLog{log, "test"};
 };

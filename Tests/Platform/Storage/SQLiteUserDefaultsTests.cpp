@@ -2,26 +2,36 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
-#include <array>
 #include <cmath>
+#include <mutex>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 
 using namespace Platform;
 using namespace testing;
 
 namespace {
-int syncedLogCount = 0;
+std::mutex syncMutex;
+/// The files and folders that this program has synchronized.
+std::vector<std::string> synced;
+
+int synchronize(long call, int descriptor)
+{
+    const std::lock_guard lock(syncMutex);
+    synced.push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)));
+    return static_cast<int>(::syscall(call, descriptor));
+}
 } // namespace
 
-/// Counts the calls of SQLite for a log.
 extern "C" int fdatasync(int descriptor)
 {
-    const auto link = "/proc/self/fd/" + std::to_string(descriptor);
-    syncedLogCount += std::filesystem::read_symlink(link).native().ends_with("-wal") ? 1 : 0;
-    return static_cast<int>(::syscall(SYS_fdatasync, descriptor));
+    return synchronize(SYS_fdatasync, descriptor);
+}
+
+extern "C" int fsync(int descriptor)
+{
+    return synchronize(SYS_fsync, descriptor);
 }
 
 namespace {
@@ -31,24 +41,23 @@ TEST_F(SQLiteUserDefaultsTest, FilesArePrivateAndReadableWithSQL)
     const mode_t umaskBefore = ::umask(0);
     const auto defaults = open();
     defaults->set("k", "text");
+    EXPECT_THAT(synced,
+                IsSupersetOf({folder.path("deep").string(), folder.path("deep").parent_path().string()}))
+        << "new folders must be durable";
     defaults->set("b", true);
-    const int before = syncedLogCount;
+    synced.clear();
     defaults->set("c", Date{1.5});
-    EXPECT_GT(syncedLogCount, before) << "a commit must be durable";
+    EXPECT_THAT(synced, ElementsAre(file.string() + "-wal")) << "a commit must be durable";
     ::umask(umaskBefore);
     EXPECT_EQ(
         shell("cd ${F%/*}; stat -c '%a %n' .. . *"),
         "700 ..\n700 .\n600 domain.bell\n600 domain.sqlite\n600 domain.sqlite-shm\n600 domain.sqlite-wal\n");
 
-    const SQLite::Database second(file.string(), SQLite::OPEN_READONLY);
-    SQLite::Statement all(second,
-                          "SELECT group_concat(key || ' ' || type || ' ' || value) FROM (SELECT * FROM "
-                          "defaults ORDER BY key)");
-    all.executeStep();
-    EXPECT_EQ(all.getColumn(0).getString(), "b boolean 1,c date 1.5,k text text");
+    EXPECT_EQ(shell("sqlite3 $F 'SELECT * FROM defaults ORDER BY key'"),
+              "b|boolean|1\nc|date|1.5\nk|text|text\n");
 }
 
-TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissing)
+TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissingAndTriggersDoNotRun)
 {
     const auto defaults = open();
     defaults->set("k", 1);
@@ -60,6 +69,7 @@ TEST_F(SQLiteUserDefaultsTest, InvalidRowsCountAsMissing)
         second.exec(std::string("REPLACE INTO defaults VALUES('k', ") + row + ")");
         EXPECT_EQ(defaults->object("k"), value) << row;
     }
+    second.exec("CREATE TRIGGER t AFTER UPDATE ON defaults BEGIN DELETE FROM defaults; END");
     EXPECT_TRUE(defaults->set("k", std::nan("")));
     EXPECT_TRUE(std::isnan(*defaults->object("k").value().real()));
     EXPECT_TRUE(defaults->set("k", Date{std::nan("")}));
@@ -102,8 +112,10 @@ TEST_F(SQLiteUserDefaultsTest, DamagedFilesAreMovedAsideAndLogged)
         folder.write("deep/state/domain.sqlite-wal", "damaged, too");
         for (const char* name : {"", "-wal"})
             ::chmod((file.string() + name).c_str(), 0644);
+        synced.clear();
         const auto defaults = open();
         EXPECT_EQ(defaults->object("k"), std::nullopt);
+        EXPECT_THAT(synced, Contains(file.parent_path().string())) << "the new name of the damaged file";
         defaults->set("k", 1);
         EXPECT_EQ(defaults->integer("k"), 1);
         // Only the newest copy remains, and it is private.
@@ -166,11 +178,16 @@ TEST_F(SQLiteUserDefaultsTest, MissingTableIsCreatedAndAnUnsuitableOneIsMovedAsi
     }
 }
 
+void writeLargeValues(UserDefaults& defaults, int count)
+{
+    for (int i = 0; i < count; ++i)
+        defaults.set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
+}
+
 TEST_F(SQLiteUserDefaultsTest, CheckpointsLimitTheSizeOfTheLog)
 {
     const auto defaults = open();
-    for (int i = 0; i < 200; ++i)
-        defaults->set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
+    writeLargeValues(*defaults, 200);
     EXPECT_LT(std::filesystem::file_size(file.string() + "-wal"), 6'000'000U);
     ASSERT_EQ(shell("rm $F-wal"), "");
     EXPECT_EQ(defaults->text("k"), std::string(100'000, 'r')) << "our checkpoints are no foreign writes";
@@ -179,8 +196,7 @@ TEST_F(SQLiteUserDefaultsTest, CheckpointsLimitTheSizeOfTheLog)
 TEST_F(SQLiteUserDefaultsTest, ReadIsRepeatedAfterADiskError)
 {
     const auto defaults = open();
-    for (int i = 0; i < 50; ++i) // More than the pages of one checkpoint.
-        defaults->set("k", std::string(100'000, static_cast<char>('a' + i % 26)));
+    writeLargeValues(*defaults, 50);    // More than the pages of one checkpoint.
     ASSERT_EQ(shell(": > $F-wal"), ""); // SQLite cannot read a page that its index names.
     EXPECT_EQ(defaults->text("k").value_or("").size(), 100'000U);
     EXPECT_TRUE(log.takeLines().empty());
@@ -189,24 +205,10 @@ TEST_F(SQLiteUserDefaultsTest, ReadIsRepeatedAfterADiskError)
 TEST_F(SQLiteUserDefaultsTest, OpeningWaitsForAnotherProcessThatOpens)
 {
     open()->set("k", 1);
-    ASSERT_EQ(shell("mkfifo $B.locked"), "");
-    std::thread other([&] {
-        EXPECT_EQ(shell("flock -s ${F%.sqlite}.bell sh -c \"echo > '$B.locked'; sleep 0.3; "
-                        "sqlite3 '$F' 'UPDATE defaults SET value = 2'\""),
-                  "");
-    });
-    EXPECT_EQ(shell("cat $B.locked"), "\n");
+    auto other = start("flock -s ${F%.sqlite}.bell sh -c \"echo > '$B.ready'; sleep 0.3; "
+                       "sqlite3 '$F' 'UPDATE defaults SET value = 2'\"");
     EXPECT_EQ(open()->integer("k"), 2);
-    other.join();
-}
-
-TEST_F(SQLiteUserDefaultsTest, TriggersDoNotRun)
-{
-    open()->set("k", 1);
-    ASSERT_EQ(shell("sqlite3 $F 'CREATE TRIGGER t AFTER UPDATE ON defaults BEGIN DELETE FROM defaults; END'"),
-              "");
-    EXPECT_TRUE(open()->set("k", 2));
-    EXPECT_EQ(open()->integer("k"), 2);
+    EXPECT_EQ(other.get(), "");
 }
 
 const std::string readAll =
@@ -266,38 +268,29 @@ TEST_F(SQLiteUserDefaultsTest, RemovedLogIsNotDamageWhileAnotherProcessReads)
     const auto defaults = open();
     defaults->set("version", 1);
     // Another process runs a checkpoint, so the store cannot know whether the removed log belonged to it.
-    ASSERT_EQ(shell("mkfifo $B.opened $B.end; sqlite3 $F 'PRAGMA wal_checkpoint(TRUNCATE)'"), "0|0|0\n");
-    std::thread reading([&] {
-        EXPECT_EQ(shell("sqlite3 $F 'SELECT count(*) FROM defaults' '.shell echo > \"'$B.opened'\"' "
-                        "'.shell cat \"'$B.end'\"'"),
-                  "\n1\n");
-    });
-    EXPECT_EQ(shell("cat $B.opened"), "\n");
+    ASSERT_EQ(shell("mkfifo $B.end; sqlite3 $F 'PRAGMA wal_checkpoint(TRUNCATE)'"), "0|0|0\n");
+    auto reading = start("sqlite3 $F 'SELECT count(*) FROM defaults' '.shell echo > \"'$B.ready'\"' "
+                         "'.shell cat \"'$B.end'\"'");
     defaults->set("version", 3);
     ASSERT_EQ(shell("rm $F-wal"), "");
     defaults->set("next", 4);
     EXPECT_EQ(shell(readAll), "next=4\nversion=1\nok\n");
     expectNeitherLogNorCopies();
     EXPECT_EQ(shell("echo > $B.end"), "");
-    reading.join();
+    EXPECT_EQ(reading.get(), "\n1\n");
 }
 
 TEST_F(SQLiteUserDefaultsTest, CommitToReplacedFilesIsRepeated)
 {
     const auto defaults = open();
     defaults->set("version", 1);
-    ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\"; mkfifo $B.locked"), "");
+    ASSERT_EQ(shell("sqlite3 $F \".backup '$B'\""), "");
     defaults->set("version", 3);
     // Replaces the files while the write below waits for the other process's transaction.
-    std::thread replacing([&] {
-        EXPECT_EQ(shell("sqlite3 $F 'BEGIN IMMEDIATE' '.shell echo > \"'$B.locked'\"' '.shell sleep 0.3; cp "
-                        "'$B' '$F'; "
-                        "rm '$F'-wal '$F'-shm' COMMIT"),
-                  "");
-    });
-    EXPECT_EQ(shell("cat $B.locked"), "\n");
+    auto replacing = start("sqlite3 $F 'BEGIN IMMEDIATE' '.shell echo > \"'$B.ready'\"' '.shell sleep 0.3; "
+                           "cp '$B' '$F'; rm '$F'-wal '$F'-shm' COMMIT");
     defaults->set("next", 4);
-    replacing.join();
+    EXPECT_EQ(replacing.get(), "");
     EXPECT_EQ(shell(readAll), "next=4\nversion=1\nok\n");
 }
 
@@ -305,11 +298,8 @@ TEST_F(SQLiteUserDefaultsTest, FailedWriteIsLoggedAndLeavesTheStoreUnchanged)
 {
     const auto defaults = open();
     defaults->set("k", 1);
-    {
-        // The second of two rows fails.
-        SQLite::Database second(file.string(), SQLite::OPEN_READWRITE);
-        second.exec("CREATE UNIQUE INDEX everyValueOnce ON defaults(value)");
-    }
+    // The second of two rows fails.
+    ASSERT_EQ(shell("sqlite3 $F 'CREATE UNIQUE INDEX everyValueOnce ON defaults(value)'"), "");
     const std::array<UserDefaults::Entry, 2> entries{{{"k", 2}, {"second", 2}}};
     for (const char* attempt : {"first", "second"}) {
         EXPECT_FALSE(defaults->write(entries));
