@@ -8,15 +8,9 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <future>
-#include <memory>
 #include <netinet/in.h>
-#include <stdexcept>
-#include <string>
 #include <sys/socket.h>
-#include <utility>
 
 class CurlURLSessionTest : public testing::Test {
 protected:
@@ -69,7 +63,6 @@ protected:
                                fmt::arg("other", fmt::format("https://127.0.0.1:{}", backend.port())),
                                fmt::arg("port", backend.port()), fmt::arg("silent", silentPort));
         }
-        [[nodiscard]] std::string lastTarget() { return backend.takeRequests().back().target; }
 
         TemporaryFolder folder;
         Platform::Storage::FileDescriptor silentSocket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};

@@ -2,13 +2,11 @@
 #include "Tests/Fakes/Bytes.h"
 #include "Tests/Platform/Network/CurlURLSessionTest.h"
 
-#include <algorithm>
 #include <csignal>
 #include <latch>
 #include <map>
 #include <optional>
 #include <set>
-#include <string>
 #include <thread>
 
 using namespace Platform;
@@ -20,15 +18,6 @@ namespace {
 using Ending = TestBackend::Ending;
 using Reply = TestBackend::Reply;
 
-/// Returns distinct fields that precede "Location" in the response.
-std::multimap<std::string, std::string> manyFields(int count)
-{
-    std::multimap<std::string, std::string> fields;
-    for (int index = 0; index < count; ++index)
-        fields.emplace("A-" + std::to_string(index), "");
-    return fields;
-}
-
 TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
 {
     struct Case {
@@ -38,6 +27,7 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         std::chrono::seconds timeout = 20s;
     };
     constexpr std::size_t limit = URLSession::maximumBodyBytes;
+    const std::string large(90'000, 'x');
     const Case cases[] = {
         {{.status = 204, .body = ""}},
         {{.status = 302}},
@@ -50,9 +40,9 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
         {{.ending = Ending::endless}, Code::dataLengthExceedsMaximum},
         {{.status = 302, .headerFields = {{"Location", "/other"}}, .ending = Ending::endless},
          Code::dataLengthExceedsMaximum},
-        // About 265 and 120 KB.
-        {{.headerFields = manyFields(26'000)}, Code::dataLengthExceedsMaximum},
-        {{.headerFields = {{"X-Long", std::string(120'000, 'x')}}}, Code::dataLengthExceedsMaximum},
+        // All together, or one of them, is too long.
+        {{.headerFields = {{"A", large}, {"B", large}, {"C", large}}}, Code::dataLengthExceedsMaximum},
+        {{.headerFields = {{"A", large + large}}}, Code::dataLengthExceedsMaximum},
         {{.body = "0123456789", .ending = Ending::truncated}, Code::networkConnectionLost},
         {{.ending = Ending::closedBefore}, Code::networkConnectionLost},
         {{.headerFields = {{"Content-Encoding", "gzip"}}, .body = "not gzip"}, Code::cannotDecodeContentData},
@@ -80,22 +70,21 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
 
 TEST_F(CurlURLSessionTest, FollowsRedirectsToHttpsOnly)
 {
-    const std::string insecure = std::to_string(number(Code::appTransportSecurityRequiresSecureConnection));
-    // Method, status, location, and what becomes of it: an error, or the status of the response and the
-    // method, body and number of credentials of the last request.
-    const std::tuple<const char*, int, std::string, std::string> cases[] = {
-        {"POST", 302, "to", "200 GET  2"},
-        {"PUT", 307, "{same}/to", "200 PUT body 2"},
-        {"POST", 307, "{other}/back", "200 POST body 0"},
-        {"POST", 302, "http://localhost/", insecure},
-        {"POST", 302, "https://[", std::to_string(number(Code::badURL))}};
-    for (const auto& [method, status, location, expected] : cases) {
-        Line line;
+    const auto insecure = number(Code::appTransportSecurityRequiresSecureConnection);
+    // Method, status, location and result; then the method, target, body and number of credentials of the
+    // last request.
+    const std::tuple<const char*, int, std::string, std::int64_t, std::string, int> cases[] = {
+        {"POST", 302, "to", 200, "GET/to", 2},
+        {"PUT", 307, "{same}/to", 200, "PUT/tobody", 2},
+        {"POST", 307, "{other}/back", 200, "POST/tobody", 0},
+        {"POST", 302, "http://localhost/", insecure, "POST/frombody", 2},
+        {"POST", 302, "https://[", number(Code::badURL), "POST/frombody", 2}};
+    Line line;
+    line.backend.setReply("/back", {.status = 307, .headerFields = {{"Location", line.expand("{same}/to")}}});
+    for (const auto& [method, status, location, expected, last, credentialCount] : cases) {
         line.backend.setReply("/from", {.status = status,
                                         .headerFields = {{"Location", line.expand(location)}},
                                         .body = "to be dropped"});
-        line.backend.setReply("/back",
-                              {.status = 307, .headerFields = {{"Location", line.expand("{same}/to")}}});
         const Outcome outcome = line.start({.url = line.backend.baseURL() + "/from",
                                             .httpMethod = method,
                                             .headerFields = {{"authorization", "secret"},
@@ -103,36 +92,15 @@ TEST_F(CurlURLSessionTest, FollowsRedirectsToHttpsOnly)
                                                              {"Range", "bytes=0-0"}},
                                             .httpBody = bytesOf("body")})
                                     .get();
-        std::string actual = std::to_string(result(outcome));
-        if (const auto* response = std::get_if<URLResponse>(&outcome)) {
-            EXPECT_EQ(response->body, bytesOf("{}"));
-            const auto last = line.backend.takeRequests().back();
-            EXPECT_EQ(last.target, "/to");
-            const auto credentials =
-                std::count_if(last.headerFields.begin(), last.headerFields.end(),
-                              [](const auto& field) { return field.second == "secret"; });
-            actual += " " + last.method + " " + last.body + " " + std::to_string(credentials);
-        }
-        EXPECT_EQ(actual, expected) << location << ": " << description(outcome);
+        EXPECT_EQ(result(outcome), expected) << location;
         EXPECT_THAT(description(outcome), Not(HasSubstr("secret")));
-    }
-}
-
-TEST_F(CurlURLSessionTest, SendsTargetsUnchanged)
-{
-    Line line;
-    for (const std::string target : {"/a%2Fb/%2e%2E%2f..%2Fc/%2e%2e/%2E/t", "/%41%2F/", "/%25/%00/%7e~",
-                                     "/a%2fb?q=%2F/../%41&%c3", "//a///b//", "/!$&'()*+,;=:@", "/?/../"}) {
-        line.backend.setReply(
-            "/from", {.status = 302, .headerFields = {{"Location", line.backend.baseURL() + target}}});
-        for (const std::string& requested : {target, std::string("/from")}) {
-            const Outcome outcome = line.get(requested).get();
-            EXPECT_EQ(result(outcome), 200) << description(outcome);
-            EXPECT_EQ(line.lastTarget(), target);
+        if (expected == 200) {
+            EXPECT_EQ(std::get<URLResponse>(outcome).body, bytesOf("{}"));
         }
+        const auto request = line.backend.takeRequests().back();
+        EXPECT_EQ(request.method + request.target + request.body, last);
+        EXPECT_THAT(request.headerFields, Contains(Pair(_, "secret")).Times(credentialCount));
     }
-    EXPECT_EQ(result(line.get("/a/./../b").get()), 200);
-    EXPECT_EQ(line.lastTarget(), "/a/./../b") << "only resolution removes dot segments";
 }
 
 /// Returns the fields, except those that depend on the version of libcurl, as lines "Name: value".
@@ -144,39 +112,36 @@ std::string linesOf(const std::multimap<std::string, std::string>& fields)
     return text;
 }
 
-TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
+TEST_F(CurlURLSessionTest, SendsMethodTargetAndFieldsAsRequested)
 {
-    struct Case {
-        const char* method;
-        std::optional<std::string> body;
-        /// The header line, or nothing.
-        const char* length = "";
-    };
+    const std::string target = "/%41%2F//%2e%2E%2f..%2Fc/a/./../b/!$&'()*+,;=:@?q=%2F/../%c3";
     const std::string large(3'000'000, 'x');
-    const Case cases[] = {{"GET", {}},
-                          {"HEAD", {}},
-                          {"DELETE", {}},
-                          {"POST", {}, "Content-Length: 0\n"},
-                          {"POST", std::string("a\0b", 3), "Content-Length: 3\n"},
-                          {"POST", large, "Content-Length: 3000000\n"},
-                          {"PUT", {}, "Content-Length: 0\n"},
-                          {"PUT", large, "Content-Length: 3000000\n"},
-                          {"PATCH", "change", "Content-Length: 6\n"}};
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.method);
+    // The method, the body and the header line with its length.
+    const std::tuple<const char*, std::optional<std::string>, const char*> cases[] = {
+        {"GET", {}, ""},
+        {"HEAD", {}, ""},
+        {"DELETE", {}, ""},
+        {"POST", {}, "Content-Length: 0\n"},
+        {"POST", std::string("a\0b", 3), "Content-Length: 3\n"},
+        {"POST", large, "Content-Length: 3000000\n"},
+        {"PUT", {}, "Content-Length: 0\n"},
+        {"PUT", large, "Content-Length: 3000000\n"},
+        {"PATCH", "change", "Content-Length: 6\n"}};
+    for (const auto& [method, body, length] : cases) {
+        SCOPED_TRACE(method);
         Line line;
         line.backend.setReply(
-            "/path",
+            "*",
             {.headerFields = {{"X-Twice", "a"}, {"X-Twice", "a"}, {"X-Void", ""}, {"X-Folded", "a\r\n  b"}}});
         const std::string host = "localhost:" + std::to_string(line.backend.port());
-        URLRequest request{.url = "https://user:p@ssword@" + host + "/path?query=1#fragment",
-                           .httpMethod = row.method,
+        URLRequest request{.url = "https://user:p@ssword@" + host + target + "#fragment",
+                           .httpMethod = method,
                            .headerFields = {{"X-Given", " as it is"},
                                             {"Host", "evil"},
                                             {"Content-Length", "1"},
                                             {"Transfer-Encoding", "chunked"}}};
-        if (row.body)
-            request.httpBody = bytesOf(*row.body);
+        if (body)
+            request.httpBody = bytesOf(*body);
         std::promise<Outcome> first;
         std::promise<std::future<Outcome>> second;
         line.session->start(request, [&](Outcome completed) {
@@ -193,9 +158,9 @@ TEST_F(CurlURLSessionTest, SendsEachMethodAsRequested)
         const auto requests = line.backend.takeRequests();
         ASSERT_THAT(requests, SizeIs(2));
         const std::string common = "Host: " + host + "\nUser-Agent: quorvane-mdm\n";
-        EXPECT_EQ(requests[0].method + requests[0].target, row.method + std::string("/path?query=1"));
-        EXPECT_EQ(requests[0].body, row.body.value_or(""));
-        EXPECT_EQ(linesOf(requests[0].headerFields), row.length + common + "X-Given: as it is\n");
+        EXPECT_EQ(requests[0].method + requests[0].target, method + target);
+        EXPECT_EQ(requests[0].body, body.value_or(""));
+        EXPECT_EQ(linesOf(requests[0].headerFields), length + common + "X-Given: as it is\n");
         EXPECT_EQ(requests[1].method + requests[1].target + requests[1].body, "GET/second");
         EXPECT_EQ(linesOf(requests[1].headerFields), common);
     }
@@ -243,18 +208,13 @@ TEST_F(CurlURLSessionTest, CompletesManyConcurrentRequestsOnItsThread)
 TEST_F(CurlURLSessionTest, FollowsSixteenRedirectsWithLargeHeaders)
 {
     Line line;
-    Reply reply{.headerFields = manyFields(4'000)}; // libcurl 8 takes 5000.
-    line.backend.setReply("/17", reply);
-    reply.status = 302;
     for (int step = 0; step <= 16; ++step) {
-        const auto location = reply.headerFields.emplace("Location", "/" + std::to_string(step + 1));
-        line.backend.setReply("/" + std::to_string(step), reply);
-        reply.headerFields.erase(location);
+        const std::string next = "/" + std::to_string(step + 1);
+        line.backend.setReply(
+            "/" + std::to_string(step),
+            {.status = 302, .headerFields = {{"Location", next}, {"X", std::string(50'000, 'x')}}});
     }
-    const Outcome outcome = line.get("/1").get();
-    ASSERT_EQ(result(outcome), 200) << description(outcome);
-    EXPECT_THAT(std::get<URLResponse>(outcome).http->headerFields,
-                SizeIs(Network::ResponseHeader::maximumFieldCount));
+    EXPECT_EQ(result(line.get("/1").get()), 200);
     EXPECT_EQ(result(line.get("/0").get()), number(Code::httpTooManyRedirects));
 }
 

@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <map>
-#include <string>
 
 using namespace Platform;
 using namespace Platform::Network;
@@ -167,8 +166,10 @@ TEST(ResponseHeaderTest, KeepsTheFieldsOfTheFinalResponse)
     EXPECT_EQ(header.fields(), (HeaderFields{{"Location", "/first"}, {"X-A", "1, 2 3"}}));
 
     EXPECT_TRUE(header.addLine("HTTP/1.1 103 Early Hints\r\n"));
-    for (std::size_t number = 0; number < ResponseHeader::maximumFieldCount; ++number)
+    for (std::size_t number = 0; number <= ResponseHeader::maximumFieldCount; ++number)
         EXPECT_TRUE(header.addLine("X-" + std::to_string(number) + ": 1\r\n"));
+    EXPECT_TRUE(header.addLine("Location: /late\r\n"));
+    EXPECT_THAT(header.fields(), SizeIs(ResponseHeader::maximumFieldCount + 1)) << "does not count";
     EXPECT_TRUE(header.addLine("HTTP/1.1 200 OK\r\n") && header.addLine("X-A: 1\r\n"));
     EXPECT_EQ(header.fields(), (HeaderFields{{"X-A", "1"}})) << "early hints do not count";
 
