@@ -90,18 +90,14 @@ Context contextAt(std::string_view text, std::size_t end)
     std::size_t offset = text.find_first_not_of(textBlanks);
     while (offset < end) {
         const std::size_t start = offset;
-        const Context before = context;
         offset = scanToken(context, text, start);
         const bool isString = text[start] == '"';
         const bool isWord = std::string_view("{}[]:,\"").find(text[start]) == std::string_view::npos;
         context.isInString = isString && end < offset;
         context.isInWord =
             isWord && (end < offset || (end == offset && !isComplete(text.substr(start, end - start))));
-        if (context.isInString || context.isInWord) {
-            context.open = before.open;
-            context.last = before.last;
+        if (context.isInString || context.isInWord)
             break;
-        }
         offset = std::min(text.find_first_not_of(textBlanks, offset), text.size());
     }
     return context;

@@ -3,9 +3,6 @@
 #include "Platform/PropertyList.h"
 
 #include <cstddef>
-#include <cstdint>
-#include <string>
-#include <vector>
 
 // Hand-made property lists, valid and invalid.
 

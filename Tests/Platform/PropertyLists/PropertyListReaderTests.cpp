@@ -233,7 +233,8 @@ const BadCase badBinary[] = {
     {binary({"\x09"}).insert(13, 1, '\0'), "cut short"},
     {withTrailer("\x9\1", 1, '\0' + bigEndian(8, 8)), "invalid size"},
     {withTrailer("\1\0"s, 1, "\x8"), "invalid size"},
-    {withTrailer("\1\1", 1, "\6"), "outside the object area"},
+    {withTrailer("\1\1", 1, "\7"), "outside the object area"},
+    {withTrailer("\1\1", 1, "\x9"), "outside the object area"},
     {binary({"\x4F\x23\0\0\0\0\0\0\0\1x"s}), "invalid count"},
     {binary({"\x4F\x14\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\1x"s}), "invalid count"},
     {binary({"\xA1\0\1"s, "\xD1\0\2\0\0"s, "\x51k"}), "contains itself"},
@@ -321,7 +322,7 @@ PropertyList sample()
                       {"reals", Array{0.1, -infinity}},
                       {"texts", Array{"", "é😀", "\0"s, std::string(15, 'z'), std::string(70'000, 'y')}},
                       {"rest", Array{true, false, {}, Date{-0.5}, bytesOf("\0\xFF"s), Array{}, Dictionary{}}},
-                      {"ключ", "key"}};
+                      {"ключ\uffff\U00010000", "key"}};
 }
 
 TEST(PropertyListReaderTest, ReadsWhatItWrites)
