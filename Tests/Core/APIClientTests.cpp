@@ -34,7 +34,8 @@ struct Payload {
 
 class APIClientTest : public testing::Test {
 protected:
-    /// Runs the task and returns "STATUS BODY", or the description of the exception and its response body.
+    /// Runs the task and returns "STATUS BODY", or the code and description of the exception and its
+    /// response body.
     /// The task must send at most one request.
     std::string outcomeOf(Task<APIClient::Response> task)
     {
@@ -44,8 +45,7 @@ protected:
                 const auto [body, response] = co_await std::move(awaited);
                 outcome = std::to_string(response.statusCode) + " " + textOf(body);
             } catch (const APIError& error) {
-                outcome = error.what();
-                errorCode = error.errorCode();
+                outcome = std::to_string(error.errorCode()) + ": " + error.what();
                 if (const auto* status = std::get_if<APIError::HTTPStatus>(&error.theCase()))
                     outcome += " " + textOf(status->responseBody.value());
             }
@@ -56,7 +56,6 @@ protected:
         EXPECT_LE(session.requests.size(), 1U);
         return outcome;
     }
-    std::int64_t errorCode = -1;
     ManualScheduler scheduler;
     RecordingUnifiedLog log;
     Logger logger{std::make_unique<OSLogSink>(log), "com.example"};
@@ -84,14 +83,14 @@ TEST_F(APIClientTest, ResolvesPathAgainstBaseDomainOrReportsInvalidURL)
         {"acme.corp", "a/../b", "acme.corp/b"},
         {"https://acme.corp/%41%2F", "d/a%2Fb/%2e%2e%2f..%2F/%2E%2e/t",
          "https://acme.corp/%41%2F/d/a%2Fb/%2e%2e%2f..%2F/%2E%2e/t"},
-        {"https://acme.corp", "a b", "Invalid base URL: https://acme.corpa b"},
-        {" https://acme.corp ", "/a%zz", "Invalid base URL: https://acme.corpa%zz"},
-        {"https://acme.corp", "/", "Invalid base URL: https://acme.corp"},
-        {"https://acme corp", "a", "Invalid base URL: https://acme corp"},
-        {"acme.corp", "..//other.host", "Invalid base URL: acme.corp..//other.host"},
-        {"https://acme.corp:80.other", "a", "Invalid base URL: https://acme.corp:80.other"},
-        {"  ", "a", "Invalid base URL:   "},
-        {std::nullopt, "a", "Invalid base URL: nil"},
+        {"https://acme.corp", "a b", "0: Invalid base URL: https://acme.corpa b"},
+        {" https://acme.corp ", "/a%zz", "0: Invalid base URL: https://acme.corpa%zz"},
+        {"https://acme.corp", "/", "0: Invalid base URL: https://acme.corp"},
+        {"https://acme corp", "a", "0: Invalid base URL: https://acme corp"},
+        {"acme.corp", "..//other.host", "0: Invalid base URL: acme.corp..//other.host"},
+        {"https://acme.corp:80.other", "a", "0: Invalid base URL: https://acme.corp:80.other"},
+        {"  ", "a", "0: Invalid base URL:   "},
+        {std::nullopt, "a", "0: Invalid base URL: nil"},
     };
     for (const auto& [domain, path, expected] : cases) {
         provider.domain = domain;
@@ -147,34 +146,31 @@ TEST_F(APIClientTest, SendsMethodHeadersBodyAndCredentials)
     }
 }
 
-TEST_F(APIClientTest, OnlyStatus2xxSucceeds)
+TEST_F(APIClientTest, OnlyStatus2xxSucceedsAndAFailureIsLoggedOnce)
 {
-    const std::tuple<std::int64_t, std::string, std::optional<std::string>> cases[] = {
-        {200, "{}", {}}, {204, "", {}},   {299, "", {}},
-        {199, "", ""},   {300, "a", "a"}, {404, "\u00e4\xe2\x82", "No response body"},
+    const auto response = [](std::int64_t status, std::string_view body) {
+        return URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
     };
-    for (const auto& [status, body, loggedBody] : cases) { // No body is logged for success.
-        session.outcome = URLResponse{bytesOf(body), HTTPURLResponse{status, {}}};
-        const std::string number = std::to_string(status);
-        EXPECT_EQ(outcomeOf(client.get("a")), (loggedBody ? "HTTP error: " : "") + number + " " + body);
-        EXPECT_EQ(log.takeText(), loggedBody ? "default network API HTTP error | context={responseBody=" +
-                                                   *loggedBody + ", statusCode=" + number + "}\n"
-                                             : "");
+    const std::string warning = "default network API HTTP error | context={responseBody=";
+    // The outcome of the transfer, the outcome of the call, and the log.
+    const std::tuple<URLSession::Outcome, std::string, std::string> cases[] = {
+        {response(200, "{}"), "200 {}", ""},
+        {response(204, ""), "204 ", ""},
+        {response(299, ""), "299 ", ""},
+        {response(199, ""), "1: HTTP error: 199 ", warning + ", statusCode=199}\n"},
+        {response(300, "a"), "1: HTTP error: 300 a", warning + "a, statusCode=300}\n"},
+        {response(404, "\u00e4\xe2\x82"), "1: HTTP error: 404 \u00e4\xe2\x82",
+         warning + "No response body, statusCode=404}\n"},
+        {URLResponse{bytesOf("a file"), std::nullopt}, "6: Invalid or non-HTTP response", ""},
+        {URLError(URLError::Code::timedOut, "no answer"), "2: Network error: no answer",
+         "error network API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
+         "code=-1001, description=no answer}\n"},
+    };
+    for (const auto& [transferred, expected, logged] : cases) {
+        session.outcome = transferred;
+        EXPECT_EQ(outcomeOf(client.get("a")), expected);
+        EXPECT_EQ(log.takeText(), logged);
     }
-}
-
-TEST_F(APIClientTest, LogsTransferFailureOnceAndWrapsIt)
-{
-    session.outcome = URLError(URLError::Code::timedOut, "acme.corp did not answer");
-    EXPECT_EQ(outcomeOf(client.get("a")), "Network error: acme.corp did not answer");
-    EXPECT_EQ(errorCode, 2);
-    EXPECT_EQ(log.takeText(),
-              "error network API request failed | error={type=Platform.URLError, domain=NSURLErrorDomain, "
-              "code=-1001, description=acme.corp did not answer}\n");
-    session.outcome = URLResponse{bytesOf("a file"), std::nullopt};
-    EXPECT_EQ(outcomeOf(client.get("a")), "Invalid or non-HTTP response");
-    EXPECT_EQ(errorCode, 6);
-    EXPECT_EQ(log.takeText(), "");
 }
 
 } // namespace

@@ -9,13 +9,8 @@ namespace {
 
 TEST(EncodingTest, EscapesForTerminalsAndLogsAndCleansForNotifications)
 {
-    struct Case {
-        std::string_view text;
-        const char* printable;
-        /// The result of `plainText`.
-        const char* plain;
-    };
-    const Case cases[] = {
+    // The text, and the results of `printable` and `plainText`.
+    const std::tuple<std::string_view, const char*, const char*> cases[] = {
         {"", "", ""},
         {"Grüße, 世界 😀 \\x1b", "Grüße, 世界 😀 \\x1b", "Grüße, 世界 😀 \\x1b"},
         {"a\nb\rc\td", "a\\nb\\rc\\td", "a bc d"},
@@ -31,9 +26,9 @@ TEST(EncodingTest, EscapesForTerminalsAndLogsAndCleansForNotifications)
         {"\xc0\x9b-\x9b-\xe2\x82(", "\\xc0\\x9b-\\x9b-\\xe2\\x82(", "\ufffd-\ufffd-\ufffd("},
         {"\xed\xa0\x80\uffff-\xff", "\\xed\\xa0\\x80\uffff-\\xff", "\ufffd\ufffd-\ufffd"},
     };
-    for (const Case& row : cases) {
-        EXPECT_EQ(printable(row.text), row.printable);
-        EXPECT_EQ(plainText(row.text, LineBreaks::replaced), row.plain) << row.printable;
+    for (const auto& [text, escaped, plain] : cases) {
+        EXPECT_EQ(printable(text), escaped);
+        EXPECT_EQ(plainText(text, LineBreaks::replaced), plain) << escaped;
     }
     EXPECT_EQ(printable("a\n\tb\r\n", LineBreaks::kept), "a\n\\tb\\r\n");
     EXPECT_EQ(plainText("a\n\tb\r\n", LineBreaks::kept), "a\n b\n");

@@ -33,15 +33,8 @@ protected:
 
 TEST_F(OutcomeRecorderTest, WritesOneCommitPerSecondHoweverManyOutcomes)
 {
-    struct Case {
-        const char* name;
-        std::chrono::milliseconds delay;
-        int count;
-        /// Afterwards.
-        int commitCount;
-        std::int64_t stored;
-    };
-    const Case cases[] = {
+    // The delay, the number of outcomes, and what has been committed afterwards.
+    const std::tuple<const char*, std::chrono::milliseconds, int, int, std::int64_t> cases[] = {
         {"the first is written at once", 0ms, 1, 1, 1},
         {"later ones wait", 500ms, 500, 1, 1},
         {"until a second has passed", 500ms, 0, 2, 501},
@@ -51,13 +44,13 @@ TEST_F(OutcomeRecorderTest, WritesOneCommitPerSecondHoweverManyOutcomes)
         {"after which the next is written at once", 0ms, 2, 4, 506},
     };
     std::int64_t number = 0;
-    for (const Case& row : cases) {
-        scheduler.advance(row.delay);
-        for (int i = 0; i < row.count; ++i)
+    for (const auto& [name, delay, count, commitCount, stored] : cases) {
+        scheduler.advance(delay);
+        for (int i = 0; i < count; ++i)
             recordPush(++number);
         scheduler.runUntilIdle();
-        EXPECT_EQ(store.commitCount, row.commitCount) << row.name;
-        EXPECT_EQ(storedPush(), row.stored) << row.name;
+        EXPECT_EQ(store.commitCount, commitCount) << name;
+        EXPECT_EQ(storedPush(), stored) << name;
     }
 }
 

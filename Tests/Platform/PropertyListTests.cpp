@@ -1,7 +1,6 @@
 #include "Platform/PropertyList.h"
 
 #include "Platform/ASCII.h"
-#include "Platform/Date.h"
 #include "Platform/NumberText.h"
 #include "Tests/Fakes/ForeignLocale.h"
 
@@ -10,9 +9,6 @@
 #include <array>
 #include <cstdio>
 #include <limits>
-#include <string>
-#include <utility>
-#include <vector>
 
 using Platform::Data;
 using Platform::Date;
@@ -20,9 +16,9 @@ using Platform::PropertyList;
 
 namespace {
 
-TEST(PropertyListTest, DescriptionIsDeterministicAndDistinguishesContainers)
+TEST(PropertyListTest, DescriptionAndComparisonDistinguishTypesAndContents)
 {
-    const std::pair<PropertyList, const char*> cases[] = {
+    const std::pair<PropertyList, std::string> cases[] = {
         {"a \"text\"", "a \"text\""},
         {PropertyList(), "<null>"},
         {42, "42"},
@@ -33,9 +29,13 @@ TEST(PropertyListTest, DescriptionIsDeterministicAndDistinguishesContainers)
         {PropertyList::Array{}, "[]"},
         {PropertyList::Array{"a\", \"b\\", 1, PropertyList::Array{"c"}}, R"(["a\", \"b\\", 1, ["c"]])"},
         {PropertyList::Dictionary{{"b", false}, {"a", "x"}}, R"({"a": "x", "b": false})"},
+        {PropertyList::Dictionary{{"a\": 1, \"b", 2}}, R"({"a\": 1, \"b": 2})"},
     };
-    for (const auto& [value, expected] : cases)
+    for (const auto& [value, expected] : cases) {
         EXPECT_EQ(value.description(), expected);
+        for (const auto& [other, description] : cases)
+            EXPECT_EQ(value == other, expected == description) << expected << " and " << description;
+    }
 }
 
 TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
@@ -64,14 +64,6 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
     for (const char* bad : {"1234,5", "inf", "nan(1)", "+1", " 1", ""})
         EXPECT_EQ(Platform::parseDecimal(bad), std::nullopt) << bad;
     EXPECT_TRUE(Platform::equalsIgnoringASCIICase("Ident\xC4", "iDENT\xC4"));
-}
-
-TEST(PropertyListTest, ComparesTypeAndContent)
-{
-    EXPECT_EQ(PropertyList(PropertyList::Array{1, "a"}), PropertyList(PropertyList::Array{1, "a"}));
-    EXPECT_NE(PropertyList(PropertyList::Array{1, "a"}), PropertyList(PropertyList::Array{true, "a"}));
-    EXPECT_NE(PropertyList(1), PropertyList(1.0));
-    EXPECT_EQ(PropertyList(std::uint64_t{7}), PropertyList(7));
 }
 
 TEST(DateTest, WritesUTCForEveryNumber)

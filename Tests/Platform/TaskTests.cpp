@@ -96,11 +96,8 @@ TEST(TaskTest, SuspensionResumesFromAnyThread)
 TEST(TaskTest, DestroyedTaskDestroysItsFrame)
 {
     const auto held = std::make_shared<int>(1);
-    {
-        const auto flow = [](std::shared_ptr<int> copy) -> Task<int> { co_return *copy; };
-        const Task<int> neverAwaited = flow(held);
-        EXPECT_EQ(held.use_count(), 2);
-    }
+    const auto flow = [](std::shared_ptr<int> copy) -> Task<int> { co_return *copy; };
+    static_cast<void>(flow(held)); // Never awaited.
     EXPECT_EQ(held.use_count(), 1);
 }
 
