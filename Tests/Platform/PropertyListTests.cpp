@@ -27,6 +27,7 @@ TEST(PropertyListTest, DescriptionAndComparisonDistinguishTypesAndContents)
         {Date{0.5}, "<date 0.5>"},
         {Data{std::byte{0x00}, std::byte{0xab}}, "<data 00ab>"},
         {PropertyList::Array{}, "[]"},
+        {PropertyList::Array{"", true, {}}, R"(["", true, <null>])"},
         {PropertyList::Array{"a\", \"b\\", 1, PropertyList::Array{"c"}}, R"(["a\", \"b\\", 1, ["c"]])"},
         {PropertyList::Dictionary{{"b", false}, {"a", "x"}}, R"({"a": "x", "b": false})"},
         {PropertyList::Dictionary{{"a\": 1, \"b", 2}}, R"({"a\": 1, \"b": 2})"},

@@ -18,12 +18,6 @@ Task<int> answered(int value)
     co_return value;
 }
 
-Task<int> failing()
-{
-    throw std::runtime_error("no answer");
-    co_return 0;
-}
-
 /// Awaits many tasks in a row, which overflows the stack unless control is transferred symmetrically.
 Task<int> sumTo(int count)
 {
@@ -35,7 +29,7 @@ Task<int> sumTo(int count)
     co_return sum;
 }
 
-TEST(TaskTest, RunsWhenSpawnedAndForwardsValuesAndExceptions)
+TEST(TaskTest, RunsWhenSpawnedAndForwardsValues)
 {
     ManualScheduler scheduler;
     std::vector<std::string> events;
@@ -43,12 +37,6 @@ TEST(TaskTest, RunsWhenSpawnedAndForwardsValuesAndExceptions)
         events.emplace_back("started");
         auto sum = sumTo(10'000);
         events.push_back(std::to_string(co_await std::move(sum)));
-        auto failure = failing();
-        try {
-            static_cast<void>(co_await std::move(failure));
-        } catch (const std::runtime_error& error) {
-            events.emplace_back(error.what());
-        }
         auto onUtility = resumeOn(scheduler.utilityQueue);
         co_await onUtility;
         events.emplace_back("on utility");
@@ -56,7 +44,7 @@ TEST(TaskTest, RunsWhenSpawnedAndForwardsValuesAndExceptions)
     spawn(scheduler.mainQueue, flow());
     EXPECT_TRUE(events.empty()) << "a task does not start inside spawn";
     scheduler.mainQueue.runNext();
-    EXPECT_EQ(events, (std::vector<std::string>{"started", "50005000", "no answer"}));
+    EXPECT_EQ(events, (std::vector<std::string>{"started", "50005000"}));
     scheduler.utilityQueue.runNext();
     EXPECT_EQ(events.back(), "on utility");
 }

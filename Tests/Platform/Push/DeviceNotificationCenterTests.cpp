@@ -1,6 +1,7 @@
 #include "Platform/Push/DeviceNotificationCenter.h"
 
 #include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/Push/PushPayload.h"
 #include "Platform/Push/ShellState.h"
 #include "Tests/Fakes/FakeShell.h"
 #include "Tests/Fakes/FakeUserDefaults.h"
@@ -172,27 +173,20 @@ TEST(DeviceNotificationCenterTest, DeliversByPermissionAndForegroundState)
     }
 }
 
-/// A payload of the maximum depth.
-PropertyList::Dictionary deepPayload()
-{
-    PropertyList payload = PropertyList::Dictionary{{"null", PropertyList()}, {"real", 1.5}, {"flag", true}};
-    for (std::size_t level = 1; level < PropertyLists::maximumPropertyListDepth; ++level)
-        payload = PropertyList::Dictionary{{"k", payload}};
-    PropertyList::Dictionary whole = *payload.dictionary();
-    whole.emplace("aps", PropertyList::Dictionary{{"alert", "A"}, {"sound", "default"}});
-    return whole;
-}
-
 TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder)
 {
     constexpr std::size_t limit = Push::PendingNotifications::maximumCount;
+    constexpr std::size_t depth = PropertyLists::maximumPropertyListDepth - 1;
+    const auto payload = std::get<PropertyList::Dictionary>(
+        Push::readPushPayload(R"({"aps": {"alert": "A", "sound": "default"}, "deepest": )" +
+                              std::string(depth, '[') + "null, 1.5, true" + std::string(depth, ']') + "}"));
     const auto device = Device::make();
     device->first.isWorking = device->second.isWorking = false;
     device->store.isWritable = false;
     device->deliver("not stored");
     device->store.isWritable = true;
     for (std::size_t number = 1; number <= limit + 1; ++number)
-        device->deliver(std::to_string(number), false, deepPayload());
+        device->deliver(std::to_string(number), false, payload);
     ASSERT_EQ(device->refusals.size(), limit + 2);
     EXPECT_EQ(device->refusals.front(), PushRefusal::notStored());
     EXPECT_EQ(std::ranges::count(device->refusals, std::optional<PushRefusal>()),
@@ -219,7 +213,7 @@ TEST(DeviceNotificationCenterTest, StoresWhatCannotBeShownAndShowsItLaterInOrder
     EXPECT_EQ(server.shown.front().options, 27U);
     const UserNotification& last = server.shown.back().notification;
     EXPECT_EQ(std::tie(last.title, last.body, last.userInfo, last.date, last.hasSound),
-              std::tuple(std::to_string(limit), "B", deepPayload(), Date{7}, true));
+              std::tuple(std::to_string(limit), "B", payload, Date{7}, true));
     EXPECT_TRUE(device->presented.empty());
     server.shown.back().tap();
     EXPECT_EQ(device->answered, std::vector{last.title});
