@@ -71,21 +71,18 @@ TEST_F(PushTest, StoresAnnouncesAndLogsRemotePayload)
     const auto withAlert = [](PropertyList alert) {
         return Dictionary{{"aps", Dictionary{{"alert", std::move(alert)}}}};
     };
-    const struct {
-        Dictionary payload;
-        /// The stored record up to the date, and its keys.
-        std::string texts, keys;
-        std::string context = "{body=, title=}";
-    } cases[] = {
+    const std::string none = "{body=, title=}";
+    // The payload, the stored record up to the date, its keys, and the logged context.
+    const std::tuple<Dictionary, std::string, std::string, std::string> cases[] = {
         {withAlert(Dictionary{{"title", "T"}, {"body", "B"}, {"subtitle", "ignored"}}),
          R"("title":"T","body":"B",)", R"("aps")", "{body=B, title=T}"},
         {withAlert("Hello"), R"("title":"Hello",)", R"("aps")", "{body=, title=Hello}"},
-        {withAlert(Dictionary{{"title", ""}, {"body", ""}}), R"("title":"","body":"",)", R"("aps")"},
-        {withAlert(Dictionary{{"title", 5}, {"body", true}}), "", R"("aps")"},
-        {withAlert(5), "", R"("aps")"},
-        {{{"aps", Dictionary{{"content-available", 1}}}, {"own", 1}}, "", R"("aps","own")"},
-        {{{"aps", "text"}, {"alert", "not here"}}, "", R"("alert","aps")"},
-        {{}, "", ""},
+        {withAlert(Dictionary{{"title", ""}, {"body", ""}}), R"("title":"","body":"",)", R"("aps")", none},
+        {withAlert(Dictionary{{"title", 5}, {"body", true}}), "", R"("aps")", none},
+        {withAlert(5), "", R"("aps")", none},
+        {{{"aps", Dictionary{{"content-available", 1}}}, {"own", 1}}, "", R"("aps","own")", none},
+        {{{"aps", "text"}, {"alert", "not here"}}, "", R"("alert","aps")", none},
+        {{}, "", "", none},
     };
     scheduler.advance(60s);
     for (const auto& [payload, texts, keys, context] : cases) {
@@ -224,14 +221,10 @@ TEST_F(PushTest, StoresLogsAndUploadsTokenOncePerRegistration)
     using Kind = Outcome::Kind;
     const std::string uploaded = "info notifications Device token uploaded to backend\n";
     const std::string skipped = "info notifications Skipping token upload: no device ID in managed config\n";
-    const struct {
-        std::optional<std::string> deviceId;
-        URLSession::Outcome outcome;
-        /// After the line of the registration.
-        std::string lines;
-        /// Without its time.
-        std::optional<Outcome> recorded;
-    } cases[] = {
+    using MaybeText = std::optional<std::string>;
+    // The device, the outcome of the request, the lines after that of the registration, and the recorded
+    // outcome without its time.
+    const std::tuple<MaybeText, URLSession::Outcome, std::string, std::optional<Outcome>> cases[] = {
         {"DEV-123", response(204), uploaded, Outcome{succeeded, Kind::none, 204}},
         {"a%2Fb%2e%2E/%41", response(200), uploaded, Outcome{succeeded, Kind::none, 200}},
         {"DEV-123", response(500),
