@@ -1,5 +1,4 @@
 #include "Tests/App/ScreenTest.h"
-#include "Tests/Platform/Desktop/Contrast.h"
 
 static QColor over(const QColor& color, const QColor& background)
 {
@@ -25,7 +24,7 @@ TEST_F(ScreenTest, TextAndFocusRingHaveEnoughContrast)
         settle();
         const QColor page = isDark && screen != Screen::welcome ? Qt::black : Qt::white;
         const QQuickItem* const strip = item("dashboard.warning");
-        for (const QQuickItem* text : visibleTexts()) {
+        for (const QQuickItem* text : visibleTexts(window)) {
             const QString words = text->property("text").toString();
             const bool isOnOrange = words == "Get Started";
             QColor background = page;

@@ -3,17 +3,14 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/Timer.h"
 #include "Tests/App/TinyDevice.h"
+#include "Tests/Platform/Desktop/WindowChecks.h"
 
 #include <QGuiApplication>
 #include <QIcon>
-#include <QQuickItem>
-#include <QQuickWindow>
-#include <QTest>
 #include <gmock/gmock.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,12 +36,6 @@ QQuickItem* settingsSwitch()
     return window != nullptr ? window->findChild<QQuickItem*>("shell.settings.allowNotifications") : nullptr;
 }
 
-bool waitFor(const std::function<bool()>& condition)
-{
-    constexpr int milliseconds = 20'000;
-    return QTest::qWaitFor(condition, milliseconds);
-}
-
 ExitCode launch(const App::MakeDevice& makeDevice)
 {
     char name[] = "launch-tests";
@@ -62,7 +53,6 @@ void useApp(TinyDevice& device, const EventLoop& loop)
     device.reportedAppearance.answerWith({.isDark = true});
     EXPECT_NE(visibleWindow(), nullptr);
     ASSERT_TRUE(waitFor([] { return !QGuiApplication::windowIcon().isNull(); }));
-    EXPECT_TRUE(device.isStarted);
     EXPECT_FALSE(device.notifications.delegate.expired());
     EXPECT_EQ(QGuiApplication::desktopFileName(), "com.example.tiny");
     EXPECT_THAT(device.log.takeLines(), Contains("Configuration manager initialized"));

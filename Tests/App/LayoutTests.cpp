@@ -47,7 +47,7 @@ TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
             EXPECT_EQ(button.visible, button.whole);
         }
         std::vector<QRectF> texts;
-        for (const QQuickItem* each : visibleTexts()) {
+        for (const QQuickItem* each : visibleTexts(window)) {
             expectWhole(each);
             const Visibility visibility(each);
             EXPECT_TRUE(visibility.whole.left() >= 0 && visibility.whole.right() <= size.width());

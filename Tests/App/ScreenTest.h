@@ -10,17 +10,14 @@
 #include "Tests/Fakes/FakeUserNotificationCenter.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
+#include "Tests/Platform/Desktop/WindowChecks.h"
 
 #include <QAccessible>
 #include <QAnimationDriver>
-#include <QFontMetricsF>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQmlProperty>
-#include <QQuickItem>
 #include <QQuickView>
-#include <QRegularExpression>
-#include <QTest>
 #include <gmock/gmock.h>
 
 using namespace App;
@@ -57,14 +54,6 @@ private:
     std::unique_ptr<QObject> m_endless;
 };
 
-inline QList<QQuickItem*> itemsBelow(const QQuickItem* parent)
-{
-    QList<QQuickItem*> items = parent->childItems();
-    for (const QQuickItem* child : parent->childItems())
-        items += itemsBelow(child);
-    return items;
-}
-
 /// Returns an item's font, colors, border and shadow, without those that are zero or transparent.
 inline std::string look(const QQuickItem* item)
 {
@@ -84,22 +73,6 @@ inline std::string look(const QQuickItem* item)
                          : each.chopped(property.size()) + value.toString();
     }
     return qPrintable(words.join(", "));
-}
-
-/// Checks that no part of the text is cut off and that no word is broken.
-inline void expectWhole(const QQuickItem* text, const char* wordEnd = " ")
-{
-    const QString words = text->property("text").toString();
-    SCOPED_TRACE(words.toStdString());
-    EXPECT_FALSE(text->property("truncated").toBool());
-    EXPECT_EQ(text->property("textFormat").toInt(), int(Qt::PlainText));
-    EXPECT_LE(text->property("contentWidth").toReal(), text->width() + 0.5);
-    if (words.front().unicode() >= 0x3000)
-        return; // Japanese has no spaces and breaks between most characters.
-    const QFontMetricsF metrics(text->property("font").value<QFont>());
-    const qreal room = text->width() - text->property("leftPadding").toReal() * 2;
-    for (const QString& word : words.split(QRegularExpression(wordEnd)))
-        EXPECT_LE(metrics.horizontalAdvance(word), room + 0.5) << qPrintable(word);
 }
 
 /// The screens of the app; `detail` is that of the first card.
@@ -162,12 +135,6 @@ protected:
                    (is("objectName") || is("text") || is("name") || each->inherits(qPrintable(name)));
         });
         return found != items.end() ? *found : nullptr;
-    }
-    [[nodiscard]] QList<QQuickItem*> visibleTexts() const
-    {
-        QList<QQuickItem*> texts = itemsBelow(window.contentItem());
-        texts.removeIf([](auto* each) { return !each->inherits("QQuickText") || !each->isVisible(); });
-        return texts;
     }
     /// Whether there is an item with this object name, visible or not.
     [[nodiscard]] bool isLoaded(const QString& name) const

@@ -32,11 +32,7 @@ public:
         m_openSettings = interface.openSettings;
         return m_services;
     }
-    void start() override
-    {
-        delegate()->didFinishLaunching();
-        isStarted = true;
-    }
+    void start() override { delegate()->didFinishLaunching(); }
     void stop() override { onStop(); }
     void setActive(bool isActive) override { activity.push_back(isActive); }
     [[nodiscard]] bool staysInBackground() const override { return true; }
@@ -66,7 +62,6 @@ private:
 public:
     [[nodiscard]] std::shared_ptr<ApplicationDelegate> delegate() const { return m_delegate.lock(); }
 
-    bool isStarted = false;
     bool hasWindow = false;
     std::function<void()> onStop = [] {};
     /// The values that were passed to `setActive()`.

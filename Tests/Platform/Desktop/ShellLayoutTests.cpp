@@ -1,4 +1,3 @@
-#include "Tests/Platform/Desktop/Contrast.h"
 #include "Tests/Platform/Desktop/ShellTest.h"
 
 #include <QLineF>
@@ -165,7 +164,7 @@ TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
                     EXPECT_EQ(shown.pixelColor(center), QColor(Qt::red));
                 }
             }
-            for (const QQuickItem* text : visibleTexts()) {
+            for (const QQuickItem* text : visibleTexts(*window)) {
                 const QColor background = shown.pixelColor(text->mapToScene({-1, 1}).toPoint());
                 EXPECT_GE(contrast(text->property("color").value<QColor>(), background), minimum)
                     << qPrintable(text->property("text").toString());

@@ -2,14 +2,12 @@
 
 #include "Platform/Desktop/Shell/Shell.h"
 #include "Tests/Fakes/ManualScheduler.h"
+#include "Tests/Platform/Desktop/WindowChecks.h"
 
 #include <QAccessible>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
-#include <QTest>
-#include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 
 using namespace Platform;
@@ -86,11 +84,6 @@ protected:
     [[nodiscard]] std::string notificationServer() const override { return server; }
     [[nodiscard]] std::string pushSource() const override { return "UnifiedPush (org.example.Push)"; }
 
-    static bool waitFor(const std::function<bool()>& condition)
-    {
-        constexpr int milliseconds = 20'000;
-        return QTest::qWaitFor(condition, milliseconds);
-    }
     QQuickItem* item(const char* name) { return window->findChild<QQuickItem*>(name); }
     /// Returns a property of the content: "count", "shortcutCount" or "isHovered".
     QVariant content(const char* property) { return item("content")->property(property); }
@@ -106,26 +99,14 @@ protected:
         EXPECT_TRUE(QRect(QPoint(), window->size()).contains(place) && place.height() >= 44) << name;
         QTest::mouseClick(window, Qt::LeftButton, {}, place.center());
     }
-    std::vector<const QQuickItem*> visibleTexts()
-    {
-        window->grabWindow(); // Updates the layout.
-        std::vector<const QQuickItem*> texts;
-        for (const QQuickItem* each : window->findChildren<QQuickItem*>()) {
-            if (each->inherits("QQuickText") && each->isVisible())
-                texts.push_back(each);
-        }
-        return texts;
-    }
-    /// Returns the visible strings. Checks that they are plain text and not cut.
+    /// Returns the visible strings after checking that they can be read.
     QStringList texts()
     {
+        window->grabWindow(); // Updates the layout.
         QStringList all;
-        for (const QQuickItem* each : visibleTexts()) {
+        for (const QQuickItem* each : visibleTexts(*window)) {
+            expectWhole(each);
             all += each->property("text").toString();
-            SCOPED_TRACE(all.back().toStdString());
-            EXPECT_EQ(each->property("textFormat").toInt(), int(Qt::PlainText));
-            EXPECT_FALSE(each->property("truncated").toBool());
-            EXPECT_LE(each->property("contentWidth").toReal(), each->width() + 0.5);
         }
         return all;
     }
