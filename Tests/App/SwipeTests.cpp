@@ -1,6 +1,7 @@
 #include "Tests/App/ScreenTest.h"
 
 #include <QPointingDevice>
+#include <QSignalSpy>
 
 /// A finger or the mouse moves from `start` through `moves`. In a right-to-left layout, it does so in a
 /// mirror.
@@ -29,21 +30,10 @@ static const Swipe swipes[] = {
     {"finger, vertical, at the edge", 5, {360, 300, 250}, 0, false, false, true},
 };
 
-/// Moves of a finger are delivered once for each frame.
-static void waitForFrame(QQuickWindow& window)
-{
-    bool isShown = false;
-    const auto connection =
-        QObject::connect(&window, &QQuickWindow::frameSwapped, &window, [&] { isShown = true; });
-    window.update();
-    constexpr int milliseconds = 20'000;
-    EXPECT_TRUE(QTest::qWaitFor([&] { return isShown; }, milliseconds));
-    QObject::disconnect(connection);
-}
-
 TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
 {
     const std::unique_ptr<QPointingDevice> finger(QTest::createTouchDevice());
+    QSignalSpy frames(&window, &QQuickWindow::frameSwapped);
     appearance.set({.textScale = 2}); // So that the content is taller than the window.
     for (int number = 0; number < 2 * int(std::size(swipes)); ++number) {
         const Swipe& swipe = swipes[number / 2];
@@ -69,7 +59,8 @@ TEST_F(ScreenTest, SwipeFromTheEdgeGoesBackByDistanceOrVelocity)
             QTest::touchEvent(&window, finger.get()).press(0, seen(swipe.start));
             for (const int point : swipe.moves) {
                 QTest::touchEvent(&window, finger.get()).move(0, seen(point));
-                waitForFrame(window);
+                window.update();
+                EXPECT_TRUE(frames.wait(20'000)) << "moves are delivered once for each frame";
             }
             if (swipe.isCanceled)
                 QCoreApplication::sendEvent(
