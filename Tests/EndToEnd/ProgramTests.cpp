@@ -41,7 +41,7 @@ TEST_F(ProgramTest, AppRunsWithoutAUsableStateFolder)
     EXPECT_TRUE(application->waitForLine(ready));
 }
 
-TEST_F(ProgramTest, AppReportsUsageErrors)
+TEST_F(ProgramTest, AppReportsErrorsOfItsStart)
 {
     const std::string hint = "Try quorvane-mdm --help.\n";
     checkAll("export QUORVANE_MANAGED_CONFIGURATION=; PATH=$PROGRAMS/App:$PATH; ",
@@ -50,7 +50,9 @@ TEST_F(ProgramTest, AppReportsUsageErrors)
               {"quorvane-mdm --managed-configuration=", 64, "1 required FILE missing\n" + hint},
               {"mkdir $DEVICE/lost; cd $DEVICE/lost; rmdir $DEVICE/lost; "
                "quorvane-mdm --managed-configuration file",
-               64, "use an absolute path\n" + hint}});
+               64, "use an absolute path\n" + hint},
+              // A stack that no thread can have.
+              {"ulimit -s $((1 << 40)); quorvane-mdm", 70, "Resource temporarily unavailable\n"}});
 }
 
 TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)
