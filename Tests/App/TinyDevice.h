@@ -12,7 +12,6 @@
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +51,8 @@ public:
     void registerForRemoteNotifications() override {}
     void open(std::string_view) override { m_openSettings(); }
 
+    [[nodiscard]] std::shared_ptr<ApplicationDelegate> delegate() const { return m_delegate.lock(); }
+
 private:
     const EventLoop m_loop;
     NotificationCenter m_center;
@@ -60,8 +61,6 @@ private:
     std::weak_ptr<ApplicationDelegate> m_delegate;
 
 public:
-    [[nodiscard]] std::shared_ptr<ApplicationDelegate> delegate() const { return m_delegate.lock(); }
-
     bool hasWindow = false;
     std::function<void()> onStop = [] {};
     /// The values that were passed to `setActive()`.
