@@ -128,13 +128,13 @@ protected:
     /// Returns the first visible item in `parent` with this object name, text, symbol or class; null if none.
     [[nodiscard]] QQuickItem* item(const QString& name, const QQuickItem* parent = nullptr) const
     {
-        const auto items = itemsBelow(parent != nullptr ? parent : window.contentItem());
-        const auto found = std::ranges::find_if(items, [&](const QQuickItem* each) {
+        for (QQuickItem* each : itemsBelow(parent != nullptr ? parent : window.contentItem())) {
             const auto is = [&](const char* property) { return each->property(property) == name; };
-            return each->isVisible() &&
-                   (is("objectName") || is("text") || is("name") || each->inherits(qPrintable(name)));
-        });
-        return found != items.end() ? *found : nullptr;
+            if (each->isVisible() &&
+                (is("objectName") || is("text") || is("name") || each->inherits(qPrintable(name))))
+                return each;
+        }
+        return nullptr;
     }
     /// Whether there is an item with this object name, visible or not.
     [[nodiscard]] bool isLoaded(const QString& name) const
@@ -152,8 +152,7 @@ protected:
     {
         const QQuickItem* target = item(name);
         ASSERT_TRUE(target != nullptr) << qPrintable(name);
-        const QPointF point = target->mapToScene(target->boundingRect().center());
-        QTest::mouseClick(&window, Qt::LeftButton, {}, point.toPoint());
+        QTest::mouseClick(&window, Qt::LeftButton, {}, area(target).center().toPoint());
     }
 
     ManualAnimations animations;

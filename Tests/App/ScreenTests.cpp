@@ -89,10 +89,7 @@ TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
                 continue;
             SCOPED_TRACE(std::string(name) + " in scene " + std::to_string(number));
             const QQuickItem* seen = item(name);
-            if (seen == nullptr) {
-                ADD_FAILURE() << "missing";
-                continue;
-            }
+            ASSERT_NE(seen, nullptr);
             EXPECT_EQ(look(seen), expectedLook);
             const QRectF place = area(seen);
             const double gap = place.top() - last.bottom();
@@ -172,50 +169,38 @@ TEST_F(ScreenTest, KeysPressButtonsOnceWhenReleased)
     }
 }
 
-TEST_F(ScreenTest, MotionIsAnimatedUnlessReduced)
+TEST_F(ScreenTest, NothingIsAnimatedWithReducedMotion)
 {
-    for (const bool isReduced : {true, false}) {
-        appearance.set({.isMotionReduced = isReduced});
-        open(Screen::welcome);
-        content->welcome()->getStarted();
-        animations.pass(0);
-        EXPECT_EQ(isLoaded("welcome.content"), !isReduced);
-        settle();
-        QQuickItem* const card = item("dashboard.card.person.badge.key");
-        QTest::mousePress(&window, Qt::LeftButton, {}, area(card).center().toPoint());
-        EXPECT_EQ(item("face", card)->scale(), isReduced ? 0.95 : 1);
-        QTest::mouseRelease(&window, Qt::LeftButton, {}, area(card).center().toPoint());
-        animations.pass(175);
-        EXPECT_EQ(item("navigation.destination")->x(), isReduced ? 0 : 195);
-        QGuiApplication::setLayoutDirection(Qt::RightToLeft);
-        EXPECT_EQ(item("navigation.destination")->x(), isReduced ? 0 : -195);
-        QGuiApplication::setLayoutDirection(Qt::LeftToRight);
-        settle();
-        EXPECT_EQ(item("navigation.destination")->x(), 0);
-        content->dashboard()->goBack();
-        animations.pass(0);
-        EXPECT_EQ(isLoaded("detail.title"), !isReduced);
-    }
+    appearance.set({.isMotionReduced = true});
+    open(Screen::welcome);
+    content->welcome()->getStarted();
+    animations.pass(0);
+    EXPECT_FALSE(isLoaded("welcome.content"));
+    settle();
+    const QPoint card = area(item("dashboard.card.person.badge.key")).center().toPoint();
+    QTest::mousePress(&window, Qt::LeftButton, {}, card);
+    EXPECT_EQ(item("face")->scale(), 0.95);
+    QTest::mouseRelease(&window, Qt::LeftButton, {}, card);
+    animations.pass(0);
+    EXPECT_EQ(item("navigation.destination")->x(), 0);
+    content->dashboard()->goBack();
+    animations.pass(0);
+    EXPECT_FALSE(isLoaded("detail.title"));
 }
 
 TEST_F(ScreenTest, WelcomeScreenIsShownUntilGetStarted)
 {
     for (const Screen screen : {Screen::welcome, Screen::dashboard, Screen::welcome}) {
         open(screen);
-        for (const char* text :
-             {"Your comprehensive Unified Endpoint Management solution",
-              "Secure, manage, and stay in control of your work device with built-in enterprise protection."})
-            EXPECT_EQ(item(text) != nullptr, screen == Screen::welcome);
+        EXPECT_EQ(item("welcome.content") != nullptr, screen == Screen::welcome);
         EXPECT_EQ(item("dashboard.content") != nullptr, screen == Screen::dashboard);
     }
     QObject::connect(content.get(), &ContentView::showWelcomeChanged,
                      [&] { EXPECT_TRUE(domains.standard().boolean("hasLaunchedBefore")); });
     for (int count = 0; count < 2; ++count)
         tap("welcome.getStarted");
-    const char* text = "Welcome screen - Get Started button tapped";
-    EXPECT_THAT(log.takeEntries(), ElementsAre(FieldsAre(_, "onboarding", LogType::info, _, text)));
+    EXPECT_EQ(log.takeText(), "info onboarding Welcome screen - Get Started button tapped\n");
     EXPECT_NE(item("dashboard.content"), nullptr);
-    EXPECT_TRUE(domains.standard().boolean("hasLaunchedBefore"));
     // Fades out with an ease-in-out curve in 500 ms; sampled every 125 ms.
     for (const double opacity : {1.0, 0.871, 0.5, 0.129}) {
         EXPECT_NEAR(item("welcome.background")->parentItem()->opacity(), opacity, 0.001);
@@ -223,24 +208,6 @@ TEST_F(ScreenTest, WelcomeScreenIsShownUntilGetStarted)
     }
     EXPECT_FALSE(isLoaded("welcome.content"));
     EXPECT_TRUE(item("dashboard.card.person.badge.key")->hasActiveFocus());
-}
-
-/// Lists the role and name of the accessible items below `parent` in their order, without those that are
-/// hidden.
-static std::string spoken(const QAccessibleInterface* parent)
-{
-    std::string list;
-    for (int index = 0; index < parent->childCount(); ++index) {
-        const QAccessibleInterface* const child = parent->child(index);
-        if (child->state().invisible)
-            continue;
-        list += qAccessibleRoleString(child->role());
-        list += " " + child->text(QAccessible::Name).left(20).toStdString();
-        if (const QString description = child->text(QAccessible::Description); !description.isEmpty())
-            list += ": " + description.left(10).toStdString();
-        list += "\n" + spoken(child);
-    }
-    return list;
 }
 
 TEST_F(ScreenTest, ScreenReadersFindRolesNamesAndOrder)
@@ -265,7 +232,7 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessViewIsDestroyed)
         {authorized, false, 1}, {provisional, false, 1},  {ephemeral, false, 1},
         {denied, true, 0},      {notDetermined, true, 1}, {notDetermined, false, 0}};
     const auto warns = [&] { return content->dashboard()->notificationPermissionDenied(); };
-    const auto effects = [&] {
+    const auto calls = [&] {
         return std::tuple(center.requestedOptions != 0, application.registrationCount);
     };
     domains.standard().set("hasLaunchedBefore", true);
@@ -286,14 +253,14 @@ TEST_F(ScreenTest, PermissionStepRegistersOrWarnsUnlessViewIsDestroyed)
                     EXPECT_EQ(std::tuple(application.registrationCount, warns()), before)
                         << "not on the main queue";
             }
-            const auto before = effects();
+            const auto before = calls();
             if (stepCount == 9) {
                 EXPECT_EQ(before, std::tuple(status == notDetermined, registrationCount));
                 EXPECT_EQ(warns(), registrationCount == 0);
             }
             content.reset();
             scheduler.runUntilIdle();
-            EXPECT_EQ(effects(), before) << stepCount;
+            EXPECT_EQ(calls(), before) << stepCount;
         }
     }
 }
@@ -305,33 +272,32 @@ TEST_F(ScreenTest, CardsOpenTheirScreenAndEveryBackActionClosesIt)
         [&] { QTest::keyClick(&window, Qt::Key_Escape); },
         [&] { QTest::keyClick(&window, Qt::Key_Back); },
         [&] {
-            item("navigation.destination")
-                ->property("presentationMode")
-                .value<PresentationMode*>()
-                ->dismiss();
+            const QVariant mode = item("navigation.destination")->property("presentationMode");
+            mode.value<PresentationMode*>()->dismiss();
         },
     };
-    // The card, its symbol, title and sentence, the rest of the sentence on the screen; category and line.
-    const std::tuple<Card, QString, QString, QString, QString, const char*, const char*> cases[] = {
+    // The card, its symbol, title and sentence, the rest of the sentence on the screen, and the log line.
+    const std::tuple<Card, QString, QString, QString, QString, std::string> cases[] = {
         {Card::Sso, "person.badge.key", "Single Sign-On", "Secure authentication for enterprise apps",
          ". Sign-in is handled by the Quorvane SSO extension when managed apps request authentication.",
-         "dashboard", "SSO card tapped"},
+         "info dashboard SSO card tapped\n"},
         {Card::RemoteCasting, "tv.and.mediabox", "Remote Casting", "Cast content to external displays",
-         ". Coming soon.", "remoteCasting", "Remote Casting card tapped"},
+         ". Coming soon.", "info remoteCasting Remote Casting card tapped\n"},
         {Card::Notifications, "bell.badge", "Notifications",
-         "View and manage notifications from your organization", ". Coming soon.", "notifications",
-         "Notifications card tapped"},
+         "View and manage notifications from your organization", ". Coming soon.",
+         "info notifications Notifications card tapped\n"},
     };
     open(Screen::dashboard);
     for (const auto& goBack : backActions) {
-        for (const auto& [card, symbol, title, sentence, more, category, text] : cases) {
+        for (const auto& [card, symbol, title, sentence, more, line] : cases) {
             const QQuickItem* tapped = item("dashboard.card." + symbol);
-            EXPECT_TRUE(item(symbol, tapped) && item(title, tapped) && item(sentence, tapped)) << text;
+            EXPECT_TRUE(item(symbol, tapped) && item(title, tapped) && item(sentence, tapped)) << line;
             for (int count = 0; count < 2; ++count)
                 tap("dashboard.card." + symbol);
-            const auto line = FieldsAre(_, category, LogType::info, _, text);
-            EXPECT_THAT(log.takeEntries(), ElementsAre(line, line));
+            EXPECT_EQ(log.takeText(), line + line);
             EXPECT_EQ(content->dashboard()->selectedCard(), card);
+            animations.pass(175);
+            EXPECT_EQ(item("navigation.destination")->x(), 195) << "half of the way";
             settle();
             EXPECT_TRUE(item("navigation.back")->hasActiveFocus());
             EXPECT_TRUE(tapped->property("isActive").toBool());

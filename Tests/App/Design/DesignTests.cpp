@@ -2,15 +2,12 @@
 
 #include <QQmlComponent>
 #include <QQmlEngine>
-#include <QQuickItem>
 #include <QQuickView>
 #include <QVector3D>
-
 #include <gmock/gmock.h>
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 /// Counts how often its picture is made.
@@ -37,14 +34,12 @@ TEST(DesignTests, MakesANewPictureForAnotherPixelRatio)
     EXPECT_EQ(item.count, 2);
 }
 
-struct Case {
+/// Drawn in a white window of 60 by 60 points at two pixels per point.
+static const struct {
     const char* qml;
     std::vector<std::pair<QPoint, QColor>> pixels;
     const char* warning = "";
-};
-
-/// Drawn in a white window of 60 by 60 points at two pixels per point.
-static const Case drawings[] = {
+} drawings[] = {
     {"Panel { x: 5; width: 41; height: 31; radius: 99; color: 'blue'; borderWidth: 1.5; borderColor: 'red' }",
      {{{10, 1}, "white"}, {{9, 30}, "white"}, {{10, 30}, "red"}, {{12, 30}, "red"}, {{13, 30}, "blue"}}},
     {"Panel { width: 60; height: 9; color: 'red'; endColor: 'lime'; gradientDirection: Panel.Horizontal }",

@@ -3,43 +3,23 @@
 #include <QLineF>
 #include <QPixmap>
 
-#include <algorithm>
-#include <string>
-#include <utility>
-
-/// Returns the accessible names below `parent`.
-static QStringList namesBelow(QAccessibleInterface* parent)
-{
-    QStringList names;
-    for (int index = 0; index < parent->childCount(); ++index) {
-        QAccessibleInterface* const child = parent->child(index);
-        EXPECT_EQ(child->parent(), parent);
-        EXPECT_EQ(parent->indexOfChild(child), index);
-        EXPECT_EQ(child->state().modal, child->role() == QAccessible::Dialog);
-        names += child->text(QAccessible::Name);
-        names += namesBelow(child);
-    }
-    return names;
-}
-
 TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
 {
-    const auto accessibleNames = [&] { return namesBelow(window->accessibleRoot()); };
-    const QStringList content{"content"};
-    const QString question = "\u201cQuorvane MDM\u201d Would Like to Send You Notifications";
-    const QStringList panel{question, question, "Notifications may include alerts, sounds, and icon badges.",
-                            "Don\u2019t Allow", "Allow"};
-    const QString title = "Quorvane MDM";
-    const QStringList sheet = QStringList{title, title, "Done", "Allow Notifications"}
-                              << "Shown by: In this window"
-                              << "Delivered by: UnifiedPush (org.example.Push)";
+    const auto all = [&] { return spoken(window->accessibleRoot()); };
+    const std::string content = "Button content\n";
+    const std::string panel = "Dialog \u201cQuorvane MDM\u201d Would: Notificati\n"
+                              "Heading \u201cQuorvane MDM\u201d Would\nStaticText Notifications may in\n"
+                              "Button Don\u2019t Allow\nButton Allow\n";
+    const std::string sheet = "Dialog Quorvane MDM\nHeading Quorvane MDM\nButton Done\n"
+                              "CheckBox Allow Notifications\nStaticText Shown by: In this wi\n"
+                              "StaticText Delivered by: Unifie\n";
     attach();
-    EXPECT_EQ(accessibleNames(), content);
+    EXPECT_EQ(all(), content);
     openSettings();
-    EXPECT_EQ(accessibleNames(), sheet);
+    EXPECT_EQ(all(), sheet);
     shell.requestPermission([](bool) {});
     ASSERT_TRUE(hasFocus("shell.allow"));
-    EXPECT_EQ(accessibleNames(), panel);
+    EXPECT_EQ(all(), panel);
     int focusCount = 0;
     QObject::connect(window, &QQuickWindow::activeFocusItemChanged, [&] { ++focusCount; });
     for (int turn = 0; turn < 20; ++turn)
@@ -48,7 +28,6 @@ TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
     EXPECT_FALSE(item("content")->isEnabled());
     const QAccessibleInterface* const root = window->accessibleRoot();
     EXPECT_EQ(root->text(QAccessible::Name), "app");
-    EXPECT_EQ(root->child(0)->text(QAccessible::Description), panel[2]);
     EXPECT_EQ(root->focusChild()->text(QAccessible::Name), "Allow");
     EXPECT_TRUE(root->state().active && !root->state().invisible);
     window->setPosition(50, 60);
@@ -60,15 +39,15 @@ TEST_F(ShellTest, AssistiveTechnologyFindsOnlyTheOpenDialog)
     EXPECT_NE(root->childAt(middle.x(), middle.y()), nullptr);
     QTest::keyClick(window, Qt::Key_Space);
     ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
-    EXPECT_EQ(accessibleNames(), sheet);
+    EXPECT_EQ(all(), sheet);
     shell.setAppearance({}); // The sheet is still visible while it moves away.
     QTest::keyClick(window, Qt::Key_Escape);
     EXPECT_TRUE(hasFocus("content"));
-    EXPECT_EQ(accessibleNames().value(0), "content");
-    EXPECT_TRUE(waitFor([&] { return accessibleNames() == content; }));
+    EXPECT_EQ(all().substr(0, content.size()), content);
+    EXPECT_TRUE(waitFor([&] { return all() == content; }));
 }
 
-TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindowAndMoveUnlessMotionIsReduced)
+TEST_F(ShellTest, DialogsAndBannersFitOrScrollInEveryWindowAndMoveUnlessMotionIsReduced)
 {
     server = "A notification server 1.2.3";
     attach();
@@ -76,6 +55,20 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindowAndMoveUnlessMotionIsReduce
         shell.setAppearance({.textScale = wanted});
         EXPECT_EQ(shell.textScale(), scale);
     }
+    const auto expectKeysScroll = [&] {
+        const auto items = itemsBelow(dialog());
+        const QQuickItem* const list = *std::ranges::find_if(
+            items, [](const QQuickItem* each) { return each->inherits("QQuickFlickable"); });
+        const qreal end = list->property("contentHeight").toReal() - list->height();
+        EXPECT_TRUE(end > 44 || shell.textScale() == 1 || window->height() > 300);
+        for (const auto& [key, count, position] : {std::tuple(Qt::Key_Down, 1, std::min(44.0, end)),
+                                                   {Qt::Key_Down, 20, end},
+                                                   {Qt::Key_Up, 20, 0.0}}) {
+            for (int press = 0; press < count; ++press)
+                QTest::keyClick(window, key);
+            EXPECT_EQ(list->property("contentY").toReal(), position);
+        }
+    };
     const QSize sizes[] = {{320, 300}, {320, 568}, {699, 600}, {700, 600}, {1024, 768}};
     for (int number = 0; number < 10; ++number) {
         const QSize size = sizes[number / 2];
@@ -99,14 +92,12 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindowAndMoveUnlessMotionIsReduce
         expectMotion("panel", [&] { return dialog()->opacity() == 1 && dialog()->scale() == 1; });
         ASSERT_TRUE(hasFocus("shell.allow"));
         EXPECT_EQ(texts().size(), 4);
+        expectKeysScroll();
         EXPECT_EQ(dialogArea().width(), std::min(300 * textScale, size.width() - 32.0));
         EXPECT_LE(dialogArea().height(), size.height() - 32);
         EXPECT_LE(QLineF(dialogArea().center(), whole.center()).length(), 1);
-        const QRectF refusal = area("shell.dontAllow");
-        const QRectF consent = area("shell.allow");
-        EXPECT_TRUE(dialogArea().contains(refusal) && dialogArea().contains(consent));
-        EXPECT_FALSE(refusal.intersects(consent));
-        EXPECT_GE(refusal.height(), 44);
+        EXPECT_TRUE(dialogArea().contains(area("shell.dontAllow") | area("shell.allow")));
+        EXPECT_FALSE(area("shell.dontAllow").intersects(area("shell.allow")));
         tap("shell.allow");
         EXPECT_TRUE(waitFor([&] { return std::exchange(events, "") == "it allowed "; }));
         EXPECT_TRUE(waitFor([&] { return !item("shell.allow")->isVisible(); }));
@@ -116,6 +107,8 @@ TEST_F(ShellTest, DialogsAndBannersFitIntoEveryWindowAndMoveUnlessMotionIsReduce
             return dialog()->opacity() == 1 && dialog()->y() == dialog()->property("restingY").toReal();
         });
         EXPECT_EQ(texts().size(), 7);
+        EXPECT_TRUE(hasFocus("shell.settings.allowNotifications"));
+        expectKeysScroll();
         EXPECT_TRUE(whole.adjusted(0, 44, 0, 0).contains(dialogArea()));
         EXPECT_TRUE(dialogArea().contains(area("shell.settings.done")));
         EXPECT_EQ(dialogArea().width(), size.width() < 700 ? size.width() : 540);
@@ -154,21 +147,15 @@ TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
         SCOPED_TRACE(std::string(isDark ? "dark " : "") + (isContrastHigh ? "high" : ""));
         shell.setAppearance(
             {.isDark = isDark, .isMotionReduced = true, .textScale = 2, .isContrastHigh = isContrastHigh});
-        const double minimum = isContrastHigh ? 6.5 : 4.5;
         const auto expectReadable = [&] {
             const QImage shown = window->grabWindow();
             EXPECT_NE(shown.pixelColor(2, 760), QColor(Qt::white)) << "the scrim";
-            for (const QQuickItem* each : window->findChildren<QQuickItem*>()) {
+            for (const QQuickItem* each : itemsBelow(window->contentItem())) {
                 const QPoint center = each->mapToScene(each->boundingRect().center()).toPoint();
-                if (each->inherits("Platform::Desktop::ApplicationMark") && each->isVisible()) {
-                    EXPECT_EQ(shown.pixelColor(center), QColor(Qt::red));
-                }
+                const bool isMark = each->inherits("Platform::Desktop::ApplicationMark") && each->isVisible();
+                EXPECT_TRUE(!isMark || shown.pixelColor(center) == QColor(Qt::red));
             }
-            for (const QQuickItem* text : visibleTexts(*window)) {
-                const QColor background = shown.pixelColor(text->mapToScene({-1, 1}).toPoint());
-                EXPECT_GE(contrast(text->property("color").value<QColor>(), background), minimum)
-                    << qPrintable(text->property("text").toString());
-            }
+            expectContrast(*window, isContrastHigh ? 6.5 : 4.5);
         };
         ask("it");
         ASSERT_TRUE(hasFocus("shell.allow"));
@@ -186,31 +173,4 @@ TEST_F(ShellTest, TextsHaveEnoughContrastAndTheScrimDarkensTheContent)
         shell.settings()->close();
     }
     QGuiApplication::setWindowIcon({});
-}
-
-TEST_F(ShellTest, KeysScrollDialogsInASmallWindow)
-{
-    resize({320, 200});
-    attach();
-    for (const bool isPrompt : {true, false}) {
-        if (isPrompt)
-            ask("it");
-        else
-            shell.openSettings();
-        ASSERT_TRUE(hasFocus(isPrompt ? "shell.allow" : "shell.settings.allowNotifications"));
-        texts();
-        const auto items = dialog()->findChildren<QQuickItem*>();
-        const auto found = std::find_if(items.begin(), items.end(),
-                                        [](auto* each) { return each->inherits("QQuickFlickable"); });
-        ASSERT_NE(found, items.end());
-        const qreal end = (*found)->property("contentHeight").toReal() - (*found)->height();
-        ASSERT_GT(end, 44);
-        for (const auto& [key, count, position] :
-             {std::tuple(Qt::Key_Down, 1, 44.0), {Qt::Key_Down, 20, end}, {Qt::Key_Up, 20, 0.0}}) {
-            for (int press = 0; press < count; ++press)
-                QTest::keyClick(window, key);
-            EXPECT_EQ((*found)->property("contentY").toReal(), position);
-        }
-        shell.permission()->answer(true);
-    }
 }

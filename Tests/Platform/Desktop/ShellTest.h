@@ -4,11 +4,8 @@
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Platform/Desktop/WindowChecks.h"
 
-#include <QAccessible>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
-
-#include <string>
 
 using namespace Platform;
 
@@ -20,7 +17,6 @@ protected:
         makeWindow();
         shell.setAppearance({.isMotionReduced = true, .textScale = 2});
     }
-    ~ShellTest() override { QGuiApplication::setLayoutDirection(Qt::LeftToRight); }
     void makeWindow()
     {
         engine.loadData(R"(import QtQuick
@@ -59,13 +55,12 @@ protected:
             events += question + (isGranted ? " allowed " : " refused ");
         });
     }
-    bool showBanner(
-        const UserNotification& notification, unsigned options = PresentationOptions::banner,
-        std::function<void()> onResponse = [] {})
+    bool showBanner(const UserNotification& notification, unsigned options = PresentationOptions::banner,
+                    std::function<void()> onResponse = {})
     {
         bool isOnView = false;
-        shell.show(
-            notification, options, [&](bool isShown) { isOnView = isShown; }, std::move(onResponse));
+        const auto completion = [&](bool isShown) { isOnView = isShown; };
+        shell.show(notification, options, completion, std::move(onResponse));
         return isOnView;
     }
     /// Lets the time pass after which a banner disappears.
@@ -128,6 +123,7 @@ protected:
         accessible(name)->actionInterface()->doAction(action);
     }
 
+    const std::unique_ptr<QPointingDevice> finger{QTest::createTouchDevice()};
     std::string events;
     std::string server;
     AuthorizationStatus status = AuthorizationStatus::notDetermined;

