@@ -92,11 +92,10 @@ TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
             ASSERT_NE(seen, nullptr);
             EXPECT_EQ(look(seen), expectedLook);
             const QRectF place = area(seen);
-            const double gap = place.top() - last.bottom();
             for (const auto& [actual, expected] : {std::pair(place.left(), left),
                                                    {place.width(), width},
                                                    {place.height(), height},
-                                                   {gap, distance}})
+                                                   {place.top() - last.bottom(), distance}})
                 // Qt 6.8 aligns what it centers to whole points.
                 EXPECT_TRUE(expected == Lengths() || std::abs(actual - expected[size]) <= 0.25) << actual;
             last = place;
