@@ -86,8 +86,9 @@ TEST_F(ShellTest, DialogsAndBannersFitOrScrollInEveryWindowAndMoveUnlessMotionIs
         };
 
         ask("it");
+        // Before the user has seen the question.
         if (!isReduced)
-            doAction("shell.allow", "Press"); // Before the user has seen the question.
+            accessible("shell.allow")->actionInterface()->doAction("Press");
         EXPECT_EQ(events, "");
         expectMotion("panel", [&] { return dialog()->opacity() == 1 && dialog()->scale() == 1; });
         ASSERT_TRUE(hasFocus("shell.allow"));

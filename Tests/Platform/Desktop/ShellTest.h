@@ -117,11 +117,6 @@ protected:
     {
         return QAccessible::queryAccessibleInterface(item(name));
     }
-    /// Does what a screen reader does to press a button or switch.
-    void doAction(const char* name, const QString& action)
-    {
-        accessible(name)->actionInterface()->doAction(action);
-    }
 
     const std::unique_ptr<QPointingDevice> finger{QTest::createTouchDevice()};
     std::string events;

@@ -107,10 +107,10 @@ TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
         EXPECT_EQ(isOn(), isAllowed);
     }
     EXPECT_TRUE(accessible("shell.settings.allowNotifications")->state().checkable);
-    doAction("shell.settings.allowNotifications", "Toggle");
+    accessible("shell.settings.allowNotifications")->actionInterface()->doAction("Toggle");
     EXPECT_EQ(events, "off ");
     EXPECT_FALSE(isOn());
-    doAction("shell.settings.done", "Press");
+    accessible("shell.settings.done")->actionInterface()->doAction("Press");
     EXPECT_FALSE(shell.settings()->isOpen());
 }
 
