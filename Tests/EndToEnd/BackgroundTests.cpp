@@ -3,12 +3,9 @@
 #include "Tools/Backend/TestBackend.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
-#include <algorithm>
 #include <csignal>
 #include <memory>
-#include <thread>
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -73,15 +70,6 @@ TEST_F(BackgroundTest, LaunchOpensTheWindowOfTheSameProcess)
     }
     EXPECT_EQ(runningProcess(), application->processId());
     EXPECT_EQ(application->end(), 0);
-}
-
-TEST_F(BackgroundTest, LaunchedAppEndsWithItsWindow)
-{
-    const auto application = device.startApplication();
-    const DrivenWindow window = device.window();
-    window.waitFor("welcome.getStarted");
-    window.close();
-    EXPECT_EQ(application->waitForExit(), 0);
 }
 
 TEST_F(BackgroundTest, InstanceWithoutDisplayMakesRoomForALaunchThatStays)

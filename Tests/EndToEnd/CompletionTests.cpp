@@ -2,8 +2,6 @@
 
 #include "Tests/EndToEnd/ProgramTest.h"
 
-#include <gmock/gmock.h>
-
 using Words = std::vector<std::string>;
 
 namespace {

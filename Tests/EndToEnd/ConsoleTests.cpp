@@ -1,16 +1,13 @@
+#include "Core/ManagedKeys.h"
 #include "Tests/EndToEnd/ProgramTest.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
-#include <sstream>
 #include <tuple>
-#include <utility>
 
 namespace json = boost::json;
 using testing::Contains;
@@ -47,22 +44,16 @@ std::map<std::string, DocumentedCommand> documentedCommands()
 void collectMembers(const json::value& value, const std::string& path,
                     const std::set<std::string>& documented, std::set<std::string>& found)
 {
-    const auto hasMembersBelow = [&](const std::string& prefix) {
-        return std::any_of(documented.begin(), documented.end(),
-                           [&](const std::string& member) { return member.starts_with(prefix); });
-    };
-    if (const auto* object = value.if_object();
-        object != nullptr && (path.empty() || hasMembersBelow(path + "."))) {
-        const bool isAnyName = hasMembersBelow(path + ".*");
-        for (const auto& [key, member] : *object)
-            collectMembers(
-                member, path.empty() ? std::string(key) : path + "." + (isAnyName ? "*" : std::string(key)),
-                documented, found);
-    } else if (const auto* array = value.if_array(); array != nullptr && hasMembersBelow(path + "[]")) {
-        for (const auto& element : *array)
-            collectMembers(element, path + "[]", documented, found);
-    } else {
+    if (documented.contains(path) || !value.is_structured()) {
         found.insert(path);
+    } else if (const auto* object = value.if_object()) {
+        for (const auto& [key, member] : *object) {
+            const std::string name = Core::findManagedKey(key) != nullptr ? "*" : std::string(key);
+            collectMembers(member, path.empty() ? name : path + "." + name, documented, found);
+        }
+    } else {
+        for (const auto& element : value.get_array())
+            collectMembers(element, path + "[]", documented, found);
     }
 }
 
@@ -135,66 +126,33 @@ TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
     for (int i = 0; i < 2000; ++i)
         policy += "\"nodot\", ";
     device.write(device.path("bad.json"), policy + "1]}");
-    checkAll("set -o pipefail; ",
-             {{"qvctl config lint $DEVICE/bad.json | head -n 1", 78}, // More output than fits in a pipe.
-              {"qvctl config lint $DEVICE/bad.json 2>&1 | true", 78},
-              {"qvctl doctor --offline | head -n 1", 1},
-              {"qvctl config show 2>&1 | true", 66},
-              // A full disk is an error, except on standard error.
-              {"qvctl config schema > /dev/full", 69, "No space left"},
-              {"qvctl doctor --offline > /dev/full", 69, "No space left"},
-              {"qvctl config show --json > /dev/full", 69, "No space left"},
-              {"qvctl --help > /dev/full", 69, "No space left"},
-              {"qvctl config show 2> /dev/full", 66}});
-}
-
-TEST_F(RootTest, CommandsNameTheIgnoredFileAndBothCandidates)
-{
-    const std::string output = rootShell(R"(
-        folder=/etc/quorvane-mdm
-        look() { # NAME EXPECTED
-            for command in status 'config show' 'config explain' 'doctor --offline'; do
-                for format in '' --json; do
-                    $QVCTL $command $format 2>&1 | grep -q "$2" || echo "$1: $command $format lacks $2"
-                done
-            done
-        }
-        look none "either $folder/managed.plist nor $folder/managed.json exists\|managed.plist\",\"$folder/managed.json"
-        echo '{}' > $folder/managed.json
-        echo '<plist><dict/></plist>' > $folder/managed.plist
-        ignored="$folder/managed.json is ignored because $folder/managed.plist exists"
-        look both "$ignored\|\"ignored\":\[\"$folder/managed.json"
-        echo '<plist>' > $folder/managed.plist
-        $QVCTL status | grep -q "$ignored" || echo malformed
-        chmod 666 $folder/managed.plist
-        $QVCTL status | grep ignored # An untrusted file hides nothing.
-        $QVCTL status | grep -q 'managed.json (good)' || echo untrusted
-        $QVCTL config lint | grep -q 'managed.plist: error: .* not trusted.*; it counts as missing' || echo lint
-        $QVCTL config clear > /dev/null; ls $folder
-    )");
-    EXPECT_EQ(output, "");
+    // More output than fits in a pipe. A full disk is an error, except on standard error.
+    checkAll("set -o pipefail", R"(qvctl config lint $DEVICE/bad.json |head -n 1 | 78
+qvctl config lint $DEVICE/bad.json 2>&1 |true | 78
+qvctl doctor --offline |head -n 1 | 1
+qvctl config show 2>&1 |true | 66
+qvctl config schema > /dev/full | 69 | No space left
+qvctl doctor --offline > /dev/full | 69 | No space left
+qvctl config show --json > /dev/full | 69 | No space left
+qvctl --help > /dev/full | 69 | No space left
+qvctl config show 2> /dev/full | 66)");
 }
 
 TEST_F(ProgramTest, OutputIsColoredOnlyOnColorTerminals)
 {
-    const auto policy = device.path("\a.json");
-    device.write(policy, "{");
-    device.setEnvironment("QUORVANE_MANAGED_CONFIGURATION", policy);
-    const std::pair<const char*, bool> cases[] = {
-        {"TERM=xterm NO_COLOR=", true},
-        {"TERM=xterm NO_COLOR=1", false},
-        {"TERM=xterm OPTION=--no-color NO_COLOR=", false},
-        {"TERM=dumb NO_COLOR=", false},
-        {"TERM= NO_COLOR=", false},
-        {"-uTERM NO_COLOR=", false},
-    };
-    for (const auto& [environment, isColored] : cases) {
-        const Outcome outcome =
-            shell(std::string("env ") + environment + " script -qec \"$QVCTL status \\$OPTION\" /dev/null");
-        EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
-        EXPECT_EQ(outcome.output.find('\x1b') != std::string::npos, isColored) << environment;
-        EXPECT_THAT(outcome.output, HasSubstr("\\x07.json:1:2: "));
-    }
+    checkAll(R"(
+        export QUORVANE_MANAGED_CONFIGURATION=$DEVICE/$'\a.json'
+        echo '{' > $QUORVANE_MANAGED_CONFIGURATION
+        status() { env $1 script -qec "$QVCTL status $2" /dev/null; }
+        is_colored() { status "$@" | grep -q $'\e'; }
+        )",
+             R"(is_colored 'TERM=xterm NO_COLOR=' | 0
+is_colored 'TERM=xterm NO_COLOR=1' | 1
+is_colored 'TERM=xterm NO_COLOR=' --no-color | 1
+is_colored 'TERM=dumb NO_COLOR=' | 1
+is_colored 'TERM= NO_COLOR=' | 1
+is_colored '-uTERM NO_COLOR=' | 1
+status 'TERM=xterm NO_COLOR=' | 0 | \x07.json:2:1: )");
 }
 
 TEST_F(ProgramTest, BundleIsANewPrivateFile)
@@ -202,22 +160,20 @@ TEST_F(ProgramTest, BundleIsANewPrivateFile)
     device.write(device.path("my.json"), "{}");
     std::filesystem::create_directory(device.path("bundles"));
     std::filesystem::create_symlink("none.tar.gz", device.path("bundles/link.tar.gz"));
-    checkAll("set -o pipefail; umask 0; cd $DEVICE/bundles; ",
-             {{"qvctl bundle && stat -c %a qvctl-bundle-*.tar.gz", 0, "\n600\n"},
-              {"qvctl bundle a.tar.gz", 0, "  stores.json "},
-              {"qvctl bundle a.tar.gz", 69, "a.tar.gz exists and is not replaced"},
-              {"qvctl bundle link.tar.gz", 69, "link.tar.gz exists and is not replaced"},
-              {"qvctl bundle missing/a.tar.gz", 69, "No such file"},
-              {"qvctl bundle - | tar -tvz", 0, "-rw------- 0/0"},
-              {"qvctl bundle - | tar -tz | xargs", 0,
-               "versions.json status.json doctor.json lint.json explain.json configuration.json stores.json "
-               "files.txt log.txt\n"},
-              {"HOME=$DEVICE qvctl bundle - | tar -xzO files.txt", 0, "~/data/quorvane-mdm"},
-              {"ulimit -f 1; qvctl bundle half.tar.gz", 69, "File too large"}, // It is removed.
-              {"cd ..; qvctl bundle - --managed-configuration my.json | tar -xz; grep -l my.json *.json", 0,
-               "configuration.json\ndoctor.json\nexplain.json\nlint.json\nstatus.json\n"},
-              {"qvctl bundle - --json", 64, "name a file"},
-              {"qvctl bundle - > /dev/full", 69, "No space left"}});
+    checkAll("set -o pipefail; umask 0; cd $DEVICE/bundles",
+             R"(qvctl bundle && stat -c %a qvctl-bundle-*.tar.gz | 0 | \n600\n
+qvctl bundle a.tar.gz | 0 |   stores.json 
+qvctl bundle a.tar.gz | 69 | a.tar.gz exists and is not replaced
+qvctl bundle link.tar.gz | 69 | link.tar.gz exists and is not replaced
+qvctl bundle missing/a.tar.gz | 69 | No such file
+qvctl bundle - |tar -tvz | 0 | -rw------- 0/0
+qvctl bundle - |tar -tz |xargs | 0 | versions.json status.json doctor.json lint.json explain.json configuration.json stores.json files.txt log.txt\n
+HOME=$DEVICE qvctl bundle - |tar -xzO files.txt | 0 | ~/data/quorvane-mdm
+ulimit -f 1; qvctl bundle half.tar.gz | 69 | File too large
+cd ..; qvctl bundle - --managed-configuration my.json |tar -xz; grep -l my.json *.json | 0 | configuration.json\ndoctor.json\nexplain.json\nlint.json\nstatus.json\n
+qvctl bundle - --json | 64 | name a file
+qvctl bundle - > /dev/full | 69 | No space left)");
+    // The half of an archive was removed.
     EXPECT_EQ(shell("ls $DEVICE/bundles | sed s/-2.*//").output, "a.tar.gz\nlink.tar.gz\nqvctl-bundle\n");
 }
 

@@ -2,8 +2,6 @@
 
 #include "Tests/EndToEnd/ProgramTest.h"
 
-#include <gmock/gmock.h>
-
 namespace {
 
 /// Creates a folder and a policy to install, and defines functions for both.

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "Tests/Fakes/TextTable.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/json.hpp>
 #include <gmock/gmock.h>
 
@@ -28,20 +30,18 @@ protected:
     {
         return outcomeOf(*device.startShell(script));
     }
-    /// A bash script, its exit code and part of its output.
-    struct Run {
-        std::string script;
-        int exitCode;
-        std::string part = {};
-    };
-    /// In the scripts, `qvctl` is the console; `begin` runs first.
-    void checkAll(const std::string& begin, const std::vector<Run>& runs) const
+    /// Runs the scripts of a table, each after `begin`; `qvctl` is the console. A row is a bash script, in
+    /// which no space follows a pipe, its exit code and part of its output, where \n is a line break. The
+    /// output must not contain "canary".
+    void checkAll(const std::string& begin, const std::string& table) const
     {
-        for (const Run& run : runs) {
-            SCOPED_TRACE(run.script);
-            const Outcome outcome = shell("qvctl() { $QVCTL \"$@\"; }; " + begin + run.script);
-            EXPECT_EQ(outcome.exitCode, run.exitCode) << outcome.output;
-            EXPECT_THAT(outcome.output, testing::HasSubstr(run.part));
+        for (const auto& row : rowsOf(table)) {
+            SCOPED_TRACE(row.at(0));
+            const Outcome outcome = runScript("qvctl() { $QVCTL \"$@\"; }\n" + begin + "\n" + row.at(0));
+            EXPECT_EQ(outcome.exitCode, std::stoi(row.at(1))) << outcome.output;
+            const std::string part = boost::replace_all_copy(row.size() > 2 ? row[2] : "", "\\n", "\n");
+            EXPECT_THAT(outcome.output, testing::HasSubstr(part));
+            EXPECT_THAT(outcome.output, testing::Not(testing::HasSubstr("canary")));
         }
     }
     [[nodiscard]] boost::json::object qvctlJSON(std::vector<std::string> arguments) const
@@ -80,6 +80,7 @@ protected:
     ThrowawayDevice device;
 
 private:
+    [[nodiscard]] virtual Outcome runScript(const std::string& script) const { return shell(script); }
     static Outcome outcomeOf(ChildProcess& process)
     {
         Outcome outcome{process.waitForExit(), {}};
@@ -97,9 +98,13 @@ protected:
         if (shell("[ $(id -u) = 0 ] && unshare -m setpriv --reuid 65534 --clear-groups true").exitCode != 0)
             GTEST_SKIP() << "needs root and a mount namespace";
     }
-    /// Returns the output of a bash script, run with a private /etc that contains only the system's users and
-    /// the empty folder quorvane-mdm. `as_user COMMAND...` runs a command as the user nobody.
-    [[nodiscard]] std::string rootShell(const std::string& script) const
+    /// Returns the output of `runScript`.
+    [[nodiscard]] std::string rootShell(const std::string& script) const { return runScript(script).output; }
+
+private:
+    /// Runs a bash script with a private /etc that contains only the system's users and the empty folder
+    /// quorvane-mdm. `as_user COMMAND...` runs a command as the user nobody.
+    [[nodiscard]] Outcome runScript(const std::string& script) const override
     {
         return shell("unset QUORVANE_MANAGED_CONFIGURATION\n"
                      "export USERS=$(cat /etc/passwd) SCRIPT=$(cat << 'END'\n" +
@@ -108,7 +113,6 @@ protected:
                      "as_user() { setpriv --reuid 65534 --clear-groups -- \"$@\"; }\n"
                      "export -f as_user; chmod 755 $DEVICE\n"
                      "exec unshare -m bash -c 'mount -t tmpfs -o mode=755 tmpfs /etc && "
-                     "mkdir -m 755 /etc/quorvane-mdm && echo \"$USERS\" > /etc/passwd && eval \"$SCRIPT\"'")
-            .output;
+                     "mkdir -m 755 /etc/quorvane-mdm && echo \"$USERS\" > /etc/passwd && eval \"$SCRIPT\"'");
     }
 };

@@ -3,7 +3,6 @@
 #include "Tests/Trials/StoreFile.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
 #include <chrono>
 #include <csignal>
