@@ -5,42 +5,36 @@
 #include "Tools/Backend/TestBackend.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <ctime>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 #include <regex>
+#include <sstream>
 #include <thread>
 #include <tuple>
 #include <vector>
 
 namespace fs = std::filesystem;
 using Certificate = TestBackend::Certificate;
+using Platform::Linux::InstanceLock;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
 namespace {
 
-/// A server on loopback that sends a fixed reply to the first bytes of each connection and closes it. With an
-/// empty reply it never answers.
-class PlainServer {
-public:
-    explicit PlainServer(const std::string& reply, std::uint16_t port = 0)
-        : m_process({"python3", "-c", script, reply, std::to_string(port)}, {})
-    {
-        EXPECT_TRUE(m_process.waitForLine("127.0.0.1:"));
-    }
-    [[nodiscard]] std::string address() const { return m_process.lines().front(); }
-
-private:
-    static constexpr const char* script = R"(
+/// Starts a server on loopback that sends a fixed reply to the first bytes of each connection and closes it.
+/// With an empty reply it never answers. Its first line is its address.
+std::unique_ptr<ChildProcess> startPlainServer(const std::string& reply, std::uint16_t port = 0)
+{
+    constexpr const char* script = R"(
 import contextlib, signal, socket, sys
 reply, port = sys.argv[1:]
 server = socket.create_server(("127.0.0.1", int(port)))
@@ -53,9 +47,11 @@ while True:
         if client.recv(4096):
             client.sendall(reply.encode())
 )";
-
-    ChildProcess m_process;
-};
+    const std::vector<std::string> command{"python3", "-c", script, reply, std::to_string(port)};
+    auto server = std::make_unique<ChildProcess>(command, ChildProcess::Environment{});
+    EXPECT_TRUE(server->waitForLine("127.0.0.1:"));
+    return server;
+}
 
 struct Diagnosis {
     std::optional<int> exitCode;
@@ -115,7 +111,7 @@ protected:
             device.write(device.path("services/dbus-1/services") / (std::string(name) + ".service"),
                          fmt::format("[D-BUS Service]\nName={}\nExec=/bin/false\n", name));
         bus.emplace(std::vector<std::string>{"/usr/bin/dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                             "--print-address", "--address=" + address("bus")},
+                                             "--print-address", "--address=" + busAddress},
                     ChildProcess::Environment{{"XDG_DATA_HOME", device.path("services")},
                                               {"XDG_DATA_DIRS", device.path("none")},
                                               {"XDG_RUNTIME_DIR", device.path("run")}});
@@ -138,10 +134,9 @@ protected:
             device.setEnvironment(name, "");
         device.setEnvironment("SSL_CERT_FILE", device.path("authority.pem"));
         device.setEnvironment("XDG_DATA_HOME", device.path("data"));
-        device.setEnvironment("DBUS_SESSION_BUS_ADDRESS", address("bus"));
+        device.setEnvironment("DBUS_SESSION_BUS_ADDRESS", busAddress);
         restartBackend(Certificate::good);
         device.replacePolicy(policy(backend->baseURL()));
-        timeout = "10";
         if (fs::exists(device.path("healthy"))) {
             fs::remove_all(suites());
             fs::rename(device.path("healthy"), suites());
@@ -155,12 +150,6 @@ protected:
             TestBackend::Options{.port = port, .certificate = certificate, .folder = device.path("")});
         port = backend->port();
     }
-    /// Replaces the backend with a `PlainServer` at its port.
-    void replaceBackend(const std::string& reply)
-    {
-        backend.reset();
-        replacement.emplace(reply, port);
-    }
     void damageSuite() const
     {
         fs::rename(suites(), device.path("healthy"));
@@ -173,118 +162,92 @@ protected:
         return fmt::format(R"({{"base_domain": "{}", "device_id": "DEV-1", "api_key": "canary"}})",
                            baseDomain);
     }
-    [[nodiscard]] std::string address(const std::string& socket) const
-    {
-        return "unix:path=" + device.path("run/" + socket).string();
-    }
 
-    /// In seconds.
-    std::string timeout;
+    const std::string busAddress = "unix:path=" + device.path("run/bus").string();
     std::uint16_t port = 0;
     std::optional<TestBackend> backend;
-    std::optional<PlainServer> replacement;
+    /// Takes the place of the backend at its port.
+    std::unique_ptr<ChildProcess> replacement;
     std::optional<ChildProcess> bus;
     std::unique_ptr<ChildProcess> application;
 };
 
+/// What is broken (changes with their arguments, separated by semicolons), the checks that fail, those that
+/// are skipped because of them ("from CHECK" for this and all later checks of the backend), and part of the
+/// output.
+constexpr const char* causes = R"( |  |  | accepts connections at 127.0.0.1
+set TZ UTC-14 |  |  | The certificate, or one in its chain, expires in 3 days, on
+no-policy | policy.file | policy.permissions policy.syntax policy.values suite.current | 
+policy {"base_domain":"mdm\u0020acme\u0020com"} | policy.values suite.current backend.address | from backend.proxy | differs from the policy file in base_domain, api_key, device_id
+set XDG_DATA_HOME DEVICE/policy/managed.json | state.folder | app.running suite.readable suite.current notifications.permission push.distributor push.registration upload.last push.last policy.lastError | 
+no-database | suite.readable | suite.current upload.last | 
+set DBUS_SESSION_BUS_ADDRESS unix:path=DEVICE/run/none | bus.session | notifications.server | 
+set SSL_CERT_FILE DEVICE/none | backend.trust | backend.certificate | 
+proxy http localhost:1 | backend.proxy | from backend.host | localhost:1 (from https_proxy) accepts no connections
+proxy http REFUSING | backend.connect | from backend.tls | CONNECT tunnel failed, response 407
+proxy http CLOSING | backend.tls | from backend.certificate | The proxy connects to localhost:
+certificate untrusted; proxy https BACKEND | backend.connect | from backend.tls | The proxy has a certificate that is not acceptable: 
+proxy https BACKEND | backend.connect | from backend.tls | opens no way to the backend: 
+proxy socks5 REFUSING | backend.connect | from backend.tls | opens no way to the backend: 
+proxy ftp localhost:1 | backend.proxy | from backend.host | https_proxy names a proxy of an unsupported scheme
+proxy http localhost:1; set no_proxy example.com,localhost |  |  | No proxy is used
+unknown-host | suite.current backend.host | from backend.connect | cannot be resolved: no name server
+no-backend; plain-server HTTP/1.1 | backend.tls | from backend.certificate | something other than TLS
+no-backend; plain-server | backend.tls | from backend.certificate | does not answer in TLS within 2 s
+certificate expired | backend.dates |  | expired on
+certificate wrong-host | backend.name |  | not for localhost
+certificate self-signed | backend.certificate |  | is self-signed
+certificate untrusted | backend.certificate |  | from an authority
+no-app; no-backend | app.running push.distributor backend.connect | from backend.tls | Connection refused
+lock | app.running push.distributor |  | another program, EndToEndTests (process )";
+
 TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
 {
-    const auto set = [this](const char* name, const std::string& value) {
-        return [=, this] { device.setEnvironment(name, value); };
-    };
-    const auto present = [this](Certificate kind) { return [=, this] { restartBackend(kind); }; };
-    const auto proxy = [&](std::string_view scheme, std::string_view server) {
-        return set("https_proxy", fmt::format("{}://user:canary@{}", scheme, server));
-    };
-    const PlainServer refusingProxy(
-        "HTTP/1.1 407 Proxy Authentication Required\r\nContent-Length: 0\r\n\r\n");
-    const PlainServer openProxy("HTTP/1.1 200 Connection established\r\n\r\n");
-    std::optional<Platform::Linux::InstanceLock> lock;
-    struct Case {
-        const char* name;
-        std::function<void()> breakIt;
-        const char* failed;
-        std::string prevented = {};
-        /// Part of the output.
-        std::string found = {};
-    };
-    const Case cases[] = {
-        {"nothing", [] {}, "", "", "accepts connections at 127.0.0.1"},
-        {"an authority that expires first, far from UTC", set("TZ", "UTC-14"), "", "", "in 3 days, on"},
-        {"no policy", [&] { fs::remove(device.policyFile()); }, "policy.file",
-         "policy.permissions policy.syntax policy.values suite.current"},
-        {"spaces in the address", [&] { device.replacePolicy(R"({"base_domain": "mdm acme com"})"); },
-         "policy.values suite.current backend.address", checksFrom("backend.proxy"),
-         "differs from the policy file in base_domain, api_key, device_id"},
-        {"no state folder", set("XDG_DATA_HOME", device.policyFile()), "state.folder",
-         "app.running suite.readable suite.current notifications.permission push.distributor "
-         "push.registration upload.last push.last policy.lastError"},
-        {"no database", [&] { damageSuite(); }, "suite.readable", "suite.current upload.last"},
-        {"no bus", set("DBUS_SESSION_BUS_ADDRESS", address("no-bus")), "bus.session", "notifications.server"},
-        {"no authorities", set("SSL_CERT_FILE", device.path("none")), "backend.trust", "backend.certificate"},
-        {"a proxy that is not there", proxy("http", "localhost:1"), "backend.proxy",
-         checksFrom("backend.host"), "localhost:1 (from https_proxy) accepts no connections"},
-        {"a proxy that refuses", proxy("http", refusingProxy.address()), "backend.connect",
-         checksFrom("backend.tls"), "CONNECT tunnel failed, response 407"},
-        {"a proxy to a server that closes the connection", proxy("http", openProxy.address()), "backend.tls",
-         checksFrom("backend.certificate"), "The proxy connects to localhost:"},
-        {"a proxy with the certificate of an unknown authority",
-         [&] {
-             restartBackend(Certificate::untrusted);
-             proxy("https", fmt::format("localhost:{}", port))();
-         },
-         "backend.connect", checksFrom("backend.tls"),
-         "The proxy has a certificate that is not acceptable: "},
-        {"a trusted server that is no proxy", [&] { proxy("https", fmt::format("localhost:{}", port))(); },
-         "backend.connect", checksFrom("backend.tls"), "opens no way to the backend: "},
-        {"a proxy that is no SOCKS proxy", set("https_proxy", "socks5://" + refusingProxy.address()),
-         "backend.connect", checksFrom("backend.tls"), "opens no way to the backend: "},
-        {"a proxy of an unknown kind", proxy("ftp", "localhost:1"), "backend.proxy",
-         checksFrom("backend.host"), "https_proxy names a proxy of an unsupported scheme"},
-        {"a proxy for other hosts",
-         [&] {
-             proxy("http", "localhost:1")();
-             device.setEnvironment("no_proxy", "example.com,localhost");
-         },
-         "", "", "No proxy is used"},
+    const std::map<std::string, Certificate> certificates{{"expired", Certificate::expired},
+                                                          {"wrong-host", Certificate::wrongHost},
+                                                          {"self-signed", Certificate::selfSigned},
+                                                          {"untrusted", Certificate::untrusted}};
+    const auto refusingProxy =
+        startPlainServer("HTTP/1.1 407 Proxy Authentication Required\r\nContent-Length: 0\r\n\r\n");
+    const auto closingProxy = startPlainServer("HTTP/1.1 200 Connection established\r\n\r\n");
+    const std::map<std::string, std::string> addresses{{"DEVICE", device.path("").parent_path()},
+                                                       {"BACKEND", fmt::format("localhost:{}", port)},
+                                                       {"REFUSING", refusingProxy->lines().front()},
+                                                       {"CLOSING", closingProxy->lines().front()}};
+    std::optional<InstanceLock> lock;
+    std::vector<std::string> words; // A change and its arguments.
+    const std::map<std::string, std::function<void()>> changes{
+        {"set", [&] { device.setEnvironment(words[1], words[2]); }},
+        {"no-policy", [&] { fs::remove(device.policyFile()); }},
+        {"policy", [&] { device.replacePolicy(words[1]); }},
         // Longer than a DNS label may be, so no name server is queried.
-        {"a host that no name server knows",
-         [&] { device.replacePolicy(policy(fmt::format("https://{}.example", std::string(64, 'a')))); },
-         "suite.current backend.host", checksFrom("backend.connect"), "cannot be resolved: no name server"},
-        {"a server for plain HTTP", [&] { replaceBackend("HTTP/1.1 400 Bad Request\r\n\r\n"); },
-         "backend.tls", checksFrom("backend.certificate"), "something other than TLS"},
-        {"a backend that hangs",
-         [&] {
-             replaceBackend("");
-             timeout = "2";
-         },
-         "backend.tls", checksFrom("backend.certificate"), "does not answer in TLS within 2 s"},
-        {"expired", present(Certificate::expired), "backend.dates", "", "expired on"},
-        {"for another host", present(Certificate::wrongHost), "backend.name", "", "not for localhost"},
-        {"self-signed", present(Certificate::selfSigned), "backend.certificate", "", "is self-signed"},
-        {"of an unknown authority", present(Certificate::untrusted), "backend.certificate", "",
-         "from an authority"},
-        {"the application killed, the backend gone",
-         [&] {
-             application->signal(SIGKILL);
-             application->waitForExit();
-             backend.reset();
-         },
-         "app.running push.distributor backend.connect", checksFrom("backend.tls"), "Connection refused"},
-        {"another program with the lock of the application",
-         [&] {
-             lock = Platform::Linux::InstanceLock::acquire(device.path("data/quorvane-mdm/instance.lock"));
-         },
-         "app.running push.distributor", "", "another program, EndToEndTests (process "},
+        {"unknown-host", [&] { device.replacePolicy(policy(std::string(64, 'a') + ".example")); }},
+        {"no-database", [&] { damageSuite(); }},
+        {"proxy", [&] { device.setEnvironment("https_proxy", words[1] + "://user:canary@" + words[2]); }},
+        {"certificate", [&] { restartBackend(certificates.at(words[1])); }},
+        {"no-backend", [&] { backend.reset(); }},
+        {"plain-server", [&] { replacement = startPlainServer(words[1], port); }},
+        {"no-app", [&] { application.reset(); }},
+        {"lock", [&] { lock = InstanceLock::acquire(device.path("data/quorvane-mdm/instance.lock")); }},
     };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        row.breakIt();
-        const Diagnosis diagnosis = examine(device, timeout);
-        EXPECT_EQ(diagnosis.failed, row.failed) << diagnosis.text;
-        EXPECT_EQ(diagnosis.prevented, row.prevented) << diagnosis.text;
-        EXPECT_EQ(diagnosis.exitCode, *row.failed == '\0' ? 0 : 1);
-        EXPECT_THAT(diagnosis.text, HasSubstr(row.found));
+    for (const auto& row : rowsOf(causes)) {
+        SCOPED_TRACE(row[0]);
+        std::string all = row[0];
+        for (const auto& [name, address] : addresses)
+            boost::replace_all(all, name, address);
+        std::istringstream allChanges(all);
+        for (std::string change; std::getline(allChanges, change, ';');) {
+            std::istringstream stream(change);
+            words.assign(std::istream_iterator<std::string>(stream), {});
+            words.resize(3);
+            changes.at(words[0])();
+        }
+        const Diagnosis diagnosis = examine(device, row[0].ends_with("plain-server") ? "2" : "10");
+        EXPECT_EQ(diagnosis.failed, row[1]) << diagnosis.text;
+        EXPECT_EQ(diagnosis.prevented, row[2].starts_with("from ") ? checksFrom(row[2].substr(5)) : row[2])
+            << diagnosis.text;
+        EXPECT_EQ(diagnosis.exitCode, row[1].empty() ? 0 : 1);
+        EXPECT_THAT(diagnosis.text, HasSubstr(row[3]));
         reset();
     }
 }
