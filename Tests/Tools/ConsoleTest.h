@@ -12,15 +12,15 @@
 #include "Tests/Trials/StoreFile.h"
 #include "Tools/qvctl/CommandLine.h"
 
+#include <boost/algorithm/string/replace.hpp>
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <iomanip>
-#include <map>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -50,18 +50,12 @@ protected:
         for (const char* name : {"COLUMNS", "UNIFIEDPUSH_DISTRIBUTOR"})
             setEnvironment(name, "");
     }
-    ~ConsoleTest() override
-    {
-        std::filesystem::current_path(m_currentPath);
-        for (const auto& [name, value] : m_environment)
-            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
-    }
+    ~ConsoleTest() override { std::filesystem::current_path(m_currentPath); }
 
-    void setEnvironment(const std::string& name, const std::string& value)
+    /// The constructor resets the variables that tests set.
+    static void setEnvironment(const char* name, const std::string& value)
     {
-        const char* old = std::getenv(name.c_str());
-        m_environment.try_emplace(name, old != nullptr ? std::optional<std::string>(old) : std::nullopt);
-        ::setenv(name.c_str(), value.c_str(), 1);
+        ::setenv(name, value.c_str(), 1);
     }
 
     /// Runs a command: "config lint FILE"; words may be in double quotes. Its output must not contain
@@ -98,12 +92,9 @@ protected:
         auto rows = rowsOf(table);
         for (auto& row : rows) {
             for (std::string& cell : row) {
-                for (const auto& [name, text] : {std::pair<std::string, std::string>{"\\n", "\n"},
-                                                 {"\\e", "\x1b"},
-                                                 {"DEVICE", std::filesystem::current_path()}})
-                    for (std::size_t at = 0; (at = cell.find(name, at)) != std::string::npos;
-                         at += text.size())
-                        cell.replace(at, name.size(), text);
+                boost::replace_all(cell, "\\n", "\n");
+                boost::replace_all(cell, "\\e", "\x1b");
+                boost::replace_all(cell, "DEVICE", std::filesystem::current_path().string());
             }
         }
         return rows;
@@ -181,12 +172,8 @@ private:
     static void checkPrinted(const std::string& words, const Printed& outcome)
     {
         const std::string printed = outcome.output + outcome.diagnostics;
-        EXPECT_TRUE(std::none_of(printed.begin(), printed.end(),
-                                 [](char character) {
-                                     return (static_cast<unsigned char>(character) < ' ' &&
-                                             character != '\n') ||
-                                            character == '\x7f';
-                                 }))
+        const auto isControl = [](unsigned char byte) { return std::iscntrl(byte) != 0 && byte != '\n'; };
+        EXPECT_TRUE(std::none_of(printed.begin(), printed.end(), isControl))
             << words << testing::PrintToString(printed);
         if (words.find("--reveal") == std::string::npos) {
             EXPECT_THAT(printed, testing::Not(testing::HasSubstr("canary"))) << words;
@@ -198,5 +185,4 @@ private:
 
     sigset_t m_signals{};
     const std::filesystem::path m_currentPath = std::filesystem::current_path();
-    std::map<std::string, std::optional<std::string>> m_environment;
 };

@@ -11,7 +11,6 @@
 #include "Tools/qvctl/Policy/ManagedKeyForms.h"
 
 #include <gmock/gmock.h>
-#include <pugixml.hpp>
 
 #include <algorithm>
 #include <fstream>
@@ -46,12 +45,9 @@ bool isValid(const json::value& value, const json::object& schema)
 {
     const auto accepts = [&](const json::value& part) { return isValid(value, part.as_object()); };
     const auto hasType = [&](const json::value& type) {
-        return type == "string"    ? value.is_string()
-               : type == "array"   ? value.is_array()
-               : type == "object"  ? value.is_object()
-               : type == "integer" ? value.is_int64()
-               : type == "number"  ? value.is_number()
-                                   : value.is_bool();
+        const std::string_view kind = json::to_string(value.kind());
+        return type.as_string() == kind || (type == "integer" && kind == "int64") ||
+               (type == "number" && value.is_number()) || (type == "boolean" && kind == "bool");
     };
     const auto matches = [&](const json::string& pattern) {
         // std::regex matches bytes, so other white space than ASCII is left out of the pattern.
@@ -91,6 +87,16 @@ bool isValid(const json::value& value, const json::object& schema)
                    return property == nullptr || isValid(member.value(), property->as_object());
                });
     });
+}
+
+bool isDecoded(std::string_view snapshot)
+{
+    try {
+        static_cast<void>(Core::ConfigurationSnapshot::decode(bytesOf(snapshot)));
+        return true;
+    } catch (const Core::DecodingError&) {
+        return false;
+    }
 }
 
 /// A key, and how the first finding begins; the schema rejects the key if it is an error.
@@ -214,14 +220,7 @@ TEST(ManagedKeyFormsTest, SnapshotSchemaAcceptsExactlyStoredSnapshots)
         EXPECT_FALSE(isValid(changed, schema)) << member.key();
         // Decoding fails if, and only if, a required member is missing.
         changed.erase(member.key());
-        const auto decode = [&] {
-            static_cast<void>(Core::ConfigurationSnapshot::decode(bytesOf(json::serialize(changed))));
-        };
-        if (isValid(changed, schema)) {
-            EXPECT_NO_THROW(decode()) << member.key();
-        } else {
-            EXPECT_THROW(decode(), Core::DecodingError) << member.key();
-        }
+        EXPECT_EQ(isDecoded(json::serialize(changed)), isValid(changed, schema)) << member.key();
     }
     const std::tuple<const char*, json::value, bool> cases[] = {
         {"schemaVersion", 2, false},
@@ -237,28 +236,11 @@ TEST(ManagedKeyFormsTest, SnapshotSchemaAcceptsExactlyStoredSnapshots)
     }
 }
 
-TEST(ManagedKeyFormsTest, SampleAndFormHaveEachManagedKey)
+TEST(ManagedKeyFormsTest, SampleHasNoFindings)
 {
     const json::object sample = samplePolicy();
     EXPECT_EQ(sample.size(), Core::managedKeys().size());
     EXPECT_THAT(findProblems(readPropertyList(prettyJSON(sample)), false), IsEmpty());
-    pugi::xml_document document;
-    ASSERT_TRUE(document.load_string(appConfigForm().c_str()));
-    const auto root = document.child("managedAppConfiguration");
-    EXPECT_STREQ(root.child("bundleId").text().get(), "com.quorvane.mdm");
-    std::string declared;
-    for (const auto& value : root.child("dict"))
-        declared += std::string(value.attribute("keyName").value()) + "\n";
-    std::string expected;
-    for (const Core::ManagedKey& key : Core::managedKeys()) {
-        expected += std::string(key.name) + "\n";
-        const auto field =
-            root.child("presentation").find_child_by_attribute("keyName", std::string(key.name).c_str());
-        const std::string_view label = field.child("label").child("language").text().get();
-        EXPECT_FALSE(label.empty());
-        EXPECT_EQ(label.find("secret") != std::string_view::npos, key.isSecret) << label;
-    }
-    EXPECT_EQ(declared, expected);
 }
 
 } // namespace
