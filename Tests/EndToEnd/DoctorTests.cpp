@@ -18,7 +18,6 @@
 #include <regex>
 #include <sstream>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -101,8 +100,6 @@ class DoctorTest : public ProgramTest {
 protected:
     DoctorTest()
     {
-        for (const char* name : {"HTTPS_PROXY", "all_proxy", "ALL_PROXY", "NO_PROXY"})
-            device.setEnvironment(name, "");
         // doctor must not depend on private data in the log.
         device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
         reset();
@@ -130,7 +127,8 @@ protected:
     /// Removes all problems.
     void reset()
     {
-        for (const char* name : {"https_proxy", "no_proxy"})
+        for (const char* name :
+             {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
             device.setEnvironment(name, "");
         device.setEnvironment("SSL_CERT_FILE", device.path("authority.pem"));
         device.setEnvironment("XDG_DATA_HOME", device.path("data"));
@@ -291,6 +289,24 @@ TEST_F(DoctorTest, ProbeSendsOneRequestWithoutCredentials)
     }
 }
 
+/// What the helper does, nothing if there is none, and part of the problem. Neither its arguments nor its
+/// environment may contain the key.
+constexpr const char* brokenHelpers = R"( | : No such file or directory
+kill -KILL $$ | : it was killed
+exec sleep 60 | : no result within 2.1 s
+echo {} | : {}
+echo "arguments: $*"; env | : arguments: https://[::1]:1/ 100 )";
+
+/// Fields of the helper's result, a check and the beginning of its verdict.
+constexpr const char* results =
+    R"("lastError":ECONNREFUSED | backend.connect | warning: [::1]:1 accepts connections at 127.0.0.1, but not at 192.0.2.1 (Connection refused).
+"lastError":0 | backend.connect | warning: [::1]:1 accepts connections at 127.0.0.1, but not at 192.0.2.1 (no reply in time).
+"lastError":ENETUNREACH | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
+"lastError":EADDRNOTAVAIL | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
+"lastError":0 | backend.host | ok: ::1 resolves to 192.0.2.1, 127.0.0.1.
+"chainEnd":SOON | backend.dates | warning: The certificate, or one in its chain, expires in 13 days, on 
+"outdatedAuthority":"CN=Old" | backend.dates | failed: The certificate of the authority CN=Old has expired or is not valid yet; )";
+
 TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)
 {
     const ThrowawayDevice programs(QV_PROGRAMS);
@@ -300,50 +316,34 @@ TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)
     fs::copy(fs::path(QV_PROGRAMS) / "Tools/qvctl/qvctl", programs.path("Tools/qvctl"));
     const ThrowawayDevice device(programs.path(""));
     device.replacePolicy(R"({"base_domain": "https://[::1]:1", "api_key": "canary"})");
-    // After "#!/bin/sh", empty for no helper; and part of the problem.
-    const std::pair<std::string, const char*> rows[] = {
-        {"", ": No such file or directory"},
-        {"kill -KILL $$", ": it was killed"},
-        {"exec sleep 60", ": no result within 2.1 s"},
-        {"echo {}", ": {}"},
-        // Neither the arguments nor the environment may contain the key.
-        {"echo \"arguments: $*\"; env", ": arguments: https://[::1]:1/ 100 "},
-    };
-    for (const auto& [script, found] : rows) {
-        SCOPED_TRACE(script);
-        if (!script.empty()) {
-            device.write(helper, fmt::format("#!/bin/sh\n{}\n", script));
+    for (const auto& row : rowsOf(brokenHelpers)) {
+        SCOPED_TRACE(row[0]);
+        if (!row[0].empty()) {
+            device.write(helper, "#!/bin/sh\n" + row[0]);
             fs::permissions(helper, fs::perms::owner_all);
         }
         const Diagnosis diagnosis = examine(device, "0.1");
         EXPECT_EQ(diagnosis.exitCode, 1);
         EXPECT_THAT(diagnosis.checks.at("backend.trust"), StartsWith("failed: "));
         EXPECT_THAT(diagnosis.prevented, HasSubstr(checksFrom("backend.proxy")));
-        EXPECT_THAT(diagnosis.text, HasSubstr(helper.string() + found));
+        EXPECT_THAT(diagnosis.text, HasSubstr(helper.string() + row[1]));
     }
-    // What the real helper prints without connecting, with fields as if it had reached one of two addresses.
-    constexpr const char* connected =
-        "#!/bin/sh\n" QV_PROGRAMS "/Tools/libexec/quorvane-mdm/backend-probe | sed 's/}}$/"
-        R"(,"failedStep":"","addresses":["192.0.2.1","127.0.0.1"],"address":"127.0.0.1")"
-        R"(,"notAfter":4102444800,{}}}/')";
-    const std::string reached = "[::1]:1 accepts connections at 127.0.0.1";
     const auto soon = std::time(nullptr) + (13 * 24 + 1) * 3600;
-    const std::tuple<std::string, const char*, std::string> results[] = {
-        {fmt::format("\"lastError\":{}", ECONNREFUSED), "backend.connect",
-         "warning: " + reached + ", but not at 192.0.2.1 (Connection refused)."},
-        {"\"lastError\":0", "backend.connect",
-         "warning: " + reached + ", but not at 192.0.2.1 (no reply in time)."},
-        {fmt::format("\"lastError\":{}", ENETUNREACH), "backend.connect", "ok: " + reached + "."},
-        {fmt::format("\"lastError\":{}", EADDRNOTAVAIL), "backend.connect", "ok: " + reached + "."},
-        {"\"lastError\":0", "backend.host", "ok: ::1 resolves to 192.0.2.1, 127.0.0.1."},
-        {fmt::format("\"chainEnd\":{}", soon), "backend.dates",
-         "warning: The certificate, or one in its chain, expires in 13 days, on "},
-        {"\"outdatedAuthority\":\"CN=Old\"", "backend.dates",
-         "failed: The certificate of the authority CN=Old has expired or is not valid yet; "},
-    };
-    for (const auto& [fields, check, found] : results) {
-        device.write(helper, fmt::format(fmt::runtime(connected), fields));
-        EXPECT_THAT(examine(device, "1").checks.at(check), StartsWith(found));
+    const std::pair<const char*, std::int64_t> numbers[] = {{"ECONNREFUSED", ECONNREFUSED},
+                                                            {"ENETUNREACH", ENETUNREACH},
+                                                            {"EADDRNOTAVAIL", EADDRNOTAVAIL},
+                                                            {"SOON", soon}};
+    for (auto row : rowsOf(results)) {
+        for (const auto& [name, number] : numbers)
+            boost::replace_all(row[0], name, std::to_string(number));
+        // What the real helper prints without connecting, with fields as if it had reached one of two
+        // addresses.
+        device.write(helper, "#!/bin/sh\n" QV_PROGRAMS
+                             "/Tools/libexec/quorvane-mdm/backend-probe | sed 's/}$/"
+                             R"(,"failedStep":"","addresses":["192.0.2.1","127.0.0.1"],"address":"127.0.0.1")"
+                             R"(,"notAfter":4102444800,)" +
+                                 row[0] + "}/'");
+        EXPECT_THAT(examine(device, "1").checks.at(row[1]), StartsWith(row[2]));
     }
 }
 

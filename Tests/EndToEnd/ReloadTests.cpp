@@ -37,10 +37,8 @@ TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
 /// The shell takes the app's name, but has no handler for the signal.
 TEST_F(RootTest, ReloadFailsIfNoAppCanReload)
 {
-    EXPECT_EQ(rootShell("unshare -pf --mount-proc bash -c '$QVCTL reload 2>&1; "
-                        "echo -n quorvane-mdm > /proc/$$/comm; $QVCTL reload 2>&1; echo $?'"),
-              "qvctl: the app runs for no user\n"
-              "qvctl: an older version, which cannot reload, runs for root; restart it\n69\n");
+    checkAll("", R"(unshare -pf --mount-proc $QVCTL reload 2>&1 | 69 | qvctl: the app runs for no user\n
+unshare -pf --mount-proc bash -c 'echo -n quorvane-mdm > /proc/$$/comm; $QVCTL reload 2>&1; exit $?' | 69 | qvctl: an older version, which cannot reload, runs for root; restart it\n)");
 }
 
 /// This process takes the app's name and lock, but has no handler for the signal, which would end it.

@@ -6,7 +6,6 @@
 #include "Platform/Push/PushServiceState.h"
 #include "Tests/Fakes/Bytes.h"
 #include "Tests/Tools/ConsoleTest.h"
-#include "Tools/qvctl/RequestRehearsal.h"
 
 #include <boost/json.hpp>
 #include <chrono>
@@ -31,18 +30,10 @@ protected:
         standard->set(Core::Constants::StorageKeys::processedNotificationPayloads, bytesOf(history));
         StoreFile shell(paths().shellState());
         Network::storeExchanges(*shell,
-                                {{"mdm.example:443", upload(200)},
+                                {{"mdm.example:443", {.time = {120}, .method = "POST", .statusCode = 200}},
                                  {"other.example:443", {.time = {60}, .method = "GET", .statusCode = 404}}});
         storeOutcomes(*shell, outcomes);
         Push::PushServiceState{Push::PushServiceKind::local, {}}.write(*shell);
-    }
-    [[nodiscard]] Network::ExchangeRecord upload(std::int64_t statusCode, std::int64_t errorCode = 0) const
-    {
-        return {.time = {120},
-                .method = "POST",
-                .pathSegmentCount = Network::pathSegmentCount(Qvctl::uploadAddress(configOf(policy))->url),
-                .statusCode = statusCode,
-                .errorCode = errorCode};
     }
     /// The output without the folder and the age of times.
     [[nodiscard]] std::string comparable(const std::string& text) const

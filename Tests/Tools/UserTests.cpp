@@ -136,10 +136,9 @@ TEST(UserAccountsTest, SelectsAccountsWithAStateFolder)
                                             {"relative", 70004, 0, ""},
                                             // Cannot be looked into; its own process will see.
                                             {"odd", 70005, 0, folder.path("loop")}};
-    std::vector<std::string> names;
-    for (const UserAccount& account : accountsWithState(accounts))
-        names.push_back(account.name);
-    EXPECT_THAT(names, testing::ElementsAre("first", "second", "odd"));
+    const auto isNamed = [](const char* name) { return testing::Field(&UserAccount::name, name); };
+    EXPECT_THAT(accountsWithState(accounts),
+                testing::ElementsAre(isNamed("first"), isNamed("second"), isNamed("odd")));
 }
 
 } // namespace
