@@ -122,12 +122,11 @@ TEST_F(ProgramTest, JSONMembersAreDocumented)
 
 TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
 {
-    std::string policy = R"({"AllowedAppsBundleIdsForSSOExtension": [)";
-    for (int i = 0; i < 2000; ++i)
-        policy += "\"nodot\", ";
-    device.write(device.path("bad.json"), policy + "1]}");
     // More output than fits in a pipe. A full disk is an error, except on standard error.
-    checkAll("set -o pipefail", R"(qvctl config lint $DEVICE/bad.json |head -n 1 | 78
+    checkAll(R"(
+        echo "{\"AllowedAppsBundleIdsForSSOExtension\": [$(yes '"nodot",' | head -n 2000) 1]}" > $DEVICE/bad.json
+        set -o pipefail)",
+             R"(qvctl config lint $DEVICE/bad.json |head -n 1 | 78
 qvctl config lint $DEVICE/bad.json 2>&1 |true | 78
 qvctl doctor --offline |head -n 1 | 1
 qvctl config show 2>&1 |true | 66
@@ -157,10 +156,8 @@ status 'TERM=xterm NO_COLOR=' | 0 | \x07.json:2:1: )");
 
 TEST_F(ProgramTest, BundleIsANewPrivateFile)
 {
-    device.write(device.path("my.json"), "{}");
-    std::filesystem::create_directory(device.path("bundles"));
-    std::filesystem::create_symlink("none.tar.gz", device.path("bundles/link.tar.gz"));
-    checkAll("set -o pipefail; umask 0; cd $DEVICE/bundles",
+    checkAll("set -o pipefail; umask 0; echo '{}' > $DEVICE/my.json; mkdir -p $DEVICE/bundles; "
+             "cd $DEVICE/bundles; ln -sf none.tar.gz link.tar.gz",
              R"(qvctl bundle && stat -c %a qvctl-bundle-*.tar.gz | 0 | \n600\n
 qvctl bundle a.tar.gz | 0 |   stores.json 
 qvctl bundle a.tar.gz | 69 | a.tar.gz exists and is not replaced

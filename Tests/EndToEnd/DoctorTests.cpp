@@ -15,7 +15,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -261,13 +260,13 @@ TEST_F(DoctorTest, ProbeSendsOneRequestWithoutCredentials)
     };
     const auto good = Certificate::good;
     const Case cases[] = {
-        {good, {.status = 499}, "ok: localhost:PORT answers HEAD with status 499 after "},
+        {good, {.status = 499}, "ok: localhost:{} answers HEAD with status 499 after "},
         {good,
          {.status = 302, .headerFields = {{"Location", "/other"}}},
-         "ok: localhost:PORT answers HEAD with status 302 after "},
-        {good, {.status = 500}, "warning: localhost:PORT answers HEAD with status 500 after "},
-        {good, {.ending = TestBackend::Ending::closedBefore}, "failed: localhost:PORT sends no response: "},
-        {good, {.delay = std::chrono::seconds(2)}, "failed: localhost:PORT sends no response within 1 s."},
+         "ok: localhost:{} answers HEAD with status 302 after "},
+        {good, {.status = 500}, "warning: localhost:{} answers HEAD with status 500 after "},
+        {good, {.ending = TestBackend::Ending::closedBefore}, "failed: localhost:{} sends no response: "},
+        {good, {.delay = std::chrono::seconds(2)}, "failed: localhost:{} sends no response within 1 s."},
         {Certificate::expired, {}, "skipped: Not checked; fix backend.dates first.", 0},
     };
     for (const Case& row : cases) {
@@ -276,8 +275,7 @@ TEST_F(DoctorTest, ProbeSendsOneRequestWithoutCredentials)
         backend->setReply("*", row.reply);
         EXPECT_FALSE(examine(device, "1").checks.contains("backend.response"));
         EXPECT_TRUE(backend->takeRequests().empty());
-        const std::string expected =
-            std::regex_replace(row.finding, std::regex("PORT"), std::to_string(port));
+        const std::string expected = fmt::format(fmt::runtime(row.finding), port);
         EXPECT_THAT(examine(device, "1", {"--probe"}).checks.at("backend.response"), StartsWith(expected));
         const auto requests = backend->takeRequests();
         ASSERT_EQ(requests.size(), row.requestCount);

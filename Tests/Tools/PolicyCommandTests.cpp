@@ -51,7 +51,8 @@ protected:
                                     "<date>2026-01-02T03:04:05Z</date><data>/wA=</data><false/>"
                                     "<integer>18446744073709551615</integer></array></dict></plist>");
         folder.write("\xff.json", R"({"SchemaVersion": 1})");
-        folder.write("\x1b[31m.json", R"({"\u001b[31m": 1})");
+        folder.write("\x1b[31m.json",
+                     R"({"\u001b[31m": 1, "AllowedAppsBundleIdsForSSOExtension": ["\u001b"]})");
     }
 };
 
@@ -144,8 +145,9 @@ config lint bad.json none.json | 78 | bad.json:1:13 | none.json: no such file
 config lint half.json | 78 | half.json:2:
 config lint --json bad.json good.json | 78 | {"version":1,"path":"good.json","findings":[]}\n
 config lint --json bad.json | 78 | {"severity":"error","path":"bad.json","key":"api_key","index":null,"line":1,"column":13,
-config lint \e[31m.json | 0 | \x1b[31m.json:1:2: warning: \x1b[31m is not a managed key
-config lint --json \e[31m.json | 0 | "path":"\u001b[31m.json","key":"\u001b[31m"
+config lint \e[31m.json | 78 | \x1b[31m.json:1:2: warning: \x1b[31m is not a managed key
+config lint --json \e[31m.json | 78 | "path":"\u001b[31m.json","key":"\u001b[31m"
+config lint --json \e[31m.json | 78 | "problem":"\"\\x1b\" contains a character other than
 config lint . | 66 |  | is not a regular file
 config lint /dev/zero | 78 | /dev/zero: error
 config lint - | 78 | -: error: the file is empty
