@@ -13,11 +13,6 @@ struct Shell {
     const char* script;
 };
 
-void PrintTo(const Shell& shell, std::ostream* stream)
-{
-    *stream << shell.name;
-}
-
 const Shell shells[] = {
     {"Bash", {"bash", "-c"}, R"(
         for script in $COMPLETIONS/*.bash; do . $script; done

@@ -156,8 +156,9 @@ status 'TERM=xterm NO_COLOR=' | 0 | \x07.json:2:1: )");
 
 TEST_F(ProgramTest, BundleIsANewPrivateFile)
 {
-    checkAll("set -o pipefail; umask 0; echo '{}' > $DEVICE/my.json; mkdir -p $DEVICE/bundles; "
-             "cd $DEVICE/bundles; ln -sf none.tar.gz link.tar.gz",
+    device.write(device.path("my.json"), "{}");
+    checkAll("set -o pipefail; umask 0; mkdir -p $DEVICE/bundles; cd $DEVICE/bundles; "
+             "ln -sf none.tar.gz link.tar.gz",
              R"(qvctl bundle && stat -c %a qvctl-bundle-*.tar.gz | 0 | \n600\n
 qvctl bundle a.tar.gz | 0 |   stores.json 
 qvctl bundle a.tar.gz | 69 | a.tar.gz exists and is not replaced
@@ -257,18 +258,16 @@ TEST_F(ProgramTest, LogReadsTheJournal)
     const std::string two = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general two";
     const std::string forged = "2023-11-14T22:13:22.000Z error com.quorvane.mdm general forged";
     const std::string three = "2023-11-14T22:13:23.000Z info com.quorvane.mdm general three";
-    ASSERT_EQ(lines.size(), 23U) << testing::PrintToString(lines);
-    const std::string object = lines[15];
-    EXPECT_THAT(lines,
+    ASSERT_THAT(lines,
                 ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1", two,
                             "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
-                            "log --since 2023-11-14T22:13:21Z --limit 9", two, "log --since 1d", object,
-                            "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
+                            "log --since 2023-11-14T22:13:21Z --limit 9", two, "log --since 1d",
+                            HasSubstr("{"), "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
                             "[user 0, /usr/bin/logger] " + forged, two + ", then " + three, one, two,
                             HasSubstr("general [5 bytes, hash "),
                             "2023-11-14T22:13:24.000Z info com.quorvane.mdm general <private>"));
     const auto documented = documentedCommands().at("log").members;
-    EXPECT_EQ(membersOf(json::parse(object), documented), documented);
+    EXPECT_EQ(membersOf(json::parse(lines[15]), documented), documented);
 }
 
 } // namespace

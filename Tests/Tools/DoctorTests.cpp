@@ -113,7 +113,6 @@ constexpr const char* diagnoses = R"( | policy.file | ok: DEVICE/managed.json ex
  | push.last | skipped: The app has not recorded any pushes. -> 
  | policy.lastError | ok: The app has not recorded any error of the configuration. -> 
 remove managed.json | policy.file | failed: DEVICE/managed.json does not exist. -> Deliver it
-remove managed.json | policy.values | skipped: Not checked; fix policy.file first.
 remove managed.json, pipe managed.json | policy.file | failed: DEVICE/managed.json is not a regular file. -> Make it a regular file
 mode managed.json 0666 | policy.permissions | failed: DEVICE/managed.json can be written by others (mode 0666), so the app does not trust it. -> Remove that permission (chmod go-w).
 mode managed.json 0666 | policy.syntax | skipped: Not checked; fix policy.permissions first.

@@ -176,12 +176,11 @@ constexpr const char* conditions = R"( | wait --timeout 0 | 75 |  | there is no 
 policy {"device_id":"canary-1"} | wait --timeout 0 | 75 |  | qvctl: no configuration was applied yet; the app is not running\n
  | wait --version 1 --timeout 1.2 | 75 |  | the app is not running; waiting for it\nqvctl: no configuration was applied yet; the app is not running\n
  | wait --uploaded --timeout 0 | 75 |  | no configuration was applied yet
- | status --check applied | 1 | check applied   not met: no configuration was applied yet\n
 policy { | wait --timeout 0 | 78 |  | managed.json:1:2: 
  | status --json | 0 | "state":"malformed","reason":"
  | wait --timeout 1e300 | 78 |  | the policy file cannot be applied: 
  | status --check applied | 1 | check applied   not met: the policy file cannot be applied: 
-policy {"device_id":"canary-1"} | status --check=applied | 1 | not met: no configuration was applied yet\n
+policy {"device_id":"canary-1"} | status --check applied | 1 | check applied   not met: no configuration was applied yet\n
 running | reload | 69 |  | the app cannot be reached: it has just ended, or runs in another container
 snapshot {"device_id":"canary-1"} 2 | wait --timeout 20 | 0 | Version 2 is applied.\n
  | wait --timeout 0 --json | 0 | {"version":1,"isMet":true,"configVersion":2}\n
