@@ -4,9 +4,7 @@
 
 #include <fmt/format.h>
 
-#include <map>
 #include <sstream>
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Platform;
@@ -224,42 +222,45 @@ TEST_F(FragmentTest, ReplaceKeysInByteOrder)
 
 TEST_F(FragmentTest, UnusableFileDropsNoKeys)
 {
-    struct Case {
-        const char* before;
-        const char* expectedBefore;
-        const char* after;
-        const char* expectedAfter;
-        /// Error lines after the change, and what each contains. Equal ones are logged once.
+    struct Step {
+        const char* files;
+        const char* expected;
+        /// Error lines, and what each contains. Equal ones are logged once.
         std::size_t lineCount = 0;
         const char* lines = "";
     };
-    const Case cases[] = {
-        {"a: k1", "k1", "a: !", "k1", 1, "last valid content of this file stays"},
-        {"a: k1", "k1", "a: ! b: k0 l2", "k1 l2", 1, "stays in effect"}, // Others still change.
-        {"b: k1 a: l1", "k1 l1", "b: ! a: l2", "k1 l2", 1, "last valid configuration stays"},
-        {"b: k1", "k1", "b: k2 a: !", "k2", 1, "its keys are not used until"},
-        {"b: k1 a: k2", "k2", "b: k1", "k1"},
-        {"b: k1 a: l2", "k1 l2", "a: l2", "l2"},
-        {"b: k1 a: !", "none", "b: k1 a: l2", "k1 l2"}, // Unusable at the start.
-        {"b: ! a: l1", "none", "a: l1", "l1"},
-        {"a: !", "none", "a: ! b: k1", "none", 1, "no change is applied until"},
-        {"b: k1", "k1", "b: ! a: ! c: !", "k1", 3, "stays in effect|its keys are not used until"},
-        {"b: k1 # a: l1", "none", "b: ! a: l1", "none", 1, "there is no earlier configuration to keep"},
-        {"b: k1 a: l1", "k1 l1", "b: k1 # a: l1", "none", 1, "it counts as missing"},
+    const char* noKeys = "its keys are not used until";
+    const char* noChange = "no change is applied until";
+    const char* noEarlier = "there is no earlier configuration to keep";
+    const std::vector<Step> cases[] = {
+        {{"a: k1", "k1"}, {"a: !", "k1", 1, "last valid content of this file stays"}},
+        {{"a: k1", "k1"}, {"a: ! b: k0 l2", "k1 l2", 1, "stays in effect"}}, // Others still change.
+        {{"b: k1 a: l1", "k1 l1"}, {"b: ! a: l2", "k1 l2", 1, "last valid configuration stays"}},
+        {{"b: k1", "k1"}, {"b: k2 a: !", "k2", 1, noKeys}},
+        {{"b: k1 a: k2", "k2"}, {"b: k1", "k1"}, {"b: k1 a: !", "k1", 1, noKeys}},
+        {{"b: k1 a: l2", "k1 l2"}, {"a: l2", "l2"}, {"b: ! a: l2", "l2", 1, noEarlier}},
+        {{"b: k1 a: !", "none", 1, noChange}, {"b: k1 a: l2", "k1 l2"}}, // Unusable at the start.
+        {{"b: ! a: l1", "none", 1, noEarlier}, {"a: l1", "l1"}},
+        {{"a: !", "none", 1, noChange}, {"a: ! b: k1", "none", 1, noChange}},
+        {{"b: k1", "k1"}, {"b: ! a: ! c: !", "k1", 3, "stays in effect|its keys are not used until"}},
+        {{"b: k1 # a: l1", "none", 1, "it counts as missing"}, {"b: ! a: l1", "none", 1, noEarlier}},
+        {{"b: k1 a: l1", "k1 l1"},
+         {"b: k1 # a: l1", "none", 1, "it counts as missing"},
+         {"b: ! a: l1", "l1", 1, noEarlier}},
+        {{"b: k1 a: l1", "k1 l1"}, {"b: k1 a: l2 #", "k1 l1", 1, "stays in effect"}},
     };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(std::string(row.before) + ", then " + row.after);
-        write(row.before);
+    for (const auto& steps : cases) {
         ManagedPolicyFile fresh(places, log.adapterLog);
-        EXPECT_EQ(text(fresh.dictionary()), row.expectedBefore);
-        log.takeLines();
-        write(row.after);
-        for (int repetition = 0; repetition < 2; ++repetition) {
-            fresh.reload();
-            EXPECT_EQ(text(fresh.dictionary()), row.expectedAfter);
-            const auto lines = log.takeLines();
-            EXPECT_EQ(lines.size(), repetition == 0 ? row.lineCount : 0U);
-            EXPECT_THAT(lines, testing::Each(testing::ContainsRegex(row.lines)));
+        for (const Step& step : steps) {
+            SCOPED_TRACE(std::string(steps.front().files) + ", later " + step.files);
+            write(step.files);
+            for (const bool isRepeated : {false, true}) {
+                fresh.reload();
+                EXPECT_EQ(text(fresh.dictionary()), step.expected);
+                const auto lines = log.takeLines();
+                EXPECT_EQ(lines.size(), isRepeated ? 0U : step.lineCount);
+                EXPECT_THAT(lines, testing::Each(testing::ContainsRegex(step.lines)));
+            }
         }
     }
 }
