@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 
 namespace Fuzzers {
 

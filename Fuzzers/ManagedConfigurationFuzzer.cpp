@@ -7,10 +7,6 @@
 #include "Fuzzers/Fuzzing.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 
-#include <string>
-#include <type_traits>
-#include <vector>
-
 using namespace Core;
 using Fuzzers::require;
 using Platform::PropertyList;

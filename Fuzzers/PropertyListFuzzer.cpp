@@ -5,12 +5,6 @@
 #include "Tests/Fakes/Bytes.h"
 #include "Tools/qvctl/Output.h"
 
-#include <algorithm>
-#include <optional>
-#include <string>
-#include <variant>
-#include <vector>
-
 using namespace Platform::PropertyLists;
 using Fuzzers::isSame, Fuzzers::Numbers, Fuzzers::require;
 
@@ -39,21 +33,19 @@ void requireWithin(const std::vector<std::size_t>& lengths, TextPosition positio
             "a position is inside the document");
 }
 
-struct Refusal {
-    std::string reason;
-    std::optional<TextPosition> position;
-
-    friend bool operator==(const Refusal&, const Refusal&) = default;
-};
-using Reading = std::variant<Refusal, PropertyListDocument>;
-
-Reading read(std::string_view bytes, WithPlaces withPlaces)
+/// Absent after an error.
+std::optional<PropertyListDocument> read(std::string_view bytes, WithPlaces withPlaces)
 {
-    try {
-        return readPropertyList(bytes, withPlaces);
-    } catch (const PropertyListError& error) {
-        return Refusal{error.description(), error.position()};
-    }
+    return Fuzzers::accepted<PropertyListError>([&] {
+        try {
+            return readPropertyList(bytes, withPlaces);
+        } catch (const PropertyListError& error) {
+            Fuzzers::requireNoCanary(error.description());
+            if (error.position())
+                requireWithin(lineLengths(bytes), *error.position());
+            throw;
+        }
+    });
 }
 
 void examinePlaces(const PropertyListDocument& read, const std::vector<std::size_t>& lengths)
@@ -86,36 +78,19 @@ void examineWriters(const PropertyListDocument& read)
             "a value survives writing as JSON");
 }
 
-void examineErrorMessage(std::string_view input)
-{
-    const Reading reading = read(Fuzzers::withCanary(input), WithPlaces::yes);
-    if (const auto* refusal = std::get_if<Refusal>(&reading))
-        Fuzzers::requireNoCanary(refusal->reason);
-}
-
 } // namespace
 
 void Fuzzers::examine(std::string_view input)
 {
-    examineErrorMessage(input);
-    const auto lengths = lineLengths(input);
-    const Reading plain = read(input, WithPlaces::no);
-    const Reading placed = read(input, WithPlaces::yes);
-    if (const auto* refusal = std::get_if<Refusal>(&plain)) {
-        require(!refusal->reason.empty() && !holdsControlCharacter(refusal->reason),
-                "an error has a reason of one line");
-        if (refusal->position)
-            requireWithin(lengths, *refusal->position);
-        require(std::holds_alternative<Refusal>(placed) && std::get<Refusal>(placed) == *refusal,
-                "both reads fail alike");
+    read(withCanary(input), WithPlaces::yes);
+    const auto plain = read(input, WithPlaces::no);
+    const auto placed = read(input, WithPlaces::yes);
+    require(plain.has_value() == placed.has_value(), "both reads fail alike");
+    if (!plain)
         return;
-    }
-    const auto& first = std::get<PropertyListDocument>(plain);
-    const auto* second = std::get_if<PropertyListDocument>(&placed);
-    require(second != nullptr && second->format == first.format &&
-                isSame(first.root, second->root, Numbers::exactly),
+    require(plain->format == placed->format && isSame(plain->root, placed->root, Numbers::exactly),
             "both reads return the same value");
-    require(first.places.byPath.empty(), "positions are collected only on request");
-    examinePlaces(*second, lengths);
-    examineWriters(first);
+    require(plain->places.byPath.empty(), "positions are collected only on request");
+    examinePlaces(*placed, lineLengths(input));
+    examineWriters(*plain);
 }

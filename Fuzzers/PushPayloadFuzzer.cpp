@@ -6,10 +6,6 @@
 #include "PushNotifications/NotificationPayloadProcessor.h"
 
 #include <algorithm>
-#include <any>
-#include <optional>
-#include <string>
-#include <variant>
 
 using Fuzzers::isSame, Fuzzers::Numbers, Fuzzers::require;
 using Platform::PropertyList;
@@ -68,16 +64,16 @@ void examineAccepted(const PropertyList::Dictionary& payload)
 
 void Fuzzers::examine(std::string_view input)
 {
-    const auto withCanary = Platform::Push::readPushPayload(Fuzzers::withCanary(input));
-    if (const auto* refusal = std::get_if<std::string>(&withCanary))
-        requireNoCanary(*refusal);
-    const auto payload = Platform::Push::readPushPayload(input);
-    if (const auto* refusal = std::get_if<std::string>(&payload)) {
-        require(!refusal->empty() && !holdsControlCharacter(*refusal),
-                "a rejection has a reason of one line");
-        return;
+    for (const std::string& text : {std::string(input), withCanary(input)}) {
+        const auto payload = Platform::Push::readPushPayload(text);
+        if (const auto* refusal = std::get_if<std::string>(&payload)) {
+            require(!refusal->empty() && !holdsControlCharacter(*refusal),
+                    "a rejection has a reason of one line");
+            requireNoCanary(*refusal);
+            continue;
+        }
+        require(text.size() <= Platform::Push::maximumPayloadSize,
+                "an accepted payload is within the size limit");
+        examineAccepted(std::get<PropertyList::Dictionary>(payload));
     }
-    require(input.size() <= Platform::Push::maximumPayloadSize,
-            "an accepted payload is within the size limit");
-    examineAccepted(std::get<PropertyList::Dictionary>(payload));
 }

@@ -10,11 +10,6 @@
 
 #include <boost/json.hpp>
 
-#include <algorithm>
-#include <set>
-#include <string>
-#include <vector>
-
 using Fuzzers::require;
 using Platform::PropertyList;
 using Platform::PropertyLists::PropertyListError, Platform::PropertyLists::readPropertyList;
