@@ -1,16 +1,9 @@
 #include "Tests/Trials/DesktopServices.h"
 #include "Tests/Trials/Distributor.h"
-#include "Tests/Trials/TestBed.h"
-#include "Tests/Trials/Trials.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
-#include <chrono>
-#include <csignal>
-#include <memory>
-#include <string>
 #include <sys/resource.h>
-#include <thread>
 
 namespace {
 
@@ -57,11 +50,11 @@ void lowerLimit(TestBed& testBed, decltype(RLIMIT_FSIZE) resource, rlim_t limit)
     const rlimit low{limit, before.rlim_max};
     ::prlimit(process, resource, &low, nullptr);
     testBed.change();
-    // Without descriptors, no push reaches the application.
-    const auto pushed = resource == RLIMIT_NOFILE ? TestBed::Push() : testBed.push();
+    // Without descriptors, it waits to be accepted.
+    auto pushed = std::async(std::launch::async, [&] { return testBed.push(); });
     testBed.application().waitForLine("Configuration updated", 1s);
     ::prlimit(process, resource, &before, nullptr);
-    testBed.requireHealthy(testBed.requireNothingLost(state, pushed));
+    testBed.requireHealthy(testBed.requireNothingLost(state, pushed.get()));
 }
 
 /// An upload is pending when the backend dies, and when the application receives SIGTERM.
@@ -136,16 +129,15 @@ void noPresenter(TestBed& testBed)
 void distributorRestarts(TestBed& testBed)
 {
     Distributor distributor(testBed);
-    distributor.installService();
+    distributor.setActivatable(true);
     distributor.registerApplication();
-    testBed.requireWithLog(distributor.restart(), "the bus cannot start the app");
-
+    distributor.restart();
     testBed.end();
-    testBed.requireWithLog(distributor.restart(), "the bus cannot start the app that has ended");
+    distributor.restart();
     testBed.requireWithLog(deliver(distributor, "to the started app").isAcknowledged(),
                            "started by the bus, the application did not acknowledge a push");
-    distributor.removeService();
-    testBed.requireWithLog(!distributor.restart(), "the stand-in knows an app that the bus cannot start");
+    distributor.setActivatable(false);
+    distributor.restart();
     const auto ending = testBed.device().startShell(
         "process=$($QVCTL status --json | grep -o '\"processId\": *[0-9]*' | grep -o '[0-9]*$') && "
         "kill $process && tail --pid=$process -f /dev/null");
@@ -154,22 +146,9 @@ void distributorRestarts(TestBed& testBed)
     testBed.expectLine("Configuration manager initialized");
 }
 
-/// The session bus dies while a registration is pending.
-void busDies(TestBed& testBed)
-{
-    testBed.end();
-    Distributor distributor(testBed, Distributor::Behavior::silent);
-    testBed.start({"--push", "auto"});
-    distributor.expectRegistration();
-    const StoredState state = testBed.device().inspect();
-    distributor.killBus();
-    testBed.change();
-    testBed.expectLine("Configuration updated");
-    testBed.requireNothingLost(state);
-}
-
-/// The notification server and the portal run but never reply.
-void busIsSilent(TestBed& testBed)
+/// The distributor, the notification server and the portal run but never reply. Then the bus dies, while the
+/// registration is pending.
+void busIsSilentAndDies(TestBed& testBed)
 {
     testBed.end();
     Distributor distributor(testBed, Distributor::Behavior::silent);
@@ -180,18 +159,19 @@ void busIsSilent(TestBed& testBed)
     testBed.start({"--push", "auto"});
     testBed.expectLine("Configuration manager initialized", timeout);
     distributor.expectRegistration(); // The dashboard has appeared.
-    const StoredState state = testBed.device().inspect();
-    testBed.change();
-    testBed.expectLine("Configuration updated", timeout);
-    testBed.requireNothingLost(state);
+    StoredState state = testBed.device().inspect();
+    for (const bool isDead : {false, true}) {
+        if (isDead) {
+            distributor.killBus();
+            testBed.expectLine("The connection to the session bus is lost");
+        }
+        testBed.change();
+        testBed.expectLine("Configuration updated", timeout);
+        state = testBed.requireNothingLost(state);
+    }
 }
 
-struct Disturbance {
-    const char* name;
-    void (*run)(TestBed&);
-};
-
-constexpr Disturbance disturbances[] = {
+constexpr std::pair<const char*, void (*)(TestBed&)> disturbances[] = {
     {"the clock jumps by up to 260 years", clockJumps},
     {"another process locks the suite", lockedStore},
     {"another process locks the history", lockedHistory},
@@ -201,22 +181,15 @@ constexpr Disturbance disturbances[] = {
     {"files may not grow", [](TestBed& testBed) { lowerLimit(testBed, RLIMIT_FSIZE, 1); }},
     {"the backend dies during an upload", backendDies},
     {"the distributor restarts", distributorRestarts},
-    {"the session bus dies during a call", busDies},
-    {"no service on the session bus replies", busIsSilent},
+    {"the session bus is silent, then dies", busIsSilentAndDies},
 };
 
 } // namespace
 
 void disturbanceTrial(const TrialPrograms& programs)
 {
-    for (const Disturbance& disturbance : disturbances) {
-        TestBed testBed(programs);
-        try {
-            disturbance.run(testBed);
-            testBed.end();
-        } catch (const Violation& violation) {
-            throw Violation(fmt::format("{}: {}", disturbance.name, violation.what()));
-        }
-        fmt::print("{:<50} passed\n", disturbance.name);
+    for (const auto& [name, disturb] : disturbances) {
+        onTestBed(programs, name, disturb);
+        fmt::print("{:<50} passed\n", name);
     }
 }

@@ -1,8 +1,6 @@
 #include "Tests/Trials/TestBed.h"
-#include "Tests/Trials/Trials.h"
 
 #include <cerrno>
-#include <chrono>
 
 namespace {
 
@@ -68,14 +66,10 @@ void failAtStart(TestBed& testBed, const FileFault& fault)
 void faultTrial(const TrialPrograms& programs, int depth)
 {
     for (const FileFault& fault : fileFaults) {
-        TestBed testBed(programs);
-        try {
+        onTestBed(programs, fault.name, [&](TestBed& testBed) {
             failWhileRunning(testBed, fault, depth);
             if (fault.kind == Kind::fromThenOn)
                 failAtStart(testBed, fault);
-            testBed.end();
-        } catch (const Violation& violation) {
-            throw Violation(fmt::format("{}: {}", fault.name, violation.what()));
-        }
+        });
     }
 }

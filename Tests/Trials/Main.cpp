@@ -1,14 +1,12 @@
 // Stress tests of the real programs: injects faults, cuts the power, runs them for long, and searches their
 // output for secrets. Exits with 1 if a requirement is not met.
 
-#include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cstdio>
-#include <functional>
 #include <random>
 
 int main(int argc, char** argv)

@@ -1,6 +1,21 @@
 #pragma once
 
+#include <fmt/format.h>
+
 #include <filesystem>
+#include <stdexcept>
+
+/// A requirement of a trial is not met.
+class Violation : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+template <typename... Arguments>
+void require(bool isTrue, fmt::format_string<Arguments...> what, Arguments&&... arguments)
+{
+    if (!isTrue)
+        throw Violation(fmt::format(what, std::forward<Arguments>(arguments)...));
+}
 
 struct TrialPrograms {
     /// The build folder.
