@@ -1,27 +1,19 @@
 #include "Platform/Linux/Files/PolicyFragments.h"
-#include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
-#include "Tests/Trials/TrialDevice.h"
 #include "Tests/Trials/Trials.h"
 
 #include <cerrno>
-#include <chrono>
-#include <cstdint>
-#include <fcntl.h>
 #include <future>
 #include <sched.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 using Platform::Linux::Files::PolicyFileReading;
-using Platform::Storage::FileDescriptor;
 
 constexpr uid_t victim = 12345;
 constexpr uid_t attacker = 12346;
@@ -46,35 +38,6 @@ std::vector<PolicyFileReading> readings(const fs::path& path)
     if (folder.state != PolicyFileReading::State::good)
         files.push_back(folder);
     return files;
-}
-
-struct Figures {
-    std::uint64_t readCount = 0;
-    /// Files found.
-    std::uint64_t foundCount = 0;
-    std::uint64_t acceptedCount = 0;
-};
-
-/// Reads the policy repeatedly, like the application.
-Figures readFor(const fs::path& file, std::chrono::duration<double> time)
-{
-    Figures figures;
-    const auto end = std::chrono::steady_clock::now() + time;
-    while (std::chrono::steady_clock::now() < end) {
-        ++figures.readCount;
-        for (const PolicyFileReading& reading : readings(file)) {
-            figures.foundCount += reading.state != PolicyFileReading::State::missing ? 1U : 0U;
-            figures.acceptedCount += reading.state == PolicyFileReading::State::good ? 1U : 0U;
-        }
-    }
-    return figures;
-}
-
-void writePolicy(const fs::path& file)
-{
-    constexpr std::string_view policy = R"({"base_domain": "attacker.example"})";
-    const FileDescriptor descriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    static_cast<void>(::write(descriptor.get(), policy.data(), policy.size()) < 0);
 }
 
 /// An attack in a folder where all users can create files, such as /tmp: makes an own file or folder appear
@@ -110,8 +73,8 @@ void repeatAttack(const Attack& attack, const fs::path& shared, const std::stop_
     ::unshare(CLONE_FS); // The other threads keep their current folder.
     becomeUser(attacker);
     fs::current_path(shared);
-    ::mkdir("my", 0755);
-    writePolicy(attack.own);
+    fs::create_directory("my");
+    std::ofstream(attack.own) << R"({"base_domain": "attacker.example"})";
     while (!isStopping.stop_requested()) {
         [[maybe_unused]] const int made = attack.make(attack.target, attack.place);
         if (attack.make == ::rename)
@@ -121,7 +84,9 @@ void repeatAttack(const Attack& attack, const fs::path& shared, const std::stop_
     }
 }
 
-Figures run(const Attack& attack, std::chrono::duration<double> time)
+/// Lets the victim read the policy repeatedly, like the application, during the attack. Returns the number of
+/// policies that were accepted.
+std::uint64_t acceptedCount(const Attack& attack, std::chrono::duration<double> time)
 {
     const TemporaryFolder folder;
     fs::permissions(folder.path(), fs::perms(0755));
@@ -129,14 +94,25 @@ Figures run(const Attack& attack, std::chrono::duration<double> time)
     fs::create_directories(shared / "open/managed.d");
     for (const fs::path& open : {shared, shared / "open/managed.d"})
         fs::permissions(open, fs::perms(01777));
+    std::uint64_t readCount = 0;
+    std::uint64_t foundCount = 0;
+    std::uint64_t acceptedCount = 0;
     const std::jthread attacking(
         [&](const std::stop_token& isStopping) { repeatAttack(attack, shared, isStopping); });
-    return std::async(std::launch::async,
-                      [&] {
-                          becomeUser(victim);
-                          return readFor(shared / attack.policy, time);
-                      })
-        .get();
+    const auto end = std::chrono::steady_clock::now() + time;
+    std::async(std::launch::async, [&] {
+        becomeUser(victim);
+        for (; std::chrono::steady_clock::now() < end; ++readCount) {
+            for (const PolicyFileReading& reading : readings(shared / attack.policy)) {
+                foundCount += reading.state != PolicyFileReading::State::missing ? 1U : 0U;
+                acceptedCount += reading.state == PolicyFileReading::State::good ? 1U : 0U;
+            }
+        }
+    }).get();
+    fmt::print("{:<45} {:>8} reads, {:>7} found it, {:>6} accepted it\n", attack.name, readCount, foundCount,
+               acceptedCount);
+    require(foundCount > 0, "the attacker's file was never found");
+    return acceptedCount;
 }
 
 } // namespace
@@ -147,13 +123,8 @@ void attackerTrial(double seconds)
         fmt::print("Skipped: needs root to run as two users.\n");
         return;
     }
-    std::uint64_t acceptedCount = 0;
-    for (const Attack& attack : attacks) {
-        const Figures figures = run(attack, std::chrono::duration<double>(seconds) / std::size(attacks));
-        fmt::print("{:<45} {:>8} reads, {:>7} found it, {:>6} accepted it\n", attack.name, figures.readCount,
-                   figures.foundCount, figures.acceptedCount);
-        require(figures.foundCount > 0, "the attacker's file was never found");
-        acceptedCount += figures.acceptedCount;
-    }
-    require(acceptedCount == 0, "an attacker's policy was accepted");
+    std::uint64_t total = 0;
+    for (const Attack& attack : attacks)
+        total += acceptedCount(attack, std::chrono::duration<double>(seconds) / std::size(attacks));
+    require(total == 0, "an attacker's policy was accepted");
 }
