@@ -1,8 +1,6 @@
 #include "Tests/Trials/RecordedDisk.h"
 
-#include "Tests/Trials/TrialDevice.h"
-
-#include <algorithm>
+#include "Tests/Trials/Trials.h"
 
 namespace fs = std::filesystem;
 using Kind = FileRecord::Kind;
@@ -13,11 +11,6 @@ namespace {
 constexpr const char* recordedFolders[] = {"data", "policy"};
 constexpr std::size_t sectorBytes = 512;
 
-bool changesFolder(Kind kind)
-{
-    return kind != Kind::write && kind != Kind::truncate && kind != Kind::synchronize;
-}
-
 /// Whether a file is meaningless after a power cut: the index of a write-ahead log, or a file of the runtime
 /// folder.
 bool isVolatile(std::string_view path)
@@ -25,46 +18,9 @@ bool isVolatile(std::string_view path)
     return path.ends_with("-shm") || path.find("/run/") != std::string_view::npos;
 }
 
-/// Honors all synchronizations.
-bool everything(std::string_view /*path*/)
-{
-    return true;
-}
-
-/// How much of a file's or folder's unsynchronized changes the disk holds.
-enum class Share { nothing, everything, something };
-
 bool flip(Random& random)
 {
     return std::uniform_int_distribution(0, 1)(random) == 1;
-}
-
-/// Applies the change of a file's content, or only random sectors of it.
-void applyTo(std::string& bytes, const FileRecord& record, std::string_view data, Random* tearing)
-{
-    if (record.kind == Kind::truncate) {
-        bytes.resize(record.offset);
-        return;
-    }
-    for (std::size_t begin = 0; begin < data.size();) {
-        const std::size_t offset = record.offset + begin;
-        const std::size_t count = std::min(data.size() - begin, sectorBytes - offset % sectorBytes);
-        if (tearing == nullptr || flip(*tearing)) {
-            bytes.resize(std::max(bytes.size(), offset + count));
-            bytes.replace(offset, count, data, begin, count);
-        }
-        begin += count;
-    }
-}
-
-void applyTo(std::map<std::string, std::size_t>& entries, const FileRecord& record, const std::string& path,
-             const std::string& newPath, std::size_t node)
-{
-    const std::string name = fs::path(path).filename();
-    if (record.kind == Kind::rename || record.kind == Kind::remove)
-        entries.erase(name);
-    if (record.kind != Kind::remove)
-        entries[record.kind == Kind::rename ? fs::path(newPath).filename().string() : name] = node;
 }
 
 FileTree readFiles(const ThrowawayDevice& device)
@@ -76,7 +32,7 @@ FileTree readFiles(const ThrowawayDevice& device)
         files[folder] = std::nullopt;
         for (const auto& entry : fs::recursive_directory_iterator(device.path(folder.native()))) {
             if (!isVolatile(entry.path().native()))
-                files[folder / entry.path().lexically_relative(device.path(folder.native()))] =
+                files[entry.path().lexically_relative(device.path(""))] =
                     entry.is_directory() ? std::nullopt : std::optional(ThrowawayDevice::read(entry.path()));
         }
     }
@@ -98,21 +54,184 @@ void replaceFiles(const ThrowawayDevice& device, const FileTree& files)
     }
 }
 
-std::size_t RecordedDisk::Disk::add(const std::string& path, bool isFolder)
-{
-    nodes.push_back({.isFolder = isFolder, .bytes = {}, .entries = {}, .pending = {}});
-    return names[path] = nodes.size() - 1;
-}
-
-RecordedDisk::RecordedDisk(ThrowawayDevice& device, fs::path file) : m_device(device), m_file(std::move(file))
-{
-    m_begin.add(device.path("data").parent_path(), true);
-    for (const auto& [relative, content] : readFiles(device)) {
-        const fs::path path = device.path(relative);
-        const std::size_t node = m_begin.add(path, !content);
-        m_begin.nodes[node].bytes = content.value_or("");
-        m_begin.nodes[m_begin.names.at(path.parent_path())].entries[path.filename()] = node;
+/// The files and folders on the disk, with the changes that a power cut may undo.
+class RecordedDisk::Disk {
+public:
+    /// `root` is the device's folder, to which the paths of `files` are relative.
+    Disk(const fs::path& root, const FileTree& files)
+    {
+        add(root, true);
+        for (const auto& [relative, content] : files) {
+            const fs::path path = root / relative;
+            const std::size_t node = add(path, !content);
+            m_nodes[node].bytes = content.value_or("");
+            m_nodes[m_names.at(path.parent_path())].entries[path.filename()] = node;
+        }
     }
+
+    void apply(const Record& record, const Honors& honors)
+    {
+        if (record.kind != Kind::write && record.kind != Kind::truncate && record.kind != Kind::synchronize) {
+            applyEntry(record);
+            return;
+        }
+        const auto found = m_names.find(record.path);
+        if (found == m_names.end())
+            return;
+        Node& node = m_nodes[found->second];
+        if (record.kind != Kind::synchronize)
+            node.pending.push_back({&record, 0});
+        else if (!honors || honors(std::string_view(record.path).substr(m_names.begin()->first.size())))
+            node.synchronize(record.offset);
+    }
+
+    /// Drops the `number`th loss; false if there are fewer.
+    bool lose(std::size_t number)
+    {
+        for (Node& node : m_nodes) {
+            const std::size_t count =
+                node.isFolder ? node.pending.size() : std::min(node.pending.size(), std::size_t(1));
+            if (number < count) {
+                const auto begin = node.pending.begin() + static_cast<std::ptrdiff_t>(number);
+                node.pending.erase(begin, node.isFolder ? begin + 1 : node.pending.end());
+                return true;
+            }
+            number -= count;
+        }
+        return false;
+    }
+
+    /// Returns all files after a cut. With null, no change is lost.
+    [[nodiscard]] FileTree files(Random* random) const
+    {
+        FileTree files;
+        collect(files, "", 0, random);
+        return files;
+    }
+
+private:
+    struct Change {
+        const Record* record;
+        /// The created or renamed file or folder.
+        std::size_t node;
+    };
+    struct Node {
+        bool isFolder = false;
+        std::string bytes;
+        std::map<std::string, std::size_t> entries;
+        std::vector<Change> pending;
+
+        /// Applies the change, or only random sectors of it.
+        void apply(const Change& change, Random* tearing = nullptr)
+        {
+            const Record& record = *change.record;
+            const auto nameOf = [](const fs::path& path) { return path.filename().string(); };
+            if (record.kind == Kind::truncate)
+                bytes.resize(record.offset);
+            else if (record.kind == Kind::write)
+                write(record, tearing);
+            else
+                entries.erase(nameOf(record.path));
+            if (record.kind == Kind::createFile || record.kind == Kind::createFolder)
+                entries[nameOf(record.path)] = change.node;
+            else if (record.kind == Kind::rename)
+                entries[nameOf(record.bytes)] = change.node;
+        }
+        void write(const Record& record, Random* tearing)
+        {
+            for (std::size_t begin = 0; begin < record.byteCount;) {
+                const std::size_t offset = record.offset + begin;
+                const std::size_t count =
+                    std::min(record.byteCount - begin, sectorBytes - offset % sectorBytes);
+                if (tearing == nullptr || flip(*tearing)) {
+                    bytes.resize(std::max(bytes.size(), offset + count));
+                    bytes.replace(offset, count, record.bytes, begin, count);
+                }
+                begin += count;
+            }
+        }
+        /// Makes certain what was recorded before `position`.
+        void synchronize(std::uint64_t position)
+        {
+            std::erase_if(pending, [&](const Change& change) {
+                const bool isBefore = change.record->end <= position;
+                if (isBefore)
+                    apply(change);
+                return isBefore;
+            });
+        }
+    };
+
+    std::size_t add(const std::string& path, bool isFolder)
+    {
+        m_nodes.push_back({.isFolder = isFolder, .bytes = {}, .entries = {}, .pending = {}});
+        return m_names[path] = m_nodes.size() - 1;
+    }
+
+    void applyEntry(const Record& record)
+    {
+        const auto parent = m_names.find(fs::path(record.path).parent_path());
+        if (isVolatile(record.path) || parent == m_names.end())
+            return;
+        const std::size_t folder = parent->second;
+        std::size_t node = 0;
+        if (record.kind == Kind::createFile || record.kind == Kind::createFolder) {
+            node = add(record.path, record.kind == Kind::createFolder);
+        } else {
+            const auto name = m_names.find(record.path);
+            require(name != m_names.end(), "{} was created without a record", record.path);
+            node = name->second;
+            m_names.erase(name);
+        }
+        if (record.kind == Kind::rename) {
+            require(fs::path(record.bytes).parent_path() == fs::path(record.path).parent_path(),
+                    "{} was moved to another folder", record.path);
+            m_names[record.bytes] = node;
+        }
+        m_nodes[folder].pending.push_back({&record, node});
+    }
+
+    void collect(FileTree& files, const std::string& path, std::size_t index, Random* random) const
+    {
+        Node node = m_nodes[index];
+        // Of the changes that are not synchronized, the disk holds none, half or all.
+        std::bernoulli_distribution share(
+            random != nullptr ? std::uniform_int_distribution(0, 2)(*random) / 2.0 : 1);
+        const auto isHeld = [&] { return random == nullptr || share(*random); };
+        std::size_t size = node.bytes.size();
+        for (const Change& change : m_nodes[index].pending) {
+            const Record& record = *change.record;
+            if (!node.isFolder)
+                size = record.kind == Kind::truncate ? record.offset
+                                                     : std::max(size, record.offset + record.byteCount);
+            if (isHeld())
+                node.apply(change);
+            else if (!node.isFolder && isHeld())
+                node.apply(change, random);
+        }
+        if (node.isFolder) {
+            if (index != 0)
+                files[path] = std::nullopt;
+            for (const auto& [name, entry] : node.entries)
+                collect(files, path.empty() ? name : path + "/" + name, entry, random);
+            return;
+        }
+        if (node.bytes.size() < size && random != nullptr && flip(*random))
+            node.bytes.resize(size);
+        // An index may be left behind, with any content.
+        if (path.ends_with(".sqlite") && random != nullptr && flip(*random))
+            files[path + "-shm"] = std::string(1 << 15, static_cast<char>((*random)()));
+        files[path] = std::move(node.bytes);
+    }
+
+    /// The first is the device's folder.
+    std::vector<Node> m_nodes;
+    std::map<std::string, std::size_t> m_names;
+};
+
+RecordedDisk::RecordedDisk(ThrowawayDevice& device, fs::path file)
+    : m_device(device), m_file(std::move(file)), m_before(readFiles(device))
+{
     device.write(m_file, "");
     device.setEnvironment(FileRecord::fileVariable, m_file);
 }
@@ -130,8 +249,7 @@ void RecordedDisk::end()
         record.end = begin;
         m_positions.push_back(begin);
     }
-    FileTree recorded;
-    diskAt(bytes.size(), everything).collect(recorded, "", 0, nullptr);
+    const FileTree recorded = diskAt(bytes.size()).files(nullptr);
     const FileTree present = readFiles(m_device);
     const auto [left, right] =
         std::mismatch(recorded.begin(), recorded.end(), present.begin(), present.end());
@@ -141,7 +259,7 @@ void RecordedDisk::end()
 
 RecordedDisk::Disk RecordedDisk::diskAt(std::uint64_t position, const Honors& honors) const
 {
-    Disk disk = m_begin;
+    Disk disk(m_device.path("data").parent_path(), m_before);
     for (const Record& record : m_records) {
         if (record.end > position)
             break;
@@ -150,101 +268,9 @@ RecordedDisk::Disk RecordedDisk::diskAt(std::uint64_t position, const Honors& ho
     return disk;
 }
 
-void RecordedDisk::Disk::apply(const Record& record, const Honors& honors)
-{
-    if (changesFolder(record.kind)) {
-        applyEntry(record);
-        return;
-    }
-    const auto found = names.find(record.path);
-    if (found == names.end())
-        return;
-    Node& node = nodes[found->second];
-    if (record.kind != Kind::synchronize)
-        node.pending.push_back({&record, 0});
-    else if (honors(std::string_view(record.path).substr(names.begin()->first.size())))
-        node.synchronize(record.offset);
-}
-
-void RecordedDisk::Node::synchronize(std::uint64_t position)
-{
-    const auto end = std::stable_partition(
-        pending.begin(), pending.end(), [&](const Change& change) { return change.record->end <= position; });
-    for (auto change = pending.begin(); change != end; ++change) {
-        if (isFolder)
-            applyTo(entries, *change->record, change->record->path, change->record->bytes, change->node);
-        else
-            applyTo(bytes, *change->record, change->record->bytes, nullptr);
-    }
-    pending.erase(pending.begin(), end);
-}
-
-void RecordedDisk::Disk::applyEntry(const Record& record)
-{
-    const auto parent = names.find(fs::path(record.path).parent_path());
-    if (isVolatile(record.path) || parent == names.end())
-        return;
-    const std::size_t folder = parent->second;
-    std::size_t node = 0;
-    if (record.kind == Kind::createFile || record.kind == Kind::createFolder) {
-        node = add(record.path, record.kind == Kind::createFolder);
-    } else {
-        const auto name = names.find(record.path);
-        require(name != names.end(), "{} was created without a record", record.path);
-        node = name->second;
-        names.erase(name);
-    }
-    if (record.kind == Kind::rename) {
-        require(names.find(fs::path(record.bytes).parent_path()) ==
-                    names.find(fs::path(record.path).parent_path()),
-                "{} was moved to another folder", record.path);
-        names[record.bytes] = node;
-    }
-    nodes[folder].pending.push_back({&record, node});
-}
-
-void RecordedDisk::Disk::collect(FileTree& files, const std::string& path, std::size_t index,
-                                 Random* random) const
-{
-    const Node& node = nodes[index];
-    const auto share =
-        random != nullptr ? Share(std::uniform_int_distribution(0, 2)(*random)) : Share::everything;
-    std::string bytes = node.bytes;
-    std::size_t size = bytes.size();
-    auto entries = node.entries;
-    for (const Change& change : node.pending) {
-        const Record* const record = change.record;
-        const bool isWhole = share == Share::everything || (share == Share::something && flip(*random));
-        if (node.isFolder) {
-            if (isWhole)
-                applyTo(entries, *record, record->path, record->bytes, change.node);
-            continue;
-        }
-        size = record->kind == Kind::truncate ? record->offset
-                                              : std::max(size, record->offset + record->byteCount);
-        if (isWhole || (share == Share::something && flip(*random)))
-            applyTo(bytes, *record, record->bytes, isWhole ? nullptr : random);
-    }
-    if (!node.isFolder) {
-        if (bytes.size() < size && random != nullptr && flip(*random))
-            bytes.resize(size);
-        // An index may be left behind, with any content.
-        if (path.ends_with(".sqlite") && random != nullptr && flip(*random))
-            files[path + "-shm"] = std::string(1 << 15, static_cast<char>((*random)()));
-        files[path] = std::move(bytes);
-        return;
-    }
-    if (index != 0)
-        files[path] = std::nullopt;
-    for (const auto& [name, entry] : entries)
-        collect(files, path.empty() ? name : path + "/" + name, entry, random);
-}
-
 FileTree RecordedDisk::filesAfterCut(std::uint64_t position, Random& random) const
 {
-    FileTree files;
-    diskAt(position, everything).collect(files, "", 0, &random);
-    return files;
+    return diskAt(position).files(&random);
 }
 
 std::optional<FileTree> RecordedDisk::filesAfterLoss(std::uint64_t position, std::size_t number,
@@ -253,22 +279,5 @@ std::optional<FileTree> RecordedDisk::filesAfterLoss(std::uint64_t position, std
     Disk disk = diskAt(position, honors);
     if (number > 0 && !disk.lose(number - 1))
         return std::nullopt;
-    FileTree files;
-    disk.collect(files, "", 0, nullptr);
-    return files;
-}
-
-bool RecordedDisk::Disk::lose(std::size_t number)
-{
-    for (Node& node : nodes) {
-        const std::size_t count =
-            node.isFolder ? node.pending.size() : std::min(node.pending.size(), std::size_t(1));
-        if (number < count) {
-            const auto begin = node.pending.begin() + static_cast<std::ptrdiff_t>(number);
-            node.pending.erase(begin, node.isFolder ? begin + 1 : node.pending.end());
-            return true;
-        }
-        number -= count;
-    }
-    return false;
+    return disk.files(nullptr);
 }

@@ -3,7 +3,6 @@
 #include "Tests/Trials/FileRecord.h"
 #include "Tools/Tour/ThrowawayDevice.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -11,7 +10,6 @@
 #include <optional>
 #include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
 /// The policy and state folders of a device: relative paths and contents. Folders have no content.
@@ -39,7 +37,7 @@ public:
     [[nodiscard]] const std::vector<std::uint64_t>& positions() const { return m_positions; }
     /// Returns what the disk may hold after a cut at `position`.
     [[nodiscard]] FileTree filesAfterCut(std::uint64_t position, std::mt19937& random) const;
-    /// Returns whether a synchronization, by path relative to the device, takes place.
+    /// Returns whether a synchronization, by path relative to the device, takes place. Null: each does.
     using Honors = std::function<bool(std::string_view path)>;
     /// Returns what the disk holds after a cut at `position` with the `number`th loss: 0 stands for none, as
     /// after a kill of the programs; each other one loses one change of a folder, or all changes of a file,
@@ -53,40 +51,14 @@ private:
         std::string bytes;
         std::uint64_t end = 0;
     };
-    struct Change {
-        const Record* record;
-        /// The created or renamed file or folder.
-        std::size_t node;
-    };
-    /// A file or folder: what is certain to be on the disk, and what is not.
-    struct Node {
-        bool isFolder = false;
-        std::string bytes;
-        std::map<std::string, std::size_t> entries;
-        std::vector<Change> pending;
+    class Disk;
 
-        /// Makes certain what was recorded before `position`.
-        void synchronize(std::uint64_t position);
-    };
-    struct Disk {
-        /// The first is the device's folder.
-        std::vector<Node> nodes;
-        std::map<std::string, std::size_t> names;
-
-        std::size_t add(const std::string& path, bool isFolder);
-        void apply(const Record& record, const Honors& honors);
-        void applyEntry(const Record& record);
-        /// Drops the `number`th loss; false if there are fewer.
-        bool lose(std::size_t number);
-        /// With null, all changes are kept.
-        void collect(FileTree& files, const std::string& path, std::size_t node, std::mt19937* random) const;
-    };
-
-    [[nodiscard]] Disk diskAt(std::uint64_t position, const Honors& honors) const;
+    [[nodiscard]] Disk diskAt(std::uint64_t position, const Honors& honors = {}) const;
 
     ThrowawayDevice& m_device;
     const std::filesystem::path m_file;
-    Disk m_begin;
+    /// The files when the recording began.
+    const FileTree m_before;
     std::vector<Record> m_records;
     std::vector<std::uint64_t> m_positions;
 };
