@@ -1,29 +1,16 @@
 #include "Platform/Linux/LocalPushService.h"
-#include "Platform/Storage/FileDescriptor.h"
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tests/Platform/Linux/IsolatedProcess.h"
-#include "Tests/Trials/StoreFile.h"
 #include "Tests/Trials/TrialDevice.h"
-#include "Tests/Trials/Trials.h"
 
 #include <array>
-#include <csignal>
-#include <filesystem>
-#include <iterator>
-#include <memory>
+#include <future>
 #include <regex>
-#include <set>
-#include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using Platform::Storage::FileDescriptor;
 
 constexpr const char* apiKey = "canary-key-7d1f";
 constexpr const char* wrongKey = "canary-wrong-90b2";
@@ -31,47 +18,32 @@ constexpr const char* payload =
     R"({"aps": {"alert": {"title": "canary-title-51ce", "body": "canary-body-e0a4"}, "content-available": 1},
         "canary-member": "canary-value-3b88"})";
 
-/// A journal in a private /run that stores all entries.
+/// Receives the entries for the journal.
 class Journal {
 public:
-    /// Returns null unless this process is root, and may create a private /run. Call it before starting
-    /// another thread. A user could have one only in a user namespace, where the app rejects the folders of
-    /// root.
-    static std::unique_ptr<Journal> make()
-    {
-        if (::geteuid() != 0 || !isolate(CLONE_NEWNS) || ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
-            return nullptr;
-        fs::create_directories("/run/systemd/journal");
-        FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
-        if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-            return nullptr;
-        return std::make_unique<Journal>(std::move(socket));
-    }
-
-    explicit Journal(FileDescriptor socket)
-        : m_socket(std::move(socket)), m_thread([this] {
-              std::array<char, 65536> entry;
-              // Ends when the socket is shut down. Senders block while the queue is full, so nothing is lost.
-              for (ssize_t size = 0; (size = ::recv(m_socket.get(), entry.data(), entry.size(), 0)) > 0;)
-                  m_entries.append(entry.data(), static_cast<std::size_t>(size)) += '\n';
-          })
-    {}
-    ~Journal() { end(); }
+    explicit Journal(int socket) : m_socket(socket) {}
+    ~Journal() { ::shutdown(m_socket, SHUT_RDWR); }
 
     /// Stops receiving and returns all entries.
-    const std::string& end()
+    std::string end()
     {
-        ::shutdown(m_socket.get(), SHUT_RDWR);
-        if (m_thread.joinable())
-            m_thread.join();
-        return m_entries;
+        ::shutdown(m_socket, SHUT_RDWR);
+        return m_entries.get();
     }
 
 private:
-    const FileDescriptor m_socket;
-    std::string m_entries;
-    std::thread m_thread;
+    std::string receive() const
+    {
+        std::string entries;
+        std::array<char, 65536> entry;
+        // Ends when the socket is shut down. Senders block while the queue is full, so nothing is lost.
+        for (ssize_t size = 0; (size = ::recv(m_socket, entry.data(), entry.size(), 0)) > 0;)
+            entries.append(entry.data(), static_cast<std::size_t>(size)) += '\n';
+        return entries;
+    }
+
+    const int m_socket;
+    std::future<std::string> m_entries = std::async(std::launch::async, &Journal::receive, this);
 };
 
 /// The secrets to search for.
@@ -169,25 +141,23 @@ void runCommands(const TrialDevice& device, const Canaries& canaries)
     device.write(device.path("odd.json"),
                  fmt::format(R"({{"api_key": ["{}"], "ApiKey": "{}", "device_id": 5}})", apiKey, wrongKey));
     device.write(device.path("payload.json"), payload);
-    const char* commands[] = {
-        "status",
-        "snapshot",
-        "notifications",
-        "doctor",
-        "log",
-        "config show",
-        "config explain",
-        "config lint $DEVICE/good.json",
-        "config lint $DEVICE/bad.json",
-        "config lint $DEVICE/odd.json",
-        "config explain $DEVICE/odd.json",
-        "config set $DEVICE/bad.json",
-        "config set $DEVICE/good.json",
-        "config show",
-        "config schema",
-        "push $DEVICE/payload.json",
-        "privacy grant notifications",
-    };
+    const char* commands[] = {"status",
+                              "snapshot",
+                              "notifications",
+                              "doctor",
+                              "log",
+                              "config show",
+                              "config explain",
+                              "config lint $DEVICE/good.json",
+                              "config lint $DEVICE/bad.json",
+                              "config lint $DEVICE/odd.json",
+                              "config explain $DEVICE/odd.json",
+                              "config set $DEVICE/bad.json",
+                              "config set $DEVICE/good.json",
+                              "config show",
+                              "config schema",
+                              "push $DEVICE/payload.json",
+                              "privacy grant notifications"};
     const std::string status = outputOf(*device.startConsole({"status"}));
     for (const char* outcome : {"last upload     failed: ", "last push       silent, accepted, ",
                                 "last error      the policy file could not be parsed, "})
@@ -261,27 +231,12 @@ void requireNoneInRecords(const TrialDevice& device, const Canaries& canaries, c
     canaries.requireNone("the records of the application", text);
 }
 
-/// Searches the names of all files and checks the modes of the application's files.
-void requirePrivateFiles(const TrialDevice& device, const Canaries& canaries)
-{
-    for (const auto& entry : fs::recursive_directory_iterator(device.path(""))) {
-        canaries.requireNone("the name of a file", entry.path().string());
-        constexpr auto others = fs::perms::group_all | fs::perms::others_all;
-        // Skips the files of device management and of this trial.
-        const bool isOurs = entry.path().string().starts_with(device.path("data").string()) ||
-                            entry.path().string().starts_with(device.path("run").string());
-        if (!isOurs || !entry.is_regular_file())
-            continue;
-        require((entry.status().permissions() & others) == fs::perms::none, "other users can access {}",
-                entry.path().string());
-    }
-}
-
 } // namespace
 
 void secretsTrial(const TrialPrograms& programs)
 {
-    const auto journal = Journal::make();
+    // Before any other thread. Only root: in a user namespace, the app rejects the folders of root.
+    const int journalSocket = ::geteuid() == 0 && isolate(CLONE_NEWNS) ? listenAsJournal() : -1;
     const TemporaryFolder folder;
     TestBackend backend({.folder = folder.path()});
     TrialDevice device(programs.folder, backend);
@@ -289,9 +244,10 @@ void secretsTrial(const TrialPrograms& programs)
     device.setEnvironment("QUORVANE_LOG_DEBUG", "1");
     Canaries canaries;
     runApplication(device, backend, canaries, {"--log-stderr", "--push", "local"});
-    if (journal) {
+    if (journalSocket >= 0) {
+        Journal journal(journalSocket);
         runApplication(device, backend, canaries, {"--push", "local"});
-        const std::string& entries = journal->end();
+        const std::string entries = journal.end();
         require(entries.find("MESSAGE=<private>") != entries.npos, "the journal received no private entry");
         canaries.requireNone("the journal", entries);
     } else {
@@ -300,6 +256,8 @@ void secretsTrial(const TrialPrograms& programs)
     runCommands(device, canaries);
     requireNoneInBundles(device, canaries);
     requireNoneInRecords(device, canaries, backend);
-    requirePrivateFiles(device, canaries);
+    for (const auto& entry : fs::recursive_directory_iterator(device.path("")))
+        canaries.requireNone("the name of a file", entry.path().string());
+    static_cast<void>(device.inspect()); // Checks the modes of all files.
     fmt::print("no secret found\n");
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,6 +40,18 @@ inline bool isolate(int namespaces)
     }
     return (namespaces & CLONE_NEWNS) == 0 ||
            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+/// Gives this process, whose mounts must be its own, an empty /run, and listens there in place of the
+/// journal. Returns the socket, or -1.
+inline int listenAsJournal()
+{
+    if (::mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
+        return -1;
+    std::filesystem::create_directories("/run/systemd/journal");
+    const int receiver = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+    return ::bind(receiver, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? receiver : -1;
 }
 
 /// Runs `body` in a child process with new namespaces and returns its result. Absent if this process may not

@@ -10,13 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 using namespace Platform;
 using namespace Platform::Linux;
@@ -64,21 +57,11 @@ TEST(StandardErrorLogTest, WritesOneRedactedLinePerEntry)
     }
 }
 
-/// Listens at /run/systemd/journal/socket in a private /run. Returns the socket.
-int bindJournalSocket()
-{
-    ::mount("tmpfs", "/run", "tmpfs", 0, nullptr);
-    std::filesystem::create_directories("/run/systemd/journal");
-    const int receiver = ::socket(AF_UNIX, SOCK_DGRAM, 0);
-    const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
-    return ::bind(receiver, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? receiver : -1;
-}
-
 TEST(JournalLogTest, SendsNativeFieldsAndRedactsPrivateLines)
 {
     const TemporaryFolder folder;
     const auto isSent = runIsolated(CLONE_NEWNS, [&] {
-        const int receiver = bindJournalSocket();
+        const int receiver = listenAsJournal();
         for (const LogEntry& entry : logEntries) {
             JournalLog log("quorvane-mdm", entry.privateData);
             log.write({"com.quorvane.mdm", "network"}, entry.type, entry.visibility, entry.line);
