@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <poll.h>
 
 using namespace Platform;
@@ -256,7 +255,10 @@ TEST_F(UnifiedPushServiceTest, AcknowledgesMessagesUnlessTheyAreMalformedOrForei
         }
     }
     EXPECT_THAT(app->log.takeLines(), testing::SizeIs(3));
-    app->completion(PushRefusal{"no thanks"});
+    runOn(app->queue, [&] {
+        app->completion(PushRefusal{"no thanks"});
+        EXPECT_THAT(app->log.takeLines(), IsEmpty()) << "inside the call";
+    });
     EXPECT_EQ(transcript.after(""), "a answered 7");
     EXPECT_THAT(app->log.takeLines(), ElementsAre(HasSubstr("no thanks")));
     send(*a, Value(token), "message", good);
