@@ -1,20 +1,18 @@
 #include "Platform/Linux/ProgramUpgrade.h"
 
-#include "Platform/Linux/Files/FileSystemWatcher.h"
-#include "Platform/Linux/ProgramRestart.h"
+#include "Platform/Linux/Device.h"
+#include "Platform/Linux/ProcessSignals.h"
 #include "Tests/Fakes/ManualScheduler.h"
 #include "Tests/Fakes/RecordingUnifiedLog.h"
 #include "Tests/Fakes/TemporaryFolder.h"
+#include "Tests/Platform/Linux/IsolatedProcess.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <sys/stat.h>
-#include <sys/wait.h>
+#include <semaphore>
 #include <unistd.h>
 
 using namespace Platform;
@@ -25,6 +23,16 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
+
+/// Performs the restart in a child process. Returns whether another program has run and succeeded there.
+bool restarts(const ProgramRestart& restart)
+{
+    const auto perform = [&] {
+        restart.performIfRequested();
+        return false;
+    };
+    return runIsolated(0, perform).value();
+}
 
 /// A program that runs in another process and is replaced by a script.
 class ProgramUpgradeTest : public testing::Test {
@@ -64,27 +72,13 @@ protected:
     /// Ends the trial and lets the upgrade notice it.
     void endTrial()
     {
+        ASSERT_TRUE(isTrialRunning());
         const int end = ::open(folder.path("program.end").c_str(), O_RDWR | O_CLOEXEC);
         EXPECT_EQ(::write(end, "\n", 1), 1);
         siginfo_t ended{};
-        for (int count = 0; count < 20'000 && ended.si_pid == 0; ++count) {
-            ::usleep(1000);
-            ::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT | WNOHANG);
-        }
+        ::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT);
         ::close(end);
         scheduler.advance(100ms);
-    }
-    /// Returns the exit code of a child process that performs the restart: 1 unless it was requested.
-    [[nodiscard]] int exitCodeOfRestart() const
-    {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            restart.performIfRequested();
-            ::_exit(1);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
     }
     /// Returns whether there is another child process than `process`.
     [[nodiscard]] bool isTrialRunning() const
@@ -115,7 +109,7 @@ protected:
 TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
 {
     upgrade.setHasWindow(true);
-    install("[ \"$2\" = --version ] || exit 42");
+    install("exit 0");
     EXPECT_THAT(log.takeLines(), ElementsAre(testing::StartsWith(program.string() + " was replaced")));
     upgrade.watch(watcher);
     EXPECT_THAT(log.takeLines(), IsEmpty()) << "once";
@@ -131,7 +125,7 @@ TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
     endTrial();
     EXPECT_EQ(runs(), "--background --version\n");
     EXPECT_EQ(quitCount, 0) << "work has begun during the trial";
-    EXPECT_EQ(exitCodeOfRestart(), 1);
+    EXPECT_FALSE(restarts(restart));
     upgrade.setHasWindow(true);
     work.reset();
     scheduler.advance(1h);
@@ -140,11 +134,11 @@ TEST_F(ProgramUpgradeTest, WaitsUntilNothingIsLost)
     scheduler.advance(ProgramUpgrade::quietTime);
     endTrial();
     EXPECT_EQ(quitCount, 1);
-    EXPECT_EQ(exitCodeOfRestart(), 42);
+    EXPECT_TRUE(restarts(restart));
     EXPECT_EQ(runs(), "--background --version\n--background\n");
     restart.cancel(); // The user ends the application.
     restart.request();
-    EXPECT_EQ(exitCodeOfRestart(), 1);
+    EXPECT_FALSE(restarts(restart));
 }
 
 TEST_F(ProgramUpgradeTest, PausesAfterEachFailedTrial)
@@ -178,6 +172,22 @@ TEST_F(ProgramUpgradeTest, FileMayBeNamedLikeARemovedOne)
     EXPECT_FALSE(restart.program()->isReplaced);
     upgrade.watch(watcher);
     EXPECT_THAT(log.takeLines(), IsEmpty());
+}
+
+TEST(ProgramRestartTest, IsCanceledBySIGTERM)
+{
+    const TemporaryFolder folder;
+    ManualScheduler scheduler;
+    ProgramRestart restart({"--gtest_list_tests"});
+    std::binary_semaphore hasQuit(0);
+    ProcessSignals::block();
+    const auto device =
+        Linux::Device::make({.push = PushSource::off}, {folder.path("state"), {}},
+                            {scheduler.mainQueue, scheduler, [&] { hasQuit.release(); }, [] {}}, {}, restart);
+    restart.request();
+    ::kill(::getpid(), SIGTERM);
+    hasQuit.acquire();
+    EXPECT_FALSE(restarts(restart));
 }
 
 } // namespace
