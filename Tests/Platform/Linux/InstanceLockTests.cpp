@@ -9,11 +9,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fcntl.h>
-#include <functional>
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using Platform::Linux::ApplicationProcess;
 using Platform::Linux::InstanceLock;
@@ -26,9 +22,9 @@ namespace {
 class Child {
 public:
     /// Runs `prepare` in the child and returns when it is done. The child exits if `prepare` returns false.
-    explicit Child(const std::function<bool()>& prepare) : m_process(::fork())
+    explicit Child(const std::function<bool()>& prepare) : process(::fork())
     {
-        if (m_process == 0) {
+        if (process == 0) {
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (!prepare())
                 ::_exit(1);
@@ -37,26 +33,26 @@ public:
                 ::pause();
         }
         int status = 0;
-        m_isReady = ::waitpid(m_process, &status, WUNTRACED) == m_process && WIFSTOPPED(status) &&
-                    ::kill(m_process, SIGCONT) == 0;
+        ::waitpid(process, &status, WUNTRACED);
+        EXPECT_TRUE(WIFSTOPPED(status)) << "the child cannot be prepared";
+        ::kill(process, SIGCONT);
     }
     ~Child()
     {
-        if (m_isReady && isAlive()) {
-            ::kill(m_process, SIGKILL);
-            ::waitpid(m_process, nullptr, 0);
-        }
+        ::kill(process, SIGKILL);
+        ::waitpid(process, nullptr, 0);
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    [[nodiscard]] bool isReady() const { return m_isReady; }
-    [[nodiscard]] pid_t process() const { return m_process; }
-    [[nodiscard]] bool isAlive() const { return ::waitpid(m_process, nullptr, WNOHANG) == 0; }
+    [[nodiscard]] bool isAlive() const
+    {
+        siginfo_t ended{};
+        return ::waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid == 0;
+    }
 
-private:
-    const pid_t m_process;
-    bool m_isReady = false;
+    const pid_t process;
 };
 
 class InstanceLockTest : public testing::Test {
@@ -116,16 +112,16 @@ TEST_F(InstanceLockTest, OnlyThisProgramAndUserAreSignaled)
                    lock(F_SETLK, row.lockLength) && ::setuid(row.user) == 0;
         });
         const auto holder = InstanceLock::holder(file);
-        ASSERT_TRUE(child.isReady() && holder);
-        EXPECT_EQ(holder->process, child.process());
+        ASSERT_TRUE(holder);
+        EXPECT_EQ(holder->process, child.process);
         if (row.program != nullptr) {
             EXPECT_EQ(holder->program, row.program);
             EXPECT_EQ(holder->isApplication(), row.program == std::string("quorvane-mdm"));
         }
-        const auto process = ApplicationProcess::open(child.process());
+        const auto process = ApplicationProcess::open(child.process);
         EXPECT_EQ(process.has_value(), holder->program == "quorvane-mdm");
         const auto all = ApplicationProcess::all();
-        EXPECT_EQ(std::ranges::count(all, child.process(), &ApplicationProcess::identifier), process ? 1 : 0);
+        EXPECT_EQ(std::ranges::count(all, child.process, &ApplicationProcess::identifier), process ? 1 : 0);
         if (process) {
             EXPECT_EQ(process->user(), row.user);
             EXPECT_EQ(process->send(SIGUSR1), ApplicationProcess::Outcome::unsupported);
@@ -144,7 +140,6 @@ TEST_F(InstanceLockTest, HolderWithoutProcessIdIsUnreachable)
 {
     {
         const Child openFileLock([&] { return lock(F_OFD_SETLK); });
-        ASSERT_TRUE(openFileLock.isReady());
         ASSERT_TRUE(InstanceLock::holder(file));
         EXPECT_EQ(InstanceLock::holder(file)->process, std::nullopt);
         EXPECT_EQ(signalHolder(), SignalOutcome::unreachable);
@@ -169,7 +164,6 @@ TEST_F(InstanceLockTest, AcceptsOnlyARegularFile)
     EXPECT_THROW(InstanceLock::acquire(file), std::runtime_error);
     EXPECT_FALSE(std::filesystem::exists(folder.path("elsewhere")));
     const Child lockedElsewhere([&] { return lock(); });
-    EXPECT_TRUE(lockedElsewhere.isReady());
     EXPECT_FALSE(InstanceLock::holder(file));
 }
 
