@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <pwd.h>
-#include <string>
 #include <unistd.h>
 
 using Platform::Linux::DevicePaths;

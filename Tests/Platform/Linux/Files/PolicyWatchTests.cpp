@@ -5,17 +5,11 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <atomic>
-#include <fstream>
-#include <map>
 #include <semaphore>
 #include <sys/fsuid.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
-#include <unistd.h>
 
 using namespace Platform;
 using namespace Platform::Storage;
