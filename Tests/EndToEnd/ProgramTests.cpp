@@ -40,15 +40,19 @@ TEST_F(ProgramTest, AppRunsWithoutAUsableStateFolder)
     EXPECT_TRUE(application->waitForLine(ready));
 }
 
-TEST_F(ProgramTest, AppReportsErrorsOfItsStart)
+/// The app cannot start a thread with a stack of that size. The backend accepts the first number of each row,
+/// so its message names the second one.
+TEST_F(ProgramTest, ProgramsReportErrorsOfTheirStart)
 {
-    // The last row asks for a stack that no thread can have.
-    checkAll("export QUORVANE_MANAGED_CONFIGURATION=; PATH=$PROGRAMS/App:$PATH",
+    checkAll("export QUORVANE_MANAGED_CONFIGURATION=; PATH=$PROGRAMS/App:$PROGRAMS/Tools/Backend:$PATH",
              R"(quorvane-mdm --no-such-option | 64 | --no-such-option\nTry quorvane-mdm --help.\n
 quorvane-mdm --managed-configuration '' | 64 | is empty\nTry quorvane-mdm --help.\n
 quorvane-mdm --managed-configuration= | 64 | 1 required FILE missing\nTry quorvane-mdm --help.\n
 mkdir $DEVICE/lost; cd $DEVICE/lost; rmdir $DEVICE/lost; quorvane-mdm --managed-configuration file | 64 | use an absolute path\nTry quorvane-mdm --help.\n
-ulimit -s $((1 << 40)); quorvane-mdm | 70 | Resource temporarily unavailable\n)");
+ulimit -s $((1 << 40)); quorvane-mdm | 70 | Resource temporarily unavailable\n
+quorvane-backend --reply '/=200' --reply '/=199' | 64 | --reply: '199' is not a number from 200 to 599
+quorvane-backend --reply '/=599' --reply '/=600' | 64 | --reply: '600' is not a number from 200 to 599
+quorvane-backend --delay '/=86400000' --delay '/=86400001' | 64 | --delay: '86400001' is not)");
 }
 
 TEST_F(ProgramTest, ClosedStandardDescriptorsAreReplaced)

@@ -32,12 +32,12 @@ TEST(PushSenderTest, EncryptsPushesAndReportsRefusals)
 {
     const TemporaryFolder folder;
     TestBackend backend{{.folder = folder.path()}};
-    const std::string token = hexadecimalText(bytesOf(subscription(backend.baseURL() + "/push?x=1")));
+    const std::string token = hexadecimalText(bytesOf(subscription(backend.baseURL() + "/a+b;c?x=1,2")));
     const PushRoutes routes{"/nowhere/push.sock", backend.certificateAuthority()};
     pushToDevice(token, "canary", routes);
     const auto requests = backend.takeRequests();
     ASSERT_EQ(requests.size(), 1U);
-    EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /push?x=1");
+    EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST /a+b;c?x=1,2");
     EXPECT_THAT(requests[0].headerFields,
                 AllOf(Contains(Pair("Content-Encoding", "aes128gcm")), Contains(Pair("TTL", "86400"))));
     EXPECT_THAT(requests[0].body, Not(HasSubstr("canary")));
