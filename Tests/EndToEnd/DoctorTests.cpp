@@ -154,10 +154,9 @@ protected:
         device.write(device.suiteFile(), "no database");
     }
     [[nodiscard]] fs::path suites() const { return device.suiteFile().parent_path(); }
-    [[nodiscard]] static std::string policy(std::string_view baseDomain)
+    [[nodiscard]] static std::string policy(const std::string& baseDomain)
     {
-        return fmt::format(R"({{"base_domain": "{}", "device_id": "DEV-1", "api_key": "canary"}})",
-                           baseDomain);
+        return R"({"device_id": "DEV-1", "api_key": "canary", "base_domain": ")" + baseDomain + "\"}";
     }
 
     const std::string busAddress = "unix:path=" + device.path("run/bus").string();

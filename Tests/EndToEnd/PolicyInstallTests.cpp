@@ -16,7 +16,7 @@ constexpr const char* sharedFolder = R"(
 
 TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
 {
-    const std::string output = rootShell(R"(
+    const std::string output = runScript(R"(
         folder=/etc/quorvane-mdm
         echo '{"device_id": "DEV-1"}' > $DEVICE/policy.json
         echo '<plist><dict><key>device_id</key><string>DEV-2</string></dict></plist>' > $DEVICE/policy.plist
@@ -34,7 +34,8 @@ TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
         chmod 700 $folder; try 'closed again' policy.plist
         rm $folder/*; mkdir $folder/managed.json; try folder policy.plist
         $QVCTL config clear 2>&1
-    )");
+    )")
+                                   .output;
     EXPECT_EQ(output, R"(missing: /etc/quorvane-mdm/managed.json: changed 755 644
 closed: /etc/quorvane-mdm/managed.json: changed 755 644
 set user: /etc/quorvane-mdm/managed.json: changed 755 644
@@ -51,7 +52,7 @@ qvctl: nothing was changed: /etc/quorvane-mdm/managed.json is a folder; move it 
 
 TEST_F(RootTest, RootChangesNothingInFoldersOfOtherUsers)
 {
-    const std::string output = rootShell(std::string(sharedFolder) + R"sh(
+    const std::string output = runScript(std::string(sharedFolder) + R"sh(
         chown 65534 $folder
         mkdir $DEVICE/roots
         echo root > $DEVICE/roots/managed.json
@@ -66,7 +67,8 @@ TEST_F(RootTest, RootChangesNothingInFoldersOfOtherUsers)
         ls $folder
         grep -rl canary $folder $DEVICE/roots
         set_policy $folder/theirs.json
-    )sh");
+    )sh")
+                                   .output;
     EXPECT_THAT(output, testing::MatchesRegex(R"(managed.json: exit 78 exit 78
 new/managed.json: exit 78 exit 78
 theirs.json: exit 78 exit 78
@@ -84,7 +86,7 @@ exit 78
 
 TEST_F(RootTest, PolicyInstalledByAUserIsPrivate)
 {
-    const std::string output = rootShell(std::string(sharedFolder) + R"(
+    const std::string output = runScript(std::string(sharedFolder) + R"(
         chmod 1777 $folder # As /tmp.
         umask 0
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/sub/folder/own.json
@@ -98,7 +100,8 @@ TEST_F(RootTest, PolicyInstalledByAUserIsPrivate)
         as_user mkdir $folder/writable
         as_user chmod 775 $folder/writable
         as_user $QVCTL config set $DEVICE/policy.json --managed-configuration $folder/writable/own.json
-    )");
+    )")
+                                   .output;
     EXPECT_THAT(output, testing::MatchesRegex(R"([^ ]*/own.json: changed
 65534 700 65534 700 65534 600
 [^ ]*/theirs.json: changed

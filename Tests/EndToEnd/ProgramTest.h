@@ -98,10 +98,6 @@ protected:
         if (shell("[ $(id -u) = 0 ] && unshare -m setpriv --reuid 65534 --clear-groups true").exitCode != 0)
             GTEST_SKIP() << "needs root and a mount namespace";
     }
-    /// Returns the output of `runScript`.
-    [[nodiscard]] std::string rootShell(const std::string& script) const { return runScript(script).output; }
-
-private:
     /// Runs a bash script with a private /etc that contains only the system's users and the empty folder
     /// quorvane-mdm. `as_user COMMAND...` runs a command as the user nobody.
     [[nodiscard]] Outcome runScript(const std::string& script) const override

@@ -29,16 +29,13 @@ ExitCode printSurroundings(const UserAccount& account)
     std::signal(SIGXFSZ, SIG_IGN);
     const std::string file = account.home / "written";
     const bool isCreated = isOpen(file.c_str(), O_WRONLY | O_CREAT);
-    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
-    print("{} {} {} {}", std::getenv("HOME"), std::filesystem::current_path(), isCreated,
-          ::write(descriptor, "x", 1));
-    ::close(descriptor);
-    print(" {} {} {}", isOpen("/dev/tty", O_RDWR), std::getenv("CANARY") != nullptr,
-          ::getsid(0) == ::getpid());
+    const Platform::Storage::FileDescriptor written(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
     int deathSignal = 0;
     ::prctl(PR_GET_PDEATHSIG, &deathSignal);
-    print(" {} {} {} {}", ::fcntl(100, F_GETFD), ::lseek(STDIN_FILENO, 0, SEEK_CUR), ::prctl(PR_GET_DUMPABLE),
-          deathSignal);
+    print("{} {} {} {} {} {} {} {} {} {} {}", std::getenv("HOME"), std::filesystem::current_path(), isCreated,
+          ::write(written.get(), "x", 1), isOpen("/dev/tty", O_RDWR), std::getenv("CANARY") != nullptr,
+          ::getsid(0) == ::getpid(), ::fcntl(100, F_GETFD), ::lseek(STDIN_FILENO, 0, SEEK_CUR),
+          ::prctl(PR_GET_DUMPABLE), deathSignal);
     printError("done");
     return success;
 }
