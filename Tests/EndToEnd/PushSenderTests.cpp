@@ -4,6 +4,7 @@
 #include "Tests/Fakes/TemporaryFolder.h"
 #include "Tools/Backend/PushSender.h"
 #include "Tools/Backend/TestBackend.h"
+#include "Tools/Tour/ChildProcess.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -63,6 +64,19 @@ TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
     const PushRoutes routes{"/nowhere/push.sock", {}};
     for (const auto& [bytes, reason] : rows)
         expectRefusal(hexadecimalText(bytesOf(bytes)), reason, routes);
+}
+
+TEST(TestBackendTest, SendsNoBodyWithAStatusThatHasNone)
+{
+    const TemporaryFolder folder;
+    TestBackend backend{{.folder = folder.path()}};
+    for (const int status : {204, 304}) {
+        backend.setReply("*", {.status = status, .body = "body"});
+        ChildProcess curl({"curl", "-si", "--cacert", backend.certificateAuthority(), backend.baseURL()}, {});
+        EXPECT_EQ(curl.waitForExit(), 0);
+        EXPECT_THAT(curl.lines(), AllOf(Contains(HasSubstr(fmt::format("HTTP/1.1 {}", status))),
+                                        Not(Contains(HasSubstr("Content-Length: 4")))));
+    }
 }
 
 } // namespace

@@ -23,6 +23,7 @@ rm -r theirs/quorvane-mdm; grant | 69 | theirs belongs to user 65534:
 XDG_DATA_HOME=$DEVICE/theirs/roots; grant | 69 | theirs belongs to user 65534: 
 XDG_DATA_HOME=$DEVICE/roots; grant | 0 | Notifications for root: allowed
 qvctl doctor --offline |grep state.folder | 0 | ok       state.folder
+qvctl doctor --offline 2>&1 |grep '^qvctl: ' | 1
 XDG_DATA_HOME=$DEVICE/roots; grant; as_user $QVCTL doctor --offline | 1 | belongs to user 0, so the app)");
 }
 
