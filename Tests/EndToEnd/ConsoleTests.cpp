@@ -156,7 +156,7 @@ status 'TERM=xterm NO_COLOR=' | 0 | \x07.json:2:1: )");
 
 TEST_F(ProgramTest, BundleIsANewPrivateFile)
 {
-    device.write(device.path("my.json"), "{}");
+    device.write(device.path("my.json"), R"({"device_id": "NotificationAuthorization"})");
     checkAll("set -o pipefail; umask 0; mkdir -p $DEVICE/bundles; cd $DEVICE/bundles; "
              "ln -sf none.tar.gz link.tar.gz",
              R"(qvctl bundle && stat -c %a qvctl-bundle-*.tar.gz | 0 | \n600\n
@@ -169,6 +169,7 @@ qvctl bundle - |tar -tz |xargs | 0 | versions.json status.json doctor.json lint.
 HOME=$DEVICE qvctl bundle - |tar -xzO files.txt | 0 | ~/data/quorvane-mdm
 ulimit -f 1; qvctl bundle half.tar.gz | 69 | File too large
 cd ..; qvctl bundle - --managed-configuration my.json |tar -xz; grep -l my.json *.json | 0 | configuration.json\ndoctor.json\nexplain.json\nlint.json\nstatus.json\n
+qvctl privacy grant notifications; qvctl bundle - --managed-configuration ../my.json |tar -xzO stores.json | 0 | "key":"[25 bytes, hash 
 qvctl bundle - --json | 64 | name a file
 qvctl bundle - > /dev/full | 69 | No space left)");
     // The half of an archive was removed.
