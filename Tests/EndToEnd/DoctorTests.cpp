@@ -296,12 +296,12 @@ echo "arguments: $*"; env | : arguments: https://[::1]:1/ 100 )";
 
 /// Fields of the helper's result, a check and the beginning of its verdict.
 constexpr const char* results =
-    R"("lastError":ECONNREFUSED | backend.connect | warning: [::1]:1 accepts connections at 127.0.0.1, but not at 192.0.2.1 (Connection refused).
+    R"("lastError":{refused} | backend.connect | warning: [::1]:1 accepts connections at 127.0.0.1, but not at 192.0.2.1 (Connection refused).
 "lastError":0 | backend.connect | warning: [::1]:1 accepts connections at 127.0.0.1, but not at 192.0.2.1 (no reply in time).
-"lastError":ENETUNREACH | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
-"lastError":EADDRNOTAVAIL | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
+"lastError":{unreachable} | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
+"lastError":{unavailable} | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
 "lastError":0 | backend.host | ok: ::1 resolves to 192.0.2.1, 127.0.0.1.
-"chainEnd":SOON | backend.dates | warning: The certificate, or one in its chain, expires in 13 days, on 
+"chainEnd":{soon} | backend.dates | warning: The certificate, or one in its chain, expires in 13 days, on 
 "outdatedAuthority":"CN=Old" | backend.dates | failed: The certificate of the authority CN=Old has expired or is not valid yet; )";
 
 TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)
@@ -326,20 +326,17 @@ TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)
         EXPECT_THAT(diagnosis.text, HasSubstr(helper.string() + row[1]));
     }
     const auto soon = std::time(nullptr) + (13 * 24 + 1) * 3600;
-    const std::pair<const char*, std::int64_t> numbers[] = {{"ECONNREFUSED", ECONNREFUSED},
-                                                            {"ENETUNREACH", ENETUNREACH},
-                                                            {"EADDRNOTAVAIL", EADDRNOTAVAIL},
-                                                            {"SOON", soon}};
-    for (auto row : rowsOf(results)) {
-        for (const auto& [name, number] : numbers)
-            boost::replace_all(row[0], name, std::to_string(number));
+    for (const auto& row : rowsOf(results)) {
+        const std::string fields = fmt::format(
+            fmt::runtime(row[0]), fmt::arg("refused", ECONNREFUSED), fmt::arg("unreachable", ENETUNREACH),
+            fmt::arg("unavailable", EADDRNOTAVAIL), fmt::arg("soon", soon));
         // What the real helper prints without connecting, with fields as if it had reached one of two
         // addresses.
         device.write(helper, "#!/bin/sh\n" QV_PROGRAMS
                              "/Tools/libexec/quorvane-mdm/backend-probe | sed 's/}$/"
                              R"(,"failedStep":"","addresses":["192.0.2.1","127.0.0.1"],"address":"127.0.0.1")"
                              R"(,"notAfter":4102444800,)" +
-                                 row[0] + "}/'");
+                                 fields + "}/'");
         EXPECT_THAT(examine(device, "1").checks.at(row[1]), StartsWith(row[2]));
     }
 }

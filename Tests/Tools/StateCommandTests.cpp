@@ -247,8 +247,7 @@ groups/group.com.quorvane.mdm.sqlite |  | config forget | 69 | .sqlite is not a 
 groups/group.com.quorvane.mdm.sqlite | no database | snapshot | 69 | .sqlite: file is not a database
 groups/group.com.quorvane.mdm.sqlite | { | snapshot | 78 | .sqlite is damaged: 
 groups/group.com.quorvane.mdm.sqlite | {} | status | 78 | .sqlite is damaged: 
-groups/group.com.quorvane.mdm.sqlite | {} | wait --timeout 0 | 75 | .sqlite is damaged: 
-groups/group.com.quorvane.mdm.sqlite | {} | status --check applied | 78 | .sqlite is damaged: )";
+groups/group.com.quorvane.mdm.sqlite | {} | wait --timeout 0 | 75 | .sqlite is damaged: )";
 
 TEST_F(StateCommandTest, DamagedStoresFailWithTheReason)
 {
