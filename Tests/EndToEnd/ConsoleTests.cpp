@@ -49,7 +49,7 @@ void collectMembers(const json::value& value, const std::string& path,
     } else if (const auto* object = value.if_object()) {
         for (const auto& [key, member] : *object) {
             const std::string name = Core::findManagedKey(key) != nullptr ? "*" : std::string(key);
-            collectMembers(member, path.empty() ? name : path + "." + name, documented, found);
+            collectMembers(member, path.empty() ? name : fmt::format("{}.{}", path, name), documented, found);
         }
     } else {
         for (const auto& element : value.get_array())
