@@ -241,7 +241,7 @@ TEST_F(FragmentTest, UnusableFileDropsNoKeys)
         {{"b: k1 a: l2", "k1 l2"}, {"a: l2", "l2"}, {"b: ! a: l2", "l2", 1, noEarlier}},
         {{"b: k1 a: !", "none", 1, noChange}, {"b: k1 a: l2", "k1 l2"}}, // Unusable at the start.
         {{"b: ! a: l1", "none", 1, noEarlier}, {"a: l1", "l1"}},
-        {{"a: !", "none", 1, noChange}, {"a: ! b: k1", "none", 1, noChange}},
+        {{"a: !", "none", 1, noChange}, {"b: k1 a: ! c: l1", "none", 1, noChange}},
         {{"b: k1", "k1"}, {"b: ! a: ! c: !", "k1", 3, "stays in effect|its keys are not used until"}},
         {{"b: k1 # a: l1", "none", 1, "it counts as missing"}, {"b: ! a: l1", "none", 1, noEarlier}},
         {{"b: k1 a: l1", "k1 l1"},
