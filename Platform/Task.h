@@ -180,15 +180,21 @@ inline void spawn(DispatchQueue& queue, Task<void> task)
     Detail::runDetached(queue, std::move(task));
 }
 
-/// Resumes the coroutine of a `Suspension` with a value or an exception. Call `resume`
-/// exactly once, on any copy; a second call ends the process.
+/// Resumes the coroutine of a `Suspension` with a value. Call `resume` exactly once, on any copy; a second
+/// call ends the process.
 ///
 /// Threads: any.
 template <typename T>
 class Continuation {
 public:
-    void resume(T value) const { finish(std::move(value)); }
-    void resume(std::exception_ptr error) const { finish(std::move(error)); }
+    void resume(T value) const
+    {
+        if (m_state->isUsed.exchange(true))
+            fatalError("a continuation was resumed twice");
+        m_state->result = std::move(value);
+        if (m_state->stage.exchange(State::Stage::resumed) == State::Stage::suspended)
+            m_state->awaiting.resume();
+    }
 
 private:
     template <typename>
@@ -199,18 +205,8 @@ private:
         std::atomic<bool> isUsed = false;
         std::atomic<Stage> stage = Stage::pending;
         std::coroutine_handle<> awaiting;
-        std::variant<std::monostate, T, std::exception_ptr> result;
+        std::optional<T> result;
     };
-
-    template <typename Result>
-    void finish(Result result) const
-    {
-        if (m_state->isUsed.exchange(true))
-            fatalError("a continuation was resumed twice");
-        m_state->result = std::move(result);
-        if (m_state->stage.exchange(State::Stage::resumed) == State::Stage::suspended)
-            m_state->awaiting.resume();
-    }
 
     std::shared_ptr<State> m_state = std::make_shared<State>();
 };
@@ -240,13 +236,7 @@ public:
         using Stage = typename Continuation<T>::State::Stage;
         return state->stage.exchange(Stage::suspended) != Stage::resumed;
     }
-    T await_resume()
-    {
-        auto& result = m_continuation.m_state->result;
-        if (auto* error = std::get_if<2>(&result))
-            std::rethrow_exception(*error);
-        return std::move(std::get<1>(result));
-    }
+    T await_resume() { return *std::move(m_continuation.m_state->result); }
 
 private:
     Start m_start;
