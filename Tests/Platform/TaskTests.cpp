@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,7 +29,7 @@ Task<int> sumTo(int count)
     co_return sum;
 }
 
-TEST(TaskTest, RunsWhenSpawnedAndForwardsValues)
+TEST(TaskTest, RunsWhenSpawnedForwardsValuesAndMayNotFail)
 {
     ManualScheduler scheduler;
     std::vector<std::string> events;
@@ -46,6 +47,11 @@ TEST(TaskTest, RunsWhenSpawnedAndForwardsValues)
     EXPECT_EQ(events, (std::vector<std::string>{"started", "50005000"}));
     scheduler.utilityQueue.runNext();
     EXPECT_EQ(events.back(), "on utility");
+    const auto failing = []() -> Task<void> {
+        throw std::runtime_error("no answer");
+        co_return;
+    };
+    EXPECT_DEATH((spawn(scheduler.mainQueue, failing()), scheduler.runUntilIdle()), "left a spawned task");
 }
 
 TEST(TaskTest, SuspensionResumesFromAnyThread)
