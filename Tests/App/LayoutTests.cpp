@@ -100,12 +100,11 @@ TEST_F(ScreenTest, KeysMoveBetweenButtonsAndTheFocusStaysVisible)
                                    "dashboard.card.bell.badge", "dashboard.openSettings"};
     using Move = std::tuple<double, Qt::Key, int, int>;
     const Move moves[] = {
-        Move(1, Qt::Key_Right, 0, 1), Move(1, Qt::Key_Left, 1, 0), Move(1, Qt::Key_Down, 0, 2),
-        Move(1, Qt::Key_Up, 2, 0),    Move(1, Qt::Key_Left, 2, 2), Move(1, Qt::Key_Right, 1, 1),
-        Move(1, Qt::Key_Down, 1, 1),  Move(1, Qt::Key_Up, 1, 1),   Move(2, Qt::Key_Down, 0, 1),
-        Move(2, Qt::Key_Down, 1, 2),  Move(2, Qt::Key_Up, 2, 1),   Move(2, Qt::Key_Right, 0, 0),
-        Move(1, Qt::Key_Tab, 0, 1),   Move(1, Qt::Key_Tab, 1, 2),  Move(1, Qt::Key_Tab, 2, 3),
-        Move(1, Qt::Key_Tab, 3, 0)};
+        Move(1, Qt::Key_Right, 0, 1), Move(1, Qt::Key_Left, 1, 0),  Move(1, Qt::Key_Down, 0, 2),
+        Move(1, Qt::Key_Up, 2, 0),    Move(1, Qt::Key_Left, 2, 2),  Move(1, Qt::Key_Right, 1, 1),
+        Move(1, Qt::Key_Down, 1, 1),  Move(2, Qt::Key_Down, 0, 1),  Move(2, Qt::Key_Down, 1, 2),
+        Move(2, Qt::Key_Up, 2, 1),    Move(2, Qt::Key_Right, 0, 0), Move(1, Qt::Key_Tab, 0, 1),
+        Move(1, Qt::Key_Tab, 1, 2),   Move(1, Qt::Key_Tab, 2, 3),   Move(1, Qt::Key_Tab, 3, 0)};
     for (int number = 0; number < 2 * int(std::size(moves)); ++number) {
         const auto& [textScale, keyFromLeft, from, to] = moves[number / 2];
         const bool isMirrored = number % 2 == 1;

@@ -23,7 +23,6 @@ static const Swipe swipes[] = {
     {"fling", 5, {30, 60, 90}, 5, true},
     {"far, then a fling back", 5, {100, 200, 300, 260, 220}, 5},
     {"beyond the other edge", 5, {100, 200, 319, 319}, 300, true},
-    {"from the other edge", 315, {240, 160, 60}, 300},
     {"finger, long", 5, {80, 160, 260}, 0, true},
     {"finger, canceled by the system", 5, {80, 160, 260}, 0, false, true},
     {"finger, away from the edge", 60, {120, 200, 300}, 0},

@@ -121,10 +121,11 @@ TEST_F(TranslatedScreenTest, NoLanguageIsCutBrokenOrTiny)
         visitScreens(size, [&](const std::string& screen) {
             SCOPED_TRACE(screen);
             for (const QQuickItem* text : visibleTexts(window)) {
-                if (text->objectName() == exception)
-                    continue;
-                expectWhole(text);
                 EXPECT_GE(text->property("font").value<QFont>().pixelSize(), 9);
+                if (text->objectName() != exception)
+                    expectWhole(text);
+                else
+                    EXPECT_LE(text->height(), text->property("room").toReal()) << "it is cut between lines";
             }
         });
     };

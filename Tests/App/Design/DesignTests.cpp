@@ -42,6 +42,8 @@ static const struct {
 } drawings[] = {
     {"Panel { x: 5; width: 41; height: 31; radius: 99; color: 'blue'; borderWidth: 1.5; borderColor: 'red' }",
      {{{10, 1}, "white"}, {{9, 30}, "white"}, {{10, 30}, "red"}, {{12, 30}, "red"}, {{13, 30}, "blue"}}},
+    {"Panel { width: 40; height: 30; radius: 10; color: 'blue'; borderWidth: 1.5; borderColor: 'red' }",
+     {{{6, 6}, "red"}}},
     {"Panel { width: 60; height: 9; color: 'red'; endColor: 'lime'; gradientDirection: Panel.Horizontal }",
      {{{2, 9}, "#fa0500"}, {{60, 9}, "#7e8100"}, {{117, 9}, "#05fa00"}}},
     {"NinePatchShadow { x: 15; y: 9; width: 40; height: 40; blurRadius: 4; color: 'black'; offset.y: -5 }",
@@ -49,8 +51,8 @@ static const struct {
     {"Surface { x: 15; y: 9; width: 40; height: 40; color: 'red'; shadow: ShadowStyle {"
      "color: 'blue'; blurRadius: 4; offset: Qt.point(0, -5) } }", // Not the picture of the row above.
      {{{29, 48}, "#8c8cff"}, {{60, 60}, "red"}, {{60, 8}, "#7373ff"}}},
-    {"Logo { x: 20; size: 20; shadow: ShadowStyle { color: 'red'; offset: Qt.point(0, 30) } }",
-     {{{60, 80}, "red"}, {{20, 20}, "white"}}},
+    {"Logo { x: 20; size: 20; shadow: ShadowStyle { color: 'red'; blurRadius: 4; offset: Qt.point(0, 30) } }",
+     {{{60, 80}, "red"}, {{37, 80}, "#ffcdcd"}, {{20, 20}, "white"}}},
     {"Symbol { name: 'arrow.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
      {{{21, 11}, "red"}, {{28, 11}, "white"}}},
     {"Symbol { name: 'arrow.right'; pointSize: 20; color: '#80ff0000'; isRightToLeft: true }",
