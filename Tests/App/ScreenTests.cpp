@@ -114,6 +114,8 @@ TEST_F(ScreenTest, LayoutIsRegularFrom700PointsAndContentIsCentered)
         EXPECT_EQ(area(item("dashboard.logo")).top(), width < 700 ? 20 : 40);
         EXPECT_EQ(area(item("dashboard.content")).bottom() - area(item("dashboard.card.bell.badge")).bottom(),
                   width < 700 ? 120 : 132);
+        EXPECT_NEAR(area(item("badge")).top() - area(item("panel")).top(),
+                    area(item("panel")).bottom() - area(item("Tap to view details")).bottom(), 2);
         openCard(Card::Sso);
         // Centered below the bar of 44 points, with a top padding of 3% of the remaining height.
         EXPECT_NEAR(area(item("detail.badge")).top() - 44 - 0.03 * 756,
