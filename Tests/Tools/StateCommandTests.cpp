@@ -10,6 +10,7 @@
 #include <boost/json.hpp>
 #include <chrono>
 #include <fmt/format.h>
+#include <fstream>
 #include <regex>
 
 namespace json = boost::json;
@@ -127,6 +128,8 @@ TEST_F(StateCommandTest, EveryManagedKeyAppearsInEveryCommand)
     const std::string form = run("config schema --format appconfig").output;
     const json::object snapshot = json::parse(run("snapshot --json").output).as_object();
     const std::string texts = run("status").output + run("snapshot").output;
+    std::ifstream readme(QV_SOURCES "/README.md");
+    const std::string document{std::istreambuf_iterator<char>(readme), {}};
     for (const Core::ManagedKey& key : Core::managedKeys()) {
         SCOPED_TRACE(key.name);
         const std::string name(key.name);
@@ -140,6 +143,7 @@ TEST_F(StateCommandTest, EveryManagedKeyAppearsInEveryCommand)
         EXPECT_EQ(snapshot.contains(key.codingKey), key.isStored());
         EXPECT_EQ(differences.find(name) != std::string::npos, key.isStored());
         EXPECT_THAT(texts, HasSubstr(key.noun));
+        EXPECT_THAT(document, HasSubstr("| `" + name + "` |"));
     }
 }
 
