@@ -56,6 +56,7 @@ protected:
         EXPECT_LE(session.requests.size(), 1U);
         return outcome;
     }
+
     ManualScheduler scheduler;
     RecordingUnifiedLog log;
     Logger logger{std::make_unique<OSLogSink>(log), "com.example"};

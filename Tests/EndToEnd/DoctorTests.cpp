@@ -286,7 +286,7 @@ TEST_F(DoctorTest, ProbeSendsOneRequestWithoutCredentials)
     }
 }
 
-/// What the helper does, nothing if there is none, and part of the problem. Neither its arguments nor its
+/// What the helper does (empty: it is not installed), and part of the problem. Neither its arguments nor its
 /// environment may contain the key.
 constexpr const char* brokenHelpers = R"( | : No such file or directory
 kill -KILL $$ | : it was killed

@@ -39,7 +39,7 @@ public:
     [[nodiscard]] FileTree filesAfterCut(std::uint64_t position, std::mt19937& random) const;
     /// Returns whether a synchronization, by path relative to the device, takes place. Null: each does.
     using Honors = std::function<bool(std::string_view path)>;
-    /// Returns what the disk holds after a cut at `position` with the `number`th loss: 0 stands for none, as
+    /// Returns what the disk holds after a cut at `position` with the `number`th loss. 0 means no loss, as
     /// after a kill of the programs; each other one loses one change of a folder, or all changes of a file,
     /// for lack of a synchronization that `honors` accepts. Absent if there are fewer.
     [[nodiscard]] std::optional<FileTree> filesAfterLoss(std::uint64_t position, std::size_t number,
