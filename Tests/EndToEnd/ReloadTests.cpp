@@ -4,9 +4,12 @@
 #include "Tests/EndToEnd/ProgramTest.h"
 #include "Tests/Fakes/MappedFile.h"
 
+#include <csignal>
 #include <sys/prctl.h>
+#include <thread>
 #include <unistd.h>
 
+using namespace std::chrono_literals;
 using testing::HasSubstr;
 
 namespace {
@@ -39,6 +42,23 @@ TEST_F(RootTest, ReloadFailsIfNoAppCanReload)
 {
     checkAll("", R"(unshare -pf --mount-proc $QVCTL reload 2>&1 | 69 | qvctl: the app runs for no user\n
 unshare -pf --mount-proc bash -c 'echo -n quorvane-mdm > /proc/$$/comm; $QVCTL reload 2>&1; exit $?' | 69 | qvctl: an older version, which cannot reload, runs for root; restart it\n)");
+}
+
+/// This process takes the app's name, and blocks the signal a moment later, as an app that starts does.
+TEST_F(RootTest, ReloadReachesAnAppThatIsStarting)
+{
+    ::prctl(PR_SET_NAME, "quorvane-mdm");
+    const auto reloading = device.startConsole({"reload"});
+    std::this_thread::sleep_for(300ms);
+    sigset_t reload;
+    sigemptyset(&reload);
+    sigaddset(&reload, SIGUSR2);
+    ::pthread_sigmask(SIG_BLOCK, &reload, nullptr);
+    EXPECT_EQ(reloading->waitForExit(), 0) << testing::PrintToString(reloading->lines());
+    ::prctl(PR_SET_NAME, "EndToEndTests");
+    constexpr timespec noTime{};
+    EXPECT_EQ(::sigtimedwait(&reload, nullptr, &noTime), SIGUSR2);
+    ::pthread_sigmask(SIG_UNBLOCK, &reload, nullptr);
 }
 
 /// This process takes the app's name and lock, but has no handler for the signal, which would end it.

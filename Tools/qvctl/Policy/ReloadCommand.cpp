@@ -17,6 +17,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -34,6 +35,9 @@ using namespace Platform::Linux::Files;
 
 /// For reading and storing a large configuration after the debounce.
 constexpr std::chrono::milliseconds applyTimeout = 10s;
+
+/// For the first steps of an app that is just starting. Only then does it block the signals that it handles.
+constexpr std::chrono::milliseconds startTimeout = 2s;
 
 /// Reloads the app that uses the state of `device`.
 ApplicationProcess requestReload(const Device& device)
@@ -99,14 +103,30 @@ void printResult(const Options& options, const ApplicationProcess& process,
         print("Applied version {}; changed: {}\n", snapshot.configVersion, labels);
 }
 
+/// Sends the signal for reloading, again and again until `deadline` to a process that does not handle it yet.
+ApplicationProcess::Outcome sendReload(const ApplicationProcess& process,
+                                       std::chrono::steady_clock::time_point deadline)
+{
+    using Outcome = ApplicationProcess::Outcome;
+    Outcome outcome = process.send(ProcessSignals::reloadSignal);
+    for (bool isLast = false; outcome == Outcome::unsupported && !isLast;) {
+        isLast = std::chrono::steady_clock::now() >= deadline;
+        std::this_thread::sleep_for(20ms);
+        const auto now = ApplicationProcess::open(process.identifier());
+        outcome = now ? now->send(ProcessSignals::reloadSignal) : Outcome::unreachable;
+    }
+    return outcome;
+}
+
 /// Reloads the apps of all users. What changes for each of them depends on its state.
 ExitCode reloadAll(const Options& options)
 {
     using Outcome = ApplicationProcess::Outcome;
     json::array reached;
     std::string outdated;
+    const auto deadline = std::chrono::steady_clock::now() + startTimeout;
     for (const ApplicationProcess& process : ApplicationProcess::all()) {
-        const Outcome outcome = process.send(ProcessSignals::reloadSignal);
+        const Outcome outcome = sendReload(process, deadline);
         if (outcome == Outcome::unsupported)
             outdated += (outdated.empty() ? "" : ", ") + userName(process.user());
         if (outcome != Outcome::delivered)
