@@ -5,6 +5,8 @@ TEST_F(ScreenTest, ChangedWindowLooksLikeNewWindow)
 {
     using Steps = std::vector<std::function<void()>>;
     const auto set = [this](Appearance value) { return [=, this] { appearance.set(value); }; };
+    const auto hide = [this] { window.contentItem()->setVisible(false); };
+    const auto unhide = [this] { window.contentItem()->setVisible(true); };
     const auto resize = [this](int width, int height) { return [=, this] { window.resize(width, height); }; };
     const auto click = [this] { QTest::mouseClick(&window, Qt::LeftButton, {}, {2, 2}); };
     const auto press = [this](Qt::Key key, Qt::KeyboardModifiers modifiers) {
@@ -12,7 +14,7 @@ TEST_F(ScreenTest, ChangedWindowLooksLikeNewWindow)
     };
     const std::pair<const char*, Steps> changes[] = {
         {"dark", {set({.isDark = true})}},
-        {"dark and back", {set({.isDark = true}), set({})}},
+        {"dark and, while hidden, back", {set({.isDark = true}), hide, set({}), unhide}},
         {"larger text and back", {set({.textScale = 2}), set({})}},
         {"focus ring shown twice",
          {press(Qt::Key_Tab, {}), click, press(Qt::Key_Backtab, Qt::ShiftModifier)}},
