@@ -44,7 +44,8 @@ TEST_F(ProgramTest, AppRunsWithoutAUsableStateFolder)
 /// so its message names the second one.
 TEST_F(ProgramTest, ProgramsReportErrorsOfTheirStart)
 {
-    checkAll("export QUORVANE_MANAGED_CONFIGURATION=; PATH=$PROGRAMS/App:$PROGRAMS/Tools/Backend:$PATH",
+    checkAll("exec > /dev/null; export QUORVANE_MANAGED_CONFIGURATION=; "
+             "PATH=$PROGRAMS/App:$PROGRAMS/Tools/Backend:$PATH",
              R"(quorvane-mdm --no-such-option | 64 | --no-such-option\nTry quorvane-mdm --help.\n
 quorvane-mdm --managed-configuration '' | 64 | is empty\nTry quorvane-mdm --help.\n
 quorvane-mdm --managed-configuration= | 64 | 1 required FILE missing\nTry quorvane-mdm --help.\n
