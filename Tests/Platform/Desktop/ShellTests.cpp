@@ -97,12 +97,13 @@ TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
     attach();
     using enum AuthorizationStatus;
     const auto isOn = [&] { return accessible("shell.settings.allowNotifications")->state().checked; };
-    const std::pair<AuthorizationStatus, bool> cases[] = {{notDetermined, false}, {authorized, true},
-                                                          {denied, false},        {provisional, true},
-                                                          {denied, false},        {ephemeral, true}};
+    const std::pair<AuthorizationStatus, bool> cases[] = {
+        {authorized, true}, {notDetermined, false}, {provisional, true}, {denied, false}, {ephemeral, true}};
     shell.openSettings();
     for (const auto& [current, isAllowed] : cases) {
         status = current;
+        if (current == denied)
+            shell.settings()->close(); // Then it is opened again.
         isAllowed ? shell.preferencesChanged() : shell.openSettings();
         EXPECT_EQ(isOn(), isAllowed);
     }
