@@ -25,7 +25,6 @@ TEST(TranslationTest, FirstPreferredLanguageWithTranslationIsChosen)
     } cases[] = {
         {{}, "", "Back"},
         {{"en-GB", "en", "de"}, "", "Back"},
-        {{"pt-BR", "pt"}, "", "Back"},
         {{"pt-BR", "en", "es"}, "", "Back"},
         {{"C", "es"}, "", "Back"},
         {{"xx", "C", "es"}, "es", "Atrás"},
