@@ -7,6 +7,7 @@
 #include "Tools/Backend/WebPushEncryption.h"
 
 #include <gmock/gmock.h>
+#include <openssl/err.h>
 
 using namespace Platform;
 using namespace Platform::Push;
@@ -28,6 +29,8 @@ WebPushSubscription subscriptionOf(const WebPushKeys& keys)
 /// The example of RFC 8291, section 5.
 class WebPushTest : public testing::Test {
 protected:
+    ~WebPushTest() override { EXPECT_EQ(ERR_peek_error(), 0U) << "other users of the library would find it"; }
+
     const WebPushKeys keys =
         WebPushKeys::fromStored(decodeBase64URL("q1dXpw3UpT5VOmu_cf_v6ih07Aems3njxI-JWgLcM94").value(),
                                 decodeBase64URL("BTBZMqHH6r4Tts7J_aSIgg").value())
@@ -81,9 +84,7 @@ TEST_F(WebPushTest, RejectsAllButOneAuthenticRecord)
         {"identifier has 64", flipped(20)},
         {"uncompressed", flipped(21)},
         {"on the curve", flipped(85)},
-        {"tag does not match", flipped(86)},
         {"tag does not match", flipped(143)},
-        {"tag does not match", encryptWebPush(subscriptionOf(WebPushKeys::generate()), "a")},
         {"no padding delimiter", with({.padding = ""})},
         {"does not mark the last record", with({.padding = "\2\0\1"s})}};
     for (const auto& row : refused)
