@@ -118,6 +118,7 @@ FocusScope {
         height: (root.isFooterFixed ? Theme.padding : 0) + button.height + bottomPadding
 
         Rectangle {
+            objectName: "welcome.line"
             anchors.horizontalCenter: parent.horizontalCenter
             width: root.width
             height: Theme.line.thin

@@ -75,6 +75,7 @@ TEST_F(ScreenTest, KeysScrollEveryScreenAndTheIndicatorFades)
             animations.pass(250);
             EXPECT_EQ(indicator()->opacity(), 1);
             EXPECT_NEAR(position(), expected, 1) << key;
+            EXPECT_EQ(item("welcome.line") != nullptr, screen == Screen::welcome && position() < end - 1);
             const QRectF track = area(scroll).adjusted(0, 4, 0, -4);
             EXPECT_TRUE(key != Qt::Key_End || qAbs(area(indicator()).bottom() - track.bottom()) <= 1);
             if (const QQuickItem* text = item("welcome.text"); text != nullptr && key == Qt::Key_End) {
