@@ -1,5 +1,6 @@
 #include "Tests/Platform/Desktop/ShellTest.h"
 
+#include <QQmlProperty>
 #include <QTemporaryFile>
 
 using namespace std::literals;
@@ -107,6 +108,9 @@ TEST_F(ShellTest, SettingsShowTheCurrentPreferences)
         isAllowed ? shell.preferencesChanged() : shell.openSettings();
         EXPECT_EQ(isOn(), isAllowed);
     }
+    // On one line or on its own, the name of the server never becomes smaller.
+    for (server = "i"; server.size() < 20; shell.preferencesChanged(), server += "i")
+        EXPECT_EQ(QQmlProperty::read(item("shell.settings.notificationServer.value"), "font.pixelSize"), 34);
     EXPECT_TRUE(accessible("shell.settings.allowNotifications")->state().checkable);
     accessible("shell.settings.allowNotifications")->actionInterface()->doAction("Toggle");
     EXPECT_EQ(events, "off ");
