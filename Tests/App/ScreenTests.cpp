@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-enum Scene { welcome, darkWelcome, dashboard, darkDashboard, activeCard, disabledCard, detail };
+enum Scene { welcome, darkWelcome, dashboard, darkDashboard, clearCard, activeCard, disabledCard, detail };
 /// A length in points, in windows of 390 by 844 and 1024 by 768; not checked if both are 0.
 using Lengths = std::array<double, 2>;
 static const struct {
@@ -46,10 +46,10 @@ static const struct {
     {dashboard, "Secure authentication for enterprise apps", "size 12, weight 400, #99000000"},
     {dashboard, "Tap to view details", "size 11, weight 400, #ff9500"},
     {darkDashboard, "Quorvane UEM", "size 22, weight 700, #ffffff"},
-    {darkDashboard, "dashboard.subtitle", "size 15, weight 400, #99ffffff"},
     {darkDashboard, "Open Settings", "size 15, weight 400, #0a84ff"},
     {darkDashboard, "panel", "#000000, radius 16, border 1.5, #4dff9f0a, shadow #26000000, blur 12, down 6"},
     {darkDashboard, "badge", "#1aff9f0a, round"},
+    {clearCard, "panel", "#ffffff, radius 16, border 1.5, #a34700, shadow #26000000, blur 12, down 6"},
     {activeCard, "panel", "#ffffff, radius 16, border 1.5, #ff9500, shadow #26000000, blur 12, down 6"},
     {activeCard, "badge", "#ff9500, round"},
     {activeCard, "person.badge.key", "#ffffff", {}, {26, 26}},
@@ -69,10 +69,11 @@ static const struct {
 TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
 {
     const QSize sizes[] = {{390, 844}, {1024, 768}};
-    for (int number = 0; number < 14; ++number) {
+    for (int number = 0; number < 16; ++number) {
         const auto scene = Scene(number / 2);
         const auto size = static_cast<std::size_t>(number % 2);
-        appearance.set({.isDark = scene == darkWelcome || scene == darkDashboard});
+        appearance.set(
+            {.isDark = scene == darkWelcome || scene == darkDashboard, .isContrastHigh = scene == clearCard});
         open(scene <= darkWelcome ? Screen::welcome
              : scene == detail    ? Screen::detail
                                   : Screen::dashboard,
