@@ -22,7 +22,6 @@ static const Swipe swipes[] = {
     {"slow and long", 5, {80, 160, 260, 261}, 300, true},
     {"fling", 5, {30, 60, 90}, 5, true},
     {"far, then a fling back", 5, {100, 200, 300, 260, 220}, 5},
-    {"finger, long", 5, {80, 160, 260}, 0, true},
     {"finger, beyond the other edge", 5, {100, 200, 400, 400}, 0, true},
     {"finger, canceled by the system", 5, {80, 160, 260}, 0, false, true},
     {"finger, away from the edge", 60, {120, 200, 300}, 0},

@@ -56,11 +56,9 @@ static const struct {
     {"Symbol { name: 'arrow.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
      {{{21, 11}, "red"}, {{28, 11}, "white"}}},
     {"Symbol { name: 'arrow.right'; pointSize: 20; color: '#80ff0000'; isRightToLeft: true }",
-     {{{21, 11}, "#ff7f7f"}}},                                     // Not the picture of the row above.
-    {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red' }", // Bell, gap, badge.
-     {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
+     {{{21, 11}, "#ff7f7f"}}}, // Not the picture of the row above.
     {"Symbol { name: 'bell.badge'; pointSize: 20; color: 'red'; isRightToLeft: true }",
-     {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}},
+     {{{11, 19}, "red"}, {{28, 7}, "white"}, {{35, 11}, "red"}}}, // Bell, gap, badge.
     {"Symbol { name: 'chevron.right'; pointSize: 20; color: 'red' }",
      {{{30, 23}, "red"}, {{16, 23}, "white"}}},
     {"Symbol { name: 'chevron.right'; pointSize: 20; color: 'red'; isRightToLeft: true }",
