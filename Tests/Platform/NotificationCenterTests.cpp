@@ -39,7 +39,7 @@ TEST(NotificationCenterTest, DeliversByNameAndSenderOnEachObserversQueue)
 
     received.clear();
     ofAll = {};
-    auto moved = std::move(ofSender);
+    auto moved = std::exchange(ofSender, {});
     post("changed", &sender, "4");
     scheduler.runUntilIdle();
     EXPECT_EQ(received, std::vector<std::string>{"sender 4"});
