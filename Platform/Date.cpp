@@ -28,7 +28,7 @@ Date Date::fromSystemTime(std::chrono::system_clock::time_point time)
 std::string Date::utcText() const
 {
     using namespace std::chrono;
-    constexpr double yearZero = -63'113'904'000.0;        // 0000-01-01T00:00:00Z
+    constexpr double yearZero = -63'145'526'400.0;        // 0000-01-01T00:00:00Z
     constexpr double yearTenThousand = 252'423'993'600.0; // 10000-01-01T00:00:00Z
     if (!(secondsSinceReferenceDate >= yearZero && secondsSinceReferenceDate < yearTenThousand))
         return shortestRealText(secondsSinceReferenceDate);
