@@ -14,8 +14,6 @@ namespace {
 TEST(AppearanceTest, EnvironmentOverridesSystem)
 {
     std::vector<std::pair<const char*, std::optional<Appearance>>> cases{
-        {"light", Appearance{}},
-        {"dark", Appearance{.isDark = true}},
         {"light,text=1.5", Appearance{.textScale = 1.5}},
         {"high-contrast", Appearance{.isContrastHigh = true}},
         {"dark,reduced-motion,text=2", Appearance{.isDark = true, .isMotionReduced = true, .textScale = 2}},
@@ -35,7 +33,7 @@ TEST(AppearanceTest, EnvironmentOverridesSystem)
 TEST(RememberedAppearanceTest, NextLaunchStartsWithTheLastAppearance)
 {
     const Appearance appearances[] = {
-        {.isDark = true}, {.isMotionReduced = true}, {.textScale = 1.25}, {.isContrastHigh = true}, {}};
+        {.isDark = true}, {.isMotionReduced = true}, {.textScale = 1.15}, {.isContrastHigh = true}, {}};
     FakeUserDefaults store;
     std::optional<Appearance> last;
     for (const Appearance& appearance : appearances) {
