@@ -63,11 +63,13 @@ protected:
         fs::rename(folder.path("next"), program);
         upgrade.watch(watcher); // Checks at once.
     }
-    /// In a trial, the script waits for `endTrial`.
+    /// In a trial, the script waits for `endTrial` and fails if it inherits our standard descriptors.
     static std::string script(const std::string& command)
     {
-        return "#!/bin/sh\necho \"$*\" >> $0.log\n[ \"$2\" != --version ] || read line < $0.end\n" + command +
-               "\n";
+        return R"(#!/bin/sh
+echo "$*" >> $0.log
+[ "$2" != --version ] || { read line < $0.end; ls -l /proc/$$/fd/[012] | grep -v /dev/null && exit 9; }
+)" + command + "\n";
     }
     /// Ends the trial and lets the upgrade notice it.
     void endTrial()
