@@ -39,7 +39,7 @@ TEST(URLReferenceTest, ResolvesTheExamplesOfRFC3986)
     for (const auto& [resolved, references] : cases)
         expectResolutions("http://a/b/c/d;p?q", resolved, references);
     for (const std::string same : {"g?y", "g#s", "g?y#s", ";x", "g;x", "g;x?y#s", "g.", ".g", "g..", "..g",
-                                   "g?y/./x", "g?y/../x", "g#s/./x", "g#s/../x"})
+                                   ":x", "g?y/./x", "g?y/../x", "g#s/./x", "g#s/../x"})
         expectResolutions("http://a/b/c/d;p?q", ("http://a/b/c/" + same).c_str(), {same.c_str()});
 }
 
@@ -65,7 +65,6 @@ TEST(URLReferenceTest, RemovesOnlyDotSegments)
     expectResolutions("https://a", "https://a//b", {"..//b"});
     expectResolutions("a.b/c/", "d:e", {"d:e"});
     expectResolutions("a.b/c/", "a.b/c/d:e", {"./d:e"});
-    expectResolutions("a.b/c/", "/", {"/.."});
     expectResolutions("a.b/c/", "//h", {"//h"});
     // The result would parse as a host or a scheme.
     expectResolutions("a/", nullptr, {"..//b"});
