@@ -233,7 +233,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
         append 1700000002 quorvane-mdm error two
         append 1700000002 quorvane-mdm error forged 65534
         append 1700000002 quorvane-mdm error forged 0 /usr/bin/logger
-        for selection in '' '--limit 1' '--limit 0' '--level info' '--since 2023-11-14T22:13:21Z' \
+        for selection in '' '--limit 1' '--limit 0' '--level info' '--since 2023-11-14T22:13:22Z' \
                          '--since 2023-11-14T22:13:21Z --limit 9' '--since 1d'; do
             echo "log $selection"
             $QVCTL log $selection 2>/dev/null
@@ -264,7 +264,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
     const std::string three = "2023-11-14T22:13:23.000Z info com.quorvane.mdm general three";
     ASSERT_THAT(lines,
                 ElementsAre(HasSubstr("There is no journal"), "69", "log ", one, two, "log --limit 1", two,
-                            "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:21Z", two,
+                            "log --limit 0", "log --level info", two, "log --since 2023-11-14T22:13:22Z", two,
                             "log --since 2023-11-14T22:13:21Z --limit 9", two, "log --since 1d",
                             HasSubstr("{"), "[user 65534, /usr/bin/quorvane-mdm (deleted)] " + forged,
                             "[user 0, /usr/bin/logger] " + forged, two + ", then " + three, one, two,
