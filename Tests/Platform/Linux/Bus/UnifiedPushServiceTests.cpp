@@ -113,7 +113,8 @@ TEST_F(UnifiedPushServiceTest, RegistersElsewhereWhenADistributorExitsAndOnlyThe
     transcript.after("A registers ");
     first.reset();
     const std::string token = transcript.after("a registers ");
-    a->call("Unregister", token); // The reply to the registration decides.
+    a->call("Unregistered", Dictionary{{"token", Value(token)}}); // The reply to the registration decides.
+    EXPECT_EQ(transcript.after("a answered "), "Unregistered");
     a.reset();
     EXPECT_THAT(transcript.after(""), StartsWith("error 3")) << "once";
     app->registerDevice();
