@@ -70,7 +70,7 @@ TEST(PropertyListTest, NumberTextIsThatOfPrintfInEveryLocale)
 TEST(DateTest, WritesUTCForEveryNumber)
 {
     const std::pair<double, const char*> cases[] = {
-        {-0.001, "2000-12-31T23:59:59.999Z"},
+        {-0.0001, "2000-12-31T23:59:59.999Z"},
         {-63'145'526'400, "0000-01-01T00:00:00.000Z"},
         {252'423'993'599, "9999-12-31T23:59:59.000Z"},
         {252'423'993'600, "252423993600"},
