@@ -58,6 +58,7 @@ TEST_F(WebPushTest, DecryptsMessagesOfAnySizeWithStoredKeys)
     const WebPushKeys stored = WebPushKeys::fromStored(made.privateKey(), made.authSecret()).value();
     for (const std::string& each : {""s, "\2"s, "a\2\0\0"s, std::string(largestWebPushText, 'x')})
         EXPECT_EQ(stored.decrypt(encryptWebPush(subscriptionOf(made), each)), each);
+    EXPECT_NE(encryptWebPush(subscription, "").substr(0, 16), encryptWebPush(subscription, "").substr(0, 16));
     EXPECT_EQ(keys.decrypt(encryptWebPush(subscription, "a", {.recordSize = 20, .padding = "\2\0\0"s})), "a");
     for (const std::byte each : {std::byte{0}, std::byte{255}}) // Below and above the valid range.
         EXPECT_FALSE(WebPushKeys::fromStored(Data(32, each), Data(16)));
