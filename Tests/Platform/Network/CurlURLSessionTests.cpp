@@ -29,15 +29,12 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
     constexpr std::size_t limit = URLSession::maximumBodyBytes;
     const std::string large(90'000, 'x');
     const Case cases[] = {
-        {{.status = 204, .body = ""}},
         {{.status = 302}},
         {{.status = 302, .headerFields = {{"Location", ""}}}},
         {{.status = 304, .headerFields = {{"Location", "/other"}}, .body = ""}},
-        {{.status = 404, .body = "none"}},
-        {{.body = "\xff\xfe\x80"}},
+        {{.status = 404, .body = "\xff\xfe\x80"}},
         {{.body = std::string(limit, 'x')}},
         {{.body = std::string(limit + 1, 'x')}, Code::dataLengthExceedsMaximum},
-        {{.ending = Ending::endless}, Code::dataLengthExceedsMaximum},
         {{.status = 302, .headerFields = {{"Location", "/other"}}, .ending = Ending::endless},
          Code::dataLengthExceedsMaximum},
         // All together, or one of them, is too long.
