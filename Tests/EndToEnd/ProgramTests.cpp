@@ -54,7 +54,7 @@ ulimit -s $((1 << 40)); quorvane-mdm | 70 | Resource temporarily unavailable\n
 quorvane-backend --reply '/=200' --reply '/=199' | 64 | --reply: '199' is not a number from 200 to 599
 quorvane-backend --reply '/=599' --reply '/=600' | 64 | --reply: '600' is not a number from 200 to 599
 quorvane-backend --header '/=A: b' --header $'/=A: b\nC: d' | 64 | --header: 'A: b\nC: d' is not of the form
-ln -s /dev/full $DEVICE/server.pem; quorvane-backend --certificates $DEVICE | 69 | cannot write
+timeout 20 quorvane-backend > /dev/full || exit; ln -s /dev/full $DEVICE/server.pem; quorvane-backend --certificates $DEVICE | 69 | cannot write
 quorvane-backend --delay '/=86400000' --delay '/=86400001' | 64 | --delay: '86400001' is not)");
 }
 
