@@ -42,6 +42,7 @@ TEST(PushSenderTest, EncryptsPushesAndReportsRefusals)
     EXPECT_THAT(requests[0].headerFields,
                 AllOf(Contains(Pair("Content-Encoding", "aes128gcm")), Contains(Pair("TTL", "86400"))));
     EXPECT_THAT(requests[0].body, Not(HasSubstr("canary")));
+    EXPECT_FALSE(uploadedToken({"PUT", "/token", {}, R"({"token": "ab"})"}));
     for (const int status : {302, 404, 503}) {
         backend.setReply("*", {.status = status});
         expectRefusal(token, fmt::format("answered with status {}", status), routes);

@@ -80,7 +80,6 @@ TEST_F(WebPushTest, RejectsAllButOneAuthenticRecord)
         {"longer than 4096", message + std::string(4000, 'x')},
         {"record size is 17", with({.recordSize = 17})},
         {"more than one record", with({.recordSize = 18, .padding = "\2\0"s})},
-        {"tag does not match", message.substr(0, 143)},
         {"tag does not match", flipped(0)},
         {"identifier has 64", flipped(20)},
         {"uncompressed", flipped(21)},
