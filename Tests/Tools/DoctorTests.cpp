@@ -173,7 +173,7 @@ outcome push failed silent 0 60 | push.last | warning: The last push, a silent o
 outcome push deferred silent 0 60 | push.last | warning: The last push, a silent one on 2001-01-01 00:01 UTC, could not be accepted; the sender
 outcome push failed none 0 60 | push.last | warning: The last push, on 2001-01-01 00:01 UTC, was refused because its content could not be read. -> Check
 outcome configurationError failed untrusted 0 60 | policy.lastError | ok: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file was not trusted. It has been corrected since. -> 
-outcome configurationError failed notStored 0 60 | policy.lastError | ok: The last error of the configuration was on 2001-01-01 00:01 UTC: the configuration could not be stored. It has been corrected since. -> 
+outcome configurationError failed notStored 0 1000 | policy.lastError | ok: The last error of the configuration was on 2001-01-01 00:16 UTC: the configuration could not be stored. It has been corrected since. -> 
 outcome configurationError failed notStored 0 1001 | policy.lastError | warning: The last error of the configuration was on 2001-01-01 00:16 UTC: the configuration could not be stored. -> 
 outcome configurationError failed malformed 0 60, write managed.json { | policy.lastError | skipped: The last error of the configuration was on 2001-01-01 00:01 UTC: the policy file could not be parsed; fix policy.syntax first.)";
 

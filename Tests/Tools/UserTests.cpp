@@ -121,14 +121,13 @@ TEST(UserAccountsTest, SelectsAccountsWithAStateFolder)
         std::filesystem::create_directories(folder.path(name) / ".local/share/quorvane-mdm");
         return folder.path(name);
     };
-    std::filesystem::create_directory(folder.path("empty"));
     std::filesystem::create_symlink("loop", folder.path("loop"));
     const std::vector<UserAccount> accounts{{"second", 70001, 0, makeHome("second")},
                                             {"first", 70000, 0, makeHome("first")},
                                             {"alias", 70001, 0, makeHome("alias")},
-                                            {"new", 70002, 0, folder.path("empty")},
-                                            {"homeless", 70003, 0, "/nonexistent"},
-                                            {"relative", 70004, 0, ""},
+                                            {"new", 70002, 0, folder.path()},
+                                            {"homeless", 70003, 0, "/dev/null"},
+                                            {"relative", 70004, 0, relative(makeHome("near"))},
                                             // Cannot be looked into; its own process will see.
                                             {"odd", 70005, 0, folder.path("loop")}};
     const auto isNamed = [](const char* name) { return testing::Field(&UserAccount::name, name); };
