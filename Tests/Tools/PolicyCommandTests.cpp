@@ -285,8 +285,9 @@ config set token.json --json | 78 | "outcome":"refused" | was not installed)");
 TEST_F(PolicyCommandTest, CommandsNameTheFragmentOfEachValue)
 {
     folder.write("parts/10.json", R"({"device_id": "ONE", "OrganizationId": "1", "a/b": 1})");
-    folder.write("parts/30.json", R"({"device_id": "1.5"})");
-    folder.write("parts/50.json", "{\n\"device_id\": \" TWO \",\n\"a/b\": 2}");
+    folder.write("parts/30.json", R"({"device_id": "1.5", "AllowedAppsBundleIdsForSSOExtension": ["x"]})");
+    folder.write("parts/50.json", "{\n\"device_id\": \" TWO \",\n\"a/b\": 2,\n"
+                                  "\"AllowedAppsBundleIdsForSSOExtension\": \"\"}");
     setEnvironment("QUORVANE_MANAGED_CONFIGURATION", "parts");
     checkAll(
         R"(config show | 0 | " TWO "\n    from DEVICE/parts/50.json, which replaces the value in DEVICE/parts/10.json and DEVICE/parts/30.json\n
@@ -294,7 +295,7 @@ config show --json | 0 | "device_id":{"path":"DEVICE/parts/50.json","replaced":[
 config explain --json | 0 | "device_id":{"path":"DEVICE/parts/50.json","replaced":[
 config lint | 0 | DEVICE/parts/50.json:2:14: note: device_id has leading
 config lint | 0 | DEVICE/parts/50.json:3:1: warning: a/b is not
-config lint --json | 0 | "path":"DEVICE/parts/50.json","key":"device_id"
+config lint --json | 0 | "path":"DEVICE/parts/50.json","key":"AllowedAppsBundleIdsForSSOExtension","index":0,"line":4,"column":40
 status --json | 0 | "fragments":["DEVICE/parts/10.json","DEVICE/parts/30.json","DEVICE/parts/50.json"]
 config clear | 64 |  | is a folder of fragments
 config show --managed-configuration none/ | 66 |  | none contains no fragments)");
