@@ -166,10 +166,10 @@ qvctl bundle link.tar.gz | 69 | link.tar.gz exists and is not replaced
 qvctl bundle missing/a.tar.gz | 69 | No such file
 qvctl bundle - |tar -tvz | 0 | -rw------- 0/0
 { head -c 65536 /dev/zero; dd status=none count=0 oflag=nonblock; qvctl bundle -; } |{ sleep 0.3; head -c 65536 >/dev/null; tar -tz |xargs; } | 0 | versions.json status.json doctor.json lint.json explain.json configuration.json stores.json files.txt log.txt\n
-HOME=$DEVICE qvctl bundle - |tar -xzO files.txt | 0 | ~/data/quorvane-mdm
 ulimit -f 1; qvctl bundle half.tar.gz | 69 | File too large
 cd ..; qvctl bundle - --managed-configuration my.json |tar -xz; grep -l my.json *.json | 0 | configuration.json\ndoctor.json\nexplain.json\nlint.json\nstatus.json\n
 qvctl privacy grant notifications; qvctl bundle - --managed-configuration ../my.json |tar -xzO stores.json | 0 | "key":"[25 bytes, hash 
+echo damaged > $DEVICE/data/quorvane-mdm/shell.sqlite; HOME=$DEVICE qvctl bundle - |tar -xzO files.txt stores.json |grep -o '[^ "]*/shell.sqlite' |sort -u |xargs echo all: | 0 | all: ~/data/quorvane-mdm/shell.sqlite\n
 qvctl bundle - --json | 64 | name a file
 qvctl bundle - > /dev/full | 69 | No space left)");
     // The half of an archive was removed.
