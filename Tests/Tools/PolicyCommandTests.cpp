@@ -136,7 +136,6 @@ TEST_F(PolicyCommandTest, CommandsNameFileAndReason)
 config show | 66 |  | qvctl: no policy file: 
 config explain --json | 66 | "error":"no policy file: | managed.json does not exist
 config lint good.json bad.json good.json | 78 | good.json: no problems found\nbad.json:1:13: error: api_key has the wrong type: ********
-config lint bad.json good.json | 78 | good.json: no problems
 config lint warning.json | 0 | warning.json:1:17: warning: base_domain uses http
 config lint none.json good.json | 66 | good.json: no problems | none.json: no such file
 config lint bad.json none.json | 78 | bad.json:1:13 | none.json: no such file
@@ -153,6 +152,7 @@ config show --json --managed-configuration types.plist | 0 | ["inf",1.5,"2026-01
 config explain half.json --json | 78 | {"version":1,"path":"half.json","error":"half.json:2: | half.json:2:
 config explain none.json | 66 |  | none.json: no such file
 config explain bad.json | 0 | api_key has the wrong type: ********; the app ignores it
+config schema | 0 | "$ref": "#/$defs/textOrNumber",\n      "writeOnly": true,\n      "examples": ["replace-with-the-api-key"]
 config schema --format appconfig | 0 | <bundleId>com.quorvane.mdm</bundleId>
 config schema --format sample --json | 0 | {"version":1,"content":{
 snapshot --schema | 0 | "configVersion"
@@ -219,8 +219,7 @@ config show --json | 0 | "configuration":{"api_key":"********","device_id":" D "
 config show --reveal | 0 | canary |  | good.json | -
 config set longer.json | 0 | managed.json: changed\n | note | longer.json | +
 config set good.json | 0 | managed.json: changed\n | note | good.json | +
-config clear --json | 0 | "removed":["DEVICE/managed.json"],"fragments":[]} |  | none | *
-config clear | 0 | No policy file to remove\n |  | none | -)";
+config clear --json | 0 | "removed":["DEVICE/managed.json"],"fragments":[]} |  | none | *)";
 
 TEST_F(PolicyCommandTest, SetInstallsOnlyValidFilesDurably)
 {
@@ -266,7 +265,7 @@ TEST_F(PolicyCommandTest, ValuesOfSecretAndUnknownKeysAreMasked)
 {
     folder.write("managed.json",
                  R"({"api_key": "canary", "password": "canary", "base_domain": {"a": "canary"},
-        "SchemaVersion": [{"a": "canary"}], "AllowedAppsBundleIdsForSSOExtension": [{"a": "canary"}],
+        "SchemaVersion": [1, {"a": "canary"}], "AllowedAppsBundleIdsForSSOExtension": [{"a": "canary"}],
         "device_id": "\u001b[31m\u202e"})");
     folder.write("token.json", R"({"api_key": canary})");
     checkAll(R"(config show | 0 | device_id                               "\x1b[31m
@@ -296,7 +295,7 @@ config explain --json | 0 | "device_id":{"path":"DEVICE/parts/50.json","replaced
 config lint | 0 | DEVICE/parts/50.json:2:14: note: device_id has leading
 config lint | 0 | DEVICE/parts/50.json:3:1: warning: a/b is not
 config lint --json | 0 | "path":"DEVICE/parts/50.json","key":"AllowedAppsBundleIdsForSSOExtension","index":0,"line":4,"column":40
-status --json | 0 | "fragments":["DEVICE/parts/10.json","DEVICE/parts/30.json","DEVICE/parts/50.json"]
+status --json | 0 | "policyFile":{"path":"DEVICE/parts","state":"good","reason":null,"places":[],"ignored":[],"fragments":["DEVICE/parts/10.json","DEVICE/parts/30.json","DEVICE/parts/50.json"]
 config clear | 64 |  | is a folder of fragments
 config show --managed-configuration none/ | 66 |  | none contains no fragments)");
 }
