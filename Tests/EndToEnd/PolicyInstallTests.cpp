@@ -20,7 +20,7 @@ try json; chmod 6755 $folder/*; try json | 0 | 644\n/etc/quorvane-mdm/managed.js
 try json; chmod 700 $folder; try json | 0 | 644\n/etc/quorvane-mdm/managed.json: changed\nexit 0\n755 644\n
 umask 027; try plist | 0 | /managed.plist: changed\nexit 0\n755 644\n
 (ulimit -f 0; try plist) | 0 | qvctl: /etc/quorvane-mdm/managed.plist: File too large\nexit 69\n755 600\n
-ln -s $DEVICE/policy.plist $folder/managed.plist; try plist | 0 | /managed.plist: changed\nexit 0\n755 644\n
+rm $folder/*; ln -s $DEVICE $folder/managed.plist; ln -s none $folder/managed.json; try plist | 0 | /managed.plist: changed\nexit 0\n755 644\n
 rm $folder/*; mkfifo $folder/managed.json; try plist | 0 | /managed.plist: changed\nexit 0\n755 644\n
 rm $folder/*; mkdir -m 750 $folder/managed.json; try plist | 0 | /managed.json is a folder; move it away\nexit 78\n755 750\n
 rm $folder/*; mkdir $folder/managed.json; qvctl config clear | 78 | /managed.json is a folder; move it away)");
