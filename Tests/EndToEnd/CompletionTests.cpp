@@ -87,7 +87,7 @@ protected:
 TEST_P(CompletionTest, CompletesCommandsValuesAndFiles)
 {
     const std::pair<const char*, Words> rows[] = {
-        {"qvctl config s", {"show", "set", "schema"}},
+        {"qvctl --json config s", {"show", "set", "schema"}},
         {"qvctl --managed-configuration config st", {"status"}},
         {"qvctl config lint ", {"a file.json", "b.json"}},
         {"qvctl config lint b.json ", {"a file.json", "b.json"}},
