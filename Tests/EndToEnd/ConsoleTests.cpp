@@ -124,10 +124,11 @@ TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
 {
     // More output than fits in a pipe. A full disk is an error, except on standard error.
     checkAll(R"(
-        echo "{\"AllowedAppsBundleIdsForSSOExtension\": [$(yes '"nodot",' | head -n 2000) 1]}" > $DEVICE/bad.json
+        echo "{\"AllowedAppsBundleIdsForSSOExtension\": [$(yes '"nodot",' | head -n 2000) \"\"]}" > $DEVICE/bad.json
         set -o pipefail)",
              R"(qvctl config lint $DEVICE/bad.json |head -n 1 | 78
 qvctl config lint $DEVICE/bad.json 2>&1 |true | 78
+qvctl config lint $DEVICE/bad.json none.json 2>&1 | 78 | [2000] is empty; it is ignored; remove the extra comma or element\nqvctl: none.json: no such file\n
 qvctl doctor --offline |head -n 1 | 1
 qvctl config show 2>&1 |true | 66
 qvctl config schema > /dev/full | 69 | No space left

@@ -138,7 +138,6 @@ config explain --json | 66 | "error":"no policy file: | managed.json does not ex
 config lint good.json bad.json good.json | 78 | good.json: no problems found\nbad.json:1:13: error: api_key has the wrong type: ********
 config lint warning.json | 0 | warning.json:1:17: warning: base_domain uses http
 config lint none.json good.json | 66 | good.json: no problems | none.json: no such file
-config lint bad.json none.json | 78 | bad.json:1:13 | none.json: no such file
 config lint half.json | 78 | half.json:2:
 config lint --json bad.json good.json | 78 | {"version":1,"path":"good.json","findings":[]}\n
 config lint --json bad.json | 78 | {"severity":"error","path":"bad.json","key":"api_key","index":null,"line":1,"column":13,
