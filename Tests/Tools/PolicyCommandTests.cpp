@@ -202,8 +202,7 @@ file.plist:3:2: error: api_key has the wrong type: array []; the app ignores it;
 constexpr const char* installations = R"(config clear | 0 | No policy file to remove\n |  | none | -
 config set none.json | 66 |  | none.json: no such file | none | -
 config set good.json | 0 | managed.json: changed\n | good.json:1:36: note: device_id has leading | good.json | +
-config set bad.json | 78 |  | bad.json:1:13: error: api_key has the wrong type: ******** | good.json | -
-config set bad.json | 78 |  | bad.json was not installed: fix its errors, or install it anyway with --force | good.json | -
+config set bad.json | 78 |  | bad.json:1:13: error: api_key has the wrong type: ********; the app ignores it; use a string or a number\nbad.json:1:38: note: device_id has leading or trailing white space; it is removed\nqvctl: bad.json was not installed: fix its errors, or install it anyway with --force | good.json | -
 config set bad.json --json | 78 | "outcome":"refused","findings":[{"severity":"error" | bad.json was not installed | good.json | -
 config set half.json | 78 |  | half.json:2: | good.json | -
 config set half.json --force | 78 |  | half.json was not installed: it cannot be parsed | good.json | -
