@@ -86,6 +86,7 @@ mount -t tmpfs tmpfs /run; mkdir -p /run/user/65000; qvctl doctor --user alice -
 qvctl status --user alice --managed-configuration none.json 2>&1 |grep -F "$PWD/none.json does not exist" | 0
 QUORVANE_MANAGED_CONFIGURATION=x.json setpriv --groups 65100 $QVCTL status --user alice | 0 | /x.json (good)
 QUORVANE_MANAGED_CONFIGURATION=x.json setpriv --groups 65100 $QVCTL status --user bob | 0 | /x.json: cannot be opened: Permission denied
+(ulimit -n 6; qvctl status --user bob) | 69 | qvctl: bob: the process for this user could not be started: Too many open files
 as bob $QVCTL status --user bob | 0 | Notifications   denied
 as bob $QVCTL status --user alice | 69 | qvctl: only root can read the state of alice; run this command with sudo
 as bob $QVCTL status --all-users | 69 | qvctl: only root can read the state of all users; run this command with sudo
