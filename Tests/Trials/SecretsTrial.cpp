@@ -194,7 +194,7 @@ void requireNoneInBundles(TrialDevice& device, const Canaries& canaries)
     require(application->waitForLine("Configuration updated"), "the application did not apply the policy");
     device.setEnvironment("QUORVANE_LOG_PRIVATE_DATA", "");
     application->end();
-    StoreFile(device.path("data/quorvane-mdm/shell.sqlite"))->set("canary", true);
+    StoreFile(device.path("data/quorvane-mdm/shell.sqlite"))->set(device.inspect().deviceToken, true);
     for (const std::string& text : policies) {
         for (const char* mode : {"600", "666"}) { // Trusted and not.
             device.replacePolicy(text);
