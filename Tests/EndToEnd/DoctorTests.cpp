@@ -174,7 +174,7 @@ protected:
 /// What is broken (changes with their arguments, separated by semicolons), the checks that fail, those that
 /// are skipped because of them ("from CHECK" for this and all later checks of the backend), and part of the
 /// output.
-constexpr const char* causes = R"( |  |  | accepts connections at 127.0.0.1
+constexpr const char* causes = R"(certificate expired | backend.dates |  | expired on
 set TZ UTC-14 |  |  | The certificate, or one in its chain, expires in 3 days, on
 no-policy | policy.file | policy.permissions policy.syntax policy.values suite.current | 
 policy {"base_domain":"mdm\u0020acme\u0020com"} | policy.values suite.current backend.address | from backend.proxy | differs from the policy file in base_domain, api_key, device_id
@@ -189,12 +189,11 @@ certificate untrusted; proxy https BACKEND | backend.connect | from backend.tls 
 proxy https BACKEND | backend.connect | from backend.tls | opens no way to the backend: 
 proxy socks5 REFUSING | backend.connect | from backend.tls | opens no way to the backend: 
 proxy ftp localhost:1 | backend.proxy | from backend.host | https_proxy names a proxy of an unsupported scheme
-proxy http localhost:1; set no_proxy example.com,localhost |  |  | No proxy is used
+proxy http localhost:1; set no_proxy example.com,localhost |  |  | accepts connections at 127.0.0.1
 unknown-host | suite.current backend.host | from backend.connect | cannot be resolved: no name server
 no-backend; plain-server HTTP/1.1 | backend.tls | from backend.certificate | something other than TLS
 no-backend; plain-server | backend.tls | from backend.certificate | does not answer in TLS within 2 s
 no-backend; plain-server FULL | backend.connect | from backend.tls | no answer within 2 s
-certificate expired | backend.dates |  | expired on
 certificate wrong-host | backend.name |  | not for localhost
 certificate self-signed | backend.certificate |  | is self-signed
 certificate untrusted | backend.certificate |  | from an authority
@@ -307,6 +306,7 @@ constexpr const char* results =
 "lastError":{unavailable} | backend.connect | ok: [::1]:1 accepts connections at 127.0.0.1.
 "lastError":0 | backend.host | ok: ::1 resolves to 192.0.2.1, 127.0.0.1.
 "chainEnd":{soon} | backend.dates | warning: The certificate, or one in its chain, expires in 13 days, on 
+"notBefore":{soon} | backend.dates | failed: The certificate of , issued by , is not valid before 
 "outdatedAuthority":"CN=Old" | backend.dates | failed: The certificate of the authority CN=Old has expired or is not valid yet; )";
 
 TEST(DoctorHelperTest, NamesAHelperWithoutResultAndAddressesWithoutReply)

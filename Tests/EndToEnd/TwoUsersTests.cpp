@@ -24,6 +24,7 @@ XDG_DATA_HOME=$DEVICE/theirs/roots; grant | 69 | theirs belongs to user 65534:
 XDG_DATA_HOME=$DEVICE/roots; grant | 0 | Notifications for root: allowed
 qvctl doctor --offline |grep state.folder | 0 | ok       state.folder
 qvctl doctor --offline 2>&1 |grep '^qvctl: ' | 1
+for mode in 0300 0500 0600; do chmod $mode theirs/quorvane-mdm; as_user $QVCTL doctor --offline |grep -o "mode $mode"; done |xargs | 0 | mode 0300 mode 0500 mode 0600\n
 XDG_DATA_HOME=$DEVICE/roots; grant; as_user $QVCTL doctor --offline | 1 | belongs to user 0, so the app)");
 }
 

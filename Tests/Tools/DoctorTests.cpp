@@ -127,6 +127,7 @@ mode data/quorvane-mdm 0705 | state.folder | warning: DEVICE/data/quorvane-mdm i
 mode data 0777 | state.folder | failed: The app does not use DEVICE/data/quorvane-mdm: 
 remove data | state.folder | skipped: DEVICE/data/quorvane-mdm does not exist yet; the app creates it on first launch. -> 
 remove data | app.running | failed: The app has never run for this user. -> Start
+remove data/quorvane-mdm, write data/quorvane-mdm x | state.folder | failed: DEVICE/data/quorvane-mdm is not a folder. -> Move it away
 remove data, write data x | state.folder | failed: DEVICE/data/quorvane-mdm cannot be reached past DEVICE/data: Not a directory. -> 
 permission 1 | notifications.permission | failed: The user does not allow notifications. -> Ask
 permission 0 | notifications.permission | failed: The user has not been asked yet. -> Open the app
@@ -162,8 +163,7 @@ replaced old, select one | push.registration | ok: There is a device token of 4 
 upload 302 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 302. -> Restart
 upload 302, failed backend.connect | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.connect first.
 upload 0 -1004 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed: the connection failed. -> Restart
-upload 200 0 GET | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
-upload 200 0 POST 1 | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
+upload 200 0 1 | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
 no-request | upload.last | warning: The app has not sent the device token to mdm.example:443 yet. -> Restart
 no-snapshot | upload.last | skipped: No token is uploaded because no backend is configured. -> 
 no-device | upload.last | warning: No token is uploaded because device_id is not set. -> Set
@@ -192,8 +192,7 @@ TEST_F(DoctorTest, ChecksReportWhatIsWrong)
         auto record = exchange;
         record.statusCode = number(1);
         record.errorCode = number(2);
-        record.method = words[3].empty() ? "POST" : words[3];
-        record.pathSegmentCount += number(4);
+        record.pathSegmentCount += number(3);
         Network::storeExchanges(*shell(), {{"mdm.example:443", record}});
     };
     const auto push = [&] {

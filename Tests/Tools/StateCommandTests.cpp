@@ -244,7 +244,7 @@ TEST_F(StateCommandTest, ConditionsDependOnWhatIsStored)
 constexpr const char* damages =
     R"(com.quorvane.mdm.sqlite | no database | notifications | 69 | .sqlite: file is not a database
 com.quorvane.mdm.sqlite | no database | status | 69 | .sqlite: file is not a database
-shell.sqlite | no database | status --check applied | 69 | .sqlite: file is not a database
+shell.sqlite | no database | status --check applied,running | 69 | .sqlite: file is not a database
 shell.sqlite |  | privacy grant notifications | 69 | .sqlite is not a regular file; remove it
 groups/group.com.quorvane.mdm.sqlite |  | snapshot | 69 | .sqlite is not a regular file; remove it
 groups/group.com.quorvane.mdm.sqlite |  | config forget | 69 | .sqlite is not a regular file; remove it
