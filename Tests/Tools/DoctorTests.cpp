@@ -115,9 +115,8 @@ constexpr const char* diagnoses = R"( | policy.file | ok: DEVICE/managed.json ex
 remove managed.json | policy.file | failed: DEVICE/managed.json does not exist. -> Deliver it
 remove managed.json, pipe managed.json | policy.file | failed: DEVICE/managed.json is not a regular file. -> Make it a regular file
 mode managed.json 0666 | policy.permissions | failed: DEVICE/managed.json can be written by others (mode 0666), so the app does not trust it. -> Remove that permission (chmod go-w).
-mode managed.json 0666 | policy.syntax | skipped: Not checked; fix policy.permissions first.
+mode managed.json 0666 | policy.values | skipped: Not checked; fix policy.permissions first.
 {"api_key": "canary | policy.syntax | failed: DEVICE/managed.json:1:20: ends inside a string. -> Correct the file
-{"api_key": "canary | policy.values | skipped: Not checked; fix policy.syntax first.
 {\n"api_key": ["canary"]} | policy.values | failed: Line 2: api_key has the wrong type: ********; the app ignores it. -> Use a string or a number. For details, run: qvctl config lint DEVICE/managed.json
 {"base_domain": "http://a.b/c"} | policy.values | warning: Line 1: base_domain uses http; the app uses https instead (and 1 more). -> Write https://. For
 {"device_id": 1} | policy.values | ok: Line 1: device_id is a number; it is converted to a string. -> 
@@ -161,7 +160,12 @@ push UnifiedPush -1 | push.registration | warning: There is a device token of 4 
 replaced old | push.registration | warning: There is a device token of 4 bytes, from org.unifiedpush.Distributor.one, which replaced old. -> If
 replaced old, select one | push.registration | ok: There is a device token of 4 bytes
 upload 302 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed with status 302. -> Restart
+upload 302, failed backend.address | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.address first.
 upload 302, failed backend.connect | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.connect first.
+upload 302, failed backend.tls | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.tls first.
+upload 302, failed backend.certificate | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.certificate first.
+upload 302, failed backend.name | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.name first.
+upload 302, failed backend.dates | upload.last | skipped: The upload on 2001-01-01 00:01 UTC failed with status 302; fix backend.dates first.
 upload 0 -1004 | upload.last | failed: The upload on 2001-01-01 00:01 UTC failed: the connection failed. -> Restart
 upload 200 0 1 | upload.last | skipped: The last request to mdm.example:443, on 2001-01-01 00:01 UTC, was not an upload
 no-request | upload.last | warning: The app has not sent the device token to mdm.example:443 yet. -> Restart

@@ -102,7 +102,6 @@ bool isDecoded(std::string_view snapshot)
 /// A key, and how the first finding begins; the schema rejects the key if it is an error.
 constexpr const char* keyNames = R"(base_domain | 
 Base-Domain | error: did you mean "base_domain"?
-baseDomain | error: did you mean "base_domain"?
 BASEDOMAIN | error: did you mean "base_domain"?
  api key  | error: did you mean "api_key"?
 “api_key” | error: did you mean "api_key"?
@@ -155,8 +154,7 @@ constexpr const char* badPolicies =
 {"OrganizationId": "'4711'"} | warning | OrganizationId | quotation marks
 {} | warning | the file | is empty
 {"PayloadType": "Configuration", "PayloadContent": []} | error | the file | a complete configuration profile
-{"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "canary"}}]} | error | the file | a complete configuration profile
-{"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "canary"}}]} | error | the file | deploy only the dictionary at PayloadContent[1].Settings.
+{"PayloadContent": [{"a": 1}, {"Settings": {"api_key": "canary"}}]} | error | the file | is a complete configuration profile; the app finds no managed keys and configures nothing; deploy only the dictionary at PayloadContent[1].Settings.
 {"com.quorvane.mdm": {"api_key": "canary"}} | error | the file | inside com.quorvane.mdm
 {"base_domain": "https://[::1]:8443/mdm%2Fx", "api_key": "a b", "device_id": "a%2Fb"} | warning | base_domain | contains a path)";
 

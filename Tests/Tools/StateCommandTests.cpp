@@ -6,6 +6,7 @@
 #include "Platform/Push/PushServiceState.h"
 #include "Tests/Fakes/Bytes.h"
 #include "Tests/Tools/ConsoleTest.h"
+#include "Tools/qvctl/Bundle/StoreDescription.h"
 
 #include <boost/json.hpp>
 #include <chrono>
@@ -111,6 +112,8 @@ TEST_F(StateCommandTest, CommandsShowWhatIsStored)
     checkAll(R"(status --json --reveal | 0 | "hasDeviceToken":true,"deviceToken":"canary7f","pushService"
 snapshot --json --reveal | 0 | "apiKey":"canary"
 notifications --reveal | 0 | canary\x1b[31m\n)");
+    EXPECT_THAT(json::serialize(Qvctl::Bundle::describeStore(paths().standardDefaults(), {})),
+                HasSubstr(R"(,"type":"text","bytes":8})"));
 }
 
 TEST_F(StateCommandTest, EveryManagedKeyAppearsInEveryCommand)
@@ -183,15 +186,13 @@ policy {"device_id":"canary-1"} | wait --timeout 0 | 75 |  | qvctl: no configura
 policy { | wait --timeout 0 | 78 |  | managed.json:1:2: 
  | status --json | 0 | "state":"malformed","reason":"
  | wait --timeout 1e300 | 78 |  | the policy file cannot be applied: 
- | status --check applied | 1 | check applied   not met: the policy file cannot be applied: 
 policy {"device_id":"canary-1"} | status --check applied | 1 | check applied   not met: no configuration was applied yet\n
 running | reload | 69 |  | the app cannot be reached: it has just ended, or runs in another container
 snapshot {"device_id":"canary-1"} 2 | wait --timeout 20 | 0 | Version 2 is applied.\n
  | wait --timeout 0 --json | 0 | {"version":1,"isMet":true,"configVersion":2}\n
  | wait --version 2 --timeout 1e300 | 0 | Version 2 is applied.\n
  | wait --version 1 --timeout 0 | 0 | Version 2 is applied.\n
- | wait --version 3 --timeout 0 | 75 |  | qvctl: the applied configuration has version 2\n
- | wait --version 3 --timeout 0 --json | 75 | {"version":1,"isMet":false,"configVersion":2,"error":"the applied | version 2
+ | wait --version 3 --timeout 0 --json | 75 | {"version":1,"isMet":false,"configVersion":2,"error":"the applied | qvctl: the applied configuration has version 2\n
  | status --check running,applied | 0 | check applied   met\ncheck running   met\n
  | status --check | 1 | check uploaded  not met: no device token is uploaded because base_domain is not set\n
  | status --check uploaded,running --json | 1 | "conditions":[{"name":"running","isMet":true,"reason":null},{"name":"uploaded","isMet":false,"reason":"no
@@ -203,7 +204,6 @@ snapshot {"base_domain":"mdm.example","device_id":"DEV"} 3 | wait --uploaded --t
 upload other.example:443 POST 10 200 | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
 upload mdm.example:443 GET 10 200 | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
 upload mdm.example:443 POST 11 200 | wait --uploaded --timeout 0 | 75 |  | the device token was not uploaded to the applied backend yet
-upload mdm.example:443 POST 10 503 | wait --uploaded --timeout 0 | 75 |  | the last upload failed with status 503
 upload mdm.example:443 POST 10 300 | status --check uploaded | 1 | not met: the last upload failed with status 300\n
 upload mdm.example:443 POST 10 0 | status --check uploaded | 1 | not met: the last upload failed: it timed out\n
 upload mdm.example:443 POST 10 204 | wait --uploaded --timeout 20 | 0 | The device token is uploaded.\n
