@@ -126,13 +126,11 @@ TEST_F(ProgramTest, ExitCodeDoesNotDependOnTheReaderOfTheOutput)
     checkAll(R"(
         echo "{\"AllowedAppsBundleIdsForSSOExtension\": [$(yes '"nodot",' | head -n 2000) \"\"]}" > $DEVICE/bad.json
         set -o pipefail)",
-             R"(qvctl config lint $DEVICE/bad.json |head -n 1 | 78
-qvctl config lint $DEVICE/bad.json 2>&1 |true | 78
+             R"(qvctl config lint $DEVICE/bad.json 2>&1 |true | 78
 qvctl config lint $DEVICE/bad.json none.json 2>&1 | 78 | [2000] is empty; it is ignored; remove the extra comma or element\nqvctl: none.json: no such file\n
 qvctl doctor --offline |head -n 1 | 1
 qvctl config schema > /dev/full | 69 | No space left
 qvctl doctor --offline > /dev/full | 69 | No space left
-qvctl config show --json > /dev/full | 69 | No space left
 qvctl --help > /dev/full | 69 | No space left
 qvctl config show 2> /dev/full | 66)");
 }
@@ -169,7 +167,7 @@ qvctl bundle - |tar -tvz | 0 | -rw------- 0/0
 ulimit -f 1; qvctl bundle half.tar.gz | 69 | File too large
 cd ..; qvctl bundle - --managed-configuration my.json |tar -xz; grep -l my.json *.json | 0 | configuration.json\ndoctor.json\nexplain.json\nlint.json\nstatus.json\n
 qvctl privacy grant notifications; qvctl bundle - --managed-configuration ../my.json |tar -xzO stores.json | 0 | "key":"[25 bytes, hash 
-echo damaged > $DEVICE/data/quorvane-mdm/shell.sqlite; ln -s none $DEVICE/data/quorvane-mdm/link; HOME=$DEVICE qvctl bundle - |tar -xzO files.txt stores.json |grep -Eo '^120777|[^ "]*/shell.sqlite' |LC_ALL=C sort -u |xargs echo all: | 0 | all: 120777 ~/data/quorvane-mdm/shell.sqlite\n
+echo damaged > $DEVICE/data/quorvane-mdm/shell.sqlite; ln -s none $DEVICE/data/quorvane-mdm/link; touch -hd @86400 $DEVICE/data/quorvane-mdm/link; HOME=$DEVICE qvctl bundle - |tar -xzO files.txt stores.json |grep -Eo '^120777|1970-.*Z|[^ "]*/shell.sqlite' |LC_ALL=C sort -u |xargs echo all: | 0 | all: 120777 1970-01-02T00:00:00.000Z ~/data/quorvane-mdm/shell.sqlite\n
 qvctl bundle - --json | 64 | name a file
 qvctl bundle - > /dev/full | 69 | No space left)");
     // The half of an archive was removed.
@@ -242,7 +240,7 @@ TEST_F(ProgramTest, LogReadsTheJournal)
         $QVCTL log --all --limit 2
         $QVCTL log --follow --limit 1 | {
             read -r first
-            append 1700000003 quorvane-mdm info three
+            mv $folder/system{,@1}.journal; append 1700000003 quorvane-mdm info three # After a rotation.
             read -r second
             echo "$first, then $second"
         }

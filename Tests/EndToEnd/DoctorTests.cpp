@@ -181,7 +181,7 @@ policy {"base_domain":"mdm\u0020acme\u0020com"} | policy.values suite.current ba
 set XDG_DATA_HOME DEVICE/policy/managed.json | state.folder | app.running suite.readable suite.current notifications.permission push.distributor push.registration upload.last push.last policy.lastError | 
 no-database | suite.readable | suite.current upload.last | 
 set DBUS_SESSION_BUS_ADDRESS unix:path=DEVICE/run/none | bus.session | notifications.server | 
-set SSL_CERT_FILE DEVICE/none | backend.trust | backend.certificate | 
+set SSL_CERT_FILE DEVICE/none | backend.trust | backend.certificate | Check SSL_CERT_FILE, or unset it.
 proxy http localhost:1 | backend.proxy | from backend.host | localhost:1 (from https_proxy) accepts no connections
 proxy http REFUSING | backend.connect | from backend.tls | CONNECT tunnel failed, response 407
 proxy http CLOSING | backend.tls | from backend.certificate | The proxy connects to localhost:

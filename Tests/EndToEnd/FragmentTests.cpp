@@ -29,7 +29,7 @@ qvctl config clear | 0 | /etc/quorvane-mdm/managed.d/50.json stays in effect
 rm managed.json; qvctl doctor --offline | 1 | There is no policy file; all values come from /etc/quorvane-mdm/managed.d.
 chmod 777 managed.d; qvctl config lint | 78 | managed.d: error: the folder is not trusted: /etc/quorvane-mdm/managed.d can be written by others
 echo '{' > managed.d/60.json; qvctl config show | 78 | managed.d/60.json:2:1: ends
-echo '{' > managed.d/60.json; qvctl config lint | 78 | is complete; the app keeps the last valid content of this file
+echo '{' > managed.d/60.json; qvctl config lint | 78 | device_id has leading or trailing white space; it is removed\n/etc/quorvane-mdm/managed.d/60.json:2:1: error: the file is invalid: ends before the object is complete; the app keeps the last valid content of this file
 echo '{' > managed.d/60.json; qvctl doctor --offline | 1 | failed   policy.fragments          /etc/quorvane-mdm/managed.d/60.json:2:1
 echo '{' > managed.d/60.json; qvctl doctor --offline | 1 | Start with policy.fragments.\n
 echo '{' > managed.d/60.json; qvctl status | 0 | Policy file     /etc/quorvane-mdm/managed.d/60.json:2:1: ends before)");

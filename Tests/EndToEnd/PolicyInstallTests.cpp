@@ -17,7 +17,7 @@ TEST_F(RootTest, PolicyInstalledByRootIsReadableWithAnyUmask)
 chmod 700 $folder; umask 0; try json | 0 | /managed.json: changed\nexit 0\n755 644\n
 try json; try json | 0 | /managed.json: unchanged\nexit 0\n755 644\n
 try json; chmod 6755 $folder/*; try json | 0 | 644\n/etc/quorvane-mdm/managed.json: changed\nexit 0\n755 644\n
-try json; chmod 700 $folder; try json | 0 | 644\n/etc/quorvane-mdm/managed.json: changed\nexit 0\n755 644\n
+try json; chmod 2755 $folder; try json | 0 | 644\n/etc/quorvane-mdm/managed.json: changed\nexit 0\n755 644\n
 umask 027; try plist | 0 | /managed.plist: changed\nexit 0\n755 644\n
 (ulimit -f 0; try plist) | 0 | qvctl: /etc/quorvane-mdm/managed.plist: File too large\nexit 69\n755 600\n
 rm $folder/*; ln -s $DEVICE $folder/managed.plist; ln -s none $folder/managed.json; try plist | 0 | /managed.plist: changed\nexit 0\n755 644\n

@@ -23,7 +23,6 @@ TEST_F(ProgramTest, ReloadAppliesChangesWithoutEvents)
     EXPECT_EQ(boost::json::serialize(qvctlJSON({"reload"}).at("changed")), R"(["organizationId"])");
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-2"})");
     EXPECT_EQ(qvctl({"reload"}).output, "Applied version 3; changed: device id\n");
-    EXPECT_EQ(qvctlJSON({"snapshot"}).at("deviceId"), "DEV-2");
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-3")");
     EXPECT_EQ(qvctl({"reload"}).exitCode, 78);
     overwriteWithoutEvents(device.policyFile(), R"({"device_id": "DEV-3"})");

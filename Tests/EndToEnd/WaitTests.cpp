@@ -91,13 +91,13 @@ TEST_F(WaitTest, SetWaitsUntilItsFileIsApplied)
     device.write(device.path("first.json"), first);
     const std::vector<std::string> set{"config", "set",       device.path("first.json"),
                                        "--wait", "--timeout", "20"};
-    const Outcome changed = qvctl(set);
-    EXPECT_EQ(changed.exitCode, 0);
-    EXPECT_THAT(changed.output, testing::EndsWith("managed.json: changed\nThe app has applied it.\n"));
+    EXPECT_THAT(qvctl(set).output, testing::EndsWith("managed.json: changed\nThe app has applied it.\n"));
     EXPECT_EQ(qvctlJSON({"status"}).at("configVersion"), 2);
 
     // Another administrator replaces or removes the file before the app has seen it.
     application->signal(SIGSTOP);
+    const auto reload =
+        device.startShell("cd $DEVICE; echo {} > x; exec $QVCTL reload --managed-configuration x");
     for (const char* change : {"replaced", "removed"}) {
         device.write(device.path("first.json"), fmt::format(R"({{"device_id": "canary-{}"}})", change));
         const auto overtaken = device.startConsole(set);
@@ -109,6 +109,8 @@ TEST_F(WaitTest, SetWaitsUntilItsFileIsApplied)
         EXPECT_THAT(overtaken->lines().back(),
                     HasSubstr(fmt::format("was {} before the app applied it", change)));
     }
+    EXPECT_EQ(reload->waitForExit(), 69);
+    EXPECT_THAT(reload->lines(), testing::ElementsAre(HasSubstr("applied no change within 10 seconds")));
 }
 
 } // namespace
