@@ -31,8 +31,8 @@ TEST(SecureRequestTest, RedirectsAdaptTheRequestAndKeepCredentialsOnOnePort)
         {307, "POST", "https://A.Example:8443/to", "POST" + same + all},
         {308, "PATCH", "//a.example:8443/to", "PATCH" + same + all},
         {307, "PUT", "https://a.example/to", "PUT https://a.example/to body Content-Type X-Other "},
-        {307, "PUT", "https://b.example:8443/t \u00f6",
-         "PUT https://b.example:8443/t%20%C3%B6 body Content-Type X-Other "},
+        {307, "PUT", "https://b.example:8443/t \t\u00f6",
+         "PUT https://b.example:8443/t%20%09%C3%B6 body Content-Type X-Other "},
     };
     const SecureURL from = parseSecureURL("https://a.example:8443/x");
     for (const auto& [status, method, location, expected] : cases) {
