@@ -140,9 +140,9 @@ TEST_F(SQLiteUserDefaultsTest, EarlierFormatsAreUpgradedAndLaterOnesAreReadOnly)
     EXPECT_TRUE(open()->set("k", 2));
     EXPECT_TRUE(log.takeLines().empty());
 
-    ASSERT_EQ(shell("sqlite3 $F \"PRAGMA user_version = 2; ALTER TABLE defaults ADD COLUMN origin; "
-                    "INSERT INTO defaults VALUES('new', 'colour', 3, 4)\""),
-              "");
+    ASSERT_EQ(shell("sqlite3 $F \"PRAGMA user_version; PRAGMA user_version = 2; ALTER TABLE defaults ADD "
+                    "COLUMN origin; INSERT INTO defaults VALUES('new', 'colour', 3, 4)\""),
+              "1\n");
     const std::string before = folder.read("deep/state/domain.sqlite");
     const auto defaults = open();
     EXPECT_EQ(defaults->integer("k"), 2);
