@@ -209,7 +209,9 @@ TEST_F(NotificationServerTest, HandlesOnlyTheCurrentServer)
 TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
 {
     startServer({"silent"});
+    show("unsent");
     fake->bus->releaseName(ServiceName(serverName));
+    EXPECT_THAT(transcript.take(1), ElementsAre("not shown")) << "at once, without a server";
     {
         const FakeServer next({"body", "body-markup"}, transcript);
         EXPECT_THAT(transcript.take(1), ElementsAre("capabilities?"));

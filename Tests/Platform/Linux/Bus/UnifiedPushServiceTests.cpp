@@ -90,14 +90,15 @@ TEST_F(UnifiedPushServiceTest, TakesTheEndpointThatARestartedDistributorAnnounce
     startApplication();
     const std::string token = transcript.after("a registers ");
     EXPECT_THAT(transcript.after("token "), HasSubstr(endpoint));
-    const auto restartAndAnnounce = [&](const std::string& announced) {
-        startDistributor(withoutEndpoint);
+    for (const bool isNewApp : {false, true}) {
+        isNewApp ? static_cast<void>(app.emplace(transcript, store)) : startDistributor(withoutEndpoint);
         EXPECT_EQ(waitForRegistration(), token);
-        a->announce(token, announced);
-    };
-    restartAndAnnounce(endpoint);
-    EXPECT_EQ(transcript.after(""), "a answered NewEndpoint") << "nothing to upload";
-    restartAndAnnounce(secondEndpoint);
+        a->announce(token, endpoint);
+        EXPECT_EQ(transcript.after(""), "a answered NewEndpoint") << "nothing to upload";
+    }
+    startDistributor(withoutEndpoint);
+    EXPECT_EQ(waitForRegistration(), token);
+    a->announce(token, secondEndpoint);
     EXPECT_THAT(transcript.after("token "), HasSubstr(secondEndpoint));
     a->call("Unregistered", Dictionary{{"token", Value(token)}});
     EXPECT_EQ(transcript.after("a registers "), token);
