@@ -159,7 +159,6 @@ TEST_F(LocalPushServiceTest, RepliesToEachPayload)
         {padded(4097), "error: the payload is larger than 4096 bytes"},
         {padded(1 << 20), "error: the payload is larger than 4096 bytes"},
         {"", "error: the payload is not a JSON object"},
-        {"[1]", "error: the payload is not a JSON object"},
         {"<plist><dict/></plist>", "error: the payload is not a JSON object"},
         {R"({"a": 1, "a": 2})", "error: the payload cannot be read: line 1, column 10: a key"},
     };
