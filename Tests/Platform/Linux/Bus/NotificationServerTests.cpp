@@ -233,7 +233,7 @@ TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
             EXPECT_THAT(transcript.take(1), ElementsAre("not shown"));
         }
         fake->bus->releaseName(ServiceName(serverName));
-        FakeServer next({"body"}, transcript);
+        FakeServer next({"actions"}, transcript);
         EXPECT_THAT(transcript.take(1), ElementsAre("capabilities?"));
         fake->held.returnResults(1U);
         fake->bus->requestName(ServiceName("test.Flush"));
@@ -243,7 +243,7 @@ TEST_F(NotificationServerTest, SendsNothingLateOrToTheNextServer)
         next.end({1}, tapped);
         next.nextId = 2;
         show("second");
-        EXPECT_THAT(transcript.take(2), ElementsAre("second|||1", "Fake"));
+        EXPECT_THAT(transcript.take(2), ElementsAre("second||Öffnen|1", "Fake"));
     }
 }
 
