@@ -90,6 +90,7 @@ TEST_F(CurlURLSessionTest, FollowsRedirectsToHttpsOnly)
                                             .httpBody = bytesOf("body")})
                                     .get();
         EXPECT_EQ(result(outcome), expected) << location;
+        EXPECT_EQ(description(outcome).find("not https") != std::string::npos, expected == insecure);
         EXPECT_THAT(description(outcome), Not(HasSubstr("secret")));
         if (expected == 200) {
             EXPECT_EQ(std::get<URLResponse>(outcome).body, bytesOf("{}"));
