@@ -194,7 +194,8 @@ unknown-host | suite.current backend.host | from backend.connect | cannot be res
 no-backend; plain-server HTTP/1.1 | backend.tls | from backend.certificate | something other than TLS
 no-backend; plain-server | backend.tls | from backend.certificate | does not answer in TLS within 2 s
 no-backend; plain-server FULL | backend.connect | from backend.tls | no answer within 2 s
-certificate wrong-host | backend.name |  | not for localhost
+certificate wrong-host | backend.name |  | is for elsewhere.example, b.example, c.example, d.example, e.example, not for localhost
+certificate not-yet-valid | backend.dates |  | is not valid before 
 certificate self-signed | backend.certificate |  | is self-signed
 certificate untrusted | backend.certificate |  | from an authority
 no-app; no-backend | app.running push.distributor backend.connect | from backend.tls | Connection refused
@@ -204,6 +205,7 @@ TEST_F(DoctorTest, ReportsTheCauseAndSkipsDependentChecks)
 {
     const std::map<std::string, Certificate> certificates{{"expired", Certificate::expired},
                                                           {"wrong-host", Certificate::wrongHost},
+                                                          {"not-yet-valid", Certificate::notYetValid},
                                                           {"self-signed", Certificate::selfSigned},
                                                           {"untrusted", Certificate::untrusted}};
     const auto refusingProxy =

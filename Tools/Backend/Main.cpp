@@ -245,7 +245,8 @@ public:
             ->type_name("FOLDER");
         m_parser
             .add_option("--certificate", m_certificate,
-                        "Server certificate: good (default), expired, wrong-host, self-signed or untrusted")
+                        "Server certificate: good (default), expired, not-yet-valid, wrong-host, "
+                        "self-signed or untrusted")
             ->type_name("KIND");
         using Reply = TestBackend::Reply;
         m_parser
@@ -295,6 +296,7 @@ public:
         options.certificate = oneOf<TestBackend::Certificate>("--certificate", m_certificate,
                                                               {{"good", good},
                                                                {"expired", expired},
+                                                               {"not-yet-valid", notYetValid},
                                                                {"wrong-host", wrongHost},
                                                                {"self-signed", selfSigned},
                                                                {"untrusted", untrusted}});

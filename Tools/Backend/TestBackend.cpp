@@ -182,10 +182,14 @@ Certificates::Identity makeServerIdentity(TestBackend::Certificate certificate,
 {
     using Kind = TestBackend::Certificate;
     const Certificates::ServerName localhost{"localhost", "DNS:localhost,IP:127.0.0.1,IP:::1"};
-    const Certificates::ServerName elsewhere{"elsewhere.example", "DNS:elsewhere.example"};
+    // More names than doctor lists.
+    const Certificates::ServerName elsewhere{
+        "elsewhere.example", "DNS:elsewhere.example,DNS:b.example,DNS:c.example,DNS:d.example,"
+                             "DNS:e.example,DNS:f.example"};
     const auto& name = certificate == Kind::wrongHost ? elsewhere : localhost;
     const bool isPast = certificate == Kind::expired;
-    const Certificates::Validity validity{isPast ? -72h : -1h, isPast ? -24h : 96h};
+    const bool isFuture = certificate == Kind::notYetValid;
+    const Certificates::Validity validity{isPast ? -72h : isFuture ? 24h : -1h, isPast ? -24h : 96h};
     const auto stranger = Certificates::makeAuthority("Untrusted Test Authority", authorityValidity);
     const auto* signer = certificate == Kind::untrusted ? &stranger : &authority;
     return Certificates::makeServer(name, validity, certificate == Kind::selfSigned ? nullptr : signer);

@@ -16,7 +16,7 @@
 class TestBackend {
 public:
     /// The certificate of the server. `certificateAuthority()` signs all but `untrusted` and `selfSigned`.
-    enum class Certificate { good, expired, wrongHost, selfSigned, untrusted };
+    enum class Certificate { good, expired, notYetValid, wrongHost, selfSigned, untrusted };
 
     /// Whether clients need a certificate. If it is demanded, the connection of a client without one is
     /// closed during the handshake in TLS 1.2 and after it in TLS 1.3.
