@@ -67,17 +67,22 @@ TEST(PushSenderTest, SendsToTheAddressThatTheTokenNames)
         expectRefusal(hexadecimalText(bytesOf(bytes)), reason, routes);
 }
 
-TEST(TestBackendTest, SendsNoBodyWithAStatusThatHasNone)
+TEST(TestBackendTest, SendsNoBodyWithAStatusThatHasNoneAndForgetsRequestsThatAreCutOff)
 {
     const TemporaryFolder folder;
     TestBackend backend{{.folder = folder.path()}};
     for (const int status : {204, 304}) {
         backend.setReply("*", {.status = status, .body = "body"});
-        ChildProcess curl({"curl", "-si", "--cacert", backend.certificateAuthority(), backend.baseURL()}, {});
-        EXPECT_EQ(curl.waitForExit(), 0);
+        const std::string authority = backend.certificateAuthority(), url = backend.baseURL();
+        ChildProcess curl({"curl", "-siw%{certs}", "--cacert", authority, url, "--next", "-sm0.5", "--cacert",
+                           authority, "-dx", "-HContent-Length: 9", url},
+                          {});
+        EXPECT_EQ(curl.waitForExit(), 28) << "the backend waits for the rest of the second request";
         EXPECT_THAT(curl.lines(), AllOf(Contains(HasSubstr(fmt::format("HTTP/1.1 {}", status))),
+                                        Contains(testing::ContainsRegex("Serial Number:[0-9a-f]{9}")),
                                         Not(Contains(HasSubstr("Content-Length: 4")))));
     }
+    EXPECT_EQ(backend.takeRequests().size(), 2U);
 }
 
 } // namespace

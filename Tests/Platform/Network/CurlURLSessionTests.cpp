@@ -29,7 +29,7 @@ TEST_F(CurlURLSessionTest, ReplyBecomesTheOutcome)
     constexpr std::size_t limit = URLSession::maximumBodyBytes;
     const std::string large(90'000, 'x');
     const Case cases[] = {
-        {{.status = 302}},
+        {{.status = 302, .body = "x", .delay = 1h, .ending = Ending::dripping}, {}, 5s},
         {{.status = 302, .headerFields = {{"Location", ""}}}},
         {{.status = 304, .headerFields = {{"Location", "/other"}}, .body = ""}},
         {{.status = 404, .body = "\xff\xfe\x80"}},
