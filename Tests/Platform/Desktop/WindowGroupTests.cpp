@@ -37,7 +37,6 @@ TEST_F(WindowGroupTest, WindowIsRestoredWhereItCanBeSeenAndMoved)
         {Array{100, 561, 400, 500}, byDefault},
         {Array{-241, 50, 400, 500}, byDefault},
         {Array{1240, 10, 400, 480}, {1240, 10, 400, 480}},
-        {Array{1241, 10, 400, 480}, byDefault},
         // The top edge stays on the screen, since the window is moved by it.
         {Array{100, -200, 400, 500}, {100, 0, 400, 500}},
         // The screen has become smaller.
