@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-enum Scene { welcome, dashboard, darkDashboard, clearCard, activeCard, disabledCard, detail };
+enum Scene { welcome, darkWelcome, dashboard, darkDashboard, clearCard, activeCard, disabledCard, detail };
 /// A length in points, in windows of 390 by 844 and 1024 by 768; not checked if both are 0.
 using Lengths = std::array<double, 2>;
 static const struct {
@@ -25,6 +25,8 @@ static const struct {
      "#ff9500, to #ccff9500, Horizontal, radius 16, shadow #4dff9500, blur 8, down 4"},
     {welcome, "Get Started", "size 17, weight 600, #ffffff"},
     {welcome, "arrow.right", "#ffffff", {}, {20, 20}},
+    {darkWelcome, "welcome.background", "#ffffff"},
+    {darkWelcome, "Quorvane UEM", "size 34, weight 700, #000000"},
     {dashboard, "dashboard.logo", "", {165, 482}, {60, 60}, {60, 60}, {20, 40}},
     {dashboard, "Quorvane UEM", "size 22, weight 700, #000000", {16, 78}, {358, 868}, {}, {12, 12}},
     {dashboard, "dashboard.subtitle", "size 15, weight 400, #99000000", {16, 78}, {358, 868}, {}, {12, 12}},
@@ -43,6 +45,7 @@ static const struct {
     {dashboard, "Single Sign-On", "size 17, weight 600, #000000"},
     {dashboard, "Secure authentication for enterprise apps", "size 12, weight 400, #99000000"},
     {dashboard, "Tap to view details", "size 11, weight 400, #ff9500"},
+    {darkDashboard, "Quorvane UEM", "size 22, weight 700, #ffffff"},
     {darkDashboard, "Open Settings", "size 15, weight 400, #0a84ff"},
     {darkDashboard, "panel", "#000000, radius 16, border 1.5, #4dff9f0a, shadow #26000000, blur 12, down 6"},
     {darkDashboard, "badge", "#1aff9f0a, round"},
@@ -66,13 +69,14 @@ static const struct {
 TEST_F(ScreenTest, ItemsHaveDesignedLookAndPosition)
 {
     const QSize sizes[] = {{390, 844}, {1024, 768}};
-    for (int number = 0; number < 14; ++number) {
+    for (int number = 0; number < 16; ++number) {
         const auto scene = Scene(number / 2);
         const auto size = static_cast<std::size_t>(number % 2);
-        appearance.set({.isDark = scene == darkDashboard, .isContrastHigh = scene == clearCard});
-        open(scene == welcome  ? Screen::welcome
-             : scene == detail ? Screen::detail
-                               : Screen::dashboard,
+        appearance.set(
+            {.isDark = scene == darkWelcome || scene == darkDashboard, .isContrastHigh = scene == clearCard});
+        open(scene <= darkWelcome ? Screen::welcome
+             : scene == detail    ? Screen::detail
+                                  : Screen::dashboard,
              sizes[size]);
         if (scene == activeCard)
             item("dashboard.card.person.badge.key")->setProperty("isActive", true);
